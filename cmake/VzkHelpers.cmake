@@ -1,0 +1,34 @@
+# Each area of the code base lives in its own directory with its own
+# CMakeLists.txt; these helpers keep those files short and uniform.
+
+# Adds every direct subdirectory of DIR that has a CMakeLists.txt, in name order.
+function(vzk_add_optional_subdirectories DIR)
+  file(GLOB children LIST_DIRECTORIES true RELATIVE ${DIR} ${DIR}/*)
+  list(SORT children)
+  foreach(child IN LISTS children)
+    if(IS_DIRECTORY ${DIR}/${child} AND EXISTS ${DIR}/${child}/CMakeLists.txt)
+      add_subdirectory(${DIR}/${child})
+    endif()
+  endforeach()
+endfunction()
+
+# vzk_add_component(NAME SOURCES ... [DEPS ...])
+# A static, position-independent library vzk_<NAME>. Every component is also
+# recorded so that the plug-in links all of them.
+function(vzk_add_component NAME)
+  cmake_parse_arguments(ARG "" "" "SOURCES;DEPS" ${ARGN})
+  add_library(vzk_${NAME} STATIC ${ARG_SOURCES})
+  target_include_directories(vzk_${NAME} PUBLIC ${PROJECT_SOURCE_DIR}/src)
+  target_link_libraries(vzk_${NAME} PUBLIC vzk_sdk ${ARG_DEPS})
+  set_property(GLOBAL APPEND PROPERTY VZK_COMPONENTS vzk_${NAME})
+endfunction()
+
+# vzk_add_test(NAME SOURCES ... [LIBS ...])
+# A GoogleTest executable registered with CTest.
+function(vzk_add_test NAME)
+  cmake_parse_arguments(ARG "" "" "SOURCES;LIBS" ${ARGN})
+  add_executable(${NAME} ${ARG_SOURCES})
+  target_include_directories(${NAME} PRIVATE ${PROJECT_SOURCE_DIR}/src ${PROJECT_SOURCE_DIR}/tests)
+  target_link_libraries(${NAME} PRIVATE ${ARG_LIBS} GTest::gtest GTest::gtest_main Threads::Threads)
+  gtest_discover_tests(${NAME} DISCOVERY_TIMEOUT 60 PROPERTIES ENVIRONMENT "VZK_BUILD_DIR=${CMAKE_BINARY_DIR}")
+endfunction()

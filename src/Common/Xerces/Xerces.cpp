@@ -1,0 +1,481 @@
+#include "Common/Xerces/Xerces.h"
+
+#include <cctype>
+#include <cstdint>
+#include <mutex>
+
+#include <xercesc/dom/DOM.hpp>
+#include <xercesc/framework/MemBufFormatTarget.hpp>
+#include <xercesc/framework/MemBufInputSource.hpp>
+#include <xercesc/framework/Wrapper4InputSource.hpp>
+#include <xercesc/util/PlatformUtils.hpp>
+#include <xercesc/util/TransService.hpp>
+#include <xercesc/util/TranscodingException.hpp>
+#include <xercesc/util/XMLException.hpp>
+#include <xercesc/util/XMLUni.hpp>
+
+#include "Common/Xerces/ParseErrorHandler.h"
+
+using namespace xercesc;
+
+namespace NmXerces {
+namespace {
+
+// The parser library counts its start-ups. It is started once at first use
+// and stopped when this library unloads; every document holds one more
+// start-up of its own, so that a document released late (from a plug-in
+// torn down at unload) never meets a stopped parser library.
+std::mutex& PlatformLock() {
+  // Never destroyed: it must outlive every static that releases a document.
+  static auto* lock = new std::mutex;
+  return *lock;
+}
+
+class CmXercesPlatform {
+public:
+  static void Acquire() {
+    std::lock_guard guard(PlatformLock());
+    XMLPlatformUtils::Initialize();
+  }
+  static void Release() {
+    std::lock_guard guard(PlatformLock());
+    XMLPlatformUtils::Terminate();
+  }
+  static void EnsureInitialized() { static CmXercesPlatform platform; }
+
+private:
+  CmXercesPlatform() { Acquire(); }
+  ~CmXercesPlatform() { Release(); }
+};
+
+bool IsAscii(const std::string& text) {
+  for (const unsigned char c : text) {
+    if (c >= 128) {
+      return false;
+    }
+  }
+  return true;
+}
+
+bool IsPlainPathPart(const std::string& part) {
+  if (part.empty() || !std::isalpha(static_cast<unsigned char>(part[0]))) {
+    return false;
+  }
+  for (const unsigned char c : part) {
+    if (!std::isalnum(c) && c != '_') {
+      return false;
+    }
+  }
+  return true;
+}
+
+// Splits a plain path into its parts; false if it is not plain.
+bool SplitPlainPath(const std::string& path, bool& absolute, std::vector<std::string>& parts) {
+  absolute = !path.empty() && path[0] == '/';
+  const std::string body = absolute ? path.substr(1) : path;
+  if (body.empty()) {
+    return false;
+  }
+  size_t start = 0;
+  while (true) {
+    const size_t slash = body.find('/', start);
+    const std::string part = body.substr(start, slash == std::string::npos ? slash : slash - start);
+    if (!IsPlainPathPart(part)) {
+      return false;
+    }
+    parts.push_back(part);
+    if (slash == std::string::npos) {
+      return true;
+    }
+    start = slash + 1;
+  }
+}
+
+std::vector<DOMNode*> ChildElementsNamed(DOMNode* parent, const std::u16string& name) {
+  std::vector<DOMNode*> result;
+  for (DOMNode* child = parent->getFirstChild(); child != nullptr;
+       child = child->getNextSibling()) {
+    if (child->getNodeType() == DOMNode::ELEMENT_NODE &&
+        XMLString::equals(child->getNodeName(), name.c_str())) {
+      result.push_back(child);
+    }
+  }
+  return result;
+}
+
+// Walks a plain path from `context`; null when nothing matches.
+DOMNode* WalkPlainPath(DOMDocument* document, DOMNode* context, bool absolute,
+                       const std::vector<std::string>& parts) {
+  std::vector<DOMNode*> current;
+  size_t first = 0;
+  if (absolute) {
+    DOMElement* root = document->getDocumentElement();
+    if (root == nullptr || FromXmlText(root->getNodeName()) != parts[0]) {
+      return nullptr;
+    }
+    current.push_back(root);
+    first = 1;
+  } else {
+    current.push_back(context);
+  }
+  for (size_t i = first; i < parts.size(); ++i) {
+    const std::u16string name = ToXmlText(parts[i]);
+    std::vector<DOMNode*> next;
+    for (DOMNode* node : current) {
+      const std::vector<DOMNode*> matches = ChildElementsNamed(node, name);
+      next.insert(next.end(), matches.begin(), matches.end());
+    }
+    current.swap(next);
+    if (current.empty()) {
+      return nullptr;
+    }
+  }
+  return current.empty() ? nullptr : current.front();
+}
+
+// Paths that are not plain go through the parser's own XPath evaluator, which
+// knows a subset of the language; what it refuses becomes a CmXmlError.
+DOMNode* EvaluatePath(DOMDocument* document, DOMNode* context, const std::string& path,
+                      const std::string& location) {
+  try {
+    DOMNode* resolverNode = document->getDocumentElement();
+    std::unique_ptr<DOMXPathNSResolver, void (*)(DOMXPathNSResolver*)> resolver(
+        document->createNSResolver(resolverNode),
+        [](DOMXPathNSResolver* r) { r->release(); });
+    const std::u16string expression = ToXmlText(path);
+    std::unique_ptr<DOMXPathResult, void (*)(DOMXPathResult*)> result(
+        document->evaluate(expression.c_str(), context, resolver.get(),
+                           DOMXPathResult::FIRST_ORDERED_NODE_TYPE, nullptr),
+        [](DOMXPathResult* r) { r->release(); });
+    return result ? result->getNodeValue() : nullptr;
+  } catch (const DOMXPathException& e) {
+    throw CmXmlError(location, "Error evaluating path '" + path + "': " + FromXmlText(e.getMessage()),
+                     CmXmlErrorCode::PathFailed);
+  } catch (const DOMException& e) {
+    throw CmXmlError(location, "Error evaluating path '" + path + "': " + FromXmlText(e.getMessage()),
+                     CmXmlErrorCode::PathFailed);
+  } catch (const XMLException& e) {
+    throw CmXmlError(location, "Error evaluating path '" + path + "': " + FromXmlText(e.getMessage()),
+                     CmXmlErrorCode::PathFailed);
+  }
+}
+
+DOMNode* SelectFrom(DOMDocument* document, DOMNode* context, const std::string& path,
+                    const std::string& location) {
+  bool absolute = false;
+  std::vector<std::string> parts;
+  if (SplitPlainPath(path, absolute, parts)) {
+    return WalkPlainPath(document, context, absolute, parts);
+  }
+  return EvaluatePath(document, context, path, location);
+}
+
+bool IsBlankOrControl(unsigned char c) { return std::isspace(c) || std::iscntrl(c); }
+
+std::string Trim(const std::string& text) {
+  size_t begin = 0;
+  size_t end = text.size();
+  while (begin < end && IsBlankOrControl(static_cast<unsigned char>(text[begin]))) {
+    ++begin;
+  }
+  while (end > begin && IsBlankOrControl(static_cast<unsigned char>(text[end - 1]))) {
+    --end;
+  }
+  return text.substr(begin, end - begin);
+}
+
+const char* const InvalidNodeGetName = "Error getting node name. Invalid DOM tree node given!";
+const char* const InvalidNodeGetValue = "Error getting node value. Invalid DOM tree node given!";
+const char* const InvalidNodeGetAttribute =
+    "Error getting node attribute. Invalid DOM tree node given!";
+const char* const InvalidNodeSetAttribute =
+    "Error setting node attribute. Invalid DOM tree node given!";
+const char* const InvalidNodeAddChild = "Error adding child node. Invalid DOM tree node given!";
+
+void RequireNode(const DOMNode* node, const std::string& location, const char* message) {
+  if (node == nullptr) {
+    throw NmError::CmIntegrityError(location, message, NmError::CmIntegrityErrorCode::InvalidPointer);
+  }
+}
+
+} // namespace
+
+std::u16string ToXmlText(const std::string& utf8) {
+  if (IsAscii(utf8)) {
+    return std::u16string(utf8.begin(), utf8.end());
+  }
+  CmXercesPlatform::EnsureInitialized();
+  try {
+    TranscodeFromStr converted(reinterpret_cast<const XMLByte*>(utf8.data()), utf8.size(),
+                               "UTF-8");
+    const XMLCh* text = converted.str();
+    return text ? std::u16string(text, converted.length()) : std::u16string();
+  } catch (const TranscodingException&) {
+    return u"???";
+  }
+}
+
+std::string FromXmlText(const char16_t* text) {
+  if (text == nullptr) {
+    return {};
+  }
+  bool ascii = true;
+  size_t length = 0;
+  for (; text[length] != 0; ++length) {
+    ascii = ascii && text[length] < 128;
+  }
+  if (ascii) {
+    return std::string(text, text + length);
+  }
+  CmXercesPlatform::EnsureInitialized();
+  try {
+    TranscodeToStr converted(text, length, "UTF-8");
+    return std::string(reinterpret_cast<const char*>(converted.str()), converted.length());
+  } catch (const TranscodingException&) {
+    return "???";
+  }
+}
+
+template <> const char* XmlTypeName<std::string>() { return "std::string"; }
+template <> const char* XmlTypeName<bool>() { return "bool"; }
+template <> const char* XmlTypeName<int>() { return "int"; }
+template <> const char* XmlTypeName<unsigned int>() { return "unsigned int"; }
+template <> const char* XmlTypeName<long>() { return "long"; }
+template <> const char* XmlTypeName<unsigned long>() { return "unsigned long"; }
+template <> const char* XmlTypeName<long long>() { return "long long"; }
+template <> const char* XmlTypeName<unsigned long long>() { return "unsigned long long"; }
+template <> const char* XmlTypeName<float>() { return "float"; }
+template <> const char* XmlTypeName<double>() { return "double"; }
+
+void ThrowConversionError(const std::string& location, const char* what, const std::string& text,
+                          const char* type) {
+  throw CmXmlError(location, std::string(what) + text + "' to type " + type + "!",
+                   CmXmlErrorCode::ConversionFailed);
+}
+
+// ---- CmXmlWrapper ----
+
+CmXmlDocumentPtr CmXmlWrapper::Create(const std::string& root) {
+  CmXercesPlatform::EnsureInitialized();
+  DOMImplementation* implementation =
+      DOMImplementationRegistry::getDOMImplementation(u"Core LS");
+  if (implementation == nullptr) {
+    throw CmXmlError(VZK_LOCATION, "Failed to get DOM implementation with feature(s) 'Core LS'!",
+                     CmXmlErrorCode::NoImplementation);
+  }
+  const std::u16string name = ToXmlText(root);
+  CmXmlDocumentPtr wrapper(new CmXmlDocumentWrapper);
+  try {
+    wrapper->m_Document.reset(implementation->createDocument(nullptr, name.c_str(), nullptr),
+                              CmXmlDocumentWrapper::CmDocumentRelease());
+  } catch (const DOMException& e) {
+    throw CmXmlError(VZK_LOCATION, FromXmlText(e.getMessage()), CmXmlErrorCode::ParseFailed);
+  }
+  return wrapper;
+}
+
+DOMLSParser* CmXmlWrapper::GetParser() {
+  CmXercesPlatform::EnsureInitialized();
+  DOMImplementation* implementation = DOMImplementationRegistry::getDOMImplementation(u"LS");
+  if (implementation == nullptr) {
+    throw CmXmlError(VZK_LOCATION, "Failed to get DOM implementation with feature(s) 'LS'!",
+                     CmXmlErrorCode::NoImplementation);
+  }
+  return implementation->createLSParser(DOMImplementationLS::MODE_SYNCHRONOUS, nullptr);
+}
+
+CmXmlDocumentPtr CmXmlWrapper::LoadXml(const std::string& text) {
+  CmXmlDocumentPtr wrapper(new CmXmlDocumentWrapper);
+  wrapper->m_Parser.reset(GetParser());
+  DOMLSParser* parser = wrapper->m_Parser.get();
+  CmParseErrorHandler handler;
+  DOMConfiguration* configuration = parser->getDomConfig();
+  configuration->setParameter(XMLUni::fgDOMErrorHandler, &handler);
+  // The wrapper releases the document itself, so it may outlive the parser's
+  // next parse.
+  configuration->setParameter(XMLUni::fgXercesUserAdoptsDOMDocument, true);
+  // A configuration text never needs outside entities; refusing them keeps the
+  // parser from reaching the file system or the network.
+  configuration->setParameter(XMLUni::fgXercesLoadExternalDTD, false);
+  configuration->setParameter(XMLUni::fgXercesDisableDefaultEntityResolution, true);
+
+  MemBufInputSource source(reinterpret_cast<const XMLByte*>(text.data()), text.size(), "memory",
+                           false);
+  Wrapper4InputSource input(&source, false);
+  DOMDocument* document = nullptr;
+  try {
+    document = parser->parse(&input);
+  } catch (const XMLException& e) {
+    configuration->setParameter(XMLUni::fgDOMErrorHandler, static_cast<void*>(nullptr));
+    throw CmXmlError(VZK_LOCATION, FromXmlText(e.getMessage()), CmXmlErrorCode::ParseFailed);
+  } catch (const DOMException& e) {
+    configuration->setParameter(XMLUni::fgDOMErrorHandler, static_cast<void*>(nullptr));
+    throw CmXmlError(VZK_LOCATION, FromXmlText(e.getMessage()), CmXmlErrorCode::ParseFailed);
+  }
+  configuration->setParameter(XMLUni::fgDOMErrorHandler, static_cast<void*>(nullptr));
+  wrapper->m_Document.reset(document, CmXmlDocumentWrapper::CmDocumentRelease());
+  if (handler.GetErrorCount() > 0) {
+    throw CmXmlError(VZK_LOCATION, handler.GetText(), CmXmlErrorCode::ParseFailed);
+  }
+  return wrapper;
+}
+
+// ---- CmXmlDocumentWrapper ----
+
+void CmXmlDocumentWrapper::CmParserRelease::operator()(DOMLSParser* parser) const {
+  parser->release();
+}
+
+void CmXmlDocumentWrapper::CmDocumentRelease::operator()(DOMDocument* document) const {
+  if (document != nullptr) {
+    document->release();
+  }
+}
+
+CmXmlDocumentWrapper::CmXmlDocumentWrapper() {
+  CmXercesPlatform::EnsureInitialized();
+  CmXercesPlatform::Acquire();
+}
+
+CmXmlDocumentWrapper::~CmXmlDocumentWrapper() {
+  // The document goes before the parser that made it, and both before the
+  // parser library may stop.
+  m_Document.reset();
+  m_Parser.reset();
+  CmXercesPlatform::Release();
+}
+
+CmXmlNodePtr CmXmlDocumentWrapper::Wrap(DOMNode* node) {
+  return node == nullptr ? nullptr : std::make_shared<CmXmlNodeWrapper>(shared_from_this(), node);
+}
+
+CmXmlNodePtr CmXmlDocumentWrapper::GetDocumentElement() {
+  return m_Document ? Wrap(m_Document->getDocumentElement()) : nullptr;
+}
+
+CmXmlNodePtr CmXmlDocumentWrapper::SelectSingleNode(const std::string& path) {
+  if (!m_Document) {
+    return nullptr;
+  }
+  return Wrap(SelectFrom(m_Document.get(), m_Document.get(), path,
+                         "NmXerces::CmXmlDocumentWrapper::SelectSingleNode (line Xerces.cpp, " +
+                             std::to_string(__LINE__) + ")"));
+}
+
+std::string CmXmlDocumentWrapper::ToString(const std::string& encoding) {
+  DOMImplementation* implementation = DOMImplementationRegistry::getDOMImplementation(u"LS");
+  if (implementation == nullptr) {
+    throw CmXmlError(VZK_LOCATION, "Failed to get DOM implementation!",
+                     CmXmlErrorCode::NoImplementation);
+  }
+  try {
+    std::unique_ptr<DOMLSSerializer, void (*)(DOMLSSerializer*)> serializer(
+        implementation->createLSSerializer(), [](DOMLSSerializer* s) { s->release(); });
+    std::unique_ptr<DOMLSOutput, void (*)(DOMLSOutput*)> output(
+        implementation->createLSOutput(), [](DOMLSOutput* o) { o->release(); });
+    MemBufFormatTarget target(1023);
+    const std::u16string encodingText = ToXmlText(encoding);
+    output->setEncoding(encodingText.c_str());
+    output->setByteStream(&target);
+    if (!serializer->write(m_Document.get(), output.get())) {
+      throw CmXmlError(VZK_LOCATION, "Error serializing document!", CmXmlErrorCode::SerializeFailed);
+    }
+    return std::string(reinterpret_cast<const char*>(target.getRawBuffer()), target.getLen());
+  } catch (const XMLException& e) {
+    throw CmXmlError(VZK_LOCATION, FromXmlText(e.getMessage()), CmXmlErrorCode::SerializeFailed);
+  } catch (const DOMException& e) {
+    throw CmXmlError(VZK_LOCATION, FromXmlText(e.getMessage()), CmXmlErrorCode::SerializeFailed);
+  }
+}
+
+// ---- CmXmlNodeWrapper ----
+
+std::string CmXmlNodeWrapper::GetName() const {
+  RequireNode(m_Node, VZK_LOCATION, InvalidNodeGetName);
+  return FromXmlText(m_Node->getNodeName());
+}
+
+bool CmXmlNodeWrapper::GetValue(std::string& out) const {
+  RequireNode(m_Node, VZK_LOCATION, InvalidNodeGetValue);
+  DOMNode* child = m_Node->getFirstChild();
+  if (child == nullptr || (child->getNodeType() != DOMNode::TEXT_NODE &&
+                           child->getNodeType() != DOMNode::CDATA_SECTION_NODE)) {
+    return false;
+  }
+  std::string text = FromXmlText(child->getNodeValue());
+  if (!text.empty() && IsBlankOrControl(static_cast<unsigned char>(text[0]))) {
+    text = Trim(text);
+  }
+  out = text;
+  return true;
+}
+
+bool CmXmlNodeWrapper::GetAttributeValue(const std::string& name, std::string& out) const {
+  RequireNode(m_Node, VZK_LOCATION, InvalidNodeGetAttribute);
+  if (m_Node->getNodeType() != DOMNode::ELEMENT_NODE) {
+    return false;
+  }
+  const DOMElement* element = static_cast<const DOMElement*>(m_Node);
+  const std::u16string attributeName = ToXmlText(name);
+  const DOMAttr* attribute = element->getAttributeNode(attributeName.c_str());
+  if (attribute == nullptr) {
+    return false;
+  }
+  out = FromXmlText(attribute->getValue());
+  return true;
+}
+
+void CmXmlNodeWrapper::SetAttributeValue(const std::string& name, const std::string& value) {
+  RequireNode(m_Node, VZK_LOCATION, InvalidNodeSetAttribute);
+  if (m_Node->getNodeType() != DOMNode::ELEMENT_NODE) {
+    return;
+  }
+  const std::u16string attributeName = ToXmlText(name);
+  const std::u16string attributeValue = ToXmlText(value);
+  try {
+    static_cast<DOMElement*>(m_Node)->setAttribute(attributeName.c_str(), attributeValue.c_str());
+  } catch (const DOMException& e) {
+    throw CmXmlError(VZK_LOCATION, FromXmlText(e.getMessage()), CmXmlErrorCode::ParseFailed);
+  }
+}
+
+CmXmlNodePtr CmXmlNodeWrapper::AddChild(const CmXmlNodePtr& node) {
+  RequireNode(m_Node, VZK_LOCATION, InvalidNodeAddChild);
+  if (!node || node->m_Node == nullptr) {
+    throw NmError::CmIntegrityError(VZK_LOCATION, "Error adding child node. Cannot add a null node!",
+                                    NmError::CmIntegrityErrorCode::InvalidPointer);
+  }
+  try {
+    DOMDocument* document = m_Document->GetDocument();
+    DOMNode* copy = document->importNode(node->m_Node, true);
+    m_Node->appendChild(copy);
+    return m_Document->Wrap(copy);
+  } catch (const DOMException& e) {
+    throw CmXmlError(VZK_LOCATION, FromXmlText(e.getMessage()), CmXmlErrorCode::ParseFailed);
+  }
+}
+
+void CmXmlNodeWrapper::GetChildren(std::vector<CmXmlNodePtr>& out) const {
+  out.clear();
+  if (m_Node == nullptr) {
+    return;
+  }
+  for (DOMNode* child = m_Node->getFirstChild(); child != nullptr;
+       child = child->getNextSibling()) {
+    if (child->getNodeType() == DOMNode::ELEMENT_NODE) {
+      out.push_back(m_Document->Wrap(child));
+    }
+  }
+}
+
+CmXmlNodePtr CmXmlNodeWrapper::SelectSingleNode(const std::string& path) {
+  if (m_Node == nullptr) {
+    return nullptr;
+  }
+  return m_Document->Wrap(SelectFrom(m_Document->GetDocument(), m_Node, path,
+                                     "NmXerces::CmXmlDocumentWrapper::SelectSingleNode (line "
+                                     "Xerces.cpp, " +
+                                         std::to_string(__LINE__) + ")"));
+}
+
+} // namespace NmXerces
