@@ -1,0 +1,62 @@
+#include <cstring>
+#include <string>
+
+#include "Toolkits/VZKSourceToolkitPlugin/VZKSourceToolkit.h"
+
+namespace NmToolkit {
+namespace {
+
+using CmToolkitCreator = ImSourceToolkit* (*)(const NmXerces::CmXmlNodePtr& node);
+
+struct SmToolkitEntry {
+  const char* name;
+  // Null while the toolkit is not built yet: the name then fails like an
+  // unknown one, at Connect.
+  CmToolkitCreator create;
+};
+
+// Transform toolkits, tried first and in this order.
+constexpr SmToolkitEntry TransformToolkits[] = {
+    {"image_resize", nullptr},
+    {"image_boxed_resize", nullptr},
+    {"image_filled_resize", nullptr},
+    {"text_overlay", nullptr},
+    {"image_color_format_convert", nullptr},
+    {"image_crop", nullptr},
+    {"jpeg_encoder", nullptr},
+    {"apply_privacy_mask", nullptr},
+    {"audio_decoder", nullptr},
+    {"set_property", nullptr},
+};
+
+// Upstream toolkits of this library, tried after "toolkit".
+constexpr SmToolkitEntry UpstreamToolkits[] = {
+    {"video_decoder", nullptr},
+    {"key_frames_only_video_decoder", nullptr},
+    {"conditional_video_decoder", nullptr},
+    {"synthetic_live", nullptr},
+};
+
+template <size_t N>
+ImSourceToolkit* CreateFrom(const SmToolkitEntry (&table)[N], const NmXerces::CmXmlNodePtr& node) {
+  const std::string name = node->GetName();
+  for (const SmToolkitEntry& entry : table) {
+    // Exact comparison, by length and bytes.
+    if (name.size() == std::strlen(entry.name) && name == entry.name) {
+      return entry.create ? entry.create(node) : nullptr;
+    }
+  }
+  return nullptr;
+}
+
+} // namespace
+
+ImSourceToolkit* CreateTransformToolkit(const NmXerces::CmXmlNodePtr& node) {
+  return CreateFrom(TransformToolkits, node);
+}
+
+ImSourceToolkit* CreateLibraryUpstreamToolkit(const NmXerces::CmXmlNodePtr& node) {
+  return CreateFrom(UpstreamToolkits, node);
+}
+
+} // namespace NmToolkit

@@ -1,0 +1,423 @@
+#include "Toolkits/VZKSourceToolkitPlugin/VZKSourceToolkit.h"
+
+#include <cstdlib>
+#include <memory>
+#include <new>
+
+#include "Common/Error/Error.h"
+#include "Toolkits/VZKSourceToolkitPlugin/ToolkitErrors.h"
+#include "Toolkits/VZKSourceToolkitPlugin/ToolkitGlobals.h"
+
+namespace NmToolkit {
+
+using NmXerces::CmXmlNodePtr;
+
+namespace {
+
+constexpr const char* ToolkitElementName = "toolkit";
+constexpr const char* UpdateKeySuffix = "_update_key";
+
+} // namespace
+
+CmVZKSourceToolkit::CmVZKSourceToolkit(const char* xml) : m_IsRoot(true) {
+  InitializeKnownProperties();
+  m_IsConfigured = ConfigureFromXml(xml);
+}
+
+CmVZKSourceToolkit::CmVZKSourceToolkit(const CmXmlNodePtr& node) : m_IsRoot(false) {
+  InitializeKnownProperties();
+  m_IsConfigured = ConfigureFromNode(node);
+}
+
+CmVZKSourceToolkit::~CmVZKSourceToolkit() {
+  // Upstreams go from the last to the first. What came from the factory goes
+  // back through it, into the library that made it.
+  for (auto upstream = m_UpstreamToolkits.rbegin(); upstream != m_UpstreamToolkits.rend();
+       ++upstream) {
+    auto* own = dynamic_cast<CmVZKSourceToolkit*>(*upstream);
+    if (own == nullptr || own->m_IsRoot) {
+      NmThread::CmCriticalSection::CmScopedLock guard(ToolkitFactoryLock());
+      ToolkitFactory().DeleteInstance(*upstream);
+    } else {
+      delete own;
+    }
+  }
+}
+
+void CmVZKSourceToolkit::InitializeKnownProperties() {
+  m_KnownProperties = {NmPropertyNames::NextBeginTime,      NmPropertyNames::NextEndTime,
+                       NmPropertyNames::PrevBeginTime,      NmPropertyNames::PrevEndTime,
+                       NmPropertyNames::PrivacyMask,        NmPropertyNames::SequenceNumber,
+                       NmPropertyNames::HasMotion,          NmPropertyNames::RecordedSignatures,
+                       NmPropertyNames::ExportedSignatures, NmPropertyNames::ExportDisallowed,
+                       NmPropertyNames::Transcoded};
+}
+
+bool CmVZKSourceToolkit::ConfigureFromXml(const char* xml) {
+  try {
+    m_ConfigurationDocument = NmXerces::CmXmlWrapper::LoadXml(xml ? xml : "");
+    if (!m_ConfigurationDocument || !m_ConfigurationDocument->GetDocumentElement()) {
+      return false;
+    }
+    std::vector<CmXmlNodePtr> children;
+    if (const CmXmlNodePtr config = m_ConfigurationDocument->SelectSingleNode("/toolkit/config")) {
+      config->GetChildren(children);
+    }
+    for (const CmXmlNodePtr& child : children) {
+      // One toolkit element only: a second fails after the first is built.
+      if (m_ConfigurationNode) {
+        return false;
+      }
+      if (!ConfigureFromNode(child)) {
+        return false;
+      }
+    }
+    return true;
+  } catch (const NmXerces::CmXmlError&) {
+    return false;
+  } catch (const ImToolkitError&) {
+    return false;
+  }
+}
+
+bool CmVZKSourceToolkit::ConfigureFromNode(const CmXmlNodePtr& node) {
+  try {
+    m_ConfigurationNode = node;
+    if (m_IsRoot) {
+      // The root's own element is also its single upstream.
+      m_UpstreamToolkits.push_back(CreateUpstreamToolkit(node));
+    } else {
+      std::vector<CmXmlNodePtr> children;
+      node->GetChildren(children);
+      // Built one by one so that a failing child leaves the ones before it
+      // owned here, and the ones after it unbuilt.
+      for (const CmXmlNodePtr& child : children) {
+        m_UpstreamToolkits.push_back(CreateUpstreamToolkit(child));
+      }
+    }
+    for (ImSourceToolkit* upstream : m_UpstreamToolkits) {
+      m_PlaybackUpstreams.push_back(dynamic_cast<ImPlaybackSourceToolkit*>(upstream));
+      m_LiveUpstreams.push_back(dynamic_cast<ImLiveSourceToolkit*>(upstream));
+    }
+    return !m_UpstreamToolkits.empty();
+  } catch (const ImToolkitError&) {
+    return false;
+  } catch (const NmError::CmError&) {
+    // The XML wrapper's errors, and those of a toolkit that cannot be built
+    // from its keys: both are configuration faults.
+    return false;
+  }
+}
+
+ImSourceToolkit* CmVZKSourceToolkit::CreateUpstreamToolkit(const CmXmlNodePtr& node) {
+  if (ImSourceToolkit* transform = CreateTransformToolkit(node)) {
+    return transform;
+  }
+  if (node->GetName() == ToolkitElementName) {
+    return CreateToolkitThroughFactory(node);
+  }
+  if (ImSourceToolkit* upstream = CreateLibraryUpstreamToolkit(node)) {
+    return upstream;
+  }
+  throw CmConfigurationError<0>();
+}
+
+ImSourceToolkit* CmVZKSourceToolkit::CreateToolkitThroughFactory(const CmXmlNodePtr& node) {
+  // The nested element becomes a configuration text of its own, which goes to
+  // the plug-in library unchanged.
+  const NmXerces::CmXmlDocumentPtr document = NmXerces::CmXmlWrapper::Create(ToolkitElementName);
+  const CmXmlNodePtr root = document->GetDocumentElement();
+  std::string type;
+  if (node->GetAttributeValue("type", type)) {
+    root->SetAttributeValue("type", type);
+  }
+  std::vector<CmXmlNodePtr> children;
+  node->GetChildren(children);
+  for (const CmXmlNodePtr& child : children) {
+    root->AddChild(child);
+  }
+
+  NmThread::CmCriticalSection::CmScopedLock guard(ToolkitFactoryLock());
+  const std::string text = document->ToString("UTF-8");
+  ImToolkit* toolkit = ToolkitFactory().CreateInstance(text.c_str());
+  if (toolkit == nullptr) {
+    throw CmConfigurationError<0>();
+  }
+  auto* source = dynamic_cast<ImSourceToolkit*>(toolkit);
+  if (source == nullptr) {
+    ToolkitFactory().DeleteInstance(toolkit);
+    throw CmConfigurationError<0>();
+  }
+  return source;
+}
+
+// ---- configuration values ----
+
+std::string CmVZKSourceToolkit::GetElementName() const {
+  return m_ConfigurationNode ? m_ConfigurationNode->GetName() : std::string();
+}
+
+bool CmVZKSourceToolkit::GetConfigurationValue(const std::string& key, std::string& out) {
+  if (!m_ConfigurationNode) {
+    return false;
+  }
+  std::string updateKey;
+  if (m_ConfigurationNode->GetAttributeValue(key + UpdateKeySuffix, updateKey)) {
+    m_UpdateKeys.insert(updateKey);
+    const auto updated = m_UpdatedValues.find(updateKey);
+    if (updated != m_UpdatedValues.end()) {
+      out = updated->second;
+      return true;
+    }
+  }
+  return m_ConfigurationNode->GetAttributeValue(key, out);
+}
+
+std::string CmVZKSourceToolkit::GetConfigurationValue(const std::string& key,
+                                                      const std::string& defaultValue) {
+  std::string value;
+  return GetConfigurationValue(key, value) ? value : defaultValue;
+}
+
+double CmVZKSourceToolkit::GetConfigurationNumber(const std::string& key, double defaultValue) {
+  std::string value;
+  return GetConfigurationValue(key, value) ? std::atof(value.c_str()) : defaultValue;
+}
+
+void CmVZKSourceToolkit::CopyPassedProperties(const ImData* in,
+                                              CmVZKSourceToolkitProperties& out) const {
+  if (in == nullptr) {
+    return;
+  }
+  for (const std::string& name : m_PassedProperties) {
+    if (const ImProperty* property = in->GetProperty(name)) {
+      out.SetProperty(name, property->Clone());
+    }
+  }
+}
+
+void CmVZKSourceToolkit::ReadConfiguration() {}
+
+void CmVZKSourceToolkit::ProcessData(ImData* in, ImData** out) { *out = in; }
+
+// ---- updates ----
+
+void CmVZKSourceToolkit::UpdateValue(const std::string& key, const std::string& value) {
+  if (ImSourceToolkit* upstream = FirstUpstream()) {
+    upstream->UpdateValue(key, value);
+  }
+  const auto stored = m_UpdatedValues.find(key);
+  if (stored != m_UpdatedValues.end() && stored->second == value) {
+    return;
+  }
+  m_UpdatedValues[key] = value;
+  if (m_UpdateKeys.count(key) != 0) {
+    ReadConfiguration();
+  }
+}
+
+void CmVZKSourceToolkit::UpdateValues(const CmKeyValueList& values) {
+  if (ImSourceToolkit* upstream = FirstUpstream()) {
+    upstream->UpdateValues(values);
+  }
+  bool reread = false;
+  for (const auto& [key, value] : values) {
+    const auto stored = m_UpdatedValues.find(key);
+    if (stored != m_UpdatedValues.end() && stored->second == value) {
+      continue;
+    }
+    m_UpdatedValues[key] = value;
+    reread = reread || m_UpdateKeys.count(key) != 0;
+  }
+  if (reread) {
+    ReadConfiguration();
+  }
+}
+
+// ---- connection ----
+
+void CmVZKSourceToolkit::Connect(const CmPropertyNameSet& requested, CmPropertyNameSet& supported,
+                                 uint64_t argument) {
+  NmThread::CmCriticalSection::CmScopedLock guard(m_ConnectionLock);
+  if (m_IsConnected) {
+    return;
+  }
+  if (!m_IsConfigured) {
+    throw CmConfigurationError<0>();
+  }
+  m_PassedProperties.clear();
+  if (ImSourceToolkit* upstream = FirstUpstream()) {
+    upstream->Connect(requested, m_PassedProperties, argument);
+  }
+  if (GetElementName() != ToolkitElementName) {
+    // This library passes on only the properties it knows, whatever the
+    // upstream offered; a foreign plug-in's answer stands as it is.
+    m_PassedProperties.clear();
+    for (const std::string& name : requested) {
+      if (m_KnownProperties.count(name) != 0) {
+        m_PassedProperties.insert(name);
+      }
+    }
+  }
+  supported = m_PassedProperties;
+  ReadConfiguration();
+  m_IsConnected = true;
+  m_IsLive = false;
+}
+
+void CmVZKSourceToolkit::Connect(uint64_t argument) {
+  CmPropertyNameSet supported;
+  Connect(CmPropertyNameSet(), supported, argument);
+}
+
+void CmVZKSourceToolkit::Disconnect() {
+  NmThread::CmCriticalSection::CmScopedLock guard(m_ConnectionLock);
+  if (m_IsConnected) {
+    if (ImSourceToolkit* upstream = FirstUpstream()) {
+      upstream->Disconnect();
+    }
+  }
+  m_IsConnected = false;
+}
+
+// ---- upstream access ----
+
+ImSourceToolkit* CmVZKSourceToolkit::FirstUpstream() const {
+  return m_UpstreamToolkits.empty() ? nullptr : m_UpstreamToolkits.front();
+}
+
+ImPlaybackSourceToolkit* CmVZKSourceToolkit::FirstPlaybackUpstream(const char* operation) const {
+  ImPlaybackSourceToolkit* upstream = m_PlaybackUpstreams.empty() ? nullptr : m_PlaybackUpstreams.front();
+  if (upstream == nullptr) {
+    // An empty chain, or an upstream that cannot play back.
+    throw CmInvalidOperationError<0>(operation);
+  }
+  return upstream;
+}
+
+ImLiveSourceToolkit* CmVZKSourceToolkit::FirstLiveUpstream(const char* operation) const {
+  ImLiveSourceToolkit* upstream = m_LiveUpstreams.empty() ? nullptr : m_LiveUpstreams.front();
+  if (upstream == nullptr) {
+    throw CmInvalidOperationError<0>(operation);
+  }
+  return upstream;
+}
+
+void CmVZKSourceToolkit::RequirePlayback(const char* operation) const {
+  if (!m_IsConnected) {
+    throw CmNotConnectedError<1>();
+  }
+  if (m_IsLive) {
+    throw CmInvalidOperationError<1>(operation);
+  }
+}
+
+// ---- navigation ----
+
+uint32_t CmVZKSourceToolkit::MoveFirst() {
+  RequirePlayback("MoveFirst");
+  return FirstPlaybackUpstream("MoveFirst")->MoveFirst();
+}
+
+uint32_t CmVZKSourceToolkit::MoveLast() {
+  RequirePlayback("MoveLast");
+  return FirstPlaybackUpstream("MoveLast")->MoveLast();
+}
+
+uint32_t CmVZKSourceToolkit::MoveNext() {
+  RequirePlayback("MoveNext");
+  return FirstPlaybackUpstream("MoveNext")->MoveNext();
+}
+
+uint32_t CmVZKSourceToolkit::MovePrevious() {
+  RequirePlayback("MovePrevious");
+  return FirstPlaybackUpstream("MovePrevious")->MovePrevious();
+}
+
+uint32_t CmVZKSourceToolkit::MoveNextSequence() {
+  RequirePlayback("MoveNextSequence");
+  return FirstPlaybackUpstream("MoveNextSequence")->MoveNextSequence();
+}
+
+uint32_t CmVZKSourceToolkit::MovePreviousSequence() {
+  RequirePlayback("MovePreviousSequence");
+  return FirstPlaybackUpstream("MovePreviousSequence")->MovePreviousSequence();
+}
+
+uint32_t CmVZKSourceToolkit::MoveTo(int64_t time, SmMoveMode mode) {
+  if (mode > MoveAtOrAfter) {
+    // A mode outside the interface's enumeration is a broken host.
+    std::abort();
+  }
+  RequirePlayback("MoveTo");
+  return FirstPlaybackUpstream("MoveTo")->MoveTo(time, mode);
+}
+
+// ---- data ----
+
+uint32_t CmVZKSourceToolkit::GetData(ImData** out) {
+  RequirePlayback("GetData");
+  return FetchAndProcess(out, 0);
+}
+
+uint32_t CmVZKSourceToolkit::GetLiveData(ImData** out, uint32_t timeout) {
+  if (!m_IsConnected) {
+    throw CmNotConnectedError<1>();
+  }
+  if (!m_IsLive) {
+    throw CmInvalidOperationError<2>("GetLiveData");
+  }
+  return FetchAndProcess(out, timeout);
+}
+
+void CmVZKSourceToolkit::StartLiveStream() {
+  if (!m_IsConnected) {
+    throw CmNotConnectedError<1>();
+  }
+  m_IsLive = true;
+  FirstLiveUpstream("StartLiveStream")->StartLiveStream();
+}
+
+void CmVZKSourceToolkit::StopLiveStream() {
+  if (!m_IsConnected) {
+    throw CmNotConnectedError<1>();
+  }
+  m_IsLive = false;
+  FirstLiveUpstream("StopLiveStream")->StopLiveStream();
+}
+
+uint32_t CmVZKSourceToolkit::FetchAndProcess(ImData** out, uint32_t timeout) {
+  if (out == nullptr) {
+    throw CmInvalidArgumentError<2>("out");
+  }
+  *out = nullptr;
+  ImData* item = nullptr;
+  const uint32_t status = m_IsLive ? FirstLiveUpstream("GetLiveData")->GetLiveData(&item, timeout)
+                                   : FirstPlaybackUpstream("GetData")->GetData(&item);
+  std::unique_ptr<ImData> owned(item);
+  if (status != StatusSuccess) {
+    return status;
+  }
+  if (m_IsLive && dynamic_cast<ImOutOfBandData*>(item) != nullptr) {
+    *out = owned.release();
+    return status;
+  }
+  if (item == nullptr) {
+    throw CmInvalidArgumentError<2>(GetElementName());
+  }
+  ImData* result = nullptr;
+  try {
+    ProcessData(item, &result);
+  } catch (const ImToolkitError&) {
+    throw;
+  } catch (const NmError::CmError&) {
+    throw CmInvalidOperationError<0>(GetElementName());
+  }
+  if (result == item) {
+    owned.release();
+  }
+  *out = result;
+  return status;
+}
+
+} // namespace NmToolkit
