@@ -1,0 +1,358 @@
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <memory>
+#include <string>
+
+#include "Common/Error/Error.h"
+#include "Common/Xerces/Xerces.h"
+#include "Toolkits/ToolkitTestSupport.h"
+#include "Toolkits/VZKSourceToolkitPlugin/ToolkitErrors.h"
+#include "Toolkits/VZKSourceToolkitPlugin/VZKSourceToolkit.h"
+
+using namespace NmToolkit;
+using namespace NmToolkitTest;
+
+namespace {
+
+std::string BinaryDirectory() {
+  const char* build = std::getenv("VZK_BUILD_DIR");
+  return std::string(build ? build : ".") + "/bin";
+}
+
+// A toolkit of this library built from its own element, as every derived
+// toolkit is; it reads one key and can be told to fail in ProcessData.
+class CmProbeToolkit : public CmVZKSourceToolkit {
+public:
+  explicit CmProbeToolkit(const NmXerces::CmXmlNodePtr& node) : CmVZKSourceToolkit(node) {}
+
+  void ReadConfiguration() override {
+    ++readings;
+    width = GetConfigurationNumber("width", -1);
+    label = GetConfigurationValue("label", std::string("none"));
+  }
+  void ProcessData(ImData* in, ImData** out) override {
+    ++processed;
+    if (failure == "media") {
+      throw NmError::CmError(VZK_LOCATION, "decoder broke");
+    }
+    if (failure == "toolkit") {
+      throw CmInvalidArgumentError<2>("inner");
+    }
+    CmVZKSourceToolkit::ProcessData(in, out);
+  }
+  using CmVZKSourceToolkit::CopyPassedProperties;
+
+  int readings = 0;
+  int processed = 0;
+  double width = 0;
+  std::string label;
+  std::string failure;
+};
+
+struct ProbeTree {
+  explicit ProbeTree(const std::string& attributes, const std::string& items = DefaultItems) {
+    document = NmXerces::CmXmlWrapper::LoadXml("<probe " + attributes + ">" +
+                                               ScriptedToolkit(items) + "</probe>");
+    probe = std::make_unique<CmProbeToolkit>(document->GetDocumentElement());
+  }
+  NmXerces::CmXmlDocumentPtr document;
+  std::unique_ptr<CmProbeToolkit> probe;
+};
+
+template <typename Error, typename Call>
+std::string ErrorText(Call call) {
+  try {
+    call();
+  } catch (const Error& error) {
+    return error.what();
+  }
+  return "no error";
+}
+
+std::string PayloadOf(ImData* item) {
+  std::unique_ptr<ImData> owned(item);
+  return item ? std::string(reinterpret_cast<const char*>(item->GetDataPointer()),
+                            item->GetDataSize())
+              : "null";
+}
+
+class RootToolkitTest : public ::testing::Test {
+protected:
+  void SetUp() override {
+    journal = std::make_unique<ScriptedJournal>(BinaryDirectory());
+    ASSERT_TRUE(journal->IsOpen()) << "test plug-ins must lie beside the test program";
+    journal->Clear();
+  }
+  std::unique_ptr<ScriptedJournal> journal;
+};
+
+TEST_F(RootToolkitTest, StateTableGovernsEveryOperation) {
+  CmVZKSourceToolkit root(RootConfiguration(ScriptedToolkit()).c_str());
+  ASSERT_TRUE(root.IsConfigured());
+  ImData* item = nullptr;
+
+  const std::string notConnected = "Not connected to toolkit!";
+  EXPECT_EQ(ErrorText<ImNotConnectedError>([&] { root.MoveFirst(); }), notConnected);
+  EXPECT_EQ(ErrorText<ImNotConnectedError>([&] { root.MoveTo(0, MoveClosest); }), notConnected);
+  EXPECT_EQ(ErrorText<ImNotConnectedError>([&] { root.GetData(&item); }), notConnected);
+  EXPECT_EQ(ErrorText<ImNotConnectedError>([&] { root.GetLiveData(&item, 5); }), notConnected);
+  EXPECT_EQ(ErrorText<ImNotConnectedError>([&] { root.StartLiveStream(); }), notConnected);
+  EXPECT_EQ(ErrorText<ImNotConnectedError>([&] { root.StopLiveStream(); }), notConnected);
+  // Disconnecting an unconnected root reaches nothing upstream.
+  root.Disconnect();
+  root.UpdateValue("k", "v");
+  EXPECT_EQ(journal->Text(), "CreateInstance;UpdateValue(k=v);");
+
+  root.Connect(42);
+  EXPECT_EQ(root.MoveFirst(), StatusSuccess);
+  EXPECT_EQ(PayloadOf((root.GetData(&item), item)), "a");
+  EXPECT_EQ(root.MovePrevious(), StatusNoItem);
+  EXPECT_EQ(root.MoveLast(), StatusSuccess);
+  EXPECT_EQ(root.MoveNext(), StatusNoItem);
+  EXPECT_EQ(PayloadOf((root.GetData(&item), item)), "e");
+  EXPECT_EQ(root.MovePreviousSequence(), StatusSuccess);
+  EXPECT_EQ(PayloadOf((root.GetData(&item), item)), "c");
+  EXPECT_EQ(root.MoveNextSequence(), StatusSuccess);
+  EXPECT_EQ(PayloadOf((root.GetData(&item), item)), "e");
+  EXPECT_EQ(ErrorText<ImInvalidOperationError>([&] { root.GetLiveData(&item, 5); }),
+            "Operation GetLiveData is not allowed in playback mode!");
+
+  root.StartLiveStream();
+  EXPECT_TRUE(root.IsLive());
+  EXPECT_EQ(ErrorText<ImInvalidOperationError>([&] { root.MoveNext(); }),
+            "Operation MoveNext is not allowed in live mode!");
+  EXPECT_EQ(ErrorText<ImInvalidOperationError>([&] { root.MoveTo(1, MoveAfter); }),
+            "Operation MoveTo is not allowed in live mode!");
+  EXPECT_EQ(ErrorText<ImInvalidOperationError>([&] { root.GetData(&item); }),
+            "Operation GetData is not allowed in live mode!");
+  std::string live;
+  while (root.GetLiveData(&item, 7) == StatusSuccess) {
+    live += PayloadOf(item);
+  }
+  EXPECT_EQ(live, "abcde");
+  // Starting again forwards again.
+  root.StartLiveStream();
+  EXPECT_EQ(PayloadOf((root.GetLiveData(&item, 7), item)), "a");
+
+  // Disconnect in live mode leaves the live flag; a new Connect clears it.
+  root.Disconnect();
+  EXPECT_FALSE(root.IsConnected());
+  EXPECT_TRUE(root.IsLive());
+  EXPECT_EQ(ErrorText<ImNotConnectedError>([&] { root.GetLiveData(&item, 5); }), notConnected);
+  root.Connect(43);
+  EXPECT_FALSE(root.IsLive());
+  root.StopLiveStream();
+  const std::string text = journal->Text();
+  EXPECT_NE(text.find("Connect(42);MoveFirst;GetData;"), std::string::npos) << text;
+  EXPECT_NE(text.find("GetLiveData(7);"), std::string::npos) << text;
+  EXPECT_NE(text.find("Disconnect;Connect(43);StopLiveStream;"), std::string::npos) << text;
+}
+
+TEST_F(RootToolkitTest, MoveToForwardsAllFiveModes) {
+  CmVZKSourceToolkit root(RootConfiguration(ScriptedToolkit()).c_str());
+  root.Connect(0);
+  ImData* item = nullptr;
+  const auto at = [&](int64_t time, SmMoveMode mode) {
+    if (root.MoveTo(time, mode) != StatusSuccess) {
+      return std::string("none");
+    }
+    root.GetData(&item);
+    return PayloadOf(item);
+  };
+  EXPECT_EQ(at(1500, MoveClosest), "b");
+  EXPECT_EQ(at(1040, MoveBefore), "a");
+  EXPECT_EQ(at(1039, MoveBefore), "none");
+  EXPECT_EQ(at(1079, MoveBefore), "a");
+  EXPECT_EQ(at(1040, MoveAtOrBefore), "b");
+  EXPECT_EQ(at(1040, MoveAfter), "c");
+  EXPECT_EQ(at(1040, MoveAtOrAfter), "b");
+  EXPECT_EQ(at(3001, MoveAtOrAfter), "none");
+  EXPECT_DEATH(root.MoveTo(0, static_cast<SmMoveMode>(5)), "");
+}
+
+TEST_F(RootToolkitTest, PropertiesAgreedAtConnect) {
+  const CmPropertyNameSet requested = {"Sequence_Number", "Custom_Property", "Has_Motion"};
+
+  // Under a "toolkit" element the plug-in's answer stands, foreign names included.
+  CmVZKSourceToolkit root(RootConfiguration(ScriptedToolkit()).c_str());
+  CmPropertyNameSet supported;
+  root.Connect(requested, supported, 1);
+  EXPECT_EQ(supported, (CmPropertyNameSet{"Custom_Property", "Sequence_Number"}));
+
+  // A second Connect does nothing, not even to `supported`.
+  CmPropertyNameSet untouched = {"marker"};
+  root.Connect(requested, untouched, 2);
+  EXPECT_EQ(untouched, CmPropertyNameSet{"marker"});
+  EXPECT_EQ(journal->Text().find("Connect(2)"), std::string::npos);
+
+  // A toolkit of this library passes on every known name that was requested,
+  // whatever the upstream said, and nothing else.
+  ProbeTree tree("");
+  CmPropertyNameSet probeSupported;
+  tree.probe->Connect(requested, probeSupported, 3);
+  EXPECT_EQ(probeSupported, (CmPropertyNameSet{"Has_Motion", "Sequence_Number"}));
+
+  tree.probe->MoveFirst();
+  ImData* item = nullptr;
+  tree.probe->GetData(&item);
+  std::unique_ptr<ImData> owned(item);
+  CmVZKSourceToolkitProperties copied;
+  tree.probe->CopyPassedProperties(item, copied);
+  EXPECT_EQ(copied.GetCount(), 1u);
+  ASSERT_TRUE(copied.HasProperty("Sequence_Number"));
+  EXPECT_EQ(dynamic_cast<const ImStringProperty*>(copied.GetProperty("Sequence_Number"))->GetValue(),
+            "1");
+}
+
+TEST_F(RootToolkitTest, UpdateKeysDriveReadConfiguration) {
+  ProbeTree tree("width='10' width_update_key='w' label='plain'");
+  CmProbeToolkit& probe = *tree.probe;
+
+  // Before any reading the update key is unknown: stored, forwarded, no reading.
+  probe.UpdateValue("w", "20");
+  EXPECT_EQ(probe.readings, 0);
+  probe.Connect(0);
+  EXPECT_EQ(probe.readings, 1);
+  EXPECT_EQ(probe.width, 20) << "a value under the update key beats the attribute";
+  EXPECT_EQ(probe.label, "plain");
+
+  probe.UpdateValue("w", "20");
+  EXPECT_EQ(probe.readings, 1) << "an equal value causes no reading";
+  probe.UpdateValue("w", "abc");
+  EXPECT_EQ(probe.readings, 2);
+  EXPECT_EQ(probe.width, 0) << "non-numeric text reads as 0";
+  probe.UpdateValue("label", "other");
+  EXPECT_EQ(probe.readings, 2) << "label has no update key";
+
+  probe.UpdateValues({{"w", "abc"}, {"x", "1"}, {"w", "40"}});
+  EXPECT_EQ(probe.readings, 3) << "one reading for the whole list";
+  EXPECT_EQ(probe.width, 40);
+  probe.UpdateValues({{"x", "2"}, {"y", "3"}});
+  EXPECT_EQ(probe.readings, 3);
+  probe.UpdateValues({});
+  EXPECT_EQ(probe.readings, 3);
+
+  EXPECT_EQ(journal->Text().substr(journal->Text().find("UpdateValue(w=20)")),
+            "UpdateValue(w=20);Connect(0);UpdateValue(w=20);UpdateValue(w=abc);"
+            "UpdateValue(label=other);UpdateValues(w=abc,x=1,w=40,);UpdateValues(x=2,y=3,);"
+            "UpdateValues();");
+}
+
+TEST_F(RootToolkitTest, FetchAndProcessConvertsErrorsAndStatuses) {
+  const std::string items = "<item kind='null'/><item kind='status' status='7'/>"
+                            "<item kind='outofband' payload='oob'/><item payload='m'/>";
+  ProbeTree tree("", items);
+  CmProbeToolkit& probe = *tree.probe;
+  probe.Connect(0);
+  ImData* item = reinterpret_cast<ImData*>(0x1);
+
+  probe.MoveFirst();
+  EXPECT_EQ(ErrorText<ImInvalidArgumentError>([&] { probe.GetData(&item); }),
+            "Expected a value for argument probe!");
+  EXPECT_EQ(item, nullptr);
+  probe.MoveNext();
+  EXPECT_EQ(probe.GetData(&item), 7u) << "foreign statuses pass unchanged";
+  EXPECT_EQ(probe.processed, 0);
+
+  probe.MoveNext();
+  probe.failure = "media";
+  EXPECT_EQ(ErrorText<ImInvalidOperationError>([&] { probe.GetData(&item); }),
+            "Operation probe could not be performed!")
+      << "in playback every item goes through ProcessData";
+  probe.failure = "toolkit";
+  EXPECT_EQ(ErrorText<ImInvalidArgumentError>([&] { probe.GetData(&item); }),
+            "Expected a value for argument inner!");
+  // The media error must not be caught as a toolkit error, nor the reverse.
+  EXPECT_THROW(
+      {
+        try {
+          probe.failure = "media";
+          probe.ProcessData(nullptr, &item);
+        } catch (const ImToolkitError&) {
+          FAIL() << "a media error is no toolkit error";
+        }
+      },
+      NmError::CmError);
+
+  probe.failure.clear();
+  probe.StartLiveStream();
+  probe.failure = "media";
+  EXPECT_EQ(ErrorText<ImInvalidArgumentError>([&] { probe.GetLiveData(&item, 0); }),
+            "Expected a value for argument probe!");
+  EXPECT_EQ(probe.GetLiveData(&item, 0), 7u);
+  const int before = probe.processed;
+  ASSERT_EQ(probe.GetLiveData(&item, 0), StatusSuccess);
+  EXPECT_EQ(probe.processed, before) << "out-of-band items skip ProcessData in live mode";
+  EXPECT_NE(dynamic_cast<ImOutOfBandData*>(item), nullptr);
+  EXPECT_EQ(PayloadOf(item), "oob");
+  probe.failure.clear();
+  ASSERT_EQ(probe.GetLiveData(&item, 0), StatusSuccess);
+  EXPECT_EQ(PayloadOf(item), "m");
+  EXPECT_EQ(probe.GetLiveData(&item, 0), StatusNoItem);
+  EXPECT_EQ(ErrorText<ImInvalidArgumentError>([&] { probe.GetLiveData(nullptr, 0); }),
+            "Expected a value for argument out!");
+}
+
+TEST_F(RootToolkitTest, BadConfigurationShowsAtConnect) {
+  const std::string parseError = "Could not parse toolkit configuration xml!";
+  const auto connectError = [&](const std::string& xml) {
+    CmVZKSourceToolkit root(xml.c_str());
+    EXPECT_FALSE(root.IsConfigured()) << xml;
+    return ErrorText<ImConfigurationError>([&] { root.Connect(0); });
+  };
+  EXPECT_EQ(connectError("<toolkit><config>"), parseError);
+  EXPECT_EQ(connectError(""), parseError);
+  EXPECT_EQ(connectError(RootConfiguration("<unknown_element/>")), parseError);
+  EXPECT_EQ(connectError(RootConfiguration("<video_decoder/>")), parseError)
+      << "a toolkit that is not built yet fails like an unknown one";
+  EXPECT_EQ(connectError(RootConfiguration("<Toolkit type='source'/>")), parseError)
+      << "names compare exactly";
+  EXPECT_EQ(connectError(RootConfiguration("<toolkit><provider>scripted</provider></toolkit>")),
+            parseError);
+  EXPECT_EQ(connectError(RootConfiguration("<toolkit type='source'/>")), parseError);
+  EXPECT_EQ(connectError(RootConfiguration(ScriptedToolkit(DefaultItems, "", "source", "nosuch"))),
+            parseError);
+  EXPECT_EQ(connectError(RootConfiguration(ScriptedToolkit(DefaultItems, "", "source", "nullcreate"))),
+            parseError);
+  EXPECT_EQ(connectError(RootConfiguration(ScriptedToolkit(DefaultItems, "", "source", "notsource"))),
+            parseError);
+  {
+    ScriptedJournal broken(BinaryDirectory(), "ToolkitSourcePlugin_notsource.so");
+    auto deleted = reinterpret_cast<int (*)()>(dlsym(
+        dlopen((BinaryDirectory() + "/ToolkitSourcePlugin_notsource.so").c_str(), RTLD_NOW | RTLD_NOLOAD),
+        "BrokenPluginDeletedCount"));
+    ASSERT_NE(deleted, nullptr);
+    EXPECT_EQ(deleted(), 1) << "a toolkit that is no source goes back through its library";
+  }
+
+  // Two children: the first is fully built, then the root records failure;
+  // the first is still deleted with the root.
+  journal->Clear();
+  EXPECT_EQ(connectError(RootConfiguration(ScriptedToolkit() + ScriptedToolkit())), parseError);
+  EXPECT_EQ(journal->Text(), "CreateInstance;Delete;");
+  EXPECT_EQ(journal->Instances(), 0);
+
+  // An unknown element deep in the tree, after a good sibling.
+  journal->Clear();
+  NmXerces::CmXmlDocumentPtr document = NmXerces::CmXmlWrapper::LoadXml(
+      "<probe>" + ScriptedToolkit() + "<no_such_toolkit/>" + ScriptedToolkit() + "</probe>");
+  {
+    CmProbeToolkit probe(document->GetDocumentElement());
+    EXPECT_FALSE(probe.IsConfigured());
+    EXPECT_EQ(ErrorText<ImConfigurationError>([&] { probe.Connect(0); }), parseError);
+  }
+  EXPECT_EQ(journal->Text(), "CreateInstance;Delete;")
+      << "one toolkit is built before the unknown element and none after it";
+
+  // An empty config is a configured root without a chain: it connects and
+  // fails when asked for data.
+  CmVZKSourceToolkit empty(RootConfiguration("").c_str());
+  EXPECT_TRUE(empty.IsConfigured());
+  empty.Connect(0);
+  ImData* item = nullptr;
+  EXPECT_EQ(ErrorText<ImInvalidOperationError>([&] { empty.GetData(&item); }),
+            "Operation GetData could not be performed!");
+}
+
+} // namespace

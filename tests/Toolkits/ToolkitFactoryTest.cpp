@@ -1,0 +1,114 @@
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <string>
+
+#include "Toolkits/ToolkitTestSupport.h"
+#include "Toolkits/VZKSourceToolkitPlugin/ToolkitErrors.h"
+#include "Toolkits/VZKSourceToolkitPlugin/ToolkitFactory.h"
+
+using namespace NmToolkit;
+using namespace NmToolkitTest;
+
+namespace {
+
+std::string BinaryDirectory() {
+  const char* build = std::getenv("VZK_BUILD_DIR");
+  return std::string(build ? build : ".") + "/bin";
+}
+
+template <typename Error>
+std::string CreateError(CmToolkitFactory& factory, const std::string& xml,
+                        uint32_t* code = nullptr) {
+  try {
+    ImToolkit* toolkit = factory.CreateInstance(xml.c_str());
+    factory.DeleteInstance(toolkit);
+  } catch (const Error& error) {
+    if (code) {
+      *code = error.GetErrorCode();
+    }
+    return error.what();
+  }
+  return "no error";
+}
+
+TEST(ToolkitFactoryTest, NamesLibrariesFromTypeAndProvider) {
+  EXPECT_EQ(CmToolkitFactory::LibraryName("source", "cam"), "ToolkitSourcePlugin_cam");
+  EXPECT_EQ(CmToolkitFactory::LibraryName("export", "cam"), "ToolkitExportPlugin_cam");
+  EXPECT_EQ(CmToolkitFactory::LibraryName("Source", "cam"), "");
+
+  CmToolkitFactory factory;
+  uint32_t code = 99;
+  EXPECT_EQ(CreateError<ImFileError>(factory, ScriptedToolkit(DefaultItems, "", "Source"), &code),
+            "Could not open file !");
+  EXPECT_EQ(code, 6u);
+  EXPECT_EQ(CreateError<ImFileError>(factory, ScriptedToolkit(DefaultItems, "", "source", "nosuch")),
+            "Could not open file ToolkitSourcePlugin_nosuch!");
+  EXPECT_EQ(CreateError<ImConfigurationError>(factory, "<toolkit><provider>x</provider></toolkit>",
+                                              &code),
+            "Toolkit type is not specified!");
+  EXPECT_EQ(code, 1u);
+  EXPECT_EQ(CreateError<ImConfigurationError>(factory, "<other type='source'/>"),
+            "Toolkit type is not specified!");
+  EXPECT_EQ(CreateError<ImConfigurationError>(factory, "<toolkit type='source'/>", &code),
+            "Toolkit provider is not specified!");
+  EXPECT_EQ(code, 2u);
+  EXPECT_EQ(CreateError<ImConfigurationError>(
+                factory, "<toolkit type='source'><provider><x/></provider></toolkit>"),
+            "Toolkit provider is not specified!");
+  EXPECT_EQ(CreateError<ImConfigurationError>(factory, "<toolkit type='source'><provider>", &code),
+            "Could not parse toolkit configuration xml!");
+  EXPECT_EQ(code, 0u);
+
+  // Broken libraries: all end in the same file error, naming the library.
+  EXPECT_EQ(CreateError<ImFileError>(factory, ScriptedToolkit("", "", "source", "nodelete")),
+            "Could not open file ToolkitSourcePlugin_nodelete!");
+  EXPECT_FALSE(factory.IsLibraryLoaded("ToolkitSourcePlugin_nodelete"));
+  EXPECT_EQ(CreateError<ImFileError>(factory, ScriptedToolkit("", "", "source", "nullcreate")),
+            "Could not open file ToolkitSourcePlugin_nullcreate!");
+  EXPECT_TRUE(factory.IsLibraryLoaded("ToolkitSourcePlugin_nullcreate"));
+  EXPECT_EQ(factory.GetToolkitCount("ToolkitSourcePlugin_nullcreate"), 1u)
+      << "a null toolkit is recorded too";
+}
+
+TEST(ToolkitFactoryTest, LoadsEachLibraryOnceAndDeletesThroughIt) {
+  ScriptedJournal journal(BinaryDirectory());
+  ASSERT_TRUE(journal.IsOpen());
+  journal.Clear();
+  const int before = journal.Instances();
+  {
+    CmToolkitFactory factory;
+    // Provider text is trimmed and lower-cased.
+    ImToolkit* first =
+        factory.CreateInstance(ScriptedToolkit(DefaultItems, "", "source", " \n Scripted\t").c_str());
+    ImToolkit* second = factory.CreateInstance(ScriptedToolkit().c_str());
+    ImToolkit* exported =
+        factory.CreateInstance(ScriptedToolkit(DefaultItems, "", "export").c_str());
+    ASSERT_NE(first, nullptr);
+    ASSERT_NE(second, nullptr);
+    ASSERT_NE(exported, nullptr);
+    EXPECT_NE(dynamic_cast<ImPlaybackSourceToolkit*>(first), nullptr);
+    EXPECT_EQ(factory.GetToolkitCount("ToolkitSourcePlugin_scripted"), 2u);
+    EXPECT_EQ(factory.GetToolkitCount("ToolkitExportPlugin_scripted"), 1u);
+    EXPECT_EQ(journal.Instances(), before + 2);
+
+    factory.DeleteInstance(first);
+    EXPECT_EQ(journal.Instances(), before + 1);
+    EXPECT_TRUE(factory.IsLibraryLoaded("ToolkitSourcePlugin_scripted"))
+        << "a library stays loaded when a toolkit goes";
+    factory.DeleteInstance(first);
+    factory.DeleteInstance(nullptr);
+    int foreign = 0;
+    factory.DeleteInstance(reinterpret_cast<ImToolkit*>(&foreign));
+    EXPECT_EQ(journal.Instances(), before + 1) << "unknown pointers are ignored";
+    factory.DeleteInstance(second);
+    EXPECT_EQ(journal.Instances(), before);
+    EXPECT_EQ(factory.GetToolkitCount("ToolkitSourcePlugin_scripted"), 0u);
+    EXPECT_TRUE(factory.IsLibraryLoaded("ToolkitSourcePlugin_scripted"));
+    // `exported` is left for the factory's destructor.
+  }
+  // The export library keeps a journal of its own.
+  EXPECT_EQ(journal.Text(), "CreateInstance;CreateInstance;Delete;Delete;");
+}
+
+} // namespace
