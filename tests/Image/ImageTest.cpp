@@ -1,0 +1,267 @@
+#include <gtest/gtest.h>
+
+#include "MediaProcessing/Image/Image.h"
+#include "MediaProcessing/Image/ReferenceCountingImageAllocator.h"
+#include "MediaProcessing/Image/StaticImageAllocator.h"
+#include "support/ImageTestSupport.h"
+
+using namespace NmMediaProcessing;
+using NmImageTest::ExpectError;
+using NmImageTest::Sample;
+
+namespace {
+
+class CmTaggedAttributes : public ImImageAttributes {
+public:
+  explicit CmTaggedAttributes(int tag) : m_Tag(tag) {}
+  CmTaggedAttributes* Clone() const override { return new CmTaggedAttributes(*this); }
+  int m_Tag;
+};
+
+// Row y, column x of plane p holds a value that tells all three apart.
+void FillPattern(CmImage& image) {
+  auto& allocator = image.Allocator();
+  for (uint64_t p = 0; p < allocator.GetPlaneCount(); ++p) {
+    const auto plane = allocator.GetWriteablePlane(p);
+    for (uint64_t y = 0; y < plane.height; ++y) {
+      for (uint64_t x = 0; x < plane.width * plane.pixelStride; ++x) {
+        plane.data[y * plane.rowStride + x] = static_cast<uint8_t>(p * 100 + y * 10 + x);
+      }
+    }
+  }
+}
+
+} // namespace
+
+TEST(Image, EmptyImageRefusesPixelAccess) {
+  CmImage image;
+  EXPECT_FALSE(image.IsValid());
+  EXPECT_EQ(image.GetWidth(), 0u);
+  EXPECT_EQ(image.GetHeight(), 0u);
+  EXPECT_EQ(image.GetAlignment(), 32u); // the default allocator's default
+  ExpectError([&] { (void)image.GetColorFormat(); }, "No valid image data", 1,
+              "NmMediaProcessing::CmBaseImage::GetColorFormat");
+  ExpectError([&] { (void)image.Allocator(); }, "No valid image data", 1,
+              "NmMediaProcessing::CmBaseImage::Allocator");
+  const CmImage& constant = image;
+  ExpectError([&] { (void)constant.Allocator(); }, "No valid image data", 1,
+              "NmMediaProcessing::CmBaseImage::Allocator");
+}
+
+TEST(Image, AllocateResetsAttributesAndReusesPlanes) {
+  CmImage image;
+  image.Allocate(64, 48, YCbCr420_Planar);
+  const uint8_t* before = image.Allocator().GetPlane(2).data;
+  image.GetAttributes().aspectRatio = 2.0;
+  image.GetAttributes().interlacing = InterleavedTopFirst;
+  image.GetAttributes().attribute3 = 7;
+  image.SetExtendedAttributes(std::make_unique<CmTaggedAttributes>(3));
+  image.Allocate(64, 48, YCbCr420_Planar);
+  EXPECT_EQ(image.Allocator().GetPlane(2).data, before);
+  EXPECT_EQ(image.GetAttributes().aspectRatio, 1.0);
+  EXPECT_EQ(image.GetAttributes().interlacing, Progressive);
+  EXPECT_EQ(image.GetAttributes().attribute3, 0u);
+  EXPECT_EQ(image.GetExtendedAttributes(), nullptr);
+  EXPECT_EQ(image.GetWidth(), 64u);
+  EXPECT_EQ(image.GetHeight(), 48u);
+  EXPECT_EQ(image.GetAlignment(), 32u);
+  image.Allocate(64, 48, YCbCr420_Planar, 64);
+  EXPECT_EQ(image.GetAlignment(), 64u);
+  // A failing allocation leaves the image as it was.
+  ExpectError([&] { image.Allocate(0, 48, Gray); }, "Image width is out of range", 2);
+  EXPECT_TRUE(image.IsValid());
+  EXPECT_EQ(image.GetColorFormat(), YCbCr420_Planar);
+}
+
+TEST(Image, CopiesSharePlanesUntilWritten) {
+  CmImage source;
+  source.Allocate(10, 6, RGB24);
+  FillPattern(source);
+  source.GetAttributes().aspectRatio = 0.5;
+  source.SetExtendedAttributes(std::make_unique<CmTaggedAttributes>(9));
+
+  CmImage copy(source);
+  EXPECT_EQ(copy.Allocator().GetPlane(0).data, source.Allocator().GetPlane(0).data);
+  EXPECT_TRUE(source.Allocator().IsSharedPlane(0));
+  EXPECT_EQ(copy.GetAttributes().aspectRatio, 0.5);
+  ASSERT_NE(copy.GetExtendedAttributes(), nullptr);
+  EXPECT_NE(copy.GetExtendedAttributes(), source.GetExtendedAttributes());
+  EXPECT_EQ(dynamic_cast<const CmTaggedAttributes&>(*copy.GetExtendedAttributes()).m_Tag, 9);
+
+  const auto written = copy.Allocator().GetWriteablePlane(0);
+  EXPECT_NE(written.data, source.Allocator().GetPlane(0).data);
+  written.data[0] = 255;
+  EXPECT_EQ(Sample(source, 0, 0, 0), 0);
+  EXPECT_EQ(Sample(copy, 0, 1, 2, 1), Sample(source, 0, 1, 2, 1));
+  EXPECT_FALSE(source.Allocator().IsSharedPlane(0));
+
+  // A copy from a foreign allocator copies pixels: nobody knows how long they live.
+  std::vector<uint8_t> buffer(4 * 3, 5);
+  CmImage wrapped(std::make_unique<CmStaticImageAllocator>(
+      4, 3, Gray, std::vector<std::pair<uint64_t, uint8_t*>>{{4, buffer.data()}}));
+  EXPECT_EQ(wrapped.GetWidth(), 4u);
+  CmImage detached(wrapped);
+  EXPECT_NE(detached.Allocator().GetPlane(0).data, buffer.data());
+  EXPECT_EQ(Sample(detached, 0, 3, 2), 5);
+
+  // Assignment from an empty image empties the target; self-assignment does nothing.
+  CmImage target(source);
+  target = target;
+  EXPECT_TRUE(target.IsValid());
+  target = CmImage();
+  EXPECT_FALSE(target.IsValid());
+  EXPECT_EQ(target.GetWidth(), 0u);
+  EXPECT_EQ(target.GetExtendedAttributes(), nullptr);
+}
+
+TEST(Image, AllocatorHandOver) {
+  CmImage image;
+  image.GetAttributes().aspectRatio = 3.0;
+  auto allocator = std::make_unique<CmReferenceCountingImageAllocator>();
+  allocator->Allocate(7, 5, BGRA);
+  const uint8_t* pixels = allocator->GetPlane(0).data;
+  image.SetAllocator(std::move(allocator));
+  EXPECT_EQ(image.GetWidth(), 7u);
+  EXPECT_EQ(image.GetHeight(), 5u);
+  EXPECT_EQ(image.GetAttributes().aspectRatio, 1.0);
+  EXPECT_EQ(image.Allocator().GetPlane(0).data, pixels);
+
+  std::unique_ptr<ImImageMemoryAllocation> released = image.ReleaseAllocator();
+  EXPECT_FALSE(image.IsValid());
+  EXPECT_EQ(image.GetWidth(), 0u);
+  ASSERT_EQ(released->GetPlaneCount(), 1u);
+  EXPECT_EQ(released->GetPlane(0).data, pixels);
+  image.Allocate(2, 2, Gray);
+  EXPECT_TRUE(image.IsValid());
+}
+
+TEST(Image, ReleaseIfSharedDropsOnlySharedPlanes) {
+  CmImage image;
+  image.Allocate(8, 8, YCbCr444_Planar);
+  image.GetAttributes().aspectRatio = 2.0;
+  image.ReleaseIfShared();
+  EXPECT_TRUE(image.IsValid());
+  EXPECT_EQ(image.GetAttributes().aspectRatio, 2.0);
+  CmImage reader(image);
+  image.ReleaseIfShared();
+  EXPECT_FALSE(image.IsValid());
+  EXPECT_EQ(image.GetAttributes().aspectRatio, 1.0);
+  EXPECT_TRUE(reader.IsValid());
+  EXPECT_FALSE(reader.Allocator().IsSharedPlane(0));
+}
+
+TEST(Image, CopyAttributesReplacesOrDropsExtendedOnes) {
+  CmImage a;
+  CmImage b;
+  b.SetExtendedAttributes(std::make_unique<CmTaggedAttributes>(1));
+  b.GetAttributes().timeStamp = NmTimeStamp::CmTimeStamp::FromMilliseconds(1234);
+  b.GetAttributes().subColorFormat = SubColorFormatVideoRange;
+  b.GetAttributes().orientation.rotation = 3;
+  a.CopyAttributes(b);
+  EXPECT_EQ(a.GetAttributes().timeStamp.GetMilliseconds(), 1234);
+  EXPECT_EQ(a.GetAttributes().subColorFormat, SubColorFormatVideoRange);
+  EXPECT_EQ(a.GetAttributes().orientation.rotation, 3u);
+  ASSERT_NE(a.GetExtendedAttributes(), nullptr);
+  b.CopyAttributes(CmImage());
+  EXPECT_EQ(b.GetExtendedAttributes(), nullptr);
+  EXPECT_EQ(b.GetAttributes().orientation.rotation, 0u);
+}
+
+TEST(Image, SplitFieldsRefusesWhatHasNoTwoFields) {
+  CmImage image;
+  image.Allocate(4, 4, Gray);
+  CmImage first;
+  CmImage second;
+  const std::string name = "NmMediaProcessing::CmImage::SplitFields";
+  ExpectError([&] { image.SplitFields(first, second); },
+              "Cannot split fields in an image that is not interlaced", 2, name);
+  image.GetAttributes().interlacing = TopFieldOnly;
+  ExpectError([&] { image.SplitFields(first, second); }, "Image doesn't contain a bottom field", 2,
+              name);
+  image.GetAttributes().interlacing = BottomFieldOnly;
+  ExpectError([&] { image.SplitFields(first, second); }, "Image doesn't contain a top field", 2,
+              name);
+  image.GetAttributes().interlacing = static_cast<Interlacing>(7);
+  ExpectError([&] { image.SplitFields(first, second); }, "Unknown interlacing format", 0, name);
+  CmImage line;
+  line.Allocate(4, 1, Gray);
+  line.GetAttributes().interlacing = InterleavedTopFirst;
+  ExpectError([&] { line.SplitFields(first, second); },
+              "An image of height 1 doesn't contain two fields", 1, name);
+  EXPECT_FALSE(first.IsValid());
+}
+
+TEST(Image, SplitFieldsOfInterleavedAndSeparateLayouts) {
+  // Height 5: the top field has rows 0, 2, 4 and the bottom rows 1, 3.
+  CmImage image;
+  image.Allocate(3, 5, Gray);
+  FillPattern(image);
+  image.GetAttributes().interlacing = InterleavedTopFirst;
+  image.GetAttributes().aspectRatio = 1.25;
+  CmImage first;
+  CmImage second;
+  image.SplitFields(first, second);
+  ASSERT_EQ(first.GetHeight(), 3u);
+  ASSERT_EQ(second.GetHeight(), 2u);
+  EXPECT_EQ(first.GetWidth(), 3u);
+  EXPECT_EQ(first.GetAttributes().interlacing, TopFieldOnly);
+  EXPECT_EQ(second.GetAttributes().interlacing, BottomFieldOnly);
+  EXPECT_EQ(second.GetAttributes().aspectRatio, 1.25);
+  for (uint64_t y = 0; y < 3; ++y) {
+    EXPECT_EQ(Sample(first, 0, 2, y), Sample(image, 0, 2, 2 * y));
+  }
+  for (uint64_t y = 0; y < 2; ++y) {
+    EXPECT_EQ(Sample(second, 0, 1, y), Sample(image, 0, 1, 2 * y + 1));
+  }
+
+  // Bottom first puts the bottom field in the first argument.
+  image.GetAttributes().interlacing = InterleavedBottomFirst;
+  image.SplitFields(first, second);
+  EXPECT_EQ(first.GetAttributes().interlacing, BottomFieldOnly);
+  EXPECT_EQ(first.GetHeight(), 2u);
+  EXPECT_EQ(Sample(first, 0, 0, 1), Sample(image, 0, 0, 3));
+
+  // Separate fields of height 5: the bottom field begins at row 3.
+  image.GetAttributes().interlacing = SeparateTopFirst;
+  image.SplitFields(first, second);
+  EXPECT_EQ(Sample(first, 0, 0, 2), Sample(image, 0, 0, 2));
+  EXPECT_EQ(Sample(second, 0, 0, 0), Sample(image, 0, 0, 3));
+
+  // Stored upside down, the picture's top field is on the odd rows.
+  image.GetAttributes().interlacing = InterleavedTopFirst;
+  image.GetAttributes().orientation.flippedVertically = true;
+  image.SplitFields(first, second);
+  EXPECT_EQ(first.GetHeight(), 3u);
+  EXPECT_EQ(Sample(first, 0, 0, 0), Sample(image, 0, 0, 1));
+  EXPECT_TRUE(first.GetAttributes().orientation.flippedVertically);
+
+  // A rotated picture has no rows to split.
+  image.GetAttributes().orientation = Orientation();
+  image.GetAttributes().orientation.rotation = 1;
+  ExpectError([&] { image.SplitFields(first, second); },
+              "Can not get an interleaved field from a rotated image", 1);
+}
+
+TEST(Image, SplitFieldsOfPlanarFormats) {
+  CmImage image;
+  image.Allocate(6, 8, YCbCr420_Planar);
+  FillPattern(image);
+  image.GetAttributes().interlacing = InterleavedTopFirst;
+  CmImage first;
+  CmImage second;
+  image.SplitFields(first, second);
+  ASSERT_EQ(first.GetColorFormat(), YCbCr420_Planar);
+  EXPECT_EQ(first.GetHeight(), 4u);
+  EXPECT_EQ(first.Allocator().GetPlane(1).height, 2u);
+  EXPECT_EQ(Sample(second, 1, 2, 1), Sample(image, 1, 2, 3));
+  EXPECT_EQ(Sample(first, 2, 0, 1), Sample(image, 2, 0, 2));
+
+  image.Allocate(6, 5, YCbCr422_Planar);
+  FillPattern(image);
+  image.GetAttributes().interlacing = SeparateBottomFirst;
+  image.SplitFields(first, second);
+  EXPECT_EQ(first.GetHeight(), 2u);
+  EXPECT_EQ(first.Allocator().GetPlane(2).height, 2u);
+  EXPECT_EQ(Sample(first, 2, 1, 1), Sample(image, 2, 1, 4));
+  EXPECT_EQ(Sample(second, 1, 1, 2), Sample(image, 1, 1, 2));
+}
