@@ -45,11 +45,13 @@ uint32_t CmBitReader::ReadBits(unsigned count) {
   uint32_t result = 0;
   for (unsigned i = 1; i <= count; ++i) {
     if (m_BitPosition == 8) {
-      m_BitPosition = 0;
+      // The position moves into the new byte only once it has arrived: a
+      // failed read must not leave the bits of the old byte to be read again.
       if (m_Stream == nullptr ||
           m_Stream->Read(&m_Current, 1, NmCommon::ImStreamTypes::Blocking) != 1) {
         throw CmBitStreamError(VZK_LOCATION, "Unable to read from input stream", 1);
       }
+      m_BitPosition = 0;
       ++m_BytesRead;
     }
     const uint32_t bit = (m_Current >> (7 - m_BitPosition)) & 1u;

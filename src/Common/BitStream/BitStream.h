@@ -29,7 +29,8 @@ using CmBitStreamError = NmError::CmCodedError<CmBitStreamErrorTag>;
 // Bytes from memory that the caller keeps alive.
 class CmReadBuffer : public NmCommon::ImInputStream {
 public:
-  CmReadBuffer(const void* data, size_t size) : m_Data(static_cast<const uint8_t*>(data)), m_Size(size) {}
+  CmReadBuffer(const void* data, size_t size)
+      : m_Data(static_cast<const uint8_t*>(data)), m_Size(size) {}
   ~CmReadBuffer() override;
   size_t Read(void* buffer, size_t size, Mode mode) override;
 

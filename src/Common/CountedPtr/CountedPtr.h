@@ -31,11 +31,20 @@ private:
 
 // A counted pointer whose counting policy is chosen by the owner; the object
 // is deleted when the last pointer lets go.
-template <typename T, typename Count = CmUnserializedReferenceCount>
-class CmCountedPtr {
+template <typename T, typename Count = CmUnserializedReferenceCount> class CmCountedPtr {
 public:
   CmCountedPtr() = default;
-  explicit CmCountedPtr(T* object) : m_Object(object), m_Count(object ? new Count : nullptr) {}
+  // Takes the object over; it is deleted even if the count cannot be made.
+  explicit CmCountedPtr(T* object) : m_Object(object) {
+    if (object != nullptr) {
+      try {
+        m_Count = new Count;
+      } catch (...) {
+        delete object;
+        throw;
+      }
+    }
+  }
   CmCountedPtr(const CmCountedPtr& other) : m_Object(other.m_Object), m_Count(other.m_Count) {
     if (m_Count) {
       m_Count->Increment();
@@ -65,11 +74,18 @@ public:
 private:
   void Release() {
     if (m_Count && m_Count->Decrement()) {
-      delete m_Object;
-      delete m_Count;
+      Destroy(m_Object, m_Count);
     }
     m_Object = nullptr;
     m_Count = nullptr;
+  }
+
+  // Out of line on purpose: inlined, the compiler's use-after-free analysis
+  // cannot know that a count held by another pointer is above zero, and
+  // flags every copy that is released before the original is used again.
+  [[gnu::noinline]] static void Destroy(T* object, Count* count) {
+    delete object;
+    delete count;
   }
 
   T* m_Object = nullptr;

@@ -1,43 +1,98 @@
 #include "Common/Error/Error.h"
 
+#include <algorithm>
+#include <cctype>
 #include <cstring>
 #include <iostream>
 
 namespace NmError {
 
+namespace {
+
+bool IsIdentifierCharacter(char c) {
+  return std::isalnum(static_cast<unsigned char>(c)) || c == '_';
+}
+
+bool IsOperatorKeyword(const std::string& text, size_t at) {
+  constexpr size_t length = 8;
+  return text.compare(at, length, "operator") == 0 &&
+         (at == 0 || !IsIdentifierCharacter(text[at - 1])) &&
+         (at + length >= text.size() || !IsIdentifierCharacter(text[at + length]));
+}
+
+// The end of an operator's name that starts after the word "operator": the
+// symbols of "operator<<" or "operator->", the "()" of the call operator, or
+// the type of a conversion operator up to its parameter list.
+size_t SkipOperatorName(const std::string& text, size_t at) {
+  while (at < text.size() && text[at] == ' ') {
+    ++at;
+  }
+  if (text.compare(at, 2, "()") == 0 || text.compare(at, 2, "[]") == 0) {
+    return at + 2;
+  }
+  if (at < text.size() && IsIdentifierCharacter(text[at])) {
+    int angle = 0;
+    for (; at < text.size(); ++at) {
+      if (text[at] == '<') {
+        ++angle;
+      } else if (text[at] == '>') {
+        --angle;
+      } else if (text[at] == '(' && angle <= 0) {
+        break;
+      }
+    }
+    return at;
+  }
+  while (at < text.size() && std::strchr("+-*/%^&|~!=<>,", text[at]) != nullptr) {
+    ++at;
+  }
+  return at;
+}
+
+} // namespace
+
 std::string QualifiedFunctionName(const char* prettyFunction) {
   const std::string text = prettyFunction ? prettyFunction : "";
+  // clang names an anonymous namespace with parentheses of its own.
+  static const std::string anonymous = "(anonymous namespace)";
   // The parameter list starts at the first '(' outside template brackets.
   int angle = 0;
   size_t open = std::string::npos;
-  for (size_t i = 0; i < text.size(); ++i) {
+  size_t operatorAt = std::string::npos;
+  for (size_t i = 0; i < text.size();) {
+    if (text.compare(i, anonymous.size(), anonymous) == 0) {
+      i += anonymous.size();
+      continue;
+    }
+    if (IsOperatorKeyword(text, i)) {
+      operatorAt = i;
+      i = SkipOperatorName(text, i + 8);
+      continue;
+    }
     const char c = text[i];
     if (c == '<') {
       ++angle;
     } else if (c == '>') {
       --angle;
-    } else if (c == '(' && angle == 0) {
-      // "operator()" has its own parentheses before the parameter list.
-      if (i >= 8 && text.compare(i - 8, 8, "operator") == 0 && i + 1 < text.size() &&
-          text[i + 1] == ')') {
-        ++i;
-        continue;
-      }
+    } else if (c == '(' && angle <= 0) {
       open = i;
       break;
     }
+    ++i;
   }
   const std::string head = text.substr(0, open);
-  // The name starts after the last blank outside template brackets.
-  angle = 0;
+  // The name starts after the last blank outside brackets that comes before
+  // it; an operator's own name may hold blanks ("operator new").
+  const size_t limit = std::min(operatorAt, head.size());
+  int depth = 0;
   size_t start = 0;
-  for (size_t i = 0; i < head.size(); ++i) {
+  for (size_t i = 0; i < limit; ++i) {
     const char c = head[i];
-    if (c == '<') {
-      ++angle;
-    } else if (c == '>') {
-      --angle;
-    } else if (c == ' ' && angle == 0) {
+    if (c == '<' || c == '(') {
+      ++depth;
+    } else if (c == '>' || c == ')') {
+      --depth;
+    } else if (c == ' ' && depth == 0) {
       start = i + 1;
     }
   }
@@ -46,13 +101,17 @@ std::string QualifiedFunctionName(const char* prettyFunction) {
 
 std::string ComponentRelativeFile(const char* file) {
   std::string path = file ? file : "";
+  size_t pos = 0;
   const size_t src = path.rfind("/src/");
-  if (src == std::string::npos) {
+  if (src != std::string::npos) {
+    pos = src + 5;
+  } else if (path.compare(0, 4, "src/") == 0) {
+    pos = 4;
+  } else {
     const size_t slash = path.rfind('/');
     return slash == std::string::npos ? path : path.substr(slash + 1);
   }
-  // Skip "src/", the area ("Common", "MediaProcessing", ...) and the component.
-  size_t pos = src + 5;
+  // Skip the area ("Common", "MediaProcessing", ...) and the component.
   for (int skip = 0; skip < 2; ++skip) {
     const size_t next = path.find('/', pos);
     if (next == std::string::npos) {
@@ -90,9 +149,13 @@ CmError& CmError::operator=(const CmError& other) {
 
 CmError::~CmError() = default;
 
-const char* CmError::what() const noexcept { return m_Description.c_str(); }
+const char* CmError::what() const noexcept {
+  return m_Description.c_str();
+}
 
-CmError* CmError::Clone() const { return new CmError(*this); }
+CmError* CmError::Clone() const {
+  return new CmError(*this);
+}
 
 void CmError::GetFullText(std::string& out) const {
   out += m_Location;

@@ -48,8 +48,7 @@ protected:
 };
 
 // Derived errors repeat the same clone; this keeps it in one place.
-template <typename Derived, typename Base>
-class CmCloneable : public Base {
+template <typename Derived, typename Base> class CmCloneable : public Base {
 public:
   using Base::Base;
   CmError* Clone() const override { return new Derived(static_cast<const Derived&>(*this)); }
@@ -57,8 +56,7 @@ public:
 
 // An error that carries one 32-bit code of its own. Tag keeps each family a
 // distinct type, so that a catch of one never catches another.
-template <typename Tag>
-class CmCodedError : public CmError {
+template <typename Tag> class CmCodedError : public CmError {
 public:
   CmCodedError(std::string location, std::string description, uint32_t code)
       : CmError(std::move(location), std::move(description)), m_Code(code) {}
@@ -142,8 +140,7 @@ private:
 using CmIntegrityError = CmGenericError<CmIntegrityErrorCode>;
 
 // For long-lived objects that report failure by status: keeps the latest error.
-template <typename E>
-class CmLastError {
+template <typename E> class CmLastError {
 public:
   void SetLastError(const E& error) { m_LastError.reset(static_cast<E*>(error.Clone())); }
   void ClearLastError() { m_LastError.reset(); }
@@ -155,8 +152,7 @@ private:
 
 void PrintCodeLine(const CmError& error, const std::string& codes);
 
-template <typename Codes, typename Base>
-void CmGenericError<Codes, Base>::Print() const {
+template <typename Codes, typename Base> void CmGenericError<Codes, Base>::Print() const {
   PrintCodeLine(*this, ": error code " + std::to_string(m_ErrorCode));
   this->PrintInner();
 }

@@ -9,9 +9,12 @@ namespace {
 // The system's own text for an error number, or empty if it has none. The GNU
 // strerror_r may hand back a static text instead of filling the buffer.
 std::string SystemText(int number) {
+  // The caller's errno is left as it was: an error is often built before the
+  // code that failed has been told everything it wants to know.
+  const int saved = errno;
   char buffer[512] = {0};
-  errno = 0;
   const char* text = strerror_r(number, buffer, sizeof buffer);
+  errno = saved;
   if (text == nullptr || *text == '\0' || std::strncmp(text, "Unknown error", 13) == 0) {
     return {};
   }
@@ -37,8 +40,7 @@ CmSystemError::CmSystemError(std::string location, std::string description)
 
 CmSystemError::CmSystemError(std::string location, std::string description,
                              int32_t systemErrorNumber, const char* systemText)
-    : CmError(std::move(location), std::move(description)),
-      m_SystemErrorNumber(systemErrorNumber) {
+    : CmError(std::move(location), std::move(description)), m_SystemErrorNumber(systemErrorNumber) {
   std::string text = systemText ? systemText : "";
   if (text.empty() && systemErrorNumber != 0) {
     text = SystemText(systemErrorNumber);

@@ -75,8 +75,12 @@ CmTimeStamp CmTimeStamp::operator-(const CmTimeSpan& span) const {
   return FromTicks(m_Ticks - static_cast<uint64_t>(span.GetTicks()));
 }
 
-CmTimeStamp& CmTimeStamp::operator+=(const CmTimeSpan& span) { return *this = *this + span; }
-CmTimeStamp& CmTimeStamp::operator-=(const CmTimeSpan& span) { return *this = *this - span; }
+CmTimeStamp& CmTimeStamp::operator+=(const CmTimeSpan& span) {
+  return *this = *this + span;
+}
+CmTimeStamp& CmTimeStamp::operator-=(const CmTimeSpan& span) {
+  return *this = *this - span;
+}
 
 CmTimeRange::CmTimeRange()
     : m_Begin(CmTimeStamp::FromMilliseconds(1)), m_End(CmTimeStamp::FromMilliseconds(0)) {}
@@ -91,7 +95,7 @@ uint64_t CmTimeCorrector::Correct(uint64_t systemTicks, int64_t counter) {
   uint64_t result = systemTicks;
   if (m_HasLast) {
     const __int128 elapsed128 =
-        static_cast<__int128>(counter - m_LastCounter) * 10000000 / m_Frequency;
+        (static_cast<__int128>(counter) - m_LastCounter) * 10000000 / m_Frequency;
     const __int128 d = static_cast<__int128>(systemTicks) - static_cast<__int128>(m_LastResult);
     if (elapsed128 >= 0 && d + TenthSecond < 101000001 && elapsed128 <= d + TenthSecond &&
         d <= elapsed128 + TenthSecond) {

@@ -26,8 +26,12 @@ public:
   int64_t GetMilliseconds() const { return m_Ticks / static_cast<int64_t>(TicksPerMillisecond); }
 
   auto operator<=>(const CmTimeSpan&) const = default;
-  CmTimeSpan operator+(const CmTimeSpan& other) const { return CmTimeSpan(m_Ticks + other.m_Ticks); }
-  CmTimeSpan operator-(const CmTimeSpan& other) const { return CmTimeSpan(m_Ticks - other.m_Ticks); }
+  CmTimeSpan operator+(const CmTimeSpan& other) const {
+    return CmTimeSpan(m_Ticks + other.m_Ticks);
+  }
+  CmTimeSpan operator-(const CmTimeSpan& other) const {
+    return CmTimeSpan(m_Ticks - other.m_Ticks);
+  }
   CmTimeSpan operator-() const { return CmTimeSpan(-m_Ticks); }
 
 private:
@@ -94,7 +98,6 @@ private:
   int64_t m_Frequency;
   bool m_HasLast = false;
   int64_t m_LastCounter = 0;
-  uint64_t m_LastSystem = 0;
   uint64_t m_LastResult = 0;
 };
 } // namespace NmDetail

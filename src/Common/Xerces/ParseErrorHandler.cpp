@@ -14,7 +14,8 @@ bool CmParseErrorHandler::handleError(const xercesc::DOMError& error) {
   if (m_Count < MaximumReported) {
     const xercesc::DOMLocator* where = error.getLocation();
     m_Text << "Fatal parse error in '" << (where ? FromXmlText(where->getURI()) : std::string())
-           << "'" << ", line " << (where ? where->getLineNumber() : 0) << ", position "
+           << "'"
+           << ", line " << (where ? where->getLineNumber() : 0) << ", position "
            << (where ? where->getColumnNumber() : 0)
            << ", message: " << FromXmlText(error.getMessage()) << "." << std::endl;
   }

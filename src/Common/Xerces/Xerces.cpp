@@ -137,25 +137,40 @@ DOMNode* WalkPlainPath(DOMDocument* document, DOMNode* context, bool absolute,
 // knows a subset of the language; what it refuses becomes a CmXmlError.
 DOMNode* EvaluatePath(DOMDocument* document, DOMNode* context, const std::string& path,
                       const std::string& location) {
+  // The evaluator works from elements only. From the document node a relative
+  // path means the same as the absolute one, and an absolute path does not
+  // depend on its context element.
+  std::string expressionText = path;
+  if (context != nullptr && context->getNodeType() == DOMNode::DOCUMENT_NODE) {
+    if (!path.empty() && path[0] != '/' && path[0] != '.') {
+      expressionText = "/" + path;
+    }
+    context = document->getDocumentElement();
+  }
+  if (context == nullptr) {
+    return nullptr;
+  }
   try {
     DOMNode* resolverNode = document->getDocumentElement();
     std::unique_ptr<DOMXPathNSResolver, void (*)(DOMXPathNSResolver*)> resolver(
-        document->createNSResolver(resolverNode),
-        [](DOMXPathNSResolver* r) { r->release(); });
-    const std::u16string expression = ToXmlText(path);
+        document->createNSResolver(resolverNode), [](DOMXPathNSResolver* r) { r->release(); });
+    const std::u16string expression = ToXmlText(expressionText);
     std::unique_ptr<DOMXPathResult, void (*)(DOMXPathResult*)> result(
         document->evaluate(expression.c_str(), context, resolver.get(),
                            DOMXPathResult::FIRST_ORDERED_NODE_TYPE, nullptr),
         [](DOMXPathResult* r) { r->release(); });
     return result ? result->getNodeValue() : nullptr;
   } catch (const DOMXPathException& e) {
-    throw CmXmlError(location, "Error evaluating path '" + path + "': " + FromXmlText(e.getMessage()),
+    throw CmXmlError(location,
+                     "Error evaluating path '" + path + "': " + FromXmlText(e.getMessage()),
                      CmXmlErrorCode::PathFailed);
   } catch (const DOMException& e) {
-    throw CmXmlError(location, "Error evaluating path '" + path + "': " + FromXmlText(e.getMessage()),
+    throw CmXmlError(location,
+                     "Error evaluating path '" + path + "': " + FromXmlText(e.getMessage()),
                      CmXmlErrorCode::PathFailed);
   } catch (const XMLException& e) {
-    throw CmXmlError(location, "Error evaluating path '" + path + "': " + FromXmlText(e.getMessage()),
+    throw CmXmlError(location,
+                     "Error evaluating path '" + path + "': " + FromXmlText(e.getMessage()),
                      CmXmlErrorCode::PathFailed);
   }
 }
@@ -170,7 +185,9 @@ DOMNode* SelectFrom(DOMDocument* document, DOMNode* context, const std::string& 
   return EvaluatePath(document, context, path, location);
 }
 
-bool IsBlankOrControl(unsigned char c) { return std::isspace(c) || std::iscntrl(c); }
+bool IsBlankOrControl(unsigned char c) {
+  return std::isspace(c) || std::iscntrl(c);
+}
 
 std::string Trim(const std::string& text) {
   size_t begin = 0;
@@ -194,7 +211,8 @@ const char* const InvalidNodeAddChild = "Error adding child node. Invalid DOM tr
 
 void RequireNode(const DOMNode* node, const std::string& location, const char* message) {
   if (node == nullptr) {
-    throw NmError::CmIntegrityError(location, message, NmError::CmIntegrityErrorCode::InvalidPointer);
+    throw NmError::CmIntegrityError(location, message,
+                                    NmError::CmIntegrityErrorCode::InvalidPointer);
   }
 }
 
@@ -206,11 +224,12 @@ std::u16string ToXmlText(const std::string& utf8) {
   }
   CmXercesPlatform::EnsureInitialized();
   try {
-    TranscodeFromStr converted(reinterpret_cast<const XMLByte*>(utf8.data()), utf8.size(),
-                               "UTF-8");
+    TranscodeFromStr converted(reinterpret_cast<const XMLByte*>(utf8.data()), utf8.size(), "UTF-8");
     const XMLCh* text = converted.str();
     return text ? std::u16string(text, converted.length()) : std::u16string();
-  } catch (const TranscodingException&) {
+  } catch (const XMLException&) {
+    // Malformed input raises UTFDataFormatException as well as
+    // TranscodingException; both mean the text cannot be passed on.
     return u"???";
   }
 }
@@ -231,21 +250,41 @@ std::string FromXmlText(const char16_t* text) {
   try {
     TranscodeToStr converted(text, length, "UTF-8");
     return std::string(reinterpret_cast<const char*>(converted.str()), converted.length());
-  } catch (const TranscodingException&) {
+  } catch (const XMLException&) {
     return "???";
   }
 }
 
-template <> const char* XmlTypeName<std::string>() { return "std::string"; }
-template <> const char* XmlTypeName<bool>() { return "bool"; }
-template <> const char* XmlTypeName<int>() { return "int"; }
-template <> const char* XmlTypeName<unsigned int>() { return "unsigned int"; }
-template <> const char* XmlTypeName<long>() { return "long"; }
-template <> const char* XmlTypeName<unsigned long>() { return "unsigned long"; }
-template <> const char* XmlTypeName<long long>() { return "long long"; }
-template <> const char* XmlTypeName<unsigned long long>() { return "unsigned long long"; }
-template <> const char* XmlTypeName<float>() { return "float"; }
-template <> const char* XmlTypeName<double>() { return "double"; }
+template <> const char* XmlTypeName<std::string>() {
+  return "std::string";
+}
+template <> const char* XmlTypeName<bool>() {
+  return "bool";
+}
+template <> const char* XmlTypeName<int>() {
+  return "int";
+}
+template <> const char* XmlTypeName<unsigned int>() {
+  return "unsigned int";
+}
+template <> const char* XmlTypeName<long>() {
+  return "long";
+}
+template <> const char* XmlTypeName<unsigned long>() {
+  return "unsigned long";
+}
+template <> const char* XmlTypeName<long long>() {
+  return "long long";
+}
+template <> const char* XmlTypeName<unsigned long long>() {
+  return "unsigned long long";
+}
+template <> const char* XmlTypeName<float>() {
+  return "float";
+}
+template <> const char* XmlTypeName<double>() {
+  return "double";
+}
 
 void ThrowConversionError(const std::string& location, const char* what, const std::string& text,
                           const char* type) {
@@ -257,8 +296,7 @@ void ThrowConversionError(const std::string& location, const char* what, const s
 
 CmXmlDocumentPtr CmXmlWrapper::Create(const std::string& root) {
   CmXercesPlatform::EnsureInitialized();
-  DOMImplementation* implementation =
-      DOMImplementationRegistry::getDOMImplementation(u"Core LS");
+  DOMImplementation* implementation = DOMImplementationRegistry::getDOMImplementation(u"Core LS");
   if (implementation == nullptr) {
     throw CmXmlError(VZK_LOCATION, "Failed to get DOM implementation with feature(s) 'Core LS'!",
                      CmXmlErrorCode::NoImplementation);
@@ -298,6 +336,8 @@ CmXmlDocumentPtr CmXmlWrapper::LoadXml(const std::string& text) {
   // parser from reaching the file system or the network.
   configuration->setParameter(XMLUni::fgXercesLoadExternalDTD, false);
   configuration->setParameter(XMLUni::fgXercesDisableDefaultEntityResolution, true);
+  // Parsing goes on after a fatal error so that the report lists several.
+  configuration->setParameter(XMLUni::fgXercesContinueAfterFatalError, true);
 
   MemBufInputSource source(reinterpret_cast<const XMLByte*>(text.data()), text.size(), "memory",
                            false);
@@ -378,7 +418,8 @@ std::string CmXmlDocumentWrapper::ToString(const std::string& encoding) {
     output->setEncoding(encodingText.c_str());
     output->setByteStream(&target);
     if (!serializer->write(m_Document.get(), output.get())) {
-      throw CmXmlError(VZK_LOCATION, "Error serializing document!", CmXmlErrorCode::SerializeFailed);
+      throw CmXmlError(VZK_LOCATION, "Error serializing document!",
+                       CmXmlErrorCode::SerializeFailed);
     }
     return std::string(reinterpret_cast<const char*>(target.getRawBuffer()), target.getLen());
   } catch (const XMLException& e) {
@@ -442,7 +483,8 @@ void CmXmlNodeWrapper::SetAttributeValue(const std::string& name, const std::str
 CmXmlNodePtr CmXmlNodeWrapper::AddChild(const CmXmlNodePtr& node) {
   RequireNode(m_Node, VZK_LOCATION, InvalidNodeAddChild);
   if (!node || node->m_Node == nullptr) {
-    throw NmError::CmIntegrityError(VZK_LOCATION, "Error adding child node. Cannot add a null node!",
+    throw NmError::CmIntegrityError(VZK_LOCATION,
+                                    "Error adding child node. Cannot add a null node!",
                                     NmError::CmIntegrityErrorCode::InvalidPointer);
   }
   try {

@@ -41,12 +41,10 @@ std::u16string ToXmlText(const std::string& utf8);
 std::string FromXmlText(const char16_t* text);
 
 // Names of the types that value conversion reports.
-template <typename T>
-const char* XmlTypeName();
+template <typename T> const char* XmlTypeName();
 
 // Converts a text to T; false if the whole text is not a T.
-template <typename T>
-bool ConvertXmlText(const std::string& text, T& out) {
+template <typename T> bool ConvertXmlText(const std::string& text, T& out) {
   if constexpr (std::is_same_v<T, std::string>) {
     out = text;
     return true;
@@ -60,6 +58,13 @@ bool ConvertXmlText(const std::string& text, T& out) {
     }
     return true;
   } else {
+    // The stream reads "-1" as the largest unsigned value; a negative text is
+    // no unsigned number.
+    if constexpr (std::is_unsigned_v<T>) {
+      if (text.find('-') != std::string::npos) {
+        return false;
+      }
+    }
     std::istringstream stream(text);
     stream.imbue(std::locale::classic());
     T value{};
@@ -118,10 +123,8 @@ public:
   // Like the document's, with relative paths starting from this node.
   CmXmlNodePtr SelectSingleNode(const std::string& path);
 
-  template <typename T>
-  bool GetValue(T& out) const;
-  template <typename T>
-  bool GetAttributeValue(const std::string& name, T& out) const;
+  template <typename T> bool GetValue(T& out) const;
+  template <typename T> bool GetAttributeValue(const std::string& name, T& out) const;
 
   xercesc::DOMNode* GetNode() const { return m_Node; }
   const CmXmlDocumentPtr& GetDocument() const { return m_Document; }
@@ -142,8 +145,7 @@ public:
 [[noreturn]] void ThrowConversionError(const std::string& location, const char* what,
                                        const std::string& text, const char* type);
 
-template <typename T>
-bool CmXmlNodeWrapper::GetValue(T& out) const {
+template <typename T> bool CmXmlNodeWrapper::GetValue(T& out) const {
   std::string text;
   if (!GetValue(text)) {
     return false;

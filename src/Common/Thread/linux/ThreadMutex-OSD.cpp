@@ -44,8 +44,7 @@ void CmMutexOS::Lock() {
 void CmMutexOS::Unlock() {
   const int status = pthread_mutex_unlock(&m_Mutex);
   if (status != 0) {
-    ThrowMutexError(VZK_LOCATION, status, "Error unlocking mutex!",
-                    CmMutexErrorCode::UnlockFailed);
+    ThrowMutexError(VZK_LOCATION, status, "Error unlocking mutex!", CmMutexErrorCode::UnlockFailed);
   }
 }
 

@@ -26,9 +26,9 @@ bool CmTimeStampOS::ReadSystemTicks(uint64_t& ticks) {
   if (clock_gettime(CLOCK_REALTIME, &now) != 0) {
     return false;
   }
-  const __int128 value = (static_cast<__int128>(now.tv_sec) + MillisecondsFrom1601To1970 / 1000) *
-                             10000000 +
-                         now.tv_nsec / 100;
+  const __int128 value =
+      (static_cast<__int128>(now.tv_sec) + MillisecondsFrom1601To1970 / 1000) * 10000000 +
+      now.tv_nsec / 100;
   if (value < 0) {
     return false;
   }

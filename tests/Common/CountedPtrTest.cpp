@@ -1,0 +1,112 @@
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "Common/CountedPtr/CountedPtr.h"
+
+using NmCountedPtr::CmCountedPtr;
+using NmCountedPtr::CmSerializedReferenceCount;
+using NmCountedPtr::CmUnserializedReferenceCount;
+
+namespace {
+
+struct CmTracked {
+  explicit CmTracked(int& alive) : m_Alive(alive) { ++m_Alive; }
+  ~CmTracked() { --m_Alive; }
+  int& m_Alive;
+  int m_Value = 7;
+};
+
+template <typename Count> void ExerciseOwnership() {
+  int alive = 0;
+  {
+    CmCountedPtr<CmTracked, Count> first(new CmTracked(alive));
+    EXPECT_EQ(alive, 1);
+    EXPECT_EQ(first.UseCount(), 1u);
+    EXPECT_EQ(first->m_Value, 7);
+    {
+      CmCountedPtr<CmTracked, Count> second = first;
+      EXPECT_EQ(first.UseCount(), 2u);
+      EXPECT_EQ(second.Get(), first.Get());
+      CmCountedPtr<CmTracked, Count> moved = std::move(second);
+      EXPECT_FALSE(second);
+      EXPECT_EQ(second.UseCount(), 0u);
+      EXPECT_EQ(moved.UseCount(), 2u);
+      // Assigning over a pointer releases what it held.
+      int otherAlive = 0;
+      CmCountedPtr<CmTracked, Count> other(new CmTracked(otherAlive));
+      other = moved;
+      EXPECT_EQ(otherAlive, 0);
+      EXPECT_EQ(first.UseCount(), 3u);
+      other = other;
+      EXPECT_EQ(first.UseCount(), 3u);
+    }
+    EXPECT_EQ(first.UseCount(), 1u);
+    EXPECT_EQ(alive, 1);
+    first.Reset();
+    EXPECT_EQ(alive, 0);
+    EXPECT_FALSE(first);
+    first.Reset();
+  }
+  EXPECT_EQ(alive, 0);
+
+  const CmCountedPtr<CmTracked, Count> empty;
+  EXPECT_FALSE(empty);
+  EXPECT_EQ(empty.UseCount(), 0u);
+  const CmCountedPtr<CmTracked, Count> null(nullptr);
+  EXPECT_EQ(null.UseCount(), 0u);
+  CmCountedPtr<CmTracked, Count> copyOfNull = null;
+  EXPECT_EQ(copyOfNull.UseCount(), 0u);
+}
+
+} // namespace
+
+TEST(CountedPtr, BothCountsOwnAndRelease) {
+  ExerciseOwnership<CmUnserializedReferenceCount>();
+  ExerciseOwnership<CmSerializedReferenceCount>();
+}
+
+TEST(CountedPtr, SerializedCountFromSeveralThreads) {
+  int alive = 0;
+  using Ptr = CmCountedPtr<CmTracked, CmSerializedReferenceCount>;
+  Ptr shared(new CmTracked(alive));
+  constexpr int Threads = 4;
+  constexpr int Copies = 20000;
+  std::vector<std::thread> threads;
+  for (int t = 0; t < Threads; ++t) {
+    // Each thread gets its own pointer and drops it at the end, so that the
+    // last release may happen on any of them.
+    threads.emplace_back([copy = shared]() mutable {
+      std::vector<Ptr> held;
+      held.reserve(64);
+      for (int i = 0; i < Copies; ++i) {
+        held.push_back(copy);
+        if (held.size() == 64) {
+          held.clear();
+        }
+      }
+      copy.Reset();
+    });
+  }
+  shared.Reset();
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+  EXPECT_EQ(alive, 0);
+
+  Ptr kept(new CmTracked(alive));
+  std::vector<std::thread> copiers;
+  for (int t = 0; t < Threads; ++t) {
+    copiers.emplace_back([&kept] {
+      for (int i = 0; i < Copies; ++i) {
+        Ptr copy = kept;
+      }
+    });
+  }
+  for (std::thread& thread : copiers) {
+    thread.join();
+  }
+  EXPECT_EQ(kept.UseCount(), 1u);
+  EXPECT_EQ(alive, 1);
+}

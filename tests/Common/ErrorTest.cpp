@@ -1,0 +1,243 @@
+#include <cerrno>
+#include <cstring>
+#include <iostream>
+#include <sstream>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "Common/Error/Error.h"
+#include "Common/Library/Library.h"
+#include "Common/TimeStamp/TimeStamp.h"
+
+using NmError::CmError;
+
+namespace NmErrorTest {
+
+struct CmThrower {
+  static void Throw(int& line) {
+    line = __LINE__ + 1;
+    throw CmError(VZK_LOCATION, "thrown");
+  }
+};
+
+// Captures what an error prints on std::cerr.
+std::string Printed(const CmError& error) {
+  std::ostringstream capture;
+  std::streambuf* previous = std::cerr.rdbuf(capture.rdbuf());
+  error.Print();
+  std::cerr.rdbuf(previous);
+  return capture.str();
+}
+
+struct CmVideoCodes {
+  enum Code : uint32_t { Broken = 7 };
+};
+using CmVideoError = NmError::CmGenericError<CmVideoCodes>;
+using CmStackedError = NmError::CmGenericErrorWithBaseErrorCode<CmVideoCodes, CmError, 2>;
+struct CmTestTag;
+using CmTestCodedError = NmError::CmCodedError<CmTestTag>;
+
+} // namespace NmErrorTest
+
+using namespace NmErrorTest;
+
+TEST(ErrorLocation, ThrowSiteNamesFunctionLineFileAndNumber) {
+  const int line = __LINE__ + 3;
+  std::string location;
+  try {
+    throw CmError(VZK_LOCATION, "x");
+  } catch (const CmError& e) {
+    location = e.GetLocation();
+  }
+  EXPECT_EQ(location, "ErrorLocation_ThrowSiteNamesFunctionLineFileAndNumber_Test::TestBody (line "
+                      "ErrorTest.cpp, " +
+                          std::to_string(line) + ")");
+
+  // A static member of a class in a namespace.
+  int thrownAt = 0;
+  try {
+    CmThrower::Throw(thrownAt);
+  } catch (const CmError& e) {
+    EXPECT_EQ(e.GetLocation(), "NmErrorTest::CmThrower::Throw (line ErrorTest.cpp, " +
+                                   std::to_string(thrownAt) + ")");
+  }
+
+  // A throw inside a component, and the system error that it wraps.
+  try {
+    NmLibrary::CmLibrary library;
+    library.Load(NmFile::CmFile("/nonexistent/vzk-none.so"));
+    FAIL() << "load did not fail";
+  } catch (const NmLibrary::CmLibraryError& e) {
+    EXPECT_EQ(e.GetLocation().rfind("NmLibrary::CmLibrary::Load (line Library.cpp, ", 0), 0u)
+        << e.GetLocation();
+    ASSERT_NE(e.GetInnerError(), nullptr);
+    EXPECT_EQ(
+        e.GetInnerError()->GetLocation().rfind("NmLibrary::CmLibrary::Load (line Library.cpp, ", 0),
+        0u);
+  }
+}
+
+TEST(ErrorLocation, QualifiedNamesFromCompilerSignatures) {
+  using NmError::QualifiedFunctionName;
+  EXPECT_EQ(QualifiedFunctionName("void NmA::CmB::F(int) const"), "NmA::CmB::F");
+  EXPECT_EQ(QualifiedFunctionName("NmA::CmB::CmB(const std::string&)"), "NmA::CmB::CmB");
+  EXPECT_EQ(QualifiedFunctionName("const char* NmA::F()"), "NmA::F");
+  EXPECT_EQ(QualifiedFunctionName("std::map<int, int> NmA::CmB<T>::F(T) [with T = int]"),
+            "NmA::CmB<T>::F");
+  EXPECT_EQ(QualifiedFunctionName("bool NmA::CmB::operator()(int)"), "NmA::CmB::operator()");
+  // Operators whose names hold brackets or blanks.
+  EXPECT_EQ(QualifiedFunctionName("bool NmA::CmB::operator<(const NmA::CmB&) const"),
+            "NmA::CmB::operator<");
+  EXPECT_EQ(QualifiedFunctionName("bool NmA::CmB::operator>(const NmA::CmB&) const"),
+            "NmA::CmB::operator>");
+  EXPECT_EQ(QualifiedFunctionName("std::ostream& NmA::operator<<(std::ostream&, int)"),
+            "NmA::operator<<");
+  EXPECT_EQ(QualifiedFunctionName("T* NmA::CmP<T>::operator->() const [with T = int]"),
+            "NmA::CmP<T>::operator->");
+  // The forms of an anonymous namespace in gcc and in clang.
+  EXPECT_EQ(QualifiedFunctionName("void {anonymous}::Helper(int)"), "{anonymous}::Helper");
+  EXPECT_EQ(QualifiedFunctionName("void (anonymous namespace)::Helper(int)"),
+            "(anonymous namespace)::Helper");
+  EXPECT_EQ(QualifiedFunctionName(""), "");
+  EXPECT_EQ(QualifiedFunctionName(nullptr), "");
+}
+
+TEST(ErrorLocation, FilesAreNamedRelativeToTheirComponent) {
+  using NmError::ComponentRelativeFile;
+  EXPECT_EQ(ComponentRelativeFile("/work/src/Common/Xerces/Xerces.cpp"), "Xerces.cpp");
+  EXPECT_EQ(ComponentRelativeFile("/a/src/Common/GUID/linux/GUID-OSD.cpp"), "linux/GUID-OSD.cpp");
+  EXPECT_EQ(ComponentRelativeFile("/a/src/b/src/MediaProcessing/Image/Crop.cpp"), "Crop.cpp");
+  // Relative paths, as some generators pass them.
+  EXPECT_EQ(ComponentRelativeFile("src/Common/TimeStamp/linux/TimeStamp-OSD.cpp"),
+            "linux/TimeStamp-OSD.cpp");
+  EXPECT_EQ(ComponentRelativeFile("../src/Common/Error/Error.h"), "Error.h");
+  // Outside the source tree only the file name is kept.
+  EXPECT_EQ(ComponentRelativeFile("/x/tests/Common/ErrorTest.cpp"), "ErrorTest.cpp");
+  EXPECT_EQ(ComponentRelativeFile("plain.cpp"), "plain.cpp");
+  EXPECT_EQ(NmError::MakeLocation("void NmA::F()", "/r/src/Common/File/File.cpp", 12),
+            "NmA::F (line File.cpp, 12)");
+}
+
+TEST(Error, TextsOfAChain) {
+  const CmError first("L1", "first");
+  const CmError second("L2", "second", first);
+  const CmError third("L3", "third", second);
+
+  // what gives only the outer description, never the location.
+  EXPECT_STREQ(third.what(), "third");
+  EXPECT_EQ(third.GetFullText(), "L3: third\nL2: second\nL1: first");
+  std::string appended = "prefix|";
+  third.GetFullText(appended);
+  EXPECT_EQ(appended, "prefix|L3: third\nL2: second\nL1: first");
+  EXPECT_EQ(Printed(third), "L3: third\nL2: second\nL1: first\n");
+  EXPECT_EQ(first.GetFullText(), "L1: first");
+  EXPECT_EQ(first.GetInnerError(), nullptr);
+
+  // The wrapped error is a copy: the original may go away.
+  const CmError* inner = second.GetInnerError();
+  ASSERT_NE(inner, nullptr);
+  EXPECT_NE(inner, &first);
+  EXPECT_EQ(inner->GetFullText(), "L1: first");
+
+  // Copies and assignment are deep.
+  CmError copy = third;
+  EXPECT_EQ(copy.GetFullText(), third.GetFullText());
+  EXPECT_NE(copy.GetInnerError(), third.GetInnerError());
+  copy = first;
+  EXPECT_EQ(copy.GetFullText(), "L1: first");
+  copy = copy;
+  EXPECT_EQ(copy.GetFullText(), "L1: first");
+}
+
+TEST(Error, CodedErrorsPrintTheirCodes) {
+  const CmError cause("L0", "cause");
+  const CmVideoError video("L1", "video", CmVideoCodes::Broken, cause);
+  EXPECT_EQ(Printed(video), "L1: video: error code 7\nL0: cause\n");
+  EXPECT_EQ(video.GetFullText(), "L1: video\nL0: cause");
+
+  const CmStackedError stacked("L2", "stacked", 9, 4, video);
+  EXPECT_EQ(Printed(stacked),
+            "L2: stacked: error code 9: base error code 4\nL1: video: error code 7\nL0: cause\n");
+  EXPECT_EQ(stacked.GetErrorCode(), 9u);
+  EXPECT_EQ(stacked.GetBaseErrorCode(), 4u);
+
+  const NmError::CmIntegrityError integrity("L3", "integrity",
+                                            NmError::CmIntegrityErrorCode::InvalidPointer);
+  EXPECT_EQ(Printed(integrity), "L3: integrity: error code 1\n");
+}
+
+TEST(Error, CloneKeepsDynamicTypeAndCodes) {
+  const CmError cause("L0", "cause");
+  errno = EACCES;
+  const NmError::CmSystemError system("LS", "system");
+  const CmTestCodedError coded("LC", "coded", 17, cause);
+  const CmVideoError video("LV", "video", 7, coded);
+  const CmStackedError stacked("LW", "stacked", 9, 4, video);
+  const NmError::CmIntegrityError integrity("LI", "integrity", 5);
+  const NmTimeStamp::CmTimeError time("LT", "time", 11, system);
+
+  const CmError* originals[] = {&cause, &system, &coded, &video, &stacked, &integrity, &time};
+  for (const CmError* original : originals) {
+    std::unique_ptr<CmError> clone(original->Clone());
+    EXPECT_EQ(typeid(*clone), typeid(*original));
+    EXPECT_EQ(clone->GetFullText(), original->GetFullText());
+    EXPECT_EQ(Printed(*clone), Printed(*original));
+  }
+
+  std::unique_ptr<CmError> stackedClone(static_cast<const CmError&>(stacked).Clone());
+  const auto* asStacked = dynamic_cast<const CmStackedError*>(stackedClone.get());
+  ASSERT_NE(asStacked, nullptr);
+  EXPECT_EQ(asStacked->GetErrorCode(), 9u);
+  EXPECT_EQ(asStacked->GetBaseErrorCode(), 4u);
+  // The inner chain keeps its types too.
+  const auto* innerVideo = dynamic_cast<const CmVideoError*>(asStacked->GetInnerError());
+  ASSERT_NE(innerVideo, nullptr);
+  EXPECT_EQ(innerVideo->GetErrorCode(), 7u);
+  const auto* innerCoded = dynamic_cast<const CmTestCodedError*>(innerVideo->GetInnerError());
+  ASSERT_NE(innerCoded, nullptr);
+  EXPECT_EQ(innerCoded->GetCode(), 17u);
+
+  std::unique_ptr<CmError> systemClone(static_cast<const CmError&>(system).Clone());
+  EXPECT_EQ(dynamic_cast<NmError::CmSystemError&>(*systemClone).GetSystemErrorNumber(), EACCES);
+  std::unique_ptr<CmError> timeClone(static_cast<const CmError&>(time).Clone());
+  EXPECT_EQ(dynamic_cast<NmTimeStamp::CmTimeError&>(*timeClone).GetCode(), 11u);
+  // A catch of one coded family never catches another.
+  EXPECT_EQ(dynamic_cast<const CmTestCodedError*>(timeClone.get()), nullptr);
+}
+
+TEST(Error, LastErrorKeepsACopy) {
+  NmError::CmLastError<CmVideoError> holder;
+  EXPECT_EQ(holder.GetLastError(), nullptr);
+  {
+    const CmVideoError error("L", "gone", 3);
+    holder.SetLastError(error);
+  }
+  ASSERT_NE(holder.GetLastError(), nullptr);
+  EXPECT_EQ(holder.GetLastError()->GetDescription(), "gone");
+  EXPECT_EQ(holder.GetLastError()->GetErrorCode(), 3u);
+  holder.ClearLastError();
+  EXPECT_EQ(holder.GetLastError(), nullptr);
+}
+
+TEST(SystemError, AppendsTheSystemTextOfErrno) {
+  errno = ENOENT;
+  const NmError::CmSystemError known("L", "Opening failed!");
+  EXPECT_EQ(known.GetSystemErrorNumber(), ENOENT);
+  EXPECT_EQ(known.GetDescription(), std::string("Opening failed! : ") + std::strerror(ENOENT));
+  // Reading the text leaves the caller's errno alone.
+  EXPECT_EQ(errno, ENOENT);
+
+  errno = 123456;
+  const NmError::CmSystemError unknown("L", "Opening failed!");
+  EXPECT_EQ(unknown.GetSystemErrorNumber(), 123456);
+  EXPECT_EQ(unknown.GetDescription(), "Opening failed! : Further error description unavaliable!");
+
+  const NmError::CmSystemError loader("L", "LoadLibrary failed!", 0, "cannot open it");
+  EXPECT_EQ(loader.GetDescription(), "LoadLibrary failed! : cannot open it");
+  const NmError::CmSystemError noText("L", "FreeLibrary failed!", 0, nullptr);
+  EXPECT_EQ(noText.GetDescription(),
+            "FreeLibrary failed! : Further error description unavaliable!");
+  const NmError::CmSystemError byNumber("L", "x", EPERM, "");
+  EXPECT_EQ(byNumber.GetDescription(), std::string("x : ") + std::strerror(EPERM));
+}

@@ -1,0 +1,236 @@
+#include <cstdint>
+#include <limits>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "Common/TimeStamp/TimeStamp.h"
+
+using NmTimeStamp::CmTimeError;
+using NmTimeStamp::CmTimeRange;
+using NmTimeStamp::CmTimeSpan;
+using NmTimeStamp::CmTimeStamp;
+using NmTimeStamp::NmDetail::CmTimeCorrector;
+
+namespace {
+
+void ExpectInvalidMilliseconds(int64_t milliseconds) {
+  try {
+    CmTimeStamp::FromMilliseconds(milliseconds);
+    ADD_FAILURE() << milliseconds << " was accepted";
+  } catch (const CmTimeError& e) {
+    EXPECT_EQ(e.GetCode(), 0u);
+    EXPECT_STREQ(e.what(), "Error initializing time stamp. Invalid number of milliseconds given!");
+  }
+}
+
+} // namespace
+
+TEST(TimeStamp, KindsAndLimits) {
+  EXPECT_EQ(CmTimeStamp().GetTicks(), 116444736000000000ULL);
+  EXPECT_EQ(CmTimeStamp().GetMilliseconds(), 0);
+  EXPECT_EQ(CmTimeStamp(CmTimeStamp::Earliest).GetTicks(), 0u);
+  EXPECT_EQ(CmTimeStamp(CmTimeStamp::Earliest).GetMilliseconds(), -11644473600000LL);
+  EXPECT_EQ(CmTimeStamp(CmTimeStamp::Latest).GetTicks(), ~0ULL);
+  EXPECT_EQ(CmTimeStamp(CmTimeStamp::Latest).GetMilliseconds(), 1833029933770955LL);
+
+  // The accepted range: from 1601 up to one millisecond below the limit.
+  EXPECT_EQ(CmTimeStamp::FromMilliseconds(-11644473600000LL).GetTicks(), 0u);
+  const int64_t largest = 1844674407370955LL - 11644473600000LL;
+  EXPECT_EQ(CmTimeStamp::FromMilliseconds(largest).GetTicks(), 1844674407370955ULL * 10000);
+  EXPECT_EQ(CmTimeStamp::FromMilliseconds(largest).GetMilliseconds(), largest);
+  ExpectInvalidMilliseconds(-11644473600001LL);
+  ExpectInvalidMilliseconds(largest + 1);
+  ExpectInvalidMilliseconds(std::numeric_limits<int64_t>::max());
+  ExpectInvalidMilliseconds(std::numeric_limits<int64_t>::min());
+
+  // A failed set leaves the stamp as it was.
+  CmTimeStamp stamp = CmTimeStamp::FromMilliseconds(5);
+  EXPECT_THROW(stamp.SetMilliseconds(largest + 1), CmTimeError);
+  EXPECT_EQ(stamp.GetMilliseconds(), 5);
+}
+
+TEST(TimeStamp, MillisecondConversionsRoundTrip) {
+  for (const int64_t ms :
+       {int64_t{0}, int64_t{1}, int64_t{-1}, int64_t{1700000000123}, int64_t{-11644473599999}}) {
+    EXPECT_EQ(CmTimeStamp::FromMilliseconds(ms).GetMilliseconds(), ms);
+  }
+  // Sub-millisecond ticks are cut, counting from 1601, not from 1970.
+  EXPECT_EQ(CmTimeStamp::FromTicks(116444736000000000ULL - 1).GetMilliseconds(), -1);
+  EXPECT_EQ(CmTimeStamp::FromTicks(116444736000000000ULL + 9999).GetMilliseconds(), 0);
+}
+
+TEST(TimeStamp, ComparisonsAndArithmetic) {
+  const CmTimeStamp a = CmTimeStamp::FromMilliseconds(1000);
+  const CmTimeStamp b = CmTimeStamp::FromMilliseconds(3500);
+  EXPECT_LT(a, b);
+  EXPECT_GT(b, a);
+  EXPECT_EQ(a, CmTimeStamp::FromMilliseconds(1000));
+  EXPECT_LT(CmTimeStamp(CmTimeStamp::Earliest), a);
+  EXPECT_GT(CmTimeStamp(CmTimeStamp::Latest), b);
+
+  EXPECT_EQ((b - a).GetMilliseconds(), 2500);
+  EXPECT_EQ((a - b).GetMilliseconds(), -2500);
+  EXPECT_EQ((a - b).GetTicks(), -25000000);
+  EXPECT_EQ(a + (b - a), b);
+  EXPECT_EQ(b - (b - a), a);
+  CmTimeStamp c = a;
+  c += CmTimeSpan::FromMilliseconds(-2000);
+  EXPECT_EQ(c.GetMilliseconds(), -1000);
+  c -= CmTimeSpan::FromMilliseconds(-2000);
+  EXPECT_EQ(c, a);
+}
+
+TEST(TimeStamp, Spans) {
+  EXPECT_EQ(CmTimeSpan(1, 2, 3, 4, 5).GetMilliseconds(),
+            ((((1 * 24 + 2) * 60 + 3) * 60 + 4) * 1000 + 5));
+  EXPECT_EQ(CmTimeSpan(0, 0, 0, 0, 1).GetTicks(), 10000);
+  EXPECT_EQ(CmTimeSpan(0, 0, 0, -1, 0).GetMilliseconds(), -1000);
+  EXPECT_EQ(CmTimeSpan(1, -24, 0, 0, 0).GetTicks(), 0);
+  EXPECT_EQ(CmTimeSpan().GetTicks(), 0);
+  // Milliseconds are truncated towards zero in both directions.
+  EXPECT_EQ(CmTimeSpan(int64_t{19999}).GetMilliseconds(), 1);
+  EXPECT_EQ(CmTimeSpan(int64_t{-19999}).GetMilliseconds(), -1);
+  EXPECT_LT(CmTimeSpan::FromMilliseconds(-1), CmTimeSpan());
+  EXPECT_EQ(CmTimeSpan::FromMilliseconds(3) + CmTimeSpan::FromMilliseconds(4),
+            CmTimeSpan::FromMilliseconds(7));
+  EXPECT_EQ(CmTimeSpan::FromMilliseconds(3) - CmTimeSpan::FromMilliseconds(4),
+            -CmTimeSpan::FromMilliseconds(1));
+}
+
+TEST(TimeStamp, Ranges) {
+  const CmTimeRange empty;
+  EXPECT_EQ(empty.GetBegin().GetMilliseconds(), 1);
+  EXPECT_EQ(empty.GetEnd().GetMilliseconds(), 0);
+  EXPECT_TRUE(empty.IsEmpty());
+
+  const CmTimeStamp t0 = CmTimeStamp::FromMilliseconds(10);
+  const CmTimeStamp t1 = CmTimeStamp::FromMilliseconds(20);
+  CmTimeRange point(t0, t0);
+  EXPECT_FALSE(point.IsEmpty());
+  CmTimeRange range(t0, t1);
+  EXPECT_FALSE(range.IsEmpty());
+  EXPECT_EQ(range, CmTimeRange(t0, t1));
+  EXPECT_NE(range, point);
+  // Ordered by begin first, then by end.
+  EXPECT_LT(point, range);
+  EXPECT_LT(CmTimeRange(t0, t1), CmTimeRange(t1, t0));
+  range.SetBegin(t1);
+  range.SetEnd(t0);
+  EXPECT_TRUE(range.IsEmpty());
+}
+
+TEST(TimeStamp, CurrentTimeIsNowAndDoesNotRunBack) {
+  const int64_t before = std::chrono::duration_cast<std::chrono::milliseconds>(
+                             std::chrono::system_clock::now().time_since_epoch())
+                             .count();
+  const CmTimeStamp now(CmTimeStamp::Current);
+  const int64_t after = std::chrono::duration_cast<std::chrono::milliseconds>(
+                            std::chrono::system_clock::now().time_since_epoch())
+                            .count();
+  // The smoother may hold a reading back by up to 0.1 s, never more.
+  EXPECT_GE(now.GetMilliseconds(), before - 100);
+  EXPECT_LE(now.GetMilliseconds(), after + 100);
+
+  CmTimeStamp previous(CmTimeStamp::Current);
+  for (int i = 0; i < 1000; ++i) {
+    CmTimeStamp next;
+    next.SetCurrentTime();
+    EXPECT_GE(next, previous);
+    previous = next;
+  }
+}
+
+TEST(TimeStamp, CurrentTimeFromSeveralThreads) {
+  // The corrector is shared by the process; each thread must still see its
+  // own readings in order.
+  std::vector<std::thread> threads;
+  std::vector<int> failures(4, 0);
+  for (int t = 0; t < 4; ++t) {
+    threads.emplace_back([t, &failures] {
+      CmTimeStamp previous(CmTimeStamp::Current);
+      for (int i = 0; i < 2000; ++i) {
+        const CmTimeStamp next(CmTimeStamp::Current);
+        failures[t] += next < previous ? 1 : 0;
+        previous = next;
+      }
+    });
+  }
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+  for (const int failed : failures) {
+    EXPECT_EQ(failed, 0);
+  }
+}
+
+namespace {
+constexpr uint64_t Second = 10000000;   // ticks
+constexpr int64_t CounterSecond = 1000; // a counter of 1 kHz
+constexpr uint64_t Base = 133000000000000000ULL;
+} // namespace
+
+TEST(TimeCorrector, CounterReplacesSmallClockSteps) {
+  CmTimeCorrector corrector(CounterSecond);
+  EXPECT_EQ(corrector.Correct(Base, 0), Base);
+
+  // The clock moved by 15.6 ms in a coarse step, the counter by 10 ms: the
+  // counter wins.
+  EXPECT_EQ(corrector.Correct(Base + 156000, 10), Base + 100000);
+  // The clock did not move at all while the counter advanced 5 ms.
+  EXPECT_EQ(corrector.Correct(Base + 100000, 15), Base + 150000);
+  // Clock and counter disagree by exactly 0.1 s: still the counter.
+  EXPECT_EQ(corrector.Correct(Base + 150000 + Second / 10 + 20000, 17), Base + 170000);
+}
+
+TEST(TimeCorrector, LargeDisagreementsFollowTheClock) {
+  CmTimeCorrector corrector(CounterSecond);
+  corrector.Correct(Base, 0);
+  // The clock jumped 5 s ahead while the counter saw 10 ms: a real change.
+  EXPECT_EQ(corrector.Correct(Base + 5 * Second, 10), Base + 5 * Second);
+  // The clock moved 0.1 s + 1 tick more than the counter: the clock.
+  EXPECT_EQ(corrector.Correct(Base + 5 * Second + Second / 10 + 1 + 100000, 20),
+            Base + 5 * Second + Second / 10 + 1 + 100000);
+
+  // Beyond 10 s of clock advance the counter is never taken, even when it
+  // agrees exactly.
+  CmTimeCorrector far(CounterSecond);
+  far.Correct(Base, 0);
+  EXPECT_EQ(far.Correct(Base + 10 * Second + 1, 10 * CounterSecond + 1), Base + 10 * Second + 1);
+}
+
+TEST(TimeCorrector, SmallBackwardStepsAreHeld) {
+  CmTimeCorrector corrector(CounterSecond);
+  corrector.Correct(Base, 0);
+  // A counter that ran backwards is not used; the clock moved back 0.05 s,
+  // which is held at the last value.
+  EXPECT_EQ(corrector.Correct(Base - Second / 20, -5), Base);
+  // Exactly 0.1 s back: still held.
+  EXPECT_EQ(corrector.Correct(Base - Second / 10, -100), Base);
+  // More than 0.1 s back is a real change of the system time.
+  EXPECT_EQ(corrector.Correct(Base - Second / 10 - 1, -200), Base - Second / 10 - 1);
+}
+
+TEST(TimeCorrector, BypassedWithoutCounterOrForHugeStamps) {
+  CmTimeCorrector noCounter(0);
+  noCounter.Correct(Base, 0);
+  EXPECT_EQ(noCounter.Correct(Base + 156000, 10), Base + 156000);
+  EXPECT_EQ(noCounter.Correct(Base - 10, 11), Base - 10);
+
+  CmTimeCorrector corrector(CounterSecond);
+  const uint64_t huge = (uint64_t{2000000000} + 1) << 32;
+  corrector.Correct(huge, 0);
+  EXPECT_EQ(corrector.Correct(huge + 156000, 10), huge + 156000);
+  EXPECT_EQ(corrector.Correct(huge - 10, 11), huge - 10);
+  // The largest high word still smoothed.
+  CmTimeCorrector edge(CounterSecond);
+  const uint64_t top = uint64_t{2000000000} << 32;
+  edge.Correct(top, 0);
+  EXPECT_EQ(edge.Correct(top + 156000, 10), top + 100000);
+
+  // Extreme counter readings must not overflow the arithmetic.
+  CmTimeCorrector extreme(CounterSecond);
+  extreme.Correct(Base, std::numeric_limits<int64_t>::min());
+  EXPECT_EQ(extreme.Correct(Base + Second, std::numeric_limits<int64_t>::max()), Base + Second);
+}

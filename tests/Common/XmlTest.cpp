@@ -1,0 +1,382 @@
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "Common/Xerces/Xerces.h"
+
+using NmXerces::CmXmlDocumentPtr;
+using NmXerces::CmXmlError;
+using NmXerces::CmXmlNodePtr;
+using NmXerces::CmXmlNodeWrapper;
+using NmXerces::CmXmlWrapper;
+
+namespace {
+
+const char* const Config = R"(<?xml version="1.0" encoding="UTF-8"?>
+<toolkit>
+  <config version="2">
+    <!-- a comment between elements -->
+    <toolkit provider="vzk" type="decoder">
+      <toolkit provider="recording" file="a.gbd"/>
+    </toolkit>
+    <item>first</item>
+    <item>second</item>
+    <group><item>nested</item></group>
+  </config>
+</toolkit>)";
+
+std::vector<std::string> Names(const std::vector<CmXmlNodePtr>& nodes) {
+  std::vector<std::string> names;
+  for (const CmXmlNodePtr& node : nodes) {
+    names.push_back(node->GetName());
+  }
+  return names;
+}
+
+std::string ValueOf(const CmXmlNodePtr& node) {
+  std::string value;
+  EXPECT_TRUE(node->GetValue(value));
+  return value;
+}
+
+} // namespace
+
+TEST(Xml, PlainPaths) {
+  const CmXmlDocumentPtr document = CmXmlWrapper::LoadXml(Config);
+  const CmXmlNodePtr config = document->SelectSingleNode("/toolkit/config");
+  ASSERT_NE(config, nullptr);
+  EXPECT_EQ(config->GetName(), "config");
+  std::string version;
+  EXPECT_TRUE(config->GetAttributeValue("version", version));
+  EXPECT_EQ(version, "2");
+
+  EXPECT_EQ(document->SelectSingleNode("/toolkit")->GetName(), "toolkit");
+  // The first of several matches, in document order.
+  EXPECT_EQ(ValueOf(document->SelectSingleNode("/toolkit/config/item")), "first");
+  // All matches of a step are followed, not only the first.
+  EXPECT_EQ(ValueOf(document->SelectSingleNode("/toolkit/config/group/item")), "nested");
+  // Relative paths, from the document and from a node.
+  EXPECT_EQ(document->SelectSingleNode("toolkit/config")->GetName(), "config");
+  const CmXmlNodePtr decoder = config->SelectSingleNode("toolkit");
+  ASSERT_NE(decoder, nullptr);
+  std::string provider;
+  EXPECT_TRUE(decoder->GetAttributeValue("provider", provider));
+  EXPECT_EQ(provider, "vzk");
+  const CmXmlNodePtr source = config->SelectSingleNode("toolkit/toolkit");
+  ASSERT_NE(source, nullptr);
+  EXPECT_TRUE(source->GetAttributeValue("provider", provider));
+  EXPECT_EQ(provider, "recording");
+  // An absolute path from a node still starts at the document element.
+  EXPECT_EQ(decoder->SelectSingleNode("/toolkit/config")->GetName(), "config");
+
+  // Nothing matches: null, no error.
+  EXPECT_EQ(document->SelectSingleNode("/toolkit/missing"), nullptr);
+  EXPECT_EQ(document->SelectSingleNode("/config"), nullptr);
+  EXPECT_EQ(config->SelectSingleNode("config"), nullptr);
+  EXPECT_EQ(document->SelectSingleNode("/toolkit/config/item/more"), nullptr);
+
+  const CmXmlDocumentPtr other = CmXmlWrapper::LoadXml("<other><config/></other>");
+  EXPECT_EQ(other->SelectSingleNode("/toolkit/config"), nullptr);
+}
+
+TEST(Xml, PathsThatAreNotPlain) {
+  const CmXmlDocumentPtr document = CmXmlWrapper::LoadXml(Config);
+  // Descendants from the root, and "." steps, which the evaluator knows.
+  const CmXmlNodePtr item = document->SelectSingleNode("//item");
+  ASSERT_NE(item, nullptr);
+  EXPECT_EQ(ValueOf(item), "first");
+  const CmXmlNodePtr config = document->SelectSingleNode("/toolkit/config");
+  ASSERT_NE(config, nullptr);
+  const CmXmlNodePtr group = config->SelectSingleNode("./group");
+  ASSERT_NE(group, nullptr);
+  EXPECT_EQ(group->GetName(), "group");
+  EXPECT_EQ(config->SelectSingleNode("./absent"), nullptr);
+
+  // What the evaluator refuses is an error of the wrapper, located in the
+  // document's selection.
+  for (const std::string path : {"/toolkit/config/item[2]", "count(//item)", "/toolkit/", "", "/",
+                                 "/toolkit//", "toolkit/con fig"}) {
+    try {
+      const CmXmlNodePtr node = document->SelectSingleNode(path);
+      ADD_FAILURE() << "path '" << path << "' gave " << (node ? node->GetName() : "null");
+    } catch (const CmXmlError& e) {
+      EXPECT_EQ(e.GetLocation().rfind("NmXerces::CmXmlDocumentWrapper::SelectSingleNode (line "
+                                      "Xerces.cpp, ",
+                                      0),
+                0u)
+          << e.GetLocation();
+      EXPECT_NE(e.GetDescription().find(path), std::string::npos) << e.GetDescription();
+    }
+  }
+}
+
+TEST(Xml, FatalParseErrorsAreCollected) {
+  // Six undeclared entities, each a fatal error after which parsing goes on.
+  std::string text = "<a>";
+  for (int i = 0; i < 6; ++i) {
+    text += "<b>&e" + std::to_string(i) + ";</b>\n";
+  }
+  text += "</a>";
+  try {
+    CmXmlWrapper::LoadXml(text);
+    FAIL() << "parsed";
+  } catch (const CmXmlError& e) {
+    EXPECT_EQ(e.GetCode(), NmXerces::CmXmlErrorCode::ParseFailed);
+    const std::string message = e.GetDescription();
+    size_t count = 0;
+    for (size_t at = message.find("Fatal parse error in '"); at != std::string::npos;
+         at = message.find("Fatal parse error in '", at + 1)) {
+      ++count;
+    }
+    EXPECT_EQ(count, 5u) << message;
+    EXPECT_EQ(message.find("e5"), std::string::npos) << message;
+    EXPECT_EQ(message.rfind("Fatal parse error in 'memory', line 1, position ", 0), 0u) << message;
+    EXPECT_NE(message.find(", message: "), std::string::npos);
+    EXPECT_EQ(message.substr(message.size() - 2), ".\n");
+  }
+
+  for (const std::string broken : {"", "<a>", "<a></b>", "not xml", "<a x='1' x='2'/>"}) {
+    try {
+      CmXmlWrapper::LoadXml(broken);
+      ADD_FAILURE() << "'" << broken << "' parsed";
+    } catch (const CmXmlError& e) {
+      EXPECT_EQ(e.GetCode(), NmXerces::CmXmlErrorCode::ParseFailed);
+      EXPECT_NE(std::string(e.what()).find("Fatal parse error"), std::string::npos) << e.what();
+    }
+  }
+}
+
+TEST(Xml, OutsideEntitiesAreNeverFetched) {
+  const std::string text = "<!DOCTYPE a [<!ENTITY x SYSTEM \"file:///etc/passwd\">]><a>&x;</a>";
+  try {
+    const CmXmlDocumentPtr document = CmXmlWrapper::LoadXml(text);
+    std::string value;
+    document->GetDocumentElement()->GetValue(value);
+    EXPECT_EQ(value.find("root:"), std::string::npos);
+  } catch (const CmXmlError&) {
+    // Refusing the document is as good.
+  }
+}
+
+TEST(Xml, TextConversionAtTheBoundary) {
+  // Characters above 127 survive a round through the document.
+  const std::string umlauts = "Gr\xC3\xBC\xC3\x9F"
+                              "e \xE2\x82\xAC \xF0\x9F\x8E\xA5";
+  const CmXmlDocumentPtr document = CmXmlWrapper::LoadXml("<a><b>" + umlauts + "</b></a>");
+  EXPECT_EQ(ValueOf(document->SelectSingleNode("/a/b")), umlauts);
+
+  const CmXmlNodePtr root = document->GetDocumentElement();
+  root->SetAttributeValue("name", umlauts);
+  std::string value;
+  EXPECT_TRUE(root->GetAttributeValue("name", value));
+  EXPECT_EQ(value, umlauts);
+
+  // Invalid UTF-8 reaches the DOM as "???".
+  root->SetAttributeValue("bad", "ab\xC3\x28z");
+  EXPECT_TRUE(root->GetAttributeValue("bad", value));
+  EXPECT_EQ(value, "???");
+  root->SetAttributeValue("cut", "ab\xE2\x82");
+  EXPECT_TRUE(root->GetAttributeValue("cut", value));
+  EXPECT_EQ(value, "???");
+  EXPECT_EQ(NmXerces::ToXmlText("\xFF"), u"???");
+  EXPECT_EQ(NmXerces::ToXmlText(""), u"");
+  EXPECT_EQ(NmXerces::ToXmlText("plain"), u"plain");
+  EXPECT_EQ(NmXerces::FromXmlText(u"\u00e9t\u00e9"), "\xC3\xA9t\xC3\xA9");
+  EXPECT_EQ(NmXerces::FromXmlText(nullptr), "");
+}
+
+TEST(Xml, ValuesAreTrimmedWhenTheyStartBlank) {
+  const CmXmlDocumentPtr document = CmXmlWrapper::LoadXml(
+      "<a><b>  padded \n</b><c>kept  </c><d>   \t\n </d><e/><f><![CDATA[ cdata ]]></f>"
+      "<g><h>x</h>text</g><i><!-- c -->text</i><j>in\tside</j></a>");
+  EXPECT_EQ(ValueOf(document->SelectSingleNode("/a/b")), "padded");
+  // Not starting blank: kept as it is, trailing blanks too.
+  EXPECT_EQ(ValueOf(document->SelectSingleNode("/a/c")), "kept  ");
+  EXPECT_EQ(ValueOf(document->SelectSingleNode("/a/d")), "");
+  EXPECT_EQ(ValueOf(document->SelectSingleNode("/a/f")), "cdata");
+  EXPECT_EQ(ValueOf(document->SelectSingleNode("/a/j")), "in\tside");
+  // Only the first child counts.
+  std::string value = "unchanged";
+  EXPECT_FALSE(document->SelectSingleNode("/a/e")->GetValue(value));
+  EXPECT_FALSE(document->SelectSingleNode("/a/g")->GetValue(value));
+  EXPECT_FALSE(document->SelectSingleNode("/a/i")->GetValue(value));
+  EXPECT_EQ(value, "unchanged");
+  EXPECT_FALSE(document->GetDocumentElement()->GetAttributeValue("none", value));
+  EXPECT_EQ(value, "unchanged");
+}
+
+TEST(Xml, ConversionsAndTheirErrors) {
+  const CmXmlDocumentPtr document = CmXmlWrapper::LoadXml(
+      "<a n=' 12' f='2.5' neg='-3' t='true' z='0' w='12abc' big='99999999999' e=''>"
+      "<i> 42 </i><d>-0.25</d><s>  some text </s><x>4x</x><b>yes</b></a>");
+  const CmXmlNodePtr root = document->GetDocumentElement();
+
+  int integer = 0;
+  EXPECT_TRUE(document->SelectSingleNode("/a/i")->GetValue(integer));
+  EXPECT_EQ(integer, 42);
+  double real = 0;
+  EXPECT_TRUE(document->SelectSingleNode("/a/d")->GetValue(real));
+  EXPECT_EQ(real, -0.25);
+  std::string text;
+  EXPECT_TRUE(document->SelectSingleNode("/a/s")->GetValue(text));
+  EXPECT_EQ(text, "some text");
+
+  EXPECT_TRUE(root->GetAttributeValue("n", integer));
+  EXPECT_EQ(integer, 12);
+  float single = 0;
+  EXPECT_TRUE(root->GetAttributeValue("f", single));
+  EXPECT_EQ(single, 2.5f);
+  EXPECT_TRUE(root->GetAttributeValue("neg", integer));
+  EXPECT_EQ(integer, -3);
+  bool flag = false;
+  EXPECT_TRUE(root->GetAttributeValue("t", flag));
+  EXPECT_TRUE(flag);
+  EXPECT_TRUE(root->GetAttributeValue("z", flag));
+  EXPECT_FALSE(flag);
+  EXPECT_FALSE(root->GetAttributeValue("absent", integer));
+  EXPECT_TRUE(root->GetAttributeValue("e", text));
+  EXPECT_EQ(text, "");
+
+  const auto expectError = [](const std::function<void()>& action, const std::string& message) {
+    try {
+      action();
+      ADD_FAILURE() << "converted, expected " << message;
+    } catch (const CmXmlError& e) {
+      EXPECT_EQ(e.GetCode(), NmXerces::CmXmlErrorCode::ConversionFailed);
+      EXPECT_EQ(e.GetDescription(), message);
+    }
+  };
+  expectError([&] { document->SelectSingleNode("/a/x")->GetValue(integer); },
+              "Error converting node value '4x' to type int!");
+  expectError([&] { document->SelectSingleNode("/a/b")->GetValue(flag); },
+              "Error converting node value 'yes' to type bool!");
+  expectError([&] { document->SelectSingleNode("/a/s")->GetValue(real); },
+              "Error converting node value 'some text' to type double!");
+  expectError([&] { root->GetAttributeValue("w", integer); },
+              "Error converting attribute value '12abc' to type int!");
+  expectError([&] { root->GetAttributeValue("big", integer); },
+              "Error converting attribute value '99999999999' to type int!");
+  expectError([&] { root->GetAttributeValue("e", integer); },
+              "Error converting attribute value '' to type int!");
+  expectError([&] { root->GetAttributeValue("f", integer); },
+              "Error converting attribute value '2.5' to type int!");
+  unsigned unsignedValue = 0;
+  expectError([&] { root->GetAttributeValue("neg", unsignedValue); },
+              "Error converting attribute value '-3' to type unsigned int!");
+  EXPECT_EQ(unsignedValue, 0u);
+  long long wide = 0;
+  EXPECT_TRUE(root->GetAttributeValue("big", wide));
+  EXPECT_EQ(wide, 99999999999LL);
+}
+
+TEST(Xml, CreateAddChildAndChildren) {
+  const CmXmlDocumentPtr created = CmXmlWrapper::Create("toolkit");
+  const CmXmlNodePtr root = created->GetDocumentElement();
+  ASSERT_NE(root, nullptr);
+  EXPECT_EQ(root->GetName(), "toolkit");
+  std::vector<CmXmlNodePtr> children = {root};
+  root->GetChildren(children);
+  EXPECT_TRUE(children.empty());
+
+  // Nodes of another document are copied in deeply.
+  CmXmlNodePtr config;
+  {
+    const CmXmlDocumentPtr source =
+        CmXmlWrapper::LoadXml("<config a='1'><!-- c -->text<x><y/></x>more<z/></config>");
+    config = root->AddChild(source->GetDocumentElement());
+  }
+  ASSERT_NE(config, nullptr);
+  EXPECT_EQ(config->GetDocument(), created);
+  config->GetChildren(children);
+  EXPECT_EQ(Names(children), (std::vector<std::string>{"x", "z"}));
+  std::string value;
+  EXPECT_TRUE(config->GetAttributeValue("a", value));
+  EXPECT_EQ(value, "1");
+  EXPECT_EQ(created->SelectSingleNode("/toolkit/config/x/y")->GetName(), "y");
+
+  // Adding a node of the same document adds a copy; the original stays.
+  const CmXmlNodePtr copy = root->AddChild(config);
+  root->GetChildren(children);
+  EXPECT_EQ(Names(children), (std::vector<std::string>{"config", "config"}));
+  EXPECT_NE(copy->GetNode(), config->GetNode());
+  copy->SetAttributeValue("a", "2");
+  EXPECT_TRUE(config->GetAttributeValue("a", value));
+  EXPECT_EQ(value, "1");
+
+  // Nodes keep their document alive.
+  CmXmlNodePtr orphan;
+  {
+    const CmXmlDocumentPtr temporary = CmXmlWrapper::LoadXml("<a><b>kept</b></a>");
+    orphan = temporary->SelectSingleNode("/a/b");
+  }
+  EXPECT_EQ(ValueOf(orphan), "kept");
+
+  EXPECT_THROW(CmXmlWrapper::Create("1 bad name"), CmXmlError);
+}
+
+TEST(Xml, ToStringRoundTrip) {
+  const CmXmlDocumentPtr document = CmXmlWrapper::LoadXml(Config);
+  document->SelectSingleNode("/toolkit/config")->SetAttributeValue("added", "<&\"'>");
+  const std::string text = document->ToString("UTF-8");
+  EXPECT_EQ(text.rfind("<?xml", 0), 0u) << text;
+  const CmXmlDocumentPtr again = CmXmlWrapper::LoadXml(text);
+  EXPECT_EQ(again->ToString("UTF-8"), text);
+  std::string value;
+  EXPECT_TRUE(again->SelectSingleNode("/toolkit/config")->GetAttributeValue("added", value));
+  EXPECT_EQ(value, "<&\"'>");
+  EXPECT_EQ(ValueOf(again->SelectSingleNode("/toolkit/config/item")), "first");
+
+  const std::string wide = document->ToString("UTF-16");
+  EXPECT_NE(wide, text);
+  EXPECT_EQ(CmXmlWrapper::LoadXml(wide)->ToString("UTF-8"), text);
+
+  const CmXmlDocumentPtr created = CmXmlWrapper::Create("root");
+  created->GetDocumentElement()->SetAttributeValue("k", "\xC3\xA9");
+  const CmXmlDocumentPtr reread = CmXmlWrapper::LoadXml(created->ToString("UTF-8"));
+  EXPECT_TRUE(reread->GetDocumentElement()->GetAttributeValue("k", value));
+  EXPECT_EQ(value, "\xC3\xA9");
+
+  try {
+    document->ToString("no-such-encoding");
+    FAIL() << "serialized into an unknown encoding";
+  } catch (const CmXmlError& e) {
+    EXPECT_EQ(e.GetCode(), NmXerces::CmXmlErrorCode::SerializeFailed);
+  }
+}
+
+TEST(Xml, NullNodes) {
+  const CmXmlDocumentPtr document = CmXmlWrapper::Create("root");
+  CmXmlNodeWrapper null(document, nullptr);
+  const auto expectIntegrity = [](const std::function<void()>& action, const char* message) {
+    try {
+      action();
+      ADD_FAILURE() << "no error, expected " << message;
+    } catch (const NmError::CmIntegrityError& e) {
+      EXPECT_EQ(e.GetErrorCode(), NmError::CmIntegrityErrorCode::InvalidPointer);
+      EXPECT_STREQ(e.what(), message);
+    }
+  };
+  std::string value;
+  int number = 0;
+  expectIntegrity([&] { null.GetName(); }, "Error getting node name. Invalid DOM tree node given!");
+  expectIntegrity([&] { null.GetValue(value); },
+                  "Error getting node value. Invalid DOM tree node given!");
+  expectIntegrity([&] { null.GetValue(number); },
+                  "Error getting node value. Invalid DOM tree node given!");
+  expectIntegrity([&] { null.GetAttributeValue("a", value); },
+                  "Error getting node attribute. Invalid DOM tree node given!");
+  expectIntegrity([&] { null.SetAttributeValue("a", "b"); },
+                  "Error setting node attribute. Invalid DOM tree node given!");
+  expectIntegrity([&] { null.AddChild(document->GetDocumentElement()); },
+                  "Error adding child node. Invalid DOM tree node given!");
+  const CmXmlNodePtr root = document->GetDocumentElement();
+  expectIntegrity([&] { root->AddChild(nullptr); },
+                  "Error adding child node. Cannot add a null node!");
+  expectIntegrity([&] { root->AddChild(std::make_shared<CmXmlNodeWrapper>(document, nullptr)); },
+                  "Error adding child node. Cannot add a null node!");
+  std::vector<CmXmlNodePtr> children;
+  null.GetChildren(children);
+  EXPECT_TRUE(children.empty());
+  EXPECT_EQ(null.SelectSingleNode("a"), nullptr);
+}
