@@ -25,11 +25,11 @@ namespace {
 // and stopped when this library unloads; every document holds one more
 // start-up of its own, so that a document released late (from a plug-in
 // torn down at unload) never meets a stopped parser library.
-std::mutex& PlatformLock() {
-  // Never destroyed: it must outlive every static that releases a document.
-  static auto* lock = new std::mutex;
-  return *lock;
-}
+// Constant-initialised with a trivial destructor, so it is usable before any
+// static constructor runs and after every static destructor.
+constinit std::mutex platformLock;
+
+std::mutex& PlatformLock() { return platformLock; }
 
 class CmXercesPlatform {
 public:
