@@ -1,7 +1,6 @@
 #include "MediaProcessing/Image/ImageBufferHelpers.h"
 
-#include <cstring>
-
+#include "Codecs/Primitives/PlaneCopy.h"
 #include "Common/Error/Error.h"
 
 namespace NmMediaProcessing {
@@ -120,11 +119,8 @@ void CopyPlaneContents(const CmPlane& source, const CmWriteablePlane& destinatio
     throw CmIntegrityError(VZK_LOCATION, "Plane heights do not match",
                            CmIntegrityErrorCode::OutOfRange);
   }
-  const uint64_t rowBytes = source.width * source.pixelStride;
-  for (uint64_t row = 0; row < source.height; ++row) {
-    std::memmove(destination.data + row * destination.rowStride,
-                 source.data + row * source.rowStride, rowBytes);
-  }
+  NmPrimitives::CopyPlane(source.data, source.rowStride, destination.data, destination.rowStride,
+                          source.width * source.pixelStride, source.height);
 }
 
 void CopyAllocatorContents(const ImImageMemoryAllocation& source,

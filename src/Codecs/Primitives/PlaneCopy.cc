@@ -1,0 +1,212 @@
+// Vector versions of the copy family, compiled once per Highway target and
+// chosen at run time.
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "Codecs/Primitives/PlaneCopy.cc"
+#include <hwy/foreach_target.h> // IWYU pragma: keep
+#include <hwy/highway.h>
+
+#include "Codecs/Primitives/PlaneCopy.h"
+
+HWY_BEFORE_NAMESPACE();
+namespace NmPrimitives {
+namespace HWY_NAMESPACE {
+namespace hn = hwy::HWY_NAMESPACE;
+
+void CopyPlaneImpl(const uint8_t* src, size_t srcStride, uint8_t* dst, size_t dstStride,
+                   size_t rowBytes, size_t height) {
+  const hn::ScalableTag<uint8_t> d;
+  const size_t n = hn::Lanes(d);
+  for (size_t y = 0; y < height; ++y) {
+    const uint8_t* s = src + y * srcStride;
+    uint8_t* t = dst + y * dstStride;
+    size_t x = 0;
+    for (; x + n <= rowBytes; x += n) {
+      hn::StoreU(hn::LoadU(d, s + x), d, t + x);
+    }
+    for (; x < rowBytes; ++x) {
+      t[x] = s[x];
+    }
+  }
+}
+
+void SetPlaneImpl(uint8_t value, uint8_t* dst, size_t dstStride, size_t width, size_t height) {
+  const hn::ScalableTag<uint8_t> d;
+  const size_t n = hn::Lanes(d);
+  const auto v = hn::Set(d, value);
+  for (size_t y = 0; y < height; ++y) {
+    uint8_t* t = dst + y * dstStride;
+    size_t x = 0;
+    for (; x + n <= width; x += n) {
+      hn::StoreU(v, d, t + x);
+    }
+    for (; x < width; ++x) {
+      t[x] = value;
+    }
+  }
+}
+
+void SetChannel4Impl(uint8_t value, size_t channel, uint8_t* dst, size_t dstStride, size_t width,
+                     size_t height) {
+  const hn::ScalableTag<uint8_t> d;
+  const size_t n = hn::Lanes(d);
+  // A vector must hold whole pixels and whole 16-byte blocks; the one-lane
+  // scalar target takes the plain path.
+  const bool wholePixels = n >= 16;
+  const auto mask =
+      hn::Eq(hn::And(hn::Iota(d, 0), hn::Set(d, 3)), hn::Set(d, static_cast<uint8_t>(channel)));
+  const auto v = hn::Set(d, value);
+  const size_t rowBytes = 4 * width;
+  for (size_t y = 0; y < height; ++y) {
+    uint8_t* t = dst + y * dstStride;
+    size_t x = 0;
+    for (; wholePixels && x + n <= rowBytes; x += n) {
+      hn::StoreU(hn::IfThenElse(mask, v, hn::LoadU(d, t + x)), d, t + x);
+    }
+    for (; x < rowBytes; x += 4) {
+      t[x + channel] = value;
+    }
+  }
+}
+
+void Copy3To4Impl(const uint8_t* src, size_t srcStride, uint8_t* dst, size_t dstStride,
+                  size_t width, size_t height, uint8_t fourth) {
+  const hn::ScalableTag<uint8_t> d;
+  const size_t n = hn::Lanes(d);
+  const auto a = hn::Set(d, fourth);
+  for (size_t y = 0; y < height; ++y) {
+    const uint8_t* s = src + y * srcStride;
+    uint8_t* t = dst + y * dstStride;
+    size_t x = 0;
+    for (; x + n <= width; x += n) {
+      hn::Vec<decltype(d)> c0, c1, c2;
+      hn::LoadInterleaved3(d, s + 3 * x, c0, c1, c2);
+      hn::StoreInterleaved4(c0, c1, c2, a, d, t + 4 * x);
+    }
+    for (; x < width; ++x) {
+      t[4 * x] = s[3 * x];
+      t[4 * x + 1] = s[3 * x + 1];
+      t[4 * x + 2] = s[3 * x + 2];
+      t[4 * x + 3] = fourth;
+    }
+  }
+}
+
+void Copy4To3Impl(const uint8_t* src, size_t srcStride, uint8_t* dst, size_t dstStride,
+                  size_t width, size_t height) {
+  const hn::ScalableTag<uint8_t> d;
+  const size_t n = hn::Lanes(d);
+  for (size_t y = 0; y < height; ++y) {
+    const uint8_t* s = src + y * srcStride;
+    uint8_t* t = dst + y * dstStride;
+    size_t x = 0;
+    for (; x + n <= width; x += n) {
+      hn::Vec<decltype(d)> c0, c1, c2, c3;
+      hn::LoadInterleaved4(d, s + 4 * x, c0, c1, c2, c3);
+      hn::StoreInterleaved3(c0, c1, c2, d, t + 3 * x);
+    }
+    for (; x < width; ++x) {
+      t[3 * x] = s[4 * x];
+      t[3 * x + 1] = s[4 * x + 1];
+      t[3 * x + 2] = s[4 * x + 2];
+    }
+  }
+}
+
+void SwapChannels3Impl(const uint8_t* src, size_t srcStride, uint8_t* dst, size_t dstStride,
+                       size_t width, size_t height) {
+  const hn::ScalableTag<uint8_t> d;
+  const size_t n = hn::Lanes(d);
+  for (size_t y = 0; y < height; ++y) {
+    const uint8_t* s = src + y * srcStride;
+    uint8_t* t = dst + y * dstStride;
+    size_t x = 0;
+    for (; x + n <= width; x += n) {
+      hn::Vec<decltype(d)> c0, c1, c2;
+      hn::LoadInterleaved3(d, s + 3 * x, c0, c1, c2);
+      hn::StoreInterleaved3(c2, c1, c0, d, t + 3 * x);
+    }
+    for (; x < width; ++x) {
+      const uint8_t first = s[3 * x];
+      const uint8_t third = s[3 * x + 2];
+      t[3 * x] = third;
+      t[3 * x + 1] = s[3 * x + 1];
+      t[3 * x + 2] = first;
+    }
+  }
+}
+
+void SwapChannels4Impl(const uint8_t* src, size_t srcStride, uint8_t* dst, size_t dstStride,
+                       size_t width, size_t height) {
+  const hn::ScalableTag<uint8_t> d;
+  const size_t n = hn::Lanes(d);
+  // Byte shuffle within each 16-byte block: even bytes trade places with the
+  // byte two away (2 1 0 3, 6 5 4 7, ...), odd bytes stay.
+  const auto lane = hn::And(hn::Iota(d, 0), hn::Set(d, 15));
+  const auto isEven = hn::Eq(hn::And(lane, hn::Set(d, 1)), hn::Zero(d));
+  const auto indices = hn::IfThenElse(isEven, hn::Xor(lane, hn::Set(d, 2)), lane);
+  // The one-lane scalar target has no blocks to shuffle in.
+  const bool wholePixels = n >= 16;
+  const size_t rowBytes = 4 * width;
+  for (size_t y = 0; y < height; ++y) {
+    const uint8_t* s = src + y * srcStride;
+    uint8_t* t = dst + y * dstStride;
+    size_t x = 0;
+    for (; wholePixels && x + n <= rowBytes; x += n) {
+      hn::StoreU(hn::TableLookupBytes(hn::LoadU(d, s + x), indices), d, t + x);
+    }
+    for (; x < rowBytes; x += 4) {
+      const uint8_t first = s[x];
+      const uint8_t third = s[x + 2];
+      t[x] = third;
+      t[x + 1] = s[x + 1];
+      t[x + 2] = first;
+      t[x + 3] = s[x + 3];
+    }
+  }
+}
+
+} // namespace HWY_NAMESPACE
+} // namespace NmPrimitives
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+namespace NmPrimitives {
+
+HWY_EXPORT(CopyPlaneImpl);
+HWY_EXPORT(SetPlaneImpl);
+HWY_EXPORT(SetChannel4Impl);
+HWY_EXPORT(Copy3To4Impl);
+HWY_EXPORT(Copy4To3Impl);
+HWY_EXPORT(SwapChannels3Impl);
+HWY_EXPORT(SwapChannels4Impl);
+
+void CopyPlane(const uint8_t* src, size_t srcStride, uint8_t* dst, size_t dstStride,
+               size_t rowBytes, size_t height) {
+  HWY_DYNAMIC_DISPATCH(CopyPlaneImpl)(src, srcStride, dst, dstStride, rowBytes, height);
+}
+void SetPlane(uint8_t value, uint8_t* dst, size_t dstStride, size_t width, size_t height) {
+  HWY_DYNAMIC_DISPATCH(SetPlaneImpl)(value, dst, dstStride, width, height);
+}
+void SetChannel4(uint8_t value, size_t channel, uint8_t* dst, size_t dstStride, size_t width,
+                 size_t height) {
+  HWY_DYNAMIC_DISPATCH(SetChannel4Impl)(value, channel, dst, dstStride, width, height);
+}
+void Copy3To4(const uint8_t* src, size_t srcStride, uint8_t* dst, size_t dstStride, size_t width,
+              size_t height, uint8_t fourth) {
+  HWY_DYNAMIC_DISPATCH(Copy3To4Impl)(src, srcStride, dst, dstStride, width, height, fourth);
+}
+void Copy4To3(const uint8_t* src, size_t srcStride, uint8_t* dst, size_t dstStride, size_t width,
+              size_t height) {
+  HWY_DYNAMIC_DISPATCH(Copy4To3Impl)(src, srcStride, dst, dstStride, width, height);
+}
+void SwapChannels3(const uint8_t* src, size_t srcStride, uint8_t* dst, size_t dstStride,
+                   size_t width, size_t height) {
+  HWY_DYNAMIC_DISPATCH(SwapChannels3Impl)(src, srcStride, dst, dstStride, width, height);
+}
+void SwapChannels4(const uint8_t* src, size_t srcStride, uint8_t* dst, size_t dstStride,
+                   size_t width, size_t height) {
+  HWY_DYNAMIC_DISPATCH(SwapChannels4Impl)(src, srcStride, dst, dstStride, width, height);
+}
+
+} // namespace NmPrimitives
+#endif

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <random>
+#include <vector>
+
+#include "Codecs/Primitives/Targets.h"
+
+namespace NmPrimitiveTest {
+
+// A plane with a random stride gap, filled with noise, gaps included: a kernel
+// that writes past a row's end shows up as a difference in the gap.
+struct SmTestPlane {
+  SmTestPlane(std::mt19937& random, size_t rowBytes, size_t rows, size_t maximumGap = 40)
+      : stride(rowBytes + random() % (maximumGap + 1)), height(rows), bytes(stride * rows + 1) {
+    for (uint8_t& b : bytes) {
+      b = static_cast<uint8_t>(random());
+    }
+  }
+  uint8_t* data() { return bytes.data(); }
+  const uint8_t* data() const { return bytes.data(); }
+  size_t stride;
+  size_t height;
+  std::vector<uint8_t> bytes;
+};
+
+// Runs `body(target name)` once for each compiled Highway target, with dispatch
+// held on that target.
+template <typename Body> void ForEachTarget(Body&& body) {
+  for (const int64_t target : NmPrimitives::GetCompiledTargets()) {
+    NmPrimitives::CmScopedTarget scope(target);
+    SCOPED_TRACE(NmPrimitives::GetTargetName(target));
+    body();
+  }
+}
+
+} // namespace NmPrimitiveTest
