@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cstring>
+#include <string_view>
 #include <iostream>
 
 namespace NmError {
@@ -54,7 +55,8 @@ size_t SkipOperatorName(const std::string& text, size_t at) {
 std::string QualifiedFunctionName(const char* prettyFunction) {
   const std::string text = prettyFunction ? prettyFunction : "";
   // clang names an anonymous namespace with parentheses of its own.
-  static const std::string anonymous = "(anonymous namespace)";
+  // A plain literal: errors are also raised from static destructors at unload.
+  constexpr std::string_view anonymous = "(anonymous namespace)";
   // The parameter list starts at the first '(' outside template brackets.
   int angle = 0;
   size_t open = std::string::npos;
