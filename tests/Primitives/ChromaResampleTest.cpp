@@ -1,0 +1,98 @@
+#include <gtest/gtest.h>
+
+#include "Codecs/Primitives/ChromaResample.h"
+#include "Primitives/PrimitiveTestSupport.h"
+
+using NmPrimitiveTest::ForEachTarget;
+using NmPrimitiveTest::SmTestPlane;
+using namespace NmPrimitives;
+
+TEST(ChromaResample, EveryTargetMatchesTheReference) {
+  ForEachTarget([] {
+    std::mt19937 random(3);
+    for (int round = 0; round < 60; ++round) {
+      const size_t width = 1 + random() % 150;
+      const size_t fullHeight = 1 + random() % 14;
+      const size_t interleavedHeight = 4 * (1 + random() % 4);
+      SCOPED_TRACE(::testing::Message()
+                   << width << " wide, " << fullHeight << " / " << interleavedHeight << " rows");
+      {
+        const SmTestPlane source(random, width, (fullHeight + 1) / 2);
+        SmTestPlane expected(random, width, fullHeight);
+        SmTestPlane actual = expected;
+        NmReference::Chroma420To422(source.data(), source.stride, expected.data(), expected.stride,
+                                    width, fullHeight);
+        Chroma420To422(source.data(), source.stride, actual.data(), actual.stride, width,
+                       fullHeight);
+        EXPECT_EQ(actual.bytes, expected.bytes) << "up";
+      }
+      {
+        const SmTestPlane source(random, width, interleavedHeight / 2);
+        SmTestPlane expected(random, width, interleavedHeight);
+        SmTestPlane actual = expected;
+        NmReference::Chroma420To422Interleaved(source.data(), source.stride, expected.data(),
+                                               expected.stride, width, interleavedHeight);
+        Chroma420To422Interleaved(source.data(), source.stride, actual.data(), actual.stride, width,
+                                  interleavedHeight);
+        EXPECT_EQ(actual.bytes, expected.bytes) << "up interleaved";
+      }
+      {
+        const SmTestPlane source(random, width, fullHeight);
+        SmTestPlane expected(random, width, (fullHeight + 1) / 2);
+        SmTestPlane actual = expected;
+        NmReference::Chroma422To420(source.data(), source.stride, expected.data(), expected.stride,
+                                    width, fullHeight);
+        Chroma422To420(source.data(), source.stride, actual.data(), actual.stride, width,
+                       fullHeight);
+        EXPECT_EQ(actual.bytes, expected.bytes) << "down";
+      }
+      {
+        const SmTestPlane source(random, width, interleavedHeight);
+        SmTestPlane expected(random, width, interleavedHeight / 2);
+        SmTestPlane actual = expected;
+        NmReference::Chroma422To420Interleaved(source.data(), source.stride, expected.data(),
+                                               expected.stride, width, interleavedHeight);
+        Chroma422To420Interleaved(source.data(), source.stride, actual.data(), actual.stride, width,
+                                  interleavedHeight);
+        EXPECT_EQ(actual.bytes, expected.bytes) << "down interleaved";
+      }
+    }
+  });
+}
+
+TEST(ChromaResample, RoundTripsAndFieldSeparation) {
+  std::mt19937 random(4);
+  for (const bool interleaved : {false, true}) {
+    const size_t height = interleaved ? 12 : 11;
+    const size_t width = 9;
+    SmTestPlane chroma420(random, width, interleaved ? height / 2 : (height + 1) / 2, 0);
+    SmTestPlane chroma422(random, width, height, 0);
+    SmTestPlane back(random, width, chroma420.height, 0);
+    if (interleaved) {
+      Chroma420To422Interleaved(chroma420.data(), width, chroma422.data(), width, width, height);
+      Chroma422To420Interleaved(chroma422.data(), width, back.data(), width, width, height);
+    } else {
+      Chroma420To422(chroma420.data(), width, chroma422.data(), width, width, height);
+      Chroma422To420(chroma422.data(), width, back.data(), width, width, height);
+    }
+    EXPECT_TRUE(std::equal(back.bytes.begin(), back.bytes.end() - 1, chroma420.bytes.begin()))
+        << interleaved;
+  }
+  // A top field of 0 and a bottom field of 200 never mix in the interleaved forms.
+  uint8_t fields[8];
+  for (int r = 0; r < 8; ++r) {
+    fields[r] = r % 2 ? 200 : 0;
+  }
+  uint8_t halved[4];
+  Chroma422To420Interleaved(fields, 1, halved, 1, 1, 8);
+  EXPECT_EQ(std::vector<uint8_t>(halved, halved + 4), (std::vector<uint8_t>{0, 200, 0, 200}));
+  uint8_t doubled[8];
+  Chroma420To422Interleaved(halved, 1, doubled, 1, 1, 8);
+  EXPECT_EQ(std::vector<uint8_t>(doubled, doubled + 8), std::vector<uint8_t>(fields, fields + 8));
+  // Rounding is half up, and an odd last row stands alone.
+  const uint8_t rows[3] = {1, 2, 77};
+  uint8_t out[2];
+  NmReference::Chroma422To420(rows, 1, out, 1, 1, 3);
+  EXPECT_EQ(out[0], 2);
+  EXPECT_EQ(out[1], 77);
+}
