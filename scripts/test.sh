@@ -1,0 +1,17 @@
+#!/usr/bin/env bash
+# Installs what is missing, builds everything and runs the whole test suite,
+# then the host-boundary tests again under AddressSanitizer and LeakSanitizer.
+# Exits non-zero on any failure.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+scripts/install-deps.sh
+
+cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo
+cmake --build build
+ctest --test-dir build --output-on-failure -j2
+
+cmake -S . -B build-asan -G Ninja -DCMAKE_BUILD_TYPE=Debug -DVZK_SANITIZE=ON \
+  -DVZK_BUILD_BENCHMARKS=OFF
+cmake --build build-asan --target host_tests toolkit_tests vzk_test_plugins ToolkitSourcePlugin_vzk
+ctest --test-dir build-asan --output-on-failure -j2 -R 'Host|Toolkit|Plugin'
