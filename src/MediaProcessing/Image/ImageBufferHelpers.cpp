@@ -1,6 +1,7 @@
 #include "MediaProcessing/Image/ImageBufferHelpers.h"
 
 #include "Codecs/Primitives/PlaneCopy.h"
+#include "Codecs/Primitives/PlaneFlip.h"
 #include "Common/Error/Error.h"
 
 namespace NmMediaProcessing {
@@ -84,6 +85,10 @@ RegionOfInterest GetFullRegion(const CmPlane& plane) {
   return {0, 0, static_cast<int32_t>(plane.width), static_cast<int32_t>(plane.height)};
 }
 
+SmSize GetSize(const CmPlane& plane) {
+  return {static_cast<int32_t>(plane.width), static_cast<int32_t>(plane.height)};
+}
+
 CmPlane GetCroppedPlane(const CmPlane& plane, const RegionOfInterest& region) {
   return GetCroppedPlane<CmPlane>(plane, region);
 }
@@ -132,6 +137,164 @@ void CopyAllocatorContents(const ImImageMemoryAllocation& source,
   for (uint64_t i = 0; i < source.GetPlaneCount(); ++i) {
     CopyPlaneContents(source.GetPlane(i), destination.GetWriteablePlane(i));
   }
+}
+
+namespace {
+
+// The pixel layouts that the primitives know: one channel, three, three in
+// four bytes, and four.
+bool IsSupportedLayout(const CmPlane& plane) {
+  return (plane.pixelStride == 1 && plane.bytesPerPixel == 1) ||
+         (plane.pixelStride == 3 && plane.bytesPerPixel == 3) ||
+         (plane.pixelStride == 4 && (plane.bytesPerPixel == 3 || plane.bytesPerPixel == 4));
+}
+
+NmPrimitives::SmFlipAxis ToPrimitiveAxis(FlipAxis axis) {
+  switch (axis) {
+  case FlipRows:
+    return NmPrimitives::FlipRows;
+  case FlipColumns:
+    return NmPrimitives::FlipColumns;
+  default:
+    return NmPrimitives::FlipBoth;
+  }
+}
+
+} // namespace
+
+void FlipPlaneContents(const CmPlane& source, const CmWriteablePlane& destination, FlipAxis axis) {
+  if (source.width != destination.width || source.height != destination.height) {
+    throw CmIntegrityError(VZK_LOCATION,
+                           "Source and destination planes must have the same dimensions for "
+                           "mirroring",
+                           CmIntegrityErrorCode::InvalidPointer);
+  }
+  if (!IsSupportedLayout(destination) || source.pixelStride != destination.pixelStride) {
+    throw CmIntegrityError(VZK_LOCATION, "Mirroring is not supported for the given pixel stride",
+                           CmIntegrityErrorCode::InvalidPointer);
+  }
+  // The fourth byte of a three-in-four pixel travels with its pixel.
+  NmPrimitives::FlipPlane(source.data, source.rowStride, destination.data, destination.rowStride,
+                          source.width, source.height, source.pixelStride, ToPrimitiveAxis(axis));
+}
+
+void FlipPlaneContents(ImImageMemoryAllocation& allocator, FlipAxis axis) {
+  for (uint64_t i = 0; i < allocator.GetPlaneCount(); ++i) {
+    if (!IsSupportedLayout(allocator.GetPlane(i))) {
+      throw CmIntegrityError(VZK_LOCATION, "Mirroring is not supported for the given pixel stride",
+                             CmIntegrityErrorCode::InvalidPointer);
+    }
+  }
+  for (uint64_t i = 0; i < allocator.GetPlaneCount(); ++i) {
+    const CmPlane view = allocator.GetPlane(i);
+    FlipAxis planeAxis = axis;
+    // A single row has nothing to turn over top to bottom, a single column
+    // nothing left to right.
+    if (view.height == 1) {
+      if (axis == FlipRows) {
+        continue;
+      }
+      planeAxis = FlipColumns;
+    } else if (view.width == 1) {
+      if (axis == FlipColumns) {
+        continue;
+      }
+      planeAxis = FlipRows;
+    }
+    const CmWriteablePlane plane = allocator.GetWriteablePlane(i);
+    NmPrimitives::FlipPlaneInPlace(plane.data, plane.rowStride, plane.width, plane.height,
+                                   plane.pixelStride, ToPrimitiveAxis(planeAxis));
+  }
+}
+
+namespace {
+
+bool IsRedFirst(ColorFormat format) {
+  return format == RGB24 || format == RGB32 || format == RGBA;
+}
+bool IsBlueFirst(ColorFormat format) {
+  return format == BGR24 || format == BGR32 || format == BGRA;
+}
+
+ColorFormat WithOtherChannelOrder(ColorFormat format) {
+  switch (format) {
+  case RGB24:
+    return BGR24;
+  case BGR24:
+    return RGB24;
+  case RGB32:
+    return BGR32;
+  case BGR32:
+    return RGB32;
+  case RGBA:
+    return BGRA;
+  case BGRA:
+    return RGBA;
+  default:
+    return ColorFormatNone;
+  }
+}
+
+void SwapPlaneChannels(const CmPlane& source, const CmWriteablePlane& destination) {
+  if (source.pixelStride == 3) {
+    NmPrimitives::SwapChannels3(source.data, source.rowStride, destination.data,
+                                destination.rowStride, source.width, source.height);
+  } else {
+    NmPrimitives::SwapChannels4(source.data, source.rowStride, destination.data,
+                                destination.rowStride, source.width, source.height);
+  }
+}
+
+} // namespace
+
+void SwapChannels(ImImageMemoryAllocation& allocator) {
+  const ColorFormat format = allocator.GetColorFormat();
+  const ColorFormat swapped = WithOtherChannelOrder(format);
+  if (swapped == ColorFormatNone) {
+    throw CmIntegrityError(VZK_LOCATION, "Unable to swap color channels in the given format",
+                           CmIntegrityErrorCode::InvalidPointer);
+  }
+  const CmWriteablePlane plane = allocator.GetWriteablePlane(0);
+  SwapPlaneChannels(plane, plane);
+  allocator.ReinterpretFormat(swapped);
+}
+
+void SwapChannels(const ImImageMemoryAllocation& source, ImImageMemoryAllocation& destination) {
+  const CmPlane from = source.GetPlane(0);
+  const CmPlane to = destination.GetPlane(0);
+  if (from.width != to.width || from.height != to.height) {
+    throw CmIntegrityError(VZK_LOCATION,
+                           "Unable to swap color channels between the given allocator dimensions",
+                           CmIntegrityErrorCode::InvalidPointer);
+  }
+  const ColorFormat sourceFormat = source.GetColorFormat();
+  const ColorFormat targetFormat = destination.GetColorFormat();
+  const bool oppositeOrder = (IsRedFirst(sourceFormat) && IsBlueFirst(targetFormat)) ||
+                             (IsBlueFirst(sourceFormat) && IsRedFirst(targetFormat));
+  if (!oppositeOrder || from.pixelStride != to.pixelStride) {
+    throw CmIntegrityError(VZK_LOCATION, "Unable to swap color channels between the given formats",
+                           CmIntegrityErrorCode::InvalidPointer);
+  }
+  SwapPlaneChannels(from, destination.GetWriteablePlane(0));
+}
+
+void SetAlphaChannel(ImImageMemoryAllocation& allocator, uint8_t value) {
+  const ColorFormat format = allocator.GetColorFormat();
+  if (format != RGBA && format != BGRA) {
+    throw CmIntegrityError(VZK_LOCATION, "The given colour format doesn't have an alpha channel",
+                           CmIntegrityErrorCode::InvalidPointer);
+  }
+  const CmWriteablePlane plane = allocator.GetWriteablePlane(0);
+  NmPrimitives::SetChannel4(value, 3, plane.data, plane.rowStride, plane.width, plane.height);
+}
+
+void SetPlane(uint8_t value, const CmWriteablePlane& plane) {
+  if (plane.pixelStride != 1) {
+    throw CmIntegrityError(VZK_LOCATION,
+                           "Setting plane values is not supported for the given pixel stride",
+                           CmIntegrityErrorCode::InvalidPointer);
+  }
+  NmPrimitives::SetPlane(value, plane.data, plane.rowStride, plane.width, plane.height);
 }
 
 } // namespace CmImageBufferHelpers

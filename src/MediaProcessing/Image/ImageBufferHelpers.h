@@ -18,7 +18,19 @@ struct RegionOfInterest {
   int32_t height = 0;
 };
 
+struct SmSize {
+  int32_t width = 0;
+  int32_t height = 0;
+};
+
+enum FlipAxis : int32_t {
+  FlipRows = 0,    // top to bottom
+  FlipColumns = 1, // left to right
+  FlipBoth = 2,
+};
+
 RegionOfInterest GetFullRegion(const CmPlane& plane);
+SmSize GetSize(const CmPlane& plane);
 
 CmPlane GetCroppedPlane(const CmPlane& plane, const RegionOfInterest& region);
 CmWriteablePlane GetCroppedPlane(const CmWriteablePlane& plane, const RegionOfInterest& region);
@@ -34,6 +46,20 @@ CmWriteablePlane GetFieldPlane(const CmWriteablePlane& plane, Interlacing interl
 void CopyPlaneContents(const CmPlane& source, const CmWriteablePlane& destination);
 void CopyAllocatorContents(const ImImageMemoryAllocation& source,
                            ImImageMemoryAllocation& destination);
+
+void FlipPlaneContents(const CmPlane& source, const CmWriteablePlane& destination, FlipAxis axis);
+// Mirrors every plane in place, writing through GetWriteablePlane.
+void FlipPlaneContents(ImImageMemoryAllocation& allocator, FlipAxis axis);
+
+// Exchanges the first and third channel in place and relabels the format
+// (RGB24 and BGR24, RGB32 and BGR32, RGBA and BGRA).
+void SwapChannels(ImImageMemoryAllocation& allocator);
+// Writes the source with its first and third channel exchanged into an
+// allocated destination of the same size whose format differs in order only.
+void SwapChannels(const ImImageMemoryAllocation& source, ImImageMemoryAllocation& destination);
+
+void SetAlphaChannel(ImImageMemoryAllocation& allocator, uint8_t value);
+void SetPlane(uint8_t value, const CmWriteablePlane& plane);
 
 } // namespace CmImageBufferHelpers
 
