@@ -134,8 +134,9 @@ bool CmByteDataVideoAccess::IsByteDataMatched(const CmTimeStamp& time, SmTimeMat
         if (!block.GetTimeStampForImage(index + 1, next)) {
           return false;
         }
-        // A tie goes to the later image.
-        if (next - time <= time - found) {
+        // A tie goes to the later image. Distances in unsigned ticks, since
+        // found <= time <= next and a signed span could overflow.
+        if (next.GetTicks() - time.GetTicks() <= time.GetTicks() - found.GetTicks()) {
           result = next;
         }
       }

@@ -267,7 +267,8 @@ bool CmGenericByteDataBlock::GetImageIndexForTime(const CmTimeStamp& time, uint6
     if (duration == 0) {
       return false;
     }
-    const uint64_t elapsed = static_cast<uint64_t>((time - begin).GetMilliseconds());
+    // In wire milliseconds: a span in ticks overflows for far-apart times.
+    const uint64_t elapsed = TimeStampToWireTime(time) - TimeStampToWireTime(begin);
     const uint64_t slots = lastImageAtEndTime ? imageCount - 1 : imageCount;
     // Elapsed times the image count can pass 64 bits for far-apart times.
     const uint64_t index =

@@ -20,6 +20,9 @@ public:
   // Copies size bytes, reporting false instead of faulting when the source is
   // not readable or the destination not writable. Regions may overlap.
   static bool SafeCopy(void* destination, const void* source, size_t size);
+  // Whether every byte of the range can be written. Probing leaves the bytes
+  // as they are.
+  static bool IsWritable(void* address, size_t size);
 
 protected:
   CmGenericByteDataOS() = default;

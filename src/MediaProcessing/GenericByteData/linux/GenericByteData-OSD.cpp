@@ -106,6 +106,22 @@ bool CopyWithoutOverlap(void* destination, const void* source, size_t size) {
 
 } // namespace
 
+bool CmGenericByteDataOS::IsWritable(void* address, size_t size) {
+  if (address == nullptr) {
+    return false;
+  }
+  if (!g_KernelCopyUnavailable.load(std::memory_order_relaxed)) {
+    // Writing the bytes onto themselves: a transfer that stops at a read-only
+    // page has only rewritten what was there.
+    const int result = KernelCopy(address, address, size);
+    if (result >= 0) {
+      return result == 1;
+    }
+    g_KernelCopyUnavailable.store(true, std::memory_order_relaxed);
+  }
+  return RangeHasPermission(address, size, 'w');
+}
+
 bool CmGenericByteDataOS::SafeCopy(void* destination, const void* source, size_t size) {
   if (size == 0 || destination == source) {
     return destination != nullptr && source != nullptr;

@@ -1,0 +1,155 @@
+#include <gtest/gtest.h>
+
+#include <cfenv>
+
+#include "MediaProcessing/GenericByteData/GenericByteDataBlock.h"
+#include "TestTimes.h"
+#include "support/GenericByteDataBuilder.h"
+
+using namespace NmMediaProcessing;
+using namespace NmTestSupport;
+using NmTimeStamp::CmTimeStamp;
+
+namespace {
+struct CmBlockFixture {
+  explicit CmBlockFixture(const SmBlockFields& fields)
+      : bytes(BuildBlock(fields)), block(bytes.data(), bytes.size()) {}
+  CmBytes bytes;
+  CmGenericVideoByteDataBlock block;
+};
+} // namespace
+
+TEST(BlockTimes, ValidityRulesPerTypeAndImageCount) {
+  struct {
+    uint16_t type;
+    uint16_t imageCount;
+    uint64_t begin, end;
+    bool valid;
+  } const table[] = {
+      {10, 0, 5, 5, false}, {10, 1, 5, 5, true},  {10, 1, 5, 6, false}, {10, 2, 5, 5, false},
+      {10, 2, 5, 6, true},  {10, 2, 6, 5, false}, {1, 1, 5, 5, true},   {1, 2, 5, 6, false},
+      {8, 2, 5, 6, false},  {8, 2, 5, 5, false},  {4, 30, 0, 1, true},  {15, 3, 9, 10, true},
+  };
+  for (const auto& row : table) {
+    CmBlockFixture f({.type = row.type,
+                      .beginTime = row.begin,
+                      .endTime = row.end,
+                      .imageCount = row.imageCount});
+    EXPECT_EQ(f.block.AreTimesValid(), row.valid)
+        << row.type << " " << row.imageCount << " " << row.begin << " " << row.end;
+  }
+}
+
+TEST(BlockTimes, ImageTimesWithAndWithoutLastImageAtEndTime) {
+  // Last image at the end time: two images at 0 and 1000 ms.
+  CmBlockFixture closed({.lastImageAtEndTime = true, .endTime = 1000, .imageCount = 2});
+  CmTimeStamp time;
+  uint64_t index = 99;
+  ASSERT_TRUE(closed.block.GetTimeStampForImage(1, time));
+  EXPECT_EQ(time, Ms(1000));
+  ASSERT_TRUE(closed.block.GetImageIndexForTime(Ms(1000), index, time));
+  EXPECT_EQ(index, 1u);
+  EXPECT_EQ(time, Ms(1000));
+  ASSERT_TRUE(closed.block.GetImageIndexForTime(Ms(999), index, time));
+  EXPECT_EQ(index, 0u);
+  EXPECT_EQ(time, Ms(0));
+  EXPECT_FALSE(closed.block.GetImageIndexForTime(Ms(1001), index, time));
+
+  // End time exclusive: the same times put images at 0 and 500, and 1000
+  // lies outside the block.
+  CmBlockFixture open({.lastImageAtEndTime = false, .endTime = 1000, .imageCount = 2});
+  ASSERT_TRUE(open.block.GetTimeStampForImage(1, time));
+  EXPECT_EQ(time, Ms(500));
+  EXPECT_FALSE(open.block.GetImageIndexForTime(Ms(1000), index, time));
+  ASSERT_TRUE(open.block.GetImageIndexForTime(Ms(999), index, time));
+  EXPECT_EQ(index, 1u);
+  EXPECT_EQ(time, Ms(500));
+  ASSERT_TRUE(open.block.GetImageIndexForTime(Ms(500), index, time));
+  EXPECT_EQ(index, 1u);
+  ASSERT_TRUE(open.block.GetImageIndexForTime(Ms(499), index, time));
+  EXPECT_EQ(index, 0u);
+
+  // Before the first image, and indices beyond the images.
+  CmBlockFixture later({.beginTime = 100, .endTime = 400, .imageCount = 4});
+  EXPECT_FALSE(later.block.GetImageIndexForTime(Ms(99), index, time));
+  EXPECT_EQ(index, 0u);
+  ASSERT_TRUE(later.block.GetImageIndexForTime(Ms(100), index, time));
+  EXPECT_EQ(time, Ms(100));
+  EXPECT_FALSE(later.block.GetTimeStampForImage(4, time));
+  ASSERT_TRUE(later.block.GetTimeStampForImage(3, time));
+  EXPECT_EQ(time, Ms(400));
+
+  // One image: only its own time matches.
+  CmBlockFixture single({.beginTime = 70, .endTime = 70, .imageCount = 1});
+  ASSERT_TRUE(single.block.GetImageIndexForTime(Ms(70), index, time));
+  EXPECT_EQ(time, Ms(70));
+  EXPECT_FALSE(single.block.GetImageIndexForTime(Ms(71), index, time));
+
+  // No images, or an end before the begin: nothing to find.
+  CmBlockFixture none({.endTime = 10, .imageCount = 0});
+  EXPECT_FALSE(none.block.GetTimeStampForImage(0, time));
+  EXPECT_FALSE(none.block.GetImageIndexForTime(Ms(5), index, time));
+  CmBlockFixture backwards({.beginTime = 10, .endTime = 5, .imageCount = 2});
+  EXPECT_FALSE(backwards.block.GetTimeStampForImage(0, time));
+  EXPECT_FALSE(backwards.block.GetImageIndexForTime(Ms(7), index, time));
+}
+
+TEST(BlockTimes, IntervalIsDividedRoundingDownAndTheModeIsRestored) {
+  // 29 ms over 7 intervals: a quotient rounded to nearest lies above 29/7 and
+  // would put the last image at 30 ms, behind the end of the block.
+  CmBlockFixture f({.lastImageAtEndTime = true, .endTime = 29, .imageCount = 8});
+  ASSERT_EQ(std::fegetround(), FE_TONEAREST);
+  CmTimeStamp time;
+  ASSERT_TRUE(f.block.GetTimeStampForImage(7, time));
+  EXPECT_EQ(time, Ms(29));
+  uint64_t index = 0;
+  ASSERT_TRUE(f.block.GetImageIndexForTime(Ms(29), index, time));
+  EXPECT_EQ(index, 7u);
+  EXPECT_EQ(time, Ms(29));
+  EXPECT_EQ(std::fegetround(), FE_TONEAREST);
+  // Images land on ceil(index x interval): 0, 5, 9, 13, 17, 21, 25, 29.
+  const int64_t expected[] = {0, 5, 9, 13, 17, 21, 25, 29};
+  for (uint64_t i = 0; i < 8; ++i) {
+    ASSERT_TRUE(f.block.GetTimeStampForImage(i, time));
+    EXPECT_EQ(time, Ms(expected[i])) << i;
+  }
+  // Far-apart times must not overflow the index arithmetic.
+  CmBlockFixture wide({.endTime = 1800000000000000, .imageCount = 65535});
+  ASSERT_TRUE(wide.block.GetImageIndexForTime(Ms(1799999999999999), index, time));
+  EXPECT_EQ(index, 65533u);
+}
+
+TEST(BlockTimes, WireTimesBeyondTheTimeStampRangeRaise) {
+  const uint64_t limit = 1844674407370956ULL - 11644473600000ULL;
+  CmBlockFixture edge({.beginTime = limit - 1, .endTime = limit - 1});
+  EXPECT_EQ(edge.block.GetBeginTime().GetMilliseconds(), static_cast<int64_t>(limit - 1));
+  for (uint64_t wire : {limit, ~uint64_t{0}, uint64_t{1} << 63}) {
+    CmBlockFixture beyond({.beginTime = wire, .endTime = wire});
+    EXPECT_THROW(beyond.block.GetBeginTime(), NmTimeStamp::CmTimeError) << wire;
+    EXPECT_THROW(beyond.block.AreTimesValid(), NmTimeStamp::CmTimeError) << wire;
+  }
+  CmBlockFixture beyondEnd({.beginTime = 0, .endTime = ~uint64_t{0}, .imageCount = 2});
+  try {
+    beyondEnd.block.GetEndTime();
+    FAIL() << "no error";
+  } catch (const NmTimeStamp::CmTimeError& error) {
+    EXPECT_EQ(error.GetDescription(),
+              "Error initializing time stamp. Invalid number of milliseconds given!");
+  }
+}
+
+TEST(BlockFlags, EndTimeExclusiveLeavesOtherBitsAlone) {
+  CmBlockFixture f({.lastImageAtEndTime = true, .extraFlags = 0x80000001u});
+  EXPECT_FALSE(f.block.IsEndTimeExclusive());
+  ASSERT_TRUE(f.block.SetEndTimeExclusive(true));
+  EXPECT_TRUE(f.block.IsEndTimeExclusive());
+  EXPECT_EQ(f.bytes[4], 0x80);
+  EXPECT_EQ(f.bytes[7], 0x01);
+  ASSERT_TRUE(f.block.SetEndTimeExclusive(false));
+  EXPECT_EQ(f.bytes[7], 0x03);
+  ASSERT_TRUE(f.block.SetPictureFormat(15));
+  ASSERT_TRUE(f.block.SetInterlacing(true, false, 3));
+  EXPECT_EQ(f.bytes[4], 0x80);
+  EXPECT_EQ(f.bytes[7] & 0x03, 0x03);
+  EXPECT_FALSE(f.block.IsEndTimeExclusive());
+}

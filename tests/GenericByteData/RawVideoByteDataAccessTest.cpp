@@ -1,0 +1,261 @@
+#include <gtest/gtest.h>
+
+#include "MediaProcessing/GenericByteData/ByteDataVideoAccess.h"
+#include "MediaProcessing/GenericByteData/RawVideoByteDataAccess.h"
+#include "TestTimes.h"
+#include "support/GenericByteDataBuilder.h"
+
+using namespace NmMediaProcessing;
+using namespace NmTestSupport;
+using NmTimeStamp::CmTimeStamp;
+
+namespace {
+struct CmRecord {
+  explicit CmRecord(CmBytes b) : bytes(std::move(b)), record(bytes.data(), bytes.size()) {}
+  CmBytes bytes;
+  CmGenericByteData record;
+};
+} // namespace
+
+TEST(RawVideoByteDataAccess, ViewsOfEveryKind) {
+  CmRecord block(BuildBlock({.type = 11,
+                             .extension = Pattern(3),
+                             .imageForm = {.interlaced = true, .layout = 3},
+                             .beginTime = 100,
+                             .endTime = 400,
+                             .imageCount = 4,
+                             .payload = Pattern(20)}));
+  const CmRawVideoByteDataAccess blockView(block.record, false);
+  ASSERT_TRUE(blockView.IsValid());
+  EXPECT_EQ(blockView.GetCodec(), 12u);
+  EXPECT_EQ(blockView.GetData(), block.bytes.data() + 39);
+  EXPECT_EQ(blockView.GetDataSize(), 20u);
+  EXPECT_EQ(blockView.GetRawData(), block.bytes.data());
+  EXPECT_EQ(blockView.GetRawSize(), block.bytes.size());
+  EXPECT_EQ(blockView.GetTime(), Ms(100));
+  EXPECT_EQ(blockView.GetImageCount(), 4u);
+  EXPECT_TRUE(blockView.GetSync());
+  EXPECT_TRUE(blockView.GetInterlaced());
+  EXPECT_FALSE(blockView.GetTopFieldFirst());
+  EXPECT_EQ(blockView.GetInterlaceLayout(), 3u);
+  CmTimeStamp time;
+  ASSERT_TRUE(blockView.GetTimeStampForImage(3, time));
+  EXPECT_EQ(time, Ms(400));
+  try {
+    blockView.GetTimeStampForImage(4, time);
+    FAIL() << "no error";
+  } catch (const NmError::CmIntegrityError& error) {
+    EXPECT_EQ(error.GetDescription(), "Invalid image index");
+    EXPECT_EQ(error.GetErrorCode(), 2u);
+    EXPECT_EQ(error.GetLocation().rfind(
+                  "NmMediaProcessing::CmRawVideoByteDataAccess::GetTimeStampForImage (line ", 0),
+              0u);
+  }
+
+  CmRecord packet(BuildVideoPacket({.codec = 128,
+                                    .sync = false,
+                                    .imageForm = {.rotatedQuarterTurn = true},
+                                    .syncTime = 10,
+                                    .frameTime = 50}));
+  const CmRawVideoByteDataAccess packetView(packet.record, false);
+  ASSERT_TRUE(packetView.IsValid());
+  EXPECT_EQ(packetView.GetCodec(), 128u);
+  EXPECT_EQ(packetView.GetTime(), Ms(50));
+  EXPECT_FALSE(packetView.GetSync());
+  EXPECT_EQ(packetView.GetPictureFormat(), 4u);
+  EXPECT_EQ(packetView.GetImageCount(), 1u);
+  EXPECT_EQ(packetView.GetData(), packet.bytes.data() + 32);
+
+  // The multi packet's first video packet is viewed; the raw fields stay
+  // those of the multi packet.
+  const CmBytes inner = BuildVideoPacket({.codec = 10, .frameTime = 77});
+  CmRecord multi(BuildMultiPacket({.packets = {BuildAudioPacket({}), inner}}));
+  const CmRawVideoByteDataAccess multiView(multi.record, false);
+  ASSERT_TRUE(multiView.IsValid());
+  EXPECT_EQ(multiView.GetTime(), Ms(77));
+  EXPECT_EQ(multiView.GetRawData(), multi.bytes.data());
+  EXPECT_EQ(multiView.GetData(), multi.bytes.data() + multi.bytes.size() - 16);
+  CmRecord audioOnly(BuildMultiPacket({.packets = {BuildAudioPacket({})}}));
+  EXPECT_FALSE(CmRawVideoByteDataAccess(audioOnly.record, true).IsValid());
+
+  // A raw JPEG has no time of its own: each view takes the moment of viewing.
+  CmRecord jpeg(BuildRawJPEG(64));
+  const CmTimeStamp before(CmTimeStamp::Current);
+  const CmRawVideoByteDataAccess jpegView(jpeg.record, false);
+  const CmTimeStamp after(CmTimeStamp::Current);
+  ASSERT_TRUE(jpegView.IsValid());
+  EXPECT_EQ(jpegView.GetCodec(), 1u);
+  EXPECT_EQ(jpegView.GetData(), jpeg.bytes.data());
+  EXPECT_EQ(jpegView.GetDataSize(), 64u);
+  EXPECT_GE(jpegView.GetTime(), before);
+  EXPECT_LE(jpegView.GetTime(), after);
+
+  // Audio is not video, and an empty record has no view.
+  CmRecord audio(BuildAudioPacket({}));
+  const CmRawVideoByteDataAccess audioView(audio.record, true);
+  EXPECT_FALSE(audioView.IsValid());
+  EXPECT_EQ(audioView.GetRawData(), audio.bytes.data());
+  EXPECT_FALSE(CmRawVideoByteDataAccess(CmGenericByteData(), true).IsValid());
+  CmRecord otherPacket(BuildVideoPacket({.type = 17}));
+  EXPECT_FALSE(CmRawVideoByteDataAccess(otherPacket.record, true).IsValid());
+}
+
+TEST(RawVideoByteDataAccess, StrictRefusesWhatLenientPassesOver) {
+  // An intra-only frame that claims not to be a sync frame.
+  CmRecord jpegFrame(BuildVideoPacket({.codec = 1, .sync = false}));
+  EXPECT_FALSE(CmRawVideoByteDataAccess(jpegFrame.record, false).IsValid());
+  const CmRawVideoByteDataAccess lenientFrame(jpegFrame.record, true);
+  EXPECT_TRUE(lenientFrame.IsValid());
+  EXPECT_TRUE(lenientFrame.IsLenient());
+  EXPECT_EQ(lenientFrame.GetCodec(), 1u);
+  CmRecord h264Frame(BuildVideoPacket({.codec = 10, .sync = false}));
+  EXPECT_TRUE(CmRawVideoByteDataAccess(h264Frame.record, false).IsValid());
+
+  // Blocks whose times contradict themselves, or that hold no image.
+  const SmBlockFields damaged[] = {
+      {.type = 1, .endTime = 10, .imageCount = 2},
+      {.type = 10, .beginTime = 20, .endTime = 10, .imageCount = 2},
+      {.type = 10, .imageCount = 0},
+      {.type = 10, .endTime = 5, .imageCount = 1},
+  };
+  for (const SmBlockFields& fields : damaged) {
+    CmRecord block(BuildBlock(fields));
+    CmRawVideoByteDataAccess view;
+    view.Initialize(block.record);
+    EXPECT_FALSE(view.IsValid()) << fields.type << " " << fields.imageCount;
+    EXPECT_FALSE(view.IsLenient());
+    view.Initialize(block.record, true);
+    ASSERT_TRUE(view.IsValid());
+    EXPECT_EQ(view.GetCodec(), fields.type);
+    EXPECT_EQ(view.GetDataSize(), fields.payload.size());
+    EXPECT_EQ(view.GetImageCount(), fields.imageCount);
+  }
+  // An invalid type is refused even leniently.
+  CmRecord bad(BuildBlock({.type = 13}));
+  EXPECT_FALSE(CmRawVideoByteDataAccess(bad.record, true).IsValid());
+}
+
+namespace {
+// A block of five images at 0, 100, 200, 300, 400 ms (end time inclusive).
+struct CmFiveImages {
+  CmFiveImages()
+      : block(BuildBlock({.beginTime = 1000, .endTime = 1400, .imageCount = 5})),
+        view(block.record, false) {}
+  bool Match(int64_t ms, SmTimeMatchType type, CmTimeStamp* matched, bool syncOnly = false) {
+    return CmByteDataVideoAccess::IsByteDataMatched(Ms(ms), type, syncOnly, block.record, view,
+                                                    matched);
+  }
+  CmRecord block;
+  CmRawVideoByteDataAccess view;
+};
+} // namespace
+
+TEST(ByteDataVideoAccess, EachMatchTypeAtTheEdgesAndBetweenImages) {
+  CmFiveImages f;
+  ASSERT_TRUE(f.view.IsValid());
+  struct {
+    int64_t time;
+    SmTimeMatchType type;
+    bool matched;
+    int64_t result;
+  } const table[] = {
+      // Before the first image.
+      {999, TimeMatchAfter, true, 1000},
+      {999, TimeMatchBefore, false, 0},
+      {999, TimeMatchAtOrAfter, true, 1000},
+      {999, TimeMatchAtOrBefore, false, 0},
+      {999, TimeMatchNearest, true, 1000},
+      {999, TimeMatchExact, false, 0},
+      // Exactly at the first image.
+      {1000, TimeMatchAfter, true, 1100},
+      {1000, TimeMatchBefore, false, 0},
+      {1000, TimeMatchAtOrAfter, true, 1000},
+      {1000, TimeMatchAtOrBefore, true, 1000},
+      {1000, TimeMatchNearest, true, 1000},
+      {1000, TimeMatchExact, true, 1000},
+      // Between images.
+      {1130, TimeMatchAfter, true, 1200},
+      {1130, TimeMatchBefore, true, 1100},
+      {1130, TimeMatchAtOrAfter, true, 1200},
+      {1130, TimeMatchAtOrBefore, true, 1100},
+      {1130, TimeMatchNearest, true, 1100},
+      {1170, TimeMatchNearest, true, 1200},
+      {1150, TimeMatchNearest, true, 1200}, // a tie goes to the later image
+      {1130, TimeMatchExact, false, 0},
+      // On an inner image.
+      {1200, TimeMatchBefore, true, 1100},
+      {1200, TimeMatchAfter, true, 1300},
+      {1200, TimeMatchExact, true, 1200},
+      // Exactly at the last image.
+      {1400, TimeMatchAfter, false, 0},
+      {1400, TimeMatchBefore, true, 1300},
+      {1400, TimeMatchAtOrAfter, true, 1400},
+      {1400, TimeMatchAtOrBefore, true, 1400},
+      {1400, TimeMatchNearest, true, 1400},
+      {1400, TimeMatchExact, true, 1400},
+      // Behind the last image.
+      {1401, TimeMatchAfter, false, 0},
+      {1401, TimeMatchBefore, true, 1400},
+      {1401, TimeMatchAtOrAfter, false, 0},
+      {1401, TimeMatchAtOrBefore, true, 1400},
+      {1401, TimeMatchNearest, true, 1400},
+      {1401, TimeMatchExact, false, 0},
+  };
+  for (const auto& row : table) {
+    CmTimeStamp matched = Ms(1);
+    const bool result = f.Match(row.time, row.type, &matched);
+    EXPECT_EQ(result, row.matched) << row.time << " type " << row.type;
+    if (result && row.matched) {
+      EXPECT_EQ(matched.GetMilliseconds(), row.result) << row.time << " type " << row.type;
+    }
+    // Without an output the answer is the same.
+    EXPECT_EQ(f.Match(row.time, row.type, nullptr), row.matched)
+        << row.time << " type " << row.type;
+  }
+}
+
+TEST(ByteDataVideoAccess, SyncFramesOnlyAndSingleImagesAndMisuse) {
+  CmFiveImages f;
+  CmTimeStamp matched;
+  // With sync frames only a block is its first image.
+  ASSERT_TRUE(f.Match(1300, TimeMatchAtOrBefore, &matched, true));
+  EXPECT_EQ(matched, Ms(1000));
+  EXPECT_FALSE(f.Match(1000, TimeMatchAfter, &matched, true));
+  EXPECT_FALSE(f.Match(1200, TimeMatchExact, &matched, true));
+
+  CmRecord frame(BuildVideoPacket({.sync = false, .syncTime = 0, .frameTime = 500}));
+  const CmRawVideoByteDataAccess frameView(frame.record, false);
+  auto match = [&](int64_t ms, SmTimeMatchType type, bool syncOnly) {
+    return CmByteDataVideoAccess::IsByteDataMatched(Ms(ms), type, syncOnly, frame.record, frameView,
+                                                    &matched);
+  };
+  EXPECT_FALSE(match(500, TimeMatchNearest, true));
+  ASSERT_TRUE(match(500, TimeMatchExact, false));
+  EXPECT_EQ(matched, Ms(500));
+  EXPECT_FALSE(match(501, TimeMatchExact, false));
+  ASSERT_TRUE(match(900, TimeMatchNearest, false));
+  EXPECT_EQ(matched, Ms(500));
+  EXPECT_FALSE(match(500, TimeMatchAfter, false));
+  EXPECT_FALSE(match(500, TimeMatchBefore, false));
+
+  // Misuse: an empty record, an invalid view, an unknown match type.
+  const CmRawVideoByteDataAccess invalid;
+  EXPECT_THROW(CmByteDataVideoAccess::IsByteDataMatched(Ms(0), TimeMatchNearest, false,
+                                                        CmGenericByteData(), f.view, nullptr),
+               NmError::CmIntegrityError);
+  try {
+    CmByteDataVideoAccess::IsByteDataMatched(Ms(0), TimeMatchNearest, false, f.block.record,
+                                             invalid, nullptr);
+    FAIL() << "no error";
+  } catch (const NmError::CmIntegrityError& error) {
+    EXPECT_EQ(error.GetDescription(), "Byte data is not valid for video access");
+    EXPECT_EQ(error.GetErrorCode(), 2u);
+  }
+  try {
+    f.Match(1000, static_cast<SmTimeMatchType>(6), nullptr);
+    FAIL() << "no error";
+  } catch (const NmError::CmIntegrityError& error) {
+    EXPECT_EQ(error.GetDescription(), "Unknown time match type");
+    EXPECT_EQ(error.GetErrorCode(), 2u);
+  }
+}
