@@ -13,5 +13,6 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/vzkConfigVersion.cmake
   COMPATIBILITY SameMinorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/vzkConfig.cmake ${PROJECT_BINARY_DIR}/vzkConfigVersion.cmake
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/vzk)
+file(RELATIVE_PATH VZK_PC_TO_PREFIX /root/${CMAKE_INSTALL_LIBDIR}/pkgconfig /root)
 configure_file(${PROJECT_SOURCE_DIR}/cmake/vzk.pc.in ${PROJECT_BINARY_DIR}/vzk.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/vzk.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

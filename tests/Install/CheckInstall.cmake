@@ -1,0 +1,28 @@
+# Installs the project into a scratch prefix, then builds and runs a consumer
+# that finds it with find_package and pkg-config.
+set(prefix ${WORK}/prefix)
+file(REMOVE_RECURSE ${WORK})
+execute_process(COMMAND ${CMAKE_COMMAND} --install ${BUILD} --prefix ${prefix} RESULT_VARIABLE r OUTPUT_QUIET)
+if(NOT r EQUAL 0)
+  message(FATAL_ERROR "install failed")
+endif()
+execute_process(COMMAND ${CMAKE_COMMAND} -S ${SOURCE} -B ${WORK}/consumer -G Ninja
+                        -DCMAKE_PREFIX_PATH=${prefix} RESULT_VARIABLE r OUTPUT_QUIET)
+if(NOT r EQUAL 0)
+  message(FATAL_ERROR "consumer configure failed")
+endif()
+execute_process(COMMAND ${CMAKE_COMMAND} --build ${WORK}/consumer RESULT_VARIABLE r OUTPUT_QUIET)
+if(NOT r EQUAL 0)
+  message(FATAL_ERROR "consumer build failed")
+endif()
+file(GLOB plugin ${prefix}/lib*/vzk/ToolkitSourcePlugin_vzk.so)
+execute_process(COMMAND ${WORK}/consumer/consumer ${plugin} RESULT_VARIABLE r)
+if(NOT r EQUAL 0)
+  message(FATAL_ERROR "consumer run failed")
+endif()
+file(GLOB pc ${prefix}/lib*/pkgconfig/vzk.pc)
+execute_process(COMMAND env PKG_CONFIG_PATH=${prefix}/lib/pkgconfig:${prefix}/lib/x86_64-linux-gnu/pkgconfig
+                        pkg-config --cflags vzk OUTPUT_VARIABLE cflags RESULT_VARIABLE r)
+if(NOT r EQUAL 0 OR NOT cflags MATCHES "/include")
+  message(FATAL_ERROR "pkg-config gave '${cflags}'")
+endif()
