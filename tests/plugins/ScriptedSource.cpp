@@ -75,9 +75,11 @@ const ImProperty* FindProperty(const PropertyMap& properties, const std::string&
   return found == properties.end() ? nullptr : found->second.get();
 }
 
-class ScriptedMedia : public ImMediaData {
+// The accessors that every kind of scripted item shares.
+template <typename Interface>
+class ScriptedItem : public Interface {
 public:
-  explicit ScriptedMedia(const ItemScript& script) : m_Script(script) {}
+  explicit ScriptedItem(const ItemScript& script) : m_Script(script) {}
   int64_t GetBeginTime() const override { return m_Script.begin; }
   int64_t GetEndTime() const override { return m_Script.end; }
   size_t GetDataSize() const override { return m_Script.payload.size(); }
@@ -87,29 +89,19 @@ public:
   const ImProperty* GetProperty(const std::string& name) const override {
     return FindProperty(m_Script.properties, name);
   }
-  size_t GetPayloadSize() const override { return m_Script.payload.size(); }
+
+private:
+  ItemScript m_Script;
+};
+
+class ScriptedMedia : public ScriptedItem<ImMediaData> {
+public:
+  using ScriptedItem::ScriptedItem;
+  size_t GetPayloadSize() const override { return GetDataSize(); }
   const uint8_t* GetPayloadPointer() const override { return GetDataPointer(); }
-
-private:
-  ItemScript m_Script;
 };
 
-class ScriptedOutOfBand : public ImOutOfBandData {
-public:
-  explicit ScriptedOutOfBand(const ItemScript& script) : m_Script(script) {}
-  int64_t GetBeginTime() const override { return m_Script.begin; }
-  int64_t GetEndTime() const override { return m_Script.end; }
-  size_t GetDataSize() const override { return m_Script.payload.size(); }
-  const uint8_t* GetDataPointer() const override {
-    return reinterpret_cast<const uint8_t*>(m_Script.payload.data());
-  }
-  const ImProperty* GetProperty(const std::string& name) const override {
-    return FindProperty(m_Script.properties, name);
-  }
-
-private:
-  ItemScript m_Script;
-};
+using ScriptedOutOfBand = ScriptedItem<ImOutOfBandData>;
 
 std::vector<std::string> SplitList(const std::string& text) {
   std::vector<std::string> parts;
