@@ -1,0 +1,176 @@
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <memory>
+#include <string>
+
+#include "Toolkits/ToolkitTestSupport.h"
+#include "Toolkits/VZKSourceToolkitPlugin/Cache.h"
+#include "Toolkits/VZKSourceToolkitPlugin/SharedData.h"
+#include "Toolkits/VZKSourceToolkitPlugin/ToolkitFactory.h"
+
+using namespace NmToolkit;
+using namespace NmToolkitTest;
+
+namespace {
+
+std::string BinaryDirectory() {
+  const char* build = std::getenv("VZK_BUILD_DIR");
+  return std::string(build ? build : ".") + "/bin";
+}
+
+size_t Count(const std::string& text, const std::string& word) {
+  size_t count = 0;
+  for (size_t at = text.find(word); at != std::string::npos; at = text.find(word, at + 1)) {
+    ++count;
+  }
+  return count;
+}
+
+// A cache over the scripted source, with the source's journal to count the
+// calls that reach it.
+class CacheTest : public ::testing::Test {
+protected:
+  void Build(const std::string& items = DefaultItems) {
+    journal = std::make_unique<ScriptedJournal>(BinaryDirectory());
+    ASSERT_TRUE(journal->IsOpen());
+    source = factory.CreateInstance(ScriptedToolkit(items).c_str());
+    ASSERT_NE(source, nullptr);
+    cache = std::make_unique<CmCache>(dynamic_cast<ImSourceToolkit*>(source));
+    cache->Connect(0);
+    journal->Clear();
+  }
+  void TearDown() override {
+    cache.reset();
+    factory.DeleteInstance(source);
+  }
+  std::string Fetch() {
+    ImData* raw = nullptr;
+    if (cache->GetData(&raw) != StatusSuccess) {
+      return "none";
+    }
+    std::unique_ptr<ImData> item(raw);
+    return std::string(reinterpret_cast<const char*>(item->GetDataPointer()), item->GetDataSize());
+  }
+
+  CmToolkitFactory factory;
+  ImToolkit* source = nullptr;
+  std::unique_ptr<CmCache> cache;
+  std::unique_ptr<ScriptedJournal> journal;
+};
+
+TEST_F(CacheTest, SteppingInsideTheListMakesNoUpstreamCall) {
+  Build();
+  ASSERT_EQ(cache->MoveFirst(), StatusSuccess);
+  EXPECT_EQ(Fetch(), "a");
+  EXPECT_EQ(Fetch(), "a");
+  EXPECT_EQ(Count(journal->Text(), "GetData"), 1u) << "a second GetData is served from the list";
+  ASSERT_EQ(cache->MoveNext(), StatusSuccess);
+  ASSERT_EQ(cache->MoveNext(), StatusSuccess);
+  EXPECT_EQ(Fetch(), "c");
+  EXPECT_EQ(cache->GetEntryCount(), 3u);
+  const std::string before = journal->Text();
+  EXPECT_EQ(before, "MoveFirst;GetData;MoveNext;GetData;MoveNext;GetData;")
+      << "steps next to the last fetched item are single upstream steps";
+
+  journal->Clear();
+  ASSERT_EQ(cache->MovePrevious(), StatusSuccess);
+  EXPECT_EQ(Fetch(), "b");
+  ASSERT_EQ(cache->MovePrevious(), StatusSuccess);
+  EXPECT_EQ(Fetch(), "a");
+  ASSERT_EQ(cache->MoveNext(), StatusSuccess);
+  EXPECT_EQ(Fetch(), "b");
+  ASSERT_EQ(cache->MoveTo(1045, MoveClosest), StatusSuccess);
+  EXPECT_EQ(Fetch(), "b");
+  ASSERT_EQ(cache->MoveTo(1039, MoveAtOrBefore), StatusSuccess);
+  EXPECT_EQ(Fetch(), "a");
+  EXPECT_EQ(journal->Text(), "") << "all of these lie in the list";
+
+  // Leaving the list goes upstream by time.
+  ASSERT_EQ(cache->MovePrevious(), StatusNoItem);
+  EXPECT_EQ(journal->Text(), "MoveTo(1000,1);");
+}
+
+TEST_F(CacheTest, ListKeepsAtMostFiveItems) {
+  std::string items;
+  for (int i = 0; i < 8; ++i) {
+    items += "<item begin='" + std::to_string(i * 100) + "' end='" + std::to_string(i * 100 + 99) +
+             "' payload='" + std::to_string(i) + "'/>";
+  }
+  Build(items);
+  cache->MoveFirst();
+  Fetch();
+  for (int i = 1; i < 8; ++i) {
+    ASSERT_EQ(cache->MoveNext(), StatusSuccess);
+    EXPECT_EQ(Fetch(), std::to_string(i));
+    EXPECT_EQ(cache->GetEntryCount(), std::min<size_t>(i + 1, CmCache::Limit));
+  }
+  journal->Clear();
+  // Items 3 to 7 are kept; 2 was dropped from the far end.
+  for (int i = 6; i >= 3; --i) {
+    ASSERT_EQ(cache->MovePrevious(), StatusSuccess);
+    EXPECT_EQ(Fetch(), std::to_string(i));
+  }
+  EXPECT_EQ(journal->Text(), "");
+  ASSERT_EQ(cache->MovePrevious(), StatusSuccess);
+  EXPECT_EQ(Fetch(), "2");
+  EXPECT_EQ(journal->Text(), "MoveTo(300,1);GetData;");
+  EXPECT_EQ(cache->GetEntryCount(), CmCache::Limit)
+      << "an item just before the list goes to its front, and the far end drops";
+  journal->Clear();
+  ASSERT_EQ(cache->MoveNext(), StatusSuccess);
+  EXPECT_EQ(Fetch(), "3");
+  ASSERT_EQ(cache->MoveTo(650, MoveAtOrAfter), StatusSuccess);
+  EXPECT_EQ(Fetch(), "7");
+  EXPECT_EQ(journal->Text(), "MoveTo(650,4);GetData;") << "7 was dropped from the far end";
+  EXPECT_EQ(cache->GetEntryCount(), 1u) << "a jump by time starts afresh";
+}
+
+TEST_F(CacheTest, SequenceStepsStartFromTheItemSeen) {
+  Build();
+  cache->MoveFirst();
+  Fetch();
+  cache->MoveNext();
+  cache->MoveNext();
+  cache->MovePrevious();
+  cache->MovePrevious();
+  EXPECT_EQ(Fetch(), "a");
+  journal->Clear();
+  // The upstream stands at c; the step must start from a.
+  ASSERT_EQ(cache->MoveNextSequence(), StatusSuccess);
+  EXPECT_EQ(Fetch(), "c");
+  EXPECT_EQ(journal->Text(), "MoveTo(1000,2);MoveNextSequence;GetData;");
+  ASSERT_EQ(cache->MovePreviousSequence(), StatusSuccess);
+  EXPECT_EQ(Fetch(), "a");
+}
+
+TEST_F(CacheTest, WrappersShareOneItemAndKeepItsKind) {
+  Build("<item begin='1' payload='m'/><item begin='2' kind='outofband' payload='o'/>");
+  cache->MoveFirst();
+  ImData* first = nullptr;
+  ImData* second = nullptr;
+  ASSERT_EQ(cache->GetData(&first), StatusSuccess);
+  ASSERT_EQ(cache->GetData(&second), StatusSuccess);
+  std::unique_ptr<ImData> one(first);
+  std::unique_ptr<ImData> two(second);
+  EXPECT_NE(first, second);
+  EXPECT_EQ(first->GetDataPointer(), second->GetDataPointer()) << "two wrappers of one item";
+  ASSERT_NE(dynamic_cast<ImMediaData*>(first), nullptr);
+  EXPECT_EQ(dynamic_cast<ImMediaData*>(first)->GetPayloadSize(), 1u);
+  EXPECT_EQ(dynamic_cast<ImOutOfBandData*>(first), nullptr);
+
+  // The item outlives the cache's own reference.
+  cache->Disconnect();
+  EXPECT_EQ(*first->GetDataPointer(), 'm');
+  cache->Connect(0);
+  cache->MoveLast();
+  ImData* raw = nullptr;
+  ASSERT_EQ(cache->GetData(&raw), StatusSuccess);
+  std::unique_ptr<ImData> outOfBand(raw);
+  EXPECT_NE(dynamic_cast<ImOutOfBandData*>(raw), nullptr);
+  EXPECT_EQ(dynamic_cast<ImMediaData*>(raw), nullptr);
+
+  EXPECT_EQ(WrapSharedData(nullptr), nullptr);
+}
+
+} // namespace
