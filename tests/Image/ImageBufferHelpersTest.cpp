@@ -247,3 +247,176 @@ TEST(ImageBufferHelpers, ThrowStatusSortsStatuses) {
     EXPECT_EQ(error.GetLocation().rfind("NmMediaProcessing::ThrowStatus (line ", 0), 0u);
   }
 }
+
+TEST(ImageBufferHelpers, MaskedCopiesCheckTheirPlanesInOrder) {
+  CmReferenceCountingImageAllocator source;
+  source.Allocate(4, 2, YCbCr444_Planar);
+  FillRows(source);
+  CmReferenceCountingImageAllocator target;
+  target.Allocate(4, 2, YCbCr444_Planar);
+  for (uint64_t p = 0; p < 3; ++p) {
+    SetPlane(0, target.GetWriteablePlane(p));
+  }
+  CmReferenceCountingImageAllocator mask;
+  mask.Allocate(4, 2, Gray);
+  SetPlane(0, mask.GetWriteablePlane(0));
+  mask.GetWriteablePlane(0).data[1] = 1;
+  CopyAllocatorMasked(source, target, mask);
+  for (uint64_t p = 0; p < 3; ++p) {
+    EXPECT_EQ(target.GetPlane(p).data[1], 1);
+    EXPECT_EQ(target.GetPlane(p).data[2], 0);
+  }
+
+  const std::string allocators = Helpers + "CopyAllocatorMasked";
+  CmReferenceCountingImageAllocator subsampled;
+  subsampled.Allocate(4, 2, YCbCr420_Planar);
+  ExpectError([&] { CopyAllocatorMasked(subsampled, subsampled, mask); },
+              "Monochrome masks cannot be used to copy subsampled formats", 2, allocators);
+  ExpectError([&] { CopyAllocatorMasked(source, subsampled, mask); },
+              "Allocators have different formats", 2, allocators);
+  CmReferenceCountingImageAllocator planarMask;
+  planarMask.Allocate(4, 2, YCbCr422_Planar);
+  ExpectError([&] { CopyAllocatorMasked(source, target, planarMask); },
+              "If a planar copy mask is specified, its color format must match the image data", 2,
+              allocators);
+
+  // Packed pixels take a mask of their own layout, byte by byte.
+  CmReferenceCountingImageAllocator rgb;
+  rgb.Allocate(4, 2, RGB24);
+  FillRows(rgb);
+  CmReferenceCountingImageAllocator rgbTarget;
+  rgbTarget.Allocate(4, 2, RGB24);
+  std::memset(rgbTarget.GetWriteablePlane(0).data, 0, rgbTarget.GetPlane(0).rowStride * 2);
+  CmReferenceCountingImageAllocator rgbMask;
+  rgbMask.Allocate(4, 2, RGB24);
+  std::memset(rgbMask.GetWriteablePlane(0).data, 0, rgbMask.GetPlane(0).rowStride * 2);
+  rgbMask.GetWriteablePlane(0).data[4] = 1;
+  CopyPlaneMasked(rgb.GetPlane(0), rgbTarget.GetWriteablePlane(0), rgbMask.GetPlane(0));
+  EXPECT_EQ(rgbTarget.GetPlane(0).data[3], 0);
+  EXPECT_EQ(rgbTarget.GetPlane(0).data[4], 4);
+  EXPECT_EQ(rgbTarget.GetPlane(0).data[5], 0);
+
+  const std::string planes = Helpers + "CopyPlaneMasked";
+  ExpectError(
+      [&] { CopyPlaneMasked(rgb.GetPlane(0), rgbTarget.GetWriteablePlane(0), mask.GetPlane(0)); },
+      "Bytes per pixel do not match", 3, planes);
+  ExpectError(
+      [&] { CopyPlaneMasked(rgb.GetPlane(0), target.GetWriteablePlane(0), mask.GetPlane(0)); },
+      "Planes have different number of bytes per pixel", 3, planes);
+  CmReferenceCountingImageAllocator rgb32;
+  rgb32.Allocate(4, 2, RGB32);
+  ExpectError(
+      [&] { CopyPlaneMasked(rgb.GetPlane(0), rgb32.GetWriteablePlane(0), mask.GetPlane(0)); },
+      "Pixel strides do not match", 3, planes);
+  CmReferenceCountingImageAllocator wideMask;
+  wideMask.Allocate(5, 2, Gray);
+  ExpectError(
+      [&] { CopyPlaneMasked(mask.GetPlane(0), target.GetWriteablePlane(0), wideMask.GetPlane(0)); },
+      "Plane widths do not match", 3, planes);
+  CmReferenceCountingImageAllocator tallMask;
+  tallMask.Allocate(4, 3, Gray);
+  ExpectError(
+      [&] { CopyPlaneMasked(mask.GetPlane(0), target.GetWriteablePlane(0), tallMask.GetPlane(0)); },
+      "Plane heights do not match", 3, planes);
+  CmReferenceCountingImageAllocator bgr32Mask;
+  bgr32Mask.Allocate(4, 2, BGR32);
+  ExpectError(
+      [&] {
+        CopyPlaneMasked(rgb.GetPlane(0), rgbTarget.GetWriteablePlane(0), bgr32Mask.GetPlane(0));
+      },
+      "Cannot copy with composite plane masks", 3, planes);
+}
+
+TEST(ImageBufferHelpers, MaskedSetsLogicComparisonAndColourKey) {
+  CmReferenceCountingImageAllocator image;
+  image.Allocate(3, 2, RGBA);
+  std::memset(image.GetWriteablePlane(0).data, 0, image.GetPlane(0).rowStride * 2);
+  CmReferenceCountingImageAllocator mask;
+  mask.Allocate(3, 2, Gray);
+  SetPlane(0, mask.GetWriteablePlane(0));
+  mask.GetWriteablePlane(0).data[mask.GetPlane(0).rowStride + 2] = 255;
+  SetMaskedPlanePixels(1, 2, 3, 4, mask.GetPlane(0), image.GetWriteablePlane(0));
+  const uint8_t* pixel = image.GetPlane(0).GetPixelAddress(2, 1);
+  EXPECT_EQ(std::vector<uint8_t>(pixel, pixel + 4), (std::vector<uint8_t>{1, 2, 3, 4}));
+  EXPECT_EQ(image.GetPlane(0).GetPixelAddress(1, 1)[0], 0);
+
+  const std::string setter = Helpers + "SetMaskedPlanePixels";
+  ExpectError(
+      [&] { SetMaskedPlanePixels(0, 0, 0, 0, image.GetPlane(0), image.GetWriteablePlane(0)); },
+      "Mask plane has an invalid pixel stride (!= 1)", 3, setter);
+  CmReferenceCountingImageAllocator small;
+  small.Allocate(2, 2, Gray);
+  ExpectError(
+      [&] { SetMaskedPlanePixels(0, 0, 0, 0, small.GetPlane(0), image.GetWriteablePlane(0)); },
+      "Mask plane has an invalid size", 3, setter);
+
+  // Compare writes 255 only where all three channels match.
+  CmReferenceCountingImageAllocator rgb;
+  rgb.Allocate(3, 1, RGB24);
+  uint8_t* row = rgb.GetWriteablePlane(0).data;
+  const uint8_t values[9] = {1, 2, 3, 1, 2, 4, 0, 2, 3};
+  std::memcpy(row, values, 9);
+  CmReferenceCountingImageAllocator result;
+  result.Allocate(3, 1, Gray);
+  Compare(rgb.GetPlane(0), 1, 2, 3, 0, CompareEqual, result.GetWriteablePlane(0));
+  EXPECT_EQ(result.GetPlane(0).data[0], 255);
+  EXPECT_EQ(result.GetPlane(0).data[1], 0);
+  EXPECT_EQ(result.GetPlane(0).data[2], 0);
+  const std::string compare = Helpers + "Compare";
+  ExpectError(
+      [&] { Compare(rgb.GetPlane(0), 0, 0, 0, 0, CompareEqual, small.GetWriteablePlane(0)); },
+      "Planes have different dimensions", 3, compare);
+  CmReferenceCountingImageAllocator rgbOut;
+  rgbOut.Allocate(3, 1, RGB24);
+  ExpectError(
+      [&] { Compare(rgb.GetPlane(0), 0, 0, 0, 0, CompareEqual, rgbOut.GetWriteablePlane(0)); },
+      "Destination plane must be monochrome", 3, compare);
+
+  // Logic on whole planes.
+  CmReferenceCountingImageAllocator other;
+  other.Allocate(3, 2, Gray);
+  SetPlane(0x0F, other.GetWriteablePlane(0));
+  BitwiseOrPlaneContents(other.GetPlane(0), mask.GetWriteablePlane(0));
+  EXPECT_EQ(mask.GetPlane(0).data[0], 0x0F);
+  EXPECT_EQ(mask.GetPlane(0).GetPixelAddress(2, 1)[0], 0xFF);
+  SetPlane(0xF1, other.GetWriteablePlane(0));
+  BitwiseAndPlaneContents(other.GetPlane(0), mask.GetWriteablePlane(0));
+  EXPECT_EQ(mask.GetPlane(0).data[0], 0x01);
+  BitwiseNotPlaneContents(mask.GetWriteablePlane(0));
+  EXPECT_EQ(mask.GetPlane(0).data[0], 0xFE);
+  ExpectError([&] { BitwiseOrPlaneContents(small.GetPlane(0), mask.GetWriteablePlane(0)); },
+              "Planes have different dimensions", 3, Helpers + "BitwiseOrPlaneContents");
+  ExpectError([&] { BitwiseAndPlaneContents(rgb.GetPlane(0), result.GetWriteablePlane(0)); },
+              "Planes have different pixel strides", 3, Helpers + "BitwiseAndPlaneContents");
+
+  // Colour key: keyed pixels show the background.
+  CmReferenceCountingImageAllocator background;
+  background.Allocate(3, 1, RGB24);
+  std::memset(background.GetWriteablePlane(0).data, 9, 9);
+  ColorKeyOverlay(rgb.GetPlane(0), 1, 2, 3, 0, background.GetPlane(0), rgbOut.GetWriteablePlane(0));
+  EXPECT_EQ(rgbOut.GetPlane(0).data[0], 9);
+  EXPECT_EQ(rgbOut.GetPlane(0).data[5], 4);
+  const std::string key = Helpers + "ColorKeyOverlay";
+  ExpectError(
+      [&] {
+        ColorKeyOverlay(rgb.GetPlane(0), 0, 0, 0, 0, image.GetPlane(0),
+                        rgbOut.GetWriteablePlane(0));
+      },
+      "Planes have different number of bytes per pixel", 3, key);
+  CmReferenceCountingImageAllocator rgb32;
+  rgb32.Allocate(3, 1, RGB32);
+  ExpectError(
+      [&] {
+        ColorKeyOverlay(rgb.GetPlane(0), 0, 0, 0, 0, rgb32.GetPlane(0),
+                        rgbOut.GetWriteablePlane(0));
+      },
+      "Planes have different pixel strides", 3, key);
+  CmReferenceCountingImageAllocator longer;
+  longer.Allocate(4, 1, RGB24);
+  ExpectError(
+      [&] {
+        ColorKeyOverlay(rgb.GetPlane(0), 0, 0, 0, 0, longer.GetPlane(0),
+                        rgbOut.GetWriteablePlane(0));
+      },
+      "Planes have different dimensions", 3, key);
+}

@@ -2,6 +2,7 @@
 
 #include "Codecs/Primitives/PlaneCopy.h"
 #include "Codecs/Primitives/PlaneFlip.h"
+#include "Codecs/Primitives/PlaneLogic.h"
 #include "Common/Error/Error.h"
 
 namespace NmMediaProcessing {
@@ -276,6 +277,172 @@ void SwapChannels(const ImImageMemoryAllocation& source, ImImageMemoryAllocation
                            CmIntegrityErrorCode::InvalidPointer);
   }
   SwapPlaneChannels(from, destination.GetWriteablePlane(0));
+}
+
+void CopyPlaneMasked(const CmPlane& source, const CmWriteablePlane& destination,
+                     const CmPlane& mask) {
+  if (source.bytesPerPixel != destination.bytesPerPixel) {
+    throw CmIntegrityError(VZK_LOCATION, "Planes have different number of bytes per pixel",
+                           CmIntegrityErrorCode::OutOfRange);
+  }
+  if (source.pixelStride != destination.pixelStride) {
+    throw CmIntegrityError(VZK_LOCATION, "Pixel strides do not match",
+                           CmIntegrityErrorCode::OutOfRange);
+  }
+  if (mask.bytesPerPixel != source.bytesPerPixel) {
+    throw CmIntegrityError(VZK_LOCATION, "Bytes per pixel do not match",
+                           CmIntegrityErrorCode::OutOfRange);
+  }
+  if (source.width != destination.width || mask.width != source.width) {
+    throw CmIntegrityError(VZK_LOCATION, "Plane widths do not match",
+                           CmIntegrityErrorCode::OutOfRange);
+  }
+  if (source.height != destination.height || mask.height != source.height) {
+    throw CmIntegrityError(VZK_LOCATION, "Plane heights do not match",
+                           CmIntegrityErrorCode::OutOfRange);
+  }
+  if (mask.pixelStride != 1 && mask.pixelStride != source.pixelStride) {
+    throw CmIntegrityError(VZK_LOCATION, "Cannot copy with composite plane masks",
+                           CmIntegrityErrorCode::OutOfRange);
+  }
+  if (!IsSupportedLayout(destination)) {
+    throw CmIntegrityError(VZK_LOCATION, "Masked copy is not supported for the given pixel stride",
+                           CmIntegrityErrorCode::InvalidPointer);
+  }
+  NmPrimitives::CopyMasked(source.data, source.rowStride, destination.data, destination.rowStride,
+                           mask.data, mask.rowStride, mask.pixelStride, source.width, source.height,
+                           source.pixelStride, source.bytesPerPixel);
+}
+
+void CopyAllocatorMasked(const ImImageMemoryAllocation& source,
+                         ImImageMemoryAllocation& destination,
+                         const ImImageMemoryAllocation& mask) {
+  const ColorFormat format = source.GetColorFormat();
+  if (format != destination.GetColorFormat()) {
+    throw CmIntegrityError(VZK_LOCATION, "Allocators have different formats",
+                           CmIntegrityErrorCode::InvalidArgument);
+  }
+  const bool monochrome = mask.GetPlaneCount() == 1;
+  if (monochrome && (format == YCbCr420_Planar || format == YCbCr422_Planar)) {
+    throw CmIntegrityError(VZK_LOCATION,
+                           "Monochrome masks cannot be used to copy subsampled formats",
+                           CmIntegrityErrorCode::InvalidArgument);
+  }
+  if (!monochrome && mask.GetColorFormat() != format) {
+    throw CmIntegrityError(
+        VZK_LOCATION,
+        "If a planar copy mask is specified, its color format must match the image data",
+        CmIntegrityErrorCode::InvalidArgument);
+  }
+  for (uint64_t i = 0; i < source.GetPlaneCount(); ++i) {
+    CopyPlaneMasked(source.GetPlane(i), destination.GetWriteablePlane(i),
+                    mask.GetPlane(monochrome ? 0 : i));
+  }
+}
+
+void SetMaskedPlanePixels(uint8_t c0, uint8_t c1, uint8_t c2, uint8_t alpha, const CmPlane& mask,
+                          const CmWriteablePlane& plane) {
+  if (mask.pixelStride != 1) {
+    throw CmIntegrityError(VZK_LOCATION, "Mask plane has an invalid pixel stride (!= 1)",
+                           CmIntegrityErrorCode::OutOfRange);
+  }
+  if (mask.width != plane.width || mask.height != plane.height) {
+    throw CmIntegrityError(VZK_LOCATION, "Mask plane has an invalid size",
+                           CmIntegrityErrorCode::OutOfRange);
+  }
+  if (!IsSupportedLayout(plane)) {
+    throw CmIntegrityError(VZK_LOCATION,
+                           "Masked pixel value setting is not supported for the given pixel stride",
+                           CmIntegrityErrorCode::InvalidPointer);
+  }
+  const uint8_t values[4] = {c0, c1, c2, alpha};
+  NmPrimitives::SetMaskedPixels(values, mask.data, mask.rowStride, plane.data, plane.rowStride,
+                                plane.width, plane.height, plane.pixelStride, plane.bytesPerPixel);
+}
+
+void ColorKeyOverlay(const CmPlane& overlay, uint8_t keyR, uint8_t keyG, uint8_t keyB, uint8_t keyA,
+                     const CmPlane& background, const CmWriteablePlane& destination) {
+  if (overlay.bytesPerPixel != background.bytesPerPixel ||
+      overlay.bytesPerPixel != destination.bytesPerPixel) {
+    throw CmIntegrityError(VZK_LOCATION, "Planes have different number of bytes per pixel",
+                           CmIntegrityErrorCode::OutOfRange);
+  }
+  if (overlay.pixelStride != background.pixelStride ||
+      overlay.pixelStride != destination.pixelStride) {
+    throw CmIntegrityError(VZK_LOCATION, "Planes have different pixel strides",
+                           CmIntegrityErrorCode::OutOfRange);
+  }
+  if (overlay.width != background.width || overlay.width != destination.width ||
+      overlay.height != background.height || overlay.height != destination.height) {
+    throw CmIntegrityError(VZK_LOCATION, "Planes have different dimensions",
+                           CmIntegrityErrorCode::OutOfRange);
+  }
+  if (!IsSupportedLayout(destination)) {
+    throw CmIntegrityError(VZK_LOCATION,
+                           "Colour key overlay is not supported for the given pixel stride",
+                           CmIntegrityErrorCode::InvalidPointer);
+  }
+  const uint8_t key[4] = {keyR, keyG, keyB, keyA};
+  NmPrimitives::ColorKeyOverlay(overlay.data, overlay.rowStride, key, background.data,
+                                background.rowStride, destination.data, destination.rowStride,
+                                overlay.width, overlay.height, overlay.pixelStride,
+                                overlay.bytesPerPixel);
+}
+
+void BitwiseOrPlaneContents(const CmPlane& source, const CmWriteablePlane& destination) {
+  if (source.pixelStride != destination.pixelStride) {
+    throw CmIntegrityError(VZK_LOCATION, "Planes have different pixel strides",
+                           CmIntegrityErrorCode::OutOfRange);
+  }
+  if (source.width != destination.width || source.height != destination.height) {
+    throw CmIntegrityError(VZK_LOCATION, "Planes have different dimensions",
+                           CmIntegrityErrorCode::OutOfRange);
+  }
+  NmPrimitives::BitwiseOr(source.data, source.rowStride, destination.data, destination.rowStride,
+                          source.width * source.pixelStride, source.height);
+}
+
+void BitwiseAndPlaneContents(const CmPlane& source, const CmWriteablePlane& destination) {
+  if (source.pixelStride != destination.pixelStride) {
+    throw CmIntegrityError(VZK_LOCATION, "Planes have different pixel strides",
+                           CmIntegrityErrorCode::OutOfRange);
+  }
+  if (source.width != destination.width || source.height != destination.height) {
+    throw CmIntegrityError(VZK_LOCATION, "Planes have different dimensions",
+                           CmIntegrityErrorCode::OutOfRange);
+  }
+  NmPrimitives::BitwiseAnd(source.data, source.rowStride, destination.data, destination.rowStride,
+                           source.width * source.pixelStride, source.height);
+}
+
+void BitwiseNotPlaneContents(const CmWriteablePlane& plane) {
+  NmPrimitives::BitwiseNot(plane.data, plane.rowStride, plane.width * plane.pixelStride,
+                           plane.height);
+}
+
+void Compare(const CmPlane& source, uint8_t c0, uint8_t c1, uint8_t c2, uint8_t c3,
+             CompareOperation operation, const CmWriteablePlane& destination) {
+  if (source.width != destination.width || source.height != destination.height) {
+    throw CmIntegrityError(VZK_LOCATION, "Planes have different dimensions",
+                           CmIntegrityErrorCode::OutOfRange);
+  }
+  if (destination.pixelStride != 1) {
+    throw CmIntegrityError(VZK_LOCATION, "Destination plane must be monochrome",
+                           CmIntegrityErrorCode::OutOfRange);
+  }
+  if (!IsSupportedLayout(source)) {
+    throw CmIntegrityError(VZK_LOCATION,
+                           "Colour comparison is not supported for the given pixel stride",
+                           CmIntegrityErrorCode::InvalidPointer);
+  }
+  if (operation != CompareEqual) {
+    throw CmIntegrityError(VZK_LOCATION, "Only the equality comparison is available",
+                           CmIntegrityErrorCode::NotImplemented);
+  }
+  const uint8_t values[4] = {c0, c1, c2, c3};
+  NmPrimitives::CompareEqual(source.data, source.rowStride, values, destination.data,
+                             destination.rowStride, source.width, source.height, source.pixelStride,
+                             source.bytesPerPixel);
 }
 
 void SetAlphaChannel(ImImageMemoryAllocation& allocator, uint8_t value) {

@@ -58,6 +58,34 @@ void SwapChannels(ImImageMemoryAllocation& allocator);
 // allocated destination of the same size whose format differs in order only.
 void SwapChannels(const ImImageMemoryAllocation& source, ImImageMemoryAllocation& destination);
 
+// Copies the pixels whose mask sample is not 0. A one-byte mask selects whole
+// pixels; a mask of the source's own layout selects byte by byte.
+void CopyPlaneMasked(const CmPlane& source, const CmWriteablePlane& destination,
+                     const CmPlane& mask);
+// A one-plane mask serves every plane of a format without subsampling.
+void CopyAllocatorMasked(const ImImageMemoryAllocation& source,
+                         ImImageMemoryAllocation& destination, const ImImageMemoryAllocation& mask);
+// Where the mask is set the pixel becomes (c0, c1, c2) and alpha for four
+// channels; the values are in the plane's byte order.
+void SetMaskedPlanePixels(uint8_t c0, uint8_t c1, uint8_t c2, uint8_t alpha, const CmPlane& mask,
+                          const CmWriteablePlane& plane);
+// The destination takes the background where the overlay pixel equals the key
+// (in the planes' byte order), elsewhere the overlay.
+void ColorKeyOverlay(const CmPlane& overlay, uint8_t keyR, uint8_t keyG, uint8_t keyB, uint8_t keyA,
+                     const CmPlane& background, const CmWriteablePlane& destination);
+void BitwiseOrPlaneContents(const CmPlane& source, const CmWriteablePlane& destination);
+void BitwiseAndPlaneContents(const CmPlane& source, const CmWriteablePlane& destination);
+void BitwiseNotPlaneContents(const CmWriteablePlane& plane);
+
+// The comparison codes of the primitives; only equality is provided so far.
+enum CompareOperation : int32_t {
+  CompareEqual = 2,
+};
+// 255 in the one-byte destination where every channel of the source pixel
+// compares true with its constant, else 0.
+void Compare(const CmPlane& source, uint8_t c0, uint8_t c1, uint8_t c2, uint8_t c3,
+             CompareOperation operation, const CmWriteablePlane& destination);
+
 void SetAlphaChannel(ImImageMemoryAllocation& allocator, uint8_t value);
 void SetPlane(uint8_t value, const CmWriteablePlane& plane);
 
