@@ -1,0 +1,187 @@
+// Each plane kernel on a 1920x1080 frame beside its peer: libyuv where it has
+// the same operation, and always our own plain reference. At the end the run
+// prints, per kernel, how many times faster ours is than each peer measured
+// in this same run (above 1.0 means ours is faster).
+#include <benchmark/benchmark.h>
+
+#include <libyuv/convert_argb.h>
+#include <libyuv/convert_from_argb.h>
+#include <libyuv/planar_functions.h>
+
+#include <cstdio>
+#include <functional>
+#include <map>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "Codecs/Primitives/ChromaResample.h"
+#include "Codecs/Primitives/PlaneCopy.h"
+#include "Codecs/Primitives/PlaneFlip.h"
+#include "Codecs/Primitives/PlaneLogic.h"
+
+namespace {
+
+constexpr int Width = 1920;
+constexpr int Height = 1080;
+
+struct SmFrame {
+  explicit SmFrame(int pixelBytes) : stride(Width * pixelBytes), bytes(stride * Height) {
+    std::mt19937 random(7);
+    for (uint8_t& b : bytes) {
+      b = static_cast<uint8_t>(random());
+    }
+  }
+  uint8_t* data() { return bytes.data(); }
+  int stride;
+  std::vector<uint8_t> bytes;
+};
+
+SmFrame gray(1), gray2(1), rgb(3), rgb2(3), argb(4), argb2(4);
+
+void Register(const std::string& kernel, const std::string& who, std::function<void()> body) {
+  benchmark::RegisterBenchmark((kernel + "/" + who).c_str(), [body](benchmark::State& state) {
+    for (auto _ : state) {
+      body();
+      benchmark::ClobberMemory();
+    }
+  })->Unit(benchmark::kMicrosecond);
+}
+
+void RegisterAll() {
+  namespace P = NmPrimitives;
+  namespace R = NmPrimitives::NmReference;
+  Register("CopyPlane", "ours",
+           [] { P::CopyPlane(gray.data(), Width, gray2.data(), Width, Width, Height); });
+  Register("CopyPlane", "reference",
+           [] { R::CopyPlane(gray.data(), Width, gray2.data(), Width, Width, Height); });
+  Register("CopyPlane", "libyuv",
+           [] { libyuv::CopyPlane(gray.data(), Width, gray2.data(), Width, Width, Height); });
+
+  Register("SetPlane", "ours", [] { P::SetPlane(9, gray2.data(), Width, Width, Height); });
+  Register("SetPlane", "reference", [] { R::SetPlane(9, gray2.data(), Width, Width, Height); });
+  Register("SetPlane", "libyuv", [] { libyuv::SetPlane(gray2.data(), Width, Width, Height, 9); });
+
+  Register("MirrorColumns1", "ours", [] {
+    P::FlipPlane(gray.data(), Width, gray2.data(), Width, Width, Height, 1, P::FlipColumns);
+  });
+  Register("MirrorColumns1", "reference", [] {
+    R::FlipPlane(gray.data(), Width, gray2.data(), Width, Width, Height, 1, P::FlipColumns);
+  });
+  Register("MirrorColumns1", "libyuv",
+           [] { libyuv::MirrorPlane(gray.data(), Width, gray2.data(), Width, Width, Height); });
+
+  Register("MirrorColumns4", "ours", [] {
+    P::FlipPlane(argb.data(), 4 * Width, argb2.data(), 4 * Width, Width, Height, 4, P::FlipColumns);
+  });
+  Register("MirrorColumns4", "reference", [] {
+    R::FlipPlane(argb.data(), 4 * Width, argb2.data(), 4 * Width, Width, Height, 4, P::FlipColumns);
+  });
+  Register("MirrorColumns4", "libyuv", [] {
+    libyuv::ARGBMirror(argb.data(), 4 * Width, argb2.data(), 4 * Width, Width, Height);
+  });
+
+  Register("MirrorColumns3", "ours", [] {
+    P::FlipPlane(rgb.data(), 3 * Width, rgb2.data(), 3 * Width, Width, Height, 3, P::FlipColumns);
+  });
+  Register("MirrorColumns3", "reference", [] {
+    R::FlipPlane(rgb.data(), 3 * Width, rgb2.data(), 3 * Width, Width, Height, 3, P::FlipColumns);
+  });
+
+  Register("Copy3To4", "ours",
+           [] { P::Copy3To4(rgb.data(), 3 * Width, argb2.data(), 4 * Width, Width, Height, 255); });
+  Register("Copy3To4", "reference",
+           [] { R::Copy3To4(rgb.data(), 3 * Width, argb2.data(), 4 * Width, Width, Height, 255); });
+  Register("Copy3To4", "libyuv", [] {
+    libyuv::RGB24ToARGB(rgb.data(), 3 * Width, argb2.data(), 4 * Width, Width, Height);
+  });
+
+  Register("Copy4To3", "ours",
+           [] { P::Copy4To3(argb.data(), 4 * Width, rgb2.data(), 3 * Width, Width, Height); });
+  Register("Copy4To3", "reference",
+           [] { R::Copy4To3(argb.data(), 4 * Width, rgb2.data(), 3 * Width, Width, Height); });
+  Register("Copy4To3", "libyuv", [] {
+    libyuv::ARGBToRGB24(argb.data(), 4 * Width, rgb2.data(), 3 * Width, Width, Height);
+  });
+
+  Register("SwapChannels3", "ours",
+           [] { P::SwapChannels3(rgb.data(), 3 * Width, rgb2.data(), 3 * Width, Width, Height); });
+  Register("SwapChannels3", "reference",
+           [] { R::SwapChannels3(rgb.data(), 3 * Width, rgb2.data(), 3 * Width, Width, Height); });
+  Register("SwapChannels3", "libyuv", [] {
+    libyuv::RAWToRGB24(rgb.data(), 3 * Width, rgb2.data(), 3 * Width, Width, Height);
+  });
+
+  Register("SwapChannels4", "ours", [] {
+    P::SwapChannels4(argb.data(), 4 * Width, argb2.data(), 4 * Width, Width, Height);
+  });
+  Register("SwapChannels4", "reference", [] {
+    R::SwapChannels4(argb.data(), 4 * Width, argb2.data(), 4 * Width, Width, Height);
+  });
+  Register("SwapChannels4", "libyuv", [] {
+    libyuv::ARGBToABGR(argb.data(), 4 * Width, argb2.data(), 4 * Width, Width, Height);
+  });
+
+  Register("SetAlpha", "ours",
+           [] { P::SetChannel4(255, 3, argb2.data(), 4 * Width, Width, Height); });
+  Register("SetAlpha", "reference",
+           [] { R::SetChannel4(255, 3, argb2.data(), 4 * Width, Width, Height); });
+
+  Register("Chroma422To420", "ours", [] {
+    P::Chroma422To420(gray.data(), Width / 2, gray2.data(), Width / 2, Width / 2, Height);
+  });
+  Register("Chroma422To420", "reference", [] {
+    R::Chroma422To420(gray.data(), Width / 2, gray2.data(), Width / 2, Width / 2, Height);
+  });
+
+  Register("CopyMasked4", "ours", [] {
+    P::CopyMasked(argb.data(), 4 * Width, argb2.data(), 4 * Width, gray.data(), Width, 1, Width,
+                  Height, 4, 4);
+  });
+  Register("CopyMasked4", "reference", [] {
+    R::CopyMasked(argb.data(), 4 * Width, argb2.data(), 4 * Width, gray.data(), Width, 1, Width,
+                  Height, 4, 4);
+  });
+}
+
+// Keeps each run's time so that the ratios can be printed after the table.
+class CmRatioReporter : public benchmark::ConsoleReporter {
+public:
+  void ReportRuns(const std::vector<Run>& runs) override {
+    for (const Run& run : runs) {
+      m_Times[run.benchmark_name()] = run.GetAdjustedRealTime();
+    }
+    ConsoleReporter::ReportRuns(runs);
+  }
+  void PrintRatios() const {
+    std::printf("\nspeed of ours relative to each peer (peer time / our time):\n");
+    for (const auto& [name, ours] : m_Times) {
+      const size_t slash = name.rfind("/ours");
+      if (slash == std::string::npos || ours <= 0) {
+        continue;
+      }
+      const std::string kernel = name.substr(0, slash);
+      for (const char* peer : {"libyuv", "reference"}) {
+        const auto found = m_Times.find(kernel + "/" + peer);
+        if (found != m_Times.end()) {
+          std::printf("  %-16s vs %-9s %6.2f\n", kernel.c_str(), peer, found->second / ours);
+        }
+      }
+    }
+  }
+
+private:
+  std::map<std::string, double> m_Times;
+};
+
+} // namespace
+
+int main(int argc, char** argv) {
+  benchmark::Initialize(&argc, argv);
+  RegisterAll();
+  CmRatioReporter reporter;
+  benchmark::RunSpecifiedBenchmarks(&reporter);
+  reporter.PrintRatios();
+  benchmark::Shutdown();
+  return 0;
+}
