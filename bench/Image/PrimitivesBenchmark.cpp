@@ -7,6 +7,8 @@
 #include <libyuv/convert_argb.h>
 #include <libyuv/convert_from_argb.h>
 #include <libyuv/planar_functions.h>
+#include <libyuv/rotate.h>
+#include <libyuv/rotate_argb.h>
 
 #include <cstdio>
 #include <functional>
@@ -19,6 +21,7 @@
 #include "Codecs/Primitives/PlaneCopy.h"
 #include "Codecs/Primitives/PlaneFlip.h"
 #include "Codecs/Primitives/PlaneLogic.h"
+#include "Codecs/Primitives/PlaneTranspose.h"
 
 namespace {
 
@@ -120,6 +123,28 @@ void RegisterAll() {
   });
   Register("SwapChannels4", "libyuv", [] {
     libyuv::ARGBToABGR(argb.data(), 4 * Width, argb2.data(), 4 * Width, Width, Height);
+  });
+
+  // A quarter turn clockwise of the frame into a 1080 x 1920 buffer.
+  Register("QuarterTurn1", "ours", [] {
+    P::TransposePlane(gray.data(), Width, gray2.data(), Height, Width, Height, 1, true, false);
+  });
+  Register("QuarterTurn1", "reference", [] {
+    R::TransposePlane(gray.data(), Width, gray2.data(), Height, Width, Height, 1, true, false);
+  });
+  Register("QuarterTurn1", "libyuv",
+           [] { libyuv::RotatePlane90(gray.data(), Width, gray2.data(), Height, Width, Height); });
+  Register("QuarterTurn4", "ours", [] {
+    P::TransposePlane(argb.data(), 4 * Width, argb2.data(), 4 * Height, Width, Height, 4, true,
+                      false);
+  });
+  Register("QuarterTurn4", "reference", [] {
+    R::TransposePlane(argb.data(), 4 * Width, argb2.data(), 4 * Height, Width, Height, 4, true,
+                      false);
+  });
+  Register("QuarterTurn4", "libyuv", [] {
+    libyuv::ARGBRotate(argb.data(), 4 * Width, argb2.data(), 4 * Height, Width, Height,
+                       libyuv::kRotate90);
   });
 
   Register("SetAlpha", "ours",

@@ -1,0 +1,160 @@
+// Vector transposition in 8 x 8 pixel blocks, one byte plane of the pixel at
+// a time; the borders that do not fill a block take the plain loop.
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "Codecs/Primitives/PlaneTranspose.cc"
+#include <hwy/foreach_target.h> // IWYU pragma: keep
+#include <hwy/highway.h>
+
+#include "Codecs/Primitives/PlaneTranspose.h"
+
+HWY_BEFORE_NAMESPACE();
+namespace NmPrimitives {
+namespace HWY_NAMESPACE {
+namespace hn = hwy::HWY_NAMESPACE;
+
+#if HWY_TARGET != HWY_SCALAR
+using D8 = hn::Full64<uint8_t>;
+using V8 = hn::Vec<D8>;
+
+// Transposes eight rows of eight bytes by interleaving at 8, 16 and 32 bits.
+HWY_INLINE void Transpose8x8(V8 (&r)[8]) {
+  const hn::Full128<uint8_t> d;
+  const hn::Full128<uint16_t> d16;
+  const hn::Full128<uint32_t> d32;
+  const D8 half;
+  hn::Vec<decltype(d)> a[4];
+  for (int i = 0; i < 4; ++i) {
+    a[i] = hn::InterleaveLower(d, hn::ZeroExtendVector(d, r[2 * i]),
+                               hn::ZeroExtendVector(d, r[2 * i + 1]));
+  }
+  const auto b0 = hn::InterleaveLower(d16, hn::BitCast(d16, a[0]), hn::BitCast(d16, a[1]));
+  const auto b1 = hn::InterleaveUpper(d16, hn::BitCast(d16, a[0]), hn::BitCast(d16, a[1]));
+  const auto b2 = hn::InterleaveLower(d16, hn::BitCast(d16, a[2]), hn::BitCast(d16, a[3]));
+  const auto b3 = hn::InterleaveUpper(d16, hn::BitCast(d16, a[2]), hn::BitCast(d16, a[3]));
+  const auto c0 =
+      hn::BitCast(d, hn::InterleaveLower(d32, hn::BitCast(d32, b0), hn::BitCast(d32, b2)));
+  const auto c1 =
+      hn::BitCast(d, hn::InterleaveUpper(d32, hn::BitCast(d32, b0), hn::BitCast(d32, b2)));
+  const auto c2 =
+      hn::BitCast(d, hn::InterleaveLower(d32, hn::BitCast(d32, b1), hn::BitCast(d32, b3)));
+  const auto c3 =
+      hn::BitCast(d, hn::InterleaveUpper(d32, hn::BitCast(d32, b1), hn::BitCast(d32, b3)));
+  r[0] = hn::LowerHalf(half, c0);
+  r[1] = hn::UpperHalf(half, c0);
+  r[2] = hn::LowerHalf(half, c1);
+  r[3] = hn::UpperHalf(half, c1);
+  r[4] = hn::LowerHalf(half, c2);
+  r[5] = hn::UpperHalf(half, c2);
+  r[6] = hn::LowerHalf(half, c3);
+  r[7] = hn::UpperHalf(half, c3);
+}
+
+template <size_t S> HWY_INLINE void LoadRow(const uint8_t* p, V8 (&c)[4]) {
+  const D8 d;
+  if constexpr (S == 1) {
+    c[0] = hn::LoadU(d, p);
+  } else if constexpr (S == 3) {
+    hn::LoadInterleaved3(d, p, c[0], c[1], c[2]);
+  } else {
+    hn::LoadInterleaved4(d, p, c[0], c[1], c[2], c[3]);
+  }
+}
+
+template <size_t S> HWY_INLINE void StoreRow(const V8 (&c)[4], uint8_t* p) {
+  const D8 d;
+  if constexpr (S == 1) {
+    hn::StoreU(c[0], d, p);
+  } else if constexpr (S == 3) {
+    hn::StoreInterleaved3(c[0], c[1], c[2], d, p);
+  } else {
+    hn::StoreInterleaved4(c[0], c[1], c[2], c[3], d, p);
+  }
+}
+
+template <size_t S>
+void TransposeBlocks(const uint8_t* src, size_t srcStride, uint8_t* dst, size_t dstStride,
+                     size_t width, size_t height, bool flipColumns, bool flipRows) {
+  for (size_t sr = 0; sr + 8 <= height; sr += 8) {
+    for (size_t sc = 0; sc + 8 <= width; sc += 8) {
+      // channel[c][j]: byte c of the eight pixels of source row j of the block.
+      V8 channel[S][8];
+      for (size_t j = 0; j < 8; ++j) {
+        // Mirroring the destination's columns is reading the rows backwards.
+        const size_t row = flipColumns ? sr + 7 - j : sr + j;
+        V8 bytes[4];
+        LoadRow<S>(src + row * srcStride + S * sc, bytes);
+        for (size_t c = 0; c < S; ++c) {
+          channel[c][j] = bytes[c];
+        }
+      }
+      for (size_t c = 0; c < S; ++c) {
+        Transpose8x8(channel[c]);
+      }
+      const size_t x = flipColumns ? height - 8 - sr : sr;
+      for (size_t k = 0; k < 8; ++k) {
+        const size_t y = flipRows ? width - 1 - (sc + k) : sc + k;
+        V8 bytes[4];
+        for (size_t c = 0; c < S; ++c) {
+          bytes[c] = channel[c][k];
+        }
+        StoreRow<S>(bytes, dst + y * dstStride + S * x);
+      }
+    }
+  }
+}
+#endif
+
+void TransposePlaneImpl(const uint8_t* src, size_t srcStride, uint8_t* dst, size_t dstStride,
+                        size_t width, size_t height, size_t pixelBytes, bool flipColumns,
+                        bool flipRows) {
+  size_t blockWidth = 0;
+  size_t blockHeight = 0;
+#if HWY_TARGET != HWY_SCALAR
+  blockWidth = width - width % 8;
+  blockHeight = height - height % 8;
+  if (pixelBytes == 1) {
+    TransposeBlocks<1>(src, srcStride, dst, dstStride, width, height, flipColumns, flipRows);
+  } else if (pixelBytes == 3) {
+    TransposeBlocks<3>(src, srcStride, dst, dstStride, width, height, flipColumns, flipRows);
+  } else {
+    TransposeBlocks<4>(src, srcStride, dst, dstStride, width, height, flipColumns, flipRows);
+  }
+#endif
+  // The right and bottom borders of the source that no block covered.
+  const auto copyPixel = [&](size_t row, size_t column) {
+    const size_t y = flipRows ? width - 1 - column : column;
+    const size_t x = flipColumns ? height - 1 - row : row;
+    for (size_t c = 0; c < pixelBytes; ++c) {
+      dst[y * dstStride + x * pixelBytes + c] = src[row * srcStride + column * pixelBytes + c];
+    }
+  };
+  for (size_t row = 0; row < blockHeight; ++row) {
+    for (size_t column = blockWidth; column < width; ++column) {
+      copyPixel(row, column);
+    }
+  }
+  for (size_t row = blockHeight; row < height; ++row) {
+    for (size_t column = 0; column < width; ++column) {
+      copyPixel(row, column);
+    }
+  }
+}
+
+} // namespace HWY_NAMESPACE
+} // namespace NmPrimitives
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+namespace NmPrimitives {
+
+HWY_EXPORT(TransposePlaneImpl);
+
+void TransposePlane(const uint8_t* src, size_t srcStride, uint8_t* dst, size_t dstStride,
+                    size_t width, size_t height, size_t pixelBytes, bool flipColumns,
+                    bool flipRows) {
+  HWY_DYNAMIC_DISPATCH(TransposePlaneImpl)
+  (src, srcStride, dst, dstStride, width, height, pixelBytes, flipColumns, flipRows);
+}
+
+} // namespace NmPrimitives
+#endif

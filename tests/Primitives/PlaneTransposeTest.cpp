@@ -1,0 +1,49 @@
+#include <gtest/gtest.h>
+
+#include "Codecs/Primitives/PlaneTranspose.h"
+#include "Primitives/PrimitiveTestSupport.h"
+
+using NmPrimitiveTest::ForEachTarget;
+using NmPrimitiveTest::SmTestPlane;
+using namespace NmPrimitives;
+
+TEST(PlaneTranspose, EveryTargetMatchesTheReference) {
+  ForEachTarget([] {
+    std::mt19937 random(6);
+    for (int round = 0; round < 40; ++round) {
+      const size_t width = round < 4 ? 8 * (round + 1) : 1 + random() % 45;
+      const size_t height = round < 4 ? 16 : 1 + random() % 45;
+      for (const size_t pixelBytes : {1u, 3u, 4u}) {
+        for (int mirrors = 0; mirrors < 4; ++mirrors) {
+          const bool flipColumns = mirrors & 1;
+          const bool flipRows = mirrors & 2;
+          SCOPED_TRACE(::testing::Message() << width << "x" << height << " bytes " << pixelBytes
+                                            << " columns " << flipColumns << " rows " << flipRows);
+          const SmTestPlane source(random, width * pixelBytes, height);
+          SmTestPlane expected(random, height * pixelBytes, width);
+          SmTestPlane actual = expected;
+          NmReference::TransposePlane(source.data(), source.stride, expected.data(),
+                                      expected.stride, width, height, pixelBytes, flipColumns,
+                                      flipRows);
+          TransposePlane(source.data(), source.stride, actual.data(), actual.stride, width, height,
+                         pixelBytes, flipColumns, flipRows);
+          ASSERT_EQ(actual.bytes, expected.bytes);
+        }
+      }
+    }
+  });
+}
+
+TEST(PlaneTranspose, ReferenceMeaning) {
+  // 3 x 2 source:  0 1 2 / 3 4 5.
+  const uint8_t source[6] = {0, 1, 2, 3, 4, 5};
+  uint8_t out[6];
+  NmReference::TransposePlane(source, 3, out, 2, 3, 2, 1, false, false);
+  EXPECT_EQ(std::vector<uint8_t>(out, out + 6), (std::vector<uint8_t>{0, 3, 1, 4, 2, 5}));
+  // A quarter turn clockwise: the bottom-left pixel comes to the top left.
+  NmReference::TransposePlane(source, 3, out, 2, 3, 2, 1, true, false);
+  EXPECT_EQ(std::vector<uint8_t>(out, out + 6), (std::vector<uint8_t>{3, 0, 4, 1, 5, 2}));
+  // Counter-clockwise: the top-right pixel comes to the top left.
+  NmReference::TransposePlane(source, 3, out, 2, 3, 2, 1, false, true);
+  EXPECT_EQ(std::vector<uint8_t>(out, out + 6), (std::vector<uint8_t>{2, 5, 1, 4, 0, 3}));
+}
