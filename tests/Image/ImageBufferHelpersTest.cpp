@@ -420,3 +420,30 @@ TEST(ImageBufferHelpers, MaskedSetsLogicComparisonAndColourKey) {
       },
       "Planes have different dimensions", 3, key);
 }
+
+TEST(ImageBufferHelpers, TransposeChecksShapesAndTurns) {
+  CmReferenceCountingImageAllocator source;
+  source.Allocate(3, 2, BGR32);
+  FillRows(source);
+  CmReferenceCountingImageAllocator turned;
+  turned.Allocate(2, 3, BGR32);
+  Transpose(source.GetPlane(0), turned.GetWriteablePlane(0), true, false);
+  // Clockwise: the bottom-left pixel lands top left, the top-left top right.
+  EXPECT_EQ(turned.GetPlane(0).GetPixelAddress(0, 0)[1], 16 + 1);
+  EXPECT_EQ(turned.GetPlane(0).GetPixelAddress(1, 0)[2], 2);
+  EXPECT_EQ(turned.GetPlane(0).GetPixelAddress(1, 2)[0], 8);
+
+  const std::string name = Helpers + "Transpose";
+  CmReferenceCountingImageAllocator same;
+  same.Allocate(3, 2, BGR32);
+  ExpectError([&] { Transpose(source.GetPlane(0), same.GetWriteablePlane(0), false, false); },
+              "Planes have incompatible dimensions", 3, name);
+  CmReferenceCountingImageAllocator rgba;
+  rgba.Allocate(2, 3, RGBA);
+  ExpectError([&] { Transpose(source.GetPlane(0), rgba.GetWriteablePlane(0), false, false); },
+              "Planes have different number of bytes per pixel", 3, name);
+  CmReferenceCountingImageAllocator rgb;
+  rgb.Allocate(2, 3, RGB24);
+  ExpectError([&] { Transpose(source.GetPlane(0), rgb.GetWriteablePlane(0), false, false); },
+              "Planes have different pixel strides", 3, name);
+}

@@ -3,6 +3,7 @@
 #include "Codecs/Primitives/PlaneCopy.h"
 #include "Codecs/Primitives/PlaneFlip.h"
 #include "Codecs/Primitives/PlaneLogic.h"
+#include "Codecs/Primitives/PlaneTranspose.h"
 #include "Common/Error/Error.h"
 
 namespace NmMediaProcessing {
@@ -443,6 +444,31 @@ void Compare(const CmPlane& source, uint8_t c0, uint8_t c1, uint8_t c2, uint8_t 
   NmPrimitives::CompareEqual(source.data, source.rowStride, values, destination.data,
                              destination.rowStride, source.width, source.height, source.pixelStride,
                              source.bytesPerPixel);
+}
+
+void Transpose(const CmPlane& source, const CmWriteablePlane& destination, bool flipColumns,
+               bool flipRows) {
+  if (source.bytesPerPixel != destination.bytesPerPixel) {
+    throw CmIntegrityError(VZK_LOCATION, "Planes have different number of bytes per pixel",
+                           CmIntegrityErrorCode::OutOfRange);
+  }
+  if (source.pixelStride != destination.pixelStride) {
+    throw CmIntegrityError(VZK_LOCATION, "Planes have different pixel strides",
+                           CmIntegrityErrorCode::OutOfRange);
+  }
+  if (destination.width != source.height || destination.height != source.width) {
+    throw CmIntegrityError(VZK_LOCATION, "Planes have incompatible dimensions",
+                           CmIntegrityErrorCode::OutOfRange);
+  }
+  if (!IsSupportedLayout(source)) {
+    throw CmIntegrityError(VZK_LOCATION,
+                           "Transposition is not supported for the given pixel stride",
+                           CmIntegrityErrorCode::InvalidPointer);
+  }
+  // The fourth byte of a three-in-four pixel travels with its pixel.
+  NmPrimitives::TransposePlane(source.data, source.rowStride, destination.data,
+                               destination.rowStride, source.width, source.height,
+                               source.pixelStride, flipColumns, flipRows);
 }
 
 void SetAlphaChannel(ImImageMemoryAllocation& allocator, uint8_t value) {

@@ -86,6 +86,12 @@ enum CompareOperation : int32_t {
 void Compare(const CmPlane& source, uint8_t c0, uint8_t c1, uint8_t c2, uint8_t c3,
              CompareOperation operation, const CmWriteablePlane& destination);
 
+// Rows become columns; flipColumns mirrors the destination left to right and
+// flipRows top to bottom in the same pass (flipColumns alone turns a quarter
+// clockwise).
+void Transpose(const CmPlane& source, const CmWriteablePlane& destination, bool flipColumns,
+               bool flipRows);
+
 void SetAlphaChannel(ImImageMemoryAllocation& allocator, uint8_t value);
 void SetPlane(uint8_t value, const CmWriteablePlane& plane);
 
