@@ -1,4 +1,6 @@
+#include <functional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -145,6 +147,69 @@ TEST(Xml, FatalParseErrorsAreCollected) {
       EXPECT_NE(std::string(e.what()).find("Fatal parse error"), std::string::npos) << e.what();
     }
   }
+}
+
+TEST(Xml, EntityBombsAreRefused) {
+  // Eight levels of tenfold expansion would make 10^8 characters.
+  std::string bomb = "<!DOCTYPE a [<!ENTITY a0 \"xxxxxxxxxx\">";
+  for (int level = 1; level < 8; ++level) {
+    bomb += "<!ENTITY a" + std::to_string(level) + " \"";
+    for (int i = 0; i < 10; ++i) {
+      bomb += "&a" + std::to_string(level - 1) + ";";
+    }
+    bomb += "\">";
+  }
+  const std::string small = bomb + "]><a>&a1;</a>";
+  bomb += "]><a>&a7;</a>";
+  try {
+    CmXmlWrapper::LoadXml(bomb);
+    FAIL() << "expanded";
+  } catch (const CmXmlError& e) {
+    EXPECT_EQ(e.GetCode(), NmXerces::CmXmlErrorCode::ParseFailed);
+    EXPECT_NE(e.GetDescription().find("entity expansions"), std::string::npos)
+        << e.GetDescription();
+  }
+  // A few expansions are fine.
+  std::string value;
+  EXPECT_TRUE(CmXmlWrapper::LoadXml(small)->GetDocumentElement()->GetValue(value));
+  EXPECT_EQ(value, std::string(100, 'x'));
+
+  // Many faults end the parse early; the report still names the first five.
+  std::string faults = "<a>";
+  for (int i = 0; i < 300; ++i) {
+    faults += "<b>&u" + std::to_string(i) + ";</b>";
+  }
+  faults += "</a>";
+  try {
+    CmXmlWrapper::LoadXml(faults);
+    FAIL() << "parsed";
+  } catch (const CmXmlError& e) {
+    EXPECT_NE(e.GetDescription().find("'u4'"), std::string::npos) << e.GetDescription();
+    EXPECT_EQ(e.GetDescription().find("'u5'"), std::string::npos) << e.GetDescription();
+  }
+}
+
+TEST(Xml, DocumentsOnSeveralThreads) {
+  // Each thread has its own documents; only start-up is shared.
+  std::vector<std::thread> threads;
+  std::vector<int> good(4, 0);
+  for (int t = 0; t < 4; ++t) {
+    threads.emplace_back([t, &good] {
+      for (int i = 0; i < 50; ++i) {
+        const CmXmlDocumentPtr document = CmXmlWrapper::LoadXml(Config);
+        const CmXmlNodePtr item = document->SelectSingleNode("/toolkit/config/item");
+        std::string value;
+        if (item && item->GetValue(value) && value == "first" &&
+            CmXmlWrapper::LoadXml(document->ToString("UTF-8"))->SelectSingleNode("//group")) {
+          ++good[t];
+        }
+      }
+    });
+  }
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+  EXPECT_EQ(good, std::vector<int>(4, 50));
 }
 
 TEST(Xml, OutsideEntitiesAreNeverFetched) {

@@ -20,7 +20,10 @@ bool CmParseErrorHandler::handleError(const xercesc::DOMError& error) {
            << ", message: " << FromXmlText(error.getMessage()) << "." << std::endl;
   }
   ++m_Count;
-  return true;
+  // Parsing goes on after a fatal error so that the report lists several,
+  // but a text that keeps failing (an entity bomb reports every expansion
+  // past the limit) is not worth reading to its end: the report is the same.
+  return m_Count < MaximumBeforeGivingUp;
 }
 
 } // namespace NmXerces

@@ -12,6 +12,7 @@ namespace NmXerces {
 class CmParseErrorHandler : public xercesc::DOMErrorHandler {
 public:
   static constexpr unsigned MaximumReported = 5;
+  static constexpr unsigned MaximumBeforeGivingUp = 100;
 
   bool handleError(const xercesc::DOMError& error) override;
   unsigned GetErrorCount() const { return m_Count; }

@@ -9,6 +9,7 @@
 #include <xercesc/framework/MemBufInputSource.hpp>
 #include <xercesc/framework/Wrapper4InputSource.hpp>
 #include <xercesc/util/PlatformUtils.hpp>
+#include <xercesc/util/SecurityManager.hpp>
 #include <xercesc/util/TransService.hpp>
 #include <xercesc/util/TranscodingException.hpp>
 #include <xercesc/util/XMLException.hpp>
@@ -29,7 +30,9 @@ namespace {
 // static constructor runs and after every static destructor.
 constinit std::mutex platformLock;
 
-std::mutex& PlatformLock() { return platformLock; }
+std::mutex& PlatformLock() {
+  return platformLock;
+}
 
 class CmXercesPlatform {
 public:
@@ -47,6 +50,15 @@ private:
   CmXercesPlatform() { Acquire(); }
   ~CmXercesPlatform() { Release(); }
 };
+
+constexpr XMLSize_t MaximumEntityExpansions = 10000;
+
+// The handler and the security manager live on the stack of one parse, but
+// the parser stays with its document.
+void ForgetParseHelpers(DOMConfiguration* configuration) {
+  configuration->setParameter(XMLUni::fgDOMErrorHandler, static_cast<void*>(nullptr));
+  configuration->setParameter(XMLUni::fgXercesSecurityManager, static_cast<void*>(nullptr));
+}
 
 bool IsAscii(const std::string& text) {
   for (const unsigned char c : text) {
@@ -336,8 +348,16 @@ CmXmlDocumentPtr CmXmlWrapper::LoadXml(const std::string& text) {
   // parser from reaching the file system or the network.
   configuration->setParameter(XMLUni::fgXercesLoadExternalDTD, false);
   configuration->setParameter(XMLUni::fgXercesDisableDefaultEntityResolution, true);
+  // Entities declared in the text become plain text, so that a value that
+  // uses one reads as text and not as an entity reference node.
+  configuration->setParameter(XMLUni::fgDOMEntities, false);
   // Parsing goes on after a fatal error so that the report lists several.
   configuration->setParameter(XMLUni::fgXercesContinueAfterFatalError, true);
+  // Nested entities can expand a few hundred bytes into gigabytes; no
+  // configuration needs more than a handful of expansions.
+  SecurityManager security;
+  security.setEntityExpansionLimit(MaximumEntityExpansions);
+  configuration->setParameter(XMLUni::fgXercesSecurityManager, &security);
 
   MemBufInputSource source(reinterpret_cast<const XMLByte*>(text.data()), text.size(), "memory",
                            false);
@@ -346,13 +366,13 @@ CmXmlDocumentPtr CmXmlWrapper::LoadXml(const std::string& text) {
   try {
     document = parser->parse(&input);
   } catch (const XMLException& e) {
-    configuration->setParameter(XMLUni::fgDOMErrorHandler, static_cast<void*>(nullptr));
+    ForgetParseHelpers(configuration);
     throw CmXmlError(VZK_LOCATION, FromXmlText(e.getMessage()), CmXmlErrorCode::ParseFailed);
   } catch (const DOMException& e) {
-    configuration->setParameter(XMLUni::fgDOMErrorHandler, static_cast<void*>(nullptr));
+    ForgetParseHelpers(configuration);
     throw CmXmlError(VZK_LOCATION, FromXmlText(e.getMessage()), CmXmlErrorCode::ParseFailed);
   }
-  configuration->setParameter(XMLUni::fgDOMErrorHandler, static_cast<void*>(nullptr));
+  ForgetParseHelpers(configuration);
   wrapper->m_Document.reset(document, CmXmlDocumentWrapper::CmDocumentRelease());
   if (handler.GetErrorCount() > 0) {
     throw CmXmlError(VZK_LOCATION, handler.GetText(), CmXmlErrorCode::ParseFailed);
