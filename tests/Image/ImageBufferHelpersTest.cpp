@@ -212,6 +212,11 @@ TEST(ImageBufferHelpers, ChannelSwapsAndAlpha) {
   small.Allocate(2, 2, BGR24);
   ExpectError([&] { SwapChannels(rgb, small); },
               "Unable to swap color channels between the given allocator dimensions", 1, swap);
+  CmReferenceCountingImageAllocator wider;
+  wider.Allocate(3, 2, BGRA);
+  SwapChannels(rgb, wider);
+  EXPECT_EQ(wider.GetPlane(0).GetPixelAddress(1, 1)[0], 16 + 5);
+  EXPECT_EQ(wider.GetPlane(0).GetPixelAddress(1, 1)[3], 255);
   CmReferenceCountingImageAllocator same;
   same.Allocate(3, 2, RGB24);
   ExpectError([&] { SwapChannels(rgb, same); },

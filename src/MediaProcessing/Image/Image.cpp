@@ -2,6 +2,7 @@
 
 #include "Common/Error/Error.h"
 #include "MediaProcessing/Image/ImageBufferHelpers.h"
+#include "MediaProcessing/Image/ImageColorFormatConvert.h"
 
 namespace NmMediaProcessing {
 
@@ -74,12 +75,12 @@ void CmImage::SplitFields(CmImage& firstField, CmImage& secondField) const {
                            CmIntegrityErrorCode::InvalidPointer);
   }
   // 4:2:0 chroma of a height that is not a multiple of 4 cannot be halved per
-  // field; the way round is through 4:2:2, which needs the colour conversion.
+  // field; such an image is split from a 4:2:2 copy instead.
   if (GetColorFormat() == YCbCr420_Planar && GetHeight() % 4 != 0) {
-    throw CmIntegrityError(VZK_LOCATION,
-                           "Splitting 4:2:0 fields of this height needs a conversion to 4:2:2, "
-                           "which is not available yet",
-                           CmIntegrityErrorCode::NotImplemented);
+    CmImage upsampled;
+    CmImageColorFormatConvert(YCbCr422_Planar).Execute(*this, upsampled);
+    upsampled.SplitFields(firstField, secondField);
+    return;
   }
 
   const uint64_t height = GetHeight();

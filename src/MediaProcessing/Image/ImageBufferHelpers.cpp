@@ -273,11 +273,23 @@ void SwapChannels(const ImImageMemoryAllocation& source, ImImageMemoryAllocation
   const ColorFormat targetFormat = destination.GetColorFormat();
   const bool oppositeOrder = (IsRedFirst(sourceFormat) && IsBlueFirst(targetFormat)) ||
                              (IsBlueFirst(sourceFormat) && IsRedFirst(targetFormat));
-  if (!oppositeOrder || from.pixelStride != to.pixelStride) {
+  if (!oppositeOrder) {
     throw CmIntegrityError(VZK_LOCATION, "Unable to swap color channels between the given formats",
                            CmIntegrityErrorCode::InvalidPointer);
   }
-  SwapPlaneChannels(from, destination.GetWriteablePlane(0));
+  const CmWriteablePlane target = destination.GetWriteablePlane(0);
+  if (from.pixelStride == target.pixelStride) {
+    SwapPlaneChannels(from, target);
+  } else if (target.pixelStride == 4) {
+    // Widened first, then swapped in place; an added fourth byte is opaque.
+    NmPrimitives::Copy3To4(from.data, from.rowStride, target.data, target.rowStride, from.width,
+                           from.height, 255);
+    SwapPlaneChannels(target, target);
+  } else {
+    NmPrimitives::Copy4To3(from.data, from.rowStride, target.data, target.rowStride, from.width,
+                           from.height);
+    SwapPlaneChannels(target, target);
+  }
 }
 
 void CopyPlaneMasked(const CmPlane& source, const CmWriteablePlane& destination,

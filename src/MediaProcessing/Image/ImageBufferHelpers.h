@@ -55,7 +55,8 @@ void FlipPlaneContents(ImImageMemoryAllocation& allocator, FlipAxis axis);
 // (RGB24 and BGR24, RGB32 and BGR32, RGBA and BGRA).
 void SwapChannels(ImImageMemoryAllocation& allocator);
 // Writes the source with its first and third channel exchanged into an
-// allocated destination of the same size whose format differs in order only.
+// allocated destination of the same size and the opposite channel order; a
+// change between three and four bytes a pixel is made on the way.
 void SwapChannels(const ImImageMemoryAllocation& source, ImImageMemoryAllocation& destination);
 
 // Copies the pixels whose mask sample is not 0. A one-byte mask selects whole

@@ -1,0 +1,262 @@
+#include "MediaProcessing/Image/ImageColorFormatConvert.h"
+
+#include "Codecs/Primitives/ChromaResample.h"
+#include "Codecs/Primitives/PlaneCopy.h"
+#include "Common/Error/Error.h"
+#include "MediaProcessing/Image/ImageBufferHelpers.h"
+#include "MediaProcessing/Image/ReferenceCountingImageAllocator.h"
+
+namespace NmMediaProcessing {
+
+using NmError::CmIntegrityError;
+using NmError::CmIntegrityErrorCode;
+namespace Helpers = CmImageBufferHelpers;
+
+namespace {
+
+bool IsPlanar(ColorFormat format) {
+  return format == Gray || format == YCbCr420_Planar || format == YCbCr422_Planar ||
+         format == YCbCr444_Planar;
+}
+bool IsPacked(ColorFormat format) {
+  return format == RGB24 || format == BGR24 || format == RGB32 || format == BGR32 ||
+         format == RGBA || format == BGRA;
+}
+bool IsBlueFirst(ColorFormat format) {
+  return format == BGR24 || format == BGR32 || format == BGRA;
+}
+bool HasAlpha(ColorFormat format) {
+  return format == RGBA || format == BGRA;
+}
+bool IsInterleaved(Interlacing interlacing) {
+  return interlacing == InterleavedTopFirst || interlacing == InterleavedBottomFirst;
+}
+bool IsSubColorFormatLegal(ColorFormat format, SubColorFormat sub) {
+  return IsPlanar(format) ? sub != NotApplicable : sub == NotApplicable;
+}
+
+} // namespace
+
+CmImageColorFormatConvert::CmImageColorFormatConvert(ColorFormat target, uint64_t alignment)
+    : m_Target(target), m_Alignment(alignment) {}
+
+void CmImageColorFormatConvert::Execute(CmImage& image) {
+  const ColorFormat format = image.GetColorFormat();
+  const SubColorFormat sub = image.GetAttributes().subColorFormat;
+  if (IsPlanar(format) && sub == NotApplicable) {
+    throw CmIntegrityError(VZK_LOCATION,
+                           "Sub-color-format must not be set to NotApplicable for YCbCr or Gray "
+                           "scale images",
+                           CmIntegrityErrorCode::Unknown);
+  }
+  if (IsPacked(format) && sub != NotApplicable) {
+    throw CmIntegrityError(VZK_LOCATION,
+                           "Sub-color-format must be set to NotApplicable for RGB images",
+                           CmIntegrityErrorCode::Unknown);
+  }
+  ImImageMemoryAllocation& allocator = image.Allocator();
+  if (format == m_Target) {
+    return;
+  }
+  if (!MatchesAlignment(allocator, m_Alignment)) {
+    CmBaseImageTransformation::Execute(image);
+    return;
+  }
+  const bool thirtyTwoBit = format == RGB32 || format == BGR32;
+  const bool sameOrder = IsBlueFirst(format) == IsBlueFirst(m_Target);
+  if (thirtyTwoBit && HasAlpha(m_Target) && sameOrder) {
+    allocator.ReinterpretFormat(m_Target);
+    Helpers::SetAlphaChannel(allocator, 255);
+  } else if (HasAlpha(format) && (m_Target == RGB32 || m_Target == BGR32) && sameOrder) {
+    allocator.ReinterpretFormat(m_Target);
+  } else if ((format == RGB24 && m_Target == BGR24) || (format == BGR24 && m_Target == RGB24) ||
+             (format == RGB32 && m_Target == BGR32) || (format == BGR32 && m_Target == RGB32) ||
+             (format == RGBA && m_Target == BGRA) || (format == BGRA && m_Target == RGBA)) {
+    Helpers::SwapChannels(allocator);
+  } else if ((format == RGB32 && m_Target == BGRA) || (format == BGR32 && m_Target == RGBA)) {
+    Helpers::SwapChannels(allocator);
+    allocator.ReinterpretFormat(m_Target);
+    Helpers::SetAlphaChannel(allocator, 255);
+  } else if (format == Gray && IsMultiPlaneFormat(m_Target)) {
+    allocator.ReinterpretFormat(m_Target);
+    Helpers::SetPlane(128, allocator.GetWriteablePlane(1));
+    Helpers::SetPlane(128, allocator.GetWriteablePlane(2));
+  } else if (IsMultiPlaneFormat(format) && m_Target == Gray) {
+    allocator.ReinterpretFormat(m_Target);
+  } else {
+    CmBaseImageTransformation::Execute(image);
+  }
+}
+
+void CmImageColorFormatConvert::Execute(const CmImage& source, CmImage& destination) {
+  if (&source == &destination) {
+    Execute(destination);
+    return;
+  }
+  const ColorFormat format = source.GetColorFormat();
+  const SubColorFormat sub = source.GetAttributes().subColorFormat;
+  if (format == m_Target && IsSubColorFormatLegal(format, sub)) {
+    if (MatchesAlignment(source.Allocator(), m_Alignment)) {
+      destination = source;
+    } else {
+      destination.Allocate(source.GetWidth(), source.GetHeight(), format, m_Alignment);
+      Helpers::CopyAllocatorContents(source.Allocator(), destination.Allocator());
+      destination.CopyAttributes(source);
+    }
+    return;
+  }
+  if (IsPlanar(format) && IsPlanar(m_Target)) {
+    PerformConversionYCbCr(source, destination);
+  } else if (IsPacked(format) && IsPacked(m_Target)) {
+    PerformConversionRGB(source, destination);
+  } else if ((IsPlanar(format) && IsPacked(m_Target)) || (IsPacked(format) && IsPlanar(m_Target))) {
+    // The colour equations between RGB and YCbCr are not written yet.
+    throw CmIntegrityError(VZK_LOCATION,
+                           "Conversion between RGB and YCbCr formats is not available yet",
+                           CmIntegrityErrorCode::NotImplemented);
+  } else {
+    throw CmIntegrityError(VZK_LOCATION, "Unable to convert between the given formats",
+                           CmIntegrityErrorCode::Unknown);
+  }
+}
+
+void CmImageColorFormatConvert::PerformConversionRGB(const CmImage& source, CmImage& destination) {
+  if (source.GetAttributes().subColorFormat != NotApplicable) {
+    throw CmIntegrityError(VZK_LOCATION,
+                           "Sub-color-format must be set to NotApplicable for RGB/BGR image types",
+                           CmIntegrityErrorCode::Unknown);
+  }
+  const ColorFormat format = source.GetColorFormat();
+  destination.Allocate(source.GetWidth(), source.GetHeight(), m_Target, m_Alignment);
+  const ImImageMemoryAllocation::CmPlane from = source.Allocator().GetPlane(0);
+  const ImImageMemoryAllocation::CmWriteablePlane to = destination.Allocator().GetWriteablePlane(0);
+  const bool fromWide = from.pixelStride == 4;
+  const bool toWide = to.pixelStride == 4;
+  if (IsBlueFirst(format) != IsBlueFirst(m_Target)) {
+    Helpers::SwapChannels(source.Allocator(), destination.Allocator());
+  } else if (!fromWide && toWide) {
+    NmPrimitives::Copy3To4(from.data, from.rowStride, to.data, to.rowStride, from.width,
+                           from.height, 255);
+  } else if (fromWide && !toWide) {
+    NmPrimitives::Copy4To3(from.data, from.rowStride, to.data, to.rowStride, from.width,
+                           from.height);
+  } else if (fromWide && toWide) {
+    NmPrimitives::CopyPlane(from.data, from.rowStride, to.data, to.rowStride, 4 * from.width,
+                            from.height);
+    if (HasAlpha(m_Target) && !HasAlpha(format)) {
+      Helpers::SetAlphaChannel(destination.Allocator(), 255);
+    }
+  } else {
+    throw CmIntegrityError(VZK_LOCATION, "Unable to convert between the given RGB formats",
+                           CmIntegrityErrorCode::Unknown);
+  }
+  destination.CopyAttributes(source);
+}
+
+void CmImageColorFormatConvert::PerformConversionYCbCr(const CmImage& source,
+                                                       CmImage& destination) {
+  const SubColorFormat sub = source.GetAttributes().subColorFormat;
+  if (sub == NotApplicable) {
+    throw CmIntegrityError(VZK_LOCATION,
+                           "Sub-color-format must not be set to NotApplicable for YCbCr images",
+                           CmIntegrityErrorCode::Unknown);
+  }
+  const ColorFormat format = source.GetColorFormat();
+  const ImImageMemoryAllocation& from = source.Allocator();
+  if (format == Gray && IsMultiPlaneFormat(m_Target)) {
+    destination.Allocate(source.GetWidth(), source.GetHeight(), m_Target, m_Alignment);
+    ImImageMemoryAllocation& to = destination.Allocator();
+    Helpers::CopyPlaneContents(from.GetPlane(0), to.GetWriteablePlane(0));
+    Helpers::SetPlane(128, to.GetWriteablePlane(1));
+    Helpers::SetPlane(128, to.GetWriteablePlane(2));
+  } else if (IsMultiPlaneFormat(format) && m_Target == Gray) {
+    const ImImageMemoryAllocation::CmPlane luma = from.GetPlane(0);
+    destination.Allocate(luma.width, luma.height, Gray, m_Alignment);
+    Helpers::CopyPlaneContents(luma, destination.Allocator().GetWriteablePlane(0));
+  } else if ((format == YCbCr420_Planar && m_Target == YCbCr422_Planar) ||
+             (format == YCbCr422_Planar && m_Target == YCbCr420_Planar)) {
+    if (IsInterleaved(source.GetAttributes().interlacing)) {
+      ResampleChromaByFields(source, destination);
+      return;
+    }
+    destination.Allocate(source.GetWidth(), source.GetHeight(), m_Target, m_Alignment);
+    ImImageMemoryAllocation& to = destination.Allocator();
+    Helpers::CopyPlaneContents(from.GetPlane(0), to.GetWriteablePlane(0));
+    for (uint64_t p = 1; p < 3; ++p) {
+      const ImImageMemoryAllocation::CmPlane s = from.GetPlane(p);
+      const ImImageMemoryAllocation::CmWriteablePlane d = to.GetWriteablePlane(p);
+      if (format == YCbCr420_Planar) {
+        NmPrimitives::Chroma420To422(s.data, s.rowStride, d.data, d.rowStride, d.width, d.height);
+      } else {
+        NmPrimitives::Chroma422To420(s.data, s.rowStride, d.data, d.rowStride, s.width, s.height);
+      }
+    }
+  } else if (IsMultiPlaneFormat(format) && IsMultiPlaneFormat(m_Target)) {
+    // 4:4:4 needs the nearest-neighbour resize, which is not written yet.
+    throw CmIntegrityError(VZK_LOCATION, "Conversion to or from 4:4:4 is not available yet",
+                           CmIntegrityErrorCode::NotImplemented);
+  } else {
+    throw CmIntegrityError(VZK_LOCATION, "Unable to convert between the given YCbCr formats",
+                           CmIntegrityErrorCode::Unknown);
+  }
+  destination.CopyAttributes(source);
+}
+
+void CmImageColorFormatConvert::ResampleChromaByFields(const CmImage& source,
+                                                       CmImage& destination) {
+  const uint64_t width = source.GetWidth();
+  const uint64_t height = source.GetHeight();
+  const ColorFormat format = source.GetColorFormat();
+  if (height % 4 == 3) {
+    // One more row, a copy of the last row of the same field, makes the
+    // height a multiple of 4; the result is cropped back.
+    CmImage padded;
+    padded.Allocate(width, height + 1, format);
+    padded.CopyAttributes(source);
+    const uint64_t planeCount = source.Allocator().GetPlaneCount();
+    for (uint64_t p = 0; p < planeCount; ++p) {
+      const ImImageMemoryAllocation::CmPlane s = source.Allocator().GetPlane(p);
+      const ImImageMemoryAllocation::CmWriteablePlane d = padded.Allocator().GetWriteablePlane(p);
+      NmPrimitives::CopyPlane(s.data, s.rowStride, d.data, d.rowStride, s.width, s.height);
+      if (p == 0 || format == YCbCr422_Planar) {
+        NmPrimitives::CopyPlane(s.data + (s.height - 2) * s.rowStride, s.rowStride,
+                                d.data + s.height * d.rowStride, d.rowStride, s.width, 1);
+      }
+    }
+    CmImage converted;
+    ResampleChromaByFields(padded, converted);
+    auto cropped = std::make_unique<CmReferenceCountingImageAllocator>();
+    cropped->CopyFrom(converted.Allocator());
+    cropped->Crop(0, 0, width, height);
+    destination.SetAllocator(std::move(cropped));
+    destination.CopyAttributes(source);
+    return;
+  }
+  destination.Allocate(width, height, m_Target, m_Alignment);
+  const ImImageMemoryAllocation& from = source.Allocator();
+  ImImageMemoryAllocation& to = destination.Allocator();
+  Helpers::CopyPlaneContents(from.GetPlane(0), to.GetWriteablePlane(0));
+  // Whole groups of four rows go field by field; the rows after the last
+  // group take the plain form.
+  const uint64_t grouped = height - height % 4;
+  for (uint64_t p = 1; p < 3; ++p) {
+    const ImImageMemoryAllocation::CmPlane s = from.GetPlane(p);
+    const ImImageMemoryAllocation::CmWriteablePlane d = to.GetWriteablePlane(p);
+    if (format == YCbCr420_Planar) {
+      NmPrimitives::Chroma420To422Interleaved(s.data, s.rowStride, d.data, d.rowStride, d.width,
+                                              grouped);
+      NmPrimitives::Chroma420To422(s.data + grouped / 2 * s.rowStride, s.rowStride,
+                                   d.data + grouped * d.rowStride, d.rowStride, d.width,
+                                   height - grouped);
+    } else {
+      NmPrimitives::Chroma422To420Interleaved(s.data, s.rowStride, d.data, d.rowStride, s.width,
+                                              grouped);
+      NmPrimitives::Chroma422To420(s.data + grouped * s.rowStride, s.rowStride,
+                                   d.data + grouped / 2 * d.rowStride, d.rowStride, s.width,
+                                   height - grouped);
+    }
+  }
+  destination.CopyAttributes(source);
+}
+
+} // namespace NmMediaProcessing
