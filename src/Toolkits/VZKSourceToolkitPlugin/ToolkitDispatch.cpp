@@ -1,12 +1,19 @@
 #include <cstring>
 #include <string>
 
+#include "Toolkits/VZKSourceToolkitPlugin/SetProperty.h"
+#include "Toolkits/VZKSourceToolkitPlugin/SyntheticLive.h"
 #include "Toolkits/VZKSourceToolkitPlugin/VZKSourceToolkit.h"
 
 namespace NmToolkit {
 namespace {
 
 using CmToolkitCreator = ImSourceToolkit* (*)(const NmXerces::CmXmlNodePtr& node);
+
+template <typename Toolkit>
+ImSourceToolkit* Create(const NmXerces::CmXmlNodePtr& node) {
+  return new Toolkit(node);
+}
 
 struct SmToolkitEntry {
   const char* name;
@@ -26,7 +33,7 @@ constexpr SmToolkitEntry TransformToolkits[] = {
     {"jpeg_encoder", nullptr},
     {"apply_privacy_mask", nullptr},
     {"audio_decoder", nullptr},
-    {"set_property", nullptr},
+    {"set_property", &Create<CmSetProperty>},
 };
 
 // Upstream toolkits of this library, tried after "toolkit".
@@ -34,7 +41,7 @@ constexpr SmToolkitEntry UpstreamToolkits[] = {
     {"video_decoder", nullptr},
     {"key_frames_only_video_decoder", nullptr},
     {"conditional_video_decoder", nullptr},
-    {"synthetic_live", nullptr},
+    {"synthetic_live", &Create<CmSyntheticLive>},
 };
 
 template <size_t N>

@@ -303,10 +303,14 @@ ImLiveSourceToolkit* CmVZKSourceToolkit::FirstLiveUpstream(const char* operation
   return upstream;
 }
 
-void CmVZKSourceToolkit::RequirePlayback(const char* operation) const {
+void CmVZKSourceToolkit::RequireConnected() const {
   if (!m_IsConnected) {
     throw CmNotConnectedError<1>();
   }
+}
+
+void CmVZKSourceToolkit::RequirePlayback(const char* operation) const {
+  RequireConnected();
   if (m_IsLive) {
     throw CmInvalidOperationError<1>(operation);
   }

@@ -77,6 +77,8 @@ protected:
   ImLiveSourceToolkit* FirstLiveUpstream(const char* operation) const;
   // Throws unless connected and in the mode that `operation` needs.
   void RequirePlayback(const char* operation) const;
+  void RequireConnected() const;
+  void SetLive(bool live) { m_IsLive = live; }
 
 private:
   bool ConfigureFromXml(const char* xml);

@@ -1,0 +1,24 @@
+#include "Toolkits/VZKSourceToolkitPlugin/SetProperty.h"
+
+#include "Toolkits/VZKSourceToolkitPlugin/ImageData.h"
+#include "Toolkits/VZKSourceToolkitPlugin/ToolkitErrors.h"
+
+namespace NmToolkit {
+
+void CmSetProperty::ReadConfiguration() {
+  m_Name = GetConfigurationValue("name", std::string());
+  m_Value = GetConfigurationValue("value", std::string());
+}
+
+void CmSetProperty::ProcessData(ImData* in, ImData** out) {
+  auto* image = dynamic_cast<CmImageData*>(in);
+  if (image == nullptr) {
+    throw CmInvalidOperationError<0>(GetElementName());
+  }
+  CmVZKSourceToolkitProperties properties;
+  CopyPassedProperties(in, properties);
+  properties.SetProperty(m_Name, new CmStringProperty(m_Value));
+  *out = new CmImageData(image->GetImage(), properties);
+}
+
+} // namespace NmToolkit
