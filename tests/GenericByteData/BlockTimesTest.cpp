@@ -19,7 +19,7 @@ struct CmBlockFixture {
 };
 } // namespace
 
-TEST(BlockTimes, ValidityRulesPerTypeAndImageCount) {
+TEST(GenericByteDataBlockTimes, ValidityRulesPerTypeAndImageCount) {
   struct {
     uint16_t type;
     uint16_t imageCount;
@@ -40,7 +40,7 @@ TEST(BlockTimes, ValidityRulesPerTypeAndImageCount) {
   }
 }
 
-TEST(BlockTimes, ImageTimesWithAndWithoutLastImageAtEndTime) {
+TEST(GenericByteDataBlockTimes, ImageTimesWithAndWithoutLastImageAtEndTime) {
   // Last image at the end time: two images at 0 and 1000 ms.
   CmBlockFixture closed({.lastImageAtEndTime = true, .endTime = 1000, .imageCount = 2});
   CmTimeStamp time;
@@ -94,7 +94,7 @@ TEST(BlockTimes, ImageTimesWithAndWithoutLastImageAtEndTime) {
   EXPECT_FALSE(backwards.block.GetImageIndexForTime(Ms(7), index, time));
 }
 
-TEST(BlockTimes, IntervalIsDividedRoundingDownAndTheModeIsRestored) {
+TEST(GenericByteDataBlockTimes, IntervalIsDividedRoundingDownAndTheModeIsRestored) {
   // 29 ms over 7 intervals: a quotient rounded to nearest lies above 29/7 and
   // would put the last image at 30 ms, behind the end of the block.
   CmBlockFixture f({.lastImageAtEndTime = true, .endTime = 29, .imageCount = 8});
@@ -119,7 +119,7 @@ TEST(BlockTimes, IntervalIsDividedRoundingDownAndTheModeIsRestored) {
   EXPECT_EQ(index, 65533u);
 }
 
-TEST(BlockTimes, WireTimesBeyondTheTimeStampRangeRaise) {
+TEST(GenericByteDataBlockTimes, WireTimesBeyondTheTimeStampRangeRaise) {
   const uint64_t limit = 1844674407370956ULL - 11644473600000ULL;
   CmBlockFixture edge({.beginTime = limit - 1, .endTime = limit - 1});
   EXPECT_EQ(edge.block.GetBeginTime().GetMilliseconds(), static_cast<int64_t>(limit - 1));
@@ -138,7 +138,7 @@ TEST(BlockTimes, WireTimesBeyondTheTimeStampRangeRaise) {
   }
 }
 
-TEST(BlockFlags, EndTimeExclusiveLeavesOtherBitsAlone) {
+TEST(GenericByteDataBlockFlags, EndTimeExclusiveLeavesOtherBitsAlone) {
   CmBlockFixture f({.lastImageAtEndTime = true, .extraFlags = 0x80000001u});
   EXPECT_FALSE(f.block.IsEndTimeExclusive());
   ASSERT_TRUE(f.block.SetEndTimeExclusive(true));

@@ -67,7 +67,7 @@ CmBytes Bytes(const CmGenericByteData& record) {
 
 } // namespace
 
-TEST(GoldenBytes, SettersWriteTheWireLayout) {
+TEST(GenericByteDataGoldenBytes, SettersWriteTheWireLayout) {
   CmGenericVideoByteDataBlock block(true);
   ASSERT_TRUE(block.Allocate(4));
   ASSERT_TRUE(block.SetType(10));
@@ -111,7 +111,7 @@ TEST(GoldenBytes, SettersWriteTheWireLayout) {
   EXPECT_EQ(Bytes(audio), GoldenAudioPacket);
 }
 
-TEST(GoldenBytes, HandWrittenRecordsReadBackFieldByField) {
+TEST(GenericByteDataGoldenBytes, HandWrittenRecordsReadBackFieldByField) {
   CmBytes blockBytes = GoldenBlock;
   const CmGenericVideoByteDataBlock block(blockBytes.data(), blockBytes.size());
   ASSERT_TRUE(block.IsTypeValid());
@@ -211,7 +211,7 @@ TEST(GoldenBytes, HandWrittenRecordsReadBackFieldByField) {
   EXPECT_EQ(packetLength, GoldenVideoPacket.size());
 }
 
-TEST(FieldSetters, RangeChecksRefuseAndWriteNothing) {
+TEST(GenericByteDataFieldSetters, RangeChecksRefuseAndWriteNothing) {
   CmGenericAudioStreamDataPacket audio(true);
   ASSERT_TRUE(audio.Allocate(2));
   const CmBytes before = Bytes(audio);

@@ -9,7 +9,7 @@
 using namespace NmMediaProcessing;
 using namespace NmTestSupport;
 
-TEST(PictureFormat, CodesFoldOntoTheirNormalFormAndReadBackCanonical) {
+TEST(GenericByteDataPictureFormat, CodesFoldOntoTheirNormalFormAndReadBackCanonical) {
   // Pairs of codes that differ only by a half turn share their bits.
   const std::map<uint32_t, uint32_t> canonical = {
       {0, 0}, {14, 0}, {1, 1},  {11, 1},  {2, 2}, {8, 2},  {3, 3},  {5, 3},
@@ -39,7 +39,7 @@ TEST(PictureFormat, CodesFoldOntoTheirNormalFormAndReadBackCanonical) {
   EXPECT_FALSE(packet.SetPictureFormat(16));
 }
 
-TEST(Interlacing, AttributeNumbersMapOntoBitsAndBack) {
+TEST(GenericByteDataInterlacing, AttributeNumbersMapOntoBitsAndBack) {
   struct {
     uint32_t interlacing;
     bool interlaced, top;

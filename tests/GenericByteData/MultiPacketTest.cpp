@@ -21,7 +21,7 @@ SmFound Find(const CmGenericByteDataMultiPacket& multi, int32_t type, uint64_t i
 }
 } // namespace
 
-TEST(MultiPacket, FindsPacketsByTypeAndIndex) {
+TEST(GenericByteDataMultiPacket, FindsPacketsByTypeAndIndex) {
   const CmBytes audio = BuildAudioPacket({.sequenceNumber = 1});
   const CmBytes video1 = BuildVideoPacket({.sequenceNumber = 2});
   const CmBytes unknown = BuildVideoPacket({.type = 100});
@@ -55,7 +55,7 @@ TEST(MultiPacket, FindsPacketsByTypeAndIndex) {
   }
 }
 
-TEST(MultiPacket, DamagedListsYieldNothing) {
+TEST(GenericByteDataMultiPacket, DamagedListsYieldNothing) {
   const CmBytes video = BuildVideoPacket({});
   // The first packet claims more than the payload holds: nothing is found,
   // not even the well-formed second packet.

@@ -44,7 +44,7 @@ private:
 };
 } // namespace
 
-TEST(ReadOnlyMemory, WritesToAReadOnlyPageHaveNoEffectAndReportNothing) {
+TEST(GenericByteDataReadOnlyMemory, WritesToAReadOnlyPageHaveNoEffectAndReportNothing) {
   CmMappedPages pages(1);
   ASSERT_NE(pages.Page(0), nullptr);
   const CmBytes block = BuildBlock({.beginTime = 1000, .endTime = 2000, .imageCount = 3});
@@ -91,7 +91,7 @@ TEST(ReadOnlyMemory, WritesToAReadOnlyPageHaveNoEffectAndReportNothing) {
   EXPECT_EQ(CmBytes(blockAt, blockAt + pages.PageSize()), before);
 }
 
-TEST(ReadOnlyMemory, AFieldAcrossIntoAReadOnlyPageIsNotHalfWritten) {
+TEST(GenericByteDataReadOnlyMemory, AFieldAcrossIntoAReadOnlyPageIsNotHalfWritten) {
   CmMappedPages pages(2);
   ASSERT_NE(pages.Page(0), nullptr);
   const CmBytes video =
@@ -109,7 +109,7 @@ TEST(ReadOnlyMemory, AFieldAcrossIntoAReadOnlyPageIsNotHalfWritten) {
   EXPECT_EQ(view.GetSequenceNumber(), 0xBEEF);
 }
 
-TEST(ReadOnlyMemory, CopiesFromUnreadableMemoryFail) {
+TEST(GenericByteDataReadOnlyMemory, CopiesFromUnreadableMemoryFail) {
   CmMappedPages pages(2);
   ASSERT_NE(pages.Page(0), nullptr);
   const CmBytes video = BuildVideoPacket({.payload = Pattern(64)});

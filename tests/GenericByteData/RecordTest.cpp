@@ -292,7 +292,7 @@ TEST(GenericByteDataLock, IsRecursiveAndExcludesOtherThreads) {
   after.join();
 }
 
-TEST(VideoCodecTable, BlockTypesAndCodecValuesBothWays) {
+TEST(GenericByteDataCodecTable, BlockTypesAndCodecValuesBothWays) {
   struct {
     uint32_t codec;
     int32_t type;

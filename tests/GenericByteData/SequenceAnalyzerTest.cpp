@@ -40,7 +40,7 @@ public:
 };
 } // namespace
 
-TEST(SequenceAnalyzer, VideoPacketsContinuityGapsWarpsAndSyncLoss) {
+TEST(ByteDataSequenceAnalyzer, VideoPacketsContinuityGapsWarpsAndSyncLoss) {
   CmFeeder f;
   EXPECT_EQ(f.m_Analyzer.GetLastKind(), 3u);
   EXPECT_EQ(f.Video(65534, true, 1000, 1000), Result::SequenceContinuous);
@@ -78,7 +78,7 @@ TEST(SequenceAnalyzer, VideoPacketsContinuityGapsWarpsAndSyncLoss) {
   EXPECT_EQ(zero.Video(0, true, 0, 0), Result::SequenceTimeWarp);
 }
 
-TEST(SequenceAnalyzer, BlocksAndTheirJoinsWithPackets) {
+TEST(ByteDataSequenceAnalyzer, BlocksAndTheirJoinsWithPackets) {
   CmFeeder f;
   EXPECT_EQ(f.Block(1000, 2000, 3, false), Result::SequenceContinuous);
   EXPECT_TRUE(f.m_LastSync);
@@ -111,7 +111,7 @@ TEST(SequenceAnalyzer, BlocksAndTheirJoinsWithPackets) {
   EXPECT_EQ(f.m_Analyzer.GetLastKind(), 0u);
 }
 
-TEST(SequenceAnalyzer, AudioStreamsAndMixingErrors) {
+TEST(ByteDataSequenceAnalyzer, AudioStreamsAndMixingErrors) {
   CmFeeder audio;
   EXPECT_EQ(audio.Audio(65535, 100), Result::SequenceContinuous);
   EXPECT_TRUE(audio.m_LastSync);
@@ -160,7 +160,7 @@ TEST(SequenceAnalyzer, AudioStreamsAndMixingErrors) {
   EXPECT_EQ(videoMulti.m_Analyzer.GetLastKind(), 0u);
 }
 
-TEST(SequenceAnalyzer, RecordsThatCannotBeAnalysedLeaveTheStateAlone) {
+TEST(ByteDataSequenceAnalyzer, RecordsThatCannotBeAnalysedLeaveTheStateAlone) {
   CmFeeder f;
   f.Video(1, true, 100, 100);
   const CmBytes rejects[] = {
