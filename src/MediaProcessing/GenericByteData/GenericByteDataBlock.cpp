@@ -22,9 +22,9 @@ constexpr uint32_t LastImageAtEndTime = 1u << 1;
 constexpr uint32_t U16Limit = 0xFFFF;
 
 // The spacing of images in milliseconds. The quotient is taken rounding
-// towards minus infinity so that image times computed from it never land a
-// millisecond late through a quotient rounded up; the recorders that wrote
-// these blocks computed their times the same way.
+// towards minus infinity: a quotient rounded up can push the ceiling of
+// index x interval one millisecond late, so that the last image of a block
+// would fall behind the block's own end time (29 ms over 7 intervals).
 double ImageInterval(uint64_t durationMs, uint64_t imageCount, bool lastImageAtEndTime) {
   if (imageCount < 2) {
     return 0.0;
