@@ -1,0 +1,241 @@
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <fstream>
+#include <memory>
+#include <string>
+
+#include "Toolkits/VZKSourceToolkitPlugin/ToolkitFactory.h"
+#include "support/GenericByteDataBuilder.h"
+#include "vzk/ToolkitError.h"
+
+using namespace NmToolkit;
+using namespace NmTestSupport;
+
+namespace {
+
+// A bare JPEG with real marker segments: a comment, a scan whose data holds a
+// stuffed 0xFF and a restart marker, and the end of image.
+CmBytes SmallJPEG(uint8_t fill) {
+  return {0xFF, 0xD8, 0xFF, 0xFE, 0x00, 0x05, 'a', 'b', 'c', 0xFF, 0xDA, 0x00, 0x08, 1, 2,
+          3,    4,    5,    6,    fill, 0xFF, 0x00, fill, 0xFF, 0xD0, fill, 0xFF, 0xD9};
+}
+
+// Frames of a group share the sync time of the frame that opens it.
+CmBytes VideoPacket(uint64_t time, uint16_t sequenceNumber, bool sync, uint64_t syncTime = 0,
+                    size_t payload = 16) {
+  SmVideoPacketFields fields;
+  fields.frameTime = time;
+  fields.syncTime = sync ? time : syncTime;
+  fields.sync = sync;
+  fields.sequenceNumber = sequenceNumber;
+  fields.payload = Pattern(payload, static_cast<uint8_t>(sequenceNumber));
+  return BuildVideoPacket(fields);
+}
+
+class RecordingFile {
+public:
+  RecordingFile() {
+    char pattern[] = "/tmp/vzk-recording-XXXXXX";
+    const int descriptor = mkstemp(pattern);
+    close(descriptor);
+    path = pattern;
+  }
+  ~RecordingFile() { std::remove(path.c_str()); }
+  void Append(const CmBytes& bytes) const {
+    std::ofstream file(path, std::ios::binary | std::ios::app);
+    file.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+  }
+  std::string path;
+};
+
+std::string Configuration(const std::string& path, const std::string& extra = "") {
+  return "<toolkit type='source'><provider>recording</provider><config><recording file='" + path +
+         "' " + extra + "/></config></toolkit>";
+}
+
+class RecordingSourceTest : public ::testing::Test {
+protected:
+  void Open(const std::string& xml) {
+    toolkit = factory.CreateInstance(xml.c_str());
+    ASSERT_NE(toolkit, nullptr);
+    playback = dynamic_cast<ImPlaybackSourceToolkit*>(toolkit);
+    live = dynamic_cast<ImLiveSourceToolkit*>(toolkit);
+    ASSERT_NE(playback, nullptr);
+    ASSERT_NE(live, nullptr);
+  }
+  void TearDown() override { factory.DeleteInstance(toolkit); }
+  // Begin time of the current item, or -1.
+  int64_t Current() {
+    ImData* raw = nullptr;
+    if (playback->GetData(&raw) != StatusSuccess) {
+      return -1;
+    }
+    std::unique_ptr<ImData> item(raw);
+    return item->GetBeginTime();
+  }
+  int64_t At(int64_t time, SmMoveMode mode) {
+    return playback->MoveTo(time, mode) == StatusSuccess ? Current() : -1;
+  }
+  std::string ConnectError() {
+    try {
+      playback->Connect(0);
+    } catch (const ImToolkitError& error) {
+      return error.what();
+    }
+    return "connected";
+  }
+
+  CmToolkitFactory factory;
+  ImToolkit* toolkit = nullptr;
+  ImPlaybackSourceToolkit* playback = nullptr;
+  ImLiveSourceToolkit* live = nullptr;
+};
+
+TEST_F(RecordingSourceTest, NavigatesPacketsInEveryModeAndBySequence) {
+  RecordingFile file;
+  file.Append(VideoPacket(1000, 1, true));
+  file.Append(VideoPacket(1040, 2, false, 1000));
+  file.Append(VideoPacket(1080, 3, false, 1000));
+  file.Append(VideoPacket(2000, 7, true)); // numbers skipped: a new sequence
+  file.Append(VideoPacket(2040, 8, false, 2000));
+  const CmBytes cut = VideoPacket(3000, 9, true);
+  file.Append(CmBytes(cut.begin(), cut.begin() + 20)); // cut in the middle
+  Open(Configuration(file.path, "privacy_mask='2x1;10'"));
+
+  CmPropertyNameSet supported;
+  playback->Connect({"Sequence_Number", "Privacy_Mask", "Has_Motion"}, supported, 0);
+  EXPECT_EQ(supported, (CmPropertyNameSet{"Privacy_Mask", "Sequence_Number"}));
+
+  EXPECT_EQ(Current(), -1) << "no item before the first move";
+  ASSERT_EQ(playback->MoveFirst(), StatusSuccess);
+  ImData* raw = nullptr;
+  ASSERT_EQ(playback->GetData(&raw), StatusSuccess);
+  std::unique_ptr<ImData> first(raw);
+  EXPECT_EQ(first->GetDataSize(), VideoPacket(1000, 1, true).size());
+  EXPECT_EQ(dynamic_cast<ImMediaData*>(raw)->GetPayloadSize(), 16u);
+  EXPECT_EQ(dynamic_cast<const ImStringProperty*>(raw->GetProperty("Sequence_Number"))->GetValue(),
+            "1");
+  EXPECT_EQ(dynamic_cast<const ImStringProperty*>(raw->GetProperty("Privacy_Mask"))->GetValue(),
+            "2x1;10");
+  EXPECT_EQ(playback->MovePrevious(), StatusNoItem);
+  EXPECT_EQ(Current(), 1000) << "a failed move stays put";
+
+  ASSERT_EQ(playback->MoveLast(), StatusSuccess);
+  EXPECT_EQ(Current(), 2040) << "the cut record is not part of the recording";
+  EXPECT_EQ(playback->MoveNext(), StatusNoItem);
+
+  EXPECT_EQ(At(1040, MoveClosest), 1040);
+  EXPECT_EQ(At(1061, MoveClosest), 1080);
+  EXPECT_EQ(At(1060, MoveClosest), 1040) << "a tie goes to the earlier item";
+  EXPECT_EQ(At(1040, MoveBefore), 1000);
+  EXPECT_EQ(At(1000, MoveBefore), -1);
+  EXPECT_EQ(At(1040, MoveAtOrBefore), 1040);
+  EXPECT_EQ(At(999, MoveAtOrBefore), -1);
+  EXPECT_EQ(At(1040, MoveAfter), 1080);
+  EXPECT_EQ(At(2040, MoveAfter), -1);
+  EXPECT_EQ(At(1041, MoveAtOrAfter), 1080);
+  EXPECT_EQ(At(5000, MoveClosest), 2040);
+
+  ASSERT_EQ(playback->MoveTo(1040, MoveAtOrAfter), StatusSuccess);
+  ASSERT_EQ(playback->MoveNextSequence(), StatusSuccess);
+  EXPECT_EQ(Current(), 2000);
+  EXPECT_EQ(playback->MoveNextSequence(), StatusNoItem);
+  playback->MoveLast();
+  ASSERT_EQ(playback->MovePreviousSequence(), StatusSuccess);
+  EXPECT_EQ(Current(), 1000);
+  EXPECT_EQ(playback->MovePreviousSequence(), StatusNoItem);
+}
+
+TEST_F(RecordingSourceTest, ReadsEveryRecordKind) {
+  RecordingFile file;
+  file.Append(SmallJPEG(0x11));
+  file.Append(SmallJPEG(0x22));
+  SmBlockFields block;
+  block.beginTime = 5000;
+  block.endTime = 5999;
+  block.extension = Pattern(4);
+  file.Append(BuildBlock(block));
+  SmMultiPacketFields multi;
+  multi.packets = {VideoPacket(7000, 1, true), VideoPacket(7040, 2, false, 7000)};
+  file.Append(BuildMultiPacket(multi));
+  SmAudioPacketFields audio;
+  audio.time = 8000;
+  file.Append(BuildAudioPacket(audio));
+  Open(Configuration(file.path));
+  playback->Connect(0);
+
+  std::string seen;
+  for (uint32_t status = playback->MoveFirst(); status == StatusSuccess;
+       status = playback->MoveNext()) {
+    ImData* raw = nullptr;
+    ASSERT_EQ(playback->GetData(&raw), StatusSuccess);
+    std::unique_ptr<ImData> item(raw);
+    seen += std::to_string(item->GetBeginTime()) + "-" + std::to_string(item->GetEndTime()) + "/" +
+            std::to_string(dynamic_cast<ImMediaData*>(raw)->GetPayloadSize()) + " ";
+  }
+  EXPECT_EQ(seen, "0-39/28 40-79/28 5000-5999/16 7000-7040/" +
+                      std::to_string(BuildMultiPacket(multi).size() - 16) + " 8000-8000/16 ");
+}
+
+TEST_F(RecordingSourceTest, EmptyBrokenAndMissingFiles) {
+  RecordingFile empty;
+  Open(Configuration(empty.path));
+  EXPECT_EQ(ConnectError(), "connected");
+  EXPECT_EQ(playback->MoveFirst(), StatusNoItem);
+  EXPECT_EQ(playback->MoveTo(0, MoveClosest), StatusNoItem);
+  EXPECT_EQ(playback->MoveNextSequence(), StatusNoItem);
+  ImData* raw = nullptr;
+  EXPECT_EQ(playback->GetData(&raw), StatusNoItem);
+  factory.DeleteInstance(toolkit);
+
+  RecordingFile garbage;
+  garbage.Append({0x00, 0x0E, 1, 2, 3, 4, 5, 6, 7});
+  Open(Configuration(garbage.path));
+  EXPECT_EQ(ConnectError(), "The file '" + garbage.path + "' holds no readable record!");
+  factory.DeleteInstance(toolkit);
+
+  Open(Configuration("/nonexistent/x.gbd"));
+  EXPECT_EQ(ConnectError(), "Could not open recording '/nonexistent/x.gbd'!");
+  factory.DeleteInstance(toolkit);
+
+  Open("<toolkit type='source'><provider>recording</provider><config/></toolkit>");
+  EXPECT_EQ(ConnectError(),
+            "The recording plug-in needs <config><recording file=\"...\"/></config>!");
+  try {
+    playback->MoveFirst();
+    ADD_FAILURE() << "navigation needs a connection";
+  } catch (const ImNotConnectedError& error) {
+    EXPECT_STREQ(error.what(), "Not connected to toolkit!");
+  }
+}
+
+TEST_F(RecordingSourceTest, LiveFollowsAGrowingFile) {
+  RecordingFile file;
+  file.Append(VideoPacket(1000, 1, true));
+  Open(Configuration(file.path));
+  playback->Connect(0);
+  live->StartLiveStream();
+  ImData* raw = nullptr;
+  EXPECT_EQ(live->GetLiveData(&raw, 0), StatusNoItem) << "live starts after what is there";
+
+  file.Append(VideoPacket(1040, 2, false, 1000));
+  ASSERT_EQ(live->GetLiveData(&raw, 0), StatusSuccess);
+  EXPECT_EQ(std::unique_ptr<ImData>(raw)->GetBeginTime(), 1040);
+
+  // Half a record waits until the rest is written.
+  const CmBytes next = VideoPacket(1080, 3, false, 1000);
+  file.Append(CmBytes(next.begin(), next.begin() + 10));
+  EXPECT_EQ(live->GetLiveData(&raw, 0), StatusNoItem);
+  file.Append(CmBytes(next.begin() + 10, next.end()));
+  ASSERT_EQ(live->GetLiveData(&raw, 1000), StatusSuccess);
+  EXPECT_EQ(std::unique_ptr<ImData>(raw)->GetBeginTime(), 1080);
+
+  // Playback sees the grown file too, after the next index update.
+  live->StopLiveStream();
+  ASSERT_EQ(playback->MoveLast(), StatusSuccess);
+  EXPECT_EQ(Current(), 1080);
+}
+
+} // namespace
