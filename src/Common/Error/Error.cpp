@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <cctype>
 #include <cstring>
-#include <string_view>
 #include <iostream>
+#include <string_view>
 
 namespace NmError {
 
