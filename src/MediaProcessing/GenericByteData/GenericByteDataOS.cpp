@@ -43,10 +43,8 @@ void CmGenericByteDataOS::WriteBytes(uint64_t offset, const uint8_t* bytes, uint
   if (m_Allocated) {
     // Our own allocation is known to be writable; no need to probe.
     std::memcpy(m_Data + offset, bytes, width);
-  } else if (IsWritable(m_Data + offset, width)) {
-    // Probed first so that a field that straddles into a read-only page is
-    // not half written.
-    SafeCopy(m_Data + offset, bytes, width);
+  } else {
+    WriteAllOrNothing(m_Data + offset, bytes, width);
   }
 }
 

@@ -23,6 +23,8 @@ public:
   // Whether every byte of the range can be written. Probing leaves the bytes
   // as they are.
   static bool IsWritable(void* address, size_t size);
+  // Writes all of the bytes or, when any of them cannot be written, none.
+  static bool WriteAllOrNothing(void* destination, const void* source, size_t size);
 
 protected:
   CmGenericByteDataOS() = default;

@@ -122,6 +122,19 @@ bool CmGenericByteDataOS::IsWritable(void* address, size_t size) {
   return RangeHasPermission(address, size, 'w');
 }
 
+bool CmGenericByteDataOS::WriteAllOrNothing(void* destination, const void* source, size_t size) {
+  static const uintptr_t PageMask = ~(static_cast<uintptr_t>(sysconf(_SC_PAGESIZE)) - 1);
+  const auto first = reinterpret_cast<uintptr_t>(destination);
+  const bool onePage = size == 0 || (first & PageMask) == ((first + size - 1) & PageMask);
+  // Protection is per page, so a write within one page succeeds or fails as
+  // a whole; one that straddles two is probed first, or the kernel would
+  // write the part in front of a read-only page.
+  if (!onePage && !IsWritable(destination, size)) {
+    return false;
+  }
+  return SafeCopy(destination, source, size);
+}
+
 bool CmGenericByteDataOS::SafeCopy(void* destination, const void* source, size_t size) {
   if (size == 0 || destination == source) {
     return destination != nullptr && source != nullptr;
