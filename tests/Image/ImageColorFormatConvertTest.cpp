@@ -60,6 +60,31 @@ TEST(ImageColorFormatConvert, ChromaRoundTripIsExactForEveryHeightAndLayout) {
   }
 }
 
+TEST(ImageColorFormatConvert, FourFourFourRoundTripsAndNearestSamples) {
+  for (const Interlacing interlacing : {Progressive, InterleavedBottomFirst}) {
+    for (const ColorFormat format : {YCbCr420_Planar, YCbCr422_Planar}) {
+      for (const uint64_t height : {4u, 5u, 7u, 8u}) {
+        SCOPED_TRACE(::testing::Message()
+                     << format << " height " << height << " interlacing " << interlacing);
+        const CmImage source = MakeImage(9, height, format, SubColorFormatFullRange, interlacing);
+        CmImage full;
+        CmImageColorFormatConvert(YCbCr444_Planar).Execute(source, full);
+        ASSERT_EQ(full.GetColorFormat(), YCbCr444_Planar);
+        EXPECT_EQ(full.Allocator().GetPlane(2).width, 9u);
+        EXPECT_EQ(full.GetAttributes().interlacing, interlacing);
+        CmImage back;
+        CmImageColorFormatConvert(format).Execute(full, back);
+        EXPECT_TRUE(SamePixels(back, source));
+      }
+    }
+  }
+  const CmImage source = MakeImage(5, 4, YCbCr420_Planar, SubColorFormatFullRange);
+  CmImage full;
+  CmImageColorFormatConvert(YCbCr444_Planar).Execute(source, full);
+  EXPECT_EQ(Sample(full, 1, 3, 2), Sample(source, 1, 1, 1));
+  EXPECT_EQ(Sample(full, 2, 4, 3), Sample(source, 2, 2, 1));
+}
+
 TEST(ImageColorFormatConvert, InterleavedChromaStaysInItsField) {
   // 4:2:0 chroma rows alternate between the fields; a 4:2:2 row may only
   // take its value from a chroma row of its own field.

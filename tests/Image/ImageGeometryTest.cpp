@@ -65,6 +65,12 @@ TEST(ImageCrop, SharesPlanesAndChecksItsRectangle) {
   ExpectError([] { CmImageCrop(0, 0, 1, 0); }, "Cropping area height out of range", 2);
   EXPECT_THROW(CmImageCrop(8, 0, 4, 4).Execute(source, cropped), NmError::CmIntegrityError);
 
+  // An odd offset cannot be kept in subsampled chroma: the crop is 4:4:4.
+  CmImageCrop(3, 2, 4, 4).Execute(source, cropped);
+  EXPECT_EQ(cropped.GetColorFormat(), YCbCr444_Planar);
+  EXPECT_EQ(Sample(cropped, 0, 0, 0), Sample(source, 0, 3, 2));
+  EXPECT_EQ(Sample(cropped, 1, 0, 0), Sample(source, 1, 1, 1));
+
   // In place through the default path.
   CmImage image(source);
   CmImageCrop(4, 2, 2, 2).Execute(image);
@@ -93,6 +99,13 @@ TEST(ImageFlip, MirrorsPixelsAndRecordsTheMirror) {
   EXPECT_EQ(Sample(flipped, 1, 1, 4), Sample(odd, 1, 1, 0));
   EXPECT_TRUE(flipped.GetAttributes().orientation.flippedVertically);
 
+  // An odd width of 4:2:2 comes out as 4:4:4.
+  const CmImage narrow = MakeImage(5, 2, YCbCr422_Planar);
+  CmImageFlipHorizontally().Execute(narrow, flipped);
+  EXPECT_EQ(flipped.GetColorFormat(), YCbCr444_Planar);
+  EXPECT_EQ(Sample(flipped, 1, 0, 1), Sample(narrow, 1, 2, 1));
+  EXPECT_EQ(Sample(flipped, 1, 4, 1), Sample(narrow, 1, 0, 1));
+
   const CmImage even = MakeImage(4, 6, YCbCr420_Planar);
   CmImageFlipVertically().Execute(even, flipped);
   EXPECT_EQ(flipped.GetColorFormat(), YCbCr420_Planar);
@@ -120,6 +133,13 @@ TEST(ImageRotate90Right, TurnsPixelsOrientationAndAspect) {
   EXPECT_EQ(turned.GetColorFormat(), YCbCr420_Planar);
   EXPECT_EQ(turned.Allocator().GetPlane(1).width, 2u);
   EXPECT_EQ(Sample(turned, 1, 0, 0), Sample(planar, 1, 0, 1));
+
+  // 4:2:2 turns through 4:4:4.
+  const CmImage chroma422 = MakeImage(4, 2, YCbCr422_Planar);
+  CmImageRotate90Right().Execute(chroma422, turned);
+  EXPECT_EQ(turned.GetColorFormat(), YCbCr444_Planar);
+  EXPECT_EQ(turned.GetWidth(), 2u);
+  EXPECT_EQ(Sample(turned, 1, 1, 3), Sample(chroma422, 1, 1, 0));
 
   source.GetAttributes().interlacing = InterleavedTopFirst;
   ExpectError([&] { CmImageRotate90Right().Execute(source, turned); },

@@ -60,6 +60,46 @@ TEST(ChromaResample, EveryTargetMatchesTheReference) {
   });
 }
 
+TEST(ChromaResample, ColumnResamplingOnEveryTarget) {
+  ForEachTarget([] {
+    std::mt19937 random(9);
+    for (int round = 0; round < 60; ++round) {
+      const size_t fullWidth = 1 + random() % 150;
+      const size_t halfWidth = (fullWidth + 1) / 2;
+      const size_t height = 1 + random() % 4;
+      SCOPED_TRACE(::testing::Message() << fullWidth << " wide");
+      {
+        // No gaps: a read past the end of the last row leaves the buffer.
+        const SmTestPlane source(random, fullWidth, height, 0);
+        SmTestPlane expected(random, halfWidth, height);
+        SmTestPlane actual = expected;
+        NmReference::ChromaHalveColumns(source.data(), source.stride, expected.data(),
+                                        expected.stride, halfWidth, height);
+        ChromaHalveColumns(source.data(), source.stride, actual.data(), actual.stride, halfWidth,
+                           height);
+        EXPECT_EQ(actual.bytes, expected.bytes) << "halve";
+      }
+      {
+        const SmTestPlane source(random, halfWidth, height, 0);
+        SmTestPlane expected(random, fullWidth, height);
+        SmTestPlane actual = expected;
+        NmReference::ChromaDoubleColumns(source.data(), source.stride, expected.data(),
+                                         expected.stride, fullWidth, height);
+        ChromaDoubleColumns(source.data(), source.stride, actual.data(), actual.stride, fullWidth,
+                            height);
+        EXPECT_EQ(actual.bytes, expected.bytes) << "double";
+      }
+    }
+  });
+  const uint8_t row[5] = {1, 2, 3, 4, 5};
+  uint8_t half[3];
+  NmReference::ChromaHalveColumns(row, 5, half, 3, 3, 1);
+  EXPECT_EQ(std::vector<uint8_t>(half, half + 3), (std::vector<uint8_t>{1, 3, 5}));
+  uint8_t full[5];
+  NmReference::ChromaDoubleColumns(half, 3, full, 5, 5, 1);
+  EXPECT_EQ(std::vector<uint8_t>(full, full + 5), (std::vector<uint8_t>{1, 1, 3, 3, 5}));
+}
+
 TEST(ChromaResample, RoundTripsAndFieldSeparation) {
   std::mt19937 random(4);
   for (const bool interleaved : {false, true}) {

@@ -62,6 +62,44 @@ void Chroma422To420Impl(const uint8_t* src, size_t srcStride, uint8_t* dst, size
   }
 }
 
+void ChromaHalveColumnsImpl(const uint8_t* src, size_t srcStride, uint8_t* dst, size_t dstStride,
+                            size_t dstWidth, size_t height) {
+  const hn::ScalableTag<uint8_t> d;
+  const size_t n = hn::Lanes(d);
+  for (size_t y = 0; y < height; ++y) {
+    const uint8_t* s = src + y * srcStride;
+    uint8_t* t = dst + y * dstStride;
+    size_t x = 0;
+    // 2 * n source bytes must exist: the last even column may be the last one.
+    for (; x + n < dstWidth; x += n) {
+      hn::Vec<decltype(d)> even, odd;
+      hn::LoadInterleaved2(d, s + 2 * x, even, odd);
+      hn::StoreU(even, d, t + x);
+    }
+    for (; x < dstWidth; ++x) {
+      t[x] = s[2 * x];
+    }
+  }
+}
+
+void ChromaDoubleColumnsImpl(const uint8_t* src, size_t srcStride, uint8_t* dst, size_t dstStride,
+                             size_t dstWidth, size_t height) {
+  const hn::ScalableTag<uint8_t> d;
+  const size_t n = hn::Lanes(d);
+  for (size_t y = 0; y < height; ++y) {
+    const uint8_t* s = src + y * srcStride;
+    uint8_t* t = dst + y * dstStride;
+    size_t x = 0;
+    for (; x + 2 * n <= dstWidth; x += 2 * n) {
+      const auto v = hn::LoadU(d, s + x / 2);
+      hn::StoreInterleaved2(v, v, d, t + x);
+    }
+    for (; x < dstWidth; ++x) {
+      t[x] = s[x / 2];
+    }
+  }
+}
+
 } // namespace HWY_NAMESPACE
 } // namespace NmPrimitives
 HWY_AFTER_NAMESPACE();
@@ -71,6 +109,17 @@ namespace NmPrimitives {
 
 HWY_EXPORT(Chroma420To422Impl);
 HWY_EXPORT(Chroma422To420Impl);
+HWY_EXPORT(ChromaHalveColumnsImpl);
+HWY_EXPORT(ChromaDoubleColumnsImpl);
+
+void ChromaHalveColumns(const uint8_t* src, size_t srcStride, uint8_t* dst, size_t dstStride,
+                        size_t dstWidth, size_t height) {
+  HWY_DYNAMIC_DISPATCH(ChromaHalveColumnsImpl)(src, srcStride, dst, dstStride, dstWidth, height);
+}
+void ChromaDoubleColumns(const uint8_t* src, size_t srcStride, uint8_t* dst, size_t dstStride,
+                         size_t dstWidth, size_t height) {
+  HWY_DYNAMIC_DISPATCH(ChromaDoubleColumnsImpl)(src, srcStride, dst, dstStride, dstWidth, height);
+}
 
 void Chroma420To422(const uint8_t* src, size_t srcStride, uint8_t* dst, size_t dstStride,
                     size_t width, size_t dstHeight) {

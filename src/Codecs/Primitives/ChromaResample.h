@@ -24,7 +24,19 @@ void Chroma422To420(const uint8_t* src, size_t srcStride, uint8_t* dst, size_t d
 void Chroma422To420Interleaved(const uint8_t* src, size_t srcStride, uint8_t* dst, size_t dstStride,
                                size_t width, size_t srcHeight);
 
+// Horizontal nearest-neighbour resampling between 4:4:4 and 4:2:2 chroma:
+// halving keeps the even columns (column floor(x * 2)), doubling repeats each
+// column (column floor(x / 2)).
+void ChromaHalveColumns(const uint8_t* src, size_t srcStride, uint8_t* dst, size_t dstStride,
+                        size_t dstWidth, size_t height);
+void ChromaDoubleColumns(const uint8_t* src, size_t srcStride, uint8_t* dst, size_t dstStride,
+                         size_t dstWidth, size_t height);
+
 namespace NmReference {
+void ChromaHalveColumns(const uint8_t* src, size_t srcStride, uint8_t* dst, size_t dstStride,
+                        size_t dstWidth, size_t height);
+void ChromaDoubleColumns(const uint8_t* src, size_t srcStride, uint8_t* dst, size_t dstStride,
+                         size_t dstWidth, size_t height);
 void Chroma420To422(const uint8_t* src, size_t srcStride, uint8_t* dst, size_t dstStride,
                     size_t width, size_t dstHeight);
 void Chroma420To422Interleaved(const uint8_t* src, size_t srcStride, uint8_t* dst, size_t dstStride,

@@ -49,4 +49,22 @@ void Chroma422To420Interleaved(const uint8_t* src, size_t srcStride, uint8_t* ds
   }
 }
 
+void ChromaHalveColumns(const uint8_t* src, size_t srcStride, uint8_t* dst, size_t dstStride,
+                        size_t dstWidth, size_t height) {
+  for (size_t y = 0; y < height; ++y) {
+    for (size_t x = 0; x < dstWidth; ++x) {
+      dst[y * dstStride + x] = src[y * srcStride + 2 * x];
+    }
+  }
+}
+
+void ChromaDoubleColumns(const uint8_t* src, size_t srcStride, uint8_t* dst, size_t dstStride,
+                         size_t dstWidth, size_t height) {
+  for (size_t y = 0; y < height; ++y) {
+    for (size_t x = 0; x < dstWidth; ++x) {
+      dst[y * dstStride + x] = src[y * srcStride + x / 2];
+    }
+  }
+}
+
 } // namespace NmPrimitives::NmReference

@@ -192,9 +192,36 @@ void CmImageColorFormatConvert::PerformConversionYCbCr(const CmImage& source,
       }
     }
   } else if (IsMultiPlaneFormat(format) && IsMultiPlaneFormat(m_Target)) {
-    // 4:4:4 needs the nearest-neighbour resize, which is not written yet.
-    throw CmIntegrityError(VZK_LOCATION, "Conversion to or from 4:4:4 is not available yet",
-                           CmIntegrityErrorCode::NotImplemented);
+    if (IsInterleaved(source.GetAttributes().interlacing) &&
+        (format == YCbCr420_Planar || m_Target == YCbCr420_Planar)) {
+      // Interleaved 4:2:0 chroma belongs to the fields: go through 4:2:2,
+      // whose rows are whole picture rows.
+      CmImage intermediate;
+      CmImageColorFormatConvert(YCbCr422_Planar).Execute(source, intermediate);
+      CmImageColorFormatConvert(m_Target, m_Alignment).Execute(intermediate, destination);
+      return;
+    }
+    destination.Allocate(source.GetWidth(), source.GetHeight(), m_Target, m_Alignment);
+    ImImageMemoryAllocation& to = destination.Allocator();
+    Helpers::CopyPlaneContents(from.GetPlane(0), to.GetWriteablePlane(0));
+    // Nearest neighbour: a smaller plane takes the even rows and columns, a
+    // larger one repeats them.
+    for (uint64_t p = 1; p < 3; ++p) {
+      const ImImageMemoryAllocation::CmPlane s = from.GetPlane(p);
+      const ImImageMemoryAllocation::CmWriteablePlane d = to.GetWriteablePlane(p);
+      for (uint64_t y = 0; y < d.height; ++y) {
+        const uint64_t sourceRow = d.height == s.height ? y : d.height < s.height ? 2 * y : y / 2;
+        const uint8_t* in = s.data + sourceRow * s.rowStride;
+        uint8_t* out = d.data + y * d.rowStride;
+        if (d.width == s.width) {
+          NmPrimitives::CopyPlane(in, s.rowStride, out, d.rowStride, d.width, 1);
+        } else if (d.width < s.width) {
+          NmPrimitives::ChromaHalveColumns(in, s.rowStride, out, d.rowStride, d.width, 1);
+        } else {
+          NmPrimitives::ChromaDoubleColumns(in, s.rowStride, out, d.rowStride, d.width, 1);
+        }
+      }
+    }
   } else {
     throw CmIntegrityError(VZK_LOCATION, "Unable to convert between the given YCbCr formats",
                            CmIntegrityErrorCode::Unknown);
