@@ -26,12 +26,13 @@ uint32_t Be32(const uint8_t* p) {
 // stuffed zero nor a restart marker.
 uint64_t JPEGLength(const uint8_t* data, uint64_t available) {
   uint64_t at = 2;
-  while (at + 4 <= available) {
+  while (at + 2 <= available) {
     if (data[at] != 0xFF) {
       return 0;
     }
     const uint8_t marker = data[at + 1];
     if (marker == 0xFF) {
+      // Fill bytes before a marker.
       ++at;
       continue;
     }
@@ -42,6 +43,9 @@ uint64_t JPEGLength(const uint8_t* data, uint64_t available) {
       at += 2;
       continue;
     }
+    if (at + 4 > available) {
+      return 0;
+    }
     const uint64_t segment = Be16(data + at + 2);
     if (segment < 2) {
       return 0;
@@ -49,15 +53,13 @@ uint64_t JPEGLength(const uint8_t* data, uint64_t available) {
     at += 2 + segment;
     if (marker == 0xDA) {
       while (at + 1 < available) {
-        if (data[at] == 0xFF && data[at + 1] != 0x00 && !(data[at + 1] >= 0xD0 && data[at + 1] <= 0xD7)) {
+        if (data[at] == 0xFF && data[at + 1] != 0x00 &&
+            !(data[at + 1] >= 0xD0 && data[at + 1] <= 0xD7)) {
           break;
         }
         ++at;
       }
     }
-  }
-  if (at + 2 <= available && data[at] == 0xFF && data[at + 1] == 0xD9) {
-    return at + 2;
   }
   return 0;
 }
@@ -74,7 +76,9 @@ uint64_t RecordLength(const uint8_t* data, uint64_t available) {
   uint64_t length = 0;
   uint64_t minimum = 0;
   if (type == SmByteDataType::RawJPEG) {
-    return available >= 6 ? JPEGLength(data, available) : 0;
+    // Shorter than six bytes is no raw JPEG, wherever its end of image lies.
+    const uint64_t length = available >= 6 ? JPEGLength(data, available) : 0;
+    return length >= 6 ? length : 0;
   }
   if (IsBlockHeaderType(type)) {
     if (available < 36) {
