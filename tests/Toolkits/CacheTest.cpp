@@ -14,11 +14,6 @@ using namespace NmToolkitTest;
 
 namespace {
 
-std::string BinaryDirectory() {
-  const char* build = std::getenv("VZK_BUILD_DIR");
-  return std::string(build ? build : ".") + "/bin";
-}
-
 size_t Count(const std::string& text, const std::string& word) {
   size_t count = 0;
   for (size_t at = text.find(word); at != std::string::npos; at = text.find(word, at + 1)) {

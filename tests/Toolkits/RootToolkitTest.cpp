@@ -15,11 +15,6 @@ using namespace NmToolkitTest;
 
 namespace {
 
-std::string BinaryDirectory() {
-  const char* build = std::getenv("VZK_BUILD_DIR");
-  return std::string(build ? build : ".") + "/bin";
-}
-
 // A toolkit of this library built from its own element, as every derived
 // toolkit is; it reads one key and can be told to fail in ProcessData.
 class CmProbeToolkit : public CmVZKSourceToolkit {

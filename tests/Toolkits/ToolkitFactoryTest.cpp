@@ -12,11 +12,6 @@ using namespace NmToolkitTest;
 
 namespace {
 
-std::string BinaryDirectory() {
-  const char* build = std::getenv("VZK_BUILD_DIR");
-  return std::string(build ? build : ".") + "/bin";
-}
-
 template <typename Error>
 std::string CreateError(CmToolkitFactory& factory, const std::string& xml,
                         uint32_t* code = nullptr) {

@@ -2,10 +2,17 @@
 
 #include <dlfcn.h>
 
+#include <cstdlib>
 #include <string>
 
 // Configuration texts and journal access for the scripted test plug-in.
 namespace NmToolkitTest {
+
+// Where the build puts the plug-ins and the test programs.
+inline std::string BinaryDirectory() {
+  const char* build = std::getenv("VZK_BUILD_DIR");
+  return std::string(build ? build : ".") + "/bin";
+}
 
 inline const std::string DefaultItems =
     "<item begin='1000' end='1039' sequence='0' payload='a'>"

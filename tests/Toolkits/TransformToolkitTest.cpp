@@ -16,11 +16,6 @@ using namespace NmToolkitTest;
 
 namespace {
 
-std::string BinaryDirectory() {
-  const char* build = std::getenv("VZK_BUILD_DIR");
-  return std::string(build ? build : ".") + "/bin";
-}
-
 std::string Payload(ImData* raw) {
   std::unique_ptr<ImData> item(raw);
   return item ? std::string(reinterpret_cast<const char*>(item->GetDataPointer()),
