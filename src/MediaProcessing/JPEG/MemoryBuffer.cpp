@@ -1,0 +1,22 @@
+#include "MediaProcessing/JPEG/MemoryBuffer.h"
+
+#include <hwy/aligned_allocator.h>
+
+CMemoryBuffer::~CMemoryBuffer() {
+  Free();
+}
+
+JStatus CMemoryBuffer::Allocate(size_t size) {
+  Free();
+  // Zero bytes still get a block, so that a successful Allocate always leaves
+  // a usable pointer.
+  m_Data = static_cast<uint8_t*>(hwy::AllocateAlignedBytes(size == 0 ? 1 : size, nullptr, nullptr));
+  return m_Data == nullptr ? JStatusOutOfMemory : JStatusOk;
+}
+
+void CMemoryBuffer::Free() {
+  if (m_Data != nullptr) {
+    hwy::FreeAlignedBytes(m_Data, nullptr, nullptr);
+    m_Data = nullptr;
+  }
+}

@@ -1,0 +1,247 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <numeric>
+#include <vector>
+
+#include "MediaProcessing/JPEG/BitStreamInput.h"
+#include "MediaProcessing/JPEG/BitStreamOutput.h"
+#include "MediaProcessing/JPEG/JPEGColorComponent.h"
+#include "MediaProcessing/JPEG/JPEGHuffmanState.h"
+#include "MediaProcessing/JPEG/JPEGHuffmanTable.h"
+#include "MediaProcessing/JPEG/JPEGQuantTable.h"
+#include "MediaProcessing/JPEG/MemBuffInput.h"
+
+namespace {
+
+std::vector<uint8_t> Counting(size_t size) {
+  std::vector<uint8_t> bytes(size);
+  std::iota(bytes.begin(), bytes.end(), 0);
+  return bytes;
+}
+
+// Collects what a CBitStreamOutput writes, and can refuse after a limit.
+class CCollectingOutput : public CBaseStreamOutput {
+public:
+  JStatus Open() override { return JStatusFailed; }
+  JStatus Close() override { return JStatusOk; }
+  JStatus Write(const void* buffer, uint32_t size, uint32_t& written) override {
+    if (bytes.size() + size > limit) {
+      written = 0;
+      return JStatusEndOfData;
+    }
+    const auto* b = static_cast<const uint8_t*>(buffer);
+    bytes.insert(bytes.end(), b, b + size);
+    written = size;
+    ++calls;
+    return JStatusOk;
+  }
+  std::vector<uint8_t> bytes;
+  size_t limit = SIZE_MAX;
+  int calls = 0;
+};
+
+} // namespace
+
+TEST(JPEGStreams, MemoryInputSeeksReadsAndRefuses) {
+  CMemBuffInput input;
+  EXPECT_EQ(input.Open(), JStatusFailed);
+  EXPECT_EQ(input.Open(nullptr, 5), JStatusUnsupported);
+  const auto bytes = Counting(10);
+  ASSERT_EQ(input.Open(bytes.data(), 10), JStatusOk);
+  uint32_t position = 99;
+  EXPECT_EQ(input.Seek(4, 1), JStatusOk);
+  EXPECT_EQ(input.TellPos(position), JStatusOk);
+  EXPECT_EQ(position, 4u);
+  // Origin 0 ignores the offset for the move but not for the range check.
+  EXPECT_EQ(input.Seek(5, 0), JStatusOk);
+  input.TellPos(position);
+  EXPECT_EQ(position, 0u);
+  input.Seek(4, 1);
+  EXPECT_EQ(input.Seek(6, 0), JStatusEndOfData);
+  EXPECT_EQ(input.Seek(-5, 1), JStatusEndOfData);
+  EXPECT_EQ(input.Seek(5, 1), JStatusOk); // lands on the last byte
+  EXPECT_EQ(input.Seek(1, 1), JStatusEndOfData);
+  EXPECT_EQ(input.Seek(0, 7), JStatusFailed);
+  EXPECT_EQ(input.Seek(-9, 2), JStatusOk);
+  input.TellPos(position);
+  EXPECT_EQ(position, 10u);
+
+  // At the end even a rewind with origin 0 is refused: the range check
+  // counts from the current position.
+  EXPECT_EQ(input.Seek(0, 0), JStatusEndOfData);
+  ASSERT_EQ(input.Seek(-10, 1), JStatusOk);
+  uint8_t out[16] = {};
+  uint32_t read = 0;
+  EXPECT_EQ(input.Read(out, 6, read), JStatusOk);
+  EXPECT_EQ(read, 6u);
+  EXPECT_EQ(input.Read(out, 16, read), JStatusEndOfData);
+  EXPECT_EQ(read, 4u);
+  EXPECT_EQ(out[0], 6);
+  EXPECT_EQ(out[3], 9);
+  EXPECT_EQ(input.Read(out, 1, read), JStatusEndOfData);
+  EXPECT_EQ(read, 0u);
+  EXPECT_EQ(input.Close(), JStatusOk);
+  input.TellPos(position);
+  EXPECT_EQ(position, 0u);
+  EXPECT_EQ(input.Seek(0, 1), JStatusEndOfData); // nothing to stand on
+}
+
+TEST(JPEGStreams, BitInputRefillsAcrossItsBufferAndStopsAtTheEnd) {
+  const auto bytes = Counting(100);
+  CMemBuffInput input;
+  input.Open(bytes.data(), 100);
+  CBitStreamInput bits;
+  EXPECT_EQ(bits.Attach(nullptr), JStatusFailed);
+  ASSERT_EQ(bits.Attach(&input, 16), JStatusOk);
+  uint8_t value = 0;
+  uint16_t word = 0;
+  ASSERT_EQ(bits.ReadByte(value), JStatusOk);
+  EXPECT_EQ(value, 0);
+  EXPECT_EQ(bits.GetFilled(), 16u);
+  EXPECT_FALSE(bits.IsEndOfStream());
+  // A word that straddles the buffer's end.
+  ASSERT_EQ(bits.Seek(14, 1), JStatusOk);
+  ASSERT_EQ(bits.ReadWord(word), JStatusOk);
+  EXPECT_EQ(word, 15 << 8 | 16);
+  ASSERT_EQ(bits.PeekByte(3, value), JStatusOk);
+  EXPECT_EQ(value, 20);
+  EXPECT_EQ(bits.PeekByte(16, value), JStatusEndOfData); // never fits the buffer
+  // Skipping far beyond the buffer reads through the stream.
+  ASSERT_EQ(bits.Seek(60, 1), JStatusOk);
+  ASSERT_EQ(bits.ReadByte(value), JStatusOk);
+  EXPECT_EQ(value, 77);
+  EXPECT_EQ(bits.Seek(-2, 1), JStatusOk);
+  ASSERT_EQ(bits.ReadByte(value), JStatusOk);
+  EXPECT_EQ(value, 76);
+  // Satisfied requests do nothing; a request for more than is left reads the
+  // rest and notes the end.
+  EXPECT_EQ(bits.FillBuffer(1), JStatusOk);
+  ASSERT_EQ(bits.Seek(20, 1), JStatusOk);
+  EXPECT_EQ(bits.FillBuffer(16), JStatusOk);
+  EXPECT_TRUE(bits.IsEndOfStream());
+  EXPECT_EQ(bits.GetFilled() - bits.GetPosition(), 3u);
+  EXPECT_EQ(bits.Seek(4, 1), JStatusEndOfData);
+  EXPECT_EQ(bits.ReadByte(value), JStatusEndOfData);
+  EXPECT_EQ(bits.FillBuffer(0), JStatusEndOfData);
+  // Origin 0 rewinds the stream.
+  ASSERT_EQ(bits.Seek(0, 0), JStatusOk);
+  ASSERT_EQ(bits.ReadByte(value), JStatusOk);
+  EXPECT_EQ(value, 0);
+  EXPECT_EQ(bits.Seek(0, 2), JStatusFailed);
+}
+
+TEST(JPEGStreams, BitOutputBuffersAndReportsRefusals) {
+  CCollectingOutput sink;
+  CBitStreamOutput out;
+  ASSERT_EQ(out.Attach(&sink, 4), JStatusOk);
+  for (int i = 0; i < 5; ++i) {
+    ASSERT_EQ(out.WriteByte(static_cast<uint8_t>(i)), JStatusOk);
+  }
+  EXPECT_EQ(sink.calls, 1); // the buffer went out once it was full
+  ASSERT_EQ(out.WriteWord(0xABCD), JStatusOk);
+  uint8_t* space = nullptr;
+  EXPECT_EQ(out.Reserve(5, space), JStatusFailed);
+  ASSERT_EQ(out.Reserve(4, space), JStatusOk);
+  std::memcpy(space, "wxyz", 4);
+  out.Commit(4);
+  ASSERT_EQ(out.Flush(), JStatusOk);
+  EXPECT_EQ(sink.bytes, (std::vector<uint8_t>{0, 1, 2, 3, 4, 0xAB, 0xCD, 'w', 'x', 'y', 'z'}));
+  sink.limit = sink.bytes.size() + 1;
+  out.WriteWord(0x1234);
+  EXPECT_EQ(out.Flush(), JStatusEndOfData);
+  out.Detach();
+  EXPECT_EQ(out.Flush(), JStatusFailed);
+}
+
+TEST(JPEGStreams, QuantTablesScaleAndReorder) {
+  uint8_t table[64];
+  for (int i = 0; i < 64; ++i) {
+    table[i] = static_cast<uint8_t>(10 + i);
+  }
+  CJPEGEncoderQuantTable encoder;
+  ASSERT_EQ(encoder.Init(1, table, 50), JStatusOk); // factor 100: unchanged
+  EXPECT_TRUE(encoder.initialized);
+  EXPECT_EQ(encoder.raw[0], 10);
+  EXPECT_EQ(encoder.raw[1], 11); // zig-zag 1 is row 0, column 1
+  EXPECT_EQ(encoder.raw[2], 18); // zig-zag 2 is row 1, column 0
+  EXPECT_EQ(encoder.natural[8], 18);
+  ASSERT_EQ(encoder.Init(0, table, 100), JStatusOk);
+  EXPECT_EQ(encoder.raw[63], 1);
+  ASSERT_EQ(encoder.Init(0, table, 1), JStatusOk); // factor 5000 saturates
+  EXPECT_EQ(encoder.raw[0], 255);
+  ASSERT_EQ(encoder.Init(0, table, 0), JStatusOk); // no scaling at all
+  EXPECT_EQ(encoder.raw[63], 73);
+  ASSERT_EQ(encoder.Init(0, table, 25), JStatusOk); // factor 200, rounding
+  EXPECT_EQ(encoder.raw[0], 20);
+  EXPECT_EQ(encoder.Init(4, table, 50), JStatusFailed);
+  EXPECT_EQ(encoder.Init(0, table, 101), JStatusPrimitiveFailed);
+  EXPECT_FALSE(encoder.initialized);
+  uint16_t wide[64];
+  std::fill(wide, wide + 64, 1000);
+  ASSERT_EQ(encoder.Init(2, wide, 10), JStatusOk);
+  EXPECT_EQ(encoder.precision, 1);
+  EXPECT_EQ(encoder.raw[5], 5000);
+  uint16_t scaled[64] = {};
+  EXPECT_EQ(ScaleQuantTable(scaled, 0, 255), JStatusBadQuality);
+
+  uint16_t zigZag[64];
+  std::iota(zigZag, zigZag + 64, 1);
+  CJPEGDecoderQuantTable decoder;
+  ASSERT_EQ(decoder.Init(3, zigZag, 1), JStatusOk);
+  EXPECT_EQ(decoder.natural[0], 1);
+  EXPECT_EQ(decoder.natural[1], 2);
+  EXPECT_EQ(decoder.natural[8], 3);
+  EXPECT_EQ(decoder.natural[63], 64);
+  EXPECT_EQ(decoder.Init(0, zigZag, 2), JStatusFailed);
+}
+
+TEST(JPEGStreams, HuffmanTablesBuildOnlyCanonicalCodes) {
+  // T.81 Table K.3, the luminance DC table.
+  const uint8_t bits[16] = {0, 1, 5, 1, 1, 1, 1, 1, 1, 0, 0, 0, 0, 0, 0, 0};
+  const uint8_t values[12] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11};
+  CJPEGEncoderHuffmanTable encoder;
+  EXPECT_EQ(encoder.Init(0, 0, bits, values), JStatusFailed); // not created
+  ASSERT_EQ(encoder.Create(), JStatusOk);
+  ASSERT_EQ(encoder.Init(0, 0, bits, values), JStatusOk);
+  EXPECT_EQ(encoder.GetTable()->size[0], 2);
+  EXPECT_EQ(encoder.GetTable()->code[0], 0b00);
+  EXPECT_EQ(encoder.GetTable()->size[5], 3);
+  EXPECT_EQ(encoder.GetTable()->code[5], 0b110);
+  EXPECT_EQ(encoder.GetTable()->size[11], 9);
+  EXPECT_EQ(encoder.GetTable()->code[11], 0b111111110);
+  const uint8_t twice[2] = {3, 3};
+  const uint8_t twoCodes[16] = {2};
+  EXPECT_EQ(encoder.Init(0, 0, twoCodes, twice), JStatusPrimitiveFailed);
+
+  CJPEGDecoderHuffmanTable decoder;
+  ASSERT_EQ(decoder.Create(), JStatusOk);
+  ASSERT_EQ(decoder.Init(1, 1, bits, values), JStatusOk);
+  EXPECT_EQ(decoder.GetTable()->maxCode[2], 0);
+  EXPECT_EQ(decoder.GetTable()->maxCode[1], -1);
+  // Three codes of length 1 cannot exist; neither can 257 symbols.
+  const uint8_t overfull[16] = {3};
+  EXPECT_EQ(decoder.Init(0, 0, overfull, values), JStatusPrimitiveFailed);
+  EXPECT_FALSE(decoder.initialized);
+  uint8_t tooMany[16] = {};
+  tooMany[15] = 255;
+  tooMany[14] = 2;
+  std::vector<uint8_t> many(300);
+  EXPECT_EQ(decoder.Init(0, 0, tooMany, many.data()), JStatusPrimitiveFailed);
+  EXPECT_EQ(decoder.Init(0, 2, bits, values), JStatusFailed);
+
+  CJPEGDecoderHuffmanState state;
+  ASSERT_EQ(state.Create(), JStatusOk);
+  state.Get()->count = 12;
+  state.Reset();
+  EXPECT_EQ(state.Get()->count, 0);
+
+  CJPEGColorComponent component;
+  ASSERT_EQ(component.AllocateBuffer(CJPEGColorComponent::Scratch, 100), JStatusOk);
+  uint8_t* first = component.GetBuffer(CJPEGColorComponent::Scratch);
+  ASSERT_EQ(component.AllocateBuffer(CJPEGColorComponent::Scratch, 50), JStatusOk);
+  EXPECT_EQ(component.GetBuffer(CJPEGColorComponent::Scratch), first); // kept
+  component.FreeBuffers();
+  EXPECT_EQ(component.GetBuffer(CJPEGColorComponent::Scratch), nullptr);
+  EXPECT_EQ(component.GetBufferSize(CJPEGColorComponent::Scratch), 0u);
+}

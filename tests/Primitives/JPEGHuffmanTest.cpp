@@ -1,0 +1,326 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <random>
+#include <vector>
+
+#include "Codecs/Primitives/JPEGHuffman.h"
+#include "Codecs/Primitives/JPEGTables.h"
+
+using namespace NmPrimitives;
+
+namespace {
+
+struct SmRandomTable {
+  uint8_t bits[16] = {};
+  std::vector<uint8_t> values;
+  SmHuffmanDecodeTable decode;
+  SmHuffmanEncodeTable encode;
+};
+
+// A random canonical code over the given symbols: random code counts per
+// length that still leave room for the rest, symbols in random order.
+SmRandomTable MakeTable(std::mt19937& random, std::vector<uint8_t> symbols) {
+  for (;;) {
+    SmRandomTable table;
+    int free = 2;
+    int left = static_cast<int>(symbols.size());
+    for (int length = 1; length <= 16 && left > 0; ++length) {
+      int count = 0;
+      if (length == 16 || free > left * 2) {
+        count = std::min(left, length == 16 ? free : free - 1);
+      }
+      if (length < 16) {
+        const int most = std::min(free - 1, left);
+        count = std::min(count, most);
+        count = static_cast<int>(random() % (most / 2 + 1)) + (count > most / 2 ? most / 2 : 0);
+        count = std::min(count, most);
+      }
+      table.bits[length - 1] = static_cast<uint8_t>(count);
+      left -= count;
+      free = 2 * (free - count);
+      if (free > 1 << 17) {
+        free = 1 << 17;
+      }
+    }
+    if (left != 0) {
+      continue;
+    }
+    std::shuffle(symbols.begin(), symbols.end(), random);
+    table.values = symbols;
+    if (BuildHuffmanDecodeTable(table.bits, table.values.data(), table.decode) &&
+        BuildHuffmanEncodeTable(table.bits, table.values.data(), table.encode)) {
+      return table;
+    }
+  }
+}
+
+// Writes bits most significant first, with a zero stuffed after every 0xFF.
+class CBitWriter {
+public:
+  void Put(uint32_t value, int count) {
+    for (int i = count - 1; i >= 0; --i) {
+      m_Byte = static_cast<uint8_t>(m_Byte << 1 | ((value >> i) & 1));
+      if (++m_Count == 8) {
+        Emit();
+      }
+    }
+  }
+  void Symbol(const SmRandomTable& table, int symbol) {
+    ASSERT_NE(table.encode.size[symbol], 0);
+    Put(table.encode.code[symbol], table.encode.size[symbol]);
+  }
+  // Category and extra bits of a signed value (T.81 F.1.2.1).
+  static int Category(int value) {
+    int magnitude = value < 0 ? -value : value;
+    int category = 0;
+    while (magnitude > 0) {
+      ++category;
+      magnitude >>= 1;
+    }
+    return category;
+  }
+  void Extra(int value, int category) {
+    Put(static_cast<uint32_t>(value < 0 ? value - 1 : value) & ((1u << category) - 1), category);
+  }
+  std::vector<uint8_t> Finish() {
+    while (m_Count != 0) {
+      Put(1, 1);
+    }
+    return bytes;
+  }
+  std::vector<uint8_t> bytes;
+
+private:
+  void Emit() {
+    bytes.push_back(m_Byte);
+    if (m_Byte == 0xFF) {
+      bytes.push_back(0);
+    }
+    m_Byte = 0;
+    m_Count = 0;
+  }
+  uint8_t m_Byte = 0;
+  int m_Count = 0;
+};
+
+std::vector<uint8_t> Range(int first, int last) {
+  std::vector<uint8_t> symbols;
+  for (int s = first; s <= last; ++s) {
+    symbols.push_back(static_cast<uint8_t>(s));
+  }
+  return symbols;
+}
+
+std::vector<uint8_t> ACSymbols() {
+  std::vector<uint8_t> symbols = {0x00, 0xF0};
+  for (int run = 0; run < 16; ++run) {
+    for (int size = 1; size <= 10; ++size) {
+      symbols.push_back(static_cast<uint8_t>(run << 4 | size));
+    }
+  }
+  return symbols;
+}
+
+} // namespace
+
+TEST(JPEGHuffman, SequentialBlocksRoundTripThroughBothPaths) {
+  std::mt19937 random(11);
+  for (int round = 0; round < 40; ++round) {
+    const SmRandomTable dc = MakeTable(random, Range(0, 11));
+    const SmRandomTable ac = MakeTable(random, ACSymbols());
+    std::vector<std::vector<int16_t>> blocks(1 + random() % 30, std::vector<int16_t>(64));
+    CBitWriter writer;
+    int previous = 0;
+    for (auto& block : blocks) {
+      const int density = static_cast<int>(random() % 64);
+      for (int k = 0; k < 64; ++k) {
+        if (k == 0 || static_cast<int>(random() % 64) < density) {
+          const int limit = 1023;
+          block[kJPEGNaturalOrder[k]] =
+              static_cast<int16_t>(static_cast<int>(random() % (2 * limit + 1)) - limit);
+        }
+      }
+      const int diff = block[0] - previous;
+      previous = block[0];
+      const int category = CBitWriter::Category(diff);
+      writer.Symbol(dc, category);
+      writer.Extra(diff, category);
+      int run = 0;
+      for (int k = 1; k < 64; ++k) {
+        const int value = block[kJPEGNaturalOrder[k]];
+        if (value == 0) {
+          ++run;
+          continue;
+        }
+        for (; run >= 16; run -= 16) {
+          writer.Symbol(ac, 0xF0);
+        }
+        const int size = CBitWriter::Category(value);
+        writer.Symbol(ac, run << 4 | size);
+        writer.Extra(value, size);
+        run = 0;
+      }
+      if (run > 0) {
+        writer.Symbol(ac, 0x00);
+      }
+    }
+    std::vector<uint8_t> stream = writer.Finish();
+    stream.push_back(0xFF);
+    stream.push_back(0xD9);
+    for (const bool reference : {false, true}) {
+      SCOPED_TRACE(reference ? "reference" : "lookup");
+      SmEntropySource source{stream.data(), stream.size(), 0};
+      SmHuffmanDecodeState state;
+      int32_t lastDC = 0;
+      for (const auto& block : blocks) {
+        std::vector<int16_t> decoded(64);
+        const bool ok = reference ? NmReference::DecodeBlockSequential(
+                                        source, state, dc.decode, ac.decode, decoded.data(), lastDC)
+                                  : DecodeBlockSequential(source, state, dc.decode, ac.decode,
+                                                          decoded.data(), lastDC);
+        ASSERT_TRUE(ok);
+        ASSERT_EQ(decoded, block);
+      }
+      EXPECT_EQ(state.marker, 0xD9);
+      EXPECT_FALSE(HuffmanReadPastEnd(state));
+    }
+    // The DC-only form consumes the same bits and finds the same DC values.
+    SmEntropySource source{stream.data(), stream.size(), 0};
+    SmHuffmanDecodeState state;
+    int32_t lastDC = 0;
+    for (const auto& block : blocks) {
+      std::vector<int16_t> decoded(64);
+      ASSERT_TRUE(
+          DecodeBlockSequentialDCOnly(source, state, dc.decode, ac.decode, decoded.data(), lastDC));
+      EXPECT_EQ(decoded[0], block[0]);
+      EXPECT_EQ(std::count(decoded.begin(), decoded.end(), 0), 63 + (block[0] == 0));
+    }
+    EXPECT_EQ(state.marker, 0xD9);
+  }
+}
+
+// On arbitrary bytes, markers and bad codes included, the lookup path and the
+// bit-wise reference must agree on every coefficient, on success or failure,
+// and on how far they read, in every decoding process.
+TEST(JPEGHuffman, LookupPathMatchesTheReferenceOnArbitraryData) {
+  std::mt19937 random(5);
+  for (int round = 0; round < 300; ++round) {
+    std::vector<uint8_t> symbols = Range(0, 255);
+    symbols.resize(1 + random() % 256);
+    const SmRandomTable table = MakeTable(random, symbols);
+    const SmRandomTable table2 = MakeTable(random, Range(0, 16));
+    std::vector<uint8_t> data(random() % 400);
+    for (uint8_t& b : data) {
+      b = random() % 7 == 0 ? 0xFF : static_cast<uint8_t>(random());
+    }
+    const int process = round % 6;
+    const int start = 1 + static_cast<int>(random() % 63);
+    const int end = start + static_cast<int>(random() % (64 - start));
+    const int low = static_cast<int>(random() % 14);
+    SmEntropySource sources[2] = {{data.data(), data.size(), 0}, {data.data(), data.size(), 0}};
+    SmHuffmanDecodeState states[2];
+    int32_t lastDC[2] = {0, 0};
+    std::vector<int16_t> blocks[2];
+    std::vector<int16_t> seed(64);
+    for (int16_t& c : seed) {
+      c = random() % 3 == 0 ? static_cast<int16_t>(static_cast<int>(random() % 200) - 100) : 0;
+    }
+    blocks[0] = blocks[1] = seed;
+    for (int block = 0; block < 12; ++block) {
+      bool ok[2];
+      int32_t differences[2] = {0, 0};
+      for (int path = 0; path < 2; ++path) {
+        SmEntropySource& s = sources[path];
+        SmHuffmanDecodeState& st = states[path];
+        int16_t* b = blocks[path].data();
+        const bool ref = path == 1;
+        switch (process) {
+        case 0:
+          ok[path] =
+              ref ? NmReference::DecodeBlockSequential(s, st, table.decode, table.decode, b,
+                                                       lastDC[path])
+                  : DecodeBlockSequential(s, st, table.decode, table.decode, b, lastDC[path]);
+          break;
+        case 1:
+          ok[path] =
+              ref ? NmReference::DecodeBlockDCFirst(s, st, table.decode, b, lastDC[path], low)
+                  : DecodeBlockDCFirst(s, st, table.decode, b, lastDC[path], low);
+          break;
+        case 2:
+          ok[path] = ref ? NmReference::DecodeBlockDCRefine(s, st, b, low)
+                         : DecodeBlockDCRefine(s, st, b, low);
+          break;
+        case 3:
+          ok[path] = ref ? NmReference::DecodeBlockACFirst(s, st, table.decode, b, start, end, low)
+                         : DecodeBlockACFirst(s, st, table.decode, b, start, end, low);
+          break;
+        case 4:
+          ok[path] = ref ? NmReference::DecodeBlockACRefine(s, st, table.decode, b, start, end, low)
+                         : DecodeBlockACRefine(s, st, table.decode, b, start, end, low);
+          break;
+        default:
+          ok[path] =
+              ref ? NmReference::DecodeLosslessDifference(s, st, table2.decode, differences[path])
+                  : DecodeLosslessDifference(s, st, table2.decode, differences[path]);
+          break;
+        }
+      }
+      ASSERT_EQ(ok[0], ok[1]) << "process " << process << " block " << block;
+      ASSERT_EQ(blocks[0], blocks[1]) << "process " << process << " block " << block;
+      ASSERT_EQ(lastDC[0], lastDC[1]);
+      ASSERT_EQ(differences[0], differences[1]);
+      ASSERT_EQ(sources[0].position, sources[1].position);
+      ASSERT_EQ(states[0].count, states[1].count);
+      ASSERT_EQ(states[0].endOfBandRun, states[1].endOfBandRun);
+      if (!ok[0]) {
+        break;
+      }
+    }
+  }
+}
+
+TEST(JPEGHuffman, ReaderStopsAtMarkersAndNotesTheEnd) {
+  // Symbol 0 is code 0, symbol 1 is 10, symbol 2 is 110.
+  const uint8_t bits[16] = {1, 1, 1};
+  const uint8_t values[3] = {0, 1, 2};
+  SmHuffmanDecodeTable table;
+  ASSERT_TRUE(BuildHuffmanDecodeTable(bits, values, table));
+  // 0xFF 0x00 is a stuffed 0xFF; 0xFF 0xFF 0xD0 is fill before a restart marker.
+  const uint8_t data[] = {0xDF, 0xFF, 0x00, 0xFF, 0xFF, 0xD0, 0x77};
+  SmEntropySource source{data, sizeof data, 0};
+  SmHuffmanDecodeState state;
+  int32_t difference = 0;
+  ASSERT_TRUE(DecodeLosslessDifference(source, state, table, difference));
+  EXPECT_EQ(state.marker, 0xD0);
+  EXPECT_EQ(source.position, 4u); // on the last 0xFF before the marker code
+  EXPECT_EQ(state.paddingBytes, 0u);
+  // 110 is category 2, extra bits 11.
+  EXPECT_EQ(difference, 3);
+  ResetHuffmanState(state);
+  EXPECT_EQ(state.marker, 0);
+
+  // Running out of data without a marker is noticed once bits past the end
+  // are used.
+  const uint8_t shortData[] = {0x80}; // 10 0 then 00000
+  SmEntropySource shortSource{shortData, 1, 0};
+  SmHuffmanDecodeState shortState;
+  ASSERT_TRUE(DecodeLosslessDifference(shortSource, shortState, table, difference));
+  EXPECT_FALSE(HuffmanReadPastEnd(shortState));
+  for (int i = 0; i < 9; ++i) {
+    DecodeLosslessDifference(shortSource, shortState, table, difference);
+  }
+  EXPECT_TRUE(HuffmanReadPastEnd(shortState));
+
+  // A code that the table does not have fails in both paths.
+  const uint8_t partialBits[16] = {1};
+  const uint8_t partialValues[1] = {0};
+  ASSERT_TRUE(BuildHuffmanDecodeTable(partialBits, partialValues, table));
+  const uint8_t ones[] = {0xF0};
+  SmEntropySource onesSource{ones, 1, 0};
+  SmHuffmanDecodeState onesState;
+  EXPECT_FALSE(DecodeLosslessDifference(onesSource, onesState, table, difference));
+  onesSource.position = 0;
+  onesState = {};
+  EXPECT_FALSE(NmReference::DecodeLosslessDifference(onesSource, onesState, table, difference));
+}
