@@ -1,0 +1,24 @@
+#include "MediaProcessing/Video/VideoAnalyzerJPEG2000.h"
+
+#include "Common/Error/Error.h"
+#include "MediaProcessing/Video/OpenJPEG2000.h"
+
+namespace NmMediaProcessing {
+
+CmVideoAnalyzerJPEG2000::CmVideoAnalyzerJPEG2000()
+    : CmVideoAnalyzerJPEG2000([] { return std::make_unique<CmOpenJPEG2000>(); }) {}
+
+CmVideoAnalyzerJPEG2000::CmVideoAnalyzerJPEG2000(
+    std::function<std::unique_ptr<ImThirdPartyJPEG2000>()> makeCodec)
+    : m_MakeCodec(std::move(makeCodec)) {}
+
+bool CmVideoAnalyzerJPEG2000::Analyze(const uint8_t* data, uint64_t size, SmVideoSize& result) {
+  const std::unique_ptr<ImThirdPartyJPEG2000> codec = m_MakeCodec();
+  if (!codec || !codec->SetData(data, size)) {
+    throw NmError::CmIntegrityError(VZK_LOCATION, "Null input parameters given",
+                                    NmError::CmIntegrityErrorCode::OutOfRange);
+  }
+  return codec->GetImageInfo(result.first, result.second);
+}
+
+} // namespace NmMediaProcessing

@@ -1,0 +1,387 @@
+#include <gtest/gtest.h>
+
+#include "MediaProcessing/Video/GenericVideoDecoder.h"
+#include "ScriptedVideoCodec.h"
+#include "support/GenericByteDataBuilder.h"
+#include "support/ImageTestSupport.h"
+
+using namespace NmMediaProcessing;
+using namespace NmTestSupport;
+using NmImageTest::ExpectError;
+using NmTimeStamp::CmTimeStamp;
+using NmVideoTest::CmScript;
+using NmVideoTest::SmStep;
+
+namespace {
+
+// 2023-11-14: far from 1970, so nothing here is taken for stream-relative.
+constexpr int64_t T0 = 1700000000000;
+
+CmTimeStamp Ms(int64_t milliseconds) {
+  return CmTimeStamp::FromMilliseconds(milliseconds);
+}
+
+CmBytes Packet(uint16_t codec, uint64_t time, SmImageForm form = {}, bool sync = true) {
+  return BuildVideoPacket(
+      {.codec = codec, .sync = sync, .imageForm = form, .syncTime = time, .frameTime = time});
+}
+
+CmBytes Block(uint16_t type, uint64_t begin, uint64_t end, uint16_t images) {
+  return BuildBlock({.type = type, .beginTime = begin, .endTime = end, .imageCount = images});
+}
+
+struct SmOutput {
+  bool ok = false;
+  bool callAgain = false;
+  bool gotImage = false;
+  CmImage image;
+};
+
+// One decoder over scripted codecs, fed with byte vectors.
+class CmHarness {
+public:
+  CmHarness() : m_Decoder(NmVideoTest::ScriptedFactoryMaker(m_Script)) {}
+
+  SmOutput Feed(CmBytes bytes) {
+    m_Bytes = std::move(bytes);
+    const CmGenericByteData record(m_Bytes.data(), m_Bytes.size());
+    SmOutput out;
+    out.ok = m_Decoder.Decode(record, out.image, out.callAgain, out.gotImage);
+    return out;
+  }
+  SmOutput Flush() { return Feed({}); }
+  void Script(std::initializer_list<SmStep> steps) {
+    m_Script->steps.insert(m_Script->steps.end(), steps);
+  }
+
+  std::shared_ptr<CmScript> m_Script = std::make_shared<CmScript>();
+  CmGenericVideoDecoder m_Decoder;
+  CmBytes m_Bytes;
+};
+
+int64_t TimeOf(const SmOutput& out) {
+  return out.image.GetAttributes().timeStamp.GetMilliseconds();
+}
+
+} // namespace
+
+TEST(GenericVideoDecoder, BlockImagesGetTheBlockTimesThenEstimatedOnes) {
+  CmHarness h;
+  h.Script({{.produce = true, .callAgain = true},
+            {.produce = true, .callAgain = true},
+            {.produce = true, .callAgain = true},
+            {.produce = true}});
+  const CmBytes block = Block(10, T0, T0 + 200, 3);
+  std::vector<int64_t> times;
+  std::vector<uint64_t> estimated;
+  std::vector<bool> again;
+  for (int i = 0; i < 4; ++i) {
+    const SmOutput out = h.Feed(block);
+    ASSERT_TRUE(out.ok && out.gotImage) << i;
+    times.push_back(TimeOf(out));
+    estimated.push_back(out.image.GetAttributes().attribute3);
+    again.push_back(out.callAgain);
+  }
+  EXPECT_EQ(times, (std::vector<int64_t>{T0, T0 + 100, T0 + 200, T0 + 201}));
+  EXPECT_EQ(estimated, (std::vector<uint64_t>{0, 0, 0, 1}));
+  EXPECT_EQ(again, (std::vector<bool>{true, true, true, false}));
+  // A fresh id for the first image, continuation ids after it.
+  std::vector<int32_t> ids;
+  for (const auto& call : h.m_Script->calls) {
+    ids.push_back(call.id);
+  }
+  EXPECT_EQ(ids, (std::vector<int32_t>{1, 2, 3, 4}));
+
+  // A call that consumed nothing does not move on to the next image's time,
+  // and a next block starts over at its own first time.
+  h.Script({{.callAgain = true, .nothingConsumed = true},
+            {.produce = true, .callAgain = true},
+            {.produce = true}});
+  const CmBytes next = Block(10, T0 + 1000, T0 + 1040, 2);
+  EXPECT_FALSE(h.Feed(next).gotImage);
+  EXPECT_EQ(TimeOf(h.Feed(next)), T0 + 1000);
+  const SmOutput last = h.Feed(next);
+  EXPECT_EQ(TimeOf(last), T0 + 1040);
+  EXPECT_EQ(last.image.GetAttributes().attribute3, 0u);
+  EXPECT_EQ(h.m_Script->calls[4].timeMs, T0 + 1000);
+  EXPECT_EQ(h.m_Script->calls[5].timeMs, T0 + 1000);
+}
+
+TEST(GenericVideoDecoder, FlushesBeforeAndAfterData) {
+  CmHarness h;
+  SmOutput out = h.Flush();
+  EXPECT_TRUE(out.ok);
+  EXPECT_FALSE(out.gotImage);
+  EXPECT_FALSE(out.callAgain);
+  EXPECT_TRUE(h.m_Script->madeCodecs.empty());
+  EXPECT_EQ(h.m_Decoder.GetCodec(), 0u);
+
+  // A reordering codec gives its held frame out at the flush.
+  h.Script({{.produce = false}, {.produce = true}});
+  EXPECT_FALSE(h.Feed(Packet(10, T0)).gotImage);
+  out = h.Flush();
+  ASSERT_TRUE(out.ok && out.gotImage);
+  EXPECT_EQ(TimeOf(out), T0);
+  EXPECT_TRUE(h.m_Script->calls.back().flush);
+}
+
+TEST(GenericVideoDecoder, CodecChangeDrainsTheOldCodecFirst) {
+  CmHarness h;
+  SmVideoDecodeParameters parameters;
+  parameters.m_ThreadCount = 3;
+  h.m_Decoder.SetParameters(parameters);
+  h.Script({{.produce = false},
+            {.produce = true, .back = 1},
+            // the drain: one held frame, then none
+            {.produce = true},
+            {.produce = false}});
+  EXPECT_FALSE(h.Feed(Packet(10, T0)).gotImage);
+  EXPECT_EQ(TimeOf(h.Feed(Packet(10, T0 + 40))), T0);
+
+  const CmBytes mpeg4 = Packet(4, T0 + 80);
+  SmOutput out = h.Feed(mpeg4);
+  ASSERT_TRUE(out.ok && out.gotImage);
+  EXPECT_TRUE(out.callAgain);
+  EXPECT_EQ(TimeOf(out), T0 + 40);
+  EXPECT_EQ(h.m_Script->madeCodecs, (std::vector<uint32_t>{10}));
+
+  out = h.Feed(mpeg4);
+  ASSERT_TRUE(out.ok && out.gotImage);
+  EXPECT_FALSE(out.callAgain);
+  EXPECT_EQ(TimeOf(out), T0 + 80);
+  EXPECT_EQ(h.m_Script->madeCodecs, (std::vector<uint32_t>{10, 4}));
+  EXPECT_EQ(h.m_Decoder.GetCodec(), 4u);
+  std::vector<std::pair<uint32_t, bool>> calls;
+  for (const auto& call : h.m_Script->calls) {
+    calls.emplace_back(call.codec, call.flush);
+  }
+  EXPECT_EQ(calls, (std::vector<std::pair<uint32_t, bool>>{
+                       {10, false}, {10, false}, {10, true}, {10, true}, {4, false}}));
+  // The new codec got the stored parameters before its first frame.
+  ASSERT_EQ(h.m_Script->parameters.size(), 2u);
+  EXPECT_EQ(h.m_Script->parameters[1].m_ThreadCount, 3u);
+
+  // A codec that cannot be made: the drained decoder stays the present one.
+  ExpectError([&] { h.Feed(Packet(12, T0 + 120)); }, "Codec type not supported", 1);
+  EXPECT_EQ(h.m_Decoder.GetCodec(), 4u);
+  EXPECT_TRUE(h.Feed(Packet(4, T0 + 160)).gotImage);
+}
+
+TEST(GenericVideoDecoder, FrameTrackerIdsWrapTrimAndRebase) {
+  CmDecodedFrameTracker tracker;
+  tracker.Reset();
+  CmBytes bytes = Packet(10, T0,
+                         {.interlaced = true,
+                          .topFieldFirst = true,
+                          .flippedVertically = true,
+                          .rotatedQuarterTurn = true});
+  const CmGenericByteData record(bytes.data(), bytes.size());
+  const CmRawVideoByteDataAccess view(record, false);
+  ASSERT_TRUE(view.IsValid());
+
+  for (int32_t i = 1; i <= 10000; ++i) {
+    ASSERT_EQ(tracker.GetNewId(view), i);
+  }
+  EXPECT_EQ(tracker.GetBaseTime(), Ms(T0));
+  EXPECT_EQ(tracker.GetNewId(view), 1);
+  CmStandardImageAttributes attributes;
+  attributes.timeStamp = Ms(T0 + 5);
+  attributes.attribute0 = 1;
+  ASSERT_TRUE(tracker.Apply(1, attributes));
+  EXPECT_EQ(attributes.interlacing, InterleavedTopFirst);
+  EXPECT_EQ(attributes.orientation.rotation, 1u);
+  EXPECT_TRUE(attributes.orientation.flippedVertically);
+  EXPECT_FALSE(attributes.orientation.flippedHorizontally);
+  EXPECT_EQ(attributes.timeStamp, Ms(T0 + 5));
+  // Wrapped: ids 5000 to 10000 go, 1 to 4999 stay.
+  EXPECT_EQ(tracker.GetEntryCount(), 4999u);
+  EXPECT_TRUE(tracker.HasEntry(4999));
+  EXPECT_FALSE(tracker.HasEntry(5000));
+  EXPECT_FALSE(tracker.HasEntry(10000));
+
+  // Plain: the 5000 ids below the delivered one go, older and newer stay.
+  tracker.Reset();
+  for (int32_t i = 1; i <= 6000; ++i) {
+    tracker.GetNewId(view);
+  }
+  attributes = {};
+  attributes.attribute0 = 0;
+  ASSERT_TRUE(tracker.Apply(6000, attributes));
+  EXPECT_EQ(tracker.GetEntryCount(), 6000u);
+  attributes.attribute0 = 7;
+  ASSERT_TRUE(tracker.Apply(6000, attributes));
+  EXPECT_EQ(tracker.GetEntryCount(), 999u);
+  EXPECT_TRUE(tracker.HasEntry(998));
+  EXPECT_FALSE(tracker.HasEntry(999));
+  EXPECT_FALSE(tracker.HasEntry(5999));
+  EXPECT_TRUE(tracker.HasEntry(6000));
+
+  // Continuation ids copy the last entry; without one the same id returns.
+  EXPECT_EQ(tracker.GetContinuationId(), 6001);
+  EXPECT_TRUE(tracker.HasEntry(6001));
+  tracker.ClearFrames();
+  EXPECT_EQ(tracker.GetContinuationId(), 6001);
+
+  // Unknown ids change nothing.
+  CmStandardImageAttributes untouched;
+  untouched.timeStamp = Ms(40);
+  EXPECT_FALSE(tracker.Apply(77, untouched));
+  EXPECT_EQ(untouched.timeStamp, Ms(40));
+  EXPECT_EQ(untouched.interlacing, Progressive);
+
+  // Times within ten years of 1970 count from the first frame.
+  tracker.Reset();
+  const int32_t id = tracker.GetNewId(view);
+  const int64_t year1975 = 157766400000;
+  const int64_t year1985 = 473385600000;
+  for (const auto& [in, expected] :
+       std::vector<std::pair<int64_t, int64_t>>{{40, T0 + 40},
+                                                {year1975, T0 + year1975},
+                                                {315360000000 - 1, T0 + 315360000000 - 1},
+                                                {315360000000, 315360000000},
+                                                {year1985, year1985}}) {
+    CmStandardImageAttributes a;
+    a.timeStamp = Ms(in);
+    ASSERT_TRUE(tracker.Apply(id, a));
+    EXPECT_EQ(a.timeStamp.GetMilliseconds(), expected) << in;
+  }
+}
+
+TEST(GenericVideoDecoder, StreamRelativeAndUnknownCodecTimes) {
+  CmHarness h;
+  h.Script({{.produce = true, .timeMs = 40}, {.produce = true, .id = 9999}});
+  SmOutput out = h.Feed(Packet(10, T0));
+  EXPECT_EQ(TimeOf(out), T0 + 40);
+  EXPECT_EQ(out.image.GetAttributes().attribute3, 0u);
+  out = h.Feed(Packet(10, T0 + 40));
+  ASSERT_TRUE(out.gotImage);
+  EXPECT_EQ(out.image.GetAttributes().attribute3, 1u);
+}
+
+TEST(GenericVideoDecoder, SplitFieldsComeOneCallAfterTheOther) {
+  CmHarness h;
+  SmVideoDecodeParameters parameters;
+  parameters.m_SplitFields = true;
+  h.m_Decoder.SetParameters(parameters);
+  SmOutput out = h.Feed(Packet(10, T0, {.interlaced = true, .topFieldFirst = true}));
+  ASSERT_TRUE(out.ok && out.gotImage);
+  EXPECT_TRUE(out.callAgain);
+  EXPECT_EQ(out.image.GetWidth(), 16u);
+  EXPECT_EQ(out.image.GetHeight(), 4u);
+  const size_t calls = h.m_Script->calls.size();
+  // The second field is served without looking at the source.
+  out = h.Flush();
+  ASSERT_TRUE(out.ok && out.gotImage);
+  EXPECT_FALSE(out.callAgain);
+  EXPECT_EQ(out.image.GetHeight(), 4u);
+  EXPECT_EQ(h.m_Script->calls.size(), calls);
+
+  // Separate fields split too; a single field stays whole.
+  out = h.Feed(Packet(10, T0 + 40, {.interlaced = true, .topFieldFirst = false, .layout = 1}));
+  EXPECT_TRUE(out.callAgain);
+  EXPECT_EQ(out.image.GetHeight(), 4u);
+  EXPECT_TRUE(h.Flush().gotImage);
+  out = h.Feed(Packet(10, T0 + 80, {.interlaced = true, .topFieldFirst = true, .layout = 3}));
+  EXPECT_FALSE(out.callAgain);
+  EXPECT_EQ(out.image.GetHeight(), 8u);
+  EXPECT_EQ(out.image.GetAttributes().interlacing, TopFieldOnly);
+
+  // A block's further images and a split field: the field first, then the
+  // block goes on.
+  h.Script({{.produce = true, .callAgain = true}, {.produce = true}});
+  const CmBytes block = BuildBlock({.type = 10,
+                                    .imageForm = {.interlaced = true, .topFieldFirst = true},
+                                    .beginTime = T0 + 200,
+                                    .endTime = T0 + 240,
+                                    .imageCount = 2});
+  std::vector<std::pair<bool, uint64_t>> sequence;
+  for (int i = 0; i < 4; ++i) {
+    out = h.Feed(block);
+    sequence.emplace_back(out.callAgain, out.image.GetHeight());
+  }
+  EXPECT_EQ(sequence,
+            (std::vector<std::pair<bool, uint64_t>>{{true, 4}, {true, 4}, {true, 4}, {false, 4}}));
+  EXPECT_EQ(h.m_Script->calls.size(), calls + 4);
+}
+
+TEST(GenericVideoDecoder, InterlacedPicturesOnTheirSideAreTurnedFirst) {
+  CmHarness h;
+  SmOutput out = h.Feed(
+      Packet(10, T0, {.interlaced = true, .topFieldFirst = true, .rotatedQuarterTurn = true}));
+  ASSERT_TRUE(out.gotImage);
+  EXPECT_EQ(out.image.GetWidth(), 8u);
+  EXPECT_EQ(out.image.GetHeight(), 16u);
+  const CmStandardImageAttributes& a = out.image.GetAttributes();
+  EXPECT_EQ(a.orientation.rotation, 0u);
+  EXPECT_TRUE(a.orientation.flippedVertically);
+  EXPECT_TRUE(a.orientation.flippedHorizontally);
+  EXPECT_EQ(a.interlacing, InterleavedTopFirst);
+  // Progressive pictures keep their turn for later.
+  out = h.Feed(Packet(10, T0 + 40, {.rotatedQuarterTurn = true}));
+  EXPECT_EQ(out.image.GetWidth(), 16u);
+  EXPECT_EQ(out.image.GetAttributes().orientation.rotation, 1u);
+}
+
+TEST(GenericVideoDecoder, SyncFramesOnlyDropsTheRestOfABlock) {
+  CmHarness h;
+  SmVideoDecodeParameters parameters;
+  parameters.m_DecodeMode = SmVideoDecodeParameters::DecodeSyncFramesOnly;
+  parameters.m_LowDelay = false;
+  h.m_Decoder.SetParameters(parameters);
+  EXPECT_TRUE(h.m_Decoder.GetParameters().m_LowDelay);
+  h.Script({{.produce = true, .callAgain = true}});
+  const SmOutput out = h.Feed(Block(10, T0, T0 + 80, 3));
+  ASSERT_TRUE(out.ok && out.gotImage);
+  EXPECT_FALSE(out.callAgain);
+  EXPECT_EQ(TimeOf(out), T0);
+  EXPECT_EQ(h.m_Script->resets, 1u);
+  EXPECT_EQ(h.m_Decoder.GetFrameTracker().GetEntryCount(), 0u);
+  ASSERT_FALSE(h.m_Script->parameters.empty());
+  EXPECT_TRUE(h.m_Script->parameters.back().m_LowDelay);
+}
+
+TEST(GenericVideoDecoder, FailuresAndBadInputLeaveTheDecoderUsable) {
+  CmHarness h;
+  h.Script({{.succeed = false}, {.produce = true, .leaveImageEmpty = true}});
+  SmOutput out = h.Feed(Packet(10, T0));
+  EXPECT_FALSE(out.ok);
+  EXPECT_FALSE(out.gotImage);
+  out = h.Feed(Packet(10, T0 + 40));
+  EXPECT_FALSE(out.ok);
+  EXPECT_FALSE(out.gotImage);
+  EXPECT_TRUE(h.Feed(Packet(10, T0 + 80)).gotImage);
+
+  // Records that are no valid video.
+  ExpectError([&] { h.Feed(Block(10, T0, T0, 0)); }, "Invalid source data for decoding", 2,
+              "NmMediaProcessing::CmGenericVideoDecoder::Decode");
+  ExpectError([&] { h.Feed(Packet(8, T0, {}, false)); }, "Invalid source data for decoding", 2);
+  ExpectError([&] { h.Feed(BuildAudioPacket({})); }, "Invalid source data for decoding", 2);
+  // Bytes that no record class attaches to are no record at all: a flush.
+  const SmOutput none = h.Feed(CmBytes(40, 0xAB));
+  EXPECT_TRUE(none.ok);
+  EXPECT_FALSE(none.gotImage);
+  // A codec value of 0 in an otherwise sound packet.
+  ExpectError([&] { h.Feed(Packet(0, T0 + 100)); }, "Unknown codec type", 2);
+  EXPECT_TRUE(h.Feed(Packet(10, T0 + 120)).gotImage);
+}
+
+TEST(GenericVideoDecoder, ResetStartsOverAndReappliesParameters) {
+  CmHarness h;
+  SmVideoDecodeParameters parameters;
+  parameters.m_SplitFields = true;
+  parameters.m_ScaleDivisor = 2;
+  h.m_Decoder.SetParameters(parameters);
+  EXPECT_TRUE(h.Feed(Packet(10, T0, {.interlaced = true, .topFieldFirst = true})).callAgain);
+  const size_t applied = h.m_Script->parameters.size();
+  h.m_Decoder.Reset();
+  EXPECT_EQ(h.m_Script->resets, 1u);
+  EXPECT_EQ(h.m_Script->parameters.size(), applied + 1);
+  EXPECT_EQ(h.m_Script->parameters.back().m_ScaleDivisor, 2u);
+  EXPECT_EQ(h.m_Decoder.GetFrameTracker().GetLastId(), 0);
+  // The pending field went with the reset.
+  const SmOutput out = h.Flush();
+  EXPECT_FALSE(out.gotImage);
+  // Ids start over.
+  h.Feed(Packet(10, T0 + 40));
+  EXPECT_EQ(h.m_Script->calls.back().id, 1);
+}
