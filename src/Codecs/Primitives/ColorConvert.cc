@@ -1,0 +1,294 @@
+// Vector colour conversion, compiled once per Highway target. Each vector
+// holds a whole number of chroma samples; the columns that do not fill a
+// vector at the right edge take the plain loop.
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "Codecs/Primitives/ColorConvert.cc"
+#include <hwy/foreach_target.h> // IWYU pragma: keep
+#include <hwy/highway.h>
+
+#include "Codecs/Primitives/ColorConvert.h"
+#include "Codecs/Primitives/ColorConvertFixedPoint.h"
+
+HWY_BEFORE_NAMESPACE();
+namespace NmPrimitives {
+namespace HWY_NAMESPACE {
+namespace hn = hwy::HWY_NAMESPACE;
+namespace F = NmColorFixedPoint;
+
+#if HWY_TARGET != HWY_SCALAR
+using D8 = hn::ScalableTag<uint8_t>;
+using D16 = hn::Repartition<int16_t, D8>;
+using DU16 = hn::Repartition<uint16_t, D8>;
+using DH8 = hn::Rebind<uint8_t, D16>;
+using V16 = hn::Vec<D16>;
+using V8 = hn::Vec<D8>;
+
+struct SmVectorCoefficient {
+  V16 whole;
+  V16 fraction;
+};
+
+HWY_INLINE SmVectorCoefficient Broadcast(F::SmCoefficient c) {
+  const D16 d;
+  return {hn::Set(d, c.whole), hn::Set(d, c.fraction)};
+}
+
+HWY_INLINE V16 Apply(V16 a, const SmVectorCoefficient& c) {
+  return hn::Add(hn::Mul(a, c.whole), hn::MulFixedPoint15(a, c.fraction));
+}
+
+// From six fraction bits to samples; the demotion saturates, which clamps.
+HWY_INLINE hn::Vec<DH8> ToSamples(V16 v) {
+  const D16 d;
+  return hn::DemoteTo(DH8(), hn::ShiftRight<6>(hn::SaturatedAdd(v, hn::Set(d, 32))));
+}
+
+HWY_INLINE V16 LowerWide(V8 v) {
+  return hn::BitCast(D16(), hn::PromoteTo(DU16(), hn::LowerHalf(DH8(), v)));
+}
+HWY_INLINE V16 UpperWide(V8 v) {
+  return hn::BitCast(D16(), hn::PromoteTo(DU16(), hn::UpperHalf(DH8(), v)));
+}
+
+// Each of n / 2 chroma samples twice, in order across the whole vector.
+HWY_INLINE V8 LoadDoubled(const uint8_t* p) {
+  const auto wide = hn::PromoteTo(DU16(), hn::LoadU(DH8(), p));
+  return hn::BitCast(D8(), hn::Or(wide, hn::ShiftLeft<8>(wide)));
+}
+
+struct SmToRgbVectors {
+  explicit SmToRgbVectors(const F::SmToRgbConstants& k)
+      : lumaOffset(hn::Set(D16(), k.lumaOffset)), chromaOffset(hn::Set(D16(), 128)),
+        luma(Broadcast(k.luma)), crToR(Broadcast(k.crToR)), cbToG(Broadcast(k.cbToG)),
+        crToG(Broadcast(k.crToG)), cbToB(Broadcast(k.cbToB)) {}
+  V16 lumaOffset, chromaOffset;
+  SmVectorCoefficient luma, crToR, cbToG, crToG, cbToB;
+};
+
+HWY_INLINE void ToRgbHalf(const SmToRgbVectors& k, V16 y, V16 cb, V16 cr, hn::Vec<DH8>& r,
+                          hn::Vec<DH8>& g, hn::Vec<DH8>& b) {
+  const V16 luma = Apply(hn::ShiftLeft<6>(hn::Sub(y, k.lumaOffset)), k.luma);
+  const V16 u = hn::ShiftLeft<6>(hn::Sub(cb, k.chromaOffset));
+  const V16 v = hn::ShiftLeft<6>(hn::Sub(cr, k.chromaOffset));
+  // Only blue of video range can pass the 16-bit range, and then only where
+  // the result clamps to 255 anyway, so saturating sums change nothing.
+  r = ToSamples(hn::SaturatedAdd(luma, Apply(v, k.crToR)));
+  g = ToSamples(hn::SaturatedAdd(hn::SaturatedAdd(luma, Apply(u, k.cbToG)), Apply(v, k.crToG)));
+  b = ToSamples(hn::SaturatedAdd(luma, Apply(u, k.cbToB)));
+}
+
+template <size_t PixelBytes>
+void YCbCrToRgbRows(const SmYCbCrSource& s, SmChromaLayout chroma, uint8_t* dst, size_t dstStride,
+                    bool blueFirst, size_t width, size_t height, const SmToRgbVectors& k) {
+  const D8 d;
+  const size_t n = hn::Lanes(d);
+  const V8 opaque = hn::Set(d, 255);
+  for (size_t y = 0; y < height; ++y) {
+    const size_t cy = chroma == Chroma420 ? y / 2 : y;
+    const uint8_t* luma = s.y + y * s.yStride;
+    const uint8_t* cbRow = s.cb + cy * s.cbStride;
+    const uint8_t* crRow = s.cr + cy * s.crStride;
+    uint8_t* out = dst + y * dstStride;
+    for (size_t x = 0; x + n <= width; x += n) {
+      const V8 yv = hn::LoadU(d, luma + x);
+      V8 cbv, crv;
+      if (chroma == Chroma444) {
+        cbv = hn::LoadU(d, cbRow + x);
+        crv = hn::LoadU(d, crRow + x);
+      } else {
+        cbv = LoadDoubled(cbRow + x / 2);
+        crv = LoadDoubled(crRow + x / 2);
+      }
+      hn::Vec<DH8> rl, gl, bl, rh, gh, bh;
+      ToRgbHalf(k, LowerWide(yv), LowerWide(cbv), LowerWide(crv), rl, gl, bl);
+      ToRgbHalf(k, UpperWide(yv), UpperWide(cbv), UpperWide(crv), rh, gh, bh);
+      V8 r = hn::Combine(d, rh, rl);
+      const V8 g = hn::Combine(d, gh, gl);
+      V8 b = hn::Combine(d, bh, bl);
+      if (blueFirst) {
+        std::swap(r, b);
+      }
+      if constexpr (PixelBytes == 3) {
+        hn::StoreInterleaved3(r, g, b, d, out + 3 * x);
+      } else {
+        hn::StoreInterleaved4(r, g, b, opaque, d, out + 4 * x);
+      }
+    }
+  }
+}
+
+struct SmFromRgbVectors {
+  explicit SmFromRgbVectors(const F::SmFromRgbConstants& c) {
+    for (int i = 0; i < 3; ++i) {
+      offset[i] = hn::Set(D16(), static_cast<int16_t>(c.offset[i] * 64));
+      for (int j = 0; j < 3; ++j) {
+        k[i][j] = Broadcast(c.rgb[i][j]);
+      }
+    }
+  }
+  V16 offset[3];
+  SmVectorCoefficient k[3][3];
+};
+
+HWY_INLINE hn::Vec<DH8> FromRgbHalf(const SmFromRgbVectors& k, int c, V16 r, V16 g, V16 b) {
+  return ToSamples(
+      hn::Add(hn::Add(Apply(r, k.k[c][0]), Apply(g, k.k[c][1])),
+              hn::Add(Apply(b, k.k[c][2]), k.offset[c])));
+}
+
+HWY_INLINE void LoadRgb(const uint8_t* p, size_t pixelBytes, bool blueFirst, V8& r, V8& g,
+                        V8& b) {
+  const D8 d;
+  if (pixelBytes == 3) {
+    hn::LoadInterleaved3(d, p, r, g, b);
+  } else {
+    V8 fourth;
+    hn::LoadInterleaved4(d, p, r, g, b, fourth);
+  }
+  if (blueFirst) {
+    std::swap(r, b);
+  }
+}
+
+HWY_INLINE void StoreLuma(const SmFromRgbVectors& k, V8 r, V8 g, V8 b, uint8_t* out) {
+  const D8 d;
+  const auto lower = FromRgbHalf(k, 0, hn::ShiftLeft<6>(LowerWide(r)),
+                                 hn::ShiftLeft<6>(LowerWide(g)), hn::ShiftLeft<6>(LowerWide(b)));
+  const auto upper = FromRgbHalf(k, 0, hn::ShiftLeft<6>(UpperWide(r)),
+                                 hn::ShiftLeft<6>(UpperWide(g)), hn::ShiftLeft<6>(UpperWide(b)));
+  hn::StoreU(hn::Combine(d, upper, lower), d, out);
+}
+
+// Sums of neighbouring samples: lane i holds v[2i] + v[2i + 1].
+HWY_INLINE V16 PairSums(V8 v) {
+  const DU16 du;
+  const auto w = hn::BitCast(du, v);
+  return hn::BitCast(D16(), hn::Add(hn::And(w, hn::Set(du, 0xFF)), hn::ShiftRight<8>(w)));
+}
+
+void RgbToYCbCrColumns(const uint8_t* src, size_t srcStride, SmPackedLayout layout,
+                       const SmYCbCrDestination& t, SmChromaLayout chroma, size_t width,
+                       size_t height, const SmFromRgbVectors& k) {
+  const D8 d;
+  const size_t n = hn::Lanes(d);
+  const size_t rowsPerChromaRow = chroma == Chroma420 ? 2 : 1;
+  for (size_t y = 0; y < height; y += rowsPerChromaRow) {
+    const uint8_t* row0 = src + y * srcStride;
+    // An odd last row of 4:2:0 is its own partner: twice its sum over four.
+    const bool pair = rowsPerChromaRow == 2 && y + 1 < height;
+    const uint8_t* row1 = pair ? row0 + srcStride : row0;
+    const size_t cy = y / rowsPerChromaRow;
+    for (size_t x = 0; x + n <= width; x += n) {
+      V8 r0, g0, b0;
+      LoadRgb(row0 + x * layout.pixelBytes, layout.pixelBytes, layout.blueFirst, r0, g0, b0);
+      StoreLuma(k, r0, g0, b0, t.y + y * t.yStride + x);
+      V8 r1 = r0, g1 = g0, b1 = b0;
+      if (pair) {
+        LoadRgb(row1 + x * layout.pixelBytes, layout.pixelBytes, layout.blueFirst, r1, g1, b1);
+        StoreLuma(k, r1, g1, b1, t.y + (y + 1) * t.yStride + x);
+      }
+      if (t.cb == nullptr) {
+        continue;
+      }
+      uint8_t* cbOut = t.cb + cy * t.cbStride;
+      uint8_t* crOut = t.cr + cy * t.crStride;
+      if (chroma == Chroma444) {
+        const V16 rl = hn::ShiftLeft<6>(LowerWide(r0)), ru = hn::ShiftLeft<6>(UpperWide(r0));
+        const V16 gl = hn::ShiftLeft<6>(LowerWide(g0)), gu = hn::ShiftLeft<6>(UpperWide(g0));
+        const V16 bl = hn::ShiftLeft<6>(LowerWide(b0)), bu = hn::ShiftLeft<6>(UpperWide(b0));
+        hn::StoreU(hn::Combine(d, FromRgbHalf(k, 1, ru, gu, bu), FromRgbHalf(k, 1, rl, gl, bl)),
+                   d, cbOut + x);
+        hn::StoreU(hn::Combine(d, FromRgbHalf(k, 2, ru, gu, bu), FromRgbHalf(k, 2, rl, gl, bl)),
+                   d, crOut + x);
+        continue;
+      }
+      V16 r, g, b;
+      if (chroma == Chroma422) {
+        r = hn::ShiftLeft<5>(PairSums(r0));
+        g = hn::ShiftLeft<5>(PairSums(g0));
+        b = hn::ShiftLeft<5>(PairSums(b0));
+      } else {
+        r = hn::ShiftLeft<4>(hn::Add(PairSums(r0), PairSums(r1)));
+        g = hn::ShiftLeft<4>(hn::Add(PairSums(g0), PairSums(g1)));
+        b = hn::ShiftLeft<4>(hn::Add(PairSums(b0), PairSums(b1)));
+      }
+      hn::StoreU(FromRgbHalf(k, 1, r, g, b), DH8(), cbOut + x / 2);
+      hn::StoreU(FromRgbHalf(k, 2, r, g, b), DH8(), crOut + x / 2);
+    }
+  }
+}
+#endif
+
+void YCbCrToRgbImpl(const SmYCbCrSource& source, SmChromaLayout chroma, uint8_t* dst,
+                    size_t dstStride, SmPackedLayout layout, size_t width, size_t height,
+                    SmYCbCrMatrix matrix) {
+  size_t done = 0;
+#if HWY_TARGET != HWY_SCALAR
+  const size_t n = hn::Lanes(D8());
+  done = width - width % n;
+  const SmToRgbVectors k(F::GetToRgbConstants(matrix));
+  if (layout.pixelBytes == 3) {
+    YCbCrToRgbRows<3>(source, chroma, dst, dstStride, layout.blueFirst, done, height, k);
+  } else {
+    YCbCrToRgbRows<4>(source, chroma, dst, dstStride, layout.blueFirst, done, height, k);
+  }
+#endif
+  if (done < width) {
+    const size_t chromaDone = chroma == Chroma444 ? done : done / 2;
+    const SmYCbCrSource rest{source.y + done,        source.yStride,
+                             source.cb + chromaDone, source.cbStride,
+                             source.cr + chromaDone, source.crStride};
+    NmReference::YCbCrToRgb(rest, chroma, dst + done * layout.pixelBytes, dstStride, layout,
+                            width - done, height, matrix);
+  }
+}
+
+void RgbToYCbCrImpl(const uint8_t* src, size_t srcStride, SmPackedLayout layout,
+                    const SmYCbCrDestination& destination, SmChromaLayout chroma, size_t width,
+                    size_t height, SmYCbCrMatrix matrix) {
+  size_t done = 0;
+#if HWY_TARGET != HWY_SCALAR
+  const size_t n = hn::Lanes(D8());
+  done = width - width % n;
+  const SmFromRgbVectors k(F::GetFromRgbConstants(matrix));
+  RgbToYCbCrColumns(src, srcStride, layout, destination, chroma, done, height, k);
+#endif
+  if (done < width) {
+    const size_t chromaDone = chroma == Chroma444 ? done : done / 2;
+    SmYCbCrDestination rest = destination;
+    rest.y += done;
+    if (rest.cb != nullptr) {
+      rest.cb += chromaDone;
+      rest.cr += chromaDone;
+    }
+    NmReference::RgbToYCbCr(src + done * layout.pixelBytes, srcStride, layout, rest, chroma,
+                            width - done, height, matrix);
+  }
+}
+
+} // namespace HWY_NAMESPACE
+} // namespace NmPrimitives
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+namespace NmPrimitives {
+
+HWY_EXPORT(YCbCrToRgbImpl);
+HWY_EXPORT(RgbToYCbCrImpl);
+
+void YCbCrToRgb(const SmYCbCrSource& source, SmChromaLayout chroma, uint8_t* dst,
+                size_t dstStride, SmPackedLayout layout, size_t width, size_t height,
+                SmYCbCrMatrix matrix) {
+  HWY_DYNAMIC_DISPATCH(YCbCrToRgbImpl)
+  (source, chroma, dst, dstStride, layout, width, height, matrix);
+}
+
+void RgbToYCbCr(const uint8_t* src, size_t srcStride, SmPackedLayout layout,
+                const SmYCbCrDestination& destination, SmChromaLayout chroma, size_t width,
+                size_t height, SmYCbCrMatrix matrix) {
+  HWY_DYNAMIC_DISPATCH(RgbToYCbCrImpl)
+  (src, srcStride, layout, destination, chroma, width, height, matrix);
+}
+
+} // namespace NmPrimitives
+#endif

@@ -1,0 +1,188 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <functional>
+#include <numbers>
+
+#include "Codecs/Primitives/Resize.h"
+#include "Primitives/PrimitiveTestSupport.h"
+
+using NmPrimitiveTest::ForEachTarget;
+using NmPrimitiveTest::SmTestPlane;
+using namespace NmPrimitives;
+
+namespace {
+
+constexpr SmResizeMode Modes[] = {ResizeNearest, ResizeLinear, ResizeSuperSample, ResizeLanczos};
+
+// Weights of every source index for output i along one axis, straight from
+// the definitions, in double precision.
+std::vector<double> ExactWeights(SmResizeMode mode, size_t i, size_t s, size_t d) {
+  std::vector<double> w(s, 0.0);
+  const double scale = static_cast<double>(s) / d;
+  const double centre = (i + 0.5) * scale - 0.5;
+  const auto clampIndex = [s](long j) { return static_cast<size_t>(std::clamp<long>(j, 0, s - 1)); };
+  if (mode == ResizeNearest) {
+    w[clampIndex(static_cast<long>(std::floor((i + 0.5) * scale)))] = 1;
+  } else if (mode == ResizeLinear) {
+    const double c = std::clamp(centre, 0.0, s - 1.0);
+    const long j = static_cast<long>(std::floor(c));
+    w[clampIndex(j)] += 1 - (c - j);
+    w[clampIndex(j + 1)] += c - j;
+  } else if (mode == ResizeSuperSample) {
+    const double from = i * scale, to = (i + 1) * scale;
+    for (size_t j = 0; j < s; ++j) {
+      w[j] = std::max(0.0, std::min(to, j + 1.0) - std::max(from, static_cast<double>(j))) / scale;
+    }
+  } else {
+    const double stretch = std::max(1.0, scale);
+    double sum = 0;
+    for (long j = static_cast<long>(centre) - 200; j <= static_cast<long>(centre) + 200; ++j) {
+      const double t = (j - centre) / stretch;
+      double l = 0;
+      if (t == 0) {
+        l = 1;
+      } else if (std::fabs(t) < 3) {
+        const double a = std::numbers::pi * t;
+        l = 3 * std::sin(a) * std::sin(a / 3) / (a * a);
+      }
+      w[clampIndex(j)] += l;
+      sum += l;
+    }
+    for (double& v : w) {
+      v /= sum;
+    }
+  }
+  return w;
+}
+
+std::vector<uint8_t> Scratch(size_t sw, size_t sh, size_t dw, size_t dh, size_t bytes,
+                             SmResizeMode mode) {
+  return std::vector<uint8_t>(GetResizeScratchSize(sw, sh, dw, dh, bytes, mode));
+}
+
+} // namespace
+
+TEST(Resize, EveryTargetMatchesTheReference) {
+  ForEachTarget([] {
+    std::mt19937 random(21);
+    for (int round = 0; round < 30; ++round) {
+      const size_t sw = 1 + random() % 70, sh = 1 + random() % 20;
+      const size_t dw = 1 + random() % 70, dh = 1 + random() % 20;
+      for (const SmResizeMode mode : Modes) {
+        for (const size_t bytes : {1u, 3u, 4u}) {
+          SCOPED_TRACE(::testing::Message() << sw << "x" << sh << " to " << dw << "x" << dh
+                                            << " mode " << mode << " bytes " << bytes);
+          const SmTestPlane source(random, sw * bytes, sh);
+          const size_t first = random() % dh;
+          const size_t end = first + 1 + random() % (dh - first);
+          SmTestPlane expected(random, dw * bytes, end - first);
+          SmTestPlane actual = expected;
+          auto scratch = Scratch(sw, sh, dw, dh, bytes, mode);
+          ASSERT_EQ(NmReference::ResizePlane(source.data(), source.stride, sw, sh,
+                                             expected.data(), expected.stride, dw, dh, bytes,
+                                             mode, scratch.data(), scratch.size(), first, end),
+                    ResizeOk);
+          ASSERT_EQ(ResizePlane(source.data(), source.stride, sw, sh, actual.data(),
+                                actual.stride, dw, dh, bytes, mode, scratch.data(),
+                                scratch.size(), first, end),
+                    ResizeOk);
+          ASSERT_EQ(actual.bytes, expected.bytes);
+        }
+      }
+    }
+  });
+}
+
+TEST(Resize, ReferenceIsWithinOneOfTheDefinitions) {
+  std::mt19937 random(2);
+  for (int round = 0; round < 40; ++round) {
+    // The first rounds: exact halving, thirds, doubling and a one-pixel edge.
+    const size_t sizes[4][4] = {{8, 8, 4, 4}, {30, 9, 10, 3}, {5, 4, 10, 8}, {1, 7, 9, 1}};
+    const size_t sw = round < 4 ? sizes[round][0] : 1 + random() % 48;
+    const size_t sh = round < 4 ? sizes[round][1] : 1 + random() % 48;
+    const size_t dw = round < 4 ? sizes[round][2] : 1 + random() % 48;
+    const size_t dh = round < 4 ? sizes[round][3] : 1 + random() % 48;
+    const SmTestPlane source(random, sw, sh);
+    for (const SmResizeMode mode : Modes) {
+      SCOPED_TRACE(::testing::Message() << sw << "x" << sh << " to " << dw << "x" << dh
+                                        << " mode " << mode);
+      std::vector<uint8_t> out(dw * dh);
+      auto scratch = Scratch(sw, sh, dw, dh, 1, mode);
+      ASSERT_EQ(NmReference::ResizePlane(source.data(), source.stride, sw, sh, out.data(), dw, dw,
+                                         dh, 1, mode, scratch.data(), scratch.size(), 0, dh),
+                ResizeOk);
+      int worst = 0;
+      for (size_t y = 0; y < dh; ++y) {
+        const auto wy = ExactWeights(mode, y, sh, dh);
+        for (size_t x = 0; x < dw; ++x) {
+          const auto wx = ExactWeights(mode, x, sw, dw);
+          double value = 0;
+          for (size_t j = 0; j < sh; ++j) {
+            for (size_t i = 0; i < sw; ++i) {
+              value += wy[j] * wx[i] * source.bytes[j * source.stride + i];
+            }
+          }
+          const int exact = static_cast<int>(std::clamp(std::floor(value + 0.5), 0.0, 255.0));
+          worst = std::max(worst, std::abs(out[y * dw + x] - exact));
+          if (mode == ResizeNearest) {
+            ASSERT_EQ(out[y * dw + x], exact) << x << "," << y;
+          }
+        }
+      }
+      EXPECT_LE(worst, 1);
+    }
+  }
+}
+
+TEST(Resize, FlatStaysFlatAndBandsJoin) {
+  std::mt19937 random(4);
+  for (const SmResizeMode mode : Modes) {
+    for (const size_t bytes : {1u, 4u}) {
+      // Any weights that sum to one keep a flat picture flat, to the bit.
+      std::vector<uint8_t> flat(37 * bytes * 11, 201);
+      std::vector<uint8_t> out(13 * bytes * 29);
+      auto scratch = Scratch(37, 11, 13, 29, bytes, mode);
+      ASSERT_EQ(ResizePlane(flat.data(), 37 * bytes, 37, 11, out.data(), 13 * bytes, 13, 29,
+                            bytes, mode, scratch.data(), scratch.size(), 0, 29),
+                ResizeOk);
+      EXPECT_TRUE(std::all_of(out.begin(), out.end(), [](uint8_t v) { return v == 201; }))
+          << mode;
+      // Bands of rows give the rows of the whole.
+      const SmTestPlane noise(random, 37 * bytes, 11, 0);
+      std::vector<uint8_t> whole(out.size()), banded(out.size());
+      ResizePlane(noise.data(), noise.stride, 37, 11, whole.data(), 13 * bytes, 13, 29, bytes,
+                  mode, scratch.data(), scratch.size(), 0, 29);
+      for (size_t first = 0; first < 29; first += 5) {
+        const size_t end = std::min<size_t>(first + 5, 29);
+        ResizePlane(noise.data(), noise.stride, 37, 11, banded.data() + first * 13 * bytes,
+                    13 * bytes, 13, 29, bytes, mode, scratch.data(), scratch.size(), first, end);
+      }
+      EXPECT_EQ(banded, whole) << mode;
+    }
+  }
+}
+
+TEST(Resize, StatusesOfBadCalls) {
+  uint8_t plane[16] = {};
+  auto scratch = Scratch(4, 4, 2, 2, 1, ResizeLinear);
+  const auto call = [&](const uint8_t* src, uint8_t* dst, size_t sw, size_t dw, size_t bytes,
+                        SmResizeMode mode, size_t scratchSize, size_t first, size_t end) {
+    return ResizePlane(src, 4, sw, 4, dst, 4, dw, 2, bytes, mode, scratch.data(), scratchSize,
+                       first, end);
+  };
+  EXPECT_EQ(call(nullptr, plane, 4, 2, 1, ResizeLinear, scratch.size(), 0, 2), ResizeNullPointer);
+  EXPECT_EQ(call(plane, nullptr, 4, 2, 1, ResizeLinear, scratch.size(), 0, 2), ResizeNullPointer);
+  EXPECT_EQ(call(plane, plane + 8, 0, 2, 1, ResizeLinear, scratch.size(), 0, 2), ResizeBadSize);
+  EXPECT_EQ(call(plane, plane + 8, 4, 0, 1, ResizeLinear, scratch.size(), 0, 2), ResizeBadSize);
+  EXPECT_EQ(call(plane, plane + 8, 4, 2, 2, ResizeLinear, scratch.size(), 0, 2), ResizeBadSize);
+  EXPECT_EQ(call(plane, plane + 8, 4, 2, 1, ResizeLinear, scratch.size(), 1, 1), ResizeBadSize);
+  EXPECT_EQ(call(plane, plane + 8, 4, 2, 1, ResizeLinear, scratch.size(), 0, 3), ResizeBadSize);
+  EXPECT_EQ(call(plane, plane + 8, 4, 2, 1, static_cast<SmResizeMode>(4), scratch.size(), 0, 2),
+            ResizeBadMode);
+  EXPECT_EQ(call(plane, plane + 8, 4, 2, 1, ResizeLinear, scratch.size() - 1, 0, 2),
+            ResizeScratchTooSmall);
+  EXPECT_EQ(GetResizeScratchSize(4, 4, 2, 2, 1, static_cast<SmResizeMode>(3)), 0u);
+  EXPECT_EQ(call(plane, plane + 8, 4, 2, 1, ResizeLinear, scratch.size(), 0, 2), ResizeOk);
+}
