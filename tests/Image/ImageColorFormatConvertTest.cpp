@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include "Codecs/Primitives/ColorConvert.h"
+#include "Codecs/Primitives/Resize.h"
 #include "MediaProcessing/Image/ImageColorFormatConvert.h"
 #include "support/ImageTestSupport.h"
 
@@ -187,10 +189,17 @@ TEST(ImageColorFormatConvert, SubColorFormatRulesAndMissingRoutes) {
   CmImage packed(rgb);
   ExpectError([&] { CmImageColorFormatConvert(BGR24).Execute(packed); },
               "Sub-color-format must be set to NotApplicable for RGB images", 0);
-  // Routes whose arithmetic is not written yet say so.
-  const CmImage plain = MakeImage(4, 4, RGB24, NotApplicable);
-  ExpectError([&] { CmImageColorFormatConvert(YCbCr420_Planar).Execute(plain, result); },
-              "Conversion between RGB and YCbCr formats is not available yet", 6);
+  // A sub-colour format that names no equations is refused, not guessed.
+  CmImage unknown = MakeImage(4, 4, YCbCr444_Planar, static_cast<SubColorFormat>(9));
+  ExpectError([&] { CmImageColorFormatConvert(RGB24).Execute(unknown, result); },
+              "Unable to convert from the given YCbCr format to the given RGB format", 0,
+              "NmMediaProcessing::CmImageColorFormatConvert::PerformConversionYCbCrToRGB");
+  const CmImage yuvToRgb = MakeImage(4, 4, YCbCr420_Planar, NotApplicable);
+  ExpectError([&] { CmImageColorFormatConvert(BGRA).Execute(yuvToRgb, result); },
+              "Sub-color-format must not be set to NotApplicable for YCbCr images", 0);
+  ExpectError([&] { CmImageColorFormatConvert(YCbCr444_Planar).Execute(rgb, result); },
+              "Sub-color-format must be set to NotApplicable for RGB/BGR image types", 0,
+              "NmMediaProcessing::CmImageColorFormatConvert::PerformConversionRGBToYCbCr");
 }
 
 TEST(ImageColorFormatConvert, SplitFieldsOfOddFourTwoZeroGoesThroughFourTwoTwo) {
@@ -207,4 +216,219 @@ TEST(ImageColorFormatConvert, SplitFieldsOfOddFourTwoZeroGoesThroughFourTwoTwo) 
   // Bottom field chroma: the odd 4:2:0 chroma rows.
   EXPECT_EQ(Sample(first, 1, 1, 0), Sample(source, 1, 1, 1));
   EXPECT_EQ(Sample(second, 2, 2, 1), Sample(source, 2, 2, 0));
+}
+
+namespace {
+
+constexpr ColorFormat AllFormats[] = {Gray,           RGB24,           BGR24,
+                                      RGB32,          BGR32,           YCbCr420_Planar,
+                                      YCbCr422_Planar, YCbCr444_Planar, RGBA,
+                                      BGRA};
+
+bool IsPackedFormat(ColorFormat f) {
+  return f != Gray && !IsMultiPlaneFormat(f);
+}
+
+// Red, green and blue of a pixel of a packed image, whatever its order.
+void GetRgb(const CmImage& image, uint64_t x, uint64_t y, int rgb[3]) {
+  const ColorFormat f = image.GetColorFormat();
+  const uint8_t* p = image.Allocator().GetPlane(0).GetPixelAddress(x, y);
+  const bool blueFirst = f == BGR24 || f == BGR32 || f == BGRA;
+  rgb[0] = p[blueFirst ? 2 : 0];
+  rgb[1] = p[1];
+  rgb[2] = p[blueFirst ? 0 : 2];
+}
+
+} // namespace
+
+TEST(ImageColorFormatConvert, EveryPairOfFormatsKeepsAFlatColour) {
+  // A flat colour survives every route, subsampling included; through grey
+  // only its luma survives and the result is neutral.
+  for (const uint64_t width : {7u, 8u}) {
+    for (const uint64_t height : {5u, 8u}) {
+      CmImage rgb;
+      rgb.Allocate(width, height, RGB24);
+      const auto plane = rgb.Allocator().GetWriteablePlane(0);
+      for (uint64_t y = 0; y < height; ++y) {
+        for (uint64_t x = 0; x < width; ++x) {
+          uint8_t* p = plane.GetPixelAddress(x, y);
+          p[0] = 200;
+          p[1] = 100;
+          p[2] = 40;
+        }
+      }
+      for (const ColorFormat from : AllFormats) {
+        CmImage source;
+        CmImageColorFormatConvert(from).Execute(rgb, source);
+        for (const Interlacing interlacing : {Progressive, InterleavedTopFirst}) {
+          source.GetAttributes().interlacing = interlacing;
+          for (const ColorFormat to : AllFormats) {
+            SCOPED_TRACE(::testing::Message() << width << "x" << height << " " << from << " to "
+                                              << to << " interlacing " << interlacing);
+            CmImage converted;
+            ASSERT_NO_THROW(CmImageColorFormatConvert(to).Execute(source, converted));
+            ASSERT_EQ(converted.GetColorFormat(), to);
+            EXPECT_EQ(converted.GetWidth(), width);
+            EXPECT_EQ(converted.GetHeight(), height);
+            EXPECT_EQ(converted.GetAttributes().interlacing, interlacing);
+            EXPECT_EQ(converted.GetAttributes().subColorFormat == NotApplicable,
+                      IsPackedFormat(to));
+            CmImage back;
+            CmImageColorFormatConvert(RGB24).Execute(converted, back);
+            int result[3];
+            GetRgb(back, width - 1, height - 1, result);
+            if (from == Gray || to == Gray) {
+              EXPECT_EQ(result[0], result[1]);
+              EXPECT_EQ(result[2], result[1]);
+              EXPECT_NEAR(result[1], 0.299 * 200 + 0.587 * 100 + 0.114 * 40, 4);
+            } else {
+              EXPECT_NEAR(result[0], 200, 3);
+              EXPECT_NEAR(result[1], 100, 3);
+              EXPECT_NEAR(result[2], 40, 3);
+            }
+          }
+        }
+      }
+    }
+  }
+}
+
+TEST(ImageColorFormatConvert, RgbThroughFullRangeFourFourFourAndBack) {
+  for (const ColorFormat format : {RGB24, BGR24}) {
+    const CmImage rgb = MakeImage(33, 9, format, NotApplicable);
+    CmImage ycc;
+    CmImageColorFormatConvert(YCbCr444_Planar).Execute(rgb, ycc);
+    EXPECT_EQ(ycc.GetAttributes().subColorFormat, SubColorFormatFullRange);
+    CmImage back;
+    CmImageColorFormatConvert(format).Execute(ycc, back);
+    int worst = 0;
+    for (uint64_t y = 0; y < 9; ++y) {
+      for (uint64_t x = 0; x < 33; ++x) {
+        for (uint64_t c = 0; c < 3; ++c) {
+          worst = std::max(worst, std::abs(Sample(back, 0, x, y, c) - Sample(rgb, 0, x, y, c)));
+        }
+      }
+    }
+    EXPECT_LE(worst, 1) << format;
+  }
+  // Which range each route gives.
+  const struct {
+    ColorFormat from, to;
+    SubColorFormat sub;
+  } routes[] = {{RGB32, YCbCr420_Planar, SubColorFormatVideoRange},
+                {BGRA, YCbCr444_Planar, SubColorFormatVideoRange},
+                {RGBA, Gray, SubColorFormatFullRange},
+                {BGR24, YCbCr422_Planar, SubColorFormatVideoRange},
+                {RGB24, YCbCr444_Planar, SubColorFormatFullRange},
+                {RGB24, Gray, SubColorFormatFullRange}};
+  for (const auto& route : routes) {
+    CmImage out;
+    CmImageColorFormatConvert(route.to).Execute(MakeImage(5, 3, route.from, NotApplicable), out);
+    EXPECT_EQ(out.GetAttributes().subColorFormat, route.sub) << route.from << " to " << route.to;
+  }
+}
+
+TEST(ImageColorFormatConvert, GreyToRgbFollowsItsRange) {
+  CmImage gray;
+  gray.Allocate(3, 1, Gray);
+  uint8_t* luma = gray.Allocator().GetWriteablePlane(0).data;
+  luma[0] = 16;
+  luma[1] = 235;
+  luma[2] = 100;
+  for (const SubColorFormat sub :
+       {SubColorFormatFullRange, SubColorFormatVideoRange, SubColorFormatPlainGray}) {
+    gray.GetAttributes().subColorFormat = sub;
+    CmImage rgb;
+    CmImageColorFormatConvert(BGRA).Execute(gray, rgb);
+    EXPECT_EQ(rgb.GetAttributes().subColorFormat, NotApplicable);
+    const bool video = sub == SubColorFormatVideoRange;
+    EXPECT_EQ(Sample(rgb, 0, 0, 0, 1), video ? 0 : 16);
+    EXPECT_EQ(Sample(rgb, 0, 1, 0, 0), video ? 255 : 235);
+    EXPECT_EQ(Sample(rgb, 0, 2, 0, 2), video ? 98 : 100);
+    EXPECT_EQ(Sample(rgb, 0, 2, 0, 3), 255);
+  }
+}
+
+TEST(ImageColorFormatConvert, FullRangeSubsampledChromaIsInterpolatedWithoutSeams) {
+  // Chroma that changes from row to row and column to column, across many
+  // bands of rows: the banded conversion must equal one linear enlargement
+  // of the whole chroma plane followed by the 4:4:4 conversion.
+  for (const ColorFormat format : {YCbCr420_Planar, YCbCr422_Planar}) {
+    for (const uint64_t width : {40u, 41u}) {
+      const uint64_t height = 37;
+      CmImage source = MakeImage(width, height, format, SubColorFormatFullRange);
+      CmImage rgb;
+      CmImageColorFormatConvert(RGB24).Execute(source, rgb);
+
+      const auto cb = source.Allocator().GetPlane(1);
+      const auto cr = source.Allocator().GetPlane(2);
+      const uint64_t wide = 2 * cb.width;
+      const uint64_t tall = format == YCbCr420_Planar ? 2 * cb.height : cb.height;
+      std::vector<uint8_t> scratch(
+          NmPrimitives::GetResizeScratchSize(cb.width, cb.height, wide, tall, 1,
+                                             NmPrimitives::ResizeLinear));
+      std::vector<uint8_t> bigCb(wide * tall), bigCr(wide * tall);
+      NmPrimitives::ResizePlane(cb.data, cb.rowStride, cb.width, cb.height, bigCb.data(), wide,
+                                wide, tall, 1, NmPrimitives::ResizeLinear, scratch.data(),
+                                scratch.size(), 0, tall);
+      NmPrimitives::ResizePlane(cr.data, cr.rowStride, cr.width, cr.height, bigCr.data(), wide,
+                                wide, tall, 1, NmPrimitives::ResizeLinear, scratch.data(),
+                                scratch.size(), 0, tall);
+      const auto y = source.Allocator().GetPlane(0);
+      std::vector<uint8_t> expected(width * 3 * height);
+      NmPrimitives::NmReference::YCbCrToRgb(
+          {y.data, y.rowStride, bigCb.data(), wide, bigCr.data(), wide}, NmPrimitives::Chroma444,
+          expected.data(), width * 3, {3, false}, width, height, NmPrimitives::YCbCrJfif);
+      const auto out = rgb.Allocator().GetPlane(0);
+      for (uint64_t row = 0; row < height; ++row) {
+        ASSERT_TRUE(std::equal(expected.begin() + row * width * 3,
+                               expected.begin() + (row + 1) * width * 3,
+                               out.data + row * out.rowStride))
+            << format << " width " << width << " row " << row;
+      }
+    }
+  }
+  // Video range takes the nearest chroma sample: two neighbours that differ
+  // in chroma show it as a hard step.
+  CmImage video;
+  video.Allocate(4, 2, YCbCr422_Planar);
+  video.GetAttributes().subColorFormat = SubColorFormatVideoRange;
+  auto& allocator = video.Allocator();
+  NmImageTest::FillRandom(video, 1);
+  for (uint64_t y = 0; y < 2; ++y) {
+    for (uint64_t x = 0; x < 4; ++x) {
+      allocator.GetWriteablePlane(0).GetPixelAddress(x, y)[0] = 120;
+    }
+    allocator.GetWriteablePlane(1).GetPixelAddress(0, y)[0] = 128;
+    allocator.GetWriteablePlane(1).GetPixelAddress(1, y)[0] = 128;
+    allocator.GetWriteablePlane(2).GetPixelAddress(0, y)[0] = 100;
+    allocator.GetWriteablePlane(2).GetPixelAddress(1, y)[0] = 200;
+  }
+  CmImage stepped;
+  CmImageColorFormatConvert(RGB24).Execute(video, stepped);
+  EXPECT_EQ(Sample(stepped, 0, 0, 0), Sample(stepped, 0, 1, 0));
+  EXPECT_LT(Sample(stepped, 0, 1, 0) + 100, Sample(stepped, 0, 2, 0));
+}
+
+TEST(ImageColorFormatConvert, InterleavedFourTwoZeroToRgbTakesChromaFromTheField) {
+  // Rows 0 and 2 belong to the top field, whose chroma rows are 0 and 2;
+  // rows 1 and 3 to the bottom field, chroma rows 1 and 3.
+  CmImage source = MakeImage(2, 8, YCbCr420_Planar, SubColorFormatVideoRange, InterleavedTopFirst);
+  auto& allocator = source.Allocator();
+  for (uint64_t y = 0; y < 8; ++y) {
+    allocator.GetWriteablePlane(0).GetPixelAddress(0, y)[0] = 128;
+  }
+  for (uint64_t y = 0; y < 4; ++y) {
+    allocator.GetWriteablePlane(1).GetPixelAddress(0, y)[0] = 128;
+    allocator.GetWriteablePlane(2).GetPixelAddress(0, y)[0] = y % 2 ? 240 : 16;
+  }
+  CmImage rgb;
+  CmImageColorFormatConvert(RGB24).Execute(source, rgb);
+  for (uint64_t y = 0; y < 8; ++y) {
+    if (y % 2) {
+      EXPECT_GT(Sample(rgb, 0, 0, y), 200) << y;
+    } else {
+      EXPECT_LT(Sample(rgb, 0, 0, y), 30) << y;
+    }
+  }
 }

@@ -4,7 +4,9 @@
 #include "Codecs/Primitives/PlaneFlip.h"
 #include "Codecs/Primitives/PlaneLogic.h"
 #include "Codecs/Primitives/PlaneTranspose.h"
+#include "Codecs/Primitives/Resize.h"
 #include "Common/Error/Error.h"
+#include "MediaProcessing/Image/SPLError.h"
 
 namespace NmMediaProcessing {
 
@@ -481,6 +483,87 @@ void Transpose(const CmPlane& source, const CmWriteablePlane& destination, bool 
   NmPrimitives::TransposePlane(source.data, source.rowStride, destination.data,
                                destination.rowStride, source.width, source.height,
                                source.pixelStride, flipColumns, flipRows);
+}
+
+namespace {
+
+NmPrimitives::SmResizeMode ToPrimitiveMode(ResizeMode mode, bool superSampling) {
+  return static_cast<NmPrimitives::SmResizeMode>(superSampling ? ResizeSuperSampling : mode);
+}
+
+uint64_t GetPlaneResizeBufferSize(const CmPlane& source, const CmPlane& destination,
+                                  ResizeMode mode, bool superSampling) {
+  return NmPrimitives::GetResizeScratchSize(source.width, source.height, destination.width,
+                                            destination.height, source.pixelStride,
+                                            ToPrimitiveMode(mode, superSampling));
+}
+
+void ResizePlane(const CmPlane& source, const CmWriteablePlane& destination, ResizeMode mode,
+                 bool superSampling, uint8_t* buffer, uint64_t bufferSize) {
+  ThrowStatus(NmPrimitives::ResizePlane(
+      source.data, source.rowStride, source.width, source.height, destination.data,
+      destination.rowStride, destination.width, destination.height, source.pixelStride,
+      ToPrimitiveMode(mode, superSampling), buffer, bufferSize, 0, destination.height));
+}
+
+} // namespace
+
+void GetResizeBufferSize(const CmPlane& source, const CmPlane& destination, uint32_t planeCount,
+                         ResizeMode mode, bool superSampling, uint64_t& size) {
+  // The planes of one image share the buffer one after the other, so the
+  // largest need is the need of all; chroma planes are never larger than luma.
+  size = GetPlaneResizeBufferSize(source, destination, mode, superSampling);
+  (void)planeCount;
+}
+
+void Resize(const CmPlane& source, const CmWriteablePlane& destination, ResizeMode mode,
+            bool superSampling, uint8_t* buffer, uint64_t bufferSize) {
+  if (source.bytesPerPixel != destination.bytesPerPixel) {
+    throw CmIntegrityError(VZK_LOCATION, "Planes have different number of bytes per pixel",
+                           CmIntegrityErrorCode::OutOfRange);
+  }
+  if (source.pixelStride != destination.pixelStride) {
+    throw CmIntegrityError(VZK_LOCATION, "Planes have different pixel strides",
+                           CmIntegrityErrorCode::OutOfRange);
+  }
+  if (!IsSupportedLayout(source)) {
+    throw CmIntegrityError(VZK_LOCATION,
+                           superSampling
+                               ? "Resizing (super sampling) is not supported for the given pixel "
+                                 "stride"
+                               : "Resizing is not supported for the given pixel stride",
+                           CmIntegrityErrorCode::InvalidPointer);
+  }
+  ResizePlane(source, destination, mode, superSampling, buffer, bufferSize);
+}
+
+void ResizeMultiplePlanes(const ImImageMemoryAllocation& source,
+                          ImImageMemoryAllocation& destination, ResizeMode mode,
+                          bool superSampling, uint8_t* buffer, uint64_t bufferSize) {
+  const ColorFormat format = source.GetColorFormat();
+  if (format != destination.GetColorFormat()) {
+    throw CmIntegrityError(VZK_LOCATION, "Images have different color formats",
+                           CmIntegrityErrorCode::InvalidArgument);
+  }
+  if (format != Gray && !IsMultiPlaneFormat(format)) {
+    throw CmIntegrityError(VZK_LOCATION, "Images are not in a planar color format",
+                           CmIntegrityErrorCode::InvalidArgument);
+  }
+  for (uint64_t i = 0; i < source.GetPlaneCount(); ++i) {
+    const CmPlane from = source.GetPlane(i);
+    if (!IsSupportedLayout(from) || from.pixelStride != 1) {
+      throw CmIntegrityError(VZK_LOCATION,
+                             superSampling ? "Resizing (super sampling) is not supported for the "
+                                             "given planar format"
+                                           : "Resizing is not supported for the given planar "
+                                             "format",
+                             CmIntegrityErrorCode::InvalidPointer);
+    }
+  }
+  for (uint64_t i = 0; i < source.GetPlaneCount(); ++i) {
+    ResizePlane(source.GetPlane(i), destination.GetWriteablePlane(i), mode, superSampling, buffer,
+                bufferSize);
+  }
 }
 
 void SetAlphaChannel(ImImageMemoryAllocation& allocator, uint8_t value) {

@@ -93,6 +93,29 @@ void Compare(const CmPlane& source, uint8_t c0, uint8_t c1, uint8_t c2, uint8_t 
 void Transpose(const CmPlane& source, const CmWriteablePlane& destination, bool flipColumns,
                bool flipRows);
 
+// The interpolation codes of the resize primitives.
+enum ResizeMode : int32_t {
+  ResizeNearest = 1,
+  ResizeLinear = 2,
+  ResizeSuperSampling = 8,
+  ResizeLanczos = 16,
+};
+
+// Scratch bytes that the next Resize (planeCount 1) or ResizeMultiplePlanes
+// (planeCount 3) between planes of these sizes needs. superSampling selects
+// mode 8 whatever mode says.
+void GetResizeBufferSize(const CmPlane& source, const CmPlane& destination, uint32_t planeCount,
+                         ResizeMode mode, bool superSampling, uint64_t& size);
+// Resizes one plane to the destination's size; buffer holds bufferSize bytes
+// of scratch, at least what GetResizeBufferSize asked for.
+void Resize(const CmPlane& source, const CmWriteablePlane& destination, ResizeMode mode,
+            bool superSampling, uint8_t* buffer, uint64_t bufferSize);
+// Resizes all planes of a planar image; each plane goes to the size of the
+// destination's plane of the same index.
+void ResizeMultiplePlanes(const ImImageMemoryAllocation& source,
+                          ImImageMemoryAllocation& destination, ResizeMode mode,
+                          bool superSampling, uint8_t* buffer, uint64_t bufferSize);
+
 void SetAlphaChannel(ImImageMemoryAllocation& allocator, uint8_t value);
 void SetPlane(uint8_t value, const CmWriteablePlane& plane);
 

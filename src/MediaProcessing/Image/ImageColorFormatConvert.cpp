@@ -1,7 +1,11 @@
 #include "MediaProcessing/Image/ImageColorFormatConvert.h"
 
+#include <algorithm>
+
 #include "Codecs/Primitives/ChromaResample.h"
+#include "Codecs/Primitives/ColorConvert.h"
 #include "Codecs/Primitives/PlaneCopy.h"
+#include "Codecs/Primitives/Resize.h"
 #include "Common/Error/Error.h"
 #include "MediaProcessing/Image/ImageBufferHelpers.h"
 #include "MediaProcessing/Image/ReferenceCountingImageAllocator.h"
@@ -34,6 +38,25 @@ bool IsInterleaved(Interlacing interlacing) {
 bool IsSubColorFormatLegal(ColorFormat format, SubColorFormat sub) {
   return IsPlanar(format) ? sub != NotApplicable : sub == NotApplicable;
 }
+
+NmPrimitives::SmChromaLayout GetChromaLayout(ColorFormat format) {
+  switch (format) {
+  case YCbCr420_Planar:
+    return NmPrimitives::Chroma420;
+  case YCbCr422_Planar:
+    return NmPrimitives::Chroma422;
+  default:
+    return NmPrimitives::Chroma444;
+  }
+}
+
+NmPrimitives::SmPackedLayout GetPackedLayout(ColorFormat format, uint64_t pixelStride) {
+  return {static_cast<size_t>(pixelStride), IsBlueFirst(format)};
+}
+
+// Rows of one band of ConvertInBlocks: small enough that the enlarged chroma
+// of a band stays in the cache while it is converted.
+constexpr uint64_t BlockRows = 16;
 
 } // namespace
 
@@ -109,11 +132,18 @@ void CmImageColorFormatConvert::Execute(const CmImage& source, CmImage& destinat
     PerformConversionYCbCr(source, destination);
   } else if (IsPacked(format) && IsPacked(m_Target)) {
     PerformConversionRGB(source, destination);
-  } else if ((IsPlanar(format) && IsPacked(m_Target)) || (IsPacked(format) && IsPlanar(m_Target))) {
-    // The colour equations between RGB and YCbCr are not written yet.
-    throw CmIntegrityError(VZK_LOCATION,
-                           "Conversion between RGB and YCbCr formats is not available yet",
-                           CmIntegrityErrorCode::NotImplemented);
+  } else if (IsPlanar(format) && IsPacked(m_Target)) {
+    if (format == YCbCr420_Planar && IsInterleaved(source.GetAttributes().interlacing)) {
+      // Interleaved 4:2:0 chroma belongs to the fields; 4:2:2 rows are whole
+      // picture rows and can be converted as they are.
+      CmImage upsampled;
+      CmImageColorFormatConvert(YCbCr422_Planar).Execute(source, upsampled);
+      PerformConversionYCbCrToRGB(upsampled, destination);
+      return;
+    }
+    PerformConversionYCbCrToRGB(source, destination);
+  } else if (IsPacked(format) && IsPlanar(m_Target)) {
+    PerformConversionRGBToYCbCr(source, destination);
   } else {
     throw CmIntegrityError(VZK_LOCATION, "Unable to convert between the given formats",
                            CmIntegrityErrorCode::Unknown);
@@ -227,6 +257,116 @@ void CmImageColorFormatConvert::PerformConversionYCbCr(const CmImage& source,
                            CmIntegrityErrorCode::Unknown);
   }
   destination.CopyAttributes(source);
+}
+
+void CmImageColorFormatConvert::PerformConversionRGBToYCbCr(const CmImage& source,
+                                                            CmImage& destination) {
+  if (source.GetAttributes().subColorFormat != NotApplicable) {
+    throw CmIntegrityError(VZK_LOCATION,
+                           "Sub-color-format must be set to NotApplicable for RGB/BGR image types",
+                           CmIntegrityErrorCode::Unknown);
+  }
+  const ColorFormat format = source.GetColorFormat();
+  const ImImageMemoryAllocation::CmPlane from = source.Allocator().GetPlane(0);
+  // Grey is full-range luma; 24-bit RGB keeps full range in 4:4:4, and
+  // everything else goes to the video range that video encoders expect.
+  SubColorFormat result = SubColorFormatVideoRange;
+  if (m_Target == Gray || (from.pixelStride == 3 && m_Target == YCbCr444_Planar)) {
+    result = SubColorFormatFullRange;
+  }
+  destination.Allocate(source.GetWidth(), source.GetHeight(), m_Target, m_Alignment);
+  ImImageMemoryAllocation& to = destination.Allocator();
+  NmPrimitives::SmYCbCrDestination planes{};
+  const ImImageMemoryAllocation::CmWriteablePlane luma = to.GetWriteablePlane(0);
+  planes.y = luma.data;
+  planes.yStride = luma.rowStride;
+  if (m_Target != Gray) {
+    const ImImageMemoryAllocation::CmWriteablePlane cb = to.GetWriteablePlane(1);
+    const ImImageMemoryAllocation::CmWriteablePlane cr = to.GetWriteablePlane(2);
+    planes.cb = cb.data;
+    planes.cbStride = cb.rowStride;
+    planes.cr = cr.data;
+    planes.crStride = cr.rowStride;
+  }
+  NmPrimitives::RgbToYCbCr(from.data, from.rowStride, GetPackedLayout(format, from.pixelStride),
+                           planes, GetChromaLayout(m_Target), from.width, from.height,
+                           static_cast<NmPrimitives::SmYCbCrMatrix>(result));
+  destination.CopyAttributes(source);
+  destination.GetAttributes().subColorFormat = result;
+}
+
+void CmImageColorFormatConvert::PerformConversionYCbCrToRGB(const CmImage& source,
+                                                            CmImage& destination) {
+  const SubColorFormat sub = source.GetAttributes().subColorFormat;
+  if (sub == NotApplicable) {
+    throw CmIntegrityError(VZK_LOCATION,
+                           "Sub-color-format must not be set to NotApplicable for YCbCr images",
+                           CmIntegrityErrorCode::Unknown);
+  }
+  if (sub > SubColorFormatPlainGray) {
+    throw CmIntegrityError(VZK_LOCATION,
+                           "Unable to convert from the given YCbCr format to the given RGB format",
+                           CmIntegrityErrorCode::Unknown);
+  }
+  const ColorFormat format = source.GetColorFormat();
+  if (format == Gray) {
+    // Grey is YCbCr without colour: neutral chroma gives R = G = B.
+    CmImage full;
+    CmImageColorFormatConvert(YCbCr444_Planar).Execute(source, full);
+    PerformConversionYCbCrToRGB(full, destination);
+    return;
+  }
+  if ((format == YCbCr420_Planar || format == YCbCr422_Planar) && sub == SubColorFormatFullRange) {
+    ConvertInBlocks(source, destination);
+    return;
+  }
+  destination.Allocate(source.GetWidth(), source.GetHeight(), m_Target, m_Alignment);
+  const ImImageMemoryAllocation& from = source.Allocator();
+  const ImImageMemoryAllocation::CmPlane y = from.GetPlane(0);
+  const ImImageMemoryAllocation::CmPlane cb = from.GetPlane(1);
+  const ImImageMemoryAllocation::CmPlane cr = from.GetPlane(2);
+  const ImImageMemoryAllocation::CmWriteablePlane to = destination.Allocator().GetWriteablePlane(0);
+  NmPrimitives::YCbCrToRgb({y.data, y.rowStride, cb.data, cb.rowStride, cr.data, cr.rowStride},
+                           GetChromaLayout(format), to.data, to.rowStride,
+                           GetPackedLayout(m_Target, to.pixelStride), y.width, y.height,
+                           static_cast<NmPrimitives::SmYCbCrMatrix>(sub));
+  destination.CopyAttributes(source);
+  destination.GetAttributes().subColorFormat = NotApplicable;
+}
+
+void CmImageColorFormatConvert::ConvertInBlocks(const CmImage& source, CmImage& destination) {
+  const ColorFormat format = source.GetColorFormat();
+  const ImImageMemoryAllocation& from = source.Allocator();
+  const ImImageMemoryAllocation::CmPlane y = from.GetPlane(0);
+  const ImImageMemoryAllocation::CmPlane chroma[2] = {from.GetPlane(1), from.GetPlane(2)};
+  // Chroma is enlarged by exactly two (each way for 4:2:0); an odd picture
+  // uses all but the last column or row of that.
+  const uint64_t wideWidth = 2 * chroma[0].width;
+  const uint64_t wideHeight = format == YCbCr420_Planar ? 2 * chroma[0].height : chroma[0].height;
+  const uint64_t resizeScratch = NmPrimitives::GetResizeScratchSize(
+      chroma[0].width, chroma[0].height, wideWidth, wideHeight, 1, NmPrimitives::ResizeLinear);
+  const uint64_t bandBytes = wideWidth * BlockRows;
+  uint8_t* scratch = GetScratch(resizeScratch + 2 * bandBytes);
+  uint8_t* bands[2] = {scratch + resizeScratch, scratch + resizeScratch + bandBytes};
+
+  destination.Allocate(source.GetWidth(), source.GetHeight(), m_Target, m_Alignment);
+  const ImImageMemoryAllocation::CmWriteablePlane to = destination.Allocator().GetWriteablePlane(0);
+  const NmPrimitives::SmPackedLayout layout = GetPackedLayout(m_Target, to.pixelStride);
+  for (uint64_t top = 0; top < y.height; top += BlockRows) {
+    const uint64_t rows = std::min(BlockRows, y.height - top);
+    for (int c = 0; c < 2; ++c) {
+      ThrowStatus(NmPrimitives::ResizePlane(chroma[c].data, chroma[c].rowStride, chroma[c].width,
+                                            chroma[c].height, bands[c], wideWidth, wideWidth,
+                                            wideHeight, 1, NmPrimitives::ResizeLinear, scratch,
+                                            resizeScratch, top, top + rows));
+    }
+    NmPrimitives::YCbCrToRgb({y.data + top * y.rowStride, y.rowStride, bands[0], wideWidth,
+                              bands[1], wideWidth},
+                             NmPrimitives::Chroma444, to.data + top * to.rowStride, to.rowStride,
+                             layout, y.width, rows, NmPrimitives::YCbCrJfif);
+  }
+  destination.CopyAttributes(source);
+  destination.GetAttributes().subColorFormat = NotApplicable;
 }
 
 void CmImageColorFormatConvert::ResampleChromaByFields(const CmImage& source,

@@ -18,6 +18,11 @@ public:
 private:
   void PerformConversionRGB(const CmImage& source, CmImage& destination);
   void PerformConversionYCbCr(const CmImage& source, CmImage& destination);
+  void PerformConversionRGBToYCbCr(const CmImage& source, CmImage& destination);
+  void PerformConversionYCbCrToRGB(const CmImage& source, CmImage& destination);
+  // Full-range 4:2:0 and 4:2:2 to RGB with chroma enlarged by linear
+  // interpolation, one band of rows at a time.
+  void ConvertInBlocks(const CmImage& source, CmImage& destination);
   void ResampleChromaByFields(const CmImage& source, CmImage& destination);
 
   ColorFormat m_Target;

@@ -4,6 +4,7 @@
 #include "Common/Error/Error.h"
 #include "MediaProcessing/Image/ImageBufferHelpers.h"
 #include "MediaProcessing/Image/ImageColorFormatConvert.h"
+#include "MediaProcessing/Image/ImageResize.h"
 
 namespace NmMediaProcessing {
 
@@ -75,15 +76,13 @@ void CmImageDeinterlace::Execute(const CmImage& source, CmImage& destination) {
   }
   case TopFieldOnly:
   case BottomFieldOnly:
-    if (!m_HalveAspectForSingleField) {
-      throw CmIntegrityError(VZK_LOCATION,
-                             "Doubling the height of a single field needs the resize, which is "
-                             "not available yet",
-                             CmIntegrityErrorCode::NotImplemented);
+    if (m_HalveAspectForSingleField) {
+      // Shown at half the pixel aspect, the half-height picture keeps its shape.
+      destination = source;
+      destination.GetAttributes().aspectRatio *= 0.5;
+    } else {
+      CmImageResize(source.GetWidth(), 2 * source.GetHeight(), true).Execute(source, destination);
     }
-    // Shown at half the pixel aspect, the half-height picture keeps its shape.
-    destination = source;
-    destination.GetAttributes().aspectRatio *= 0.5;
     break;
   default:
     throw CmIntegrityError(VZK_LOCATION, "Unknown interlacing format",
