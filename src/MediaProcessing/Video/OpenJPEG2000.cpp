@@ -6,6 +6,8 @@
 #include <cstring>
 #include <memory>
 
+#include "Common/Error/Error.h"
+
 namespace NmMediaProcessing {
 
 namespace {
@@ -252,7 +254,13 @@ bool CmOpenJPEG2000::DecodeImage(CmImage& image) {
     }
   }
   image.Reset();
-  image.Allocate(width, height, format);
+  try {
+    image.Allocate(width, height, format);
+  } catch (const NmError::CmError& error) {
+    // A size that the codestream allows but our images do not.
+    m_LastMessage = error.GetDescription();
+    return false;
+  }
   auto& allocator = image.Allocator();
   if (format == RGB24 || format == RGBA) {
     const auto plane = allocator.GetWriteablePlane(0);

@@ -16,7 +16,7 @@ class CmOpenJPEG2000 : public CmThirdPartyJPEG2000 {
 public:
   // Pictures beyond this many pixels are refused before anything is
   // allocated for them: a header alone must not be able to exhaust memory.
-  static constexpr uint64_t MaxPixelCount = 1ULL << 28;
+  static constexpr uint64_t MaxPixelCount = 1ULL << 26;
 
   bool GetImageInfo(uint64_t& width, uint64_t& height) override;
   bool DecodeImage(CmImage& image) override;
