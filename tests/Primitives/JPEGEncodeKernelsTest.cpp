@@ -1,0 +1,177 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <vector>
+
+#include "Codecs/Primitives/JPEGForwardDCT.h"
+#include "Codecs/Primitives/JPEGHuffmanEncode.h"
+#include "Primitives/PrimitiveTestSupport.h"
+
+using NmPrimitiveTest::ForEachTarget;
+using NmPrimitiveTest::SmTestPlane;
+using namespace NmPrimitives;
+
+TEST(JPEGForwardDCT, EveryTargetMatchesTheReference) {
+  ForEachTarget([] {
+    std::mt19937 random(7);
+    for (int round = 0; round < 40; ++round) {
+      const size_t blocks = 1 + random() % 9;
+      SmTestPlane samples(random, blocks * 8, 8);
+      if (round % 4 == 0) {
+        // The extremes, where a vector lane that overflows would show.
+        for (uint8_t& b : samples.bytes) {
+          b = random() % 2 ? 255 : 0;
+        }
+      }
+      std::vector<float> expected(blocks * 64);
+      std::vector<float> actual(blocks * 64 + 1, -7.0f);
+      NmReference::ForwardDCT8x8Blocks(samples.data(), samples.stride, blocks, expected.data());
+      ForwardDCT8x8Blocks(samples.data(), samples.stride, blocks, actual.data());
+      for (size_t i = 0; i < expected.size(); ++i) {
+        ASSERT_NEAR(actual[i], expected[i], 2e-3f) << "coefficient " << i;
+      }
+      EXPECT_EQ(actual.back(), -7.0f) << "wrote past the last block";
+    }
+  });
+  // A flat block has only its DC term: 8 times the level-shifted value.
+  std::vector<uint8_t> flat(64, 200);
+  float coefficients[64];
+  ForwardDCT8x8Blocks(flat.data(), 8, 1, coefficients);
+  EXPECT_NEAR(coefficients[0], 8 * 72, 1e-3f);
+  for (int i = 1; i < 64; ++i) {
+    EXPECT_NEAR(coefficients[i], 0, 1e-3f);
+  }
+  // One cosine of the basis gives one coefficient.
+  std::vector<uint8_t> wave(64);
+  for (int y = 0; y < 8; ++y) {
+    for (int x = 0; x < 8; ++x) {
+      wave[y * 8 + x] =
+          static_cast<uint8_t>(std::lround(128 + 100 * std::cos((2 * x + 1) * M_PI / 16)));
+    }
+  }
+  ForwardDCT8x8Blocks(wave.data(), 8, 1, coefficients);
+  EXPECT_NEAR(coefficients[1], 100 * 8 * 0.5 * std::sqrt(0.5) * 2, 3.0f);
+  EXPECT_NEAR(coefficients[8], 0, 1.0f);
+}
+
+TEST(JPEGQuantize, EveryTargetMatchesTheReferenceExactly) {
+  uint16_t table[64];
+  for (int i = 0; i < 64; ++i) {
+    table[i] = static_cast<uint16_t>(i == 5 ? 0 : 1 + i * 3);
+  }
+  float reciprocals[64];
+  MakeQuantReciprocals(table, reciprocals);
+  EXPECT_EQ(reciprocals[5], 1.0f) << "a zero entry counts as one";
+  ForEachTarget([&] {
+    std::mt19937 random(9);
+    for (int round = 0; round < 30; ++round) {
+      const size_t blocks = 1 + random() % 5;
+      std::vector<float> coefficients(blocks * 64);
+      for (size_t i = 0; i < coefficients.size(); ++i) {
+        switch (random() % 4) {
+        case 0: // exact halves: ties go to even
+          coefficients[i] = (static_cast<int>(random() % 41) - 20 + 0.5f) * table[i % 64];
+          break;
+        case 1: // beyond 16 bits
+          coefficients[i] = (random() % 2 ? 1 : -1) * 1e6f;
+          break;
+        default:
+          coefficients[i] = static_cast<float>(static_cast<int>(random() % 4096) - 2048) / 1.7f;
+        }
+      }
+      std::vector<int16_t> expected(blocks * 64);
+      std::vector<int16_t> actual(blocks * 64 + 1, 99);
+      NmReference::QuantizeBlocks(coefficients.data(), blocks, reciprocals, expected.data());
+      QuantizeBlocks(coefficients.data(), blocks, reciprocals, actual.data());
+      ASSERT_EQ(std::vector<int16_t>(actual.begin(), actual.end() - 1), expected);
+      EXPECT_EQ(actual.back(), 99);
+    }
+  });
+}
+
+namespace {
+
+SmHuffmanEncodeTable MakeTable(const std::vector<uint8_t>& bits) {
+  std::vector<uint8_t> values(256);
+  for (int i = 0; i < 256; ++i) {
+    // Spread the symbols so that long and short codes fall on all categories.
+    values[i] = static_cast<uint8_t>((i * 113) & 0xFF);
+  }
+  SmHuffmanEncodeTable table;
+  EXPECT_TRUE(BuildHuffmanEncodeTable(bits.data(), values.data(), table));
+  return table;
+}
+
+} // namespace
+
+TEST(JPEGHuffmanEncode, EveryTargetWritesTheReferenceBytes) {
+  // Every symbol has a code: short ones, and long ones up to 16 bits.
+  const SmHuffmanEncodeTable shortCodes =
+      MakeTable({0, 0, 0, 0, 0, 0, 0, 255, 1, 0, 0, 0, 0, 0, 0, 0});
+  const SmHuffmanEncodeTable longCodes =
+      MakeTable({0, 0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 165});
+  ForEachTarget([&] {
+    std::mt19937 random(11);
+    for (int round = 0; round < 20; ++round) {
+      const SmHuffmanEncodeTable& dc = round % 2 ? shortCodes : longCodes;
+      const SmHuffmanEncodeTable& ac = round % 3 ? longCodes : shortCodes;
+      SmHuffmanBitWriter expectedWriter;
+      SmHuffmanBitWriter actualWriter;
+      int32_t expectedDC = 0;
+      int32_t actualDC = 0;
+      std::vector<uint8_t> expected;
+      std::vector<uint8_t> actual;
+      for (int b = 0; b < 40; ++b) {
+        int16_t block[64] = {};
+        const int kind = static_cast<int>(random() % 5);
+        for (int i = 0; i < 64; ++i) {
+          if (kind == 0) {
+            // Dense and beyond the baseline range: the limits apply.
+            block[i] = static_cast<int16_t>(static_cast<int>(random() % 8000) - 4000);
+          } else if (kind == 1) {
+            // Long zero runs, with the last coefficient set now and then.
+            block[i] = random() % 23 == 0 ? static_cast<int16_t>(random() % 7 - 3) : 0;
+          } else if (kind == 2) {
+            block[i] = i == 63 ? -1 : 0;
+          } else if (kind == 3) {
+            block[i] =
+                static_cast<int16_t>(random() % 2 ? -1 : 1) * static_cast<int16_t>(random() % 3);
+          }
+        }
+        uint8_t e[kMaxHuffmanBlockBytes];
+        uint8_t a[kMaxHuffmanBlockBytes];
+        const size_t ne =
+            NmReference::EncodeBlockSequential(block, expectedDC, dc, ac, expectedWriter, e);
+        const size_t na = EncodeBlockSequential(block, actualDC, dc, ac, actualWriter, a);
+        ASSERT_LE(na, kMaxHuffmanBlockBytes);
+        expected.insert(expected.end(), e, e + ne);
+        actual.insert(actual.end(), a, a + na);
+        ASSERT_EQ(actualDC, expectedDC);
+        ASSERT_EQ(actualWriter.count, expectedWriter.count);
+        ASSERT_EQ(actualWriter.bits, expectedWriter.bits);
+      }
+      uint8_t tail[2];
+      const size_t n = FlushHuffmanBits(actualWriter, tail);
+      actual.insert(actual.end(), tail, tail + n);
+      ASSERT_EQ(actual.size() > expected.size(), expectedWriter.count > 0);
+      actual.resize(expected.size());
+      ASSERT_EQ(actual, expected);
+      // No 0xFF byte goes out without the zero behind it.
+      for (size_t i = 0; i + 1 < expected.size(); ++i) {
+        if (expected[i] == 0xFF) {
+          ASSERT_EQ(expected[i + 1], 0) << i;
+        }
+      }
+    }
+  });
+  // Padding is with 1 bits, and a padded 0xFF is stuffed too.
+  SmHuffmanBitWriter writer{0x5, 3};
+  uint8_t out[2];
+  ASSERT_EQ(FlushHuffmanBits(writer, out), 1u);
+  EXPECT_EQ(out[0], 0xBF);
+  writer = {0x7F, 7};
+  ASSERT_EQ(FlushHuffmanBits(writer, out), 2u);
+  EXPECT_EQ(out[0], 0xFF);
+  EXPECT_EQ(out[1], 0x00);
+  EXPECT_EQ(FlushHuffmanBits(writer, out), 0u);
+}
