@@ -1,0 +1,324 @@
+#include "MediaProcessing/Image/BaseOverlayTransformation.h"
+
+#include <algorithm>
+#include <cmath>
+#include <vector>
+
+#include "Common/Error/Error.h"
+#include "MediaProcessing/Image/ImageCrop.h"
+#include "MediaProcessing/Image/ImageFlip.h"
+#include "MediaProcessing/Image/ImageRotate90Right.h"
+#include "MediaProcessing/Image/OverlayResample.h"
+
+namespace NmMediaProcessing {
+
+using NmError::CmIntegrityError;
+using NmError::CmIntegrityErrorCode;
+
+namespace {
+
+// Rounding of all overlay geometry: add one half and truncate.
+double RoundHalfUp(double value) { return std::floor(value + 0.5); }
+
+uint64_t ToSize(double value) {
+  if (!(value > 0.0)) {
+    return 0;
+  }
+  return value >= 4294967295.0 ? 4294967295ULL : static_cast<uint64_t>(value);
+}
+
+void Exchange(int& value) {
+  if (value != 1) {
+    value = 2 - value;
+  }
+}
+
+// Turns and mirrors a copy of the overlay until its orientation is the
+// target's. The turn comes first; the mirrors that remain are found by trying
+// them, since each operation records exactly what it did to the orientation.
+void TurnToOrientation(const CmImage& overlay, const Orientation& target, CmImage& result) {
+  result = overlay;
+  if (result.GetAttributes().orientation == target) {
+    return;
+  }
+  if (result.GetAttributes().orientation.GetNormalForm().rotation !=
+      target.GetNormalForm().rotation) {
+    CmImageRotate90Right().Execute(result);
+    if (result.GetAttributes().orientation == target) {
+      return;
+    }
+  }
+  CmImage vertical;
+  CmImageFlipVertically().Execute(result, vertical);
+  if (vertical.GetAttributes().orientation == target) {
+    result = vertical;
+    return;
+  }
+  CmImage horizontal;
+  CmImageFlipHorizontally().Execute(result, horizontal);
+  if (horizontal.GetAttributes().orientation == target) {
+    result = horizontal;
+    return;
+  }
+  CmImageFlipHorizontally().Execute(vertical, result);
+}
+
+} // namespace
+
+CmBaseOverlayTransformation::CmBaseOverlayTransformation(const CmOverlayParameters& parameters)
+    : m_Parameters(parameters) {
+  const uint32_t flags = parameters.flags;
+  if ((flags & OverlayScale) != 0 && !(parameters.scale > 0.0)) {
+    throw CmIntegrityError(VZK_LOCATION, "Scaling factor must be positive if scaling is enabled",
+                           CmIntegrityErrorCode::InvalidArgument);
+  }
+  if ((flags & OverlayLeft) != 0 && (flags & OverlayRight) != 0) {
+    throw CmIntegrityError(VZK_LOCATION, "Overlay cannot be both left- and right-aligned",
+                           CmIntegrityErrorCode::InvalidArgument);
+  }
+  if ((flags & OverlayTop) != 0 && (flags & OverlayBottom) != 0) {
+    throw CmIntegrityError(VZK_LOCATION, "Overlay cannot be both top- and bottom-aligned",
+                           CmIntegrityErrorCode::InvalidArgument);
+  }
+  if (parameters.x == -1.0 && parameters.y == -1.0) {
+    return;
+  }
+  if ((flags & OverlayLeft) == 0 || (flags & OverlayTop) == 0) {
+    throw CmIntegrityError(VZK_LOCATION,
+                           "Exact positioning of overlay requires top and left flags to be set",
+                           CmIntegrityErrorCode::InvalidArgument);
+  }
+  if ((flags & OverlayScale) != 0) {
+    throw CmIntegrityError(VZK_LOCATION, "Exact positioned overlays cannot be scaled",
+                           CmIntegrityErrorCode::InvalidArgument);
+  }
+  // NaN or infinite fractions would make every later position meaningless.
+  if (!std::isfinite(parameters.x) || !std::isfinite(parameters.y)) {
+    throw CmIntegrityError(VZK_LOCATION, "Exact overlay position must be a finite fraction",
+                           CmIntegrityErrorCode::InvalidArgument);
+  }
+}
+
+void CmBaseOverlayTransformation::GetActualOverlaySize(const CmImage& image,
+                                                       const CmImage& overlay, bool clipToImage,
+                                                       uint64_t& width, uint64_t& height) const {
+  double ow = static_cast<double>(overlay.GetWidth());
+  double oh = static_cast<double>(overlay.GetHeight());
+  double a = overlay.GetAttributes().aspectRatio;
+  Orientation orientation = overlay.GetAttributes().orientation;
+  orientation.AddRotation(image.GetAttributes().orientation.rotation % 4);
+  const bool swapped = orientation.rotation % 2 == 1;
+  if (swapped) {
+    std::swap(ow, oh);
+    a = 1.0 / a;
+  }
+  double iw = static_cast<double>(image.GetWidth());
+  double ih = static_cast<double>(image.GetHeight());
+  if (iw == 0 || ih == 0 || ow == 0 || oh == 0) {
+    throw CmIntegrityError(VZK_LOCATION, "Invalid image for overlay",
+                           CmIntegrityErrorCode::InvalidArgument);
+  }
+  const uint32_t flags = m_Parameters.flags;
+  const double scale = m_Parameters.scale;
+  double w = 0;
+  double h = 0;
+  if ((flags & OverlayPixelExact) != 0) {
+    if ((flags & OverlayScale) == 0) {
+      w = ow;
+      h = oh;
+    } else {
+      w = RoundHalfUp(iw * scale);
+      h = RoundHalfUp(ih * scale);
+    }
+  } else {
+    a /= image.GetAttributes().aspectRatio;
+    if (!std::isfinite(a) || !(a > 0.0)) {
+      throw CmIntegrityError(VZK_LOCATION, "Invalid image for overlay",
+                             CmIntegrityErrorCode::InvalidArgument);
+    }
+    if ((flags & OverlayScale) != 0) {
+      if (ow * ow * ih * a * a > oh * oh * iw) {
+        w = RoundHalfUp(iw * scale);
+        h = RoundHalfUp(iw * oh * scale / (ow * a));
+      } else {
+        h = RoundHalfUp(ih * scale);
+        w = RoundHalfUp(ih * ow * a * scale / oh);
+      }
+    } else if (a > 1.0) {
+      w = RoundHalfUp(ow * a);
+      h = oh;
+    } else {
+      w = ow;
+      h = RoundHalfUp(oh / a);
+    }
+  }
+  if (clipToImage) {
+    if (m_Parameters.x != -1.0) {
+      double x = m_Parameters.x;
+      double y = m_Parameters.y;
+      if (swapped) {
+        std::swap(x, y);
+      }
+      iw = std::min(iw, RoundHalfUp((1.0 - x) * iw));
+      ih = std::min(ih, RoundHalfUp((1.0 - y) * ih));
+    }
+    w = std::min(w, iw);
+    h = std::min(h, ih);
+  }
+  width = std::max<uint64_t>(1, ToSize(w));
+  height = std::max<uint64_t>(1, ToSize(h));
+}
+
+bool CmBaseOverlayTransformation::IsOverlayMatching(const CmImage& image, const CmImage& overlay,
+                                                    const CmImage& cached) const {
+  if (image.GetAttributes().interlacing != Progressive) {
+    throw CmIntegrityError(VZK_LOCATION, "Overlays cannot be placed on interlaced images",
+                           CmIntegrityErrorCode::InvalidArgument);
+  }
+  if (!cached.IsValid()) {
+    return false;
+  }
+  if (cached.GetAttributes().orientation != image.GetAttributes().orientation) {
+    return false;
+  }
+  uint64_t w = 0;
+  uint64_t h = 0;
+  GetActualOverlaySize(image, overlay, true, w, h);
+  if (w == 0 || h == 0 || w != cached.GetWidth() || h != cached.GetHeight()) {
+    return false;
+  }
+  if ((m_Parameters.flags & OverlayPixelExact) != 0) {
+    return true;
+  }
+  // The aspect ratios agree when they differ by less than one pixel's worth.
+  const double ia = image.GetAttributes().aspectRatio;
+  const double ca = cached.GetAttributes().aspectRatio;
+  const double dw = static_cast<double>(w);
+  const double dh = static_cast<double>(h);
+  if (ia > ca) {
+    if (w > 1 && ia > dw * ca / (dw - 1)) {
+      return false;
+    }
+    if (ia > (dh + 1) * ca / dh) {
+      return false;
+    }
+  } else {
+    if (dw * ca / (dw + 1) > ia) {
+      return false;
+    }
+    if ((dh - 1) * ca / dh > ia) {
+      return false;
+    }
+  }
+  return true;
+}
+
+void CmBaseOverlayTransformation::GetStoredAlignment(const Orientation& imageOrientation,
+                                                     int& horizontal, int& vertical) const {
+  const uint32_t flags = m_Parameters.flags;
+  horizontal = (flags & OverlayLeft) != 0 ? 0 : ((flags & OverlayRight) != 0 ? 2 : 1);
+  vertical = (flags & OverlayTop) != 0 ? 0 : ((flags & OverlayBottom) != 0 ? 2 : 1);
+  // The flags speak of what a viewer sees; carry them to the stored pixels.
+  const Orientation orientation = imageOrientation.GetNormalForm();
+  if (orientation.flippedHorizontally) {
+    Exchange(horizontal);
+  }
+  if (orientation.flippedVertically) {
+    Exchange(vertical);
+  }
+  if (orientation.rotation == 1) {
+    std::swap(horizontal, vertical);
+    Exchange(horizontal);
+  }
+}
+
+SmOverlayRectangle CmBaseOverlayTransformation::Position(uint64_t iw, uint64_t ih,
+                                                         const Orientation& imageOrientation,
+                                                         uint64_t ow, uint64_t oh) const {
+  SmOverlayRectangle rectangle;
+  rectangle.width = std::min(ow, iw);
+  rectangle.height = std::min(oh, ih);
+  if (m_Parameters.x == -1.0 && m_Parameters.y == -1.0) {
+    int h = 1;
+    int v = 1;
+    GetStoredAlignment(imageOrientation, h, v);
+    if (ow < iw) {
+      rectangle.x = h == 0 ? 0 : (h == 1 ? (iw - ow) / 2 : iw - ow);
+    }
+    if (oh < ih) {
+      rectangle.y = v == 0 ? 0 : (v == 1 ? (ih - oh) / 2 : ih - oh);
+    }
+    return rectangle;
+  }
+  const Orientation orientation = imageOrientation.GetNormalForm();
+  const double dw = static_cast<double>(iw);
+  const double dh = static_cast<double>(ih);
+  double fx = m_Parameters.x;
+  double fy = m_Parameters.y;
+  if (orientation.flippedVertically) {
+    fy = 1.0 - fy - static_cast<double>(oh) / dh;
+  }
+  if (orientation.flippedHorizontally) {
+    fx = 1.0 - fx - static_cast<double>(ow) / dw;
+  }
+  if (orientation.rotation == 1) {
+    const double oldX = fx;
+    fx = 1.0 - fy - static_cast<double>(oh) / dh;
+    fy = oldX;
+  }
+  // Rounding both the position and the clipped size may overshoot by a pixel;
+  // the rectangle is kept inside the image rather than refused.
+  const double x = std::clamp(RoundHalfUp(dw * fx), 0.0, static_cast<double>(iw - rectangle.width));
+  const double y =
+      std::clamp(RoundHalfUp(dh * fy), 0.0, static_cast<double>(ih - rectangle.height));
+  rectangle.x = static_cast<uint64_t>(x);
+  rectangle.y = static_cast<uint64_t>(y);
+  return rectangle;
+}
+
+void CmBaseOverlayTransformation::PrepareOverlay(CmImage& result, const CmImage& image,
+                                                 const CmImage& overlay,
+                                                 uint32_t resizeMode) const {
+  CmImage temporary;
+  TurnToOrientation(overlay, image.GetAttributes().orientation, temporary);
+  uint64_t w = 0;
+  uint64_t h = 0;
+  GetActualOverlaySize(image, temporary, false, w, h);
+  if (resizeMode != 0) {
+    // Smooth resampling would invent colours between the key and the
+    // picture; only the exact nearest-neighbour path exists for overlays.
+    throw CmIntegrityError(VZK_LOCATION, "Only fast overlay resizing is available",
+                           CmIntegrityErrorCode::NotImplemented);
+  }
+  ResizeOverlayNearest(temporary, w, h, result);
+  uint64_t visibleWidth = 0;
+  uint64_t visibleHeight = 0;
+  GetActualOverlaySize(image, temporary, true, visibleWidth, visibleHeight);
+  if (visibleWidth == result.GetWidth() && visibleHeight == result.GetHeight()) {
+    return;
+  }
+  visibleWidth = std::min(visibleWidth, result.GetWidth());
+  visibleHeight = std::min(visibleHeight, result.GetHeight());
+  // The part that stays is the one at the aligned edge: a right-aligned
+  // overlay loses its left columns.
+  int horizontal = 1;
+  int vertical = 1;
+  GetStoredAlignment(image.GetAttributes().orientation, horizontal, vertical);
+  const uint64_t spareX = result.GetWidth() - visibleWidth;
+  const uint64_t spareY = result.GetHeight() - visibleHeight;
+  const uint64_t x = horizontal == 0 ? 0 : (horizontal == 1 ? spareX / 2 : spareX);
+  const uint64_t y = vertical == 0 ? 0 : (vertical == 1 ? spareY / 2 : spareY);
+  CmImageCrop(x, y, visibleWidth, visibleHeight).Execute(result);
+}
+
+ImImageMemoryAllocation& CmBaseOverlayTransformation::CmOverlayPlacement::PlaceOn(CmImage& target) {
+  m_Placed = std::make_unique<CmStaticImageAllocator>(target.Allocator());
+  m_Placed->Allocate(target.GetWidth(), target.GetHeight(), target.GetColorFormat(), 0);
+  const SmOverlayRectangle rectangle =
+      m_Owner.Position(target.GetWidth(), target.GetHeight(), target.GetAttributes().orientation,
+                       m_Overlay.GetWidth(), m_Overlay.GetHeight());
+  m_Placed->Crop(rectangle.x, rectangle.y, rectangle.width, rectangle.height);
+  return *m_Placed;
+}
+
+} // namespace NmMediaProcessing

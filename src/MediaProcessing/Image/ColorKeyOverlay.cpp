@@ -1,0 +1,176 @@
+#include "MediaProcessing/Image/ColorKeyOverlay.h"
+
+#include "Codecs/Primitives/PlaneCopy.h"
+#include "Common/Error/Error.h"
+#include "MediaProcessing/Image/ImageBufferHelpers.h"
+#include "MediaProcessing/Image/ImageColorFormatConvert.h"
+#include "MediaProcessing/Image/OverlayResample.h"
+
+namespace NmMediaProcessing {
+
+using NmError::CmIntegrityError;
+using NmError::CmIntegrityErrorCode;
+namespace Helpers = CmImageBufferHelpers;
+
+namespace {
+bool IsSubsampled(ColorFormat format) {
+  return format == YCbCr420_Planar || format == YCbCr422_Planar;
+}
+bool IsPackedRGB(ColorFormat format) {
+  return format == RGB24 || format == BGR24 || format == RGB32 || format == BGR32 ||
+         format == RGBA || format == BGRA;
+}
+bool IsBlueFirst(ColorFormat format) {
+  return format == BGR24 || format == BGR32 || format == BGRA;
+}
+} // namespace
+
+CmColorKeyOverlay::CmColorKeyOverlay(const CmImage& overlay,
+                                     const CmOverlayParameters& parameters, uint8_t key0,
+                                     uint8_t key1, uint8_t key2, uint8_t key3)
+    : CmBaseOverlayTransformation(parameters), m_Overlay(overlay), m_Key{key0, key1, key2, key3} {
+  if (!m_Overlay.IsValid()) {
+    throw CmIntegrityError(VZK_LOCATION, "Invalid overlay image",
+                           CmIntegrityErrorCode::InvalidArgument);
+  }
+  // The fourth byte of a 32-bit pixel is unlabelled; calling it alpha and
+  // taking the first pixel's value into the key lets the key match all four.
+  const ColorFormat format = m_Overlay.GetColorFormat();
+  if (format == RGB32 || format == BGR32) {
+    m_Overlay.Allocator().ReinterpretFormat(format == RGB32 ? RGBA : BGRA);
+    m_Key[3] = m_Overlay.Allocator().GetPlane(0).data[3];
+  }
+}
+
+CmColorKeyOverlay::CmColorKeyOverlay(const CmColorKeyOverlay& other)
+    : CmBaseOverlayTransformation(other), m_Overlay(other.m_Overlay),
+      m_Key{other.m_Key[0], other.m_Key[1], other.m_Key[2], other.m_Key[3]} {}
+
+void CmColorKeyOverlay::UpdateScaledOverlay(const CmImage& image) {
+  if (m_ScaledOverlay.IsValid() && m_ScaledOverlay.GetColorFormat() == image.GetColorFormat() &&
+      IsOverlayMatching(image, m_Overlay, m_ScaledOverlay)) {
+    return;
+  }
+  m_ScaledOverlay.Reset();
+  CmImage prepared;
+  PrepareOverlay(prepared, image, m_Overlay, 0);
+  const ColorFormat target = image.GetColorFormat();
+  CmImage converted;
+  CmImageColorFormatConvert(target).Execute(prepared, converted);
+  if (!converted.IsValid()) {
+    throw CmIntegrityError(VZK_LOCATION, "Invalid image during overlay update",
+                           CmIntegrityErrorCode::InvalidPointer);
+  }
+  if (target == RGB32 || target == BGR32) {
+    const ImImageMemoryAllocation::CmWriteablePlane plane = converted.Allocator().GetWriteablePlane(0);
+    NmPrimitives::SetChannel4(m_Key[3], 3, plane.data, plane.rowStride, plane.width, plane.height);
+  }
+  m_ScaledOverlay = converted;
+}
+
+void CmColorKeyOverlay::UpdateMask(const CmImage& image) {
+  const ColorFormat format = image.GetColorFormat();
+  const bool subsampled = IsSubsampled(format);
+  const ColorFormat maskFormat = subsampled ? format : Gray;
+  if (m_Mask.IsValid() && m_Mask.GetColorFormat() == maskFormat &&
+      IsOverlayMatching(image, m_Overlay, m_Mask)) {
+    return;
+  }
+  m_Mask.Reset();
+  const ImImageMemoryAllocation& overlay = m_Overlay.Allocator();
+  CmImage mask;
+  mask.Allocate(m_Overlay.GetWidth(), m_Overlay.GetHeight(), Gray);
+  mask.CopyAttributes(m_Overlay);
+  mask.GetAttributes().subColorFormat = SubColorFormatPlainGray;
+  const ImImageMemoryAllocation::CmWriteablePlane maskPlane = mask.Allocator().GetWriteablePlane(0);
+  Helpers::Compare(overlay.GetPlane(0), m_Key[0], m_Key[1], m_Key[2], m_Key[3],
+                   Helpers::CompareEqual, maskPlane);
+  // A planar picture shows the key only where all its planes agree with it.
+  for (uint64_t p = 1; p < overlay.GetPlaneCount(); ++p) {
+    const ImImageMemoryAllocation::CmPlane chroma = overlay.GetPlane(p);
+    CmImage matches;
+    matches.Allocate(chroma.width, chroma.height, Gray);
+    Helpers::Compare(chroma, m_Key[1], m_Key[1], m_Key[1], m_Key[1], Helpers::CompareEqual,
+                     matches.Allocator().GetWriteablePlane(0));
+    if (chroma.width != maskPlane.width || chroma.height != maskPlane.height) {
+      CmImage enlarged;
+      ResizeOverlayNearest(matches, maskPlane.width, maskPlane.height, enlarged);
+      matches = enlarged;
+    }
+    Helpers::BitwiseAndPlaneContents(matches.Allocator().GetPlane(0), maskPlane);
+  }
+  Helpers::BitwiseNotPlaneContents(maskPlane);
+
+  CmImage prepared;
+  PrepareOverlay(prepared, image, mask, 0);
+  if (subsampled) {
+    CmImage planar;
+    planar.Allocate(prepared.GetWidth(), prepared.GetHeight(), format);
+    planar.CopyAttributes(prepared);
+    ImImageMemoryAllocation& planes = planar.Allocator();
+    Helpers::CopyPlaneContents(prepared.Allocator().GetPlane(0), planes.GetWriteablePlane(0));
+    ResizePlaneNearest(planes.GetPlane(0), planes.GetWriteablePlane(1));
+    Helpers::CopyPlaneContents(planes.GetPlane(1), planes.GetWriteablePlane(2));
+    prepared = planar;
+  }
+  if (!prepared.IsValid()) {
+    throw CmIntegrityError(VZK_LOCATION, "Invalid image during overlay mask update",
+                           CmIntegrityErrorCode::InvalidPointer);
+  }
+  m_Mask = prepared;
+}
+
+bool CmColorKeyOverlay::CanUseKeyDirectly(const CmImage& source) const {
+  // The key primitive compares the converted picture with the key, so the
+  // key has to mean the same bytes in both formats.
+  const ColorFormat from = m_Overlay.GetColorFormat();
+  const ColorFormat to = source.GetColorFormat();
+  if (source.Allocator().GetPlaneCount() != 1 || m_Overlay.Allocator().GetPlaneCount() != 1) {
+    return false;
+  }
+  if (m_ScaledOverlay.GetWidth() != source.GetWidth() ||
+      m_ScaledOverlay.GetHeight() != source.GetHeight()) {
+    return false;
+  }
+  if (from == to) {
+    return true;
+  }
+  return IsPackedRGB(from) && IsPackedRGB(to);
+}
+
+void CmColorKeyOverlay::Execute(const CmImage& source, CmImage& destination) {
+  if (!source.IsValid()) {
+    throw CmIntegrityError(VZK_LOCATION, "No valid source image data",
+                           CmIntegrityErrorCode::InvalidPointer);
+  }
+  UpdateScaledOverlay(source);
+  if (CanUseKeyDirectly(source)) {
+    uint8_t key[4] = {m_Key[0], m_Key[1], m_Key[2], m_Key[3]};
+    if (IsBlueFirst(m_Overlay.GetColorFormat()) != IsBlueFirst(source.GetColorFormat())) {
+      std::swap(key[0], key[2]);
+    }
+    const ColorFormat format = source.GetColorFormat();
+    if (format == RGB24 || format == BGR24) {
+      key[3] = 0; // three-byte pixels have no fourth byte to compare
+    }
+    CmImage result;
+    result.Allocate(source.GetWidth(), source.GetHeight(), format);
+    Helpers::ColorKeyOverlay(m_ScaledOverlay.Allocator().GetPlane(0), key[0], key[1], key[2],
+                             key[3], source.Allocator().GetPlane(0),
+                             result.Allocator().GetWriteablePlane(0));
+    result.CopyAttributes(source);
+    destination = result;
+    return;
+  }
+  UpdateMask(source);
+  if (&source != &destination) {
+    destination = source;
+  }
+  CmOverlayPlacement placement(*this, m_ScaledOverlay);
+  ImImageMemoryAllocation& placed = placement.PlaceOn(destination);
+  Helpers::CopyAllocatorMasked(m_ScaledOverlay.Allocator(), placed, m_Mask.Allocator());
+}
+
+void CmColorKeyOverlay::Execute(CmImage& image) { Execute(image, image); }
+
+} // namespace NmMediaProcessing

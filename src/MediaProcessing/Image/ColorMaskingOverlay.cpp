@@ -1,0 +1,184 @@
+#include "MediaProcessing/Image/ColorMaskingOverlay.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "Common/Error/Error.h"
+#include "MediaProcessing/Image/ImageBufferHelpers.h"
+#include "MediaProcessing/Image/OverlayResample.h"
+
+namespace NmMediaProcessing {
+
+using NmError::CmIntegrityError;
+using NmError::CmIntegrityErrorCode;
+namespace Helpers = CmImageBufferHelpers;
+
+namespace {
+
+uint8_t ClampToByte(double value) {
+  return static_cast<uint8_t>(std::clamp(std::floor(value + 0.5), 0.0, 255.0));
+}
+
+CmOverlayParameters PixelExactParameters() {
+  CmOverlayParameters parameters;
+  parameters.flags = OverlayPixelExact;
+  return parameters;
+}
+
+} // namespace
+
+SmMaskColor ConvertMaskColor(uint8_t red, uint8_t green, uint8_t blue, ColorFormat format,
+                             SubColorFormat subColorFormat) {
+  SmMaskColor color;
+  const double r = red;
+  const double g = green;
+  const double b = blue;
+  switch (format) {
+  case RGB24:
+  case RGB32:
+  case RGBA:
+    color.sample[0] = red;
+    color.sample[1] = green;
+    color.sample[2] = blue;
+    return color;
+  case BGR24:
+  case BGR32:
+  case BGRA:
+    color.sample[0] = blue;
+    color.sample[1] = green;
+    color.sample[2] = red;
+    return color;
+  default:
+    break;
+  }
+  if (subColorFormat == SubColorFormatVideoRange) {
+    // ITU-R BT.601 with luma in 16..235 and chroma in 16..240.
+    color.sample[0] = ClampToByte(16.0 + (65.481 * r + 128.553 * g + 24.966 * b) / 255.0);
+    color.sample[1] = ClampToByte(128.0 + (-37.797 * r - 74.203 * g + 112.0 * b) / 255.0);
+    color.sample[2] = ClampToByte(128.0 + (112.0 * r - 93.786 * g - 18.214 * b) / 255.0);
+  } else {
+    // JFIF, which is BT.601 over the full byte range.
+    color.sample[0] = ClampToByte(0.299 * r + 0.587 * g + 0.114 * b);
+    color.sample[1] = ClampToByte(128.0 - 0.168736 * r - 0.331264 * g + 0.5 * b);
+    color.sample[2] = ClampToByte(128.0 + 0.5 * r - 0.418688 * g - 0.081312 * b);
+  }
+  return color;
+}
+
+CmColorMaskingOverlay::CmColorMaskingOverlay(const ImMaskRepository& repository, uint8_t red,
+                                             uint8_t green, uint8_t blue)
+    : CmBaseOverlayTransformation(PixelExactParameters()), m_Repository(repository.Clone()),
+      m_Red(red), m_Green(green), m_Blue(blue) {}
+
+CmColorMaskingOverlay::CmColorMaskingOverlay(const CmColorMaskingOverlay& other)
+    : CmBaseOverlayTransformation(PixelExactParameters()),
+      m_Repository(other.m_Repository->Clone()), m_Red(other.m_Red), m_Green(other.m_Green),
+      m_Blue(other.m_Blue) {}
+
+bool CmColorMaskingOverlay::NeedsUpdate(const CmImage& image) {
+  // With scaling on, a pixel-exact overlay must be the image's own size, which
+  // is what a mask has to be.
+  m_Parameters.flags |= OverlayScale;
+  bool matching = false;
+  try {
+    matching = IsOverlayMatching(image, m_LumaMask, m_LumaMask);
+  } catch (...) {
+    m_Parameters.flags &= ~static_cast<uint32_t>(OverlayScale);
+    throw;
+  }
+  m_Parameters.flags &= ~static_cast<uint32_t>(OverlayScale);
+  return !matching || m_ColorFormatCurrent != image.GetColorFormat() ||
+         m_LastSubColorFormat != image.GetAttributes().subColorFormat;
+}
+
+void CmColorMaskingOverlay::UpdateColor(const CmImage& image) {
+  const SubColorFormat sub = image.GetAttributes().subColorFormat;
+  m_ColorCurrent = ConvertMaskColor(m_Red, m_Green, m_Blue, image.GetColorFormat(), sub);
+  m_ColorFormatCurrent = image.GetColorFormat();
+  m_LastSubColorFormat = sub;
+}
+
+void CmColorMaskingOverlay::UpdateMasks(const CmImage& image) {
+  const uint64_t width = image.GetWidth();
+  const uint64_t height = image.GetHeight();
+  CmImage luma;
+  m_Definition->CreateMaskImage(width, height, luma);
+  CmImage chroma;
+  const ColorFormat format = image.GetColorFormat();
+  if (format == YCbCr420_Planar || format == YCbCr422_Planar) {
+    const SmPlaneSize chromaSize = GetPlaneSize(format, 1, width, height);
+    m_Definition->CreateMaskImage(chromaSize.width, chromaSize.height, chroma);
+    // A chroma sample colours every luma pixel that it covers. So the luma
+    // mask takes in each hidden chroma sample's whole footprint, and a chroma
+    // sample is hidden as soon as one of its luma pixels is: no colour of a
+    // hidden pixel can bleed into a visible one through shared chroma.
+    const uint64_t rowFactor = format == YCbCr420_Planar ? 2 : 1;
+    CmImage expanded;
+    expanded.Allocate(chromaSize.width * 2, chromaSize.height * rowFactor, Gray);
+    const ImImageMemoryAllocation::CmWriteablePlane e = expanded.Allocator().GetWriteablePlane(0);
+    ResizePlaneNearest(chroma.Allocator().GetPlane(0), e);
+    ImImageMemoryAllocation::CmWriteablePlane covered = e;
+    covered.Crop(0, 0, width, height);
+    const ImImageMemoryAllocation::CmWriteablePlane m = luma.Allocator().GetWriteablePlane(0);
+    Helpers::BitwiseOrPlaneContents(m, covered);
+    Helpers::CopyPlaneContents(covered, m);
+    const ImImageMemoryAllocation::CmWriteablePlane c = chroma.Allocator().GetWriteablePlane(0);
+    for (uint64_t y = 0; y < c.height; ++y) {
+      uint8_t* out = c.data + y * c.rowStride;
+      for (uint64_t x = 0; x < c.width; ++x) {
+        uint8_t any = 0;
+        for (uint64_t dy = 0; dy < rowFactor; ++dy) {
+          const uint8_t* in = e.data + (y * rowFactor + dy) * e.rowStride + 2 * x;
+          any |= static_cast<uint8_t>(in[0] | in[1]);
+        }
+        out[x] = any != 0 ? 255 : 0;
+      }
+    }
+  }
+  // The masks are stored like the image, so that they lie on it unturned.
+  luma.GetAttributes().orientation = image.GetAttributes().orientation;
+  luma.GetAttributes().aspectRatio = image.GetAttributes().aspectRatio;
+  PrepareOverlay(m_LumaMask, image, luma, 0);
+  if (chroma.IsValid()) {
+    chroma.GetAttributes().orientation = image.GetAttributes().orientation;
+    chroma.GetAttributes().aspectRatio = image.GetAttributes().aspectRatio;
+    PrepareOverlay(m_ChromaMask, image, chroma, 0);
+  }
+}
+
+void CmColorMaskingOverlay::Execute(CmImage& image) {
+  if (!image.IsValid()) {
+    throw CmIntegrityError(VZK_LOCATION, "No valid source image data",
+                           CmIntegrityErrorCode::InvalidPointer);
+  }
+  if (m_Repository->GetMaskAt(image.GetAttributes().timeStamp, false, m_Definition,
+                              m_ValidSpan)) {
+    m_LumaMask.Reset();
+    m_ChromaMask.Reset();
+  }
+  if (m_Definition == nullptr || m_Definition->IsEmpty()) {
+    return;
+  }
+  if (NeedsUpdate(image)) {
+    m_LumaMask.Reset();
+    m_ChromaMask.Reset();
+    UpdateMasks(image);
+    UpdateColor(image);
+  }
+  const SmMaskColor& color = m_ColorCurrent;
+  ImImageMemoryAllocation& planes = image.Allocator();
+  Helpers::SetMaskedPlanePixels(color.sample[0], color.sample[1], color.sample[2], 255,
+                                m_LumaMask.Allocator().GetPlane(0), planes.GetWriteablePlane(0));
+  if (planes.GetPlaneCount() >= 3) {
+    const ColorFormat format = image.GetColorFormat();
+    const CmImage& chromaMask =
+        (format == YCbCr420_Planar || format == YCbCr422_Planar) ? m_ChromaMask : m_LumaMask;
+    const ImImageMemoryAllocation::CmPlane mask = chromaMask.Allocator().GetPlane(0);
+    Helpers::SetMaskedPlanePixels(color.sample[1], color.sample[1], color.sample[1], 255, mask,
+                                  planes.GetWriteablePlane(1));
+    Helpers::SetMaskedPlanePixels(color.sample[2], color.sample[2], color.sample[2], 255, mask,
+                                  planes.GetWriteablePlane(2));
+  }
+}
+
+} // namespace NmMediaProcessing
