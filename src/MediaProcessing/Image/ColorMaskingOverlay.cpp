@@ -108,32 +108,33 @@ void CmColorMaskingOverlay::UpdateMasks(const CmImage& image) {
   if (format == YCbCr420_Planar || format == YCbCr422_Planar) {
     const SmPlaneSize chromaSize = GetPlaneSize(format, 1, width, height);
     m_Definition->CreateMaskImage(chromaSize.width, chromaSize.height, chroma);
-    // A chroma sample colours every luma pixel that it covers. So the luma
-    // mask takes in each hidden chroma sample's whole footprint, and a chroma
-    // sample is hidden as soon as one of its luma pixels is: no colour of a
-    // hidden pixel can bleed into a visible one through shared chroma.
+    // A chroma sample colours every luma pixel that it covers. So a chroma
+    // sample is hidden as soon as one of its luma pixels is, and the luma
+    // mask then takes in the whole footprint of every hidden chroma sample:
+    // no colour of a hidden pixel can bleed into a visible one through
+    // shared chroma, and no mask colour shows on a visible pixel.
     const uint64_t rowFactor = format == YCbCr420_Planar ? 2 : 1;
-    CmImage expanded;
-    expanded.Allocate(chromaSize.width * 2, chromaSize.height * rowFactor, Gray);
-    const ImImageMemoryAllocation::CmWriteablePlane e = expanded.Allocator().GetWriteablePlane(0);
-    ResizePlaneNearest(chroma.Allocator().GetPlane(0), e);
-    ImImageMemoryAllocation::CmWriteablePlane covered = e;
-    covered.Crop(0, 0, width, height);
     const ImImageMemoryAllocation::CmWriteablePlane m = luma.Allocator().GetWriteablePlane(0);
-    Helpers::BitwiseOrPlaneContents(m, covered);
-    Helpers::CopyPlaneContents(covered, m);
     const ImImageMemoryAllocation::CmWriteablePlane c = chroma.Allocator().GetWriteablePlane(0);
     for (uint64_t y = 0; y < c.height; ++y) {
       uint8_t* out = c.data + y * c.rowStride;
       for (uint64_t x = 0; x < c.width; ++x) {
-        uint8_t any = 0;
-        for (uint64_t dy = 0; dy < rowFactor; ++dy) {
-          const uint8_t* in = e.data + (y * rowFactor + dy) * e.rowStride + 2 * x;
-          any |= static_cast<uint8_t>(in[0] | in[1]);
+        uint8_t any = out[x];
+        for (uint64_t ly = y * rowFactor; ly < (y + 1) * rowFactor && ly < height; ++ly) {
+          const uint8_t* in = m.data + ly * m.rowStride;
+          for (uint64_t lx = 2 * x; lx < 2 * x + 2 && lx < width; ++lx) {
+            any |= in[lx];
+          }
         }
         out[x] = any != 0 ? 255 : 0;
       }
     }
+    CmImage expanded;
+    expanded.Allocate(chromaSize.width * 2, chromaSize.height * rowFactor, Gray);
+    ImImageMemoryAllocation::CmWriteablePlane footprint = expanded.Allocator().GetWriteablePlane(0);
+    ResizePlaneNearest(c, footprint);
+    footprint.Crop(0, 0, width, height);
+    Helpers::CopyPlaneContents(footprint, m);
   }
   // The masks are stored like the image, so that they lie on it unturned.
   luma.GetAttributes().orientation = image.GetAttributes().orientation;

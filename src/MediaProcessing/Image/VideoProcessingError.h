@@ -5,8 +5,9 @@
 namespace NmMediaProcessing {
 
 // Failures of a drawing device (its surface, its formats), as distinct from
-// integrity errors: callers catch this one to fall back on plain memory.
-struct CmVideoProcessingErrorTag;
-using CmVideoProcessingError = NmError::CmCodedError<CmVideoProcessingErrorTag>;
+// integrity errors: callers catch this type to fall back on plain memory.
+// The codes are those of the integrity family.
+struct CmVideoProcessingErrorCode : NmError::CmIntegrityErrorCode {};
+using CmVideoProcessingError = NmError::CmGenericError<CmVideoProcessingErrorCode>;
 
 } // namespace NmMediaProcessing

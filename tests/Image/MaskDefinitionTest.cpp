@@ -1,0 +1,245 @@
+#include <gtest/gtest.h>
+
+#include <cfenv>
+#include <string>
+
+#include "MediaProcessing/Image/MaskRepository.h"
+#include "support/ImageTestSupport.h"
+
+using namespace NmMediaProcessing;
+using NmImageTest::ExpectError;
+using NmImageTest::Sample;
+using NmTimeStamp::CmTimeStamp;
+
+namespace {
+
+bool Parses(const std::string& text) {
+  uint64_t columns = 7;
+  uint64_t rows = 7;
+  std::vector<uint8_t> grid(3, 1);
+  const bool parsed = ParseMaskGrid(text, columns, rows, grid);
+  if (!parsed) {
+    // A refused text leaves nothing half-read behind.
+    EXPECT_EQ(columns, 0u) << text;
+    EXPECT_EQ(rows, 0u) << text;
+    EXPECT_TRUE(grid.empty()) << text;
+  }
+  EXPECT_EQ(ParseMaskString(text) != nullptr, parsed) << text;
+  return parsed;
+}
+
+std::unique_ptr<ImMaskDefinition> DefinitionOf(const std::string& text) {
+  const auto repository = ParseMaskString(text);
+  EXPECT_NE(repository, nullptr) << text;
+  std::unique_ptr<ImMaskDefinition> mask;
+  CmTimeSpan span;
+  repository->GetMaskAt(CmTimeStamp::FromMilliseconds(0), false, mask, span);
+  return mask;
+}
+
+} // namespace
+
+TEST(MaskText, AcceptsExactlyTheGrammar) {
+  EXPECT_TRUE(Parses("0x0"));
+  EXPECT_TRUE(Parses("2x1;01"));
+  EXPECT_TRUE(Parses("3x2;010;101"));
+  EXPECT_TRUE(Parses("1x1;0"));
+  EXPECT_TRUE(Parses("10x1;0000000001"));
+  // Zero on one side only, leading zeros, a missing or extra row.
+  for (const char* text : {"0x1", "1x0", "1x0;", "00x1;1", "01x1;1", "1x01;1", "1x1", "0x0;",
+                           "0x00", "2x1;012", "2x1;01;", "2x1;0", "2x2;01", "2x2;01;10;"}) {
+    EXPECT_FALSE(Parses(text)) << text;
+  }
+  // Separators, case and whitespace are part of the grammar.
+  for (const char* text : {"", "x", "2", "2x", "2X1;01", "2x1:01", "2x101", "2x1;0 1", " 2x1;01",
+                           "2x1;01 ", "2 x1;01", "2x1;01\n", "+2x1;01", "-1x1;1", "2x1;0a",
+                           "2x1;;0"}) {
+    EXPECT_FALSE(Parses(text)) << text;
+  }
+  EXPECT_FALSE(Parses(std::string("2x1;0\0", 6)));
+  // Four digits at most: a fifth ends the number before the "x".
+  EXPECT_FALSE(Parses("10000x1;" + std::string(10000, '1')));
+  EXPECT_FALSE(Parses("1x10000" + std::string(10000, ';') + std::string(10000, '1')));
+  std::string wide = "9999x1;" + std::string(9999, '0');
+  wide.back() = '1';
+  EXPECT_TRUE(Parses(wide));
+  std::string tall = "1x9999";
+  for (int r = 0; r < 9999; ++r) {
+    tall += r == 4321 ? ";1" : ";0";
+  }
+  EXPECT_TRUE(Parses(tall));
+  tall.pop_back();
+  EXPECT_FALSE(Parses(tall));
+}
+
+TEST(MaskText, GridReadsRowByRowAndAllZeroIsNoMask) {
+  uint64_t columns = 0;
+  uint64_t rows = 0;
+  std::vector<uint8_t> grid;
+  ASSERT_TRUE(ParseMaskGrid("3x2;010;101", columns, rows, grid));
+  EXPECT_EQ(columns, 3u);
+  EXPECT_EQ(rows, 2u);
+  EXPECT_EQ(grid, (std::vector<uint8_t>{0, 1, 0, 1, 0, 1}));
+
+  EXPECT_TRUE(DefinitionOf("0x0")->IsEmpty());
+  const auto zeros = DefinitionOf("3x2;000;000");
+  EXPECT_TRUE(zeros->IsEmpty());
+  EXPECT_FALSE(zeros->IsMaskedAtPosition(10, 10, 5, 5));
+  EXPECT_TRUE(zeros->IsEqual(CmAllEmptyMaskDefinition()));
+  EXPECT_FALSE(DefinitionOf("3x2;000;001")->IsEmpty());
+}
+
+TEST(MaskDefinition, GridConstructorChecksInOrder) {
+  const std::string function = "NmMediaProcessing::CmGridBasedMaskDefinition::CmGridBasedMaskDefinition";
+  ExpectError([] { CmGridBasedMaskDefinition(0, 0, {1}); },
+              "Invalid mask grid dimensions (columns/rows = 0) for non-empty grid vector", 3,
+              function);
+  EXPECT_TRUE(CmGridBasedMaskDefinition(0, 0, {}).IsEmpty());
+  ExpectError([] { CmGridBasedMaskDefinition(0, 1, {1}); },
+              "Invalid mask grid dimensions (columns/rows = 0)", 3);
+  ExpectError([] { CmGridBasedMaskDefinition(1, 0, {}); },
+              "Invalid mask grid dimensions (columns/rows = 0)", 3);
+  ExpectError([] { CmGridBasedMaskDefinition(10001, 1, std::vector<uint8_t>(10001, 1)); },
+              "Invalid mask grid dimensions (larger than allowed maximum)", 3);
+  ExpectError([] { CmGridBasedMaskDefinition(1, 10001, {}); },
+              "Invalid mask grid dimensions (larger than allowed maximum)", 3);
+  ExpectError([] { CmGridBasedMaskDefinition(2, 2, {1, 1, 1}); },
+              "Mask grid dimensions do not match the grid vector size", 3);
+  EXPECT_FALSE(CmGridBasedMaskDefinition(10000, 1, std::vector<uint8_t>(10000, 1)).IsEmpty());
+}
+
+TEST(MaskDefinition, EqualityAndArgumentChecks) {
+  const CmGridBasedMaskDefinition a(2, 1, {0, 1});
+  const CmGridBasedMaskDefinition b(2, 1, {0, 1});
+  const CmGridBasedMaskDefinition c(2, 1, {1, 0});
+  const CmGridBasedMaskDefinition d(1, 2, {0, 1});
+  EXPECT_TRUE(a.IsEqual(b));
+  EXPECT_FALSE(a.IsEqual(c));
+  EXPECT_FALSE(a.IsEqual(d));
+  EXPECT_FALSE(a.IsEqual(CmAllEmptyMaskDefinition()));
+  EXPECT_TRUE(a.Clone()->IsEqual(a));
+
+  const std::string position = "NmMediaProcessing::CmMaskDefinitionBase::IsMaskedAtPosition";
+  ExpectError([&] { a.IsMaskedAtPosition(0, 1, 0, 0); },
+              "Invalid mask position dimensions (width/height = 0)", 3, position);
+  ExpectError([&] { a.IsMaskedAtPosition(4, 4, 4, 0); },
+              "Invalid mask positions (column/row outside of dimensions)", 3, position);
+  ExpectError([&] { a.IsMaskedAtPosition(4, 4, 0, 4); },
+              "Invalid mask positions (column/row outside of dimensions)", 3, position);
+  // Argument checks hold for an empty mask too.
+  ExpectError([] { CmAllEmptyMaskDefinition().IsMaskedAtPosition(2, 2, 2, 0); },
+              "Invalid mask positions (column/row outside of dimensions)", 3);
+
+  CmImage image;
+  const std::string create = "NmMediaProcessing::CmMaskDefinitionBase::CreateMaskImage";
+  ExpectError([&] { a.CreateMaskImage(0, 4, image); },
+              "Invalid mask image dimensions (width/height = 0)", 3, create);
+  ExpectError([&] { a.CreateMaskImage(4, 4, 9, 9, image); },
+              "Invalid mask indications values (must not be identical)", 3, create);
+  ExpectError([&] { CmAllEmptyMaskDefinition().CreateMaskImage(4, 4, 9, 9, image); },
+              "Invalid mask indications values (must not be identical)", 3, create);
+  CmAllEmptyMaskDefinition().CreateInverseMaskImage(3, 2, image);
+  EXPECT_EQ(image.GetColorFormat(), Gray);
+  EXPECT_EQ(image.GetAttributes().subColorFormat, SubColorFormatPlainGray);
+  EXPECT_EQ(Sample(image, 0, 2, 1), 255);
+}
+
+TEST(MaskCells, StartsAndPixelsAgreeAtEveryEdge) {
+  EXPECT_EQ(CellStart(100, 3, 0), 0u);
+  EXPECT_EQ(CellStart(100, 3, 1), 33u);
+  EXPECT_EQ(CellStart(100, 3, 2), 67u);
+  EXPECT_EQ(CellStart(100, 3, 3), 100u);
+  // Each pixel lies in the cell whose start is the last one not after it.
+  for (uint64_t pixels : {1u, 2u, 3u, 7u, 10u, 33u, 100u, 101u, 352u, 720u, 1081u}) {
+    for (uint64_t cells = 1; cells <= pixels && cells <= 97; ++cells) {
+      for (uint64_t x = 0; x < pixels; ++x) {
+        const uint64_t cell = CellOfPixel(pixels, cells, x);
+        ASSERT_LT(cell, cells);
+        ASSERT_LE(CellStart(pixels, cells, cell), x) << pixels << " " << cells << " " << x;
+        ASSERT_GT(cell + 1 == cells ? pixels : CellStart(pixels, cells, cell + 1), x)
+            << pixels << " " << cells << " " << x;
+      }
+    }
+  }
+  // The caller's rounding mode does not move an edge, and is given back.
+  std::fesetround(FE_UPWARD);
+  EXPECT_EQ(CellStart(100, 3, 1), 33u);
+  EXPECT_EQ(CellOfPixel(100, 3, 33), 1u);
+  EXPECT_EQ(std::fegetround(), FE_UPWARD);
+  std::fesetround(FE_TONEAREST);
+}
+
+TEST(MaskCells, MaskImageMatchesPositionsAtAnySize) {
+  const auto mask = DefinitionOf("5x3;10010;01001;00110");
+  // Larger, equal and smaller than the grid, odd sizes included.
+  for (uint64_t width : {1u, 2u, 4u, 5u, 7u, 31u, 64u}) {
+    for (uint64_t height : {1u, 2u, 3u, 5u, 17u}) {
+      CmImage image;
+      mask->CreateMaskImage(width, height, 200, 7, image);
+      ASSERT_EQ(image.GetWidth(), width);
+      for (uint64_t y = 0; y < height; ++y) {
+        for (uint64_t x = 0; x < width; ++x) {
+          const bool masked = mask->IsMaskedAtPosition(width, height, x, y);
+          ASSERT_EQ(Sample(image, 0, x, y), masked ? 200 : 7) << width << "x" << height;
+          if (width >= 5 && height >= 3) {
+            const uint64_t cell = 5 * CellOfPixel(height, 3, y) + CellOfPixel(width, 5, x);
+            const char grid[] = "100100100100110";
+            ASSERT_EQ(masked, grid[cell] == '1');
+          }
+        }
+      }
+    }
+  }
+  // A picture smaller than the grid lets no masked cell slip through.
+  const auto corner = DefinitionOf("2x2;00;01");
+  EXPECT_TRUE(corner->IsMaskedAtPosition(1, 1, 0, 0));
+  const auto thin = DefinitionOf("9x1;000000010");
+  EXPECT_TRUE(thin->IsMaskedAtPosition(2, 1, 1, 0));
+  EXPECT_FALSE(thin->IsMaskedAtPosition(2, 1, 0, 0));
+}
+
+TEST(MaskRepository, SingularHoldsForAllTimeAndReportsChanges) {
+  CmSingularMaskRepository repository;
+  EXPECT_TRUE(repository.IsEmpty());
+  std::unique_ptr<ImMaskDefinition> mask;
+  CmTimeSpan span;
+  const CmTimeStamp t = CmTimeStamp::FromMilliseconds(1234);
+  // Nothing held: null mask for the instant, reported once.
+  EXPECT_TRUE(repository.GetMaskAt(t, false, mask, span));
+  EXPECT_EQ(mask, nullptr);
+  EXPECT_EQ(span, (CmTimeSpan{t, t}));
+  EXPECT_FALSE(repository.GetMaskAt(t, false, mask, span));
+  // With the empty default: an empty definition for all time, reported once.
+  EXPECT_TRUE(repository.GetMaskAt(t, true, mask, span));
+  ASSERT_NE(mask, nullptr);
+  EXPECT_TRUE(mask->IsEmpty());
+  EXPECT_EQ(span, CmTimeSpan::AllTime());
+  EXPECT_FALSE(repository.GetMaskAt(t, true, mask, span));
+
+  const CmGridBasedMaskDefinition grid(2, 1, {1, 0});
+  repository.Add(grid, CmTimeSpan{t, t});
+  EXPECT_FALSE(repository.IsEmpty());
+  EXPECT_TRUE(repository.GetMaskAt(t, false, mask, span));
+  EXPECT_TRUE(mask->IsEqual(grid));
+  EXPECT_EQ(span, CmTimeSpan::AllTime());
+  EXPECT_FALSE(repository.GetMaskAt(CmTimeStamp::FromMilliseconds(-5), false, mask, span));
+  // The repository keeps its own copy, and a clone is independent.
+  const auto clone = repository.Clone();
+  repository.Add(CmGridBasedMaskDefinition(2, 1, {0, 1}), CmTimeSpan::AllTime());
+  EXPECT_TRUE(repository.GetMaskAt(t, false, mask, span));
+  EXPECT_FALSE(mask->IsEqual(grid));
+  EXPECT_TRUE(clone->GetMaskAt(t, false, mask, span));
+  EXPECT_TRUE(mask->IsEqual(grid));
+
+  const std::string add = "NmMediaProcessing::CmMaskRepositoryBase::Add";
+  const CmTimeSpan backwards{CmTimeStamp::FromMilliseconds(2), CmTimeStamp::FromMilliseconds(1)};
+  ExpectError([&] { repository.Add(grid, backwards); },
+              "Invalid time span given (end before start)", 3, add);
+  ExpectError([&] { repository.Remove(backwards); }, "Invalid time span given (end before start)",
+              3, "NmMediaProcessing::CmMaskRepositoryBase::Remove");
+  repository.Remove(CmTimeSpan{t, t});
+  EXPECT_TRUE(repository.IsEmpty());
+  repository.Clear();
+  clone->Clear();
+  EXPECT_TRUE(clone->IsEmpty());
+}
