@@ -154,9 +154,11 @@ void CmBaseOverlayTransformation::GetActualOverlaySize(const CmImage& image,
   }
   if (clipToImage) {
     if (m_Parameters.x != -1.0) {
+      // The fractions are the viewer's: on a turned image the viewer's
+      // x runs along the stored rows' direction of y.
       double x = m_Parameters.x;
       double y = m_Parameters.y;
-      if (swapped) {
+      if (image.GetAttributes().orientation.rotation % 2 == 1) {
         std::swap(x, y);
       }
       iw = std::min(iw, RoundHalfUp((1.0 - x) * iw));
@@ -214,22 +216,43 @@ bool CmBaseOverlayTransformation::IsOverlayMatching(const CmImage& image, const 
 }
 
 void CmBaseOverlayTransformation::GetStoredAlignment(const Orientation& imageOrientation,
-                                                     int& horizontal, int& vertical) const {
+                                                     SmStoredAlignment& alignment) const {
   const uint32_t flags = m_Parameters.flags;
-  horizontal = (flags & OverlayLeft) != 0 ? 0 : ((flags & OverlayRight) != 0 ? 2 : 1);
-  vertical = (flags & OverlayTop) != 0 ? 0 : ((flags & OverlayBottom) != 0 ? 2 : 1);
+  int& h = alignment.horizontal;
+  int& v = alignment.vertical;
+  h = (flags & OverlayLeft) != 0 ? 0 : ((flags & OverlayRight) != 0 ? 2 : 1);
+  v = (flags & OverlayTop) != 0 ? 0 : ((flags & OverlayBottom) != 0 ? 2 : 1);
+  alignment.horizontalReversed = false;
+  alignment.verticalReversed = false;
   // The flags speak of what a viewer sees; carry them to the stored pixels.
   const Orientation orientation = imageOrientation.GetNormalForm();
   if (orientation.flippedHorizontally) {
-    Exchange(horizontal);
+    Exchange(h);
+    alignment.horizontalReversed = true;
   }
   if (orientation.flippedVertically) {
-    Exchange(vertical);
+    Exchange(v);
+    alignment.verticalReversed = true;
   }
   if (orientation.rotation == 1) {
-    std::swap(horizontal, vertical);
-    Exchange(horizontal);
+    std::swap(h, v);
+    Exchange(h);
+    std::swap(alignment.horizontalReversed, alignment.verticalReversed);
+    alignment.horizontalReversed = !alignment.horizontalReversed;
   }
+}
+
+uint64_t CmBaseOverlayTransformation::SmStoredAlignment::Offset(int where, bool reversed,
+                                                                uint64_t spare) {
+  // Centring rounds towards the viewer's top left, which on an axis that is
+  // stored reversed is the other way round.
+  if (where == 0) {
+    return 0;
+  }
+  if (where == 2) {
+    return spare;
+  }
+  return reversed ? (spare + 1) / 2 : spare / 2;
 }
 
 SmOverlayRectangle CmBaseOverlayTransformation::Position(uint64_t iw, uint64_t ih,
@@ -239,32 +262,32 @@ SmOverlayRectangle CmBaseOverlayTransformation::Position(uint64_t iw, uint64_t i
   rectangle.width = std::min(ow, iw);
   rectangle.height = std::min(oh, ih);
   if (m_Parameters.x == -1.0 && m_Parameters.y == -1.0) {
-    int h = 1;
-    int v = 1;
-    GetStoredAlignment(imageOrientation, h, v);
+    SmStoredAlignment alignment;
+    GetStoredAlignment(imageOrientation, alignment);
     if (ow < iw) {
-      rectangle.x = h == 0 ? 0 : (h == 1 ? (iw - ow) / 2 : iw - ow);
+      rectangle.x =
+          SmStoredAlignment::Offset(alignment.horizontal, alignment.horizontalReversed, iw - ow);
     }
     if (oh < ih) {
-      rectangle.y = v == 0 ? 0 : (v == 1 ? (ih - oh) / 2 : ih - oh);
+      rectangle.y =
+          SmStoredAlignment::Offset(alignment.vertical, alignment.verticalReversed, ih - oh);
     }
     return rectangle;
   }
-  const Orientation orientation = imageOrientation.GetNormalForm();
+  // The exact fractions are the viewer's; each stored axis reads the viewer
+  // axis that it shows, counted from the other end when it runs reversed.
+  SmStoredAlignment alignment;
+  GetStoredAlignment(imageOrientation, alignment);
+  const bool turned = imageOrientation.GetNormalForm().rotation == 1;
   const double dw = static_cast<double>(iw);
   const double dh = static_cast<double>(ih);
-  double fx = m_Parameters.x;
-  double fy = m_Parameters.y;
-  if (orientation.flippedVertically) {
-    fy = 1.0 - fy - static_cast<double>(oh) / dh;
-  }
-  if (orientation.flippedHorizontally) {
+  double fx = turned ? m_Parameters.y : m_Parameters.x;
+  double fy = turned ? m_Parameters.x : m_Parameters.y;
+  if (alignment.horizontalReversed) {
     fx = 1.0 - fx - static_cast<double>(ow) / dw;
   }
-  if (orientation.rotation == 1) {
-    const double oldX = fx;
-    fx = 1.0 - fy - static_cast<double>(oh) / dh;
-    fy = oldX;
+  if (alignment.verticalReversed) {
+    fy = 1.0 - fy - static_cast<double>(oh) / dh;
   }
   // Rounding both the position and the clipped size may overshoot by a pixel;
   // the rectangle is kept inside the image rather than refused.
@@ -301,13 +324,12 @@ void CmBaseOverlayTransformation::PrepareOverlay(CmImage& result, const CmImage&
   visibleHeight = std::min(visibleHeight, result.GetHeight());
   // The part that stays is the one at the aligned edge: a right-aligned
   // overlay loses its left columns.
-  int horizontal = 1;
-  int vertical = 1;
-  GetStoredAlignment(image.GetAttributes().orientation, horizontal, vertical);
-  const uint64_t spareX = result.GetWidth() - visibleWidth;
-  const uint64_t spareY = result.GetHeight() - visibleHeight;
-  const uint64_t x = horizontal == 0 ? 0 : (horizontal == 1 ? spareX / 2 : spareX);
-  const uint64_t y = vertical == 0 ? 0 : (vertical == 1 ? spareY / 2 : spareY);
+  SmStoredAlignment alignment;
+  GetStoredAlignment(image.GetAttributes().orientation, alignment);
+  const uint64_t x = SmStoredAlignment::Offset(alignment.horizontal, alignment.horizontalReversed,
+                                               result.GetWidth() - visibleWidth);
+  const uint64_t y = SmStoredAlignment::Offset(alignment.vertical, alignment.verticalReversed,
+                                               result.GetHeight() - visibleHeight);
   CmImageCrop(x, y, visibleWidth, visibleHeight).Execute(result);
 }
 

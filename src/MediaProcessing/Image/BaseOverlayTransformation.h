@@ -105,9 +105,17 @@ protected:
     std::unique_ptr<CmStaticImageAllocator> m_Placed;
   };
 
-  // Horizontal and vertical alignment (0 start, 1 centre, 2 end) in stored
-  // pixels for a viewer's flags.
-  void GetStoredAlignment(const Orientation& orientation, int& horizontal, int& vertical) const;
+  // Alignment along the stored axes (0 start, 1 centre, 2 end) for a viewer's
+  // flags, and whether each stored axis runs against the viewer's.
+  struct SmStoredAlignment {
+    int horizontal = 1;
+    int vertical = 1;
+    bool horizontalReversed = false;
+    bool verticalReversed = false;
+    // Offset of the overlay along an axis with `spare` pixels left over.
+    static uint64_t Offset(int where, bool reversed, uint64_t spare);
+  };
+  void GetStoredAlignment(const Orientation& orientation, SmStoredAlignment& alignment) const;
 
   CmOverlayParameters m_Parameters;
 };

@@ -168,7 +168,20 @@ void CmColorKeyOverlay::Execute(const CmImage& source, CmImage& destination) {
   }
   CmOverlayPlacement placement(*this, m_ScaledOverlay);
   ImImageMemoryAllocation& placed = placement.PlaceOn(destination);
-  Helpers::CopyAllocatorMasked(m_ScaledOverlay.Allocator(), placed, m_Mask.Allocator());
+  const ImImageMemoryAllocation& overlay = m_ScaledOverlay.Allocator();
+  const ImImageMemoryAllocation& mask = m_Mask.Allocator();
+  if (mask.GetPlaneCount() > 1) {
+    Helpers::CopyAllocatorMasked(overlay, placed, mask);
+    return;
+  }
+  // One mask byte selects a whole pixel of any width; the masked copy wants
+  // the mask to be labelled with the pixel's width.
+  for (uint64_t p = 0; p < overlay.GetPlaneCount(); ++p) {
+    const ImImageMemoryAllocation::CmWriteablePlane target = placed.GetWriteablePlane(p);
+    ImImageMemoryAllocation::CmPlane selection = mask.GetPlane(0);
+    selection.bytesPerPixel = target.bytesPerPixel;
+    Helpers::CopyPlaneMasked(overlay.GetPlane(p), target, selection);
+  }
 }
 
 void CmColorKeyOverlay::Execute(CmImage& image) { Execute(image, image); }

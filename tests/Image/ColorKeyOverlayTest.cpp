@@ -1,0 +1,330 @@
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "MediaProcessing/Image/ColorKeyOverlay.h"
+#include "MediaProcessing/Image/ImageFlip.h"
+#include "MediaProcessing/Image/ImageRotate90Right.h"
+#include "support/ImageTestSupport.h"
+
+using namespace NmMediaProcessing;
+using NmImageTest::ExpectError;
+using NmImageTest::FillRandom;
+using NmImageTest::Sample;
+
+namespace {
+
+CmImage MakeImage(uint64_t width, uint64_t height, ColorFormat format, uint32_t seed) {
+  CmImage image;
+  image.Allocate(width, height, format);
+  FillRandom(image, seed);
+  image.GetAttributes().subColorFormat = format == Gray ? SubColorFormatPlainGray : NotApplicable;
+  return image;
+}
+
+CmOverlayParameters Parameters(uint32_t flags, double scale = 1.0, double x = -1.0,
+                               double y = -1.0) {
+  CmOverlayParameters parameters;
+  parameters.flags = flags;
+  parameters.scale = scale;
+  parameters.x = x;
+  parameters.y = y;
+  return parameters;
+}
+
+// The picture a viewer sees: turned and mirrored until upright.
+CmImage Upright(const CmImage& stored) {
+  for (int turns = 0; turns < 4; ++turns) {
+    CmImage turned(stored);
+    for (int t = 0; t < turns; ++t) {
+      CmImageRotate90Right().Execute(turned);
+    }
+    for (int flips = 0; flips < 4; ++flips) {
+      CmImage candidate(turned);
+      if ((flips & 1) != 0) {
+        CmImageFlipVertically().Execute(candidate);
+      }
+      if ((flips & 2) != 0) {
+        CmImageFlipHorizontally().Execute(candidate);
+      }
+      if (candidate.GetAttributes().orientation == Orientation()) {
+        return candidate;
+      }
+    }
+  }
+  ADD_FAILURE() << "no way upright";
+  return stored;
+}
+
+bool SamePixels(const CmImage& a, const CmImage& b) {
+  if (a.GetWidth() != b.GetWidth() || a.GetHeight() != b.GetHeight()) {
+    return false;
+  }
+  const auto pa = a.Allocator().GetPlane(0);
+  const auto pb = b.Allocator().GetPlane(0);
+  for (uint64_t y = 0; y < pa.height; ++y) {
+    for (uint64_t x = 0; x < pa.width * pa.bytesPerPixel; ++x) {
+      if (pa.data[y * pa.rowStride + x] != pb.data[y * pb.rowStride + x]) {
+        return false;
+      }
+    }
+  }
+  return true;
+}
+
+} // namespace
+
+TEST(OverlayParameters, ConstructorRefusesContradictions) {
+  const CmImage picture = MakeImage(4, 4, Gray, 1);
+  const auto make = [&](const CmOverlayParameters& p) { CmColorKeyOverlay(picture, p, 0, 0, 0, 0); };
+  ExpectError([&] { make(Parameters(OverlayScale | OverlayLeft | OverlayRight, 0.0)); },
+              "Scaling factor must be positive if scaling is enabled", 2);
+  ExpectError([&] { make(Parameters(OverlayScale, -1.0)); },
+              "Scaling factor must be positive if scaling is enabled", 2);
+  ExpectError([&] { make(Parameters(OverlayLeft | OverlayRight)); },
+              "Overlay cannot be both left- and right-aligned", 2);
+  ExpectError([&] { make(Parameters(OverlayTop | OverlayBottom)); },
+              "Overlay cannot be both top- and bottom-aligned", 2);
+  ExpectError([&] { make(Parameters(OverlayLeft, 1.0, 0.5, 0.5)); },
+              "Exact positioning of overlay requires top and left flags to be set", 2);
+  ExpectError([&] { make(Parameters(OverlayTop, 1.0, -1.0, 0.5)); },
+              "Exact positioning of overlay requires top and left flags to be set", 2);
+  ExpectError([&] { make(Parameters(OverlayLeft | OverlayTop | OverlayScale, 1.0, 0.5, 0.5)); },
+              "Exact positioned overlays cannot be scaled", 2);
+  make(Parameters(OverlayLeft | OverlayTop, 1.0, 0.5, 0.5));
+  make(Parameters(OverlayScale, 0.01));
+  CmImage empty;
+  ExpectError([&] { CmColorKeyOverlay(empty, Parameters(0), 0, 0, 0, 0); },
+              "Invalid overlay image", 2);
+}
+
+TEST(OverlayGeometry, SizesFollowScaleAspectAndRoom) {
+  const CmImage image = MakeImage(100, 50, Gray, 2);
+  const CmImage picture = MakeImage(40, 20, Gray, 3);
+  uint64_t w = 0;
+  uint64_t h = 0;
+  CmColorKeyOverlay plain(picture, Parameters(0), 0, 0, 0, 0);
+  plain.GetActualOverlaySize(image, picture, true, w, h);
+  EXPECT_EQ(w, 40u);
+  EXPECT_EQ(h, 20u);
+  // Exact x = 0.9 leaves round(0.1 * 100) = 10 columns of room.
+  CmColorKeyOverlay exact(picture, Parameters(OverlayLeft | OverlayTop, 1.0, 0.9, 0.2), 0, 0, 0,
+                          0);
+  exact.GetActualOverlaySize(image, picture, true, w, h);
+  EXPECT_EQ(w, 10u);
+  EXPECT_EQ(h, 20u);
+  exact.GetActualOverlaySize(image, picture, false, w, h);
+  EXPECT_EQ(w, 40u);
+  // Scaled to the image: the relatively wider side decides.
+  CmColorKeyOverlay half(picture, Parameters(OverlayScale, 0.5), 0, 0, 0, 0);
+  half.GetActualOverlaySize(image, picture, true, w, h);
+  EXPECT_EQ(w, 50u);
+  EXPECT_EQ(h, 25u);
+  CmColorKeyOverlay twice(picture, Parameters(OverlayScale, 2.0), 0, 0, 0, 0);
+  twice.GetActualOverlaySize(image, picture, false, w, h);
+  EXPECT_EQ(w, 200u);
+  twice.GetActualOverlaySize(image, picture, true, w, h);
+  EXPECT_EQ(w, 100u);
+  EXPECT_EQ(h, 50u);
+  // Pixels twice as wide as high on the image: the picture is drawn half as wide.
+  CmImage wide = image;
+  wide.GetAttributes().aspectRatio = 2.0;
+  plain.GetActualOverlaySize(wide, picture, true, w, h);
+  EXPECT_EQ(w, 40u);
+  EXPECT_EQ(h, 40u);
+  CmColorKeyOverlay exactPixels(picture, Parameters(OverlayPixelExact), 0, 0, 0, 0);
+  exactPixels.GetActualOverlaySize(wide, picture, true, w, h);
+  EXPECT_EQ(w, 40u);
+  EXPECT_EQ(h, 20u);
+  // A turned image takes the picture turned, and nothing is ever 0 wide.
+  CmImage turned = image;
+  turned.GetAttributes().orientation.rotation = 1;
+  plain.GetActualOverlaySize(turned, picture, true, w, h);
+  EXPECT_EQ(w, 20u);
+  EXPECT_EQ(h, 40u);
+  CmColorKeyOverlay tiny(picture, Parameters(OverlayScale, 1e-9), 0, 0, 0, 0);
+  tiny.GetActualOverlaySize(image, picture, true, w, h);
+  EXPECT_EQ(w, 1u);
+  EXPECT_EQ(h, 1u);
+  CmImage empty;
+  ExpectError([&] { plain.GetActualOverlaySize(empty, picture, true, w, h); },
+              "Invalid image for overlay", 2);
+
+  CmImage interlaced = image;
+  interlaced.GetAttributes().interlacing = SeparateTopFirst;
+  ExpectError([&] { plain.IsOverlayMatching(interlaced, picture, picture); },
+              "Overlays cannot be placed on interlaced images", 2);
+  EXPECT_FALSE(plain.IsOverlayMatching(image, picture, empty));
+  EXPECT_TRUE(plain.IsOverlayMatching(image, picture, picture));
+  CmImage slightly = image;
+  slightly.GetAttributes().aspectRatio = 1.001; // below a pixel's worth at 40 x 20
+  EXPECT_TRUE(plain.IsOverlayMatching(slightly, picture, picture));
+  slightly.GetAttributes().aspectRatio = 1.06;
+  EXPECT_FALSE(plain.IsOverlayMatching(slightly, picture, picture));
+}
+
+TEST(OverlayGeometry, AlignmentFlagsSpeakOfWhatTheViewerSees) {
+  const CmImage picture = MakeImage(4, 2, Gray, 4);
+  CmColorKeyOverlay left(picture, Parameters(OverlayLeft), 0, 0, 0, 0);
+  Orientation turned;
+  turned.rotation = 1;
+  // A quarter turn clockwise shows the stored top row as the left column.
+  SmOverlayRectangle r = left.Position(20, 10, turned, 4, 2);
+  EXPECT_EQ(r.y, 0u);
+  EXPECT_EQ(r.x, 8u);
+  Orientation mirrored;
+  mirrored.flippedHorizontally = true;
+  CmColorKeyOverlay right(picture, Parameters(OverlayRight | OverlayBottom), 0, 0, 0, 0);
+  r = right.Position(20, 10, mirrored, 4, 2);
+  EXPECT_EQ(r.x, 0u);
+  EXPECT_EQ(r.y, 8u);
+  // Too large: the rectangle never leaves the image.
+  r = right.Position(3, 1, Orientation(), 4, 2);
+  EXPECT_EQ(r.x, 0u);
+  EXPECT_EQ(r.width, 3u);
+  EXPECT_EQ(r.height, 1u);
+  CmColorKeyOverlay beyond(picture, Parameters(OverlayLeft | OverlayTop, 1.0, 1.5, -0.5), 0, 0,
+                           0, 0);
+  r = beyond.Position(20, 10, Orientation(), 4, 2);
+  EXPECT_EQ(r.x, 16u);
+  EXPECT_EQ(r.y, 0u);
+}
+
+TEST(ColorKeyOverlay, LandsAndClipsAlikeUnderEveryOrientation) {
+  // A picture laid on a stored image and then viewed upright must look the
+  // same as the picture laid on the upright image: every orientation, every
+  // alignment, pictures that fit and pictures cut at one or both edges.
+  const uint32_t alignments[] = {OverlayLeft | OverlayTop,   OverlayTop,
+                                 OverlayRight | OverlayTop,  OverlayLeft,
+                                 0,                          OverlayRight,
+                                 OverlayLeft | OverlayBottom, OverlayBottom,
+                                 OverlayRight | OverlayBottom};
+  const struct {
+    uint64_t width, height;
+  } pictures[] = {{5, 3}, {14, 4}, {6, 11}, {20, 20}};
+  struct SmExact {
+    double x, y;
+  };
+  const SmExact exacts[] = {{0.9, 0.2}, {0.0, 0.75}, {0.45, 0.0}};
+  int checked = 0;
+  for (const auto& size : pictures) {
+    CmImage picture = MakeImage(size.width, size.height, Gray, 5);
+    // Every third pixel is the key and lets the image through.
+    const auto plane = picture.Allocator().GetWriteablePlane(0);
+    for (uint64_t i = 0; i < plane.width * plane.height; i += 3) {
+      plane.data[(i / plane.width) * plane.rowStride + i % plane.width] = 0;
+    }
+    std::vector<CmOverlayParameters> parameters;
+    for (const uint32_t flags : alignments) {
+      parameters.push_back(Parameters(flags));
+    }
+    for (const SmExact& e : exacts) {
+      parameters.push_back(Parameters(OverlayLeft | OverlayTop, 1.0, e.x, e.y));
+    }
+    for (const CmOverlayParameters& p : parameters) {
+      for (uint32_t rotation = 0; rotation < 4; ++rotation) {
+        for (int flips = 0; flips < 4; ++flips) {
+          // The stored image is 12 x 8 whatever its orientation, so that the
+          // upright picture is 8 x 12 for odd turns.
+          CmImage stored = MakeImage(12, 8, Gray, rotation * 4 + flips);
+          Orientation& o = stored.GetAttributes().orientation;
+          o.rotation = rotation;
+          o.flippedVertically = (flips & 1) != 0;
+          o.flippedHorizontally = (flips & 2) != 0;
+          CmImage upright = Upright(stored);
+          CmColorKeyOverlay onStored(picture, p, 0, 0, 0, 0);
+          CmColorKeyOverlay onUpright(picture, p, 0, 0, 0, 0);
+          onStored.Execute(stored);
+          onUpright.Execute(upright);
+          ASSERT_TRUE(SamePixels(Upright(stored), upright))
+              << "picture " << size.width << "x" << size.height << " flags " << p.flags << " x "
+              << p.x << " y " << p.y << " rotation " << rotation << " flips " << flips;
+          ++checked;
+        }
+      }
+    }
+  }
+  EXPECT_EQ(checked, 4 * 12 * 16);
+}
+
+TEST(ColorKeyOverlay, KeyLetsTheImageThroughInEveryPath) {
+  // Same size and one plane: the key primitive, with the key carried over to
+  // the image's byte order.
+  CmImage picture = MakeImage(6, 4, BGR24, 6);
+  auto plane = picture.Allocator().GetWriteablePlane(0);
+  plane.data[0] = 1;
+  plane.data[1] = 2;
+  plane.data[2] = 3; // B G R of pixel (0, 0) is the key
+  const CmImage background = MakeImage(6, 4, RGB24, 7);
+  CmColorKeyOverlay overlay(picture, Parameters(0), 1, 2, 3, 0);
+  CmImage result;
+  overlay.Execute(background, result);
+  EXPECT_EQ(Sample(result, 0, 0, 0, 0), Sample(background, 0, 0, 0, 0));
+  EXPECT_EQ(Sample(result, 0, 0, 0, 2), Sample(background, 0, 0, 0, 2));
+  EXPECT_EQ(Sample(result, 0, 1, 0, 0), Sample(picture, 0, 1, 0, 2)); // R moved to byte 0
+  EXPECT_EQ(Sample(result, 0, 5, 3, 1), Sample(picture, 0, 5, 3, 1));
+
+  // A 32-bit picture takes its first pixel's fourth byte into the key.
+  CmImage padded = MakeImage(3, 2, BGR32, 8);
+  auto p32 = padded.Allocator().GetWriteablePlane(0);
+  for (uint64_t y = 0; y < 2; ++y) {
+    for (uint64_t x = 0; x < 3; ++x) {
+      p32.data[y * p32.rowStride + 4 * x + 3] = 0x5A;
+    }
+  }
+  p32.data[4 * 2 + 0] = 9;
+  p32.data[4 * 2 + 1] = 9;
+  p32.data[4 * 2 + 2] = 9; // pixel (2, 0) is the key
+  CmColorKeyOverlay keyed(padded, Parameters(OverlayLeft | OverlayTop), 9, 9, 9, 0);
+  EXPECT_EQ(keyed.GetKey(3), 0x5A);
+  CmImage target = MakeImage(7, 5, BGRA, 9);
+  const uint8_t kept = Sample(target, 0, 2, 0, 1);
+  keyed.Execute(target);
+  EXPECT_EQ(Sample(target, 0, 2, 0, 1), kept);
+  EXPECT_EQ(Sample(target, 0, 1, 0, 0), Sample(padded, 0, 1, 0, 0));
+  EXPECT_EQ(Sample(target, 0, 1, 1, 2), Sample(padded, 0, 1, 1, 2));
+
+  // The two-image form leaves its source alone.
+  const CmImage source = MakeImage(7, 5, BGRA, 10);
+  const uint8_t original = Sample(source, 0, 0, 0, 0);
+  CmImage painted;
+  keyed.Execute(source, painted);
+  EXPECT_EQ(Sample(source, 0, 0, 0, 0), original);
+  EXPECT_EQ(Sample(painted, 0, 0, 0, 0), Sample(padded, 0, 0, 0, 0));
+  std::unique_ptr<ImImageTransformation> clone(keyed.Clone());
+  CmImage again;
+  clone->Execute(source, again);
+  EXPECT_TRUE(SamePixels(again, painted));
+}
+
+TEST(ColorKeyOverlay, PlanarPicturesNeedTheKeyInEveryPlane) {
+  CmImage picture;
+  picture.Allocate(4, 4, YCbCr420_Planar);
+  picture.GetAttributes().subColorFormat = SubColorFormatVideoRange;
+  FillRandom(picture, 11);
+  auto y = picture.Allocator().GetWriteablePlane(0);
+  auto cb = picture.Allocator().GetWriteablePlane(1);
+  auto cr = picture.Allocator().GetWriteablePlane(2);
+  for (uint64_t i = 0; i < 4; ++i) {
+    std::fill_n(y.data + i * y.rowStride, 4, 16);
+  }
+  // Chroma of the left half is the key, the right half's is not.
+  for (uint64_t i = 0; i < 2; ++i) {
+    cb.data[i * cb.rowStride] = 128;
+    cr.data[i * cr.rowStride] = 128;
+    cb.data[i * cb.rowStride + 1] = 5;
+    cr.data[i * cr.rowStride + 1] = 128;
+  }
+  CmImage image;
+  image.Allocate(8, 6, YCbCr420_Planar);
+  image.GetAttributes().subColorFormat = SubColorFormatVideoRange;
+  FillRandom(image, 12);
+  const uint8_t through = Sample(image, 0, 0, 0);
+  CmColorKeyOverlay overlay(picture, Parameters(OverlayLeft | OverlayTop), 16, 128, 128, 0);
+  overlay.Execute(image);
+  EXPECT_EQ(Sample(image, 0, 0, 0), through);
+  EXPECT_EQ(Sample(image, 0, 1, 3), Sample(image, 0, 1, 3));
+  EXPECT_EQ(Sample(image, 0, 2, 0), 16);
+  EXPECT_EQ(Sample(image, 0, 3, 3), 16);
+  EXPECT_EQ(Sample(image, 1, 1, 0), 5);
+}
