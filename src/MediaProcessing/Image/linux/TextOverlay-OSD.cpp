@@ -161,7 +161,7 @@ bool CmTextOverlayOS::PaintText(cairo_t* context, const std::string& text, uint6
 void CmTextOverlayOS::AllocateSurface(uint64_t width, uint64_t height) {
   width = std::clamp<uint64_t>(width, 1, 32767);
   height = std::clamp<uint64_t>(height, 1, 32767);
-  if (dynamic_cast<CmCairoImageAllocator*>(&m_Drawing.Allocator()) == nullptr) {
+  if (!m_Drawing.IsValid()) {
     m_Drawing.SetAllocator(std::make_unique<CmCairoImageAllocator>());
   }
   // The drawing surface only grows; a smaller text paints into its top left

@@ -1,0 +1,190 @@
+#include <gtest/gtest.h>
+
+#include <set>
+#include <string>
+
+#include "MediaProcessing/Image/TextOverlay.h"
+#include "support/ImageTestSupport.h"
+
+using namespace NmMediaProcessing;
+using NmImageTest::Sample;
+
+namespace {
+
+CmImage MakeImage(uint64_t width, uint64_t height, ColorFormat format) {
+  CmImage image;
+  image.Allocate(width, height, format);
+  // One colour that the text cannot produce, so untouched pixels stand out.
+  const auto plane = image.Allocator().GetWriteablePlane(0);
+  for (uint64_t y = 0; y < height; ++y) {
+    for (uint64_t x = 0; x < width; ++x) {
+      uint8_t* pixel = plane.data + y * plane.rowStride + x * plane.pixelStride;
+      pixel[0] = 40;
+      pixel[1] = 90;
+      pixel[2] = 200;
+      if (plane.pixelStride == 4) {
+        pixel[3] = 255;
+      }
+    }
+  }
+  return image;
+}
+
+CmOverlayParameters Parameters(uint32_t flags, double scale = 1.0) {
+  CmOverlayParameters parameters;
+  parameters.flags = flags;
+  parameters.scale = scale;
+  return parameters;
+}
+
+struct SmColours {
+  uint64_t white = 0;
+  uint64_t black = 0;
+  uint64_t untouched = 0;
+  uint64_t other = 0;
+  uint64_t top = UINT64_MAX, bottom = 0, left = UINT64_MAX, right = 0;
+};
+
+SmColours Count(const CmImage& image) {
+  SmColours colours;
+  const auto plane = image.Allocator().GetPlane(0);
+  for (uint64_t y = 0; y < plane.height; ++y) {
+    for (uint64_t x = 0; x < plane.width; ++x) {
+      const uint8_t* p = plane.GetPixelAddress(x, y);
+      if (p[0] == 255 && p[1] == 255 && p[2] == 255) {
+        ++colours.white;
+      } else if (p[0] == 0 && p[1] == 0 && p[2] == 0) {
+        ++colours.black;
+      } else if (p[0] == 40 && p[1] == 90 && p[2] == 200) {
+        ++colours.untouched;
+        continue;
+      } else {
+        ++colours.other;
+      }
+      colours.top = std::min(colours.top, y);
+      colours.bottom = std::max(colours.bottom, y);
+      colours.left = std::min(colours.left, x);
+      colours.right = std::max(colours.right, x);
+    }
+  }
+  return colours;
+}
+
+} // namespace
+
+TEST(TextOverlay, PaintsOnlyTextShadowAndUntouchedPixels) {
+  for (const ColorFormat format : {BGR32, RGB24, BGR24, RGBA}) {
+    SCOPED_TRACE(format);
+    CmImage image = MakeImage(160, 40, format);
+    CmTextOverlay overlay("Camera 7 — Entrée", Parameters(OverlayLeft | OverlayTop));
+    overlay.Execute(image);
+    const SmColours colours = Count(image);
+    EXPECT_EQ(colours.other, 0u);
+    EXPECT_GT(colours.white, 20u);
+    EXPECT_GT(colours.black, 20u);
+    EXPECT_GT(colours.untouched, 160u * 40u / 2);
+    // At the top left, give or take a letter's side bearing and ascent room.
+    EXPECT_LE(colours.left, 2u);
+    EXPECT_LE(colours.top, 4u);
+    EXPECT_LT(colours.right, 159u);
+  }
+  // The shadow sits one pixel below and to the right of the letters.
+  const CmImage& surface = [] {
+    static CmTextOverlay overlay("I", Parameters(0));
+    CmImage image = MakeImage(50, 30, BGR32);
+    overlay.Execute(image);
+    return overlay.GetSurface();
+  }();
+  const auto plane = surface.Allocator().GetPlane(0);
+  for (uint64_t y = 0; y + 1 < plane.height; ++y) {
+    for (uint64_t x = 0; x + 1 < plane.width; ++x) {
+      const uint8_t* p = plane.GetPixelAddress(x, y);
+      const uint8_t* below = plane.GetPixelAddress(x + 1, y + 1);
+      if (p[0] == 255 && below[0] != 255) {
+        ASSERT_EQ(below[0], 0) << x << "," << y;
+      }
+    }
+  }
+}
+
+TEST(TextOverlay, WrapsAtTheImageWidthAndGrowsItsSurfaceOnce) {
+  const std::string text = "one two three four five six seven eight nine ten";
+  CmImage narrow = MakeImage(90, 200, BGR32);
+  CmTextOverlay wrapped(text, Parameters(OverlayLeft | OverlayTop));
+  wrapped.Execute(narrow);
+  const SmColours colours = Count(narrow);
+  EXPECT_EQ(colours.other, 0u);
+  EXPECT_LE(wrapped.GetSurface().GetWidth(), 91u);
+  // Several lines of a 12 pixel font.
+  EXPECT_GT(wrapped.GetSurface().GetHeight(), 3u * 12);
+  EXPECT_GT(colours.bottom, 3u * 12);
+
+  CmImage wide = MakeImage(1000, 200, BGR32);
+  CmTextOverlay single(text, Parameters(OverlayLeft | OverlayTop));
+  single.Execute(wide);
+  EXPECT_LT(single.GetSurface().GetHeight(), 2u * 12 + 6);
+  EXPECT_GT(single.GetSurface().GetWidth(), 200u);
+
+  // Right alignment puts the text's right edge at the image's.
+  CmImage right = MakeImage(300, 50, BGR32);
+  CmTextOverlay aligned("Right", Parameters(OverlayRight | OverlayBottom));
+  aligned.Execute(right);
+  const SmColours placed = Count(right);
+  EXPECT_GE(placed.right, 290u);
+  EXPECT_GE(placed.bottom, 40u);
+  EXPECT_EQ(placed.other, 0u);
+}
+
+TEST(TextOverlay, ScalesWithTheImageAndRepaintsOnlyForANewHeight) {
+  CmTextOverlay overlay("Scale", Parameters(OverlayScale | OverlayLeft | OverlayTop, 0.1));
+  CmImage small = MakeImage(400, 300, BGR32);
+  overlay.Execute(small);
+  EXPECT_EQ(overlay.GetFontHeight(), 30u);
+  const uint8_t* painted = overlay.GetSurface().Allocator().GetPlane(0).data;
+  CmImage same = MakeImage(200, 300, BGR32);
+  overlay.Execute(same);
+  EXPECT_EQ(overlay.GetSurface().Allocator().GetPlane(0).data, painted);
+  CmImage taller = MakeImage(400, 600, BGR32);
+  overlay.Execute(taller);
+  EXPECT_EQ(overlay.GetFontHeight(), 60u);
+  EXPECT_EQ(Count(taller).other, 0u);
+  // A turned image measures its height across its stored width.
+  CmImage turned = MakeImage(500, 400, BGR32);
+  turned.GetAttributes().orientation.rotation = 1;
+  overlay.Execute(turned);
+  EXPECT_EQ(overlay.GetFontHeight(), 50u);
+  EXPECT_EQ(Count(turned).other, 0u);
+  // Never below 12 pixels.
+  CmTextOverlay tiny("tiny", Parameters(OverlayScale, 0.001));
+  CmImage image = MakeImage(100, 100, BGR32);
+  tiny.Execute(image);
+  EXPECT_EQ(tiny.GetFontHeight(), 12u);
+}
+
+TEST(TextOverlay, EmptyOrOddTextIsHandledQuietly) {
+  CmTextOverlay empty("", Parameters(0));
+  CmImage image = MakeImage(20, 10, BGR32);
+  const CmImage shared(image);
+  empty.Execute(image);
+  EXPECT_EQ(image.Allocator().GetPlane(0).data, shared.Allocator().GetPlane(0).data);
+  CmImage destination;
+  empty.Execute(image, destination);
+  EXPECT_EQ(destination.Allocator().GetPlane(0).data, shared.Allocator().GetPlane(0).data);
+
+  // Invalid UTF-8, control characters and an unknown font still paint.
+  CmTextOverlay odd(std::string("\xff\xfe bad \x01\n\tline"), Parameters(OverlayTop),
+                    "No Such Font Family");
+  CmImage target = MakeImage(120, 60, BGR32);
+  odd.Execute(target);
+  EXPECT_EQ(Count(target).other, 0u);
+  EXPECT_GT(Count(target).white, 0u);
+  // Text taller than the image is clipped, not refused.
+  CmTextOverlay big("Big", Parameters(OverlayScale, 3.0));
+  CmImage low = MakeImage(40, 20, BGR32);
+  big.Execute(low);
+  EXPECT_EQ(Count(low).other, 0u);
+  std::unique_ptr<ImImageTransformation> clone(big.Clone());
+  CmImage again = MakeImage(40, 20, BGR32);
+  clone->Execute(again);
+  EXPECT_EQ(Count(again).white, Count(low).white);
+}
