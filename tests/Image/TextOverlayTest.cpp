@@ -188,3 +188,41 @@ TEST(TextOverlay, EmptyOrOddTextIsHandledQuietly) {
   clone->Execute(again);
   EXPECT_EQ(Count(again).white, Count(low).white);
 }
+
+TEST(TextOverlay, LaysTheSameLettersOnPlanarAndGreyImages) {
+  for (const ColorFormat format : {YCbCr420_Planar, YCbCr422_Planar, YCbCr444_Planar, Gray}) {
+    SCOPED_TRACE(format);
+    CmImage image;
+    image.Allocate(97, 31, format);
+    image.GetAttributes().subColorFormat =
+        format == Gray ? SubColorFormatPlainGray : SubColorFormatVideoRange;
+    for (uint64_t p = 0; p < image.Allocator().GetPlaneCount(); ++p) {
+      const auto plane = image.Allocator().GetWriteablePlane(p);
+      for (uint64_t y = 0; y < plane.height; ++y) {
+        std::fill_n(plane.data + y * plane.rowStride, plane.width, p == 0 ? 100 : 128);
+      }
+    }
+    CmTextOverlay overlay("Gate 3", Parameters(OverlayRight | OverlayTop));
+    overlay.Execute(image);
+    std::set<uint8_t> luma;
+    const auto y = image.Allocator().GetPlane(0);
+    for (uint64_t row = 0; row < y.height; ++row) {
+      for (uint64_t x = 0; x < y.width; ++x) {
+        luma.insert(y.GetPixelAddress(x, row)[0]);
+      }
+    }
+    // Background, letters and shadow, nothing in between.
+    EXPECT_EQ(luma.size(), 3u);
+    EXPECT_TRUE(luma.count(100));
+    EXPECT_GE(*luma.rbegin(), 235);
+    EXPECT_LE(*luma.begin(), 16);
+    for (uint64_t p = 1; p < image.Allocator().GetPlaneCount(); ++p) {
+      const auto chroma = image.Allocator().GetPlane(p);
+      for (uint64_t row = 0; row < chroma.height; ++row) {
+        for (uint64_t x = 0; x < chroma.width; ++x) {
+          ASSERT_NEAR(chroma.GetPixelAddress(x, row)[0], 128, 1);
+        }
+      }
+    }
+  }
+}

@@ -6,9 +6,8 @@
 
 #include "Common/Error/Error.h"
 #include "MediaProcessing/Image/ImageCrop.h"
-#include "MediaProcessing/Image/ImageFlip.h"
-#include "MediaProcessing/Image/ImageRotate90Right.h"
-#include "MediaProcessing/Image/OverlayResample.h"
+#include "MediaProcessing/Image/ImageResize.h"
+#include "MediaProcessing/Image/NormalizeImage.h"
 
 namespace NmMediaProcessing {
 
@@ -31,36 +30,6 @@ void Exchange(int& value) {
   if (value != 1) {
     value = 2 - value;
   }
-}
-
-// Turns and mirrors a copy of the overlay until its orientation is the
-// target's. The turn comes first; the mirrors that remain are found by trying
-// them, since each operation records exactly what it did to the orientation.
-void TurnToOrientation(const CmImage& overlay, const Orientation& target, CmImage& result) {
-  result = overlay;
-  if (result.GetAttributes().orientation == target) {
-    return;
-  }
-  if (result.GetAttributes().orientation.GetNormalForm().rotation !=
-      target.GetNormalForm().rotation) {
-    CmImageRotate90Right().Execute(result);
-    if (result.GetAttributes().orientation == target) {
-      return;
-    }
-  }
-  CmImage vertical;
-  CmImageFlipVertically().Execute(result, vertical);
-  if (vertical.GetAttributes().orientation == target) {
-    result = vertical;
-    return;
-  }
-  CmImage horizontal;
-  CmImageFlipHorizontally().Execute(result, horizontal);
-  if (horizontal.GetAttributes().orientation == target) {
-    result = horizontal;
-    return;
-  }
-  CmImageFlipHorizontally().Execute(vertical, result);
 }
 
 } // namespace
@@ -303,17 +272,17 @@ void CmBaseOverlayTransformation::PrepareOverlay(CmImage& result, const CmImage&
                                                  const CmImage& overlay,
                                                  uint32_t resizeMode) const {
   CmImage temporary;
-  TurnToOrientation(overlay, image.GetAttributes().orientation, temporary);
+  CmNormalizeImageOrientation(image.GetAttributes().orientation).Execute(overlay, temporary);
   uint64_t w = 0;
   uint64_t h = 0;
   GetActualOverlaySize(image, temporary, false, w, h);
-  if (resizeMode != 0) {
-    // Smooth resampling would invent colours between the key and the
-    // picture; only the exact nearest-neighbour path exists for overlays.
-    throw CmIntegrityError(VZK_LOCATION, "Only fast overlay resizing is available",
-                           CmIntegrityErrorCode::NotImplemented);
+  CmImageResize resize(w, h, false);
+  if (resizeMode == 0) {
+    resize.SetOptions(OptionFast);
+  } else if (resizeMode == 2) {
+    resize.SetOptions(OptionHighQuality);
   }
-  ResizeOverlayNearest(temporary, w, h, result);
+  resize.Execute(temporary, result);
   uint64_t visibleWidth = 0;
   uint64_t visibleHeight = 0;
   GetActualOverlaySize(image, temporary, true, visibleWidth, visibleHeight);

@@ -4,7 +4,7 @@
 #include "Common/Error/Error.h"
 #include "MediaProcessing/Image/ImageBufferHelpers.h"
 #include "MediaProcessing/Image/ImageColorFormatConvert.h"
-#include "MediaProcessing/Image/OverlayResample.h"
+#include "MediaProcessing/Image/ImageResize.h"
 
 namespace NmMediaProcessing {
 
@@ -93,9 +93,9 @@ void CmColorKeyOverlay::UpdateMask(const CmImage& image) {
     Helpers::Compare(chroma, m_Key[1], m_Key[1], m_Key[1], m_Key[1], Helpers::CompareEqual,
                      matches.Allocator().GetWriteablePlane(0));
     if (chroma.width != maskPlane.width || chroma.height != maskPlane.height) {
-      CmImage enlarged;
-      ResizeOverlayNearest(matches, maskPlane.width, maskPlane.height, enlarged);
-      matches = enlarged;
+      CmImageResize enlarge(maskPlane.width, maskPlane.height, true);
+      enlarge.SetOptions(OptionFast);
+      enlarge.Execute(matches);
     }
     Helpers::BitwiseAndPlaneContents(matches.Allocator().GetPlane(0), maskPlane);
   }
@@ -104,13 +104,21 @@ void CmColorKeyOverlay::UpdateMask(const CmImage& image) {
   CmImage prepared;
   PrepareOverlay(prepared, image, mask, 0);
   if (subsampled) {
+    // Chroma is selected by the nearest luma mask sample, so a key pixel
+    // never lets in a blend of key and picture.
+    const SmPlaneSize chromaSize =
+        GetPlaneSize(format, 1, prepared.GetWidth(), prepared.GetHeight());
+    CmImage chromaMask;
+    CmImageResize shrink(chromaSize.width, chromaSize.height, true);
+    shrink.SetOptions(OptionFast);
+    shrink.Execute(prepared, chromaMask);
     CmImage planar;
     planar.Allocate(prepared.GetWidth(), prepared.GetHeight(), format);
     planar.CopyAttributes(prepared);
     ImImageMemoryAllocation& planes = planar.Allocator();
     Helpers::CopyPlaneContents(prepared.Allocator().GetPlane(0), planes.GetWriteablePlane(0));
-    ResizePlaneNearest(planes.GetPlane(0), planes.GetWriteablePlane(1));
-    Helpers::CopyPlaneContents(planes.GetPlane(1), planes.GetWriteablePlane(2));
+    Helpers::CopyPlaneContents(chromaMask.Allocator().GetPlane(0), planes.GetWriteablePlane(1));
+    Helpers::CopyPlaneContents(chromaMask.Allocator().GetPlane(0), planes.GetWriteablePlane(2));
     prepared = planar;
   }
   if (!prepared.IsValid()) {

@@ -5,7 +5,7 @@
 
 #include "Common/Error/Error.h"
 #include "MediaProcessing/Image/ImageBufferHelpers.h"
-#include "MediaProcessing/Image/OverlayResample.h"
+#include "MediaProcessing/Image/ImageResize.h"
 
 namespace NmMediaProcessing {
 
@@ -130,9 +130,10 @@ void CmColorMaskingOverlay::UpdateMasks(const CmImage& image) {
       }
     }
     CmImage expanded;
-    expanded.Allocate(chromaSize.width * 2, chromaSize.height * rowFactor, Gray);
-    ImImageMemoryAllocation::CmWriteablePlane footprint = expanded.Allocator().GetWriteablePlane(0);
-    ResizePlaneNearest(c, footprint);
+    CmImageResize footprints(chromaSize.width * 2, chromaSize.height * rowFactor, true);
+    footprints.SetOptions(OptionFast);
+    footprints.Execute(chroma, expanded);
+    ImImageMemoryAllocation::CmPlane footprint = expanded.Allocator().GetPlane(0);
     footprint.Crop(0, 0, width, height);
     Helpers::CopyPlaneContents(footprint, m);
   }
