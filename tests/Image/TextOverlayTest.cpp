@@ -159,6 +159,12 @@ TEST(TextOverlay, ScalesWithTheImageAndRepaintsOnlyForANewHeight) {
   CmImage image = MakeImage(100, 100, BGR32);
   tiny.Execute(image);
   EXPECT_EQ(tiny.GetFontHeight(), 12u);
+  // Nor above 2048, and a text far larger than the image is clipped to it.
+  CmTextOverlay huge("W", Parameters(OverlayScale | OverlayRight, 1e6));
+  CmImage little = MakeImage(64, 48, BGR32);
+  huge.Execute(little);
+  EXPECT_EQ(huge.GetFontHeight(), 2048u);
+  EXPECT_EQ(Count(little).other, 0u);
 }
 
 TEST(TextOverlay, EmptyOrOddTextIsHandledQuietly) {

@@ -22,6 +22,9 @@ public:
   // Pixel height of letters when they do not scale with the image, and the
   // least height when they do.
   static constexpr uint32_t MinimumFontHeight = 12;
+  // Letters taller than this would need surfaces of hundreds of megabytes;
+  // a text that large is clipped by the image anyway.
+  static constexpr uint32_t MaximumFontHeight = 2048;
 
   explicit CmTextOverlayOS(const CmOverlayParameters& parameters);
   ~CmTextOverlayOS() override;
@@ -38,7 +41,8 @@ public:
   const uint8_t* GetBackgroundColor() const { return m_BackgroundColor; }
 
 protected:
-  // A font of max(12, round(cachedHeight * scale)) pixels, named or the default.
+  // A font of round(cachedHeight * scale) pixels, at least 12 and at most
+  // 2048, named or the default.
   void MakeFont(const std::string& fontName);
   // The default font at the least height, for text that does not scale.
   void MakeDefaultFont(const std::string& fontName);

@@ -79,11 +79,10 @@ void CmTextOverlayOS::MakeDefaultFont(const std::string& fontName) {
 
 void CmTextOverlayOS::MakeFont(const std::string& fontName) {
   DeleteFont();
-  // Far beyond any image height; keeps the Pango size inside an int.
-  constexpr double MaximumHeight = 65535.0;
   const double wanted =
       std::floor(static_cast<double>(m_CachedHeight) * m_Parameters.scale + 0.5);
-  const double height = std::clamp(wanted, static_cast<double>(MinimumFontHeight), MaximumHeight);
+  const double height = std::clamp(wanted, static_cast<double>(MinimumFontHeight),
+                                   static_cast<double>(MaximumFontHeight));
   PangoFontDescription* font = pango_font_description_from_string(
       fontName.empty() ? DefaultFontName : fontName.c_str());
   if (font == nullptr) {
