@@ -1,0 +1,48 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+// Pictures and JPEG files for the decoder's tests: source pictures with the
+// texture and noise of a camera, files made from them by cjpeg and ffmpeg in
+// the build tree, and libjpeg-turbo's decode of them as the reference.
+namespace NmJPEGTest {
+
+using CmBytes = std::vector<uint8_t>;
+
+// Interleaved samples (1 or 3 channels) of a scene with gradients, edges and
+// sensor noise, the same for the same seed.
+CmBytes MakeCameraPicture(int width, int height, int channels, unsigned seed);
+
+// The corpus directory in the build tree, created on first use.
+std::string CorpusDirectory();
+CmBytes ReadFile(const std::string& path);
+void WriteFile(const std::string& path, const CmBytes& bytes);
+
+// A JPEG made by cjpeg from a camera picture, cached by name. `arguments` go
+// to cjpeg as they are; `gray` makes a one-channel source.
+CmBytes MakeJPEG(const std::string& name, int width, int height, bool gray,
+                 const std::string& arguments);
+// A lossless JPEG made by ffmpeg's ljpeg encoder, and ffmpeg's decode of it as
+// planes in the same pixel format, one after the other.
+CmBytes MakeLosslessJPEG(const std::string& name, int width, int height,
+                         const std::string& pixelFormat, CmBytes& ffmpegPlanes);
+
+struct SmPlanes {
+  int width[4] = {};
+  int height[4] = {};
+  std::vector<CmBytes> planes;
+};
+// libjpeg-turbo's decode to planes with the accurate integer DCT, at
+// 1 / (1 << scale) of the size. False when it refuses the file.
+bool TurboDecodePlanes(const CmBytes& jpeg, int scale, SmPlanes& out);
+// libjpeg-turbo's decode to packed RGB with replicated chroma.
+bool TurboDecodeRGB(const CmBytes& jpeg, int& width, int& height, CmBytes& rgb);
+
+// Replaces the JFIF APP0 segment with an Adobe APP14 one of the given transform.
+CmBytes ReplaceJFIFWithAdobe(const CmBytes& jpeg, uint8_t transform);
+// Inserts a segment right after SOI.
+CmBytes InsertSegment(const CmBytes& jpeg, uint8_t marker, const CmBytes& body);
+
+} // namespace NmJPEGTest
