@@ -8,7 +8,18 @@ namespace NmPrimitives::NmReference {
 // samples; a reduced size averages the samples of each area before rounding.
 void JPEGInverseDCT(int reduction, const int16_t* coefficients, const float* quant, uint8_t* out,
                     size_t stride) {
-  const double pi = std::acos(-1.0);
+  static const auto cosines = [] {
+    struct {
+      double at[8][8];
+    } table;
+    const double pi = std::acos(-1.0);
+    for (int x = 0; x < 8; ++x) {
+      for (int u = 0; u < 8; ++u) {
+        table.at[x][u] = u == 0 ? 1.0 : std::cos((2 * x + 1) * u * pi / 16);
+      }
+    }
+    return table;
+  }();
   double full[8][8];
   for (int y = 0; y < 8; ++y) {
     for (int x = 0; x < 8; ++x) {
@@ -18,9 +29,7 @@ void JPEGInverseDCT(int reduction, const int16_t* coefficients, const float* qua
           // c(0) squared is exactly 1/2, so that flat blocks round exactly.
           const double c = u == 0 && v == 0 ? 0.5 : u == 0 || v == 0 ? std::sqrt(0.5) : 1.0;
           const double value = static_cast<double>(coefficients[v * 8 + u]) * quant[v * 8 + u];
-          const double cosU = u == 0 ? 1.0 : std::cos((2 * x + 1) * u * pi / 16);
-          const double cosV = v == 0 ? 1.0 : std::cos((2 * y + 1) * v * pi / 16);
-          sum += c * value * cosU * cosV;
+          sum += c * value * cosines.at[x][u] * cosines.at[y][v];
         }
       }
       full[y][x] = sum / 4.0;
