@@ -1,0 +1,303 @@
+#include "MediaDemuxer.h"
+
+#include <chrono>
+
+extern "C" {
+#include <libavformat/avformat.h>
+#include <libavutil/parseutils.h>
+#include <libavutil/time.h>
+}
+
+#include "MediaProcessing/GenericByteData/AudioCodec.h"
+#include "MediaProcessing/GenericByteData/VideoCodec.h"
+
+namespace NmMedia {
+
+using NmMediaProcessing::SmAudioCodec;
+using NmMediaProcessing::SmVideoCodec;
+
+namespace {
+
+constexpr int64_t NetworkOpenTimeoutMicroseconds = 15'000'000;
+// Video codec values beyond those the record library names.
+constexpr uint32_t CodecMPEG4 = 4;
+constexpr uint32_t CodecH263 = 7;
+constexpr uint32_t CodecH263Plus = 9;
+
+std::optional<SmMediaStreamFormat> VideoFormat(const AVCodecParameters& parameters) {
+  SmMediaStreamFormat format;
+  format.kind = SmMediaStreamFormat::Video;
+  switch (parameters.codec_id) {
+  case AV_CODEC_ID_H264:
+    format.codec = SmVideoCodec::H264;
+    format.payload = SmMediaStreamFormat::H264;
+    break;
+  case AV_CODEC_ID_MPEG4:
+    format.codec = CodecMPEG4;
+    format.payload = SmMediaStreamFormat::MPEG4;
+    break;
+  case AV_CODEC_ID_H263:
+    format.codec = CodecH263;
+    break;
+  case AV_CODEC_ID_H263P:
+    format.codec = CodecH263Plus;
+    break;
+  case AV_CODEC_ID_MJPEG:
+    format.codec = SmVideoCodec::JPEG;
+    format.intraOnly = true;
+    break;
+  case AV_CODEC_ID_JPEG2000:
+    format.codec = SmVideoCodec::JPEG2000;
+    format.intraOnly = true;
+    break;
+  case AV_CODEC_ID_MXPEG:
+    format.codec = SmVideoCodec::MxPEG;
+    break;
+  default:
+    return std::nullopt;
+  }
+  return format;
+}
+
+std::optional<SmMediaStreamFormat> AudioFormat(const AVCodecParameters& parameters) {
+  SmMediaStreamFormat format;
+  format.kind = SmMediaStreamFormat::Audio;
+  format.channels = static_cast<uint32_t>(std::max(parameters.ch_layout.nb_channels, 0));
+  format.samplingFrequency = static_cast<uint32_t>(std::max(parameters.sample_rate, 0));
+  if (format.channels == 0 || format.channels > 255 || format.samplingFrequency < 2) {
+    return std::nullopt;
+  }
+  const auto pcm = [&format](uint32_t bits, SmMediaStreamFormat::Payload payload) {
+    format.codec = SmAudioCodec::PCM;
+    format.bitsPerSample = format.bitsPerCodedSample = bits;
+    format.payload = payload;
+  };
+  const auto g711 = [&format](uint32_t law) {
+    const bool telephony = format.channels == 1 && format.samplingFrequency == 8000;
+    format.codec = telephony ? SmAudioCodec::G711Telephony : SmAudioCodec::G711;
+    format.codecOption = law;
+    format.bitsPerSample = 16;
+    format.bitsPerCodedSample = 8;
+  };
+  switch (parameters.codec_id) {
+  case AV_CODEC_ID_PCM_S16LE:
+    pcm(16, SmMediaStreamFormat::AsIs);
+    break;
+  case AV_CODEC_ID_PCM_S16BE:
+    pcm(16, SmMediaStreamFormat::PCMSwap16);
+    break;
+  case AV_CODEC_ID_PCM_U8:
+    pcm(8, SmMediaStreamFormat::AsIs);
+    break;
+  case AV_CODEC_ID_PCM_S8:
+    pcm(8, SmMediaStreamFormat::PCMSigned8);
+    break;
+  case AV_CODEC_ID_PCM_S24LE:
+    pcm(24, SmMediaStreamFormat::AsIs);
+    break;
+  case AV_CODEC_ID_PCM_S24BE:
+    pcm(24, SmMediaStreamFormat::PCMSwap24);
+    break;
+  case AV_CODEC_ID_PCM_ALAW:
+    g711(NmMediaProcessing::SmG711Law::ALaw);
+    break;
+  case AV_CODEC_ID_PCM_MULAW:
+    g711(NmMediaProcessing::SmG711Law::MuLaw);
+    break;
+  case AV_CODEC_ID_ADPCM_G726:
+  case AV_CODEC_ID_ADPCM_G726LE: {
+    const int bits = parameters.bits_per_coded_sample;
+    if (bits < 2 || bits > 5) {
+      return std::nullopt;
+    }
+    using NmMediaProcessing::SmG726Option;
+    format.codec = SmAudioCodec::G726;
+    format.codecOption = SmG726Option::RateIndex(static_cast<uint32_t>(bits)) |
+                         (parameters.codec_id == AV_CODEC_ID_ADPCM_G726
+                              ? uint32_t{SmG726Option::MostSignificantFirst}
+                              : 0u);
+    format.bitsPerSample = 16;
+    format.bitsPerCodedSample = static_cast<uint32_t>(bits);
+    break;
+  }
+  case AV_CODEC_ID_MP1:
+  case AV_CODEC_ID_MP2:
+  case AV_CODEC_ID_MP3:
+    format.codec = SmAudioCodec::MPEG1Audio;
+    format.bitsPerSample = 16;
+    format.frameSamples = parameters.codec_id == AV_CODEC_ID_MP1 ? 384 : 1152;
+    break;
+  case AV_CODEC_ID_AAC:
+  case AV_CODEC_ID_AAC_LATM:
+    format.codec = SmAudioCodec::AACLoas;
+    format.payload = SmMediaStreamFormat::AAC;
+    format.bitsPerSample = 16;
+    format.frameSamples = 1024;
+    break;
+  default:
+    return std::nullopt;
+  }
+  return format;
+}
+
+int64_t NowMilliseconds() {
+  return std::chrono::duration_cast<std::chrono::milliseconds>(
+             std::chrono::system_clock::now().time_since_epoch())
+      .count();
+}
+
+// The creation time that MP4, MOV and Matroska files carry, in milliseconds
+// since 1970, or nothing.
+std::optional<int64_t> CreationTime(const AVFormatContext& context) {
+  const AVDictionaryEntry* entry = av_dict_get(context.metadata, "creation_time", nullptr, 0);
+  for (unsigned i = 0; entry == nullptr && i < context.nb_streams; ++i) {
+    entry = av_dict_get(context.streams[i]->metadata, "creation_time", nullptr, 0);
+  }
+  int64_t microseconds = 0;
+  if (entry == nullptr || av_parse_time(&microseconds, entry->value, 0) < 0 || microseconds <= 0) {
+    return std::nullopt;
+  }
+  return microseconds / 1000;
+}
+
+int64_t FloorDivide(int64_t value, int64_t divisor) {
+  const int64_t quotient = value / divisor;
+  return (value % divisor != 0 && (value < 0) != (divisor < 0)) ? quotient - 1 : quotient;
+}
+
+} // namespace
+
+std::string CmMediaDemuxer::ErrorText(int error) {
+  char text[AV_ERROR_MAX_STRING_SIZE] = {};
+  av_strerror(error, text, sizeof text);
+  return text;
+}
+
+int CmMediaDemuxer::Interrupt(void* opaque) {
+  const auto* self = static_cast<const CmMediaDemuxer*>(opaque);
+  if (self->m_Stop != nullptr && self->m_Stop->load()) {
+    return 1;
+  }
+  return self->m_OpenDeadline != 0 && av_gettime_relative() > self->m_OpenDeadline;
+}
+
+CmMediaDemuxer::CmMediaDemuxer(const std::string& url, bool network,
+                               const std::atomic<bool>* stop)
+    : m_Stop(stop) {
+  m_Context = avformat_alloc_context();
+  m_Packet = av_packet_alloc();
+  if (m_Context == nullptr || m_Packet == nullptr) {
+    avformat_free_context(m_Context);
+    av_packet_free(&m_Packet);
+    throw CmMediaOpenError("Could not open media '" + url + "': out of memory!");
+  }
+  m_Context->interrupt_callback = {&CmMediaDemuxer::Interrupt, this};
+  AVDictionary* options = nullptr;
+  if (network) {
+    m_OpenDeadline = av_gettime_relative() + NetworkOpenTimeoutMicroseconds;
+    // Nothing is sent before the host starts the live stream.
+    av_dict_set(&options, "initial_pause", "1", 0);
+    av_dict_set(&options, "timeout", "10000000", 0);
+  }
+  // On failure avformat_open_input frees the context itself.
+  int result = avformat_open_input(&m_Context, url.c_str(), nullptr, &options);
+  av_dict_free(&options);
+  if (result >= 0) {
+    result = avformat_find_stream_info(m_Context, nullptr);
+    if (result < 0) {
+      avformat_close_input(&m_Context);
+    }
+  }
+  m_OpenDeadline = 0;
+  if (result < 0) {
+    av_packet_free(&m_Packet);
+    throw CmMediaOpenError("Could not open media '" + url + "': " + ErrorText(result) + "!");
+  }
+
+  for (unsigned i = 0; i < m_Context->nb_streams; ++i) {
+    const AVCodecParameters& parameters = *m_Context->streams[i]->codecpar;
+    SmMediaStream stream;
+    stream.index = static_cast<int>(i);
+    stream.codecName = avcodec_get_name(parameters.codec_id);
+    if (parameters.codec_type == AVMEDIA_TYPE_VIDEO) {
+      stream.format = VideoFormat(parameters);
+    } else if (parameters.codec_type == AVMEDIA_TYPE_AUDIO) {
+      stream.format = AudioFormat(parameters);
+    }
+    if (parameters.extradata != nullptr && parameters.extradata_size > 0) {
+      stream.configuration.assign(parameters.extradata,
+                                  parameters.extradata + parameters.extradata_size);
+    }
+    m_Streams.push_back(std::move(stream));
+  }
+  m_Timing.resize(m_Streams.size());
+
+  if (m_Context->start_time_realtime != AV_NOPTS_VALUE && m_Context->start_time_realtime > 0) {
+    m_BaseTime = m_Context->start_time_realtime / 1000;
+  } else if (const auto created = CreationTime(*m_Context)) {
+    m_BaseTime = *created;
+  } else {
+    m_BaseTime = NowMilliseconds();
+  }
+  m_Origin = m_Context->start_time != AV_NOPTS_VALUE ? m_Context->start_time : 0;
+}
+
+CmMediaDemuxer::~CmMediaDemuxer() {
+  av_packet_free(&m_Packet);
+  avformat_close_input(&m_Context);
+}
+
+int CmMediaDemuxer::Read(SmDemuxedPacket& out) {
+  av_packet_unref(m_Packet);
+  const int result = av_read_frame(m_Context, m_Packet);
+  if (result < 0) {
+    return result;
+  }
+  const int index = m_Packet->stream_index;
+  if (index < 0 || static_cast<size_t>(index) >= m_Streams.size()) {
+    // A stream that appeared after opening: not one we can describe.
+    out = {};
+    out.stream = -1;
+    return 0;
+  }
+  const AVStream& stream = *m_Context->streams[index];
+  SmTiming& timing = m_Timing[static_cast<size_t>(index)];
+  const int64_t stamp = m_Packet->pts != AV_NOPTS_VALUE ? m_Packet->pts : m_Packet->dts;
+  const int64_t duration =
+      m_Packet->duration > 0 ? av_rescale_q(m_Packet->duration, stream.time_base, {1, 1000}) : 0;
+  int64_t time = 0;
+  if (stamp != AV_NOPTS_VALUE) {
+    const int64_t microseconds = av_rescale_q(stamp, stream.time_base, AV_TIME_BASE_Q) - m_Origin;
+    // Wild stamps saturate rather than wrap.
+    if (__builtin_add_overflow(m_BaseTime, FloorDivide(microseconds, 1000), &time)) {
+      time = microseconds < 0 ? INT64_MIN : INT64_MAX;
+    }
+  } else if (timing.seen) {
+    // Untimed packets follow the one before.
+    if (__builtin_add_overflow(timing.lastTime, timing.lastDuration, &time)) {
+      time = INT64_MAX;
+    }
+  } else {
+    time = m_BaseTime;
+  }
+  timing = {time, duration, true};
+
+  out.stream = index;
+  out.packet.data = m_Packet->data;
+  out.packet.size = static_cast<size_t>(m_Packet->size);
+  out.packet.key = (m_Packet->flags & AV_PKT_FLAG_KEY) != 0;
+  out.packet.time = time;
+  out.packet.samples = 0;
+  if (m_Packet->duration > 0 && stream.codecpar->sample_rate > 0) {
+    const int64_t samples =
+        av_rescale_q(m_Packet->duration, stream.time_base, {1, stream.codecpar->sample_rate});
+    out.packet.samples = samples > 0 && samples < UINT32_MAX ? static_cast<uint32_t>(samples) : 0;
+  }
+  return 0;
+}
+
+void CmMediaDemuxer::Play() { av_read_play(m_Context); }
+
+void CmMediaDemuxer::Pause() { av_read_pause(m_Context); }
+
+} // namespace NmMedia

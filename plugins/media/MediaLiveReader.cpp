@@ -1,0 +1,94 @@
+#include "MediaLiveReader.h"
+
+#include "MediaIndex.h"
+
+#include <chrono>
+
+extern "C" {
+#include <libavutil/error.h>
+}
+
+namespace NmMedia {
+
+CmMediaLiveReader::CmMediaLiveReader(const std::string& url) : m_Url(url) {
+  m_Demuxer = std::make_unique<CmMediaDemuxer>(url, true, &m_Stop);
+  m_Builders = CreateRecordBuilders(*m_Demuxer, url);
+}
+
+CmMediaLiveReader::~CmMediaLiveReader() { Stop(); }
+
+void CmMediaLiveReader::Start() {
+  Stop();
+  {
+    std::lock_guard lock(m_Mutex);
+    m_Queue.clear();
+    m_QueuedBytes = 0;
+    m_Ended = false;
+  }
+  m_Stop = false;
+  m_Demuxer->Play();
+  m_Thread = std::thread(&CmMediaLiveReader::Run, this);
+}
+
+void CmMediaLiveReader::Stop() {
+  if (!m_Thread.joinable()) {
+    return;
+  }
+  m_Stop = true;
+  m_Thread.join();
+  m_Demuxer->Pause();
+}
+
+void CmMediaLiveReader::Run() {
+  SmDemuxedPacket packet;
+  while (!m_Stop) {
+    const int result = m_Demuxer->Read(packet);
+    if (result == AVERROR(EAGAIN)) {
+      continue;
+    }
+    if (result < 0) {
+      break;
+    }
+    const auto builder = m_Builders.find(packet.stream);
+    if (builder == m_Builders.end()) {
+      continue;
+    }
+    SmLiveRecord record;
+    if (!builder->second->Build(packet.packet, record.bytes, record.info)) {
+      continue;
+    }
+    std::lock_guard lock(m_Mutex);
+    m_QueuedBytes += record.bytes.size();
+    m_Queue.push_back(std::move(record));
+    while (m_Queue.size() > 1 &&
+           (m_Queue.size() > MaxQueuedRecords || m_QueuedBytes > MaxQueuedBytes)) {
+      m_QueuedBytes -= m_Queue.front().bytes.size();
+      m_Queue.pop_front();
+      ++m_Dropped;
+    }
+    m_Arrived.notify_all();
+  }
+  std::lock_guard lock(m_Mutex);
+  m_Ended = true;
+  m_Arrived.notify_all();
+}
+
+bool CmMediaLiveReader::Next(SmLiveRecord& record, uint32_t timeout) {
+  std::unique_lock lock(m_Mutex);
+  m_Arrived.wait_for(lock, std::chrono::milliseconds(timeout),
+                     [this] { return !m_Queue.empty() || m_Ended || !m_Thread.joinable(); });
+  if (m_Queue.empty()) {
+    return false;
+  }
+  record = std::move(m_Queue.front());
+  m_Queue.pop_front();
+  m_QueuedBytes -= record.bytes.size();
+  return true;
+}
+
+uint64_t CmMediaLiveReader::GetDropped() const {
+  std::lock_guard lock(m_Mutex);
+  return m_Dropped;
+}
+
+} // namespace NmMedia

@@ -1,0 +1,446 @@
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <vector>
+
+#include "AACLoasWrapper.h"
+#include "H264AnnexBConverter.h"
+#include "MediaRecordBuilder.h"
+#include "MediaProcessing/GenericByteData/AudioCodec.h"
+#include "MediaProcessing/GenericByteData/GenericAudioStreamDataPacket.h"
+#include "MediaProcessing/GenericByteData/GenericVideoStreamDataPacket.h"
+
+using namespace NmMedia;
+using Bytes = std::vector<uint8_t>;
+
+namespace {
+
+// Parameter sets and slices whose first bytes are all the converter reads.
+const Bytes Sps = {0x67, 0x42, 0xC0, 0x1E, 0xDA, 0x02, 0x80};  // id 0
+const Bytes Sps1 = {0x67, 0x42, 0xC0, 0x1E, 0x4D, 0x02, 0x80}; // id 1
+const Bytes Pps = {0x68, 0xCE, 0x3C, 0x80};                     // id 0
+const Bytes Idr = {0x65, 0x88, 0x84, 0x00, 0x33};
+const Bytes Slice = {0x41, 0x9A, 0x02, 0x04};
+const Bytes Aud = {0x09, 0xF0};
+
+Bytes AnnexB(const std::vector<Bytes>& nals) {
+  Bytes out;
+  for (const Bytes& nal : nals) {
+    out.insert(out.end(), {0, 0, 0, 1});
+    out.insert(out.end(), nal.begin(), nal.end());
+  }
+  return out;
+}
+
+Bytes LengthPrefixed(const std::vector<Bytes>& nals, size_t width) {
+  Bytes out;
+  for (const Bytes& nal : nals) {
+    for (size_t i = width; i-- > 0;) {
+      out.push_back(static_cast<uint8_t>(nal.size() >> (8 * i)));
+    }
+    out.insert(out.end(), nal.begin(), nal.end());
+  }
+  return out;
+}
+
+Bytes AvcC(size_t lengthSize, const std::vector<Bytes>& sps, const std::vector<Bytes>& pps) {
+  Bytes out = {1, 0x42, 0xC0, 0x1E, static_cast<uint8_t>(0xFC | (lengthSize - 1)),
+               static_cast<uint8_t>(0xE0 | sps.size())};
+  for (const Bytes& nal : sps) {
+    out.insert(out.end(), {static_cast<uint8_t>(nal.size() >> 8), static_cast<uint8_t>(nal.size())});
+    out.insert(out.end(), nal.begin(), nal.end());
+  }
+  out.push_back(static_cast<uint8_t>(pps.size()));
+  for (const Bytes& nal : pps) {
+    out.insert(out.end(), {static_cast<uint8_t>(nal.size() >> 8), static_cast<uint8_t>(nal.size())});
+    out.insert(out.end(), nal.begin(), nal.end());
+  }
+  return out;
+}
+
+Bytes Convert(CmH264AnnexBConverter& converter, const Bytes& packet, bool key, bool* idr = nullptr) {
+  Bytes out;
+  bool containsIdr = false;
+  if (!converter.Convert(packet.data(), packet.size(), key, out, containsIdr)) {
+    return {0xEE};
+  }
+  if (idr) {
+    *idr = containsIdr;
+  }
+  return out;
+}
+
+// Reads a LOAS frame the way ISO/IEC 14496-3 lays it out, independently of
+// the writer, for the subset the writer produces.
+struct SmLoasReading {
+  bool valid = false;
+  Bytes specificConfig;
+  Bytes payload;
+};
+
+class BitReader {
+public:
+  explicit BitReader(const Bytes& data) : m_Data(data) {}
+  uint32_t Bits(unsigned count) {
+    uint32_t value = 0;
+    for (unsigned i = 0; i < count; ++i, ++m_Position) {
+      if (m_Position >= m_Data.size() * 8) {
+        m_Overrun = true;
+        return 0;
+      }
+      value = value << 1 | ((m_Data[m_Position / 8] >> (7 - m_Position % 8)) & 1);
+    }
+    return value;
+  }
+  uint32_t LatmValue() {
+    const uint32_t bytes = Bits(2) + 1;
+    return Bits(8 * bytes);
+  }
+  bool Overrun() const { return m_Overrun; }
+  size_t Position() const { return m_Position; }
+
+private:
+  const Bytes& m_Data;
+  size_t m_Position = 0;
+  bool m_Overrun = false;
+};
+
+SmLoasReading ReadLoas(const Bytes& frame) {
+  SmLoasReading reading;
+  BitReader reader(frame);
+  if (reader.Bits(11) != 0x2B7 || reader.Bits(13) + 3 != frame.size() || reader.Bits(1) != 0 ||
+      reader.Bits(1) != 1 || reader.Bits(1) != 0) {
+    return reading;
+  }
+  reader.LatmValue(); // taraBufferFullness
+  if (reader.Bits(1) != 1 || reader.Bits(6) != 0 || reader.Bits(4) != 0 || reader.Bits(3) != 0) {
+    return reading;
+  }
+  const uint32_t configBits = reader.LatmValue();
+  for (uint32_t i = 0; i < configBits / 8; ++i) {
+    reading.specificConfig.push_back(static_cast<uint8_t>(reader.Bits(8)));
+  }
+  if (reader.Bits(3) != 0) {
+    return reading;
+  }
+  reader.Bits(8);
+  if (reader.Bits(1) != 0 || reader.Bits(1) != 0) {
+    return reading;
+  }
+  uint32_t length = 0;
+  for (uint32_t part = 255; part == 255;) {
+    part = reader.Bits(8);
+    length += part;
+  }
+  for (uint32_t i = 0; i < length; ++i) {
+    reading.payload.push_back(static_cast<uint8_t>(reader.Bits(8)));
+  }
+  // Only alignment may follow.
+  reading.valid = !reader.Overrun() && (frame.size() * 8 - reader.Position()) < 8;
+  return reading;
+}
+
+Bytes Adts(const Bytes& raw, bool crc, uint32_t profile = 1, uint32_t frequencyIndex = 4,
+           uint32_t channels = 2, uint32_t rawBlocks = 0) {
+  const size_t header = crc ? 9 : 7;
+  const size_t length = header + raw.size();
+  Bytes out = {0xFF,
+               static_cast<uint8_t>(0xF0 | (crc ? 0 : 1)),
+               static_cast<uint8_t>(profile << 6 | frequencyIndex << 2 | channels >> 2),
+               static_cast<uint8_t>((channels & 3) << 6 | length >> 11),
+               static_cast<uint8_t>(length >> 3),
+               static_cast<uint8_t>((length & 7) << 5 | 0x1F),
+               static_cast<uint8_t>(0xFC | rawBlocks)};
+  if (crc) {
+    out.insert(out.end(), {0x12, 0x34});
+  }
+  out.insert(out.end(), raw.begin(), raw.end());
+  return out;
+}
+
+Bytes Filler(size_t size) {
+  Bytes out(size);
+  for (size_t i = 0; i < size; ++i) {
+    out[i] = static_cast<uint8_t>(i * 7 + 3);
+  }
+  return out;
+}
+
+} // namespace
+
+TEST(MediaH264AnnexB, LengthPrefixedBecomesAnnexBWithParameterSetsBeforeSyncFrames) {
+  for (const size_t width : {1u, 2u, 4u}) {
+    CmH264AnnexBConverter converter;
+    ASSERT_TRUE(converter.Configure(AvcC(width, {Sps}, {Pps}).data(), AvcC(width, {Sps}, {Pps}).size()));
+    EXPECT_EQ(converter.GetLengthSize(), width);
+    bool idr = false;
+    EXPECT_EQ(Convert(converter, LengthPrefixed({Idr}, width), true, &idr), AnnexB({Sps, Pps, Idr}));
+    EXPECT_TRUE(idr);
+    EXPECT_EQ(Convert(converter, LengthPrefixed({Slice}, width), false, &idr), AnnexB({Slice}));
+    EXPECT_FALSE(idr);
+  }
+
+  CmH264AnnexBConverter converter;
+  const Bytes config = AvcC(4, {Sps}, {Pps});
+  ASSERT_TRUE(converter.Configure(config.data(), config.size()));
+  // An IDR makes a frame sync even when the container did not say so; a key
+  // frame without IDR (a recovery point) gets the parameter sets too.
+  EXPECT_EQ(Convert(converter, LengthPrefixed({Idr}, 4), false), AnnexB({Sps, Pps, Idr}));
+  EXPECT_EQ(Convert(converter, LengthPrefixed({Slice}, 4), true), AnnexB({Sps, Pps, Slice}));
+  // The delimiter stays first; sets the packet carries are not repeated, and
+  // a new set replaces the stored one of its id for later frames.
+  const Bytes newPps = {0x68, 0xCE, 0x38, 0x80};
+  EXPECT_EQ(Convert(converter, LengthPrefixed({Aud, newPps, Idr}, 4), true),
+            AnnexB({Aud, Sps, newPps, Idr}));
+  EXPECT_EQ(Convert(converter, LengthPrefixed({Idr}, 4), true), AnnexB({Sps, newPps, Idr}));
+  // A set of another id adds to what goes in front.
+  EXPECT_EQ(Convert(converter, LengthPrefixed({Sps1, Slice}, 4), false), AnnexB({Sps1, Slice}));
+  EXPECT_EQ(Convert(converter, LengthPrefixed({Idr}, 4), true), AnnexB({Sps, Sps1, newPps, Idr}));
+  EXPECT_EQ(converter.GetParameterSetCount(), 3u);
+  // Zero-length units are dropped; a length past the end refuses the packet.
+  EXPECT_EQ(Convert(converter, Bytes{0, 0, 0, 0, 0, 0, 0, 4, 0x41, 1, 2, 3}, false),
+            AnnexB({Bytes{0x41, 1, 2, 3}}));
+  EXPECT_EQ(Convert(converter, Bytes{0, 0, 0, 9, 0x41, 1, 2}, false), Bytes{0xEE});
+  EXPECT_EQ(Convert(converter, Bytes{0, 0, 0}, false), Bytes{0xEE});
+  EXPECT_EQ(Convert(converter, Bytes{}, false), Bytes{0xEE});
+  // A muxer that wrote Annex B despite its configuration is understood.
+  EXPECT_EQ(Convert(converter, AnnexB({Slice}), false), AnnexB({Slice}));
+}
+
+TEST(MediaH264AnnexB, AnnexBInputAndDamagedConfigurations) {
+  CmH264AnnexBConverter converter;
+  const Bytes config = AnnexB({Sps, Pps});
+  ASSERT_TRUE(converter.Configure(config.data(), config.size()));
+  EXPECT_EQ(converter.GetLengthSize(), 0u);
+  // Three-byte start codes, trailing zeros and leading zeros are all framing.
+  Bytes packet = {0, 0, 0, 0, 1};
+  packet.insert(packet.end(), Idr.begin(), Idr.end());
+  packet.insert(packet.end(), {0, 0, 0, 1});
+  packet.insert(packet.end(), Slice.begin(), Slice.end());
+  packet.insert(packet.end(), {0, 0});
+  EXPECT_EQ(Convert(converter, packet, true), AnnexB({Sps, Pps, Idr, Slice}));
+  EXPECT_EQ(Convert(converter, Bytes{1, 0, 0, 1, 0x41, 5}, false), Bytes{0xEE})
+      << "bytes before the first start code";
+  EXPECT_EQ(Convert(converter, Bytes{0x41, 5, 6}, false), Bytes{0xEE}) << "no start code";
+
+  // A converter without configuration learns the sets from the stream.
+  CmH264AnnexBConverter learner;
+  ASSERT_TRUE(learner.Configure(nullptr, 0));
+  EXPECT_EQ(Convert(learner, AnnexB({Idr}), true), AnnexB({Idr}));
+  EXPECT_EQ(Convert(learner, AnnexB({Sps, Pps, Idr}), true), AnnexB({Sps, Pps, Idr}));
+  EXPECT_EQ(Convert(learner, AnnexB({Idr}), true), AnnexB({Sps, Pps, Idr}));
+  // A set whose id cannot be read is passed on but not remembered.
+  CmH264AnnexBConverter damaged;
+  const Bytes shortSps = {0x67, 0x42, 0xC0};
+  EXPECT_EQ(Convert(damaged, AnnexB({shortSps, Idr}), true), AnnexB({shortSps, Idr}));
+  EXPECT_EQ(damaged.GetParameterSetCount(), 0u);
+
+  const Bytes good = AvcC(4, {Sps}, {Pps});
+  for (size_t cut = 1; cut < good.size(); ++cut) {
+    CmH264AnnexBConverter truncated;
+    EXPECT_FALSE(truncated.Configure(good.data(), cut)) << cut;
+  }
+  Bytes threeByteLengths = good;
+  threeByteLengths[4] = 0xFE;
+  EXPECT_FALSE(converter.Configure(threeByteLengths.data(), threeByteLengths.size()));
+  Bytes emptySet = AvcC(4, {Bytes{}}, {Pps});
+  EXPECT_FALSE(converter.Configure(emptySet.data(), emptySet.size()));
+}
+
+TEST(MediaAACLoas, RawFramesWrapWithTheirConfigurationAtEveryLengthBoundary) {
+  const Bytes config = {0x12, 0x10}; // AAC LC, 44100 Hz, stereo
+  CmAACLoasWrapper wrapper;
+  ASSERT_TRUE(wrapper.Configure(config.data(), config.size()));
+  EXPECT_EQ(wrapper.GetConfig().objectType, 2u);
+  EXPECT_EQ(wrapper.GetConfig().samplingFrequency, 44100u);
+  EXPECT_EQ(wrapper.GetConfig().channelConfiguration, 2u);
+  for (const size_t size : {1u, 254u, 255u, 256u, 509u, 510u, 511u, 6000u}) {
+    Bytes out;
+    ASSERT_TRUE(wrapper.Wrap(Filler(size).data(), size, out)) << size;
+    EXPECT_TRUE(IsLoasFrame(out.data(), out.size()));
+    const SmLoasReading reading = ReadLoas(out);
+    EXPECT_TRUE(reading.valid) << size;
+    EXPECT_EQ(reading.specificConfig, config);
+    EXPECT_EQ(reading.payload, Filler(size));
+  }
+  // The 13-bit length of a LOAS frame bounds the frame.
+  Bytes out;
+  EXPECT_FALSE(wrapper.Wrap(Filler(8191).data(), 8191, out));
+  EXPECT_TRUE(out.empty());
+  EXPECT_FALSE(wrapper.Wrap(nullptr, 0, out));
+
+  // Frames that are LOAS already pass unchanged.
+  ASSERT_TRUE(wrapper.Wrap(Filler(100).data(), 100, out));
+  const Bytes loas = out;
+  ASSERT_TRUE(wrapper.Wrap(loas.data(), loas.size(), out));
+  EXPECT_EQ(out, loas);
+  EXPECT_FALSE(IsLoasFrame(loas.data(), loas.size() - 1));
+
+  // Without any configuration a raw frame cannot be wrapped.
+  CmAACLoasWrapper unconfigured;
+  ASSERT_TRUE(unconfigured.Configure(nullptr, 0));
+  EXPECT_FALSE(unconfigured.Wrap(Filler(100).data(), 100, out));
+  EXPECT_FALSE(unconfigured.Configure(Bytes{0x12}.data(), 1)) << "cut short";
+  EXPECT_FALSE(unconfigured.Configure(Bytes{0x16, 0x90}.data(), 2)) << "reserved index 13";
+}
+
+TEST(MediaAACLoas, AdtsHeadersBecomeTheConfiguration) {
+  CmAACLoasWrapper wrapper;
+  ASSERT_TRUE(wrapper.Configure(nullptr, 0));
+  for (const bool crc : {false, true}) {
+    const Bytes frame = Adts(Filler(300), crc, 1, 3, 1);
+    Bytes out;
+    ASSERT_TRUE(wrapper.Wrap(frame.data(), frame.size(), out));
+    const SmLoasReading reading = ReadLoas(out);
+    ASSERT_TRUE(reading.valid);
+    // LC at 48000 Hz, mono: object type 2, index 3, channels 1.
+    EXPECT_EQ(reading.specificConfig, (Bytes{0x11, 0x88}));
+    EXPECT_EQ(reading.payload, Filler(300));
+    EXPECT_EQ(wrapper.GetConfig().samplingFrequency, 48000u);
+  }
+  Bytes out;
+  const Bytes twoBlocks = Adts(Filler(50), false, 1, 3, 1, 1);
+  EXPECT_FALSE(wrapper.Wrap(twoBlocks.data(), twoBlocks.size(), out));
+  const Bytes reserved = Adts(Filler(50), false, 1, 13, 1);
+  EXPECT_FALSE(wrapper.Wrap(reserved.data(), reserved.size(), out));
+  const Bytes programConfig = Adts(Filler(50), false, 1, 3, 0);
+  EXPECT_FALSE(wrapper.Wrap(programConfig.data(), programConfig.size(), out));
+  // A header whose length disagrees with the packet is no ADTS frame, and
+  // without a configuration nothing else can be done with it.
+  Bytes longer = Adts(Filler(50), false);
+  longer.push_back(0);
+  EXPECT_FALSE(wrapper.Wrap(longer.data(), longer.size(), out));
+}
+
+TEST(MediaAACLoas, AudioSpecificConfigVariants) {
+  SmAACConfig config;
+  // HE-AAC: object type 5, 24000 Hz core, stereo, 48000 Hz extension, core LC.
+  ASSERT_TRUE(ParseAudioSpecificConfig(Bytes{0x2B, 0x11, 0x8A, 0x00}.data(), 4, config));
+  EXPECT_TRUE(config.sbr);
+  EXPECT_EQ(config.objectType, 2u);
+  EXPECT_EQ(config.samplingFrequency, 24000u);
+  EXPECT_EQ(config.extensionSamplingFrequency, 48000u);
+  // An escaped object type (31 + 6 bits) and an explicit 24-bit frequency.
+  ASSERT_TRUE(ParseAudioSpecificConfig(Bytes{0xF8, 0x1E, 0x00, 0x3E, 0x80, 0x20}.data(), 6, config));
+  EXPECT_EQ(config.objectType, 32u);
+  EXPECT_EQ(config.samplingFrequency, 8000u);
+  EXPECT_EQ(config.channelConfiguration, 1u);
+  EXPECT_FALSE(ParseAudioSpecificConfig(Bytes{0x00, 0x10}.data(), 2, config)) << "object type 0";
+  EXPECT_FALSE(ParseAudioSpecificConfig(Bytes{0x2B, 0x11}.data(), 2, config)) << "cut in extension";
+}
+
+TEST(MediaRecordBuilder, VideoRecordsCarryNumbersSyncAndSyncTimes) {
+  SmMediaStreamFormat format;
+  format.codec = 10;
+  format.payload = SmMediaStreamFormat::H264;
+  CmMediaRecordBuilder builder(format);
+  const Bytes config = AvcC(4, {Sps}, {Pps});
+  ASSERT_TRUE(builder.Configure(config.data(), config.size()));
+
+  const auto build = [&builder](const Bytes& payload, bool key, int64_t time, Bytes& record) {
+    SmRecordInfo info;
+    SmMediaPacket packet{payload.data(), payload.size(), key, time, 0};
+    return builder.Build(packet, record, info) ? info.sequenceNumber : -1;
+  };
+  Bytes record;
+  // A frame before any sync frame has no sync time to name.
+  EXPECT_EQ(build(LengthPrefixed({Slice}, 4), false, 999, record), 0);
+  NmMediaProcessing::CmGenericVideoStreamDataPacket leading(record.data(), record.size());
+  EXPECT_FALSE(leading.GetSync());
+  EXPECT_EQ(leading.GetSyncTime().GetMilliseconds(), 0);
+
+  EXPECT_EQ(build(LengthPrefixed({Idr}, 4), false, 1000, record), 1);
+  NmMediaProcessing::CmGenericVideoStreamDataPacket sync(record.data(), record.size());
+  EXPECT_TRUE(sync.GetSync());
+  EXPECT_EQ(sync.GetCodec(), 10u);
+  EXPECT_EQ(sync.GetFrameTime().GetMilliseconds(), 1000);
+  EXPECT_EQ(sync.GetSyncTime().GetMilliseconds(), 1000);
+  EXPECT_EQ(Bytes(sync.GetPayload(), sync.GetPayload() + sync.GetPayloadLength()),
+            AnnexB({Sps, Pps, Idr}));
+
+  EXPECT_EQ(build(Bytes{0, 0, 0, 9}, false, 1040, record), -1) << "damaged: nothing counted";
+  EXPECT_TRUE(record.empty());
+  EXPECT_EQ(build(LengthPrefixed({Slice}, 4), false, 1040, record), 2);
+  NmMediaProcessing::CmGenericVideoStreamDataPacket next(record.data(), record.size());
+  EXPECT_FALSE(next.GetSync());
+  EXPECT_EQ(next.GetSyncTime().GetMilliseconds(), 1000);
+  EXPECT_EQ(next.GetSequenceNumber(), 2);
+  // Times before 1970 are held at the epoch; numbers wrap at 16 bits.
+  for (int i = 3; i < 65536; ++i) {
+    build(LengthPrefixed({Slice}, 4), false, -5, record);
+  }
+  EXPECT_EQ(NmMediaProcessing::CmGenericVideoStreamDataPacket(record.data(), record.size())
+                .GetFrameTime()
+                .GetMilliseconds(),
+            0);
+  EXPECT_EQ(build(LengthPrefixed({Slice}, 4), false, 2000, record), 0);
+
+  SmMediaStreamFormat jpeg;
+  jpeg.codec = 1;
+  jpeg.intraOnly = true;
+  CmMediaRecordBuilder intra(jpeg);
+  const Bytes picture = {0xFF, 0xD8, 1, 2, 0xFF, 0xD9};
+  SmRecordInfo info;
+  ASSERT_TRUE(intra.Build({picture.data(), picture.size(), false, 5000, 0}, record, info));
+  EXPECT_TRUE(info.sync) << "every intra-only frame is a sync frame";
+}
+
+TEST(MediaRecordBuilder, AudioRecordsCountSamplesAndNormalisePCM) {
+  using NmMediaProcessing::CmGenericAudioStreamDataPacket;
+  SmMediaStreamFormat format;
+  format.kind = SmMediaStreamFormat::Audio;
+  format.codec = NmMediaProcessing::SmAudioCodec::PCM;
+  format.payload = SmMediaStreamFormat::PCMSwap16;
+  format.channels = 2;
+  format.samplingFrequency = 48000;
+  format.bitsPerSample = format.bitsPerCodedSample = 16;
+  CmMediaRecordBuilder swap(format);
+  Bytes record;
+  SmRecordInfo info;
+  const Bytes bigEndian = {0x12, 0x34, 0x56, 0x78, 0x9A, 0xBC, 0xDE, 0xF0, 0x11};
+  ASSERT_TRUE(swap.Build({bigEndian.data(), bigEndian.size(), true, 7000, 999}, record, info));
+  CmGenericAudioStreamDataPacket packet(record.data(), record.size());
+  EXPECT_EQ(Bytes(packet.GetPayload(), packet.GetPayload() + packet.GetPayloadLength()),
+            (Bytes{0x34, 0x12, 0x78, 0x56, 0xBC, 0x9A, 0xF0, 0xDE}))
+      << "a half sample at the end is dropped";
+  EXPECT_EQ(packet.GetSampleCount(), 2u) << "the bytes count, not the container's duration";
+  EXPECT_EQ(packet.GetChannelCount(), 2u);
+  EXPECT_EQ(packet.GetSamplingFrequency(), 48000u);
+  EXPECT_EQ(packet.GetTime().GetMilliseconds(), 7000);
+  EXPECT_FALSE(info.sync);
+  const Bytes half = {0x12};
+  EXPECT_FALSE(swap.Build({half.data(), half.size(), true, 7000, 0}, record, info));
+
+  format.payload = SmMediaStreamFormat::PCMSigned8;
+  format.channels = 1;
+  format.bitsPerSample = format.bitsPerCodedSample = 8;
+  CmMediaRecordBuilder signed8(format);
+  const Bytes samples = {0x00, 0x7F, 0x80, 0xFF};
+  ASSERT_TRUE(signed8.Build({samples.data(), samples.size(), true, 0, 0}, record, info));
+  CmGenericAudioStreamDataPacket unsigned8(record.data(), record.size());
+  EXPECT_EQ(Bytes(unsigned8.GetPayload(), unsigned8.GetPayload() + 4), (Bytes{0x80, 0xFF, 0x00, 0x7F}));
+
+  SmMediaStreamFormat aac;
+  aac.kind = SmMediaStreamFormat::Audio;
+  aac.codec = NmMediaProcessing::SmAudioCodec::AACLoas;
+  aac.payload = SmMediaStreamFormat::AAC;
+  aac.channels = 2;
+  aac.samplingFrequency = 48000;
+  aac.bitsPerSample = 16;
+  aac.frameSamples = 1024;
+  CmMediaRecordBuilder heAac(aac);
+  const Bytes heConfig = {0x2B, 0x11, 0x8A, 0x00};
+  ASSERT_TRUE(heAac.Configure(heConfig.data(), heConfig.size()));
+  const Bytes raw = Filler(40);
+  ASSERT_TRUE(heAac.Build({raw.data(), raw.size(), true, 0, 2048}, record, info));
+  CmGenericAudioStreamDataPacket wrapped(record.data(), record.size());
+  EXPECT_EQ(wrapped.GetCodecOption(), uint32_t{NmMediaProcessing::SmAACProfile::HighEfficiency});
+  EXPECT_EQ(wrapped.GetSampleCount(), 2048u);
+  EXPECT_EQ(wrapped.GetBitsPerSample(), 16u);
+  EXPECT_TRUE(IsLoasFrame(wrapped.GetPayload(), wrapped.GetPayloadLength()));
+  CmMediaRecordBuilder plain(aac);
+  ASSERT_TRUE(plain.Configure(nullptr, 0));
+  EXPECT_FALSE(plain.Build({raw.data(), raw.size(), true, 0, 0}, record, info))
+      << "raw frames without any configuration";
+  EXPECT_FALSE(plain.Configure(Bytes{0x00}.data(), 1));
+}
