@@ -10,6 +10,7 @@ PACKAGES=(
   libavcodec-dev libavformat-dev libavutil-dev libswscale-dev
   libpango1.0-dev libcairo2-dev fonts-dejavu-core libopenjp2-7-dev
   ffmpeg x264 libjpeg-turbo-progs libturbojpeg0-dev libyuv-dev
+  python3-gi gir1.2-gst-rtsp-server-1.0 gstreamer1.0-plugins-good gstreamer1.0-plugins-bad
 )
 
 missing=()

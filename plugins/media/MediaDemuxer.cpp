@@ -195,8 +195,6 @@ CmMediaDemuxer::CmMediaDemuxer(const std::string& url, bool network,
   AVDictionary* options = nullptr;
   if (network) {
     m_OpenDeadline = av_gettime_relative() + NetworkOpenTimeoutMicroseconds;
-    // Nothing is sent before the host starts the live stream.
-    av_dict_set(&options, "initial_pause", "1", 0);
     av_dict_set(&options, "timeout", "10000000", 0);
   }
   // On failure avformat_open_input frees the context itself.
@@ -240,6 +238,11 @@ CmMediaDemuxer::CmMediaDemuxer(const std::string& url, bool network,
     m_BaseTime = NowMilliseconds();
   }
   m_Origin = m_Context->start_time != AV_NOPTS_VALUE ? m_Context->start_time : 0;
+  if (network) {
+    // The streams are known only from what the server sent; from here on it
+    // holds until the host starts the live stream.
+    Pause();
+  }
 }
 
 CmMediaDemuxer::~CmMediaDemuxer() {

@@ -36,6 +36,8 @@ void CmMediaLiveReader::Stop() {
   }
   m_Stop = true;
   m_Thread.join();
+  // The pause request must not be cut off by the stop flag.
+  m_Stop = false;
   m_Demuxer->Pause();
 }
 

@@ -1,1 +1,603 @@
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "MediaProcessing/GenericByteData/AudioCodec.h"
+#include "MediaProcessing/GenericByteData/GenericAudioStreamDataPacket.h"
+#include "MediaProcessing/GenericByteData/GenericVideoStreamDataPacket.h"
+#include "Toolkits/VZKSourceToolkitPlugin/ToolkitFactory.h"
+#include "Toolkits/ToolkitTestSupport.h"
+#include "vzk/ToolkitError.h"
+
+using namespace NmToolkit;
+using NmMediaProcessing::CmGenericAudioStreamDataPacket;
+using NmMediaProcessing::CmGenericVideoStreamDataPacket;
+using Bytes = std::vector<uint8_t>;
+
+namespace {
+
+// Runs a shell command and gives its standard output, or "exit N" on failure.
+std::string Capture(const std::string& command) {
+  std::string output;
+  FILE* pipe = popen(command.c_str(), "r");
+  if (pipe == nullptr) {
+    return "popen failed";
+  }
+  std::array<char, 4096> buffer{};
+  size_t got = 0;
+  while ((got = fread(buffer.data(), 1, buffer.size(), pipe)) > 0) {
+    output.append(buffer.data(), got);
+  }
+  const int status = pclose(pipe);
+  return status == 0 ? output : "exit " + std::to_string(status) + ": " + output;
+}
+
+std::string Ffmpeg(const std::string& arguments) {
+  return Capture("ffmpeg -nostdin -hide_banner -loglevel error -y " + arguments + " 2>&1");
+}
+
+// What ffmpeg decodes from an input, as a checksum of the raw samples or pixels.
+std::string Decoded(const std::string& input, const std::string& output = "-f md5") {
+  return Ffmpeg(input + " " + output + " -");
+}
+
+// A directory of the build tree of its own for each test, so that tests can
+// run in parallel; removed at the end.
+class CmScratchDirectory {
+public:
+  CmScratchDirectory() {
+    std::string pattern = NmToolkitTest::BinaryDirectory() + "/../media-test-XXXXXX";
+    if (mkdtemp(pattern.data()) != nullptr) {
+      m_Path = pattern;
+    }
+  }
+  ~CmScratchDirectory() {
+    std::error_code ignored;
+    std::filesystem::remove_all(m_Path, ignored);
+  }
+  std::string operator/(const std::string& name) const { return m_Path + "/" + name; }
+
+private:
+  std::string m_Path;
+};
+
+std::string Configuration(const std::string& url) {
+  return "<toolkit type='source'><provider>media</provider><config><media url='" + url +
+         "'/></config></toolkit>";
+}
+
+void WriteFile(const std::string& path, const Bytes& bytes) {
+  std::ofstream file(path, std::ios::binary);
+  file.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+}
+
+// One item as read: the record's bytes and its time.
+struct SmItem {
+  Bytes bytes;
+  int64_t time = 0;
+  std::string sequenceNumber;
+
+  int Type() const { return bytes.size() >= 2 ? bytes[0] << 8 | bytes[1] : 0; }
+  bool IsVideo() const { return Type() == 16; }
+  bool IsAudio() const { return Type() == 32; }
+  Bytes Payload() const {
+    const size_t header = IsVideo() ? 32 : 42;
+    return Bytes(bytes.begin() + static_cast<ptrdiff_t>(std::min(header, bytes.size())), bytes.end());
+  }
+  CmGenericVideoStreamDataPacket Video() {
+    return CmGenericVideoStreamDataPacket(bytes.data(), bytes.size());
+  }
+  CmGenericAudioStreamDataPacket Audio() {
+    return CmGenericAudioStreamDataPacket(bytes.data(), bytes.size());
+  }
+};
+
+SmItem TakeItem(ImData* raw) {
+  std::unique_ptr<ImData> item(raw);
+  SmItem taken;
+  taken.bytes.assign(raw->GetDataPointer(), raw->GetDataPointer() + raw->GetDataSize());
+  taken.time = raw->GetBeginTime();
+  EXPECT_EQ(raw->GetEndTime(), raw->GetBeginTime());
+  if (const auto* number = dynamic_cast<const ImStringProperty*>(raw->GetProperty("Sequence_Number"))) {
+    taken.sequenceNumber = number->GetValue();
+  }
+  const auto* media = dynamic_cast<const ImMediaData*>(raw);
+  EXPECT_NE(media, nullptr);
+  if (media) {
+    EXPECT_EQ(media->GetPayloadSize(), taken.Payload().size());
+  }
+  return taken;
+}
+
+class MediaSourceTest : public ::testing::Test {
+protected:
+  void Open(const std::string& url) {
+    Close();
+    toolkit = factory.CreateInstance(Configuration(url).c_str());
+    ASSERT_NE(toolkit, nullptr);
+    playback = dynamic_cast<ImPlaybackSourceToolkit*>(toolkit);
+    live = dynamic_cast<ImLiveSourceToolkit*>(toolkit);
+    ASSERT_NE(playback, nullptr);
+    ASSERT_NE(live, nullptr);
+  }
+  void OpenXml(const std::string& xml) {
+    Close();
+    toolkit = factory.CreateInstance(xml.c_str());
+    ASSERT_NE(toolkit, nullptr);
+    playback = dynamic_cast<ImPlaybackSourceToolkit*>(toolkit);
+    live = dynamic_cast<ImLiveSourceToolkit*>(toolkit);
+  }
+  void Close() {
+    if (toolkit) {
+      factory.DeleteInstance(toolkit);
+      toolkit = nullptr;
+    }
+  }
+  void TearDown() override { Close(); }
+
+  std::string ConnectError() {
+    try {
+      playback->Connect(0);
+    } catch (const ImToolkitError& error) {
+      return error.what();
+    }
+    return "connected";
+  }
+  // Every item from the first to the last.
+  std::vector<SmItem> ReadAll() {
+    std::vector<SmItem> items;
+    for (uint32_t status = playback->MoveFirst(); status == StatusSuccess;
+         status = playback->MoveNext()) {
+      ImData* raw = nullptr;
+      EXPECT_EQ(playback->GetData(&raw), StatusSuccess);
+      if (raw == nullptr) {
+        break;
+      }
+      items.push_back(TakeItem(raw));
+    }
+    return items;
+  }
+  int64_t Current() {
+    ImData* raw = nullptr;
+    if (playback->GetData(&raw) != StatusSuccess) {
+      return -1;
+    }
+    return TakeItem(raw).time;
+  }
+  int64_t At(int64_t time, SmMoveMode mode) {
+    return playback->MoveTo(time, mode) == StatusSuccess ? Current() : -1;
+  }
+
+  CmToolkitFactory factory;
+  ImToolkit* toolkit = nullptr;
+  ImPlaybackSourceToolkit* playback = nullptr;
+  ImLiveSourceToolkit* live = nullptr;
+  CmScratchDirectory scratch;
+};
+
+Bytes Concatenated(const std::vector<SmItem>& items, int type) {
+  Bytes out;
+  for (const SmItem& item : items) {
+    if (item.Type() == type) {
+      const Bytes payload = item.Payload();
+      out.insert(out.end(), payload.begin(), payload.end());
+    }
+  }
+  return out;
+}
+
+// 2024-05-06T07:08:09Z
+constexpr int64_t CreationTime = 1714979289000;
+
+TEST_F(MediaSourceTest, H264FromMP4DecodesLikeTheOriginal) {
+  const std::string mp4 = scratch / "clip.mp4";
+  // B-frames, so that presentation and decoding order differ.
+  ASSERT_EQ(Ffmpeg("-f lavfi -i testsrc=size=160x120:rate=25 -t 1.2 -c:v libx264 -g 10 -bf 2 "
+                   "-pix_fmt yuv420p -metadata creation_time=2024-05-06T07:08:09Z " + mp4),
+            "");
+  Open(mp4);
+  CmPropertyNameSet supported;
+  playback->Connect({"Sequence_Number", "Has_Motion"}, supported, 0);
+  EXPECT_EQ(supported, CmPropertyNameSet{"Sequence_Number"});
+  std::vector<SmItem> items = ReadAll();
+  ASSERT_EQ(items.size(), 30u);
+
+  int64_t syncTime = -1;
+  int64_t earliest = INT64_MAX;
+  size_t syncFrames = 0;
+  for (size_t i = 0; i < items.size(); ++i) {
+    SmItem& item = items[i];
+    ASSERT_TRUE(item.IsVideo());
+    CmGenericVideoStreamDataPacket video = item.Video();
+    EXPECT_EQ(video.GetCodec(), 10u);
+    EXPECT_EQ(video.GetSequenceNumber(), i);
+    EXPECT_EQ(item.sequenceNumber, std::to_string(i));
+    EXPECT_EQ(video.GetFrameTime().GetMilliseconds(), item.time);
+    if (video.GetSync()) {
+      ++syncFrames;
+      syncTime = item.time;
+      // Each sync frame can start a decoder: its parameter sets come first.
+      const Bytes payload = item.Payload();
+      ASSERT_GE(payload.size(), 5u);
+      EXPECT_EQ(Bytes(payload.begin(), payload.begin() + 4), (Bytes{0, 0, 0, 1}));
+      const int firstType = payload[4] & 0x1F;
+      EXPECT_TRUE(firstType == 7 || firstType == 9) << firstType;
+    }
+    EXPECT_EQ(video.GetSyncTime().GetMilliseconds(), syncTime);
+    earliest = std::min(earliest, item.time);
+  }
+  EXPECT_EQ(syncFrames, 3u);
+  EXPECT_TRUE(items[0].Video().GetSync());
+  EXPECT_EQ(earliest, CreationTime) << "times start at the file's creation time";
+
+  const std::string annexB = scratch / "out.h264";
+  WriteFile(annexB, Concatenated(items, 16));
+  const std::string expected = Decoded("-i " + mp4);
+  EXPECT_EQ(expected.rfind("MD5=", 0), 0u) << expected;
+  EXPECT_EQ(Decoded("-f h264 -i " + annexB), expected);
+
+  // Decoding from a sync frame in the middle works alone.
+  std::vector<SmItem> tail(items.begin() + 10, items.end());
+  ASSERT_TRUE(tail.front().Video().GetSync());
+  WriteFile(annexB, Concatenated(tail, 16));
+  EXPECT_EQ(Capture("ffmpeg -nostdin -v error -f h264 -i " + annexB +
+                    " -f null - 2>&1 && ffprobe -v error -count_frames -select_streams v "
+                    "-show_entries stream=nb_read_frames -of csv=p=0 " + annexB),
+            "20\n");
+}
+
+TEST_F(MediaSourceTest, RawAnnexBFromX264AndAACInBothFramings) {
+  const std::string y4m = scratch / "in.y4m";
+  const std::string raw = scratch / "clip.264";
+  ASSERT_EQ(Ffmpeg("-f lavfi -i testsrc=size=96x64:rate=25 -frames:v 12 -pix_fmt yuv420p " + y4m), "");
+  ASSERT_EQ(Capture("x264 --quiet --keyint 5 --bframes 0 -o " + raw + " " + y4m + " 2>/dev/null"), "");
+  Open(raw);
+  ASSERT_EQ(ConnectError(), "connected");
+  std::vector<SmItem> items = ReadAll();
+  ASSERT_EQ(items.size(), 12u);
+  for (size_t i = 1; i < items.size(); ++i) {
+    EXPECT_EQ(items[i].time - items[i - 1].time, 40) << "25 frames a second";
+    EXPECT_EQ(items[i].Video().GetSync(), i % 5 == 0) << i;
+  }
+  const std::string annexB = scratch / "out.h264";
+  WriteFile(annexB, Concatenated(items, 16));
+  EXPECT_EQ(Decoded("-f h264 -i " + annexB), Decoded("-i " + raw));
+
+  const std::string adts = scratch / "tone.aac";
+  const std::string m4a = scratch / "tone.m4a";
+  ASSERT_EQ(Ffmpeg("-f lavfi -i sine=frequency=440:sample_rate=48000 -t 0.5 -ac 2 -c:a aac -b:a 96k " +
+                   adts),
+            "");
+  ASSERT_EQ(Ffmpeg("-i " + adts + " -c copy -metadata creation_time=2024-05-06T07:08:09Z " + m4a), "");
+  const std::string expected = Decoded("-i " + adts, "-f s16le -ac 2 -f md5");
+  for (const std::string& input : {adts, m4a}) {
+    Open(input);
+    ASSERT_EQ(ConnectError(), "connected") << input;
+    items = ReadAll();
+    ASSERT_GE(items.size(), 20u) << input;
+    uint64_t samples = 0;
+    for (size_t i = 0; i < items.size(); ++i) {
+      ASSERT_TRUE(items[i].IsAudio());
+      CmGenericAudioStreamDataPacket audio = items[i].Audio();
+      EXPECT_EQ(audio.GetCodec(), uint32_t{NmMediaProcessing::SmAudioCodec::AACLoas});
+      EXPECT_EQ(audio.GetCodecOption(), uint32_t{NmMediaProcessing::SmAACProfile::LowComplexity});
+      EXPECT_EQ(audio.GetBitsPerSample(), 16u);
+      EXPECT_EQ(audio.GetChannelCount(), 2u);
+      EXPECT_EQ(audio.GetSamplingFrequency(), 48000u);
+      EXPECT_EQ(audio.GetSequenceNumber(), i);
+      samples += audio.GetSampleCount();
+    }
+    EXPECT_EQ(samples, items.size() * 1024);
+    const std::string loas = scratch / "out.loas";
+    WriteFile(loas, Concatenated(items, 32));
+    EXPECT_EQ(Decoded("-f loas -i " + loas, "-f s16le -ac 2 -f md5"), expected) << input;
+  }
+  EXPECT_EQ(items[0].time, CreationTime);
+}
+
+TEST_F(MediaSourceTest, MJPEGWithG711AndNavigationInEveryMode) {
+  const std::string mkv = scratch / "cam.mkv";
+  // Two frames a second and 0.1 s audio packets, interleaved.
+  ASSERT_EQ(Ffmpeg("-f lavfi -i testsrc=size=64x48:rate=2 -f lavfi -i sine=sample_rate=8000 -t 2 "
+                   "-c:v mjpeg -c:a pcm_mulaw -ac 1 -frame_size 800 "
+                   "-metadata creation_time=2024-05-06T07:08:09Z " + mkv),
+            "");
+  Open(mkv);
+  CmPropertyNameSet supported;
+  playback->Connect({}, supported, 0);
+  EXPECT_TRUE(supported.empty());
+  const std::vector<SmItem> items = ReadAll();
+  std::vector<SmItem> video;
+  std::vector<SmItem> audio;
+  for (const SmItem& item : items) {
+    (item.IsVideo() ? video : audio).push_back(item);
+    EXPECT_TRUE(item.sequenceNumber.empty()) << "not requested";
+  }
+  ASSERT_EQ(video.size(), 4u);
+  ASSERT_GE(audio.size(), 2u);
+  uint64_t samples = 0;
+  for (size_t i = 0; i < video.size(); ++i) {
+    CmGenericVideoStreamDataPacket packet = video[i].Video();
+    EXPECT_EQ(packet.GetCodec(), 1u);
+    EXPECT_TRUE(packet.GetSync()) << "every JPEG frame stands alone";
+    EXPECT_EQ(video[i].time, CreationTime + 500 * static_cast<int64_t>(i));
+    EXPECT_EQ(packet.GetSequenceNumber(), i);
+  }
+  for (size_t i = 0; i < audio.size(); ++i) {
+    CmGenericAudioStreamDataPacket packet = audio[i].Audio();
+    EXPECT_EQ(packet.GetCodec(), uint32_t{NmMediaProcessing::SmAudioCodec::G711Telephony});
+    EXPECT_EQ(packet.GetCodecOption(), uint32_t{NmMediaProcessing::SmG711Law::MuLaw});
+    EXPECT_EQ(packet.GetBitsPerSample(), 16u);
+    EXPECT_EQ(packet.GetSamplingFrequency(), 8000u);
+    EXPECT_EQ(packet.GetSampleCount(), audio[i].Payload().size());
+    EXPECT_EQ(packet.GetSequenceNumber(), i) << "numbered per stream";
+    samples += packet.GetSampleCount();
+  }
+  EXPECT_EQ(samples, 16000u);
+  const std::string mjpeg = scratch / "out.mjpeg";
+  const std::string mulaw = scratch / "out.ul";
+  WriteFile(mjpeg, Concatenated(items, 16));
+  WriteFile(mulaw, Concatenated(items, 32));
+  EXPECT_EQ(Decoded("-f mjpeg -i " + mjpeg), Decoded("-i " + mkv + " -map 0:v"));
+  EXPECT_EQ(Decoded("-f mulaw -ar 8000 -ac 1 -i " + mulaw),
+            Decoded("-i " + mkv + " -map 0:a"));
+
+  // Navigation, over both streams in file order.
+  const int64_t first = items.front().time;
+  const int64_t last = items.back().time;
+  EXPECT_EQ(playback->MovePrevious(), StatusSuccess) << "from the end of ReadAll";
+  ASSERT_EQ(playback->MoveLast(), StatusSuccess);
+  EXPECT_EQ(Current(), last);
+  EXPECT_EQ(playback->MoveNext(), StatusNoItem);
+  EXPECT_EQ(Current(), last) << "a failed move stays put";
+  ASSERT_EQ(playback->MoveFirst(), StatusSuccess);
+  EXPECT_EQ(playback->MovePrevious(), StatusNoItem);
+  EXPECT_EQ(Current(), first);
+  EXPECT_EQ(playback->MoveNextSequence(), StatusNoItem) << "one continuous run";
+  EXPECT_EQ(playback->MovePreviousSequence(), StatusNoItem);
+
+  const int64_t second = CreationTime + 500;
+  EXPECT_EQ(At(second, MoveClosest), second);
+  EXPECT_EQ(At(second + 1, MoveAtOrBefore), second);
+  EXPECT_EQ(At(second, MoveAtOrBefore), second);
+  EXPECT_LT(At(second, MoveBefore), second);
+  EXPECT_EQ(At(second, MoveAtOrAfter), second);
+  EXPECT_GT(At(second, MoveAfter), second);
+  EXPECT_EQ(At(first - 1, MoveBefore), -1);
+  EXPECT_EQ(At(first - 1, MoveAtOrBefore), -1);
+  EXPECT_EQ(At(first - 1000, MoveClosest), first);
+  EXPECT_EQ(At(first - 1, MoveAtOrAfter), first);
+  EXPECT_EQ(At(last, MoveAfter), -1);
+  EXPECT_EQ(At(last + 1, MoveAtOrAfter), -1);
+  EXPECT_EQ(At(last + 1000, MoveClosest), last);
+  EXPECT_EQ(At(last + 1, MoveBefore), last);
+  EXPECT_EQ(Current(), last) << "a failed MoveTo stays put";
+  ASSERT_EQ(playback->MoveTo(second, MoveAtOrAfter), StatusSuccess);
+  ImData* raw = nullptr;
+  ASSERT_EQ(playback->GetData(&raw), StatusSuccess);
+  EXPECT_TRUE(TakeItem(raw).IsVideo()) << "the video frame, not the audio that begins with it";
+
+  // Live replays the file from where playback stands, paced by its times.
+  live->StartLiveStream();
+  ASSERT_EQ(live->GetLiveData(&raw, 0), StatusSuccess) << "the first item is due at once";
+  SmItem firstLive = TakeItem(raw);
+  EXPECT_EQ(firstLive.time, second);
+  EXPECT_TRUE(firstLive.IsVideo());
+  int64_t seen = second;
+  while (seen < second + 400) {
+    ASSERT_EQ(live->GetLiveData(&raw, 5000), StatusSuccess);
+    const SmItem next = TakeItem(raw);
+    EXPECT_GE(next.time, seen);
+    seen = next.time;
+  }
+  live->StopLiveStream();
+  ASSERT_EQ(playback->MoveFirst(), StatusSuccess) << "playback again after live";
+}
+
+TEST_F(MediaSourceTest, SequencesFollowTimeJumps) {
+  const std::string a = scratch / "a.ts";
+  const std::string b = scratch / "b.ts";
+  ASSERT_EQ(Ffmpeg("-f lavfi -i testsrc=size=64x48:rate=5 -t 1 -c:v mpeg4 -g 5 " + a), "");
+  ASSERT_EQ(Ffmpeg("-f lavfi -i testsrc=size=64x48:rate=5 -t 1 -c:v mpeg4 -g 5 -output_ts_offset 100 " +
+                   b),
+            "");
+  const std::string joined = scratch / "joined.ts";
+  ASSERT_EQ(Capture("cat " + a + " " + b + " > " + joined), "");
+  Open(joined);
+  ASSERT_EQ(ConnectError(), "connected");
+  const std::vector<SmItem> items = ReadAll();
+  ASSERT_EQ(items.size(), 10u);
+  for (SmItem item : items) {
+    EXPECT_EQ(item.Video().GetCodec(), 4u);
+  }
+  EXPECT_GT(items[5].time - items[4].time, 90000);
+  ASSERT_EQ(playback->MoveTo(items[2].time, MoveClosest), StatusSuccess);
+  ASSERT_EQ(playback->MoveNextSequence(), StatusSuccess);
+  EXPECT_EQ(Current(), items[5].time);
+  EXPECT_EQ(playback->MoveNextSequence(), StatusNoItem);
+  ASSERT_EQ(playback->MoveLast(), StatusSuccess);
+  ASSERT_EQ(playback->MovePreviousSequence(), StatusSuccess);
+  EXPECT_EQ(Current(), items[0].time);
+  EXPECT_EQ(playback->MovePreviousSequence(), StatusNoItem);
+  // Each sync frame of MPEG-4 carries its configuration.
+  const std::string m4v = scratch / "out.m4v";
+  WriteFile(m4v, Concatenated(std::vector<SmItem>(items.begin() + 5, items.end()), 16));
+  EXPECT_EQ(Decoded("-f m4v -i " + m4v), Decoded("-i " + b));
+}
+
+TEST_F(MediaSourceTest, ConfigurationAndFileErrorsShowAtConnect) {
+  OpenXml("<toolkit type='source'><provider>media</provider><config/></toolkit>");
+  EXPECT_EQ(ConnectError(), "The media plug-in needs <config><media url=\"...\"/></config>!");
+  try {
+    playback->MoveFirst();
+    ADD_FAILURE() << "navigation needs a connection";
+  } catch (const ImNotConnectedError& error) {
+    EXPECT_STREQ(error.what(), "Not connected to toolkit!");
+  }
+  ImData* raw = nullptr;
+  EXPECT_THROW(playback->GetData(&raw), ImNotConnectedError);
+  EXPECT_THROW(live->StartLiveStream(), ImNotConnectedError);
+  OpenXml("<toolkit type='source'><provider>media</provider><config><media/></config></toolkit>");
+  EXPECT_EQ(ConnectError(), "The media plug-in needs <config><media url=\"...\"/></config>!");
+  OpenXml("<toolkit type='source'><provider>media</provider><config><media url=''/></config></toolkit>");
+  EXPECT_EQ(ConnectError(), "The media plug-in needs <config><media url=\"...\"/></config>!");
+  OpenXml("<toolkit type='source'><provider>media</provider><config><movie url='a.mp4'/></config></toolkit>");
+  EXPECT_EQ(ConnectError(), "The media plug-in needs <config><media url=\"...\"/></config>!");
+
+  Open("/nonexistent/clip.mp4");
+  EXPECT_EQ(ConnectError(), "Could not open media '/nonexistent/clip.mp4': No such file or directory!");
+  try {
+    playback->Connect(0);
+  } catch (const ImFileError& error) {
+    EXPECT_EQ(error.GetErrorCode(), 6u);
+  }
+
+  const std::string garbage = scratch / "garbage.mp4";
+  WriteFile(garbage, Bytes(3000, 0x5A));
+  Open(garbage);
+  EXPECT_EQ(ConnectError(),
+            "Could not open media '" + garbage + "': Invalid data found when processing input!");
+
+  const std::string empty = scratch / "empty.mkv";
+  WriteFile(empty, {});
+  Open(empty);
+  EXPECT_NE(ConnectError(), "connected");
+
+  const std::string unsupported = scratch / "float.wav";
+  ASSERT_EQ(Ffmpeg("-f lavfi -i sine -t 0.2 -c:a pcm_f32le " + unsupported), "");
+  Open(unsupported);
+  EXPECT_EQ(ConnectError(),
+            "No stream of media '" + unsupported + "' has a supported codec (found: pcm_f32le)!");
+
+  // An unreachable network address fails at Connect too, in words.
+  Open("rtsp://127.0.0.1:1/none");
+  EXPECT_EQ(ConnectError().rfind("Could not open media 'rtsp://127.0.0.1:1/none': ", 0), 0u);
+}
+
+TEST_F(MediaSourceTest, CutFileKeepsWhatCameBefore) {
+  const std::string ts = scratch / "cut.ts";
+  ASSERT_EQ(Ffmpeg("-f lavfi -i testsrc=size=64x48:rate=10 -t 2 -c:v libx264 -g 5 " + ts), "");
+  std::filesystem::resize_file(ts, std::filesystem::file_size(ts) / 2 + 100);
+  Open(ts);
+  ASSERT_EQ(ConnectError(), "connected");
+  const std::vector<SmItem> items = ReadAll();
+  EXPECT_GE(items.size(), 5u);
+  EXPECT_LT(items.size(), 20u);
+  const std::string annexB = scratch / "out.h264";
+  WriteFile(annexB, Concatenated(items, 16));
+  EXPECT_EQ(Capture("ffmpeg -nostdin -v error -f h264 -i " + annexB + " -f null - 2>&1 | head -c 1"),
+            "")
+      << "whatever is delivered decodes cleanly";
+}
+
+// A loopback RTSP server from GStreamer, started for the test and stopped
+// behind it.
+class CmRtspServer {
+public:
+  CmRtspServer() {
+    int pipeEnds[2];
+    if (pipe(pipeEnds) != 0) {
+      return;
+    }
+    m_Process = fork();
+    if (m_Process == 0) {
+      dup2(pipeEnds[1], STDOUT_FILENO);
+      close(pipeEnds[0]);
+      close(pipeEnds[1]);
+      execl("/usr/bin/python3", "python3", VZK_RTSP_TEST_SERVER, nullptr);
+      _exit(127);
+    }
+    close(pipeEnds[1]);
+    FILE* output = fdopen(pipeEnds[0], "r");
+    char line[256] = {};
+    if (output != nullptr && fgets(line, sizeof line, output) != nullptr) {
+      std::sscanf(line, "PORT %d", &m_Port);
+    }
+    if (output != nullptr) {
+      fclose(output);
+    }
+  }
+  ~CmRtspServer() {
+    if (m_Process > 0) {
+      kill(m_Process, SIGTERM);
+      waitpid(m_Process, nullptr, 0);
+    }
+  }
+  int GetPort() const { return m_Port; }
+
+private:
+  pid_t m_Process = -1;
+  int m_Port = 0;
+};
+
+TEST_F(MediaSourceTest, LiveRtspStreamFromALoopbackServer) {
+  CmRtspServer server;
+  if (server.GetPort() == 0) {
+    GTEST_SKIP() << "The GStreamer RTSP test server could not start (needs python3-gi, "
+                    "gir1.2-gst-rtsp-server-1.0, gstreamer1.0-plugins-good and -bad)";
+  }
+  const std::string url = "rtsp://127.0.0.1:" + std::to_string(server.GetPort()) + "/cam";
+  Open(url);
+  CmPropertyNameSet supported;
+  playback->Connect({"Sequence_Number"}, supported, 0);
+  EXPECT_EQ(playback->MoveFirst(), StatusNoItem) << "a network stream has no playback";
+  ImData* raw = nullptr;
+  EXPECT_EQ(playback->GetData(&raw), StatusNoItem);
+
+  live->StartLiveStream();
+  std::vector<SmItem> video;
+  std::vector<SmItem> audio;
+  size_t syncFrames = 0;
+  for (int pulls = 0; pulls < 2000 && (syncFrames < 2 || audio.size() < 5); ++pulls) {
+    ASSERT_EQ(live->GetLiveData(&raw, 10000), StatusSuccess) << "the stream stalled";
+    SmItem item = TakeItem(raw);
+    if (item.IsVideo()) {
+      EXPECT_EQ(item.Video().GetCodec(), 10u);
+      syncFrames += item.Video().GetSync() ? 1 : 0;
+      if (syncFrames > 0) {
+        video.push_back(item);
+      }
+    } else {
+      ASSERT_TRUE(item.IsAudio());
+      CmGenericAudioStreamDataPacket packet = item.Audio();
+      EXPECT_EQ(packet.GetCodec(), uint32_t{NmMediaProcessing::SmAudioCodec::G711Telephony});
+      EXPECT_EQ(packet.GetCodecOption(), uint32_t{NmMediaProcessing::SmG711Law::MuLaw});
+      EXPECT_EQ(packet.GetSamplingFrequency(), 8000u);
+      if (!audio.empty()) {
+        EXPECT_EQ(packet.GetSequenceNumber(),
+                  static_cast<uint16_t>(audio.back().Audio().GetSequenceNumber() + 1));
+      }
+      audio.push_back(item);
+    }
+  }
+  live->StopLiveStream();
+  ASSERT_GE(video.size(), 2u);
+  // Times lie on today's clock.
+  const int64_t now = static_cast<int64_t>(std::time(nullptr)) * 1000;
+  EXPECT_LT(std::llabs(video.back().time - now), 24 * 3600 * 1000LL);
+  const std::string annexB = scratch / "live.h264";
+  WriteFile(annexB, Concatenated(video, 16));
+  EXPECT_EQ(Capture("ffmpeg -nostdin -v error -f h264 -i " + annexB + " -f null - 2>&1 | head -c 1"),
+            "")
+      << "the live frames from the first sync frame on decode cleanly";
+
+  // Live again after a stop: the stream resumes.
+  live->StartLiveStream();
+  ASSERT_EQ(live->GetLiveData(&raw, 10000), StatusSuccess);
+  delete raw;
+  live->StopLiveStream();
+  playback->Disconnect();
+}
+
+} // namespace
