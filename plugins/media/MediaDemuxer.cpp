@@ -1,6 +1,9 @@
 #include "MediaDemuxer.h"
 
+#include <dlfcn.h>
+
 #include <chrono>
+#include <mutex>
 
 extern "C" {
 #include <libavformat/avformat.h>
@@ -165,6 +168,24 @@ int64_t FloorDivide(int64_t value, int64_t divisor) {
   return (value % divisor != 0 && (value < 0) != (divisor < 0)) ? quotient - 1 : quotient;
 }
 
+// libavcodec and libavformat build some tables once per process and keep them
+// for good. The plug-in may be unloaded and loaded again, but these libraries
+// must stay: unloading them with it would drop those tables on the floor.
+void PinLibraries() {
+  static std::once_flag pinned;
+  std::call_once(pinned, [] {
+    for (void* symbol : {reinterpret_cast<void*>(&avformat_open_input),
+                         reinterpret_cast<void*>(&avcodec_get_name),
+                         reinterpret_cast<void*>(&av_strerror)}) {
+      Dl_info info{};
+      if (dladdr(symbol, &info) != 0 && info.dli_fname != nullptr) {
+        // The handle is deliberately never closed.
+        dlopen(info.dli_fname, RTLD_NOW | RTLD_NOLOAD | RTLD_NODELETE);
+      }
+    }
+  });
+}
+
 } // namespace
 
 std::string CmMediaDemuxer::ErrorText(int error) {
@@ -184,6 +205,7 @@ int CmMediaDemuxer::Interrupt(void* opaque) {
 CmMediaDemuxer::CmMediaDemuxer(const std::string& url, bool network,
                                const std::atomic<bool>* stop)
     : m_Stop(stop) {
+  PinLibraries();
   m_Context = avformat_alloc_context();
   m_Packet = av_packet_alloc();
   if (m_Context == nullptr || m_Packet == nullptr) {
