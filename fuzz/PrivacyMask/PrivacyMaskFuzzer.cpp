@@ -17,8 +17,8 @@ void Require(bool condition) {
   }
 }
 
-const ColorFormat Formats[] = {Gray, RGB24, BGR24, BGR32, RGBA,
-                               YCbCr420_Planar, YCbCr422_Planar, YCbCr444_Planar};
+const ColorFormat Formats[] = {Gray, RGB24,           BGR24,           BGR32,
+                               RGBA, YCbCr420_Planar, YCbCr422_Planar, YCbCr444_Planar};
 
 } // namespace
 
@@ -71,7 +71,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   }
   const bool packed = format != Gray && !IsMultiPlaneFormat(format);
   image.GetAttributes().subColorFormat =
-      packed ? NotApplicable : ((options & 1) != 0 ? SubColorFormatVideoRange : SubColorFormatFullRange);
+      packed ? NotApplicable
+             : ((options & 1) != 0 ? SubColorFormatVideoRange : SubColorFormatFullRange);
   image.GetAttributes().orientation.rotation = (options >> 1) & 3;
   image.GetAttributes().orientation.flippedVertically = (options & 8) != 0;
   image.GetAttributes().orientation.flippedHorizontally = (options & 16) != 0;

@@ -76,7 +76,9 @@ bool SamePixels(const CmImage& a, const CmImage& b) {
 
 TEST(OverlayParameters, ConstructorRefusesContradictions) {
   const CmImage picture = MakeImage(4, 4, Gray, 1);
-  const auto make = [&](const CmOverlayParameters& p) { CmColorKeyOverlay(picture, p, 0, 0, 0, 0); };
+  const auto make = [&](const CmOverlayParameters& p) {
+    CmColorKeyOverlay(picture, p, 0, 0, 0, 0);
+  };
   ExpectError([&] { make(Parameters(OverlayScale | OverlayLeft | OverlayRight, 0.0)); },
               "Scaling factor must be positive if scaling is enabled", 2);
   ExpectError([&] { make(Parameters(OverlayScale, -1.0)); },
@@ -94,8 +96,8 @@ TEST(OverlayParameters, ConstructorRefusesContradictions) {
   make(Parameters(OverlayLeft | OverlayTop, 1.0, 0.5, 0.5));
   make(Parameters(OverlayScale, 0.01));
   CmImage empty;
-  ExpectError([&] { CmColorKeyOverlay(empty, Parameters(0), 0, 0, 0, 0); },
-              "Invalid overlay image", 2);
+  ExpectError([&] { CmColorKeyOverlay(empty, Parameters(0), 0, 0, 0, 0); }, "Invalid overlay image",
+              2);
 }
 
 TEST(OverlayGeometry, SizesFollowScaleAspectAndRoom) {
@@ -108,8 +110,7 @@ TEST(OverlayGeometry, SizesFollowScaleAspectAndRoom) {
   EXPECT_EQ(w, 40u);
   EXPECT_EQ(h, 20u);
   // Exact x = 0.9 leaves round(0.1 * 100) = 10 columns of room.
-  CmColorKeyOverlay exact(picture, Parameters(OverlayLeft | OverlayTop, 1.0, 0.9, 0.2), 0, 0, 0,
-                          0);
+  CmColorKeyOverlay exact(picture, Parameters(OverlayLeft | OverlayTop, 1.0, 0.9, 0.2), 0, 0, 0, 0);
   exact.GetActualOverlaySize(image, picture, true, w, h);
   EXPECT_EQ(w, 10u);
   EXPECT_EQ(h, 20u);
@@ -183,8 +184,8 @@ TEST(OverlayGeometry, AlignmentFlagsSpeakOfWhatTheViewerSees) {
   EXPECT_EQ(r.x, 0u);
   EXPECT_EQ(r.width, 3u);
   EXPECT_EQ(r.height, 1u);
-  CmColorKeyOverlay beyond(picture, Parameters(OverlayLeft | OverlayTop, 1.0, 1.5, -0.5), 0, 0,
-                           0, 0);
+  CmColorKeyOverlay beyond(picture, Parameters(OverlayLeft | OverlayTop, 1.0, 1.5, -0.5), 0, 0, 0,
+                           0);
   r = beyond.Position(20, 10, Orientation(), 4, 2);
   EXPECT_EQ(r.x, 16u);
   EXPECT_EQ(r.y, 0u);
@@ -194,14 +195,16 @@ TEST(ColorKeyOverlay, LandsAndClipsAlikeUnderEveryOrientation) {
   // A picture laid on a stored image and then viewed upright must look the
   // same as the picture laid on the upright image: every orientation, every
   // alignment, pictures that fit and pictures cut at one or both edges.
-  const uint32_t alignments[] = {OverlayLeft | OverlayTop,   OverlayTop,
-                                 OverlayRight | OverlayTop,  OverlayLeft,
-                                 0,                          OverlayRight,
-                                 OverlayLeft | OverlayBottom, OverlayBottom,
+  const uint32_t alignments[] = {OverlayLeft | OverlayTop,
+                                 OverlayTop,
+                                 OverlayRight | OverlayTop,
+                                 OverlayLeft,
+                                 0,
+                                 OverlayRight,
+                                 OverlayLeft | OverlayBottom,
+                                 OverlayBottom,
                                  OverlayRight | OverlayBottom};
-  const struct {
-    uint64_t width, height;
-  } pictures[] = {{5, 3}, {14, 4}, {6, 11}, {20, 20}};
+  const struct { uint64_t width, height; } pictures[] = {{5, 3}, {14, 4}, {6, 11}, {20, 20}};
   struct SmExact {
     double x, y;
   };

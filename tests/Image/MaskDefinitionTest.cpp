@@ -51,9 +51,9 @@ TEST(MaskText, AcceptsExactlyTheGrammar) {
     EXPECT_FALSE(Parses(text)) << text;
   }
   // Separators, case and whitespace are part of the grammar.
-  for (const char* text : {"", "x", "2", "2x", "2X1;01", "2x1:01", "2x101", "2x1;0 1", " 2x1;01",
-                           "2x1;01 ", "2 x1;01", "2x1;01\n", "+2x1;01", "-1x1;1", "2x1;0a",
-                           "2x1;;0"}) {
+  for (const char* text :
+       {"", "x", "2", "2x", "2X1;01", "2x1:01", "2x101", "2x1;0 1", " 2x1;01", "2x1;01 ", "2 x1;01",
+        "2x1;01\n", "+2x1;01", "-1x1;1", "2x1;0a", "2x1;;0"}) {
     EXPECT_FALSE(Parses(text)) << text;
   }
   EXPECT_FALSE(Parses(std::string("2x1;0\0", 6)));
@@ -90,7 +90,8 @@ TEST(MaskText, GridReadsRowByRowAndAllZeroIsNoMask) {
 }
 
 TEST(MaskDefinition, GridConstructorChecksInOrder) {
-  const std::string function = "NmMediaProcessing::CmGridBasedMaskDefinition::CmGridBasedMaskDefinition";
+  const std::string function =
+      "NmMediaProcessing::CmGridBasedMaskDefinition::CmGridBasedMaskDefinition";
   ExpectError([] { CmGridBasedMaskDefinition(0, 0, {1}); },
               "Invalid mask grid dimensions (columns/rows = 0) for non-empty grid vector", 3,
               function);
@@ -103,8 +104,11 @@ TEST(MaskDefinition, GridConstructorChecksInOrder) {
               "Invalid mask grid dimensions (larger than allowed maximum)", 3);
   ExpectError([] { CmGridBasedMaskDefinition(1, 10001, {}); },
               "Invalid mask grid dimensions (larger than allowed maximum)", 3);
-  ExpectError([] { CmGridBasedMaskDefinition(2, 2, {1, 1, 1}); },
-              "Mask grid dimensions do not match the grid vector size", 3);
+  ExpectError(
+      [] {
+        CmGridBasedMaskDefinition(2, 2, {1, 1, 1});
+      },
+      "Mask grid dimensions do not match the grid vector size", 3);
   EXPECT_FALSE(CmGridBasedMaskDefinition(10000, 1, std::vector<uint8_t>(10000, 1)).IsEmpty());
 }
 

@@ -17,7 +17,9 @@ using NmError::CmIntegrityErrorCode;
 namespace {
 
 // Rounding of all overlay geometry: add one half and truncate.
-double RoundHalfUp(double value) { return std::floor(value + 0.5); }
+double RoundHalfUp(double value) {
+  return std::floor(value + 0.5);
+}
 
 uint64_t ToSize(double value) {
   if (!(value > 0.0)) {
@@ -68,9 +70,9 @@ CmBaseOverlayTransformation::CmBaseOverlayTransformation(const CmOverlayParamete
   }
 }
 
-void CmBaseOverlayTransformation::GetActualOverlaySize(const CmImage& image,
-                                                       const CmImage& overlay, bool clipToImage,
-                                                       uint64_t& width, uint64_t& height) const {
+void CmBaseOverlayTransformation::GetActualOverlaySize(const CmImage& image, const CmImage& overlay,
+                                                       bool clipToImage, uint64_t& width,
+                                                       uint64_t& height) const {
   double ow = static_cast<double>(overlay.GetWidth());
   double oh = static_cast<double>(overlay.GetHeight());
   double a = overlay.GetAttributes().aspectRatio;

@@ -17,7 +17,8 @@ public:
 // Overlays are in place by nature: the two-image form paints on a copy of the
 // source that shares its planes until the first write.
 template <>
-class CmBaseImageTransformation<ImImageOverlayTransformation> : public ImImageOverlayTransformation {
+class CmBaseImageTransformation<ImImageOverlayTransformation>
+    : public ImImageOverlayTransformation {
 public:
   CmBaseImageTransformation() = default;
   CmBaseImageTransformation(const CmBaseImageTransformation& other)

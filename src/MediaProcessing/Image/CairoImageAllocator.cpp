@@ -17,20 +17,25 @@ constexpr uint64_t MaximumDimension = 32767;
 constexpr uint64_t SurfacePixelStride = 4;
 constexpr uint64_t SurfaceRowAlignment = 4;
 
-cairo_status_t StatusOf(cairo_surface_t* surface) { return cairo_surface_status(surface); }
-cairo_status_t StatusOf(cairo_t* context) { return cairo_status(context); }
+cairo_status_t StatusOf(cairo_surface_t* surface) {
+  return cairo_surface_status(surface);
+}
+cairo_status_t StatusOf(cairo_t* context) {
+  return cairo_status(context);
+}
 
 // Only the formats whose bytes are B G R in memory can share Cairo's layout;
 // the fourth byte is Cairo's padding, read as alpha under the label BGRA.
-bool IsSurfaceFormat(ColorFormat format) { return format == BGR32 || format == BGRA; }
+bool IsSurfaceFormat(ColorFormat format) {
+  return format == BGR32 || format == BGRA;
+}
 } // namespace
 
 template <typename T, void (*Deleter)(T*)>
 CmCairoHandle<T, Deleter>::CmCairoHandle(T* handle) : m_Handle(handle) {
   // Cairo hands back an inert error object rather than null on failure.
   if (handle == nullptr) {
-    throw NmError::CmSystemError(VZK_LOCATION, "Unable to acquire resource", 0,
-                                 "null handle");
+    throw NmError::CmSystemError(VZK_LOCATION, "Unable to acquire resource", 0, "null handle");
   }
   const cairo_status_t status = StatusOf(handle);
   if (status != CAIRO_STATUS_SUCCESS) {
@@ -44,7 +49,9 @@ template class CmCairoHandle<cairo_t, cairo_destroy>;
 
 CmCairoImageAllocator::~CmCairoImageAllocator() = default;
 
-ColorFormat CmCairoImageAllocator::GetRecommendedColorFormat() { return BGR32; }
+ColorFormat CmCairoImageAllocator::GetRecommendedColorFormat() {
+  return BGR32;
+}
 
 void CmCairoImageAllocator::Allocate(uint64_t width, uint64_t height, ColorFormat colorFormat,
                                      uint64_t alignment) {
@@ -126,8 +133,7 @@ void CmCairoImageAllocator::CopyFrom(const ImImageMemoryAllocation& other) {
   }
   const CmPlane source = other.GetPlane(0);
   if (const auto* cairoOther = dynamic_cast<const CmCairoImageAllocator*>(&other)) {
-    Allocate(source.width, source.height, cairoOther->GetColorFormat(),
-             cairoOther->GetAlignment());
+    Allocate(source.width, source.height, cairoOther->GetColorFormat(), cairoOther->GetAlignment());
     // A cropped source shows only part of its surface; copy what it shows.
     cairo_surface_flush(cairoOther->m_Surface.Get());
     const auto* origin = cairo_image_surface_get_data(cairoOther->m_Surface.Get());
@@ -200,8 +206,7 @@ ImImageMemoryAllocation::CmPlane CmCairoImageAllocator::GetPlane(uint64_t index)
   return m_Plane;
 }
 
-ImImageMemoryAllocation::CmWriteablePlane CmCairoImageAllocator::GetWriteablePlane(
-    uint64_t index) {
+ImImageMemoryAllocation::CmWriteablePlane CmCairoImageAllocator::GetWriteablePlane(uint64_t index) {
   if (m_Surface) {
     cairo_surface_flush(m_Surface.Get());
   }

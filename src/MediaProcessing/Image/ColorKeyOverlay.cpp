@@ -25,9 +25,8 @@ bool IsBlueFirst(ColorFormat format) {
 }
 } // namespace
 
-CmColorKeyOverlay::CmColorKeyOverlay(const CmImage& overlay,
-                                     const CmOverlayParameters& parameters, uint8_t key0,
-                                     uint8_t key1, uint8_t key2, uint8_t key3)
+CmColorKeyOverlay::CmColorKeyOverlay(const CmImage& overlay, const CmOverlayParameters& parameters,
+                                     uint8_t key0, uint8_t key1, uint8_t key2, uint8_t key3)
     : CmBaseOverlayTransformation(parameters), m_Overlay(overlay), m_Key{key0, key1, key2, key3} {
   if (!m_Overlay.IsValid()) {
     throw CmIntegrityError(VZK_LOCATION, "Invalid overlay image",
@@ -43,8 +42,9 @@ CmColorKeyOverlay::CmColorKeyOverlay(const CmImage& overlay,
 }
 
 CmColorKeyOverlay::CmColorKeyOverlay(const CmColorKeyOverlay& other)
-    : CmBaseOverlayTransformation(other), m_Overlay(other.m_Overlay),
-      m_Key{other.m_Key[0], other.m_Key[1], other.m_Key[2], other.m_Key[3]} {}
+    : CmBaseOverlayTransformation(other),
+      m_Overlay(other.m_Overlay), m_Key{other.m_Key[0], other.m_Key[1], other.m_Key[2],
+                                        other.m_Key[3]} {}
 
 void CmColorKeyOverlay::UpdateScaledOverlay(const CmImage& image) {
   if (m_ScaledOverlay.IsValid() && m_ScaledOverlay.GetColorFormat() == image.GetColorFormat() &&
@@ -62,7 +62,8 @@ void CmColorKeyOverlay::UpdateScaledOverlay(const CmImage& image) {
                            CmIntegrityErrorCode::InvalidPointer);
   }
   if (target == RGB32 || target == BGR32) {
-    const ImImageMemoryAllocation::CmWriteablePlane plane = converted.Allocator().GetWriteablePlane(0);
+    const ImImageMemoryAllocation::CmWriteablePlane plane =
+        converted.Allocator().GetWriteablePlane(0);
     NmPrimitives::SetChannel4(m_Key[3], 3, plane.data, plane.rowStride, plane.width, plane.height);
   }
   m_ScaledOverlay = converted;
@@ -192,6 +193,8 @@ void CmColorKeyOverlay::Execute(const CmImage& source, CmImage& destination) {
   }
 }
 
-void CmColorKeyOverlay::Execute(CmImage& image) { Execute(image, image); }
+void CmColorKeyOverlay::Execute(CmImage& image) {
+  Execute(image, image);
+}
 
 } // namespace NmMediaProcessing

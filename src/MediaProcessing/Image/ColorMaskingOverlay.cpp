@@ -153,8 +153,7 @@ void CmColorMaskingOverlay::Execute(CmImage& image) {
     throw CmIntegrityError(VZK_LOCATION, "No valid source image data",
                            CmIntegrityErrorCode::InvalidPointer);
   }
-  if (m_Repository->GetMaskAt(image.GetAttributes().timeStamp, false, m_Definition,
-                              m_ValidSpan)) {
+  if (m_Repository->GetMaskAt(image.GetAttributes().timeStamp, false, m_Definition, m_ValidSpan)) {
     m_LumaMask.Reset();
     m_ChromaMask.Reset();
   }

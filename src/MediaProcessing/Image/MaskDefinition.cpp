@@ -91,8 +91,7 @@ void CmMaskDefinitionBase::CreateMaskImage(uint64_t width, uint64_t height, uint
                            CmIntegrityErrorCode::OutOfRange);
   }
   if (maskedValue == unmaskedValue) {
-    throw CmIntegrityError(VZK_LOCATION,
-                           "Invalid mask indications values (must not be identical)",
+    throw CmIntegrityError(VZK_LOCATION, "Invalid mask indications values (must not be identical)",
                            CmIntegrityErrorCode::OutOfRange);
   }
   image.Allocate(width, height, Gray);
@@ -104,9 +103,8 @@ void CmMaskDefinitionBase::CreateMaskImage(uint64_t width, uint64_t height, uint
   CreateMaskImageImpl(width, height, maskedValue, unmaskedValue, image);
 }
 
-void CmMaskDefinitionBase::CreateMaskImageImpl(uint64_t width, uint64_t height,
-                                               uint8_t maskedValue, uint8_t unmaskedValue,
-                                               CmImage& image) const {
+void CmMaskDefinitionBase::CreateMaskImageImpl(uint64_t width, uint64_t height, uint8_t maskedValue,
+                                               uint8_t unmaskedValue, CmImage& image) const {
   const ImImageMemoryAllocation::CmWriteablePlane plane = image.Allocator().GetWriteablePlane(0);
   for (uint64_t y = 0; y < height; ++y) {
     uint8_t* row = plane.data + y * plane.rowStride;
@@ -121,8 +119,7 @@ CmGridBasedMaskDefinition::CmGridBasedMaskDefinition(uint64_t columns, uint64_t 
   if (columns == 0 && rows == 0) {
     if (!grid.empty()) {
       throw CmIntegrityError(
-          VZK_LOCATION,
-          "Invalid mask grid dimensions (columns/rows = 0) for non-empty grid vector",
+          VZK_LOCATION, "Invalid mask grid dimensions (columns/rows = 0) for non-empty grid vector",
           CmIntegrityErrorCode::OutOfRange);
     }
     return;
@@ -164,8 +161,8 @@ bool CmGridBasedMaskDefinition::IsEqualImpl(const ImMaskDefinition& other) const
   return m_Columns == grid.m_Columns && m_Rows == grid.m_Rows && m_Grid == grid.m_Grid;
 }
 
-bool CmGridBasedMaskDefinition::IsMaskedAtPositionImpl(uint64_t width, uint64_t height,
-                                                       uint64_t x, uint64_t y) const {
+bool CmGridBasedMaskDefinition::IsMaskedAtPositionImpl(uint64_t width, uint64_t height, uint64_t x,
+                                                       uint64_t y) const {
   if (width >= m_Columns && height >= m_Rows) {
     const uint64_t column = CellOfPixel(width, m_Columns, x);
     const uint64_t row = CellOfPixel(height, m_Rows, y);

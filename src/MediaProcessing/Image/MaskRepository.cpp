@@ -69,7 +69,9 @@ void CmSingularMaskRepository::AddImpl(const ImMaskDefinition& definition, const
   m_Definition = definition.Clone();
 }
 
-void CmSingularMaskRepository::RemoveImpl(const CmTimeSpan&) { m_Definition.reset(); }
+void CmSingularMaskRepository::RemoveImpl(const CmTimeSpan&) {
+  m_Definition.reset();
+}
 
 bool CmSingularMaskRepository::GetMaskAtImpl(const CmTimeStamp&,
                                              std::unique_ptr<ImMaskDefinition>& mask,

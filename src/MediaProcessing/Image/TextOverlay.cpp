@@ -38,8 +38,8 @@ void CmTextOverlay::UpdateImageOverlay(const CmImage& image) {
   const bool redFirst = format == RGB24 || format == RGB32 || format == RGBA;
   const uint8_t key0 = redFirst ? background[0] : background[2];
   const uint8_t key2 = redFirst ? background[2] : background[0];
-  m_Overlay = std::make_unique<CmColorKeyOverlay>(GetSurface(), parameters, key0, background[1],
-                                                  key2, 0);
+  m_Overlay =
+      std::make_unique<CmColorKeyOverlay>(GetSurface(), parameters, key0, background[1], key2, 0);
 }
 
 void CmTextOverlay::Execute(CmImage& image) {

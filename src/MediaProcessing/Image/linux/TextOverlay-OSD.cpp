@@ -55,7 +55,9 @@ CmCairoImageAllocator& SurfaceAllocator(CmImage& surface) {
 CmTextOverlayOS::CmTextOverlayOS(const CmOverlayParameters& parameters)
     : CmBaseOverlayTransformation(parameters) {}
 
-CmTextOverlayOS::~CmTextOverlayOS() { DeleteFont(); }
+CmTextOverlayOS::~CmTextOverlayOS() {
+  DeleteFont();
+}
 
 void CmTextOverlayOS::DeleteFont() {
   if (m_Font != nullptr) {
@@ -67,8 +69,8 @@ void CmTextOverlayOS::DeleteFont() {
 
 void CmTextOverlayOS::MakeDefaultFont(const std::string& fontName) {
   DeleteFont();
-  PangoFontDescription* font = pango_font_description_from_string(
-      fontName.empty() ? DefaultFontName : fontName.c_str());
+  PangoFontDescription* font =
+      pango_font_description_from_string(fontName.empty() ? DefaultFontName : fontName.c_str());
   if (font == nullptr) {
     return;
   }
@@ -79,12 +81,11 @@ void CmTextOverlayOS::MakeDefaultFont(const std::string& fontName) {
 
 void CmTextOverlayOS::MakeFont(const std::string& fontName) {
   DeleteFont();
-  const double wanted =
-      std::floor(static_cast<double>(m_CachedHeight) * m_Parameters.scale + 0.5);
+  const double wanted = std::floor(static_cast<double>(m_CachedHeight) * m_Parameters.scale + 0.5);
   const double height = std::clamp(wanted, static_cast<double>(MinimumFontHeight),
                                    static_cast<double>(MaximumFontHeight));
-  PangoFontDescription* font = pango_font_description_from_string(
-      fontName.empty() ? DefaultFontName : fontName.c_str());
+  PangoFontDescription* font =
+      pango_font_description_from_string(fontName.empty() ? DefaultFontName : fontName.c_str());
   if (font == nullptr) {
     return;
   }
@@ -111,8 +112,7 @@ bool CmTextOverlayOS::PaintText(cairo_t* context, const std::string& text, uint6
   std::unique_ptr<PangoLayout, CmGObjectUnref> layout(pango_cairo_create_layout(context));
   // Smoothed or hinted edges would produce colours that match neither the
   // letters nor the key.
-  std::unique_ptr<cairo_font_options_t, CmFontOptionsDestroy> options(
-      cairo_font_options_create());
+  std::unique_ptr<cairo_font_options_t, CmFontOptionsDestroy> options(cairo_font_options_create());
   cairo_font_options_set_antialias(options.get(), CAIRO_ANTIALIAS_NONE);
   cairo_font_options_set_hint_style(options.get(), CAIRO_HINT_STYLE_NONE);
   cairo_font_options_set_hint_metrics(options.get(), CAIRO_HINT_METRICS_OFF);
@@ -121,8 +121,8 @@ bool CmTextOverlayOS::PaintText(cairo_t* context, const std::string& text, uint6
   if (m_Font != nullptr) {
     pango_layout_set_font_description(layout.get(), m_Font);
   }
-  const int wrapWidth = static_cast<int>(std::min<uint64_t>(std::max<uint64_t>(maxWidth, 1),
-                                                            INT_MAX / PANGO_SCALE));
+  const int wrapWidth =
+      static_cast<int>(std::min<uint64_t>(std::max<uint64_t>(maxWidth, 1), INT_MAX / PANGO_SCALE));
   pango_layout_set_width(layout.get(), wrapWidth * PANGO_SCALE);
   pango_layout_set_wrap(layout.get(), PANGO_WRAP_WORD);
   const auto valid = MakeValidText(text);
