@@ -190,8 +190,8 @@ bool CmAACLoasWrapper::Wrap(const uint8_t* data, size_t size, std::vector<uint8_
     if (!WrapRaw(data + adts->headerLength, size - adts->headerLength, specificConfig, out)) {
       return false;
     }
-    m_Config = {objectType, SamplingFrequencies[adts->frequencyIndex],
-                adts->channelConfiguration, false, 0};
+    m_Config = {objectType, SamplingFrequencies[adts->frequencyIndex], adts->channelConfiguration,
+                false, 0};
     return true;
   }
   return IsConfigured() && WrapRaw(data, size, m_SpecificConfig, out);
@@ -224,7 +224,7 @@ bool CmAACLoasWrapper::WrapRaw(const uint8_t* data, size_t size,
   writer.Bits(0, 1);    // otherDataPresent
   writer.Bits(0, 1);    // crcCheckPresent
   // PayloadLengthInfo, then the payload.
-  for (size_t rest = size; ; rest -= 255) {
+  for (size_t rest = size;; rest -= 255) {
     if (rest < 255) {
       writer.Bits(static_cast<uint32_t>(rest), 8);
       break;

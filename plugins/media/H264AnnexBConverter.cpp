@@ -67,7 +67,9 @@ private:
   size_t m_Position = 0;
 };
 
-uint8_t NalType(const uint8_t* nal) { return nal[0] & 0x1F; }
+uint8_t NalType(const uint8_t* nal) {
+  return nal[0] & 0x1F;
+}
 
 // The id of a parameter set, or nothing for damaged data.
 std::optional<uint32_t> ParameterSetId(const uint8_t* nal, size_t size) {
@@ -161,8 +163,8 @@ bool CmH264AnnexBConverter::Configure(const uint8_t* data, size_t size) {
   return true;
 }
 
-bool CmH264AnnexBConverter::SplitLengthPrefixed(const uint8_t* data, size_t size,
-                                                size_t lengthSize, std::vector<SmNal>& nals) {
+bool CmH264AnnexBConverter::SplitLengthPrefixed(const uint8_t* data, size_t size, size_t lengthSize,
+                                                std::vector<SmNal>& nals) {
   size_t at = 0;
   while (at < size) {
     if (size - at < lengthSize) {

@@ -59,6 +59,13 @@ std::optional<SmMediaStreamFormat> VideoFormat(const AVCodecParameters& paramete
   default:
     return std::nullopt;
   }
+  format.interlaced =
+      parameters.field_order == AV_FIELD_TT || parameters.field_order == AV_FIELD_BB ||
+      parameters.field_order == AV_FIELD_TB || parameters.field_order == AV_FIELD_BT;
+  // TB and BT are coded in one order and shown in the other; what counts for
+  // the picture is the order of display.
+  format.topFieldFirst =
+      parameters.field_order == AV_FIELD_TT || parameters.field_order == AV_FIELD_BT;
   return format;
 }
 
@@ -174,9 +181,9 @@ int64_t FloorDivide(int64_t value, int64_t divisor) {
 void PinLibraries() {
   static std::once_flag pinned;
   std::call_once(pinned, [] {
-    for (void* symbol : {reinterpret_cast<void*>(&avformat_open_input),
-                         reinterpret_cast<void*>(&avcodec_get_name),
-                         reinterpret_cast<void*>(&av_strerror)}) {
+    for (void* symbol :
+         {reinterpret_cast<void*>(&avformat_open_input), reinterpret_cast<void*>(&avcodec_get_name),
+          reinterpret_cast<void*>(&av_strerror)}) {
       Dl_info info{};
       if (dladdr(symbol, &info) != 0 && info.dli_fname != nullptr) {
         // The handle is deliberately never closed.
@@ -202,8 +209,7 @@ int CmMediaDemuxer::Interrupt(void* opaque) {
   return self->m_OpenDeadline != 0 && av_gettime_relative() > self->m_OpenDeadline;
 }
 
-CmMediaDemuxer::CmMediaDemuxer(const std::string& url, bool network,
-                               const std::atomic<bool>* stop)
+CmMediaDemuxer::CmMediaDemuxer(const std::string& url, bool network, const std::atomic<bool>* stop)
     : m_Stop(stop) {
   PinLibraries();
   m_Context = avformat_alloc_context();
@@ -239,7 +245,10 @@ CmMediaDemuxer::CmMediaDemuxer(const std::string& url, bool network,
     SmMediaStream stream;
     stream.index = static_cast<int>(i);
     stream.codecName = avcodec_get_name(parameters.codec_id);
-    if (parameters.codec_type == AVMEDIA_TYPE_VIDEO) {
+    // Cover art of an audio file is a picture, not a video stream.
+    const bool attachedPicture =
+        (m_Context->streams[i]->disposition & AV_DISPOSITION_ATTACHED_PIC) != 0;
+    if (parameters.codec_type == AVMEDIA_TYPE_VIDEO && !attachedPicture) {
       stream.format = VideoFormat(parameters);
     } else if (parameters.codec_type == AVMEDIA_TYPE_AUDIO) {
       stream.format = AudioFormat(parameters);
@@ -321,8 +330,12 @@ int CmMediaDemuxer::Read(SmDemuxedPacket& out) {
   return 0;
 }
 
-void CmMediaDemuxer::Play() { av_read_play(m_Context); }
+void CmMediaDemuxer::Play() {
+  av_read_play(m_Context);
+}
 
-void CmMediaDemuxer::Pause() { av_read_pause(m_Context); }
+void CmMediaDemuxer::Pause() {
+  av_read_pause(m_Context);
+}
 
 } // namespace NmMedia

@@ -84,7 +84,8 @@ void CmMediaIndex::Add(int stream, const std::vector<uint8_t>& record, const SmR
   }
   SmStreamState& state = m_Streams[stream];
   if (state.seen && !m_Entries.empty() &&
-      (info.time - state.lastTime > MaxForwardGap || state.lastTime - info.time > MaxBackwardStep)) {
+      (info.time - state.lastTime > MaxForwardGap ||
+       state.lastTime - info.time > MaxBackwardStep)) {
     ++m_Sequence;
   }
   state.seen = true;

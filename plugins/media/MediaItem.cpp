@@ -16,10 +16,9 @@ size_t HeaderLength(const std::vector<uint8_t>& bytes) {
     return 0;
   }
   const int type = bytes[0] << 8 | bytes[1];
-  const size_t header =
-      type == SmByteDataType::AudioStreamDataPacket
-          ? NmMediaProcessing::CmGenericAudioStreamDataPacket::HeaderLength
-          : NmMediaProcessing::CmGenericVideoStreamDataPacket::HeaderLength;
+  const size_t header = type == SmByteDataType::AudioStreamDataPacket
+                            ? NmMediaProcessing::CmGenericAudioStreamDataPacket::HeaderLength
+                            : NmMediaProcessing::CmGenericVideoStreamDataPacket::HeaderLength;
   return std::min(header, bytes.size());
 }
 

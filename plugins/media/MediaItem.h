@@ -42,8 +42,7 @@ private:
 };
 
 // The errors of this plug-in, in the toolkit error family that hosts catch.
-template <typename I>
-class CmMediaError : public I {
+template <typename I> class CmMediaError : public I {
 public:
   CmMediaError(const char* name, uint32_t code, std::string text)
       : m_Name(name), m_Code(code), m_Text(std::move(text)) {}

@@ -15,7 +15,9 @@ CmMediaLiveReader::CmMediaLiveReader(const std::string& url) : m_Url(url) {
   m_Builders = CreateRecordBuilders(*m_Demuxer, url);
 }
 
-CmMediaLiveReader::~CmMediaLiveReader() { Stop(); }
+CmMediaLiveReader::~CmMediaLiveReader() {
+  Stop();
+}
 
 void CmMediaLiveReader::Start() {
   Stop();

@@ -31,8 +31,7 @@ CmTimeStamp WireTime(int64_t milliseconds) {
 }
 
 // The record's bytes from a record object that owns them.
-template <typename Record>
-void CopyOut(const Record& source, std::vector<uint8_t>& record) {
+template <typename Record> void CopyOut(const Record& source, std::vector<uint8_t>& record) {
   record.assign(source.GetData(), source.GetData() + source.GetLength());
 }
 
@@ -128,6 +127,9 @@ bool CmMediaRecordBuilder::BuildVideo(const SmMediaPacket& packet, bool sync,
   video.SetCodec(m_Format.codec);
   video.SetSequenceNumber(m_NextSequenceNumber);
   video.SetSync(sync);
+  if (m_Format.interlaced) {
+    video.SetInterlacing(true, m_Format.topFieldFirst, 0);
+  }
   video.SetFrameTime(WireTime(time));
   video.SetSyncTime(WireTime(m_SyncTime));
   CopyOut(video, record);
@@ -154,7 +156,7 @@ bool CmMediaRecordBuilder::BuildAudio(const SmMediaPacket& packet, std::vector<u
   if (m_Format.payload == SmMediaStreamFormat::AAC) {
     const SmAACConfig& config = m_AAC.GetConfig();
     using NmMediaProcessing::SmAACProfile;
-    codecOption = config.sbr                ? SmAACProfile::HighEfficiency
+    codecOption = config.sbr               ? SmAACProfile::HighEfficiency
                   : config.objectType == 1 ? SmAACProfile::Main
                   : config.objectType == 3 ? SmAACProfile::Scalable
                   : config.objectType == 4 ? SmAACProfile::LongTermPrediction

@@ -43,6 +43,9 @@ struct SmMediaStreamFormat {
   uint32_t frameSamples = 0;
   // Every frame stands alone (JPEG, JPEG 2000).
   bool intraOnly = false;
+  // Video only: pictures of two interleaved fields, and which comes first.
+  bool interlaced = false;
+  bool topFieldFirst = false;
 };
 
 // One packet of a stream as the demuxer gave it.

@@ -14,7 +14,9 @@ namespace {
 using CmMediaFileError = CmMediaError<ImFileError>;
 using CmMediaConfigurationError = CmMediaError<ImConfigurationError>;
 
-int64_t Distance(int64_t entryTime, int64_t time) { return std::llabs(time - entryTime); }
+int64_t Distance(int64_t entryTime, int64_t time) {
+  return std::llabs(time - entryTime);
+}
 
 } // namespace
 
@@ -47,8 +49,9 @@ CmMediaSource::~CmMediaSource() = default;
 
 void CmMediaSource::Open() {
   if (m_Url.empty()) {
-    throw CmMediaConfigurationError("NmToolkit::ImConfigurationError", 0,
-                                    "The media plug-in needs <config><media url=\"...\"/></config>!");
+    throw CmMediaConfigurationError(
+        "NmToolkit::ImConfigurationError", 0,
+        "The media plug-in needs <config><media url=\"...\"/></config>!");
   }
   if (m_Index || m_LiveReader) {
     return;
@@ -247,8 +250,8 @@ uint32_t CmMediaSource::GetLiveFileData(ImData** out, uint32_t timeout) {
     return StatusNoItem;
   }
   const SmMediaEntry& entry = m_Index->GetEntries()[m_LivePosition];
-  const auto due =
-      m_LiveClockStart + std::chrono::milliseconds(std::max<int64_t>(entry.time - m_LiveTimeStart, 0));
+  const auto due = m_LiveClockStart +
+                   std::chrono::milliseconds(std::max<int64_t>(entry.time - m_LiveTimeStart, 0));
   if (due > deadline) {
     std::this_thread::sleep_until(deadline);
     return StatusNoItem;

@@ -5,10 +5,10 @@
 
 #include "AACLoasWrapper.h"
 #include "H264AnnexBConverter.h"
-#include "MediaRecordBuilder.h"
 #include "MediaProcessing/GenericByteData/AudioCodec.h"
 #include "MediaProcessing/GenericByteData/GenericAudioStreamDataPacket.h"
 #include "MediaProcessing/GenericByteData/GenericVideoStreamDataPacket.h"
+#include "MediaRecordBuilder.h"
 
 using namespace NmMedia;
 using Bytes = std::vector<uint8_t>;
@@ -18,7 +18,7 @@ namespace {
 // Parameter sets and slices whose first bytes are all the converter reads.
 const Bytes Sps = {0x67, 0x42, 0xC0, 0x1E, 0xDA, 0x02, 0x80};  // id 0
 const Bytes Sps1 = {0x67, 0x42, 0xC0, 0x1E, 0x4D, 0x02, 0x80}; // id 1
-const Bytes Pps = {0x68, 0xCE, 0x3C, 0x80};                     // id 0
+const Bytes Pps = {0x68, 0xCE, 0x3C, 0x80};                    // id 0
 const Bytes Idr = {0x65, 0x88, 0x84, 0x00, 0x33};
 const Bytes Slice = {0x41, 0x9A, 0x02, 0x04};
 const Bytes Aud = {0x09, 0xF0};
@@ -44,21 +44,28 @@ Bytes LengthPrefixed(const std::vector<Bytes>& nals, size_t width) {
 }
 
 Bytes AvcC(size_t lengthSize, const std::vector<Bytes>& sps, const std::vector<Bytes>& pps) {
-  Bytes out = {1, 0x42, 0xC0, 0x1E, static_cast<uint8_t>(0xFC | (lengthSize - 1)),
+  Bytes out = {1,
+               0x42,
+               0xC0,
+               0x1E,
+               static_cast<uint8_t>(0xFC | (lengthSize - 1)),
                static_cast<uint8_t>(0xE0 | sps.size())};
   for (const Bytes& nal : sps) {
-    out.insert(out.end(), {static_cast<uint8_t>(nal.size() >> 8), static_cast<uint8_t>(nal.size())});
+    out.insert(out.end(),
+               {static_cast<uint8_t>(nal.size() >> 8), static_cast<uint8_t>(nal.size())});
     out.insert(out.end(), nal.begin(), nal.end());
   }
   out.push_back(static_cast<uint8_t>(pps.size()));
   for (const Bytes& nal : pps) {
-    out.insert(out.end(), {static_cast<uint8_t>(nal.size() >> 8), static_cast<uint8_t>(nal.size())});
+    out.insert(out.end(),
+               {static_cast<uint8_t>(nal.size() >> 8), static_cast<uint8_t>(nal.size())});
     out.insert(out.end(), nal.begin(), nal.end());
   }
   return out;
 }
 
-Bytes Convert(CmH264AnnexBConverter& converter, const Bytes& packet, bool key, bool* idr = nullptr) {
+Bytes Convert(CmH264AnnexBConverter& converter, const Bytes& packet, bool key,
+              bool* idr = nullptr) {
   Bytes out;
   bool containsIdr = false;
   if (!converter.Convert(packet.data(), packet.size(), key, out, containsIdr)) {
@@ -171,10 +178,12 @@ Bytes Filler(size_t size) {
 TEST(MediaH264AnnexB, LengthPrefixedBecomesAnnexBWithParameterSetsBeforeSyncFrames) {
   for (const size_t width : {1u, 2u, 4u}) {
     CmH264AnnexBConverter converter;
-    ASSERT_TRUE(converter.Configure(AvcC(width, {Sps}, {Pps}).data(), AvcC(width, {Sps}, {Pps}).size()));
+    ASSERT_TRUE(
+        converter.Configure(AvcC(width, {Sps}, {Pps}).data(), AvcC(width, {Sps}, {Pps}).size()));
     EXPECT_EQ(converter.GetLengthSize(), width);
     bool idr = false;
-    EXPECT_EQ(Convert(converter, LengthPrefixed({Idr}, width), true, &idr), AnnexB({Sps, Pps, Idr}));
+    EXPECT_EQ(Convert(converter, LengthPrefixed({Idr}, width), true, &idr),
+              AnnexB({Sps, Pps, Idr}));
     EXPECT_TRUE(idr);
     EXPECT_EQ(Convert(converter, LengthPrefixed({Slice}, width), false, &idr), AnnexB({Slice}));
     EXPECT_FALSE(idr);
@@ -321,7 +330,8 @@ TEST(MediaAACLoas, AudioSpecificConfigVariants) {
   EXPECT_EQ(config.samplingFrequency, 24000u);
   EXPECT_EQ(config.extensionSamplingFrequency, 48000u);
   // An escaped object type (31 + 6 bits) and an explicit 24-bit frequency.
-  ASSERT_TRUE(ParseAudioSpecificConfig(Bytes{0xF8, 0x1E, 0x00, 0x3E, 0x80, 0x20}.data(), 6, config));
+  ASSERT_TRUE(
+      ParseAudioSpecificConfig(Bytes{0xF8, 0x1E, 0x00, 0x3E, 0x80, 0x20}.data(), 6, config));
   EXPECT_EQ(config.objectType, 32u);
   EXPECT_EQ(config.samplingFrequency, 8000u);
   EXPECT_EQ(config.channelConfiguration, 1u);
@@ -418,7 +428,8 @@ TEST(MediaRecordBuilder, AudioRecordsCountSamplesAndNormalisePCM) {
   const Bytes samples = {0x00, 0x7F, 0x80, 0xFF};
   ASSERT_TRUE(signed8.Build({samples.data(), samples.size(), true, 0, 0}, record, info));
   CmGenericAudioStreamDataPacket unsigned8(record.data(), record.size());
-  EXPECT_EQ(Bytes(unsigned8.GetPayload(), unsigned8.GetPayload() + 4), (Bytes{0x80, 0xFF, 0x00, 0x7F}));
+  EXPECT_EQ(Bytes(unsigned8.GetPayload(), unsigned8.GetPayload() + 4),
+            (Bytes{0x80, 0xFF, 0x00, 0x7F}));
 
   SmMediaStreamFormat aac;
   aac.kind = SmMediaStreamFormat::Audio;

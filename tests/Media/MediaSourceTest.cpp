@@ -16,8 +16,8 @@
 #include "MediaProcessing/GenericByteData/AudioCodec.h"
 #include "MediaProcessing/GenericByteData/GenericAudioStreamDataPacket.h"
 #include "MediaProcessing/GenericByteData/GenericVideoStreamDataPacket.h"
-#include "Toolkits/VZKSourceToolkitPlugin/ToolkitFactory.h"
 #include "Toolkits/ToolkitTestSupport.h"
+#include "Toolkits/VZKSourceToolkitPlugin/ToolkitFactory.h"
 #include "vzk/ToolkitError.h"
 
 using namespace NmToolkit;
@@ -79,7 +79,8 @@ std::string Configuration(const std::string& url) {
 
 void WriteFile(const std::string& path, const Bytes& bytes) {
   std::ofstream file(path, std::ios::binary);
-  file.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+  file.write(reinterpret_cast<const char*>(bytes.data()),
+             static_cast<std::streamsize>(bytes.size()));
 }
 
 // One item as read: the record's bytes and its time.
@@ -93,7 +94,8 @@ struct SmItem {
   bool IsAudio() const { return Type() == 32; }
   Bytes Payload() const {
     const size_t header = IsVideo() ? 32 : 42;
-    return Bytes(bytes.begin() + static_cast<ptrdiff_t>(std::min(header, bytes.size())), bytes.end());
+    return Bytes(bytes.begin() + static_cast<ptrdiff_t>(std::min(header, bytes.size())),
+                 bytes.end());
   }
   CmGenericVideoStreamDataPacket Video() {
     return CmGenericVideoStreamDataPacket(bytes.data(), bytes.size());
@@ -109,7 +111,8 @@ SmItem TakeItem(ImData* raw) {
   taken.bytes.assign(raw->GetDataPointer(), raw->GetDataPointer() + raw->GetDataSize());
   taken.time = raw->GetBeginTime();
   EXPECT_EQ(raw->GetEndTime(), raw->GetBeginTime());
-  if (const auto* number = dynamic_cast<const ImStringProperty*>(raw->GetProperty("Sequence_Number"))) {
+  if (const auto* number =
+          dynamic_cast<const ImStringProperty*>(raw->GetProperty("Sequence_Number"))) {
     taken.sequenceNumber = number->GetValue();
   }
   const auto* media = dynamic_cast<const ImMediaData*>(raw);
@@ -204,7 +207,8 @@ TEST_F(MediaSourceTest, H264FromMP4DecodesLikeTheOriginal) {
   const std::string mp4 = scratch / "clip.mp4";
   // B-frames, so that presentation and decoding order differ.
   ASSERT_EQ(Ffmpeg("-f lavfi -i testsrc=size=160x120:rate=25 -t 1.2 -c:v libx264 -g 10 -bf 2 "
-                   "-pix_fmt yuv420p -metadata creation_time=2024-05-06T07:08:09Z " + mp4),
+                   "-pix_fmt yuv420p -metadata creation_time=2024-05-06T07:08:09Z " +
+                   mp4),
             "");
   Open(mp4);
   CmPropertyNameSet supported;
@@ -253,15 +257,18 @@ TEST_F(MediaSourceTest, H264FromMP4DecodesLikeTheOriginal) {
   WriteFile(annexB, Concatenated(tail, 16));
   EXPECT_EQ(Capture("ffmpeg -nostdin -v error -f h264 -i " + annexB +
                     " -f null - 2>&1 && ffprobe -v error -count_frames -select_streams v "
-                    "-show_entries stream=nb_read_frames -of csv=p=0 " + annexB),
+                    "-show_entries stream=nb_read_frames -of csv=p=0 " +
+                    annexB),
             "20\n");
 }
 
 TEST_F(MediaSourceTest, RawAnnexBFromX264AndAACInBothFramings) {
   const std::string y4m = scratch / "in.y4m";
   const std::string raw = scratch / "clip.264";
-  ASSERT_EQ(Ffmpeg("-f lavfi -i testsrc=size=96x64:rate=25 -frames:v 12 -pix_fmt yuv420p " + y4m), "");
-  ASSERT_EQ(Capture("x264 --quiet --keyint 5 --bframes 0 -o " + raw + " " + y4m + " 2>/dev/null"), "");
+  ASSERT_EQ(Ffmpeg("-f lavfi -i testsrc=size=96x64:rate=25 -frames:v 12 -pix_fmt yuv420p " + y4m),
+            "");
+  ASSERT_EQ(Capture("x264 --quiet --keyint 5 --bframes 0 -o " + raw + " " + y4m + " 2>/dev/null"),
+            "");
   Open(raw);
   ASSERT_EQ(ConnectError(), "connected");
   std::vector<SmItem> items = ReadAll();
@@ -276,10 +283,12 @@ TEST_F(MediaSourceTest, RawAnnexBFromX264AndAACInBothFramings) {
 
   const std::string adts = scratch / "tone.aac";
   const std::string m4a = scratch / "tone.m4a";
-  ASSERT_EQ(Ffmpeg("-f lavfi -i sine=frequency=440:sample_rate=48000 -t 0.5 -ac 2 -c:a aac -b:a 96k " +
-                   adts),
+  ASSERT_EQ(
+      Ffmpeg("-f lavfi -i sine=frequency=440:sample_rate=48000 -t 0.5 -ac 2 -c:a aac -b:a 96k " +
+             adts),
+      "");
+  ASSERT_EQ(Ffmpeg("-i " + adts + " -c copy -metadata creation_time=2024-05-06T07:08:09Z " + m4a),
             "");
-  ASSERT_EQ(Ffmpeg("-i " + adts + " -c copy -metadata creation_time=2024-05-06T07:08:09Z " + m4a), "");
   const std::string expected = Decoded("-i " + adts, "-f s16le -ac 2 -f md5");
   for (const std::string& input : {adts, m4a}) {
     Open(input);
@@ -311,7 +320,8 @@ TEST_F(MediaSourceTest, MJPEGWithG711AndNavigationInEveryMode) {
   // Two frames a second and 0.1 s audio packets, interleaved.
   ASSERT_EQ(Ffmpeg("-f lavfi -i testsrc=size=64x48:rate=2 -f lavfi -i sine=sample_rate=8000 -t 2 "
                    "-c:v mjpeg -c:a pcm_mulaw -ac 1 -frame_size 800 "
-                   "-metadata creation_time=2024-05-06T07:08:09Z " + mkv),
+                   "-metadata creation_time=2024-05-06T07:08:09Z " +
+                   mkv),
             "");
   Open(mkv);
   CmPropertyNameSet supported;
@@ -350,8 +360,7 @@ TEST_F(MediaSourceTest, MJPEGWithG711AndNavigationInEveryMode) {
   WriteFile(mjpeg, Concatenated(items, 16));
   WriteFile(mulaw, Concatenated(items, 32));
   EXPECT_EQ(Decoded("-f mjpeg -i " + mjpeg), Decoded("-i " + mkv + " -map 0:v"));
-  EXPECT_EQ(Decoded("-f mulaw -ar 8000 -ac 1 -i " + mulaw),
-            Decoded("-i " + mkv + " -map 0:a"));
+  EXPECT_EQ(Decoded("-f mulaw -ar 8000 -ac 1 -i " + mulaw), Decoded("-i " + mkv + " -map 0:a"));
 
   // Navigation, over both streams in file order.
   const int64_t first = items.front().time;
@@ -409,9 +418,10 @@ TEST_F(MediaSourceTest, SequencesFollowTimeJumps) {
   const std::string a = scratch / "a.ts";
   const std::string b = scratch / "b.ts";
   ASSERT_EQ(Ffmpeg("-f lavfi -i testsrc=size=64x48:rate=5 -t 1 -c:v mpeg4 -g 5 " + a), "");
-  ASSERT_EQ(Ffmpeg("-f lavfi -i testsrc=size=64x48:rate=5 -t 1 -c:v mpeg4 -g 5 -output_ts_offset 100 " +
-                   b),
-            "");
+  ASSERT_EQ(
+      Ffmpeg("-f lavfi -i testsrc=size=64x48:rate=5 -t 1 -c:v mpeg4 -g 5 -output_ts_offset 100 " +
+             b),
+      "");
   const std::string joined = scratch / "joined.ts";
   ASSERT_EQ(Capture("cat " + a + " " + b + " > " + joined), "");
   Open(joined);
@@ -436,6 +446,48 @@ TEST_F(MediaSourceTest, SequencesFollowTimeJumps) {
   EXPECT_EQ(Decoded("-f m4v -i " + m4v), Decoded("-i " + b));
 }
 
+TEST_F(MediaSourceTest, CoverArtIsNoVideoAndInterlacingIsMarked) {
+  const std::string mp3 = scratch / "song.mp3";
+  ASSERT_EQ(
+      Ffmpeg("-f lavfi -i sine=sample_rate=44100 -f lavfi -i testsrc=size=32x32 -map 0:a -map 1:v "
+             "-frames:v 1 -t 0.5 -c:a libmp3lame -write_xing 0 -c:v mjpeg -disposition:v "
+             "attached_pic " +
+             mp3),
+      "");
+  Open(mp3);
+  ASSERT_EQ(ConnectError(), "connected");
+  std::vector<SmItem> items = ReadAll();
+  ASSERT_GE(items.size(), 10u);
+  for (SmItem& item : items) {
+    ASSERT_TRUE(item.IsAudio()) << "the cover picture is not a frame of video";
+    EXPECT_EQ(item.Audio().GetCodec(), uint32_t{NmMediaProcessing::SmAudioCodec::MPEG1Audio});
+    EXPECT_EQ(item.Audio().GetSampleCount(), 1152u);
+    EXPECT_EQ(item.Audio().GetSamplingFrequency(), 44100u);
+  }
+  const std::string out = scratch / "out.mp3";
+  WriteFile(out, Concatenated(items, 32));
+  EXPECT_EQ(Decoded("-f mp3 -i " + out), Decoded("-i " + mp3 + " -map 0:a"));
+
+  const std::string interlaced = scratch / "fields.mp4";
+  ASSERT_EQ(Ffmpeg("-f lavfi -i testsrc=size=64x48:rate=25 -t 0.2 -c:v libx264 -flags +ildct+ilme "
+                   "-x264opts tff=1 " +
+                   interlaced),
+            "");
+  Open(interlaced);
+  ASSERT_EQ(ConnectError(), "connected");
+  items = ReadAll();
+  ASSERT_EQ(items.size(), 5u);
+  for (SmItem& item : items) {
+    bool isInterlaced = false;
+    bool topFirst = false;
+    uint32_t layout = 9;
+    ASSERT_TRUE(item.Video().GetInterlacing(isInterlaced, topFirst, layout));
+    EXPECT_TRUE(isInterlaced);
+    EXPECT_TRUE(topFirst);
+    EXPECT_EQ(layout, 0u) << "interleaved fields";
+  }
+}
+
 TEST_F(MediaSourceTest, ConfigurationAndFileErrorsShowAtConnect) {
   OpenXml("<toolkit type='source'><provider>media</provider><config/></toolkit>");
   EXPECT_EQ(ConnectError(), "The media plug-in needs <config><media url=\"...\"/></config>!");
@@ -450,13 +502,16 @@ TEST_F(MediaSourceTest, ConfigurationAndFileErrorsShowAtConnect) {
   EXPECT_THROW(live->StartLiveStream(), ImNotConnectedError);
   OpenXml("<toolkit type='source'><provider>media</provider><config><media/></config></toolkit>");
   EXPECT_EQ(ConnectError(), "The media plug-in needs <config><media url=\"...\"/></config>!");
-  OpenXml("<toolkit type='source'><provider>media</provider><config><media url=''/></config></toolkit>");
+  OpenXml("<toolkit type='source'><provider>media</provider><config><media "
+          "url=''/></config></toolkit>");
   EXPECT_EQ(ConnectError(), "The media plug-in needs <config><media url=\"...\"/></config>!");
-  OpenXml("<toolkit type='source'><provider>media</provider><config><movie url='a.mp4'/></config></toolkit>");
+  OpenXml("<toolkit type='source'><provider>media</provider><config><movie "
+          "url='a.mp4'/></config></toolkit>");
   EXPECT_EQ(ConnectError(), "The media plug-in needs <config><media url=\"...\"/></config>!");
 
   Open("/nonexistent/clip.mp4");
-  EXPECT_EQ(ConnectError(), "Could not open media '/nonexistent/clip.mp4': No such file or directory!");
+  EXPECT_EQ(ConnectError(),
+            "Could not open media '/nonexistent/clip.mp4': No such file or directory!");
   try {
     playback->Connect(0);
   } catch (const ImFileError& error) {
@@ -496,8 +551,8 @@ TEST_F(MediaSourceTest, CutFileKeepsWhatCameBefore) {
   EXPECT_LT(items.size(), 20u);
   const std::string annexB = scratch / "out.h264";
   WriteFile(annexB, Concatenated(items, 16));
-  EXPECT_EQ(Capture("ffmpeg -nostdin -v error -f h264 -i " + annexB + " -f null - 2>&1 | head -c 1"),
-            "")
+  EXPECT_EQ(
+      Capture("ffmpeg -nostdin -v error -f h264 -i " + annexB + " -f null - 2>&1 | head -c 1"), "")
       << "whatever is delivered decodes cleanly";
 }
 
@@ -588,8 +643,8 @@ TEST_F(MediaSourceTest, LiveRtspStreamFromALoopbackServer) {
   EXPECT_LT(std::llabs(video.back().time - now), 24 * 3600 * 1000LL);
   const std::string annexB = scratch / "live.h264";
   WriteFile(annexB, Concatenated(video, 16));
-  EXPECT_EQ(Capture("ffmpeg -nostdin -v error -f h264 -i " + annexB + " -f null - 2>&1 | head -c 1"),
-            "")
+  EXPECT_EQ(
+      Capture("ffmpeg -nostdin -v error -f h264 -i " + annexB + " -f null - 2>&1 | head -c 1"), "")
       << "the live frames from the first sync frame on decode cleanly";
 
   // Live again after a stop: the stream resumes.

@@ -37,7 +37,13 @@ struct SmG726Option {
 
 // CodecOption of AAC packets: the profile, one bit each.
 struct SmAACProfile {
-  enum : uint32_t { LowComplexity = 1, LongTermPrediction = 2, Main = 4, Scalable = 8, HighEfficiency = 16 };
+  enum : uint32_t {
+    LowComplexity = 1,
+    LongTermPrediction = 2,
+    Main = 4,
+    Scalable = 8,
+    HighEfficiency = 16
+  };
 };
 
 } // namespace NmMediaProcessing
