@@ -51,7 +51,10 @@ void CmMediaLiveReader::Run() {
       continue;
     }
     if (result < 0) {
-      break;
+      if (m_Stop || !IsLiveProtocol(m_Url) || !Reconnect()) {
+        break;
+      }
+      continue;
     }
     const auto builder = m_Builders.find(packet.stream);
     if (builder == m_Builders.end()) {
@@ -75,6 +78,40 @@ void CmMediaLiveReader::Run() {
   std::lock_guard lock(m_Mutex);
   m_Ended = true;
   m_Arrived.notify_all();
+}
+
+bool CmMediaLiveReader::IsLiveProtocol(const std::string& url) {
+  // A file served over HTTP or FTP ends for good; a camera's stream does not.
+  const std::string scheme = url.substr(0, url.find("://"));
+  for (const char* live : {"rtsp", "rtsps", "rtmp", "rtp", "udp", "srt", "tcp"}) {
+    if (scheme == live) {
+      return true;
+    }
+  }
+  return false;
+}
+
+bool CmMediaLiveReader::Reconnect() {
+  while (!m_Stop) {
+    // A pause between attempts, cut short by a stop.
+    for (int step = 0; step < 20 && !m_Stop; ++step) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    if (m_Stop) {
+      break;
+    }
+    try {
+      auto demuxer = std::make_unique<CmMediaDemuxer>(m_Url, true, &m_Stop);
+      auto builders = CreateRecordBuilders(*demuxer, m_Url);
+      demuxer->Play();
+      m_Demuxer = std::move(demuxer);
+      m_Builders = std::move(builders);
+      return true;
+    } catch (const CmMediaOpenError&) {
+      // Not back yet.
+    }
+  }
+  return false;
 }
 
 bool CmMediaLiveReader::Next(SmLiveRecord& record, uint32_t timeout) {

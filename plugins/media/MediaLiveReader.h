@@ -23,7 +23,9 @@ struct SmLiveRecord {
 
 // Reads a network stream on a thread of its own while the host's live stream
 // runs, so that a host's timeout never cuts a read of libavformat in half;
-// records wait in a queue until the host pulls them.
+// records wait in a queue until the host pulls them. A live stream that
+// breaks off (a camera restarting, a network outage) is opened again until it
+// answers; the record numbering starts over then.
 class CmMediaLiveReader {
 public:
   // Opens the address at once, so that errors show at Connect. Throws
@@ -48,6 +50,9 @@ public:
 
 private:
   void Run();
+  // Opens the address again after the stream broke off; false once stopped.
+  bool Reconnect();
+  static bool IsLiveProtocol(const std::string& url);
 
   std::string m_Url;
   std::atomic<bool> m_Stop{false};

@@ -560,7 +560,7 @@ TEST_F(MediaSourceTest, CutFileKeepsWhatCameBefore) {
 // behind it.
 class CmRtspServer {
 public:
-  CmRtspServer() {
+  explicit CmRtspServer(int port = 0) {
     int pipeEnds[2];
     if (pipe(pipeEnds) != 0) {
       return;
@@ -570,7 +570,8 @@ public:
       dup2(pipeEnds[1], STDOUT_FILENO);
       close(pipeEnds[0]);
       close(pipeEnds[1]);
-      execl("/usr/bin/python3", "python3", VZK_RTSP_TEST_SERVER, nullptr);
+      const std::string service = std::to_string(port);
+      execl("/usr/bin/python3", "python3", VZK_RTSP_TEST_SERVER, service.c_str(), nullptr);
       _exit(127);
     }
     close(pipeEnds[1]);
@@ -583,10 +584,12 @@ public:
       fclose(output);
     }
   }
-  ~CmRtspServer() {
+  ~CmRtspServer() { Kill(); }
+  void Kill() {
     if (m_Process > 0) {
       kill(m_Process, SIGTERM);
       waitpid(m_Process, nullptr, 0);
+      m_Process = -1;
     }
   }
   int GetPort() const { return m_Port; }
@@ -651,6 +654,18 @@ TEST_F(MediaSourceTest, LiveRtspStreamFromALoopbackServer) {
   live->StartLiveStream();
   ASSERT_EQ(live->GetLiveData(&raw, 10000), StatusSuccess);
   delete raw;
+
+  // The camera goes away and comes back on the same address: the stream is
+  // opened again, and numbering starts over.
+  const int port = server.GetPort();
+  server.Kill();
+  while (live->GetLiveData(&raw, 500) == StatusSuccess) {
+    delete raw;
+  }
+  CmRtspServer restarted(port);
+  ASSERT_EQ(restarted.GetPort(), port);
+  ASSERT_EQ(live->GetLiveData(&raw, 20000), StatusSuccess) << "no reconnection";
+  EXPECT_LT(std::stoi(TakeItem(raw).sequenceNumber), 20);
   live->StopLiveStream();
   playback->Disconnect();
 }

@@ -1,7 +1,8 @@
 #!/usr/bin/python3
 # A loopback RTSP server for the media plug-in's live test: H.264 video and
-# G.711 audio from test sources, paced as a camera would send them. Prints
-# "PORT <n>" once it listens, then serves until killed.
+# G.711 audio from test sources, paced as a camera would send them. Listens on
+# the port given as the argument, else on any free one; prints "PORT <n>" once
+# it listens, then serves until killed.
 import sys
 
 import gi
@@ -22,7 +23,7 @@ def main():
     Gst.init(None)
     server = GstRtspServer.RTSPServer()
     server.set_address("127.0.0.1")
-    server.set_service("0")
+    server.set_service(sys.argv[1] if len(sys.argv) > 1 else "0")
     factory = GstRtspServer.RTSPMediaFactory()
     factory.set_launch(PIPELINE)
     factory.set_shared(True)
