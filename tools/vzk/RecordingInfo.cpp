@@ -1,0 +1,464 @@
+#include "RecordingInfo.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+#include <fstream>
+#include <iomanip>
+#include <map>
+#include <sstream>
+#include <vector>
+
+#include "Common/Error/Error.h"
+#include "MediaProcessing/GenericByteData/ByteDataSequenceAnalyzer.h"
+#include "MediaProcessing/GenericByteData/GenericAudioStreamDataPacket.h"
+#include "MediaProcessing/GenericByteData/GenericByteDataBlock.h"
+#include "MediaProcessing/GenericByteData/GenericByteDataMultiPacket.h"
+#include "MediaProcessing/GenericByteData/GenericVideoStreamDataPacket.h"
+#include "MediaProcessing/GenericByteData/RawVideoByteDataAccess.h"
+#include "PluginHost.h"
+#include "RecordingIndex.h"
+
+using namespace NmMediaProcessing;
+
+namespace NmVzkTool {
+namespace {
+
+uint16_t Be16(const uint8_t* p) { return static_cast<uint16_t>(p[0] << 8 | p[1]); }
+
+void ReadVideoPacket(uint8_t* data, uint64_t size, SmRecordFacts& facts) {
+  const CmGenericVideoStreamDataPacket packet(data, size);
+  facts.codec = packet.GetCodec();
+  facts.hasSequenceNumber = true;
+  facts.sequenceNumber = packet.GetSequenceNumber();
+  facts.hasSync = true;
+  facts.sync = packet.GetSync();
+  facts.payload = packet.GetPayload();
+  facts.payloadSize = packet.GetPayloadLength();
+  facts.beginTime = facts.endTime = packet.GetFrameTime().GetMilliseconds();
+  facts.timed = true;
+}
+
+const char* StatusName(uint32_t status) {
+  switch (status) {
+  case SmByteDataSequenceResult::SequenceContinuous:
+    return "continuous";
+  case SmByteDataSequenceResult::SequenceLegacy:
+    return "stand-alone";
+  case SmByteDataSequenceResult::SequenceTimeWarp:
+    return "time warp";
+  case SmByteDataSequenceResult::SequenceSyncLost:
+    return "sync lost";
+  case SmByteDataSequenceResult::SequenceGap:
+    return "gap";
+  default:
+    return "not analysed";
+  }
+}
+
+// One analyser for video and one for audio: each follows its own stream.
+struct SmAnalysers {
+  CmByteDataSequenceSpecificAnalyzer video;
+  CmByteDataSequenceSpecificAnalyzer audio;
+
+  std::string Analyse(uint8_t* data, uint64_t size, const SmRecordFacts& facts) {
+    SmByteDataSequenceResult result;
+    bool analysed = false;
+    try {
+      if (facts.type == SmByteDataType::RawJPEG) {
+        return StatusName(SmByteDataSequenceResult::SequenceLegacy);
+      }
+      if (IsBlockHeaderType(static_cast<int32_t>(facts.type))) {
+        analysed = video.AnalyzeBlock(CmGenericVideoByteDataBlock(data, size), result);
+      } else if (facts.type == SmByteDataType::VideoStreamDataPacket) {
+        analysed = video.AnalyzeVideo(CmGenericVideoStreamDataPacket(data, size), result);
+      } else if (facts.type == SmByteDataType::AudioStreamDataPacket) {
+        analysed = audio.AnalyzeAudio(CmGenericAudioStreamDataPacket(data, size), result);
+      } else if (facts.type == SmByteDataType::MultiPacket) {
+        const CmGenericByteDataMultiPacket multi(data, size);
+        uint8_t* first = nullptr;
+        uint64_t length = 0;
+        if (multi.GetVideoPacket(first, length)) {
+          analysed = video.AnalyzeVideo(CmGenericVideoStreamDataPacket(first, length), result);
+        }
+      }
+    } catch (const NmError::CmError&) {
+      analysed = false;
+    }
+    return analysed ? StatusName(result.m_Status) : "not analysed";
+  }
+};
+
+std::string Plural(uint64_t count, const std::string& word) {
+  return std::to_string(count) + " " + word + (count == 1 ? "" : "s");
+}
+
+std::string Seconds(int64_t milliseconds) {
+  std::ostringstream text;
+  text << std::fixed << std::setprecision(3) << static_cast<double>(milliseconds) / 1000.0 << " s";
+  return text.str();
+}
+
+} // namespace
+
+std::string VideoCodecName(uint32_t codec) {
+  switch (codec) {
+  case 1:
+    return "JPEG";
+  case 4:
+  case 5:
+  case 6:
+  case 11:
+    return "MPEG-4";
+  case 7:
+  case 9:
+    return "H.263";
+  case 8:
+    return "JPEG 2000";
+  case 10:
+    return "H.264";
+  case 128:
+    return "MxPEG";
+  case 0:
+    return "unknown codec";
+  default:
+    return "unsupported codec " + std::to_string(codec);
+  }
+}
+
+std::string AudioCodecName(uint32_t codec) {
+  switch (codec) {
+  case 1:
+    return "PCM";
+  case 2:
+  case 3:
+    return "G.711";
+  case 4:
+  case 7:
+  case 9:
+    return "G.726";
+  case 16:
+    return "MPEG-1 audio";
+  case 17:
+  case 18:
+    return "AAC";
+  case 0:
+    return "unknown audio codec";
+  default:
+    return "audio codec " + std::to_string(codec);
+  }
+}
+
+bool ReadJPEGSize(const uint8_t* data, uint64_t size, uint32_t& width, uint32_t& height) {
+  if (data == nullptr || size < 4 || data[0] != 0xFF || data[1] != 0xD8) {
+    return false;
+  }
+  uint64_t at = 2;
+  while (at + 4 <= size) {
+    if (data[at] != 0xFF) {
+      return false;
+    }
+    const uint8_t marker = data[at + 1];
+    if (marker == 0xFF) {
+      ++at;
+      continue;
+    }
+    if (marker == 0xD8 || marker == 0x01 || (marker >= 0xD0 && marker <= 0xD7)) {
+      at += 2;
+      continue;
+    }
+    if (marker == 0xD9 || marker == 0xDA) {
+      return false; // no frame header before the scan
+    }
+    const uint64_t length = Be16(data + at + 2);
+    const bool frameHeader =
+        marker >= 0xC0 && marker <= 0xCF && marker != 0xC4 && marker != 0xC8 && marker != 0xCC;
+    if (frameHeader) {
+      if (length < 8 || at + 9 > size) {
+        return false;
+      }
+      height = Be16(data + at + 5);
+      width = Be16(data + at + 7);
+      return width != 0 && height != 0;
+    }
+    if (length < 2) {
+      return false;
+    }
+    at += 2 + length;
+  }
+  return false;
+}
+
+std::string FormatUtc(int64_t milliseconds) {
+  int64_t seconds = milliseconds / 1000;
+  int64_t rest = milliseconds % 1000;
+  if (rest < 0) {
+    rest += 1000;
+    --seconds;
+  }
+  const time_t time = static_cast<time_t>(seconds);
+  std::tm parts{};
+  if (gmtime_r(&time, &parts) == nullptr) {
+    return std::to_string(milliseconds) + " ms";
+  }
+  char text[64];
+  std::snprintf(text, sizeof text, "%04d-%02d-%02d %02d:%02d:%02d.%03d UTC", parts.tm_year + 1900,
+                parts.tm_mon + 1, parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec,
+                static_cast<int>(rest));
+  return text;
+}
+
+SmRecordFacts ReadRecordFacts(const uint8_t* constData, uint64_t size) {
+  SmRecordFacts facts;
+  if (constData == nullptr || size < 2) {
+    return facts;
+  }
+  // The record classes are views that could also write; nothing here does.
+  auto* data = const_cast<uint8_t*>(constData);
+  facts.type = Be16(data);
+  const uint64_t length = NmRecording::RecordLength(data, size);
+  if (length == 0 || (length != size && facts.type != SmByteDataType::RawJPEG)) {
+    facts.kind = length == 0 ? "no record" : "record with trailing bytes";
+    return facts;
+  }
+  facts.isRecord = true;
+  try {
+    if (facts.type == SmByteDataType::RawJPEG) {
+      facts.kind = "raw JPEG";
+      facts.isVideo = true;
+      facts.codec = 1;
+      facts.hasSync = facts.sync = true;
+      facts.jpeg = facts.payload = data;
+      facts.jpegSize = facts.payloadSize = size;
+      facts.imageCount = 1;
+    } else if (IsBlockHeaderType(static_cast<int32_t>(facts.type))) {
+      const CmGenericVideoByteDataBlock block(data, size);
+      const CmRawVideoByteDataAccess access(block, true);
+      facts.kind = "block";
+      facts.isVideo = true;
+      facts.codec = access.GetCodec();
+      facts.width = block.GetImageWidth();
+      facts.height = block.GetImageHeight();
+      facts.imageCount = block.GetImageCount();
+      facts.hasSync = true;
+      facts.sync = access.GetSync();
+      facts.payload = block.GetPayload();
+      facts.payloadSize = block.GetPayloadLength();
+      facts.beginTime = block.GetBeginTime().GetMilliseconds();
+      facts.endTime = block.GetEndTime().GetMilliseconds();
+      facts.timed = true;
+    } else if (facts.type == SmByteDataType::VideoStreamDataPacket) {
+      facts.kind = "video packet";
+      facts.isVideo = true;
+      ReadVideoPacket(data, size, facts);
+    } else if (facts.type == SmByteDataType::AudioStreamDataPacket) {
+      const CmGenericAudioStreamDataPacket packet(data, size);
+      facts.kind = "audio packet";
+      facts.isAudio = true;
+      facts.codec = packet.GetCodec();
+      facts.hasSequenceNumber = true;
+      facts.sequenceNumber = packet.GetSequenceNumber();
+      facts.channels = packet.GetChannelCount();
+      facts.samplingFrequency = packet.GetSamplingFrequency();
+      facts.bitsPerSample = packet.GetBitsPerSample();
+      facts.sampleCount = packet.GetSampleCount();
+      facts.payload = packet.GetPayload();
+      facts.payloadSize = packet.GetPayloadLength();
+      facts.beginTime = facts.endTime = packet.GetTime().GetMilliseconds();
+      facts.timed = true;
+    } else if (facts.type == SmByteDataType::MultiPacket) {
+      const CmGenericByteDataMultiPacket multi(data, size);
+      facts.kind = "multi packet";
+      facts.packetCount = multi.GetPacketCount();
+      uint8_t* first = nullptr;
+      uint64_t firstLength = 0;
+      if (multi.GetVideoPacket(first, firstLength)) {
+        facts.isVideo = true;
+        ReadVideoPacket(first, firstLength, facts);
+        facts.jpeg = nullptr;
+        facts.payload = nullptr;
+        facts.payloadSize = 0;
+      }
+    } else {
+      facts.kind = "packet of type " + std::to_string(facts.type);
+    }
+  } catch (const NmError::CmError&) {
+    // A time beyond what a time stamp holds: the record stays, untimed.
+    facts.timed = false;
+  }
+  if (facts.isAudio) {
+    facts.codecName = AudioCodecName(facts.codec);
+  } else if (facts.isVideo) {
+    facts.codecName = VideoCodecName(facts.codec);
+  }
+  if (facts.isVideo && facts.codec == 1 && facts.payload != nullptr &&
+      (facts.type != SmByteDataType::MultiPacket) && facts.imageCount <= 1) {
+    facts.jpeg = facts.payload;
+    facts.jpegSize = facts.payloadSize;
+  }
+  if (facts.jpeg != nullptr && facts.width == 0) {
+    ReadJPEGSize(facts.jpeg, facts.jpegSize, facts.width, facts.height);
+  }
+  return facts;
+}
+
+void PrintRecordingInfo(const SmInfoOptions& options, std::ostream& out) {
+  const std::string& path = options.recording;
+  struct stat status {};
+  if (stat(path.c_str(), &status) != 0) {
+    throw CmRunError("The recording " + path + " cannot be read: " + std::strerror(errno) + ".");
+  }
+  if (S_ISDIR(status.st_mode)) {
+    throw CmRunError("The recording " + path + " is a directory, not a file.");
+  }
+  NmRecording::CmRecordingIndex index(path);
+  if (!index.Update()) {
+    throw CmRunError("The recording " + path + " cannot be read: " + std::strerror(errno) + ".");
+  }
+  const auto& entries = index.GetEntries();
+  std::ifstream file(path, std::ios::binary);
+
+  std::map<std::string, uint64_t> kinds;
+  std::map<std::string, uint64_t> codecs;
+  std::map<std::string, uint64_t> sizes;
+  std::map<std::string, uint64_t> audioForms;
+  std::map<std::string, uint64_t> analysis;
+  uint64_t videoRecords = 0, syncRecords = 0, totalBytes = 0;
+  uint64_t smallest = UINT64_MAX, largest = 0;
+  bool anyTime = false, untimedJPEG = false;
+  int64_t first = 0, last = 0;
+  struct SmSequence {
+    uint64_t firstRecord, lastRecord;
+    bool timed;
+    int64_t begin, end;
+    std::string start;
+  };
+  std::vector<SmSequence> sequences;
+  SmAnalysers analysers;
+
+  if (options.perRecord && !entries.empty()) {
+    out << "  record      offset     bytes  kind          codec         time                        "
+           "sync  number  picture    analysis\n";
+  }
+  std::vector<uint8_t> bytes;
+  for (size_t i = 0; i < entries.size(); ++i) {
+    const NmRecording::SmRecordEntry& entry = entries[i];
+    bytes.resize(entry.length);
+    file.seekg(static_cast<std::streamoff>(entry.offset));
+    file.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(entry.length));
+    if (static_cast<uint64_t>(file.gcount()) != entry.length) {
+      throw CmRunError("The recording " + path + " changed while it was read.");
+    }
+    const SmRecordFacts facts = ReadRecordFacts(bytes.data(), bytes.size());
+    const std::string verdict = analysers.Analyse(bytes.data(), bytes.size(), facts);
+    ++kinds[facts.kind];
+    ++analysis[verdict];
+    if (!facts.codecName.empty()) {
+      ++codecs[facts.codecName];
+    }
+    if (facts.width != 0) {
+      ++sizes[std::to_string(facts.width) + "x" + std::to_string(facts.height)];
+    }
+    if (facts.isAudio) {
+      ++audioForms[facts.codecName + ", " + std::to_string(facts.samplingFrequency) + " Hz, " +
+                   Plural(facts.channels, "channel") + ", " +
+                   std::to_string(facts.bitsPerSample) + " bits"];
+    }
+    if (facts.isVideo) {
+      ++videoRecords;
+      syncRecords += facts.sync ? 1 : 0;
+    }
+    totalBytes += entry.length;
+    smallest = std::min<uint64_t>(smallest, entry.length);
+    largest = std::max<uint64_t>(largest, entry.length);
+    if (facts.timed) {
+      first = anyTime ? std::min(first, facts.beginTime) : facts.beginTime;
+      last = anyTime ? std::max(last, facts.endTime) : facts.endTime;
+      anyTime = true;
+    } else if (facts.type == SmByteDataType::RawJPEG) {
+      untimedJPEG = true;
+    }
+    const bool timed = entry.type != SmByteDataType::RawJPEG;
+    if (sequences.empty() || entry.sequence != entries[i - 1].sequence) {
+      sequences.push_back({i + 1, i + 1, timed, entry.beginTime, entry.endTime,
+                           i == 0 ? "start of the recording" : verdict});
+    }
+    SmSequence& current = sequences.back();
+    current.lastRecord = i + 1;
+    current.end = std::max(current.end, entry.endTime);
+    current.timed = current.timed && timed;
+
+    if (options.perRecord) {
+      char line[320];
+      const std::string time = facts.timed ? FormatUtc(facts.beginTime) : "untimed";
+      const std::string number =
+          facts.hasSequenceNumber ? std::to_string(facts.sequenceNumber) : "-";
+      const std::string picture =
+          facts.width != 0 ? std::to_string(facts.width) + "x" + std::to_string(facts.height)
+                           : "-";
+      std::snprintf(line, sizeof line, "  %6zu %11llu %9llu  %-13s %-13s %-27s %-5s %-7s %-10s %s\n",
+                    i + 1, static_cast<unsigned long long>(entry.offset),
+                    static_cast<unsigned long long>(entry.length), facts.kind.c_str(),
+                    facts.codecName.c_str(), time.c_str(),
+                    facts.hasSync ? (facts.sync ? "yes" : "no") : "-", number.c_str(),
+                    picture.c_str(), verdict.c_str());
+      out << line;
+    }
+  }
+
+  const uint64_t fileSize = static_cast<uint64_t>(status.st_size);
+  out << path << ": " << Plural(entries.size(), "record") << ", " << fileSize << " bytes\n";
+  const auto list = [](const std::map<std::string, uint64_t>& counts) {
+    std::string text;
+    for (const auto& [name, count] : counts) {
+      text += (text.empty() ? "" : ", ") + std::to_string(count) + " " + name;
+    }
+    return text;
+  };
+  if (!entries.empty()) {
+    out << "  kinds:      " << list(kinds) << "\n";
+    if (!codecs.empty()) {
+      out << "  codecs:     " << list(codecs) << "\n";
+    }
+    if (!sizes.empty()) {
+      out << "  pictures:   " << list(sizes) << "\n";
+    }
+    for (const auto& [form, count] : audioForms) {
+      out << "  audio:      " << form << " (" << Plural(count, "packet") << ")\n";
+    }
+    if (anyTime) {
+      out << "  time:       " << FormatUtc(first) << " .. " << FormatUtc(last) << " ("
+          << Seconds(last - first) << ")\n";
+    }
+    if (untimedJPEG) {
+      out << "  untimed:    raw JPEG records carry no time; playback numbers them 40 ms apart "
+             "from 0\n";
+    }
+    if (videoRecords != 0) {
+      out << "  sync:       " << syncRecords << " of " << Plural(videoRecords, "video record")
+          << " decode alone\n";
+    }
+    out << "  sizes:      smallest " << smallest << ", largest " << largest << ", mean "
+        << totalBytes / entries.size() << " bytes a record\n";
+    out << "  analysis:   " << list(analysis) << "\n";
+    out << "  sequences:  " << sequences.size() << "\n";
+    for (size_t s = 0; s < sequences.size(); ++s) {
+      const SmSequence& sequence = sequences[s];
+      out << "    " << s + 1 << ": records " << sequence.firstRecord << "-" << sequence.lastRecord
+          << " (" << sequence.lastRecord - sequence.firstRecord + 1 << "), ";
+      if (sequence.timed) {
+        out << FormatUtc(sequence.begin) << " .. " << FormatUtc(sequence.end) << ", ";
+      }
+      out << "starts with " << sequence.start << "\n";
+    }
+  }
+  if (fileSize > totalBytes) {
+    out << "  damaged:    the last " << Plural(fileSize - totalBytes, "byte")
+        << " form no whole record (a damaged or half-written record)\n";
+  }
+}
+
+} // namespace NmVzkTool

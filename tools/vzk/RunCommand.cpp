@@ -1,0 +1,239 @@
+// vzk run: builds a tree, connects, pulls items and hands them to the writer.
+
+#include <cmath>
+#include <memory>
+#include <optional>
+
+#include "Commands.h"
+#include "Common/Error/Error.h"
+#include "Common/Xerces/Xerces.h"
+#include "ItemWriter.h"
+#include "PluginHost.h"
+#include "Progress.h"
+#include "StopSignal.h"
+
+using namespace NmToolkit;
+
+namespace NmVzkTool {
+namespace {
+
+// How long one GetLiveData call may wait, so that limits and Ctrl-C are seen.
+constexpr uint32_t LivePollMilliseconds = 200;
+
+const std::set<std::string>& KnownProperties() {
+  static const std::set<std::string> names = {
+      NmPropertyNames::NextBeginTime,      NmPropertyNames::NextEndTime,
+      NmPropertyNames::PrevBeginTime,      NmPropertyNames::PrevEndTime,
+      NmPropertyNames::PrivacyMask,        NmPropertyNames::SequenceNumber,
+      NmPropertyNames::HasMotion,          NmPropertyNames::RecordedSignatures,
+      NmPropertyNames::ExportedSignatures, NmPropertyNames::ExportDisallowed,
+      NmPropertyNames::Transcoded};
+  return names;
+}
+
+// What the toolkit's "Could not parse" means for this file, in more words.
+std::string ConfigurationHint(const std::string& path, const std::string& xml) {
+  try {
+    NmXerces::CmXmlWrapper::LoadXml(xml);
+  } catch (const NmError::CmError& error) {
+    return "The file " + path + " is not well-formed XML: " + error.GetDescription();
+  } catch (const std::exception& error) {
+    return "The file " + path + " is not well-formed XML: " + error.what();
+  }
+  return "The XML of " + path +
+         " is well-formed, so the tree in it is not: an element name that this build does not "
+         "know (the decoding and transform toolkits are not built yet), a plug-in that cannot "
+         "be loaded, or a \"config\" element that holds more than one toolkit element.";
+}
+
+class CmRun {
+public:
+  CmRun(const SmRunOptions& options, std::ostream& out, std::ostream& err, bool onTerminal)
+      : m_Options(options), m_Out(out), m_Err(err),
+        m_Progress(onTerminal && !options.quiet, err) {}
+
+  int Execute();
+
+private:
+  bool LimitReached() const {
+    return StopRequested() || (m_Options.count && m_Index >= *m_Options.count);
+  }
+  // False when the item lies beyond --duration in playback.
+  bool WithinDuration(const ImData& item) {
+    if (!m_Options.duration) {
+      return true;
+    }
+    if (!m_FirstTime) {
+      m_FirstTime = item.GetBeginTime();
+    }
+    return static_cast<double>(item.GetBeginTime() - *m_FirstTime) < *m_Options.duration * 1000.0;
+  }
+  void Playback(ImPlaybackSourceToolkit& playback);
+  void Live(ImLiveSourceToolkit& live);
+  void Deliver(ImData* raw, uint32_t status, bool live);
+  void Warn(const std::string& text) {
+    m_Progress.Clear();
+    m_Err << "vzk: " << text << "\n";
+  }
+
+  const SmRunOptions& m_Options;
+  std::ostream& m_Out;
+  std::ostream& m_Err;
+  CmProgress m_Progress;
+  std::unique_ptr<CmItemWriter> m_Writer;
+  uint64_t m_Index = 0;
+  std::optional<int64_t> m_FirstTime;
+  bool m_DurationEnded = false;
+};
+
+void CmRun::Deliver(ImData* raw, uint32_t status, bool live) {
+  std::unique_ptr<ImData> item(raw);
+  if (status != StatusSuccess || !item) {
+    if (!live) {
+      ++m_Index;
+      m_Writer->NoteUndelivered(m_Index, status);
+    }
+    return;
+  }
+  if (!live && !WithinDuration(*item)) {
+    m_DurationEnded = true;
+    return;
+  }
+  ++m_Index;
+  m_Writer->Handle(*item, m_Index);
+  m_Progress.Update(m_Writer->GetCounts());
+}
+
+void CmRun::Playback(ImPlaybackSourceToolkit& playback) {
+  uint32_t status = m_Options.from ? playback.MoveTo(*m_Options.from, MoveAtOrAfter)
+                                   : playback.MoveFirst();
+  if (status != StatusSuccess) {
+    Warn(m_Options.from ? "The tree has no item at or after " + std::to_string(*m_Options.from) +
+                              " ms."
+                        : "The tree has no items.");
+    return;
+  }
+  while (status == StatusSuccess && !LimitReached() && !m_DurationEnded) {
+    ImData* raw = nullptr;
+    const uint32_t got = playback.GetData(&raw);
+    Deliver(raw, got, false);
+    if (LimitReached() || m_DurationEnded) {
+      break;
+    }
+    status = playback.MoveNext();
+  }
+}
+
+void CmRun::Live(ImLiveSourceToolkit& live) {
+  live.StartLiveStream();
+  const auto start = std::chrono::steady_clock::now();
+  const auto elapsed = [&] {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  };
+  while (!LimitReached()) {
+    double wait = LivePollMilliseconds;
+    if (m_Options.duration) {
+      const double left = (*m_Options.duration - elapsed()) * 1000.0;
+      if (left <= 0) {
+        break;
+      }
+      wait = std::min(wait, std::ceil(left));
+    }
+    ImData* raw = nullptr;
+    const uint32_t status = live.GetLiveData(&raw, static_cast<uint32_t>(wait));
+    // In live mode no item only means that none came in time.
+    Deliver(raw, status, true);
+  }
+  try {
+    live.StopLiveStream();
+  } catch (const ImToolkitError& error) {
+    Warn("The live stream did not stop cleanly: " + DescribeToolkitError(error));
+  }
+}
+
+int CmRun::Execute() {
+  const std::string xml = ReadTextFile(m_Options.configuration, "configuration file");
+  for (const std::string& name : m_Options.requested) {
+    if (KnownProperties().count(name) == 0) {
+      Warn("The property " + name +
+           " is none of the eleven that toolkits know; only a plug-in at the root can "
+           "deliver it.");
+    }
+  }
+  CmPluginLibrary library(m_Options.plugin ? *m_Options.plugin : DefaultPluginPath());
+  CmToolkitTree tree(library, xml);
+  const CmPropertyNameSet requested(m_Options.requested.begin(), m_Options.requested.end());
+  CmPropertyNameSet supported;
+  try {
+    ImSourceToolkit& source = m_Options.mode == SmRunMode::Live
+                                  ? static_cast<ImSourceToolkit&>(tree.Live())
+                                  : static_cast<ImSourceToolkit&>(tree.Playback());
+    source.Connect(requested, supported, 0);
+    tree.MarkConnected();
+  } catch (const ImConfigurationError& error) {
+    throw CmRunError("The tree of " + m_Options.configuration + " could not be built: " +
+                     DescribeToolkitError(error) + ". " +
+                     ConfigurationHint(m_Options.configuration, xml));
+  } catch (const ImToolkitError& error) {
+    throw CmRunError("The tree of " + m_Options.configuration +
+                     " could not connect: " + DescribeToolkitError(error) + ".");
+  }
+  for (const std::string& name : requested) {
+    if (supported.count(name) == 0) {
+      Warn("The tree does not deliver the property " + name + ".");
+    }
+  }
+  m_Writer = std::make_unique<CmItemWriter>(m_Options, supported, m_Err);
+
+  std::string failure;
+  try {
+    if (m_Options.mode == SmRunMode::Live) {
+      Live(tree.Live());
+    } else {
+      Playback(tree.Playback());
+    }
+  } catch (const ImToolkitError& error) {
+    failure = "The toolkit failed at item " + std::to_string(m_Index + 1) + ": " +
+              DescribeToolkitError(error) + ".";
+  } catch (const CmRunError& error) {
+    failure = error.what();
+  }
+  tree.DisconnectQuietly();
+  m_Progress.Clear();
+  try {
+    // Streams are closed even after a failure, so that nothing written is lost.
+    m_Writer->Finish();
+  } catch (const CmRunError& error) {
+    failure += (failure.empty() ? "" : " ") + std::string(error.what());
+  }
+  if (StopRequested()) {
+    m_Err << "vzk: Stopped by request.\n";
+  }
+  m_Out << Summary(m_Writer->GetCounts(), m_Progress.GetElapsedSeconds()) << "\n";
+  if (m_Options.outputDirectory) {
+    m_Out << "Output in " << *m_Options.outputDirectory
+          << "/ (items.txt lists every item and its file).\n";
+  }
+  if (!failure.empty()) {
+    m_Err << "vzk: " << failure << "\n";
+    return 1;
+  }
+  return m_Writer->GetCounts().errors == 0 ? 0 : 1;
+}
+
+} // namespace
+
+int RunTree(const SmRunOptions& options, std::ostream& out, std::ostream& err, bool onTerminal) {
+  try {
+    CmRun run(options, out, err, onTerminal);
+    return run.Execute();
+  } catch (const CmRunError& error) {
+    err << "vzk: " << error.what() << "\n";
+    return 1;
+  } catch (const ImToolkitError& error) {
+    err << "vzk: The toolkit failed: " << DescribeToolkitError(error) << ".\n";
+    return 1;
+  }
+}
+
+} // namespace NmVzkTool
