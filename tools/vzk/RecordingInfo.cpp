@@ -219,8 +219,11 @@ SmRecordFacts ReadRecordFacts(const uint8_t* constData, uint64_t size) {
   // The record classes are views that could also write; nothing here does.
   auto* data = const_cast<uint8_t*>(constData);
   facts.type = Be16(data);
-  const uint64_t length = NmRecording::RecordLength(data, size);
-  if (length == 0 || (length != size && facts.type != SmByteDataType::RawJPEG)) {
+  // A raw JPEG has no length of its own: whatever holds it says how long it
+  // is, and its start-of-image marker is all that makes it one.
+  const bool rawJPEG = facts.type == SmByteDataType::RawJPEG && size >= 6;
+  const uint64_t length = rawJPEG ? size : NmRecording::RecordLength(data, size);
+  if (length != size) {
     facts.kind = length == 0 ? "no record" : "record with trailing bytes";
     return facts;
   }
@@ -411,15 +414,16 @@ void PrintRecordingInfo(const SmInfoOptions& options, std::ostream& out) {
 
   const uint64_t fileSize = static_cast<uint64_t>(status.st_size);
   out << path << ": " << Plural(entries.size(), "record") << ", " << fileSize << " bytes\n";
-  const auto list = [](const std::map<std::string, uint64_t>& counts) {
+  const auto list = [](const std::map<std::string, uint64_t>& counts, bool plural = false) {
     std::string text;
     for (const auto& [name, count] : counts) {
-      text += (text.empty() ? "" : ", ") + std::to_string(count) + " " + name;
+      text += (text.empty() ? "" : ", ") + std::to_string(count) + " " + name +
+              (plural && count != 1 ? "s" : "");
     }
     return text;
   };
   if (!entries.empty()) {
-    out << "  kinds:      " << list(kinds) << "\n";
+    out << "  kinds:      " << list(kinds, true) << "\n";
     if (!codecs.empty()) {
       out << "  codecs:     " << list(codecs) << "\n";
     }

@@ -1,0 +1,206 @@
+// vzk run over real plug-ins: playback and live, its limits, and its failures.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <thread>
+
+#include "VzkTestSupport.h"
+
+using namespace NmVzkTest;
+
+namespace {
+
+class VzkRun : public ::testing::Test {
+protected:
+  void SetUp() override {
+    m_Recording = m_Scratch.Path("raw.gbd");
+    m_Frames = MakeRawJPEGRecording(m_Recording, 12);
+    ASSERT_EQ(m_Frames.size(), 12u);
+    m_Tree = m_Scratch.Path("tree.xml");
+    WriteText(m_Tree, RecordingTree(m_Recording));
+  }
+
+  // Runs and returns the JPEG files written, in order.
+  std::vector<std::vector<uint8_t>> Pulled(std::vector<std::string> arguments,
+                                           SmResult* result = nullptr) {
+    const std::string out = m_Scratch.Path("out-" + std::to_string(++m_Runs));
+    arguments.insert(arguments.begin(), {"run", m_Tree, "--out", out});
+    const SmResult run = RunVzk(arguments);
+    if (result != nullptr) {
+      *result = run;
+    }
+    EXPECT_EQ(run.status, 0) << run.err;
+    std::vector<std::vector<uint8_t>> files;
+    for (const std::string& name : ListDirectory(out)) {
+      if (name.rfind("jpeg-", 0) == 0) {
+        files.push_back(ReadBytes(out + "/" + name));
+      }
+    }
+    return files;
+  }
+
+  std::vector<std::vector<uint8_t>> Slice(size_t first, size_t count) const {
+    return {m_Frames.begin() + first, m_Frames.begin() + first + count};
+  }
+
+  CmScratch m_Scratch;
+  std::string m_Recording;
+  std::string m_Tree;
+  std::vector<std::vector<uint8_t>> m_Frames;
+  int m_Runs = 0;
+};
+
+TEST_F(VzkRun, PlaybackWritesEveryRecordAndKeepsToItsLimits) {
+  SmResult result;
+  EXPECT_EQ(Pulled({"--request", "Sequence_Number"}, &result), m_Frames);
+  EXPECT_EQ(result.out.rfind("12 items in ", 0), 0u) << result.out;
+  EXPECT_NE(result.out.find("12 JPEG records"), std::string::npos);
+  EXPECT_NE(result.out.find("; 0 errors."), std::string::npos);
+  // The list names every item, its times and its file; raw JPEGs come 40 ms apart.
+  const std::string list = ReadText(m_Scratch.Path("out-1/items.txt"));
+  EXPECT_NE(list.find("# item\tbegin_ms\tend_ms\tkind\tbytes\tfile\tSequence_Number\n"),
+            std::string::npos);
+  EXPECT_NE(list.find("\n3\t80\t119\traw JPEG\t" + std::to_string(m_Frames[2].size()) +
+                      "\tjpeg-000003.jpg\t\n"),
+            std::string::npos);
+
+  EXPECT_EQ(Pulled({"--count", "5"}), Slice(0, 5));
+  EXPECT_EQ(Pulled({"--from", "200"}), Slice(5, 7));
+  EXPECT_EQ(Pulled({"--from", "190"}), Slice(5, 7));
+  EXPECT_EQ(Pulled({"--from", "-5000", "--count", "1"}), Slice(0, 1));
+  // Media time: items beginning within 0.2 s of the first, that is 0 to 160 ms.
+  EXPECT_EQ(Pulled({"--duration", "0.2"}), Slice(0, 5));
+  EXPECT_EQ(Pulled({"--from", "400", "--duration", "0.08", "--count", "9"}), Slice(10, 2));
+  EXPECT_EQ(Pulled({"--count", "100"}), m_Frames);
+
+  const SmResult beyond = RunVzk({"run", m_Tree, "--from", "100000"});
+  EXPECT_EQ(beyond.status, 0);
+  EXPECT_EQ(beyond.err, "vzk: The tree has no item at or after 100000 ms.\n");
+  EXPECT_EQ(beyond.out.rfind("0 items in ", 0), 0u);
+
+  // Without --out, items are pulled and dropped: the timing run.
+  const SmResult timing = RunVzk({"run", m_Tree, "--count", "4"});
+  EXPECT_EQ(timing.status, 0);
+  EXPECT_EQ(timing.out.rfind("4 items in ", 0), 0u);
+  EXPECT_EQ(timing.out.find("Output in"), std::string::npos);
+}
+
+TEST_F(VzkRun, LiveReplayAndALiveFileThatGrows) {
+  const std::string replay = m_Scratch.Path("replay.xml");
+  WriteText(replay, "<toolkit type='source'><provider>vzk</provider><config><synthetic_live>"
+                    "<toolkit type='source'><provider>recording</provider><config><recording "
+                    "file='" + m_Recording + "'/></config></toolkit></synthetic_live></config>"
+                    "</toolkit>");
+  const SmResult replayed =
+      RunVzk({"run", replay, "--mode", "live", "--count", "3", "--out", m_Scratch.Path("live")});
+  ASSERT_EQ(replayed.status, 0) << replayed.err;
+  EXPECT_EQ(ReadBytes(m_Scratch.Path("live/jpeg-000002.jpg")), m_Frames[1]);
+  EXPECT_FALSE(Exists(m_Scratch.Path("live/jpeg-000004.jpg")));
+
+  // Nothing is appended: the wall-clock limit ends the run with nothing.
+  const SmResult idle = RunVzk({"run", m_Tree, "--mode", "live", "--duration", "0.3"});
+  EXPECT_EQ(idle.status, 0) << idle.err;
+  EXPECT_EQ(idle.out.rfind("0 items in ", 0), 0u);
+
+  // The recording plug-in's live mode delivers what is appended after the start.
+  const std::string growing = m_Scratch.Path("growing.gbd");
+  WriteBytes(growing, m_Frames[0]);
+  const std::string tree = m_Scratch.Path("growing.xml");
+  WriteText(tree, RecordingTree(growing));
+  std::atomic<bool> done = false;
+  SmResult followed;
+  std::thread run([&] {
+    followed = RunVzk({"run", tree, "--mode", "live", "--count", "3", "--out",
+                       m_Scratch.Path("grown"), "--duration", "60"});
+    done = true;
+  });
+  for (int i = 0; !done && i < 3000; ++i) {
+    WriteBytes(growing, m_Frames[1 + i % 11], true);
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  run.join();
+  EXPECT_EQ(followed.status, 0) << followed.err;
+  EXPECT_EQ(followed.out.rfind("3 items in ", 0), 0u) << followed.out;
+  const std::vector<uint8_t> first = ReadBytes(m_Scratch.Path("grown/jpeg-000001.jpg"));
+  EXPECT_NE(std::find(m_Frames.begin() + 1, m_Frames.end(), first), m_Frames.end());
+}
+
+TEST_F(VzkRun, FailuresExitNonZeroWithTheToolkitsMessage) {
+  const SmResult missing = RunVzk({"run", m_Scratch.Path("none.xml")});
+  EXPECT_EQ(missing.status, 1);
+  EXPECT_EQ(missing.err, "vzk: The configuration file " + m_Scratch.Path("none.xml") +
+                             " cannot be read: No such file or directory.\n");
+
+  const std::string broken = m_Scratch.Path("broken.xml");
+  WriteText(broken, "<toolkit type='source'><provider>vzk</provider><config>");
+  const SmResult malformed = RunVzk({"run", broken});
+  EXPECT_EQ(malformed.status, 1);
+  EXPECT_NE(malformed.err.find("could not be built: Could not parse toolkit configuration xml! "
+                               "(NmToolkit::ImConfigurationError 0)."),
+            std::string::npos)
+      << malformed.err;
+  EXPECT_NE(malformed.err.find("is not well-formed XML"), std::string::npos);
+
+  const std::string unknown = m_Scratch.Path("unknown.xml");
+  WriteText(unknown, "<toolkit type='source'><provider>vzk</provider><config><video_mixer/>"
+                     "</config></toolkit>");
+  const SmResult unknownElement = RunVzk({"run", unknown});
+  EXPECT_EQ(unknownElement.status, 1);
+  EXPECT_NE(unknownElement.err.find("Could not parse toolkit configuration xml!"),
+            std::string::npos);
+  EXPECT_NE(unknownElement.err.find("is well-formed, so the tree in it is not"),
+            std::string::npos);
+
+  const std::string gone = m_Scratch.Path("gone.xml");
+  WriteText(gone, RecordingTree(m_Scratch.Path("gone.gbd")));
+  const SmResult noRecording = RunVzk({"run", gone});
+  EXPECT_EQ(noRecording.status, 1);
+  EXPECT_NE(noRecording.err.find("could not connect: Could not open recording '" +
+                                 m_Scratch.Path("gone.gbd") + "'! (NmToolkit::ImFileError 6)."),
+            std::string::npos)
+      << noRecording.err;
+
+  const SmResult noPlugin = RunVzk({"run", m_Tree, "--plugin", m_Scratch.Path("none.so")});
+  EXPECT_EQ(noPlugin.status, 1);
+  EXPECT_EQ(noPlugin.err, "vzk: The toolkit plug-in " + m_Scratch.Path("none.so") +
+                              " cannot be found: No such file or directory.\n");
+  const SmResult notPlugin =
+      RunVzk({"run", m_Tree, "--plugin", BinaryDirectory() + "/ToolkitSourcePlugin_nodelete.so"});
+  EXPECT_EQ(notPlugin.status, 1);
+  EXPECT_NE(notPlugin.err.find("is no toolkit plug-in: it lacks CreateInstance or "
+                               "DeleteInstance."),
+            std::string::npos);
+  const SmResult notLibrary = RunVzk({"run", m_Tree, "--plugin", m_Tree});
+  EXPECT_EQ(notLibrary.status, 1);
+  EXPECT_NE(notLibrary.err.find("cannot be loaded: "), std::string::npos);
+
+  // An item the tree cannot make is counted and reported; the others are written.
+  const std::string scripted = m_Scratch.Path("scripted.xml");
+  WriteText(scripted, TreeOver("scripted", "<script><item begin='1' payload='one'/>"
+                                           "<item kind='status' status='7'/>"
+                                           "<item begin='3' kind='outofband' payload='three'/>"
+                                           "</script>"));
+  const SmResult partly = RunVzk({"run", scripted, "--out", m_Scratch.Path("partly")});
+  EXPECT_EQ(partly.status, 1);
+  EXPECT_NE(partly.err.find("vzk: Item 2 was not delivered (status 7): the tree could not make "
+                            "it.\n"),
+            std::string::npos)
+      << partly.err;
+  EXPECT_NE(partly.out.find("3 items in"), std::string::npos);
+  EXPECT_NE(partly.out.find("2 other items; 1 error."), std::string::npos) << partly.out;
+  EXPECT_EQ(ReadText(m_Scratch.Path("partly/item-000001.bin")), "one");
+  EXPECT_EQ(ReadText(m_Scratch.Path("partly/item-000002.bin")), "three");
+  EXPECT_NE(ReadText(m_Scratch.Path("partly/items.txt")).find("\t3\t3\tout-of-band data\t5\t"),
+            std::string::npos);
+
+  // An output directory that cannot be made.
+  const SmResult blocked = RunVzk({"run", m_Tree, "--out", m_Tree + "/sub"});
+  EXPECT_EQ(blocked.status, 1);
+  EXPECT_EQ(blocked.err, "vzk: The output directory " + m_Tree + "/sub cannot be made: " + m_Tree +
+                             " is a file.\n");
+}
+
+} // namespace

@@ -1,0 +1,153 @@
+#include "VzkTestSupport.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+
+extern char** environ;
+
+namespace NmVzkTest {
+
+std::string BinaryDirectory() {
+  const char* build = std::getenv("VZK_BUILD_DIR");
+  return std::string(build ? build : ".") + "/bin";
+}
+
+CmScratch::CmScratch() {
+  const char* build = std::getenv("VZK_BUILD_DIR");
+  const std::string base = std::string(build ? build : ".") + "/vzk-test-XXXXXX";
+  std::vector<char> name(base.begin(), base.end());
+  name.push_back(0);
+  if (mkdtemp(name.data()) == nullptr) {
+    throw std::runtime_error("cannot make a scratch directory");
+  }
+  m_Path = name.data();
+}
+
+CmScratch::~CmScratch() {
+  const std::string command = "rm -rf '" + m_Path + "'";
+  if (std::system(command.c_str()) != 0) {
+    // Leftovers in the build tree do no harm.
+  }
+}
+
+SmResult RunVzk(const std::vector<std::string>& arguments) {
+  CmScratch scratch;
+  const std::string outPath = scratch.Path("stdout");
+  const std::string errPath = scratch.Path("stderr");
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
+  posix_spawn_file_actions_addopen(&actions, 1, outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
+                                   0644);
+  posix_spawn_file_actions_addopen(&actions, 2, errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
+                                   0644);
+  const std::string program = BinaryDirectory() + "/vzk";
+  std::vector<char*> argv;
+  argv.push_back(const_cast<char*>(program.c_str()));
+  for (const std::string& argument : arguments) {
+    argv.push_back(const_cast<char*>(argument.c_str()));
+  }
+  argv.push_back(nullptr);
+  pid_t child = 0;
+  SmResult result;
+  if (posix_spawn(&child, program.c_str(), &actions, nullptr, argv.data(), environ) != 0) {
+    posix_spawn_file_actions_destroy(&actions);
+    result.err = "cannot start " + program;
+    return result;
+  }
+  posix_spawn_file_actions_destroy(&actions);
+  int status = 0;
+  waitpid(child, &status, 0);
+  result.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  result.out = ReadText(outPath);
+  result.err = ReadText(errPath);
+  return result;
+}
+
+std::vector<uint8_t> ReadBytes(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  return std::vector<uint8_t>(std::istreambuf_iterator<char>(file), {});
+}
+
+std::string ReadText(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  std::stringstream text;
+  text << file.rdbuf();
+  return text.str();
+}
+
+void WriteBytes(const std::string& path, const std::vector<uint8_t>& bytes, bool append) {
+  std::ofstream file(path, std::ios::binary | (append ? std::ios::app : std::ios::trunc));
+  file.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+}
+
+void WriteText(const std::string& path, const std::string& text) {
+  std::ofstream file(path, std::ios::binary);
+  file << text;
+}
+
+bool Exists(const std::string& path) {
+  struct stat status {};
+  return stat(path.c_str(), &status) == 0;
+}
+
+std::vector<std::string> ListDirectory(const std::string& path) {
+  std::vector<std::string> names;
+  if (DIR* directory = opendir(path.c_str())) {
+    while (const dirent* entry = readdir(directory)) {
+      const std::string name = entry->d_name;
+      if (name != "." && name != "..") {
+        names.push_back(name);
+      }
+    }
+    closedir(directory);
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+std::string TreeOver(const std::string& provider, const std::string& config) {
+  return "<?xml version='1.0' encoding='UTF-8'?><toolkit type='source'><provider>vzk</provider>"
+         "<config><toolkit type='source'><provider>" +
+         provider + "</provider><config>" + config + "</config></toolkit></config></toolkit>";
+}
+
+std::string RecordingTree(const std::string& file) {
+  return TreeOver("recording", "<recording file='" + file + "'/>");
+}
+
+std::vector<std::vector<uint8_t>> MakeRawJPEGRecording(const std::string& path, int count,
+                                                       int width, int height) {
+  const std::string command = "ffmpeg -nostdin -v error -y -f lavfi -i testsrc=size=" +
+                              std::to_string(width) + "x" + std::to_string(height) +
+                              ":rate=25 -frames:v " + std::to_string(count) +
+                              " -q:v 5 -f mjpeg '" + path + "'";
+  if (std::system(command.c_str()) != 0) {
+    throw std::runtime_error("ffmpeg could not make " + path);
+  }
+  // ffmpeg's frames have no entropy-coded 0xFFD9, so the end-of-image marker
+  // splits them.
+  const std::vector<uint8_t> bytes = ReadBytes(path);
+  std::vector<std::vector<uint8_t>> frames;
+  size_t start = 0;
+  for (size_t i = 0; i + 1 < bytes.size(); ++i) {
+    if (bytes[i] == 0xFF && bytes[i + 1] == 0xD9) {
+      frames.emplace_back(bytes.begin() + start, bytes.begin() + i + 2);
+      start = i + 2;
+      ++i;
+    }
+  }
+  return frames;
+}
+
+} // namespace NmVzkTest

@@ -1,0 +1,328 @@
+// What vzk writes for each kind of item: pictures as PNG and YUV4MPEG2, PCM
+// audio as WAV, the contact sheet, compared with what the tree delivered.
+
+#include <gtest/gtest.h>
+#include <png.h>
+
+#include "PicturePattern.h"
+#include "PictureConversion.h"
+#include "VzkTestSupport.h"
+#include "Y4mWriter.h"
+#include "support/GenericByteDataBuilder.h"
+
+using namespace NmVzkTest;
+using NmTestPictures::PatternByte;
+
+namespace {
+
+struct SmPicture {
+  uint32_t format;
+  uint32_t width;
+  uint32_t height;
+  int64_t time = 1000;
+  uint32_t seed = 1;
+  uint32_t interlacing = 0;
+  std::string aspect = "1";
+};
+
+std::string PictureTree(const std::vector<SmPicture>& pictures) {
+  std::string config;
+  for (const SmPicture& p : pictures) {
+    config += "<picture format='" + std::to_string(p.format) + "' width='" +
+              std::to_string(p.width) + "' height='" + std::to_string(p.height) + "' time='" +
+              std::to_string(p.time) + "' seed='" + std::to_string(p.seed) + "' interlacing='" +
+              std::to_string(p.interlacing) + "' aspect='" + p.aspect + "' padding='5'/>";
+  }
+  return TreeOver("pictures", config);
+}
+
+// The bytes of plane `plane` as the source fills it, rows tight.
+std::vector<uint8_t> PlaneBytes(const SmPicture& p, uint32_t plane) {
+  const auto shape = NmTestPictures::PlaneShapes(p.format, p.width, p.height)[plane];
+  std::vector<uint8_t> bytes;
+  for (uint32_t y = 0; y < shape.height; ++y) {
+    for (uint32_t x = 0; x < shape.width * shape.pixelStride; ++x) {
+      bytes.push_back(PatternByte(p.seed, plane, x, y));
+    }
+  }
+  return bytes;
+}
+
+struct SmPng {
+  uint32_t width = 0;
+  uint32_t height = 0;
+  uint32_t channels = 0;
+  std::vector<uint8_t> pixels;
+};
+
+// Reads a PNG in the form it was stored in.
+SmPng ReadPng(const std::string& path) {
+  png_image image{};
+  image.version = PNG_IMAGE_VERSION;
+  SmPng png;
+  if (png_image_begin_read_from_file(&image, path.c_str()) == 0) {
+    ADD_FAILURE() << path << ": " << image.message;
+    return png;
+  }
+  png.width = image.width;
+  png.height = image.height;
+  png.channels = PNG_IMAGE_SAMPLE_CHANNELS(image.format);
+  png.pixels.resize(PNG_IMAGE_SIZE(image));
+  EXPECT_NE(png_image_finish_read(&image, nullptr, png.pixels.data(), 0, nullptr), 0);
+  return png;
+}
+
+class VzkWriters : public ::testing::Test {
+protected:
+  SmResult Run(const std::string& tree, std::vector<std::string> arguments) {
+    const std::string path = m_Scratch.Path("tree-" + std::to_string(++m_Trees) + ".xml");
+    WriteText(path, tree);
+    arguments.insert(arguments.begin(), {"run", path});
+    return RunVzk(arguments);
+  }
+  CmScratch m_Scratch;
+  int m_Trees = 0;
+};
+
+TEST_F(VzkWriters, PngHoldsExactlyThePixelsDelivered) {
+  const std::vector<SmPicture> pictures = {{0, 5, 3},  {1, 4, 3}, {2, 3, 2}, {3, 3, 3},
+                                           {4, 2, 5},  {8, 3, 2}, {9, 4, 1}, {5, 7, 5},
+                                           {6, 5, 3},  {7, 2, 2}};
+  const SmResult result = Run(PictureTree(pictures), {"--out", m_Scratch.Path("png")});
+  ASSERT_EQ(result.status, 0) << result.err;
+  EXPECT_EQ(result.out.rfind("10 items in", 0), 0u);
+  EXPECT_NE(result.out.find("10 pictures"), std::string::npos);
+  for (size_t i = 0; i < pictures.size(); ++i) {
+    const SmPicture& p = pictures[i];
+    char name[64];
+    std::snprintf(name, sizeof name, "png/image-%06zu.png", i + 1);
+    const SmPng png = ReadPng(m_Scratch.Path(name));
+    ASSERT_EQ(png.width, p.width);
+    ASSERT_EQ(png.height, p.height);
+    const std::vector<uint8_t> source = PlaneBytes(p, 0);
+    std::vector<uint8_t> expected;
+    const uint32_t pixels = p.width * p.height;
+    switch (p.format) {
+    case 0: // gray stays gray
+    case 1: // RGB24 as it is
+    case 8: // RGBA as it is
+      expected = source;
+      break;
+    case 2: // BGR24
+    case 3: // RGB32, the fourth byte dropped
+    case 4: // BGR32
+      for (uint32_t k = 0; k < pixels; ++k) {
+        const uint32_t step = p.format == 2 ? 3 : 4;
+        const bool swap = p.format != 3;
+        const uint8_t* s = &source[k * step];
+        expected.insert(expected.end(), {swap ? s[2] : s[0], s[1], swap ? s[0] : s[2]});
+      }
+      break;
+    case 9: // BGRA
+      for (uint32_t k = 0; k < pixels; ++k) {
+        const uint8_t* s = &source[k * 4];
+        expected.insert(expected.end(), {s[2], s[1], s[0], s[3]});
+      }
+      break;
+    default: { // planar YCbCr: each pixel takes the chroma sample of its cell
+      const std::vector<uint8_t> cb = PlaneBytes(p, 1);
+      const std::vector<uint8_t> cr = PlaneBytes(p, 2);
+      const auto shape = NmTestPictures::PlaneShapes(p.format, p.width, p.height)[1];
+      for (uint32_t y = 0; y < p.height; ++y) {
+        for (uint32_t x = 0; x < p.width; ++x) {
+          const uint32_t cx = shape.width == p.width ? x : x / 2;
+          const uint32_t cy = shape.height == p.height ? y : y / 2;
+          uint8_t rgb[3];
+          NmVzkTool::YCbCrToRGB(source[y * p.width + x], cb[cy * shape.width + cx],
+                                cr[cy * shape.width + cx], rgb[0], rgb[1], rgb[2]);
+          expected.insert(expected.end(), rgb, rgb + 3);
+        }
+      }
+    }
+    }
+    EXPECT_EQ(png.channels, expected.size() / pixels) << name;
+    EXPECT_EQ(png.pixels, expected) << name;
+  }
+}
+
+TEST_F(VzkWriters, Y4mKeepsPlanesAndStartsANewStreamForEachNewForm) {
+  const std::vector<SmPicture> pictures = {
+      {5, 7, 5, 1000, 1}, {5, 7, 5, 1040, 2},                     // out.y4m, 25 a second
+      {5, 8, 4, 1080, 3},                                          // new size: out-2.y4m
+      {0, 8, 4, 1120, 4},  {0, 8, 4, 1153, 5},                     // gray: out-3.y4m
+      {6, 4, 2, 1200, 6, 1, "1.5"},                                // 4:2:2, interlaced: out-4
+      {7, 3, 4, 1300, 7, 3},                                       // fields one after the other
+  };
+  const SmResult result =
+      Run(PictureTree(pictures), {"--out", m_Scratch.Path("y4m"), "--format", "y4m"});
+  ASSERT_EQ(result.status, 0) << result.err;
+  const auto frame = [&](size_t i) {
+    std::string bytes = "FRAME\n";
+    for (uint32_t plane = 0; plane < (pictures[i].format == 0 ? 1u : 3u); ++plane) {
+      const auto b = PlaneBytes(pictures[i], plane);
+      bytes.append(b.begin(), b.end());
+    }
+    return bytes;
+  };
+  EXPECT_EQ(ReadText(m_Scratch.Path("y4m/out.y4m")),
+            "YUV4MPEG2 W7 H5 F25:1 Ip A1:1 C420jpeg\n" + frame(0) + frame(1));
+  EXPECT_EQ(ReadText(m_Scratch.Path("y4m/out-2.y4m")),
+            "YUV4MPEG2 W8 H4 F25:1 Ip A1:1 C420jpeg\n" + frame(2));
+  EXPECT_EQ(ReadText(m_Scratch.Path("y4m/out-3.y4m")),
+            "YUV4MPEG2 W8 H4 F1000:33 Ip A1:1 Cmono\n" + frame(3) + frame(4));
+  EXPECT_EQ(ReadText(m_Scratch.Path("y4m/out-4.y4m")),
+            "YUV4MPEG2 W4 H2 F25:1 It A3:2 C422\n" + frame(5));
+  // Separate fields are woven back: picture row 1 is the first row of the bottom
+  // field, stored after the (4 + 1) / 2 rows of the top field.
+  const std::string woven = ReadText(m_Scratch.Path("y4m/out-5.y4m"));
+  const std::string header = "YUV4MPEG2 W3 H4 F25:1 It A1:1 C444\nFRAME\n";
+  ASSERT_EQ(woven.size(), header.size() + 3 * 12);
+  EXPECT_EQ(woven.substr(0, header.size()), header);
+  const std::vector<uint8_t> luma = PlaneBytes(pictures[6], 0);
+  const std::string rows = woven.substr(header.size(), 12);
+  for (uint32_t row = 0; row < 4; ++row) {
+    const uint32_t stored = row % 2 == 0 ? row / 2 : 2 + row / 2;
+    EXPECT_EQ(rows.substr(row * 3, 3), std::string(luma.begin() + stored * 3,
+                                                   luma.begin() + stored * 3 + 3))
+        << row;
+  }
+  EXPECT_FALSE(Exists(m_Scratch.Path("y4m/out-6.y4m")));
+}
+
+TEST_F(VzkWriters, PicturesThatCannotBeWrittenAreErrorsInWords) {
+  // JPEG pictures need the toolkit's JPEG encoder, which this build lacks.
+  const SmResult jpeg = Run(PictureTree({{5, 8, 8}}), {"--out", m_Scratch.Path("j"), "--format",
+                                                       "jpg"});
+  EXPECT_EQ(jpeg.status, 1);
+  EXPECT_NE(jpeg.err.find("vzk: Pictures cannot be written as JPEG: this build of vzk has no "
+                          "JPEG encoder yet."),
+            std::string::npos)
+      << jpeg.err;
+  EXPECT_TRUE(ListDirectory(m_Scratch.Path("j")) == std::vector<std::string>{"items.txt"});
+
+  // A format outside the ten, and an empty picture, among good ones.
+  const SmResult bad = Run(PictureTree({{0, 2, 2}, {12, 2, 2}, {1, 0, 0}, {0, 2, 2}}),
+                           {"--out", m_Scratch.Path("bad")});
+  EXPECT_EQ(bad.status, 1);
+  EXPECT_NE(bad.err.find("Item 2 could not be written: The picture has colour format 12, which "
+                         "is none of the ten formats that vzk knows."),
+            std::string::npos)
+      << bad.err;
+  EXPECT_NE(bad.err.find("Item 3 could not be written: The picture is empty (0x0 pixels)."),
+            std::string::npos);
+  EXPECT_NE(bad.out.find("; 2 errors."), std::string::npos);
+  EXPECT_TRUE(Exists(m_Scratch.Path("bad/image-000004.png")));
+}
+
+TEST_F(VzkWriters, PcmAudioGoesIntoWavFilesAndOtherAudioIsKept) {
+  using namespace NmTestSupport;
+  const auto pcm = [](uint32_t rate, uint8_t seed, uint64_t time) {
+    SmAudioPacketFields fields;
+    fields.codec = 1;
+    fields.bitsPerSample = 16;
+    fields.channelCount = 2;
+    fields.samplingFrequency = rate;
+    fields.sampleCount = 4;
+    fields.time = time;
+    fields.payload = Pattern(16, seed);
+    return fields;
+  };
+  const std::vector<SmAudioPacketFields> packets = {pcm(8000, 1, 1000), pcm(8000, 2, 1002),
+                                                    pcm(16000, 3, 1004)};
+  SmAudioPacketFields g711;
+  g711.codec = 2;
+  g711.time = 1006;
+  const std::string recording = m_Scratch.Path("audio.gbd");
+  for (const auto& fields : packets) {
+    WriteBytes(recording, BuildAudioPacket(fields), true);
+  }
+  WriteBytes(recording, BuildAudioPacket(g711), true);
+  const SmResult result = Run(RecordingTree(recording), {"--out", m_Scratch.Path("wav")});
+  ASSERT_EQ(result.status, 0) << result.err;
+  EXPECT_NE(result.out.find("4 audio packets"), std::string::npos);
+  EXPECT_NE(result.err.find("Audio in G.711 is not PCM, so its packets go to records.gbd"),
+            std::string::npos);
+
+  const auto header = [](uint32_t rate, uint32_t dataSize) {
+    std::vector<uint8_t> h = {'R', 'I', 'F', 'F'};
+    const auto put = [&h](uint32_t value, int bytes) {
+      for (int i = 0; i < bytes; ++i) {
+        h.push_back(static_cast<uint8_t>(value >> (8 * i)));
+      }
+    };
+    put(36 + dataSize, 4);
+    h.insert(h.end(), {'W', 'A', 'V', 'E', 'f', 'm', 't', ' '});
+    put(16, 4), put(1, 2), put(2, 2), put(rate, 4), put(rate * 4, 4), put(4, 2), put(16, 2);
+    h.insert(h.end(), {'d', 'a', 't', 'a'});
+    put(dataSize, 4);
+    return h;
+  };
+  std::vector<uint8_t> first = header(8000, 32);
+  for (const auto& fields : {packets[0], packets[1]}) {
+    first.insert(first.end(), fields.payload.begin(), fields.payload.end());
+  }
+  EXPECT_EQ(ReadBytes(m_Scratch.Path("wav/audio.wav")), first);
+  std::vector<uint8_t> second = header(16000, 16);
+  second.insert(second.end(), packets[2].payload.begin(), packets[2].payload.end());
+  EXPECT_EQ(ReadBytes(m_Scratch.Path("wav/audio-2.wav")), second);
+  EXPECT_EQ(ReadBytes(m_Scratch.Path("wav/records.gbd")), BuildAudioPacket(g711));
+}
+
+TEST_F(VzkWriters, ContactSheetShowsPicturesAndSaysWhatItLeftOut) {
+  std::vector<SmPicture> pictures;
+  for (uint32_t i = 0; i < 150; ++i) {
+    pictures.push_back({5, 320, 240, 1000 + 40 * i, i});
+  }
+  const SmResult result =
+      Run(PictureTree(pictures), {"--contact-sheet", m_Scratch.Path("sheet.png")});
+  ASSERT_EQ(result.status, 0) << result.err;
+  // 150 pictures keep at most 64 thumbnails: every fourth, 38 of them, on 7 columns.
+  const SmPng sheet = ReadPng(m_Scratch.Path("sheet.png"));
+  EXPECT_EQ(sheet.width, 8u + 7 * 168);
+  EXPECT_EQ(sheet.height, 8u + 6 * 144);
+
+  const std::string recording = m_Scratch.Path("raw.gbd");
+  MakeRawJPEGRecording(recording, 3);
+  const SmResult none =
+      Run(RecordingTree(recording), {"--contact-sheet", m_Scratch.Path("none.png")});
+  EXPECT_EQ(none.status, 1);
+  EXPECT_NE(none.err.find("vzk: No contact sheet was written: the tree delivered no pictures, "
+                          "only 3 JPEG records, which this build of vzk cannot decode into "
+                          "pictures yet"),
+            std::string::npos)
+      << none.err;
+  EXPECT_FALSE(Exists(m_Scratch.Path("none.png")));
+}
+
+TEST(VzkPictureConversion, JfifEquationsAndRatios) {
+  uint8_t r, g, b;
+  NmVzkTool::YCbCrToRGB(128, 128, 128, r, g, b);
+  EXPECT_EQ((std::vector<int>{r, g, b}), (std::vector<int>{128, 128, 128}));
+  NmVzkTool::YCbCrToRGB(255, 128, 128, r, g, b);
+  EXPECT_EQ((std::vector<int>{r, g, b}), (std::vector<int>{255, 255, 255}));
+  // Pure red by JFIF is Y 76, Cb 85, Cr 255; values beyond the range clamp.
+  NmVzkTool::YCbCrToRGB(76, 85, 255, r, g, b);
+  EXPECT_EQ((std::vector<int>{r, g, b}), (std::vector<int>{254, 0, 0}));
+  NmVzkTool::YCbCrToRGB(0, 0, 0, r, g, b);
+  EXPECT_EQ((std::vector<int>{r, g, b}), (std::vector<int>{0, 135, 0}));
+  uint8_t y, cb, cr;
+  NmVzkTool::RGBToYCbCr(255, 0, 0, y, cb, cr);
+  EXPECT_EQ((std::vector<int>{y, cb, cr}), (std::vector<int>{76, 85, 255}));
+  NmVzkTool::RGBToYCbCr(0, 0, 255, y, cb, cr);
+  EXPECT_EQ((std::vector<int>{y, cb, cr}), (std::vector<int>{29, 255, 107}));
+
+  uint32_t n, d;
+  NmVzkTool::ApproximateRatio(1.5, 1000, n, d);
+  EXPECT_EQ(n * 10 + d, 32u);
+  NmVzkTool::ApproximateRatio(10.0 / 11.0, 1000, n, d);
+  EXPECT_EQ(std::make_pair(n, d), std::make_pair(10u, 11u));
+  // Convergents only: 22/7 is the last one whose denominator stays within 100.
+  NmVzkTool::ApproximateRatio(3.14159265358979, 100, n, d);
+  EXPECT_EQ(std::make_pair(n, d), std::make_pair(22u, 7u));
+  for (const double unknown : {0.0, -1.0, 1e300 * 1e300}) {
+    NmVzkTool::ApproximateRatio(unknown, 1000, n, d);
+    EXPECT_EQ(std::make_pair(n, d), std::make_pair(0u, 0u));
+  }
+}
+
+} // namespace
