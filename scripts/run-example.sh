@@ -1,10 +1,68 @@
 #!/usr/bin/env bash
-# Builds the plug-in and the example host, and pulls every item of the
-# scripted example tree (or of the configuration file given).
+# The demo, on a fresh machine: installs what is missing, builds vzk and the
+# plug-ins, makes a ten-second sample clip with ffmpeg, turns it into a
+# recording, runs an example tree over the recording with `vzk run`, and tells
+# where the pictures are.
+#
+#   scripts/run-example.sh [MEDIA]    MEDIA: your own clip instead of the sample
+#                                     (needs the media plug-in)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-scripts/install-deps.sh >/dev/null
+say() { printf '\n== %s\n' "$*"; }
+
+say "Installing what is missing (Debian packages)"
+scripts/install-deps.sh
+
+say "Building vzk and the plug-ins in build/"
 cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
-cmake --build build --target vzk_example_host vzk_test_plugins >/dev/null
-build/bin/vzk_example_host "${1:-examples/scripted-tree.xml}"
+targets=(vzk)
+# The media plug-in reads media files; builds that have it import through it.
+if ninja -C build -t targets all 2>/dev/null | grep -q '^ToolkitSourcePlugin_media:'; then
+  targets+=(ToolkitSourcePlugin_media)
+fi
+cmake --build build --target "${targets[@]}"
+
+demo=build/demo
+mkdir -p "$demo"
+rm -rf "$demo/jpeg" "$demo/live"
+media=${1:-}
+if [ -z "$media" ]; then
+  say "Making a sample clip: $demo/sample.mkv (10 s, 320x240, 25 pictures a second, MJPEG)"
+  ffmpeg -nostdin -v error -y -f lavfi -i testsrc2=size=320x240:rate=25 -t 10 \
+    -c:v mjpeg -q:v 4 "$demo/sample.mkv"
+  media=$demo/sample.mkv
+fi
+
+if [ -f build/bin/ToolkitSourcePlugin_media.so ]; then
+  say "Importing $media into the recording $demo/sample.gbd"
+  build/bin/vzk import "$media" "$demo/sample.gbd"
+else
+  if [ -n "${1:-}" ]; then
+    echo "This build has no media plug-in yet, so it cannot import $media." >&2
+    exit 1
+  fi
+  # Without the media plug-in, the recording is the clip's JPEG pictures back
+  # to back: raw JPEG records, which the recording plug-in reads as they are.
+  say "Making the recording $demo/sample.gbd from the clip's JPEG pictures"
+  ffmpeg -nostdin -v error -y -i "$media" -c:v copy -f mjpeg "$demo/sample.gbd"
+fi
+
+say "What the recording holds (vzk info)"
+build/bin/vzk info "$demo/sample.gbd"
+
+say "Running examples/jpeg-records-to-files.xml (vzk run, playback)"
+build/bin/vzk run examples/jpeg-records-to-files.xml --out "$demo/jpeg" \
+  --request Sequence_Number
+
+say "Running examples/live-replay.xml (vzk run, live, 2 seconds)"
+build/bin/vzk run examples/live-replay.xml --mode live --duration 2 --out "$demo/live"
+
+count=$(find "$demo/jpeg" -name '*.jpg' | wc -l)
+cat <<END
+
+Done. The pictures are in $demo/jpeg/ ($count JPEG files, jpeg-000001.jpg first;
+items.txt lists every item with its times), and those of the live replay in
+$demo/live/. The recording is $demo/sample.gbd. More trees are in examples/;
+build/bin/vzk --help tells every option.
+END

@@ -55,6 +55,15 @@ TEST(VzkImport, FailuresSayWhatIsWrongAndLeaveNoRecording) {
   EXPECT_EQ(missing.err, "vzk: The media " + scratch.Path("none.mp4") +
                              " cannot be read: No such file or directory.\n");
 
+  const std::string clip = scratch.Path("clip.mkv");
+  WriteText(clip, "not really a clip");
+  const SmResult media = RunVzk({"import", clip, scratch.Path("clip.gbd")});
+  EXPECT_EQ(media.status, 1);
+  if (!Exists(BinaryDirectory() + "/ToolkitSourcePlugin_media.so")) {
+    EXPECT_NE(media.err.find("needs the media plug-in"), std::string::npos) << media.err;
+  }
+  EXPECT_FALSE(Exists(scratch.Path("clip.gbd")));
+
   const std::string source = scratch.Path("same.gbd");
   WriteBytes(source, NmTestSupport::BuildRawJPEG(20));
   const SmResult same = RunVzk({"import", source, source});

@@ -7,6 +7,7 @@
 #include <chrono>
 #include <thread>
 
+#include "Common/Xerces/Xerces.h"
 #include "VzkTestSupport.h"
 
 using namespace NmVzkTest;
@@ -201,6 +202,42 @@ TEST_F(VzkRun, FailuresExitNonZeroWithTheToolkitsMessage) {
   EXPECT_EQ(blocked.status, 1);
   EXPECT_EQ(blocked.err, "vzk: The output directory " + m_Tree + "/sub cannot be made: " + m_Tree +
                              " is a file.\n");
+}
+
+} // namespace
+
+namespace {
+
+// The example trees parse, and those that this build can run do run.
+TEST(VzkExamples, EveryExampleIsWellFormedAndTheRunnableOnesRun) {
+  CmScratch scratch;
+  const std::string recording = scratch.Path("sample.gbd");
+  const auto frames = MakeRawJPEGRecording(recording, 3);
+  const std::string examples = std::string(VZK_SOURCE_DIR) + "/examples";
+  int runnable = 0;
+  for (const std::string& name : ListDirectory(examples)) {
+    if (name.size() < 4 || name.substr(name.size() - 4) != ".xml") {
+      continue;
+    }
+    std::string text = ReadText(examples + "/" + name);
+    EXPECT_NO_THROW(NmXerces::CmXmlWrapper::LoadXml(text)) << name;
+    if (name != "jpeg-records-to-files.xml" && name != "live-replay.xml") {
+      continue;
+    }
+    ++runnable;
+    const std::string demoPath = "build/demo/sample.gbd";
+    const size_t at = text.find("file=\"" + demoPath + "\"");
+    ASSERT_NE(at, std::string::npos) << name;
+    text.replace(at + 6, demoPath.size(), recording);
+    WriteText(scratch.Path(name), text);
+    const bool live = name == "live-replay.xml";
+    const SmResult result =
+        live ? RunVzk({"run", scratch.Path(name), "--mode", "live", "--count", "2"})
+             : RunVzk({"run", scratch.Path(name), "--out", scratch.Path("out")});
+    EXPECT_EQ(result.status, 0) << name << ": " << result.err;
+  }
+  EXPECT_EQ(runnable, 2);
+  EXPECT_EQ(ReadBytes(scratch.Path("out/jpeg-000003.jpg")), frames[2]);
 }
 
 } // namespace

@@ -146,7 +146,18 @@ int CmImport::Execute() {
     throw CmRunError("The media " + m_Options.media + " cannot be read: " + std::strerror(errno) +
                      ".");
   }
-  CmPluginLibrary library(m_Options.plugin ? *m_Options.plugin : DefaultPluginPath());
+  const std::string pluginPath = m_Options.plugin ? *m_Options.plugin : DefaultPluginPath();
+  if (!EndsWith(m_Options.media, ".gbd")) {
+    // The toolkit would only say that it could not parse its configuration.
+    const std::string media =
+        pluginPath.substr(0, pluginPath.rfind('/') + 1) + "ToolkitSourcePlugin_media.so";
+    if (access(media.c_str(), F_OK) != 0) {
+      throw CmRunError("Importing " + m_Options.media + " needs the media plug-in, " + media +
+                       ", which this build does not have; only .gbd recordings can be "
+                       "imported.");
+    }
+  }
+  CmPluginLibrary library(pluginPath);
   CmToolkitTree tree(library, ImportConfiguration(m_Options.media));
   const bool live = IsNetworkStream(m_Options.media);
   try {
