@@ -281,14 +281,46 @@ TEST_F(VzkWriters, ContactSheetShowsPicturesAndSaysWhatItLeftOut) {
   EXPECT_EQ(sheet.width, 8u + 7 * 168);
   EXPECT_EQ(sheet.height, 8u + 6 * 144);
 
+  // JPEG records are decoded for the sheet; a damaged one is left out, in words.
   const std::string recording = m_Scratch.Path("raw.gbd");
-  MakeRawJPEGRecording(recording, 3);
+  const auto frames = MakeRawJPEGRecording(recording, 3, 320, 240);
+  // Whole in its markers, so that the recording holds it, but with a sample
+  // precision of 7 bits in its frame header, which no decoder takes.
+  std::vector<uint8_t> damaged = frames[0];
+  for (size_t i = 0; i + 4 < damaged.size(); ++i) {
+    if (damaged[i] == 0xFF && damaged[i + 1] == 0xC0) {
+      damaged[i + 4] = 7;
+      break;
+    }
+  }
+  WriteBytes(recording, damaged, true);
+  const SmResult jpeg =
+      Run(RecordingTree(recording), {"--contact-sheet", m_Scratch.Path("jpeg.png")});
+  EXPECT_EQ(jpeg.status, 0) << jpeg.err;
+  EXPECT_EQ(jpeg.err, "vzk: The contact sheet leaves out 1 damaged JPEG record.\n");
+  const SmPng small = ReadPng(m_Scratch.Path("jpeg.png"));
+  ASSERT_EQ(small.width, 8u + 2 * 168);
+  ASSERT_EQ(small.height, 8u + 2 * 144);
+  // The thumbnails are ffmpeg's test picture: its top left is white-ish, its
+  // colour bars are saturated, and nothing of it is the sheet's dark grey.
+  const auto pixel = [&small](uint32_t x, uint32_t y) {
+    const uint8_t* p = &small.pixels[(uint64_t{y} * small.width + x) * 3];
+    return std::vector<int>{p[0], p[1], p[2]};
+  };
+  for (const auto& [x, y] : std::vector<std::pair<uint32_t, uint32_t>>{{20, 20}, {176 + 80, 68}}) {
+    EXPECT_NE(pixel(x, y), (std::vector<int>{38, 38, 38})) << x << "," << y;
+  }
+  EXPECT_EQ(pixel(4, 4), (std::vector<int>{38, 38, 38}));
+
+  // Encoded video cannot be shown without a decoder in the tree.
+  NmTestSupport::SmVideoPacketFields h264;
+  WriteBytes(m_Scratch.Path("h264.gbd"), NmTestSupport::BuildVideoPacket(h264));
   const SmResult none =
-      Run(RecordingTree(recording), {"--contact-sheet", m_Scratch.Path("none.png")});
+      Run(RecordingTree(m_Scratch.Path("h264.gbd")), {"--contact-sheet", m_Scratch.Path("none.png")});
   EXPECT_EQ(none.status, 1);
   EXPECT_NE(none.err.find("vzk: No contact sheet was written: the tree delivered no pictures, "
-                          "only 3 JPEG records, which this build of vzk cannot decode into "
-                          "pictures yet"),
+                          "only 1 H.264 record, which vzk cannot show; a \"video_decoder\" "
+                          "element in the tree makes pictures of them, once the toolkit has one."),
             std::string::npos)
       << none.err;
   EXPECT_FALSE(Exists(m_Scratch.Path("none.png")));

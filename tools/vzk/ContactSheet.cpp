@@ -7,6 +7,8 @@
 #include <cstring>
 #include <memory>
 
+#include "MediaProcessing/JPEG/JPEGDecoder.h"
+#include "MediaProcessing/JPEG/MemBuffInput.h"
 #include "PictureConversion.h"
 #include "PluginHost.h"
 #include "RecordingInfo.h"
@@ -55,22 +57,66 @@ std::string ClockTime(int64_t milliseconds) {
 
 } // namespace
 
+bool CmContactSheet::TakeNext() { return m_Seen++ % m_Step == 0; }
+
 void CmContactSheet::AddPicture(const ImImage& image, uint64_t index, int64_t time) {
-  const uint64_t seen = m_Seen++;
-  if (seen % m_Step != 0) {
+  if (TakeNext()) {
+    Add(ToRGB(image), image.GetPixelAspectRatio(), index, time);
+  }
+}
+
+void CmContactSheet::AddJPEG(const uint8_t* data, uint64_t size, uint64_t index, int64_t time) {
+  if (!TakeNext()) {
     return;
   }
-  const SmPackedPicture rgb = ToRGB(image);
+  CMemBuffInput input;
+  CJPEGDecoder decoder;
+  int width = 0, height = 0, channels = 0, precision = 0;
+  JColor color = JColorUnknown;
+  JSampling sampling = JSampling444;
+  if (size > UINT32_MAX || input.Open(data, static_cast<uint32_t>(size)) != JStatusOk ||
+      decoder.SetSource(&input) != JStatusOk ||
+      decoder.ReadHeader(width, height, channels, color, sampling, precision) != JStatusOk ||
+      width <= 0 || height <= 0) {
+    NoteUndecodable("damaged JPEG record");
+    return;
+  }
+  // The decoder scales by 1/2, 1/4 or 1/8 for free; the area average does the rest.
+  int scale = 0;
+  while (scale < 3 && (width >> (scale + 1)) >= static_cast<int>(ThumbnailWidth) &&
+         (height >> (scale + 1)) >= static_cast<int>(ThumbnailHeight)) {
+    ++scale;
+  }
+  SmPackedPicture rgb;
+  rgb.width = static_cast<uint32_t>((width + (1 << scale) - 1) >> scale);
+  rgb.height = static_cast<uint32_t>((height + (1 << scale) - 1) >> scale);
+  rgb.channels = 3;
+  rgb.pixels.assign(uint64_t{rgb.width} * rgb.height * 3, 0);
+  const JStatus status =
+      decoder.SetDestination(rgb.pixels.data(), rgb.width * 3, rgb.width, rgb.height, 3,
+                             JColorRGB, sampling, precision, scale);
+  // A stream that ends early still shows the rows it had.
+  const JStatus decoded = status == JStatusOk ? decoder.ReadData() : status;
+  if (decoded != JStatusOk && decoded != JStatusEndOfData) {
+    NoteUndecodable("damaged JPEG record");
+    return;
+  }
+  Add(rgb, decoder.GetFrameAspect(), index, time);
+}
+
+void CmContactSheet::Add(const SmPackedPicture& rgb, double pixelAspect, uint64_t index,
+                         int64_t time) {
   // Fit the box, keeping the shape, with the pixel aspect ratio applied.
-  const double aspect = image.GetPixelAspectRatio() > 0.01 && image.GetPixelAspectRatio() < 100
-                            ? image.GetPixelAspectRatio()
-                            : 1.0;
+  const double aspect = pixelAspect > 0.01 && pixelAspect < 100 ? pixelAspect : 1.0;
   const double shownWidth = rgb.width * aspect;
   const double scale = std::min({1.0, ThumbnailWidth / shownWidth,
                                  static_cast<double>(ThumbnailHeight) / rgb.height});
-  const uint32_t width = std::max<uint32_t>(1, static_cast<uint32_t>(std::lround(shownWidth * scale)));
-  const uint32_t height = std::max<uint32_t>(1, static_cast<uint32_t>(std::lround(rgb.height * scale)));
-  SmThumbnail thumbnail = Shrink(rgb, std::min(width, ThumbnailWidth), std::min(height, ThumbnailHeight));
+  const uint32_t width =
+      std::max<uint32_t>(1, static_cast<uint32_t>(std::lround(shownWidth * scale)));
+  const uint32_t height =
+      std::max<uint32_t>(1, static_cast<uint32_t>(std::lround(rgb.height * scale)));
+  SmThumbnail thumbnail =
+      Shrink(rgb, std::min(width, ThumbnailWidth), std::min(height, ThumbnailHeight));
   thumbnail.index = index;
   thumbnail.time = time;
   m_Thumbnails.push_back(std::move(thumbnail));
@@ -91,17 +137,17 @@ void CmContactSheet::Write(const std::string& path, std::ostream& messages) cons
                (count == 1 ? "" : "s");
   }
   if (m_Thumbnails.empty()) {
-    throw CmRunError(
-        "No contact sheet was written: the tree delivered no pictures" +
-        (leftOut.empty() ? std::string(".")
-                         : ", only " + leftOut +
-                               ", which this build of vzk cannot decode into pictures yet; a "
-                               "\"video_decoder\" element in the tree will, once the toolkit "
-                               "has one."));
+    const bool decodable = m_Undecodable.size() > m_Undecodable.count("damaged JPEG record");
+    throw CmRunError("No contact sheet was written: the tree delivered no pictures" +
+                     (leftOut.empty() ? std::string(".")
+                                      : ", only " + leftOut + ", which vzk cannot show" +
+                                            (decodable ? "; a \"video_decoder\" element in the "
+                                                         "tree makes pictures of them, once the "
+                                                         "toolkit has one."
+                                                       : ".")));
   }
   if (!leftOut.empty()) {
-    messages << "vzk: The contact sheet shows pictures only; " << leftOut
-             << " could not be decoded by this build and were left out.\n";
+    messages << "vzk: The contact sheet leaves out " << leftOut << ".\n";
   }
   constexpr int Margin = 8;
   constexpr int Label = 16;

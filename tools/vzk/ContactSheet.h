@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "PictureConversion.h"
 #include "vzk/Data.h"
 
 namespace NmVzkTool {
@@ -21,6 +22,9 @@ public:
   static constexpr uint32_t ThumbnailHeight = 120;
 
   void AddPicture(const NmToolkit::ImImage& image, uint64_t index, int64_t time);
+  // A JPEG record, decoded at the smallest scale that still fills a thumbnail.
+  // One that cannot be decoded is noted as left out.
+  void AddJPEG(const uint8_t* data, uint64_t size, uint64_t index, int64_t time);
   // An item that would belong on the sheet but cannot be turned into a picture.
   void NoteUndecodable(const std::string& kind) { ++m_Undecodable[kind]; }
   // Writes the sheet as PNG. Throws CmRunError when there is nothing to show
@@ -37,6 +41,10 @@ public:
   const std::vector<SmThumbnail>& GetThumbnails() const { return m_Thumbnails; }
 
 private:
+  // Whether the next picture is one to keep; counts it either way.
+  bool TakeNext();
+  void Add(const SmPackedPicture& rgb, double aspect, uint64_t index, int64_t time);
+
   std::vector<SmThumbnail> m_Thumbnails;
   uint64_t m_Seen = 0;
   uint64_t m_Step = 1;

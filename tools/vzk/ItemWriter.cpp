@@ -184,7 +184,7 @@ std::string CmItemWriter::WriteRecord(const ImData& item, std::string& kind) {
   if (facts.jpeg != nullptr) {
     ++m_Counts.jpegRecords;
     if (m_Sheet) {
-      m_Sheet->NoteUndecodable("JPEG record");
+      m_Sheet->AddJPEG(facts.jpeg, facts.jpegSize, m_Counts.items, item.GetBeginTime());
     }
     if (!m_Writing) {
       return "";
@@ -211,7 +211,7 @@ std::string CmItemWriter::WriteRecord(const ImData& item, std::string& kind) {
   if (facts.isRecord) {
     ++m_Counts.otherRecords;
     if (m_Sheet && facts.isVideo) {
-      m_Sheet->NoteUndecodable("encoded video record");
+      m_Sheet->NoteUndecodable(facts.codecName + " record");
     }
     return m_Writing ? AppendToRecords(data, size) : "";
   }
