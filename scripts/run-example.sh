@@ -25,7 +25,7 @@ cmake --build build --target "${targets[@]}"
 
 demo=build/demo
 mkdir -p "$demo"
-rm -rf "$demo/jpeg" "$demo/live"
+rm -rf "$demo/jpeg" "$demo/live" "$demo/sheet.png"
 media=${1:-}
 if [ -z "$media" ]; then
   say "Making a sample clip: $demo/sample.mkv (10 s, 320x240, 25 pictures a second, MJPEG)"
@@ -53,7 +53,7 @@ build/bin/vzk info "$demo/sample.gbd"
 
 say "Running examples/jpeg-records-to-files.xml (vzk run, playback)"
 build/bin/vzk run examples/jpeg-records-to-files.xml --out "$demo/jpeg" \
-  --request Sequence_Number
+  --request Sequence_Number --contact-sheet "$demo/sheet.png"
 
 say "Running examples/live-replay.xml (vzk run, live, 2 seconds)"
 build/bin/vzk run examples/live-replay.xml --mode live --duration 2 --out "$demo/live"
@@ -62,7 +62,7 @@ count=$(find "$demo/jpeg" -name '*.jpg' | wc -l)
 cat <<END
 
 Done. The pictures are in $demo/jpeg/ ($count JPEG files, jpeg-000001.jpg first;
-items.txt lists every item with its times), and those of the live replay in
-$demo/live/. The recording is $demo/sample.gbd. More trees are in examples/;
+items.txt lists every item with its times), with thumbnails of them all in
+$demo/sheet.png, and those of the live replay in $demo/live/. The recording is $demo/sample.gbd. More trees are in examples/;
 build/bin/vzk --help tells every option.
 END

@@ -271,7 +271,7 @@ TEST_F(VzkWriters, PcmAudioGoesIntoWavFilesAndOtherAudioIsKept) {
 TEST_F(VzkWriters, ContactSheetShowsPicturesAndSaysWhatItLeftOut) {
   std::vector<SmPicture> pictures;
   for (uint32_t i = 0; i < 150; ++i) {
-    pictures.push_back({5, 320, 240, 1000 + 40 * i, i});
+    pictures.push_back({5, 80, 60, 1000 + 40 * i, i});
   }
   const SmResult result =
       Run(PictureTree(pictures), {"--contact-sheet", m_Scratch.Path("sheet.png")});

@@ -41,6 +41,7 @@ public:
   const std::vector<SmThumbnail>& GetThumbnails() const { return m_Thumbnails; }
 
 private:
+  void Draw(const std::string& path) const;
   // Whether the next picture is one to keep; counts it either way.
   bool TakeNext();
   void Add(const SmPackedPicture& rgb, double aspect, uint64_t index, int64_t time);
