@@ -60,11 +60,11 @@ SmDecoded DecodePlanes(const CmBytes& jpeg, int scale, bool grayOnly = false) {
     planes[i] = result.planes.planes[i].data();
     steps[i] = static_cast<uint32_t>(result.planes.width[i]);
   }
-  const JStatus destination =
-      grayOnly ? decoder.SetDestination(planes[0], steps[0], width, height, 1, JColorGray,
-                                        JSampling444, 8, scale)
-               : decoder.SetDestination(planes, steps, width, height, count, result.color,
-                                        result.sampling, 8, scale);
+  const JStatus destination = grayOnly
+                                  ? decoder.SetDestination(planes[0], steps[0], width, height, 1,
+                                                           JColorGray, JSampling444, 8, scale)
+                                  : decoder.SetDestination(planes, steps, width, height, count,
+                                                           result.color, result.sampling, 8, scale);
   result.data = destination != JStatusOk ? destination : decoder.ReadData();
   return result;
 }
@@ -77,7 +77,8 @@ void ExpectClose(const SmPlanes& ours, const SmPlanes& turbo, const std::string&
     const int width = ours.width[p];
     const int height = ours.height[p];
     ASSERT_TRUE(turbo.width[p] == width || turbo.width[p] == width + 1) << what << " plane " << p;
-    ASSERT_TRUE(turbo.height[p] == height || turbo.height[p] == height + 1) << what << " plane " << p;
+    ASSERT_TRUE(turbo.height[p] == height || turbo.height[p] == height + 1)
+        << what << " plane " << p;
     long total = 0;
     int worst = 0;
     int worstX = 0;

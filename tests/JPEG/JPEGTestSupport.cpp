@@ -40,8 +40,8 @@ CmBytes MakeCameraPicture(int width, int height, int channels, unsigned seed) {
       }
       const double texture = 12 * std::sin(x * 0.31 + y * 0.17) * std::cos(y * 0.23);
       for (int c = 0; c < channels; ++c) {
-        const double value = (channels == 1 ? (base[0] + base[1] + base[2]) / 3 : base[c]) +
-                             texture + noise(random);
+        const double value =
+            (channels == 1 ? (base[0] + base[1] + base[2]) / 3 : base[c]) + texture + noise(random);
         picture[(static_cast<size_t>(y) * width + x) * channels + c] =
             static_cast<uint8_t>(std::clamp(std::lround(value), 0L, 255L));
       }
@@ -64,7 +64,8 @@ CmBytes ReadFile(const std::string& path) {
 
 void WriteFile(const std::string& path, const CmBytes& bytes) {
   std::ofstream out(path, std::ios::binary);
-  out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+  out.write(reinterpret_cast<const char*>(bytes.data()),
+            static_cast<std::streamsize>(bytes.size()));
 }
 
 namespace {
@@ -77,8 +78,8 @@ std::string Unique() {
 std::string WriteSource(const std::string& name, int width, int height, int channels) {
   const std::string path =
       CorpusDirectory() + "/" + name + Unique() + (channels == 1 ? ".pgm" : ".ppm");
-  const std::string header = std::string(channels == 1 ? "P5\n" : "P6\n") +
-                             std::to_string(width) + " " + std::to_string(height) + "\n255\n";
+  const std::string header = std::string(channels == 1 ? "P5\n" : "P6\n") + std::to_string(width) +
+                             " " + std::to_string(height) + "\n255\n";
   CmBytes bytes(header.begin(), header.end());
   const CmBytes picture = MakeCameraPicture(width, height, channels, 1234u + width * 7u + height);
   bytes.insert(bytes.end(), picture.begin(), picture.end());
@@ -188,15 +189,16 @@ CmBytes ReplaceJFIFWithAdobe(const CmBytes& jpeg, uint8_t transform) {
     throw std::runtime_error("no APP0 after SOI");
   }
   const size_t length = static_cast<size_t>(jpeg[4] << 8 | jpeg[5]);
-  CmBytes out = {0xFF, 0xD8, 0xFF, 0xEE, 0, 14, 'A', 'd', 'o', 'b', 'e', 0, 100, 0, 0, 0, 0, transform};
+  CmBytes out = {0xFF, 0xD8, 0xFF, 0xEE, 0, 14, 'A', 'd', 'o',
+                 'b',  'e',  0,    100,  0, 0,  0,   0,   transform};
   out.insert(out.end(), jpeg.begin() + 4 + static_cast<std::ptrdiff_t>(length), jpeg.end());
   return out;
 }
 
 CmBytes InsertSegment(const CmBytes& jpeg, uint8_t marker, const CmBytes& body) {
   const size_t length = body.size() + 2;
-  CmBytes out = {0xFF, 0xD8, 0xFF, marker, static_cast<uint8_t>(length >> 8),
-                 static_cast<uint8_t>(length)};
+  CmBytes out = {
+      0xFF, 0xD8, 0xFF, marker, static_cast<uint8_t>(length >> 8), static_cast<uint8_t>(length)};
   out.insert(out.end(), body.begin(), body.end());
   out.insert(out.end(), jpeg.begin() + 2, jpeg.end());
   return out;

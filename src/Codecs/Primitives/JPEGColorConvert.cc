@@ -28,8 +28,8 @@ void YCbCrToRGBRowImpl(const uint8_t* y, const uint8_t* cb, const uint8_t* cr, u
     const auto blue = hn::Sub(hn::PromoteTo(d32, hn::LoadU(d8, cb + x)), bias);
     const auto red = hn::Sub(hn::PromoteTo(d32, hn::LoadU(d8, cr + x)), bias);
     const auto r = hn::Add(luma, hn::ShiftRight<16>(hn::Add(hn::Mul(crToR, red), half)));
-    const auto g = hn::Add(
-        luma, hn::ShiftRight<16>(hn::Add(hn::Mul(cbToG, blue), hn::Add(hn::Mul(crToG, red), half))));
+    const auto g = hn::Add(luma, hn::ShiftRight<16>(hn::Add(hn::Mul(cbToG, blue),
+                                                            hn::Add(hn::Mul(crToG, red), half))));
     const auto b = hn::Add(luma, hn::ShiftRight<16>(hn::Add(hn::Mul(cbToB, blue), half)));
     const auto r8 = hn::DemoteTo(d8, r);
     const auto g8 = hn::DemoteTo(d8, g);

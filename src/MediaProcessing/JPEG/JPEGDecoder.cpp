@@ -63,9 +63,9 @@ JStatus CJPEGDecoder::SetDestination(uint8_t* const planes[4], const uint32_t st
   return CheckDestination();
 }
 
-JStatus CJPEGDecoder::SetDestination(uint8_t* data, uint32_t step, uint32_t width,
-                                     uint32_t height, int channels, JColor color,
-                                     JSampling /*sampling*/, int precision, int scale) {
+JStatus CJPEGDecoder::SetDestination(uint8_t* data, uint32_t step, uint32_t width, uint32_t height,
+                                     int channels, JColor color, JSampling /*sampling*/,
+                                     int precision, int scale) {
   m_Destination = {};
   if (!m_SawFrame || data == nullptr || width == 0 || height == 0 || scale < 0 || scale > 3 ||
       channels < 1 || channels > 4 || step < static_cast<uint64_t>(width) * channels) {
@@ -74,10 +74,10 @@ JStatus CJPEGDecoder::SetDestination(uint8_t* data, uint32_t step, uint32_t widt
   if (precision != 8) {
     return JStatusUnsupported;
   }
-  const bool fits = (channels == 1 && color == JColorGray) ||
-                    (channels == 3 && (color == JColorRGB || color == JColorBGR ||
-                                       color == JColorYCbCr)) ||
-                    (channels == 4 && color == JColorCMYK);
+  const bool fits =
+      (channels == 1 && color == JColorGray) ||
+      (channels == 3 && (color == JColorRGB || color == JColorBGR || color == JColorYCbCr)) ||
+      (channels == 4 && color == JColorCMYK);
   if (!fits) {
     return JStatusUnsupported;
   }
@@ -101,7 +101,7 @@ JStatus CJPEGDecoder::CheckDestination() const {
     // The first component is the picture's lightness, and must be full size.
     const bool light = m_Color == JColorGray || m_Color == JColorYCbCr || m_Color == JColorYCCK;
     return light && c[0].hSampling == m_MaxH && c[0].vSampling == m_MaxV ? JStatusOk
-                                                                          : JStatusUnsupported;
+                                                                         : JStatusUnsupported;
   }
   if (!d.packed) {
     return JStatusOk; // planes of the frame's own layout
@@ -133,8 +133,8 @@ int CJPEGDecoder::BlockOutputSize() const {
 JStatus CJPEGDecoder::AllocateFrameBuffers() {
   const int out = BlockOutputSize();
   const int factor = 1 << m_Destination.scale;
-  const bool streaming = m_Mode != JModeProgressive && m_Mode != JModeLossless &&
-                         m_Scan.count == m_ComponentCount;
+  const bool streaming =
+      m_Mode != JModeProgressive && m_Mode != JModeLossless && m_Scan.count == m_ComponentCount;
   for (int i = 0; i < m_ComponentCount; ++i) {
     CJPEGColorComponent& component = m_Components[i];
     size_t rowBytes = 0;
@@ -142,21 +142,23 @@ JStatus CJPEGDecoder::AllocateFrameBuffers() {
     if (m_Mode == JModeLossless) {
       rowBytes = AlignRow(DivideUp(static_cast<uint64_t>(m_BlocksX[i]), factor));
       rows = DivideUp(static_cast<uint64_t>(m_BlocksY[i]), factor);
-      VZK_RETURN_IF_FAILED(component.AllocateBuffer(
-          CJPEGColorComponent::Coefficients,
-          static_cast<size_t>(m_BlocksX[i]) * m_BlocksY[i] * sizeof(uint16_t)));
+      VZK_RETURN_IF_FAILED(component.AllocateBuffer(CJPEGColorComponent::Coefficients,
+                                                    static_cast<size_t>(m_BlocksX[i]) *
+                                                        m_BlocksY[i] * sizeof(uint16_t)));
       std::memset(component.GetBuffer(CJPEGColorComponent::Coefficients), 0,
                   static_cast<size_t>(m_BlocksX[i]) * m_BlocksY[i] * sizeof(uint16_t));
     } else {
       rowBytes = AlignRow(static_cast<size_t>(m_BlocksX[i]) * out);
       rows = static_cast<size_t>(component.vSampling) * out;
       if (!streaming) {
-        const size_t bytes = static_cast<size_t>(m_BlocksX[i]) * m_BlocksY[i] * 64 * sizeof(int16_t);
+        const size_t bytes =
+            static_cast<size_t>(m_BlocksX[i]) * m_BlocksY[i] * 64 * sizeof(int16_t);
         VZK_RETURN_IF_FAILED(component.AllocateBuffer(CJPEGColorComponent::Coefficients, bytes));
         std::memset(component.GetBuffer(CJPEGColorComponent::Coefficients), 0, bytes);
       }
     }
-    VZK_RETURN_IF_FAILED(component.AllocateBuffer(CJPEGColorComponent::SampleRows, rowBytes * rows));
+    VZK_RETURN_IF_FAILED(
+        component.AllocateBuffer(CJPEGColorComponent::SampleRows, rowBytes * rows));
     // Up-sampled rows for packed output.
     VZK_RETURN_IF_FAILED(component.AllocateBuffer(
         CJPEGColorComponent::Scratch, AlignRow(static_cast<size_t>(m_Destination.width) + 64)));
@@ -211,8 +213,7 @@ JStatus CJPEGDecoder::ReadData() {
   }
   VZK_RETURN_IF_FAILED(AllocateFrameBuffers());
   m_Truncated = false;
-  if (m_Mode != JModeProgressive && m_Mode != JModeLossless &&
-      m_Scan.count == m_ComponentCount) {
+  if (m_Mode != JModeProgressive && m_Mode != JModeLossless && m_Scan.count == m_ComponentCount) {
     // One interleaved scan: each MCU row goes out as soon as it is decoded.
     const JStatus status = DecodeSequentialStreaming();
     m_InScan = false;
@@ -480,7 +481,8 @@ JStatus CJPEGDecoder::DecodeLosslessScan() {
         const int c = m_Scan.components[i];
         const CJPEGColorComponent& component = m_Components[c];
         const SmHuffmanDecodeTable& table = *m_DCTables[component.dcSelector].GetTable();
-        auto* plane = reinterpret_cast<uint16_t*>(component.GetBuffer(CJPEGColorComponent::Coefficients));
+        auto* plane =
+            reinterpret_cast<uint16_t*>(component.GetBuffer(CJPEGColorComponent::Coefficients));
         const size_t width = static_cast<size_t>(m_BlocksX[c]);
         const int blocksH = single ? 1 : component.hSampling;
         const int blocksV = single ? 1 : component.vSampling;
@@ -503,14 +505,30 @@ JStatus CJPEGDecoder::DecodeLosslessScan() {
               const int32_t b = sample[-static_cast<ptrdiff_t>(width)];
               const int32_t cc = sample[-static_cast<ptrdiff_t>(width) - 1];
               switch (predictor) {
-              case 1: prediction = a; break;
-              case 2: prediction = b; break;
-              case 3: prediction = cc; break;
-              case 4: prediction = a + b - cc; break;
-              case 5: prediction = a + ((b - cc) >> 1); break;
-              case 6: prediction = b + ((a - cc) >> 1); break;
-              case 7: prediction = (a + b) >> 1; break;
-              default: prediction = 0; break;
+              case 1:
+                prediction = a;
+                break;
+              case 2:
+                prediction = b;
+                break;
+              case 3:
+                prediction = cc;
+                break;
+              case 4:
+                prediction = a + b - cc;
+                break;
+              case 5:
+                prediction = a + ((b - cc) >> 1);
+                break;
+              case 6:
+                prediction = b + ((a - cc) >> 1);
+                break;
+              case 7:
+                prediction = (a + b) >> 1;
+                break;
+              default:
+                prediction = 0;
+                break;
               }
             }
             int32_t difference = 0;
@@ -577,9 +595,9 @@ void CJPEGDecoder::EmitRows(const uint8_t* const rows[4], const size_t strides[4
     const uint64_t v = component.vSampling;
     const uint32_t planeWidth = DivideUp(d.width * h, m_MaxH);
     const uint32_t planeHeight = DivideUp(d.height * v, m_MaxV);
-    const uint32_t available =
-        m_Mode == JModeLossless ? DivideUp(static_cast<uint64_t>(m_BlocksX[p]), factor)
-                                : static_cast<uint32_t>(m_BlocksX[p] * BlockOutputSize());
+    const uint32_t available = m_Mode == JModeLossless
+                                   ? DivideUp(static_cast<uint64_t>(m_BlocksX[p]), factor)
+                                   : static_cast<uint32_t>(m_BlocksX[p] * BlockOutputSize());
     const uint32_t width = planeWidth < available ? planeWidth : available;
     const uint32_t first = static_cast<uint32_t>(firstRow * v / m_MaxV);
     const uint32_t count = DivideUp(rowCount * v, m_MaxV);

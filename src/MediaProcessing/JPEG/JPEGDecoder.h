@@ -134,7 +134,7 @@ private:
   int m_McusX = 0;
   int m_McusY = 0;
   CJPEGColorComponent m_Components[4];
-  int m_BlocksX[4] = {};   // blocks (or samples, lossless) per row, interleaved layout
+  int m_BlocksX[4] = {}; // blocks (or samples, lossless) per row, interleaved layout
   int m_BlocksY[4] = {};
   int m_ScanBlocksX[4] = {}; // blocks that a scan of this component alone covers
   int m_ScanBlocksY[4] = {};

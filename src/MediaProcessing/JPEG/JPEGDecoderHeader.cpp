@@ -339,8 +339,7 @@ JStatus CJPEGDecoder::ParseScan() {
     const bool dc = start == 0;
     if ((dc && end != 0) || (!dc && (end < start || end > 63 || count != 1)) ||
         scan.approximationHigh > 13 || scan.approximationLow > 13 ||
-        (scan.approximationHigh != 0 &&
-         scan.approximationLow != scan.approximationHigh - 1)) {
+        (scan.approximationHigh != 0 && scan.approximationLow != scan.approximationHigh - 1)) {
       return JStatusFailed;
     }
   } else if (m_Mode == JModeLossless) {

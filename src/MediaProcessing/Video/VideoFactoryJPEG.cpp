@@ -1,16 +1,17 @@
 #include "MediaProcessing/Video/VideoFactoryJPEG.h"
 
 #include "Common/Error/Error.h"
-#include "MediaProcessing/Video/MissingCodecEngine.h"
+#include "MediaProcessing/JPEG/VideoAnalyzerJPEG.h"
+#include "MediaProcessing/JPEG/VideoDecoderJPEG.h"
 
 namespace NmMediaProcessing {
 
 ImVideoDecoder* CmVideoFactoryJPEG::CreateDecoder() {
-  RaiseMissingCodecEngine(VZK_LOCATION, "decoder for JPEG");
+  return new CmVideoDecoderJPEG();
 }
 
 ImVideoAnalyzer* CmVideoFactoryJPEG::CreateAnalyzer() {
-  RaiseMissingCodecEngine(VZK_LOCATION, "analyzer for JPEG");
+  return new CmVideoAnalyzerJPEG();
 }
 
 ImVideoParser* CmVideoFactoryJPEG::CreateParser() {

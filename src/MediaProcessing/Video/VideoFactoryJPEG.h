@@ -4,8 +4,7 @@
 
 namespace NmMediaProcessing {
 
-// The JPEG family. Its codec engine is not in this build yet: making a
-// decoder or an analyser raises a not-implemented integrity error.
+// The JPEG family: our own baseline, progressive and lossless decoder.
 class CmVideoFactoryJPEG : public ImVideoFactory {
 public:
   ImVideoDecoder* CreateDecoder() override;
