@@ -159,3 +159,259 @@ TEST(JPEGDecoder, PlanesMatchLibjpegTurboAtEveryScale) {
     }
   }
 }
+
+namespace {
+
+struct SmHeaderAndDecoder {
+  CMemBuffInput input;
+  CJPEGDecoder decoder;
+  int width = 0;
+  int height = 0;
+  int channels = 0;
+  int precision = 0;
+  JColor color = JColorUnknown;
+  JSampling sampling = JSamplingOther;
+  JStatus Open(const CmBytes& jpeg, bool headerOnly = false) {
+    decoder.Clean();
+    if (input.Open(jpeg.data(), static_cast<uint32_t>(jpeg.size())) != JStatusOk ||
+        decoder.SetSource(&input) != JStatusOk) {
+      return JStatusFailed;
+    }
+    return decoder.ReadHeader(width, height, channels, color, sampling, precision, headerOnly);
+  }
+};
+
+} // namespace
+
+TEST(JPEGDecoder, LosslessFramesEqualFfmpegsDecode) {
+  struct SmLossless {
+    const char* name;
+    int width;
+    int height;
+    const char* format;
+    int chromaShiftX;
+    int chromaShiftY;
+  };
+  for (const SmLossless& c : {SmLossless{"ljpeg420", 96, 64, "yuvj420p", 1, 1},
+                              SmLossless{"ljpeg422", 70, 31, "yuvj422p", 1, 0},
+                              SmLossless{"ljpeg444", 37, 23, "yuvj444p", 0, 0}}) {
+    CmBytes expected;
+    const CmBytes jpeg = MakeLosslessJPEG(c.name, c.width, c.height, c.format, expected);
+    SmHeaderAndDecoder d;
+    ASSERT_EQ(d.Open(jpeg), JStatusOk) << c.name;
+    EXPECT_EQ(d.decoder.GetMode(), JModeLossless);
+    const int chromaWidth = (c.width + (1 << c.chromaShiftX) - 1) >> c.chromaShiftX;
+    const int chromaHeight = (c.height + (1 << c.chromaShiftY) - 1) >> c.chromaShiftY;
+    CmBytes planes[3] = {CmBytes(static_cast<size_t>(c.width) * c.height),
+                         CmBytes(static_cast<size_t>(chromaWidth) * chromaHeight),
+                         CmBytes(static_cast<size_t>(chromaWidth) * chromaHeight)};
+    uint8_t* pointers[4] = {planes[0].data(), planes[1].data(), planes[2].data(), nullptr};
+    const uint32_t steps[4] = {static_cast<uint32_t>(c.width), static_cast<uint32_t>(chromaWidth),
+                               static_cast<uint32_t>(chromaWidth), 0};
+    ASSERT_EQ(
+        d.decoder.SetDestination(pointers, steps, c.width, c.height, 3, d.color, d.sampling, 8, 0),
+        JStatusOk)
+        << c.name;
+    ASSERT_EQ(d.decoder.ReadData(), JStatusOk) << c.name;
+    CmBytes all = planes[0];
+    all.insert(all.end(), planes[1].begin(), planes[1].end());
+    all.insert(all.end(), planes[2].begin(), planes[2].end());
+    ASSERT_EQ(all.size(), expected.size()) << c.name;
+    EXPECT_TRUE(all == expected) << c.name;
+  }
+}
+
+TEST(JPEGDecoder, PackedOutputAndColourConventions) {
+  // YCbCr to RGB with replicated chroma, as libjpeg-turbo's fast up-sampling.
+  for (const char* name : {"base420", "base422", "base444", "odd420"}) {
+    const SmCase* c = nullptr;
+    for (const SmCase& k : kCases) {
+      c = std::string(k.name) == name ? &k : c;
+    }
+    const CmBytes jpeg = MakeJPEG(c->name, c->width, c->height, c->gray, c->arguments);
+    int width = 0;
+    int height = 0;
+    CmBytes turbo;
+    ASSERT_TRUE(TurboDecodeRGB(jpeg, width, height, turbo));
+    for (const JColor order : {JColorRGB, JColorBGR}) {
+      SmHeaderAndDecoder d;
+      ASSERT_EQ(d.Open(jpeg), JStatusOk);
+      CmBytes rgb(static_cast<size_t>(width) * height * 3);
+      ASSERT_EQ(d.decoder.SetDestination(rgb.data(), width * 3, width, height, 3, order,
+                                         JSampling444, 8, 0),
+                JStatusOk);
+      ASSERT_EQ(d.decoder.ReadData(), JStatusOk);
+      int worst = 0;
+      long total = 0;
+      for (size_t i = 0; i < rgb.size(); ++i) {
+        const size_t j = order == JColorBGR ? i - i % 3 + (2 - i % 3) : i;
+        worst = std::max(worst, std::abs(rgb[i] - turbo[j]));
+        total += std::abs(rgb[i] - turbo[j]);
+      }
+      // One off in each of Y, Cb and Cr may add up through the transform.
+      EXPECT_LE(worst, 3) << name;
+      EXPECT_LT(static_cast<double>(total) / static_cast<double>(rgb.size()), 0.2) << name;
+    }
+  }
+
+  // An RGB frame (Adobe transform 0) to packed RGB: no colour transform.
+  const CmBytes rgbFrame = MakeJPEG("rgbframe", 48, 40, false, "-quality 90 -rgb");
+  SmHeaderAndDecoder d;
+  ASSERT_EQ(d.Open(rgbFrame), JStatusOk);
+  EXPECT_EQ(d.color, JColorRGB);
+  EXPECT_TRUE(d.decoder.SawAdobe());
+  EXPECT_EQ(d.decoder.GetAdobeTransform(), 0);
+  int width = 0;
+  int height = 0;
+  CmBytes turbo;
+  ASSERT_TRUE(TurboDecodeRGB(rgbFrame, width, height, turbo));
+  CmBytes rgb(turbo.size());
+  ASSERT_EQ(d.decoder.SetDestination(rgb.data(), width * 3, width, height, 3, JColorRGB,
+                                     JSampling444, 8, 0),
+            JStatusOk);
+  ASSERT_EQ(d.decoder.ReadData(), JStatusOk);
+  int worst = 0;
+  for (size_t i = 0; i < rgb.size(); ++i) {
+    worst = std::max(worst, std::abs(rgb[i] - turbo[i]));
+  }
+  EXPECT_LE(worst, 1);
+  // Planes of YCbCr cannot be asked of an RGB frame in another layout.
+  uint8_t byte = 0;
+  EXPECT_EQ(d.decoder.SetDestination(&byte, 1, 1, 1, 1, JColorGray, JSampling444, 8, 0),
+            JStatusUnsupported);
+
+  // Adobe with transform 1 is YCbCr just like JFIF, and decodes the same.
+  const CmBytes jfif = MakeJPEG("base420", 320, 240, false, "-quality 75 -sample 2x2");
+  const CmBytes adobe = ReplaceJFIFWithAdobe(jfif, 1);
+  ASSERT_EQ(d.Open(jfif), JStatusOk);
+  EXPECT_TRUE(d.decoder.SawJFIF());
+  EXPECT_FALSE(d.decoder.SawAdobe());
+  ASSERT_EQ(d.Open(adobe), JStatusOk);
+  EXPECT_FALSE(d.decoder.SawJFIF());
+  EXPECT_TRUE(d.decoder.SawAdobe());
+  EXPECT_EQ(d.color, JColorYCbCr);
+  const SmDecoded a = DecodePlanes(adobe, 0);
+  const SmDecoded j = DecodePlanes(jfif, 0);
+  EXPECT_EQ(a.data, JStatusOk);
+  EXPECT_TRUE(a.planes.planes == j.planes.planes);
+  // Exif and JFXX segments are recognised and passed over.
+  const CmBytes exif = InsertSegment(jfif, 0xE1, {'E', 'x', 'i', 'f', 0, 0, 'M', 'M', 0, 42});
+  const CmBytes jfxx = InsertSegment(jfif, 0xE0, {'J', 'F', 'X', 'X', 0, 0x10});
+  ASSERT_EQ(d.Open(exif), JStatusOk);
+  EXPECT_TRUE(d.decoder.SawExif());
+  EXPECT_TRUE(DecodePlanes(exif, 0).planes.planes == j.planes.planes);
+  EXPECT_TRUE(DecodePlanes(jfxx, 0).planes.planes == j.planes.planes);
+  // Gray from a YCbCr frame is its luma plane.
+  const SmDecoded luma = DecodePlanes(jfif, 0, true);
+  ASSERT_EQ(luma.data, JStatusOk);
+  EXPECT_TRUE(luma.planes.planes[0] == j.planes.planes[0]);
+}
+
+TEST(JPEGDecoder, HostileStreamsGiveErrorsOrPartialPictures) {
+  const CmBytes jpeg = MakeJPEG("base420", 320, 240, false, "-quality 75 -sample 2x2");
+  const CmBytes progressive =
+      MakeJPEG("prog420", 320, 240, false, "-quality 75 -sample 2x2 -progressive");
+  SmHeaderAndDecoder d;
+
+  // Markers of unsupported processes, a second frame header.
+  for (const uint8_t sof : {0xC5, 0xC9, 0xCA, 0xCB, 0xCD, 0xCF}) {
+    CmBytes changed = jpeg;
+    for (size_t i = 0; i + 1 < changed.size(); ++i) {
+      if (changed[i] == 0xFF && changed[i + 1] == 0xC0) {
+        changed[i + 1] = sof;
+        break;
+      }
+    }
+    EXPECT_EQ(d.Open(changed), JStatusFailed) << int(sof);
+  }
+  CmBytes twoFrames = jpeg;
+  for (size_t i = 0; i + 1 < jpeg.size(); ++i) {
+    if (jpeg[i] == 0xFF && jpeg[i + 1] == 0xC0) {
+      const size_t length = static_cast<size_t>(jpeg[i + 2] << 8 | jpeg[i + 3]) + 2;
+      twoFrames.insert(twoFrames.begin() + static_cast<std::ptrdiff_t>(i),
+                       jpeg.begin() + static_cast<std::ptrdiff_t>(i),
+                       jpeg.begin() + static_cast<std::ptrdiff_t>(i + length));
+      break;
+    }
+  }
+  EXPECT_EQ(d.Open(twoFrames), JStatusSecondFrameHeader);
+  // Zero width, zero height (DNL), huge sizes.
+  auto withSize = [&](uint16_t width, uint16_t height) {
+    CmBytes changed = jpeg;
+    for (size_t i = 0; i + 8 < changed.size(); ++i) {
+      if (changed[i] == 0xFF && changed[i + 1] == 0xC0) {
+        changed[i + 5] = static_cast<uint8_t>(height >> 8);
+        changed[i + 6] = static_cast<uint8_t>(height);
+        changed[i + 7] = static_cast<uint8_t>(width >> 8);
+        changed[i + 8] = static_cast<uint8_t>(width);
+        break;
+      }
+    }
+    return changed;
+  };
+  EXPECT_EQ(d.Open(withSize(0, 240)), JStatusFailed);
+  EXPECT_EQ(d.Open(withSize(320, 0)), JStatusUnsupported);
+  EXPECT_EQ(d.Open(withSize(65535, 65535)), JStatusUnsupported);
+  // A picture larger than its data: decodes what there is, says so.
+  const SmDecoded larger = DecodePlanes(withSize(1000, 900), 0);
+  EXPECT_EQ(larger.header, JStatusOk);
+  EXPECT_EQ(larger.data, JStatusEndOfData);
+  // No SOI, nothing at all, a header only.
+  EXPECT_NE(d.Open(CmBytes(jpeg.begin() + 2, jpeg.end())), JStatusSecondFrameHeader);
+  EXPECT_EQ(d.Open(CmBytes{0xFF}), JStatusEndOfData);
+  EXPECT_EQ(d.Open(CmBytes{0xFF, 0xD8, 0xFF, 0xD9}), JStatusFailed);
+  EXPECT_EQ(d.Open(CmBytes(jpeg.begin(), jpeg.begin() + 300), true), JStatusOk);
+  EXPECT_EQ(d.width, 320);
+
+  // Every cut of the data, and damage of every kind, in both processes:
+  // statuses only, the first rows stay right when the cut is late enough.
+  std::mt19937 random(77);
+  for (const CmBytes* source : {&jpeg, &progressive}) {
+    SmPlanes reference;
+    ASSERT_TRUE(TurboDecodePlanes(*source, 0, reference));
+    for (size_t cut = 2; cut < source->size(); cut += 1 + source->size() / 97) {
+      const SmDecoded partial = DecodePlanes(CmBytes(source->begin(), source->begin() + cut), 0);
+      if (partial.header != JStatusOk) {
+        continue;
+      }
+      EXPECT_TRUE(partial.data == JStatusOk || partial.data == JStatusEndOfData)
+          << cut << " " << partial.data;
+    }
+    for (int round = 0; round < 60; ++round) {
+      CmBytes damaged = *source;
+      const int hits = 1 + static_cast<int>(random() % 8);
+      for (int h = 0; h < hits; ++h) {
+        damaged[random() % damaged.size()] = static_cast<uint8_t>(random());
+      }
+      for (int scale = 0; scale < 4; scale += 3) {
+        const SmDecoded result = DecodePlanes(damaged, scale);
+        (void)result; // any status; the sanitizer run checks the rest
+      }
+    }
+  }
+  const SmDecoded half = DecodePlanes(
+      CmBytes(jpeg.begin(), jpeg.begin() + static_cast<std::ptrdiff_t>(jpeg.size() / 2)), 0);
+  ASSERT_EQ(half.data, JStatusEndOfData);
+  SmPlanes reference;
+  ASSERT_TRUE(TurboDecodePlanes(jpeg, 0, reference));
+  for (int y = 0; y < 64; ++y) {
+    for (int x = 0; x < 320; ++x) {
+      ASSERT_LE(std::abs(half.planes.planes[0][y * 320 + x] - reference.planes[0][y * 320 + x]), 1);
+    }
+  }
+  // Destinations that cannot be: too small a step, wrong precision, no frame.
+  ASSERT_EQ(d.Open(jpeg), JStatusOk);
+  CmBytes small(100);
+  EXPECT_EQ(d.decoder.SetDestination(small.data(), 10, 320, 240, 3, JColorRGB, JSampling444, 8, 0),
+            JStatusFailed);
+  EXPECT_EQ(
+      d.decoder.SetDestination(small.data(), 960, 320, 240, 3, JColorRGB, JSampling444, 12, 0),
+      JStatusUnsupported);
+  EXPECT_EQ(d.decoder.SetDestination(small.data(), 960, 320, 240, 3, JColorRGB, JSampling444, 8, 4),
+            JStatusFailed);
+  EXPECT_EQ(d.decoder.ReadData(), JStatusFailed);
+  CJPEGDecoder fresh;
+  EXPECT_EQ(fresh.SetDestination(small.data(), 960, 320, 240, 3, JColorRGB, JSampling444, 8, 0),
+            JStatusFailed);
+  EXPECT_EQ(fresh.ReadData(), JStatusFailed);
+}

@@ -32,9 +32,10 @@ inline void FillBits(SmEntropySource& source, SmHuffmanDecodeState& state) {
           state.marker = source.data[next];
           source.position = next - 1;
           byte = 0;
+          ++state.paddingBytes;
         }
       }
-    } else if (state.marker == 0) {
+    } else {
       ++state.paddingBytes;
     }
     state.bits |= byte << (56 - state.count);

@@ -41,7 +41,7 @@ struct SmHuffmanDecodeState {
   // A marker that stopped the reader (its second byte), 0 while none. The
   // reader then feeds zero bits, as T.81 expects of a decoder at a marker.
   uint8_t marker = 0;
-  // Zero bytes fed because the data ran out without a marker.
+  // Zero bytes fed because the data ran out or a marker came.
   uint32_t paddingBytes = 0;
   // Progressive AC: blocks still to skip in the current end-of-band run.
   uint32_t endOfBandRun = 0;
@@ -63,13 +63,11 @@ bool BuildHuffmanEncodeTable(const uint8_t bits[16], const uint8_t* values,
 
 // Drops buffered bits and the marker, as at a restart marker.
 inline void ResetHuffmanState(SmHuffmanDecodeState& state) {
-  state.bits = 0;
-  state.count = 0;
-  state.marker = 0;
-  state.endOfBandRun = 0;
+  state = SmHuffmanDecodeState{};
 }
 
-// True when the decoder has used bits that lie past the end of the data.
+// True when the decoder has used bits that lie past the end of the data or
+// beyond a marker: the segment was shorter than the picture needs.
 inline bool HuffmanReadPastEnd(const SmHuffmanDecodeState& state) {
   return static_cast<int64_t>(state.paddingBytes) * 8 > state.count;
 }

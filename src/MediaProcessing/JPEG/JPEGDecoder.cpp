@@ -267,7 +267,6 @@ JStatus CJPEGDecoder::DecodeSequentialStreaming() {
   const int out = BlockOutputSize();
   SmHuffmanDecodeState& state = *m_HuffmanState.Get();
   ResetHuffmanState(state);
-  state.paddingBytes = 0;
   ResetPredictions();
   OpenEntropySource();
   alignas(64) int16_t block[64];
