@@ -6,6 +6,9 @@
 #include <hwy/foreach_target.h> // IWYU pragma: keep
 #include <hwy/highway.h>
 
+#include <algorithm>
+#include <utility>
+
 #include "Codecs/Primitives/ColorConvert.h"
 #include "Codecs/Primitives/ColorConvertFixedPoint.h"
 
@@ -56,25 +59,81 @@ HWY_INLINE V8 LoadDoubled(const uint8_t* p) {
   return hn::BitCast(D8(), hn::Or(wide, hn::ShiftLeft<8>(wide)));
 }
 
+// The vector code adds instead of multiplying where the whole part of a
+// coefficient is fixed by the equations; the comparison with the plain
+// version on every target would show it if that ever changed.
+constexpr bool HasFixedWholeParts(SmYCbCrMatrix m) {
+  const F::SmToRgbConstants to = F::GetToRgbConstants(m);
+  const F::SmFromRgbConstants from = F::GetFromRgbConstants(m);
+  bool forwardBelowOne = true;
+  for (const auto& row : from.rgb) {
+    for (const auto& c : row) {
+      forwardBelowOne = forwardBelowOne && c.whole == 0;
+    }
+  }
+  return to.luma.whole == 1 && to.crToR.whole == 1 && to.cbToG.whole == 0 &&
+         to.crToG.whole == 0 && forwardBelowOne;
+}
+static_assert(HasFixedWholeParts(YCbCrJfif) && HasFixedWholeParts(YCbCrVideoRange) &&
+              HasFixedWholeParts(YCbCrBt601Full));
+
 struct SmToRgbVectors {
   explicit SmToRgbVectors(const F::SmToRgbConstants& k)
       : lumaOffset(hn::Set(D16(), k.lumaOffset)), chromaOffset(hn::Set(D16(), 128)),
-        luma(Broadcast(k.luma)), crToR(Broadcast(k.crToR)), cbToG(Broadcast(k.cbToG)),
-        crToG(Broadcast(k.crToG)), cbToB(Broadcast(k.cbToB)) {}
-  V16 lumaOffset, chromaOffset;
-  SmVectorCoefficient luma, crToR, cbToG, crToG, cbToB;
+        rounding(hn::Set(D16(), 32)), luma(hn::Set(D16(), k.luma.fraction)),
+        crToR(hn::Set(D16(), k.crToR.fraction)), cbToG(hn::Set(D16(), k.cbToG.fraction)),
+        crToG(hn::Set(D16(), k.crToG.fraction)), cbToB(Broadcast(k.cbToB)) {}
+  V16 lumaOffset, chromaOffset, rounding;
+  V16 luma, crToR, cbToG, crToG;
+  SmVectorCoefficient cbToB;
 };
 
-HWY_INLINE void ToRgbHalf(const SmToRgbVectors& k, V16 y, V16 cb, V16 cr, hn::Vec<DH8>& r,
-                          hn::Vec<DH8>& g, hn::Vec<DH8>& b) {
-  const V16 luma = Apply(hn::ShiftLeft<6>(hn::Sub(y, k.lumaOffset)), k.luma);
+// The colour part of each output for one half of a vector of pixels,
+// rounding included; shared by the two rows that 4:2:0 chroma covers.
+struct SmChromaTerms {
+  V16 r, g, b;
+};
+
+HWY_INLINE SmChromaTerms GetChromaTerms(const SmToRgbVectors& k, V16 cb, V16 cr) {
   const V16 u = hn::ShiftLeft<6>(hn::Sub(cb, k.chromaOffset));
   const V16 v = hn::ShiftLeft<6>(hn::Sub(cr, k.chromaOffset));
+  return {hn::Add(hn::Add(v, hn::MulFixedPoint15(v, k.crToR)), k.rounding),
+          hn::Add(hn::Add(hn::MulFixedPoint15(u, k.cbToG), hn::MulFixedPoint15(v, k.crToG)),
+                  k.rounding),
+          hn::Add(Apply(u, k.cbToB), k.rounding)};
+}
+
+HWY_INLINE void ToRgbHalf(const SmToRgbVectors& k, V16 y, const SmChromaTerms& c,
+                          hn::Vec<DH8>& r, hn::Vec<DH8>& g, hn::Vec<DH8>& b) {
+  const V16 a = hn::ShiftLeft<6>(hn::Sub(y, k.lumaOffset));
+  const V16 luma = hn::Add(a, hn::MulFixedPoint15(a, k.luma));
   // Only blue of video range can pass the 16-bit range, and then only where
   // the result clamps to 255 anyway, so saturating sums change nothing.
-  r = ToSamples(hn::SaturatedAdd(luma, Apply(v, k.crToR)));
-  g = ToSamples(hn::SaturatedAdd(hn::SaturatedAdd(luma, Apply(u, k.cbToG)), Apply(v, k.crToG)));
-  b = ToSamples(hn::SaturatedAdd(luma, Apply(u, k.cbToB)));
+  r = hn::DemoteTo(DH8(), hn::ShiftRight<6>(hn::SaturatedAdd(luma, c.r)));
+  g = hn::DemoteTo(DH8(), hn::ShiftRight<6>(hn::SaturatedAdd(luma, c.g)));
+  b = hn::DemoteTo(DH8(), hn::ShiftRight<6>(hn::SaturatedAdd(luma, c.b)));
+}
+
+template <size_t PixelBytes>
+HWY_INLINE void StorePixels(const SmToRgbVectors& k, const SmChromaTerms& lower,
+                            const SmChromaTerms& upper, const uint8_t* luma, uint8_t* out,
+                            bool blueFirst) {
+  const D8 d;
+  const V8 yv = hn::LoadU(d, luma);
+  hn::Vec<DH8> rl, gl, bl, rh, gh, bh;
+  ToRgbHalf(k, LowerWide(yv), lower, rl, gl, bl);
+  ToRgbHalf(k, UpperWide(yv), upper, rh, gh, bh);
+  V8 r = hn::Combine(d, rh, rl);
+  const V8 g = hn::Combine(d, gh, gl);
+  V8 b = hn::Combine(d, bh, bl);
+  if (blueFirst) {
+    std::swap(r, b);
+  }
+  if constexpr (PixelBytes == 3) {
+    hn::StoreInterleaved3(r, g, b, d, out);
+  } else {
+    hn::StoreInterleaved4(r, g, b, hn::Set(d, 255), d, out);
+  }
 }
 
 template <size_t PixelBytes>
@@ -82,15 +141,14 @@ void YCbCrToRgbRows(const SmYCbCrSource& s, SmChromaLayout chroma, uint8_t* dst,
                     bool blueFirst, size_t width, size_t height, const SmToRgbVectors& k) {
   const D8 d;
   const size_t n = hn::Lanes(d);
-  const V8 opaque = hn::Set(d, 255);
-  for (size_t y = 0; y < height; ++y) {
-    const size_t cy = chroma == Chroma420 ? y / 2 : y;
-    const uint8_t* luma = s.y + y * s.yStride;
+  // 4:2:0 takes two rows per chroma row, so the colour terms are computed once for both.
+  const size_t rowsPerChromaRow = chroma == Chroma420 ? 2 : 1;
+  for (size_t y = 0; y < height; y += rowsPerChromaRow) {
+    const size_t rows = std::min(rowsPerChromaRow, height - y);
+    const size_t cy = y / rowsPerChromaRow;
     const uint8_t* cbRow = s.cb + cy * s.cbStride;
     const uint8_t* crRow = s.cr + cy * s.crStride;
-    uint8_t* out = dst + y * dstStride;
     for (size_t x = 0; x + n <= width; x += n) {
-      const V8 yv = hn::LoadU(d, luma + x);
       V8 cbv, crv;
       if (chroma == Chroma444) {
         cbv = hn::LoadU(d, cbRow + x);
@@ -99,19 +157,11 @@ void YCbCrToRgbRows(const SmYCbCrSource& s, SmChromaLayout chroma, uint8_t* dst,
         cbv = LoadDoubled(cbRow + x / 2);
         crv = LoadDoubled(crRow + x / 2);
       }
-      hn::Vec<DH8> rl, gl, bl, rh, gh, bh;
-      ToRgbHalf(k, LowerWide(yv), LowerWide(cbv), LowerWide(crv), rl, gl, bl);
-      ToRgbHalf(k, UpperWide(yv), UpperWide(cbv), UpperWide(crv), rh, gh, bh);
-      V8 r = hn::Combine(d, rh, rl);
-      const V8 g = hn::Combine(d, gh, gl);
-      V8 b = hn::Combine(d, bh, bl);
-      if (blueFirst) {
-        std::swap(r, b);
-      }
-      if constexpr (PixelBytes == 3) {
-        hn::StoreInterleaved3(r, g, b, d, out + 3 * x);
-      } else {
-        hn::StoreInterleaved4(r, g, b, opaque, d, out + 4 * x);
+      const SmChromaTerms lower = GetChromaTerms(k, LowerWide(cbv), LowerWide(crv));
+      const SmChromaTerms upper = GetChromaTerms(k, UpperWide(cbv), UpperWide(crv));
+      for (size_t r = 0; r < rows; ++r) {
+        StorePixels<PixelBytes>(k, lower, upper, s.y + (y + r) * s.yStride + x,
+                                dst + (y + r) * dstStride + PixelBytes * x, blueFirst);
       }
     }
   }
@@ -131,9 +181,9 @@ struct SmFromRgbVectors {
 };
 
 HWY_INLINE hn::Vec<DH8> FromRgbHalf(const SmFromRgbVectors& k, int c, V16 r, V16 g, V16 b) {
-  return ToSamples(
-      hn::Add(hn::Add(Apply(r, k.k[c][0]), Apply(g, k.k[c][1])),
-              hn::Add(Apply(b, k.k[c][2]), k.offset[c])));
+  return ToSamples(hn::Add(
+      hn::Add(hn::MulFixedPoint15(r, k.k[c][0].fraction), hn::MulFixedPoint15(g, k.k[c][1].fraction)),
+      hn::Add(hn::MulFixedPoint15(b, k.k[c][2].fraction), k.offset[c])));
 }
 
 HWY_INLINE void LoadRgb(const uint8_t* p, size_t pixelBytes, bool blueFirst, V8& r, V8& g,
