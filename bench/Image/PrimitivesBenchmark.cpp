@@ -276,8 +276,12 @@ void RegisterAll() {
 class CmRatioReporter : public benchmark::ConsoleReporter {
 public:
   void ReportRuns(const std::vector<Run>& runs) override {
+    // With repetitions the median stands for the kernel; it comes after the
+    // single runs and replaces them.
     for (const Run& run : runs) {
-      m_Times[run.benchmark_name()] = run.GetAdjustedCPUTime();
+      if (run.run_type == Run::RT_Iteration || run.aggregate_name == "median") {
+        m_Times[run.run_name.str()] = run.GetAdjustedCPUTime();
+      }
     }
     ConsoleReporter::ReportRuns(runs);
   }
