@@ -24,10 +24,26 @@ std::string UsageMessage(const std::vector<std::string>& arguments) {
 }
 
 TEST(VzkCommandLine, RunTakesEveryOptionInEitherForm) {
-  const SmRunOptions options = ParseRunLine(
-      {"run", "--mode", "playback", "--from=-40", "--count", "7", "--duration", "2.5", "--out",
-       "pictures", "--format=y4m", "--request", "Sequence_Number,Has_Motion", "Privacy_Mask",
-       "tree.xml", "--contact-sheet", "sheet.png", "--plugin", "/x/p.so", "--quiet"});
+  const SmRunOptions options = ParseRunLine({"run",
+                                             "--mode",
+                                             "playback",
+                                             "--from=-40",
+                                             "--count",
+                                             "7",
+                                             "--duration",
+                                             "2.5",
+                                             "--out",
+                                             "pictures",
+                                             "--format=y4m",
+                                             "--request",
+                                             "Sequence_Number,Has_Motion",
+                                             "Privacy_Mask",
+                                             "tree.xml",
+                                             "--contact-sheet",
+                                             "sheet.png",
+                                             "--plugin",
+                                             "/x/p.so",
+                                             "--quiet"});
   EXPECT_EQ(options.configuration, "tree.xml");
   EXPECT_EQ(options.mode, SmRunMode::Playback);
   EXPECT_EQ(options.from, -40);
@@ -60,47 +76,61 @@ TEST(VzkCommandLine, BadValuesAndMissingArgumentsAreSentences) {
   const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
       {{}, "vzk needs a command: run, import, info or help; see vzk --help."},
       {{"play"}, "There is no command 'play'; the commands are run, import, info and help."},
-      {{"--count", "3"}, "The option --count needs a command before it: vzk run, vzk import or "
-                         "vzk info."},
+      {{"--count", "3"},
+       "The option --count needs a command before it: vzk run, vzk import or "
+       "vzk info."},
       {{"run"}, "vzk run needs a configuration file: vzk run CONFIG.xml [options]."},
-      {{"run", "a.xml", "b.xml"}, "vzk run takes one configuration file, but 'b.xml' follows "
-                                  "'a.xml'."},
+      {{"run", "a.xml", "b.xml"},
+       "vzk run takes one configuration file, but 'b.xml' follows "
+       "'a.xml'."},
       {{"run", "a.xml", "--count"}, "The option --count needs a value."},
       {{"run", "a.xml", "--count", "--out", "d"}, "The option --count needs a value."},
-      {{"run", "a.xml", "--count", "0"}, "The value '0' of --count is not a whole number of 1 or "
-                                         "more."},
-      {{"run", "a.xml", "--count", "-3"}, "The value '-3' of --count is not a whole number of 1 "
-                                          "or more."},
-      {{"run", "a.xml", "--count", "2x"}, "The value '2x' of --count is not a whole number of 1 "
-                                          "or more."},
+      {{"run", "a.xml", "--count", "0"},
+       "The value '0' of --count is not a whole number of 1 or "
+       "more."},
+      {{"run", "a.xml", "--count", "-3"},
+       "The value '-3' of --count is not a whole number of 1 "
+       "or more."},
+      {{"run", "a.xml", "--count", "2x"},
+       "The value '2x' of --count is not a whole number of 1 "
+       "or more."},
       {{"run", "a.xml", "--count", "99999999999999999999999"},
        "The value '99999999999999999999999' of --count is not a whole number of 1 or more."},
       {{"run", "a.xml", "--count", "1", "--count", "2"}, "The option --count is given twice."},
-      {{"run", "a.xml", "--duration", "0"}, "The value '0' of --duration is not a number of "
-                                            "seconds above 0."},
-      {{"run", "a.xml", "--duration", "nan"}, "The value 'nan' of --duration is not a number of "
-                                              "seconds above 0."},
-      {{"run", "a.xml", "--duration="}, "The value '' of --duration is not a number of seconds "
-                                        "above 0."},
-      {{"run", "a.xml", "--from", "1.5"}, "The value '1.5' of --from is not a whole number of "
-                                          "milliseconds since 1970-01-01 UTC."},
-      {{"run", "a.xml", "--mode", "replay"}, "The value 'replay' of --mode is neither playback "
-                                             "nor live."},
+      {{"run", "a.xml", "--duration", "0"},
+       "The value '0' of --duration is not a number of "
+       "seconds above 0."},
+      {{"run", "a.xml", "--duration", "nan"},
+       "The value 'nan' of --duration is not a number of "
+       "seconds above 0."},
+      {{"run", "a.xml", "--duration="},
+       "The value '' of --duration is not a number of seconds "
+       "above 0."},
+      {{"run", "a.xml", "--from", "1.5"},
+       "The value '1.5' of --from is not a whole number of "
+       "milliseconds since 1970-01-01 UTC."},
+      {{"run", "a.xml", "--mode", "replay"},
+       "The value 'replay' of --mode is neither playback "
+       "nor live."},
       {{"run", "a.xml", "--mode", "live", "--from", "0"},
        "The option --from works in playback only: a live stream starts now."},
       {{"run", "a.xml", "--format", "gif", "--out", "d"},
        "The value 'gif' of --format is not one of png, jpg, y4m."},
-      {{"run", "a.xml", "--format", "png"}, "The option --format needs --out: without an output "
-                                            "directory nothing is written."},
+      {{"run", "a.xml", "--format", "png"},
+       "The option --format needs --out: without an output "
+       "directory nothing is written."},
       {{"run", "a.xml", "--out="}, "The option --out needs a directory name, not an empty text."},
       {{"run", "a.xml", "--request"}, "The option --request needs a value."},
-      {{"run", "a.xml", "--request", ","}, "The option --request needs at least one property "
-                                           "name."},
+      {{"run", "a.xml", "--request", ","},
+       "The option --request needs at least one property "
+       "name."},
       {{"run", "a.xml", "--loop"}, "Unknown option --loop for vzk run; see vzk help run."},
-      {{"import", "a.mp4"}, "vzk import needs a media file or stream and an output recording: "
-                            "vzk import MEDIA OUT.gbd."},
-      {{"import", "a.mp4", "b.gbd", "--from", "3"}, "Unknown option --from for vzk import; see "
-                                                    "vzk help import."},
+      {{"import", "a.mp4"},
+       "vzk import needs a media file or stream and an output recording: "
+       "vzk import MEDIA OUT.gbd."},
+      {{"import", "a.mp4", "b.gbd", "--from", "3"},
+       "Unknown option --from for vzk import; see "
+       "vzk help import."},
       {{"info"}, "vzk info needs exactly one recording: vzk info FILE.gbd."},
       {{"info", "a.gbd", "--all"}, "Unknown option --all for vzk info; see vzk help info."},
       {{"help", "play"}, "There is no command 'play'; the commands are run, import and info."},
@@ -129,10 +159,9 @@ TEST(VzkCommandLine, RequestListEndsAtTheConfigurationFile) {
 TEST(VzkCommandLine, HelpExplainsEveryOptionAndCommand) {
   const auto result = RunVzk({"--help"});
   EXPECT_EQ(result.status, 0);
-  for (const char* word :
-       {"vzk run", "vzk import", "vzk info", "--mode", "--from", "--count", "--duration", "--out",
-        "--format", "--request", "--contact-sheet", "--plugin", "--quiet", "--records",
-        "Exit status"}) {
+  for (const char* word : {"vzk run", "vzk import", "vzk info", "--mode", "--from", "--count",
+                           "--duration", "--out", "--format", "--request", "--contact-sheet",
+                           "--plugin", "--quiet", "--records", "Exit status"}) {
     EXPECT_NE(result.out.find(word), std::string::npos) << word;
   }
   // Help wins over any other fault on the line.

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+
 #include "Commands.h"
 #include "VzkTestSupport.h"
 #include "support/GenericByteDataBuilder.h"
@@ -22,8 +24,7 @@ TEST(VzkImport, ARecordingImportsAsAnEqualRecording) {
     const auto record = NmTestSupport::BuildVideoPacket(fields);
     all.insert(all.end(), record.begin(), record.end());
   }
-  const std::vector<std::vector<uint8_t>> frames =
-      MakeRawJPEGRecording(scratch.Path("raw.gbd"), 2);
+  const std::vector<std::vector<uint8_t>> frames = MakeRawJPEGRecording(scratch.Path("raw.gbd"), 2);
   for (const auto& frame : frames) {
     all.insert(all.end(), frame.begin(), frame.end());
   }
@@ -32,8 +33,7 @@ TEST(VzkImport, ARecordingImportsAsAnEqualRecording) {
   const SmResult copied = RunVzk({"import", source, scratch.Path("copy.gbd")});
   ASSERT_EQ(copied.status, 0) << copied.err;
   EXPECT_EQ(ReadBytes(scratch.Path("copy.gbd")), all);
-  EXPECT_EQ(copied.out.rfind("Imported 8 records (" + std::to_string(all.size()) + " bytes", 0),
-            0u)
+  EXPECT_EQ(copied.out.rfind("Imported 8 records (" + std::to_string(all.size()) + " bytes", 0), 0u)
       << copied.out;
   EXPECT_FALSE(Exists(scratch.Path("copy.gbd.part")));
 
@@ -68,8 +68,8 @@ TEST(VzkImport, FailuresSayWhatIsWrongAndLeaveNoRecording) {
   WriteBytes(source, NmTestSupport::BuildRawJPEG(20));
   const SmResult same = RunVzk({"import", source, source});
   EXPECT_EQ(same.status, 1);
-  EXPECT_EQ(same.err, "vzk: The output " + source +
-                          " is the recording being read; name another file.\n");
+  EXPECT_EQ(same.err,
+            "vzk: The output " + source + " is the recording being read; name another file.\n");
 
   WriteText(scratch.Path("junk.gbd"), "no records in here");
   const SmResult junk = RunVzk({"import", scratch.Path("junk.gbd"), scratch.Path("out.gbd")});
@@ -81,16 +81,68 @@ TEST(VzkImport, FailuresSayWhatIsWrongAndLeaveNoRecording) {
   WriteText(scratch.Path("empty.gbd"), "");
   const SmResult empty = RunVzk({"import", scratch.Path("empty.gbd"), scratch.Path("out.gbd")});
   EXPECT_EQ(empty.status, 1);
-  EXPECT_EQ(empty.err, "vzk: " + scratch.Path("empty.gbd") +
-                           " delivered no records, so " + scratch.Path("out.gbd") +
-                           " was not written.\n");
+  EXPECT_EQ(empty.err, "vzk: " + scratch.Path("empty.gbd") + " delivered no records, so " +
+                           scratch.Path("out.gbd") + " was not written.\n");
   EXPECT_FALSE(Exists(scratch.Path("out.gbd.part")));
 
   // Names with XML's special characters reach the plug-in intact.
-  EXPECT_NE(NmVzkTool::ImportConfiguration("a&b<'\".mp4").find("url=\"a&amp;b&lt;&apos;&quot;.mp4\""),
-            std::string::npos);
+  EXPECT_NE(
+      NmVzkTool::ImportConfiguration("a&b<'\".mp4").find("url=\"a&amp;b&lt;&apos;&quot;.mp4\""),
+      std::string::npos);
   EXPECT_NE(NmVzkTool::ImportConfiguration("x.gbd").find("<provider>recording</provider>"),
             std::string::npos);
+}
+
+} // namespace
+
+namespace {
+
+std::vector<uint8_t> Ffmpeg(const std::string& arguments, const std::string& output) {
+  const std::string command = "ffmpeg -nostdin -v error -y " + arguments + " '" + output + "'";
+  EXPECT_EQ(std::system(command.c_str()), 0) << command;
+  return ReadBytes(output);
+}
+
+// Media files through the media plug-in: the JPEG pictures of a clip come out
+// as they were stored, and PCM audio comes out as the same samples.
+TEST(VzkImport, MediaFilesThroughTheMediaPlugin) {
+  ASSERT_TRUE(Exists(BinaryDirectory() + "/ToolkitSourcePlugin_media.so"));
+  CmScratch scratch;
+  const std::string clip = scratch.Path("clip.mkv");
+  Ffmpeg("-f lavfi -i testsrc=size=64x48:rate=25 -frames:v 6 -c:v mjpeg -q:v 5", clip);
+  const std::string recording = scratch.Path("clip.gbd");
+  const SmResult imported = RunVzk({"import", clip, recording});
+  ASSERT_EQ(imported.status, 0) << imported.err;
+  EXPECT_EQ(imported.out.rfind("Imported 6 records (", 0), 0u) << imported.out;
+  const SmResult info = RunVzk({"info", recording});
+  EXPECT_NE(info.out.find("  kinds:      6 video packets\n  codecs:     6 JPEG\n  pictures:   6 "
+                          "64x48\n"),
+            std::string::npos)
+      << info.out;
+  EXPECT_NE(info.out.find("  sequences:  1\n"), std::string::npos);
+
+  // The pictures as ffmpeg stores them, one JPEG after another.
+  const std::vector<uint8_t> stream =
+      Ffmpeg("-i '" + clip + "' -c:v copy -f mjpeg", scratch.Path("frames.mjpeg"));
+  WriteText(scratch.Path("run.xml"), RecordingTree(recording));
+  const SmResult run = RunVzk({"run", scratch.Path("run.xml"), "--out", scratch.Path("out")});
+  ASSERT_EQ(run.status, 0) << run.err;
+  std::vector<uint8_t> written;
+  for (int i = 1; i <= 6; ++i) {
+    const auto file = ReadBytes(scratch.Path("out/jpeg-00000" + std::to_string(i) + ".jpg"));
+    written.insert(written.end(), file.begin(), file.end());
+  }
+  EXPECT_EQ(written, stream);
+
+  const std::string sound = scratch.Path("sound.wav");
+  Ffmpeg("-f lavfi -i sine=frequency=440:sample_rate=8000 -t 0.5 -c:a pcm_s16le", sound);
+  const std::vector<uint8_t> samples = Ffmpeg("-i '" + sound + "' -f s16le", scratch.Path("a.raw"));
+  WriteText(scratch.Path("sound.xml"), TreeOver("media", "<media url='" + sound + "'/>"));
+  const SmResult audio = RunVzk({"run", scratch.Path("sound.xml"), "--out", scratch.Path("wav")});
+  ASSERT_EQ(audio.status, 0) << audio.err;
+  const std::vector<uint8_t> wav = ReadBytes(scratch.Path("wav/audio.wav"));
+  ASSERT_GT(wav.size(), 44u);
+  EXPECT_EQ(std::vector<uint8_t>(wav.begin() + 44, wav.end()), samples);
 }
 
 } // namespace

@@ -72,9 +72,10 @@ TEST(VzkInfo, SummaryPerRecordAndSequences) {
   const SmResult records = RunVzk({"info", "--records", path});
   ASSERT_EQ(records.status, 0);
   EXPECT_NE(records.out.find("  record      offset     bytes  kind"), std::string::npos);
-  const std::string first = "       1           0       " + std::to_string(32 + 100) +
-                            "  video packet  H.264         2023-11-14 22:13:20.000 UTC yes   0       -          "
-                            "continuous\n";
+  const std::string first =
+      "       1           0       " + std::to_string(32 + 100) +
+      "  video packet  H.264         2023-11-14 22:13:20.000 UTC yes   0       -          "
+      "continuous\n";
   EXPECT_NE(records.out.find(first), std::string::npos) << records.out;
   EXPECT_NE(records.out.find("block         JPEG"), std::string::npos);
   EXPECT_NE(records.out.find("H.264         2023-11-14 22:13:20.100 UTC yes   9       -          "
@@ -156,10 +157,9 @@ TEST(VzkInfo, RecordFactsNeverTrustTheBytes) {
   const CmBytes truncatedFrameHeader = {0xFF, 0xD8, 0xFF, 0xC0, 0x00, 0x11, 0x08, 0x00};
   EXPECT_FALSE(NmVzkTool::ReadJPEGSize(truncatedFrameHeader.data(), truncatedFrameHeader.size(),
                                        width, height));
-  const CmBytes frameHeader = {0xFF, 0xD8, 0xFF, 0xE0, 0x00, 0x02, 0xFF, 0xC2, 0x00,
-                               0x11, 0x08, 0x01, 0x02, 0x03, 0x04, 0x03};
-  ASSERT_TRUE(
-      NmVzkTool::ReadJPEGSize(frameHeader.data(), frameHeader.size(), width, height));
+  const CmBytes frameHeader = {0xFF, 0xD8, 0xFF, 0xE0, 0x00, 0x02, 0xFF, 0xC2,
+                               0x00, 0x11, 0x08, 0x01, 0x02, 0x03, 0x04, 0x03};
+  ASSERT_TRUE(NmVzkTool::ReadJPEGSize(frameHeader.data(), frameHeader.size(), width, height));
   EXPECT_EQ(std::make_pair(width, height), std::make_pair(0x0304u, 0x0102u));
   EXPECT_EQ(NmVzkTool::FormatUtc(-1), "1969-12-31 23:59:59.999 UTC");
 }

@@ -93,8 +93,10 @@ TEST_F(VzkRun, LiveReplayAndALiveFileThatGrows) {
   const std::string replay = m_Scratch.Path("replay.xml");
   WriteText(replay, "<toolkit type='source'><provider>vzk</provider><config><synthetic_live>"
                     "<toolkit type='source'><provider>recording</provider><config><recording "
-                    "file='" + m_Recording + "'/></config></toolkit></synthetic_live></config>"
-                    "</toolkit>");
+                    "file='" +
+                        m_Recording +
+                        "'/></config></toolkit></synthetic_live></config>"
+                        "</toolkit>");
   const SmResult replayed =
       RunVzk({"run", replay, "--mode", "live", "--count", "3", "--out", m_Scratch.Path("live")});
   ASSERT_EQ(replayed.status, 0) << replayed.err;
@@ -152,8 +154,7 @@ TEST_F(VzkRun, FailuresExitNonZeroWithTheToolkitsMessage) {
   EXPECT_EQ(unknownElement.status, 1);
   EXPECT_NE(unknownElement.err.find("Could not parse toolkit configuration xml!"),
             std::string::npos);
-  EXPECT_NE(unknownElement.err.find("is well-formed, so the tree in it is not"),
-            std::string::npos);
+  EXPECT_NE(unknownElement.err.find("is well-formed, so the tree in it is not"), std::string::npos);
 
   const std::string gone = m_Scratch.Path("gone.xml");
   WriteText(gone, RecordingTree(m_Scratch.Path("gone.gbd")));

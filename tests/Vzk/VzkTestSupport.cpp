@@ -88,7 +88,8 @@ std::string ReadText(const std::string& path) {
 
 void WriteBytes(const std::string& path, const std::vector<uint8_t>& bytes, bool append) {
   std::ofstream file(path, std::ios::binary | (append ? std::ios::app : std::ios::trunc));
-  file.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+  file.write(reinterpret_cast<const char*>(bytes.data()),
+             static_cast<std::streamsize>(bytes.size()));
 }
 
 void WriteText(const std::string& path, const std::string& text) {
@@ -128,10 +129,10 @@ std::string RecordingTree(const std::string& file) {
 
 std::vector<std::vector<uint8_t>> MakeRawJPEGRecording(const std::string& path, int count,
                                                        int width, int height) {
-  const std::string command = "ffmpeg -nostdin -v error -y -f lavfi -i testsrc=size=" +
-                              std::to_string(width) + "x" + std::to_string(height) +
-                              ":rate=25 -frames:v " + std::to_string(count) +
-                              " -q:v 5 -f mjpeg '" + path + "'";
+  const std::string command =
+      "ffmpeg -nostdin -v error -y -f lavfi -i testsrc=size=" + std::to_string(width) + "x" +
+      std::to_string(height) + ":rate=25 -frames:v " + std::to_string(count) +
+      " -q:v 5 -f mjpeg '" + path + "'";
   if (std::system(command.c_str()) != 0) {
     throw std::runtime_error("ffmpeg could not make " + path);
   }

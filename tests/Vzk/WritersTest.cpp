@@ -4,8 +4,8 @@
 #include <gtest/gtest.h>
 #include <png.h>
 
-#include "PicturePattern.h"
 #include "PictureConversion.h"
+#include "PicturePattern.h"
 #include "VzkTestSupport.h"
 #include "Y4mWriter.h"
 #include "support/GenericByteDataBuilder.h"
@@ -85,9 +85,8 @@ protected:
 };
 
 TEST_F(VzkWriters, PngHoldsExactlyThePixelsDelivered) {
-  const std::vector<SmPicture> pictures = {{0, 5, 3},  {1, 4, 3}, {2, 3, 2}, {3, 3, 3},
-                                           {4, 2, 5},  {8, 3, 2}, {9, 4, 1}, {5, 7, 5},
-                                           {6, 5, 3},  {7, 2, 2}};
+  const std::vector<SmPicture> pictures = {{0, 5, 3}, {1, 4, 3}, {2, 3, 2}, {3, 3, 3}, {4, 2, 5},
+                                           {8, 3, 2}, {9, 4, 1}, {5, 7, 5}, {6, 5, 3}, {7, 2, 2}};
   const SmResult result = Run(PictureTree(pictures), {"--out", m_Scratch.Path("png")});
   ASSERT_EQ(result.status, 0) << result.err;
   EXPECT_EQ(result.out.rfind("10 items in", 0), 0u);
@@ -147,11 +146,11 @@ TEST_F(VzkWriters, PngHoldsExactlyThePixelsDelivered) {
 
 TEST_F(VzkWriters, Y4mKeepsPlanesAndStartsANewStreamForEachNewForm) {
   const std::vector<SmPicture> pictures = {
-      {5, 7, 5, 1000, 1}, {5, 7, 5, 1040, 2},                     // out.y4m, 25 a second
-      {5, 8, 4, 1080, 3},                                          // new size: out-2.y4m
-      {0, 8, 4, 1120, 4},  {0, 8, 4, 1153, 5},                     // gray: out-3.y4m
-      {6, 4, 2, 1200, 6, 1, "1.5"},                                // 4:2:2, interlaced: out-4
-      {7, 3, 4, 1300, 7, 3},                                       // fields one after the other
+      {5, 7, 5, 1000, 1},           {5, 7, 5, 1040, 2}, // out.y4m, 25 a second
+      {5, 8, 4, 1080, 3},                               // new size: out-2.y4m
+      {0, 8, 4, 1120, 4},           {0, 8, 4, 1153, 5}, // gray: out-3.y4m
+      {6, 4, 2, 1200, 6, 1, "1.5"},                     // 4:2:2, interlaced: out-4
+      {7, 3, 4, 1300, 7, 3},                            // fields one after the other
   };
   const SmResult result =
       Run(PictureTree(pictures), {"--out", m_Scratch.Path("y4m"), "--format", "y4m"});
@@ -182,8 +181,8 @@ TEST_F(VzkWriters, Y4mKeepsPlanesAndStartsANewStreamForEachNewForm) {
   const std::string rows = woven.substr(header.size(), 12);
   for (uint32_t row = 0; row < 4; ++row) {
     const uint32_t stored = row % 2 == 0 ? row / 2 : 2 + row / 2;
-    EXPECT_EQ(rows.substr(row * 3, 3), std::string(luma.begin() + stored * 3,
-                                                   luma.begin() + stored * 3 + 3))
+    EXPECT_EQ(rows.substr(row * 3, 3),
+              std::string(luma.begin() + stored * 3, luma.begin() + stored * 3 + 3))
         << row;
   }
   EXPECT_FALSE(Exists(m_Scratch.Path("y4m/out-6.y4m")));
@@ -191,8 +190,8 @@ TEST_F(VzkWriters, Y4mKeepsPlanesAndStartsANewStreamForEachNewForm) {
 
 TEST_F(VzkWriters, PicturesThatCannotBeWrittenAreErrorsInWords) {
   // JPEG pictures need the toolkit's JPEG encoder, which this build lacks.
-  const SmResult jpeg = Run(PictureTree({{5, 8, 8}}), {"--out", m_Scratch.Path("j"), "--format",
-                                                       "jpg"});
+  const SmResult jpeg =
+      Run(PictureTree({{5, 8, 8}}), {"--out", m_Scratch.Path("j"), "--format", "jpg"});
   EXPECT_EQ(jpeg.status, 1);
   EXPECT_NE(jpeg.err.find("vzk: Pictures cannot be written as JPEG: this build of vzk has no "
                           "JPEG encoder yet."),
@@ -315,8 +314,8 @@ TEST_F(VzkWriters, ContactSheetShowsPicturesAndSaysWhatItLeftOut) {
   // Encoded video cannot be shown without a decoder in the tree.
   NmTestSupport::SmVideoPacketFields h264;
   WriteBytes(m_Scratch.Path("h264.gbd"), NmTestSupport::BuildVideoPacket(h264));
-  const SmResult none =
-      Run(RecordingTree(m_Scratch.Path("h264.gbd")), {"--contact-sheet", m_Scratch.Path("none.png")});
+  const SmResult none = Run(RecordingTree(m_Scratch.Path("h264.gbd")),
+                            {"--contact-sheet", m_Scratch.Path("none.png")});
   EXPECT_EQ(none.status, 1);
   EXPECT_NE(none.err.find("vzk: No contact sheet was written: the tree delivered no pictures, "
                           "only 1 H.264 record, which vzk cannot show; a \"video_decoder\" "

@@ -202,4 +202,6 @@ VZK_PLUGIN_EXPORT ImToolkit* CreateInstance(const char* xml) {
   }
 }
 
-VZK_PLUGIN_EXPORT void DeleteInstance(ImToolkit* toolkit) { delete toolkit; }
+VZK_PLUGIN_EXPORT void DeleteInstance(ImToolkit* toolkit) {
+  delete toolkit;
+}

@@ -9,7 +9,8 @@
 namespace NmVzkTool {
 namespace {
 
-const char* const GeneralHelp = R"(vzk: runs toolkit trees of the vzk plug-in and handles recordings.
+const char* const GeneralHelp =
+    R"(vzk: runs toolkit trees of the vzk plug-in and handles recordings.
 
 Usage:
   vzk run CONFIG.xml [options]     build the tree of CONFIG.xml and pull its items
@@ -154,16 +155,15 @@ int64_t ParseMilliseconds(const std::string& option, const std::string& text) {
 double ParseSeconds(const std::string& option, const std::string& text) {
   char* end = nullptr;
   const double value = text.empty() ? 0 : std::strtod(text.c_str(), &end);
-  if (text.empty() || end != text.c_str() + text.size() || !std::isfinite(value) ||
-      value <= 0 || value > 1e9) {
+  if (text.empty() || end != text.c_str() + text.size() || !std::isfinite(value) || value <= 0 ||
+      value > 1e9) {
     throw CmUsageError("The value '" + text + "' of " + option +
                        " is not a number of seconds above 0.");
   }
   return value;
 }
 
-template <typename T>
-void SetOnce(std::optional<T>& target, T value, const std::string& option) {
+template <typename T> void SetOnce(std::optional<T>& target, T value, const std::string& option) {
   if (target) {
     throw CmUsageError("The option " + option + " is given twice.");
   }
@@ -369,7 +369,9 @@ bool AsksForHelp(const std::vector<std::string>& arguments) {
 
 } // namespace
 
-std::string HelpText() { return std::string(GeneralHelp) + RunHelp + ImportHelp + InfoHelp; }
+std::string HelpText() {
+  return std::string(GeneralHelp) + RunHelp + ImportHelp + InfoHelp;
+}
 
 std::string HelpText(const std::string& topic) {
   if (topic == "run") {

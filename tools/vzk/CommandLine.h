@@ -22,9 +22,9 @@ enum class SmPictureFormat { Png, Jpeg, Y4m };
 struct SmRunOptions {
   std::string configuration;
   SmRunMode mode = SmRunMode::Playback;
-  std::optional<int64_t> from;       // milliseconds since 1970, playback only
-  std::optional<uint64_t> count;     // items to pull at most
-  std::optional<double> duration;    // seconds: of media time in playback, of wall time in live
+  std::optional<int64_t> from;    // milliseconds since 1970, playback only
+  std::optional<uint64_t> count;  // items to pull at most
+  std::optional<double> duration; // seconds: of media time in playback, of wall time in live
   std::optional<std::string> outputDirectory;
   SmPictureFormat format = SmPictureFormat::Png;
   std::vector<std::string> requested; // property names asked for at Connect

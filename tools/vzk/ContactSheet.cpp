@@ -65,7 +65,9 @@ void ReleaseFontCaches() {
 
 } // namespace
 
-bool CmContactSheet::TakeNext() { return m_Seen++ % m_Step == 0; }
+bool CmContactSheet::TakeNext() {
+  return m_Seen++ % m_Step == 0;
+}
 
 void CmContactSheet::AddPicture(const ImImage& image, uint64_t index, int64_t time) {
   if (TakeNext()) {
@@ -101,8 +103,8 @@ void CmContactSheet::AddJPEG(const uint8_t* data, uint64_t size, uint64_t index,
   rgb.channels = 3;
   rgb.pixels.assign(uint64_t{rgb.width} * rgb.height * 3, 0);
   const JStatus status =
-      decoder.SetDestination(rgb.pixels.data(), rgb.width * 3, rgb.width, rgb.height, 3,
-                             JColorRGB, sampling, precision, scale);
+      decoder.SetDestination(rgb.pixels.data(), rgb.width * 3, rgb.width, rgb.height, 3, JColorRGB,
+                             sampling, precision, scale);
   // A stream that ends early still shows the rows it had.
   const JStatus decoded = status == JStatusOk ? decoder.ReadData() : status;
   if (decoded != JStatusOk && decoded != JStatusEndOfData) {
@@ -117,8 +119,8 @@ void CmContactSheet::Add(const SmPackedPicture& rgb, double pixelAspect, uint64_
   // Fit the box, keeping the shape, with the pixel aspect ratio applied.
   const double aspect = pixelAspect > 0.01 && pixelAspect < 100 ? pixelAspect : 1.0;
   const double shownWidth = rgb.width * aspect;
-  const double scale = std::min({1.0, ThumbnailWidth / shownWidth,
-                                 static_cast<double>(ThumbnailHeight) / rgb.height});
+  const double scale = std::min(
+      {1.0, ThumbnailWidth / shownWidth, static_cast<double>(ThumbnailHeight) / rgb.height});
   const uint32_t width =
       std::max<uint32_t>(1, static_cast<uint32_t>(std::lround(shownWidth * scale)));
   const uint32_t height =
@@ -214,14 +216,15 @@ void CmContactSheet::Draw(const std::string& path) const {
     cairo_paint(cr);
     cairo_set_source_rgb(cr, 0.9, 0.9, 0.9);
     cairo_move_to(cr, left, top + ThumbnailHeight + 12);
-    const std::string label = "#" + std::to_string(thumbnail.index) + "  " + ClockTime(thumbnail.time);
+    const std::string label =
+        "#" + std::to_string(thumbnail.index) + "  " + ClockTime(thumbnail.time);
     cairo_show_text(cr, label.c_str());
   }
   cairo_surface_flush(sheet.get());
   const cairo_status_t status = cairo_surface_write_to_png(sheet.get(), path.c_str());
   if (status != CAIRO_STATUS_SUCCESS) {
-    throw CmRunError("The contact sheet " + path + " could not be written: " +
-                     cairo_status_to_string(status) + ".");
+    throw CmRunError("The contact sheet " + path +
+                     " could not be written: " + cairo_status_to_string(status) + ".");
   }
 }
 

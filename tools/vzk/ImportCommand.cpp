@@ -221,8 +221,7 @@ int CmImport::Execute() {
   }
   if (m_Records == 0) {
     std::remove(partial.c_str());
-    throw CmRunError(m_Options.media + " delivered no records, so " + output +
-                     " was not written.");
+    throw CmRunError(m_Options.media + " delivered no records, so " + output + " was not written.");
   }
   if (std::rename(partial.c_str(), output.c_str()) != 0) {
     throw CmRunError("The recording " + partial + " could not be renamed to " + output + ": " +
@@ -270,6 +269,5 @@ int ImportMedia(const SmImportOptions& options, std::ostream& out, std::ostream&
     return 1;
   }
 }
-
 
 } // namespace NmVzkTool

@@ -24,8 +24,8 @@ constexpr uint64_t FullWarnings = 10;
 
 std::string Numbered(const char* prefix, uint64_t number, const char* extension) {
   char name[64];
-  std::snprintf(name, sizeof name, "%s-%06llu.%s", prefix,
-                static_cast<unsigned long long>(number), extension);
+  std::snprintf(name, sizeof name, "%s-%06llu.%s", prefix, static_cast<unsigned long long>(number),
+                extension);
   return name;
 }
 
@@ -61,8 +61,8 @@ void MakeDirectories(const std::string& path) {
                          " is a file.");
       }
     } else if (mkdir(part.c_str(), 0777) != 0 && errno != EEXIST) {
-      throw CmRunError("The output directory " + path + " cannot be made: " +
-                       std::strerror(errno) + ".");
+      throw CmRunError("The output directory " + path + " cannot be made: " + std::strerror(errno) +
+                       ".");
     }
     if (slash == std::string::npos) {
       return;

@@ -16,9 +16,9 @@
 namespace NmVzkTool {
 
 struct SmRunCounts {
-  uint64_t items = 0;        // items pulled from the tree
-  uint64_t pictures = 0;     // decoded pictures (image items)
-  uint64_t jpegRecords = 0;  // records that carry one JPEG
+  uint64_t items = 0;       // items pulled from the tree
+  uint64_t pictures = 0;    // decoded pictures (image items)
+  uint64_t jpegRecords = 0; // records that carry one JPEG
   uint64_t audioPackets = 0;
   uint64_t otherRecords = 0; // records of any other kind
   uint64_t otherItems = 0;   // items that are no record at all

@@ -50,14 +50,22 @@ uint32_t SourceRow(uint32_t interlacing, uint32_t row, uint32_t height) {
   return row;
 }
 
-uint8_t Clamp(int value) { return static_cast<uint8_t>(std::clamp(value, 0, 255)); }
+uint8_t Clamp(int value) {
+  return static_cast<uint8_t>(std::clamp(value, 0, 255));
+}
 
 } // namespace
 
 const char* ColorFormatName(uint32_t format) {
-  static const char* const names[] = {"Gray",   "RGB24",           "BGR24",
-                                      "RGB32",  "BGR32",           "YCbCr420_Planar",
-                                      "YCbCr422_Planar", "YCbCr444_Planar", "RGBA",
+  static const char* const names[] = {"Gray",
+                                      "RGB24",
+                                      "BGR24",
+                                      "RGB32",
+                                      "BGR32",
+                                      "YCbCr420_Planar",
+                                      "YCbCr422_Planar",
+                                      "YCbCr444_Planar",
+                                      "RGBA",
                                       "BGRA"};
   return format < 10 ? names[format] : "unknown";
 }
@@ -83,12 +91,11 @@ std::vector<SmPlaneCopy> CopyPlanes(const ImImage& image) {
     }
     if (image.GetPlaneWidth(index) < shape.width || image.GetPlaneHeight(index) < shape.height ||
         stride < rowBytes) {
-      throw CmPictureError(
-          "Plane " + std::to_string(index) + " of the " + std::to_string(width) + "x" +
-          std::to_string(height) + " " + ColorFormatName(format) + " picture is " +
-          std::to_string(image.GetPlaneWidth(index)) + "x" +
-          std::to_string(image.GetPlaneHeight(index)) + " with rows of " +
-          std::to_string(stride) + " bytes, smaller than the picture needs.");
+      throw CmPictureError("Plane " + std::to_string(index) + " of the " + std::to_string(width) +
+                           "x" + std::to_string(height) + " " + ColorFormatName(format) +
+                           " picture is " + std::to_string(image.GetPlaneWidth(index)) + "x" +
+                           std::to_string(image.GetPlaneHeight(index)) + " with rows of " +
+                           std::to_string(stride) + " bytes, smaller than the picture needs.");
     }
     SmPlaneCopy copy{shape.width, shape.height, shape.pixelStride, {}};
     copy.bytes.resize(rowBytes * shape.height);

@@ -34,7 +34,7 @@ const char* ColorFormatName(uint32_t format);
 // One plane copied out of an image: rows tight, top to bottom in picture
 // order (fields stored one after the other are woven back together).
 struct SmPlaneCopy {
-  uint32_t width = 0;       // in pixels
+  uint32_t width = 0; // in pixels
   uint32_t height = 0;
   uint32_t pixelStride = 1; // bytes a pixel
   std::vector<uint8_t> bytes;

@@ -24,13 +24,15 @@ std::string ProgramDirectory() {
   return text.substr(0, text.rfind('/'));
 }
 
-std::string DefaultPluginPath() { return ProgramDirectory() + "/ToolkitSourcePlugin_vzk.so"; }
+std::string DefaultPluginPath() {
+  return ProgramDirectory() + "/ToolkitSourcePlugin_vzk.so";
+}
 
 CmPluginLibrary::CmPluginLibrary(const std::string& path) : m_Path(path) {
   struct stat status {};
   if (stat(path.c_str(), &status) != 0) {
-    throw CmRunError("The toolkit plug-in " + path + " cannot be found: " +
-                     std::strerror(errno) + ".");
+    throw CmRunError("The toolkit plug-in " + path + " cannot be found: " + std::strerror(errno) +
+                     ".");
   }
   // dlopen looks a plain name up in the library path; a path with a slash is
   // taken as it stands, which is what the user means.
@@ -38,8 +40,8 @@ CmPluginLibrary::CmPluginLibrary(const std::string& path) : m_Path(path) {
   m_Handle = dlopen(loadPath.c_str(), RTLD_NOW | RTLD_LOCAL);
   if (m_Handle == nullptr) {
     const char* reason = dlerror();
-    throw CmRunError("The toolkit plug-in " + path + " cannot be loaded: " +
-                     (reason ? reason : "no reason given") + ".");
+    throw CmRunError("The toolkit plug-in " + path +
+                     " cannot be loaded: " + (reason ? reason : "no reason given") + ".");
   }
   m_Create = reinterpret_cast<VzkCreateInstanceFunction>(dlsym(m_Handle, "CreateInstance"));
   m_Delete = reinterpret_cast<VzkDeleteInstanceFunction>(dlsym(m_Handle, "DeleteInstance"));
@@ -50,7 +52,9 @@ CmPluginLibrary::CmPluginLibrary(const std::string& path) : m_Path(path) {
   }
 }
 
-CmPluginLibrary::~CmPluginLibrary() { dlclose(m_Handle); }
+CmPluginLibrary::~CmPluginLibrary() {
+  dlclose(m_Handle);
+}
 
 CmToolkitTree::CmToolkitTree(const CmPluginLibrary& library, const std::string& xml)
     : m_Delete(library.GetDelete()) {
@@ -112,16 +116,14 @@ std::string DescribeToolkitError(const ImToolkitError& error) {
 std::string ReadTextFile(const std::string& path, const std::string& what) {
   struct stat status {};
   if (stat(path.c_str(), &status) != 0) {
-    throw CmRunError("The " + what + " " + path + " cannot be read: " + std::strerror(errno) +
-                     ".");
+    throw CmRunError("The " + what + " " + path + " cannot be read: " + std::strerror(errno) + ".");
   }
   if (S_ISDIR(status.st_mode)) {
     throw CmRunError("The " + what + " " + path + " is a directory, not a file.");
   }
   std::ifstream file(path, std::ios::binary);
   if (!file) {
-    throw CmRunError("The " + what + " " + path + " cannot be read: " + std::strerror(errno) +
-                     ".");
+    throw CmRunError("The " + what + " " + path + " cannot be read: " + std::strerror(errno) + ".");
   }
   std::stringstream text;
   text << file.rdbuf();

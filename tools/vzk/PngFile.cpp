@@ -15,8 +15,8 @@ void WritePng(const std::string& path, const SmPackedPicture& picture) {
                  : picture.channels == 4 ? PNG_FORMAT_RGBA
                                          : PNG_FORMAT_RGB;
   const png_int_32 rowStride = static_cast<png_int_32>(picture.width * picture.channels);
-  if (png_image_write_to_file(&image, path.c_str(), 0, picture.pixels.data(), rowStride,
-                              nullptr) == 0) {
+  if (png_image_write_to_file(&image, path.c_str(), 0, picture.pixels.data(), rowStride, nullptr) ==
+      0) {
     const std::string reason = image.message[0] != 0 ? image.message : "no reason given";
     png_image_free(&image);
     throw CmRunError("The picture " + path + " could not be written: " + reason + ".");

@@ -24,13 +24,14 @@ void CmProgress::Update(const SmRunCounts& counts) {
   m_LastUpdate = now;
   const double seconds = GetElapsedSeconds();
   char line[160];
-  std::snprintf(line, sizeof line,
-                "\r%llu items, %llu pictures, %llu JPEG records, %.1f per second, %llu errors\033[K",
-                static_cast<unsigned long long>(counts.items),
-                static_cast<unsigned long long>(counts.pictures),
-                static_cast<unsigned long long>(counts.jpegRecords),
-                seconds > 0 ? static_cast<double>(counts.items) / seconds : 0.0,
-                static_cast<unsigned long long>(counts.errors));
+  std::snprintf(
+      line, sizeof line,
+      "\r%llu items, %llu pictures, %llu JPEG records, %.1f per second, %llu errors\033[K",
+      static_cast<unsigned long long>(counts.items),
+      static_cast<unsigned long long>(counts.pictures),
+      static_cast<unsigned long long>(counts.jpegRecords),
+      seconds > 0 ? static_cast<double>(counts.items) / seconds : 0.0,
+      static_cast<unsigned long long>(counts.errors));
   m_Terminal << line << std::flush;
   m_Shown = true;
 }

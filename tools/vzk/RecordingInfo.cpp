@@ -27,7 +27,9 @@ using namespace NmMediaProcessing;
 namespace NmVzkTool {
 namespace {
 
-uint16_t Be16(const uint8_t* p) { return static_cast<uint16_t>(p[0] << 8 | p[1]); }
+uint16_t Be16(const uint8_t* p) {
+  return static_cast<uint16_t>(p[0] << 8 | p[1]);
+}
 
 void ReadVideoPacket(uint8_t* data, uint64_t size, SmRecordFacts& facts) {
   const CmGenericVideoStreamDataPacket packet(data, size);
@@ -343,7 +345,8 @@ void PrintRecordingInfo(const SmInfoOptions& options, std::ostream& out) {
   SmAnalysers analysers;
 
   if (options.perRecord && !entries.empty()) {
-    out << "  record      offset     bytes  kind          codec         time                        "
+    out << "  record      offset     bytes  kind          codec         time                       "
+           " "
            "sync  number  picture    analysis\n";
   }
   std::vector<uint8_t> bytes;
@@ -367,8 +370,8 @@ void PrintRecordingInfo(const SmInfoOptions& options, std::ostream& out) {
     }
     if (facts.isAudio) {
       ++audioForms[facts.codecName + ", " + std::to_string(facts.samplingFrequency) + " Hz, " +
-                   Plural(facts.channels, "channel") + ", " +
-                   std::to_string(facts.bitsPerSample) + " bits"];
+                   Plural(facts.channels, "channel") + ", " + std::to_string(facts.bitsPerSample) +
+                   " bits"];
     }
     if (facts.isVideo) {
       ++videoRecords;
@@ -400,14 +403,13 @@ void PrintRecordingInfo(const SmInfoOptions& options, std::ostream& out) {
       const std::string number =
           facts.hasSequenceNumber ? std::to_string(facts.sequenceNumber) : "-";
       const std::string picture =
-          facts.width != 0 ? std::to_string(facts.width) + "x" + std::to_string(facts.height)
-                           : "-";
-      std::snprintf(line, sizeof line, "  %6zu %11llu %9llu  %-13s %-13s %-27s %-5s %-7s %-10s %s\n",
-                    i + 1, static_cast<unsigned long long>(entry.offset),
-                    static_cast<unsigned long long>(entry.length), facts.kind.c_str(),
-                    facts.codecName.c_str(), time.c_str(),
-                    facts.hasSync ? (facts.sync ? "yes" : "no") : "-", number.c_str(),
-                    picture.c_str(), verdict.c_str());
+          facts.width != 0 ? std::to_string(facts.width) + "x" + std::to_string(facts.height) : "-";
+      std::snprintf(
+          line, sizeof line, "  %6zu %11llu %9llu  %-13s %-13s %-27s %-5s %-7s %-10s %s\n", i + 1,
+          static_cast<unsigned long long>(entry.offset),
+          static_cast<unsigned long long>(entry.length), facts.kind.c_str(),
+          facts.codecName.c_str(), time.c_str(), facts.hasSync ? (facts.sync ? "yes" : "no") : "-",
+          number.c_str(), picture.c_str(), verdict.c_str());
       out << line;
     }
   }

@@ -49,8 +49,7 @@ std::string ConfigurationHint(const std::string& path, const std::string& xml) {
 class CmRun {
 public:
   CmRun(const SmRunOptions& options, std::ostream& out, std::ostream& err, bool onTerminal)
-      : m_Options(options), m_Out(out), m_Err(err),
-        m_Progress(onTerminal && !options.quiet, err) {}
+      : m_Options(options), m_Out(out), m_Err(err), m_Progress(onTerminal && !options.quiet, err) {}
 
   int Execute();
 
@@ -105,12 +104,12 @@ void CmRun::Deliver(ImData* raw, uint32_t status, bool live) {
 }
 
 void CmRun::Playback(ImPlaybackSourceToolkit& playback) {
-  uint32_t status = m_Options.from ? playback.MoveTo(*m_Options.from, MoveAtOrAfter)
-                                   : playback.MoveFirst();
+  uint32_t status =
+      m_Options.from ? playback.MoveTo(*m_Options.from, MoveAtOrAfter) : playback.MoveFirst();
   if (status != StatusSuccess) {
-    Warn(m_Options.from ? "The tree has no item at or after " + std::to_string(*m_Options.from) +
-                              " ms."
-                        : "The tree has no items.");
+    Warn(m_Options.from
+             ? "The tree has no item at or after " + std::to_string(*m_Options.from) + " ms."
+             : "The tree has no items.");
     return;
   }
   while (status == StatusSuccess && !LimitReached() && !m_DurationEnded) {
@@ -171,8 +170,8 @@ int CmRun::Execute() {
     source.Connect(requested, supported, 0);
     tree.MarkConnected();
   } catch (const ImConfigurationError& error) {
-    throw CmRunError("The tree of " + m_Options.configuration + " could not be built: " +
-                     DescribeToolkitError(error) + ". " +
+    throw CmRunError("The tree of " + m_Options.configuration +
+                     " could not be built: " + DescribeToolkitError(error) + ". " +
                      ConfigurationHint(m_Options.configuration, xml));
   } catch (const ImToolkitError& error) {
     throw CmRunError("The tree of " + m_Options.configuration +

@@ -27,8 +27,12 @@ void InstallStopHandler() {
   sigaction(SIGTERM, &action, nullptr);
 }
 
-bool StopRequested() { return stopRequested != 0; }
+bool StopRequested() {
+  return stopRequested != 0;
+}
 
-void ResetStopRequest() { stopRequested = 0; }
+void ResetStopRequest() {
+  stopRequested = 0;
+}
 
 } // namespace NmVzkTool

@@ -38,8 +38,8 @@ void CmWavWriter::Start(uint32_t channels, uint32_t rate, uint32_t bitsPerSample
   m_Channels = channels;
   m_Rate = rate;
   m_Bits = bitsPerSample;
-  std::array<uint8_t, HeaderSize> header{'R', 'I', 'F', 'F', 0, 0, 0, 0, 'W', 'A', 'V', 'E',
-                                         'f', 'm', 't', ' '};
+  std::array<uint8_t, HeaderSize> header{'R', 'I', 'F', 'F', 0,   0,   0,   0,
+                                         'W', 'A', 'V', 'E', 'f', 'm', 't', ' '};
   const uint32_t blockAlign = channels * bitsPerSample / 8;
   Put32(&header[4], HeaderSize - 8);
   Put32(&header[16], 16);
@@ -82,6 +82,8 @@ std::string CmWavWriter::Write(uint32_t channels, uint32_t rate, uint32_t bitsPe
   return m_FileName;
 }
 
-void CmWavWriter::Close() { m_File.Close(); }
+void CmWavWriter::Close() {
+  m_File.Close();
+}
 
 } // namespace NmVzkTool

@@ -140,10 +140,9 @@ void CmY4mWriter::StartStream(const SmLayout& layout) {
 
 void CmY4mWriter::WriteHeader(uint32_t rateNumerator, uint32_t rateDenominator) {
   const SmLayout& layout = *m_Layout;
-  m_File.Write("YUV4MPEG2 W" + std::to_string(layout.width) + " H" +
-               std::to_string(layout.height) + " F" + std::to_string(rateNumerator) + ":" +
-               std::to_string(rateDenominator) + " I" + layout.interlacing + " A" +
-               std::to_string(layout.aspectNumerator) + ":" +
+  m_File.Write("YUV4MPEG2 W" + std::to_string(layout.width) + " H" + std::to_string(layout.height) +
+               " F" + std::to_string(rateNumerator) + ":" + std::to_string(rateDenominator) + " I" +
+               layout.interlacing + " A" + std::to_string(layout.aspectNumerator) + ":" +
                std::to_string(layout.aspectDenominator) + " C" + layout.colorSpace + "\n");
   m_HeaderWritten = true;
   if (!m_PendingFrame.empty()) {
