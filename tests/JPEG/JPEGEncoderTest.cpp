@@ -1,0 +1,515 @@
+#include <gtest/gtest.h>
+#include <turbojpeg.h>
+
+#include <cmath>
+#include <cstring>
+#include <random>
+
+#include "MediaProcessing/GenericByteData/RawVideoByteDataAccess.h"
+#include "MediaProcessing/JPEG/JPEGEncoder.h"
+#include "MediaProcessing/JPEG/SimpleJPEGEncoder.h"
+#include "MediaProcessing/JPEG/SimpleJPEGEncoderWrapper.h"
+#include "MediaProcessing/MediaProcessingError.h"
+#include "support/CameraPicture.h"
+#include "support/ExternalTools.h"
+#include "support/ImageTestSupport.h"
+
+using namespace NmMediaProcessing;
+using NmImageTest::ExpectError;
+using CmBytes = std::vector<uint8_t>;
+
+namespace {
+
+// One marker segment of a JPEG stream.
+struct SmSegment {
+  uint8_t marker;
+  CmBytes body;
+};
+
+// The segments up to SOS, then the count of RST markers in the data, and
+// whether EOI ends the stream.
+struct SmParsed {
+  std::vector<SmSegment> segments;
+  int restarts = 0;
+  bool endsWithEOI = false;
+};
+
+SmParsed Parse(const uint8_t* data, size_t size) {
+  SmParsed parsed;
+  size_t i = 2;
+  EXPECT_TRUE(size >= 4 && data[0] == 0xFF && data[1] == 0xD8);
+  while (i + 4 <= size && data[i] == 0xFF) {
+    const uint8_t marker = data[i + 1];
+    const size_t length = data[i + 2] << 8 | data[i + 3];
+    parsed.segments.push_back({marker, CmBytes(data + i + 4, data + i + 2 + length)});
+    i += 2 + length;
+    if (marker == 0xDA) {
+      break;
+    }
+  }
+  for (; i + 1 < size; ++i) {
+    if (data[i] == 0xFF && data[i + 1] >= 0xD0 && data[i + 1] <= 0xD7) {
+      ++parsed.restarts;
+    }
+  }
+  parsed.endsWithEOI = size >= 2 && data[size - 2] == 0xFF && data[size - 1] == 0xD9;
+  return parsed;
+}
+
+std::vector<uint8_t> Markers(const SmParsed& parsed) {
+  std::vector<uint8_t> markers;
+  for (const auto& s : parsed.segments) {
+    markers.push_back(s.marker);
+  }
+  return markers;
+}
+
+const SmSegment* Find(const SmParsed& parsed, uint8_t marker) {
+  for (const auto& s : parsed.segments) {
+    if (s.marker == marker) {
+      return &s;
+    }
+  }
+  return nullptr;
+}
+
+// Planes of a 4:2:0 image, tightly packed, as TurboJPEG takes and gives them.
+struct SmPlanes {
+  int width = 0;
+  int height = 0;
+  int planeCount = 3;
+  CmBytes planes[3];
+};
+
+SmPlanes PlanesOf(const CmImage& image) {
+  SmPlanes p;
+  p.width = static_cast<int>(image.GetWidth());
+  p.height = static_cast<int>(image.GetHeight());
+  p.planeCount = static_cast<int>(image.Allocator().GetPlaneCount());
+  for (int i = 0; i < p.planeCount; ++i) {
+    const auto plane = image.Allocator().GetPlane(i);
+    for (uint64_t y = 0; y < plane.height; ++y) {
+      const uint8_t* row = plane.GetPixelAddress(0, y);
+      p.planes[i].insert(p.planes[i].end(), row, row + plane.width);
+    }
+  }
+  return p;
+}
+
+double Psnr(const SmPlanes& a, const SmPlanes& b) {
+  double error = 0;
+  size_t count = 0;
+  for (int i = 0; i < a.planeCount; ++i) {
+    EXPECT_EQ(a.planes[i].size(), b.planes[i].size());
+    for (size_t k = 0; k < std::min(a.planes[i].size(), b.planes[i].size()); ++k) {
+      const double d = double(a.planes[i][k]) - double(b.planes[i][k]);
+      error += d * d;
+      ++count;
+    }
+  }
+  return error == 0 ? 99.0 : 10 * std::log10(255.0 * 255.0 * count / error);
+}
+
+// libjpeg-turbo, the oracle and the peer.
+class CmTurbo {
+public:
+  CmTurbo() : m_Compress(tjInitCompress()), m_Decompress(tjInitDecompress()) {}
+  ~CmTurbo() {
+    tjDestroy(m_Compress);
+    tjDestroy(m_Decompress);
+  }
+
+  // TurboJPEG's planes reach to whole MCUs; the picture's own are cut out.
+  bool Decode(const uint8_t* data, size_t size, SmPlanes& out, int& subsampling) {
+    int colorspace = 0;
+    if (tjDecompressHeader3(m_Decompress, data, static_cast<unsigned long>(size), &out.width,
+                            &out.height, &subsampling, &colorspace) != 0) {
+      return false;
+    }
+    out.planeCount = subsampling == TJSAMP_GRAY ? 1 : 3;
+    CmBytes padded[3];
+    unsigned char* planes[3] = {};
+    int strides[3] = {};
+    for (int i = 0; i < out.planeCount; ++i) {
+      strides[i] = tjPlaneWidth(i, out.width, subsampling);
+      padded[i].assign(static_cast<size_t>(strides[i]) * tjPlaneHeight(i, out.height, subsampling),
+                       0);
+      planes[i] = padded[i].data();
+    }
+    if (tjDecompressToYUVPlanes(m_Decompress, data, static_cast<unsigned long>(size), planes,
+                                out.width, strides, out.height, 0) != 0) {
+      return false;
+    }
+    for (int i = 0; i < out.planeCount; ++i) {
+      const bool chroma = i > 0;
+      const int w = chroma && subsampling != TJSAMP_444 ? (out.width + 1) / 2 : out.width;
+      const int h = chroma && subsampling == TJSAMP_420 ? (out.height + 1) / 2 : out.height;
+      out.planes[i].clear();
+      for (int y = 0; y < h; ++y) {
+        out.planes[i].insert(out.planes[i].end(), padded[i].begin() + y * strides[i],
+                             padded[i].begin() + y * strides[i] + w);
+      }
+    }
+    return true;
+  }
+
+  // TurboJPEG reads whole MCUs from the planes: they are padded by repetition.
+  CmBytes Encode(const SmPlanes& in, int quality) {
+    CmBytes padded[3];
+    const unsigned char* planes[3] = {};
+    int strides[3] = {};
+    for (int i = 0; i < 3; ++i) {
+      const int w = i == 0 ? in.width : (in.width + 1) / 2;
+      const int h = i == 0 ? in.height : (in.height + 1) / 2;
+      strides[i] = tjPlaneWidth(i, in.width, TJSAMP_420);
+      const int rows = tjPlaneHeight(i, in.height, TJSAMP_420);
+      for (int y = 0; y < rows; ++y) {
+        const uint8_t* row = in.planes[i].data() + std::min(y, h - 1) * w;
+        padded[i].insert(padded[i].end(), row, row + w);
+        padded[i].insert(padded[i].end(), strides[i] - w, row[w - 1]);
+      }
+      planes[i] = padded[i].data();
+    }
+    unsigned char* jpeg = nullptr;
+    unsigned long size = 0;
+    CmBytes out;
+    if (tjCompressFromYUVPlanes(m_Compress, planes, in.width, strides, in.height, TJSAMP_420, &jpeg,
+                                &size, quality, 0) == 0) {
+      out.assign(jpeg, jpeg + size);
+    }
+    tjFree(jpeg);
+    return out;
+  }
+
+private:
+  tjhandle m_Compress;
+  tjhandle m_Decompress;
+};
+
+} // namespace
+
+TEST(SimpleJPEGEncoder, HeaderSegmentsInTheirOrder) {
+  CmImage image;
+  NmTestSupport::FillCameraPicture(image, 50, 30, 1);
+  CmSimpleJPEGEncoder encoder;
+  const uint8_t* data = nullptr;
+  uint64_t size = 0;
+  ASSERT_TRUE(encoder.Encode(image, 75, data, size, false));
+  SmParsed parsed = Parse(data, size);
+  EXPECT_EQ(Markers(parsed), (std::vector<uint8_t>{0xE0, 0xFE, 0xDB, 0xDB, 0xC0, 0xC4, 0xDA}));
+  EXPECT_TRUE(parsed.endsWithEOI);
+  EXPECT_EQ(parsed.restarts, 0);
+  const CmBytes jfif{'J', 'F', 'I', 'F', 0, 1, 2, 0, 0, 1, 0, 1, 0, 0};
+  EXPECT_EQ(Find(parsed, 0xE0)->body, jfif);
+  EXPECT_EQ(Find(parsed, 0xFE)->body, (CmBytes{'Q', 'X'}));
+  // Quality 75 halves the example tables: 16 becomes 8, 17 becomes 9.
+  EXPECT_EQ(parsed.segments[2].body[0], 0);
+  EXPECT_EQ(parsed.segments[2].body[1], 8);
+  EXPECT_EQ(parsed.segments[3].body[0], 1);
+  EXPECT_EQ(parsed.segments[3].body[1], 9);
+  EXPECT_EQ(Find(parsed, 0xC0)->body,
+            (CmBytes{8, 0, 30, 0, 50, 3, 1, 0x22, 0, 2, 0x11, 1, 3, 0x11, 1}));
+  EXPECT_EQ(Find(parsed, 0xDA)->body, (CmBytes{3, 1, 0x00, 2, 0x11, 3, 0x11, 0, 63, 0}));
+
+  // Grey at full range: one component, one table of each kind.
+  CmImage gray;
+  gray.Allocate(17, 9, Gray);
+  gray.GetAttributes().subColorFormat = SubColorFormatFullRange;
+  NmImageTest::FillRandom(gray, 2);
+  ASSERT_TRUE(encoder.Encode(gray, 100, data, size, false));
+  parsed = Parse(data, size);
+  EXPECT_EQ(Markers(parsed), (std::vector<uint8_t>{0xE0, 0xFE, 0xDB, 0xC0, 0xC4, 0xDA}));
+  // Quality 100: every step is 1.
+  EXPECT_EQ(parsed.segments[2].body, [] {
+    CmBytes ones(65, 1);
+    ones[0] = 0;
+    return ones;
+  }());
+  EXPECT_EQ(Find(parsed, 0xC0)->body, (CmBytes{8, 0, 9, 0, 17, 1, 1, 0x11, 0}));
+}
+
+TEST(SimpleJPEGEncoder, QualityLimitsAndAspectRatios) {
+  CmImage image;
+  NmTestSupport::FillCameraPicture(image, 40, 24, 3);
+  CmSimpleJPEGEncoder encoder;
+  const uint8_t* data = nullptr;
+  uint64_t size = 0;
+  ASSERT_TRUE(encoder.Encode(image, 1, data, size, false));
+  const CmBytes one(data, data + size);
+  ASSERT_TRUE(encoder.Encode(image, 0, data, size, false));
+  EXPECT_EQ(CmBytes(data, data + size), one);
+  EXPECT_TRUE(encoder.Encode(image, 100, data, size, false));
+  ExpectError([&] { encoder.Encode(image, 101, data, size, false); },
+              "Invalid value of encoding quality level (> max.)!", 2,
+              "NmMediaProcessing::CmSimpleJPEGEncoder::Encode");
+  EXPECT_EQ(data, nullptr);
+  EXPECT_EQ(size, 0u);
+
+  const std::pair<double, std::pair<int, int>> ratios[] = {{1.0, {30000, 30000}},
+                                                           {0.5, {30000, 15000}},
+                                                           {2.0, {15000, 30000}},
+                                                           {4.0 / 3.0, {22500, 30000}},
+                                                           {0.0, {30000, 30000}}};
+  for (const auto& [ratio, densities] : ratios) {
+    image.GetAttributes().aspectRatio = ratio;
+    ASSERT_TRUE(encoder.Encode(image, 50, data, size, true));
+    const CmBytes app0 = Find(Parse(data, size), 0xE0)->body;
+    EXPECT_EQ(app0[8] << 8 | app0[9], densities.first) << ratio;
+    EXPECT_EQ(app0[10] << 8 | app0[11], densities.second) << ratio;
+  }
+  ASSERT_TRUE(encoder.Encode(image, 50, data, size, false));
+  const CmBytes app0 = Find(Parse(data, size), 0xE0)->body;
+  EXPECT_EQ(app0[9], 1);
+  EXPECT_EQ(app0[11], 1);
+
+  // An invalid image encodes to nothing.
+  EXPECT_FALSE(encoder.Encode(CmImage(), 50, data, size, false));
+  EXPECT_EQ(size, 0u);
+}
+
+TEST(SimpleJPEGEncoder, DecodesInTurboAndFfmpegAsWellAsTurbosOwn) {
+  CmTurbo turbo;
+  CmSimpleJPEGEncoder encoder;
+  NmTestSupport::CmTempDirectory directory;
+  const bool haveFfmpeg = NmTestSupport::HaveProgram("ffmpeg");
+  struct SmCase {
+    uint64_t width, height;
+    int quality;
+  };
+  for (const SmCase c : {SmCase{320, 240, 75}, SmCase{333, 257, 75}, SmCase{64, 48, 30},
+                         SmCase{200, 120, 95}, SmCase{101, 67, 10}}) {
+    SCOPED_TRACE(::testing::Message() << c.width << "x" << c.height << " q" << c.quality);
+    CmImage image;
+    NmTestSupport::FillCameraPicture(image, c.width, c.height, static_cast<uint32_t>(c.width));
+    const SmPlanes source = PlanesOf(image);
+    const uint8_t* data = nullptr;
+    uint64_t size = 0;
+    ASSERT_TRUE(encoder.Encode(image, c.quality, data, size, false));
+    SmPlanes ours;
+    int subsampling = -1;
+    ASSERT_TRUE(turbo.Decode(data, size, ours, subsampling)) << tjGetErrorStr();
+    EXPECT_EQ(subsampling, TJSAMP_420);
+    EXPECT_EQ(ours.width, static_cast<int>(c.width));
+    const CmBytes theirsJpeg = turbo.Encode(source, c.quality);
+    SmPlanes theirs;
+    ASSERT_TRUE(turbo.Decode(theirsJpeg.data(), theirsJpeg.size(), theirs, subsampling));
+    const double ourPsnr = Psnr(source, ours);
+    const double theirPsnr = Psnr(source, theirs);
+    EXPECT_GT(ourPsnr, theirPsnr - 0.1) << "ours " << ourPsnr << " dB, turbo " << theirPsnr;
+    // Same tables: the sizes must be alike too.
+    EXPECT_LT(std::abs(double(size) - double(theirsJpeg.size())), 0.03 * theirsJpeg.size());
+
+    if (haveFfmpeg && directory.IsValid()) {
+      const std::string jpeg = directory / "ours.jpg";
+      const std::string raw = directory / "ours.yuv";
+      ASSERT_TRUE(NmTestSupport::WriteBytes(jpeg, CmBytes(data, data + size)));
+      ASSERT_TRUE(
+          NmTestSupport::Run("ffmpeg -y -i " + jpeg + " -f rawvideo -pix_fmt yuvj420p " + raw));
+      const CmBytes decoded = NmTestSupport::ReadBytes(raw);
+      SmPlanes viaFfmpeg = source;
+      ASSERT_EQ(decoded.size(), source.planes[0].size() + 2 * source.planes[1].size());
+      size_t offset = 0;
+      for (auto& plane : viaFfmpeg.planes) {
+        std::memcpy(plane.data(), decoded.data() + offset, plane.size());
+        offset += plane.size();
+      }
+      EXPECT_NEAR(Psnr(source, viaFfmpeg), ourPsnr, 0.3);
+    }
+  }
+}
+
+TEST(SimpleJPEGEncoder, FormatsThatTakeTheWayThroughBGR) {
+  CmTurbo turbo;
+  CmSimpleJPEGEncoder encoder;
+  const uint8_t* data = nullptr;
+  uint64_t size = 0;
+  int subsampling = -1;
+  SmPlanes decoded;
+
+  // 4:4:4 at full range comes out as 4:2:0.
+  CmImage full;
+  full.Allocate(48, 32, YCbCr444_Planar);
+  full.GetAttributes().subColorFormat = SubColorFormatFullRange;
+  NmImageTest::FillRandom(full, 4);
+  ASSERT_TRUE(encoder.Encode(full, 80, data, size, false));
+  ASSERT_TRUE(turbo.Decode(data, size, decoded, subsampling));
+  EXPECT_EQ(subsampling, TJSAMP_420);
+
+  // Video-range black is full-range black once through BGR.
+  CmImage video;
+  video.Allocate(32, 16, YCbCr420_Planar);
+  video.GetAttributes().subColorFormat = SubColorFormatVideoRange;
+  for (uint64_t p = 0; p < 3; ++p) {
+    const auto plane = video.Allocator().GetWriteablePlane(p);
+    for (uint64_t y = 0; y < plane.height; ++y) {
+      std::memset(plane.data + y * plane.rowStride, p == 0 ? 16 : 128, plane.width);
+    }
+  }
+  ASSERT_TRUE(encoder.Encode(video, 90, data, size, false));
+  ASSERT_TRUE(turbo.Decode(data, size, decoded, subsampling));
+  EXPECT_EQ(subsampling, TJSAMP_420);
+  EXPECT_LE(*std::max_element(decoded.planes[0].begin(), decoded.planes[0].end()), 2);
+
+  // Packed pixels of every order, grey without full range, and odd sizes:
+  // all decode to the picture they came from.
+  for (const ColorFormat format : {RGB24, BGR24, BGRA, RGB32, Gray}) {
+    SCOPED_TRACE(format);
+    CmImage packed;
+    packed.Allocate(37, 21, format);
+    if (format == Gray) {
+      packed.GetAttributes().subColorFormat = SubColorFormatPlainGray;
+    }
+    for (uint64_t y = 0; y < 21; ++y) {
+      for (uint64_t x = 0; x < 37; ++x) {
+        uint8_t* pixel = packed.Allocator().GetWriteablePlane(0).GetPixelAddress(x, y);
+        const uint8_t values[4] = {static_cast<uint8_t>(x * 6), static_cast<uint8_t>(y * 11),
+                                   static_cast<uint8_t>(200 - x * 3), 255};
+        std::memcpy(pixel, values, GetBytesPerPixel(format));
+      }
+    }
+    ASSERT_TRUE(encoder.Encode(packed, 95, data, size, false));
+    ASSERT_TRUE(turbo.Decode(data, size, decoded, subsampling));
+    EXPECT_EQ(decoded.width, 37);
+    EXPECT_EQ(decoded.height, 21);
+    EXPECT_EQ(subsampling, TJSAMP_420);
+  }
+}
+
+TEST(SimpleJPEGEncoder, OutputBufferGrowsAndRefusesBeyond16MiB) {
+  CmSimpleJPEGEncoder::CmMemoryDataOutputBuffer buffer;
+  uint32_t written = 7;
+  EXPECT_EQ(buffer.Write(nullptr, 4, written), JStatusEndOfData);
+  EXPECT_EQ(written, 0u);
+  EXPECT_EQ(buffer.Open(), JStatusFailed);
+  EXPECT_EQ(buffer.Close(), JStatusOk);
+  CmBytes bytes(100000, 0x5A);
+  ASSERT_EQ(buffer.Write(bytes.data(), 10, written), JStatusOk);
+  EXPECT_EQ(written, 10u);
+  EXPECT_EQ(buffer.GetCapacity(), 65536u);
+  ASSERT_EQ(buffer.Write(bytes.data(), 65530, written), JStatusOk);
+  // max(65536 / 4, max(4096, 2 * 65530)) = 131060, rounded up to 16.
+  EXPECT_EQ(buffer.GetCapacity(), 65536u + 131072u);
+  EXPECT_EQ(buffer.GetUsed(), 65540u);
+  ASSERT_EQ(buffer.Write(bytes.data(), 100000, written), JStatusOk);
+  EXPECT_EQ(buffer.GetCapacity(), 65536u + 131072u);
+  ASSERT_EQ(buffer.Write(bytes.data(), 40000, written), JStatusOk);
+  // A quarter more: 196608 + 80000 (twice the size is more).
+  EXPECT_EQ(buffer.GetCapacity(), 196608u + 80000u);
+  EXPECT_EQ(buffer.GetData()[205539], 0x5A);
+
+  // Noise at quality 100 does not fit 16 MiB: a failed encode, no exception,
+  // and the encoder goes on working.
+  CmImage noise;
+  noise.Allocate(4096, 3072, YCbCr420_Planar);
+  noise.GetAttributes().subColorFormat = SubColorFormatFullRange;
+  NmImageTest::FillRandom(noise, 8);
+  CmSimpleJPEGEncoder encoder;
+  const uint8_t* data = nullptr;
+  uint64_t size = 1;
+  EXPECT_FALSE(encoder.Encode(noise, 100, data, size, false));
+  EXPECT_EQ(size, 0u);
+  EXPECT_LE(encoder.GetOutput().GetCapacity(),
+            CmSimpleJPEGEncoder::CmMemoryDataOutputBuffer::MaxCapacity);
+  CmImage small;
+  NmTestSupport::FillCameraPicture(small, 64, 64, 9);
+  EXPECT_TRUE(encoder.Encode(small, 75, data, size, false));
+}
+
+TEST(JPEGEncoder, RestartIntervalsAndRefusedSetups) {
+  CmImage image;
+  NmTestSupport::FillCameraPicture(image, 100, 50, 12);
+  const SmPlanes source = PlanesOf(image);
+  const uint8_t* planes[3] = {source.planes[0].data(), source.planes[1].data(),
+                              source.planes[2].data()};
+  const int steps[3] = {100, 50, 50};
+  auto encode = [&](int restartInterval, CmBytes& out) {
+    CJPEGEncoder encoder;
+    CmSimpleJPEGEncoder::CmMemoryDataOutputBuffer buffer;
+    ASSERT_EQ(encoder.SetSource(planes, steps, 100, 50, 3, JColorYCbCr, JSampling420, 8), 0);
+    ASSERT_EQ(encoder.SetDestination(&buffer), 0);
+    ASSERT_EQ(encoder.SetParams(JModeBaseline, JColorYCbCr, JSampling420, restartInterval, 0, 60),
+              0);
+    ASSERT_EQ(encoder.WriteHeader(1, 1), 0);
+    ASSERT_EQ(encoder.WriteData(), 0);
+    out.assign(buffer.GetData(), buffer.GetData() + buffer.GetUsed());
+  };
+  CmBytes plain;
+  CmBytes restarted;
+  encode(0, plain);
+  encode(5, restarted);
+  // 7 x 4 MCUs, a restart before every fifth.
+  const SmParsed parsed = Parse(restarted.data(), restarted.size());
+  EXPECT_EQ(parsed.restarts, 5);
+  ASSERT_NE(Find(parsed, 0xDD), nullptr);
+  EXPECT_EQ(Find(parsed, 0xDD)->body, (CmBytes{0, 5}));
+  EXPECT_EQ(Find(Parse(plain.data(), plain.size()), 0xDD), nullptr);
+  CmTurbo turbo;
+  SmPlanes a;
+  SmPlanes b;
+  int subsampling = 0;
+  ASSERT_TRUE(turbo.Decode(plain.data(), plain.size(), a, subsampling));
+  ASSERT_TRUE(turbo.Decode(restarted.data(), restarted.size(), b, subsampling));
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(a.planes[i], b.planes[i]);
+  }
+
+  CJPEGEncoder encoder;
+  CmSimpleJPEGEncoder::CmMemoryDataOutputBuffer buffer;
+  EXPECT_EQ(encoder.WriteHeader(1, 1), JStatusFailed);
+  EXPECT_EQ(encoder.SetParams(JModeProgressive, JColorYCbCr, JSampling420, 0, 0, 50),
+            JStatusUnsupported);
+  EXPECT_EQ(encoder.SetParams(JModeBaseline, JColorCMYK, JSampling444, 0, 0, 50),
+            JStatusUnsupported);
+  EXPECT_EQ(encoder.SetParams(JModeBaseline, JColorYCbCr, JSampling420, 0, 1, 50),
+            JStatusUnsupported);
+  EXPECT_EQ(encoder.SetParams(JModeBaseline, JColorYCbCr, JSampling420, 0, 0, 101), JStatusFailed);
+  EXPECT_EQ(encoder.SetSource(planes, steps, 0, 50, 3, JColorYCbCr, JSampling420, 8),
+            JStatusFailed);
+  EXPECT_EQ(encoder.SetSource(planes, steps, 70000, 50, 3, JColorYCbCr, JSampling420, 8),
+            JStatusFailed);
+  EXPECT_EQ(encoder.SetSource(planes, steps, 100, 50, 3, JColorYCbCr, JSampling420, 12),
+            JStatusUnsupported);
+  const int narrow[3] = {100, 20, 50};
+  EXPECT_EQ(encoder.SetSource(planes, narrow, 100, 50, 3, JColorYCbCr, JSampling420, 8),
+            JStatusFailed);
+  EXPECT_EQ(encoder.SetSource(nullptr, 300, 100, 50, 3, JColorRGB, JSampling444, 8), JStatusFailed);
+  EXPECT_EQ(encoder.SetDestination(nullptr), JStatusFailed);
+  // Planes at 4:2:0 cannot be coded as 4:4:4 without resampling.
+  ASSERT_EQ(encoder.SetSource(planes, steps, 100, 50, 3, JColorYCbCr, JSampling420, 8), 0);
+  ASSERT_EQ(encoder.SetDestination(&buffer), 0);
+  ASSERT_EQ(encoder.SetParams(JModeBaseline, JColorYCbCr, JSampling444, 0, 0, 50), 0);
+  EXPECT_EQ(encoder.WriteHeader(1, 1), JStatusUnsupported);
+  // Data before a header.
+  ASSERT_EQ(encoder.SetParams(JModeBaseline, JColorYCbCr, JSampling420, 0, 0, 50), 0);
+  EXPECT_EQ(encoder.WriteData(), JStatusFailed);
+}
+
+TEST(SimpleJPEGEncoderWrapper, BlocksCarryTheImagesFacts) {
+  CmImage image;
+  NmTestSupport::FillCameraPicture(image, 64, 48, 13);
+  auto& attributes = image.GetAttributes();
+  attributes.timeStamp = NmTimeStamp::CmTimeStamp::FromMilliseconds(1700000000000);
+  attributes.interlacing = InterleavedBottomFirst;
+  attributes.orientation.rotation = 2; // a half turn is both mirrors
+  CmSimpleJPEGEncoderWrapper wrapper;
+  const auto block = wrapper.Encode(image, 70);
+  ASSERT_NE(block, nullptr);
+  EXPECT_EQ(block->GetType(), 1);
+  EXPECT_EQ(block->GetImageWidth(), 64u);
+  EXPECT_EQ(block->GetImageHeight(), 48u);
+  EXPECT_EQ(block->GetImageCount(), 1u);
+  EXPECT_EQ(block->GetBeginTime().GetMilliseconds(), 1700000000000);
+  EXPECT_EQ(block->GetEndTime().GetMilliseconds(), 1700000000000);
+  const CmRawVideoByteDataAccess view(*block, false);
+  ASSERT_TRUE(view.IsValid());
+  EXPECT_EQ(view.GetCodec(), 1u);
+  EXPECT_TRUE(view.GetInterlaced());
+  EXPECT_FALSE(view.GetTopFieldFirst());
+  EXPECT_EQ(view.GetInterlaceLayout(), 0u);
+  EXPECT_EQ(view.GetPictureFormat(), 3u);
+  CmTurbo turbo;
+  SmPlanes decoded;
+  int subsampling = 0;
+  EXPECT_TRUE(turbo.Decode(view.GetData(), view.GetDataSize(), decoded, subsampling));
+  EXPECT_EQ(wrapper.Encode(CmImage(), 70), nullptr);
+}
