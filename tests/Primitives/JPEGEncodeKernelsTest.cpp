@@ -164,6 +164,43 @@ TEST(JPEGHuffmanEncode, EveryTargetWritesTheReferenceBytes) {
       }
     }
   });
+  // Runs of blocks with alternating tables, as in an MCU, give the same bytes
+  // as the blocks one by one in the reference.
+  ForEachTarget([&] {
+    std::mt19937 random(13);
+    for (int round = 0; round < 20; ++round) {
+      const size_t count = 1 + random() % 10;
+      std::vector<std::vector<int16_t>> blocks(count, std::vector<int16_t>(64));
+      for (auto& block : blocks) {
+        for (int16_t& c : block) {
+          c = random() % 4 == 0 ? static_cast<int16_t>(static_cast<int>(random() % 3000) - 1500)
+                                : 0;
+        }
+      }
+      int32_t expectedDC[2] = {5, -7};
+      int32_t actualDC[2] = {5, -7};
+      std::vector<SmHuffmanBlock> expectedRun;
+      std::vector<SmHuffmanBlock> actualRun;
+      for (size_t i = 0; i < count; ++i) {
+        const int slot = i % 3 == 2 ? 1 : 0;
+        const SmHuffmanEncodeTable* dc = slot ? &shortCodes : &longCodes;
+        expectedRun.push_back({blocks[i].data(), &expectedDC[slot], dc, &longCodes});
+        actualRun.push_back({blocks[i].data(), &actualDC[slot], dc, &longCodes});
+      }
+      SmHuffmanBitWriter expectedWriter{0x3, 2};
+      SmHuffmanBitWriter actualWriter{0x3, 2};
+      std::vector<uint8_t> expected(count * kMaxHuffmanBlockBytes);
+      std::vector<uint8_t> actual(count * kMaxHuffmanBlockBytes);
+      expected.resize(NmReference::EncodeBlocksSequential(expectedRun.data(), count, expectedWriter,
+                                                          expected.data()));
+      actual.resize(EncodeBlocksSequential(actualRun.data(), count, actualWriter, actual.data()));
+      ASSERT_EQ(actual, expected);
+      EXPECT_EQ(actualWriter.bits, expectedWriter.bits);
+      EXPECT_EQ(actualWriter.count, expectedWriter.count);
+      EXPECT_EQ(actualDC[0], expectedDC[0]);
+      EXPECT_EQ(actualDC[1], expectedDC[1]);
+    }
+  });
   // Padding is with 1 bits, and a padded 0xFF is stuffed too.
   SmHuffmanBitWriter writer{0x5, 3};
   uint8_t out[2];

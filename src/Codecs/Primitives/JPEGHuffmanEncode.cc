@@ -1,12 +1,15 @@
 // The block encoder with a vector front end, compiled once per Highway
-// target: categories by the exponent of the value as a float, and a 64-bit
-// mask of the non-zero coefficients in zig-zag order, so that the serial part
-// jumps from one non-zero coefficient to the next.
+// target: one comparison per vector finds the non-zero coefficients, a table
+// reorders that mask from natural into zig-zag order eight bits at a time,
+// and the serial part jumps from one non-zero coefficient to the next, so
+// that zeros, most of a block, cost nothing.
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "Codecs/Primitives/JPEGHuffmanEncode.cc"
 #include <hwy/foreach_target.h> // IWYU pragma: keep
 #include <hwy/highway.h>
 
+#include <algorithm>
+#include <cstdlib>
 #include <cstring>
 
 #include "Codecs/Primitives/JPEGHuffmanEncode.h"
@@ -75,16 +78,34 @@ private:
   uint8_t* m_Start;
 };
 
-// The largest magnitude that each zig-zag position may carry.
-struct SmLimits {
-  int32_t values[64];
-  SmLimits() {
-    values[0] = 2047;
-    for (int i = 1; i < 64; ++i) {
-      values[i] = 1023;
+// For each byte of the natural-order mask (one row of the block) and each
+// value of it: the same bits at their zig-zag positions.
+struct SmZigZagSpread {
+  uint64_t bits[8][256];
+  SmZigZagSpread() {
+    uint8_t zigZagOf[64];
+    for (int k = 0; k < 64; ++k) {
+      zigZagOf[kJPEGNaturalOrder[k]] = static_cast<uint8_t>(k);
+    }
+    for (int row = 0; row < 8; ++row) {
+      for (int value = 0; value < 256; ++value) {
+        uint64_t spread = 0;
+        for (int j = 0; j < 8; ++j) {
+          if (value & (1 << j)) {
+            spread |= uint64_t{1} << zigZagOf[row * 8 + j];
+          }
+        }
+        bits[row][value] = spread;
+      }
     }
   }
 };
+
+const SmZigZagSpread ZigZagSpread;
+
+HWY_INLINE int Category(uint32_t magnitude) {
+  return magnitude == 0 ? 0 : 32 - __builtin_clz(magnitude);
+}
 
 } // namespace
 } // namespace NmPrimitives
@@ -95,45 +116,38 @@ namespace NmPrimitives {
 namespace HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
-size_t EncodeBlockSequentialImpl(const int16_t* block, int32_t& lastDC,
-                                 const SmHuffmanEncodeTable& dc, const SmHuffmanEncodeTable& ac,
-                                 SmHuffmanBitWriter& writer, uint8_t* out) {
-  static const SmLimits limits;
-  HWY_ALIGN int32_t values[64];
-  values[0] = block[0] - lastDC;
-  lastDC = block[0];
-  for (int k = 1; k < 64; ++k) {
-    values[k] = block[kJPEGNaturalOrder[k]];
-  }
-  const hn::CappedTag<int32_t, 16> di;
-  const hn::Rebind<float, decltype(di)> df;
-  const size_t n = hn::Lanes(di);
-  HWY_ALIGN int32_t sizes[64];
-  uint64_t nonZero = 0;
-  const auto zero = hn::Zero(di);
-  const auto bias = hn::Set(di, 126);
+// Bit i set where coefficient i (natural order) is not zero.
+HWY_INLINE uint64_t NonZeroMask(const int16_t* block) {
+  const hn::CappedTag<int16_t, 32> d;
+  const size_t n = hn::Lanes(d);
+  const auto zero = hn::Zero(d);
+  uint64_t mask = 0;
   for (size_t i = 0; i < 64; i += n) {
-    const auto limit = hn::Load(di, limits.values + i);
-    auto v = hn::Min(hn::Max(hn::Load(di, values + i), hn::Neg(limit)), limit);
-    // |v| below 2^11 is exact as a float; its exponent less 126 is the
-    // category, and 0 has exponent field 0.
-    const auto exponent = hn::ShiftRight<23>(hn::BitCast(di, hn::ConvertTo(df, hn::Abs(v))));
-    hn::Store(hn::Max(hn::Sub(exponent, bias), zero), di, sizes + i);
-    // Negative values are sent as v - 1 in their low bits.
-    hn::Store(hn::Add(v, hn::ShiftRight<31>(v)), di, values + i);
-    uint8_t maskBytes[8] = {};
-    hn::StoreMaskBits(di, hn::Ne(v, zero), maskBytes);
+    uint8_t bytes[8] = {};
+    hn::StoreMaskBits(d, hn::Ne(hn::LoadU(d, block + i), zero), bytes);
     uint64_t chunk = 0;
-    std::memcpy(&chunk, maskBytes, sizeof chunk);
-    nonZero |= (chunk & ((n >= 64 ? 0 : uint64_t{1} << n) - 1)) << i;
+    std::memcpy(&chunk, bytes, sizeof chunk);
+    mask |= (n >= 64 ? chunk : chunk & ((uint64_t{1} << n) - 1)) << i;
+  }
+  return mask;
+}
+
+HWY_INLINE void EncodeOne(const int16_t* block, int32_t& lastDC, const SmHuffmanEncodeTable& dc,
+                          const SmHuffmanEncodeTable& ac, CmFastBitWriter& bits) {
+  const uint64_t natural = NonZeroMask(block);
+  uint64_t zigZag = 0;
+  for (int row = 0; row < 8; ++row) {
+    zigZag |= ZigZagSpread.bits[row][(natural >> (8 * row)) & 0xFF];
   }
 
-  CmFastBitWriter bits(writer, out);
-  const int dcSize = sizes[0];
-  bits.Put((uint64_t{dc.code[dcSize]} << dcSize) |
-               (static_cast<uint32_t>(values[0]) & ((1u << dcSize) - 1)),
+  const int32_t difference = std::clamp<int32_t>(block[0] - lastDC, -2047, 2047);
+  lastDC = block[0];
+  const int dcSize = Category(static_cast<uint32_t>(std::abs(difference)));
+  // Negative values are sent as v - 1 in their low bits.
+  const uint32_t dcBits = static_cast<uint32_t>(difference + (difference >> 31));
+  bits.Put((uint64_t{dc.code[dcSize]} << dcSize) | (dcBits & ((1u << dcSize) - 1)),
            dc.size[dcSize] + dcSize);
-  uint64_t remaining = nonZero & ~uint64_t{1};
+  uint64_t remaining = zigZag & ~uint64_t{1};
   int last = 0;
   while (remaining != 0) {
     const int position = static_cast<int>(hwy::Num0BitsBelowLS1Bit_Nonzero64(remaining));
@@ -141,16 +155,33 @@ size_t EncodeBlockSequentialImpl(const int16_t* block, int32_t& lastDC,
     for (; run > 15; run -= 16) {
       bits.Put(ac.code[0xF0], ac.size[0xF0]);
     }
-    const int size = sizes[position];
+    const int32_t value = std::clamp<int32_t>(block[kJPEGNaturalOrder[position]], -1023, 1023);
+    const int size = Category(static_cast<uint32_t>(std::abs(value)));
     const int symbol = (run << 4) | size;
-    bits.Put((uint64_t{ac.code[symbol]} << size) |
-                 (static_cast<uint32_t>(values[position]) & ((1u << size) - 1)),
+    const uint32_t valueBits = static_cast<uint32_t>(value + (value >> 31));
+    bits.Put((uint64_t{ac.code[symbol]} << size) | (valueBits & ((1u << size) - 1)),
              ac.size[symbol] + size);
     last = position;
     remaining &= remaining - 1;
   }
   if (last != 63) {
     bits.Put(ac.code[0x00], ac.size[0x00]);
+  }
+}
+
+size_t EncodeBlockSequentialImpl(const int16_t* block, int32_t& lastDC,
+                                 const SmHuffmanEncodeTable& dc, const SmHuffmanEncodeTable& ac,
+                                 SmHuffmanBitWriter& writer, uint8_t* out) {
+  CmFastBitWriter bits(writer, out);
+  EncodeOne(block, lastDC, dc, ac, bits);
+  return bits.Finish(writer);
+}
+
+size_t EncodeBlocksSequentialImpl(const SmHuffmanBlock* blocks, size_t count,
+                                  SmHuffmanBitWriter& writer, uint8_t* out) {
+  CmFastBitWriter bits(writer, out);
+  for (size_t i = 0; i < count; ++i) {
+    EncodeOne(blocks[i].block, *blocks[i].lastDC, *blocks[i].dc, *blocks[i].ac, bits);
   }
   return bits.Finish(writer);
 }
@@ -162,6 +193,12 @@ HWY_AFTER_NAMESPACE();
 #if HWY_ONCE
 namespace NmPrimitives {
 HWY_EXPORT(EncodeBlockSequentialImpl);
+HWY_EXPORT(EncodeBlocksSequentialImpl);
+
+size_t EncodeBlocksSequential(const SmHuffmanBlock* blocks, size_t count,
+                              SmHuffmanBitWriter& writer, uint8_t* out) {
+  return HWY_DYNAMIC_DISPATCH(EncodeBlocksSequentialImpl)(blocks, count, writer, out);
+}
 
 size_t EncodeBlockSequential(const int16_t* block, int32_t& lastDC, const SmHuffmanEncodeTable& dc,
                              const SmHuffmanEncodeTable& ac, SmHuffmanBitWriter& writer,

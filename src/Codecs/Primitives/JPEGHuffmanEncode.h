@@ -29,6 +29,21 @@ size_t EncodeBlockSequential(const int16_t* block, int32_t& lastDC, const SmHuff
                              const SmHuffmanEncodeTable& ac, SmHuffmanBitWriter& writer,
                              uint8_t* out);
 
+// One block of a run to encode, with its tables and its component's DC
+// prediction.
+struct SmHuffmanBlock {
+  const int16_t* block;
+  int32_t* lastDC;
+  const SmHuffmanEncodeTable* dc;
+  const SmHuffmanEncodeTable* ac;
+};
+
+// Encodes a run of blocks, such as the blocks of one MCU, as the calls above
+// would one after the other; `out` must have count * kMaxHuffmanBlockBytes
+// free. The bits stay in registers from one block to the next.
+size_t EncodeBlocksSequential(const SmHuffmanBlock* blocks, size_t count,
+                              SmHuffmanBitWriter& writer, uint8_t* out);
+
 // Ends the entropy-coded segment: the last byte is filled up with 1 bits.
 // At most 2 bytes are written.
 size_t FlushHuffmanBits(SmHuffmanBitWriter& writer, uint8_t* out);
@@ -37,6 +52,8 @@ namespace NmReference {
 size_t EncodeBlockSequential(const int16_t* block, int32_t& lastDC, const SmHuffmanEncodeTable& dc,
                              const SmHuffmanEncodeTable& ac, SmHuffmanBitWriter& writer,
                              uint8_t* out);
+size_t EncodeBlocksSequential(const SmHuffmanBlock* blocks, size_t count,
+                              SmHuffmanBitWriter& writer, uint8_t* out);
 } // namespace NmReference
 
 } // namespace NmPrimitives

@@ -85,5 +85,15 @@ size_t EncodeBlockSequential(const int16_t* block, int32_t& lastDC, const SmHuff
   return bits.Written();
 }
 
+size_t EncodeBlocksSequential(const SmHuffmanBlock* blocks, size_t count,
+                              SmHuffmanBitWriter& writer, uint8_t* out) {
+  size_t written = 0;
+  for (size_t i = 0; i < count; ++i) {
+    written += NmReference::EncodeBlockSequential(blocks[i].block, *blocks[i].lastDC, *blocks[i].dc,
+                                                  *blocks[i].ac, writer, out + written);
+  }
+  return written;
+}
+
 } // namespace NmReference
 } // namespace NmPrimitives

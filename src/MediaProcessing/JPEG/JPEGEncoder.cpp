@@ -13,6 +13,9 @@ namespace {
 namespace NmTables = NmJPEGStandardTables;
 
 constexpr int MaxDimension = 65535;
+constexpr size_t ChunkBlocks = 16;
+// 4:2:0: four luma blocks and one of each chroma.
+constexpr size_t MaxBlocksPerMcu = 6;
 
 // Horizontal and vertical sampling factors of the first component; the
 // chroma components always have 1 and 1.
@@ -464,7 +467,7 @@ JStatus CJPEGEncoder::EncodeMcuRow(int mcuRow) {
       return s;
     }
     if (const JStatus s = component.AllocateBuffer(CJPEGColorComponent::Scratch,
-                                                   blocksPerRow * 64 * sizeof(float));
+                                                   ChunkBlocks * 64 * sizeof(float));
         s != JStatusOk) {
       return s;
     }
@@ -473,11 +476,16 @@ JStatus CJPEGEncoder::EncodeMcuRow(int mcuRow) {
     float* coefficients =
         reinterpret_cast<float*>(component.GetBuffer(CJPEGColorComponent::Scratch));
     for (int v = 0; v < component.vSampling; ++v) {
-      NmPrimitives::ForwardDCT8x8Blocks(rows[c] + static_cast<size_t>(v) * 8 * strides[c],
-                                        strides[c], blocksPerRow, coefficients);
-      NmPrimitives::QuantizeBlocks(coefficients, blocksPerRow,
-                                   m_Reciprocals[component.quantSelector],
-                                   quantized[c] + v * blocksPerRow * 64);
+      // In runs of a few blocks, so that the coefficients are still in the
+      // first-level cache when quantisation reads them.
+      for (size_t first = 0; first < blocksPerRow; first += ChunkBlocks) {
+        const size_t count = std::min(ChunkBlocks, blocksPerRow - first);
+        NmPrimitives::ForwardDCT8x8Blocks(rows[c] + static_cast<size_t>(v) * 8 * strides[c] +
+                                              first * 8,
+                                          strides[c], count, coefficients);
+        NmPrimitives::QuantizeBlocks(coefficients, count, m_Reciprocals[component.quantSelector],
+                                     quantized[c] + (v * blocksPerRow + first) * 64);
+      }
     }
   }
   SmHuffmanEncodeState& state = *m_HuffmanState.Get();
@@ -491,26 +499,28 @@ JStatus CJPEGEncoder::EncodeMcuRow(int mcuRow) {
       }
       writer = {0, 0};
     }
+    NmPrimitives::SmHuffmanBlock mcu[MaxBlocksPerMcu];
+    size_t count = 0;
     for (int c = 0; c < m_ComponentCount; ++c) {
       CJPEGColorComponent& component = m_Components[c];
       const size_t blocksPerRow = static_cast<size_t>(m_McusX) * component.hSampling;
-      const NmPrimitives::SmHuffmanEncodeTable& dc = *m_DCTables[component.dcSelector].GetTable();
-      const NmPrimitives::SmHuffmanEncodeTable& ac = *m_ACTables[component.acSelector].GetTable();
+      const NmPrimitives::SmHuffmanEncodeTable* dc = m_DCTables[component.dcSelector].GetTable();
+      const NmPrimitives::SmHuffmanEncodeTable* ac = m_ACTables[component.acSelector].GetTable();
       for (int v = 0; v < component.vSampling; ++v) {
         for (int h = 0; h < component.hSampling; ++h) {
-          const int16_t* block =
-              quantized[c] +
-              (v * blocksPerRow + static_cast<size_t>(mx) * component.hSampling + h) * 64;
-          uint8_t* space = nullptr;
-          if (const JStatus s = m_Output.Reserve(NmPrimitives::kMaxHuffmanBlockBytes, space);
-              s != JStatusOk) {
-            return s;
-          }
-          m_Output.Commit(static_cast<uint32_t>(
-              NmPrimitives::EncodeBlockSequential(block, component.lastDC, dc, ac, writer, space)));
+          const size_t index = v * blocksPerRow + static_cast<size_t>(mx) * component.hSampling + h;
+          mcu[count++] = {quantized[c] + index * 64, &component.lastDC, dc, ac};
         }
       }
     }
+    uint8_t* space = nullptr;
+    if (const JStatus s = m_Output.Reserve(
+            static_cast<uint32_t>(count * NmPrimitives::kMaxHuffmanBlockBytes), space);
+        s != JStatusOk) {
+      return s;
+    }
+    m_Output.Commit(
+        static_cast<uint32_t>(NmPrimitives::EncodeBlocksSequential(mcu, count, writer, space)));
     ++m_McusCoded;
   }
   state.bits = writer.bits;

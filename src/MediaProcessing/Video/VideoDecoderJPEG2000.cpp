@@ -1,8 +1,10 @@
 #include "MediaProcessing/Video/VideoDecoderJPEG2000.h"
 
+#include <algorithm>
+
 #include "Common/Error/Error.h"
 #include "MediaProcessing/Image/ImageCrop.h"
-#include "MediaProcessing/Video/MissingCodecEngine.h"
+#include "MediaProcessing/Image/ImageResize.h"
 #include "MediaProcessing/Video/OpenJPEG2000.h"
 
 namespace NmMediaProcessing {
@@ -32,14 +34,20 @@ bool CmVideoDecoderJPEG2000::Decode(const uint8_t* data, uint64_t size, int32_t 
                                     NmError::CmIntegrityErrorCode::OutOfRange);
   }
   if (m_Parameters.m_ProduceImage) {
-    const uint32_t divisor = m_Parameters.m_ScaleDivisor;
-    if (divisor > 1) {
-      // Shrinking needs the high-quality resize of the image operations,
-      // which this build does not have yet.
-      RaiseMissingCodecEngine(VZK_LOCATION, "scaled JPEG 2000 decoding");
-    }
     if (!codec->DecodeImage(image)) {
       return false;
+    }
+    const uint64_t d = m_Parameters.m_ScaleDivisor;
+    if (d > 1) {
+      // Whole multiples of the divisor only, so that every target pixel
+      // averages the same number of source pixels.
+      const uint64_t w = image.GetWidth() < d ? 1 : image.GetWidth() / d;
+      const uint64_t h = image.GetHeight() < d ? 1 : image.GetHeight() / d;
+      CmImageCrop(0, 0, std::min(w * d, image.GetWidth()), std::min(h * d, image.GetHeight()))
+          .Execute(image);
+      CmImageResize resize(w, h, true);
+      resize.SetOptions(ImImageTransformation::OptionHighQuality);
+      resize.Execute(image);
     }
     image.GetAttributes().attribute0 = 1;
     image.GetAttributes().timeStamp = time;
