@@ -1,5 +1,6 @@
 // Arbitrary bytes as a container's codec configuration followed by packets:
-// the H.264 Annex B conversion, the AAC LOAS wrapping and the record builder
+// the H.264 Annex B conversion, the AAC LOAS wrapping, the completion of JPEG
+// Huffman tables and the record builder
 // around them must never crash, and what they accept must be well framed.
 
 #include <cstddef>
@@ -8,6 +9,7 @@
 
 #include "AACLoasWrapper.h"
 #include "H264AnnexBConverter.h"
+#include "JPEGTableCompleter.h"
 #include "MediaRecordBuilder.h"
 
 namespace {
@@ -49,7 +51,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     return 0;
   }
   std::vector<uint8_t> out;
-  if (mode % 3 == 0) {
+  if (mode % 4 == 3) {
+    for (const SmPiece& piece : pieces) {
+      // A completed frame is the frame with one segment more.
+      if (NmMedia::CompleteJPEGHuffmanTables(piece.data, piece.size, out) &&
+          out.size() != piece.size + 420) {
+        __builtin_trap();
+      }
+    }
+  } else if (mode % 3 == 0) {
     NmMedia::CmH264AnnexBConverter converter;
     converter.Configure(pieces[0].data, pieces[0].size);
     for (size_t i = 1; i < pieces.size(); ++i) {
@@ -71,7 +81,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     NmMedia::SmMediaStreamFormat format;
     const bool audio = (mode >> 2) & 1;
     format.kind = audio ? NmMedia::SmMediaStreamFormat::Audio : NmMedia::SmMediaStreamFormat::Video;
-    format.payload = static_cast<NmMedia::SmMediaStreamFormat::Payload>((mode >> 3) % 7);
+    format.payload = static_cast<NmMedia::SmMediaStreamFormat::Payload>((mode >> 3) % 8);
     format.codec = audio ? 1 : 10;
     format.channels = 1 + (mode >> 6);
     format.samplingFrequency = 8000;

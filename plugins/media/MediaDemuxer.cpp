@@ -47,6 +47,7 @@ std::optional<SmMediaStreamFormat> VideoFormat(const AVCodecParameters& paramete
     break;
   case AV_CODEC_ID_MJPEG:
     format.codec = SmVideoCodec::JPEG;
+    format.payload = SmMediaStreamFormat::JPEG;
     format.intraOnly = true;
     break;
   case AV_CODEC_ID_JPEG2000:

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "Common/TimeStamp/TimeStamp.h"
+#include "JPEGTableCompleter.h"
 #include "MediaProcessing/GenericByteData/AudioCodec.h"
 #include "MediaProcessing/GenericByteData/GenericAudioStreamDataPacket.h"
 #include "MediaProcessing/GenericByteData/GenericVideoStreamDataPacket.h"
@@ -71,6 +72,11 @@ bool CmMediaRecordBuilder::ConvertPayload(const SmMediaPacket& packet, bool& syn
       m_Payload = m_Configuration;
     }
     m_Payload.insert(m_Payload.end(), data, data + size);
+    return true;
+  case SmMediaStreamFormat::JPEG:
+    if (!CompleteJPEGHuffmanTables(data, size, m_Payload)) {
+      m_Payload.assign(data, data + size);
+    }
     return true;
   case SmMediaStreamFormat::PCMSwap16:
   case SmMediaStreamFormat::PCMSwap24: {

@@ -20,6 +20,8 @@ struct SmMediaStreamFormat {
     H264,
     // MPEG-4 part 2: the configuration (VOL header) before each sync frame.
     MPEG4,
+    // Motion JPEG: the standard Huffman tables written into frames without.
+    JPEG,
     // AAC in any framing to LOAS.
     AAC,
     // PCM to the little-endian, unsigned-8-bit forms that PCM records hold.

@@ -5,6 +5,7 @@
 
 #include "AACLoasWrapper.h"
 #include "H264AnnexBConverter.h"
+#include "JPEGTableCompleter.h"
 #include "MediaProcessing/GenericByteData/AudioCodec.h"
 #include "MediaProcessing/GenericByteData/GenericAudioStreamDataPacket.h"
 #include "MediaProcessing/GenericByteData/GenericVideoStreamDataPacket.h"
@@ -454,4 +455,43 @@ TEST(MediaRecordBuilder, AudioRecordsCountSamplesAndNormalisePCM) {
   EXPECT_FALSE(plain.Build({raw.data(), raw.size(), true, 0, 0}, record, info))
       << "raw frames without any configuration";
   EXPECT_FALSE(plain.Configure(Bytes{0x00}.data(), 1));
+}
+
+TEST(MediaJPEGTables, FramesWithoutHuffmanTablesGetTheStandardOnes) {
+  // SOI, a comment, a baseline frame header, then the scan.
+  const Bytes head = {0xFF, 0xD8, 0xFF, 0xFE, 0x00, 0x04, 'h', 'i', 0xFF, 0xFF, 0xC0,
+                      0x00, 0x0B, 8,    0,    16,   0,    16,  1,   1,    0x11, 0};
+  const Bytes scan = {0xFF, 0xDA, 0x00, 0x08, 1, 1, 0x00, 0, 63, 0, 0x12, 0x34, 0xFF, 0xD9};
+  Bytes frame = head;
+  frame.insert(frame.end(), scan.begin(), scan.end());
+  Bytes out;
+  ASSERT_TRUE(CompleteJPEGHuffmanTables(frame.data(), frame.size(), out));
+  ASSERT_EQ(out.size(), frame.size() + 420);
+  EXPECT_EQ(Bytes(out.begin(), out.begin() + static_cast<ptrdiff_t>(head.size())), head);
+  EXPECT_EQ(Bytes(out.end() - static_cast<ptrdiff_t>(scan.size()), out.end()), scan);
+  // One DHT segment of 418 bytes with the four tables, in class and id order.
+  EXPECT_EQ(Bytes(out.begin() + 22, out.begin() + 27), (Bytes{0xFF, 0xC4, 0x01, 0xA2, 0x00}));
+  EXPECT_EQ(out[22 + 4 + 29], 0x10);
+  EXPECT_EQ(out[22 + 4 + 29 + 179], 0x01);
+  EXPECT_EQ(out[22 + 4 + 29 + 179 + 29], 0x11);
+
+  // A frame that has its tables stays as it is.
+  Bytes withTables = out;
+  EXPECT_FALSE(CompleteJPEGHuffmanTables(withTables.data(), withTables.size(), out));
+  EXPECT_TRUE(out.empty());
+  // Progressive and arithmetic-coded frames are left alone.
+  for (const uint8_t marker : {0xC2, 0xC9}) {
+    Bytes other = frame;
+    other[10] = marker;
+    EXPECT_FALSE(CompleteJPEGHuffmanTables(other.data(), other.size(), out)) << int(marker);
+  }
+  // Cut anywhere before the scan, or with a segment running past the end.
+  for (size_t cut = 0; cut < head.size() + 2; ++cut) {
+    EXPECT_FALSE(CompleteJPEGHuffmanTables(frame.data(), cut, out)) << cut;
+  }
+  Bytes overlong = frame;
+  overlong[11] = 0xFF;
+  EXPECT_FALSE(CompleteJPEGHuffmanTables(overlong.data(), overlong.size(), out));
+  Bytes noImage = {0x00, 0xD8, 0xFF, 0xDA};
+  EXPECT_FALSE(CompleteJPEGHuffmanTables(noImage.data(), noImage.size(), out));
 }

@@ -488,6 +488,50 @@ TEST_F(MediaSourceTest, CoverArtIsNoVideoAndInterlacingIsMarked) {
   }
 }
 
+// The frame without its DHT segments, as many cameras write Motion JPEG.
+Bytes WithoutHuffmanTables(const Bytes& frame) {
+  Bytes out(frame.begin(), frame.begin() + 2);
+  size_t at = 2;
+  while (at + 4 <= frame.size() && frame[at + 1] != 0xDA) {
+    const size_t length = static_cast<size_t>(frame[at + 2] << 8 | frame[at + 3]);
+    if (frame[at + 1] != 0xC4) {
+      out.insert(out.end(), frame.begin() + static_cast<ptrdiff_t>(at),
+                 frame.begin() + static_cast<ptrdiff_t>(at + 2 + length));
+    }
+    at += 2 + length;
+  }
+  out.insert(out.end(), frame.begin() + static_cast<ptrdiff_t>(at), frame.end());
+  return out;
+}
+
+TEST_F(MediaSourceTest, MotionJPEGWithoutHuffmanTablesGetsThem) {
+  const std::string avi = scratch / "cam.avi";
+  ASSERT_EQ(Ffmpeg("-f lavfi -i testsrc=size=64x48:rate=5 -t 1 -c:v mjpeg -huffman default " + avi), "");
+  Open(avi);
+  ASSERT_EQ(ConnectError(), "connected");
+  const std::vector<SmItem> original = ReadAll();
+  ASSERT_EQ(original.size(), 5u);
+  Bytes stripped;
+  for (const SmItem& item : original) {
+    const Bytes frame = WithoutHuffmanTables(item.Payload());
+    ASSERT_LT(frame.size(), item.Payload().size());
+    stripped.insert(stripped.end(), frame.begin(), frame.end());
+  }
+  const std::string bare = scratch / "bare.mjpeg";
+  WriteFile(bare, stripped);
+  Open(bare);
+  ASSERT_EQ(ConnectError(), "connected");
+  const std::vector<SmItem> completed = ReadAll();
+  ASSERT_EQ(completed.size(), 5u);
+  for (size_t i = 0; i < completed.size(); ++i) {
+    EXPECT_EQ(completed[i].Payload().size(),
+              WithoutHuffmanTables(original[i].Payload()).size() + 420);
+  }
+  const std::string out = scratch / "out.mjpeg";
+  WriteFile(out, Concatenated(completed, 16));
+  EXPECT_EQ(Decoded("-f mjpeg -i " + out), Decoded("-i " + avi));
+}
+
 TEST_F(MediaSourceTest, ConfigurationAndFileErrorsShowAtConnect) {
   OpenXml("<toolkit type='source'><provider>media</provider><config/></toolkit>");
   EXPECT_EQ(ConnectError(), "The media plug-in needs <config><media url=\"...\"/></config>!");
