@@ -69,9 +69,25 @@ TEST(ImageBufferHelpers, FieldViewsOfEveryLayout) {
   EXPECT_EQ(bottom.height, 2u);
   EXPECT_EQ(top.rowStride, 2 * plane.rowStride);
   EXPECT_EQ(bottom.data, plane.data + plane.rowStride);
-  EXPECT_EQ(GetFieldPlane(plane, InterleavedTopFirst, upsideDown, 0).data,
+  // Upside down with an odd height, picture row 0 is stored row 4: the top
+  // field keeps the even rows. With an even height it moves to the odd rows.
+  EXPECT_EQ(GetFieldPlane(plane, InterleavedTopFirst, upsideDown, 0).data, plane.data);
+  EXPECT_EQ(GetFieldPlane(plane, InterleavedTopFirst, halfTurn, 1).data,
             plane.data + plane.rowStride);
-  EXPECT_EQ(GetFieldPlane(plane, InterleavedTopFirst, halfTurn, 1).data, plane.data);
+  for (uint64_t height = 1; height <= 8; ++height) {
+    CmReferenceCountingImageAllocator b;
+    b.Allocate(2, height, Gray);
+    const CmPlane full = b.GetPlane(0);
+    for (uint32_t field = 0; field < 2 && field < height; ++field) {
+      const CmPlane view = GetFieldPlane(full, InterleavedBottomFirst, upsideDown, field);
+      const uint64_t firstRow = static_cast<uint64_t>(view.data - full.data) / full.rowStride;
+      // The view's last row is inside the plane and is the stored row of the
+      // picture's last row of that field.
+      const uint64_t lastRow = firstRow + 2 * (view.height - 1);
+      EXPECT_LT(lastRow, height) << height << " field " << field;
+      EXPECT_EQ((height - 1 - firstRow) % 2, field) << height << " field " << field;
+    }
+  }
 
   top = GetFieldPlane(plane, SeparateTopFirst, upright, 0);
   bottom = GetFieldPlane(plane, SeparateBottomFirst, upright, 1);

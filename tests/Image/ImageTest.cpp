@@ -227,12 +227,14 @@ TEST(Image, SplitFieldsOfInterleavedAndSeparateLayouts) {
   EXPECT_EQ(Sample(first, 0, 0, 2), Sample(image, 0, 0, 2));
   EXPECT_EQ(Sample(second, 0, 0, 0), Sample(image, 0, 0, 3));
 
-  // Stored upside down, the picture's top field is on the odd rows.
+  // Stored upside down, picture row r is stored row 4 - r: with this odd
+  // height the picture's top field stays on the even rows (4, 2, 0).
   image.GetAttributes().interlacing = InterleavedTopFirst;
   image.GetAttributes().orientation.flippedVertically = true;
   image.SplitFields(first, second);
   EXPECT_EQ(first.GetHeight(), 3u);
-  EXPECT_EQ(Sample(first, 0, 0, 0), Sample(image, 0, 0, 1));
+  EXPECT_EQ(Sample(first, 0, 0, 0), Sample(image, 0, 0, 0));
+  EXPECT_EQ(Sample(second, 0, 0, 1), Sample(image, 0, 0, 3));
   EXPECT_TRUE(first.GetAttributes().orientation.flippedVertically);
 
   // A rotated picture has no rows to split.

@@ -47,8 +47,12 @@ Plane GetFieldPlane(const Plane& plane, Interlacing interlacing, const Orientati
       throw CmIntegrityError(VZK_LOCATION, "Can not get an interleaved field from a rotated image",
                              CmIntegrityErrorCode::InvalidPointer);
     }
-    // Stored upside down, the top field of the picture is on the odd rows.
-    firstRow = normal.flippedVertically ? 1 - field : field;
+    // Stored upside down, picture row r is stored row H - 1 - r: the top
+    // field lands on the odd rows when the height is even, but stays on the
+    // even rows when it is odd. Taking 1 - field regardless would make the
+    // top field of an odd picture start at row 1 with a row too many, past
+    // the end of the plane.
+    firstRow = normal.flippedVertically ? (height - 1 + field) % 2 : field;
     rowStride = plane.rowStride * 2;
     break;
   case SeparateTopFirst:

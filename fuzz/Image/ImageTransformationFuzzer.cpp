@@ -1,0 +1,142 @@
+// Arbitrary bytes as an image with arbitrary attributes and a transformation
+// with arbitrary settings: each either succeeds with an image whose planes
+// match its size, or refuses with an error of the media layer. Nothing else
+// may happen: no crash, no other exception, no read outside a plane.
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+
+#include "Common/Error/Error.h"
+#include "MediaProcessing/Image/ImageBoundingRectangleResize.h"
+#include "MediaProcessing/Image/ImageColorFormatConvert.h"
+#include "MediaProcessing/Image/ImageCrop.h"
+#include "MediaProcessing/Image/ImageDeinterlace.h"
+#include "MediaProcessing/Image/ImageFlip.h"
+#include "MediaProcessing/Image/ImageResize.h"
+#include "MediaProcessing/Image/ImageRotate90Right.h"
+#include "MediaProcessing/Image/NormalizeImage.h"
+
+using namespace NmMediaProcessing;
+
+namespace {
+
+class CmReader {
+public:
+  CmReader(const uint8_t* data, size_t size) : m_Data(data), m_Size(size) {}
+  uint8_t Byte() { return m_Position < m_Size ? m_Data[m_Position++] : 0; }
+  uint64_t Below(uint64_t limit) { return (Byte() | Byte() << 8) % limit; }
+  const uint8_t* Rest(size_t& size) const {
+    size = m_Size - std::min(m_Position, m_Size);
+    return m_Data + (m_Size - size);
+  }
+
+private:
+  const uint8_t* m_Data;
+  size_t m_Size;
+  size_t m_Position = 0;
+};
+
+Orientation ReadOrientation(CmReader& in) {
+  const uint8_t b = in.Byte();
+  Orientation o;
+  o.rotation = b % 4;
+  o.flippedVertically = (b & 4) != 0;
+  o.flippedHorizontally = (b & 8) != 0;
+  return o;
+}
+
+std::unique_ptr<ImImageTransformation> ReadTransformation(CmReader& in) {
+  const uint8_t kind = in.Byte() % 11;
+  switch (kind) {
+  case 0:
+    return std::make_unique<CmImageColorFormatConvert>(static_cast<ColorFormat>(in.Byte() % 10),
+                                                       in.Byte() % 2 ? 64 : 0);
+  case 1:
+    return std::make_unique<CmImageResize>(1 + in.Below(80), 1 + in.Below(80), in.Byte() % 2);
+  case 2:
+    return std::make_unique<CmImageBoundingRectangleResize>(in.Below(80), 1 + in.Below(80),
+                                                            in.Byte() % 3,
+                                                            0.25 + in.Byte() / 64.0);
+  case 3:
+    return std::make_unique<CmImageFilledRectangleResize>(1 + in.Below(80), 1 + in.Below(80),
+                                                          0.25 + in.Byte() / 64.0, in.Byte() % 2);
+  case 4:
+    return std::make_unique<CmImageCrop>(in.Below(40), in.Below(40), 1 + in.Below(40),
+                                         1 + in.Below(40));
+  case 5:
+    return std::make_unique<CmImageFlipVertically>();
+  case 6:
+    return std::make_unique<CmImageFlipHorizontally>();
+  case 7:
+    return std::make_unique<CmImageRotate90Right>();
+  case 8:
+    return std::make_unique<CmNormalizeImageOrientation>(ReadOrientation(in));
+  case 9:
+    return std::make_unique<CmNormalizeImage>(in.Byte() % 2, ReadOrientation(in), in.Byte() % 2);
+  default:
+    return std::make_unique<CmImageDeinterlaceCAVT>(in.Byte() % 2, in.Byte());
+  }
+}
+
+void CheckPlanes(const CmImage& image) {
+  if (!image.IsValid()) {
+    return;
+  }
+  const auto& allocator = image.Allocator();
+  for (uint64_t p = 0; p < allocator.GetPlaneCount(); ++p) {
+    const SmPlaneSize expected =
+        GetPlaneSize(image.GetColorFormat(), p, image.GetWidth(), image.GetHeight());
+    const auto plane = allocator.GetPlane(p);
+    if (plane.width != expected.width || plane.height != expected.height) {
+      __builtin_trap();
+    }
+  }
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  CmReader in(data, size);
+  const auto format = static_cast<ColorFormat>(in.Byte() % 10);
+  const uint64_t width = 1 + in.Below(48);
+  const uint64_t height = 1 + in.Below(48);
+  CmImage image;
+  image.Allocate(width, height, format);
+  auto& attributes = image.GetAttributes();
+  attributes.subColorFormat = static_cast<SubColorFormat>(in.Byte() % 5);
+  attributes.interlacing = static_cast<Interlacing>(in.Byte() % 8);
+  attributes.orientation = ReadOrientation(in);
+  attributes.aspectRatio = 0.25 + in.Byte() / 32.0;
+  std::unique_ptr<ImImageTransformation> transformation;
+  try {
+    transformation = ReadTransformation(in);
+  } catch (const NmError::CmError&) {
+    return 0;
+  }
+  transformation->SetOptions(in.Byte() % 8);
+  size_t pixelBytes = 0;
+  const uint8_t* pixels = in.Rest(pixelBytes);
+  for (uint64_t p = 0; p < image.Allocator().GetPlaneCount(); ++p) {
+    const auto plane = image.Allocator().GetWriteablePlane(p);
+    for (uint64_t y = 0; y < plane.height; ++y) {
+      for (uint64_t x = 0; x < plane.width * plane.pixelStride; ++x) {
+        plane.data[y * plane.rowStride + x] =
+            pixelBytes ? pixels[(y * plane.width * plane.pixelStride + x) % pixelBytes] : 0;
+      }
+    }
+  }
+  const bool inPlace = in.Byte() % 2;
+  try {
+    CmImage result;
+    if (inPlace) {
+      transformation->Execute(image);
+      CheckPlanes(image);
+    } else {
+      transformation->Execute(image, result);
+      CheckPlanes(result);
+    }
+  } catch (const NmError::CmError&) {
+  }
+  return 0;
+}
