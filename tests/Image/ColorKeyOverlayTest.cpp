@@ -331,3 +331,21 @@ TEST(ColorKeyOverlay, PlanarPicturesNeedTheKeyInEveryPlane) {
   EXPECT_EQ(Sample(image, 0, 3, 3), 16);
   EXPECT_EQ(Sample(image, 1, 1, 0), 5);
 }
+
+TEST(ColorKeyOverlay, KeyHoldsWhenTheImageHasBytesThePictureLacks) {
+  // Same size, so the key primitive is tempting; but the alpha that the
+  // conversion adds is no part of the key.
+  for (const ColorFormat target : {BGRA, RGBA, BGR32, RGB24}) {
+    SCOPED_TRACE(target);
+    CmImage picture = MakeImage(5, 3, RGB24, 13);
+    auto plane = picture.Allocator().GetWriteablePlane(0);
+    std::fill_n(plane.data, 3, 0); // pixel (0, 0) is the key
+    plane.data[3] = 200;           // pixel (1, 0) is not
+    CmImage image = MakeImage(5, 3, target, 14);
+    const uint8_t background = Sample(image, 0, 0, 0, 1);
+    CmColorKeyOverlay overlay(picture, Parameters(0), 0, 0, 0, 0);
+    overlay.Execute(image);
+    EXPECT_EQ(Sample(image, 0, 0, 0, 1), background);
+    EXPECT_EQ(Sample(image, 0, 1, 0, target == BGRA || target == BGR32 ? 2 : 0), 200);
+  }
+}

@@ -144,7 +144,11 @@ bool CmColorKeyOverlay::CanUseKeyDirectly(const CmImage& source) const {
   if (from == to) {
     return true;
   }
-  return IsPackedRGB(from) && IsPackedRGB(to);
+  // A conversion that adds or drops a byte (alpha, padding) leaves that byte
+  // out of the key's reach; the mask made from the original picture is exact.
+  return IsPackedRGB(from) && IsPackedRGB(to) &&
+         m_Overlay.Allocator().GetPlane(0).bytesPerPixel ==
+             source.Allocator().GetPlane(0).bytesPerPixel;
 }
 
 void CmColorKeyOverlay::Execute(const CmImage& source, CmImage& destination) {
