@@ -153,6 +153,8 @@ TEST(MaskCells, StartsAndPixelsAgreeAtEveryEdge) {
   EXPECT_EQ(CellStart(100, 3, 1), 33u);
   EXPECT_EQ(CellStart(100, 3, 2), 67u);
   EXPECT_EQ(CellStart(100, 3, 3), 100u);
+  EXPECT_EQ(CellStart(100, 0, 1), 0u);
+  EXPECT_EQ(CellOfPixel(0, 3, 0), 0u);
   // Each pixel lies in the cell whose start is the last one not after it.
   for (uint64_t pixels : {1u, 2u, 3u, 7u, 10u, 33u, 100u, 101u, 352u, 720u, 1081u}) {
     for (uint64_t cells = 1; cells <= pixels && cells <= 97; ++cells) {

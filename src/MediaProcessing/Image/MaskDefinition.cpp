@@ -39,11 +39,17 @@ uint64_t CellStartInDefaultEnvironment(uint64_t pixels, uint64_t cells, uint64_t
 } // namespace
 
 uint64_t CellStart(uint64_t pixels, uint64_t cells, uint64_t cell) {
+  if (pixels == 0 || cells == 0) {
+    return 0;
+  }
   const CmDefaultFloatingPointEnvironment environment;
   return CellStartInDefaultEnvironment(pixels, cells, cell);
 }
 
 uint64_t CellOfPixel(uint64_t pixels, uint64_t cells, uint64_t x) {
+  if (pixels == 0 || cells == 0) {
+    return 0;
+  }
   const CmDefaultFloatingPointEnvironment environment;
   const double position =
       static_cast<double>(cells) / static_cast<double>(pixels) * static_cast<double>(x);

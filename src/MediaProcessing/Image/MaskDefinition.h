@@ -95,7 +95,7 @@ private:
   std::vector<uint8_t> m_Grid;
 };
 
-// First pixel of cell c when G cells share P pixels.
+// First pixel of cell c when G cells share P pixels; 0 when either is 0.
 uint64_t CellStart(uint64_t pixels, uint64_t cells, uint64_t cell);
 // The cell that holds pixel x, for P >= G; agrees with CellStart at every edge.
 uint64_t CellOfPixel(uint64_t pixels, uint64_t cells, uint64_t x);
