@@ -89,6 +89,38 @@ TEST(JPEGQuantize, EveryTargetMatchesTheReferenceExactly) {
   });
 }
 
+TEST(JPEGForwardDCTQuantize, SameNumbersAsTheTwoKernelsApart) {
+  uint16_t table[64];
+  for (int i = 0; i < 64; ++i) {
+    table[i] = static_cast<uint16_t>(1 + (i * 7) % 40);
+  }
+  float reciprocals[64];
+  MakeQuantReciprocals(table, reciprocals);
+  ForEachTarget([&] {
+    std::mt19937 random(21);
+    for (int round = 0; round < 30; ++round) {
+      const size_t blocks = 1 + random() % 12;
+      const SmTestPlane samples(random, blocks * 8, 8);
+      std::vector<float> coefficients(blocks * 64);
+      std::vector<int16_t> apart(blocks * 64);
+      std::vector<int16_t> fused(blocks * 64 + 1, 77);
+      std::vector<int16_t> reference(blocks * 64);
+      ForwardDCT8x8Blocks(samples.data(), samples.stride, blocks, coefficients.data());
+      QuantizeBlocks(coefficients.data(), blocks, reciprocals, apart.data());
+      ForwardDCTQuantizeBlocks(samples.data(), samples.stride, blocks, reciprocals, fused.data());
+      NmReference::ForwardDCTQuantizeBlocks(samples.data(), samples.stride, blocks, reciprocals,
+                                            reference.data());
+      EXPECT_EQ(fused.back(), 77) << "wrote past the last block";
+      fused.pop_back();
+      ASSERT_EQ(fused, apart);
+      // Against the plain forms only rounding can differ, by one step.
+      for (size_t i = 0; i < fused.size(); ++i) {
+        ASSERT_LE(std::abs(fused[i] - reference[i]), 1) << i;
+      }
+    }
+  });
+}
+
 namespace {
 
 SmHuffmanEncodeTable MakeTable(const std::vector<uint8_t>& bits) {

@@ -76,11 +76,13 @@ HWY_INLINE void Transpose8x8(V8 (&r)[8]) {
   const D8 d;
   const hn::Repartition<double, D8> dd;
   V8 t[8];
+  HWY_UNROLL(8)
   for (int i = 0; i < 4; ++i) {
     t[2 * i] = hn::InterleaveLower(d, r[2 * i], r[2 * i + 1]);
     t[2 * i + 1] = hn::InterleaveUpper(d, r[2 * i], r[2 * i + 1]);
   }
   V8 s[8];
+  HWY_UNROLL(8)
   for (int i = 0; i < 2; ++i) {
     const V8 a = t[4 * i];
     const V8 b = t[4 * i + 1];
@@ -91,6 +93,7 @@ HWY_INLINE void Transpose8x8(V8 (&r)[8]) {
     s[4 * i + 2] = hn::BitCast(d, hn::InterleaveLower(dd, hn::BitCast(dd, b), hn::BitCast(dd, e)));
     s[4 * i + 3] = hn::BitCast(d, hn::InterleaveUpper(dd, hn::BitCast(dd, b), hn::BitCast(dd, e)));
   }
+  HWY_UNROLL(8)
   for (int i = 0; i < 4; ++i) {
     r[i] = hn::ConcatLowerLower(d, s[4 + i], s[i]);
     r[i + 4] = hn::ConcatUpperUpper(d, s[4 + i], s[i]);
@@ -112,6 +115,7 @@ HWY_INLINE void DCT8(V8 (&x)[8]) {
   x[4] = hn::Mul(hn::Sub(e0, e1), hn::Set(d, m[32]));
   x[2] = hn::MulAdd(e3, hn::Set(d, m[17]), hn::Mul(e2, hn::Set(d, m[16])));
   x[6] = hn::MulAdd(e3, hn::Set(d, m[49]), hn::Mul(e2, hn::Set(d, m[48])));
+  HWY_UNROLL(8)
   for (int k = 1; k < 8; k += 2) {
     V8 sum = hn::Mul(d0, hn::Set(d, m[k * 8]));
     sum = hn::MulAdd(d1, hn::Set(d, m[k * 8 + 1]), sum);
@@ -126,8 +130,10 @@ void ForwardDCT8x8BlocksEight(const uint8_t* samples, size_t stride, size_t bloc
   const hn::Rebind<int32_t, D8> di;
   const hn::Rebind<uint8_t, D8> du8;
   const V8 shift = hn::Set(df, 128.0f);
+  HWY_UNROLL(8)
   for (size_t b = 0; b < blocks; ++b) {
     V8 rows[8];
+    HWY_UNROLL(8)
     for (int y = 0; y < 8; ++y) {
       const auto wide = hn::PromoteTo(di, hn::LoadU(du8, samples + y * stride + b * 8));
       rows[y] = hn::Sub(hn::ConvertTo(df, wide), shift);
@@ -136,18 +142,62 @@ void ForwardDCT8x8BlocksEight(const uint8_t* samples, size_t stride, size_t bloc
     Transpose8x8(rows);
     DCT8(rows);
     Transpose8x8(rows);
+    HWY_UNROLL(8)
     for (int k = 0; k < 8; ++k) {
       hn::StoreU(rows[k], df, coefficients + b * 64 + k * 8);
     }
   }
 }
+void ForwardDCTQuantizeBlocksEight(const uint8_t* samples, size_t stride, size_t blocks,
+                                   const float reciprocals[64], int16_t* quantized) {
+  const D8 df;
+  const hn::Rebind<int32_t, D8> di;
+  const hn::Rebind<uint8_t, D8> du8;
+  const hn::Rebind<int16_t, D8> d16;
+  const V8 shift = hn::Set(df, 128.0f);
+  const V8 low = hn::Set(df, -32768.0f);
+  const V8 high = hn::Set(df, 32767.0f);
+  for (size_t b = 0; b < blocks; ++b) {
+    V8 rows[8];
+    HWY_UNROLL(8)
+    for (int y = 0; y < 8; ++y) {
+      const auto wide = hn::PromoteTo(di, hn::LoadU(du8, samples + y * stride + b * 8));
+      rows[y] = hn::Sub(hn::ConvertTo(df, wide), shift);
+    }
+    DCT8(rows);
+    Transpose8x8(rows);
+    DCT8(rows);
+    Transpose8x8(rows);
+    HWY_UNROLL(8)
+    for (int k = 0; k < 8; ++k) {
+      V8 v = hn::Mul(rows[k], hn::LoadU(df, reciprocals + k * 8));
+      v = hn::Min(hn::Max(v, low), high);
+      hn::StoreU(hn::DemoteTo(d16, hn::NearestInt(v)), d16, quantized + b * 64 + k * 8);
+    }
+  }
+}
 #endif
+
+void QuantizeBlocksImpl(const float* coefficients, size_t blocks, const float reciprocals[64],
+                        int16_t* quantized);
+
+void ForwardDCTQuantizeBlocksImpl(const uint8_t* samples, size_t stride, size_t blocks,
+                                  const float reciprocals[64], int16_t* quantized) {
+#ifdef VZK_DCT_EIGHT_LANES
+  ForwardDCTQuantizeBlocksEight(samples, stride, blocks, reciprocals, quantized);
+#else
+  for (size_t b = 0; b < blocks; ++b) {
+    HWY_ALIGN float coefficients[64];
+    ForwardDCT8x8BlocksMatrix(samples + b * 8, stride, 1, coefficients);
+    QuantizeBlocksImpl(coefficients, 1, reciprocals, quantized + b * 64);
+  }
+#endif
+}
 
 void ForwardDCT8x8BlocksImpl(const uint8_t* samples, size_t stride, size_t blocks,
                              float* coefficients) {
 #ifdef VZK_DCT_EIGHT_LANES
   ForwardDCT8x8BlocksEight(samples, stride, blocks, coefficients);
-#undef VZK_DCT_EIGHT_LANES
 #else
   ForwardDCT8x8BlocksMatrix(samples, stride, blocks, coefficients);
 #endif
@@ -171,6 +221,7 @@ void QuantizeBlocksImpl(const float* coefficients, size_t blocks, const float re
   }
 }
 
+#undef VZK_DCT_EIGHT_LANES
 } // namespace HWY_NAMESPACE
 } // namespace NmPrimitives
 HWY_AFTER_NAMESPACE();
@@ -179,6 +230,13 @@ HWY_AFTER_NAMESPACE();
 namespace NmPrimitives {
 HWY_EXPORT(ForwardDCT8x8BlocksImpl);
 HWY_EXPORT(QuantizeBlocksImpl);
+HWY_EXPORT(ForwardDCTQuantizeBlocksImpl);
+
+void ForwardDCTQuantizeBlocks(const uint8_t* samples, size_t stride, size_t blocks,
+                              const float reciprocals[64], int16_t* quantized) {
+  HWY_DYNAMIC_DISPATCH(ForwardDCTQuantizeBlocksImpl)
+  (samples, stride, blocks, reciprocals, quantized);
+}
 
 void ForwardDCT8x8Blocks(const uint8_t* samples, size_t stride, size_t blocks,
                          float* coefficients) {

@@ -24,7 +24,15 @@ void MakeQuantReciprocals(const uint16_t natural[64], float reciprocals[64]);
 void QuantizeBlocks(const float* coefficients, size_t blocks, const float reciprocals[64],
                     int16_t* quantized);
 
+// Both at once, without the coefficients leaving registers: the same
+// arithmetic as ForwardDCT8x8Blocks followed by QuantizeBlocks, so the same
+// numbers on the same target.
+void ForwardDCTQuantizeBlocks(const uint8_t* samples, size_t stride, size_t blocks,
+                              const float reciprocals[64], int16_t* quantized);
+
 namespace NmReference {
+void ForwardDCTQuantizeBlocks(const uint8_t* samples, size_t stride, size_t blocks,
+                              const float reciprocals[64], int16_t* quantized);
 void ForwardDCT8x8Blocks(const uint8_t* samples, size_t stride, size_t blocks, float* coefficients);
 void QuantizeBlocks(const float* coefficients, size_t blocks, const float reciprocals[64],
                     int16_t* quantized);

@@ -68,5 +68,14 @@ void QuantizeBlocks(const float* coefficients, size_t blocks, const float recipr
   }
 }
 
+void ForwardDCTQuantizeBlocks(const uint8_t* samples, size_t stride, size_t blocks,
+                              const float reciprocals[64], int16_t* quantized) {
+  for (size_t b = 0; b < blocks; ++b) {
+    float coefficients[64];
+    ForwardDCT8x8Blocks(samples + b * 8, stride, 1, coefficients);
+    QuantizeBlocks(coefficients, 1, reciprocals, quantized + b * 64);
+  }
+}
+
 } // namespace NmReference
 } // namespace NmPrimitives

@@ -121,21 +121,23 @@ HWY_INLINE uint64_t NonZeroMask(const int16_t* block) {
   const hn::CappedTag<int16_t, 32> d;
   const size_t n = hn::Lanes(d);
   const auto zero = hn::Zero(d);
-  uint64_t mask = 0;
+  uint64_t zeros = 0;
+  HWY_UNROLL(8)
   for (size_t i = 0; i < 64; i += n) {
     uint8_t bytes[8] = {};
-    hn::StoreMaskBits(d, hn::Ne(hn::LoadU(d, block + i), zero), bytes);
+    hn::StoreMaskBits(d, hn::Eq(hn::LoadU(d, block + i), zero), bytes);
     uint64_t chunk = 0;
     std::memcpy(&chunk, bytes, sizeof chunk);
-    mask |= (n >= 64 ? chunk : chunk & ((uint64_t{1} << n) - 1)) << i;
+    zeros |= (n >= 64 ? chunk : chunk & ((uint64_t{1} << n) - 1)) << i;
   }
-  return mask;
+  return ~zeros;
 }
 
 HWY_INLINE void EncodeOne(const int16_t* block, int32_t& lastDC, const SmHuffmanEncodeTable& dc,
                           const SmHuffmanEncodeTable& ac, CmFastBitWriter& bits) {
   const uint64_t natural = NonZeroMask(block);
   uint64_t zigZag = 0;
+  HWY_UNROLL(8)
   for (int row = 0; row < 8; ++row) {
     zigZag |= ZigZagSpread.bits[row][(natural >> (8 * row)) & 0xFF];
   }

@@ -13,7 +13,6 @@ namespace {
 namespace NmTables = NmJPEGStandardTables;
 
 constexpr int MaxDimension = 65535;
-constexpr size_t ChunkBlocks = 16;
 // 4:2:0: four luma blocks and one of each chroma.
 constexpr size_t MaxBlocksPerMcu = 6;
 
@@ -455,7 +454,7 @@ JStatus CJPEGEncoder::EncodeMcuRow(int mcuRow) {
     return s;
   }
   // Transform and quantise the whole row of blocks of each component first:
-  // the kernels work best on many blocks at a time.
+  // the kernel works best on many blocks at a time.
   int16_t* quantized[3] = {};
   for (int c = 0; c < m_ComponentCount; ++c) {
     CJPEGColorComponent& component = m_Components[c];
@@ -466,26 +465,12 @@ JStatus CJPEGEncoder::EncodeMcuRow(int mcuRow) {
         s != JStatusOk) {
       return s;
     }
-    if (const JStatus s = component.AllocateBuffer(CJPEGColorComponent::Scratch,
-                                                   ChunkBlocks * 64 * sizeof(float));
-        s != JStatusOk) {
-      return s;
-    }
     quantized[c] =
         reinterpret_cast<int16_t*>(component.GetBuffer(CJPEGColorComponent::Coefficients));
-    float* coefficients =
-        reinterpret_cast<float*>(component.GetBuffer(CJPEGColorComponent::Scratch));
     for (int v = 0; v < component.vSampling; ++v) {
-      // In runs of a few blocks, so that the coefficients are still in the
-      // first-level cache when quantisation reads them.
-      for (size_t first = 0; first < blocksPerRow; first += ChunkBlocks) {
-        const size_t count = std::min(ChunkBlocks, blocksPerRow - first);
-        NmPrimitives::ForwardDCT8x8Blocks(rows[c] + static_cast<size_t>(v) * 8 * strides[c] +
-                                              first * 8,
-                                          strides[c], count, coefficients);
-        NmPrimitives::QuantizeBlocks(coefficients, count, m_Reciprocals[component.quantSelector],
-                                     quantized[c] + (v * blocksPerRow + first) * 64);
-      }
+      NmPrimitives::ForwardDCTQuantizeBlocks(
+          rows[c] + static_cast<size_t>(v) * 8 * strides[c], strides[c], blocksPerRow,
+          m_Reciprocals[component.quantSelector], quantized[c] + v * blocksPerRow * 64);
     }
   }
   SmHuffmanEncodeState& state = *m_HuffmanState.Get();
