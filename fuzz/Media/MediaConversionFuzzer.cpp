@@ -1,6 +1,6 @@
 // Arbitrary bytes as a container's codec configuration followed by packets:
 // the H.264 Annex B conversion, the AAC LOAS wrapping, the completion of JPEG
-// Huffman tables and the record builder
+// Huffman tables, the H.263 picture header and the record builder
 // around them must never crash, and what they accept must be well framed.
 
 #include <cstddef>
@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "AACLoasWrapper.h"
+#include "H263PictureHeader.h"
 #include "H264AnnexBConverter.h"
 #include "JPEGTableCompleter.h"
 #include "MediaRecordBuilder.h"
@@ -53,6 +54,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   std::vector<uint8_t> out;
   if (mode % 4 == 3) {
     for (const SmPiece& piece : pieces) {
+      NmMedia::IsIntraH263Picture(piece.data, piece.size);
       // A completed frame is the frame with one segment more.
       if (NmMedia::CompleteJPEGHuffmanTables(piece.data, piece.size, out) &&
           out.size() != piece.size + 420) {
@@ -81,7 +83,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     NmMedia::SmMediaStreamFormat format;
     const bool audio = (mode >> 2) & 1;
     format.kind = audio ? NmMedia::SmMediaStreamFormat::Audio : NmMedia::SmMediaStreamFormat::Video;
-    format.payload = static_cast<NmMedia::SmMediaStreamFormat::Payload>((mode >> 3) % 8);
+    format.payload = static_cast<NmMedia::SmMediaStreamFormat::Payload>((mode >> 3) % 9);
     format.codec = audio ? 1 : 10;
     format.channels = 1 + (mode >> 6);
     format.samplingFrequency = 8000;

@@ -41,9 +41,11 @@ std::optional<SmMediaStreamFormat> VideoFormat(const AVCodecParameters& paramete
     break;
   case AV_CODEC_ID_H263:
     format.codec = CodecH263;
+    format.payload = SmMediaStreamFormat::H263;
     break;
   case AV_CODEC_ID_H263P:
     format.codec = CodecH263Plus;
+    format.payload = SmMediaStreamFormat::H263;
     break;
   case AV_CODEC_ID_MJPEG:
     format.codec = SmVideoCodec::JPEG;

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "Common/TimeStamp/TimeStamp.h"
+#include "H263PictureHeader.h"
 #include "JPEGTableCompleter.h"
 #include "MediaProcessing/GenericByteData/AudioCodec.h"
 #include "MediaProcessing/GenericByteData/GenericAudioStreamDataPacket.h"
@@ -77,6 +78,12 @@ bool CmMediaRecordBuilder::ConvertPayload(const SmMediaPacket& packet, bool& syn
     if (!CompleteJPEGHuffmanTables(data, size, m_Payload)) {
       m_Payload.assign(data, data + size);
     }
+    return true;
+  case SmMediaStreamFormat::H263:
+    if (const auto intra = IsIntraH263Picture(data, size)) {
+      sync = *intra;
+    }
+    m_Payload.assign(data, data + size);
     return true;
   case SmMediaStreamFormat::PCMSwap16:
   case SmMediaStreamFormat::PCMSwap24: {

@@ -22,6 +22,8 @@ struct SmMediaStreamFormat {
     MPEG4,
     // Motion JPEG: the standard Huffman tables written into frames without.
     JPEG,
+    // H.263: as it comes, but sync only where the picture is intra coded.
+    H263,
     // AAC in any framing to LOAS.
     AAC,
     // PCM to the little-endian, unsigned-8-bit forms that PCM records hold.

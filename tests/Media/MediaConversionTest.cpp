@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "AACLoasWrapper.h"
+#include "H263PictureHeader.h"
 #include "H264AnnexBConverter.h"
 #include "JPEGTableCompleter.h"
 #include "MediaProcessing/GenericByteData/AudioCodec.h"
@@ -494,4 +495,46 @@ TEST(MediaJPEGTables, FramesWithoutHuffmanTablesGetTheStandardOnes) {
   EXPECT_FALSE(CompleteJPEGHuffmanTables(overlong.data(), overlong.size(), out));
   Bytes noImage = {0x00, 0xD8, 0xFF, 0xDA};
   EXPECT_FALSE(CompleteJPEGHuffmanTables(noImage.data(), noImage.size(), out));
+}
+
+TEST(MediaH263, PictureCodingTypeFromTheHeader) {
+  // PSC, TR 5, PTYPE "10" + three flags, QCIF (2), then the coding type.
+  const auto header = [](uint32_t codingBits, unsigned codingWidth, uint32_t format) {
+    uint64_t bits = 0x20;      // 22-bit start code
+    bits = bits << 8 | 5;      // temporal reference
+    bits = bits << 2 | 2;      // "1", "0"
+    bits = bits << 3 | 0;      // split screen, document camera, freeze release
+    bits = bits << 3 | format; // source format
+    bits = bits << codingWidth | codingBits;
+    const unsigned total = 38 + codingWidth;
+    bits <<= 64 - total;
+    Bytes out;
+    for (unsigned i = 0; i < (total + 7) / 8; ++i) {
+      out.push_back(static_cast<uint8_t>(bits >> (56 - 8 * i)));
+    }
+    return out;
+  };
+  Bytes intra = header(0, 1, 2);
+  Bytes inter = header(1, 1, 2);
+  EXPECT_EQ(IsIntraH263Picture(intra.data(), intra.size()), std::optional<bool>(true));
+  EXPECT_EQ(IsIntraH263Picture(inter.data(), inter.size()), std::optional<bool>(false));
+  // PLUSPTYPE without the optional part (UFEP 0), then the picture type:
+  // 000 intra, 001 inter; with UFEP 1 the 18 optional bits come first.
+  Bytes plusIntra = header(0b000'000, 6, 7);
+  Bytes plusInter = header(0b000'001, 6, 7);
+  Bytes plusUpdated = header((uint64_t{1} << 21) | 0b001, 24, 7);
+  EXPECT_EQ(IsIntraH263Picture(plusIntra.data(), plusIntra.size()), std::optional<bool>(true));
+  EXPECT_EQ(IsIntraH263Picture(plusInter.data(), plusInter.size()), std::optional<bool>(false));
+  EXPECT_EQ(IsIntraH263Picture(plusUpdated.data(), plusUpdated.size()), std::optional<bool>(false));
+  Bytes badUpdate = header(0b010'000, 6, 7);
+  EXPECT_EQ(IsIntraH263Picture(badUpdate.data(), badUpdate.size()), std::nullopt);
+  // Forbidden format 0, a broken start code, and every cut of the header.
+  Bytes forbidden = header(0, 1, 0);
+  EXPECT_EQ(IsIntraH263Picture(forbidden.data(), forbidden.size()), std::nullopt);
+  Bytes noStart = intra;
+  noStart[1] = 0x01;
+  EXPECT_EQ(IsIntraH263Picture(noStart.data(), noStart.size()), std::nullopt);
+  for (size_t cut = 0; cut < intra.size(); ++cut) {
+    EXPECT_EQ(IsIntraH263Picture(intra.data(), cut), std::nullopt) << cut;
+  }
 }

@@ -517,7 +517,8 @@ Bytes WithoutHuffmanTables(const Bytes& frame) {
 
 TEST_F(MediaSourceTest, MotionJPEGWithoutHuffmanTablesGetsThem) {
   const std::string avi = scratch / "cam.avi";
-  ASSERT_EQ(Ffmpeg("-f lavfi -i testsrc=size=64x48:rate=5 -t 1 -c:v mjpeg -huffman default " + avi), "");
+  ASSERT_EQ(Ffmpeg("-f lavfi -i testsrc=size=64x48:rate=5 -t 1 -c:v mjpeg -huffman default " + avi),
+            "");
   Open(avi);
   ASSERT_EQ(ConnectError(), "connected");
   const std::vector<SmItem> original = ReadAll();
@@ -541,6 +542,78 @@ TEST_F(MediaSourceTest, MotionJPEGWithoutHuffmanTablesGetsThem) {
   const std::string out = scratch / "out.mjpeg";
   WriteFile(out, Concatenated(completed, 16));
   EXPECT_EQ(Decoded("-f mjpeg -i " + out), Decoded("-i " + avi));
+}
+
+TEST_F(MediaSourceTest, G726PCMH263AndMPEGAudioKeepWhatTheyHold) {
+  const std::string g726 = scratch / "voice.wav";
+  ASSERT_EQ(Ffmpeg("-f lavfi -i sine=sample_rate=8000 -t 0.5 -c:a g726 -b:a 32k " + g726), "");
+  Open(g726);
+  ASSERT_EQ(ConnectError(), "connected");
+  std::vector<SmItem> items = ReadAll();
+  ASSERT_FALSE(items.empty());
+  uint64_t samples = 0;
+  for (SmItem& item : items) {
+    CmGenericAudioStreamDataPacket audio = item.Audio();
+    EXPECT_EQ(audio.GetCodec(), uint32_t{NmMediaProcessing::SmAudioCodec::G726});
+    // 32 kbit/s is four bits a code word, packed from the most significant bit.
+    EXPECT_EQ(audio.GetCodecOption(), 0x8003u);
+    EXPECT_EQ(audio.GetSampleCount(), item.Payload().size() * 2);
+    EXPECT_EQ(audio.GetBitsPerSample(), 16u);
+    samples += audio.GetSampleCount();
+  }
+  EXPECT_EQ(samples, 4000u);
+  std::string out = scratch / "out.g726";
+  WriteFile(out, Concatenated(items, 32));
+  EXPECT_EQ(Decoded("-f g726 -code_size 4 -sample_rate 8000 -i " + out), Decoded("-i " + g726));
+
+  // Big-endian PCM becomes little-endian.
+  const std::string aiff = scratch / "tone.aiff";
+  ASSERT_EQ(Ffmpeg("-f lavfi -i sine=sample_rate=22050 -t 0.3 " + aiff), "");
+  Open(aiff);
+  ASSERT_EQ(ConnectError(), "connected");
+  items = ReadAll();
+  ASSERT_FALSE(items.empty());
+  samples = 0;
+  for (SmItem& item : items) {
+    CmGenericAudioStreamDataPacket audio = item.Audio();
+    EXPECT_EQ(audio.GetCodec(), uint32_t{NmMediaProcessing::SmAudioCodec::PCM});
+    EXPECT_EQ(audio.GetBitsPerSample(), 16u);
+    EXPECT_EQ(audio.GetSamplingFrequency(), 22050u);
+    samples += audio.GetSampleCount();
+  }
+  EXPECT_EQ(samples, 6615u);
+  out = scratch / "out.pcm";
+  WriteFile(out, Concatenated(items, 32));
+  EXPECT_EQ(Decoded("-f s16le -ar 22050 -ac 1 -i " + out), Decoded("-i " + aiff));
+
+  const std::string mkv = scratch / "clip.mkv";
+  ASSERT_EQ(
+      Ffmpeg("-f lavfi -i testsrc=size=128x96:rate=10 -f lavfi -i sine=sample_rate=16000 -t 0.5 "
+             "-c:v h263 -g 3 -c:a mp2 " +
+             mkv),
+      "");
+  Open(mkv);
+  ASSERT_EQ(ConnectError(), "connected");
+  items = ReadAll();
+  // The container calls every frame a key frame; the pictures say otherwise.
+  size_t videoFrames = 0;
+  for (SmItem& item : items) {
+    if (item.IsVideo()) {
+      EXPECT_EQ(item.Video().GetCodec(), 7u);
+      EXPECT_EQ(item.Video().GetSync(), videoFrames % 3 == 0) << videoFrames;
+      ++videoFrames;
+    } else {
+      EXPECT_EQ(item.Audio().GetCodec(), uint32_t{NmMediaProcessing::SmAudioCodec::MPEG1Audio});
+      EXPECT_EQ(item.Audio().GetSampleCount(), 1152u);
+    }
+  }
+  EXPECT_EQ(videoFrames, 5u);
+  out = scratch / "out.h263";
+  WriteFile(out, Concatenated(items, 16));
+  EXPECT_EQ(Decoded("-f h263 -i " + out), Decoded("-i " + mkv + " -map 0:v"));
+  out = scratch / "out.mp2";
+  WriteFile(out, Concatenated(items, 32));
+  EXPECT_EQ(Decoded("-f mp3 -i " + out), Decoded("-i " + mkv + " -map 0:a"));
 }
 
 TEST_F(MediaSourceTest, ConfigurationAndFileErrorsShowAtConnect) {

@@ -1,0 +1,15 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+
+namespace NmMedia {
+
+// Whether an H.263 picture is intra coded, from its picture header (ITU-T
+// H.263 5.1: PTYPE, and PLUSPTYPE for H.263 version 2). Containers often mark
+// every H.263 frame a key frame, which would let a host start decoding at a
+// predicted picture. Nothing when the bytes do not start with a picture header.
+std::optional<bool> IsIntraH263Picture(const uint8_t* data, size_t size);
+
+} // namespace NmMedia
