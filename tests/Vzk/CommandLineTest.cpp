@@ -67,6 +67,10 @@ TEST(VzkCommandLine, RunTakesEveryOptionInEitherForm) {
   EXPECT_EQ(live.configuration, "-tree.xml");
   EXPECT_EQ(live.mode, SmRunMode::Live);
   EXPECT_EQ(live.format, SmPictureFormat::Jpeg);
+  EXPECT_EQ(live.quality, 90u);
+  EXPECT_EQ(
+      ParseRunLine({"run", "t.xml", "--out", "o", "--format", "jpg", "--quality", "35"}).quality,
+      35u);
   // After "--" a name that looks like an option is a second file, which is wrong.
   EXPECT_EQ(UsageMessage({"run", "tree.xml", "--", "--x"}),
             "vzk run takes one configuration file, but '--x' follows 'tree.xml'.");
@@ -120,6 +124,12 @@ TEST(VzkCommandLine, BadValuesAndMissingArgumentsAreSentences) {
        "The option --format needs --out: without an output "
        "directory nothing is written."},
       {{"run", "a.xml", "--out="}, "The option --out needs a directory name, not an empty text."},
+      {{"run", "a.xml", "--out", "d", "--format", "jpg", "--quality", "101"},
+       "The value '101' of --quality is not between 1 and 100."},
+      {{"run", "a.xml", "--out", "d", "--format", "jpg", "--quality", "0"},
+       "The value '0' of --quality is not a whole number of 1 or more."},
+      {{"run", "a.xml", "--out", "d", "--quality", "50"},
+       "The option --quality is for pictures written as JPEG: it needs --format jpg."},
       {{"run", "a.xml", "--request"}, "The option --request needs a value."},
       {{"run", "a.xml", "--request", ","},
        "The option --request needs at least one property "
@@ -160,8 +170,8 @@ TEST(VzkCommandLine, HelpExplainsEveryOptionAndCommand) {
   const auto result = RunVzk({"--help"});
   EXPECT_EQ(result.status, 0);
   for (const char* word : {"vzk run", "vzk import", "vzk info", "--mode", "--from", "--count",
-                           "--duration", "--out", "--format", "--request", "--contact-sheet",
-                           "--plugin", "--quiet", "--records", "Exit status"}) {
+                           "--duration", "--out", "--format", "--quality", "--request",
+                           "--contact-sheet", "--plugin", "--quiet", "--records", "Exit status"}) {
     EXPECT_NE(result.out.find(word), std::string::npos) << word;
   }
   // Help wins over any other fault on the line.

@@ -42,7 +42,7 @@ vzk run CONFIG.xml [options]
                          media time from the first item in playback, of wall
                          clock time in live mode
   --out DIR              write what is delivered into DIR (created if needed):
-                           pictures   as image-NNNNNN.png, .jpg, or into out.y4m
+                           pictures   as image-NNNNNN.png or .jpg, or into out.y4m
                            JPEG records as jpeg-NNNNNN.jpg, byte for byte
                            PCM audio  as audio.wav (audio-2.wav, ... when the
                                       form changes)
@@ -50,11 +50,14 @@ vzk run CONFIG.xml [options]
                            else as item-NNNNNN.bin
                          and a list of every item, with its times, its file
                          and the requested properties, in items.txt
-  --format png|jpg|y4m   how pictures are written (default png). y4m writes one
+  --format png|jpg|y4m   how pictures are written (default png); jpg uses the
+                         toolkit's own JPEG encoder. y4m writes one
                          YUV4MPEG2 stream, DIR/out.y4m; a change of size or
                          layout starts DIR/out-2.y4m, and so on. Planar YCbCr
                          keeps its planes, gray is written as mono, packed RGB
                          is converted to 4:4:4 (JFIF equations)
+  --quality Q            with --format jpg: the JPEG quality, 1 to 100
+                         (default 90)
   --request NAME...      ask the tree for these item properties at Connect
                          (names separated by blanks or commas), for example
                          Sequence_Number Privacy_Mask Has_Motion
@@ -203,7 +206,7 @@ SmRunOptions ParseRun(const std::vector<std::string>& arguments) {
   SmRunOptions options;
   CmArgumentReader reader(arguments, 1);
   std::optional<std::string> mode, format, from, out, sheet, plugin;
-  std::optional<uint64_t> count;
+  std::optional<uint64_t> count, quality;
   std::optional<double> duration;
   bool sawRequest = false;
   std::vector<std::string> positional;
@@ -226,6 +229,13 @@ SmRunOptions ParseRun(const std::vector<std::string>& arguments) {
       SetOnce(out, reader.TakeValue(argument), argument);
     } else if (argument == "--format") {
       SetOnce(format, reader.TakeValue(argument), argument);
+    } else if (argument == "--quality") {
+      const std::string text = reader.TakeValue(argument);
+      const uint64_t value = ParseCount(argument, text);
+      if (value > 100) {
+        throw CmUsageError("The value '" + text + "' of --quality is not between 1 and 100.");
+      }
+      SetOnce(quality, value, argument);
     } else if (argument == "--contact-sheet") {
       SetOnce(sheet, reader.TakeValue(argument), argument);
     } else if (argument == "--plugin") {
@@ -284,6 +294,13 @@ SmRunOptions ParseRun(const std::vector<std::string>& arguments) {
       throw CmUsageError("The option --format needs --out: without an output directory nothing "
                          "is written.");
     }
+  }
+  if (quality) {
+    if (options.format != SmPictureFormat::Jpeg) {
+      throw CmUsageError("The option --quality is for pictures written as JPEG: it needs "
+                         "--format jpg.");
+    }
+    options.quality = static_cast<uint32_t>(*quality);
   }
   if (out && out->empty()) {
     throw CmUsageError("The option --out needs a directory name, not an empty text.");

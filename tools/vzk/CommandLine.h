@@ -27,6 +27,7 @@ struct SmRunOptions {
   std::optional<double> duration; // seconds: of media time in playback, of wall time in live
   std::optional<std::string> outputDirectory;
   SmPictureFormat format = SmPictureFormat::Png;
+  uint32_t quality = 90;              // of pictures written as JPEG
   std::vector<std::string> requested; // property names asked for at Connect
   std::optional<std::string> contactSheet;
   std::optional<std::string> plugin; // the toolkit plug-in, when not the one beside vzk

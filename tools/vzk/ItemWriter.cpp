@@ -163,10 +163,15 @@ std::string CmItemWriter::WritePicture(const ImImage& image, int64_t time) {
   switch (m_Options.format) {
   case SmPictureFormat::Y4m:
     return m_Y4m->Write(image, time);
-  case SmPictureFormat::Jpeg:
-    throw CmRunError("Pictures cannot be written as JPEG: this build of vzk has no JPEG encoder "
-                     "yet. Use --format png or y4m, or end the tree in a \"jpeg_encoder\" "
-                     "element once the toolkit has one.");
+  case SmPictureFormat::Jpeg: {
+    if (!m_Jpeg) {
+      m_Jpeg = std::make_unique<CmJpegPictureEncoder>();
+    }
+    const std::vector<uint8_t> jpeg = m_Jpeg->Encode(image, m_Options.quality);
+    const std::string name = Numbered("image", m_Counts.pictures, "jpg");
+    WriteWholeFile(m_Directory + "/" + name, jpeg.data(), jpeg.size());
+    return name;
+  }
   case SmPictureFormat::Png:
   default: {
     const std::string name = Numbered("image", m_Counts.pictures, "png");

@@ -8,6 +8,7 @@
 
 #include "CommandLine.h"
 #include "ContactSheet.h"
+#include "JpegPicture.h"
 #include "OutputFile.h"
 #include "WavWriter.h"
 #include "Y4mWriter.h"
@@ -69,6 +70,7 @@ private:
   std::unique_ptr<CmY4mWriter> m_Y4m;
   std::unique_ptr<CmWavWriter> m_Wav;
   std::unique_ptr<CmContactSheet> m_Sheet;
+  std::unique_ptr<CmJpegPictureEncoder> m_Jpeg;
 };
 
 // Makes the directory and its parents; throws CmRunError.
