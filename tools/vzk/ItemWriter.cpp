@@ -71,9 +71,9 @@ void MakeDirectories(const std::string& path) {
 }
 
 CmItemWriter::CmItemWriter(const SmRunOptions& options, const CmPropertyNameSet& properties,
-                           std::ostream& messages)
+                           std::ostream& messages, std::function<void()> beforeMessage)
     : m_Options(options), m_Properties(properties), m_Messages(messages),
-      m_Writing(options.outputDirectory.has_value()) {
+      m_BeforeMessage(std::move(beforeMessage)), m_Writing(options.outputDirectory.has_value()) {
   if (m_Writing) {
     m_Directory = *options.outputDirectory;
     MakeDirectories(m_Directory);
@@ -95,6 +95,9 @@ CmItemWriter::~CmItemWriter() = default;
 
 void CmItemWriter::Warn(const std::string& text) {
   ++m_Warnings;
+  if (m_BeforeMessage && m_Warnings <= FullWarnings + 1) {
+    m_BeforeMessage();
+  }
   if (m_Warnings <= FullWarnings) {
     m_Messages << "vzk: " << text << "\n";
   } else if (m_Warnings == FullWarnings + 1) {
@@ -104,6 +107,9 @@ void CmItemWriter::Warn(const std::string& text) {
 
 void CmItemWriter::Note(const std::string& key, const std::string& text) {
   if (m_Notes.insert(key).second) {
+    if (m_BeforeMessage) {
+      m_BeforeMessage();
+    }
     m_Messages << "vzk: " << text << "\n";
   }
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <ostream>
 #include <set>
@@ -31,8 +32,9 @@ struct SmRunCounts {
 // DIR/items.txt. Warnings go to `messages`, the first few in full.
 class CmItemWriter {
 public:
+  // `beforeMessage` runs before each message, to take a progress line away.
   CmItemWriter(const SmRunOptions& options, const NmToolkit::CmPropertyNameSet& properties,
-               std::ostream& messages);
+               std::ostream& messages, std::function<void()> beforeMessage = {});
   ~CmItemWriter();
   CmItemWriter(const CmItemWriter&) = delete;
   CmItemWriter& operator=(const CmItemWriter&) = delete;
@@ -60,6 +62,7 @@ private:
   const SmRunOptions& m_Options;
   NmToolkit::CmPropertyNameSet m_Properties;
   std::ostream& m_Messages;
+  std::function<void()> m_BeforeMessage;
   bool m_Writing;
   std::string m_Directory;
   SmRunCounts m_Counts;

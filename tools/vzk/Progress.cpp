@@ -23,15 +23,16 @@ void CmProgress::Update(const SmRunCounts& counts) {
   }
   m_LastUpdate = now;
   const double seconds = GetElapsedSeconds();
-  char line[160];
-  std::snprintf(
-      line, sizeof line,
-      "\r%llu items, %llu pictures, %llu JPEG records, %.1f per second, %llu errors\033[K",
-      static_cast<unsigned long long>(counts.items),
-      static_cast<unsigned long long>(counts.pictures),
-      static_cast<unsigned long long>(counts.jpegRecords),
-      seconds > 0 ? static_cast<double>(counts.items) / seconds : 0.0,
-      static_cast<unsigned long long>(counts.errors));
+  const auto plural = [](uint64_t count, const char* word) {
+    return std::to_string(count) + " " + word + (count == 1 ? "" : "s");
+  };
+  char rate[48];
+  std::snprintf(rate, sizeof rate, "%.1f per second",
+                seconds > 0 ? static_cast<double>(counts.items) / seconds : 0.0);
+  const std::string line = "\r" + plural(counts.items, "item") + ", " +
+                           plural(counts.pictures, "picture") + ", " +
+                           plural(counts.jpegRecords, "JPEG record") + ", " + rate + ", " +
+                           plural(counts.errors, "error") + "\033[K";
   m_Terminal << line << std::flush;
   m_Shown = true;
 }

@@ -182,7 +182,8 @@ int CmRun::Execute() {
       Warn("The tree does not deliver the property " + name + ".");
     }
   }
-  m_Writer = std::make_unique<CmItemWriter>(m_Options, supported, m_Err);
+  m_Writer =
+      std::make_unique<CmItemWriter>(m_Options, supported, m_Err, [this] { m_Progress.Clear(); });
 
   std::string failure;
   try {
