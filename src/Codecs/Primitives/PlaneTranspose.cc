@@ -52,16 +52,16 @@ HWY_INLINE void Transpose8x8(V8 (&r)[8]) {
 }
 
 using D128 = hn::Full128<uint8_t>;
-using V128 = hn::Vec<D128>;
 
-// Transposes sixteen rows of sixteen bytes by interleaving at 8, 16, 32 and
-// 64 bits; after stage n each vector holds 2^n rows of some columns.
-HWY_INLINE void Transpose16x16(V128 (&r)[16]) {
-  const D128 d;
-  const hn::Full128<uint16_t> d16;
-  const hn::Full128<uint32_t> d32;
-  const hn::Full128<uint64_t> d64;
-  V128 pairs[16]; // [2k + h]: rows 2k, 2k + 1 of columns 8h .. 8h + 7
+// Transposes sixteen rows of sixteen bytes in every 128-bit block of the
+// vectors by interleaving at 8, 16, 32 and 64 bits; after stage n each vector
+// holds 2^n rows of some columns. The interleaves work block by block, so a
+// 256-bit vector transposes two 16 x 16 blocks side by side.
+template <class D> HWY_INLINE void Transpose16x16(D d, hn::Vec<D> (&r)[16]) {
+  const hn::Repartition<uint16_t, D> d16;
+  const hn::Repartition<uint32_t, D> d32;
+  const hn::Repartition<uint64_t, D> d64;
+  hn::Vec<D> pairs[16]; // [2k + h]: rows 2k, 2k + 1 of columns 8h .. 8h + 7
   for (size_t k = 0; k < 8; ++k) {
     pairs[2 * k] = hn::InterleaveLower(d, r[2 * k], r[2 * k + 1]);
     pairs[2 * k + 1] = hn::InterleaveUpper(d, r[2 * k], r[2 * k + 1]);
@@ -92,34 +92,66 @@ HWY_INLINE void Transpose16x16(V128 (&r)[16]) {
   }
 }
 
-// Single bytes go sixteen by sixteen: twice the work of a register per
-// instruction compared with the 8 x 8 blocks of wider pixels.
+// Sixteen source rows by Lanes(d) columns: each 128-bit block of a result
+// vector is a destination row.
+template <class D>
+HWY_INLINE void TransposeByteBlock(D d, const uint8_t* src, size_t srcStride, uint8_t* dst,
+                                   size_t dstStride, size_t width, size_t height, size_t sr,
+                                   size_t sc, bool flipColumns, bool flipRows) {
+  hn::Vec<D> r[16];
+  for (size_t j = 0; j < 16; ++j) {
+    const size_t row = flipColumns ? sr + 15 - j : sr + j;
+    r[j] = hn::LoadU(d, src + row * srcStride + sc);
+    // Sixteen rows are read side by side, more streams than the hardware
+    // prefetcher follows; asking for the bytes a few blocks ahead keeps the
+    // loads from waiting on memory.
+    hn::Prefetch(src + row * srcStride + sc + 256);
+  }
+  Transpose16x16(d, r);
+  const size_t x = flipColumns ? height - 16 - sr : sr;
+  const D128 d128;
+  for (size_t k = 0; k < 16; ++k) {
+    if constexpr (hn::MaxLanes(D()) == 16) {
+      const size_t y = flipRows ? width - 1 - (sc + k) : sc + k;
+      hn::StoreU(r[k], d128, dst + y * dstStride + x);
+    } else {
+      // Two blocks: columns sc + k and sc + 16 + k.
+      const size_t y0 = flipRows ? width - 1 - (sc + k) : sc + k;
+      const size_t y1 = flipRows ? width - 1 - (sc + 16 + k) : sc + 16 + k;
+      hn::StoreU(hn::LowerHalf(d128, r[k]), d128, dst + y0 * dstStride + x);
+      hn::StoreU(hn::UpperHalf(d128, r[k]), d128, dst + y1 * dstStride + x);
+    }
+  }
+}
+
+// Single bytes go sixteen rows at a time, 32 columns where 256-bit vectors
+// exist. Tiles of 64 source rows keep the destination lines that a tile
+// writes in the cache until they are whole.
 void TransposeBytes(const uint8_t* src, size_t srcStride, uint8_t* dst, size_t dstStride,
                     size_t width, size_t height, bool flipColumns, bool flipRows) {
-  const D128 d;
-  // Tiles of 64 x 64 bytes: the 64 destination rows of a tile are written
-  // whole cache lines at a time while they are still in the first-level cache.
   constexpr size_t Tile = 64;
   const size_t blockHeight = height - height % 16;
   const size_t blockWidth = width - width % 16;
+#if HWY_TARGET == HWY_AVX2
+  const hn::Full256<uint8_t> wide;
+  const size_t wideWidth = width - width % 32;
+#else
+  const D128 wide;
+  const size_t wideWidth = blockWidth;
+#endif
+  const size_t step = hn::Lanes(wide);
   for (size_t tr = 0; tr < blockHeight; tr += Tile) {
     const size_t rowEnd = std::min(tr + Tile, blockHeight);
-    for (size_t tc = 0; tc < blockWidth; tc += Tile) {
-      const size_t columnEnd = std::min(tc + Tile, blockWidth);
-      for (size_t sc = tc; sc < columnEnd; sc += 16) {
-        for (size_t sr = tr; sr < rowEnd; sr += 16) {
-          V128 r[16];
-          for (size_t j = 0; j < 16; ++j) {
-            const size_t row = flipColumns ? sr + 15 - j : sr + j;
-            r[j] = hn::LoadU(d, src + row * srcStride + sc);
-          }
-          Transpose16x16(r);
-          const size_t x = flipColumns ? height - 16 - sr : sr;
-          for (size_t k = 0; k < 16; ++k) {
-            const size_t y = flipRows ? width - 1 - (sc + k) : sc + k;
-            hn::StoreU(r[k], d, dst + y * dstStride + x);
-          }
-        }
+    for (size_t sc = 0; sc < wideWidth; sc += step) {
+      for (size_t sr = tr; sr < rowEnd; sr += 16) {
+        TransposeByteBlock(wide, src, srcStride, dst, dstStride, width, height, sr, sc,
+                           flipColumns, flipRows);
+      }
+    }
+    for (size_t sc = wideWidth; sc < blockWidth; sc += 16) {
+      for (size_t sr = tr; sr < rowEnd; sr += 16) {
+        TransposeByteBlock(D128(), src, srcStride, dst, dstStride, width, height, sr, sc,
+                           flipColumns, flipRows);
       }
     }
   }
