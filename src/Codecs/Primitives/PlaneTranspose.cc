@@ -3,6 +3,7 @@
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "Codecs/Primitives/PlaneTranspose.cc"
 #include <hwy/foreach_target.h> // IWYU pragma: keep
+#include <hwy/cache_control.h>
 #include <hwy/highway.h>
 
 #include <algorithm>
@@ -105,7 +106,7 @@ HWY_INLINE void TransposeByteBlock(D d, const uint8_t* src, size_t srcStride, ui
     // Sixteen rows are read side by side, more streams than the hardware
     // prefetcher follows; asking for the bytes a few blocks ahead keeps the
     // loads from waiting on memory.
-    hn::Prefetch(src + row * srcStride + sc + 256);
+    hwy::Prefetch(src + row * srcStride + sc + 256);
   }
   Transpose16x16(d, r);
   const size_t x = flipColumns ? height - 16 - sr : sr;
