@@ -69,8 +69,8 @@ void DecodeDirectly(const uint8_t* data, size_t size, uint8_t choice) {
     const int outChannels = color == JColorCMYK || color == JColorYCCK ? 4 : 3;
     const JColor out = outChannels == 4 ? JColorCMYK : (choice & 16) ? JColorBGR : JColorRGB;
     std::vector<uint8_t> packed(static_cast<size_t>(w) * h * outChannels);
-    if (decoder.SetDestination(packed.data(), w * outChannels, w, h, outChannels, out,
-                               JSampling444, 8, scale) == JStatusOk) {
+    if (decoder.SetDestination(packed.data(), w * outChannels, w, h, outChannels, out, JSampling444,
+                               8, scale) == JStatusOk) {
       decoder.ReadData();
     }
     break;

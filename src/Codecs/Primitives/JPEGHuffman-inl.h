@@ -2,6 +2,8 @@
 // the bit-wise reference, which differ only in how a symbol is found.
 #pragma once
 
+#include <cstring>
+
 #include "Codecs/Primitives/JPEGHuffman.h"
 #include "Codecs/Primitives/JPEGTables.h"
 
@@ -9,7 +11,26 @@ namespace NmPrimitives::NmHuffmanDetail {
 
 // Tops the bit buffer up to at least 57 bits. Stuffed zero bytes are dropped;
 // at a marker or at the end of the data the buffer is filled with zeros.
-inline void FillBits(SmEntropySource& source, SmHuffmanDecodeState& state) {
+__attribute__((always_inline)) inline void FillBits(SmEntropySource& source,
+                                                    SmHuffmanDecodeState& state) {
+  // Most of the time the next eight bytes hold no 0xFF: take as many whole
+  // bytes as fit in one go.
+  if (state.marker == 0 && source.position + 8 <= source.size) {
+    uint64_t word;
+    std::memcpy(&word, source.data + source.position, sizeof word);
+    word = __builtin_bswap64(word);
+    const uint64_t inverted = ~word;
+    const bool hasFF =
+        ((inverted - 0x0101010101010101ull) & ~inverted & 0x8080808080808080ull) != 0;
+    if (!hasFF) {
+      const int bytes = (63 - state.count) >> 3;
+      if (bytes > 0) {
+        state.bits |= (word >> (64 - 8 * bytes)) << (64 - 8 * bytes - state.count);
+        state.count += 8 * bytes;
+        source.position += static_cast<size_t>(bytes);
+      }
+    }
+  }
   while (state.count <= 56) {
     uint64_t byte = 0;
     if (state.marker == 0 && source.position < source.size) {
@@ -43,7 +64,8 @@ inline void FillBits(SmEntropySource& source, SmHuffmanDecodeState& state) {
   }
 }
 
-inline void EnsureBits(SmEntropySource& source, SmHuffmanDecodeState& state) {
+__attribute__((always_inline)) inline void EnsureBits(SmEntropySource& source,
+                                                      SmHuffmanDecodeState& state) {
   if (state.count < 32) {
     FillBits(source, state);
   }
@@ -106,9 +128,30 @@ inline int32_t AddWrapping(int32_t a, int32_t b) {
 }
 
 template <bool kLookup, bool kStoreAC>
+bool DecodeSequentialLocal(SmEntropySource& source, SmHuffmanDecodeState& state,
+                           const SmHuffmanDecodeTable& dc, const SmHuffmanDecodeTable& ac,
+                           int16_t* block, int32_t& lastDC);
+
+// The hot loop works on copies, which the compiler can keep in registers.
+template <bool kLookup, bool kStoreAC>
 bool DecodeSequential(SmEntropySource& source, SmHuffmanDecodeState& state,
                       const SmHuffmanDecodeTable& dc, const SmHuffmanDecodeTable& ac,
                       int16_t* block, int32_t& lastDC) {
+  SmEntropySource localSource = source;
+  SmHuffmanDecodeState localState = state;
+  int32_t localDC = lastDC;
+  const bool ok =
+      DecodeSequentialLocal<kLookup, kStoreAC>(localSource, localState, dc, ac, block, localDC);
+  source = localSource;
+  state = localState;
+  lastDC = localDC;
+  return ok;
+}
+
+template <bool kLookup, bool kStoreAC>
+bool DecodeSequentialLocal(SmEntropySource& source, SmHuffmanDecodeState& state,
+                           const SmHuffmanDecodeTable& dc, const SmHuffmanDecodeTable& ac,
+                           int16_t* block, int32_t& lastDC) {
   EnsureBits(source, state);
   const int category = DecodeSymbol<kLookup>(state, dc);
   if (category < 0 || category > 15) {

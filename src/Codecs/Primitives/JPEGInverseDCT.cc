@@ -178,10 +178,14 @@ template <class D> HWY_INLINE void Transpose(D d, hn::Vec<D>* x) {
   }
   hn::Vec<D> u[8];
   for (int h = 0; h < 8; h += 4) {
-    u[h + 0] = hn::BitCast(d, hn::InterleaveLower(dd, hn::BitCast(dd, t[h]), hn::BitCast(dd, t[h + 2])));
-    u[h + 1] = hn::BitCast(d, hn::InterleaveUpper(dd, hn::BitCast(dd, t[h]), hn::BitCast(dd, t[h + 2])));
-    u[h + 2] = hn::BitCast(d, hn::InterleaveLower(dd, hn::BitCast(dd, t[h + 1]), hn::BitCast(dd, t[h + 3])));
-    u[h + 3] = hn::BitCast(d, hn::InterleaveUpper(dd, hn::BitCast(dd, t[h + 1]), hn::BitCast(dd, t[h + 3])));
+    u[h + 0] =
+        hn::BitCast(d, hn::InterleaveLower(dd, hn::BitCast(dd, t[h]), hn::BitCast(dd, t[h + 2])));
+    u[h + 1] =
+        hn::BitCast(d, hn::InterleaveUpper(dd, hn::BitCast(dd, t[h]), hn::BitCast(dd, t[h + 2])));
+    u[h + 2] = hn::BitCast(
+        d, hn::InterleaveLower(dd, hn::BitCast(dd, t[h + 1]), hn::BitCast(dd, t[h + 3])));
+    u[h + 3] = hn::BitCast(
+        d, hn::InterleaveUpper(dd, hn::BitCast(dd, t[h + 1]), hn::BitCast(dd, t[h + 3])));
   }
   for (int i = 0; i < 4; ++i) {
     x[i] = hn::ConcatLowerLower(d, u[i + 4], u[i]);
