@@ -107,6 +107,11 @@ HWY_INLINE int Category(uint32_t magnitude) {
   return magnitude == 0 ? 0 : 32 - __builtin_clz(magnitude);
 }
 
+// The same for a value known not to be zero, without the branch.
+HWY_INLINE int CategoryOfNonZero(uint32_t magnitude) {
+  return 32 - __builtin_clz(magnitude);
+}
+
 } // namespace
 } // namespace NmPrimitives
 #endif
@@ -158,7 +163,7 @@ HWY_INLINE void EncodeOne(const int16_t* block, int32_t& lastDC, const SmHuffman
       bits.Put(ac.code[0xF0], ac.size[0xF0]);
     }
     const int32_t value = std::clamp<int32_t>(block[kJPEGNaturalOrder[position]], -1023, 1023);
-    const int size = Category(static_cast<uint32_t>(std::abs(value)));
+    const int size = CategoryOfNonZero(static_cast<uint32_t>(std::abs(value)));
     const int symbol = (run << 4) | size;
     const uint32_t valueBits = static_cast<uint32_t>(value + (value >> 31));
     bits.Put((uint64_t{ac.code[symbol]} << size) | (valueBits & ((1u << size) - 1)),
