@@ -8,10 +8,10 @@
 #include <vector>
 
 #include "AACLoasWrapper.h"
-#include "H263PictureHeader.h"
 #include "H264AnnexBConverter.h"
 #include "JPEGTableCompleter.h"
 #include "MediaRecordBuilder.h"
+#include "PictureCodingType.h"
 
 namespace {
 
@@ -55,6 +55,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (mode % 4 == 3) {
     for (const SmPiece& piece : pieces) {
       NmMedia::IsIntraH263Picture(piece.data, piece.size);
+      NmMedia::IsIntraMPEG4Picture(piece.data, piece.size);
       // A completed frame is the frame with one segment more.
       if (NmMedia::CompleteJPEGHuffmanTables(piece.data, piece.size, out) &&
           out.size() != piece.size + 420) {

@@ -3,11 +3,11 @@
 #include <algorithm>
 
 #include "Common/TimeStamp/TimeStamp.h"
-#include "H263PictureHeader.h"
 #include "JPEGTableCompleter.h"
 #include "MediaProcessing/GenericByteData/AudioCodec.h"
 #include "MediaProcessing/GenericByteData/GenericAudioStreamDataPacket.h"
 #include "MediaProcessing/GenericByteData/GenericVideoStreamDataPacket.h"
+#include "PictureCodingType.h"
 
 namespace NmMedia {
 
@@ -68,6 +68,9 @@ bool CmMediaRecordBuilder::ConvertPayload(const SmMediaPacket& packet, bool& syn
   case SmMediaStreamFormat::AAC:
     return m_AAC.Wrap(data, size, m_Payload);
   case SmMediaStreamFormat::MPEG4:
+    if (const auto intra = IsIntraMPEG4Picture(data, size)) {
+      sync = *intra;
+    }
     m_Payload.clear();
     if (sync && !m_Configuration.empty() && !StartsWithMPEG4Configuration(data, size)) {
       m_Payload = m_Configuration;

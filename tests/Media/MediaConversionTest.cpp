@@ -4,13 +4,13 @@
 #include <vector>
 
 #include "AACLoasWrapper.h"
-#include "H263PictureHeader.h"
 #include "H264AnnexBConverter.h"
 #include "JPEGTableCompleter.h"
 #include "MediaProcessing/GenericByteData/AudioCodec.h"
 #include "MediaProcessing/GenericByteData/GenericAudioStreamDataPacket.h"
 #include "MediaProcessing/GenericByteData/GenericVideoStreamDataPacket.h"
 #include "MediaRecordBuilder.h"
+#include "PictureCodingType.h"
 
 using namespace NmMedia;
 using Bytes = std::vector<uint8_t>;
@@ -537,4 +537,18 @@ TEST(MediaH263, PictureCodingTypeFromTheHeader) {
   for (size_t cut = 0; cut < intra.size(); ++cut) {
     EXPECT_EQ(IsIntraH263Picture(intra.data(), cut), std::nullopt) << cut;
   }
+}
+
+TEST(MediaMPEG4, PictureCodingTypeFromTheFirstPlane) {
+  // A configuration header in front, then a plane of each coding type.
+  for (const uint8_t type : {0, 1, 2, 3}) {
+    const Bytes frame = {
+        0, 0, 1, 0xB0, 0x01, 0, 0, 1, 0xB6, static_cast<uint8_t>(type << 6 | 0x15), 0x40};
+    EXPECT_EQ(IsIntraMPEG4Picture(frame.data(), frame.size()), std::optional<bool>(type == 0));
+  }
+  const Bytes noPlane = {0, 0, 1, 0xB0, 0x01, 0, 0, 1, 0xB5};
+  EXPECT_EQ(IsIntraMPEG4Picture(noPlane.data(), noPlane.size()), std::nullopt);
+  const Bytes cut = {0, 0, 1, 0xB6};
+  EXPECT_EQ(IsIntraMPEG4Picture(cut.data(), cut.size()), std::nullopt)
+      << "the coding type is missing";
 }

@@ -97,11 +97,12 @@ struct SmItem {
     return Bytes(bytes.begin() + static_cast<ptrdiff_t>(std::min(header, bytes.size())),
                  bytes.end());
   }
-  CmGenericVideoStreamDataPacket Video() {
-    return CmGenericVideoStreamDataPacket(bytes.data(), bytes.size());
+  // Read-only views: nothing here writes through them.
+  CmGenericVideoStreamDataPacket Video() const {
+    return CmGenericVideoStreamDataPacket(const_cast<uint8_t*>(bytes.data()), bytes.size());
   }
-  CmGenericAudioStreamDataPacket Audio() {
-    return CmGenericAudioStreamDataPacket(bytes.data(), bytes.size());
+  CmGenericAudioStreamDataPacket Audio() const {
+    return CmGenericAudioStreamDataPacket(const_cast<uint8_t*>(bytes.data()), bytes.size());
   }
 };
 
@@ -439,8 +440,9 @@ TEST_F(MediaSourceTest, SequencesFollowTimeJumps) {
   ASSERT_EQ(ConnectError(), "connected");
   const std::vector<SmItem> items = ReadAll();
   ASSERT_EQ(items.size(), 10u);
-  for (SmItem item : items) {
-    EXPECT_EQ(item.Video().GetCodec(), 4u);
+  for (size_t i = 0; i < items.size(); ++i) {
+    EXPECT_EQ(items[i].Video().GetCodec(), 4u);
+    EXPECT_EQ(items[i].Video().GetSync(), i % 5 == 0) << i;
   }
   EXPECT_GT(items[5].time - items[4].time, 90000);
   ASSERT_EQ(playback->MoveTo(items[2].time, MoveClosest), StatusSuccess);

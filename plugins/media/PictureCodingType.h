@@ -12,4 +12,8 @@ namespace NmMedia {
 // predicted picture. Nothing when the bytes do not start with a picture header.
 std::optional<bool> IsIntraH263Picture(const uint8_t* data, size_t size);
 
+// The same for MPEG-4 part 2, from the coding type of the first video object
+// plane (ISO/IEC 14496-2 6.2.5). Nothing when the bytes hold no plane.
+std::optional<bool> IsIntraMPEG4Picture(const uint8_t* data, size_t size);
+
 } // namespace NmMedia

@@ -1,4 +1,4 @@
-#include "H263PictureHeader.h"
+#include "PictureCodingType.h"
 
 namespace NmMedia {
 namespace {
@@ -60,6 +60,21 @@ std::optional<bool> IsIntraH263Picture(const uint8_t* data, size_t size) {
   }
   const auto type = bits.Read(3);
   return type ? std::optional<bool>(*type == IntraPictureType) : std::nullopt;
+}
+
+std::optional<bool> IsIntraMPEG4Picture(const uint8_t* data, size_t size) {
+  if (data == nullptr) {
+    return std::nullopt;
+  }
+  constexpr uint8_t VideoObjectPlane = 0xB6;
+  for (size_t at = 0; at + 4 < size; ++at) {
+    if (data[at] == 0 && data[at + 1] == 0 && data[at + 2] == 1 &&
+        data[at + 3] == VideoObjectPlane) {
+      // vop_coding_type: 0 intra, 1 predicted, 2 bidirectional, 3 sprite.
+      return (data[at + 4] >> 6) == 0;
+    }
+  }
+  return std::nullopt;
 }
 
 } // namespace NmMedia
