@@ -103,6 +103,102 @@ void HorizontalPass(const int32_t* HWY_RESTRICT row, const T::SmAxis& axis, size
   }
 }
 
+// Whether every output of an axis takes one tap of full weight; if so and
+// index is given, the source index of each output goes there.
+bool FindCopyIndex(const T::SmAxis& axis, size_t outputs, int32_t* index, size_t step = 1) {
+  for (size_t o = 0; o < outputs; ++o) {
+    size_t full = axis.taps;
+    for (size_t k = 0; k < axis.taps; ++k) {
+      // Tap-major for the horizontal axis (step = bytes a pixel), row-major
+      // for the vertical one.
+      const int32_t w = index ? axis.weights[k * outputs + o] : axis.weights[o * axis.taps + k];
+      if (w == (1 << T::WeightBits)) {
+        full = k;
+      } else if (w != 0) {
+        return false;
+      }
+    }
+    if (full == axis.taps) {
+      return false;
+    }
+    if (index != nullptr) {
+      index[o] = axis.first[o] + static_cast<int32_t>(full * step);
+    }
+  }
+  return true;
+}
+
+// The source row of output row y of a copying filter.
+size_t CopyRow(const T::SmAxis& vertical, size_t y) {
+  size_t k = 0;
+  while (k + 1 < vertical.taps && vertical.weights[y * vertical.taps + k] == 0) {
+    ++k;
+  }
+  return static_cast<size_t>(vertical.first[y]) + k;
+}
+
+#if HWY_TARGET != HWY_SCALAR
+// Two taps each way, as linear interpolation has: the four source bytes of
+// every output are gathered first by plain loads, then both passes run in
+// vector lanes over the outputs alone. The integers are those of the two
+// passes above, only computed in another order.
+void TwoByTwoRow(const uint8_t* top, const uint8_t* bottom, int32_t lowerWeight,
+                 const T::SmAxis& axis, size_t pixelBytes, uint8_t* gathered, uint8_t* out,
+                 size_t outputBytes) {
+  uint8_t* HWY_RESTRICT a0 = gathered;
+  uint8_t* HWY_RESTRICT b0 = a0 + outputBytes;
+  uint8_t* HWY_RESTRICT a1 = b0 + outputBytes;
+  uint8_t* HWY_RESTRICT b1 = a1 + outputBytes;
+  const int32_t* HWY_RESTRICT first = axis.first;
+  for (size_t o = 0; o < outputBytes; ++o) {
+    const size_t f = static_cast<size_t>(first[o]);
+    a0[o] = top[f];
+    b0[o] = top[f + pixelBytes];
+    a1[o] = bottom[f];
+    b1[o] = bottom[f + pixelBytes];
+  }
+  const int32_t* HWY_RESTRICT w0 = axis.weights;
+  const int32_t* HWY_RESTRICT w1 = axis.weights + outputBytes;
+  const hn::ScalableTag<int16_t> d16;
+  const hn::RebindToUnsigned<decltype(d16)> du16;
+  const hn::Rebind<uint8_t, decltype(d16)> d8;
+  const hn::Half<decltype(d16)> half;
+  const hn::Repartition<int32_t, decltype(d16)> d32;
+  const hn::Rebind<uint8_t, decltype(d32)> d8q;
+  const size_t n = hn::Lanes(d16);
+  const size_t m = hn::Lanes(d32);
+  const auto lower = hn::Set(d16, static_cast<int16_t>(lowerWeight));
+  const auto rounding = hn::Set(d32, 1 << (FinalShift - 1));
+  const auto vertical = [&](const uint8_t* upper, const uint8_t* under) {
+    const auto s0 = hn::BitCast(d16, hn::PromoteTo(du16, hn::LoadU(d8, upper)));
+    const auto s1 = hn::BitCast(d16, hn::PromoteTo(du16, hn::LoadU(d8, under)));
+    return hn::Add(hn::ShiftLeft<6>(s0), hn::MulFixedPoint15(hn::ShiftLeft<7>(hn::Sub(s1, s0)), lower));
+  };
+  size_t o = 0;
+  for (; o + n <= outputBytes; o += n) {
+    const auto left = vertical(a0 + o, a1 + o);
+    const auto right = vertical(b0 + o, b1 + o);
+    const auto combine = [&](auto l, auto r, size_t at) {
+      const auto sum = hn::Add(hn::Add(hn::Mul(hn::PromoteTo(d32, l), hn::LoadU(d32, w0 + at)),
+                                       hn::Mul(hn::PromoteTo(d32, r), hn::LoadU(d32, w1 + at))),
+                               rounding);
+      hn::StoreU(hn::DemoteTo(d8q, hn::ShiftRight<FinalShift>(sum)), d8q, out + at);
+    };
+    combine(hn::LowerHalf(half, left), hn::LowerHalf(half, right), o);
+    combine(hn::UpperHalf(half, left), hn::UpperHalf(half, right), o + m);
+  }
+  const int32_t upperWeight = (1 << T::WeightBits) - lowerWeight;
+  for (; o < outputBytes; ++o) {
+    const int32_t left = (upperWeight * a0[o] + lowerWeight * a1[o] + (1 << (MiddleShift - 1))) >>
+                         MiddleShift;
+    const int32_t right = (upperWeight * b0[o] + lowerWeight * b1[o] + (1 << (MiddleShift - 1))) >>
+                          MiddleShift;
+    const int32_t sum = w0[o] * left + w1[o] * right + (1 << (FinalShift - 1));
+    out[o] = static_cast<uint8_t>(std::clamp(sum >> FinalShift, 0, 255));
+  }
+}
+#endif
+
 int32_t ResizePlaneImpl(const uint8_t* src, size_t srcStride, size_t srcWidth, size_t srcHeight,
                         uint8_t* dst, size_t dstStride, size_t dstWidth, size_t dstHeight,
                         size_t pixelBytes, SmResizeMode mode, uint8_t* scratch,
@@ -119,14 +215,22 @@ int32_t ResizePlaneImpl(const uint8_t* src, size_t srcStride, size_t srcWidth, s
   }
   const size_t rowBytes = srcWidth * pixelBytes;
   const size_t outputBytes = dstWidth * pixelBytes;
+  // One tap of full weight each way reproduces the source sample exactly, so
+  // such a filter is a copy by index: nearest neighbour always, and linear
+  // interpolation by an odd whole factor, whose output centres fall on source
+  // centres. The vector units have no byte gather that would do it faster.
+  int32_t* copyIndex = nullptr;
   if (mode == ResizeNearest) {
-    // One tap of full weight each way reproduces the source sample exactly,
-    // so nearest neighbour is a copy by index; the vector units have no byte
-    // gather that would do it faster.
-    const int32_t* HWY_RESTRICT first = layout.horizontal.first;
+    copyIndex = layout.horizontal.first;
+  } else if (outputBytes <= rowBytes + 64 &&
+             FindCopyIndex(layout.vertical, dstHeight, nullptr) &&
+             FindCopyIndex(layout.horizontal, outputBytes, layout.row, pixelBytes)) {
+    copyIndex = layout.row;
+  }
+  if (copyIndex != nullptr) {
+    const int32_t* HWY_RESTRICT first = copyIndex;
     for (size_t y = firstRow; y < endRow; ++y) {
-      const uint8_t* HWY_RESTRICT row =
-          src + static_cast<size_t>(layout.vertical.first[y]) * srcStride;
+      const uint8_t* HWY_RESTRICT row = src + CopyRow(layout.vertical, y) * srcStride;
       uint8_t* HWY_RESTRICT out = dst + (y - firstRow) * dstStride;
       for (size_t o = 0; o < outputBytes; ++o) {
         out[o] = row[first[o]];
@@ -134,6 +238,20 @@ int32_t ResizePlaneImpl(const uint8_t* src, size_t srcStride, size_t srcWidth, s
     }
     return ResizeOk;
   }
+#if HWY_TARGET != HWY_SCALAR
+  // The gathered bytes take four per output in the row buffer's space.
+  if (layout.horizontal.taps == 2 && layout.vertical.taps <= 2 &&
+      4 * outputBytes <= (rowBytes + 64) * sizeof(int32_t)) {
+    for (size_t y = firstRow; y < endRow; ++y) {
+      const uint8_t* top = src + static_cast<size_t>(layout.vertical.first[y]) * srcStride;
+      const bool two = layout.vertical.taps == 2;
+      TwoByTwoRow(top, two ? top + srcStride : top, two ? layout.vertical.weights[2 * y + 1] : 0,
+                  layout.horizontal, pixelBytes, reinterpret_cast<uint8_t*>(layout.row),
+                  dst + (y - firstRow) * dstStride, outputBytes);
+    }
+    return ResizeOk;
+  }
+#endif
   for (size_t y = firstRow; y < endRow; ++y) {
     const uint8_t* top = src + static_cast<size_t>(layout.vertical.first[y]) * srcStride;
     VerticalPass(top, srcStride, layout.vertical.weights + y * layout.vertical.taps,
