@@ -1,5 +1,6 @@
 #include "MediaProcessing/Image/ColorKeyOverlay.h"
 
+#include "Codecs/Primitives/ColorConvert.h"
 #include "Codecs/Primitives/PlaneCopy.h"
 #include "Common/Error/Error.h"
 #include "MediaProcessing/Image/ImageBufferHelpers.h"
@@ -23,6 +24,42 @@ bool IsPackedRGB(ColorFormat format) {
 bool IsBlueFirst(ColorFormat format) {
   return format == BGR24 || format == BGR32 || format == BGRA;
 }
+bool IsLumaChroma(ColorFormat format) {
+  return format == Gray || IsMultiPlaneFormat(format);
+}
+
+// An RGB picture laid on a YCbCr or grey image is converted with the
+// equations of the image's own range, so that its white is the image's white.
+void ConvertToImageRange(const CmImage& picture, ColorFormat target, SubColorFormat range,
+                         CmImage& result) {
+  result.Allocate(picture.GetWidth(), picture.GetHeight(), target);
+  ImImageMemoryAllocation& to = result.Allocator();
+  const ImImageMemoryAllocation::CmPlane from = picture.Allocator().GetPlane(0);
+  NmPrimitives::SmYCbCrDestination planes{};
+  const ImImageMemoryAllocation::CmWriteablePlane luma = to.GetWriteablePlane(0);
+  planes.y = luma.data;
+  planes.yStride = luma.rowStride;
+  NmPrimitives::SmChromaLayout layout = NmPrimitives::Chroma444;
+  if (target != Gray) {
+    const ImImageMemoryAllocation::CmWriteablePlane cb = to.GetWriteablePlane(1);
+    const ImImageMemoryAllocation::CmWriteablePlane cr = to.GetWriteablePlane(2);
+    planes.cb = cb.data;
+    planes.cbStride = cb.rowStride;
+    planes.cr = cr.data;
+    planes.crStride = cr.rowStride;
+    layout = target == YCbCr420_Planar   ? NmPrimitives::Chroma420
+             : target == YCbCr422_Planar ? NmPrimitives::Chroma422
+                                         : NmPrimitives::Chroma444;
+  }
+  NmPrimitives::RgbToYCbCr(from.data, from.rowStride,
+                           NmPrimitives::SmPackedLayout{static_cast<size_t>(from.pixelStride),
+                                                        IsBlueFirst(picture.GetColorFormat())},
+                           planes, layout, from.width, from.height,
+                           static_cast<NmPrimitives::SmYCbCrMatrix>(range));
+  result.CopyAttributes(picture);
+  result.GetAttributes().subColorFormat = range;
+}
+
 } // namespace
 
 CmColorKeyOverlay::CmColorKeyOverlay(const CmImage& overlay, const CmOverlayParameters& parameters,
@@ -56,7 +93,14 @@ void CmColorKeyOverlay::UpdateScaledOverlay(const CmImage& image) {
   PrepareOverlay(prepared, image, m_Overlay, 0);
   const ColorFormat target = image.GetColorFormat();
   CmImage converted;
-  CmImageColorFormatConvert(target).Execute(prepared, converted);
+  const SubColorFormat range = image.GetAttributes().subColorFormat;
+  if (IsPackedRGB(prepared.GetColorFormat()) && IsLumaChroma(target) &&
+      (range == SubColorFormatFullRange || range == SubColorFormatVideoRange ||
+       range == SubColorFormatPlainGray)) {
+    ConvertToImageRange(prepared, target, range, converted);
+  } else {
+    CmImageColorFormatConvert(target).Execute(prepared, converted);
+  }
   if (!converted.IsValid()) {
     throw CmIntegrityError(VZK_LOCATION, "Invalid image during overlay update",
                            CmIntegrityErrorCode::InvalidPointer);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "Codecs/Primitives/ColorConvert.h"
 #include "Common/Error/Error.h"
 #include "MediaProcessing/Image/ImageBufferHelpers.h"
 #include "MediaProcessing/Image/ImageResize.h"
@@ -15,10 +16,6 @@ namespace Helpers = CmImageBufferHelpers;
 
 namespace {
 
-uint8_t ClampToByte(double value) {
-  return static_cast<uint8_t>(std::clamp(std::floor(value + 0.5), 0.0, 255.0));
-}
-
 CmOverlayParameters PixelExactParameters() {
   CmOverlayParameters parameters;
   parameters.flags = OverlayPixelExact;
@@ -30,9 +27,6 @@ CmOverlayParameters PixelExactParameters() {
 SmMaskColor ConvertMaskColor(uint8_t red, uint8_t green, uint8_t blue, ColorFormat format,
                              SubColorFormat subColorFormat) {
   SmMaskColor color;
-  const double r = red;
-  const double g = green;
-  const double b = blue;
   switch (format) {
   case RGB24:
   case RGB32:
@@ -51,17 +45,22 @@ SmMaskColor ConvertMaskColor(uint8_t red, uint8_t green, uint8_t blue, ColorForm
   default:
     break;
   }
-  if (subColorFormat == SubColorFormatVideoRange) {
-    // ITU-R BT.601 with luma in 16..235 and chroma in 16..240.
-    color.sample[0] = ClampToByte(16.0 + (65.481 * r + 128.553 * g + 24.966 * b) / 255.0);
-    color.sample[1] = ClampToByte(128.0 + (-37.797 * r - 74.203 * g + 112.0 * b) / 255.0);
-    color.sample[2] = ClampToByte(128.0 + (112.0 * r - 93.786 * g - 18.214 * b) / 255.0);
-  } else {
-    // JFIF, which is BT.601 over the full byte range.
-    color.sample[0] = ClampToByte(0.299 * r + 0.587 * g + 0.114 * b);
-    color.sample[1] = ClampToByte(128.0 - 0.168736 * r - 0.331264 * g + 0.5 * b);
-    color.sample[2] = ClampToByte(128.0 + 0.5 * r - 0.418688 * g - 0.081312 * b);
-  }
+  // The project's own conversion, so that a mask colour and a converted
+  // picture of that colour agree to the bit.
+  const NmPrimitives::SmYCbCrMatrix matrix =
+      subColorFormat == SubColorFormatVideoRange  ? NmPrimitives::YCbCrVideoRange
+      : subColorFormat == SubColorFormatPlainGray ? NmPrimitives::YCbCrBt601Full
+                                                  : NmPrimitives::YCbCrJfif;
+  const uint8_t rgb[3] = {red, green, blue};
+  NmPrimitives::SmYCbCrDestination destination{};
+  destination.y = &color.sample[0];
+  destination.yStride = 1;
+  destination.cb = &color.sample[1];
+  destination.cbStride = 1;
+  destination.cr = &color.sample[2];
+  destination.crStride = 1;
+  NmPrimitives::RgbToYCbCr(rgb, 3, NmPrimitives::SmPackedLayout{3, false}, destination,
+                           NmPrimitives::Chroma444, 1, 1, matrix);
   return color;
 }
 

@@ -13,8 +13,8 @@ struct SmMaskColor {
   uint8_t sample[3] = {0, 0, 0};
 };
 // R, G, B become what the format stores: packed formats in their byte order,
-// YCbCr and Gray by the equations of the sub-colour format (video range for
-// 2, full range otherwise).
+// YCbCr and Gray by the equations of the sub-colour format (JFIF for 1,
+// BT.601 video range for 2, BT.601 full range for 3; JFIF when none is set).
 SmMaskColor ConvertMaskColor(uint8_t red, uint8_t green, uint8_t blue, ColorFormat format,
                              SubColorFormat subColorFormat);
 
