@@ -301,6 +301,20 @@ TEST(JPEGDecoder, PackedOutputAndColourConventions) {
   EXPECT_TRUE(d.decoder.SawExif());
   EXPECT_TRUE(DecodePlanes(exif, 0).planes.planes == j.planes.planes);
   EXPECT_TRUE(DecodePlanes(jfxx, 0).planes.planes == j.planes.planes);
+  // Without DHT (as Motion JPEG sends it), the example tables of T.81 Annex K
+  // are meant, which cjpeg uses when it does not optimise.
+  CmBytes noTables;
+  for (size_t i = 0; i < jfif.size();) {
+    if (i + 3 < jfif.size() && jfif[i] == 0xFF && jfif[i + 1] == 0xC4) {
+      i += 2 + static_cast<size_t>(jfif[i + 2] << 8 | jfif[i + 3]);
+      continue;
+    }
+    noTables.push_back(jfif[i++]);
+  }
+  ASSERT_LT(noTables.size(), jfif.size());
+  const SmDecoded motion = DecodePlanes(noTables, 0);
+  EXPECT_EQ(motion.data, JStatusOk);
+  EXPECT_TRUE(motion.planes.planes == j.planes.planes);
   // Gray from a YCbCr frame is its luma plane.
   const SmDecoded luma = DecodePlanes(jfif, 0, true);
   ASSERT_EQ(luma.data, JStatusOk);

@@ -1,12 +1,14 @@
 // Entropy-coded data and output of CJPEGDecoder.
 #include "MediaProcessing/JPEG/JPEGDecoder.h"
 
+#include <cmath>
 #include <cstring>
 
 #include "Codecs/Primitives/ChromaResample.h"
 #include "Codecs/Primitives/JPEGColorConvert.h"
 #include "Codecs/Primitives/JPEGHuffman.h"
 #include "Codecs/Primitives/JPEGInverseDCT.h"
+#include "MediaProcessing/JPEG/JPEGStandardTables.h"
 
 using namespace NmPrimitives;
 
@@ -167,6 +169,26 @@ JStatus CJPEGDecoder::AllocateFrameBuffers() {
   return JStatusOk;
 }
 
+// Motion JPEG from cameras often leaves the Huffman tables out and means the
+// example tables of T.81 Annex K; a table that a scan needs and no DHT gave
+// is taken from there (luminance for table 0, chrominance for table 1).
+JStatus CJPEGDecoder::InstallMissingStandardTables() {
+  using namespace NmJPEGStandardTables;
+  const SmHuffmanSpec* dc[2] = {&LuminanceDC, &ChrominanceDC};
+  const SmHuffmanSpec* ac[2] = {&LuminanceAC, &ChrominanceAC};
+  for (int id = 0; id < 2; ++id) {
+    if (!m_DCTables[id].initialized) {
+      VZK_RETURN_IF_FAILED(m_DCTables[id].Create());
+      VZK_RETURN_IF_FAILED(m_DCTables[id].Init(id, 0, dc[id]->bits, dc[id]->values));
+    }
+    if (!m_ACTables[id].initialized) {
+      VZK_RETURN_IF_FAILED(m_ACTables[id].Create());
+      VZK_RETURN_IF_FAILED(m_ACTables[id].Init(id, 1, ac[id]->bits, ac[id]->values));
+    }
+  }
+  return JStatusOk;
+}
+
 void CJPEGDecoder::ResetPredictions() {
   for (auto& component : m_Components) {
     component.lastDC = 0;
@@ -255,6 +277,7 @@ JStatus CJPEGDecoder::FinishScan(uint8_t& marker) {
 }
 
 JStatus CJPEGDecoder::DecodeSequentialStreaming() {
+  VZK_RETURN_IF_FAILED(InstallMissingStandardTables());
   for (int i = 0; i < m_Scan.count; ++i) {
     const CJPEGColorComponent& component = m_Components[m_Scan.components[i]];
     if (!m_QuantTables[component.quantSelector].initialized ||
@@ -295,17 +318,24 @@ JStatus CJPEGDecoder::DecodeSequentialStreaming() {
         uint8_t* base = component.GetBuffer(CJPEGColorComponent::SampleRows);
         for (int v = 0; v < component.vSampling && !stop; ++v) {
           for (int h = 0; h < component.hSampling; ++h) {
+            uint8_t* target = base + static_cast<size_t>(v) * out * strides[c] +
+                              static_cast<size_t>(mcuX * component.hSampling + h) * out;
+            if (scale == 3) {
+              // At 1/8 only the DC term matters: no block to clear, no
+              // transform to call.
+              if (!DecodeBlockSequentialDCOnly(m_Source, state, dc, ac, block, component.lastDC)) {
+                stop = true;
+                break;
+              }
+              const float level = std::floor(block[0] * dequant[0] * 0.125f + 128.5f);
+              *target = static_cast<uint8_t>(level < 0 ? 0 : level > 255 ? 255 : level);
+              continue;
+            }
             std::memset(block, 0, sizeof block);
-            const bool ok =
-                scale == 3
-                    ? DecodeBlockSequentialDCOnly(m_Source, state, dc, ac, block, component.lastDC)
-                    : DecodeBlockSequential(m_Source, state, dc, ac, block, component.lastDC);
-            if (!ok) {
+            if (!DecodeBlockSequential(m_Source, state, dc, ac, block, component.lastDC)) {
               stop = true; // damaged data: keep what came before
               break;
             }
-            uint8_t* target = base + static_cast<size_t>(v) * out * strides[c] +
-                              static_cast<size_t>(mcuX * component.hSampling + h) * out;
             JPEGInverseDCT(scale, block, dequant, target, strides[c]);
           }
         }
@@ -324,6 +354,7 @@ JStatus CJPEGDecoder::DecodeSequentialStreaming() {
 }
 
 JStatus CJPEGDecoder::DecodeBufferedScan() {
+  VZK_RETURN_IF_FAILED(InstallMissingStandardTables());
   const bool progressive = m_Mode == JModeProgressive;
   const bool dcScan = m_Scan.spectralStart == 0;
   const bool refine = m_Scan.approximationHigh != 0;

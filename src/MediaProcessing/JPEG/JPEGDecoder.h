@@ -97,6 +97,7 @@ private:
   // False when the data ended or a marker other than RSTn came first.
   bool ProcessRestart();
   void ResetPredictions();
+  JStatus InstallMissingStandardTables();
   JStatus AllocateFrameBuffers();
   JStatus DecodeSequentialStreaming();
   JStatus DecodeBufferedScan();
