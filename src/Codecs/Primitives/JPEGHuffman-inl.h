@@ -161,6 +161,18 @@ bool DecodeSequentialLocal(SmEntropySource& source, SmHuffmanDecodeState& state,
   block[0] = static_cast<int16_t>(lastDC);
   for (int k = 1; k < 64; ++k) {
     EnsureBits(source, state);
+    if constexpr (kLookup) {
+      // Short code with a small value: one lookup gives both.
+      const int16_t entry = ac.acLookup[PeekBits(state, kHuffmanLookupBits)];
+      if (entry != 0) {
+        k += (entry >> 4) & 15;
+        SkipBits(state, entry & 15);
+        if constexpr (kStoreAC) {
+          block[kJPEGNaturalOrder[k]] = static_cast<int16_t>(entry >> 8);
+        }
+        continue;
+      }
+    }
     const int symbol = DecodeSymbol<kLookup>(state, ac);
     if (symbol < 0) {
       return false;

@@ -60,6 +60,20 @@ bool BuildHuffmanDecodeTable(const uint8_t bits[16], const uint8_t* values,
     for (int j = 0; j < (1 << shift); ++j) {
       table.lookup[first + j] = static_cast<uint16_t>(lengths[i] << 8 | values[i]);
     }
+    const int run = values[i] >> 4;
+    const int size = values[i] & 15;
+    if (size == 0 || size > 7 || lengths[i] + size > kHuffmanLookupBits) {
+      continue;
+    }
+    const int rest = shift - size;
+    for (int extra = 0; extra < (1 << size); ++extra) {
+      const int value = extra < (1 << (size - 1)) ? extra - (1 << size) + 1 : extra;
+      const int entry = (first | extra << rest);
+      for (int j = 0; j < (1 << rest); ++j) {
+        table.acLookup[entry + j] =
+            static_cast<int16_t>(value * 256 + (run << 4 | (lengths[i] + size)));
+      }
+    }
   }
   return true;
 }

@@ -24,6 +24,10 @@ struct SmHuffmanDecodeTable {
   // Index into `values` of a code of length l is code + valueOffset[l].
   int32_t valueOffset[17];
   uint8_t values[256];
+  // For AC decoding: code and extra bits together when both fit in the
+  // lookup bits and the value fits in a byte: value << 8 | run << 4 |
+  // total length; 0 otherwise.
+  int16_t acLookup[1 << kHuffmanLookupBits];
   // Lengths 1..16 as in the stream, kept for the bit-wise reference.
   uint8_t bits[16];
 };
