@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <csignal>
 #include <thread>
 
 #include "Common/Xerces/Xerces.h"
@@ -129,6 +130,31 @@ TEST_F(VzkRun, LiveReplayAndALiveFileThatGrows) {
   EXPECT_EQ(followed.out.rfind("3 items in ", 0), 0u) << followed.out;
   const std::vector<uint8_t> first = ReadBytes(m_Scratch.Path("grown/jpeg-000001.jpg"));
   EXPECT_NE(std::find(m_Frames.begin() + 1, m_Frames.end(), first), m_Frames.end());
+}
+
+TEST_F(VzkRun, InterruptedLiveRunKeepsWhatItWrote) {
+  // The recording plug-in's live mode waits for records that never come, so
+  // only the signal ends this run. Items before it must be complete.
+  const std::string growing = m_Scratch.Path("growing.gbd");
+  WriteBytes(growing, m_Frames[0]);
+  const std::string tree = m_Scratch.Path("growing.xml");
+  WriteText(tree, RecordingTree(growing));
+  const std::string out = m_Scratch.Path("stopped");
+  CmRunningVzk run({"run", tree, "--mode", "live", "--out", out});
+  for (int i = 0; i < 500 && !Exists(out + "/jpeg-000002.jpg"); ++i) {
+    WriteBytes(growing, m_Frames[1 + i % 11], true);
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  ASSERT_TRUE(Exists(out + "/jpeg-000002.jpg"));
+  run.Signal(SIGINT);
+  const SmResult result = run.Wait();
+  EXPECT_EQ(result.status, 0) << result.err;
+  EXPECT_NE(result.err.find("vzk: Stopped by request.\n"), std::string::npos) << result.err;
+  const size_t items = std::stoul(result.out);
+  EXPECT_GE(items, 2u);
+  // The list is closed properly: a header and one whole line for every item.
+  const std::string list = ReadText(out + "/items.txt");
+  EXPECT_EQ(static_cast<size_t>(std::count(list.begin(), list.end(), '\n')), items + 1);
 }
 
 TEST_F(VzkRun, FailuresExitNonZeroWithTheToolkitsMessage) {

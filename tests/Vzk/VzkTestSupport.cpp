@@ -2,6 +2,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <signal.h>
 #include <spawn.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -40,10 +41,12 @@ CmScratch::~CmScratch() {
   }
 }
 
-SmResult RunVzk(const std::vector<std::string>& arguments) {
-  CmScratch scratch;
-  const std::string outPath = scratch.Path("stdout");
-  const std::string errPath = scratch.Path("stderr");
+namespace {
+
+// Starts vzk with its output going to files in `directory`.
+pid_t Spawn(const std::vector<std::string>& arguments, const std::string& directory) {
+  const std::string outPath = directory + "/stdout";
+  const std::string errPath = directory + "/stderr";
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
@@ -58,19 +61,75 @@ SmResult RunVzk(const std::vector<std::string>& arguments) {
     argv.push_back(const_cast<char*>(argument.c_str()));
   }
   argv.push_back(nullptr);
-  pid_t child = 0;
-  SmResult result;
+  pid_t child = -1;
   if (posix_spawn(&child, program.c_str(), &actions, nullptr, argv.data(), environ) != 0) {
-    posix_spawn_file_actions_destroy(&actions);
-    result.err = "cannot start " + program;
-    return result;
+    child = -1;
   }
   posix_spawn_file_actions_destroy(&actions);
+  return child;
+}
+
+SmResult Reap(pid_t child, const std::string& directory) {
+  SmResult result;
+  if (child < 0) {
+    result.err = "cannot start vzk";
+    return result;
+  }
   int status = 0;
   waitpid(child, &status, 0);
   result.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-  result.out = ReadText(outPath);
-  result.err = ReadText(errPath);
+  result.out = ReadText(directory + "/stdout");
+  result.err = ReadText(directory + "/stderr");
+  return result;
+}
+
+std::string MakeDirectory() {
+  const char* build = std::getenv("VZK_BUILD_DIR");
+  const std::string base = std::string(build ? build : ".") + "/vzk-run-XXXXXX";
+  std::vector<char> name(base.begin(), base.end());
+  name.push_back(0);
+  if (mkdtemp(name.data()) == nullptr) {
+    throw std::runtime_error("cannot make a scratch directory");
+  }
+  return name.data();
+}
+
+void RemoveDirectory(const std::string& path) {
+  const std::string command = "rm -rf '" + path + "'";
+  if (std::system(command.c_str()) != 0) {
+    // Leftovers in the build tree do no harm.
+  }
+}
+
+} // namespace
+
+SmResult RunVzk(const std::vector<std::string>& arguments) {
+  CmScratch scratch;
+  return Reap(Spawn(arguments, scratch.GetPath()), scratch.GetPath());
+}
+
+CmRunningVzk::CmRunningVzk(const std::vector<std::string>& arguments)
+    : m_Directory(MakeDirectory()) {
+  m_Pid = Spawn(arguments, m_Directory);
+}
+
+CmRunningVzk::~CmRunningVzk() {
+  if (m_Pid > 0) {
+    kill(m_Pid, SIGKILL);
+    waitpid(m_Pid, nullptr, 0);
+  }
+  RemoveDirectory(m_Directory);
+}
+
+void CmRunningVzk::Signal(int signal) {
+  if (m_Pid > 0) {
+    kill(m_Pid, signal);
+  }
+}
+
+SmResult CmRunningVzk::Wait() {
+  const SmResult result = Reap(m_Pid, m_Directory);
+  m_Pid = -1;
   return result;
 }
 

@@ -16,8 +16,23 @@ struct SmResult {
   std::string err;
 };
 
-// Runs build/bin/vzk with these arguments; `input` goes to its standard input.
+// Runs build/bin/vzk with these arguments and waits for it to end.
 SmResult RunVzk(const std::vector<std::string>& arguments);
+
+// A vzk started in the background, for tests that stop it with a signal.
+class CmRunningVzk {
+public:
+  explicit CmRunningVzk(const std::vector<std::string>& arguments);
+  ~CmRunningVzk();
+  CmRunningVzk(const CmRunningVzk&) = delete;
+  CmRunningVzk& operator=(const CmRunningVzk&) = delete;
+  void Signal(int signal);
+  SmResult Wait();
+
+private:
+  int m_Pid = -1;
+  std::string m_Directory;
+};
 
 // A fresh directory under the build tree, removed with everything in it.
 class CmScratch {
