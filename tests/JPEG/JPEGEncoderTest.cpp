@@ -6,10 +6,12 @@
 #include <random>
 
 #include "MediaProcessing/GenericByteData/RawVideoByteDataAccess.h"
+#include "MediaProcessing/Image/ImageCrop.h"
 #include "MediaProcessing/JPEG/JPEGEncoder.h"
 #include "MediaProcessing/JPEG/SimpleJPEGEncoder.h"
 #include "MediaProcessing/JPEG/SimpleJPEGEncoderWrapper.h"
 #include "MediaProcessing/MediaProcessingError.h"
+#include "MediaProcessing/Video/GenericVideoDecoder.h"
 #include "support/CameraPicture.h"
 #include "support/ExternalTools.h"
 #include "support/ImageTestSupport.h"
@@ -528,4 +530,33 @@ TEST(SimpleJPEGEncoderWrapper, BlocksCarryTheImagesFacts) {
   int subsampling = 0;
   EXPECT_TRUE(turbo.Decode(view.GetData(), view.GetDataSize(), decoded, subsampling));
   EXPECT_EQ(wrapper.Encode(CmImage(), 70), nullptr);
+}
+
+TEST(SimpleJPEGEncoderWrapper, BlocksComeBackThroughTheVideoDecoder) {
+  // A view cut out of a larger picture: rows with gaps, planes that do not
+  // start at their buffers.
+  CmImage whole;
+  NmTestSupport::FillCameraPicture(whole, 100, 70, 14);
+  CmImage image;
+  CmImageCrop(10, 6, 72, 50).Execute(whole, image);
+  image.GetAttributes().timeStamp = NmTimeStamp::CmTimeStamp::FromMilliseconds(1700000000000);
+  image.GetAttributes().orientation.flippedHorizontally = true;
+  const SmPlanes source = PlanesOf(image);
+
+  CmSimpleJPEGEncoderWrapper wrapper;
+  const auto block = wrapper.Encode(image, 90);
+  ASSERT_NE(block, nullptr);
+  CmGenericVideoDecoder decoder;
+  CmImage decoded;
+  bool callAgain = true;
+  bool gotImage = false;
+  ASSERT_TRUE(decoder.Decode(*block, decoded, callAgain, gotImage));
+  ASSERT_TRUE(gotImage);
+  EXPECT_FALSE(callAgain);
+  EXPECT_EQ(decoded.GetWidth(), 72u);
+  EXPECT_EQ(decoded.GetHeight(), 50u);
+  EXPECT_EQ(decoded.GetAttributes().timeStamp.GetMilliseconds(), 1700000000000);
+  EXPECT_TRUE(decoded.GetAttributes().orientation.flippedHorizontally);
+  ASSERT_EQ(decoded.GetColorFormat(), YCbCr420_Planar);
+  EXPECT_GT(Psnr(source, PlanesOf(decoded)), 35.0);
 }
