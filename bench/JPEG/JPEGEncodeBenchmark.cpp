@@ -28,6 +28,7 @@ namespace {
 constexpr int Width = 1920;
 constexpr int Height = 1080;
 constexpr int Quality = 75;
+constexpr size_t BlocksPerRow = Width / 8;
 
 // Shapes and edges under sensor noise, as a camera delivers them.
 struct SmPicture {
@@ -110,19 +111,18 @@ void RegisterAll() {
   });
 
   // The kernels over all luma blocks of the picture.
-  const size_t blocksPerRow = Width / 8;
-  auto dct = [blocksPerRow](bool reference) {
-    return [blocksPerRow, reference](benchmark::State& state) {
+  auto dct = [](bool reference) {
+    return [reference](benchmark::State& state) {
       const auto plane = Picture().image.Allocator().GetPlane(0);
-      std::vector<float> coefficients(blocksPerRow * 64);
+      std::vector<float> coefficients(BlocksPerRow * 64);
       for (auto _ : state) {
         for (int row = 0; row + 8 <= Height; row += 8) {
           const uint8_t* samples = plane.data + row * plane.rowStride;
           if (reference) {
-            NmPrimitives::NmReference::ForwardDCT8x8Blocks(samples, plane.rowStride, blocksPerRow,
+            NmPrimitives::NmReference::ForwardDCT8x8Blocks(samples, plane.rowStride, BlocksPerRow,
                                                            coefficients.data());
           } else {
-            NmPrimitives::ForwardDCT8x8Blocks(samples, plane.rowStride, blocksPerRow,
+            NmPrimitives::ForwardDCT8x8Blocks(samples, plane.rowStride, BlocksPerRow,
                                               coefficients.data());
           }
           benchmark::DoNotOptimize(coefficients.data());
@@ -133,8 +133,8 @@ void RegisterAll() {
   Register("forwardDCT", "vzk", dct(false));
   Register("forwardDCT", "reference", dct(true));
 
-  auto huffman = [blocksPerRow](bool reference) {
-    return [blocksPerRow, reference](benchmark::State& state) {
+  auto huffman = [](bool reference) {
+    return [reference](benchmark::State& state) {
       // Quantised luma of the picture, coded with the example tables.
       const auto plane = Picture().image.Allocator().GetPlane(0);
       uint16_t table[64];
@@ -144,14 +144,14 @@ void RegisterAll() {
       }
       float reciprocals[64];
       NmPrimitives::MakeQuantReciprocals(table, reciprocals);
-      std::vector<float> coefficients(blocksPerRow * 64);
+      std::vector<float> coefficients(BlocksPerRow * 64);
       std::vector<int16_t> blocks;
       for (int row = 0; row + 8 <= Height; row += 8) {
         NmPrimitives::ForwardDCT8x8Blocks(plane.data + row * plane.rowStride, plane.rowStride,
-                                          blocksPerRow, coefficients.data());
-        blocks.resize(blocks.size() + blocksPerRow * 64);
-        NmPrimitives::QuantizeBlocks(coefficients.data(), blocksPerRow, reciprocals,
-                                     blocks.data() + blocks.size() - blocksPerRow * 64);
+                                          BlocksPerRow, coefficients.data());
+        blocks.resize(blocks.size() + BlocksPerRow * 64);
+        NmPrimitives::QuantizeBlocks(coefficients.data(), BlocksPerRow, reciprocals,
+                                     blocks.data() + blocks.size() - BlocksPerRow * 64);
       }
       NmPrimitives::SmHuffmanEncodeTable dc;
       NmPrimitives::SmHuffmanEncodeTable ac;

@@ -130,7 +130,6 @@ void ForwardDCT8x8BlocksEight(const uint8_t* samples, size_t stride, size_t bloc
   const hn::Rebind<int32_t, D8> di;
   const hn::Rebind<uint8_t, D8> du8;
   const V8 shift = hn::Set(df, 128.0f);
-  HWY_UNROLL(8)
   for (size_t b = 0; b < blocks; ++b) {
     V8 rows[8];
     HWY_UNROLL(8)
