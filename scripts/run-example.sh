@@ -18,7 +18,9 @@ say "Building vzk and the plug-ins in build/"
 cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
 targets=(vzk)
 # The media plug-in reads media files; builds that have it import through it.
-if ninja -C build -t targets all 2>/dev/null | grep -q '^ToolkitSourcePlugin_media:'; then
+# (The list is read whole first: grep -q would stop early and break the pipe.)
+all_targets=$(ninja -C build -t targets all 2>/dev/null || true)
+if grep -q '^ToolkitSourcePlugin_media:' <<<"$all_targets"; then
   targets+=(ToolkitSourcePlugin_media)
 fi
 cmake --build build --target "${targets[@]}"
@@ -63,6 +65,7 @@ cat <<END
 
 Done. The pictures are in $demo/jpeg/ ($count JPEG files, jpeg-000001.jpg first;
 items.txt lists every item with its times), with thumbnails of them all in
-$demo/sheet.png, and those of the live replay in $demo/live/. The recording is $demo/sample.gbd. More trees are in examples/;
-build/bin/vzk --help tells every option.
+$demo/sheet.png, and those of the live replay in $demo/live/.
+The recording is $demo/sample.gbd. More trees are in examples/ (see
+examples/README.md); build/bin/vzk --help tells every option.
 END
