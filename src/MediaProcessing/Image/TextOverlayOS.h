@@ -12,6 +12,12 @@ typedef struct _PangoFontDescription PangoFontDescription;
 
 namespace NmMediaProcessing {
 
+// Cairo and the libraries beneath it keep caches for the life of the process
+// from the moment they are loaded. A library that carries them may be
+// unloaded and loaded again; these must stay, or their caches are lost
+// memory. Safe to call any number of times.
+void KeepTextLibrariesLoaded();
+
 // Paints text with the platform's text engine (Pango on Cairo) onto a
 // surface: white letters with a black shadow one pixel below and to the
 // right, on a background of one exact colour that later serves as the key.

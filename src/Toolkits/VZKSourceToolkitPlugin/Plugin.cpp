@@ -2,8 +2,14 @@
 
 #include <new>
 
+#include "MediaProcessing/Image/TextOverlayOS.h"
 #include "Toolkits/VZKSourceToolkitPlugin/VZKSourceToolkit.h"
 #include "vzk/Plugin.h"
+
+namespace {
+// Runs when the library is loaded, before any host call.
+[[maybe_unused]] const bool textLibrariesKept = (NmMediaProcessing::KeepTextLibrariesLoaded(), true);
+} // namespace
 
 VZK_PLUGIN_EXPORT NmToolkit::ImToolkit* CreateInstance(const char* xml) {
   try {

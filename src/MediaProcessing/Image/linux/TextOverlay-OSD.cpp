@@ -1,3 +1,4 @@
+#include <dlfcn.h>
 #include <glib.h>
 #include <pango/pangocairo.h>
 
@@ -5,6 +6,7 @@
 #include <climits>
 #include <cmath>
 #include <memory>
+#include <mutex>
 
 #include "Codecs/Primitives/PlaneCopy.h"
 #include "Common/Error/Error.h"
@@ -51,6 +53,20 @@ CmCairoImageAllocator& SurfaceAllocator(CmImage& surface) {
 }
 
 } // namespace
+
+void KeepTextLibrariesLoaded() {
+  static std::once_flag kept;
+  std::call_once(kept, [] {
+    for (void* symbol : {reinterpret_cast<void*>(&cairo_version),
+                         reinterpret_cast<void*>(&pango_cairo_font_map_get_default)}) {
+      Dl_info info{};
+      if (dladdr(symbol, &info) != 0 && info.dli_fname != nullptr) {
+        // The handle is deliberately never closed.
+        dlopen(info.dli_fname, RTLD_NOW | RTLD_NOLOAD | RTLD_NODELETE);
+      }
+    }
+  });
+}
 
 CmTextOverlayOS::CmTextOverlayOS(const CmOverlayParameters& parameters)
     : CmBaseOverlayTransformation(parameters) {}
