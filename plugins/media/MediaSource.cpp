@@ -14,10 +14,6 @@ namespace {
 using CmMediaFileError = CmMediaError<ImFileError>;
 using CmMediaConfigurationError = CmMediaError<ImConfigurationError>;
 
-int64_t Distance(int64_t entryTime, int64_t time) {
-  return std::llabs(time - entryTime);
-}
-
 } // namespace
 
 bool CmMediaSource::IsNetworkAddress(const std::string& url) {
@@ -105,62 +101,39 @@ int64_t CmMediaSource::Count() const {
   return m_Index ? static_cast<int64_t>(m_Index->GetEntries().size()) : 0;
 }
 
-uint32_t CmMediaSource::MoveToIndex(int64_t index) {
-  if (index < 0 || index >= Count()) {
-    return StatusNoItem;
-  }
-  m_Position = index;
-  return StatusSuccess;
+CmMediaSource::CmNavigation CmMediaSource::Navigation() const {
+  static const std::vector<SmMediaEntry> none;
+  return CmNavigation(m_Index ? m_Index->GetEntries() : none);
 }
 
 uint32_t CmMediaSource::MoveFirst() {
   RequireConnected();
-  return MoveToIndex(0);
+  return Navigation().MoveFirst(m_Position);
 }
 
 uint32_t CmMediaSource::MoveLast() {
   RequireConnected();
-  return MoveToIndex(Count() - 1);
+  return Navigation().MoveLast(m_Position);
 }
 
 uint32_t CmMediaSource::MoveNext() {
   RequireConnected();
-  return MoveToIndex(m_Position < 0 ? 0 : m_Position + 1);
+  return Navigation().MoveNext(m_Position);
 }
 
 uint32_t CmMediaSource::MovePrevious() {
   RequireConnected();
-  return m_Position < 0 ? StatusNoItem : MoveToIndex(m_Position - 1);
+  return Navigation().MovePrevious(m_Position);
 }
 
 uint32_t CmMediaSource::MoveNextSequence() {
   RequireConnected();
-  if (m_Position < 0 || m_Position >= Count()) {
-    return StatusNoItem;
-  }
-  const auto& entries = m_Index->GetEntries();
-  for (int64_t i = m_Position + 1; i < Count(); ++i) {
-    if (entries[i].sequence != entries[m_Position].sequence) {
-      return MoveToIndex(i);
-    }
-  }
-  return StatusNoItem;
+  return Navigation().MoveNextSequence(m_Position);
 }
 
 uint32_t CmMediaSource::MovePreviousSequence() {
   RequireConnected();
-  if (m_Position < 0 || m_Position >= Count()) {
-    return StatusNoItem;
-  }
-  const auto& entries = m_Index->GetEntries();
-  const auto startOf = [&](int64_t index) {
-    while (index > 0 && entries[index - 1].sequence == entries[index].sequence) {
-      --index;
-    }
-    return index;
-  };
-  const int64_t start = startOf(m_Position);
-  return start == 0 ? StatusNoItem : MoveToIndex(startOf(start - 1));
+  return Navigation().MovePreviousSequence(m_Position);
 }
 
 uint32_t CmMediaSource::MoveTo(int64_t time, SmMoveMode mode) {
@@ -169,31 +142,7 @@ uint32_t CmMediaSource::MoveTo(int64_t time, SmMoveMode mode) {
     // The toolkit contract ends the process on a mode outside the five.
     std::abort();
   }
-  int64_t found = -1;
-  for (int64_t i = 0; i < Count(); ++i) {
-    const int64_t begin = m_Index->GetEntries()[i].time;
-    switch (mode) {
-    case MoveBefore:
-      // An item lasts an instant: it ends where it begins.
-      found = begin < time ? i : found;
-      break;
-    case MoveAtOrBefore:
-      found = begin <= time ? i : found;
-      break;
-    case MoveAfter:
-      found = (found < 0 && begin > time) ? i : found;
-      break;
-    case MoveAtOrAfter:
-      found = (found < 0 && begin >= time) ? i : found;
-      break;
-    case MoveClosest:
-      if (found < 0 || Distance(begin, time) < Distance(m_Index->GetEntries()[found].time, time)) {
-        found = i;
-      }
-      break;
-    }
-  }
-  return MoveToIndex(found);
+  return Navigation().MoveTo(m_Position, time, mode);
 }
 
 uint32_t CmMediaSource::Deliver(std::vector<uint8_t> bytes, int64_t time, uint16_t sequenceNumber,

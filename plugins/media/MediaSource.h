@@ -4,12 +4,21 @@
 #include <memory>
 #include <string>
 
+#include "IndexedNavigation.h"
 #include "MediaIndex.h"
 #include "MediaItem.h"
 #include "MediaLiveReader.h"
 #include "vzk/vzk.h"
 
 namespace NmMedia {
+
+// A packet is an instant: it ends where it begins.
+inline int64_t EntryBeginTime(const SmMediaEntry& entry) {
+  return entry.time;
+}
+inline int64_t EntryEndTime(const SmMediaEntry& entry) {
+  return entry.time;
+}
 
 // A source toolkit over a media file or a network stream, read through
 // libavformat. Each packet of a supported stream is one item: a video or an
@@ -48,7 +57,8 @@ public:
 private:
   void RequireConnected() const;
   void Open();
-  uint32_t MoveToIndex(int64_t index);
+  using CmNavigation = NmIndexedNavigation::CmIndexedNavigation<SmMediaEntry>;
+  CmNavigation Navigation() const;
   int64_t Count() const;
   uint32_t Deliver(std::vector<uint8_t> bytes, int64_t time, uint16_t sequenceNumber,
                    NmToolkit::ImData** out) const;

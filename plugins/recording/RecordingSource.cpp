@@ -14,8 +14,7 @@ namespace NmRecording {
 namespace {
 
 // The errors of this plug-in, in the toolkit error family that hosts catch.
-template <typename I>
-class CmRecordingError : public I {
+template <typename I> class CmRecordingError : public I {
 public:
   CmRecordingError(const char* name, uint32_t code, std::string text)
       : m_Name(name), m_Code(code), m_Text(std::move(text)) {}
@@ -92,13 +91,6 @@ uint64_t HeaderLength(const std::vector<uint8_t>& bytes, int32_t type) {
   }
 }
 
-int64_t Distance(const SmRecordEntry& entry, int64_t time) {
-  if (time >= entry.beginTime && time <= entry.endTime) {
-    return 0;
-  }
-  return std::min(std::llabs(time - entry.beginTime), std::llabs(time - entry.endTime));
-}
-
 } // namespace
 
 CmRecordingSource::CmRecordingSource(const char* xml) {
@@ -154,93 +146,43 @@ void CmRecordingSource::RequireConnected() const {
   }
 }
 
-uint32_t CmRecordingSource::MoveToIndex(int64_t index) {
-  if (index < 0 || index >= Count()) {
-    return StatusNoItem;
-  }
-  m_Position = index;
-  return StatusSuccess;
+CmRecordingSource::CmNavigation CmRecordingSource::Navigation() const {
+  return CmNavigation(m_Index->GetEntries());
 }
 
 uint32_t CmRecordingSource::MoveFirst() {
   RequireConnected();
-  return MoveToIndex(0);
+  return Navigation().MoveFirst(m_Position);
 }
 
 uint32_t CmRecordingSource::MoveLast() {
   RequireConnected();
-  return MoveToIndex(Count() - 1);
+  return Navigation().MoveLast(m_Position);
 }
 
 uint32_t CmRecordingSource::MoveNext() {
   RequireConnected();
-  return MoveToIndex(m_Position < 0 ? 0 : m_Position + 1);
+  return Navigation().MoveNext(m_Position);
 }
 
 uint32_t CmRecordingSource::MovePrevious() {
   RequireConnected();
-  return m_Position < 0 ? StatusNoItem : MoveToIndex(m_Position - 1);
+  return Navigation().MovePrevious(m_Position);
 }
 
 uint32_t CmRecordingSource::MoveNextSequence() {
   RequireConnected();
-  if (m_Position < 0) {
-    return StatusNoItem;
-  }
-  const auto& entries = m_Index->GetEntries();
-  for (int64_t i = m_Position + 1; i < Count(); ++i) {
-    if (entries[i].sequence != entries[m_Position].sequence) {
-      return MoveToIndex(i);
-    }
-  }
-  return StatusNoItem;
+  return Navigation().MoveNextSequence(m_Position);
 }
 
 uint32_t CmRecordingSource::MovePreviousSequence() {
   RequireConnected();
-  if (m_Position < 0) {
-    return StatusNoItem;
-  }
-  const auto& entries = m_Index->GetEntries();
-  const auto startOf = [&](int64_t index) {
-    while (index > 0 && entries[index - 1].sequence == entries[index].sequence) {
-      --index;
-    }
-    return index;
-  };
-  const int64_t start = startOf(m_Position);
-  return start == 0 ? StatusNoItem : MoveToIndex(startOf(start - 1));
+  return Navigation().MovePreviousSequence(m_Position);
 }
 
 uint32_t CmRecordingSource::MoveTo(int64_t time, SmMoveMode mode) {
   RequireConnected();
-  const auto& entries = m_Index->GetEntries();
-  int64_t found = -1;
-  for (int64_t i = 0; i < Count(); ++i) {
-    const SmRecordEntry& entry = entries[i];
-    switch (mode) {
-    case MoveBefore:
-      found = entry.endTime < time ? i : found;
-      break;
-    case MoveAtOrBefore:
-      found = entry.beginTime <= time ? i : found;
-      break;
-    case MoveAfter:
-      found = (found < 0 && entry.beginTime > time) ? i : found;
-      break;
-    case MoveAtOrAfter:
-      found = (found < 0 && entry.beginTime >= time) ? i : found;
-      break;
-    case MoveClosest:
-      if (found < 0 || Distance(entry, time) < Distance(entries[found], time)) {
-        found = i;
-      }
-      break;
-    default:
-      return StatusNoItem;
-    }
-  }
-  return MoveToIndex(found);
+  return Navigation().MoveTo(m_Position, time, mode);
 }
 
 uint32_t CmRecordingSource::Deliver(const SmRecordEntry& entry, ImData** out) const {

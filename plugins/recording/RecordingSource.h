@@ -4,10 +4,18 @@
 #include <memory>
 #include <string>
 
+#include "IndexedNavigation.h"
 #include "RecordingIndex.h"
 #include "vzk/vzk.h"
 
 namespace NmRecording {
+
+inline int64_t EntryBeginTime(const SmRecordEntry& entry) {
+  return entry.beginTime;
+}
+inline int64_t EntryEndTime(const SmRecordEntry& entry) {
+  return entry.endTime;
+}
 
 // A source toolkit over a recording file: every record is one item, in file
 // order. Playback navigates the index; live mode follows the file as it grows.
@@ -38,7 +46,8 @@ public:
 
 private:
   void RequireConnected() const;
-  uint32_t MoveToIndex(int64_t index);
+  using CmNavigation = NmIndexedNavigation::CmIndexedNavigation<SmRecordEntry>;
+  CmNavigation Navigation() const;
   int64_t Count() const { return static_cast<int64_t>(m_Index->GetEntries().size()); }
   uint32_t Deliver(const SmRecordEntry& entry, NmToolkit::ImData** out) const;
 
