@@ -2,7 +2,7 @@
 
 #include "Common/Error/Error.h"
 #include "MediaProcessing/Image/SPLError.h"
-#include "MediaProcessing/JPEG/MemBuffInput.h"
+#include "MediaProcessing/JPEG/VideoDecoderJPEG.h"
 
 namespace NmMediaProcessing {
 
@@ -11,20 +11,8 @@ bool CmVideoAnalyzerJPEG::Analyze(const uint8_t* data, uint64_t size, SmVideoSiz
     throw NmError::CmIntegrityError(VZK_LOCATION, "Invalid input parameters given",
                                     NmError::CmIntegrityErrorCode::OutOfRange);
   }
-  m_Decoder.Clean();
   CMemBuffInput input;
-  if (input.Open(data, static_cast<uint32_t>(size)) != JStatusOk) {
-    throw NmError::CmIntegrityError(VZK_LOCATION, "Error opening JPEG decoder data input",
-                                    NmError::CmIntegrityErrorCode::InvalidPointer);
-  }
-  const JStatus source = m_Decoder.SetSource(&input);
-  if (source == JStatusOutOfMemory) {
-    throw CmBadAllocation();
-  }
-  if (source != JStatusOk) {
-    throw NmError::CmIntegrityError(VZK_LOCATION, "Error setting JPEG decoder data source",
-                                    NmError::CmIntegrityErrorCode::InvalidPointer);
-  }
+  AttachJPEGFrame(m_Decoder, input, data, static_cast<uint32_t>(size));
   int width = 0;
   int height = 0;
   int channels = 0;

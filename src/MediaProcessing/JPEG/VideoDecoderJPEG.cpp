@@ -7,6 +7,23 @@
 
 namespace NmMediaProcessing {
 
+void AttachJPEGFrame(CJPEGDecoder& decoder, CMemBuffInput& input, const uint8_t* data,
+                     uint32_t size) {
+  decoder.Clean();
+  if (input.Open(data, size) != JStatusOk) {
+    throw NmError::CmIntegrityError(VZK_LOCATION, "Error opening JPEG decoder data input",
+                                    NmError::CmIntegrityErrorCode::InvalidPointer);
+  }
+  const JStatus source = decoder.SetSource(&input);
+  if (source == JStatusOutOfMemory) {
+    throw CmBadAllocation();
+  }
+  if (source != JStatusOk) {
+    throw NmError::CmIntegrityError(VZK_LOCATION, "Error setting JPEG decoder data source",
+                                    NmError::CmIntegrityErrorCode::InvalidPointer);
+  }
+}
+
 void CmVideoDecoderJPEG::SetParameters(const SmVideoDecodeParameters& parameters) {
   m_Parameters = parameters;
   m_DecodingEnabled = parameters.m_ProduceImage;
@@ -39,20 +56,8 @@ bool CmVideoDecoderJPEG::Decode(const uint8_t* data, uint64_t size, int32_t imag
 bool CmVideoDecoderJPEG::DecodeUsingJPEGView(const uint8_t* data, uint32_t size, int32_t imageId,
                                              const NmTimeStamp::CmTimeStamp& time, CmImage& image,
                                              SmVideoDecodeResult& result) {
-  m_Decoder.Clean();
   CMemBuffInput input;
-  if (input.Open(data, size) != JStatusOk) {
-    throw NmError::CmIntegrityError(VZK_LOCATION, "Error opening JPEG decoder data input",
-                                    NmError::CmIntegrityErrorCode::InvalidPointer);
-  }
-  const JStatus sourceStatus = m_Decoder.SetSource(&input);
-  if (sourceStatus == JStatusOutOfMemory) {
-    throw CmBadAllocation();
-  }
-  if (sourceStatus != JStatusOk) {
-    throw NmError::CmIntegrityError(VZK_LOCATION, "Error setting JPEG decoder data source",
-                                    NmError::CmIntegrityErrorCode::InvalidPointer);
-  }
+  AttachJPEGFrame(m_Decoder, input, data, size);
   int width = 0;
   int height = 0;
   int channels = 0;

@@ -3,9 +3,15 @@
 #include <cstdint>
 
 #include "MediaProcessing/JPEG/JPEGDecoder.h"
+#include "MediaProcessing/JPEG/MemBuffInput.h"
 #include "MediaProcessing/Video/VideoDecoder.h"
 
 namespace NmMediaProcessing {
+
+// Starts the decoder on one compressed frame held by `input`, which must
+// outlive the decoding. Throws on misuse and on exhausted memory.
+void AttachJPEGFrame(CJPEGDecoder& decoder, CMemBuffInput& input, const uint8_t* data,
+                     uint32_t size);
 
 // JPEG behind the video decoder interface: one compressed frame in, one
 // image out, in the frame's own YCbCr layout or gray. A damaged frame gives no
