@@ -1,0 +1,257 @@
+// The example tree of a host, end to end, beside the ffmpeg command that does
+// the same work: a recording of 1920 x 1080 camera-like JPEG pictures is
+// decoded, scaled to 640 x 360 and encoded as JPEG again, every picture, one
+// thread each. Both run as programs (vzk and ffmpeg) over the same pictures,
+// and each is timed by the processor time its process used, so the load of a
+// shared machine does not count. The run ends with the ratio ffmpeg / ours and
+// the mean output size of each, which shows whether the qualities compare.
+
+#include <benchmark/benchmark.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <turbojpeg.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "BenchmarkRatios.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr int kWidth = 1920;
+constexpr int kHeight = 1080;
+constexpr int kPictures = 50;
+constexpr int kQuality = 75;
+
+// ffmpeg's MJPEG encoder has no IJG quality; this quantiser scale gives
+// outputs of about the size our quality 75 gives, which the run prints.
+constexpr int kFfmpegQscale = 4;
+
+std::string Quote(const std::string& text) {
+  return "'" + text + "'";
+}
+
+// Pictures as a camera delivers them: gradients, an object that moves, edges
+// and sensor noise. The noise is drawn once and shifted per picture.
+std::vector<uint8_t> CameraPicture(int index, const std::vector<int8_t>& noise) {
+  std::vector<uint8_t> rgb(static_cast<size_t>(kWidth) * kHeight * 3);
+  const double cx = 500.0 + 18.0 * index;
+  const double cy = 420.0 + 6.0 * index;
+  const size_t shift = static_cast<size_t>(index) * 7919;
+  for (int y = 0; y < kHeight; ++y) {
+    for (int x = 0; x < kWidth; ++x) {
+      double base[3] = {60 + 120.0 * y / kHeight, 90 + 80.0 * x / kWidth, 170 - 90.0 * y / kHeight};
+      if (std::hypot(x - cx, y - cy) < 260) {
+        base[0] += 70;
+        base[1] += 50;
+        base[2] -= 40;
+      }
+      if ((x + index) % 97 < 9) {
+        for (double& b : base) {
+          b *= 0.4;
+        }
+      }
+      const double texture = 12 * std::sin(x * 0.31 + y * 0.17) * std::cos(y * 0.23);
+      const size_t at = static_cast<size_t>(y) * kWidth + x;
+      for (int c = 0; c < 3; ++c) {
+        const int grain = noise[(at * 3 + c + shift) % noise.size()];
+        rgb[at * 3 + c] =
+            static_cast<uint8_t>(std::clamp(std::lround(base[c] + texture + grain), 0L, 255L));
+      }
+    }
+  }
+  return rgb;
+}
+
+// What both programs read: the pictures as one MJPEG stream for ffmpeg, and
+// the recording that vzk import makes of it for the tree.
+struct SmMaterial {
+  fs::path directory;
+  fs::path vzk;
+  std::string stream;
+  std::string recording;
+  std::string tree;
+  std::string error;
+};
+
+fs::path OwnDirectory() {
+  return fs::read_symlink("/proc/self/exe").parent_path();
+}
+
+bool System(const std::string& command) {
+  return std::system((command + " >/dev/null 2>&1").c_str()) == 0;
+}
+
+SmMaterial MakeMaterial() {
+  SmMaterial material;
+  std::string pattern = (fs::temp_directory_path() / "vzk-bench-XXXXXX").string();
+  if (mkdtemp(pattern.data()) == nullptr) {
+    material.error = "no scratch directory";
+    return material;
+  }
+  material.directory = pattern;
+  material.vzk = OwnDirectory() / "vzk";
+  material.stream = (material.directory / "camera.mjpeg").string();
+  material.recording = (material.directory / "camera.gbd").string();
+  material.tree = (material.directory / "tree.xml").string();
+
+  std::mt19937 random(11);
+  std::normal_distribution<double> grain(0.0, 4.0);
+  std::vector<int8_t> noise(static_cast<size_t>(kWidth) * kHeight * 3 + 1);
+  for (int8_t& n : noise) {
+    n = static_cast<int8_t>(std::clamp(std::lround(grain(random)), -127L, 127L));
+  }
+  tjhandle handle = tjInitCompress();
+  std::ofstream stream(material.stream, std::ios::binary);
+  for (int i = 0; i < kPictures; ++i) {
+    const std::vector<uint8_t> rgb = CameraPicture(i, noise);
+    unsigned char* jpeg = nullptr;
+    unsigned long size = 0;
+    if (tjCompress2(handle, rgb.data(), kWidth, kWidth * 3, kHeight, TJPF_RGB, &jpeg, &size,
+                    TJSAMP_420, 85, 0) != 0) {
+      material.error = "the camera pictures could not be encoded";
+    } else {
+      stream.write(reinterpret_cast<const char*>(jpeg), static_cast<std::streamsize>(size));
+    }
+    tjFree(jpeg);
+  }
+  tjDestroy(handle);
+  stream.close();
+
+  if (!System(Quote(material.vzk.string()) + " import " + Quote(material.stream) + " " +
+              Quote(material.recording))) {
+    material.error = "vzk import of the camera pictures failed";
+  }
+  std::ofstream tree(material.tree);
+  tree << "<toolkit type=\"source\"><provider>vzk</provider><config>"
+       << "<jpeg_encoder quality=\"" << kQuality << "\">"
+       << "<image_resize width=\"640\" height=\"360\">"
+       << "<video_decoder luminance_only=\"false\">"
+       << "<toolkit type=\"source\"><provider>recording</provider>"
+       << "<config><recording file=\"" << material.recording << "\"/></config></toolkit>"
+       << "</video_decoder></image_resize></jpeg_encoder></config></toolkit>\n";
+  return material;
+}
+
+const SmMaterial& Material() {
+  static const SmMaterial material = MakeMaterial();
+  return material;
+}
+
+// Runs a command through the shell and returns the processor time (user and
+// system) of it and its children, or a negative value when it failed.
+double ChildProcessorSeconds(const std::string& command) {
+  const pid_t pid = fork();
+  if (pid == 0) {
+    execl("/bin/sh", "sh", "-c", (command + " >/dev/null 2>&1").c_str(), nullptr);
+    _exit(127);
+  }
+  int status = 0;
+  rusage usage{};
+  if (pid < 0 || wait4(pid, &status, 0, &usage) != pid || !WIFEXITED(status) ||
+      WEXITSTATUS(status) != 0) {
+    return -1.0;
+  }
+  const auto seconds = [](const timeval& t) { return t.tv_sec + t.tv_usec / 1e6; };
+  return seconds(usage.ru_utime) + seconds(usage.ru_stime);
+}
+
+std::string VzkCommand(const SmMaterial& material, const std::string& out) {
+  return Quote(material.vzk.string()) + " run " + Quote(material.tree) + " --quiet" +
+         (out.empty() ? "" : " --out " + Quote(out));
+}
+
+std::string FfmpegCommand(const SmMaterial& material, const std::string& out) {
+  return "ffmpeg -nostdin -y -threads 1 -filter_threads 1 -f mjpeg -i " +
+         Quote(material.stream) +
+         " -vf scale=640:360:flags=bilinear -c:v mjpeg -threads 1 -q:v " +
+         std::to_string(kFfmpegQscale) +
+         (out.empty() ? " -f null -" : " -f image2 " + Quote(out + "/frame-%06d.jpg"));
+}
+
+void Measure(benchmark::State& state, const std::string& command) {
+  const SmMaterial& material = Material();
+  if (!material.error.empty()) {
+    state.SkipWithError(material.error.c_str());
+    return;
+  }
+  for (auto _ : state) {
+    const double seconds = ChildProcessorSeconds(command);
+    if (seconds < 0) {
+      state.SkipWithError(("failed: " + command).c_str());
+      return;
+    }
+    state.SetIterationTime(seconds);
+  }
+  state.counters["pictures/s"] =
+      benchmark::Counter(static_cast<double>(kPictures) * static_cast<double>(state.iterations()),
+                         benchmark::Counter::kIsRate);
+}
+
+void Ours(benchmark::State& state) {
+  Measure(state, VzkCommand(Material(), ""));
+}
+
+void Ffmpeg(benchmark::State& state) {
+  Measure(state, FfmpegCommand(Material(), ""));
+}
+
+BENCHMARK(Ours)->Name("ExampleTree/ours")->UseManualTime()->Iterations(3)->Unit(
+    benchmark::kMillisecond);
+BENCHMARK(Ffmpeg)->Name("ExampleTree/ffmpeg")->UseManualTime()->Iterations(3)->Unit(
+    benchmark::kMillisecond);
+
+// Writes each program's pictures once and returns how many there are and
+// their mean size in bytes.
+std::pair<size_t, double> Outputs(const std::string& command, const fs::path& directory) {
+  fs::create_directories(directory);
+  if (ChildProcessorSeconds(command) < 0) {
+    return {0, 0.0};
+  }
+  size_t count = 0;
+  uintmax_t bytes = 0;
+  for (const auto& entry : fs::directory_iterator(directory)) {
+    if (entry.path().extension() == ".jpg") {
+      ++count;
+      bytes += entry.file_size();
+    }
+  }
+  return {count, count == 0 ? 0.0 : static_cast<double>(bytes) / static_cast<double>(count)};
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+  benchmark::Initialize(&argc, argv);
+  NmBenchmark::CmRatioReporter reporter(true);
+  benchmark::RunSpecifiedBenchmarks(&reporter);
+  reporter.PrintRatio("ExampleTree", "ffmpeg");
+  const SmMaterial& material = Material();
+  if (material.error.empty()) {
+    const auto ours = Outputs(VzkCommand(material, (material.directory / "ours").string()),
+                              material.directory / "ours");
+    const auto theirs = Outputs(FfmpegCommand(material, (material.directory / "ffmpeg").string()),
+                                material.directory / "ffmpeg");
+    std::printf("outputs: ours %zu pictures of %.0f bytes (quality %d), ffmpeg %zu of %.0f bytes "
+                "(qscale %d)\n",
+                ours.first, ours.second, kQuality, theirs.first, theirs.second, kFfmpegQscale);
+  } else {
+    std::printf("%s\n", material.error.c_str());
+  }
+  std::error_code ignored;
+  if (!material.directory.empty()) {
+    fs::remove_all(material.directory, ignored);
+  }
+  benchmark::Shutdown();
+  return 0;
+}
