@@ -172,8 +172,7 @@ std::string VzkCommand(const SmMaterial& material, const std::string& out) {
 }
 
 std::string FfmpegCommand(const SmMaterial& material, const std::string& out) {
-  return "ffmpeg -nostdin -y -threads 1 -filter_threads 1 -f mjpeg -i " +
-         Quote(material.stream) +
+  return "ffmpeg -nostdin -y -threads 1 -filter_threads 1 -f mjpeg -i " + Quote(material.stream) +
          " -vf scale=640:360:flags=bilinear -c:v mjpeg -threads 1 -q:v " +
          std::to_string(kFfmpegQscale) +
          (out.empty() ? " -f null -" : " -f image2 " + Quote(out + "/frame-%06d.jpg"));
@@ -206,10 +205,16 @@ void Ffmpeg(benchmark::State& state) {
   Measure(state, FfmpegCommand(Material(), ""));
 }
 
-BENCHMARK(Ours)->Name("ExampleTree/ours")->UseManualTime()->Iterations(3)->Unit(
-    benchmark::kMillisecond);
-BENCHMARK(Ffmpeg)->Name("ExampleTree/ffmpeg")->UseManualTime()->Iterations(3)->Unit(
-    benchmark::kMillisecond);
+BENCHMARK(Ours)
+    ->Name("ExampleTree/ours")
+    ->UseManualTime()
+    ->Iterations(3)
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK(Ffmpeg)
+    ->Name("ExampleTree/ffmpeg")
+    ->UseManualTime()
+    ->Iterations(3)
+    ->Unit(benchmark::kMillisecond);
 
 // Writes each program's pictures once and returns how many there are and
 // their mean size in bytes.
