@@ -1,14 +1,15 @@
-// Vector inverse DCT, compiled once per Highway target. Both passes are
-// products with the basis matrix: the first runs down the columns with whole
-// coefficient rows as vectors, the second multiplies each intermediate row
-// with broadcast values, so no transposition is needed. Rows and columns
-// that are all zero, the common case after quantisation, are skipped.
+// Vector inverse DCT, compiled once per Highway target. The full size works in
+// 16-bit fixed point on whole groups of blocks; the reduced sizes, which only
+// scaled decoding uses, are products with a basis matrix in float: the first
+// pass runs down the columns with whole coefficient rows as vectors, the
+// second multiplies each intermediate row with broadcast values.
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "Codecs/Primitives/JPEGInverseDCT.cc"
 #include <hwy/foreach_target.h> // IWYU pragma: keep
 #include <hwy/highway.h>
 
 #include <cmath>
+#include <cstring>
 
 #include "Codecs/Primitives/JPEGInverseDCT.h"
 
@@ -19,18 +20,8 @@ namespace NmPrimitives::NmInverseDCTDetail {
 // full-size columns i that reduced column x covers, size = 8 >> r.
 struct SmBasis {
   alignas(64) float table[4][8][8];
-  // Arai, Agui and Nakajima's factorisation wants its input scaled by
-  // s(u) s(v) / 8 with s(0) = 1 and s(k) = sqrt(2) cos(k pi / 16).
-  alignas(64) float aanScale[64];
   SmBasis() {
     const double pi = std::acos(-1.0);
-    for (int v = 0; v < 8; ++v) {
-      for (int u = 0; u < 8; ++u) {
-        const double su = u == 0 ? 1.0 : std::sqrt(2.0) * std::cos(u * pi / 16);
-        const double sv = v == 0 ? 1.0 : std::sqrt(2.0) * std::cos(v * pi / 16);
-        aanScale[v * 8 + u] = static_cast<float>(su * sv / 8.0);
-      }
-    }
     for (int r = 0; r < 4; ++r) {
       const int size = 8 >> r;
       for (int u = 0; u < 8; ++u) {
@@ -125,121 +116,231 @@ HWY_INLINE void InverseDCT(const int16_t* coefficients, const float* quant, uint
   }
 }
 
-#if HWY_ARCH_X86 && HWY_TARGET <= HWY_AVX2
-// The one-dimensional transform of eight vectors at once (each lane its own
-// column), by the factorisation of Arai, Agui and Nakajima: 5 products and
-// 29 sums instead of 64 products.
-template <class V> HWY_INLINE void Butterfly(V* x) {
-  using D = hn::DFromV<V>;
-  const D d;
-  const V sqrt2 = hn::Set(d, 1.414213562f);
-  const V k1847 = hn::Set(d, 1.847759065f);
-  const V k1082 = hn::Set(d, 1.082392200f);
-  const V k2613 = hn::Set(d, 2.613125930f);
-  // Even part.
-  const V t10 = hn::Add(x[0], x[4]);
-  const V t11 = hn::Sub(x[0], x[4]);
-  const V t13 = hn::Add(x[2], x[6]);
-  const V t12 = hn::Sub(hn::Mul(hn::Sub(x[2], x[6]), sqrt2), t13);
-  const V e0 = hn::Add(t10, t13);
-  const V e3 = hn::Sub(t10, t13);
-  const V e1 = hn::Add(t11, t12);
-  const V e2 = hn::Sub(t11, t12);
-  // Odd part.
-  const V z13 = hn::Add(x[5], x[3]);
-  const V z10 = hn::Sub(x[5], x[3]);
-  const V z11 = hn::Add(x[1], x[7]);
-  const V z12 = hn::Sub(x[1], x[7]);
-  const V o7 = hn::Add(z11, z13);
-  const V o11 = hn::Mul(hn::Sub(z11, z13), sqrt2);
-  const V z5 = hn::Mul(hn::Add(z10, z12), k1847);
-  const V o10 = hn::NegMulAdd(z12, k1082, z5);
-  const V o12 = hn::NegMulAdd(z10, k2613, z5);
-  const V o6 = hn::Sub(o12, o7);
-  const V o5 = hn::Sub(o11, o6);
-  const V o4 = hn::Sub(o10, o5);
-  x[0] = hn::Add(e0, o7);
-  x[7] = hn::Sub(e0, o7);
-  x[1] = hn::Add(e1, o6);
-  x[6] = hn::Sub(e1, o6);
-  x[2] = hn::Add(e2, o5);
-  x[5] = hn::Sub(e2, o5);
-  x[3] = hn::Add(e3, o4);
-  x[4] = hn::Sub(e3, o4);
+HWY_INLINE uint8_t FlatSample(int16_t dc, int16_t quant) {
+  // floor(dc q / 8 + 1/2) + 128, exactly.
+  const int32_t level = (static_cast<int32_t>(dc) * quant + 4 + 8 * 128) >> 3;
+  return static_cast<uint8_t>(level < 0 ? 0 : level > 255 ? 255 : level);
 }
 
-// 8 x 8 transposition of 256-bit vectors.
-template <class D> HWY_INLINE void Transpose(D d, hn::Vec<D>* x) {
-  const hn::Repartition<double, D> dd;
-  hn::Vec<D> t[8];
-  for (int i = 0; i < 8; i += 2) {
-    t[i] = hn::InterleaveLower(d, x[i], x[i + 1]);
-    t[i + 1] = hn::InterleaveUpper(d, x[i], x[i + 1]);
+#if HWY_TARGET != HWY_SCALAR
+// The full-size transform in 16-bit lanes, one block per 128 bits: rows of
+// the block in the lanes of eight vectors. Products with the cosines go
+// through pairwise multiply-adds into 32 bits (one instruction on x86), so
+// each output of the one-dimensional transform costs two of them per pair of
+// inputs. The 1-D transform is scaled by 2 sqrt(2), which gives the DC term
+// weight 1: flat blocks stay exact, and the 2-D result is 8 times the sample.
+// Constants carry 13 fraction bits; the first pass keeps 2 of them in its
+// 16-bit results, which leaves room for every coefficient of a valid stream.
+constexpr int kConstantBits = 13;
+constexpr int kMiddleBits = 2;
+constexpr int kFirstShift = kConstantBits - kMiddleBits;
+constexpr int kSecondShift = kConstantBits + kMiddleBits + 3;
+// round(sqrt(2) cos(k pi / 16) 2^13).
+constexpr int16_t kK1 = 11363;
+constexpr int16_t kK2 = 10703;
+constexpr int16_t kK3 = 9633;
+constexpr int16_t kK4 = 8192;
+constexpr int16_t kK5 = 6436;
+constexpr int16_t kK6 = 4433;
+constexpr int16_t kK7 = 2260;
+
+// A vector of (a, b) pairs for MulPairs.
+template <class D16> HWY_INLINE hn::Vec<D16> PairConstant(D16 d16, int16_t a, int16_t b) {
+  const hn::Repartition<int32_t, D16> d32;
+  const uint32_t pair =
+      static_cast<uint32_t>(static_cast<uint16_t>(b)) << 16 | static_cast<uint16_t>(a);
+  return hn::BitCast(d16, hn::Set(d32, static_cast<int32_t>(pair)));
+}
+
+// x[2i] * c[2i] + x[2i + 1] * c[2i + 1] in 32-bit lanes.
+template <class D32, class V16> HWY_INLINE hn::Vec<D32> MulPairs(D32 d32, V16 x, V16 c) {
+  auto odd = hn::Zero(d32);
+  const auto even = hn::ReorderWidenMulAccumulate(d32, x, c, hn::Zero(d32), odd);
+  return hn::RearrangeToOddPlusEven(even, odd);
+}
+
+// One half (lanes 0..3 or 4..7 of each block) of the 1-D transform of the
+// vectors x[0..7], from the inputs interleaved in pairs (0, 4), (2, 6),
+// (1, 3) and (5, 7).
+template <int kShift, class D16, class D32>
+HWY_INLINE void TransformHalf(D16 d16, D32 d32, hn::Vec<D16> p04, hn::Vec<D16> p26,
+                              hn::Vec<D16> p13, hn::Vec<D16> p57, hn::Vec<D32> bias,
+                              hn::Vec<D32>* out) {
+  // Even part: the DC and 4 terms need no rotation, the 2 and 6 terms one.
+  const auto a0 = hn::Add(MulPairs(d32, p04, PairConstant(d16, kK4, kK4)), bias);
+  const auto a1 = hn::Add(MulPairs(d32, p04, PairConstant(d16, kK4, -kK4)), bias);
+  const auto b0 = MulPairs(d32, p26, PairConstant(d16, kK2, kK6));
+  const auto b1 = MulPairs(d32, p26, PairConstant(d16, kK6, -kK2));
+  const auto e0 = hn::Add(a0, b0);
+  const auto e3 = hn::Sub(a0, b0);
+  const auto e1 = hn::Add(a1, b1);
+  const auto e2 = hn::Sub(a1, b1);
+  // Odd part: cos((2x + 1) u pi / 16) for odd u, folded onto k = 1, 3, 5, 7.
+  const auto o0 = hn::Add(MulPairs(d32, p13, PairConstant(d16, kK1, kK3)),
+                          MulPairs(d32, p57, PairConstant(d16, kK5, kK7)));
+  const auto o1 = hn::Add(MulPairs(d32, p13, PairConstant(d16, kK3, -kK7)),
+                          MulPairs(d32, p57, PairConstant(d16, -kK1, -kK5)));
+  const auto o2 = hn::Add(MulPairs(d32, p13, PairConstant(d16, kK5, -kK1)),
+                          MulPairs(d32, p57, PairConstant(d16, kK7, kK3)));
+  const auto o3 = hn::Add(MulPairs(d32, p13, PairConstant(d16, kK7, -kK5)),
+                          MulPairs(d32, p57, PairConstant(d16, kK3, -kK1)));
+  out[0] = hn::ShiftRight<kShift>(hn::Add(e0, o0));
+  out[7] = hn::ShiftRight<kShift>(hn::Sub(e0, o0));
+  out[1] = hn::ShiftRight<kShift>(hn::Add(e1, o1));
+  out[6] = hn::ShiftRight<kShift>(hn::Sub(e1, o1));
+  out[2] = hn::ShiftRight<kShift>(hn::Add(e2, o2));
+  out[5] = hn::ShiftRight<kShift>(hn::Sub(e2, o2));
+  out[3] = hn::ShiftRight<kShift>(hn::Add(e3, o3));
+  out[4] = hn::ShiftRight<kShift>(hn::Sub(e3, o3));
+}
+
+// The 1-D transform across the eight vectors, lane by lane; results are
+// rounded (the bias holds the half) and saturated to 16 bits.
+template <int kShift, class D16> HWY_INLINE void Transform(D16 d16, hn::Vec<D16>* x, int32_t bias) {
+  const hn::Repartition<int32_t, D16> d32;
+  const auto biasV = hn::Set(d32, bias);
+  hn::Vec<decltype(d32)> lower[8];
+  hn::Vec<decltype(d32)> upper[8];
+  TransformHalf<kShift>(d16, d32, hn::InterleaveLower(d16, x[0], x[4]),
+                        hn::InterleaveLower(d16, x[2], x[6]), hn::InterleaveLower(d16, x[1], x[3]),
+                        hn::InterleaveLower(d16, x[5], x[7]), biasV, lower);
+  TransformHalf<kShift>(d16, d32, hn::InterleaveUpper(d16, x[0], x[4]),
+                        hn::InterleaveUpper(d16, x[2], x[6]), hn::InterleaveUpper(d16, x[1], x[3]),
+                        hn::InterleaveUpper(d16, x[5], x[7]), biasV, upper);
+  for (int i = 0; i < 8; ++i) {
+    x[i] = hn::ReorderDemote2To(d16, lower[i], upper[i]);
   }
-  hn::Vec<D> u[8];
+}
+
+// 8 x 8 transposition within each 128-bit block.
+template <class D16> HWY_INLINE void Transpose8x8(D16 d16, hn::Vec<D16>* x) {
+  const hn::Repartition<int32_t, D16> d32;
+  const hn::Repartition<int64_t, D16> d64;
+  hn::Vec<D16> t[8];
+  for (int i = 0; i < 8; i += 2) {
+    t[i] = hn::InterleaveLower(d16, x[i], x[i + 1]);
+    t[i + 1] = hn::InterleaveUpper(d16, x[i], x[i + 1]);
+  }
+  hn::Vec<decltype(d32)> u[8];
   for (int h = 0; h < 8; h += 4) {
-    u[h + 0] =
-        hn::BitCast(d, hn::InterleaveLower(dd, hn::BitCast(dd, t[h]), hn::BitCast(dd, t[h + 2])));
-    u[h + 1] =
-        hn::BitCast(d, hn::InterleaveUpper(dd, hn::BitCast(dd, t[h]), hn::BitCast(dd, t[h + 2])));
-    u[h + 2] = hn::BitCast(
-        d, hn::InterleaveLower(dd, hn::BitCast(dd, t[h + 1]), hn::BitCast(dd, t[h + 3])));
-    u[h + 3] = hn::BitCast(
-        d, hn::InterleaveUpper(dd, hn::BitCast(dd, t[h + 1]), hn::BitCast(dd, t[h + 3])));
+    u[h + 0] = hn::InterleaveLower(d32, hn::BitCast(d32, t[h]), hn::BitCast(d32, t[h + 2]));
+    u[h + 1] = hn::InterleaveUpper(d32, hn::BitCast(d32, t[h]), hn::BitCast(d32, t[h + 2]));
+    u[h + 2] = hn::InterleaveLower(d32, hn::BitCast(d32, t[h + 1]), hn::BitCast(d32, t[h + 3]));
+    u[h + 3] = hn::InterleaveUpper(d32, hn::BitCast(d32, t[h + 1]), hn::BitCast(d32, t[h + 3]));
   }
   for (int i = 0; i < 4; ++i) {
-    x[i] = hn::ConcatLowerLower(d, u[i + 4], u[i]);
-    x[i + 4] = hn::ConcatUpperUpper(d, u[i + 4], u[i]);
+    x[2 * i] = hn::BitCast(
+        d16, hn::InterleaveLower(d64, hn::BitCast(d64, u[i]), hn::BitCast(d64, u[i + 4])));
+    x[2 * i + 1] = hn::BitCast(
+        d16, hn::InterleaveUpper(d64, hn::BitCast(d64, u[i]), hn::BitCast(d64, u[i + 4])));
   }
 }
 
-HWY_INLINE void InverseDCTButterfly(const int16_t* coefficients, const float* quant, uint8_t* out,
-                                    size_t stride) {
-  const hn::FixedTag<float, 8> df;
-  const hn::Rebind<int32_t, decltype(df)> di32;
-  const hn::Rebind<int16_t, decltype(df)> di16;
-  const hn::Rebind<uint8_t, decltype(df)> du8;
-  const float* scale = NmInverseDCTDetail::Basis().aanScale;
-  hn::Vec<decltype(df)> x[8];
+// Row v of kGroup consecutive blocks, one block per 128 bits.
+template <size_t kGroup, class D16>
+HWY_INLINE hn::Vec<D16> LoadRows(D16 d16, const int16_t* HWY_RESTRICT blocks, int v) {
+  if constexpr (kGroup == 1) {
+    return hn::LoadU(d16, blocks + v * 8);
+  } else {
+    const hn::Half<D16> dh;
+    return hn::Combine(d16, hn::LoadU(dh, blocks + 64 + v * 8), hn::LoadU(dh, blocks + v * 8));
+  }
+}
+
+// kGroup blocks side by side.
+template <size_t kGroup>
+HWY_INLINE void InverseDCTGroup(const int16_t* HWY_RESTRICT blocks,
+                                const int16_t* HWY_RESTRICT quantRows, uint8_t* out,
+                                size_t stride) {
+  const hn::FixedTag<int16_t, 8 * kGroup> d16;
+  const hn::Rebind<uint8_t, decltype(d16)> d8;
+  hn::Vec<decltype(d16)> x[8];
   for (int v = 0; v < 8; ++v) {
-    const auto raw = hn::LoadU(di16, coefficients + v * 8);
-    x[v] = hn::Mul(hn::ConvertTo(df, hn::PromoteTo(di32, raw)),
-                   hn::Mul(hn::LoadU(df, quant + v * 8), hn::Load(df, scale + v * 8)));
+    x[v] = LoadRows<kGroup>(d16, blocks, v);
   }
-  Butterfly(x); // down the columns
-  Transpose(df, x);
-  Butterfly(x); // along the rows, now lanes of the columns
-  Transpose(df, x);
-  const auto level = hn::Set(df, 128.5f);
+  // Blocks with nothing but a DC term, common after coarse quantisation,
+  // are flat.
+  const auto notDC = hn::Ne(hn::And(hn::Iota(d16, 0), hn::Set(d16, 7)), hn::Zero(d16));
+  auto ac = hn::IfThenElseZero(notDC, x[0]);
+  for (int v = 1; v < 8; ++v) {
+    ac = hn::Or(ac, x[v]);
+  }
+  if (hn::AllTrue(d16, hn::Eq(ac, hn::Zero(d16)))) {
+    for (size_t g = 0; g < kGroup; ++g) {
+      const uint8_t level = FlatSample(blocks[64 * g], quantRows[0]);
+      for (int y = 0; y < 8; ++y) {
+        std::memset(out + y * stride + 8 * g, level, 8);
+      }
+    }
+    return;
+  }
+  for (int v = 0; v < 8; ++v) {
+    x[v] = hn::Mul(x[v], hn::LoadU(d16, quantRows + v * 8 * kGroup));
+  }
+  Transform<kFirstShift>(d16, x, 1 << (kFirstShift - 1));
+  Transpose8x8(d16, x);
+  // The level shift of 128 rides on the rounding bias.
+  Transform<kSecondShift>(d16, x, (128 << kSecondShift) + (1 << (kSecondShift - 1)));
+  Transpose8x8(d16, x);
   for (int y = 0; y < 8; ++y) {
-    const auto rounded = hn::ConvertTo(di32, hn::Floor(hn::Add(x[y], level)));
-    hn::StoreU(hn::DemoteTo(du8, rounded), du8, out + y * stride);
+    hn::StoreU(hn::DemoteTo(d8, x[y]), d8, out + y * stride);
+  }
+}
+
+void InverseDCTFullSize(const int16_t* blocks, size_t count, const int16_t* quant, uint8_t* out,
+                        size_t stride) {
+  constexpr size_t kGroup = HWY_MAX_BYTES >= 32 ? 2 : 1;
+  // The table row by row, repeated for each block of a group.
+  alignas(64) int16_t quantRows[64 * kGroup];
+  for (int v = 0; v < 8; ++v) {
+    for (size_t g = 0; g < kGroup; ++g) {
+      std::memcpy(quantRows + (v * kGroup + g) * 8, quant + v * 8, 8 * sizeof(int16_t));
+    }
+  }
+  size_t b = 0;
+  for (; b + kGroup <= count; b += kGroup) {
+    InverseDCTGroup<kGroup>(blocks + 64 * b, quantRows, out + 8 * b, stride);
+  }
+  if constexpr (kGroup > 1) {
+    if (b < count) {
+      alignas(16) int16_t single[64];
+      for (int v = 0; v < 8; ++v) {
+        std::memcpy(single + v * 8, quant + v * 8, 8 * sizeof(int16_t));
+      }
+      InverseDCTGroup<1>(blocks + 64 * b, single, out + 8 * b, stride);
+    }
   }
 }
 #endif
 
-void InverseDCTImpl(int reduction, const int16_t* coefficients, const float* quant, uint8_t* out,
-                    size_t stride) {
-  const auto& basis = NmInverseDCTDetail::Basis().table;
-  switch (reduction) {
-  case 0:
-#if HWY_ARCH_X86 && HWY_TARGET <= HWY_AVX2
-    InverseDCTButterfly(coefficients, quant, out, stride);
+void InverseDCTBlocksImpl(int reduction, const int16_t* blocks, size_t count,
+                          const int16_t* quant, uint8_t* out, size_t stride) {
+  if (reduction == 0) {
+#if HWY_TARGET != HWY_SCALAR
+    InverseDCTFullSize(blocks, count, quant, out, stride);
 #else
-    InverseDCT<8>(coefficients, quant, out, stride, basis[0]);
+    NmReference::JPEGInverseDCTBlocks(0, blocks, count, quant, out, stride);
 #endif
-    break;
-  case 1:
-    InverseDCT<4>(coefficients, quant, out, stride, basis[1]);
-    break;
-  case 2:
-    InverseDCT<2>(coefficients, quant, out, stride, basis[2]);
-    break;
-  default: {
-    const float sum = std::floor(static_cast<float>(coefficients[0]) * quant[0] / 8.0f + 128.5f);
-    out[0] = static_cast<uint8_t>(sum < 0 ? 0 : sum > 255 ? 255 : sum);
-    break;
+    return;
   }
+  if (reduction >= 3) {
+    for (size_t b = 0; b < count; ++b) {
+      out[b] = FlatSample(blocks[64 * b], quant[0]);
+    }
+    return;
+  }
+  alignas(64) float quantFloat[64];
+  for (int i = 0; i < 64; ++i) {
+    quantFloat[i] = quant[i];
+  }
+  const auto& basis = NmInverseDCTDetail::Basis().table;
+  const size_t size = static_cast<size_t>(8 >> reduction);
+  for (size_t b = 0; b < count; ++b) {
+    if (reduction == 1) {
+      InverseDCT<4>(blocks + 64 * b, quantFloat, out + size * b, stride, basis[1]);
+    } else {
+      InverseDCT<2>(blocks + 64 * b, quantFloat, out + size * b, stride, basis[2]);
+    }
   }
 }
 
@@ -250,11 +351,11 @@ HWY_AFTER_NAMESPACE();
 #if HWY_ONCE
 namespace NmPrimitives {
 
-HWY_EXPORT(InverseDCTImpl);
+HWY_EXPORT(InverseDCTBlocksImpl);
 
-void JPEGInverseDCT(int reduction, const int16_t* coefficients, const float* quant, uint8_t* out,
-                    size_t stride) {
-  HWY_DYNAMIC_DISPATCH(InverseDCTImpl)(reduction, coefficients, quant, out, stride);
+void JPEGInverseDCTBlocks(int reduction, const int16_t* blocks, size_t count,
+                          const int16_t* quant, uint8_t* out, size_t stride) {
+  HWY_DYNAMIC_DISPATCH(InverseDCTBlocksImpl)(reduction, blocks, count, quant, out, stride);
 }
 
 } // namespace NmPrimitives

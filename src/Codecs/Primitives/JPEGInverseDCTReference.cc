@@ -4,10 +4,11 @@
 
 namespace NmPrimitives::NmReference {
 
+namespace {
 // The transform as T.81 A.3.3 writes it, in double precision, for all 64
 // samples; a reduced size averages the samples of each area before rounding.
-void JPEGInverseDCT(int reduction, const int16_t* coefficients, const float* quant, uint8_t* out,
-                    size_t stride) {
+void InverseDCTBlock(int reduction, const int16_t* coefficients, const int16_t* quant,
+                     uint8_t* out, size_t stride) {
   static const auto cosines = [] {
     struct {
       double at[8][8];
@@ -50,6 +51,15 @@ void JPEGInverseDCT(int reduction, const int16_t* coefficients, const float* qua
       const double sample = std::floor(sum / (area * area) + 128.5 + 1e-7);
       out[y * stride + x] = static_cast<uint8_t>(sample < 0 ? 0 : sample > 255 ? 255 : sample);
     }
+  }
+}
+} // namespace
+
+void JPEGInverseDCTBlocks(int reduction, const int16_t* blocks, size_t count,
+                          const int16_t* quant, uint8_t* out, size_t stride) {
+  const size_t size = static_cast<size_t>(8 >> reduction);
+  for (size_t b = 0; b < count; ++b) {
+    InverseDCTBlock(reduction, blocks + 64 * b, quant, out + size * b, stride);
   }
 }
 

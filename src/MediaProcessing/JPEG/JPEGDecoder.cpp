@@ -1,6 +1,7 @@
 // Entropy-coded data and output of CJPEGDecoder.
 #include "MediaProcessing/JPEG/JPEGDecoder.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 
@@ -152,12 +153,12 @@ JStatus CJPEGDecoder::AllocateFrameBuffers() {
     } else {
       rowBytes = AlignRow(static_cast<size_t>(m_BlocksX[i]) * out);
       rows = static_cast<size_t>(component.vSampling) * out;
-      if (!streaming) {
-        const size_t bytes =
-            static_cast<size_t>(m_BlocksX[i]) * m_BlocksY[i] * 64 * sizeof(int16_t);
-        VZK_RETURN_IF_FAILED(component.AllocateBuffer(CJPEGColorComponent::Coefficients, bytes));
-        std::memset(component.GetBuffer(CJPEGColorComponent::Coefficients), 0, bytes);
-      }
+      // The whole picture's coefficients, or while streaming one MCU row of
+      // them, which the transform takes a block row at a time.
+      const size_t blockRows = streaming ? static_cast<size_t>(component.vSampling) : m_BlocksY[i];
+      const size_t bytes = static_cast<size_t>(m_BlocksX[i]) * blockRows * 64 * sizeof(int16_t);
+      VZK_RETURN_IF_FAILED(component.AllocateBuffer(CJPEGColorComponent::Coefficients, bytes));
+      std::memset(component.GetBuffer(CJPEGColorComponent::Coefficients), 0, bytes);
     }
     VZK_RETURN_IF_FAILED(
         component.AllocateBuffer(CJPEGColorComponent::SampleRows, rowBytes * rows));
@@ -314,36 +315,55 @@ JStatus CJPEGDecoder::DecodeSequentialStreaming() {
         CJPEGColorComponent& component = m_Components[c];
         const SmHuffmanDecodeTable& dc = *m_DCTables[component.dcSelector].GetTable();
         const SmHuffmanDecodeTable& ac = *m_ACTables[component.acSelector].GetTable();
-        const float* dequant = m_Dequant[component.quantSelector];
-        uint8_t* base = component.GetBuffer(CJPEGColorComponent::SampleRows);
-        for (int v = 0; v < component.vSampling && !stop; ++v) {
-          for (int h = 0; h < component.hSampling; ++h) {
-            uint8_t* target = base + static_cast<size_t>(v) * out * strides[c] +
-                              static_cast<size_t>(mcuX * component.hSampling + h) * out;
-            if (scale == 3) {
-              // At 1/8 only the DC term matters: no block to clear, no
-              // transform to call.
+        if (scale == 3) {
+          // At 1/8 only the DC term matters: no block to clear, no transform
+          // to call.
+          const int16_t quant = m_Dequant[component.quantSelector][0];
+          uint8_t* base = component.GetBuffer(CJPEGColorComponent::SampleRows);
+          for (int v = 0; v < component.vSampling && !stop; ++v) {
+            for (int h = 0; h < component.hSampling; ++h) {
               if (!DecodeBlockSequentialDCOnly(m_Source, state, dc, ac, block, component.lastDC)) {
                 stop = true;
                 break;
               }
-              const float level = std::floor(block[0] * dequant[0] * 0.125f + 128.5f);
-              *target = static_cast<uint8_t>(level < 0 ? 0 : level > 255 ? 255 : level);
-              continue;
+              const int32_t level = (static_cast<int32_t>(block[0]) * quant + 4 + 8 * 128) >> 3;
+              base[v * strides[c] + static_cast<size_t>(mcuX * component.hSampling + h)] =
+                  static_cast<uint8_t>(level < 0 ? 0 : level > 255 ? 255 : level);
             }
-            std::memset(block, 0, sizeof block);
-            if (!DecodeBlockSequential(m_Source, state, dc, ac, block, component.lastDC)) {
+          }
+          continue;
+        }
+        auto* coefficients =
+            reinterpret_cast<int16_t*>(component.GetBuffer(CJPEGColorComponent::Coefficients));
+        for (int v = 0; v < component.vSampling && !stop; ++v) {
+          int16_t* target = coefficients + (static_cast<size_t>(v) * m_BlocksX[c] +
+                                            static_cast<size_t>(mcuX) * component.hSampling) *
+                                               64;
+          for (int h = 0; h < component.hSampling; ++h, target += 64) {
+            std::memset(target, 0, 64 * sizeof(int16_t));
+            if (!DecodeBlockSequential(m_Source, state, dc, ac, target, component.lastDC)) {
               stop = true; // damaged data: keep what came before
               break;
             }
-            JPEGInverseDCT(scale, block, dequant, target, strides[c]);
           }
         }
       }
     }
     // The row goes out even when damage cut it short: its start is good.
     const uint32_t rowsPerMcu = static_cast<uint32_t>(m_McuHeight >> scale);
-    EmitRows(rows, strides, static_cast<uint32_t>(mcuY) * rowsPerMcu, rowsPerMcu);
+    if (scale != 3) {
+      for (int c = 0; c < m_ComponentCount; ++c) {
+        const auto* coefficients = reinterpret_cast<const int16_t*>(
+            m_Components[c].GetBuffer(CJPEGColorComponent::Coefficients));
+        for (int v = 0; v < m_Components[c].vSampling; ++v) {
+          OutputBlockRow(c, coefficients + static_cast<size_t>(v) * m_BlocksX[c] * 64,
+                         mcuY * m_Components[c].vSampling + v, v);
+        }
+      }
+    }
+    if (m_Destination.packed || scale == 3) {
+      EmitRows(rows, strides, static_cast<uint32_t>(mcuY) * rowsPerMcu, rowsPerMcu);
+    }
     if (HuffmanReadPastEnd(state)) {
       stop = true;
     }
@@ -447,29 +467,64 @@ JStatus CJPEGDecoder::OutputBufferedPicture() {
       break;
     }
     for (int c = 0; c < m_ComponentCount; ++c) {
-      CJPEGColorComponent& component = m_Components[c];
+      const CJPEGColorComponent& component = m_Components[c];
+      const auto* coefficients =
+          reinterpret_cast<const int16_t*>(component.GetBuffer(CJPEGColorComponent::Coefficients));
       for (int v = 0; v < component.vSampling; ++v) {
-        InverseTransformBlockRow(c, mcuY * component.vSampling + v,
-                                 component.GetBuffer(CJPEGColorComponent::SampleRows) +
-                                     static_cast<size_t>(v) * out * strides[c],
-                                 strides[c]);
+        const int blockRow = mcuY * component.vSampling + v;
+        OutputBlockRow(c, coefficients + static_cast<size_t>(blockRow) * m_BlocksX[c] * 64,
+                       blockRow, v);
       }
     }
-    EmitRows(rows, strides, static_cast<uint32_t>(mcuY) * rowsPerMcu, rowsPerMcu);
+    if (m_Destination.packed) {
+      EmitRows(rows, strides, static_cast<uint32_t>(mcuY) * rowsPerMcu, rowsPerMcu);
+    }
   }
   return JStatusOk;
 }
 
-void CJPEGDecoder::InverseTransformBlockRow(int c, int blockRow, uint8_t* out, size_t stride) {
+// Samples of one row of blocks of a component. Planes take them straight
+// from the transform, but for the blocks that would reach past the plane's
+// right or bottom edge, which go through the component's sample rows. Packed
+// output collects them in the sample rows (at band row `bandRow` of the MCU
+// row) for up-sampling and colour conversion.
+void CJPEGDecoder::OutputBlockRow(int c, const int16_t* coefficients, int blockRow, int bandRow) {
+  const SmDestination& d = m_Destination;
   const CJPEGColorComponent& component = m_Components[c];
-  const auto* coefficients =
-      reinterpret_cast<const int16_t*>(component.GetBuffer(CJPEGColorComponent::Coefficients)) +
-      static_cast<size_t>(blockRow) * m_BlocksX[c] * 64;
-  const float* dequant = m_Dequant[component.quantSelector];
-  const int size = BlockOutputSize();
-  for (int bx = 0; bx < m_BlocksX[c]; ++bx) {
-    JPEGInverseDCT(m_Destination.scale, coefficients + static_cast<size_t>(bx) * 64, dequant,
-                   out + static_cast<size_t>(bx) * size, stride);
+  const int16_t* quant = m_Dequant[component.quantSelector];
+  const size_t size = static_cast<size_t>(BlockOutputSize());
+  const size_t blocks = static_cast<size_t>(m_BlocksX[c]);
+  uint8_t* samples = component.GetBuffer(CJPEGColorComponent::SampleRows);
+  const size_t stride = AlignRow(blocks * size);
+  if (d.packed) {
+    JPEGInverseDCTBlocks(d.scale, coefficients, blocks, quant, samples + bandRow * size * stride,
+                         stride);
+    return;
+  }
+  if (c >= d.channels) {
+    return; // gray out of a colour picture
+  }
+  const uint32_t planeWidth = DivideUp(static_cast<uint64_t>(d.width) * component.hSampling, m_MaxH);
+  const uint32_t planeHeight =
+      DivideUp(static_cast<uint64_t>(d.height) * component.vSampling, m_MaxV);
+  const uint64_t firstRow = static_cast<uint64_t>(blockRow) * size;
+  if (firstRow >= planeHeight) {
+    return;
+  }
+  const size_t rows = std::min<uint64_t>(size, planeHeight - firstRow);
+  const size_t width = std::min<size_t>(planeWidth, blocks * size);
+  uint8_t* target = d.planes[c] + firstRow * d.steps[c];
+  const size_t direct = rows == size ? std::min(blocks, width / size) : 0;
+  if (direct > 0) {
+    JPEGInverseDCTBlocks(d.scale, coefficients, direct, quant, target, d.steps[c]);
+  }
+  if (direct * size < width) {
+    JPEGInverseDCTBlocks(d.scale, coefficients + direct * 64, blocks - direct, quant, samples,
+                         stride);
+    for (size_t r = 0; r < rows; ++r) {
+      std::memcpy(target + r * d.steps[c] + direct * size, samples + r * stride,
+                  width - direct * size);
+    }
   }
 }
 

@@ -109,7 +109,7 @@ private:
   // Output.
   JStatus CheckDestination() const;
   int BlockOutputSize() const;
-  void InverseTransformBlockRow(int component, int blockRow, uint8_t* out, size_t stride);
+  void OutputBlockRow(int component, const int16_t* coefficients, int blockRow, int bandRow);
   void EmitRows(const uint8_t* const rows[4], const size_t strides[4], uint32_t firstRow,
                 uint32_t rowCount);
   void EmitPackedRows(const uint8_t* const rows[4], const size_t strides[4], uint32_t firstRow,
@@ -143,7 +143,8 @@ private:
 
   // Tables.
   CJPEGDecoderQuantTable m_QuantTables[4];
-  alignas(64) float m_Dequant[4][64];
+  // Natural order, as the inverse transform takes them.
+  alignas(64) int16_t m_Dequant[4][64];
   CJPEGDecoderHuffmanTable m_DCTables[4];
   CJPEGDecoderHuffmanTable m_ACTables[4];
   CJPEGDecoderHuffmanState m_HuffmanState;

@@ -1,4 +1,5 @@
 // Marker parsing of CJPEGDecoder: everything before the entropy-coded data.
+#include <algorithm>
 #include <cstring>
 
 #include "MediaProcessing/JPEG/JPEGDecoder.h"
@@ -381,7 +382,9 @@ JStatus CJPEGDecoder::ParseQuantTables() {
     }
     VZK_RETURN_IF_FAILED(m_QuantTables[id].Init(id, values, precision));
     for (int i = 0; i < 64; ++i) {
-      m_Dequant[id][i] = m_QuantTables[id].natural[i];
+      // No 8-bit picture needs a step above 32767; larger ones only spoil
+      // the samples of a damaged stream.
+      m_Dequant[id][i] = static_cast<int16_t>(std::min<uint16_t>(m_QuantTables[id].natural[i], 32767));
     }
     remaining -= size;
   }
