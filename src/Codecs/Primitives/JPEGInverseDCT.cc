@@ -10,6 +10,8 @@
 
 #include <cmath>
 #include <cstring>
+#include <type_traits>
+#include <utility>
 
 #include "Codecs/Primitives/JPEGInverseDCT.h"
 
@@ -144,6 +146,16 @@ constexpr int16_t kK5 = 6436;
 constexpr int16_t kK6 = 4433;
 constexpr int16_t kK7 = 2260;
 
+// f(0) .. f(kCount - 1) written out: arrays of vectors stay in registers
+// only when no loop runs over them.
+template <int kCount, class F, int... kIndex>
+HWY_INLINE void RepeatIndexed(F&& f, std::integer_sequence<int, kIndex...>) {
+  (f(std::integral_constant<int, kIndex>{}), ...);
+}
+template <int kCount, class F> HWY_INLINE void Repeat(F&& f) {
+  RepeatIndexed<kCount>(f, std::make_integer_sequence<int, kCount>{});
+}
+
 // A vector of (a, b) pairs for MulPairs.
 template <class D16> HWY_INLINE hn::Vec<D16> PairConstant(D16 d16, int16_t a, int16_t b) {
   const hn::Repartition<int32_t, D16> d32;
@@ -207,9 +219,7 @@ template <int kShift, class D16> HWY_INLINE void Transform(D16 d16, hn::Vec<D16>
   TransformHalf<kShift>(d16, d32, hn::InterleaveUpper(d16, x[0], x[4]),
                         hn::InterleaveUpper(d16, x[2], x[6]), hn::InterleaveUpper(d16, x[1], x[3]),
                         hn::InterleaveUpper(d16, x[5], x[7]), biasV, upper);
-  for (int i = 0; i < 8; ++i) {
-    x[i] = hn::ReorderDemote2To(d16, lower[i], upper[i]);
-  }
+  Repeat<8>([&](auto i) HWY_ATTR { x[i] = hn::ReorderDemote2To(d16, lower[i], upper[i]); });
 }
 
 // 8 x 8 transposition within each 128-bit block.
@@ -217,23 +227,24 @@ template <class D16> HWY_INLINE void Transpose8x8(D16 d16, hn::Vec<D16>* x) {
   const hn::Repartition<int32_t, D16> d32;
   const hn::Repartition<int64_t, D16> d64;
   hn::Vec<D16> t[8];
-  for (int i = 0; i < 8; i += 2) {
-    t[i] = hn::InterleaveLower(d16, x[i], x[i + 1]);
-    t[i + 1] = hn::InterleaveUpper(d16, x[i], x[i + 1]);
-  }
+  Repeat<4>([&](auto i) HWY_ATTR {
+    t[2 * i] = hn::InterleaveLower(d16, x[2 * i], x[2 * i + 1]);
+    t[2 * i + 1] = hn::InterleaveUpper(d16, x[2 * i], x[2 * i + 1]);
+  });
   hn::Vec<decltype(d32)> u[8];
-  for (int h = 0; h < 8; h += 4) {
+  Repeat<2>([&](auto half) HWY_ATTR {
+    constexpr int h = 4 * half;
     u[h + 0] = hn::InterleaveLower(d32, hn::BitCast(d32, t[h]), hn::BitCast(d32, t[h + 2]));
     u[h + 1] = hn::InterleaveUpper(d32, hn::BitCast(d32, t[h]), hn::BitCast(d32, t[h + 2]));
     u[h + 2] = hn::InterleaveLower(d32, hn::BitCast(d32, t[h + 1]), hn::BitCast(d32, t[h + 3]));
     u[h + 3] = hn::InterleaveUpper(d32, hn::BitCast(d32, t[h + 1]), hn::BitCast(d32, t[h + 3]));
-  }
-  for (int i = 0; i < 4; ++i) {
+  });
+  Repeat<4>([&](auto i) HWY_ATTR {
     x[2 * i] = hn::BitCast(
         d16, hn::InterleaveLower(d64, hn::BitCast(d64, u[i]), hn::BitCast(d64, u[i + 4])));
     x[2 * i + 1] = hn::BitCast(
         d16, hn::InterleaveUpper(d64, hn::BitCast(d64, u[i]), hn::BitCast(d64, u[i + 4])));
-  }
+  });
 }
 
 // Row v of kGroup consecutive blocks, one block per 128 bits.
@@ -255,16 +266,13 @@ HWY_INLINE void InverseDCTGroup(const int16_t* HWY_RESTRICT blocks,
   const hn::FixedTag<int16_t, 8 * kGroup> d16;
   const hn::Rebind<uint8_t, decltype(d16)> d8;
   hn::Vec<decltype(d16)> x[8];
-  for (int v = 0; v < 8; ++v) {
-    x[v] = LoadRows<kGroup>(d16, blocks, v);
-  }
+  Repeat<8>([&](auto v) HWY_ATTR { x[v] = LoadRows<kGroup>(d16, blocks, v); });
   // Blocks with nothing but a DC term, common after coarse quantisation,
   // are flat.
   const auto notDC = hn::Ne(hn::And(hn::Iota(d16, 0), hn::Set(d16, 7)), hn::Zero(d16));
   auto ac = hn::IfThenElseZero(notDC, x[0]);
-  for (int v = 1; v < 8; ++v) {
-    ac = hn::Or(ac, x[v]);
-  }
+  ac = hn::Or(hn::Or(hn::Or(ac, x[1]), hn::Or(x[2], x[3])),
+              hn::Or(hn::Or(x[4], x[5]), hn::Or(x[6], x[7])));
   if (hn::AllTrue(d16, hn::Eq(ac, hn::Zero(d16)))) {
     for (size_t g = 0; g < kGroup; ++g) {
       const uint8_t level = FlatSample(blocks[64 * g], quantRows[0]);
@@ -274,17 +282,15 @@ HWY_INLINE void InverseDCTGroup(const int16_t* HWY_RESTRICT blocks,
     }
     return;
   }
-  for (int v = 0; v < 8; ++v) {
+  Repeat<8>([&](auto v) HWY_ATTR {
     x[v] = hn::Mul(x[v], hn::LoadU(d16, quantRows + v * 8 * kGroup));
-  }
+  });
   Transform<kFirstShift>(d16, x, 1 << (kFirstShift - 1));
   Transpose8x8(d16, x);
   // The level shift of 128 rides on the rounding bias.
   Transform<kSecondShift>(d16, x, (128 << kSecondShift) + (1 << (kSecondShift - 1)));
   Transpose8x8(d16, x);
-  for (int y = 0; y < 8; ++y) {
-    hn::StoreU(hn::DemoteTo(d8, x[y]), d8, out + y * stride);
-  }
+  Repeat<8>([&](auto y) HWY_ATTR { hn::StoreU(hn::DemoteTo(d8, x[y]), d8, out + y * stride); });
 }
 
 void InverseDCTFullSize(const int16_t* blocks, size_t count, const int16_t* quant, uint8_t* out,
