@@ -71,17 +71,17 @@ __attribute__((always_inline)) inline void EnsureBits(SmEntropySource& source,
   }
 }
 
-inline uint32_t PeekBits(const SmHuffmanDecodeState& state, int n) {
+__attribute__((always_inline)) inline uint32_t PeekBits(const SmHuffmanDecodeState& state, int n) {
   return static_cast<uint32_t>(state.bits >> (64 - n));
 }
 
-inline void SkipBits(SmHuffmanDecodeState& state, int n) {
+__attribute__((always_inline)) inline void SkipBits(SmHuffmanDecodeState& state, int n) {
   state.bits <<= n;
   state.count -= n;
 }
 
 // n in 0..16; the buffer must hold n bits.
-inline uint32_t GetBits(SmHuffmanDecodeState& state, int n) {
+__attribute__((always_inline)) inline uint32_t GetBits(SmHuffmanDecodeState& state, int n) {
   if (n == 0) {
     return 0;
   }
@@ -91,7 +91,7 @@ inline uint32_t GetBits(SmHuffmanDecodeState& state, int n) {
 }
 
 // T.81 F.2.2.1: the n extra bits of a magnitude category, as a signed value.
-inline int32_t ReceiveExtend(SmHuffmanDecodeState& state, int n) {
+__attribute__((always_inline)) inline int32_t ReceiveExtend(SmHuffmanDecodeState& state, int n) {
   if (n == 0) {
     return 0;
   }
@@ -101,7 +101,7 @@ inline int32_t ReceiveExtend(SmHuffmanDecodeState& state, int n) {
 
 // The buffer must hold 16 bits. -1 for a code that the table lacks.
 template <bool kLookup>
-inline int DecodeSymbol(SmHuffmanDecodeState& state, const SmHuffmanDecodeTable& table) {
+__attribute__((always_inline)) inline int DecodeSymbol(SmHuffmanDecodeState& state, const SmHuffmanDecodeTable& table) {
   int length = 1;
   if constexpr (kLookup) {
     const uint16_t entry = table.lookup[PeekBits(state, kHuffmanLookupBits)];
@@ -128,9 +128,10 @@ inline int32_t AddWrapping(int32_t a, int32_t b) {
 }
 
 template <bool kLookup, bool kStoreAC>
-bool DecodeSequentialLocal(SmEntropySource& source, SmHuffmanDecodeState& state,
-                           const SmHuffmanDecodeTable& dc, const SmHuffmanDecodeTable& ac,
-                           int16_t* block, int32_t& lastDC);
+__attribute__((always_inline)) inline bool
+DecodeSequentialLocal(SmEntropySource& source, SmHuffmanDecodeState& state,
+                      const SmHuffmanDecodeTable& dc, const SmHuffmanDecodeTable& ac,
+                      int16_t* block, int32_t& lastDC);
 
 // The hot loop works on copies, which the compiler can keep in registers.
 template <bool kLookup, bool kStoreAC>
@@ -148,10 +149,12 @@ bool DecodeSequential(SmEntropySource& source, SmHuffmanDecodeState& state,
   return ok;
 }
 
+// Inlined into DecodeSequential, so that the copies never reach memory.
 template <bool kLookup, bool kStoreAC>
-bool DecodeSequentialLocal(SmEntropySource& source, SmHuffmanDecodeState& state,
-                           const SmHuffmanDecodeTable& dc, const SmHuffmanDecodeTable& ac,
-                           int16_t* block, int32_t& lastDC) {
+__attribute__((always_inline)) inline bool
+DecodeSequentialLocal(SmEntropySource& source, SmHuffmanDecodeState& state,
+                      const SmHuffmanDecodeTable& dc, const SmHuffmanDecodeTable& ac,
+                      int16_t* block, int32_t& lastDC) {
   EnsureBits(source, state);
   const int category = DecodeSymbol<kLookup>(state, dc);
   if (category < 0 || category > 15) {
