@@ -79,8 +79,8 @@ TEST(JPEGInverseDCT, EveryTargetAndSizeStaysWithinOneOfTheExactTransform) {
         const size_t stride = size * count + 3;
         std::vector<uint8_t> expected(stride * size, 0xA5);
         std::vector<uint8_t> actual = expected;
-        NmReference::JPEGInverseDCTBlocks(reduction, blocks.data(), count, quant,
-                                          expected.data(), stride);
+        NmReference::JPEGInverseDCTBlocks(reduction, blocks.data(), count, quant, expected.data(),
+                                          stride);
         JPEGInverseDCTBlocks(reduction, blocks.data(), count, quant, actual.data(), stride);
         for (size_t i = 0; i < expected.size(); ++i) {
           if (i % stride >= size * count) {

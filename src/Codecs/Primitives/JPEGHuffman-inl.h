@@ -101,7 +101,8 @@ __attribute__((always_inline)) inline int32_t ReceiveExtend(SmHuffmanDecodeState
 
 // The buffer must hold 16 bits. -1 for a code that the table lacks.
 template <bool kLookup>
-__attribute__((always_inline)) inline int DecodeSymbol(SmHuffmanDecodeState& state, const SmHuffmanDecodeTable& table) {
+__attribute__((always_inline)) inline int DecodeSymbol(SmHuffmanDecodeState& state,
+                                                       const SmHuffmanDecodeTable& table) {
   int length = 1;
   if constexpr (kLookup) {
     const uint16_t entry = table.lookup[PeekBits(state, kHuffmanLookupBits)];

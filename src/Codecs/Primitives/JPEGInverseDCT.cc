@@ -282,9 +282,8 @@ HWY_INLINE void InverseDCTGroup(const int16_t* HWY_RESTRICT blocks,
     }
     return;
   }
-  Repeat<8>([&](auto v) HWY_ATTR {
-    x[v] = hn::Mul(x[v], hn::LoadU(d16, quantRows + v * 8 * kGroup));
-  });
+  Repeat<8>([&](auto v)
+                HWY_ATTR { x[v] = hn::Mul(x[v], hn::LoadU(d16, quantRows + v * 8 * kGroup)); });
   Transform<kFirstShift>(d16, x, 1 << (kFirstShift - 1));
   Transpose8x8(d16, x);
   // The level shift of 128 rides on the rounding bias.
@@ -319,8 +318,8 @@ void InverseDCTFullSize(const int16_t* blocks, size_t count, const int16_t* quan
 }
 #endif
 
-void InverseDCTBlocksImpl(int reduction, const int16_t* blocks, size_t count,
-                          const int16_t* quant, uint8_t* out, size_t stride) {
+void InverseDCTBlocksImpl(int reduction, const int16_t* blocks, size_t count, const int16_t* quant,
+                          uint8_t* out, size_t stride) {
   if (reduction == 0) {
 #if HWY_TARGET != HWY_SCALAR
     InverseDCTFullSize(blocks, count, quant, out, stride);
@@ -359,8 +358,8 @@ namespace NmPrimitives {
 
 HWY_EXPORT(InverseDCTBlocksImpl);
 
-void JPEGInverseDCTBlocks(int reduction, const int16_t* blocks, size_t count,
-                          const int16_t* quant, uint8_t* out, size_t stride) {
+void JPEGInverseDCTBlocks(int reduction, const int16_t* blocks, size_t count, const int16_t* quant,
+                          uint8_t* out, size_t stride) {
   HWY_DYNAMIC_DISPATCH(InverseDCTBlocksImpl)(reduction, blocks, count, quant, out, stride);
 }
 

@@ -17,12 +17,12 @@
 namespace NmPrimitives {
 
 // log2 of the reduction: 0 for 8 x 8, 1 for 4 x 4, 2 for 2 x 2, 3 for 1 x 1.
-void JPEGInverseDCTBlocks(int reduction, const int16_t* blocks, size_t count,
-                          const int16_t* quant, uint8_t* out, size_t stride);
+void JPEGInverseDCTBlocks(int reduction, const int16_t* blocks, size_t count, const int16_t* quant,
+                          uint8_t* out, size_t stride);
 
 namespace NmReference {
-void JPEGInverseDCTBlocks(int reduction, const int16_t* blocks, size_t count,
-                          const int16_t* quant, uint8_t* out, size_t stride);
+void JPEGInverseDCTBlocks(int reduction, const int16_t* blocks, size_t count, const int16_t* quant,
+                          uint8_t* out, size_t stride);
 } // namespace NmReference
 
 } // namespace NmPrimitives

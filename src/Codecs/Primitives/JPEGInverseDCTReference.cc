@@ -7,8 +7,8 @@ namespace NmPrimitives::NmReference {
 namespace {
 // The transform as T.81 A.3.3 writes it, in double precision, for all 64
 // samples; a reduced size averages the samples of each area before rounding.
-void InverseDCTBlock(int reduction, const int16_t* coefficients, const int16_t* quant,
-                     uint8_t* out, size_t stride) {
+void InverseDCTBlock(int reduction, const int16_t* coefficients, const int16_t* quant, uint8_t* out,
+                     size_t stride) {
   static const auto cosines = [] {
     struct {
       double at[8][8];
@@ -55,8 +55,8 @@ void InverseDCTBlock(int reduction, const int16_t* coefficients, const int16_t* 
 }
 } // namespace
 
-void JPEGInverseDCTBlocks(int reduction, const int16_t* blocks, size_t count,
-                          const int16_t* quant, uint8_t* out, size_t stride) {
+void JPEGInverseDCTBlocks(int reduction, const int16_t* blocks, size_t count, const int16_t* quant,
+                          uint8_t* out, size_t stride) {
   const size_t size = static_cast<size_t>(8 >> reduction);
   for (size_t b = 0; b < count; ++b) {
     InverseDCTBlock(reduction, blocks + 64 * b, quant, out + size * b, stride);

@@ -328,7 +328,9 @@ JStatus CJPEGDecoder::DecodeSequentialStreaming() {
               }
               const int32_t level = (static_cast<int32_t>(block[0]) * quant + 4 + 8 * 128) >> 3;
               base[v * strides[c] + static_cast<size_t>(mcuX * component.hSampling + h)] =
-                  static_cast<uint8_t>(level < 0 ? 0 : level > 255 ? 255 : level);
+                  static_cast<uint8_t>(level < 0     ? 0
+                                       : level > 255 ? 255
+                                                     : level);
             }
           }
           continue;
@@ -504,7 +506,8 @@ void CJPEGDecoder::OutputBlockRow(int c, const int16_t* coefficients, int blockR
   if (c >= d.channels) {
     return; // gray out of a colour picture
   }
-  const uint32_t planeWidth = DivideUp(static_cast<uint64_t>(d.width) * component.hSampling, m_MaxH);
+  const uint32_t planeWidth =
+      DivideUp(static_cast<uint64_t>(d.width) * component.hSampling, m_MaxH);
   const uint32_t planeHeight =
       DivideUp(static_cast<uint64_t>(d.height) * component.vSampling, m_MaxV);
   const uint64_t firstRow = static_cast<uint64_t>(blockRow) * size;

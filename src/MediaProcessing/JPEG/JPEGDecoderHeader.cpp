@@ -384,7 +384,8 @@ JStatus CJPEGDecoder::ParseQuantTables() {
     for (int i = 0; i < 64; ++i) {
       // No 8-bit picture needs a step above 32767; larger ones only spoil
       // the samples of a damaged stream.
-      m_Dequant[id][i] = static_cast<int16_t>(std::min<uint16_t>(m_QuantTables[id].natural[i], 32767));
+      m_Dequant[id][i] =
+          static_cast<int16_t>(std::min<uint16_t>(m_QuantTables[id].natural[i], 32767));
     }
     remaining -= size;
   }
