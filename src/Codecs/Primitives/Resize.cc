@@ -42,12 +42,12 @@ void VerticalPass(const uint8_t* top, size_t srcStride, const int32_t* weights, 
     const size_t n16 = hn::Lanes(d16);
     const auto w1 = hn::Set(d16, static_cast<int16_t>(weights[1]));
     for (; b + n16 <= rowBytes; b += n16) {
-      const auto s0 = hn::BitCast(d16, hn::PromoteTo(hn::RebindToUnsigned<decltype(d16)>(),
-                                                       hn::LoadU(d8h, top + b)));
+      const auto s0 = hn::BitCast(
+          d16, hn::PromoteTo(hn::RebindToUnsigned<decltype(d16)>(), hn::LoadU(d8h, top + b)));
       const auto s1 = hn::BitCast(d16, hn::PromoteTo(hn::RebindToUnsigned<decltype(d16)>(),
-                                                       hn::LoadU(d8h, top + srcStride + b)));
-      const auto sum = hn::Add(hn::ShiftLeft<6>(s0),
-                               hn::MulFixedPoint15(hn::ShiftLeft<7>(hn::Sub(s1, s0)), w1));
+                                                     hn::LoadU(d8h, top + srcStride + b)));
+      const auto sum =
+          hn::Add(hn::ShiftLeft<6>(s0), hn::MulFixedPoint15(hn::ShiftLeft<7>(hn::Sub(s1, s0)), w1));
       hn::StoreU(hn::PromoteTo(d32, hn::LowerHalf(half, sum)), d32, row + b);
       hn::StoreU(hn::PromoteTo(d32, hn::UpperHalf(half, sum)), d32, row + b + n16 / 2);
     }
@@ -172,7 +172,8 @@ void TwoByTwoRow(const uint8_t* top, const uint8_t* bottom, int32_t lowerWeight,
   const auto vertical = [&](const uint8_t* upper, const uint8_t* under) {
     const auto s0 = hn::BitCast(d16, hn::PromoteTo(du16, hn::LoadU(d8, upper)));
     const auto s1 = hn::BitCast(d16, hn::PromoteTo(du16, hn::LoadU(d8, under)));
-    return hn::Add(hn::ShiftLeft<6>(s0), hn::MulFixedPoint15(hn::ShiftLeft<7>(hn::Sub(s1, s0)), lower));
+    return hn::Add(hn::ShiftLeft<6>(s0),
+                   hn::MulFixedPoint15(hn::ShiftLeft<7>(hn::Sub(s1, s0)), lower));
   };
   size_t o = 0;
   for (; o + n <= outputBytes; o += n) {
@@ -189,11 +190,141 @@ void TwoByTwoRow(const uint8_t* top, const uint8_t* bottom, int32_t lowerWeight,
   }
   const int32_t upperWeight = (1 << T::WeightBits) - lowerWeight;
   for (; o < outputBytes; ++o) {
-    const int32_t left = (upperWeight * a0[o] + lowerWeight * a1[o] + (1 << (MiddleShift - 1))) >>
-                         MiddleShift;
-    const int32_t right = (upperWeight * b0[o] + lowerWeight * b1[o] + (1 << (MiddleShift - 1))) >>
-                          MiddleShift;
+    const int32_t left =
+        (upperWeight * a0[o] + lowerWeight * a1[o] + (1 << (MiddleShift - 1))) >> MiddleShift;
+    const int32_t right =
+        (upperWeight * b0[o] + lowerWeight * b1[o] + (1 << (MiddleShift - 1))) >> MiddleShift;
     const int32_t sum = w0[o] * left + w1[o] * right + (1 << (FinalShift - 1));
+    out[o] = static_cast<uint8_t>(std::clamp(sum >> FinalShift, 0, 255));
+  }
+}
+#endif
+
+#if HWY_TARGET != HWY_SCALAR
+// Multi-tap filters (Lanczos, super sampling) on one byte a pixel, with
+// both passes in 16-bit lanes. Every product of an 8-bit sample or of a
+// 16-bit intermediate with a 14-bit weight is exact in the 32-bit pair sums
+// of a widening multiply-add, so the results are those of the plain 32-bit
+// passes to the bit, at half the lane width and without gathers.
+
+// Whether the intermediate of the vertical pass, six fraction bits over the
+// sample, fits 16 bits for every output row: it does unless the weights
+// overshoot far beyond what any of the filters have.
+bool FitsSixteenBits(const T::SmAxis& vertical, size_t rows) {
+  for (size_t y = 0; y < rows; ++y) {
+    int64_t positive = 0, negative = 0;
+    for (size_t k = 0; k < vertical.taps; ++k) {
+      const int32_t w = vertical.weights[y * vertical.taps + k];
+      (w > 0 ? positive : negative) += w;
+    }
+    const int64_t half = 1 << (MiddleShift - 1);
+    if (((255 * positive + half) >> MiddleShift) > INT16_MAX ||
+        ((255 * negative + half) >> MiddleShift) < INT16_MIN) {
+      return false;
+    }
+  }
+  return true;
+}
+
+// The horizontal weights, output by output, each row of taps padded with
+// zeros to whole 128-bit vectors of 16-bit lanes.
+void PackHorizontalWeights(const T::SmAxis& axis, size_t outputs, int16_t* packed) {
+  const size_t stride = T::GetPackedTapCount(axis.taps);
+  for (size_t o = 0; o < outputs; ++o) {
+    int16_t* row = packed + o * stride;
+    for (size_t k = 0; k < stride; ++k) {
+      row[k] = k < axis.taps ? static_cast<int16_t>(axis.weights[k * outputs + o]) : 0;
+    }
+  }
+}
+
+// Taps are taken two rows at a time: the bytes of both rows interleaved and
+// widened, then multiplied by the weight pair and summed in one step.
+void VerticalPassNarrow(const uint8_t* top, size_t srcStride, const int32_t* weights, size_t taps,
+                        int16_t* row, size_t rowBytes) {
+  const hn::CappedTag<int16_t, 16> d16;
+  const hn::RebindToUnsigned<decltype(d16)> du16;
+  const hn::Rebind<uint8_t, decltype(d16)> d8;
+  const hn::Repartition<int32_t, decltype(d16)> d32;
+  const hn::Rebind<int16_t, decltype(d32)> d16h;
+  const size_t n = hn::Lanes(d16);
+  const size_t half = hn::Lanes(d32);
+  const auto rounding = hn::Set(d32, 1 << (MiddleShift - 1));
+  size_t b = 0;
+  for (; b + n <= rowBytes; b += n) {
+    auto lower0 = rounding, lower1 = hn::Zero(d32);
+    auto upper0 = rounding, upper1 = hn::Zero(d32);
+    for (size_t k = 0; k < taps; k += 2) {
+      const int32_t w0 = weights[k];
+      const int32_t w1 = k + 1 < taps ? weights[k + 1] : 0;
+      if (w0 == 0 && w1 == 0) {
+        continue;
+      }
+      const uint8_t* at = top + k * srcStride + b;
+      const auto a = hn::LoadU(d8, at);
+      const auto c = k + 1 < taps ? hn::LoadU(d8, at + srcStride) : a;
+      const auto pair =
+          hn::BitCast(d16, hn::Set(d32, static_cast<int32_t>((static_cast<uint32_t>(w0) & 0xFFFFu) |
+                                                             (static_cast<uint32_t>(w1) << 16))));
+      const auto lo = hn::BitCast(d16, hn::PromoteTo(du16, hn::InterleaveLower(d8, a, c)));
+      const auto hi = hn::BitCast(d16, hn::PromoteTo(du16, hn::InterleaveUpper(d8, a, c)));
+      lower0 = hn::ReorderWidenMulAccumulate(d32, lo, pair, lower0, lower1);
+      upper0 = hn::ReorderWidenMulAccumulate(d32, hi, pair, upper0, upper1);
+    }
+    const auto lower = hn::ShiftRight<MiddleShift>(hn::RearrangeToOddPlusEven(lower0, lower1));
+    const auto upper = hn::ShiftRight<MiddleShift>(hn::RearrangeToOddPlusEven(upper0, upper1));
+    hn::StoreU(hn::DemoteTo(d16h, lower), d16h, row + b);
+    hn::StoreU(hn::DemoteTo(d16h, upper), d16h, row + b + half);
+  }
+  for (; b < rowBytes; ++b) {
+    int32_t sum = 0;
+    for (size_t k = 0; k < taps; ++k) {
+      sum += weights[k] * top[k * srcStride + b];
+    }
+    row[b] = static_cast<int16_t>((sum + (1 << (MiddleShift - 1))) >> MiddleShift);
+  }
+}
+
+// Each output's taps are one contiguous stretch of the row, so they are
+// plain vector loads against the output's own padded weights; four outputs'
+// partial sums are then folded together into one vector.
+void HorizontalPassNarrow(const int16_t* HWY_RESTRICT row, const int32_t* HWY_RESTRICT first,
+                          const int16_t* HWY_RESTRICT packed, size_t taps, uint8_t* out,
+                          size_t outputs) {
+  const hn::Full128<int16_t> d16;
+  const hn::Full128<int32_t> d32;
+  const hn::Full128<int64_t> d64;
+  const hn::Full32<uint8_t> d8;
+  const size_t stride = T::GetPackedTapCount(taps);
+  const auto rounding = hn::Set(d32, 1 << (FinalShift - 1));
+  const auto dot = [&](size_t o) {
+    const int16_t* at = row + first[o];
+    const int16_t* w = packed + o * stride;
+    auto sum0 = hn::Zero(d32), sum1 = hn::Zero(d32);
+    for (size_t k = 0; k < stride; k += 8) {
+      sum0 = hn::ReorderWidenMulAccumulate(d32, hn::LoadU(d16, at + k), hn::Load(d16, w + k), sum0,
+                                           sum1);
+    }
+    return hn::RearrangeToOddPlusEven(sum0, sum1);
+  };
+  // Lane i of the result: the sum of the lanes of vector i.
+  const auto fold = [&](auto v0, auto v1, auto v2, auto v3) {
+    const auto s01 = hn::Add(hn::InterleaveLower(d32, v0, v1), hn::InterleaveUpper(d32, v0, v1));
+    const auto s23 = hn::Add(hn::InterleaveLower(d32, v2, v3), hn::InterleaveUpper(d32, v2, v3));
+    const auto a = hn::BitCast(d64, s01), b = hn::BitCast(d64, s23);
+    return hn::Add(hn::BitCast(d32, hn::InterleaveLower(d64, a, b)),
+                   hn::BitCast(d32, hn::InterleaveUpper(d64, a, b)));
+  };
+  size_t o = 0;
+  for (; o + 4 <= outputs; o += 4) {
+    const auto sum = hn::Add(fold(dot(o), dot(o + 1), dot(o + 2), dot(o + 3)), rounding);
+    hn::StoreU(hn::DemoteTo(d8, hn::ShiftRight<FinalShift>(sum)), d8, out + o);
+  }
+  for (; o < outputs; ++o) {
+    int32_t sum = 1 << (FinalShift - 1);
+    for (size_t k = 0; k < taps; ++k) {
+      sum += packed[o * stride + k] * row[first[o] + k];
+    }
     out[o] = static_cast<uint8_t>(std::clamp(sum >> FinalShift, 0, 255));
   }
 }
@@ -201,8 +332,8 @@ void TwoByTwoRow(const uint8_t* top, const uint8_t* bottom, int32_t lowerWeight,
 
 int32_t ResizePlaneImpl(const uint8_t* src, size_t srcStride, size_t srcWidth, size_t srcHeight,
                         uint8_t* dst, size_t dstStride, size_t dstWidth, size_t dstHeight,
-                        size_t pixelBytes, SmResizeMode mode, uint8_t* scratch,
-                        size_t scratchSize, size_t firstRow, size_t endRow) {
+                        size_t pixelBytes, SmResizeMode mode, uint8_t* scratch, size_t scratchSize,
+                        size_t firstRow, size_t endRow) {
   const int32_t status = T::Check(src, srcWidth, srcHeight, dst, dstWidth, dstHeight, pixelBytes,
                                   mode, scratch, firstRow, endRow);
   if (status != ResizeOk) {
@@ -222,8 +353,7 @@ int32_t ResizePlaneImpl(const uint8_t* src, size_t srcStride, size_t srcWidth, s
   int32_t* copyIndex = nullptr;
   if (mode == ResizeNearest) {
     copyIndex = layout.horizontal.first;
-  } else if (outputBytes <= rowBytes + 64 &&
-             FindCopyIndex(layout.vertical, dstHeight, nullptr) &&
+  } else if (outputBytes <= rowBytes + 64 && FindCopyIndex(layout.vertical, dstHeight, nullptr) &&
              FindCopyIndex(layout.horizontal, outputBytes, layout.row, pixelBytes)) {
     copyIndex = layout.row;
   }
@@ -239,6 +369,22 @@ int32_t ResizePlaneImpl(const uint8_t* src, size_t srcStride, size_t srcWidth, s
     return ResizeOk;
   }
 #if HWY_TARGET != HWY_SCALAR
+  if (pixelBytes == 1 && std::max(layout.vertical.taps, layout.horizontal.taps) > 2 &&
+      FitsSixteenBits(layout.vertical, dstHeight)) {
+    // The intermediate row takes the row buffer's space as 16-bit values;
+    // the last output's padded taps may read a vector's length past it.
+    int16_t* row = reinterpret_cast<int16_t*>(layout.row);
+    std::fill(row + rowBytes, row + rowBytes + 8, int16_t{0});
+    PackHorizontalWeights(layout.horizontal, outputBytes, layout.packed);
+    for (size_t y = firstRow; y < endRow; ++y) {
+      const uint8_t* top = src + static_cast<size_t>(layout.vertical.first[y]) * srcStride;
+      VerticalPassNarrow(top, srcStride, layout.vertical.weights + y * layout.vertical.taps,
+                         layout.vertical.taps, row, rowBytes);
+      HorizontalPassNarrow(row, layout.horizontal.first, layout.packed, layout.horizontal.taps,
+                           dst + (y - firstRow) * dstStride, outputBytes);
+    }
+    return ResizeOk;
+  }
   // The gathered bytes take four per output in the row buffer's space.
   if (layout.horizontal.taps == 2 && layout.vertical.taps <= 2 &&
       4 * outputBytes <= (rowBytes + 64) * sizeof(int32_t)) {
@@ -280,17 +426,16 @@ size_t GetResizeScratchSize(size_t srcWidth, size_t srcHeight, size_t dstWidth, 
   if (srcWidth == 0 || srcHeight == 0 || dstWidth == 0 || dstHeight == 0) {
     return 0;
   }
-  return NmResizeTables::GetScratchSize(srcWidth, srcHeight, dstWidth, dstHeight, pixelBytes,
-                                        mode);
+  return NmResizeTables::GetScratchSize(srcWidth, srcHeight, dstWidth, dstHeight, pixelBytes, mode);
 }
 
 int32_t ResizePlane(const uint8_t* src, size_t srcStride, size_t srcWidth, size_t srcHeight,
                     uint8_t* dst, size_t dstStride, size_t dstWidth, size_t dstHeight,
                     size_t pixelBytes, SmResizeMode mode, uint8_t* scratch, size_t scratchSize,
                     size_t firstRow, size_t endRow) {
-  return HWY_DYNAMIC_DISPATCH(ResizePlaneImpl)(src, srcStride, srcWidth, srcHeight, dst,
-                                               dstStride, dstWidth, dstHeight, pixelBytes, mode,
-                                               scratch, scratchSize, firstRow, endRow);
+  return HWY_DYNAMIC_DISPATCH(ResizePlaneImpl)(src, srcStride, srcWidth, srcHeight, dst, dstStride,
+                                               dstWidth, dstHeight, pixelBytes, mode, scratch,
+                                               scratchSize, firstRow, endRow);
 }
 
 } // namespace NmPrimitives

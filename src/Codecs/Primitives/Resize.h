@@ -11,10 +11,10 @@
 namespace NmPrimitives {
 
 enum SmResizeMode : int32_t {
-  ResizeNearest = 1,       // the source pixel whose area holds the output's centre
-  ResizeLinear = 2,        // two taps each way at the output's centre
-  ResizeSuperSample = 8,   // the area average of the source pixels under the output
-  ResizeLanczos = 16,      // Lanczos with three lobes, stretched when shrinking
+  ResizeNearest = 1,     // the source pixel whose area holds the output's centre
+  ResizeLinear = 2,      // two taps each way at the output's centre
+  ResizeSuperSample = 8, // the area average of the source pixels under the output
+  ResizeLanczos = 16,    // Lanczos with three lobes, stretched when shrinking
 };
 
 // Statuses in the manner of a signal primitives library.
@@ -59,17 +59,22 @@ struct SmAxis {
 
 struct SmLayout {
   SmAxis vertical;
-  SmAxis horizontal;  // per output byte: first is a byte index, taps step by pixelBytes
-  int32_t* row;       // the vertical pass's result, one value per source byte
+  SmAxis horizontal; // per output byte: first is a byte index, taps step by pixelBytes
+  int32_t* row;      // the vertical pass's result, one value per source byte
+  // Room for a vector version's own arrangement of the horizontal weights:
+  // 16 bits each, per output byte the taps rounded up to a multiple of 8.
+  int16_t* packed;
 };
+
+// Taps a row of the packed horizontal weights holds.
+size_t GetPackedTapCount(size_t taps);
 
 size_t GetTapCount(size_t srcLength, size_t dstLength, SmResizeMode mode);
 size_t GetScratchSize(size_t srcWidth, size_t srcHeight, size_t dstWidth, size_t dstHeight,
                       size_t pixelBytes, SmResizeMode mode);
 // Carves the tables out of scratch and fills them; false when it is too small.
-bool Build(size_t srcWidth, size_t srcHeight, size_t dstWidth, size_t dstHeight,
-           size_t pixelBytes, SmResizeMode mode, uint8_t* scratch, size_t scratchSize,
-           SmLayout& layout);
+bool Build(size_t srcWidth, size_t srcHeight, size_t dstWidth, size_t dstHeight, size_t pixelBytes,
+           SmResizeMode mode, uint8_t* scratch, size_t scratchSize, SmLayout& layout);
 int32_t Check(const uint8_t* src, size_t srcWidth, size_t srcHeight, const uint8_t* dst,
               size_t dstWidth, size_t dstHeight, size_t pixelBytes, SmResizeMode mode,
               const uint8_t* scratch, size_t firstRow, size_t endRow);

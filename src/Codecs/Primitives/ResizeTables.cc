@@ -1,6 +1,9 @@
 #include <algorithm>
+#include <array>
 #include <cmath>
+#include <mutex>
 #include <numbers>
+#include <vector>
 
 #include "Codecs/Primitives/Resize.h"
 
@@ -138,10 +141,10 @@ size_t Aligned(size_t bytes) {
 struct SmSizes {
   size_t verticalTaps, horizontalTaps, outputBytes;
   size_t verticalFirst, verticalWeights, horizontalFirst, horizontalWeights, row, doubles;
-  size_t pixelFirst, pixelWeights;
+  size_t pixelFirst, pixelWeights, packed;
   size_t Total() const {
     return ScratchAlignment + verticalFirst + verticalWeights + horizontalFirst +
-           horizontalWeights + row + doubles + pixelFirst + pixelWeights;
+           horizontalWeights + row + doubles + pixelFirst + pixelWeights + packed;
   }
 };
 
@@ -159,6 +162,7 @@ SmSizes GetSizes(size_t srcWidth, size_t srcHeight, size_t dstWidth, size_t dstH
   s.doubles = Aligned(std::max(s.verticalTaps, s.horizontalTaps) * 2 * sizeof(double));
   s.pixelFirst = Aligned(dstWidth * sizeof(int32_t));
   s.pixelWeights = Aligned(dstWidth * s.horizontalTaps * sizeof(int32_t));
+  s.packed = Aligned(s.outputBytes * GetPackedTapCount(s.horizontalTaps) * sizeof(int16_t));
   return s;
 }
 
@@ -193,7 +197,57 @@ void FillAxis(size_t srcLength, size_t dstLength, SmResizeMode mode, size_t taps
   }
 }
 
+// The axes built last, so that a run of pictures of one geometry computes its
+// filters once: Lanczos weights cost a sine per tap, as much as a third of
+// the resize itself. Held under a lock, as planes may be resized on several
+// threads at once.
+class CmAxisCache {
+public:
+  void Fill(size_t srcLength, size_t dstLength, SmResizeMode mode, size_t taps, int32_t* first,
+            int32_t* weights, double* buffer) {
+    std::lock_guard<std::mutex> lock(m_Lock);
+    for (const SmEntry& entry : m_Entries) {
+      if (entry.srcLength == srcLength && entry.dstLength == dstLength && entry.mode == mode &&
+          entry.taps == taps) {
+        std::copy(entry.first.begin(), entry.first.end(), first);
+        std::copy(entry.weights.begin(), entry.weights.end(), weights);
+        return;
+      }
+    }
+    FillAxis(srcLength, dstLength, mode, taps, first, weights, buffer);
+    SmEntry& entry = m_Entries[m_Next];
+    m_Next = (m_Next + 1) % m_Entries.size();
+    entry = {srcLength,
+             dstLength,
+             mode,
+             taps,
+             std::vector<int32_t>(first, first + dstLength),
+             std::vector<int32_t>(weights, weights + dstLength * taps)};
+  }
+
+private:
+  struct SmEntry {
+    size_t srcLength = 0, dstLength = 0;
+    SmResizeMode mode = ResizeNearest;
+    size_t taps = 0;
+    std::vector<int32_t> first, weights;
+  };
+  std::mutex m_Lock;
+  std::array<SmEntry, 8> m_Entries;
+  size_t m_Next = 0;
+};
+
+void FillAxisCached(size_t srcLength, size_t dstLength, SmResizeMode mode, size_t taps,
+                    int32_t* first, int32_t* weights, double* buffer) {
+  static CmAxisCache cache;
+  cache.Fill(srcLength, dstLength, mode, taps, first, weights, buffer);
+}
+
 } // namespace
+
+size_t GetPackedTapCount(size_t taps) {
+  return (taps + 7) / 8 * 8;
+}
 
 size_t GetTapCount(size_t srcLength, size_t dstLength, SmResizeMode mode) {
   size_t taps = 1;
@@ -222,15 +276,15 @@ int32_t Check(const uint8_t* src, size_t srcWidth, size_t srcHeight, const uint8
   return ResizeOk;
 }
 
-bool Build(size_t srcWidth, size_t srcHeight, size_t dstWidth, size_t dstHeight,
-           size_t pixelBytes, SmResizeMode mode, uint8_t* scratch, size_t scratchSize,
-           SmLayout& layout) {
+bool Build(size_t srcWidth, size_t srcHeight, size_t dstWidth, size_t dstHeight, size_t pixelBytes,
+           SmResizeMode mode, uint8_t* scratch, size_t scratchSize, SmLayout& layout) {
   const SmSizes s = GetSizes(srcWidth, srcHeight, dstWidth, dstHeight, pixelBytes, mode);
   if (scratchSize < s.Total()) {
     return false;
   }
-  uint8_t* p = scratch + (ScratchAlignment - reinterpret_cast<uintptr_t>(scratch) % ScratchAlignment) %
-                             ScratchAlignment;
+  uint8_t* p =
+      scratch + (ScratchAlignment - reinterpret_cast<uintptr_t>(scratch) % ScratchAlignment) %
+                    ScratchAlignment;
   const auto take = [&p](size_t bytes) {
     uint8_t* at = p;
     p += bytes;
@@ -243,17 +297,18 @@ bool Build(size_t srcWidth, size_t srcHeight, size_t dstWidth, size_t dstHeight,
   layout.horizontal.first = reinterpret_cast<int32_t*>(take(s.horizontalFirst));
   layout.horizontal.weights = reinterpret_cast<int32_t*>(take(s.horizontalWeights));
   layout.row = reinterpret_cast<int32_t*>(take(s.row));
+  layout.packed = reinterpret_cast<int16_t*>(take(s.packed));
   double* buffer = reinterpret_cast<double*>(take(s.doubles));
 
-  FillAxis(srcHeight, dstHeight, mode, s.verticalTaps, layout.vertical.first,
-           layout.vertical.weights, buffer);
+  FillAxisCached(srcHeight, dstHeight, mode, s.verticalTaps, layout.vertical.first,
+                 layout.vertical.weights, buffer);
   // The horizontal table per pixel first, then spread out to bytes and
   // turned tap-major, so that the weights of one tap for consecutive output
   // bytes lie side by side.
   int32_t* pixelFirst = reinterpret_cast<int32_t*>(take(s.pixelFirst));
   int32_t* pixelWeights = reinterpret_cast<int32_t*>(take(s.pixelWeights));
   const size_t taps = s.horizontalTaps;
-  FillAxis(srcWidth, dstWidth, mode, taps, pixelFirst, pixelWeights, buffer);
+  FillAxisCached(srcWidth, dstWidth, mode, taps, pixelFirst, pixelWeights, buffer);
   for (size_t x = 0; x < dstWidth; ++x) {
     for (size_t c = 0; c < pixelBytes; ++c) {
       const size_t o = x * pixelBytes + c;
