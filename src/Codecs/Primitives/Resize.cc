@@ -330,6 +330,96 @@ void HorizontalPassNarrow(const int16_t* HWY_RESTRICT row, const int32_t* HWY_RE
 }
 #endif
 
+#if HWY_TARGET != HWY_SCALAR
+// A copy by index in blocks of 16 output bytes: each block's sources lie
+// within a few 16-byte chunks of the source row, and a byte shuffle per chunk
+// picks them out. Plan: per block the chunks' start in the row (negative for
+// a block too near the row's end to load whole chunks, copied byte by byte),
+// and per chunk the shuffle lanes, 0x80 for bytes of other chunks.
+constexpr size_t ShuffleBlock = 16;
+constexpr size_t MostShuffleChunks = 4;
+
+struct SmShufflePlan {
+  size_t chunks = 0;
+  size_t blocks = 0;
+  const uint8_t* lanes = nullptr;
+  const int32_t* bases = nullptr;
+};
+
+// Space must hold outputs * (MostShuffleChunks + 1) bytes; false when the
+// sources spread too far for a few chunks to cover a block.
+bool BuildShufflePlan(const int32_t* first, size_t outputs, size_t rowBytes, uint8_t* space,
+                      SmShufflePlan& plan) {
+  const size_t blocks = outputs / ShuffleBlock;
+  size_t chunks = 1;
+  for (size_t b = 0; b < blocks; ++b) {
+    const auto [lo, hi] =
+        std::minmax_element(first + b * ShuffleBlock, first + (b + 1) * ShuffleBlock);
+    chunks = std::max(chunks, static_cast<size_t>(*hi - *lo) / ShuffleBlock + 1);
+  }
+  if (chunks > MostShuffleChunks) {
+    return false;
+  }
+  uint8_t* lanes = space;
+  int32_t* bases = reinterpret_cast<int32_t*>(space + outputs * MostShuffleChunks);
+  for (size_t b = 0; b < blocks; ++b) {
+    const int32_t base =
+        *std::min_element(first + b * ShuffleBlock, first + (b + 1) * ShuffleBlock);
+    bases[b] = static_cast<size_t>(base) + chunks * ShuffleBlock <= rowBytes ? base : -1;
+    for (size_t j = 0; j < chunks; ++j) {
+      for (size_t i = 0; i < ShuffleBlock; ++i) {
+        const int32_t at =
+            first[b * ShuffleBlock + i] - base - static_cast<int32_t>(j * ShuffleBlock);
+        lanes[(b * chunks + j) * ShuffleBlock + i] =
+            at >= 0 && at < static_cast<int32_t>(ShuffleBlock) ? static_cast<uint8_t>(at) : 0x80;
+      }
+    }
+  }
+  plan = {chunks, blocks, lanes, bases};
+  return true;
+}
+
+template <size_t Chunks>
+void ShuffleCopyRow(const uint8_t* HWY_RESTRICT row, const int32_t* HWY_RESTRICT first,
+                    const SmShufflePlan& plan, uint8_t* HWY_RESTRICT out, size_t outputs) {
+  const hn::Full128<uint8_t> d8;
+  for (size_t b = 0; b < plan.blocks; ++b) {
+    const size_t o = b * ShuffleBlock;
+    const int32_t base = plan.bases[b];
+    if (base < 0) {
+      for (size_t i = 0; i < ShuffleBlock; ++i) {
+        out[o + i] = row[first[o + i]];
+      }
+      continue;
+    }
+    const uint8_t* lanes = plan.lanes + b * Chunks * ShuffleBlock;
+    auto v = hn::TableLookupBytesOr0(hn::LoadU(d8, row + base), hn::Load(d8, lanes));
+    for (size_t j = 1; j < Chunks; ++j) {
+      v = hn::Or(v, hn::TableLookupBytesOr0(hn::LoadU(d8, row + base + j * ShuffleBlock),
+                                            hn::Load(d8, lanes + j * ShuffleBlock)));
+    }
+    hn::StoreU(v, d8, out + o);
+  }
+  for (size_t o = plan.blocks * ShuffleBlock; o < outputs; ++o) {
+    out[o] = row[first[o]];
+  }
+}
+
+void ShuffleCopyRow(const uint8_t* row, const int32_t* first, const SmShufflePlan& plan,
+                    uint8_t* out, size_t outputs) {
+  switch (plan.chunks) {
+  case 1:
+    return ShuffleCopyRow<1>(row, first, plan, out, outputs);
+  case 2:
+    return ShuffleCopyRow<2>(row, first, plan, out, outputs);
+  case 3:
+    return ShuffleCopyRow<3>(row, first, plan, out, outputs);
+  default:
+    return ShuffleCopyRow<4>(row, first, plan, out, outputs);
+  }
+}
+#endif
+
 int32_t ResizePlaneImpl(const uint8_t* src, size_t srcStride, size_t srcWidth, size_t srcHeight,
                         uint8_t* dst, size_t dstStride, size_t dstWidth, size_t dstHeight,
                         size_t pixelBytes, SmResizeMode mode, uint8_t* scratch, size_t scratchSize,
@@ -359,6 +449,17 @@ int32_t ResizePlaneImpl(const uint8_t* src, size_t srcStride, size_t srcWidth, s
   }
   if (copyIndex != nullptr) {
     const int32_t* HWY_RESTRICT first = copyIndex;
+#if HWY_TARGET != HWY_SCALAR
+    SmShufflePlan plan;
+    if (BuildShufflePlan(first, outputBytes, rowBytes, reinterpret_cast<uint8_t*>(layout.packed),
+                         plan)) {
+      for (size_t y = firstRow; y < endRow; ++y) {
+        ShuffleCopyRow(src + CopyRow(layout.vertical, y) * srcStride, first, plan,
+                       dst + (y - firstRow) * dstStride, outputBytes);
+      }
+      return ResizeOk;
+    }
+#endif
     for (size_t y = firstRow; y < endRow; ++y) {
       const uint8_t* HWY_RESTRICT row = src + CopyRow(layout.vertical, y) * srcStride;
       uint8_t* HWY_RESTRICT out = dst + (y - firstRow) * dstStride;
