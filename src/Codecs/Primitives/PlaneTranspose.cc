@@ -2,8 +2,8 @@
 // a time; the borders that do not fill a block take the plain loop.
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "Codecs/Primitives/PlaneTranspose.cc"
-#include <hwy/foreach_target.h> // IWYU pragma: keep
 #include <hwy/cache_control.h>
+#include <hwy/foreach_target.h> // IWYU pragma: keep
 #include <hwy/highway.h>
 
 #include <algorithm>
@@ -145,8 +145,8 @@ void TransposeBytes(const uint8_t* src, size_t srcStride, uint8_t* dst, size_t d
     const size_t rowEnd = std::min(tr + Tile, blockHeight);
     for (size_t sc = 0; sc < wideWidth; sc += step) {
       for (size_t sr = tr; sr < rowEnd; sr += 16) {
-        TransposeByteBlock(wide, src, srcStride, dst, dstStride, width, height, sr, sc,
-                           flipColumns, flipRows);
+        TransposeByteBlock(wide, src, srcStride, dst, dstStride, width, height, sr, sc, flipColumns,
+                           flipRows);
       }
     }
     for (size_t sc = wideWidth; sc < blockWidth; sc += 16) {
@@ -158,25 +158,61 @@ void TransposeBytes(const uint8_t* src, size_t srcStride, uint8_t* dst, size_t d
   }
 }
 
-template <size_t S> HWY_INLINE void LoadRow(const uint8_t* p, V8 (&c)[4]) {
-  const D8 d;
-  if constexpr (S == 1) {
-    c[0] = hn::LoadU(d, p);
-  } else if constexpr (S == 3) {
-    hn::LoadInterleaved3(d, p, c[0], c[1], c[2]);
-  } else {
-    hn::LoadInterleaved4(d, p, c[0], c[1], c[2], c[3]);
+// Four-byte pixels move whole: four rows of four pixels are transposed as
+// 32-bit lanes by interleaving at 32 and 64 bits. The source goes in bands of
+// 32 columns from top to bottom, so that the destination is written as 32
+// sequential streams, which the processor combines into whole lines, while
+// each source line is read once, whole, over eight neighbouring blocks.
+constexpr size_t Band = 32;
+
+void TransposeWords(const uint8_t* src, size_t srcStride, uint8_t* dst, size_t dstStride,
+                    size_t width, size_t height, bool flipColumns, bool flipRows) {
+  const hn::Full128<uint32_t> d;
+  const hn::Full128<uint64_t> d64;
+  const size_t blockHeight = height - height % 4;
+  const size_t blockWidth = width - width % 4;
+  for (size_t band = 0; band < blockWidth; band += Band) {
+    const size_t bandEnd = std::min(band + Band, blockWidth);
+    for (size_t sr = 0; sr < blockHeight; sr += 4) {
+      for (size_t sc = band; sc < bandEnd; sc += 4) {
+        hn::Vec<decltype(d)> r[4];
+        for (size_t j = 0; j < 4; ++j) {
+          const size_t row = flipColumns ? sr + 3 - j : sr + j;
+          r[j] = hn::LoadU(d, reinterpret_cast<const uint32_t*>(src + row * srcStride) + sc);
+        }
+        const auto a0 = hn::BitCast(d64, hn::InterleaveLower(d, r[0], r[1]));
+        const auto a1 = hn::BitCast(d64, hn::InterleaveUpper(d, r[0], r[1]));
+        const auto a2 = hn::BitCast(d64, hn::InterleaveLower(d, r[2], r[3]));
+        const auto a3 = hn::BitCast(d64, hn::InterleaveUpper(d, r[2], r[3]));
+        const hn::Vec<decltype(d)> columns[4] = {hn::BitCast(d, hn::InterleaveLower(d64, a0, a2)),
+                                                 hn::BitCast(d, hn::InterleaveUpper(d64, a0, a2)),
+                                                 hn::BitCast(d, hn::InterleaveLower(d64, a1, a3)),
+                                                 hn::BitCast(d, hn::InterleaveUpper(d64, a1, a3))};
+        const size_t x = flipColumns ? height - 4 - sr : sr;
+        for (size_t k = 0; k < 4; ++k) {
+          const size_t y = flipRows ? width - 1 - (sc + k) : sc + k;
+          hn::StoreU(columns[k], d, reinterpret_cast<uint32_t*>(dst + y * dstStride) + x);
+        }
+      }
+    }
   }
 }
 
-template <size_t S> HWY_INLINE void StoreRow(const V8 (&c)[4], uint8_t* p) {
+template <size_t S> HWY_INLINE void LoadRow(const uint8_t* p, V8 (&c)[3]) {
+  const D8 d;
+  if constexpr (S == 1) {
+    c[0] = hn::LoadU(d, p);
+  } else {
+    hn::LoadInterleaved3(d, p, c[0], c[1], c[2]);
+  }
+}
+
+template <size_t S> HWY_INLINE void StoreRow(const V8 (&c)[3], uint8_t* p) {
   const D8 d;
   if constexpr (S == 1) {
     hn::StoreU(c[0], d, p);
-  } else if constexpr (S == 3) {
-    hn::StoreInterleaved3(c[0], c[1], c[2], d, p);
   } else {
-    hn::StoreInterleaved4(c[0], c[1], c[2], c[3], d, p);
+    hn::StoreInterleaved3(c[0], c[1], c[2], d, p);
   }
 }
 
@@ -190,7 +226,7 @@ void TransposeBlocks(const uint8_t* src, size_t srcStride, uint8_t* dst, size_t 
       for (size_t j = 0; j < 8; ++j) {
         // Mirroring the destination's columns is reading the rows backwards.
         const size_t row = flipColumns ? sr + 7 - j : sr + j;
-        V8 bytes[4];
+        V8 bytes[3];
         LoadRow<S>(src + row * srcStride + S * sc, bytes);
         for (size_t c = 0; c < S; ++c) {
           channel[c][j] = bytes[c];
@@ -202,7 +238,7 @@ void TransposeBlocks(const uint8_t* src, size_t srcStride, uint8_t* dst, size_t 
       const size_t x = flipColumns ? height - 8 - sr : sr;
       for (size_t k = 0; k < 8; ++k) {
         const size_t y = flipRows ? width - 1 - (sc + k) : sc + k;
-        V8 bytes[4];
+        V8 bytes[3];
         for (size_t c = 0; c < S; ++c) {
           bytes[c] = channel[c][k];
         }
@@ -228,7 +264,9 @@ void TransposePlaneImpl(const uint8_t* src, size_t srcStride, uint8_t* dst, size
   } else if (pixelBytes == 3) {
     TransposeBlocks<3>(src, srcStride, dst, dstStride, width, height, flipColumns, flipRows);
   } else {
-    TransposeBlocks<4>(src, srcStride, dst, dstStride, width, height, flipColumns, flipRows);
+    blockWidth = width - width % 4;
+    blockHeight = height - height % 4;
+    TransposeWords(src, srcStride, dst, dstStride, width, height, flipColumns, flipRows);
   }
 #endif
   // The right and bottom borders of the source that no block covered.
