@@ -19,7 +19,7 @@ namespace hn = hwy::HWY_NAMESPACE;
 namespace F = NmColorFixedPoint;
 
 #if HWY_TARGET != HWY_SCALAR
-using D8 = hn::ScalableTag<uint8_t>;
+using D8 = hn::CappedTag<uint8_t, 32>;
 using D16 = hn::Repartition<int16_t, D8>;
 using DU16 = hn::Repartition<uint16_t, D8>;
 using DH8 = hn::Rebind<uint8_t, D16>;
@@ -53,12 +53,6 @@ HWY_INLINE V16 UpperWide(V8 v) {
   return hn::BitCast(D16(), hn::PromoteTo(DU16(), hn::UpperHalf(DH8(), v)));
 }
 
-// Each of n / 2 chroma samples twice, in order across the whole vector.
-HWY_INLINE V8 LoadDoubled(const uint8_t* p) {
-  const auto wide = hn::PromoteTo(DU16(), hn::LoadU(DH8(), p));
-  return hn::BitCast(D8(), hn::Or(wide, hn::ShiftLeft<8>(wide)));
-}
-
 // The vector code adds instead of multiplying where the whole part of a
 // coefficient is fixed by the equations; the comparison with the plain
 // version on every target would show it if that ever changed.
@@ -71,8 +65,8 @@ constexpr bool HasFixedWholeParts(SmYCbCrMatrix m) {
       forwardBelowOne = forwardBelowOne && c.whole == 0;
     }
   }
-  return to.luma.whole == 1 && to.crToR.whole == 1 && to.cbToG.whole == 0 &&
-         to.crToG.whole == 0 && forwardBelowOne;
+  return to.luma.whole == 1 && to.crToR.whole == 1 && to.cbToG.whole == 0 && to.crToG.whole == 0 &&
+         forwardBelowOne;
 }
 static_assert(HasFixedWholeParts(YCbCrJfif) && HasFixedWholeParts(YCbCrVideoRange) &&
               HasFixedWholeParts(YCbCrBt601Full));
@@ -103,42 +97,113 @@ HWY_INLINE SmChromaTerms GetChromaTerms(const SmToRgbVectors& k, V16 cb, V16 cr)
           hn::Add(Apply(u, k.cbToB), k.rounding)};
 }
 
-HWY_INLINE void ToRgbHalf(const SmToRgbVectors& k, V16 y, const SmChromaTerms& c,
-                          hn::Vec<DH8>& r, hn::Vec<DH8>& g, hn::Vec<DH8>& b) {
+// The pixels of a vector are split into even and odd ones, each in 16-bit
+// lanes in order: the chroma sample of 4:2:2 and 4:2:0 is then one and the
+// same lane for both, its colour terms are computed once, and the results
+// join into bytes by shifts instead of demotions across blocks.
+using VU16 = hn::Vec<DU16>;
+
+HWY_INLINE V16 EvenBytes(V8 v) {
+  return hn::BitCast(D16(), hn::And(hn::BitCast(DU16(), v), hn::Set(DU16(), 0xFF)));
+}
+HWY_INLINE V16 OddBytes(V8 v) {
+  return hn::BitCast(D16(), hn::ShiftRight<8>(hn::BitCast(DU16(), v)));
+}
+
+// One channel as samples 0..255 in 16-bit lanes, from the luma and colour
+// terms with six fraction bits. Only blue of video range can pass the 16-bit
+// range, and then only where the result clamps to 255 anyway, so the
+// saturating sum changes nothing.
+HWY_INLINE VU16 Channel(V16 luma, V16 term) {
+  const D16 d;
+  const V16 v = hn::ShiftRight<6>(hn::SaturatedAdd(luma, term));
+  return hn::BitCast(DU16(), hn::Min(hn::Max(v, hn::Zero(d)), hn::Set(d, 255)));
+}
+
+// The first two and the last two bytes of each pixel, as 16-bit lanes.
+struct SmPixelHalves {
+  VU16 low, high;
+};
+
+template <size_t PixelBytes, bool BlueFirst>
+HWY_INLINE SmPixelHalves ToPixels(const SmToRgbVectors& k, V16 y, const SmChromaTerms& c) {
   const V16 a = hn::ShiftLeft<6>(hn::Sub(y, k.lumaOffset));
   const V16 luma = hn::Add(a, hn::MulFixedPoint15(a, k.luma));
-  // Only blue of video range can pass the 16-bit range, and then only where
-  // the result clamps to 255 anyway, so saturating sums change nothing.
-  r = hn::DemoteTo(DH8(), hn::ShiftRight<6>(hn::SaturatedAdd(luma, c.r)));
-  g = hn::DemoteTo(DH8(), hn::ShiftRight<6>(hn::SaturatedAdd(luma, c.g)));
-  b = hn::DemoteTo(DH8(), hn::ShiftRight<6>(hn::SaturatedAdd(luma, c.b)));
+  const VU16 r = Channel(luma, c.r);
+  const VU16 g = Channel(luma, c.g);
+  const VU16 b = Channel(luma, c.b);
+  const VU16 first = BlueFirst ? b : r;
+  const VU16 third = BlueFirst ? r : b;
+  const VU16 fourth = hn::Set(DU16(), PixelBytes == 4 ? 0xFF00 : 0);
+  return {hn::Or(first, hn::ShiftLeft<8>(g)), hn::Or(third, fourth)};
 }
 
+// Each 128-bit block of a result holds four whole pixels; the shuffle drops
+// the fourth byte of each for three-byte pixels.
 template <size_t PixelBytes>
-HWY_INLINE void StorePixels(const SmToRgbVectors& k, const SmChromaTerms& lower,
-                            const SmChromaTerms& upper, const uint8_t* luma, uint8_t* out,
-                            bool blueFirst) {
-  const D8 d;
-  const V8 yv = hn::LoadU(d, luma);
-  hn::Vec<DH8> rl, gl, bl, rh, gh, bh;
-  ToRgbHalf(k, LowerWide(yv), lower, rl, gl, bl);
-  ToRgbHalf(k, UpperWide(yv), upper, rh, gh, bh);
-  V8 r = hn::Combine(d, rh, rl);
-  const V8 g = hn::Combine(d, gh, gl);
-  V8 b = hn::Combine(d, bh, bl);
-  if (blueFirst) {
-    std::swap(r, b);
-  }
-  if constexpr (PixelBytes == 3) {
-    hn::StoreInterleaved3(r, g, b, d, out);
+HWY_ATTR HWY_INLINE void StoreBlock(hn::Vec<hn::Full128<uint8_t>> block, uint8_t* out, bool last) {
+  const hn::Full128<uint8_t> d;
+  if constexpr (PixelBytes == 4) {
+    hn::StoreU(block, d, out);
   } else {
-    hn::StoreInterleaved4(r, g, b, hn::Set(d, 255), d, out);
+    alignas(16) static constexpr uint8_t Packed[16] = {0,  1,  2,  4,  5,    6,    8,    9,
+                                                       10, 12, 13, 14, 0x80, 0x80, 0x80, 0x80};
+    const auto bytes = hn::TableLookupBytesOr0(block, hn::Load(d, Packed));
+    if (!last) {
+      // The four spare bytes land where the next block's pixels go.
+      hn::StoreU(bytes, d, out);
+    } else {
+      alignas(16) uint8_t buffer[16];
+      hn::Store(bytes, d, buffer);
+      std::copy(buffer, buffer + 12, out);
+    }
   }
 }
 
-template <size_t PixelBytes>
+// Block 0 or 1 of a vector of one or two 128-bit blocks.
+template <class D>
+HWY_INLINE hn::Vec<hn::Full128<uint8_t>> GetBlock(D, hn::Vec<D> v, size_t block) {
+  if constexpr (hn::MaxLanes(D()) == 16) {
+    return v;
+  } else {
+    const hn::Full128<uint8_t> d128;
+    return block == 0 ? hn::LowerHalf(d128, v) : hn::UpperHalf(d128, v);
+  }
+}
+
+template <size_t PixelBytes, bool BlueFirst>
+HWY_INLINE void StorePixels(const SmToRgbVectors& k, const SmChromaTerms& even,
+                            const SmChromaTerms& odd, const uint8_t* luma, uint8_t* out,
+                            bool lastInRow) {
+  const D8 d;
+  const hn::RepartitionToWide<DU16> d32;
+  const V8 yv = hn::LoadU(d, luma);
+  const SmPixelHalves e = ToPixels<PixelBytes, BlueFirst>(k, EvenBytes(yv), even);
+  const SmPixelHalves o = ToPixels<PixelBytes, BlueFirst>(k, OddBytes(yv), odd);
+  // Per block: even pixels 0, 2, 4, 6 and 8, 10, 12, 14, the odd ones
+  // between, then pixels 0..3, 4..7, 8..11, 12..15 of the block.
+  const auto evenLow = hn::BitCast(d32, hn::InterleaveLower(DU16(), e.low, e.high));
+  const auto evenHigh = hn::BitCast(d32, hn::InterleaveUpper(DU16(), e.low, e.high));
+  const auto oddLow = hn::BitCast(d32, hn::InterleaveLower(DU16(), o.low, o.high));
+  const auto oddHigh = hn::BitCast(d32, hn::InterleaveUpper(DU16(), o.low, o.high));
+  const V8 q0 = hn::BitCast(d, hn::InterleaveLower(d32, evenLow, oddLow));
+  const V8 q1 = hn::BitCast(d, hn::InterleaveUpper(d32, evenLow, oddLow));
+  const V8 q2 = hn::BitCast(d, hn::InterleaveLower(d32, evenHigh, oddHigh));
+  const V8 q3 = hn::BitCast(d, hn::InterleaveUpper(d32, evenHigh, oddHigh));
+  constexpr size_t Blocks = hn::MaxLanes(D8()) / 16;
+  for (size_t block = 0; block < Blocks; ++block) {
+    uint8_t* at = out + PixelBytes * 16 * block;
+    StoreBlock<PixelBytes>(GetBlock(d, q0, block), at, false);
+    StoreBlock<PixelBytes>(GetBlock(d, q1, block), at + PixelBytes * 4, false);
+    StoreBlock<PixelBytes>(GetBlock(d, q2, block), at + PixelBytes * 8, false);
+    StoreBlock<PixelBytes>(GetBlock(d, q3, block), at + PixelBytes * 12,
+                           lastInRow && block + 1 == Blocks);
+  }
+}
+
+template <size_t PixelBytes, bool BlueFirst>
 void YCbCrToRgbRows(const SmYCbCrSource& s, SmChromaLayout chroma, uint8_t* dst, size_t dstStride,
-                    bool blueFirst, size_t width, size_t height, const SmToRgbVectors& k) {
+                    size_t width, size_t height, const SmToRgbVectors& k) {
   const D8 d;
   const size_t n = hn::Lanes(d);
   // 4:2:0 takes two rows per chroma row, so the colour terms are computed once for both.
@@ -149,19 +214,22 @@ void YCbCrToRgbRows(const SmYCbCrSource& s, SmChromaLayout chroma, uint8_t* dst,
     const uint8_t* cbRow = s.cb + cy * s.cbStride;
     const uint8_t* crRow = s.cr + cy * s.crStride;
     for (size_t x = 0; x + n <= width; x += n) {
-      V8 cbv, crv;
+      SmChromaTerms even, odd;
       if (chroma == Chroma444) {
-        cbv = hn::LoadU(d, cbRow + x);
-        crv = hn::LoadU(d, crRow + x);
+        const V8 cbv = hn::LoadU(d, cbRow + x);
+        const V8 crv = hn::LoadU(d, crRow + x);
+        even = GetChromaTerms(k, EvenBytes(cbv), EvenBytes(crv));
+        odd = GetChromaTerms(k, OddBytes(cbv), OddBytes(crv));
       } else {
-        cbv = LoadDoubled(cbRow + x / 2);
-        crv = LoadDoubled(crRow + x / 2);
+        even = GetChromaTerms(
+            k, hn::BitCast(D16(), hn::PromoteTo(DU16(), hn::LoadU(DH8(), cbRow + x / 2))),
+            hn::BitCast(D16(), hn::PromoteTo(DU16(), hn::LoadU(DH8(), crRow + x / 2))));
+        odd = even;
       }
-      const SmChromaTerms lower = GetChromaTerms(k, LowerWide(cbv), LowerWide(crv));
-      const SmChromaTerms upper = GetChromaTerms(k, UpperWide(cbv), UpperWide(crv));
       for (size_t r = 0; r < rows; ++r) {
-        StorePixels<PixelBytes>(k, lower, upper, s.y + (y + r) * s.yStride + x,
-                                dst + (y + r) * dstStride + PixelBytes * x, blueFirst);
+        StorePixels<PixelBytes, BlueFirst>(k, even, odd, s.y + (y + r) * s.yStride + x,
+                                           dst + (y + r) * dstStride + PixelBytes * x,
+                                           x + n > width - n);
       }
     }
   }
@@ -181,13 +249,12 @@ struct SmFromRgbVectors {
 };
 
 HWY_INLINE hn::Vec<DH8> FromRgbHalf(const SmFromRgbVectors& k, int c, V16 r, V16 g, V16 b) {
-  return ToSamples(hn::Add(
-      hn::Add(hn::MulFixedPoint15(r, k.k[c][0].fraction), hn::MulFixedPoint15(g, k.k[c][1].fraction)),
-      hn::Add(hn::MulFixedPoint15(b, k.k[c][2].fraction), k.offset[c])));
+  return ToSamples(hn::Add(hn::Add(hn::MulFixedPoint15(r, k.k[c][0].fraction),
+                                   hn::MulFixedPoint15(g, k.k[c][1].fraction)),
+                           hn::Add(hn::MulFixedPoint15(b, k.k[c][2].fraction), k.offset[c])));
 }
 
-HWY_INLINE void LoadRgb(const uint8_t* p, size_t pixelBytes, bool blueFirst, V8& r, V8& g,
-                        V8& b) {
+HWY_INLINE void LoadRgb(const uint8_t* p, size_t pixelBytes, bool blueFirst, V8& r, V8& g, V8& b) {
   const D8 d;
   if (pixelBytes == 3) {
     hn::LoadInterleaved3(d, p, r, g, b);
@@ -246,10 +313,10 @@ void RgbToYCbCrColumns(const uint8_t* src, size_t srcStride, SmPackedLayout layo
         const V16 rl = hn::ShiftLeft<6>(LowerWide(r0)), ru = hn::ShiftLeft<6>(UpperWide(r0));
         const V16 gl = hn::ShiftLeft<6>(LowerWide(g0)), gu = hn::ShiftLeft<6>(UpperWide(g0));
         const V16 bl = hn::ShiftLeft<6>(LowerWide(b0)), bu = hn::ShiftLeft<6>(UpperWide(b0));
-        hn::StoreU(hn::Combine(d, FromRgbHalf(k, 1, ru, gu, bu), FromRgbHalf(k, 1, rl, gl, bl)),
-                   d, cbOut + x);
-        hn::StoreU(hn::Combine(d, FromRgbHalf(k, 2, ru, gu, bu), FromRgbHalf(k, 2, rl, gl, bl)),
-                   d, crOut + x);
+        hn::StoreU(hn::Combine(d, FromRgbHalf(k, 1, ru, gu, bu), FromRgbHalf(k, 1, rl, gl, bl)), d,
+                   cbOut + x);
+        hn::StoreU(hn::Combine(d, FromRgbHalf(k, 2, ru, gu, bu), FromRgbHalf(k, 2, rl, gl, bl)), d,
+                   crOut + x);
         continue;
       }
       V16 r, g, b;
@@ -277,17 +344,17 @@ void YCbCrToRgbImpl(const SmYCbCrSource& source, SmChromaLayout chroma, uint8_t*
   const size_t n = hn::Lanes(D8());
   done = width - width % n;
   const SmToRgbVectors k(F::GetToRgbConstants(matrix));
-  if (layout.pixelBytes == 3) {
-    YCbCrToRgbRows<3>(source, chroma, dst, dstStride, layout.blueFirst, done, height, k);
-  } else {
-    YCbCrToRgbRows<4>(source, chroma, dst, dstStride, layout.blueFirst, done, height, k);
-  }
+  using Rows = void (*)(const SmYCbCrSource&, SmChromaLayout, uint8_t*, size_t, size_t, size_t,
+                        const SmToRgbVectors&);
+  const Rows rows = layout.pixelBytes == 3
+                        ? (layout.blueFirst ? &YCbCrToRgbRows<3, true> : &YCbCrToRgbRows<3, false>)
+                        : (layout.blueFirst ? &YCbCrToRgbRows<4, true> : &YCbCrToRgbRows<4, false>);
+  rows(source, chroma, dst, dstStride, done, height, k);
 #endif
   if (done < width) {
     const size_t chromaDone = chroma == Chroma444 ? done : done / 2;
-    const SmYCbCrSource rest{source.y + done,        source.yStride,
-                             source.cb + chromaDone, source.cbStride,
-                             source.cr + chromaDone, source.crStride};
+    const SmYCbCrSource rest{source.y + done, source.yStride,         source.cb + chromaDone,
+                             source.cbStride, source.cr + chromaDone, source.crStride};
     NmReference::YCbCrToRgb(rest, chroma, dst + done * layout.pixelBytes, dstStride, layout,
                             width - done, height, matrix);
   }
@@ -326,9 +393,8 @@ namespace NmPrimitives {
 HWY_EXPORT(YCbCrToRgbImpl);
 HWY_EXPORT(RgbToYCbCrImpl);
 
-void YCbCrToRgb(const SmYCbCrSource& source, SmChromaLayout chroma, uint8_t* dst,
-                size_t dstStride, SmPackedLayout layout, size_t width, size_t height,
-                SmYCbCrMatrix matrix) {
+void YCbCrToRgb(const SmYCbCrSource& source, SmChromaLayout chroma, uint8_t* dst, size_t dstStride,
+                SmPackedLayout layout, size_t width, size_t height, SmYCbCrMatrix matrix) {
   HWY_DYNAMIC_DISPATCH(YCbCrToRgbImpl)
   (source, chroma, dst, dstStride, layout, width, height, matrix);
 }
