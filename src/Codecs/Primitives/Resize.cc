@@ -226,10 +226,17 @@ bool FitsSixteenBits(const T::SmAxis& vertical, size_t rows) {
   return true;
 }
 
+// Up to four taps, two outputs share a 128-bit vector of 16-bit lanes.
+constexpr size_t ShortTaps = 4;
+
+size_t GetPackedStride(size_t taps) {
+  return taps <= ShortTaps ? ShortTaps : T::GetPackedTapCount(taps);
+}
+
 // The horizontal weights, output by output, each row of taps padded with
-// zeros to whole 128-bit vectors of 16-bit lanes.
+// zeros to four taps or to whole 128-bit vectors.
 void PackHorizontalWeights(const T::SmAxis& axis, size_t outputs, int16_t* packed) {
-  const size_t stride = T::GetPackedTapCount(axis.taps);
+  const size_t stride = GetPackedStride(axis.taps);
   for (size_t o = 0; o < outputs; ++o) {
     int16_t* row = packed + o * stride;
     for (size_t k = 0; k < stride; ++k) {
@@ -287,15 +294,15 @@ void VerticalPassNarrow(const uint8_t* top, size_t srcStride, const int32_t* wei
 
 // Each output's taps are one contiguous stretch of the row, so they are
 // plain vector loads against the output's own padded weights; four outputs'
-// partial sums are then folded together into one vector.
-void HorizontalPassNarrow(const int16_t* HWY_RESTRICT row, const int32_t* HWY_RESTRICT first,
-                          const int16_t* HWY_RESTRICT packed, size_t taps, uint8_t* out,
+// partial sums are then folded together into one vector. Returns the
+// outputs done.
+size_t HorizontalPassLong(const int16_t* HWY_RESTRICT row, const int32_t* HWY_RESTRICT first,
+                          const int16_t* HWY_RESTRICT packed, size_t stride, uint8_t* out,
                           size_t outputs) {
   const hn::Full128<int16_t> d16;
   const hn::Full128<int32_t> d32;
   const hn::Full128<int64_t> d64;
   const hn::Full32<uint8_t> d8;
-  const size_t stride = T::GetPackedTapCount(taps);
   const auto rounding = hn::Set(d32, 1 << (FinalShift - 1));
   const auto dot = [&](size_t o) {
     const int16_t* at = row + first[o];
@@ -319,6 +326,47 @@ void HorizontalPassNarrow(const int16_t* HWY_RESTRICT row, const int32_t* HWY_RE
   for (; o + 4 <= outputs; o += 4) {
     const auto sum = hn::Add(fold(dot(o), dot(o + 1), dot(o + 2), dot(o + 3)), rounding);
     hn::StoreU(hn::DemoteTo(d8, hn::ShiftRight<FinalShift>(sum)), d8, out + o);
+  }
+  return o;
+}
+
+// Two outputs a vector, four taps each; the two halves of each vector's pair
+// sums are then added across by taking even and odd lanes apart. Returns the
+// outputs done.
+size_t HorizontalPassShort(const int16_t* HWY_RESTRICT row, const int32_t* HWY_RESTRICT first,
+                           const int16_t* HWY_RESTRICT packed, uint8_t* out, size_t outputs) {
+  const hn::Full128<int16_t> d16;
+  const hn::Full64<int16_t> d16h;
+  const hn::Full128<int32_t> d32;
+  const hn::Full32<uint8_t> d8;
+  const auto rounding = hn::Set(d32, 1 << (FinalShift - 1));
+  const auto pair = [&](size_t o) {
+    const auto taps =
+        hn::Combine(d16, hn::LoadU(d16h, row + first[o + 1]), hn::LoadU(d16h, row + first[o]));
+    auto sum1 = hn::Zero(d32);
+    const auto sum0 = hn::ReorderWidenMulAccumulate(
+        d32, taps, hn::Load(d16, packed + o * ShortTaps), hn::Zero(d32), sum1);
+    return hn::RearrangeToOddPlusEven(sum0, sum1);
+  };
+  size_t o = 0;
+  for (; o + 4 <= outputs; o += 4) {
+    const auto a = pair(o), b = pair(o + 2);
+    const auto sum =
+        hn::Add(hn::Add(hn::ConcatEven(d32, b, a), hn::ConcatOdd(d32, b, a)), rounding);
+    hn::StoreU(hn::DemoteTo(d8, hn::ShiftRight<FinalShift>(sum)), d8, out + o);
+  }
+  return o;
+}
+
+void HorizontalPassNarrow(const int16_t* HWY_RESTRICT row, const int32_t* HWY_RESTRICT first,
+                          const int16_t* HWY_RESTRICT packed, size_t taps, uint8_t* out,
+                          size_t outputs) {
+  const size_t stride = GetPackedStride(taps);
+  size_t o = 0;
+  if (taps <= ShortTaps) {
+    o = HorizontalPassShort(row, first, packed, out, outputs);
+  } else {
+    o = HorizontalPassLong(row, first, packed, stride, out, outputs);
   }
   for (; o < outputs; ++o) {
     int32_t sum = 1 << (FinalShift - 1);
