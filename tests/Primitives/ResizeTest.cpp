@@ -4,6 +4,7 @@
 #include <cmath>
 #include <functional>
 #include <numbers>
+#include <thread>
 
 #include "Codecs/Primitives/Resize.h"
 #include "Primitives/PrimitiveTestSupport.h"
@@ -22,7 +23,9 @@ std::vector<double> ExactWeights(SmResizeMode mode, size_t i, size_t s, size_t d
   std::vector<double> w(s, 0.0);
   const double scale = static_cast<double>(s) / d;
   const double centre = (i + 0.5) * scale - 0.5;
-  const auto clampIndex = [s](long j) { return static_cast<size_t>(std::clamp<long>(j, 0, s - 1)); };
+  const auto clampIndex = [s](long j) {
+    return static_cast<size_t>(std::clamp<long>(j, 0, s - 1));
+  };
   if (mode == ResizeNearest) {
     w[clampIndex(static_cast<long>(std::floor((i + 0.5) * scale)))] = 1;
   } else if (mode == ResizeLinear) {
@@ -70,8 +73,8 @@ TEST(Resize, EveryTargetMatchesTheReference) {
     // The first rounds shrink by odd whole factors, where linear
     // interpolation lands on source centres and becomes a copy, in one or
     // both directions; then one off such a factor.
-    const size_t fixed[5][4] = {{30, 9, 10, 3}, {45, 15, 15, 5}, {30, 20, 10, 20},
-                                {31, 9, 10, 3}, {64, 21, 64, 7}};
+    const size_t fixed[5][4] = {
+        {30, 9, 10, 3}, {45, 15, 15, 5}, {30, 20, 10, 20}, {31, 9, 10, 3}, {64, 21, 64, 7}};
     for (int round = 0; round < 35; ++round) {
       const size_t sw = round < 5 ? fixed[round][0] : 1 + random() % 70;
       const size_t sh = round < 5 ? fixed[round][1] : 1 + random() % 20;
@@ -87,13 +90,12 @@ TEST(Resize, EveryTargetMatchesTheReference) {
           SmTestPlane expected(random, dw * bytes, end - first);
           SmTestPlane actual = expected;
           auto scratch = Scratch(sw, sh, dw, dh, bytes, mode);
-          ASSERT_EQ(NmReference::ResizePlane(source.data(), source.stride, sw, sh,
-                                             expected.data(), expected.stride, dw, dh, bytes,
-                                             mode, scratch.data(), scratch.size(), first, end),
+          ASSERT_EQ(NmReference::ResizePlane(source.data(), source.stride, sw, sh, expected.data(),
+                                             expected.stride, dw, dh, bytes, mode, scratch.data(),
+                                             scratch.size(), first, end),
                     ResizeOk);
-          ASSERT_EQ(ResizePlane(source.data(), source.stride, sw, sh, actual.data(),
-                                actual.stride, dw, dh, bytes, mode, scratch.data(),
-                                scratch.size(), first, end),
+          ASSERT_EQ(ResizePlane(source.data(), source.stride, sw, sh, actual.data(), actual.stride,
+                                dw, dh, bytes, mode, scratch.data(), scratch.size(), first, end),
                     ResizeOk);
           ASSERT_EQ(actual.bytes, expected.bytes);
         }
@@ -113,8 +115,8 @@ TEST(Resize, ReferenceIsWithinOneOfTheDefinitions) {
     const size_t dh = round < 4 ? sizes[round][3] : 1 + random() % 48;
     const SmTestPlane source(random, sw, sh);
     for (const SmResizeMode mode : Modes) {
-      SCOPED_TRACE(::testing::Message() << sw << "x" << sh << " to " << dw << "x" << dh
-                                        << " mode " << mode);
+      SCOPED_TRACE(::testing::Message()
+                   << sw << "x" << sh << " to " << dw << "x" << dh << " mode " << mode);
       std::vector<uint8_t> out(dw * dh);
       auto scratch = Scratch(sw, sh, dw, dh, 1, mode);
       ASSERT_EQ(NmReference::ResizePlane(source.data(), source.stride, sw, sh, out.data(), dw, dw,
@@ -151,16 +153,15 @@ TEST(Resize, FlatStaysFlatAndBandsJoin) {
       std::vector<uint8_t> flat(37 * bytes * 11, 201);
       std::vector<uint8_t> out(13 * bytes * 29);
       auto scratch = Scratch(37, 11, 13, 29, bytes, mode);
-      ASSERT_EQ(ResizePlane(flat.data(), 37 * bytes, 37, 11, out.data(), 13 * bytes, 13, 29,
-                            bytes, mode, scratch.data(), scratch.size(), 0, 29),
+      ASSERT_EQ(ResizePlane(flat.data(), 37 * bytes, 37, 11, out.data(), 13 * bytes, 13, 29, bytes,
+                            mode, scratch.data(), scratch.size(), 0, 29),
                 ResizeOk);
-      EXPECT_TRUE(std::all_of(out.begin(), out.end(), [](uint8_t v) { return v == 201; }))
-          << mode;
+      EXPECT_TRUE(std::all_of(out.begin(), out.end(), [](uint8_t v) { return v == 201; })) << mode;
       // Bands of rows give the rows of the whole.
       const SmTestPlane noise(random, 37 * bytes, 11, 0);
       std::vector<uint8_t> whole(out.size()), banded(out.size());
-      ResizePlane(noise.data(), noise.stride, 37, 11, whole.data(), 13 * bytes, 13, 29, bytes,
-                  mode, scratch.data(), scratch.size(), 0, 29);
+      ResizePlane(noise.data(), noise.stride, 37, 11, whole.data(), 13 * bytes, 13, 29, bytes, mode,
+                  scratch.data(), scratch.size(), 0, 29);
       for (size_t first = 0; first < 29; first += 5) {
         const size_t end = std::min<size_t>(first + 5, 29);
         ResizePlane(noise.data(), noise.stride, 37, 11, banded.data() + first * 13 * bytes,
@@ -192,4 +193,58 @@ TEST(Resize, StatusesOfBadCalls) {
             ResizeScratchTooSmall);
   EXPECT_EQ(GetResizeScratchSize(4, 4, 2, 2, 1, static_cast<SmResizeMode>(3)), 0u);
   EXPECT_EQ(call(plane, plane + 8, 4, 2, 1, ResizeLinear, scratch.size(), 0, 2), ResizeOk);
+}
+
+TEST(Resize, KeptFilterTablesServeConcurrentCallersOfManyGeometries) {
+  // More geometries than the filters kept, on several threads at once: each
+  // result must be the one that the geometry gave when its filters were
+  // first computed, whatever other threads kept or dropped meanwhile.
+  std::mt19937 random(9);
+  struct SmCase {
+    size_t sw, sh, dw, dh, bytes;
+    SmResizeMode mode;
+  };
+  std::vector<SmCase> cases;
+  for (int i = 0; i < 12; ++i) {
+    // Some share one axis with another case, so that a table kept for one
+    // axis of a geometry serves another one.
+    const size_t sw = 20 + random() % 50, sh = i % 2 ? 17 : 5 + random() % 30;
+    cases.push_back({sw, sh, 3 + random() % 60, i % 3 ? 11 : 2 + random() % 40,
+                     i % 3 == 0 ? 1u : (i % 3 == 1 ? 3u : 4u), Modes[i % 4]});
+  }
+  // One geometry in two modes whose filters have the same number of taps.
+  cases.push_back({20, 10, 30, 15, 1, ResizeLinear});
+  cases.push_back({20, 10, 30, 15, 1, ResizeSuperSample});
+  const SmTestPlane source(random, 90 * 4, 60, 0);
+  const auto run = [&source](const SmCase& c) {
+    std::vector<uint8_t> out(c.dw * c.bytes * c.dh);
+    auto scratch = Scratch(c.sw, c.sh, c.dw, c.dh, c.bytes, c.mode);
+    EXPECT_EQ(ResizePlane(source.data(), source.stride, c.sw, c.sh, out.data(), c.dw * c.bytes,
+                          c.dw, c.dh, c.bytes, c.mode, scratch.data(), scratch.size(), 0, c.dh),
+              ResizeOk);
+    return out;
+  };
+  // Each expected result from filters computed afresh: geometries of no
+  // case, run before it, leave nothing of the others kept.
+  std::vector<std::vector<uint8_t>> expected;
+  for (const SmCase& c : cases) {
+    for (size_t other = 0; other < 16; ++other) {
+      run({71 + other, 41 + other, 5, 5, 1, ResizeLinear});
+    }
+    expected.push_back(run(c));
+  }
+  std::vector<std::thread> threads;
+  std::vector<int> mismatches(4, 0);
+  for (size_t t = 0; t < mismatches.size(); ++t) {
+    threads.emplace_back([&, t] {
+      for (size_t round = 0; round < 3 * cases.size(); ++round) {
+        const size_t i = (round * (t + 1) + t) % cases.size();
+        mismatches[t] += run(cases[i]) != expected[i];
+      }
+    });
+  }
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+  EXPECT_EQ(mismatches, std::vector<int>(mismatches.size(), 0));
 }
