@@ -191,6 +191,15 @@ HWY_INLINE void StorePixels(const SmToRgbVectors& k, const SmChromaTerms& even,
   const V8 q2 = hn::BitCast(d, hn::InterleaveLower(d32, evenHigh, oddHigh));
   const V8 q3 = hn::BitCast(d, hn::InterleaveUpper(d32, evenHigh, oddHigh));
   constexpr size_t Blocks = hn::MaxLanes(D8()) / 16;
+  if constexpr (PixelBytes == 4 && Blocks == 2) {
+    // Whole vectors of eight pixels: one block swap each instead of
+    // extracting the upper blocks one by one.
+    hn::StoreU(hn::ConcatLowerLower(d, q1, q0), d, out);
+    hn::StoreU(hn::ConcatLowerLower(d, q3, q2), d, out + 32);
+    hn::StoreU(hn::ConcatUpperUpper(d, q1, q0), d, out + 64);
+    hn::StoreU(hn::ConcatUpperUpper(d, q3, q2), d, out + 96);
+    return;
+  }
   for (size_t block = 0; block < Blocks; ++block) {
     uint8_t* at = out + PixelBytes * 16 * block;
     StoreBlock<PixelBytes>(GetBlock(d, q0, block), at, false);

@@ -1,5 +1,6 @@
-// Vector transposition in 8 x 8 pixel blocks, one byte plane of the pixel at
-// a time; the borders that do not fill a block take the plain loop.
+// Vector transposition: single bytes eight rows at a time, four-byte pixels
+// as 32-bit lanes, three-byte pixels in 8 x 8 blocks one byte plane at a
+// time; the borders that do not fill a block take the plain loop.
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "Codecs/Primitives/PlaneTranspose.cc"
 #include <hwy/cache_control.h>
@@ -54,84 +55,66 @@ HWY_INLINE void Transpose8x8(V8 (&r)[8]) {
 
 using D128 = hn::Full128<uint8_t>;
 
-// Transposes sixteen rows of sixteen bytes in every 128-bit block of the
-// vectors by interleaving at 8, 16, 32 and 64 bits; after stage n each vector
-// holds 2^n rows of some columns. The interleaves work block by block, so a
-// 256-bit vector transposes two 16 x 16 blocks side by side.
-template <class D> HWY_INLINE void Transpose16x16(D d, hn::Vec<D> (&r)[16]) {
-  const hn::Repartition<uint16_t, D> d16;
-  const hn::Repartition<uint32_t, D> d32;
-  const hn::Repartition<uint64_t, D> d64;
-  hn::Vec<D> pairs[16]; // [2k + h]: rows 2k, 2k + 1 of columns 8h .. 8h + 7
-  for (size_t k = 0; k < 8; ++k) {
-    pairs[2 * k] = hn::InterleaveLower(d, r[2 * k], r[2 * k + 1]);
-    pairs[2 * k + 1] = hn::InterleaveUpper(d, r[2 * k], r[2 * k + 1]);
-  }
-  hn::Vec<decltype(d16)> quads[4][4]; // [g][q]: rows 4g .. 4g + 3 of columns 4q .. 4q + 3
-  for (size_t g = 0; g < 4; ++g) {
-    for (size_t h = 0; h < 2; ++h) {
-      const auto a = hn::BitCast(d16, pairs[4 * g + h]);
-      const auto b = hn::BitCast(d16, pairs[4 * g + 2 + h]);
-      quads[g][2 * h] = hn::InterleaveLower(d16, a, b);
-      quads[g][2 * h + 1] = hn::InterleaveUpper(d16, a, b);
-    }
-  }
-  hn::Vec<decltype(d32)> octets[2][8]; // [p][c]: rows 8p .. 8p + 7 of columns 2c, 2c + 1
-  for (size_t p = 0; p < 2; ++p) {
-    for (size_t q = 0; q < 4; ++q) {
-      const auto a = hn::BitCast(d32, quads[2 * p][q]);
-      const auto b = hn::BitCast(d32, quads[2 * p + 1][q]);
-      octets[p][2 * q] = hn::InterleaveLower(d32, a, b);
-      octets[p][2 * q + 1] = hn::InterleaveUpper(d32, a, b);
-    }
-  }
-  for (size_t c = 0; c < 8; ++c) {
-    const auto a = hn::BitCast(d64, octets[0][c]);
-    const auto b = hn::BitCast(d64, octets[1][c]);
-    r[2 * c] = hn::BitCast(d, hn::InterleaveLower(d64, a, b));
-    r[2 * c + 1] = hn::BitCast(d, hn::InterleaveUpper(d64, a, b));
-  }
-}
-
-// Sixteen source rows by Lanes(d) columns: each 128-bit block of a result
-// vector is a destination row.
+// Eight source rows by Lanes(d) columns, by interleaving at 8, 16 and 32
+// bits; each 64-bit half of a result is one destination row of eight bytes.
+// Fewer vectors are live than in a 16 x 16 transpose, so none are spilled
+// to the stack, and the stores of eight bytes cost less than the shuffles
+// saved.
 template <class D>
-HWY_INLINE void TransposeByteBlock(D d, const uint8_t* src, size_t srcStride, uint8_t* dst,
+HWY_INLINE void TransposeEightRows(D d, const uint8_t* src, size_t srcStride, uint8_t* dst,
                                    size_t dstStride, size_t width, size_t height, size_t sr,
                                    size_t sc, bool flipColumns, bool flipRows) {
-  hn::Vec<D> r[16];
-  for (size_t j = 0; j < 16; ++j) {
-    const size_t row = flipColumns ? sr + 15 - j : sr + j;
+  const hn::Repartition<uint16_t, D> d16;
+  const hn::Repartition<uint32_t, D> d32;
+  hn::Vec<D> r[8];
+  for (size_t j = 0; j < 8; ++j) {
+    const size_t row = flipColumns ? sr + 7 - j : sr + j;
     r[j] = hn::LoadU(d, src + row * srcStride + sc);
-    // Sixteen rows are read side by side, more streams than the hardware
-    // prefetcher follows; asking for the bytes a few blocks ahead keeps the
-    // loads from waiting on memory.
     hwy::Prefetch(src + row * srcStride + sc + 256);
   }
-  Transpose16x16(d, r);
-  const size_t x = flipColumns ? height - 16 - sr : sr;
+  // columns[c / 2]: columns c and c + 1 of every block, eight rows each.
+  hn::Vec<D> columns[8];
+  for (size_t h = 0; h < 2; ++h) {
+    const auto pair = [&](size_t k) {
+      return hn::BitCast(d16, h == 0 ? hn::InterleaveLower(d, r[2 * k], r[2 * k + 1])
+                                     : hn::InterleaveUpper(d, r[2 * k], r[2 * k + 1]));
+    };
+    const auto p0 = pair(0), p1 = pair(1), p2 = pair(2), p3 = pair(3);
+    const auto top0 = hn::BitCast(d32, hn::InterleaveLower(d16, p0, p1));
+    const auto top1 = hn::BitCast(d32, hn::InterleaveUpper(d16, p0, p1));
+    const auto bottom0 = hn::BitCast(d32, hn::InterleaveLower(d16, p2, p3));
+    const auto bottom1 = hn::BitCast(d32, hn::InterleaveUpper(d16, p2, p3));
+    columns[4 * h + 0] = hn::BitCast(d, hn::InterleaveLower(d32, top0, bottom0));
+    columns[4 * h + 1] = hn::BitCast(d, hn::InterleaveUpper(d32, top0, bottom0));
+    columns[4 * h + 2] = hn::BitCast(d, hn::InterleaveLower(d32, top1, bottom1));
+    columns[4 * h + 3] = hn::BitCast(d, hn::InterleaveUpper(d32, top1, bottom1));
+  }
+  const size_t x = flipColumns ? height - 8 - sr : sr;
   const D128 d128;
-  for (size_t k = 0; k < 16; ++k) {
+  const hn::Full64<uint8_t> d64;
+  const auto store = [&](hn::Vec<D128> v, size_t column) {
+    const size_t y0 = flipRows ? width - 1 - column : column;
+    const size_t y1 = flipRows ? y0 - 1 : y0 + 1;
+    hn::StoreU(hn::LowerHalf(d64, v), d64, dst + y0 * dstStride + x);
+    hn::StoreU(hn::UpperHalf(d64, v), d64, dst + y1 * dstStride + x);
+  };
+  for (size_t c = 0; c < 8; ++c) {
     if constexpr (hn::MaxLanes(D()) == 16) {
-      const size_t y = flipRows ? width - 1 - (sc + k) : sc + k;
-      hn::StoreU(r[k], d128, dst + y * dstStride + x);
+      store(columns[c], sc + 2 * c);
     } else {
-      // Two blocks: columns sc + k and sc + 16 + k.
-      const size_t y0 = flipRows ? width - 1 - (sc + k) : sc + k;
-      const size_t y1 = flipRows ? width - 1 - (sc + 16 + k) : sc + 16 + k;
-      hn::StoreU(hn::LowerHalf(d128, r[k]), d128, dst + y0 * dstStride + x);
-      hn::StoreU(hn::UpperHalf(d128, r[k]), d128, dst + y1 * dstStride + x);
+      store(hn::LowerHalf(d128, columns[c]), sc + 2 * c);
+      store(hn::UpperHalf(d128, columns[c]), sc + 16 + 2 * c);
     }
   }
 }
 
-// Single bytes go sixteen rows at a time, 32 columns where 256-bit vectors
+// Single bytes go eight rows at a time, 32 columns where 256-bit vectors
 // exist. Tiles of 64 source rows keep the destination lines that a tile
 // writes in the cache until they are whole.
 void TransposeBytes(const uint8_t* src, size_t srcStride, uint8_t* dst, size_t dstStride,
                     size_t width, size_t height, bool flipColumns, bool flipRows) {
   constexpr size_t Tile = 64;
-  const size_t blockHeight = height - height % 16;
+  const size_t blockHeight = height - height % 8;
   const size_t blockWidth = width - width % 16;
 #if HWY_TARGET == HWY_AVX2
   const hn::Full256<uint8_t> wide;
@@ -144,14 +127,14 @@ void TransposeBytes(const uint8_t* src, size_t srcStride, uint8_t* dst, size_t d
   for (size_t tr = 0; tr < blockHeight; tr += Tile) {
     const size_t rowEnd = std::min(tr + Tile, blockHeight);
     for (size_t sc = 0; sc < wideWidth; sc += step) {
-      for (size_t sr = tr; sr < rowEnd; sr += 16) {
-        TransposeByteBlock(wide, src, srcStride, dst, dstStride, width, height, sr, sc, flipColumns,
+      for (size_t sr = tr; sr < rowEnd; sr += 8) {
+        TransposeEightRows(wide, src, srcStride, dst, dstStride, width, height, sr, sc, flipColumns,
                            flipRows);
       }
     }
     for (size_t sc = wideWidth; sc < blockWidth; sc += 16) {
-      for (size_t sr = tr; sr < rowEnd; sr += 16) {
-        TransposeByteBlock(D128(), src, srcStride, dst, dstStride, width, height, sr, sc,
+      for (size_t sr = tr; sr < rowEnd; sr += 8) {
+        TransposeEightRows(D128(), src, srcStride, dst, dstStride, width, height, sr, sc,
                            flipColumns, flipRows);
       }
     }
@@ -259,7 +242,7 @@ void TransposePlaneImpl(const uint8_t* src, size_t srcStride, uint8_t* dst, size
   blockHeight = height - height % 8;
   if (pixelBytes == 1) {
     blockWidth = width - width % 16;
-    blockHeight = height - height % 16;
+    blockHeight = height - height % 8;
     TransposeBytes(src, srcStride, dst, dstStride, width, height, flipColumns, flipRows);
   } else if (pixelBytes == 3) {
     TransposeBlocks<3>(src, srcStride, dst, dstStride, width, height, flipColumns, flipRows);
