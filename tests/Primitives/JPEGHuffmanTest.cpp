@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <random>
+#include <string>
 #include <vector>
 
 #include "Codecs/Primitives/JPEGHuffman.h"
@@ -185,6 +186,52 @@ TEST(JPEGHuffman, SequentialBlocksRoundTripThroughBothPaths) {
       EXPECT_EQ(state.marker, 0xD9);
       EXPECT_FALSE(HuffmanReadPastEnd(state));
     }
+    // Runs of MCUs of three blocks, in pieces as a reserve cuts them, with
+    // and without AC terms, on both paths.
+    for (const bool reference : {false, true}) {
+      for (const bool dcOnly : {false, true}) {
+        SCOPED_TRACE(std::string(reference ? "reference" : "lookup") + (dcOnly ? " dc" : ""));
+        SmEntropySource source{stream.data(), stream.size(), 0};
+        SmHuffmanDecodeState state;
+        int32_t lastDC = 0;
+        const size_t mcus = blocks.size() / 3;
+        std::vector<int16_t> decoded(blocks.size() * 64, 77);
+        SmHuffmanMcuBlock layout[3];
+        for (int i = 0; i < 3; ++i) {
+          layout[i] = {decoded.data() + 64 * i, 3 * 64, &lastDC, &dc.decode, &ac.decode};
+        }
+        size_t done = 0;
+        bool stopped = false;
+        while (done < mcus) {
+          // A reserve that stops the run part of the way, then none.
+          const size_t reserve = stopped ? 0 : (stream.size() - source.position) / 2;
+          bool damaged = false;
+          const size_t count =
+              reference ? NmReference::DecodeMcusSequential(source, state, layout, 3, mcus - done,
+                                                            dcOnly, reserve, damaged)
+                        : DecodeMcusSequential(source, state, layout, 3, mcus - done, dcOnly,
+                                               reserve, damaged);
+          ASSERT_FALSE(damaged);
+          ASSERT_TRUE(count > 0 || reserve > 0);
+          stopped = count == 0;
+          for (SmHuffmanMcuBlock& b : layout) {
+            b.block += count * b.step;
+          }
+          done += count;
+        }
+        for (size_t b = 0; b < mcus * 3; ++b) {
+          const std::vector<int16_t> block(decoded.begin() + 64 * b,
+                                           decoded.begin() + 64 * (b + 1));
+          if (dcOnly) {
+            ASSERT_EQ(block[0], blocks[b][0]) << b;
+            ASSERT_EQ(block[1], 77) << "AC terms untouched";
+          } else {
+            ASSERT_EQ(block, blocks[b]) << b;
+          }
+        }
+        EXPECT_EQ(state.marker, mcus * 3 == blocks.size() ? 0xD9 : 0);
+      }
+    }
     // The DC-only form consumes the same bits and finds the same DC values.
     SmEntropySource source{stream.data(), stream.size(), 0};
     SmHuffmanDecodeState state;
@@ -214,7 +261,7 @@ TEST(JPEGHuffman, LookupPathMatchesTheReferenceOnArbitraryData) {
     for (uint8_t& b : data) {
       b = random() % 7 == 0 ? 0xFF : static_cast<uint8_t>(random());
     }
-    const int process = round % 6;
+    const int process = round % 7;
     const int start = 1 + static_cast<int>(random() % 63);
     const int end = start + static_cast<int>(random() % (64 - start));
     const int low = static_cast<int>(random() % 14);
@@ -259,6 +306,19 @@ TEST(JPEGHuffman, LookupPathMatchesTheReferenceOnArbitraryData) {
           ok[path] = ref ? NmReference::DecodeBlockACRefine(s, st, table.decode, b, start, end, low)
                          : DecodeBlockACRefine(s, st, table.decode, b, start, end, low);
           break;
+        case 5: {
+          // Two blocks an MCU, each with its own tables.
+          SmHuffmanMcuBlock layout[2] = {{b, 0, &lastDC[path], &table.decode, &table.decode},
+                                         {b, 0, &lastDC[path], &table2.decode, &table.decode}};
+          bool damaged = false;
+          const size_t done =
+              ref ? NmReference::DecodeMcusSequential(s, st, layout, 2, 1, block % 2 == 0, 0,
+                                                      damaged)
+                  : DecodeMcusSequential(s, st, layout, 2, 1, block % 2 == 0, 0, damaged);
+          ok[path] = done == 1 && !damaged;
+          ASSERT_EQ(damaged, done == 0);
+          break;
+        }
         default:
           ok[path] =
               ref ? NmReference::DecodeLosslessDifference(s, st, table2.decode, differences[path])
@@ -293,7 +353,7 @@ TEST(JPEGHuffman, ReaderStopsAtMarkersAndNotesTheEnd) {
   int32_t difference = 0;
   ASSERT_TRUE(DecodeLosslessDifference(source, state, table, difference));
   EXPECT_EQ(state.marker, 0xD0);
-  EXPECT_EQ(source.position, 4u); // on the last 0xFF before the marker code
+  EXPECT_EQ(source.position, 4u);          // on the last 0xFF before the marker code
   EXPECT_FALSE(HuffmanReadPastEnd(state)); // zeros were fed, but not used
   // 110 is category 2, extra bits 11.
   EXPECT_EQ(difference, 3);

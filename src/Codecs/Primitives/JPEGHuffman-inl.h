@@ -169,8 +169,11 @@ DecodeSequentialLocal(SmEntropySource& source, SmHuffmanDecodeState& state,
       // Short code with a small value: one lookup gives both.
       const int16_t entry = ac.acLookup[PeekBits(state, kHuffmanLookupBits)];
       if (entry != 0) {
-        k += (entry >> 4) & 15;
         SkipBits(state, entry & 15);
+        if ((entry >> 4) == 0) {
+          break; // end of block
+        }
+        k += (entry >> 4) & 15;
         if constexpr (kStoreAC) {
           block[kJPEGNaturalOrder[k]] = static_cast<int16_t>(entry >> 8);
         }
@@ -196,6 +199,40 @@ DecodeSequentialLocal(SmEntropySource& source, SmHuffmanDecodeState& state,
     }
   }
   return true;
+}
+
+template <bool kLookup, bool kStoreAC>
+size_t DecodeMcus(SmEntropySource& sourceOut, SmHuffmanDecodeState& stateOut,
+                  const SmHuffmanMcuBlock* blocks, int count, size_t mcus, size_t reserve,
+                  bool& damaged) {
+  SmEntropySource source = sourceOut;
+  SmHuffmanDecodeState state = stateOut;
+  size_t done = 0;
+  for (; done < mcus; ++done) {
+    if (source.size - source.position < reserve) {
+      break;
+    }
+    for (int i = 0; i < count; ++i) {
+      const SmHuffmanMcuBlock& b = blocks[i];
+      int16_t* block = b.block + done * b.step;
+      if constexpr (kStoreAC) {
+        std::memset(block, 0, 64 * sizeof(int16_t));
+      }
+      int32_t lastDC = *b.lastDC;
+      const bool ok =
+          DecodeSequentialLocal<kLookup, kStoreAC>(source, state, *b.dc, *b.ac, block, lastDC);
+      *b.lastDC = lastDC;
+      if (!ok) {
+        damaged = true;
+        sourceOut = source;
+        stateOut = state;
+        return done;
+      }
+    }
+  }
+  sourceOut = source;
+  stateOut = state;
+  return done;
 }
 
 template <bool kLookup>

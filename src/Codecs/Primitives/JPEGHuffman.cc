@@ -62,6 +62,13 @@ bool BuildHuffmanDecodeTable(const uint8_t bits[16], const uint8_t* values,
     }
     const int run = values[i] >> 4;
     const int size = values[i] & 15;
+    if (size == 0 && (run == 0 || run == 15)) {
+      // End of block and a run of 16 zeros: value 0, which no other entry has.
+      for (int j = 0; j < (1 << shift); ++j) {
+        table.acLookup[first + j] = static_cast<int16_t>(run << 4 | lengths[i]);
+      }
+      continue;
+    }
     if (size == 0 || size > 7 || lengths[i] + size > kHuffmanLookupBits) {
       continue;
     }
@@ -108,6 +115,12 @@ bool DecodeBlockSequentialDCOnly(SmEntropySource& source, SmHuffmanDecodeState& 
                                  const SmHuffmanDecodeTable& dc, const SmHuffmanDecodeTable& ac,
                                  int16_t* block, int32_t& lastDC) {
   return DecodeSequential<true, false>(source, state, dc, ac, block, lastDC);
+}
+size_t DecodeMcusSequential(SmEntropySource& source, SmHuffmanDecodeState& state,
+                            const SmHuffmanMcuBlock* blocks, int count, size_t mcus, bool dcOnly,
+                            size_t reserve, bool& damaged) {
+  return dcOnly ? DecodeMcus<true, false>(source, state, blocks, count, mcus, reserve, damaged)
+                : DecodeMcus<true, true>(source, state, blocks, count, mcus, reserve, damaged);
 }
 bool DecodeBlockDCFirst(SmEntropySource& source, SmHuffmanDecodeState& state,
                         const SmHuffmanDecodeTable& dc, int16_t* block, int32_t& lastDC,

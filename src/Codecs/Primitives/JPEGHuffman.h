@@ -26,7 +26,8 @@ struct SmHuffmanDecodeTable {
   uint8_t values[256];
   // For AC decoding: code and extra bits together when both fit in the
   // lookup bits and the value fits in a byte: value << 8 | run << 4 |
-  // total length; 0 otherwise.
+  // total length; 0 otherwise. End of block (value and run 0) and a run of
+  // 16 zeros (value 0, run 15) are there too when their codes fit.
   int16_t acLookup[1 << kHuffmanLookupBits];
   // Lengths 1..16 as in the stream, kept for the bit-wise reference.
   uint8_t bits[16];
@@ -87,6 +88,29 @@ bool DecodeBlockSequential(SmEntropySource& source, SmHuffmanDecodeState& state,
 bool DecodeBlockSequentialDCOnly(SmEntropySource& source, SmHuffmanDecodeState& state,
                                  const SmHuffmanDecodeTable& dc, const SmHuffmanDecodeTable& ac,
                                  int16_t* block, int32_t& lastDC);
+
+// One block of an MCU, in the order of the scan: where it goes in the first
+// MCU of a run, how far the next MCU's block lies, its component's DC
+// prediction and its tables.
+struct SmHuffmanMcuBlock {
+  int16_t* block = nullptr;
+  size_t step = 0; // coefficients
+  int32_t* lastDC = nullptr;
+  const SmHuffmanDecodeTable* dc = nullptr;
+  const SmHuffmanDecodeTable* ac = nullptr;
+};
+
+// Decodes up to `mcus` sequential MCUs of `count` blocks, with the bit reader
+// held in registers from one block to the next. Each block is cleared first;
+// with `dcOnly` only the DC term is written, to block[0], and the AC codes are
+// checked and skipped. Before each MCU the source must hold `reserve` more
+// bytes, else the run stops there (0 once the source holds all the data).
+// Answers the MCUs decoded in full; `damaged` is set at a code that the tables
+// lack, with the blocks before it in place.
+size_t DecodeMcusSequential(SmEntropySource& source, SmHuffmanDecodeState& state,
+                            const SmHuffmanMcuBlock* blocks, int count, size_t mcus, bool dcOnly,
+                            size_t reserve, bool& damaged);
+
 bool DecodeBlockDCFirst(SmEntropySource& source, SmHuffmanDecodeState& state,
                         const SmHuffmanDecodeTable& dc, int16_t* block, int32_t& lastDC,
                         int successiveLow);
@@ -107,6 +131,9 @@ namespace NmReference {
 bool DecodeBlockSequential(SmEntropySource& source, SmHuffmanDecodeState& state,
                            const SmHuffmanDecodeTable& dc, const SmHuffmanDecodeTable& ac,
                            int16_t* block, int32_t& lastDC);
+size_t DecodeMcusSequential(SmEntropySource& source, SmHuffmanDecodeState& state,
+                            const SmHuffmanMcuBlock* blocks, int count, size_t mcus, bool dcOnly,
+                            size_t reserve, bool& damaged);
 bool DecodeBlockDCFirst(SmEntropySource& source, SmHuffmanDecodeState& state,
                         const SmHuffmanDecodeTable& dc, int16_t* block, int32_t& lastDC,
                         int successiveLow);

@@ -11,6 +11,12 @@ bool DecodeBlockSequential(SmEntropySource& source, SmHuffmanDecodeState& state,
                            int16_t* block, int32_t& lastDC) {
   return DecodeSequential<false, true>(source, state, dc, ac, block, lastDC);
 }
+size_t DecodeMcusSequential(SmEntropySource& source, SmHuffmanDecodeState& state,
+                            const SmHuffmanMcuBlock* blocks, int count, size_t mcus, bool dcOnly,
+                            size_t reserve, bool& damaged) {
+  return dcOnly ? DecodeMcus<false, false>(source, state, blocks, count, mcus, reserve, damaged)
+                : DecodeMcus<false, true>(source, state, blocks, count, mcus, reserve, damaged);
+}
 bool DecodeBlockDCFirst(SmEntropySource& source, SmHuffmanDecodeState& state,
                         const SmHuffmanDecodeTable& dc, int16_t* block, int32_t& lastDC,
                         int successiveLow) {

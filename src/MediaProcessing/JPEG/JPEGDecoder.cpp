@@ -26,6 +26,9 @@ namespace {
 // by byte stuffing).
 constexpr uint32_t kEntropyReserve = 8192;
 
+// T.81 B.2.3 allows ten blocks in an MCU.
+constexpr int kMaximumBlocksPerMcu = 10;
+
 size_t AlignRow(size_t bytes) {
   return (bytes + 63) & ~size_t{63};
 }
@@ -293,77 +296,78 @@ JStatus CJPEGDecoder::DecodeSequentialStreaming() {
   ResetHuffmanState(state);
   ResetPredictions();
   OpenEntropySource();
-  alignas(64) int16_t block[64];
   const uint8_t* rows[4] = {};
   size_t strides[4] = {};
   for (int c = 0; c < m_ComponentCount; ++c) {
     rows[c] = m_Components[c].GetBuffer(CJPEGColorComponent::SampleRows);
     strides[c] = AlignRow(static_cast<size_t>(m_BlocksX[c]) * out);
   }
+  // The blocks of the first MCU of a row, in the order of the scan; those of
+  // the next MCUs follow at a fixed step.
+  SmHuffmanMcuBlock layout[kMaximumBlocksPerMcu];
+  int blocksPerMcu = 0;
+  for (int i = 0; i < m_Scan.count; ++i) {
+    const int c = m_Scan.components[i];
+    CJPEGColorComponent& component = m_Components[c];
+    auto* coefficients =
+        reinterpret_cast<int16_t*>(component.GetBuffer(CJPEGColorComponent::Coefficients));
+    for (int v = 0; v < component.vSampling; ++v) {
+      for (int h = 0; h < component.hSampling; ++h) {
+        if (blocksPerMcu == kMaximumBlocksPerMcu) {
+          return JStatusFailed;
+        }
+        SmHuffmanMcuBlock& b = layout[blocksPerMcu++];
+        b.block = coefficients + (static_cast<size_t>(v) * m_BlocksX[c] + h) * 64;
+        b.step = static_cast<size_t>(component.hSampling) * 64;
+        b.lastDC = &component.lastDC;
+        b.dc = m_DCTables[component.dcSelector].GetTable();
+        b.ac = m_ACTables[component.acSelector].GetTable();
+      }
+    }
+  }
+  const bool dcOnly = scale == 3;
   uint32_t mcuIndex = 0;
   bool stop = false;
   for (int mcuY = 0; mcuY < m_McusY && !stop; ++mcuY) {
-    for (int mcuX = 0; mcuX < m_McusX && !stop; ++mcuX, ++mcuIndex) {
+    SmHuffmanMcuBlock run[kMaximumBlocksPerMcu];
+    std::copy(layout, layout + blocksPerMcu, run);
+    size_t mcuX = 0;
+    while (mcuX < static_cast<size_t>(m_McusX) && !stop) {
       if (m_RestartInterval != 0 && mcuIndex != 0 && mcuIndex % m_RestartInterval == 0 &&
           !ProcessRestart()) {
         stop = true;
         break;
       }
-      EnsureEntropyBytes();
-      for (int i = 0; i < m_Scan.count && !stop; ++i) {
-        const int c = m_Scan.components[i];
-        CJPEGColorComponent& component = m_Components[c];
-        const SmHuffmanDecodeTable& dc = *m_DCTables[component.dcSelector].GetTable();
-        const SmHuffmanDecodeTable& ac = *m_ACTables[component.acSelector].GetTable();
-        if (scale == 3) {
-          // At 1/8 only the DC term matters: no block to clear, no transform
-          // to call.
-          const int16_t quant = m_Dequant[component.quantSelector][0];
-          uint8_t* base = component.GetBuffer(CJPEGColorComponent::SampleRows);
-          for (int v = 0; v < component.vSampling && !stop; ++v) {
-            for (int h = 0; h < component.hSampling; ++h) {
-              if (!DecodeBlockSequentialDCOnly(m_Source, state, dc, ac, block, component.lastDC)) {
-                stop = true;
-                break;
-              }
-              const int32_t level = (static_cast<int32_t>(block[0]) * quant + 4 + 8 * 128) >> 3;
-              base[v * strides[c] + static_cast<size_t>(mcuX * component.hSampling + h)] =
-                  static_cast<uint8_t>(level < 0     ? 0
-                                       : level > 255 ? 255
-                                                     : level);
-            }
-          }
-          continue;
-        }
-        auto* coefficients =
-            reinterpret_cast<int16_t*>(component.GetBuffer(CJPEGColorComponent::Coefficients));
-        for (int v = 0; v < component.vSampling && !stop; ++v) {
-          int16_t* target = coefficients + (static_cast<size_t>(v) * m_BlocksX[c] +
-                                            static_cast<size_t>(mcuX) * component.hSampling) *
-                                               64;
-          for (int h = 0; h < component.hSampling; ++h, target += 64) {
-            std::memset(target, 0, 64 * sizeof(int16_t));
-            if (!DecodeBlockSequential(m_Source, state, dc, ac, target, component.lastDC)) {
-              stop = true; // damaged data: keep what came before
-              break;
-            }
-          }
-        }
+      size_t count = static_cast<size_t>(m_McusX) - mcuX;
+      if (m_RestartInterval != 0) {
+        count = std::min<size_t>(count, m_RestartInterval - mcuIndex % m_RestartInterval);
       }
+      EnsureEntropyBytes();
+      // Short of the reserve after a refill means the data ends within reach:
+      // then the run goes to its end.
+      const size_t reserve =
+          m_Source.size - m_Source.position < kEntropyReserve ? 0 : kEntropyReserve;
+      bool damaged = false;
+      const size_t done =
+          DecodeMcusSequential(m_Source, state, run, blocksPerMcu, count, dcOnly, reserve, damaged);
+      for (int i = 0; i < blocksPerMcu; ++i) {
+        run[i].block += done * run[i].step;
+      }
+      mcuX += done;
+      mcuIndex += static_cast<uint32_t>(done);
+      stop = damaged; // damaged data: keep what came before
     }
     // The row goes out even when damage cut it short: its start is good.
     const uint32_t rowsPerMcu = static_cast<uint32_t>(m_McuHeight >> scale);
-    if (scale != 3) {
-      for (int c = 0; c < m_ComponentCount; ++c) {
-        const auto* coefficients = reinterpret_cast<const int16_t*>(
-            m_Components[c].GetBuffer(CJPEGColorComponent::Coefficients));
-        for (int v = 0; v < m_Components[c].vSampling; ++v) {
-          OutputBlockRow(c, coefficients + static_cast<size_t>(v) * m_BlocksX[c] * 64,
-                         mcuY * m_Components[c].vSampling + v, v);
-        }
+    for (int c = 0; c < m_ComponentCount; ++c) {
+      const auto* coefficients = reinterpret_cast<const int16_t*>(
+          m_Components[c].GetBuffer(CJPEGColorComponent::Coefficients));
+      for (int v = 0; v < m_Components[c].vSampling; ++v) {
+        OutputBlockRow(c, coefficients + static_cast<size_t>(v) * m_BlocksX[c] * 64,
+                       mcuY * m_Components[c].vSampling + v, v);
       }
     }
-    if (m_Destination.packed || scale == 3) {
+    if (m_Destination.packed) {
       EmitRows(rows, strides, static_cast<uint32_t>(mcuY) * rowsPerMcu, rowsPerMcu);
     }
     if (HuffmanReadPastEnd(state)) {
