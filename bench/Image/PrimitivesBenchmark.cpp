@@ -59,10 +59,16 @@ std::vector<uint8_t> ResizeScratch(NmPrimitives::SmResizeMode mode) {
       NmPrimitives::GetResizeScratchSize(Width, Height, SmallWidth, SmallHeight, 1, mode));
 }
 
-// A scaler of libswscale for the grey plane, made once.
+// Scalers of libswscale for the grey plane and for four-byte pixels, made once.
 SwsContext* LanczosScaler() {
   static SwsContext* const context =
       sws_getContext(Width, Height, AV_PIX_FMT_GRAY8, SmallWidth, SmallHeight, AV_PIX_FMT_GRAY8,
+                     SWS_LANCZOS, nullptr, nullptr, nullptr);
+  return context;
+}
+SwsContext* LanczosScaler4() {
+  static SwsContext* const context =
+      sws_getContext(Width, Height, AV_PIX_FMT_BGRA, SmallWidth, SmallHeight, AV_PIX_FMT_BGRA,
                      SWS_LANCZOS, nullptr, nullptr, nullptr);
   return context;
 }
@@ -174,8 +180,8 @@ void RegisterAll() {
 
   // 4:2:0 video range to packed RGB, in libyuv's byte orders: its "RGB24" is
   // B, G, R in memory and its "ARGB" is B, G, R, A.
-  const P::SmYCbCrSource yuv{gray.data(), Width, chromaU.data(), Width / 2, chromaV.data(),
-                             Width / 2};
+  const P::SmYCbCrSource yuv{gray.data(), Width,          chromaU.data(),
+                             Width / 2,   chromaV.data(), Width / 2};
   Register("I420ToRGB24", "ours", [yuv] {
     P::YCbCrToRgb(yuv, P::Chroma420, rgb2.data(), 3 * Width, {3, true}, Width, Height,
                   P::YCbCrVideoRange);
@@ -200,8 +206,8 @@ void RegisterAll() {
     libyuv::I420ToARGB(gray.data(), Width, chromaU.data(), Width / 2, chromaV.data(), Width / 2,
                        argb2.data(), 4 * Width, Width, Height);
   });
-  const P::SmYCbCrDestination planes{gray2.data(), Width, chromaU2.data(), Width / 2,
-                                     chromaV2.data(), Width / 2};
+  const P::SmYCbCrDestination planes{gray2.data(), Width,           chromaU2.data(),
+                                     Width / 2,    chromaV2.data(), Width / 2};
   Register("RGB24ToI420", "ours", [planes] {
     P::RgbToYCbCr(rgb.data(), 3 * Width, {3, true}, planes, P::Chroma420, Width, Height,
                   P::YCbCrVideoRange);
@@ -237,8 +243,8 @@ void RegisterAll() {
     if (mode != P::ResizeLanczos) {
       const libyuv::FilterMode peer = r.peer;
       Register(r.name, "libyuv", [peer] {
-        libyuv::ScalePlane(gray.data(), Width, Width, Height, gray2.data(), SmallWidth,
-                           SmallWidth, SmallHeight, peer);
+        libyuv::ScalePlane(gray.data(), Width, Width, Height, gray2.data(), SmallWidth, SmallWidth,
+                           SmallHeight, peer);
       });
     }
   }
@@ -248,6 +254,29 @@ void RegisterAll() {
     uint8_t* const to[4] = {gray2.data(), nullptr, nullptr, nullptr};
     const int toStride[4] = {SmallWidth, 0, 0, 0};
     sws_scale(LanczosScaler(), from, fromStride, 0, Height, to, toStride);
+  });
+
+  // The same with four-byte pixels.
+  Register("ResizeLanczos4", "ours",
+           [scratch = std::vector<uint8_t>(P::GetResizeScratchSize(
+                Width, Height, SmallWidth, SmallHeight, 4, P::ResizeLanczos))]() mutable {
+             P::ResizePlane(argb.data(), 4 * Width, Width, Height, argb2.data(), 4 * SmallWidth,
+                            SmallWidth, SmallHeight, 4, P::ResizeLanczos, scratch.data(),
+                            scratch.size(), 0, SmallHeight);
+           });
+  Register("ResizeLanczos4", "reference",
+           [scratch = std::vector<uint8_t>(P::GetResizeScratchSize(
+                Width, Height, SmallWidth, SmallHeight, 4, P::ResizeLanczos))]() mutable {
+             R::ResizePlane(argb.data(), 4 * Width, Width, Height, argb2.data(), 4 * SmallWidth,
+                            SmallWidth, SmallHeight, 4, P::ResizeLanczos, scratch.data(),
+                            scratch.size(), 0, SmallHeight);
+           });
+  Register("ResizeLanczos4", "swscale", [] {
+    const uint8_t* const from[4] = {argb.data(), nullptr, nullptr, nullptr};
+    const int fromStride[4] = {4 * Width, 0, 0, 0};
+    uint8_t* const to[4] = {argb2.data(), nullptr, nullptr, nullptr};
+    const int toStride[4] = {4 * SmallWidth, 0, 0, 0};
+    sws_scale(LanczosScaler4(), from, fromStride, 0, Height, to, toStride);
   });
 
   Register("SetAlpha", "ours",

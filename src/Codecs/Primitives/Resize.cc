@@ -379,6 +379,70 @@ void HorizontalPassNarrow(const int16_t* HWY_RESTRICT row, const int32_t* HWY_RE
 #endif
 
 #if HWY_TARGET != HWY_SCALAR
+// Three- and four-byte pixels: per output pixel all its channels at once.
+// Pair j of a pixel's weights holds taps 2j and 2j + 1 as the low and high
+// halves of 32 bits.
+void PackPixelWeightPairs(const T::SmAxis& axis, size_t pixels, size_t pixelBytes, int32_t* pairs) {
+  const size_t outputs = pixels * pixelBytes;
+  const size_t count = (axis.taps + 1) / 2;
+  for (size_t x = 0; x < pixels; ++x) {
+    for (size_t j = 0; j < count; ++j) {
+      const size_t k = 2 * j;
+      const int32_t w0 = axis.weights[k * outputs + x * pixelBytes];
+      const int32_t w1 = k + 1 < axis.taps ? axis.weights[(k + 1) * outputs + x * pixelBytes] : 0;
+      pairs[x * count + j] = static_cast<int32_t>((static_cast<uint32_t>(w0) & 0xFFFFu) |
+                                                  (static_cast<uint32_t>(w1) << 16));
+    }
+  }
+}
+
+// Two neighbouring taps are eight 16-bit lanes of the row from the first
+// tap's pixel on; a byte shuffle pairs each channel of one tap with the same
+// channel of the next, and one widening multiply-add then sums both taps of
+// every channel.
+template <size_t PixelBytes>
+void HorizontalPassPixels(const int16_t* HWY_RESTRICT row, const int32_t* HWY_RESTRICT first,
+                          const int32_t* HWY_RESTRICT pairs, size_t taps, uint8_t* out,
+                          size_t pixels) {
+  const hn::Full128<int16_t> d16;
+  const hn::Full128<int32_t> d32;
+  const hn::Full128<uint8_t> d8;
+  const hn::Full32<uint8_t> d8q;
+  constexpr uint8_t Z = 0x80;
+  alignas(16) static constexpr uint8_t PairFour[16] = {0, 1, 8,  9,  2, 3, 10, 11,
+                                                       4, 5, 12, 13, 6, 7, 14, 15};
+  alignas(16) static constexpr uint8_t PairThree[16] = {0, 1, 6,  7,  2, 3, 8, 9,
+                                                        4, 5, 10, 11, Z, Z, Z, Z};
+  const auto shuffle = hn::Load(d8, PixelBytes == 4 ? PairFour : PairThree);
+  const auto rounding = hn::Set(d32, 1 << (FinalShift - 1));
+  const size_t count = (taps + 1) / 2;
+  for (size_t x = 0; x < pixels; ++x) {
+    const int16_t* at = row + first[x * PixelBytes];
+    const int32_t* w = pairs + x * count;
+    auto sum0 = hn::Zero(d32), sum1 = hn::Zero(d32);
+    for (size_t j = 0; j < count; ++j) {
+      const auto lanes = hn::LoadU(d16, at + 2 * j * PixelBytes);
+      const auto paired =
+          hn::BitCast(d16, hn::TableLookupBytesOr0(hn::BitCast(d8, lanes), shuffle));
+      sum0 = hn::ReorderWidenMulAccumulate(d32, paired, hn::BitCast(d16, hn::Set(d32, w[j])), sum0,
+                                           sum1);
+    }
+    const auto sum = hn::Add(hn::RearrangeToOddPlusEven(sum0, sum1), rounding);
+    const auto bytes = hn::DemoteTo(d8q, hn::ShiftRight<FinalShift>(sum));
+    if (PixelBytes == 4 || x + 1 < pixels) {
+      // A three-byte pixel's spare fourth byte lands on the next pixel's first.
+      hn::StoreU(bytes, d8q, out + x * PixelBytes);
+    } else {
+      alignas(16) uint8_t last[4];
+      hn::Store(bytes, d8q, last);
+      std::copy(last, last + PixelBytes, out + x * PixelBytes);
+    }
+  }
+}
+
+#endif
+
+#if HWY_TARGET != HWY_SCALAR
 // A copy by index in blocks of 16 output bytes: each block's sources lie
 // within a few 16-byte chunks of the source row, and a byte shuffle per chunk
 // picks them out. Plan: per block the chunks' start in the row (negative for
@@ -518,19 +582,33 @@ int32_t ResizePlaneImpl(const uint8_t* src, size_t srcStride, size_t srcWidth, s
     return ResizeOk;
   }
 #if HWY_TARGET != HWY_SCALAR
-  if (pixelBytes == 1 && std::max(layout.vertical.taps, layout.horizontal.taps) > 2 &&
+  if (std::max(layout.vertical.taps, layout.horizontal.taps) > 2 &&
       FitsSixteenBits(layout.vertical, dstHeight)) {
     // The intermediate row takes the row buffer's space as 16-bit values;
     // the last output's padded taps may read a vector's length past it.
     int16_t* row = reinterpret_cast<int16_t*>(layout.row);
-    std::fill(row + rowBytes, row + rowBytes + 8, int16_t{0});
-    PackHorizontalWeights(layout.horizontal, outputBytes, layout.packed);
+    std::fill(row + rowBytes, row + rowBytes + 16, int16_t{0});
+    int32_t* pairs = reinterpret_cast<int32_t*>(layout.packed);
+    if (pixelBytes == 1) {
+      PackHorizontalWeights(layout.horizontal, outputBytes, layout.packed);
+    } else {
+      PackPixelWeightPairs(layout.horizontal, dstWidth, pixelBytes, pairs);
+    }
     for (size_t y = firstRow; y < endRow; ++y) {
       const uint8_t* top = src + static_cast<size_t>(layout.vertical.first[y]) * srcStride;
+      uint8_t* out = dst + (y - firstRow) * dstStride;
       VerticalPassNarrow(top, srcStride, layout.vertical.weights + y * layout.vertical.taps,
                          layout.vertical.taps, row, rowBytes);
-      HorizontalPassNarrow(row, layout.horizontal.first, layout.packed, layout.horizontal.taps,
-                           dst + (y - firstRow) * dstStride, outputBytes);
+      if (pixelBytes == 1) {
+        HorizontalPassNarrow(row, layout.horizontal.first, layout.packed, layout.horizontal.taps,
+                             out, outputBytes);
+      } else if (pixelBytes == 3) {
+        HorizontalPassPixels<3>(row, layout.horizontal.first, pairs, layout.horizontal.taps, out,
+                                dstWidth);
+      } else {
+        HorizontalPassPixels<4>(row, layout.horizontal.first, pairs, layout.horizontal.taps, out,
+                                dstWidth);
+      }
     }
     return ResizeOk;
   }
