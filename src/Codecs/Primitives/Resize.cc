@@ -257,22 +257,46 @@ void VerticalPassNarrow(const uint8_t* top, size_t srcStride, const int32_t* wei
   const size_t n = hn::Lanes(d16);
   const size_t half = hn::Lanes(d32);
   const auto rounding = hn::Set(d32, 1 << (MiddleShift - 1));
+  // The pairs of rows with any weight, listed once for the whole row: a lone
+  // last tap is paired with itself at weight 0.
+  struct SmRowPair {
+    const uint8_t* upper;
+    const uint8_t* lower;
+    int32_t weights;
+  };
+  constexpr size_t MostPairs = 64;
+  SmRowPair pairs[MostPairs];
+  size_t count = 0;
+  for (size_t k = 0; k < taps && count < MostPairs; k += 2) {
+    const int32_t w0 = weights[k];
+    const int32_t w1 = k + 1 < taps ? weights[k + 1] : 0;
+    if (w0 != 0 || w1 != 0) {
+      const uint8_t* upper = top + k * srcStride;
+      pairs[count++] = {upper, k + 1 < taps ? upper + srcStride : upper,
+                        static_cast<int32_t>((static_cast<uint32_t>(w0) & 0xFFFFu) |
+                                             (static_cast<uint32_t>(w1) << 16))};
+    }
+  }
+  // Filters of very many taps, as shrinking to a few rows gives, do not fit
+  // the list and form each pair as they go.
+  const bool listed = (taps + 1) / 2 <= MostPairs;
   size_t b = 0;
   for (; b + n <= rowBytes; b += n) {
     auto lower0 = rounding, lower1 = hn::Zero(d32);
     auto upper0 = rounding, upper1 = hn::Zero(d32);
-    for (size_t k = 0; k < taps; k += 2) {
-      const int32_t w0 = weights[k];
-      const int32_t w1 = k + 1 < taps ? weights[k + 1] : 0;
-      if (w0 == 0 && w1 == 0) {
-        continue;
+    for (size_t p = 0, k = 0; listed ? p < count : k < taps; ++p, k += 2) {
+      SmRowPair computed;
+      if (!listed) {
+        const uint8_t* upper = top + k * srcStride;
+        computed = {
+            upper, k + 1 < taps ? upper + srcStride : upper,
+            static_cast<int32_t>((static_cast<uint32_t>(weights[k]) & 0xFFFFu) |
+                                 (static_cast<uint32_t>(k + 1 < taps ? weights[k + 1] : 0) << 16))};
       }
-      const uint8_t* at = top + k * srcStride + b;
-      const auto a = hn::LoadU(d8, at);
-      const auto c = k + 1 < taps ? hn::LoadU(d8, at + srcStride) : a;
-      const auto pair =
-          hn::BitCast(d16, hn::Set(d32, static_cast<int32_t>((static_cast<uint32_t>(w0) & 0xFFFFu) |
-                                                             (static_cast<uint32_t>(w1) << 16))));
+      const SmRowPair& at = listed ? pairs[p] : computed;
+      const auto a = hn::LoadU(d8, at.upper + b);
+      const auto c = hn::LoadU(d8, at.lower + b);
+      const auto pair = hn::BitCast(d16, hn::Set(d32, at.weights));
       const auto lo = hn::BitCast(d16, hn::PromoteTo(du16, hn::InterleaveLower(d8, a, c)));
       const auto hi = hn::BitCast(d16, hn::PromoteTo(du16, hn::InterleaveUpper(d8, a, c)));
       lower0 = hn::ReorderWidenMulAccumulate(d32, lo, pair, lower0, lower1);
