@@ -133,6 +133,36 @@ void RegisterAll() {
   Register("forwardDCT", "vzk", dct(false));
   Register("forwardDCT", "reference", dct(true));
 
+  // What the encoder runs: transform and quantisation in one, fixed point.
+  auto dctQuantize = [](bool reference) {
+    return [reference](benchmark::State& state) {
+      const auto plane = Picture().image.Allocator().GetPlane(0);
+      uint16_t table[64];
+      for (int i = 0; i < 64; ++i) {
+        table[i] = static_cast<uint16_t>(
+            std::clamp((NmJPEGStandardTables::LuminanceQuant[i] * 50 + 50) / 100, 1, 255));
+      }
+      float reciprocals[64];
+      NmPrimitives::MakeQuantReciprocals(table, reciprocals);
+      std::vector<int16_t> quantized(BlocksPerRow * 64);
+      for (auto _ : state) {
+        for (int row = 0; row + 8 <= Height; row += 8) {
+          const uint8_t* samples = plane.data + row * plane.rowStride;
+          if (reference) {
+            NmPrimitives::NmReference::ForwardDCTQuantizeBlocks(
+                samples, plane.rowStride, BlocksPerRow, reciprocals, quantized.data());
+          } else {
+            NmPrimitives::ForwardDCTQuantizeBlocks(samples, plane.rowStride, BlocksPerRow,
+                                                   reciprocals, quantized.data());
+          }
+          benchmark::DoNotOptimize(quantized.data());
+        }
+      }
+    };
+  };
+  Register("forwardDCTQuantize", "vzk", dctQuantize(false));
+  Register("forwardDCTQuantize", "reference", dctQuantize(true));
+
   auto huffman = [](bool reference) {
     return [reference](benchmark::State& state) {
       // Quantised luma of the picture, coded with the example tables.

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <vector>
 
@@ -89,18 +90,36 @@ TEST(JPEGQuantize, EveryTargetMatchesTheReferenceExactly) {
   });
 }
 
-TEST(JPEGForwardDCTQuantize, SameNumbersAsTheTwoKernelsApart) {
+TEST(JPEGForwardDCTQuantize, AgreesWithTheTwoKernelsApartToOneStep) {
   uint16_t table[64];
   for (int i = 0; i < 64; ++i) {
     table[i] = static_cast<uint16_t>(1 + (i * 7) % 40);
   }
-  float reciprocals[64];
-  MakeQuantReciprocals(table, reciprocals);
+  uint16_t ones[64];
+  std::fill(ones, ones + 64, uint16_t{1});
   ForEachTarget([&] {
     std::mt19937 random(21);
-    for (int round = 0; round < 30; ++round) {
+    long differing = 0;
+    long total = 0;
+    for (int round = 0; round < 60; ++round) {
+      // Every other round step 1 everywhere and the extremes of the sample
+      // range: the largest coefficients there are, which must not overflow.
+      const bool extreme = round % 2 == 1;
+      float reciprocals[64];
+      MakeQuantReciprocals(extreme ? ones : table, reciprocals);
       const size_t blocks = 1 + random() % 12;
-      const SmTestPlane samples(random, blocks * 8, 8);
+      SmTestPlane samples(random, blocks * 8, 8);
+      if (extreme) {
+        const int pattern = round / 2 % 3;
+        for (size_t y = 0; y < 8; ++y) {
+          for (size_t x = 0; x < blocks * 8; ++x) {
+            const bool high = pattern == 0   ? random() % 2 != 0
+                              : pattern == 1 ? (x + y) % 2 != 0
+                                             : (x % 8 < 4) != (y < 4) || x / 8 % 2 == 1;
+            samples.bytes[y * samples.stride + x] = high ? 255 : 0;
+          }
+        }
+      }
       std::vector<float> coefficients(blocks * 64);
       std::vector<int16_t> apart(blocks * 64);
       std::vector<int16_t> fused(blocks * 64 + 1, 77);
@@ -112,12 +131,18 @@ TEST(JPEGForwardDCTQuantize, SameNumbersAsTheTwoKernelsApart) {
                                             reference.data());
       EXPECT_EQ(fused.back(), 77) << "wrote past the last block";
       fused.pop_back();
-      ASSERT_EQ(fused, apart);
-      // Against the plain forms only rounding can differ, by one step.
+      // Fixed point and float differ only where a value lies near half a
+      // step: by one step, and seldom.
       for (size_t i = 0; i < fused.size(); ++i) {
+        ASSERT_LE(std::abs(fused[i] - apart[i]), 1) << i;
         ASSERT_LE(std::abs(fused[i] - reference[i]), 1) << i;
+        differing += fused[i] != reference[i];
+        ++total;
       }
     }
+    // Half the rounds quantise with step 1, where every rounding error of
+    // the fixed point shows; a few in a hundred differ there.
+    EXPECT_LT(differing * 100, total * 3);
   });
 }
 

@@ -1,14 +1,17 @@
-// Vector forms, compiled once per Highway target. Where a vector holds a
-// whole row of 8 floats, the DCT runs on the rows of a block as vectors: the
-// column pass is a butterfly across them, a transposition turns the block,
-// the row pass is the same butterfly, and a second transposition restores the
-// order. Narrower targets use the matrix form, whose passes are sums of
-// vectors scaled by broadcast scalars and need no transposition.
+// Vector forms, compiled once per Highway target. The encoder's fused
+// transform and quantisation works in 16-bit fixed point on groups of blocks.
+// The float transform: where a vector holds a whole row of 8 floats, the DCT
+// runs on the rows of a block as vectors: the column pass is a butterfly
+// across them, a transposition turns the block, the row pass is the same
+// butterfly, and a second transposition restores the order. Narrower targets
+// use the matrix form, whose passes are sums of vectors scaled by broadcast
+// scalars and need no transposition.
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "Codecs/Primitives/JPEGForwardDCT.cc"
 #include <hwy/foreach_target.h> // IWYU pragma: keep
 #include <hwy/highway.h>
 
+#include "Codecs/Primitives/JPEGDCT-inl.h"
 #include "Codecs/Primitives/JPEGForwardDCT.h"
 
 HWY_BEFORE_NAMESPACE();
@@ -147,34 +150,140 @@ void ForwardDCT8x8BlocksEight(const uint8_t* samples, size_t stride, size_t bloc
     }
   }
 }
-void ForwardDCTQuantizeBlocksEight(const uint8_t* samples, size_t stride, size_t blocks,
-                                   const float reciprocals[64], int16_t* quantized) {
-  const D8 df;
-  const hn::Rebind<int32_t, D8> di;
-  const hn::Rebind<uint8_t, D8> du8;
-  const hn::Rebind<int16_t, D8> d16;
-  const V8 shift = hn::Set(df, 128.0f);
-  const V8 low = hn::Set(df, -32768.0f);
-  const V8 high = hn::Set(df, 32767.0f);
-  for (size_t b = 0; b < blocks; ++b) {
-    V8 rows[8];
-    HWY_UNROLL(8)
-    for (int y = 0; y < 8; ++y) {
-      const auto wide = hn::PromoteTo(di, hn::LoadU(du8, samples + y * stride + b * 8));
-      rows[y] = hn::Sub(hn::ConvertTo(df, wide), shift);
+#endif
+
+#if HWY_TARGET != HWY_SCALAR
+// Transform and quantisation in 16-bit fixed point, one block per 128 bits:
+// the inverse transform's scheme run backwards. Sums and differences of
+// mirrored inputs split each 1-D transform into an even and an odd half, and
+// pairwise multiply-adds give every output from pairs of those. The first
+// pass keeps 2 fraction bits in 16 bits; the second leaves 32-bit results of
+// 2^18 times the coefficient, which quantisation scales in float, where
+// rounding to nearest is one instruction.
+namespace NmFixed {
+using namespace NmDCT;
+constexpr int kMiddleBits = 2;
+constexpr int kFirstShift = kConstantBits - kMiddleBits;
+constexpr int kResultBits = kConstantBits + kMiddleBits + 3;
+
+// The 1-D transform across x[0..7], lane by lane, as 32-bit halves: lower[u]
+// holds lanes 0..3 of each block, upper[u] lanes 4..7.
+template <class D16, class D32>
+HWY_INLINE void Transform(D16 d16, D32 d32, const hn::Vec<D16>* x, hn::Vec<D32>* lower,
+                          hn::Vec<D32>* upper) {
+  const auto s07 = hn::Add(x[0], x[7]);
+  const auto s16 = hn::Add(x[1], x[6]);
+  const auto s25 = hn::Add(x[2], x[5]);
+  const auto s34 = hn::Add(x[3], x[4]);
+  const auto d07 = hn::Sub(x[0], x[7]);
+  const auto d16v = hn::Sub(x[1], x[6]);
+  const auto d25 = hn::Sub(x[2], x[5]);
+  const auto d34 = hn::Sub(x[3], x[4]);
+  const auto a03 = hn::Add(s07, s34);
+  const auto a12 = hn::Add(s16, s25);
+  const auto e03 = hn::Sub(s07, s34);
+  const auto e12 = hn::Sub(s16, s25);
+  auto half = [&](hn::Vec<D16> pa, hn::Vec<D16> pe, hn::Vec<D16> p01, hn::Vec<D16> p23,
+                  hn::Vec<D32>* out) HWY_ATTR {
+    out[0] = MulPairs(d32, pa, PairConstant(d16, kK4, kK4));
+    out[4] = MulPairs(d32, pa, PairConstant(d16, kK4, -kK4));
+    out[2] = MulPairs(d32, pe, PairConstant(d16, kK2, kK6));
+    out[6] = MulPairs(d32, pe, PairConstant(d16, kK6, -kK2));
+    out[1] = hn::Add(MulPairs(d32, p01, PairConstant(d16, kK1, kK3)),
+                     MulPairs(d32, p23, PairConstant(d16, kK5, kK7)));
+    out[3] = hn::Add(MulPairs(d32, p01, PairConstant(d16, kK3, -kK7)),
+                     MulPairs(d32, p23, PairConstant(d16, -kK1, -kK5)));
+    out[5] = hn::Add(MulPairs(d32, p01, PairConstant(d16, kK5, -kK1)),
+                     MulPairs(d32, p23, PairConstant(d16, kK7, kK3)));
+    out[7] = hn::Add(MulPairs(d32, p01, PairConstant(d16, kK7, -kK5)),
+                     MulPairs(d32, p23, PairConstant(d16, kK3, -kK1)));
+  };
+  half(hn::InterleaveLower(d16, a03, a12), hn::InterleaveLower(d16, e03, e12),
+       hn::InterleaveLower(d16, d07, d16v), hn::InterleaveLower(d16, d25, d34), lower);
+  half(hn::InterleaveUpper(d16, a03, a12), hn::InterleaveUpper(d16, e03, e12),
+       hn::InterleaveUpper(d16, d07, d16v), hn::InterleaveUpper(d16, d25, d34), upper);
+}
+
+template <size_t kGroup>
+HWY_INLINE void ForwardGroup(const uint8_t* HWY_RESTRICT samples, size_t stride,
+                             const float* HWY_RESTRICT scales, int16_t* HWY_RESTRICT out) {
+  const hn::FixedTag<int16_t, 8 * kGroup> d16;
+  const hn::Repartition<int32_t, decltype(d16)> d32;
+  const hn::Repartition<float, decltype(d16)> df;
+  const hn::Rebind<uint8_t, decltype(d16)> d8;
+  const size_t n32 = hn::Lanes(d32);
+  hn::Vec<decltype(d16)> x[8];
+  const auto level = hn::Set(d16, 128);
+  Repeat<8>([&](auto y) HWY_ATTR {
+    x[y] = hn::Sub(hn::BitCast(d16, hn::PromoteTo(hn::RebindToUnsigned<decltype(d16)>(),
+                                                  hn::LoadU(d8, samples + y * stride))),
+                   level);
+  });
+  hn::Vec<decltype(d32)> lower[8];
+  hn::Vec<decltype(d32)> upper[8];
+  // Down the columns, back to 16 bits with the fraction bits kept.
+  Transform(d16, d32, x, lower, upper);
+  const auto bias = hn::Set(d32, 1 << (kFirstShift - 1));
+  Repeat<8>([&](auto i) HWY_ATTR {
+    x[i] = hn::ReorderDemote2To(d16, hn::ShiftRight<kFirstShift>(hn::Add(lower[i], bias)),
+                                hn::ShiftRight<kFirstShift>(hn::Add(upper[i], bias)));
+  });
+  Transpose8x8(d16, x);
+  // Along the rows; vector u now holds coefficients (v, u) in lanes v.
+  Transform(d16, d32, x, lower, upper);
+  Repeat<8>([&](auto u) HWY_ATTR {
+    const auto low =
+        hn::NearestInt(hn::Mul(hn::ConvertTo(df, lower[u]), hn::Load(df, scales + (2 * u) * n32)));
+    const auto high = hn::NearestInt(
+        hn::Mul(hn::ConvertTo(df, upper[u]), hn::Load(df, scales + (2 * u + 1) * n32)));
+    x[u] = hn::ReorderDemote2To(d16, low, high);
+  });
+  Transpose8x8(d16, x);
+  Repeat<8>([&](auto v) HWY_ATTR {
+    if constexpr (kGroup == 1) {
+      hn::StoreU(x[v], d16, out + v * 8);
+    } else {
+      const hn::Half<decltype(d16)> dh;
+      hn::StoreU(hn::LowerHalf(dh, x[v]), dh, out + v * 8);
+      hn::StoreU(hn::UpperHalf(dh, x[v]), dh, out + 64 + v * 8);
     }
-    DCT8(rows);
-    Transpose8x8(rows);
-    DCT8(rows);
-    Transpose8x8(rows);
-    HWY_UNROLL(8)
-    for (int k = 0; k < 8; ++k) {
-      V8 v = hn::Mul(rows[k], hn::LoadU(df, reciprocals + k * 8));
-      v = hn::Min(hn::Max(v, low), high);
-      hn::StoreU(hn::DemoteTo(d16, hn::NearestInt(v)), d16, quantized + b * 64 + k * 8);
+  });
+}
+
+// The reciprocals in the order of the second pass's halves, with the 2^-18
+// of its results folded in.
+template <size_t kGroup> void MakeScales(const float reciprocals[64], float* scales) {
+  constexpr size_t kLanes = 4 * kGroup;
+  for (int u = 0; u < 8; ++u) {
+    for (int h = 0; h < 2; ++h) {
+      for (size_t g = 0; g < kGroup; ++g) {
+        for (int j = 0; j < 4; ++j) {
+          scales[(2 * u + h) * kLanes + g * 4 + j] =
+              reciprocals[(4 * h + j) * 8 + u] / static_cast<float>(1 << kResultBits);
+        }
+      }
     }
   }
 }
+
+void ForwardDCTQuantizeFixed(const uint8_t* samples, size_t stride, size_t blocks,
+                             const float reciprocals[64], int16_t* quantized) {
+  constexpr size_t kGroup = HWY_MAX_BYTES >= 32 ? 2 : 1;
+  HWY_ALIGN float scales[64 * kGroup];
+  MakeScales<kGroup>(reciprocals, scales);
+  size_t b = 0;
+  for (; b + kGroup <= blocks; b += kGroup) {
+    ForwardGroup<kGroup>(samples + 8 * b, stride, scales, quantized + 64 * b);
+  }
+  if constexpr (kGroup > 1) {
+    if (b < blocks) {
+      HWY_ALIGN float single[64];
+      MakeScales<1>(reciprocals, single);
+      ForwardGroup<1>(samples + 8 * b, stride, single, quantized + 64 * b);
+    }
+  }
+}
+} // namespace NmFixed
 #endif
 
 void QuantizeBlocksImpl(const float* coefficients, size_t blocks, const float reciprocals[64],
@@ -182,8 +291,8 @@ void QuantizeBlocksImpl(const float* coefficients, size_t blocks, const float re
 
 void ForwardDCTQuantizeBlocksImpl(const uint8_t* samples, size_t stride, size_t blocks,
                                   const float reciprocals[64], int16_t* quantized) {
-#ifdef VZK_DCT_EIGHT_LANES
-  ForwardDCTQuantizeBlocksEight(samples, stride, blocks, reciprocals, quantized);
+#if HWY_TARGET != HWY_SCALAR
+  NmFixed::ForwardDCTQuantizeFixed(samples, stride, blocks, reciprocals, quantized);
 #else
   for (size_t b = 0; b < blocks; ++b) {
     HWY_ALIGN float coefficients[64];

@@ -4,9 +4,10 @@
 #include <cstdint>
 
 // The forward side of JPEG's transform (ITU-T T.81 A.3.3): the 8x8 DCT of
-// level-shifted samples, and the quantisation of its coefficients. Floating
-// point, so the vector versions agree with the reference to rounding, not
-// bit for bit; quantisation of the same coefficients is bit-exact.
+// level-shifted samples, and the quantisation of its coefficients. The
+// separate transform is floating point, so the vector versions agree with the
+// reference to rounding, not bit for bit; quantisation of the same
+// coefficients is bit-exact.
 namespace NmPrimitives {
 
 // DCT of `blocks` 8x8 blocks that lie side by side from `samples` (rows
@@ -24,9 +25,9 @@ void MakeQuantReciprocals(const uint16_t natural[64], float reciprocals[64]);
 void QuantizeBlocks(const float* coefficients, size_t blocks, const float reciprocals[64],
                     int16_t* quantized);
 
-// Both at once, without the coefficients leaving registers: the same
-// arithmetic as ForwardDCT8x8Blocks followed by QuantizeBlocks, so the same
-// numbers on the same target.
+// Both at once, without the coefficients leaving registers, in 16-bit fixed
+// point: within one step of the two above, and of the same value most of the
+// time (only values close to half a step can round the other way).
 void ForwardDCTQuantizeBlocks(const uint8_t* samples, size_t stride, size_t blocks,
                               const float reciprocals[64], int16_t* quantized);
 

@@ -10,9 +10,8 @@
 
 #include <cmath>
 #include <cstring>
-#include <type_traits>
-#include <utility>
 
+#include "Codecs/Primitives/JPEGDCT-inl.h"
 #include "Codecs/Primitives/JPEGInverseDCT.h"
 
 #ifndef VZK_JPEG_INVERSE_DCT_BASIS
@@ -133,43 +132,10 @@ HWY_INLINE uint8_t FlatSample(int16_t dc, int16_t quant) {
 // weight 1: flat blocks stay exact, and the 2-D result is 8 times the sample.
 // Constants carry 13 fraction bits; the first pass keeps 2 of them in its
 // 16-bit results, which leaves room for every coefficient of a valid stream.
-constexpr int kConstantBits = 13;
+using namespace NmDCT;
 constexpr int kMiddleBits = 2;
 constexpr int kFirstShift = kConstantBits - kMiddleBits;
 constexpr int kSecondShift = kConstantBits + kMiddleBits + 3;
-// round(sqrt(2) cos(k pi / 16) 2^13).
-constexpr int16_t kK1 = 11363;
-constexpr int16_t kK2 = 10703;
-constexpr int16_t kK3 = 9633;
-constexpr int16_t kK4 = 8192;
-constexpr int16_t kK5 = 6436;
-constexpr int16_t kK6 = 4433;
-constexpr int16_t kK7 = 2260;
-
-// f(0) .. f(kCount - 1) written out: arrays of vectors stay in registers
-// only when no loop runs over them.
-template <int kCount, class F, int... kIndex>
-HWY_INLINE void RepeatIndexed(F&& f, std::integer_sequence<int, kIndex...>) {
-  (f(std::integral_constant<int, kIndex>{}), ...);
-}
-template <int kCount, class F> HWY_INLINE void Repeat(F&& f) {
-  RepeatIndexed<kCount>(f, std::make_integer_sequence<int, kCount>{});
-}
-
-// A vector of (a, b) pairs for MulPairs.
-template <class D16> HWY_INLINE hn::Vec<D16> PairConstant(D16 d16, int16_t a, int16_t b) {
-  const hn::Repartition<int32_t, D16> d32;
-  const uint32_t pair =
-      static_cast<uint32_t>(static_cast<uint16_t>(b)) << 16 | static_cast<uint16_t>(a);
-  return hn::BitCast(d16, hn::Set(d32, static_cast<int32_t>(pair)));
-}
-
-// x[2i] * c[2i] + x[2i + 1] * c[2i + 1] in 32-bit lanes.
-template <class D32, class V16> HWY_INLINE hn::Vec<D32> MulPairs(D32 d32, V16 x, V16 c) {
-  auto odd = hn::Zero(d32);
-  const auto even = hn::ReorderWidenMulAccumulate(d32, x, c, hn::Zero(d32), odd);
-  return hn::RearrangeToOddPlusEven(even, odd);
-}
 
 // One half (lanes 0..3 or 4..7 of each block) of the 1-D transform of the
 // vectors x[0..7], from the inputs interleaved in pairs (0, 4), (2, 6),
@@ -220,31 +186,6 @@ template <int kShift, class D16> HWY_INLINE void Transform(D16 d16, hn::Vec<D16>
                         hn::InterleaveUpper(d16, x[2], x[6]), hn::InterleaveUpper(d16, x[1], x[3]),
                         hn::InterleaveUpper(d16, x[5], x[7]), biasV, upper);
   Repeat<8>([&](auto i) HWY_ATTR { x[i] = hn::ReorderDemote2To(d16, lower[i], upper[i]); });
-}
-
-// 8 x 8 transposition within each 128-bit block.
-template <class D16> HWY_INLINE void Transpose8x8(D16 d16, hn::Vec<D16>* x) {
-  const hn::Repartition<int32_t, D16> d32;
-  const hn::Repartition<int64_t, D16> d64;
-  hn::Vec<D16> t[8];
-  Repeat<4>([&](auto i) HWY_ATTR {
-    t[2 * i] = hn::InterleaveLower(d16, x[2 * i], x[2 * i + 1]);
-    t[2 * i + 1] = hn::InterleaveUpper(d16, x[2 * i], x[2 * i + 1]);
-  });
-  hn::Vec<decltype(d32)> u[8];
-  Repeat<2>([&](auto half) HWY_ATTR {
-    constexpr int h = 4 * half;
-    u[h + 0] = hn::InterleaveLower(d32, hn::BitCast(d32, t[h]), hn::BitCast(d32, t[h + 2]));
-    u[h + 1] = hn::InterleaveUpper(d32, hn::BitCast(d32, t[h]), hn::BitCast(d32, t[h + 2]));
-    u[h + 2] = hn::InterleaveLower(d32, hn::BitCast(d32, t[h + 1]), hn::BitCast(d32, t[h + 3]));
-    u[h + 3] = hn::InterleaveUpper(d32, hn::BitCast(d32, t[h + 1]), hn::BitCast(d32, t[h + 3]));
-  });
-  Repeat<4>([&](auto i) HWY_ATTR {
-    x[2 * i] = hn::BitCast(
-        d16, hn::InterleaveLower(d64, hn::BitCast(d64, u[i]), hn::BitCast(d64, u[i + 4])));
-    x[2 * i + 1] = hn::BitCast(
-        d16, hn::InterleaveUpper(d64, hn::BitCast(d64, u[i]), hn::BitCast(d64, u[i + 4])));
-  });
 }
 
 // Row v of kGroup consecutive blocks, one block per 128 bits.
