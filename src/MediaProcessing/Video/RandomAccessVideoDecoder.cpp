@@ -1,0 +1,521 @@
+#include "MediaProcessing/Video/RandomAccessVideoDecoder.h"
+
+#include "Common/Error/Error.h"
+
+namespace NmMediaProcessing {
+
+using NmError::CmIntegrityError;
+using NmError::CmIntegrityErrorCode;
+using NmTimeStamp::CmTimeStamp;
+
+namespace {
+
+// A slot holding this time holds nothing: it is the time stamp of wire time 0.
+const CmTimeStamp Sentinel;
+const CmTimeStamp Lowest = CmTimeStamp::FromTicks(0);
+const CmTimeStamp Highest = CmTimeStamp::FromTicks(~0ULL);
+
+// Codecs that reorder may hold a frame for a few calls; a codec that keeps
+// asking to be called without ever giving an image is broken, not slow.
+constexpr int DecodeBudget = 1000;
+
+bool LooksForward(SmTimeMatchType matchType) {
+  return matchType == TimeMatchAfter || matchType == TimeMatchAtOrAfter ||
+         matchType == TimeMatchNearest;
+}
+
+bool LooksBackward(SmTimeMatchType matchType) {
+  return matchType == TimeMatchBefore || matchType == TimeMatchAtOrBefore ||
+         matchType == TimeMatchNearest;
+}
+
+CmTimeStamp LastImageTime(const CmRawVideoByteDataAccess& view) {
+  CmTimeStamp last = view.GetTime();
+  if (view.GetImageCount() > 0) {
+    CmTimeStamp time;
+    if (view.GetTimeStampForImage(view.GetImageCount() - 1, time)) {
+      last = time;
+    }
+  }
+  return last;
+}
+
+} // namespace
+
+void CmRandomAccessVideoDecoder::SetDataAccess(ImVideoDataAccess* store) {
+  m_Store = store;
+  Reset();
+}
+
+void CmRandomAccessVideoDecoder::Reset() {
+  ClearRecord();
+  ResetDecoder();
+  ForgetNeighbours();
+}
+
+void CmRandomAccessVideoDecoder::ValidateParameters(const SmVideoDecodeParameters& parameters) {
+  auto refuse = [](const char* message) {
+    throw CmIntegrityError(
+        NmError::MakeLocation("NmMediaProcessing::CmRandomAccessVideoDecoder::ValidateParameters",
+                              __FILE__, __LINE__),
+        message, CmIntegrityErrorCode::InvalidArgument);
+  };
+  if (parameters.m_VideoStreamTimestamping != 0) {
+    refuse("Video-stream timestamping parameter is not supported by this decoder");
+  }
+  if (parameters.m_SplitFields) {
+    refuse("Split-fields decoding parameter is not supported by this decoder");
+  }
+  if (!parameters.m_ProduceImage) {
+    refuse("Produce-image decoding parameter must be set for this decoder");
+  }
+  if (parameters.m_LowDelay &&
+      parameters.m_DecodeMode != SmVideoDecodeParameters::DecodeSyncFramesOnly) {
+    refuse("Low-delay decoding parameter is not supported by this decoder");
+  }
+}
+
+void CmRandomAccessVideoDecoder::SetParameters(const SmVideoDecodeParameters& parameters) {
+  ValidateParameters(parameters);
+  CmGenericVideoDecoder::SetParameters(parameters);
+  if (parameters.m_DecodeMode != m_Mode) {
+    m_Mode = parameters.m_DecodeMode;
+    Reset();
+  }
+}
+
+void CmRandomAccessVideoDecoder::ResetDecoder() {
+  CmGenericVideoDecoder::Reset();
+  m_Images[0].GetAttributes().timeStamp = Sentinel;
+  m_Images[1].GetAttributes().timeStamp = Sentinel;
+  m_FeedState = NothingFed;
+  m_LastDeliveredTime = Highest;
+}
+
+void CmRandomAccessVideoDecoder::ClearRecord() {
+  m_View = CmRawVideoByteDataAccess();
+  m_RecordLastTime = Sentinel;
+  m_Record = CmGenericByteData();
+}
+
+void CmRandomAccessVideoDecoder::ForgetNeighbours() {
+  m_NextRecordBegin = Lowest;
+  m_PreviousRecordEnd = Highest;
+}
+
+bool CmRandomAccessVideoDecoder::GetByteData(const CmTimeStamp& time, SmTimeMatchType matchType,
+                                             bool syncFramesOnly) {
+  // The view points into the present record, which the store overwrites.
+  m_View = CmRawVideoByteDataAccess();
+  if (!m_Store->GetByteData(time, matchType, syncFramesOnly, m_Record)) {
+    if (!m_Record.IsEmpty()) {
+      m_View.Initialize(m_Record, false);
+    }
+    return false;
+  }
+  ForgetNeighbours();
+  if (!m_Record.GetOwnsBuffer()) {
+    ClearRecord();
+    ResetDecoder();
+    throw CmIntegrityError(
+        NmError::MakeLocation("NmMediaProcessing::CmRandomAccessVideoDecoder::GetByteData",
+                              __FILE__, __LINE__),
+        "Ownership integrity violated", CmIntegrityErrorCode::InvalidPointer);
+  }
+  m_View.Initialize(m_Record, false);
+  if (!m_View.IsValid() || m_View.GetImageCount() == 0) {
+    ClearRecord();
+    return false;
+  }
+  m_RecordLastTime = LastImageTime(m_View);
+  return true;
+}
+
+bool CmRandomAccessVideoDecoder::GetNextRecordBegin(CmTimeStamp& beginOut) {
+  if (m_NextRecordBegin == Lowest) {
+    CmGenericByteData record;
+    if (!m_Store->GetByteData(m_RecordLastTime, TimeMatchAfter,
+                              m_Mode == SmVideoDecodeParameters::DecodeSyncFramesOnly, record)) {
+      return false;
+    }
+    const CmRawVideoByteDataAccess view(record, false);
+    if (!view.IsValid()) {
+      return false;
+    }
+    m_NextRecordBegin = view.GetTime();
+  }
+  beginOut = m_NextRecordBegin;
+  return true;
+}
+
+bool CmRandomAccessVideoDecoder::GetPreviousRecordEnd(CmTimeStamp& endOut) {
+  if (m_PreviousRecordEnd == Highest) {
+    const bool syncOnly = m_Mode == SmVideoDecodeParameters::DecodeSyncFramesOnly;
+    CmGenericByteData record;
+    if (!m_Store->GetByteData(m_View.GetTime(), TimeMatchBefore, syncOnly, record)) {
+      return false;
+    }
+    const CmRawVideoByteDataAccess view(record, false);
+    if (!view.IsValid() || view.GetImageCount() == 0) {
+      return false;
+    }
+    m_PreviousRecordEnd = syncOnly ? view.GetTime() : LastImageTime(view);
+  }
+  endOut = m_PreviousRecordEnd;
+  return true;
+}
+
+bool CmRandomAccessVideoDecoder::IsRightRecord(const CmTimeStamp& time, SmTimeMatchType matchType) {
+  if (!m_View.IsValid() || m_Record.IsEmpty()) {
+    return false;
+  }
+  const bool syncOnly = m_Mode == SmVideoDecodeParameters::DecodeSyncFramesOnly;
+  const CmTimeStamp begin = m_View.GetTime();
+  const CmTimeStamp end = syncOnly ? begin : m_RecordLastTime;
+  if (time >= begin && time <= end) {
+    return CmByteDataVideoAccess::IsByteDataMatched(time, matchType, syncOnly, m_Record, m_View,
+                                                    nullptr);
+  }
+  if (time < begin && LooksForward(matchType)) {
+    CmTimeStamp previousEnd;
+    if (!GetPreviousRecordEnd(previousEnd)) {
+      return true; // nothing lies closer
+    }
+    if (matchType == TimeMatchNearest) {
+      return time > previousEnd && (time - previousEnd) >= (begin - time);
+    }
+    return time > previousEnd || (time == previousEnd && matchType == TimeMatchAfter);
+  }
+  if (time > end && LooksBackward(matchType)) {
+    CmTimeStamp nextBegin;
+    if (!GetNextRecordBegin(nextBegin)) {
+      return true;
+    }
+    if (matchType == TimeMatchNearest) {
+      return time < nextBegin && (nextBegin - time) > (time - end);
+    }
+    return time < nextBegin || (time == nextBegin && matchType == TimeMatchBefore);
+  }
+  return false;
+}
+
+bool CmRandomAccessVideoDecoder::HoldsExactly(const CmTimeStamp& time) const {
+  if (!m_View.IsValid() || m_Record.IsEmpty()) {
+    return false;
+  }
+  return CmByteDataVideoAccess::IsByteDataMatched(
+      time, TimeMatchExact, m_Mode == SmVideoDecodeParameters::DecodeSyncFramesOnly, m_Record,
+      m_View, nullptr);
+}
+
+bool CmRandomAccessVideoDecoder::ImageIndexForTime(const CmTimeStamp& time, uint64_t& indexOut,
+                                                   CmTimeStamp& timeOut) const {
+  // The image shown at a time: the last one that begins at or before it.
+  bool found = false;
+  for (uint64_t index = 0; index < m_View.GetImageCount(); ++index) {
+    CmTimeStamp imageTime;
+    if (!m_View.GetTimeStampForImage(index, imageTime) || imageTime > time) {
+      break;
+    }
+    indexOut = index;
+    timeOut = imageTime;
+    found = true;
+  }
+  return found;
+}
+
+CmTimeStamp CmRandomAccessVideoDecoder::TargetTime(const CmTimeStamp& time,
+                                                   SmTimeMatchType matchType) const {
+  const CmTimeStamp begin = m_View.GetTime();
+  // Only a record's first image is a sync frame, so that is all mode 2 sees.
+  if (m_View.GetImageCount() == 1 || time < begin ||
+      m_Mode == SmVideoDecodeParameters::DecodeSyncFramesOnly) {
+    return begin;
+  }
+  if (time > m_RecordLastTime) {
+    return m_RecordLastTime;
+  }
+  uint64_t index = 0;
+  CmTimeStamp found = begin;
+  if (!ImageIndexForTime(time, index, found)) {
+    found = begin;
+  }
+  if (matchType == TimeMatchAtOrBefore) {
+    return found;
+  }
+  if (found == time) {
+    if (matchType == TimeMatchBefore) {
+      CmTimeStamp previous;
+      if (index > 0 && m_View.GetTimeStampForImage(index - 1, previous)) {
+        return previous;
+      }
+      return found;
+    }
+    if (matchType != TimeMatchAfter) {
+      return found;
+    }
+  } else if (matchType == TimeMatchBefore) {
+    return found;
+  }
+  CmTimeStamp following = begin;
+  if (!(index + 1 < m_View.GetImageCount() &&
+        m_View.GetTimeStampForImage(index + 1, following))) {
+    following = begin;
+  }
+  if (matchType == TimeMatchNearest) {
+    return (time - found) < (following - time) ? found : following;
+  }
+  return following;
+}
+
+bool CmRandomAccessVideoDecoder::IsSlotEmpty(int slot) const {
+  const CmImage& image = m_Images[slot];
+  return !image.IsValid() || image.GetAttributes().timeStamp == Sentinel;
+}
+
+void CmRandomAccessVideoDecoder::MarkSlotEmpty(int slot) {
+  m_Images[slot].GetAttributes().timeStamp = Sentinel;
+}
+
+CmImage& CmRandomAccessVideoDecoder::NextSlot() {
+  if (!m_DoubleBuffered) {
+    MarkSlotEmpty(0);
+    return m_Images[0];
+  }
+  if (m_Current) {
+    if (IsSlotEmpty(0)) {
+      return m_Images[0];
+    }
+    m_Current = false;
+    MarkSlotEmpty(1);
+    return m_Images[1];
+  }
+  if (IsSlotEmpty(1)) {
+    return m_Images[1];
+  }
+  m_Current = true;
+  MarkSlotEmpty(0);
+  return m_Images[0];
+}
+
+CmRandomAccessVideoDecoder::CheckResult
+CmRandomAccessVideoDecoder::CheckImages(const CmTimeStamp& target, bool newestOnly,
+                                        const CmTimeStamp& time, SmTimeMatchType matchType,
+                                        CmImage& image) {
+  auto deliver = [&](int slot) {
+    image = m_Images[slot];
+    return Delivered;
+  };
+  const bool filled0 = !IsSlotEmpty(0);
+  const bool filled1 = m_DoubleBuffered && !IsSlotEmpty(1);
+  if (filled0 && filled1) {
+    const CmTimeStamp time0 = m_Images[0].GetAttributes().timeStamp;
+    const CmTimeStamp time1 = m_Images[1].GetAttributes().timeStamp;
+    if (target == time0) {
+      return deliver(0);
+    }
+    if (target == time1) {
+      return deliver(1);
+    }
+    const int older = time0 <= time1 ? 0 : 1;
+    const int newer = 1 - older;
+    const CmTimeStamp olderTime = m_Images[older].GetAttributes().timeStamp;
+    const CmTimeStamp newerTime = m_Images[newer].GetAttributes().timeStamp;
+    if (olderTime > target) {
+      return Passed;
+    }
+    if (newerTime < target) {
+      return GoOn;
+    }
+    switch (matchType) {
+    case TimeMatchBefore:
+      return deliver(older);
+    case TimeMatchAtOrBefore:
+      return deliver(time == newerTime ? newer : older);
+    case TimeMatchNearest:
+      return deliver((time - olderTime) >= (newerTime - time) ? newer : older);
+    default:
+      return NothingYet;
+    }
+  }
+  int slot = -1;
+  if (filled0) {
+    slot = 0;
+  } else if (filled1) {
+    slot = 1;
+  }
+  if (slot < 0) {
+    return NothingYet;
+  }
+  const CmTimeStamp slotTime = m_Images[slot].GetAttributes().timeStamp;
+  if (slotTime == target) {
+    return deliver(slot);
+  }
+  if (slotTime < target) {
+    return GoOn;
+  }
+  if (newestOnly && LooksForward(matchType)) {
+    return deliver(slot);
+  }
+  return Passed;
+}
+
+bool CmRandomAccessVideoDecoder::FailDecoding() {
+  ResetDecoder();
+  return false;
+}
+
+bool CmRandomAccessVideoDecoder::IsContinuation() {
+  if (m_View.GetSync()) {
+    return true;
+  }
+  // A frame that depends on others can follow the codec's last image only
+  // when that image is the one of the record right before.
+  const int newest = m_DoubleBuffered && !m_Current ? 1 : 0;
+  CmTimeStamp previousEnd;
+  return !IsSlotEmpty(newest) && GetPreviousRecordEnd(previousEnd) &&
+         m_Images[newest].GetAttributes().timeStamp == previousEnd;
+}
+
+bool CmRandomAccessVideoDecoder::GetImage(const CmTimeStamp& time, SmTimeMatchType matchType,
+                                          CmImage& image) {
+  if (m_Store == nullptr) {
+    throw CmIntegrityError(
+        NmError::MakeLocation("NmMediaProcessing::CmRandomAccessVideoDecoder::GetImage", __FILE__,
+                              __LINE__),
+        "No video data store specified", CmIntegrityErrorCode::InvalidPointer);
+  }
+  const bool doubleBuffered =
+      m_Mode == SmVideoDecodeParameters::DecodeReduced && LooksBackward(matchType);
+  if (m_DoubleBuffered && !doubleBuffered && !m_Current) {
+    m_Images[0] = m_Images[1];
+    m_Current = true;
+  }
+  m_DoubleBuffered = doubleBuffered;
+  if (!doubleBuffered) {
+    m_Images[1].Reset();
+  }
+  const bool syncOnly = m_Mode == SmVideoDecodeParameters::DecodeSyncFramesOnly;
+
+  bool continueDecoding = false;
+  if (!IsRightRecord(time, matchType)) {
+    const bool steppingSingles =
+        m_View.IsValid() && m_View.GetImageCount() == 1 && m_FeedState == RecordFinished;
+    if (!GetByteData(time, matchType, syncOnly)) {
+      return false;
+    }
+    if (steppingSingles) {
+      // The image wanted may be the one decoded last, or the codec may go
+      // straight on with the new record.
+      const CmTimeStamp target = TargetTime(time, matchType);
+      const CheckResult check = CheckImages(target, false, time, matchType, image);
+      if (check == Delivered) {
+        m_LastDeliveredTime = image.GetAttributes().timeStamp;
+        return true;
+      }
+      if (check == GoOn && IsContinuation()) {
+        m_FeedState = NothingFed;
+        continueDecoding = true;
+      }
+    }
+    if (!continueDecoding) {
+      ResetDecoder();
+    }
+  }
+
+  const CmTimeStamp target = TargetTime(time, matchType);
+  if (!continueDecoding) {
+    if (m_FeedState != NothingFed) {
+      const CheckResult check = CheckImages(target, false, time, matchType, image);
+      if (check == Delivered) {
+        m_LastDeliveredTime = image.GetAttributes().timeStamp;
+        return true;
+      }
+      if (check == Passed) {
+        ResetDecoder();
+      } else {
+        continueDecoding = true;
+      }
+    }
+    if (!continueDecoding && !m_View.GetSync()) {
+      if (!GetByteData(target, TimeMatchAtOrBefore, true)) {
+        return false;
+      }
+    }
+  }
+  return DecodeLoop(target, time, matchType, image);
+}
+
+bool CmRandomAccessVideoDecoder::DecodeLoop(const CmTimeStamp& target, const CmTimeStamp& time,
+                                            SmTimeMatchType matchType, CmImage& image) {
+  const bool syncOnly = m_Mode == SmVideoDecodeParameters::DecodeSyncFramesOnly;
+  const CmGenericByteData drainRecord;
+  int budget = DecodeBudget;
+  for (;;) {
+    if (m_FeedState == RecordFinished) {
+      if (HoldsExactly(target) && (m_View.GetImageCount() > 1 || syncOnly)) {
+        m_FeedState = Draining;
+      } else if (GetByteData(m_RecordLastTime, TimeMatchAfter, false)) {
+        // A new sync frame starts a new group: what the target needs is all
+        // fed already, and only the codec's held frames remain.
+        m_FeedState = m_View.GetSync() ? Draining : Feeding;
+      } else {
+        m_FeedState = Draining;
+      }
+    }
+    const bool draining = m_FeedState == Draining;
+    CmImage& slot = NextSlot();
+    bool callAgain = false;
+    bool gotImage = false;
+    const bool decoded = Decode(draining ? drainRecord : m_Record, slot, callAgain, gotImage);
+    if (!gotImage) {
+      slot.GetAttributes().timeStamp = Sentinel;
+    }
+    bool drainEnded = false;
+    if (!decoded) {
+      if (draining || HoldsExactly(target)) {
+        return FailDecoding();
+      }
+      m_FeedState = RecordFinished;
+      budget = DecodeBudget;
+    } else if (callAgain) {
+      if (!draining) {
+        m_FeedState = Feeding;
+      }
+      budget = gotImage ? DecodeBudget : budget - 1;
+    } else {
+      if (draining) {
+        drainEnded = true;
+      } else {
+        m_FeedState = RecordFinished;
+      }
+      budget = DecodeBudget;
+    }
+
+    const CheckResult check = CheckImages(
+        target, m_Mode == SmVideoDecodeParameters::DecodeReduced, time, matchType, image);
+    if (check == Delivered) {
+      if (drainEnded) {
+        ResetDecoder();
+      }
+      m_LastDeliveredTime = image.GetAttributes().timeStamp;
+      return true;
+    }
+    if (drainEnded) {
+      // The codec is empty and the target never came out of it.
+      return FailDecoding();
+    }
+    if (check == Passed) {
+      return false;
+    }
+    if (budget < 1) {
+      ResetDecoder();
+      throw CmIntegrityError(
+          NmError::MakeLocation("NmMediaProcessing::CmRandomAccessVideoDecoder::GetImage",
+                                __FILE__, __LINE__),
+          "Decoding sanity limit reached", CmIntegrityErrorCode::InvalidPointer);
+    }
+  }
+}
+
+} // namespace NmMediaProcessing

@@ -1,0 +1,80 @@
+#pragma once
+
+#include <cstdint>
+
+#include "Common/TimeStamp/TimeStamp.h"
+#include "MediaProcessing/GenericByteData/ByteDataVideoAccess.h"
+#include "MediaProcessing/GenericByteData/GenericByteData.h"
+#include "MediaProcessing/GenericByteData/RawVideoByteDataAccess.h"
+#include "MediaProcessing/Image/Image.h"
+#include "MediaProcessing/Video/GenericVideoDecoder.h"
+#include "MediaProcessing/Video/VideoDataAccess.h"
+
+namespace NmMediaProcessing {
+
+// Answers "the image at this time" from a store of encoded records, forwards
+// and backwards. The codec keeps running between calls, together with the
+// present record and how far it has been fed, so that a step to the next
+// frame decodes one frame and not the whole group of pictures again.
+class CmRandomAccessVideoDecoder : public CmGenericVideoDecoder {
+public:
+  CmRandomAccessVideoDecoder() = default;
+  explicit CmRandomAccessVideoDecoder(CmVideoFactoryMaker makeFactory)
+      : CmGenericVideoDecoder(std::move(makeFactory)) {}
+
+  // The store is not owned and must outlive its use here.
+  void SetDataAccess(ImVideoDataAccess* store);
+  void ClearDataAccess() { m_Store = nullptr; }
+
+  // False when the store holds nothing suitable; the object stays usable.
+  bool GetImage(const NmTimeStamp::CmTimeStamp& time, SmTimeMatchType matchType, CmImage& image);
+
+  void Reset() override;
+  void SetParameters(const SmVideoDecodeParameters& parameters) override;
+
+private:
+  enum FeedState : uint32_t { NothingFed = 0, Feeding = 1, RecordFinished = 2, Draining = 3 };
+  enum CheckResult { GoOn = 0, Passed = 1, NothingYet = 2, Delivered = 3 };
+
+  static void ValidateParameters(const SmVideoDecodeParameters& parameters);
+
+  void ResetDecoder();
+  void ClearRecord();
+  void ForgetNeighbours();
+  bool GetByteData(const NmTimeStamp::CmTimeStamp& time, SmTimeMatchType matchType,
+                   bool syncFramesOnly);
+  bool GetNextRecordBegin(NmTimeStamp::CmTimeStamp& beginOut);
+  bool GetPreviousRecordEnd(NmTimeStamp::CmTimeStamp& endOut);
+  bool IsRightRecord(const NmTimeStamp::CmTimeStamp& time, SmTimeMatchType matchType);
+  bool HoldsExactly(const NmTimeStamp::CmTimeStamp& time) const;
+  bool ImageIndexForTime(const NmTimeStamp::CmTimeStamp& time, uint64_t& indexOut,
+                         NmTimeStamp::CmTimeStamp& timeOut) const;
+  NmTimeStamp::CmTimeStamp TargetTime(const NmTimeStamp::CmTimeStamp& time,
+                                      SmTimeMatchType matchType) const;
+  bool IsSlotEmpty(int slot) const;
+  void MarkSlotEmpty(int slot);
+  CmImage& NextSlot();
+  CheckResult CheckImages(const NmTimeStamp::CmTimeStamp& target, bool newestOnly,
+                          const NmTimeStamp::CmTimeStamp& time, SmTimeMatchType matchType,
+                          CmImage& image);
+  // May the codec go on from its last image with the present record?
+  bool IsContinuation();
+  bool DecodeLoop(const NmTimeStamp::CmTimeStamp& target, const NmTimeStamp::CmTimeStamp& time,
+                  SmTimeMatchType matchType, CmImage& image);
+  bool FailDecoding();
+
+  CmGenericByteData m_Record;
+  CmRawVideoByteDataAccess m_View;
+  NmTimeStamp::CmTimeStamp m_RecordLastTime;
+  CmImage m_Images[2];
+  bool m_Current = true;
+  bool m_DoubleBuffered = false;
+  ImVideoDataAccess* m_Store = nullptr;
+  uint32_t m_FeedState = NothingFed;
+  uint32_t m_Mode = SmVideoDecodeParameters::DecodeAll;
+  NmTimeStamp::CmTimeStamp m_NextRecordBegin = NmTimeStamp::CmTimeStamp::FromTicks(0);
+  NmTimeStamp::CmTimeStamp m_PreviousRecordEnd = NmTimeStamp::CmTimeStamp::FromTicks(~0ULL);
+  NmTimeStamp::CmTimeStamp m_LastDeliveredTime = NmTimeStamp::CmTimeStamp::FromTicks(~0ULL);
+};
+
+} // namespace NmMediaProcessing
