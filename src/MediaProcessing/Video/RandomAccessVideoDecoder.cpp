@@ -258,8 +258,7 @@ CmTimeStamp CmRandomAccessVideoDecoder::TargetTime(const CmTimeStamp& time,
     return found;
   }
   CmTimeStamp following = begin;
-  if (!(index + 1 < m_View.GetImageCount() &&
-        m_View.GetTimeStampForImage(index + 1, following))) {
+  if (!(index + 1 < m_View.GetImageCount() && m_View.GetTimeStampForImage(index + 1, following))) {
     following = begin;
   }
   if (matchType == TimeMatchNearest) {
@@ -470,6 +469,11 @@ bool CmRandomAccessVideoDecoder::DecodeLoop(const CmTimeStamp& target, const CmT
     const bool decoded = Decode(draining ? drainRecord : m_Record, slot, callAgain, gotImage);
     if (!gotImage) {
       slot.GetAttributes().timeStamp = Sentinel;
+    } else if (!draining && m_Record.IsRawJPEG()) {
+      // A raw JPEG has no time of its own: every view of it reads the clock.
+      // The image takes the reading under which the target was chosen, or the
+      // two would never meet.
+      slot.GetAttributes().timeStamp = m_View.GetTime();
     }
     bool drainEnded = false;
     if (!decoded) {
@@ -492,8 +496,8 @@ bool CmRandomAccessVideoDecoder::DecodeLoop(const CmTimeStamp& target, const CmT
       budget = DecodeBudget;
     }
 
-    const CheckResult check = CheckImages(
-        target, m_Mode == SmVideoDecodeParameters::DecodeReduced, time, matchType, image);
+    const CheckResult check = CheckImages(target, m_Mode == SmVideoDecodeParameters::DecodeReduced,
+                                          time, matchType, image);
     if (check == Delivered) {
       if (drainEnded) {
         ResetDecoder();
@@ -511,8 +515,8 @@ bool CmRandomAccessVideoDecoder::DecodeLoop(const CmTimeStamp& target, const CmT
     if (budget < 1) {
       ResetDecoder();
       throw CmIntegrityError(
-          NmError::MakeLocation("NmMediaProcessing::CmRandomAccessVideoDecoder::GetImage",
-                                __FILE__, __LINE__),
+          NmError::MakeLocation("NmMediaProcessing::CmRandomAccessVideoDecoder::GetImage", __FILE__,
+                                __LINE__),
           "Decoding sanity limit reached", CmIntegrityErrorCode::InvalidPointer);
     }
   }
