@@ -9,9 +9,9 @@
 
 #include "Common/Error/Error.h"
 #include "MediaProcessing/GenericByteData/RawVideoByteDataAccess.h"
-#include "MediaProcessing/JPEG/SimpleJPEGEncoderWrapper.h"
 #include "MediaProcessing/Video/RandomAccessVideoDecoder.h"
 #include "MediaProcessing/Video/VideoFactory.h"
+#include "support/FlatJPEG.h"
 #include "support/GenericByteDataBuilder.h"
 
 using namespace NmMediaProcessing;
@@ -153,29 +153,6 @@ std::optional<int64_t> Expected(const std::vector<int64_t>& frames, int64_t t,
     }
   }
   return out;
-}
-
-// Luminance of the image's middle sample: each test picture is flat at its own level.
-int MiddleLuma(const CmImage& image) {
-  const auto plane = image.Allocator().GetPlane(0);
-  return plane.data[(plane.height / 2) * plane.rowStride + plane.width / 2];
-}
-
-// A flat picture at a luminance level, as our JPEG encoder writes it.
-CmBytes FlatJPEG(uint8_t level) {
-  CmImage image;
-  image.Allocate(48, 32, YCbCr420_Planar);
-  image.GetAttributes().subColorFormat = SubColorFormatFullRange;
-  for (uint64_t p = 0; p < 3; ++p) {
-    const auto plane = image.Allocator().GetWriteablePlane(p);
-    for (uint64_t y = 0; y < plane.height; ++y) {
-      std::fill_n(plane.data + y * plane.rowStride, plane.width, p == 0 ? level : 128);
-    }
-  }
-  CmSimpleJPEGEncoderWrapper encoder;
-  const auto block = encoder.Encode(image, 90);
-  EXPECT_TRUE(block);
-  return CmBytes(block->GetPayload(), block->GetPayload() + block->GetPayloadLength());
 }
 
 uint8_t LevelOf(size_t frame) {

@@ -1,0 +1,342 @@
+#include "Toolkits/VZKSourceToolkitPlugin/VideoDataAccessAdapter.h"
+
+#include <vector>
+
+#include "MediaProcessing/GenericByteData/RawJPEGToBlockConverter.h"
+#include "MediaProcessing/GenericByteData/RawVideoByteDataAccess.h"
+
+namespace NmToolkit {
+
+using NmMediaProcessing::CmGenericByteData;
+using NmMediaProcessing::CmRawVideoByteDataAccess;
+using NmMediaProcessing::SmTimeMatchType;
+using NmTimeStamp::CmTimeStamp;
+
+namespace {
+
+// A group of pictures is far shorter than this; a walk that goes on longer is
+// walking through a recording without sync frames.
+constexpr int SyncWalkLimit = 1000;
+
+bool Holds(const ImData& item, int64_t time) {
+  return item.GetBeginTime() <= time && time <= item.GetEndTime();
+}
+
+SmMoveMode MoveModeFor(uint32_t accessMode) {
+  switch (accessMode) {
+  case NmMediaProcessing::TimeMatchAfter:
+    return MoveAfter;
+  case NmMediaProcessing::TimeMatchBefore:
+    return MoveBefore;
+  case NmMediaProcessing::TimeMatchAtOrAfter:
+    return MoveAtOrAfter;
+  case NmMediaProcessing::TimeMatchNearest:
+    return MoveClosest;
+  default: // at or before, and exact, which tests the time afterwards
+    return MoveAtOrBefore;
+  }
+}
+
+// One record of an item as the decoder will see it, with the times by which
+// it is chosen.
+struct SmCandidate {
+  std::unique_ptr<CmGenericByteData> record;
+  int64_t begin = 0;
+  // Its last image, or its first when only sync frames count.
+  int64_t end = 0;
+  bool sync = false;
+  std::vector<int64_t> imageTimes;
+};
+
+std::vector<SmCandidate> CandidatesOf(const ImData& item, bool syncFramesOnly) {
+  std::vector<const ImData*> elements;
+  if (const auto* vector = dynamic_cast<const ImMediaDataVector*>(&item)) {
+    std::vector<ImMediaData*> media;
+    vector->GetElements(media);
+    elements.assign(media.begin(), media.end());
+  } else {
+    elements.push_back(&item);
+  }
+  std::vector<SmCandidate> candidates;
+  for (const ImData* element : elements) {
+    const uint8_t* data = element->GetDataPointer();
+    const size_t size = element->GetDataSize();
+    if (data == nullptr || size < 2) {
+      continue;
+    }
+    SmCandidate candidate;
+    if (data[0] == 0xFF && data[1] == 0xD8) {
+      // A raw JPEG has no time of its own; the item's time goes with it.
+      candidate.record = NmMediaProcessing::CmRawJPEGToBlockConverter(nullptr).Convert(
+          data, size, CmTimeStamp::FromMilliseconds(element->GetBeginTime()), false);
+      if (!candidate.record) {
+        continue;
+      }
+    } else {
+      candidate.record = std::make_unique<CmGenericByteData>(const_cast<uint8_t*>(data),
+                                                             static_cast<uint64_t>(size));
+    }
+    const CmRawVideoByteDataAccess view(*candidate.record, false);
+    if (!view.IsValid() || view.GetImageCount() == 0) {
+      continue;
+    }
+    const uint64_t count = syncFramesOnly ? 1 : view.GetImageCount();
+    for (uint64_t index = 0; index < count; ++index) {
+      CmTimeStamp time;
+      if (!view.GetTimeStampForImage(index, time)) {
+        break;
+      }
+      candidate.imageTimes.push_back(time.GetMilliseconds());
+    }
+    candidate.begin = view.GetTime().GetMilliseconds();
+    candidate.end = candidate.imageTimes.empty() ? candidate.begin : candidate.imageTimes.back();
+    candidate.sync = view.GetSync();
+    candidates.push_back(std::move(candidate));
+  }
+  return candidates;
+}
+
+} // namespace
+
+CmVideoDataAccessAdapter::CmVideoDataAccessAdapter(ImPlaybackSourceToolkit* playback)
+    : m_Playback(playback) {}
+
+bool CmVideoDataAccessAdapter::Choose(const ImData& item, int64_t time, SmTimeMatchType matchType,
+                                      bool syncFramesOnly, CmGenericByteData& recordOut,
+                                      bool& conclusive) const {
+  conclusive = false;
+  const std::vector<SmCandidate> candidates = CandidatesOf(item, syncFramesOnly);
+  const SmCandidate* found = nullptr;
+  int64_t bestDistance = 0;
+  int64_t first = 0;
+  int64_t last = 0;
+  bool any = false;
+  for (const SmCandidate& c : candidates) {
+    if (syncFramesOnly && !c.sync) {
+      continue;
+    }
+    first = any ? std::min(first, c.begin) : c.begin;
+    last = any ? std::max(last, c.end) : c.end;
+    any = true;
+    switch (matchType) {
+    case NmMediaProcessing::TimeMatchAfter:
+      if (found == nullptr && c.end > time) {
+        found = &c;
+      }
+      break;
+    case NmMediaProcessing::TimeMatchAtOrAfter:
+      if (found == nullptr && c.end >= time) {
+        found = &c;
+      }
+      break;
+    case NmMediaProcessing::TimeMatchBefore:
+      if (c.begin < time) {
+        found = &c;
+      }
+      break;
+    case NmMediaProcessing::TimeMatchAtOrBefore:
+      if (c.begin <= time) {
+        found = &c;
+      }
+      break;
+    case NmMediaProcessing::TimeMatchExact:
+      for (const int64_t t : c.imageTimes) {
+        if (t == time) {
+          found = &c;
+        }
+      }
+      break;
+    case NmMediaProcessing::TimeMatchNearest: {
+      const int64_t distance = time < c.begin ? c.begin - time : time > c.end ? time - c.end : 0;
+      // A tie goes to the later record, as it does in the decoder.
+      if (found == nullptr || distance <= bestDistance) {
+        found = &c;
+        bestDistance = distance;
+      }
+      break;
+    }
+    }
+  }
+  if (found == nullptr) {
+    return false;
+  }
+  // Items do not overlap, so only a nearest match near the item's edges can
+  // have a better answer in a neighbour.
+  conclusive = matchType != NmMediaProcessing::TimeMatchNearest || (first <= time && time <= last);
+  recordOut = *found->record; // a copy that owns its bytes
+  return true;
+}
+
+void CmVideoDataAccessAdapter::Remember(std::shared_ptr<ImData> item) {
+  m_Items.clear();
+  if (item) {
+    m_Items.push_back(std::move(item));
+  }
+}
+
+const ImData* CmVideoDataAccessAdapter::GetCurrentItem() const {
+  return m_Items.empty() ? nullptr : m_Items.front().get();
+}
+
+const ImData* CmVideoDataAccessAdapter::FindItem(int64_t time) const {
+  for (const auto& item : m_Items) {
+    if (!Holds(*item, time)) {
+      continue;
+    }
+    if (const auto* vector = dynamic_cast<const ImMediaDataVector*>(item.get())) {
+      std::vector<ImMediaData*> elements;
+      vector->GetElements(elements);
+      for (const ImMediaData* element : elements) {
+        if (element != nullptr && element->GetBeginTime() == time) {
+          return element;
+        }
+      }
+    }
+    return item.get();
+  }
+  return nullptr;
+}
+
+std::shared_ptr<ImData> CmVideoDataAccessAdapter::Fetch(int64_t time, SmMoveMode mode) {
+  if (m_Playback->MoveTo(time, mode) != 0) {
+    return nullptr;
+  }
+  ImData* raw = nullptr;
+  const uint32_t status = m_Playback->GetData(&raw);
+  std::shared_ptr<ImData> item(raw);
+  if (status != 0 || !item) {
+    return nullptr;
+  }
+  Remember(item);
+  return item;
+}
+
+std::shared_ptr<ImData> CmVideoDataAccessAdapter::Step(bool forwards) {
+  if ((forwards ? m_Playback->MoveNext() : m_Playback->MovePrevious()) != 0) {
+    return nullptr;
+  }
+  ImData* raw = nullptr;
+  const uint32_t status = m_Playback->GetData(&raw);
+  std::shared_ptr<ImData> item(raw);
+  if (status != 0 || !item) {
+    return nullptr;
+  }
+  Remember(item);
+  return item;
+}
+
+bool CmVideoDataAccessAdapter::GetByteData(const CmTimeStamp& time, SmTimeMatchType matchType,
+                                           bool syncFramesOnly, CmGenericByteData& recordOut) {
+  const int64_t t = time.GetMilliseconds();
+  CmGenericByteData record;
+  bool conclusive = false;
+
+  // The item in hand, or else the one the time falls in, answers most
+  // requests: the next frame of a group, the previous one, the same one.
+  std::shared_ptr<ImData> holder = m_Items.empty() ? nullptr : m_Items.front();
+  if (!holder || !Holds(*holder, t)) {
+    holder = Fetch(t, MoveAtOrBefore);
+  }
+  if (holder && Holds(*holder, t) &&
+      Choose(*holder, t, matchType, syncFramesOnly, record, conclusive) && conclusive) {
+    recordOut = record;
+    return true;
+  }
+
+  // Otherwise the item that the request selects upstream.
+  const std::shared_ptr<ImData> item = Fetch(t, MoveModeFor(matchType));
+  if (item && Choose(*item, t, matchType, syncFramesOnly, record, conclusive)) {
+    recordOut = record;
+    return true;
+  }
+  if (!item || !syncFramesOnly || matchType == NmMediaProcessing::TimeMatchExact) {
+    return false;
+  }
+
+  // Only sync frames count and the item found holds none that fits: walk.
+  int64_t foundTime = 0;
+  if (matchType != NmMediaProcessing::TimeMatchNearest) {
+    if (!WalkToSyncFrame(t, matchType, record, foundTime)) {
+      return false;
+    }
+    recordOut = record;
+    return true;
+  }
+  CmGenericByteData before;
+  CmGenericByteData after;
+  int64_t beforeTime = 0;
+  int64_t afterTime = 0;
+  const bool hasBefore =
+      Fetch(t, MoveAtOrBefore) &&
+      (Choose(*m_Items.front(), t, NmMediaProcessing::TimeMatchAtOrBefore, true, before,
+              conclusive) ||
+       WalkToSyncFrame(t, NmMediaProcessing::TimeMatchAtOrBefore, before, beforeTime));
+  if (hasBefore) {
+    beforeTime = CmRawVideoByteDataAccess(before, false).GetTime().GetMilliseconds();
+  }
+  const bool hasAfter =
+      Fetch(t, MoveAtOrAfter) &&
+      (Choose(*m_Items.front(), t, NmMediaProcessing::TimeMatchAtOrAfter, true, after,
+              conclusive) ||
+       WalkToSyncFrame(t, NmMediaProcessing::TimeMatchAtOrAfter, after, afterTime));
+  if (hasAfter) {
+    afterTime = CmRawVideoByteDataAccess(after, false).GetTime().GetMilliseconds();
+  }
+  if (hasAfter && (!hasBefore || afterTime - t <= t - beforeTime)) {
+    recordOut = after;
+    return true;
+  }
+  if (hasBefore) {
+    recordOut = before;
+    return true;
+  }
+  return false;
+}
+
+bool CmVideoDataAccessAdapter::WalkToSyncFrame(int64_t time, SmTimeMatchType matchType,
+                                               CmGenericByteData& recordOut, int64_t& foundTime) {
+  const bool forwards = matchType == NmMediaProcessing::TimeMatchAfter ||
+                        matchType == NmMediaProcessing::TimeMatchAtOrAfter;
+  for (int step = 0; step < SyncWalkLimit; ++step) {
+    const std::shared_ptr<ImData> item = Step(forwards);
+    if (!item) {
+      return false;
+    }
+    bool conclusive = false;
+    if (Choose(*item, time, matchType, true, recordOut, conclusive)) {
+      foundTime = item->GetBeginTime();
+      return true;
+    }
+  }
+  return false;
+}
+
+bool CmVideoDataAccessAdapter::MoveTo(const CmTimeStamp& time, uint32_t accessMode) {
+  CmTimeStamp begin;
+  if (accessMode == NmMediaProcessing::TimeMatchExact) {
+    return MoveTo(time, accessMode, begin);
+  }
+  if (accessMode > NmMediaProcessing::TimeMatchExact) {
+    return false;
+  }
+  return m_Playback->MoveTo(time.GetMilliseconds(), MoveModeFor(accessMode)) == 0;
+}
+
+bool CmVideoDataAccessAdapter::MoveTo(const CmTimeStamp& time, uint32_t accessMode,
+                                      CmTimeStamp& beginOut) {
+  if (accessMode > NmMediaProcessing::TimeMatchExact) {
+    return false;
+  }
+  const int64_t t = time.GetMilliseconds();
+  const std::shared_ptr<ImData> item = Fetch(t, MoveModeFor(accessMode));
+  if (!item) {
+    return false;
+  }
+  if (accessMode == NmMediaProcessing::TimeMatchExact && item->GetBeginTime() != t) {
+    return false;
+  }
+  beginOut = CmTimeStamp::FromMilliseconds(item->GetBeginTime());
+  return true;
+}
+
+} // namespace NmToolkit
