@@ -103,8 +103,23 @@ public:
     CmBytes copy = found->bytes;
     const CmGenericByteData view(copy.data(), copy.size());
     recordOut = view; // a deep copy, which owns its bytes
-    recordOut.SetOwnsBuffer(!m_HandOutViews);
+    if (m_HandOutViews) {
+      // The store keeps the bytes, as the owner of a view would.
+      recordOut.SetOwnsBuffer(false);
+      m_Lent.push_back(recordOut.GetData());
+    }
     return true;
+  }
+  ~CmMemoryStore() override {
+    for (uint8_t* bytes : m_Lent) {
+      delete[] bytes;
+    }
+  }
+  CmMemoryStore() = default;
+  CmMemoryStore(const CmMemoryStore& other) : m_Records(other.m_Records) {}
+  CmMemoryStore& operator=(const CmMemoryStore& other) {
+    m_Records = other.m_Records;
+    return *this;
   }
   bool MoveTo(const CmTimeStamp&, uint32_t) override { return false; }
   bool MoveTo(const CmTimeStamp&, uint32_t, CmTimeStamp&) override { return false; }
@@ -112,6 +127,7 @@ public:
   std::vector<SmStoredRecord> m_Records;
   int m_Calls = 0;
   bool m_HandOutViews = false;
+  std::vector<uint8_t*> m_Lent;
 };
 
 // The frame that a time and match type ask for, among frames in time order.
