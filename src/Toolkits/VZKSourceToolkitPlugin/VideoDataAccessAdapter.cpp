@@ -14,8 +14,8 @@ using NmTimeStamp::CmTimeStamp;
 
 namespace {
 
-// A group of pictures is far shorter than this; a walk that goes on longer is
-// walking through a recording without sync frames.
+// A group of pictures, or a run of damaged records, is far shorter than this;
+// a walk that goes on longer is walking through a recording without pictures.
 constexpr int SyncWalkLimit = 1000;
 
 bool Holds(const ImData& item, int64_t time) {
@@ -249,14 +249,16 @@ bool CmVideoDataAccessAdapter::GetByteData(const CmTimeStamp& time, SmTimeMatchT
     recordOut = record;
     return true;
   }
-  if (!item || !syncFramesOnly || matchType == NmMediaProcessing::TimeMatchExact) {
+  if (!item || matchType == NmMediaProcessing::TimeMatchExact ||
+      (!syncFramesOnly && matchType == NmMediaProcessing::TimeMatchNearest)) {
     return false;
   }
 
-  // Only sync frames count and the item found holds none that fits: walk.
+  // The item found holds nothing that fits: a damaged record, or only frames
+  // that need others when sync frames are wanted. The search goes on past it.
   int64_t foundTime = 0;
   if (matchType != NmMediaProcessing::TimeMatchNearest) {
-    if (!WalkToSyncFrame(t, matchType, record, foundTime)) {
+    if (!Walk(t, matchType, syncFramesOnly, record, foundTime)) {
       return false;
     }
     recordOut = record;
@@ -270,15 +272,14 @@ bool CmVideoDataAccessAdapter::GetByteData(const CmTimeStamp& time, SmTimeMatchT
       Fetch(t, MoveAtOrBefore) &&
       (Choose(*m_Items.front(), t, NmMediaProcessing::TimeMatchAtOrBefore, true, before,
               conclusive) ||
-       WalkToSyncFrame(t, NmMediaProcessing::TimeMatchAtOrBefore, before, beforeTime));
+       Walk(t, NmMediaProcessing::TimeMatchAtOrBefore, true, before, beforeTime));
   if (hasBefore) {
     beforeTime = CmRawVideoByteDataAccess(before, false).GetTime().GetMilliseconds();
   }
-  const bool hasAfter =
-      Fetch(t, MoveAtOrAfter) &&
-      (Choose(*m_Items.front(), t, NmMediaProcessing::TimeMatchAtOrAfter, true, after,
-              conclusive) ||
-       WalkToSyncFrame(t, NmMediaProcessing::TimeMatchAtOrAfter, after, afterTime));
+  const bool hasAfter = Fetch(t, MoveAtOrAfter) &&
+                        (Choose(*m_Items.front(), t, NmMediaProcessing::TimeMatchAtOrAfter, true,
+                                after, conclusive) ||
+                         Walk(t, NmMediaProcessing::TimeMatchAtOrAfter, true, after, afterTime));
   if (hasAfter) {
     afterTime = CmRawVideoByteDataAccess(after, false).GetTime().GetMilliseconds();
   }
@@ -293,8 +294,8 @@ bool CmVideoDataAccessAdapter::GetByteData(const CmTimeStamp& time, SmTimeMatchT
   return false;
 }
 
-bool CmVideoDataAccessAdapter::WalkToSyncFrame(int64_t time, SmTimeMatchType matchType,
-                                               CmGenericByteData& recordOut, int64_t& foundTime) {
+bool CmVideoDataAccessAdapter::Walk(int64_t time, SmTimeMatchType matchType, bool syncFramesOnly,
+                                    CmGenericByteData& recordOut, int64_t& foundTime) {
   const bool forwards = matchType == NmMediaProcessing::TimeMatchAfter ||
                         matchType == NmMediaProcessing::TimeMatchAtOrAfter;
   for (int step = 0; step < SyncWalkLimit; ++step) {
@@ -303,7 +304,7 @@ bool CmVideoDataAccessAdapter::WalkToSyncFrame(int64_t time, SmTimeMatchType mat
       return false;
     }
     bool conclusive = false;
-    if (Choose(*item, time, matchType, true, recordOut, conclusive)) {
+    if (Choose(*item, time, matchType, syncFramesOnly, recordOut, conclusive)) {
       foundTime = item->GetBeginTime();
       return true;
     }

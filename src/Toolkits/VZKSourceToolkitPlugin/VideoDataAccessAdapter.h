@@ -44,8 +44,9 @@ private:
   bool Choose(const ImData& item, int64_t time, NmMediaProcessing::SmTimeMatchType matchType,
               bool syncFramesOnly, NmMediaProcessing::CmGenericByteData& recordOut,
               bool& conclusive) const;
-  bool WalkToSyncFrame(int64_t time, NmMediaProcessing::SmTimeMatchType matchType,
-                       NmMediaProcessing::CmGenericByteData& recordOut, int64_t& foundTime);
+  // Steps item by item in the direction of the match until one answers it.
+  bool Walk(int64_t time, NmMediaProcessing::SmTimeMatchType matchType, bool syncFramesOnly,
+            NmMediaProcessing::CmGenericByteData& recordOut, int64_t& foundTime);
 
   ImPlaybackSourceToolkit* m_Playback;
   // One item at a time: the last one fetched.
