@@ -299,7 +299,7 @@ TEST_F(RootToolkitTest, BadConfigurationShowsAtConnect) {
   EXPECT_EQ(connectError("<toolkit><config>"), parseError);
   EXPECT_EQ(connectError(""), parseError);
   EXPECT_EQ(connectError(RootConfiguration("<unknown_element/>")), parseError);
-  EXPECT_EQ(connectError(RootConfiguration("<video_decoder/>")), parseError)
+  EXPECT_EQ(connectError(RootConfiguration("<audio_decoder/>")), parseError)
       << "a toolkit that is not built yet fails like an unknown one";
   EXPECT_EQ(connectError(RootConfiguration("<Toolkit type='source'/>")), parseError)
       << "names compare exactly";

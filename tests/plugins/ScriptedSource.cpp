@@ -76,8 +76,7 @@ const ImProperty* FindProperty(const PropertyMap& properties, const std::string&
 }
 
 // The accessors that every kind of scripted item shares.
-template <typename Interface>
-class ScriptedItem : public Interface {
+template <typename Interface> class ScriptedItem : public Interface {
 public:
   explicit ScriptedItem(const ItemScript& script) : m_Script(script) {}
   int64_t GetBeginTime() const override { return m_Script.begin; }
@@ -115,6 +114,14 @@ std::vector<std::string> SplitList(const std::string& text) {
   return parts;
 }
 
+std::string FromHex(const std::string& hex) {
+  std::string bytes;
+  for (size_t i = 0; i + 1 < hex.size(); i += 2) {
+    bytes.push_back(static_cast<char>(std::stoi(hex.substr(i, 2), nullptr, 16)));
+  }
+  return bytes;
+}
+
 class ScriptedSource : public ImPlaybackSourceToolkit, public ImLiveSourceToolkit {
 public:
   explicit ScriptedSource(const char* xml) {
@@ -141,6 +148,11 @@ public:
       node->GetAttributeValue("end", item.end);
       node->GetAttributeValue("sequence", item.sequence);
       node->GetAttributeValue("payload", item.payload);
+      // Binary records (encoded pictures) come as hexadecimal text.
+      std::string hex;
+      if (node->GetAttributeValue("payload_hex", hex)) {
+        item.payload = FromHex(hex);
+      }
       std::vector<NmXerces::CmXmlNodePtr> properties;
       node->GetChildren(properties);
       for (const auto& property : properties) {
@@ -318,7 +330,9 @@ VZK_PLUGIN_EXPORT ImToolkit* CreateInstance(const char* xml) {
   }
 }
 
-VZK_PLUGIN_EXPORT void DeleteInstance(ImToolkit* toolkit) { delete toolkit; }
+VZK_PLUGIN_EXPORT void DeleteInstance(ImToolkit* toolkit) {
+  delete toolkit;
+}
 
 // For tests only: what this library was asked to do, and how many of its
 // toolkits are alive. Only the test's own thread reads the journal; a
@@ -336,4 +350,6 @@ VZK_PLUGIN_EXPORT void ScriptedSourceClearJournal() {
   journal.clear();
 }
 
-VZK_PLUGIN_EXPORT int ScriptedSourceInstances() { return liveInstances; }
+VZK_PLUGIN_EXPORT int ScriptedSourceInstances() {
+  return liveInstances;
+}

@@ -4,14 +4,14 @@
 #include "Toolkits/VZKSourceToolkitPlugin/SetProperty.h"
 #include "Toolkits/VZKSourceToolkitPlugin/SyntheticLive.h"
 #include "Toolkits/VZKSourceToolkitPlugin/VZKSourceToolkit.h"
+#include "Toolkits/VZKSourceToolkitPlugin/VideoDecoder.h"
 
 namespace NmToolkit {
 namespace {
 
 using CmToolkitCreator = ImSourceToolkit* (*)(const NmXerces::CmXmlNodePtr& node);
 
-template <typename Toolkit>
-ImSourceToolkit* Create(const NmXerces::CmXmlNodePtr& node) {
+template <typename Toolkit> ImSourceToolkit* Create(const NmXerces::CmXmlNodePtr& node) {
   return new Toolkit(node);
 }
 
@@ -38,7 +38,7 @@ constexpr SmToolkitEntry TransformToolkits[] = {
 
 // Upstream toolkits of this library, tried after "toolkit".
 constexpr SmToolkitEntry UpstreamToolkits[] = {
-    {"video_decoder", nullptr},
+    {"video_decoder", &Create<CmVideoDecoder>},
     {"key_frames_only_video_decoder", nullptr},
     {"conditional_video_decoder", nullptr},
     {"synthetic_live", &Create<CmSyntheticLive>},

@@ -198,7 +198,9 @@ void CmVZKSourceToolkit::CopyPassedProperties(const ImData* in,
 
 void CmVZKSourceToolkit::ReadConfiguration() {}
 
-void CmVZKSourceToolkit::ProcessData(ImData* in, ImData** out) { *out = in; }
+void CmVZKSourceToolkit::ProcessData(ImData* in, ImData** out) {
+  *out = in;
+}
 
 // ---- updates ----
 
@@ -282,12 +284,24 @@ void CmVZKSourceToolkit::Disconnect() {
 
 // ---- upstream access ----
 
+ImSourceToolkit* CmVZKSourceToolkit::ReplaceFirstUpstream(ImSourceToolkit* replacement) {
+  if (m_UpstreamToolkits.empty()) {
+    return nullptr;
+  }
+  ImSourceToolkit* original = m_UpstreamToolkits.front();
+  m_UpstreamToolkits.front() = replacement;
+  m_PlaybackUpstreams.front() = dynamic_cast<ImPlaybackSourceToolkit*>(replacement);
+  m_LiveUpstreams.front() = dynamic_cast<ImLiveSourceToolkit*>(replacement);
+  return original;
+}
+
 ImSourceToolkit* CmVZKSourceToolkit::FirstUpstream() const {
   return m_UpstreamToolkits.empty() ? nullptr : m_UpstreamToolkits.front();
 }
 
 ImPlaybackSourceToolkit* CmVZKSourceToolkit::FirstPlaybackUpstream(const char* operation) const {
-  ImPlaybackSourceToolkit* upstream = m_PlaybackUpstreams.empty() ? nullptr : m_PlaybackUpstreams.front();
+  ImPlaybackSourceToolkit* upstream =
+      m_PlaybackUpstreams.empty() ? nullptr : m_PlaybackUpstreams.front();
   if (upstream == nullptr) {
     // An empty chain, or an upstream that cannot play back.
     throw CmInvalidOperationError<0>(operation);

@@ -79,6 +79,13 @@ protected:
   void RequirePlayback(const char* operation) const;
   void RequireConnected() const;
   void SetLive(bool live) { m_IsLive = live; }
+  // Puts `replacement` in the place of the first upstream, for data and for
+  // navigation, and returns the upstream it replaced (null without one). The
+  // replacement stays the caller's; the original must be put back before this
+  // base destroys what it owns.
+  ImSourceToolkit* ReplaceFirstUpstream(ImSourceToolkit* replacement);
+  // A toolkit that fetches a property for itself does not hand it on.
+  void RemovePassedProperty(const std::string& name) { m_PassedProperties.erase(name); }
 
 private:
   bool ConfigureFromXml(const char* xml);

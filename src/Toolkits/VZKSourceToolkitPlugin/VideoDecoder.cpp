@@ -1,0 +1,420 @@
+#include "Toolkits/VZKSourceToolkitPlugin/VideoDecoder.h"
+
+#include <chrono>
+#include <cstdlib>
+
+#include "Common/Error/Error.h"
+#include "Common/TimeStamp/TimeStamp.h"
+#include "Toolkits/VZKSourceToolkitPlugin/ImageData.h"
+#include "Toolkits/VZKSourceToolkitPlugin/ToolkitErrors.h"
+
+namespace NmToolkit {
+
+using namespace NmMediaProcessing;
+using NmTimeStamp::CmTimeStamp;
+
+namespace {
+
+int64_t TimeOf(const CmImage& image) {
+  return image.GetAttributes().timeStamp.GetMilliseconds();
+}
+
+bool Exists(const CmImage& image) {
+  return image.IsValid();
+}
+
+// The random-access match type for each SmMoveMode.
+SmTimeMatchType MatchTypeFor(SmMoveMode mode) {
+  switch (mode) {
+  case MoveClosest:
+    return TimeMatchNearest;
+  case MoveBefore:
+    return TimeMatchBefore;
+  case MoveAtOrBefore:
+    return TimeMatchAtOrBefore;
+  case MoveAfter:
+    return TimeMatchAfter;
+  case MoveAtOrAfter:
+    return TimeMatchAtOrAfter;
+  }
+  // A mode outside the contract is a host fault that nothing here can repair.
+  std::abort();
+}
+
+int64_t NowMilliseconds() {
+  return std::chrono::duration_cast<std::chrono::milliseconds>(
+             std::chrono::steady_clock::now().time_since_epoch())
+      .count();
+}
+
+} // namespace
+
+CmVideoDecoder::CmVideoDecoder(const NmXerces::CmXmlNodePtr& node) : CmVZKSourceToolkit(node) {
+  if (!IsConfigured() || FirstUpstream() == nullptr ||
+      dynamic_cast<ImPlaybackSourceToolkit*>(FirstUpstream()) == nullptr) {
+    return;
+  }
+  ApplyOptions();
+  m_Cache = std::make_unique<CmCache>(FirstUpstream());
+  m_KeptUpstream = ReplaceFirstUpstream(m_Cache.get());
+  m_Adapter = std::make_unique<CmVideoDataAccessAdapter>(m_Cache.get());
+  m_RandomAccess.SetDataAccess(m_Adapter.get());
+}
+
+CmVideoDecoder::~CmVideoDecoder() {
+  // The base destroys its own upstream, not the cache in its place.
+  if (m_Cache) {
+    ReplaceFirstUpstream(m_KeptUpstream);
+  }
+  m_RandomAccess.ClearDataAccess();
+}
+
+void CmVideoDecoder::ApplyOptions() {
+  m_StreamDecoder.SetParameters(m_Options);
+  m_RandomAccess.SetParameters(m_Options);
+}
+
+void CmVideoDecoder::ReadConfiguration() {
+  const bool luminanceOnly = GetConfigurationValue("luminance_only", "false") == "true";
+  const bool normalize = GetConfigurationValue("normalize_pixel_aspect_ratio", "false") == "true";
+  const bool cavt = GetConfigurationValue("deinterlacing_filter", "CAVT") == "CAVT";
+  const bool flipped = GetConfigurationValue("flipped_vertically", "false") == "true";
+  m_Output.Configure(luminanceOnly, normalize, cavt, flipped);
+  if (m_Options.m_LuminanceOnly != luminanceOnly) {
+    m_Options.m_LuminanceOnly = luminanceOnly;
+    ApplyOptions();
+  }
+}
+
+void CmVideoDecoder::Connect(const CmPropertyNameSet& requested, CmPropertyNameSet& supported,
+                             uint64_t argument) {
+  if (IsConnected()) {
+    return;
+  }
+  m_ApplyMask = GetConfigurationValue("apply_privacy_mask", "true") != "false";
+  if (!m_ApplyMask) {
+    CmVZKSourceToolkit::Connect(requested, supported, argument);
+  } else {
+    // The mask is needed to burn it in, whether or not the host wants it.
+    CmPropertyNameSet withMask = requested;
+    withMask.insert(NmPropertyNames::PrivacyMask);
+    CmVZKSourceToolkit::Connect(withMask, supported, argument);
+    if (requested.count(NmPropertyNames::PrivacyMask) == 0) {
+      RemovePassedProperty(NmPropertyNames::PrivacyMask);
+      supported.erase(NmPropertyNames::PrivacyMask);
+    }
+  }
+  m_Output.BuildPerFrameNames(GetPassedProperties());
+}
+
+void CmVideoDecoder::Connect(uint64_t argument) {
+  CmPropertyNameSet supported;
+  Connect(CmPropertyNameSet(), supported, argument);
+}
+
+// ---- live ----
+
+void CmVideoDecoder::StartLiveStream() {
+  SetLive(true);
+  m_RandomAccess.Reset();
+  FirstLiveUpstream("StartLiveStream")->StartLiveStream();
+}
+
+void CmVideoDecoder::StopLiveStream() {
+  m_StreamDecoder.Reset();
+  m_PendingItem.reset();
+  SetLive(false);
+  FirstLiveUpstream("StopLiveStream")->StopLiveStream();
+}
+
+uint32_t CmVideoDecoder::GetLiveData(ImData** out, uint32_t timeout) {
+  RequireConnected();
+  if (!IsLive()) {
+    throw CmInvalidOperationError<2>("GetLiveData");
+  }
+  if (out == nullptr) {
+    throw CmInvalidArgumentError<2>("out");
+  }
+  *out = nullptr;
+  const int64_t start = NowMilliseconds();
+  CmImage image;
+  CmVZKSourceToolkitProperties properties;
+  for (;;) {
+    if (!m_PendingItem) {
+      const int64_t spent = NowMilliseconds() - start;
+      const uint32_t left = spent >= timeout ? 0 : static_cast<uint32_t>(timeout - spent);
+      ImData* raw = nullptr;
+      const uint32_t status = FirstLiveUpstream("GetLiveData")->GetLiveData(&raw, left);
+      std::unique_ptr<ImData> item(raw);
+      if (status != StatusSuccess) {
+        return status;
+      }
+      if (dynamic_cast<ImMediaData*>(item.get()) == nullptr) {
+        if (dynamic_cast<ImOutOfBandData*>(item.get()) != nullptr) {
+          *out = item.release();
+          return StatusSuccess;
+        }
+        return StatusNoItem;
+      }
+      m_PendingItem = std::move(item);
+    }
+
+    bool callAgain = false;
+    bool gotImage = false;
+    bool decoded = false;
+    try {
+      const CmGenericByteData source(const_cast<uint8_t*>(m_PendingItem->GetDataPointer()),
+                                     m_PendingItem->GetDataSize());
+      decoded = m_StreamDecoder.Decode(source, image, callAgain, gotImage);
+    } catch (const NmError::CmError&) {
+      decoded = false;
+    }
+    if (!decoded) {
+      m_PendingItem.reset();
+      return StatusNoItem;
+    }
+    if (gotImage) {
+      m_Output.CopyPerFrameProperties(m_PendingItem.get(), properties);
+      if (!callAgain) {
+        m_PendingItem.reset();
+      }
+      break;
+    }
+    if (!callAgain) {
+      m_PendingItem.reset();
+    }
+    if (NowMilliseconds() - start >= static_cast<int64_t>(timeout)) {
+      return StatusNoItem;
+    }
+  }
+
+  CmImage result;
+  try {
+    result = m_Output.Transform(image);
+  } catch (const NmError::CmError&) {
+    result.Reset();
+  }
+  if (GetPassedProperties().count(NmPropertyNames::Transcoded) != 0) {
+    properties.SetProperty(NmPropertyNames::Transcoded, new CmBooleanProperty(true));
+  }
+  *out = new CmImageData(result, properties);
+  return StatusSuccess;
+}
+
+// ---- playback ----
+
+uint32_t CmVideoDecoder::Seek(int64_t time, SmTimeMatchType matchType) {
+  const bool haveCurrent = Exists(m_Current);
+  auto rotateForwards = [&] {
+    m_Previous = m_Current;
+    m_Current = m_Next;
+    m_Next.Reset();
+  };
+  auto rotateBackwards = [&] {
+    m_Next = m_Current;
+    m_Current = m_Previous;
+    m_Previous.Reset();
+  };
+  auto atTime = [&](const CmImage& image) { return Exists(image) && TimeOf(image) == time; };
+
+  if (haveCurrent) {
+    if (matchType == TimeMatchAfter && Exists(m_Next) && TimeOf(m_Current) == time) {
+      rotateForwards();
+      m_LastStatus = StatusSuccess;
+      return StatusSuccess;
+    }
+    if (matchType == TimeMatchBefore && Exists(m_Previous) && TimeOf(m_Current) == time) {
+      rotateBackwards();
+      m_LastStatus = StatusSuccess;
+      return StatusSuccess;
+    }
+    if (matchType != TimeMatchAfter && matchType != TimeMatchBefore) {
+      const bool inCurrentSpan = matchType == TimeMatchAtOrBefore && Exists(m_Next) &&
+                                 TimeOf(m_Current) <= time && time < TimeOf(m_Next);
+      if (atTime(m_Current) || inCurrentSpan) {
+        m_LastStatus = StatusSuccess;
+        return StatusSuccess;
+      }
+      if (atTime(m_Next)) {
+        rotateForwards();
+        m_LastStatus = StatusSuccess;
+        return StatusSuccess;
+      }
+      if (atTime(m_Previous)) {
+        rotateBackwards();
+        m_LastStatus = StatusSuccess;
+        return StatusSuccess;
+      }
+    }
+  }
+
+  m_Next.Reset();
+  m_Previous.Reset();
+  const CmImage saved = m_Current;
+  bool found = false;
+  try {
+    CmImage image;
+    found = m_RandomAccess.GetImage(CmTimeStamp::FromMilliseconds(time), matchType, image) &&
+            Exists(image);
+    if (found) {
+      m_Current = image;
+    }
+  } catch (const NmError::CmError&) {
+    found = false;
+  }
+  if (found) {
+    m_LastStatus = StatusSuccess;
+    return StatusSuccess;
+  }
+  // A miss keeps showing the picture there was, if there was one.
+  if (Exists(saved)) {
+    m_Current = saved;
+    m_LastStatus = StatusSuccess;
+  } else {
+    m_Current.Reset();
+    m_LastStatus = StatusNoItem;
+  }
+  return StatusNoItem;
+}
+
+uint32_t CmVideoDecoder::MoveFirst() {
+  RequirePlayback("MoveFirst");
+  return MoveTo(CmTimeStamp(CmTimeStamp::Earliest).GetMilliseconds(), MoveAtOrAfter);
+}
+
+uint32_t CmVideoDecoder::MoveLast() {
+  RequirePlayback("MoveLast");
+  return MoveTo(CmTimeStamp(CmTimeStamp::Latest).GetMilliseconds(), MoveAtOrBefore);
+}
+
+uint32_t CmVideoDecoder::MoveNext() {
+  RequirePlayback("MoveNext");
+  return Seek(Exists(m_Current) ? TimeOf(m_Current) : CmTimeStamp().GetMilliseconds(),
+              TimeMatchAfter);
+}
+
+uint32_t CmVideoDecoder::MovePrevious() {
+  RequirePlayback("MovePrevious");
+  return Seek(Exists(m_Current) ? TimeOf(m_Current) : CmTimeStamp().GetMilliseconds(),
+              TimeMatchBefore);
+}
+
+uint32_t CmVideoDecoder::MoveSequence(bool forwards) {
+  ImPlaybackSourceToolkit* upstream =
+      FirstPlaybackUpstream(forwards ? "MoveNextSequence" : "MovePreviousSequence");
+  const uint32_t status =
+      forwards ? upstream->MoveNextSequence() : upstream->MovePreviousSequence();
+  if (status != StatusSuccess) {
+    return status;
+  }
+  ImData* raw = nullptr;
+  const uint32_t fetched = upstream->GetData(&raw);
+  std::unique_ptr<ImData> item(raw);
+  if (fetched != StatusSuccess || !item) {
+    return fetched != StatusSuccess ? fetched : StatusNoItem;
+  }
+  const int64_t begin = item->GetBeginTime();
+  item.reset();
+  return Seek(begin, TimeMatchAtOrBefore);
+}
+
+uint32_t CmVideoDecoder::MoveNextSequence() {
+  RequirePlayback("MoveNextSequence");
+  return MoveSequence(true);
+}
+
+uint32_t CmVideoDecoder::MovePreviousSequence() {
+  RequirePlayback("MovePreviousSequence");
+  return MoveSequence(false);
+}
+
+uint32_t CmVideoDecoder::MoveTo(int64_t time, SmMoveMode mode) {
+  RequirePlayback("MoveTo");
+  return Seek(time, MatchTypeFor(mode));
+}
+
+bool CmVideoDecoder::FindNeighbour(CmImage& neighbour, SmTimeMatchType matchType) {
+  if (Exists(neighbour)) {
+    return true;
+  }
+  try {
+    CmImage image;
+    if (m_RandomAccess.GetImage(m_Current.GetAttributes().timeStamp, matchType, image) &&
+        Exists(image)) {
+      neighbour = image;
+      return true;
+    }
+  } catch (const NmError::CmError&) {
+  }
+  neighbour.Reset();
+  return false;
+}
+
+const ImData* CmVideoDecoder::ItemAt(int64_t time) {
+  if (const ImData* item = m_Adapter->FindItem(time)) {
+    return item;
+  }
+  if (m_Cache->MoveTo(time, MoveClosest) != StatusSuccess) {
+    return nullptr;
+  }
+  ImData* raw = nullptr;
+  if (m_Cache->GetData(&raw) != StatusSuccess || raw == nullptr) {
+    delete raw;
+    return nullptr;
+  }
+  m_Adapter->Remember(std::shared_ptr<ImData>(raw));
+  return m_Adapter->FindItem(time);
+}
+
+uint32_t CmVideoDecoder::GetData(ImData** out) {
+  RequirePlayback("GetData");
+  if (out == nullptr) {
+    throw CmInvalidArgumentError<2>("out");
+  }
+  *out = nullptr;
+  if (m_LastStatus != StatusSuccess) {
+    return m_LastStatus;
+  }
+  CmImage result;
+  try {
+    result = m_Output.Transform(m_Current);
+  } catch (const NmError::CmError&) {
+    result = m_Current;
+  }
+  CmVZKSourceToolkitProperties properties;
+  const auto& passed = GetPassedProperties();
+  if (passed.count(NmPropertyNames::Transcoded) != 0) {
+    properties.SetProperty(NmPropertyNames::Transcoded, new CmBooleanProperty(true));
+  }
+  const int64_t time = TimeOf(m_Current);
+  if (passed.count(NmPropertyNames::PrevBeginTime) != 0 ||
+      passed.count(NmPropertyNames::PrevEndTime) != 0) {
+    if (FindNeighbour(m_Previous, TimeMatchBefore)) {
+      properties.SetProperty(NmPropertyNames::PrevBeginTime,
+                             new CmUTCTimeProperty(TimeOf(m_Previous)));
+      properties.SetProperty(NmPropertyNames::PrevEndTime,
+                             new CmUTCTimeProperty(TimeOf(m_Previous)));
+    }
+  }
+  if (passed.count(NmPropertyNames::NextBeginTime) != 0 ||
+      passed.count(NmPropertyNames::NextEndTime) != 0) {
+    if (FindNeighbour(m_Next, TimeMatchAfter)) {
+      properties.SetProperty(NmPropertyNames::NextBeginTime, new CmUTCTimeProperty(TimeOf(m_Next)));
+      properties.SetProperty(NmPropertyNames::NextEndTime, new CmUTCTimeProperty(TimeOf(m_Next)));
+    }
+  }
+  if (!m_Output.GetPerFrameNames().empty()) {
+    try {
+      const ImData* item = ItemAt(time);
+      if (item != nullptr && item->GetBeginTime() <= time && time <= item->GetEndTime()) {
+        m_Output.CopyPerFrameProperties(item, properties);
+      }
+    } catch (const ImToolkitError&) {
+      // The picture goes without the properties it could not get.
+    }
+  }
+  *out = new CmImageData(result, properties);
+  return m_LastStatus;
+}
+
+} // namespace NmToolkit

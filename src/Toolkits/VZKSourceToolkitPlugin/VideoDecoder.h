@@ -1,0 +1,73 @@
+#pragma once
+
+#include <memory>
+
+#include "MediaProcessing/Image/Image.h"
+#include "MediaProcessing/Video/GenericVideoDecoder.h"
+#include "MediaProcessing/Video/RandomAccessVideoDecoder.h"
+#include "Toolkits/VZKSourceToolkitPlugin/Cache.h"
+#include "Toolkits/VZKSourceToolkitPlugin/DecodedImageOutput.h"
+#include "Toolkits/VZKSourceToolkitPlugin/VZKSourceToolkit.h"
+#include "Toolkits/VZKSourceToolkitPlugin/VideoDataAccessAdapter.h"
+
+namespace NmToolkit {
+
+// Turns encoded items into pictures. In playback it answers every move by
+// decoding the picture at that time, forwards or backwards, through a cache
+// of the upstream items; live, it decodes the stream as it comes.
+class CmVideoDecoder : public CmVZKSourceToolkit {
+public:
+  explicit CmVideoDecoder(const NmXerces::CmXmlNodePtr& node);
+  ~CmVideoDecoder() override;
+
+  void Connect(const CmPropertyNameSet& requested, CmPropertyNameSet& supported,
+               uint64_t argument) override;
+  void Connect(uint64_t argument) override;
+
+  void StartLiveStream() override;
+  void StopLiveStream() override;
+  uint32_t GetLiveData(ImData** out, uint32_t timeout) override;
+
+  uint32_t MoveFirst() override;
+  uint32_t MoveLast() override;
+  uint32_t MoveNext() override;
+  uint32_t MovePrevious() override;
+  uint32_t MoveNextSequence() override;
+  uint32_t MovePreviousSequence() override;
+  uint32_t MoveTo(int64_t time, SmMoveMode mode) override;
+  uint32_t GetData(ImData** out) override;
+
+  void ReadConfiguration() override;
+
+protected:
+  // The picture at `time` as the random-access match type `matchType`
+  // selects it, into the current image; 0 or 1.
+  uint32_t Seek(int64_t time, NmMediaProcessing::SmTimeMatchType matchType);
+  CmCache* GetCache() const { return m_Cache.get(); }
+
+private:
+  void ApplyOptions();
+  uint32_t MoveSequence(bool forwards);
+  // Decodes the neighbour of the current picture into `neighbour` unless it
+  // is there already; false when there is none.
+  bool FindNeighbour(NmMediaProcessing::CmImage& neighbour,
+                     NmMediaProcessing::SmTimeMatchType matchType);
+  // The upstream item of the picture's time, for its per-frame properties.
+  const ImData* ItemAt(int64_t time);
+
+  NmMediaProcessing::SmVideoDecodeParameters m_Options;
+  CmDecodedImageOutput m_Output;
+  NmMediaProcessing::CmGenericVideoDecoder m_StreamDecoder;
+  std::unique_ptr<ImData> m_PendingItem;
+  NmMediaProcessing::CmRandomAccessVideoDecoder m_RandomAccess;
+  std::unique_ptr<CmCache> m_Cache;
+  ImSourceToolkit* m_KeptUpstream = nullptr;
+  std::unique_ptr<CmVideoDataAccessAdapter> m_Adapter;
+  bool m_ApplyMask = true;
+  uint32_t m_LastStatus = StatusNoItem;
+  NmMediaProcessing::CmImage m_Current;
+  NmMediaProcessing::CmImage m_Next;
+  NmMediaProcessing::CmImage m_Previous;
+};
+
+} // namespace NmToolkit

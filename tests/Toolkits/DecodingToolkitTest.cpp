@@ -1,0 +1,389 @@
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Toolkits/ToolkitTestSupport.h"
+#include "Toolkits/VZKSourceToolkitPlugin/ImageData.h"
+#include "Toolkits/VZKSourceToolkitPlugin/ToolkitErrors.h"
+#include "Toolkits/VZKSourceToolkitPlugin/VZKSourceToolkit.h"
+#include "support/FlatJPEG.h"
+#include "support/GenericByteDataBuilder.h"
+
+using namespace NmToolkit;
+using namespace NmToolkitTest;
+using NmTestSupport::CmBytes;
+
+namespace {
+
+constexpr int64_t T0 = 1700000000000;
+constexpr int PictureCount = 6;
+
+std::string Hex(const CmBytes& bytes) {
+  std::string text;
+  char pair[3];
+  for (const uint8_t b : bytes) {
+    std::snprintf(pair, sizeof pair, "%02x", b);
+    text += pair;
+  }
+  return text;
+}
+
+uint8_t LevelOf(int picture) {
+  return static_cast<uint8_t>(30 + 30 * picture);
+}
+
+int64_t TimeOf(int picture) {
+  return T0 + 40 * picture;
+}
+
+enum class Form { RawJPEG, Block, Packet };
+
+// One scripted item holding a JPEG picture in the given form.
+std::string JPEGItem(Form form, int picture, const std::string& inner = "",
+                     const CmBytes* replacement = nullptr) {
+  const CmBytes jpeg = replacement ? *replacement : NmTestSupport::FlatJPEG(LevelOf(picture));
+  const uint64_t t = static_cast<uint64_t>(TimeOf(picture));
+  CmBytes record;
+  switch (form) {
+  case Form::RawJPEG:
+    record = jpeg;
+    break;
+  case Form::Block:
+    record = NmTestSupport::BuildBlock({.type = 1,
+                                        .beginTime = t,
+                                        .endTime = t,
+                                        .width = 48,
+                                        .height = 32,
+                                        .imageCount = 1,
+                                        .payload = jpeg});
+    break;
+  case Form::Packet:
+    record = NmTestSupport::BuildVideoPacket(
+        {.codec = 1, .sync = true, .syncTime = t, .frameTime = t, .payload = jpeg});
+    break;
+  }
+  return "<item begin='" + std::to_string(t) + "' sequence='" + std::to_string(picture / 3) +
+         "' payload_hex='" + Hex(record) + "'>" + inner + "</item>";
+}
+
+std::string Pictures(Form form) {
+  std::string items;
+  for (int i = 0; i < PictureCount; ++i) {
+    items += JPEGItem(form, i,
+                      "<property name='Sequence_Number' value='" + std::to_string(100 + i) + "'/>");
+  }
+  return items;
+}
+
+std::string Decoder(const std::string& items, const std::string& attributes = "",
+                    const std::string& element = "video_decoder") {
+  return RootConfiguration("<" + element + " " + attributes + ">" +
+                           ScriptedToolkit(items, "Sequence_Number,Privacy_Mask") + "</" + element +
+                           ">");
+}
+
+struct SmPicture {
+  uint32_t status = StatusNoItem;
+  int64_t time = 0;
+  int luma = -1;
+  std::unique_ptr<ImData> item;
+};
+
+SmPicture Fetch(ImPlaybackSourceToolkit& toolkit) {
+  SmPicture out;
+  ImData* raw = nullptr;
+  out.status = toolkit.GetData(&raw);
+  out.item.reset(raw);
+  if (auto* image = dynamic_cast<CmImageData*>(raw); image && image->GetImage().IsValid()) {
+    out.time = image->GetBeginTime();
+    out.luma = NmTestSupport::MiddleLuma(image->GetImage());
+  }
+  return out;
+}
+
+// The picture a move selects among pictures 0 .. PictureCount - 1.
+std::optional<int> Expected(int64_t t, SmMoveMode mode) {
+  std::optional<int> out;
+  for (int i = 0; i < PictureCount; ++i) {
+    const int64_t f = TimeOf(i);
+    const bool take = mode == MoveAfter       ? f > t && !out
+                      : mode == MoveAtOrAfter ? f >= t && !out
+                      : mode == MoveBefore    ? f < t
+                      : mode == MoveAtOrBefore
+                          ? f <= t
+                          : !out || std::llabs(f - t) <= std::llabs(TimeOf(*out) - t);
+    if (take) {
+      out = i;
+    }
+  }
+  return out;
+}
+
+int64_t TimeProperty(const ImData& item, const std::string& name) {
+  const auto* property = dynamic_cast<const ImUTCTimeProperty*>(item.GetProperty(name));
+  return property ? property->GetValue() : -1;
+}
+
+std::string StringProperty(const ImData& item, const std::string& name) {
+  const auto* property = dynamic_cast<const ImStringProperty*>(item.GetProperty(name));
+  return property ? property->GetValue() : "absent";
+}
+
+size_t Count(const std::string& text, const std::string& word) {
+  size_t count = 0;
+  for (size_t at = text.find(word); at != std::string::npos; at = text.find(word, at + 1)) {
+    ++count;
+  }
+  return count;
+}
+
+} // namespace
+
+// Every move lands on the right picture in every form, at the ends, between
+// pictures and beyond both ends; a failed move keeps the picture there was.
+TEST(VideoDecoderToolkit, MovesLandOnTheRightPicture) {
+  for (const Form form : {Form::RawJPEG, Form::Block, Form::Packet}) {
+    SCOPED_TRACE(static_cast<int>(form));
+    CmVZKSourceToolkit root(Decoder(Pictures(form)).c_str());
+    ASSERT_TRUE(root.IsConfigured());
+    root.Connect(0);
+    EXPECT_EQ(Fetch(root).status, StatusNoItem) << "nothing before the first move";
+
+    ASSERT_EQ(root.MoveFirst(), StatusSuccess);
+    SmPicture picture = Fetch(root);
+    ASSERT_EQ(picture.status, StatusSuccess);
+    EXPECT_EQ(picture.time, TimeOf(0));
+    EXPECT_NEAR(picture.luma, LevelOf(0), 3);
+    for (int i = 1; i < PictureCount; ++i) {
+      ASSERT_EQ(root.MoveNext(), StatusSuccess) << i;
+      picture = Fetch(root);
+      EXPECT_EQ(picture.time, TimeOf(i));
+      EXPECT_NEAR(picture.luma, LevelOf(i), 3);
+    }
+    EXPECT_EQ(root.MoveNext(), StatusNoItem);
+    EXPECT_EQ(Fetch(root).time, TimeOf(PictureCount - 1)) << "a failed move keeps the picture";
+    for (int i = PictureCount - 2; i >= 0; --i) {
+      ASSERT_EQ(root.MovePrevious(), StatusSuccess) << i;
+      EXPECT_EQ(Fetch(root).time, TimeOf(i));
+    }
+    EXPECT_EQ(root.MovePrevious(), StatusNoItem);
+    ASSERT_EQ(root.MoveLast(), StatusSuccess);
+    EXPECT_EQ(Fetch(root).time, TimeOf(PictureCount - 1));
+
+    for (const SmMoveMode mode :
+         {MoveClosest, MoveBefore, MoveAtOrBefore, MoveAfter, MoveAtOrAfter}) {
+      std::vector<int64_t> probes{T0 - 1000, T0 - 1, TimeOf(PictureCount - 1) + 1,
+                                  TimeOf(PictureCount - 1) + 1000};
+      for (int i = 0; i < PictureCount; ++i) {
+        probes.insert(probes.end(), {TimeOf(i), TimeOf(i) + 1, TimeOf(i) + 20, TimeOf(i) + 21});
+      }
+      for (const int64_t t : probes) {
+        SCOPED_TRACE(testing::Message() << "mode " << mode << " at T0+" << t - T0);
+        const int64_t before = Fetch(root).time;
+        const std::optional<int> expected = Expected(t, mode);
+        ASSERT_EQ(root.MoveTo(t, mode), expected ? StatusSuccess : StatusNoItem);
+        picture = Fetch(root);
+        ASSERT_EQ(picture.status, StatusSuccess);
+        if (expected) {
+          EXPECT_EQ(picture.time, TimeOf(*expected));
+          EXPECT_NEAR(picture.luma, LevelOf(*expected), 3);
+        } else {
+          EXPECT_EQ(picture.time, before);
+        }
+      }
+    }
+  }
+}
+
+// Stepping back and forth next to the picture shown decodes from what is at
+// hand: no call reaches the source.
+TEST(VideoDecoderToolkit, SteppingAroundThePictureMakesNoUpstreamCall) {
+  ScriptedJournal journal(BinaryDirectory());
+  ASSERT_TRUE(journal.IsOpen());
+  CmVZKSourceToolkit root(Decoder(Pictures(Form::Packet)).c_str());
+  CmPropertyNameSet supported;
+  root.Connect({"Next_Begin_Time", "Prev_Begin_Time"}, supported, 0);
+  ASSERT_EQ(root.MoveTo(TimeOf(2), MoveAtOrAfter), StatusSuccess);
+  ASSERT_EQ(Fetch(root).time, TimeOf(2));
+  journal.Clear();
+  ASSERT_EQ(root.MoveNext(), StatusSuccess);
+  ASSERT_EQ(root.MovePrevious(), StatusSuccess);
+  ASSERT_EQ(root.MovePrevious(), StatusSuccess);
+  ASSERT_EQ(root.MoveNext(), StatusSuccess);
+  EXPECT_EQ(journal.Text(), "") << "neighbours decoded for the properties serve the steps";
+  EXPECT_EQ(Fetch(root).time, TimeOf(2));
+
+  // Further steps go upstream, a step at a time.
+  journal.Clear();
+  for (int i = 3; i < PictureCount; ++i) {
+    ASSERT_EQ(root.MoveNext(), StatusSuccess);
+    ASSERT_EQ(Fetch(root).time, TimeOf(i));
+  }
+  EXPECT_LE(Count(journal.Text(), "GetData"), 2u * (PictureCount - 3)) << journal.Text();
+}
+
+TEST(VideoDecoderToolkit, PropertiesOfEachPicture) {
+  const std::string items =
+      JPEGItem(Form::Packet, 0,
+               "<property name='Sequence_Number' value='100'/>"
+               "<property name='Privacy_Mask' value='2x1;10'/>") +
+      JPEGItem(Form::Packet, 1, "<property name='Sequence_Number' value='101'/>") +
+      JPEGItem(Form::Packet, 2, "<property name='Sequence_Number' value='102'/>");
+  CmVZKSourceToolkit root(Decoder(items).c_str());
+  CmPropertyNameSet supported;
+  root.Connect({"Sequence_Number", "Prev_Begin_Time", "Prev_End_Time", "Next_Begin_Time",
+                "Next_End_Time", "Transcoded", "Custom"},
+               supported, 0);
+  EXPECT_EQ(supported, (CmPropertyNameSet{"Sequence_Number", "Prev_Begin_Time", "Prev_End_Time",
+                                          "Next_Begin_Time", "Next_End_Time", "Transcoded"}))
+      << "the mask is fetched for the decoder only";
+
+  ASSERT_EQ(root.MoveFirst(), StatusSuccess);
+  SmPicture first = Fetch(root);
+  ASSERT_TRUE(first.item);
+  EXPECT_EQ(StringProperty(*first.item, "Sequence_Number"), "100");
+  EXPECT_EQ(first.item->GetProperty("Privacy_Mask"), nullptr);
+  EXPECT_EQ(TimeProperty(*first.item, "Prev_Begin_Time"), -1) << "nothing before the first";
+  EXPECT_EQ(TimeProperty(*first.item, "Next_Begin_Time"), TimeOf(1));
+  EXPECT_EQ(TimeProperty(*first.item, "Next_End_Time"), TimeOf(1));
+  const auto* transcoded =
+      dynamic_cast<const ImBooleanProperty*>(first.item->GetProperty("Transcoded"));
+  ASSERT_NE(transcoded, nullptr);
+  EXPECT_TRUE(transcoded->GetValue());
+
+  ASSERT_EQ(root.MoveNext(), StatusSuccess);
+  SmPicture middle = Fetch(root);
+  EXPECT_EQ(StringProperty(*middle.item, "Sequence_Number"), "101");
+  EXPECT_EQ(TimeProperty(*middle.item, "Prev_Begin_Time"), TimeOf(0));
+  EXPECT_EQ(TimeProperty(*middle.item, "Prev_End_Time"), TimeOf(0));
+  EXPECT_EQ(TimeProperty(*middle.item, "Next_Begin_Time"), TimeOf(2));
+
+  ASSERT_EQ(root.MoveLast(), StatusSuccess);
+  SmPicture last = Fetch(root);
+  EXPECT_EQ(StringProperty(*last.item, "Sequence_Number"), "102");
+  EXPECT_EQ(TimeProperty(*last.item, "Next_Begin_Time"), -1) << "nothing after the last";
+  EXPECT_EQ(TimeProperty(*last.item, "Prev_Begin_Time"), TimeOf(1));
+}
+
+// Damaged records never crash: a picture that cannot be decoded is no
+// picture, and the ones around it still come.
+TEST(VideoDecoderToolkit, DamagedRecordsGiveNoPicture) {
+  const CmBytes truncated = [] {
+    CmBytes jpeg = NmTestSupport::FlatJPEG(LevelOf(1));
+    jpeg.resize(jpeg.size() / 3);
+    return jpeg;
+  }();
+  const CmBytes garbage = NmTestSupport::Pattern(200, 7);
+  const std::string items = JPEGItem(Form::Packet, 0) + JPEGItem(Form::Packet, 1, "", &garbage) +
+                            "<item begin='" + std::to_string(TimeOf(2)) + "' payload='junk'/>" +
+                            JPEGItem(Form::Block, 3, "", &truncated) + JPEGItem(Form::Packet, 4);
+  CmVZKSourceToolkit root(Decoder(items).c_str());
+  root.Connect(0);
+  for (const int64_t t : {TimeOf(1), TimeOf(2), TimeOf(3)}) {
+    fprintf(stderr, "move %u\n", root.MoveTo(t, MoveAtOrAfter));
+    SCOPED_TRACE(t - T0);
+    root.MoveTo(t, MoveAtOrAfter);
+    SmPicture picture = Fetch(root);
+    // Whatever comes, it is a real picture of a real record or nothing.
+    if (picture.status == StatusSuccess && picture.luma >= 0) {
+      EXPECT_TRUE(picture.time == TimeOf(0) || picture.time == TimeOf(3) ||
+                  picture.time == TimeOf(4))
+          << picture.time - T0;
+    }
+  }
+  ASSERT_EQ(root.MoveFirst(), StatusSuccess);
+  EXPECT_EQ(Fetch(root).time, TimeOf(0));
+  ASSERT_EQ(root.MoveTo(TimeOf(4), MoveAtOrBefore), StatusSuccess);
+  EXPECT_EQ(Fetch(root).time, TimeOf(4));
+}
+
+// An item that holds no video at all is stepped over in both directions.
+TEST(VideoDecoderToolkit, ItemsWithoutVideoAreSteppedOver) {
+  const std::string items = JPEGItem(Form::Packet, 0) + "<item begin='" +
+                            std::to_string(TimeOf(1)) + "' payload='junk'/>" +
+                            JPEGItem(Form::Packet, 2);
+  CmVZKSourceToolkit root(Decoder(items).c_str());
+  root.Connect(0);
+  ASSERT_EQ(root.MoveTo(TimeOf(0), MoveAfter), StatusSuccess);
+  EXPECT_EQ(Fetch(root).time, TimeOf(2));
+  ASSERT_EQ(root.MoveTo(TimeOf(2), MoveBefore), StatusSuccess);
+  EXPECT_EQ(Fetch(root).time, TimeOf(0));
+  ASSERT_EQ(root.MoveNext(), StatusSuccess);
+  EXPECT_EQ(Fetch(root).time, TimeOf(2));
+}
+
+TEST(VideoDecoderToolkit, LiveDecodesTheStreamAsItComes) {
+  const CmBytes garbage = NmTestSupport::Pattern(100, 3);
+  const std::string items = JPEGItem(Form::Packet, 0) + JPEGItem(Form::RawJPEG, 1) +
+                            "<item kind='outofband' begin='5' payload='note'/>" +
+                            JPEGItem(Form::Packet, 2, "", &garbage) + JPEGItem(Form::Block, 3);
+  CmVZKSourceToolkit root(Decoder(items).c_str());
+  CmPropertyNameSet supported;
+  root.Connect({"Transcoded"}, supported, 0);
+  root.StartLiveStream();
+  ImData* raw = nullptr;
+  ASSERT_EQ(root.GetLiveData(&raw, 1000), StatusSuccess);
+  std::unique_ptr<ImData> item(raw);
+  auto* image = dynamic_cast<CmImageData*>(item.get());
+  ASSERT_NE(image, nullptr);
+  EXPECT_EQ(image->GetBeginTime(), TimeOf(0));
+  EXPECT_NEAR(NmTestSupport::MiddleLuma(image->GetImage()), LevelOf(0), 3);
+  EXPECT_NE(item->GetProperty("Transcoded"), nullptr);
+
+  ASSERT_EQ(root.GetLiveData(&raw, 1000), StatusSuccess);
+  item.reset(raw);
+  image = dynamic_cast<CmImageData*>(item.get());
+  ASSERT_NE(image, nullptr);
+  EXPECT_NEAR(NmTestSupport::MiddleLuma(image->GetImage()), LevelOf(1), 3) << "a raw JPEG";
+
+  ASSERT_EQ(root.GetLiveData(&raw, 1000), StatusSuccess);
+  item.reset(raw);
+  EXPECT_NE(dynamic_cast<ImOutOfBandData*>(item.get()), nullptr) << "passed on as it is";
+
+  EXPECT_EQ(root.GetLiveData(&raw, 1000), StatusNoItem) << "a record that does not decode";
+  EXPECT_EQ(raw, nullptr);
+
+  ASSERT_EQ(root.GetLiveData(&raw, 1000), StatusSuccess);
+  item.reset(raw);
+  image = dynamic_cast<CmImageData*>(item.get());
+  ASSERT_NE(image, nullptr);
+  EXPECT_EQ(image->GetBeginTime(), TimeOf(3));
+  EXPECT_EQ(root.GetLiveData(&raw, 0), StatusNoItem) << "the stream has ended";
+
+  EXPECT_THROW(root.MoveFirst(), ImInvalidOperationError);
+  root.StopLiveStream();
+  EXPECT_EQ(root.MoveFirst(), StatusSuccess);
+}
+
+TEST(VideoDecoderToolkit, OutputKeys) {
+  const std::string items = JPEGItem(Form::Packet, 2);
+  {
+    CmVZKSourceToolkit root(Decoder(items, "luminance_only='true'").c_str());
+    root.Connect(0);
+    ASSERT_EQ(root.MoveFirst(), StatusSuccess);
+    SmPicture picture = Fetch(root);
+    auto* image = dynamic_cast<CmImageData*>(picture.item.get());
+    ASSERT_NE(image, nullptr);
+    EXPECT_EQ(image->GetImage().GetColorFormat(), NmMediaProcessing::Gray);
+    EXPECT_NEAR(picture.luma, LevelOf(2), 3);
+  }
+  {
+    CmVZKSourceToolkit root(
+        Decoder(items, "luminance_only='yes' flipped_vertically='true' apply_privacy_mask='false'")
+            .c_str());
+    CmPropertyNameSet supported;
+    root.Connect({"Privacy_Mask"}, supported, 0);
+    EXPECT_EQ(supported.count("Privacy_Mask"), 1u);
+    ASSERT_EQ(root.MoveFirst(), StatusSuccess);
+    SmPicture picture = Fetch(root);
+    auto* image = dynamic_cast<CmImageData*>(picture.item.get());
+    ASSERT_NE(image, nullptr);
+    EXPECT_NE(image->GetImage().GetColorFormat(), NmMediaProcessing::Gray)
+        << "only the exact text turns luminance on";
+    EXPECT_TRUE(image->GetImage().GetAttributes().orientation.flippedVertically);
+  }
+}
