@@ -387,3 +387,59 @@ TEST(VideoDecoderToolkit, OutputKeys) {
     EXPECT_TRUE(image->GetImage().GetAttributes().orientation.flippedVertically);
   }
 }
+
+namespace {
+
+int LumaAt(const ImData* item, uint64_t x, uint64_t y) {
+  const auto* image = dynamic_cast<const CmImageData*>(item);
+  if (image == nullptr || !image->GetImage().IsValid()) {
+    return -1;
+  }
+  const auto plane = image->GetImage().Allocator().GetPlane(0);
+  return plane.data[y * plane.rowStride + x];
+}
+
+} // namespace
+
+// The mask of each item is burnt into its picture, in playback and live; a
+// mask text that is no mask gives no picture rather than an unmasked one.
+TEST(VideoDecoderToolkit, PrivacyMaskIsBurntIn) {
+  const std::string items =
+      JPEGItem(Form::Packet, 3, "<property name='Privacy_Mask' value='2x1;10'/>") +
+      JPEGItem(Form::Packet, 4) +
+      JPEGItem(Form::Packet, 5, "<property name='Privacy_Mask' value='not a mask'/>");
+  for (const bool live : {false, true}) {
+    SCOPED_TRACE(live ? "live" : "playback");
+    for (const bool apply : {true, false}) {
+      CmVZKSourceToolkit root(Decoder(items, apply ? "" : "apply_privacy_mask='false'").c_str());
+      root.Connect(0);
+      std::vector<std::unique_ptr<ImData>> pictures;
+      if (live) {
+        root.StartLiveStream();
+      } else {
+        ASSERT_EQ(root.MoveFirst(), StatusSuccess);
+      }
+      for (int i = 0; i < 3; ++i) {
+        ImData* raw = nullptr;
+        if (live) {
+          ASSERT_EQ(root.GetLiveData(&raw, 1000), StatusSuccess);
+        } else {
+          if (i > 0) {
+            ASSERT_EQ(root.MoveNext(), StatusSuccess);
+          }
+          ASSERT_EQ(root.GetData(&raw), StatusSuccess);
+        }
+        pictures.emplace_back(raw);
+      }
+      if (apply) {
+        EXPECT_LE(LumaAt(pictures[0].get(), 5, 16), 3) << "the left half is masked";
+        EXPECT_NEAR(LumaAt(pictures[0].get(), 40, 16), LevelOf(3), 3);
+        EXPECT_NEAR(LumaAt(pictures[1].get(), 5, 16), LevelOf(4), 3) << "no mask, none burnt";
+        EXPECT_EQ(LumaAt(pictures[2].get(), 5, 16), -1) << "a broken mask shows nothing";
+      } else {
+        EXPECT_NEAR(LumaAt(pictures[0].get(), 5, 16), LevelOf(3), 3);
+        EXPECT_NEAR(LumaAt(pictures[2].get(), 5, 16), LevelOf(5), 3);
+      }
+    }
+  }
+}

@@ -139,6 +139,9 @@ uint32_t CmVideoDecoder::GetLiveData(ImData** out, uint32_t timeout) {
   const int64_t start = NowMilliseconds();
   CmImage image;
   CmVZKSourceToolkitProperties properties;
+  // The mask goes with the picture's own item, which may be gone by the time
+  // the picture is masked.
+  CmVZKSourceToolkitProperties maskText;
   for (;;) {
     if (!m_PendingItem) {
       const int64_t spent = NowMilliseconds() - start;
@@ -175,6 +178,10 @@ uint32_t CmVideoDecoder::GetLiveData(ImData** out, uint32_t timeout) {
     }
     if (gotImage) {
       m_Output.CopyPerFrameProperties(m_PendingItem.get(), properties);
+      if (const auto* mask = dynamic_cast<const ImStringProperty*>(
+              m_PendingItem->GetProperty(NmPropertyNames::PrivacyMask))) {
+        maskText.SetProperty(NmPropertyNames::PrivacyMask, mask->Clone());
+      }
       if (!callAgain) {
         m_PendingItem.reset();
       }
@@ -194,6 +201,7 @@ uint32_t CmVideoDecoder::GetLiveData(ImData** out, uint32_t timeout) {
   } catch (const NmError::CmError&) {
     result.Reset();
   }
+  ApplyMask(maskText.GetProperty(NmPropertyNames::PrivacyMask), result);
   if (GetPassedProperties().count(NmPropertyNames::Transcoded) != 0) {
     properties.SetProperty(NmPropertyNames::Transcoded, new CmBooleanProperty(true));
   }
@@ -366,6 +374,19 @@ const ImData* CmVideoDecoder::ItemAt(int64_t time) {
   return m_Adapter->FindItem(time);
 }
 
+void CmVideoDecoder::ApplyMask(const ImProperty* mask, CmImage& image) {
+  if (!m_ApplyMask) {
+    return;
+  }
+  try {
+    const auto* text = dynamic_cast<const ImStringProperty*>(mask);
+    m_Mask.SetMask(text != nullptr ? text->GetValue() : std::string());
+    m_Mask.Apply(image);
+  } catch (const NmError::CmError&) {
+    image.Reset();
+  }
+}
+
 uint32_t CmVideoDecoder::GetData(ImData** out) {
   RequirePlayback("GetData");
   if (out == nullptr) {
@@ -403,16 +424,20 @@ uint32_t CmVideoDecoder::GetData(ImData** out) {
       properties.SetProperty(NmPropertyNames::NextEndTime, new CmUTCTimeProperty(TimeOf(m_Next)));
     }
   }
-  if (!m_Output.GetPerFrameNames().empty()) {
-    try {
-      const ImData* item = ItemAt(time);
-      if (item != nullptr && item->GetBeginTime() <= time && time <= item->GetEndTime()) {
-        m_Output.CopyPerFrameProperties(item, properties);
-      }
-    } catch (const ImToolkitError&) {
-      // The picture goes without the properties it could not get.
+  const ImData* item = nullptr;
+  try {
+    item = ItemAt(time);
+    if (item != nullptr && (item->GetBeginTime() > time || time > item->GetEndTime())) {
+      item = nullptr;
+    }
+  } catch (const ImToolkitError&) {
+    // The picture goes without what it could not get, but never unmasked.
+    if (m_ApplyMask) {
+      result.Reset();
     }
   }
+  ApplyMask(item != nullptr ? item->GetProperty(NmPropertyNames::PrivacyMask) : nullptr, result);
+  m_Output.CopyPerFrameProperties(item, properties);
   *out = new CmImageData(result, properties);
   return m_LastStatus;
 }

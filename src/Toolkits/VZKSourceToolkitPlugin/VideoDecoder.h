@@ -7,6 +7,7 @@
 #include "MediaProcessing/Video/RandomAccessVideoDecoder.h"
 #include "Toolkits/VZKSourceToolkitPlugin/Cache.h"
 #include "Toolkits/VZKSourceToolkitPlugin/DecodedImageOutput.h"
+#include "Toolkits/VZKSourceToolkitPlugin/StandAloneAPM.h"
 #include "Toolkits/VZKSourceToolkitPlugin/VZKSourceToolkit.h"
 #include "Toolkits/VZKSourceToolkitPlugin/VideoDataAccessAdapter.h"
 
@@ -54,6 +55,9 @@ private:
                      NmMediaProcessing::SmTimeMatchType matchType);
   // The upstream item of the picture's time, for its per-frame properties.
   const ImData* ItemAt(int64_t time);
+  // Burns in the mask an item carries, when masks are applied. A mask that
+  // cannot be applied leaves no picture rather than an unmasked one.
+  void ApplyMask(const ImProperty* mask, NmMediaProcessing::CmImage& image);
 
   NmMediaProcessing::SmVideoDecodeParameters m_Options;
   CmDecodedImageOutput m_Output;
@@ -64,6 +68,7 @@ private:
   ImSourceToolkit* m_KeptUpstream = nullptr;
   std::unique_ptr<CmVideoDataAccessAdapter> m_Adapter;
   bool m_ApplyMask = true;
+  CmStandAloneAPM m_Mask;
   uint32_t m_LastStatus = StatusNoItem;
   NmMediaProcessing::CmImage m_Current;
   NmMediaProcessing::CmImage m_Next;
