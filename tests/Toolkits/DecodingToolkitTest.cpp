@@ -443,3 +443,70 @@ TEST(VideoDecoderToolkit, PrivacyMaskIsBurntIn) {
     }
   }
 }
+
+// Each item decoded alone; moves go to the items upstream.
+TEST(KeyFramesOnlyVideoDecoderToolkit, DecodesEachItemAloneWhereverTheMovesGo) {
+  for (const Form form : {Form::RawJPEG, Form::Block, Form::Packet}) {
+    SCOPED_TRACE(static_cast<int>(form));
+    CmVZKSourceToolkit root(Decoder(Pictures(form), "", "key_frames_only_video_decoder").c_str());
+    ASSERT_TRUE(root.IsConfigured());
+    CmPropertyNameSet supported;
+    root.Connect({"Sequence_Number", "Prev_Begin_Time", "Next_End_Time"}, supported, 0);
+    ASSERT_EQ(root.MoveFirst(), StatusSuccess);
+    SmPicture picture = Fetch(root);
+    ASSERT_EQ(picture.status, StatusSuccess);
+    EXPECT_NEAR(picture.luma, LevelOf(0), 3);
+    EXPECT_EQ(TimeProperty(*picture.item, "Prev_Begin_Time"), -1);
+    EXPECT_EQ(TimeProperty(*picture.item, "Next_End_Time"), TimeOf(1));
+    EXPECT_EQ(StringProperty(*picture.item, "Sequence_Number"), "100");
+    for (int i = 1; i < PictureCount; ++i) {
+      ASSERT_EQ(root.MoveNext(), StatusSuccess);
+      picture = Fetch(root);
+      EXPECT_NEAR(picture.luma, LevelOf(i), 3) << i;
+      EXPECT_EQ(TimeProperty(*picture.item, "Prev_Begin_Time"), TimeOf(i - 1));
+      EXPECT_EQ(TimeProperty(*picture.item, "Next_End_Time"),
+                i + 1 < PictureCount ? TimeOf(i + 1) : -1);
+    }
+    EXPECT_EQ(root.MoveNext(), StatusNoItem);
+
+    // The item times of raw JPEG are the source's; the others carry their own.
+    for (const SmMoveMode mode :
+         {MoveClosest, MoveBefore, MoveAtOrBefore, MoveAfter, MoveAtOrAfter}) {
+      for (const int64_t t : {T0 - 5, TimeOf(2), TimeOf(2) + 15, TimeOf(2) + 25, TimeOf(5) + 5}) {
+        SCOPED_TRACE(testing::Message() << "mode " << mode << " at T0+" << t - T0);
+        const std::optional<int> expected = Expected(t, mode);
+        ASSERT_EQ(root.MoveTo(t, mode), expected ? StatusSuccess : StatusNoItem);
+        if (expected) {
+          EXPECT_NEAR(Fetch(root).luma, LevelOf(*expected), 3);
+        }
+      }
+    }
+  }
+}
+
+TEST(KeyFramesOnlyVideoDecoderToolkit, LiveAndDamagedItems) {
+  const CmBytes garbage = NmTestSupport::Pattern(100, 3);
+  const std::string items = JPEGItem(Form::Packet, 0) + JPEGItem(Form::Packet, 1, "", &garbage) +
+                            JPEGItem(Form::Block, 2);
+  CmVZKSourceToolkit root(Decoder(items, "", "key_frames_only_video_decoder").c_str());
+  root.Connect(0);
+  ASSERT_EQ(root.MoveTo(TimeOf(1), MoveAtOrBefore), StatusSuccess);
+  EXPECT_EQ(Fetch(root).status, StatusNoItem) << "a record that does not decode";
+  ASSERT_EQ(root.MoveNext(), StatusSuccess);
+  EXPECT_NEAR(Fetch(root).luma, LevelOf(2), 3);
+
+  root.StartLiveStream();
+  std::vector<int> lumas;
+  for (int i = 0; i < 3; ++i) {
+    ImData* raw = nullptr;
+    ASSERT_EQ(root.GetLiveData(&raw, 100), StatusSuccess);
+    std::unique_ptr<ImData> item(raw);
+    auto* image = dynamic_cast<CmImageData*>(item.get());
+    ASSERT_NE(image, nullptr);
+    lumas.push_back(image->GetImage().IsValid() ? NmTestSupport::MiddleLuma(image->GetImage())
+                                                : -1);
+  }
+  EXPECT_NEAR(lumas[0], LevelOf(0), 3);
+  EXPECT_EQ(lumas[1], -1) << "an empty picture for what does not decode";
+  EXPECT_NEAR(lumas[2], LevelOf(2), 3);
+}

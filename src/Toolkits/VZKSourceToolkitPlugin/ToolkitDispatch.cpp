@@ -1,6 +1,7 @@
 #include <cstring>
 #include <string>
 
+#include "Toolkits/VZKSourceToolkitPlugin/KeyFramesOnlyVideoDecoder.h"
 #include "Toolkits/VZKSourceToolkitPlugin/SetProperty.h"
 #include "Toolkits/VZKSourceToolkitPlugin/SyntheticLive.h"
 #include "Toolkits/VZKSourceToolkitPlugin/VZKSourceToolkit.h"
@@ -39,7 +40,7 @@ constexpr SmToolkitEntry TransformToolkits[] = {
 // Upstream toolkits of this library, tried after "toolkit".
 constexpr SmToolkitEntry UpstreamToolkits[] = {
     {"video_decoder", &Create<CmVideoDecoder>},
-    {"key_frames_only_video_decoder", nullptr},
+    {"key_frames_only_video_decoder", &Create<CmKeyFramesOnlyVideoDecoder>},
     {"conditional_video_decoder", nullptr},
     {"synthetic_live", &Create<CmSyntheticLive>},
 };

@@ -1,0 +1,228 @@
+#include "Toolkits/VZKSourceToolkitPlugin/KeyFramesOnlyVideoDecoder.h"
+
+#include <cstdlib>
+
+#include "Common/Error/Error.h"
+#include "Toolkits/VZKSourceToolkitPlugin/ImageData.h"
+#include "Toolkits/VZKSourceToolkitPlugin/ToolkitErrors.h"
+
+namespace NmToolkit {
+
+using namespace NmMediaProcessing;
+
+namespace {
+
+std::unique_ptr<ImData> FetchItem(ImPlaybackSourceToolkit& upstream, uint32_t& status) {
+  ImData* raw = nullptr;
+  status = upstream.GetData(&raw);
+  std::unique_ptr<ImData> item(raw);
+  if (status == StatusSuccess && !item) {
+    status = StatusNoItem;
+  }
+  return item;
+}
+
+} // namespace
+
+CmKeyFramesOnlyVideoDecoder::CmKeyFramesOnlyVideoDecoder(const NmXerces::CmXmlNodePtr& node)
+    : CmVZKSourceToolkit(node) {
+  m_Options.m_DecodeMode = SmVideoDecodeParameters::DecodeSyncFramesOnly;
+  m_Decoder.SetParameters(m_Options);
+  if (!IsConfigured() || dynamic_cast<ImPlaybackSourceToolkit*>(FirstUpstream()) == nullptr) {
+    return;
+  }
+  m_Cache = std::make_unique<CmCache>(FirstUpstream());
+  m_KeptUpstream = ReplaceFirstUpstream(m_Cache.get());
+}
+
+CmKeyFramesOnlyVideoDecoder::~CmKeyFramesOnlyVideoDecoder() {
+  if (m_Cache) {
+    ReplaceFirstUpstream(m_KeptUpstream);
+  }
+}
+
+void CmKeyFramesOnlyVideoDecoder::ReadConfiguration() {
+  const bool luminanceOnly = GetConfigurationValue("luminance_only", "false") == "true";
+  const bool normalize = GetConfigurationValue("normalize_pixel_aspect_ratio", "false") == "true";
+  const bool cavt = GetConfigurationValue("deinterlacing_filter", "CAVT") == "CAVT";
+  const bool flipped = GetConfigurationValue("flipped_vertically", "false") == "true";
+  m_Output.Configure(luminanceOnly, normalize, cavt, flipped);
+  if (m_Options.m_LuminanceOnly != luminanceOnly) {
+    m_Options.m_LuminanceOnly = luminanceOnly;
+    m_Decoder.SetParameters(m_Options);
+  }
+}
+
+void CmKeyFramesOnlyVideoDecoder::Connect(const CmPropertyNameSet& requested,
+                                          CmPropertyNameSet& supported, uint64_t argument) {
+  if (IsConnected()) {
+    return;
+  }
+  m_ApplyMask = GetConfigurationValue("apply_privacy_mask", "true") != "false";
+  if (!m_ApplyMask) {
+    CmVZKSourceToolkit::Connect(requested, supported, argument);
+  } else {
+    CmPropertyNameSet withMask = requested;
+    withMask.insert(NmPropertyNames::PrivacyMask);
+    CmVZKSourceToolkit::Connect(withMask, supported, argument);
+    if (requested.count(NmPropertyNames::PrivacyMask) == 0) {
+      RemovePassedProperty(NmPropertyNames::PrivacyMask);
+      supported.erase(NmPropertyNames::PrivacyMask);
+    }
+  }
+  m_Output.BuildPerFrameNames(GetPassedProperties());
+}
+
+void CmKeyFramesOnlyVideoDecoder::Connect(uint64_t argument) {
+  CmPropertyNameSet supported;
+  Connect(CmPropertyNameSet(), supported, argument);
+}
+
+std::unique_ptr<ImData> CmKeyFramesOnlyVideoDecoder::Decode(const ImData& item) {
+  if (dynamic_cast<const ImMediaData*>(&item) == nullptr) {
+    return nullptr;
+  }
+  CmImage image;
+  try {
+    m_Decoder.Reset();
+    const CmGenericByteData source(const_cast<uint8_t*>(item.GetDataPointer()), item.GetDataSize());
+    bool callAgain = false;
+    bool gotImage = false;
+    if (!m_Decoder.Decode(source, image, callAgain, gotImage) || !gotImage) {
+      return nullptr;
+    }
+  } catch (const NmError::CmError&) {
+    return nullptr;
+  }
+  CmVZKSourceToolkitProperties properties;
+  m_Output.CopyPerFrameProperties(&item, properties);
+  CmImage result;
+  try {
+    result = m_Output.Transform(image);
+  } catch (const NmError::CmError&) {
+    result = image;
+  }
+  if (m_ApplyMask) {
+    try {
+      const auto* mask =
+          dynamic_cast<const ImStringProperty*>(item.GetProperty(NmPropertyNames::PrivacyMask));
+      m_Mask.SetMask(mask != nullptr ? mask->GetValue() : std::string());
+      m_Mask.Apply(result);
+    } catch (const NmError::CmError&) {
+      result.Reset(); // never an unmasked picture
+    }
+  }
+  if (GetPassedProperties().count(NmPropertyNames::Transcoded) != 0) {
+    properties.SetProperty(NmPropertyNames::Transcoded, new CmBooleanProperty(true));
+  }
+  return std::make_unique<CmImageData>(result, properties);
+}
+
+void CmKeyFramesOnlyVideoDecoder::ProcessData(ImData* in, ImData** out) {
+  std::unique_ptr<ImData> picture = in != nullptr ? Decode(*in) : nullptr;
+  // Nothing decodable gives an empty picture, which the host can tell apart.
+  *out = picture ? picture.release() : new CmImageData(CmImage(), CmVZKSourceToolkitProperties());
+}
+
+bool CmKeyFramesOnlyVideoDecoder::NeighbourBegin(ImPlaybackSourceToolkit& upstream, bool forwards,
+                                                 int64_t time, int64_t& beginOut) {
+  uint32_t status = forwards ? upstream.MoveNext() : upstream.MovePrevious();
+  bool found = false;
+  if (status == StatusSuccess) {
+    const std::unique_ptr<ImData> item = FetchItem(upstream, status);
+    if (status == StatusSuccess) {
+      beginOut = item->GetBeginTime();
+      found = (forwards ? upstream.MovePrevious() : upstream.MoveNext()) == StatusSuccess;
+    }
+  }
+  if (!found) {
+    // Back to the item shown, whatever happened on the way.
+    upstream.MoveTo(time, MoveAtOrBefore);
+  }
+  return found;
+}
+
+uint32_t CmKeyFramesOnlyVideoDecoder::GetData(ImData** out) {
+  RequirePlayback("GetData");
+  if (out == nullptr) {
+    throw CmInvalidArgumentError<2>("out");
+  }
+  *out = nullptr;
+  ImPlaybackSourceToolkit& upstream = *FirstPlaybackUpstream("GetData");
+  uint32_t status = StatusSuccess;
+  const std::unique_ptr<ImData> item = FetchItem(upstream, status);
+  if (status != StatusSuccess) {
+    return status;
+  }
+  std::unique_ptr<ImData> picture = Decode(*item);
+  if (!picture) {
+    return StatusNoItem;
+  }
+  auto& image = static_cast<CmImageData&>(*picture);
+  CmVZKSourceToolkitProperties properties = image.GetProperties();
+  const int64_t time = item->GetBeginTime();
+  const auto& passed = GetPassedProperties();
+  int64_t begin = 0;
+  if ((passed.count(NmPropertyNames::PrevBeginTime) != 0 ||
+       passed.count(NmPropertyNames::PrevEndTime) != 0) &&
+      NeighbourBegin(upstream, false, time, begin)) {
+    properties.SetProperty(NmPropertyNames::PrevBeginTime, new CmUTCTimeProperty(begin));
+    properties.SetProperty(NmPropertyNames::PrevEndTime, new CmUTCTimeProperty(begin));
+  }
+  if ((passed.count(NmPropertyNames::NextBeginTime) != 0 ||
+       passed.count(NmPropertyNames::NextEndTime) != 0) &&
+      NeighbourBegin(upstream, true, time, begin)) {
+    properties.SetProperty(NmPropertyNames::NextBeginTime, new CmUTCTimeProperty(begin));
+    properties.SetProperty(NmPropertyNames::NextEndTime, new CmUTCTimeProperty(begin));
+  }
+  *out = new CmImageData(image.GetImage(), properties);
+  return StatusSuccess;
+}
+
+uint32_t CmKeyFramesOnlyVideoDecoder::MoveClosest(ImPlaybackSourceToolkit& upstream, int64_t time) {
+  uint32_t status = upstream.MoveTo(time, NmToolkit::MoveClosest);
+  if (status != StatusSuccess) {
+    return status;
+  }
+  std::unique_ptr<ImData> item = FetchItem(upstream, status);
+  if (status != StatusSuccess) {
+    return StatusSuccess; // the failure shows at GetData
+  }
+  const int64_t begin = item->GetBeginTime();
+  if (begin >= time) {
+    return StatusSuccess;
+  }
+  if (time <= item->GetEndTime() && time - begin <= item->GetEndTime() - time) {
+    return StatusSuccess;
+  }
+  // The time lies past the item's middle: the next one may be closer.
+  if (upstream.MoveNext() != StatusSuccess) {
+    return upstream.MoveTo(time, NmToolkit::MoveClosest);
+  }
+  const std::unique_ptr<ImData> next = FetchItem(upstream, status);
+  if (status != StatusSuccess || time - begin <= next->GetBeginTime() - time) {
+    return upstream.MovePrevious();
+  }
+  return StatusSuccess;
+}
+
+uint32_t CmKeyFramesOnlyVideoDecoder::MoveTo(int64_t time, SmMoveMode mode) {
+  RequirePlayback("MoveTo");
+  ImPlaybackSourceToolkit& upstream = *FirstPlaybackUpstream("MoveTo");
+  switch (mode) {
+  case MoveAtOrBefore:
+    return upstream.MoveTo(time, MoveAtOrBefore);
+  case MoveAfter:
+    return upstream.MoveTo(time, MoveAfter);
+  case MoveBefore:
+    return time == 0 ? StatusNoItem : upstream.MoveTo(time - 1, MoveAtOrBefore);
+  case MoveAtOrAfter:
+    return time == 0 ? StatusNoItem : upstream.MoveTo(time - 1, MoveAfter);
+  case NmToolkit::MoveClosest:
+    return MoveClosest(upstream, time);
+  }
+  // A mode outside the contract is a host fault that nothing here can repair.
+  std::abort();
+}
+
+} // namespace NmToolkit

@@ -1,0 +1,48 @@
+#pragma once
+
+#include <memory>
+
+#include "MediaProcessing/Image/Image.h"
+#include "MediaProcessing/Video/GenericVideoDecoder.h"
+#include "Toolkits/VZKSourceToolkitPlugin/Cache.h"
+#include "Toolkits/VZKSourceToolkitPlugin/DecodedImageOutput.h"
+#include "Toolkits/VZKSourceToolkitPlugin/StandAloneAPM.h"
+#include "Toolkits/VZKSourceToolkitPlugin/VZKSourceToolkit.h"
+
+namespace NmToolkit {
+
+// Decodes each item alone, starting the decoder afresh for every one, so
+// that it never needs a reference frame: moves go to the items upstream and
+// only the sync frame of an item becomes a picture.
+class CmKeyFramesOnlyVideoDecoder : public CmVZKSourceToolkit {
+public:
+  explicit CmKeyFramesOnlyVideoDecoder(const NmXerces::CmXmlNodePtr& node);
+  ~CmKeyFramesOnlyVideoDecoder() override;
+
+  void Connect(const CmPropertyNameSet& requested, CmPropertyNameSet& supported,
+               uint64_t argument) override;
+  void Connect(uint64_t argument) override;
+  uint32_t MoveTo(int64_t time, SmMoveMode mode) override;
+  uint32_t GetData(ImData** out) override;
+  void ReadConfiguration() override;
+  // Live items go through here.
+  void ProcessData(ImData* in, ImData** out) override;
+
+private:
+  // The picture of one item with its properties, or null when it does not decode.
+  std::unique_ptr<ImData> Decode(const ImData& item);
+  uint32_t MoveClosest(ImPlaybackSourceToolkit& upstream, int64_t time);
+  // The begin of the item one step away, the upstream left where it was.
+  bool NeighbourBegin(ImPlaybackSourceToolkit& upstream, bool forwards, int64_t time,
+                      int64_t& beginOut);
+
+  NmMediaProcessing::SmVideoDecodeParameters m_Options;
+  CmDecodedImageOutput m_Output;
+  NmMediaProcessing::CmGenericVideoDecoder m_Decoder;
+  std::unique_ptr<CmCache> m_Cache;
+  ImSourceToolkit* m_KeptUpstream = nullptr;
+  bool m_ApplyMask = true;
+  CmStandAloneAPM m_Mask;
+};
+
+} // namespace NmToolkit
