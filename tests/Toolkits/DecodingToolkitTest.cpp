@@ -510,3 +510,65 @@ TEST(KeyFramesOnlyVideoDecoderToolkit, LiveAndDamagedItems) {
   EXPECT_EQ(lumas[1], -1) << "an empty picture for what does not decode";
   EXPECT_NEAR(lumas[2], LevelOf(2), 3);
 }
+
+// Items that meet the conditions go on as they are stored; the others are
+// decoded.
+TEST(ConditionalVideoDecoderToolkit, DecodesOnlyWhatFailsTheConditions) {
+  const std::string items =
+      JPEGItem(Form::Packet, 0) +
+      JPEGItem(Form::Packet, 1, "<property name='Privacy_Mask' value='2x1;10'/>") +
+      JPEGItem(Form::Block, 2) + "<item begin='" + std::to_string(TimeOf(3)) + "' payload_hex='" +
+      Hex(NmTestSupport::BuildVideoPacket({.codec = 10,
+                                           .syncTime = static_cast<uint64_t>(TimeOf(3)),
+                                           .frameTime = static_cast<uint64_t>(TimeOf(3))})) +
+      "'/>";
+  CmVZKSourceToolkit root(Decoder(items,
+                                  "pass_privacy_mask='yes' pass_format='jpeg' pass_width='48' "
+                                  "pass_height='32'",
+                                  "conditional_video_decoder")
+                              .c_str());
+  ASSERT_TRUE(root.IsConfigured());
+  root.Connect(0);
+  EXPECT_EQ(Fetch(root).status, StatusNoItem) << "nothing before the first move";
+  auto fetchKind = [&](std::string& kind) {
+    SmPicture picture = Fetch(root);
+    kind = picture.status != StatusSuccess                  ? "none"
+           : dynamic_cast<CmImageData*>(picture.item.get()) ? "decoded"
+                                                            : "stored";
+    return picture;
+  };
+  std::string kind;
+  ASSERT_EQ(root.MoveFirst(), StatusSuccess);
+  fetchKind(kind);
+  EXPECT_EQ(kind, "stored") << "a JPEG of the size wanted";
+  ASSERT_EQ(root.MoveNext(), StatusSuccess);
+  SmPicture picture = fetchKind(kind);
+  EXPECT_EQ(kind, "decoded") << "a mask to burn in";
+  EXPECT_EQ(picture.time, TimeOf(1));
+  ASSERT_EQ(root.MoveNext(), StatusSuccess);
+  fetchKind(kind);
+  EXPECT_EQ(kind, "stored") << "a block of the size wanted";
+  // H.264 is not the format wanted, but the record holds no decodable picture:
+  // it goes on as stored rather than not at all.
+  ASSERT_EQ(root.MoveNext(), StatusSuccess);
+  fetchKind(kind);
+  EXPECT_EQ(kind, "stored");
+  EXPECT_EQ(root.MoveNext(), StatusNoItem);
+  ASSERT_EQ(root.MoveTo(TimeOf(1), MoveAtOrBefore), StatusSuccess);
+  fetchKind(kind);
+  EXPECT_EQ(kind, "decoded");
+  ASSERT_EQ(root.MoveLast(), StatusSuccess);
+  EXPECT_EQ(Fetch(root).item->GetBeginTime(), TimeOf(3));
+
+  EXPECT_THROW(root.StartLiveStream(), ImInvalidOperationError);
+}
+
+TEST(ConditionalVideoDecoderToolkit, SizeConditionDecodesOtherSizes) {
+  CmVZKSourceToolkit root(
+      Decoder(JPEGItem(Form::Packet, 0), "pass_width='640'", "conditional_video_decoder").c_str());
+  root.Connect(0);
+  ASSERT_EQ(root.MoveFirst(), StatusSuccess);
+  SmPicture picture = Fetch(root);
+  EXPECT_NE(dynamic_cast<CmImageData*>(picture.item.get()), nullptr);
+  EXPECT_NEAR(picture.luma, LevelOf(0), 3);
+}

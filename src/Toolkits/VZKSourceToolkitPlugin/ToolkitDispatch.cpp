@@ -1,6 +1,7 @@
 #include <cstring>
 #include <string>
 
+#include "Toolkits/VZKSourceToolkitPlugin/ConditionalVideoDecoder.h"
 #include "Toolkits/VZKSourceToolkitPlugin/KeyFramesOnlyVideoDecoder.h"
 #include "Toolkits/VZKSourceToolkitPlugin/SetProperty.h"
 #include "Toolkits/VZKSourceToolkitPlugin/SyntheticLive.h"
@@ -41,7 +42,7 @@ constexpr SmToolkitEntry TransformToolkits[] = {
 constexpr SmToolkitEntry UpstreamToolkits[] = {
     {"video_decoder", &Create<CmVideoDecoder>},
     {"key_frames_only_video_decoder", &Create<CmKeyFramesOnlyVideoDecoder>},
-    {"conditional_video_decoder", nullptr},
+    {"conditional_video_decoder", &Create<CmConditionalVideoDecoder>},
     {"synthetic_live", &Create<CmSyntheticLive>},
 };
 
