@@ -256,6 +256,18 @@ void RegisterAll() {
     sws_scale(LanczosScaler(), from, fromStride, 0, Height, to, toStride);
   });
 
+  // Linear to 1280 x 720, where no output centre falls on a source centre.
+  Register("ResizeLinear720", "ours",
+           [scratch = std::vector<uint8_t>(
+                P::GetResizeScratchSize(Width, Height, 1280, 720, 1, P::ResizeLinear))]() mutable {
+             P::ResizePlane(gray.data(), Width, Width, Height, gray2.data(), 1280, 1280, 720, 1,
+                            P::ResizeLinear, scratch.data(), scratch.size(), 0, 720);
+           });
+  Register("ResizeLinear720", "libyuv", [] {
+    libyuv::ScalePlane(gray.data(), Width, Width, Height, gray2.data(), 1280, 1280, 720,
+                       libyuv::kFilterBilinear);
+  });
+
   // The same with four-byte pixels.
   Register("ResizeLanczos4", "ours",
            [scratch = std::vector<uint8_t>(P::GetResizeScratchSize(

@@ -201,8 +201,8 @@ void TwoByTwoRow(const uint8_t* top, const uint8_t* bottom, int32_t lowerWeight,
 #endif
 
 #if HWY_TARGET != HWY_SCALAR
-// Multi-tap filters (Lanczos, super sampling) on one byte a pixel, with
-// both passes in 16-bit lanes. Every product of an 8-bit sample or of a
+// Filters in 16-bit lanes: multi-tap ones (Lanczos, super sampling) and, on one-byte
+// planes, linear interpolation too. Every product of an 8-bit sample or of a
 // 16-bit intermediate with a 14-bit weight is exact in the 32-bit pair sums
 // of a widening multiply-add, so the results are those of the plain 32-bit
 // passes to the bit, at half the lane width and without gathers.
@@ -606,7 +606,10 @@ int32_t ResizePlaneImpl(const uint8_t* src, size_t srcStride, size_t srcWidth, s
     return ResizeOk;
   }
 #if HWY_TARGET != HWY_SCALAR
-  if (std::max(layout.vertical.taps, layout.horizontal.taps) > 2 &&
+  // One-byte planes take this way for two taps too: a 16-bit row of the
+  // vertical pass and two outputs a vector cost less than gathering the four
+  // source bytes of every output one by one.
+  if ((pixelBytes == 1 || std::max(layout.vertical.taps, layout.horizontal.taps) > 2) &&
       FitsSixteenBits(layout.vertical, dstHeight)) {
     // The intermediate row takes the row buffer's space as 16-bit values;
     // the last output's padded taps may read a vector's length past it.
