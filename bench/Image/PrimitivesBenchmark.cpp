@@ -11,6 +11,7 @@
 #include <libyuv/rotate.h>
 #include <libyuv/rotate_argb.h>
 #include <libyuv/scale.h>
+#include <libyuv/scale_argb.h>
 extern "C" {
 #include <libswscale/swscale.h>
 }
@@ -266,6 +267,17 @@ void RegisterAll() {
   Register("ResizeLinear720", "libyuv", [] {
     libyuv::ScalePlane(gray.data(), Width, Width, Height, gray2.data(), 1280, 1280, 720,
                        libyuv::kFilterBilinear);
+  });
+
+  Register("ResizeLinear720x4", "ours",
+           [scratch = std::vector<uint8_t>(
+                P::GetResizeScratchSize(Width, Height, 1280, 720, 4, P::ResizeLinear))]() mutable {
+             P::ResizePlane(argb.data(), 4 * Width, Width, Height, argb2.data(), 4 * 1280, 1280,
+                            720, 4, P::ResizeLinear, scratch.data(), scratch.size(), 0, 720);
+           });
+  Register("ResizeLinear720x4", "libyuv", [] {
+    libyuv::ARGBScale(argb.data(), 4 * Width, Width, Height, argb2.data(), 4 * 1280, 1280, 720,
+                      libyuv::kFilterBilinear);
   });
 
   // The same with four-byte pixels.

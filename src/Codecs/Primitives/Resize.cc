@@ -138,71 +138,7 @@ size_t CopyRow(const T::SmAxis& vertical, size_t y) {
 }
 
 #if HWY_TARGET != HWY_SCALAR
-// Two taps each way, as linear interpolation has: the four source bytes of
-// every output are gathered first by plain loads, then both passes run in
-// vector lanes over the outputs alone. The integers are those of the two
-// passes above, only computed in another order.
-void TwoByTwoRow(const uint8_t* top, const uint8_t* bottom, int32_t lowerWeight,
-                 const T::SmAxis& axis, size_t pixelBytes, uint8_t* gathered, uint8_t* out,
-                 size_t outputBytes) {
-  uint8_t* HWY_RESTRICT a0 = gathered;
-  uint8_t* HWY_RESTRICT b0 = a0 + outputBytes;
-  uint8_t* HWY_RESTRICT a1 = b0 + outputBytes;
-  uint8_t* HWY_RESTRICT b1 = a1 + outputBytes;
-  const int32_t* HWY_RESTRICT first = axis.first;
-  for (size_t o = 0; o < outputBytes; ++o) {
-    const size_t f = static_cast<size_t>(first[o]);
-    a0[o] = top[f];
-    b0[o] = top[f + pixelBytes];
-    a1[o] = bottom[f];
-    b1[o] = bottom[f + pixelBytes];
-  }
-  const int32_t* HWY_RESTRICT w0 = axis.weights;
-  const int32_t* HWY_RESTRICT w1 = axis.weights + outputBytes;
-  const hn::ScalableTag<int16_t> d16;
-  const hn::RebindToUnsigned<decltype(d16)> du16;
-  const hn::Rebind<uint8_t, decltype(d16)> d8;
-  const hn::Half<decltype(d16)> half;
-  const hn::Repartition<int32_t, decltype(d16)> d32;
-  const hn::Rebind<uint8_t, decltype(d32)> d8q;
-  const size_t n = hn::Lanes(d16);
-  const size_t m = hn::Lanes(d32);
-  const auto lower = hn::Set(d16, static_cast<int16_t>(lowerWeight));
-  const auto rounding = hn::Set(d32, 1 << (FinalShift - 1));
-  const auto vertical = [&](const uint8_t* upper, const uint8_t* under) {
-    const auto s0 = hn::BitCast(d16, hn::PromoteTo(du16, hn::LoadU(d8, upper)));
-    const auto s1 = hn::BitCast(d16, hn::PromoteTo(du16, hn::LoadU(d8, under)));
-    return hn::Add(hn::ShiftLeft<6>(s0),
-                   hn::MulFixedPoint15(hn::ShiftLeft<7>(hn::Sub(s1, s0)), lower));
-  };
-  size_t o = 0;
-  for (; o + n <= outputBytes; o += n) {
-    const auto left = vertical(a0 + o, a1 + o);
-    const auto right = vertical(b0 + o, b1 + o);
-    const auto combine = [&](auto l, auto r, size_t at) {
-      const auto sum = hn::Add(hn::Add(hn::Mul(hn::PromoteTo(d32, l), hn::LoadU(d32, w0 + at)),
-                                       hn::Mul(hn::PromoteTo(d32, r), hn::LoadU(d32, w1 + at))),
-                               rounding);
-      hn::StoreU(hn::DemoteTo(d8q, hn::ShiftRight<FinalShift>(sum)), d8q, out + at);
-    };
-    combine(hn::LowerHalf(half, left), hn::LowerHalf(half, right), o);
-    combine(hn::UpperHalf(half, left), hn::UpperHalf(half, right), o + m);
-  }
-  const int32_t upperWeight = (1 << T::WeightBits) - lowerWeight;
-  for (; o < outputBytes; ++o) {
-    const int32_t left =
-        (upperWeight * a0[o] + lowerWeight * a1[o] + (1 << (MiddleShift - 1))) >> MiddleShift;
-    const int32_t right =
-        (upperWeight * b0[o] + lowerWeight * b1[o] + (1 << (MiddleShift - 1))) >> MiddleShift;
-    const int32_t sum = w0[o] * left + w1[o] * right + (1 << (FinalShift - 1));
-    out[o] = static_cast<uint8_t>(std::clamp(sum >> FinalShift, 0, 255));
-  }
-}
-#endif
-
-#if HWY_TARGET != HWY_SCALAR
-// Filters in 16-bit lanes: multi-tap ones (Lanczos, super sampling) and, on one-byte
-// planes, linear interpolation too. Every product of an 8-bit sample or of a
+// Filters in 16-bit lanes. Every product of an 8-bit sample or of a
 // 16-bit intermediate with a 14-bit weight is exact in the 32-bit pair sums
 // of a widening multiply-add, so the results are those of the plain 32-bit
 // passes to the bit, at half the lane width and without gathers.
@@ -606,11 +542,10 @@ int32_t ResizePlaneImpl(const uint8_t* src, size_t srcStride, size_t srcWidth, s
     return ResizeOk;
   }
 #if HWY_TARGET != HWY_SCALAR
-  // One-byte planes take this way for two taps too: a 16-bit row of the
-  // vertical pass and two outputs a vector cost less than gathering the four
-  // source bytes of every output one by one.
-  if ((pixelBytes == 1 || std::max(layout.vertical.taps, layout.horizontal.taps) > 2) &&
-      FitsSixteenBits(layout.vertical, dstHeight)) {
+  // Two taps take this way too: a 16-bit row of the vertical pass and whole
+  // outputs a vector cost less than gathering the four source bytes of every
+  // output one by one.
+  if (FitsSixteenBits(layout.vertical, dstHeight)) {
     // The intermediate row takes the row buffer's space as 16-bit values;
     // the last output's padded taps may read a vector's length past it.
     int16_t* row = reinterpret_cast<int16_t*>(layout.row);
@@ -636,18 +571,6 @@ int32_t ResizePlaneImpl(const uint8_t* src, size_t srcStride, size_t srcWidth, s
         HorizontalPassPixels<4>(row, layout.horizontal.first, pairs, layout.horizontal.taps, out,
                                 dstWidth);
       }
-    }
-    return ResizeOk;
-  }
-  // The gathered bytes take four per output in the row buffer's space.
-  if (layout.horizontal.taps == 2 && layout.vertical.taps <= 2 &&
-      4 * outputBytes <= (rowBytes + 64) * sizeof(int32_t)) {
-    for (size_t y = firstRow; y < endRow; ++y) {
-      const uint8_t* top = src + static_cast<size_t>(layout.vertical.first[y]) * srcStride;
-      const bool two = layout.vertical.taps == 2;
-      TwoByTwoRow(top, two ? top + srcStride : top, two ? layout.vertical.weights[2 * y + 1] : 0,
-                  layout.horizontal, pixelBytes, reinterpret_cast<uint8_t*>(layout.row),
-                  dst + (y - firstRow) * dstStride, outputBytes);
     }
     return ResizeOk;
   }
