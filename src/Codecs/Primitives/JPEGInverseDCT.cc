@@ -46,6 +46,31 @@ template <int kShift, int kReduction, class D16, class D32>
 HWY_INLINE void TransformHalf(D16 d16, D32 d32, hn::Vec<D16> p04, hn::Vec<D16> p26,
                               hn::Vec<D16> p13, hn::Vec<D16> p57, hn::Vec<D32> bias,
                               hn::Vec<D32>* out) {
+  if constexpr (kReduction > 0) {
+    // Sums of neighbouring outputs straight from the inputs, with the
+    // constants summed as the full form would sum the products: the same
+    // numbers at half the work. The 4 term cancels out.
+    const auto a = hn::Add(MulPairs(d32, p04, PairConstant(d16, 2 * kK4, 0)), hn::Add(bias, bias));
+    const auto b = MulPairs(d32, p26, PairConstant(d16, kK2 + kK6, kK6 - kK2));
+    const auto o01 = hn::Add(MulPairs(d32, p13, PairConstant(d16, kK1 + kK3, kK3 - kK7)),
+                             MulPairs(d32, p57, PairConstant(d16, kK5 - kK1, kK7 - kK5)));
+    const auto o23 = hn::Add(MulPairs(d32, p13, PairConstant(d16, kK5 + kK7, -kK1 - kK5)),
+                             MulPairs(d32, p57, PairConstant(d16, kK7 + kK3, kK3 - kK1)));
+    if constexpr (kReduction == 1) {
+      const auto e01 = hn::Add(a, b);
+      const auto e23 = hn::Sub(a, b);
+      out[0] = hn::ShiftRight<kShift>(hn::Add(e01, o01));
+      out[1] = hn::ShiftRight<kShift>(hn::Add(e23, o23));
+      out[2] = hn::ShiftRight<kShift>(hn::Sub(e23, o23));
+      out[3] = hn::ShiftRight<kShift>(hn::Sub(e01, o01));
+    } else {
+      const auto e = hn::Add(a, a);
+      const auto o = hn::Add(o01, o23);
+      out[0] = hn::ShiftRight<kShift>(hn::Add(e, o));
+      out[1] = hn::ShiftRight<kShift>(hn::Sub(e, o));
+    }
+    return;
+  }
   // Even part: the DC and 4 terms need no rotation, the 2 and 6 terms one.
   const auto a0 = hn::Add(MulPairs(d32, p04, PairConstant(d16, kK4, kK4)), bias);
   const auto a1 = hn::Add(MulPairs(d32, p04, PairConstant(d16, kK4, -kK4)), bias);
@@ -64,14 +89,14 @@ HWY_INLINE void TransformHalf(D16 d16, D32 d32, hn::Vec<D16> p04, hn::Vec<D16> p
                           MulPairs(d32, p57, PairConstant(d16, kK7, kK3)));
   const auto o3 = hn::Add(MulPairs(d32, p13, PairConstant(d16, kK7, -kK5)),
                           MulPairs(d32, p57, PairConstant(d16, kK3, -kK1)));
-  const hn::Vec<D32> t[8] = {hn::Add(e0, o0), hn::Add(e1, o1), hn::Add(e2, o2), hn::Add(e3, o3),
-                             hn::Sub(e3, o3), hn::Sub(e2, o2), hn::Sub(e1, o1), hn::Sub(e0, o0)};
-  constexpr int kArea = 1 << kReduction;
-  Repeat<(8 >> kReduction)>([&](auto x) HWY_ATTR {
-    auto sum = t[x * kArea];
-    Repeat<kArea - 1>([&](auto j) HWY_ATTR { sum = hn::Add(sum, t[x * kArea + j + 1]); });
-    out[x] = hn::ShiftRight<kShift>(sum);
-  });
+  out[0] = hn::ShiftRight<kShift>(hn::Add(e0, o0));
+  out[7] = hn::ShiftRight<kShift>(hn::Sub(e0, o0));
+  out[1] = hn::ShiftRight<kShift>(hn::Add(e1, o1));
+  out[6] = hn::ShiftRight<kShift>(hn::Sub(e1, o1));
+  out[2] = hn::ShiftRight<kShift>(hn::Add(e2, o2));
+  out[5] = hn::ShiftRight<kShift>(hn::Sub(e2, o2));
+  out[3] = hn::ShiftRight<kShift>(hn::Add(e3, o3));
+  out[4] = hn::ShiftRight<kShift>(hn::Sub(e3, o3));
 }
 
 // The 1-D transform across the eight vectors, lane by lane; results are
