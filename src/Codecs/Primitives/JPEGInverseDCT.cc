@@ -182,6 +182,90 @@ HWY_INLINE void InverseDCTGroup(const int16_t* HWY_RESTRICT blocks,
   });
 }
 
+// The quarter size needs neither transposition: its 2 x 2 samples depend on
+// the DC term and the odd terms of row and column 0 and of the odd rows, so
+// the first pass gives two rows and the second sums each row's lanes. The
+// constants are those the general form sums, so the numbers are the same.
+template <size_t kGroup>
+HWY_INLINE void InverseDCTQuarterGroup(const int16_t* HWY_RESTRICT blocks,
+                                       const int16_t* HWY_RESTRICT quantRows, uint8_t* out,
+                                       size_t stride) {
+  const hn::FixedTag<int16_t, 8 * kGroup> d16;
+  const hn::Repartition<int32_t, decltype(d16)> d32;
+  const hn::Rebind<uint8_t, decltype(d16)> d8;
+  auto row = [&](int v) HWY_ATTR {
+    return hn::Mul(LoadRows<kGroup>(d16, blocks, v), hn::LoadU(d16, quantRows + v * 8 * kGroup));
+  };
+  const auto x0 = row(0);
+  const auto x1 = row(1);
+  const auto x3 = row(3);
+  const auto x5 = row(5);
+  const auto x7 = row(7);
+  constexpr int16_t kW1 = kK1 + kK3 + kK5 + kK7;
+  constexpr int16_t kW3 = kK3 - kK7 - kK1 - kK5;
+  constexpr int16_t kW5 = kK5 - kK1 + kK7 + kK3;
+  constexpr int16_t kW7 = kK7 - kK5 + kK3 - kK1;
+  constexpr int kShift1 = kFirstShift + 2;
+  constexpr int kShift2 = kSecondShift + 2;
+  // Down the columns: the DC row times 4 K4 = 2^15, plus or minus the odd rows.
+  const auto bias1 = hn::Set(d32, 1 << (kShift1 - 1));
+  const auto dcPair = PairConstant(d16, 2 * kK4, 2 * kK4);
+  const auto w13 = PairConstant(d16, kW1, kW3);
+  const auto w57 = PairConstant(d16, kW5, kW7);
+  const auto dcLow = hn::Add(MulPairs(d32, hn::InterleaveLower(d16, x0, x0), dcPair), bias1);
+  const auto dcHigh = hn::Add(MulPairs(d32, hn::InterleaveUpper(d16, x0, x0), dcPair), bias1);
+  const auto oddLow = hn::Add(MulPairs(d32, hn::InterleaveLower(d16, x1, x3), w13),
+                              MulPairs(d32, hn::InterleaveLower(d16, x5, x7), w57));
+  const auto oddHigh = hn::Add(MulPairs(d32, hn::InterleaveUpper(d16, x1, x3), w13),
+                               MulPairs(d32, hn::InterleaveUpper(d16, x5, x7), w57));
+  const auto top = hn::ReorderDemote2To(d16, hn::ShiftRight<kShift1>(hn::Add(dcLow, oddLow)),
+                                        hn::ShiftRight<kShift1>(hn::Add(dcHigh, oddHigh)));
+  const auto bottom = hn::ReorderDemote2To(d16, hn::ShiftRight<kShift1>(hn::Sub(dcLow, oddLow)),
+                                           hn::ShiftRight<kShift1>(hn::Sub(dcHigh, oddHigh)));
+  // Along each row: lane 0 times 2^15 and the odd lanes weighted, summed
+  // over the four 32-bit lanes of each block.
+  // Per block: the pair (2 K4, 0) on lanes (0, 1) for the DC lane with the
+  // rounding bias beside it, and pairs (0, w) on lanes (2i, 2i + 1) for the
+  // odd lanes.
+  alignas(32) int32_t dcWeights[4 * kGroup] = {};
+  alignas(32) int32_t biases[4 * kGroup] = {};
+  alignas(32) int32_t oddWeights[4 * kGroup];
+  for (size_t g = 0; g < kGroup; ++g) {
+    dcWeights[4 * g] = 2 * kK4;
+    biases[4 * g] = (128 << kShift2) + (1 << (kShift2 - 1));
+    const int16_t weights[4] = {kW1, kW3, kW5, kW7};
+    for (int i = 0; i < 4; ++i) {
+      oddWeights[4 * g + i] =
+          static_cast<int32_t>(static_cast<uint32_t>(static_cast<uint16_t>(weights[i])) << 16);
+    }
+  }
+  const auto dcLane = hn::BitCast(d16, hn::Load(d32, dcWeights));
+  const auto oddLanes = hn::BitCast(d16, hn::Load(d32, oddWeights));
+  const auto bias2 = hn::Load(d32, biases);
+  auto sums = [&](hn::Vec<decltype(d16)> p, hn::Vec<decltype(d32)>& left,
+                  hn::Vec<decltype(d32)>& right) HWY_ATTR {
+    const auto dc = MulPairs(d32, p, dcLane);
+    const auto twice = hn::Add(hn::Add(dc, dc), bias2);
+    auto l = hn::Add(twice, MulPairs(d32, p, oddLanes));
+    auto r = hn::Sub(twice, MulPairs(d32, p, oddLanes));
+    l = hn::Add(l, hn::Shuffle2301(l));
+    r = hn::Add(r, hn::Shuffle2301(r));
+    left = hn::ShiftRight<kShift2>(hn::Add(l, hn::Shuffle1032(l)));
+    right = hn::ShiftRight<kShift2>(hn::Add(r, hn::Shuffle1032(r)));
+  };
+  hn::Vec<decltype(d32)> topLeft, topRight, bottomLeft, bottomRight;
+  sums(top, topLeft, topRight);
+  sums(bottom, bottomLeft, bottomRight);
+  const auto samples = hn::ReorderDemote2To(d16, hn::InterleaveLower(d32, topLeft, topRight),
+                                            hn::InterleaveLower(d32, bottomLeft, bottomRight));
+  alignas(16) uint8_t bytes[8 * kGroup];
+  hn::StoreU(hn::DemoteTo(d8, samples), d8, bytes);
+  for (size_t g = 0; g < kGroup; ++g) {
+    std::memcpy(out + 2 * g, bytes + 8 * g, 2);
+    std::memcpy(out + stride + 2 * g, bytes + 8 * g + 4, 2);
+  }
+}
+
 template <int kReduction>
 void InverseDCTFixed(const int16_t* blocks, size_t count, const int16_t* quant, uint8_t* out,
                      size_t stride) {
@@ -196,7 +280,11 @@ void InverseDCTFixed(const int16_t* blocks, size_t count, const int16_t* quant, 
   }
   size_t b = 0;
   for (; b + kGroup <= count; b += kGroup) {
-    InverseDCTGroup<kReduction, kGroup>(blocks + 64 * b, quantRows, out + kSize * b, stride);
+    if constexpr (kReduction == 2) {
+      InverseDCTQuarterGroup<kGroup>(blocks + 64 * b, quantRows, out + kSize * b, stride);
+    } else {
+      InverseDCTGroup<kReduction, kGroup>(blocks + 64 * b, quantRows, out + kSize * b, stride);
+    }
   }
   if constexpr (kGroup > 1) {
     if (b < count) {
