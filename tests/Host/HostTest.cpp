@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "vzk/vzk.h"
 
@@ -150,6 +151,59 @@ TEST(HostTest, BadConfigurationNeverFailsCreateInstance) {
   std::unique_ptr<ImToolkit, ToolkitDeleter> null(plugin.create(nullptr),
                                                   ToolkitDeleter{plugin.destroy});
   EXPECT_NE(null, nullptr);
+}
+
+} // namespace
+
+namespace {
+
+// Decoded pictures of the picture source, masked, written over, resized and
+// encoded inside the plug-in.
+TEST(HostTest, TransformsPicturesInsideThePlugin) {
+  for (int round = 0; round < 2; ++round) {
+    // Loaded and unloaded twice: text painting keeps its libraries' caches.
+    LoadedPlugin plugin(BinaryDirectory() + "/ToolkitSourcePlugin_vzk.so");
+    ASSERT_NE(plugin.create, nullptr) << dlerror();
+    const std::string pictures =
+        "<toolkit type='source'><provider>pictures</provider><config>"
+        "<picture format='5' width='64' height='48' time='500' seed='3' padding='4'/>"
+        "</config></toolkit>";
+    for (const std::string& chain :
+         {"<jpeg_encoder quality='80'><image_resize width='32' height='24'>" + pictures +
+              "</image_resize></jpeg_encoder>",
+          "<text_overlay overlay='Gate " + std::to_string(round) +
+              "'><apply_privacy_mask mask='2x1;10'>" + pictures +
+              "</apply_privacy_mask></text_overlay>"}) {
+      std::unique_ptr<ImToolkit, ToolkitDeleter> root(
+          plugin.create(("<toolkit type='source'><provider>vzk</provider><config>" + chain +
+                         "</config></toolkit>")
+                            .c_str()),
+          ToolkitDeleter{plugin.destroy});
+      auto* playback = dynamic_cast<ImPlaybackSourceToolkit*>(root.get());
+      ASSERT_NE(playback, nullptr);
+      playback->Connect(0);
+      ASSERT_EQ(playback->MoveFirst(), StatusSuccess);
+      ImData* raw = nullptr;
+      ASSERT_EQ(playback->GetData(&raw), StatusSuccess);
+      std::unique_ptr<ImData> item(raw);
+      EXPECT_EQ(item->GetBeginTime(), 500);
+      if (const auto* image = dynamic_cast<const ImImage*>(item.get())) {
+        EXPECT_EQ(image->GetWidth(), 64u);
+        EXPECT_EQ(image->GetPlanePointer(0)[0], 16) << "the masked corner is black";
+      } else {
+        std::vector<ImMediaData*> elements;
+        dynamic_cast<ImMediaDataVector&>(*item).GetElements(elements);
+        ASSERT_EQ(elements.size(), 1u);
+        const uint8_t* payload = elements[0]->GetPayloadPointer();
+        ASSERT_GT(elements[0]->GetPayloadSize(), 2u);
+        EXPECT_EQ(payload[0], 0xFF);
+        EXPECT_EQ(payload[1], 0xD8);
+      }
+      // Items go before the library that made them.
+      item.reset();
+      playback->Disconnect();
+    }
+  }
 }
 
 } // namespace

@@ -3,7 +3,11 @@
 // width, in playback and in live mode.
 //
 //   <config><picture format="5" width="7" height="5" time="1000" seed="1"
-//                    interlacing="0" aspect="1" padding="3"/>...</config>
+//                    interlacing="0" aspect="1" padding="3" mask="2x1;10"
+//                    broken="1"/>...</config>
+//
+// "mask" becomes the picture's "Privacy_Mask" when that is asked for at
+// Connect; a "broken" picture names planes that it does not have.
 
 #include <cstdlib>
 #include <map>
@@ -28,12 +32,15 @@ struct SmPictureScript {
   int64_t time = 0;
   uint32_t seed = 0;
   uint32_t padding = 0;
+  std::string mask;
+  bool hasMask = false;
+  bool broken = false;
 };
 
-class CmSequenceNumber : public ImStringProperty {
+class CmTextProperty : public ImStringProperty {
 public:
-  explicit CmSequenceNumber(std::string value) : m_Value(std::move(value)) {}
-  ImProperty* Clone() const override { return new CmSequenceNumber(m_Value); }
+  explicit CmTextProperty(std::string value) : m_Value(std::move(value)) {}
+  ImProperty* Clone() const override { return new CmTextProperty(m_Value); }
   std::string GetValue() const override { return m_Value; }
 
 private:
@@ -42,7 +49,8 @@ private:
 
 class CmPicture : public ImImage {
 public:
-  CmPicture(const SmPictureScript& script, bool withNumber, size_t number) : m_Script(script) {
+  CmPicture(const SmPictureScript& script, bool withNumber, bool withMask, size_t number)
+      : m_Script(script) {
     const auto shapes = NmTestPictures::PlaneShapes(script.format, script.width, script.height);
     for (uint32_t p = 0; p < shapes.size(); ++p) {
       const auto& shape = shapes[p];
@@ -58,7 +66,10 @@ public:
       m_Planes.push_back(std::move(plane));
     }
     if (withNumber) {
-      m_Number = std::make_unique<CmSequenceNumber>(std::to_string(number));
+      m_Number = std::make_unique<CmTextProperty>(std::to_string(number));
+    }
+    if (withMask && script.hasMask) {
+      m_Mask = std::make_unique<CmTextProperty>(script.mask);
     }
   }
   int64_t GetBeginTime() const override { return m_Script.time; }
@@ -66,7 +77,10 @@ public:
   size_t GetDataSize() const override { return 0; }
   const uint8_t* GetDataPointer() const override { return nullptr; }
   const ImProperty* GetProperty(const std::string& name) const override {
-    return name == NmPropertyNames::SequenceNumber ? m_Number.get() : nullptr;
+    if (name == NmPropertyNames::SequenceNumber) {
+      return m_Number.get();
+    }
+    return name == NmPropertyNames::PrivacyMask ? m_Mask.get() : nullptr;
   }
   size_t GetPayloadSize() const override { return 0; }
   const uint8_t* GetPayloadPointer() const override { return nullptr; }
@@ -76,7 +90,7 @@ public:
   uint32_t GetWidth() const override { return m_Script.width; }
   uint32_t GetHeight() const override { return m_Script.height; }
   const uint8_t* GetPlanePointer(uint32_t plane) const override {
-    return plane < m_Planes.size() ? m_Planes[plane].bytes.data() : nullptr;
+    return plane < m_Planes.size() && !m_Script.broken ? m_Planes[plane].bytes.data() : nullptr;
   }
   uint32_t GetPlaneWidth(uint32_t plane) const override {
     return plane < m_Planes.size() ? m_Planes[plane].shape.width : 0;
@@ -96,7 +110,8 @@ private:
   };
   SmPictureScript m_Script;
   std::vector<Plane> m_Planes;
-  std::unique_ptr<CmSequenceNumber> m_Number;
+  std::unique_ptr<CmTextProperty> m_Number;
+  std::unique_ptr<CmTextProperty> m_Mask;
 };
 
 class CmPictureSource : public ImPlaybackSourceToolkit, public ImLiveSourceToolkit {
@@ -122,6 +137,9 @@ public:
       if (node->GetAttributeValue("aspect", aspect)) {
         script.aspect = std::atof(aspect.c_str());
       }
+      script.hasMask = node->GetAttributeValue("mask", script.mask);
+      std::string broken;
+      script.broken = node->GetAttributeValue("broken", broken) && broken == "1";
       m_Pictures.push_back(script);
     }
   }
@@ -131,6 +149,10 @@ public:
     m_Numbered = requested.count(NmPropertyNames::SequenceNumber) != 0;
     if (m_Numbered) {
       supported.insert(NmPropertyNames::SequenceNumber);
+    }
+    m_Masked = requested.count(NmPropertyNames::PrivacyMask) != 0;
+    if (m_Masked) {
+      supported.insert(NmPropertyNames::PrivacyMask);
     }
   }
   void Connect(uint64_t argument) override {
@@ -182,12 +204,13 @@ private:
     return StatusSuccess;
   }
   uint32_t Deliver(size_t index, ImData** out) const {
-    *out = new CmPicture(m_Pictures[index], m_Numbered, index + 1);
+    *out = new CmPicture(m_Pictures[index], m_Numbered, m_Masked, index + 1);
     return StatusSuccess;
   }
 
   std::vector<SmPictureScript> m_Pictures;
   bool m_Numbered = false;
+  bool m_Masked = false;
   long m_Position = -1;
   size_t m_LivePosition = 0;
 };

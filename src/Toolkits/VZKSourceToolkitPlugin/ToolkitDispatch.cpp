@@ -1,7 +1,13 @@
 #include <cstring>
 #include <string>
 
+#include "Toolkits/VZKSourceToolkitPlugin/ApplyPrivacyMask.h"
 #include "Toolkits/VZKSourceToolkitPlugin/ConditionalVideoDecoder.h"
+#include "Toolkits/VZKSourceToolkitPlugin/ImgColorFormatConvert.h"
+#include "Toolkits/VZKSourceToolkitPlugin/ImgCrop.h"
+#include "Toolkits/VZKSourceToolkitPlugin/ImgResize.h"
+#include "Toolkits/VZKSourceToolkitPlugin/ImgTextOverlay.h"
+#include "Toolkits/VZKSourceToolkitPlugin/JPEGEncoder.h"
 #include "Toolkits/VZKSourceToolkitPlugin/KeyFramesOnlyVideoDecoder.h"
 #include "Toolkits/VZKSourceToolkitPlugin/SetProperty.h"
 #include "Toolkits/VZKSourceToolkitPlugin/SyntheticLive.h"
@@ -26,14 +32,14 @@ struct SmToolkitEntry {
 
 // Transform toolkits, tried first and in this order.
 constexpr SmToolkitEntry TransformToolkits[] = {
-    {"image_resize", nullptr},
-    {"image_boxed_resize", nullptr},
-    {"image_filled_resize", nullptr},
-    {"text_overlay", nullptr},
-    {"image_color_format_convert", nullptr},
-    {"image_crop", nullptr},
-    {"jpeg_encoder", nullptr},
-    {"apply_privacy_mask", nullptr},
+    {"image_resize", &Create<CmImgResize>},
+    {"image_boxed_resize", &Create<CmImgBoxedResize>},
+    {"image_filled_resize", &Create<CmImgFilledResize>},
+    {"text_overlay", &Create<CmImgTextOverlay>},
+    {"image_color_format_convert", &Create<CmImgColorFormatConvert>},
+    {"image_crop", &Create<CmImgCrop>},
+    {"jpeg_encoder", &Create<CmJPEGEncoder>},
+    {"apply_privacy_mask", &Create<CmApplyPrivacyMask>},
     {"audio_decoder", nullptr},
     {"set_property", &Create<CmSetProperty>},
 };

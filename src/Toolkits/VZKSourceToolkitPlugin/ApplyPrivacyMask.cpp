@@ -1,0 +1,43 @@
+#include "Toolkits/VZKSourceToolkitPlugin/ApplyPrivacyMask.h"
+
+namespace NmToolkit {
+
+void CmApplyPrivacyMask::Connect(const CmPropertyNameSet& requested, CmPropertyNameSet& supported,
+                                 uint64_t argument) {
+  if (IsConnected()) {
+    return;
+  }
+  ReadConfiguration();
+  if (m_HasFixedMask) {
+    CmImageTransform::Connect(requested, supported, argument);
+    return;
+  }
+  CmPropertyNameSet withMask(requested);
+  withMask.insert(NmPropertyNames::PrivacyMask);
+  CmImageTransform::Connect(withMask, supported, argument);
+  if (requested.count(NmPropertyNames::PrivacyMask) == 0) {
+    RemovePassedProperty(NmPropertyNames::PrivacyMask);
+    supported.erase(NmPropertyNames::PrivacyMask);
+  }
+}
+
+void CmApplyPrivacyMask::ReadConfiguration() {
+  CmImageTransform::ReadConfiguration();
+  std::string text;
+  m_HasFixedMask = GetConfigurationValue("mask", text);
+  if (m_HasFixedMask) {
+    m_Mask.SetMask(text);
+  }
+}
+
+void CmApplyPrivacyMask::ProcessData(ImData* in, ImData** out) {
+  if (!m_HasFixedMask) {
+    const auto* property =
+        in ? dynamic_cast<const ImStringProperty*>(in->GetProperty(NmPropertyNames::PrivacyMask))
+           : nullptr;
+    m_Mask.SetMask(property ? property->GetValue() : std::string());
+  }
+  CmImageTransform::ProcessData(in, out);
+}
+
+} // namespace NmToolkit
