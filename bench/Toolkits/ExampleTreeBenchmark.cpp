@@ -33,9 +33,9 @@ constexpr int kHeight = 1080;
 constexpr int kPictures = 50;
 constexpr int kQuality = 75;
 
-// ffmpeg's MJPEG encoder has no IJG quality; this quantiser scale gives
-// outputs of about the size our quality 75 gives, which the run prints.
-constexpr int kFfmpegQscale = 4;
+// ffmpeg's MJPEG encoder has no IJG quality scale; the run picks the
+// quantiser scale whose pictures come closest in size to ours.
+constexpr int kFfmpegQscales[] = {2, 3, 4, 5, 6, 8};
 
 std::string Quote(const std::string& text) {
   return "'" + text + "'";
@@ -81,6 +81,7 @@ struct SmMaterial {
   std::string stream;
   std::string recording;
   std::string tree;
+  int ffmpegQscale = 0;
   std::string error;
 };
 
@@ -90,6 +91,29 @@ fs::path OwnDirectory() {
 
 bool System(const std::string& command) {
   return std::system((command + " >/dev/null 2>&1").c_str()) == 0;
+}
+
+std::string VzkCommand(const SmMaterial& material, const std::string& out);
+std::string FfmpegCommand(const SmMaterial& material, const std::string& out);
+std::pair<size_t, double> Outputs(const std::string& command, const fs::path& directory);
+
+// The quantiser scale of ffmpeg whose pictures are closest in mean size to
+// those of the tree, which is as near to the same quality as the two come.
+int MatchingQscale(SmMaterial& material) {
+  const fs::path ours = material.directory / "ours";
+  const double target = Outputs(VzkCommand(material, ours.string()), ours).second;
+  int best = 0;
+  double bestDistance = 0;
+  for (const int qscale : kFfmpegQscales) {
+    material.ffmpegQscale = qscale;
+    const fs::path theirs = material.directory / ("ffmpeg-" + std::to_string(qscale));
+    const double size = Outputs(FfmpegCommand(material, theirs.string()), theirs).second;
+    if (size > 0 && (best == 0 || std::abs(size - target) < bestDistance)) {
+      best = qscale;
+      bestDistance = std::abs(size - target);
+    }
+  }
+  return target > 0 ? best : 0;
 }
 
 SmMaterial MakeMaterial() {
@@ -140,6 +164,13 @@ SmMaterial MakeMaterial() {
        << "<toolkit type=\"source\"><provider>recording</provider>"
        << "<config><recording file=\"" << material.recording << "\"/></config></toolkit>"
        << "</video_decoder></image_resize></jpeg_encoder></config></toolkit>\n";
+  tree.close();
+  if (material.error.empty()) {
+    material.ffmpegQscale = MatchingQscale(material);
+    if (material.ffmpegQscale == 0) {
+      material.error = "the tree or ffmpeg delivered no pictures";
+    }
+  }
   return material;
 }
 
@@ -174,7 +205,7 @@ std::string VzkCommand(const SmMaterial& material, const std::string& out) {
 std::string FfmpegCommand(const SmMaterial& material, const std::string& out) {
   return "ffmpeg -nostdin -y -threads 1 -filter_threads 1 -f mjpeg -i " + Quote(material.stream) +
          " -vf scale=640:360:flags=bilinear -c:v mjpeg -threads 1 -q:v " +
-         std::to_string(kFfmpegQscale) +
+         std::to_string(material.ffmpegQscale) +
          (out.empty() ? " -f null -" : " -f image2 " + Quote(out + "/frame-%06d.jpg"));
 }
 
@@ -245,11 +276,13 @@ int main(int argc, char** argv) {
   if (material.error.empty()) {
     const auto ours = Outputs(VzkCommand(material, (material.directory / "ours").string()),
                               material.directory / "ours");
-    const auto theirs = Outputs(FfmpegCommand(material, (material.directory / "ffmpeg").string()),
-                                material.directory / "ffmpeg");
+    const std::string qscale = "ffmpeg-" + std::to_string(material.ffmpegQscale);
+    const auto theirs = Outputs(FfmpegCommand(material, (material.directory / qscale).string()),
+                                material.directory / qscale);
     std::printf("outputs: ours %zu pictures of %.0f bytes (quality %d), ffmpeg %zu of %.0f bytes "
                 "(qscale %d)\n",
-                ours.first, ours.second, kQuality, theirs.first, theirs.second, kFfmpegQscale);
+                ours.first, ours.second, kQuality, theirs.first, theirs.second,
+                material.ffmpegQscale);
   } else {
     std::printf("%s\n", material.error.c_str());
   }
