@@ -15,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "Codecs/Primitives/JPEGInverseDCT.h"
 #include "MediaProcessing/JPEG/JPEGDecoder.h"
 #include "MediaProcessing/JPEG/MemBuffInput.h"
 
@@ -128,6 +129,65 @@ BENCHMARK(Turbo)->Name("DecodeQuarter/turbo")->Arg(2)->Unit(benchmark::kMillisec
 BENCHMARK(Ours)->Name("DecodeEighth/ours")->Arg(3)->Unit(benchmark::kMillisecond);
 BENCHMARK(Turbo)->Name("DecodeEighth/turbo")->Arg(3)->Unit(benchmark::kMillisecond);
 
+// The inverse transform beside its reference, a row of 240 blocks at a time,
+// 135 rows (the luma of 1920 x 1080), at each size.
+void InverseDCTKernel(benchmark::State& state, bool reference) {
+  const int reduction = static_cast<int>(state.range(0));
+  static const std::vector<int16_t> blocks = [] {
+    // Typical camera blocks: a DC term and a few low-frequency terms.
+    std::vector<int16_t> all(240 * 64);
+    std::mt19937 random(3);
+    for (size_t b = 0; b < 240; ++b) {
+      for (int i = 0; i < 64; ++i) {
+        const int v = i / 8;
+        const int u = i % 8;
+        all[b * 64 + i] = static_cast<int16_t>(
+            i == 0 ? static_cast<int>(random() % 120) - 60
+                   : (random() % (2 + 2 * (u + v)) == 0 ? static_cast<int>(random() % 9) - 4 : 0));
+      }
+    }
+    return all;
+  }();
+  int16_t quant[64];
+  for (int i = 0; i < 64; ++i) {
+    quant[i] = static_cast<int16_t>(4 + i / 3);
+  }
+  std::vector<uint8_t> out(240 * 8 * 8);
+  for (auto _ : state) {
+    for (int row = 0; row < 135; ++row) {
+      if (reference) {
+        NmPrimitives::NmReference::JPEGInverseDCTBlocks(reduction, blocks.data(), 240, quant,
+                                                        out.data(), 240 * 8);
+      } else {
+        NmPrimitives::JPEGInverseDCTBlocks(reduction, blocks.data(), 240, quant, out.data(),
+                                           240 * 8);
+      }
+      benchmark::DoNotOptimize(out.data());
+    }
+  }
+}
+void InverseDCTOurs(benchmark::State& state) {
+  InverseDCTKernel(state, false);
+}
+void InverseDCTReference(benchmark::State& state) {
+  InverseDCTKernel(state, true);
+}
+BENCHMARK(InverseDCTOurs)->Name("InverseDCT8x8/ours")->Arg(0)->Unit(benchmark::kMillisecond);
+BENCHMARK(InverseDCTReference)
+    ->Name("InverseDCT8x8/reference")
+    ->Arg(0)
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK(InverseDCTOurs)->Name("InverseDCT4x4/ours")->Arg(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(InverseDCTReference)
+    ->Name("InverseDCT4x4/reference")
+    ->Arg(1)
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK(InverseDCTOurs)->Name("InverseDCT2x2/ours")->Arg(2)->Unit(benchmark::kMillisecond);
+BENCHMARK(InverseDCTReference)
+    ->Name("InverseDCT2x2/reference")
+    ->Arg(2)
+    ->Unit(benchmark::kMillisecond);
+
 // Keeps each run's time per iteration so that the ratios can close the report.
 class CmRatioReporter : public benchmark::ConsoleReporter {
 public:
@@ -155,6 +215,14 @@ int main(int argc, char** argv) {
     if (reporter.times.count(ours) != 0 && reporter.times.count(turbo) != 0) {
       std::printf("%s: ratio turbo / ours = %.2f\n", name,
                   reporter.times[turbo] / reporter.times[ours]);
+    }
+  }
+  for (const char* name : {"InverseDCT8x8", "InverseDCT4x4", "InverseDCT2x2"}) {
+    const std::string ours = std::string(name) + "/ours";
+    const std::string reference = std::string(name) + "/reference";
+    if (reporter.times.count(ours) != 0 && reporter.times.count(reference) != 0) {
+      std::printf("%s: ratio reference / ours = %.2f\n", name,
+                  reporter.times[reference] / reporter.times[ours]);
     }
   }
   std::printf("picture: %d x %d, %zu bytes\n", kWidth, kHeight, Picture().size());
