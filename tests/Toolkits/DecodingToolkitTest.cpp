@@ -572,3 +572,19 @@ TEST(ConditionalVideoDecoderToolkit, SizeConditionDecodesOtherSizes) {
   EXPECT_NE(dynamic_cast<CmImageData*>(picture.item.get()), nullptr);
   EXPECT_NEAR(picture.luma, LevelOf(0), 3);
 }
+
+// A record whose time no time stamp can hold is no reason to fail a move.
+TEST(ConditionalVideoDecoderToolkit, RecordsBeyondTimeAreDecodedOrNothing) {
+  const std::string items =
+      JPEGItem(Form::Packet, 0) + "<item begin='" + std::to_string(TimeOf(1)) + "' payload_hex='" +
+      Hex(NmTestSupport::BuildVideoPacket(
+          {.codec = 1, .syncTime = ~0ULL - 5, .frameTime = ~0ULL - 5, .payload = {1, 2, 3}})) +
+      "'/>";
+  CmVZKSourceToolkit root(
+      Decoder(items, "pass_format='jpeg'", "conditional_video_decoder").c_str());
+  root.Connect(0);
+  EXPECT_NO_THROW(root.MoveTo(TimeOf(1), MoveAtOrBefore));
+  EXPECT_NO_THROW(Fetch(root));
+  ASSERT_EQ(root.MoveFirst(), StatusSuccess);
+  EXPECT_NE(Fetch(root).item, nullptr);
+}

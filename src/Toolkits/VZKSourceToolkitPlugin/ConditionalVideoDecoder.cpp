@@ -93,6 +93,16 @@ uint32_t CmConditionalVideoDecoder::GetLiveData(ImData**, uint32_t) {
 }
 
 bool CmConditionalVideoDecoder::NeedsDecoding(const ImData& item) {
+  try {
+    return FailsConditions(item);
+  } catch (const NmError::CmError&) {
+    // A record that cannot even be looked at is left to the decoder, whose
+    // failure shows as no picture.
+    return true;
+  }
+}
+
+bool CmConditionalVideoDecoder::FailsConditions(const ImData& item) {
   const std::vector<const ImData*> elements = ElementsOf(item);
   if (m_PassPrivacyMask != NotSet) {
     if (item.GetProperty(NmPropertyNames::PrivacyMask) != nullptr) {

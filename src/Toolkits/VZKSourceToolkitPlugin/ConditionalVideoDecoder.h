@@ -33,6 +33,8 @@ public:
   bool NeedsDecoding(const ImData& item);
 
 private:
+  bool FailsConditions(const ImData& item);
+
   static constexpr const char* NotSet = "*";
 
   std::string m_PassPrivacyMask = "none";
