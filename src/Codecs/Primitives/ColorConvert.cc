@@ -40,33 +40,12 @@ HWY_INLINE V16 Apply(V16 a, const SmVectorCoefficient& c) {
   return hn::Add(hn::Mul(a, c.whole), hn::MulFixedPoint15(a, c.fraction));
 }
 
-// From six fraction bits to samples; the demotion saturates, which clamps.
-HWY_INLINE hn::Vec<DH8> ToSamples(V16 v) {
-  const D16 d;
-  return hn::DemoteTo(DH8(), hn::ShiftRight<6>(hn::SaturatedAdd(v, hn::Set(d, 32))));
-}
-
-HWY_INLINE V16 LowerWide(V8 v) {
-  return hn::BitCast(D16(), hn::PromoteTo(DU16(), hn::LowerHalf(DH8(), v)));
-}
-HWY_INLINE V16 UpperWide(V8 v) {
-  return hn::BitCast(D16(), hn::PromoteTo(DU16(), hn::UpperHalf(DH8(), v)));
-}
-
 // The vector code adds instead of multiplying where the whole part of a
 // coefficient is fixed by the equations; the comparison with the plain
 // version on every target would show it if that ever changed.
 constexpr bool HasFixedWholeParts(SmYCbCrMatrix m) {
   const F::SmToRgbConstants to = F::GetToRgbConstants(m);
-  const F::SmFromRgbConstants from = F::GetFromRgbConstants(m);
-  bool forwardBelowOne = true;
-  for (const auto& row : from.rgb) {
-    for (const auto& c : row) {
-      forwardBelowOne = forwardBelowOne && c.whole == 0;
-    }
-  }
-  return to.luma.whole == 1 && to.crToR.whole == 1 && to.cbToG.whole == 0 && to.crToG.whole == 0 &&
-         forwardBelowOne;
+  return to.luma.whole == 1 && to.crToR.whole == 1 && to.cbToG.whole == 0 && to.crToG.whole == 0;
 }
 static_assert(HasFixedWholeParts(YCbCrJfif) && HasFixedWholeParts(YCbCrVideoRange) &&
               HasFixedWholeParts(YCbCrBt601Full));
@@ -244,52 +223,180 @@ void YCbCrToRgbRows(const SmYCbCrSource& s, SmChromaLayout chroma, uint8_t* dst,
   }
 }
 
-struct SmFromRgbVectors {
-  explicit SmFromRgbVectors(const F::SmFromRgbConstants& c) {
-    for (int i = 0; i < 3; ++i) {
-      offset[i] = hn::Set(D16(), static_cast<int16_t>(c.offset[i] * 64));
-      for (int j = 0; j < 3; ++j) {
-        k[i][j] = Broadcast(c.rgb[i][j]);
+using D32 = hn::Repartition<int32_t, D8>;
+using DU64 = hn::Repartition<uint64_t, D8>;
+using V32 = hn::Vec<D32>;
+using D128 = hn::Full128<uint8_t>;
+constexpr size_t BlocksPerVector = hn::MaxLanes(D8()) / 16;
+
+// A vector of pixels is read as four parts of four pixels per 128-bit block.
+// Part q of block b starts at this pixel, so that packing parts 0 and 1, and 2
+// and 3, gives each half of the vector in order.
+constexpr size_t PartStart(size_t part, size_t block) {
+  return part / 2 * (8 * BlocksPerVector) + block * 8 + part % 2 * 4;
+}
+
+// Byte shuffles that widen four pixels of a block into 32-bit lanes holding
+// the 16-bit pairs red, green and blue, 0. Three-byte pixels are read from four
+// bytes before their start, except at the start of a vector, so that no read
+// passes the last pixel.
+struct SmRgbShuffles {
+  explicit SmRgbShuffles(SmPackedLayout layout) {
+    for (size_t first = 0; first < 2; ++first) {
+      alignas(32) uint8_t rg[32], b[32];
+      for (size_t block = 0; block < 2; ++block) {
+        const size_t skip = ReadBack(layout.pixelBytes, first == 1 && block == 0 ? 0 : 4);
+        for (size_t j = 0; j < 4; ++j) {
+          uint8_t* pair = rg + 16 * block + 4 * j;
+          uint8_t* single = b + 16 * block + 4 * j;
+          const size_t at = skip + layout.pixelBytes * j;
+          pair[0] = static_cast<uint8_t>(at + (layout.blueFirst ? 2 : 0));
+          pair[2] = static_cast<uint8_t>(at + 1);
+          single[0] = static_cast<uint8_t>(at + (layout.blueFirst ? 0 : 2));
+          pair[1] = pair[3] = single[1] = single[2] = single[3] = 0x80;
+        }
       }
+      redGreen[first] = hn::LoadU(D8(), rg);
+      blueZero[first] = hn::LoadU(D8(), b);
     }
   }
-  V16 offset[3];
-  SmVectorCoefficient k[3][3];
+  static constexpr size_t ReadBack(size_t pixelBytes, size_t start) {
+    return pixelBytes == 3 && start > 0 ? 4 : 0;
+  }
+  V8 redGreen[2], blueZero[2]; // [0]: any part, [1]: the vector's first part
 };
 
-HWY_INLINE hn::Vec<DH8> FromRgbHalf(const SmFromRgbVectors& k, int c, V16 r, V16 g, V16 b) {
-  return ToSamples(hn::Add(hn::Add(hn::MulFixedPoint15(r, k.k[c][0].fraction),
-                                   hn::MulFixedPoint15(g, k.k[c][1].fraction)),
-                           hn::Add(hn::MulFixedPoint15(b, k.k[c][2].fraction), k.offset[c])));
+// Each output is one multiply-add of two 16-bit pairs: red and green, and blue
+// and a constant that, times 1 << 14, is the bias. Chroma takes its bias as a
+// 32-bit sum instead, since its pairs are sums of pixels whose second half
+// holds the luma constant.
+struct SmFromRgbVectors {
+  explicit SmFromRgbVectors(const F::SmFromRgbConstants& c) {
+    const D16 d;
+    for (int i = 0; i < 3; ++i) {
+      const int16_t biasUnit = i == 0 ? int16_t{1 << F::BiasUnitBits} : int16_t{0};
+      redGreen[i] = hn::InterleaveLower(d, hn::Set(d, c.rgb[i][0]), hn::Set(d, c.rgb[i][1]));
+      blueBias[i] = hn::InterleaveLower(d, hn::Set(d, c.rgb[i][2]), hn::Set(d, biasUnit));
+      for (int log2Pixels = 0; log2Pixels < 3; ++log2Pixels) {
+        bias[i][log2Pixels] =
+            hn::Set(D32(), F::BiasMultiple(c.offset[i], log2Pixels) << F::BiasUnitBits);
+      }
+    }
+    lumaBias = hn::BitCast(D8(), hn::Set(D32(), F::BiasMultiple(c.offset[0], 0) << 16));
+  }
+  V16 redGreen[3], blueBias[3];
+  V32 bias[3][3]; // [component][log2 of the pixels summed]; for luma unused
+  V8 lumaBias;    // the luma constant in the second half of each blue pair
+};
+
+// Lane i: the dot product of pair i of each input with its coefficients.
+HWY_INLINE V32 DotPairs(V16 redGreen, V16 blueBias, V16 kRedGreen, V16 kBlueBias) {
+  const D32 d;
+  // Targets without a pairwise multiply-add split the products into even and
+  // odd lanes; the final rearrangement adds them in the order of the pairs.
+  V32 odd = hn::Zero(d);
+  const V32 even = hn::ReorderWidenMulAccumulate(d, redGreen, kRedGreen, hn::Zero(d), odd);
+  return hn::RearrangeToOddPlusEven(
+      hn::ReorderWidenMulAccumulate(d, blueBias, kBlueBias, even, odd), odd);
 }
 
-HWY_INLINE void LoadRgb(const uint8_t* p, size_t pixelBytes, bool blueFirst, V8& r, V8& g, V8& b) {
-  const D8 d;
-  if (pixelBytes == 3) {
-    hn::LoadInterleaved3(d, p, r, g, b);
+// The pixel pairs of one row: four parts of a vector of pixels.
+struct SmRowPairs {
+  V16 redGreen[4], blueBias[4];
+};
+
+template <class D>
+HWY_INLINE hn::Vec<D> LoadPart(D d, const uint8_t* row, size_t pixelBytes, size_t part) {
+  const D128 d128;
+  const auto at = [&](size_t block) {
+    const size_t start = PartStart(part, block);
+    return row + pixelBytes * start - SmRgbShuffles::ReadBack(pixelBytes, start);
+  };
+  if constexpr (hn::MaxLanes(d) == 16) {
+    return hn::LoadU(d, at(0));
   } else {
-    V8 fourth;
-    hn::LoadInterleaved4(d, p, r, g, b, fourth);
-  }
-  if (blueFirst) {
-    std::swap(r, b);
+    return hn::Combine(d, hn::LoadU(d128, at(1)), hn::LoadU(d128, at(0)));
   }
 }
 
-HWY_INLINE void StoreLuma(const SmFromRgbVectors& k, V8 r, V8 g, V8 b, uint8_t* out) {
-  const D8 d;
-  const auto lower = FromRgbHalf(k, 0, hn::ShiftLeft<6>(LowerWide(r)),
-                                 hn::ShiftLeft<6>(LowerWide(g)), hn::ShiftLeft<6>(LowerWide(b)));
-  const auto upper = FromRgbHalf(k, 0, hn::ShiftLeft<6>(UpperWide(r)),
-                                 hn::ShiftLeft<6>(UpperWide(g)), hn::ShiftLeft<6>(UpperWide(b)));
-  hn::StoreU(hn::Combine(d, upper, lower), d, out);
+HWY_INLINE SmRowPairs LoadPairs(const SmRgbShuffles& s, const SmFromRgbVectors& k,
+                                const uint8_t* row, size_t pixelBytes) {
+  SmRowPairs p;
+// Unrolled, so that the parts stay in registers.
+#pragma GCC unroll 4
+  for (size_t q = 0; q < 4; ++q) {
+    const V8 bytes = LoadPart(D8(), row, pixelBytes, q);
+    p.redGreen[q] = hn::BitCast(D16(), hn::TableLookupBytesOr0(bytes, s.redGreen[q == 0]));
+    p.blueBias[q] =
+        hn::BitCast(D16(), hn::Or(hn::TableLookupBytesOr0(bytes, s.blueZero[q == 0]), k.lumaBias));
+  }
+  return p;
 }
 
-// Sums of neighbouring samples: lane i holds v[2i] + v[2i + 1].
-HWY_INLINE V16 PairSums(V8 v) {
-  const DU16 du;
-  const auto w = hn::BitCast(du, v);
-  return hn::BitCast(D16(), hn::Add(hn::And(w, hn::Set(du, 0xFF)), hn::ShiftRight<8>(w)));
+// Four parts of results as bytes in pixel order, clamped. The clamp is done
+// in 16-bit lanes so that one byte packing of two vectors suffices.
+HWY_INLINE V8 PackParts(const V32 parts[4]) {
+  const D16 d;
+  const V16 zero = hn::Zero(d);
+  const V16 top = hn::Set(d, 255);
+  const V16 lower = hn::Min(hn::Max(hn::ReorderDemote2To(d, parts[0], parts[1]), zero), top);
+  const V16 upper = hn::Min(hn::Max(hn::ReorderDemote2To(d, parts[2], parts[3]), zero), top);
+  return hn::ConcatEven(D8(), hn::BitCast(D8(), upper), hn::BitCast(D8(), lower));
+}
+
+HWY_INLINE void StoreLuma(const SmFromRgbVectors& k, const SmRowPairs& p, uint8_t* out) {
+  V32 sums[4];
+// Unrolled, so that the parts stay in registers.
+#pragma GCC unroll 4
+  for (size_t q = 0; q < 4; ++q) {
+    sums[q] =
+        hn::ShiftRight<15>(DotPairs(p.redGreen[q], p.blueBias[q], k.redGreen[0], k.blueBias[0]));
+  }
+  hn::StoreU(PackParts(sums), D8(), out);
+}
+
+// Pairs of neighbouring pixels summed: two parts become one whose even lanes
+// come from the first and odd lanes from the second. The 16-bit halves cannot
+// carry into each other; a carry out of the 32-bit lane lands in the unused one.
+HWY_INLINE V16 JoinPixelPairs(V16 first, V16 second) {
+  const DU64 d64;
+  const auto even = hn::BitCast(d64, first);
+  const auto odd = hn::BitCast(d64, second);
+  return hn::BitCast(D16(),
+                     hn::OddEven(hn::BitCast(D32(), hn::Add(odd, hn::ShiftLeft<32>(odd))),
+                                 hn::BitCast(D32(), hn::Add(even, hn::ShiftRight<32>(even)))));
+}
+
+// Per block the joined parts hold the chroma samples 0, 2, 1, 3 of each pair
+// of parts; the table puts them back in order.
+alignas(16) constexpr uint8_t ChromaOrder[16] = {0, 2, 1, 3, 8,  10, 9,  11,
+                                                 4, 6, 5, 7, 12, 14, 13, 15};
+alignas(16) constexpr uint8_t ChromaOrderOneBlock[16] = {0, 2, 1, 3, 4, 6, 5, 7};
+
+template <int Log2Pixels>
+HWY_INLINE void StoreChroma(const SmFromRgbVectors& k, int c, const SmRowPairs& p, uint8_t* out) {
+  if constexpr (Log2Pixels == 0) {
+    V32 sums[4];
+    // Unrolled, so that the parts stay in registers.
+#pragma GCC unroll 4
+    for (size_t q = 0; q < 4; ++q) {
+      sums[q] = hn::ShiftRight<15>(hn::Add(
+          DotPairs(p.redGreen[q], p.blueBias[q], k.redGreen[c], k.blueBias[c]), k.bias[c][0]));
+    }
+    hn::StoreU(PackParts(sums), D8(), out);
+  } else {
+    // The parts hold sums of neighbouring pixels, joined in pairs.
+    V32 halves[2];
+#pragma GCC unroll 2
+    for (size_t h = 0; h < 2; ++h) {
+      halves[h] = hn::ShiftRight<15 + Log2Pixels>(
+          hn::Add(DotPairs(p.redGreen[h], p.blueBias[h], k.redGreen[c], k.blueBias[c]),
+                  k.bias[c][Log2Pixels]));
+    }
+    const auto samples = hn::DemoteTo(DH8(), hn::ReorderDemote2To(D16(), halves[0], halves[1]));
+    const auto order = hn::LoadU(DH8(), BlocksPerVector == 2 ? ChromaOrder : ChromaOrderOneBlock);
+    hn::StoreU(hn::TableLookupBytes(samples, order), DH8(), out);
+  }
 }
 
 void RgbToYCbCrColumns(const uint8_t* src, size_t srcStride, SmPackedLayout layout,
@@ -297,6 +404,7 @@ void RgbToYCbCrColumns(const uint8_t* src, size_t srcStride, SmPackedLayout layo
                        size_t height, const SmFromRgbVectors& k) {
   const D8 d;
   const size_t n = hn::Lanes(d);
+  const SmRgbShuffles shuffles(layout);
   const size_t rowsPerChromaRow = chroma == Chroma420 ? 2 : 1;
   for (size_t y = 0; y < height; y += rowsPerChromaRow) {
     const uint8_t* row0 = src + y * srcStride;
@@ -305,41 +413,43 @@ void RgbToYCbCrColumns(const uint8_t* src, size_t srcStride, SmPackedLayout layo
     const uint8_t* row1 = pair ? row0 + srcStride : row0;
     const size_t cy = y / rowsPerChromaRow;
     for (size_t x = 0; x + n <= width; x += n) {
-      V8 r0, g0, b0;
-      LoadRgb(row0 + x * layout.pixelBytes, layout.pixelBytes, layout.blueFirst, r0, g0, b0);
-      StoreLuma(k, r0, g0, b0, t.y + y * t.yStride + x);
-      V8 r1 = r0, g1 = g0, b1 = b0;
-      if (pair) {
-        LoadRgb(row1 + x * layout.pixelBytes, layout.pixelBytes, layout.blueFirst, r1, g1, b1);
-        StoreLuma(k, r1, g1, b1, t.y + (y + 1) * t.yStride + x);
+      SmRowPairs p = LoadPairs(shuffles, k, row0 + x * layout.pixelBytes, layout.pixelBytes);
+      StoreLuma(k, p, t.y + y * t.yStride + x);
+      if (rowsPerChromaRow == 2) {
+        const SmRowPairs p1 =
+            pair ? LoadPairs(shuffles, k, row1 + x * layout.pixelBytes, layout.pixelBytes) : p;
+        if (pair) {
+          StoreLuma(k, p1, t.y + (y + 1) * t.yStride + x);
+        }
+// Unrolled, so that the parts stay in registers.
+#pragma GCC unroll 4
+        for (size_t q = 0; q < 4; ++q) {
+          p.redGreen[q] = hn::Add(p.redGreen[q], p1.redGreen[q]);
+          p.blueBias[q] = hn::Add(p.blueBias[q], p1.blueBias[q]);
+        }
       }
       if (t.cb == nullptr) {
         continue;
       }
       uint8_t* cbOut = t.cb + cy * t.cbStride;
       uint8_t* crOut = t.cr + cy * t.crStride;
+      if (chroma != Chroma444) {
+#pragma GCC unroll 2
+        for (size_t h = 0; h < 2; ++h) {
+          p.redGreen[h] = JoinPixelPairs(p.redGreen[2 * h], p.redGreen[2 * h + 1]);
+          p.blueBias[h] = JoinPixelPairs(p.blueBias[2 * h], p.blueBias[2 * h + 1]);
+        }
+      }
       if (chroma == Chroma444) {
-        const V16 rl = hn::ShiftLeft<6>(LowerWide(r0)), ru = hn::ShiftLeft<6>(UpperWide(r0));
-        const V16 gl = hn::ShiftLeft<6>(LowerWide(g0)), gu = hn::ShiftLeft<6>(UpperWide(g0));
-        const V16 bl = hn::ShiftLeft<6>(LowerWide(b0)), bu = hn::ShiftLeft<6>(UpperWide(b0));
-        hn::StoreU(hn::Combine(d, FromRgbHalf(k, 1, ru, gu, bu), FromRgbHalf(k, 1, rl, gl, bl)), d,
-                   cbOut + x);
-        hn::StoreU(hn::Combine(d, FromRgbHalf(k, 2, ru, gu, bu), FromRgbHalf(k, 2, rl, gl, bl)), d,
-                   crOut + x);
-        continue;
-      }
-      V16 r, g, b;
-      if (chroma == Chroma422) {
-        r = hn::ShiftLeft<5>(PairSums(r0));
-        g = hn::ShiftLeft<5>(PairSums(g0));
-        b = hn::ShiftLeft<5>(PairSums(b0));
+        StoreChroma<0>(k, 1, p, cbOut + x);
+        StoreChroma<0>(k, 2, p, crOut + x);
+      } else if (chroma == Chroma422) {
+        StoreChroma<1>(k, 1, p, cbOut + x / 2);
+        StoreChroma<1>(k, 2, p, crOut + x / 2);
       } else {
-        r = hn::ShiftLeft<4>(hn::Add(PairSums(r0), PairSums(r1)));
-        g = hn::ShiftLeft<4>(hn::Add(PairSums(g0), PairSums(g1)));
-        b = hn::ShiftLeft<4>(hn::Add(PairSums(b0), PairSums(b1)));
+        StoreChroma<2>(k, 1, p, cbOut + x / 2);
+        StoreChroma<2>(k, 2, p, crOut + x / 2);
       }
-      hn::StoreU(FromRgbHalf(k, 1, r, g, b), DH8(), cbOut + x / 2);
-      hn::StoreU(FromRgbHalf(k, 2, r, g, b), DH8(), crOut + x / 2);
     }
   }
 }

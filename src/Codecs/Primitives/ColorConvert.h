@@ -3,10 +3,9 @@
 #include <cstddef>
 #include <cstdint>
 
-// Conversions between packed RGB and planar YCbCr. All arithmetic is in 16-bit
-// fixed point with six fraction bits and coefficients of 15 fraction bits, so
-// that the vector and the plain versions agree to the bit and both stay
-// within one step of the exact equations.
+// Conversions between packed RGB and planar YCbCr in fixed point with
+// coefficients of 15 fraction bits, so that the vector and the plain versions
+// agree to the bit and both stay within one step of the exact equations.
 namespace NmPrimitives {
 
 // The equations, by the numbers of the sub-colour formats that select them.

@@ -1,9 +1,12 @@
 #pragma once
 
 // The fixed-point form of the colour equations, shared by the plain and the
-// vector kernels so that both round the same way. Samples are carried with six
-// fraction bits (value << 6), products use 15-bit coefficients rounded half up
-// as the pmulhrsw instruction does, and results are rounded and clamped once.
+// vector kernels so that both round the same way. Towards RGB, samples are
+// carried with six fraction bits (value << 6), products use 15-bit
+// coefficients rounded half up as the pmulhrsw instruction does, and results
+// are rounded and clamped once. From RGB, the three products of 15-bit
+// coefficients are summed exactly in 32 bits and rounded once, which maps
+// onto one multiply-add of 16-bit pairs per output.
 #include <algorithm>
 #include <cstdint>
 
@@ -28,9 +31,16 @@ struct SmToRgbConstants {
   SmCoefficient luma, crToR, cbToG, crToG, cbToB;
 };
 
+// Every forward coefficient is below one in magnitude, so c * 32768 fits a
+// signed 16-bit lane.
+constexpr int16_t QuantizeQ15(double c) {
+  const double q = c * 32768.0;
+  return static_cast<int16_t>(q >= 0 ? q + 0.5 : q - 0.5);
+}
+
 struct SmFromRgbConstants {
-  int16_t offset[3];        // added to Y, Cb, Cr
-  SmCoefficient rgb[3][3];  // [Y, Cb, Cr][R, G, B]
+  int16_t offset[3]; // added to Y, Cb, Cr
+  int16_t rgb[3][3]; // [Y, Cb, Cr][R, G, B], 15 fraction bits
 };
 
 // BT.601 weights of red and blue in luma; green takes the rest.
@@ -44,8 +54,8 @@ constexpr double ChromaRange = 224.0 / 255.0;
 constexpr SmToRgbConstants GetToRgbConstants(SmYCbCrMatrix matrix) {
   switch (matrix) {
   case YCbCrJfif:
-    return {0, Quantize(1.0), Quantize(1.402), Quantize(-0.34414), Quantize(-0.71414),
-            Quantize(1.772)};
+    return {
+        0, Quantize(1.0), Quantize(1.402), Quantize(-0.34414), Quantize(-0.71414), Quantize(1.772)};
   case YCbCrVideoRange:
     return {16,
             Quantize(1.0 / LumaRange),
@@ -67,21 +77,23 @@ constexpr SmFromRgbConstants GetFromRgbConstants(SmYCbCrMatrix matrix) {
   switch (matrix) {
   case YCbCrJfif:
     return {{0, 128, 128},
-            {{Quantize(0.299), Quantize(0.587), Quantize(0.114)},
-             {Quantize(-0.1687), Quantize(-0.3313), Quantize(0.5)},
-             {Quantize(0.5), Quantize(-0.4187), Quantize(-0.0813)}}};
+            {{QuantizeQ15(0.299), QuantizeQ15(0.587), QuantizeQ15(0.114)},
+             {QuantizeQ15(-0.1687), QuantizeQ15(-0.3313), QuantizeQ15(0.5)},
+             {QuantizeQ15(0.5), QuantizeQ15(-0.4187), QuantizeQ15(-0.0813)}}};
   case YCbCrVideoRange:
-    return {{16, 128, 128},
-            {{Quantize(Kr * LumaRange), Quantize(Kg * LumaRange), Quantize(Kb * LumaRange)},
-             {Quantize(-Kr / (2 * (1 - Kb)) * ChromaRange),
-              Quantize(-Kg / (2 * (1 - Kb)) * ChromaRange), Quantize(0.5 * ChromaRange)},
-             {Quantize(0.5 * ChromaRange), Quantize(-Kg / (2 * (1 - Kr)) * ChromaRange),
-              Quantize(-Kb / (2 * (1 - Kr)) * ChromaRange)}}};
+    return {
+        {16, 128, 128},
+        {{QuantizeQ15(Kr * LumaRange), QuantizeQ15(Kg * LumaRange), QuantizeQ15(Kb * LumaRange)},
+         {QuantizeQ15(-Kr / (2 * (1 - Kb)) * ChromaRange),
+          QuantizeQ15(-Kg / (2 * (1 - Kb)) * ChromaRange), QuantizeQ15(0.5 * ChromaRange)},
+         {QuantizeQ15(0.5 * ChromaRange), QuantizeQ15(-Kg / (2 * (1 - Kr)) * ChromaRange),
+          QuantizeQ15(-Kb / (2 * (1 - Kr)) * ChromaRange)}}};
   default:
-    return {{0, 128, 128},
-            {{Quantize(Kr), Quantize(Kg), Quantize(Kb)},
-             {Quantize(-Kr / (2 * (1 - Kb))), Quantize(-Kg / (2 * (1 - Kb))), Quantize(0.5)},
-             {Quantize(0.5), Quantize(-Kg / (2 * (1 - Kr))), Quantize(-Kb / (2 * (1 - Kr)))}}};
+    return {
+        {0, 128, 128},
+        {{QuantizeQ15(Kr), QuantizeQ15(Kg), QuantizeQ15(Kb)},
+         {QuantizeQ15(-Kr / (2 * (1 - Kb))), QuantizeQ15(-Kg / (2 * (1 - Kb))), QuantizeQ15(0.5)},
+         {QuantizeQ15(0.5), QuantizeQ15(-Kg / (2 * (1 - Kr))), QuantizeQ15(-Kb / (2 * (1 - Kr)))}}};
   }
 }
 
@@ -106,12 +118,21 @@ inline void ToRgb(const SmToRgbConstants& k, int32_t y, int32_t cb, int32_t cr, 
   rgb[2] = ToSample(luma + Apply(b, k.cbToB));
 }
 
-// One output of the forward equations from colour sums carried with six
-// fraction bits (a lone pixel shifted by 6, a pair by 5, a square by 4).
-inline uint8_t FromRgb(const SmFromRgbConstants& k, int component, int32_t r, int32_t g,
-                       int32_t b) {
-  return ToSample(Apply(r, k.rgb[component][0]) + Apply(g, k.rgb[component][1]) +
-                  Apply(b, k.rgb[component][2]) + k.offset[component] * 64);
+// The forward equations over the sum of 1 << log2Pixels pixels (one, a pair or
+// a square): the products of the colour sums and the bias are exact in 32 bits,
+// and the one shift both averages and rounds. The bias is the offset plus one
+// half, scaled to the sum; it is a multiple of 1 << 14 by at most 1028, so the
+// vector code gets it from a 16-bit pair of that multiple and 1 << 14.
+constexpr int BiasUnitBits = 14;
+constexpr int32_t BiasMultiple(int32_t offset, int log2Pixels) {
+  return (2 * offset + 1) << log2Pixels;
+}
+inline uint8_t FromRgb(const SmFromRgbConstants& k, int component, int32_t r, int32_t g, int32_t b,
+                       int log2Pixels) {
+  const int16_t* c = k.rgb[component];
+  const int32_t sum = r * c[0] + g * c[1] + b * c[2] +
+                      (BiasMultiple(k.offset[component], log2Pixels) << BiasUnitBits);
+  return static_cast<uint8_t>(std::clamp(sum >> (15 + log2Pixels), 0, 255));
 }
 
 } // namespace NmPrimitives::NmColorFixedPoint

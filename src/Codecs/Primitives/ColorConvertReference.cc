@@ -25,9 +25,8 @@ void StorePixel(const uint8_t rgb[3], SmPackedLayout layout, uint8_t* pixel) {
 
 } // namespace
 
-void YCbCrToRgb(const SmYCbCrSource& source, SmChromaLayout chroma, uint8_t* dst,
-                size_t dstStride, SmPackedLayout layout, size_t width, size_t height,
-                SmYCbCrMatrix matrix) {
+void YCbCrToRgb(const SmYCbCrSource& source, SmChromaLayout chroma, uint8_t* dst, size_t dstStride,
+                SmPackedLayout layout, size_t width, size_t height, SmYCbCrMatrix matrix) {
   const F::SmToRgbConstants k = F::GetToRgbConstants(matrix);
   for (size_t y = 0; y < height; ++y) {
     const size_t cy = ChromaRow(chroma, y);
@@ -50,8 +49,7 @@ void RgbToYCbCr(const uint8_t* src, size_t srcStride, SmPackedLayout layout,
   for (size_t y = 0; y < height; ++y) {
     for (size_t x = 0; x < width; ++x) {
       const uint8_t* p = src + y * srcStride + x * layout.pixelBytes;
-      destination.y[y * destination.yStride + x] =
-          F::FromRgb(k, 0, p[red] * 64, p[1] * 64, p[blue] * 64);
+      destination.y[y * destination.yStride + x] = F::FromRgb(k, 0, p[red], p[1], p[blue], 0);
     }
   }
   if (destination.cb == nullptr) {
@@ -62,7 +60,7 @@ void RgbToYCbCr(const uint8_t* src, size_t srcStride, SmPackedLayout layout,
   // of two or four pixels, which keeps the shift a power of two.
   const size_t blockWidth = chroma == Chroma444 ? 1 : 2;
   const size_t blockHeight = chroma == Chroma420 ? 2 : 1;
-  const int shift = chroma == Chroma444 ? 6 : chroma == Chroma422 ? 5 : 4;
+  const int log2Pixels = chroma == Chroma444 ? 0 : chroma == Chroma422 ? 1 : 2;
   const size_t chromaWidth = (width + blockWidth - 1) / blockWidth;
   const size_t chromaHeight = (height + blockHeight - 1) / blockHeight;
   for (size_t cy = 0; cy < chromaHeight; ++cy) {
@@ -78,9 +76,10 @@ void RgbToYCbCr(const uint8_t* src, size_t srcStride, SmPackedLayout layout,
           sum[2] += p[blue];
         }
       }
-      const int32_t r = sum[0] << shift, g = sum[1] << shift, b = sum[2] << shift;
-      destination.cb[cy * destination.cbStride + cx] = F::FromRgb(k, 1, r, g, b);
-      destination.cr[cy * destination.crStride + cx] = F::FromRgb(k, 2, r, g, b);
+      destination.cb[cy * destination.cbStride + cx] =
+          F::FromRgb(k, 1, sum[0], sum[1], sum[2], log2Pixels);
+      destination.cr[cy * destination.crStride + cx] =
+          F::FromRgb(k, 2, sum[0], sum[1], sum[2], log2Pixels);
     }
   }
 }
