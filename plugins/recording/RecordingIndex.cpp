@@ -1,5 +1,7 @@
 #include "RecordingIndex.h"
 
+#include <sys/stat.h>
+
 #include <cstdio>
 #include <fstream>
 #include <memory>
@@ -15,7 +17,9 @@ using namespace NmMediaProcessing;
 
 namespace {
 
-uint16_t Be16(const uint8_t* p) { return static_cast<uint16_t>(p[0] << 8 | p[1]); }
+uint16_t Be16(const uint8_t* p) {
+  return static_cast<uint16_t>(p[0] << 8 | p[1]);
+}
 uint32_t Be32(const uint8_t* p) {
   return static_cast<uint32_t>(p[0]) << 24 | static_cast<uint32_t>(p[1]) << 16 |
          static_cast<uint32_t>(p[2]) << 8 | p[3];
@@ -64,7 +68,9 @@ uint64_t JPEGLength(const uint8_t* data, uint64_t available) {
   return 0;
 }
 
-int64_t Milliseconds(const NmTimeStamp::CmTimeStamp& stamp) { return stamp.GetMilliseconds(); }
+int64_t Milliseconds(const NmTimeStamp::CmTimeStamp& stamp) {
+  return stamp.GetMilliseconds();
+}
 
 } // namespace
 
@@ -86,8 +92,8 @@ uint64_t RecordLength(const uint8_t* data, uint64_t available) {
     }
     length = 36ULL + Be16(data + 2) + Be32(data + 8);
     minimum = 36;
-  } else if (type == SmByteDataType::MultiPacket ||
-             (type >= SmByteDataType::FirstSinglePacket && type <= SmByteDataType::LastSinglePacket)) {
+  } else if (type == SmByteDataType::MultiPacket || (type >= SmByteDataType::FirstSinglePacket &&
+                                                     type <= SmByteDataType::LastSinglePacket)) {
     if (available < 6) {
       return 0;
     }
@@ -102,10 +108,21 @@ uint64_t RecordLength(const uint8_t* data, uint64_t available) {
   return (length >= minimum && length <= available) ? length : 0;
 }
 
+int64_t ModificationTime(const std::string& path) {
+  struct stat status {};
+  if (stat(path.c_str(), &status) != 0) {
+    return 0;
+  }
+  return static_cast<int64_t>(status.st_mtim.tv_sec) * 1000 + status.st_mtim.tv_nsec / 1000000;
+}
+
 bool CmRecordingIndex::Update() {
   std::ifstream file(m_Path, std::ios::binary);
   if (!file) {
     return false;
+  }
+  if (m_IndexedBytes == 0) {
+    m_UntimedBase = ModificationTime(m_Path);
   }
   file.seekg(0, std::ios::end);
   const uint64_t size = static_cast<uint64_t>(file.tellg());
@@ -170,9 +187,9 @@ void CmRecordingIndex::Add(const uint8_t* record, uint64_t offset, uint64_t leng
         // The record spans to its last video frame.
         uint8_t* data = nullptr;
         uint64_t size = 0;
-        for (uint64_t index = 1; index < multi.GetPacketCount() &&
-                                 multi.FindPacket(SmByteDataType::VideoStreamDataPacket, index,
-                                                  data, size);
+        for (uint64_t index = 1;
+             index < multi.GetPacketCount() &&
+             multi.FindPacket(SmByteDataType::VideoStreamDataPacket, index, data, size);
              ++index) {
           entry.endTime = Milliseconds(CmGenericVideoStreamDataPacket(data, size).GetFrameTime());
         }
@@ -184,13 +201,16 @@ void CmRecordingIndex::Add(const uint8_t* record, uint64_t offset, uint64_t leng
     analysed = false;
   }
   if (entry.type == SmByteDataType::RawJPEG) {
-    // Bare JPEGs carry no time: they follow each other at 25 per second.
-    entry.beginTime = m_Entries.empty() ? 0 : m_LastTime + 40;
+    // Bare JPEGs carry no time: they follow each other at 25 per second, the
+    // first at the time the file was last written. Times close to 1970 would
+    // read as stream-relative to the decoders, which move them to the present.
+    entry.beginTime = m_Entries.empty() ? m_UntimedBase : m_LastTime + 40;
     entry.endTime = entry.beginTime + 39;
     result.m_Status = SmByteDataSequenceResult::SequenceContinuous;
     analysed = !m_Entries.empty() && m_Entries.back().type == SmByteDataType::RawJPEG;
   }
-  const bool continuous = analysed && result.m_Status == SmByteDataSequenceResult::SequenceContinuous;
+  const bool continuous =
+      analysed && result.m_Status == SmByteDataSequenceResult::SequenceContinuous;
   if (!m_Entries.empty() && !continuous) {
     ++m_Sequence;
   }

@@ -12,6 +12,9 @@ namespace NmRecording {
 // hold one whole, well-formed record.
 uint64_t RecordLength(const uint8_t* data, uint64_t available);
 
+// When the file was last written, in milliseconds since 1970; 0 if unknown.
+int64_t ModificationTime(const std::string& path);
+
 // Where one record lies in the file and what the navigation needs of it.
 struct SmRecordEntry {
   uint64_t offset = 0;
@@ -50,6 +53,8 @@ private:
   NmMediaProcessing::CmByteDataSequenceSpecificAnalyzer m_Analyzer;
   uint32_t m_Sequence = 0;
   int64_t m_LastTime = 0;
+  // Where untimed raw JPEGs at the start of the file begin, in ms since 1970.
+  int64_t m_UntimedBase = 0;
 };
 
 } // namespace NmRecording

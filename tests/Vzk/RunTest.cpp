@@ -1,6 +1,8 @@
 // vzk run over real plug-ins: playback and live, its limits, and its failures.
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <atomic>
@@ -21,6 +23,9 @@ protected:
     m_Recording = m_Scratch.Path("raw.gbd");
     m_Frames = MakeRawJPEGRecording(m_Recording, 12);
     ASSERT_EQ(m_Frames.size(), 12u);
+    // Bare JPEGs are timed from the moment the file was last written.
+    const timespec times[2] = {{kBase / 1000, 0}, {kBase / 1000, 0}};
+    ASSERT_EQ(utimensat(AT_FDCWD, m_Recording.c_str(), times, 0), 0);
     m_Tree = m_Scratch.Path("tree.xml");
     WriteText(m_Tree, RecordingTree(m_Recording));
   }
@@ -48,6 +53,9 @@ protected:
     return {m_Frames.begin() + first, m_Frames.begin() + first + count};
   }
 
+  static constexpr int64_t kBase = 1700000000000;
+  static std::string At(int64_t milliseconds) { return std::to_string(kBase + milliseconds); }
+
   CmScratch m_Scratch;
   std::string m_Recording;
   std::string m_Tree;
@@ -65,22 +73,22 @@ TEST_F(VzkRun, PlaybackWritesEveryRecordAndKeepsToItsLimits) {
   const std::string list = ReadText(m_Scratch.Path("out-1/items.txt"));
   EXPECT_NE(list.find("# item\tbegin_ms\tend_ms\tkind\tbytes\tfile\tSequence_Number\n"),
             std::string::npos);
-  EXPECT_NE(list.find("\n3\t80\t119\traw JPEG\t" + std::to_string(m_Frames[2].size()) +
-                      "\tjpeg-000003.jpg\t\n"),
+  EXPECT_NE(list.find("\n3\t" + At(80) + "\t" + At(119) + "\traw JPEG\t" +
+                      std::to_string(m_Frames[2].size()) + "\tjpeg-000003.jpg\t\n"),
             std::string::npos);
 
   EXPECT_EQ(Pulled({"--count", "5"}), Slice(0, 5));
-  EXPECT_EQ(Pulled({"--from", "200"}), Slice(5, 7));
-  EXPECT_EQ(Pulled({"--from", "190"}), Slice(5, 7));
+  EXPECT_EQ(Pulled({"--from", At(200)}), Slice(5, 7));
+  EXPECT_EQ(Pulled({"--from", At(190)}), Slice(5, 7));
   EXPECT_EQ(Pulled({"--from", "-5000", "--count", "1"}), Slice(0, 1));
   // Media time: items beginning within 0.2 s of the first, that is 0 to 160 ms.
   EXPECT_EQ(Pulled({"--duration", "0.2"}), Slice(0, 5));
-  EXPECT_EQ(Pulled({"--from", "400", "--duration", "0.08", "--count", "9"}), Slice(10, 2));
+  EXPECT_EQ(Pulled({"--from", At(400), "--duration", "0.08", "--count", "9"}), Slice(10, 2));
   EXPECT_EQ(Pulled({"--count", "100"}), m_Frames);
 
-  const SmResult beyond = RunVzk({"run", m_Tree, "--from", "100000"});
+  const SmResult beyond = RunVzk({"run", m_Tree, "--from", At(100000)});
   EXPECT_EQ(beyond.status, 0);
-  EXPECT_EQ(beyond.err, "vzk: The tree has no item at or after 100000 ms.\n");
+  EXPECT_EQ(beyond.err, "vzk: The tree has no item at or after " + At(100000) + " ms.\n");
   EXPECT_EQ(beyond.out.rfind("0 items in ", 0), 0u);
 
   // Without --out, items are pulled and dropped: the timing run.
@@ -235,11 +243,12 @@ TEST_F(VzkRun, FailuresExitNonZeroWithTheToolkitsMessage) {
 
 namespace {
 
-// The example trees parse, and those that this build can run do run.
-TEST(VzkExamples, EveryExampleIsWellFormedAndTheRunnableOnesRun) {
+// The example trees parse, and every one over the demo recording runs, with a
+// contact sheet drawn in the same process as the toolkits' text overlays.
+TEST(VzkExamples, EveryExampleIsWellFormedAndRuns) {
   CmScratch scratch;
   const std::string recording = scratch.Path("sample.gbd");
-  const auto frames = MakeRawJPEGRecording(recording, 3);
+  const auto frames = MakeRawJPEGRecording(recording, 3, 320, 240);
   const std::string examples = std::string(VZK_SOURCE_DIR) + "/examples";
   int runnable = 0;
   for (const std::string& name : ListDirectory(examples)) {
@@ -248,23 +257,30 @@ TEST(VzkExamples, EveryExampleIsWellFormedAndTheRunnableOnesRun) {
     }
     std::string text = ReadText(examples + "/" + name);
     EXPECT_NO_THROW(NmXerces::CmXmlWrapper::LoadXml(text)) << name;
-    if (name != "jpeg-records-to-files.xml" && name != "live-replay.xml") {
-      continue;
-    }
-    ++runnable;
     const std::string demoPath = "build/demo/sample.gbd";
     const size_t at = text.find("file=\"" + demoPath + "\"");
-    ASSERT_NE(at, std::string::npos) << name;
+    if (at == std::string::npos) {
+      continue; // a tree for the SDK's example host
+    }
+    ++runnable;
     text.replace(at + 6, demoPath.size(), recording);
     WriteText(scratch.Path(name), text);
-    const bool live = name == "live-replay.xml";
-    const SmResult result =
-        live ? RunVzk({"run", scratch.Path(name), "--mode", "live", "--count", "2"})
-             : RunVzk({"run", scratch.Path(name), "--out", scratch.Path("out")});
+    const std::string out = scratch.Path(name + ".out");
+    std::vector<std::string> arguments = {"run", scratch.Path(name), "--out", out};
+    if (name == "live-replay.xml") {
+      arguments.insert(arguments.end(), {"--mode", "live", "--count", "2"});
+    } else {
+      arguments.insert(arguments.end(), {"--request", "Privacy_Mask", "--contact-sheet",
+                                         scratch.Path(name + ".png")});
+    }
+    const SmResult result = RunVzk(arguments);
     EXPECT_EQ(result.status, 0) << name << ": " << result.err;
+    const size_t files = ListDirectory(out).size();
+    // Every item's file, and items.txt.
+    EXPECT_EQ(files, name == "live-replay.xml" ? 3u : 4u) << name;
   }
-  EXPECT_EQ(runnable, 2);
-  EXPECT_EQ(ReadBytes(scratch.Path("out/jpeg-000003.jpg")), frames[2]);
+  EXPECT_EQ(runnable, 5);
+  EXPECT_EQ(ReadBytes(scratch.Path("jpeg-records-to-files.xml.out/jpeg-000003.jpg")), frames[2]);
 }
 
 } // namespace

@@ -348,7 +348,7 @@ TEST_F(VzkWriters, ContactSheetShowsPicturesAndSaysWhatItLeftOut) {
   EXPECT_EQ(none.status, 1);
   EXPECT_NE(none.err.find("vzk: No contact sheet was written: the tree delivered no pictures, "
                           "only 1 H.264 record, which vzk cannot show; a \"video_decoder\" "
-                          "element in the tree makes pictures of them, once the toolkit has one."),
+                          "element in the tree makes pictures of them."),
             std::string::npos)
       << none.err;
   EXPECT_FALSE(Exists(m_Scratch.Path("none.png")));

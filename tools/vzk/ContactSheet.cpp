@@ -1,7 +1,6 @@
 #include "ContactSheet.h"
 
 #include <cairo.h>
-#include <fontconfig/fontconfig.h>
 
 #include <algorithm>
 #include <cmath>
@@ -54,13 +53,6 @@ std::string ClockTime(int64_t milliseconds) {
   // "YYYY-MM-DD hh:mm:ss.mmm UTC" -> "hh:mm:ss.mmm"
   const std::string text = FormatUtc(milliseconds);
   return text.size() >= 23 ? text.substr(11, 12) : text;
-}
-
-// Cairo and fontconfig keep the fonts they loaded until the process ends; a
-// sheet is drawn once, so give them back and keep leak checks meaningful.
-void ReleaseFontCaches() {
-  cairo_debug_reset_static_data();
-  FcFini();
 }
 
 } // namespace
@@ -152,20 +144,15 @@ void CmContactSheet::Write(const std::string& path, std::ostream& messages) cons
                      (leftOut.empty() ? std::string(".")
                                       : ", only " + leftOut + ", which vzk cannot show" +
                                             (decodable ? "; a \"video_decoder\" element in the "
-                                                         "tree makes pictures of them, once the "
-                                                         "toolkit has one."
+                                                         "tree makes pictures of them."
                                                        : ".")));
   }
   if (!leftOut.empty()) {
     messages << "vzk: The contact sheet leaves out " << leftOut << ".\n";
   }
-  try {
-    Draw(path);
-  } catch (...) {
-    ReleaseFontCaches();
-    throw;
-  }
-  ReleaseFontCaches();
+  // Cairo's and fontconfig's font caches stay: the plug-in's text overlays
+  // share them in this process and may still hold fonts.
+  Draw(path);
 }
 
 void CmContactSheet::Draw(const std::string& path) const {

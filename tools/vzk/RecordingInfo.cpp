@@ -441,7 +441,7 @@ void PrintRecordingInfo(const SmInfoOptions& options, std::ostream& out) {
     }
     if (untimedJPEG) {
       out << "  untimed:    raw JPEG records carry no time; playback numbers them 40 ms apart "
-             "from 0\n";
+             "from the time the file was last written\n";
     }
     if (videoRecords != 0) {
       out << "  sync:       " << syncRecords << " of " << Plural(videoRecords, "video record")
