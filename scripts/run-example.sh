@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # The demo, on a fresh machine: installs what is missing, builds vzk and the
 # plug-ins, makes a ten-second sample clip with ffmpeg, turns it into a
-# recording, runs an example tree over the recording with `vzk run`, and tells
-# where the pictures are.
+# recording, runs example trees over the recording with `vzk run` (the stored
+# pictures; decoded pictures with a privacy mask and a caption; JPEG
+# thumbnails; a live replay), and tells where the pictures are.
 #
 #   scripts/run-example.sh [MEDIA]    MEDIA: your own clip instead of the sample
 #                                     (needs the media plug-in)
@@ -27,7 +28,7 @@ cmake --build build --target "${targets[@]}"
 
 demo=build/demo
 mkdir -p "$demo"
-rm -rf "$demo/jpeg" "$demo/live" "$demo/sheet.png"
+rm -rf "$demo/jpeg" "$demo/masked" "$demo/thumbnails" "$demo/live" "$demo/sheet.png"
 media=${1:-}
 if [ -z "$media" ]; then
   say "Making a sample clip: $demo/sample.mkv (10 s, 320x240, 25 pictures a second, MJPEG)"
@@ -53,19 +54,29 @@ fi
 say "What the recording holds (vzk info)"
 build/bin/vzk info "$demo/sample.gbd"
 
-say "Running examples/jpeg-records-to-files.xml (vzk run, playback)"
+say "Running examples/jpeg-records-to-files.xml (vzk run, playback: the stored JPEG pictures)"
 build/bin/vzk run examples/jpeg-records-to-files.xml --out "$demo/jpeg" \
-  --request Sequence_Number --contact-sheet "$demo/sheet.png"
+  --request Sequence_Number
+
+say "Running examples/privacy-mask-and-overlay.xml (decoded, masked, captioned)"
+build/bin/vzk run examples/privacy-mask-and-overlay.xml --out "$demo/masked" \
+  --request Privacy_Mask --contact-sheet "$demo/sheet.png"
+
+say "Running examples/thumbnails-as-jpeg.xml (decoded, fitted into 160x120, encoded again)"
+build/bin/vzk run examples/thumbnails-as-jpeg.xml --out "$demo/thumbnails"
 
 say "Running examples/live-replay.xml (vzk run, live, 2 seconds)"
 build/bin/vzk run examples/live-replay.xml --mode live --duration 2 --out "$demo/live"
 
 count=$(find "$demo/jpeg" -name '*.jpg' | wc -l)
+masked=$(find "$demo/masked" -name '*.png' | wc -l)
 cat <<END
 
-Done. The pictures are in $demo/jpeg/ ($count JPEG files, jpeg-000001.jpg first;
-items.txt lists every item with its times), with thumbnails of them all in
-$demo/sheet.png, and those of the live replay in $demo/live/.
+Done. The stored pictures are in $demo/jpeg/ ($count JPEG files, jpeg-000001.jpg
+first; items.txt lists every item with its times). Decoded with a privacy mask
+and a caption burnt in, they are in $demo/masked/ ($masked PNG files), with a
+contact sheet of them in $demo/sheet.png; JPEG thumbnails are in
+$demo/thumbnails/, and the pictures of the live replay in $demo/live/.
 The recording is $demo/sample.gbd. More trees are in examples/ (see
 examples/README.md); build/bin/vzk --help tells every option.
 END
