@@ -224,7 +224,6 @@ void YCbCrToRgbRows(const SmYCbCrSource& s, SmChromaLayout chroma, uint8_t* dst,
 }
 
 using D32 = hn::Repartition<int32_t, D8>;
-using DU64 = hn::Repartition<uint64_t, D8>;
 using V32 = hn::Vec<D32>;
 using D128 = hn::Full128<uint8_t>;
 constexpr size_t BlocksPerVector = hn::MaxLanes(D8()) / 16;
@@ -267,27 +266,27 @@ struct SmRgbShuffles {
 };
 
 // Each output is one multiply-add of two 16-bit pairs: red and green, and blue
-// and a constant that, times 1 << 14, is the bias. Chroma takes its bias as a
-// 32-bit sum instead, since its pairs are sums of pixels whose second half
-// holds the luma constant.
+// and a constant. Every pixel carries the constant 1 << 8, so that a sum of
+// pixels carries it once per pixel, as the bias of the sum needs; the bias
+// multiple times 1 << 6 is then its weight, which fits 16 bits.
+constexpr int BiasConstantBits = 8;
 struct SmFromRgbVectors {
   explicit SmFromRgbVectors(const F::SmFromRgbConstants& c) {
     const D16 d;
     for (int i = 0; i < 3; ++i) {
-      const int16_t biasUnit = i == 0 ? int16_t{1 << F::BiasUnitBits} : int16_t{0};
+      const auto weight = static_cast<int16_t>(F::BiasMultiple(c.offset[i], 0)
+                                               << (F::BiasUnitBits - BiasConstantBits));
       redGreen[i] = hn::InterleaveLower(d, hn::Set(d, c.rgb[i][0]), hn::Set(d, c.rgb[i][1]));
-      blueBias[i] = hn::InterleaveLower(d, hn::Set(d, c.rgb[i][2]), hn::Set(d, biasUnit));
-      for (int log2Pixels = 0; log2Pixels < 3; ++log2Pixels) {
-        bias[i][log2Pixels] =
-            hn::Set(D32(), F::BiasMultiple(c.offset[i], log2Pixels) << F::BiasUnitBits);
-      }
+      blueBias[i] = hn::InterleaveLower(d, hn::Set(d, c.rgb[i][2]), hn::Set(d, weight));
     }
-    lumaBias = hn::BitCast(D8(), hn::Set(D32(), F::BiasMultiple(c.offset[0], 0) << 16));
+    biasConstant = hn::BitCast(D8(), hn::Set(D32(), int32_t{1} << (16 + BiasConstantBits)));
   }
   V16 redGreen[3], blueBias[3];
-  V32 bias[3][3]; // [component][log2 of the pixels summed]; for luma unused
-  V8 lumaBias;    // the luma constant in the second half of each blue pair
+  V8 biasConstant; // in the second half of each blue pair
 };
+
+static_assert(F::BiasMultiple(128, 0) << (F::BiasUnitBits - BiasConstantBits) < 32768,
+              "the bias weight must fit a 16-bit lane");
 
 // Lane i: the dot product of pair i of each input with its coefficients.
 HWY_INLINE V32 DotPairs(V16 redGreen, V16 blueBias, V16 kRedGreen, V16 kBlueBias) {
@@ -327,8 +326,8 @@ HWY_INLINE SmRowPairs LoadPairs(const SmRgbShuffles& s, const SmFromRgbVectors& 
   for (size_t q = 0; q < 4; ++q) {
     const V8 bytes = LoadPart(D8(), row, pixelBytes, q);
     p.redGreen[q] = hn::BitCast(D16(), hn::TableLookupBytesOr0(bytes, s.redGreen[q == 0]));
-    p.blueBias[q] =
-        hn::BitCast(D16(), hn::Or(hn::TableLookupBytesOr0(bytes, s.blueZero[q == 0]), k.lumaBias));
+    p.blueBias[q] = hn::BitCast(
+        D16(), hn::Or(hn::TableLookupBytesOr0(bytes, s.blueZero[q == 0]), k.biasConstant));
   }
   return p;
 }
@@ -356,15 +355,13 @@ HWY_INLINE void StoreLuma(const SmFromRgbVectors& k, const SmRowPairs& p, uint8_
 }
 
 // Pairs of neighbouring pixels summed: two parts become one whose even lanes
-// come from the first and odd lanes from the second. The 16-bit halves cannot
-// carry into each other; a carry out of the 32-bit lane lands in the unused one.
+// come from the first and odd lanes from the second.
 HWY_INLINE V16 JoinPixelPairs(V16 first, V16 second) {
-  const DU64 d64;
-  const auto even = hn::BitCast(d64, first);
-  const auto odd = hn::BitCast(d64, second);
-  return hn::BitCast(D16(),
-                     hn::OddEven(hn::BitCast(D32(), hn::Add(odd, hn::ShiftLeft<32>(odd))),
-                                 hn::BitCast(D32(), hn::Add(even, hn::ShiftRight<32>(even)))));
+  const D32 d;
+  const auto a = hn::BitCast(d, first);
+  const auto b = hn::BitCast(d, second);
+  return hn::Add(hn::BitCast(D16(), hn::OddEven(b, a)),
+                 hn::BitCast(D16(), hn::Shuffle2301(hn::OddEven(a, b))));
 }
 
 // Per block the joined parts hold the chroma samples 0, 2, 1, 3 of each pair
@@ -380,8 +377,8 @@ HWY_INLINE void StoreChroma(const SmFromRgbVectors& k, int c, const SmRowPairs& 
     // Unrolled, so that the parts stay in registers.
 #pragma GCC unroll 4
     for (size_t q = 0; q < 4; ++q) {
-      sums[q] = hn::ShiftRight<15>(hn::Add(
-          DotPairs(p.redGreen[q], p.blueBias[q], k.redGreen[c], k.blueBias[c]), k.bias[c][0]));
+      sums[q] =
+          hn::ShiftRight<15>(DotPairs(p.redGreen[q], p.blueBias[q], k.redGreen[c], k.blueBias[c]));
     }
     hn::StoreU(PackParts(sums), D8(), out);
   } else {
@@ -390,8 +387,7 @@ HWY_INLINE void StoreChroma(const SmFromRgbVectors& k, int c, const SmRowPairs& 
 #pragma GCC unroll 2
     for (size_t h = 0; h < 2; ++h) {
       halves[h] = hn::ShiftRight<15 + Log2Pixels>(
-          hn::Add(DotPairs(p.redGreen[h], p.blueBias[h], k.redGreen[c], k.blueBias[c]),
-                  k.bias[c][Log2Pixels]));
+          DotPairs(p.redGreen[h], p.blueBias[h], k.redGreen[c], k.blueBias[c]));
     }
     const auto samples = hn::DemoteTo(DH8(), hn::ReorderDemote2To(D16(), halves[0], halves[1]));
     const auto order = hn::LoadU(DH8(), BlocksPerVector == 2 ? ChromaOrder : ChromaOrderOneBlock);
