@@ -12,13 +12,7 @@ void CmApplyPrivacyMask::Connect(const CmPropertyNameSet& requested, CmPropertyN
     CmImageTransform::Connect(requested, supported, argument);
     return;
   }
-  CmPropertyNameSet withMask(requested);
-  withMask.insert(NmPropertyNames::PrivacyMask);
-  CmImageTransform::Connect(withMask, supported, argument);
-  if (requested.count(NmPropertyNames::PrivacyMask) == 0) {
-    RemovePassedProperty(NmPropertyNames::PrivacyMask);
-    supported.erase(NmPropertyNames::PrivacyMask);
-  }
+  ConnectFetchingPrivacyMask(requested, supported, argument);
 }
 
 void CmApplyPrivacyMask::ReadConfiguration() {

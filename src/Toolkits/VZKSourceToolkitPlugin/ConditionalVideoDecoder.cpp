@@ -9,6 +9,7 @@
 #include "MediaProcessing/GenericByteData/GenericByteDataBlock.h"
 #include "MediaProcessing/GenericByteData/RawVideoByteDataAccess.h"
 #include "MediaProcessing/JPEG/VideoAnalyzerJPEG.h"
+#include "Toolkits/VZKSourceToolkitPlugin/MediaData.h"
 #include "Toolkits/VZKSourceToolkitPlugin/ToolkitErrors.h"
 
 namespace NmToolkit {
@@ -23,19 +24,6 @@ constexpr int64_t LastItemReach = 1000000000;
 
 double NumberOr(const std::string& text, double fallback) {
   return text.empty() ? fallback : std::atof(text.c_str());
-}
-
-// The elements of a vector, or the item itself.
-std::vector<const ImData*> ElementsOf(const ImData& item) {
-  std::vector<const ImData*> elements;
-  if (const auto* vector = dynamic_cast<const ImMediaDataVector*>(&item)) {
-    std::vector<ImMediaData*> media;
-    vector->GetElements(media);
-    elements.assign(media.begin(), media.end());
-  } else {
-    elements.push_back(&item);
-  }
-  return elements;
 }
 
 // The stored picture size of a record, from its header or its JPEG headers.

@@ -62,13 +62,7 @@ void CmKeyFramesOnlyVideoDecoder::Connect(const CmPropertyNameSet& requested,
   if (!m_ApplyMask) {
     CmVZKSourceToolkit::Connect(requested, supported, argument);
   } else {
-    CmPropertyNameSet withMask = requested;
-    withMask.insert(NmPropertyNames::PrivacyMask);
-    CmVZKSourceToolkit::Connect(withMask, supported, argument);
-    if (requested.count(NmPropertyNames::PrivacyMask) == 0) {
-      RemovePassedProperty(NmPropertyNames::PrivacyMask);
-      supported.erase(NmPropertyNames::PrivacyMask);
-    }
+    ConnectFetchingPrivacyMask(requested, supported, argument);
   }
   m_Output.BuildPerFrameNames(GetPassedProperties());
 }

@@ -12,8 +12,7 @@ namespace {
 
 // Milliseconds of a record time; a time that no stamp can hold reads as 0,
 // as every other unreadable field of a record does.
-template <typename Read>
-int64_t Milliseconds(Read read) {
+template <typename Read> int64_t Milliseconds(Read read) {
   try {
     return read().GetMilliseconds();
   } catch (const NmError::CmError&) {
@@ -50,9 +49,15 @@ CmToolkitMediaDataSinglePacket::CmToolkitMediaDataSinglePacket(
   }
 }
 
-size_t CmToolkitMediaDataSinglePacket::GetDataSize() const { return m_Packet.GetLength(); }
-const uint8_t* CmToolkitMediaDataSinglePacket::GetDataPointer() const { return m_Packet.GetData(); }
-size_t CmToolkitMediaDataSinglePacket::GetPayloadSize() const { return m_PayloadSize; }
+size_t CmToolkitMediaDataSinglePacket::GetDataSize() const {
+  return m_Packet.GetLength();
+}
+const uint8_t* CmToolkitMediaDataSinglePacket::GetDataPointer() const {
+  return m_Packet.GetData();
+}
+size_t CmToolkitMediaDataSinglePacket::GetPayloadSize() const {
+  return m_PayloadSize;
+}
 const uint8_t* CmToolkitMediaDataSinglePacket::GetPayloadPointer() const {
   return m_PayloadSize == 0 ? nullptr : m_Packet.GetData() + m_PayloadOffset;
 }
@@ -67,10 +72,18 @@ CmMediaData::CmMediaData(const uint8_t* data, size_t size, CmVZKSourceToolkitPro
   m_EndTime = Milliseconds([&] { return m_Block.GetEndTime(); });
 }
 
-size_t CmMediaData::GetDataSize() const { return m_Block.GetLength(); }
-const uint8_t* CmMediaData::GetDataPointer() const { return m_Block.GetData(); }
-size_t CmMediaData::GetPayloadSize() const { return m_Block.GetPayloadLength(); }
-const uint8_t* CmMediaData::GetPayloadPointer() const { return m_Block.GetPayload(); }
+size_t CmMediaData::GetDataSize() const {
+  return m_Block.GetLength();
+}
+const uint8_t* CmMediaData::GetDataPointer() const {
+  return m_Block.GetData();
+}
+size_t CmMediaData::GetPayloadSize() const {
+  return m_Block.GetPayloadLength();
+}
+const uint8_t* CmMediaData::GetPayloadPointer() const {
+  return m_Block.GetPayload();
+}
 const ImProperty* CmMediaData::GetProperty(const std::string& name) const {
   return FindIn(m_Properties, name);
 }
@@ -114,6 +127,18 @@ void CmMediaDataVector::GetElements(std::vector<ImMediaData*>& elements) const {
   for (const auto& element : m_Elements) {
     elements.push_back(element.get());
   }
+}
+
+std::vector<const ImData*> ElementsOf(const ImData& item) {
+  std::vector<const ImData*> elements;
+  if (const auto* vector = dynamic_cast<const ImMediaDataVector*>(&item)) {
+    std::vector<ImMediaData*> media;
+    vector->GetElements(media);
+    elements.assign(media.begin(), media.end());
+  } else {
+    elements.push_back(&item);
+  }
+  return elements;
 }
 
 } // namespace NmToolkit

@@ -88,4 +88,8 @@ private:
   std::vector<std::unique_ptr<CmVZKSourceToolkitProperties>> m_ElementProperties;
 };
 
+// The elements of a vector item, or the item itself: where the records of an
+// item are, whichever form it came in.
+std::vector<const ImData*> ElementsOf(const ImData& item);
+
 } // namespace NmToolkit

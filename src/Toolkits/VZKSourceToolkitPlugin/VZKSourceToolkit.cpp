@@ -438,4 +438,16 @@ uint32_t CmVZKSourceToolkit::FetchAndProcess(ImData** out, uint32_t timeout) {
   return status;
 }
 
+void CmVZKSourceToolkit::ConnectFetchingPrivacyMask(const CmPropertyNameSet& requested,
+                                                    CmPropertyNameSet& supported,
+                                                    uint64_t argument) {
+  CmPropertyNameSet withMask = requested;
+  withMask.insert(NmPropertyNames::PrivacyMask);
+  CmVZKSourceToolkit::Connect(withMask, supported, argument);
+  if (requested.count(NmPropertyNames::PrivacyMask) == 0) {
+    m_PassedProperties.erase(NmPropertyNames::PrivacyMask);
+    supported.erase(NmPropertyNames::PrivacyMask);
+  }
+}
+
 } // namespace NmToolkit

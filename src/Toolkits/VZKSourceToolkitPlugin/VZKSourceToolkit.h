@@ -84,8 +84,10 @@ protected:
   // replacement stays the caller's; the original must be put back before this
   // base destroys what it owns.
   ImSourceToolkit* ReplaceFirstUpstream(ImSourceToolkit* replacement);
-  // A toolkit that fetches a property for itself does not hand it on.
-  void RemovePassedProperty(const std::string& name) { m_PassedProperties.erase(name); }
+  // Connects asking upstream for "Privacy_Mask" as well, for a toolkit that
+  // burns the mask in itself; the host sees the property only if it asked.
+  void ConnectFetchingPrivacyMask(const CmPropertyNameSet& requested, CmPropertyNameSet& supported,
+                                  uint64_t argument);
 
 private:
   bool ConfigureFromXml(const char* xml);

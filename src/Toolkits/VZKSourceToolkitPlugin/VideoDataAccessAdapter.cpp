@@ -4,6 +4,7 @@
 
 #include "MediaProcessing/GenericByteData/RawJPEGToBlockConverter.h"
 #include "MediaProcessing/GenericByteData/RawVideoByteDataAccess.h"
+#include "Toolkits/VZKSourceToolkitPlugin/MediaData.h"
 
 namespace NmToolkit {
 
@@ -49,14 +50,7 @@ struct SmCandidate {
 };
 
 std::vector<SmCandidate> CandidatesOf(const ImData& item, bool syncFramesOnly) {
-  std::vector<const ImData*> elements;
-  if (const auto* vector = dynamic_cast<const ImMediaDataVector*>(&item)) {
-    std::vector<ImMediaData*> media;
-    vector->GetElements(media);
-    elements.assign(media.begin(), media.end());
-  } else {
-    elements.push_back(&item);
-  }
+  const std::vector<const ImData*> elements = ElementsOf(item);
   std::vector<SmCandidate> candidates;
   for (const ImData* element : elements) {
     const uint8_t* data = element->GetDataPointer();
@@ -198,23 +192,15 @@ const ImData* CmVideoDataAccessAdapter::FindItem(int64_t time) const {
 }
 
 std::shared_ptr<ImData> CmVideoDataAccessAdapter::Fetch(int64_t time, SmMoveMode mode) {
-  if (m_Playback->MoveTo(time, mode) != 0) {
-    return nullptr;
-  }
-  ImData* raw = nullptr;
-  const uint32_t status = m_Playback->GetData(&raw);
-  std::shared_ptr<ImData> item(raw);
-  if (status != 0 || !item) {
-    return nullptr;
-  }
-  Remember(item);
-  return item;
+  return m_Playback->MoveTo(time, mode) == 0 ? TakeCurrent() : nullptr;
 }
 
 std::shared_ptr<ImData> CmVideoDataAccessAdapter::Step(bool forwards) {
-  if ((forwards ? m_Playback->MoveNext() : m_Playback->MovePrevious()) != 0) {
-    return nullptr;
-  }
+  const uint32_t moved = forwards ? m_Playback->MoveNext() : m_Playback->MovePrevious();
+  return moved == 0 ? TakeCurrent() : nullptr;
+}
+
+std::shared_ptr<ImData> CmVideoDataAccessAdapter::TakeCurrent() {
   ImData* raw = nullptr;
   const uint32_t status = m_Playback->GetData(&raw);
   std::shared_ptr<ImData> item(raw);

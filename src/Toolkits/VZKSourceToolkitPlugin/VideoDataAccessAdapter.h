@@ -39,6 +39,8 @@ private:
   // The item that `mode` selects upstream, remembered; null when there is none.
   std::shared_ptr<ImData> Fetch(int64_t time, SmMoveMode mode);
   std::shared_ptr<ImData> Step(bool forwards);
+  // The item the playback toolkit stands on, remembered; null if none.
+  std::shared_ptr<ImData> TakeCurrent();
   // Takes the record in `item` that answers the request; false when the item
   // holds none. `conclusive` tells whether no other item can hold a better one.
   bool Choose(const ImData& item, int64_t time, NmMediaProcessing::SmTimeMatchType matchType,

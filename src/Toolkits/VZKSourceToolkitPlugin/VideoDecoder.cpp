@@ -96,13 +96,7 @@ void CmVideoDecoder::Connect(const CmPropertyNameSet& requested, CmPropertyNameS
     CmVZKSourceToolkit::Connect(requested, supported, argument);
   } else {
     // The mask is needed to burn it in, whether or not the host wants it.
-    CmPropertyNameSet withMask = requested;
-    withMask.insert(NmPropertyNames::PrivacyMask);
-    CmVZKSourceToolkit::Connect(withMask, supported, argument);
-    if (requested.count(NmPropertyNames::PrivacyMask) == 0) {
-      RemovePassedProperty(NmPropertyNames::PrivacyMask);
-      supported.erase(NmPropertyNames::PrivacyMask);
-    }
+    ConnectFetchingPrivacyMask(requested, supported, argument);
   }
   m_Output.BuildPerFrameNames(GetPassedProperties());
 }
