@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <turbojpeg.h>
 
 #include <cstdio>
 #include <memory>
@@ -587,4 +588,81 @@ TEST(ConditionalVideoDecoderToolkit, RecordsBeyondTimeAreDecodedOrNothing) {
   EXPECT_NO_THROW(Fetch(root));
   ASSERT_EQ(root.MoveFirst(), StatusSuccess);
   EXPECT_NE(Fetch(root).item, nullptr);
+}
+
+namespace {
+
+// Width, height and luma in the middle of the one JPEG that an encoder's item
+// holds, as libjpeg-turbo reads it; all -1 when there is none.
+struct SmEncoded {
+  int width = -1;
+  int height = -1;
+  int luma = -1;
+};
+
+SmEncoded EncodedPicture(const ImData* item) {
+  SmEncoded out;
+  const auto* vector = dynamic_cast<const ImMediaDataVector*>(item);
+  std::vector<ImMediaData*> elements;
+  if (vector != nullptr) {
+    vector->GetElements(elements);
+  }
+  if (elements.size() != 1) {
+    return out;
+  }
+  const uint8_t* jpeg = elements[0]->GetPayloadPointer();
+  const auto size = static_cast<unsigned long>(elements[0]->GetPayloadSize());
+  tjhandle handle = tjInitDecompress();
+  int width = 0, height = 0, subsampling = 0, colourspace = 0;
+  if (tjDecompressHeader3(handle, jpeg, size, &width, &height, &subsampling, &colourspace) == 0) {
+    std::vector<uint8_t> gray(static_cast<size_t>(width) * height);
+    if (tjDecompress2(handle, jpeg, size, gray.data(), width, 0, height, TJPF_GRAY, 0) == 0) {
+      out = {width, height, gray[static_cast<size_t>(height / 2) * width + width / 2]};
+    }
+  }
+  tjDestroy(handle);
+  return out;
+}
+
+} // namespace
+
+// The tree a host builds most: JPEG pictures out of a camera's records,
+// decoded, resized and encoded again, with the size following an update key
+// from the next item on.
+TEST(ExampleTree, ResizedJPEGsWithTheirTimesAndAKeyThatChangesOnTheWay) {
+  CmVZKSourceToolkit root(
+      RootConfiguration(
+          "<jpeg_encoder quality='60'><image_resize width='320' height='240' width_update_key='w'>"
+          "<video_decoder luminance_only='false'>" +
+          ScriptedToolkit(Pictures(Form::Packet), "Sequence_Number") +
+          "</video_decoder></image_resize></jpeg_encoder>")
+          .c_str());
+  ASSERT_TRUE(root.IsConfigured());
+  CmPropertyNameSet supported;
+  root.Connect({"Sequence_Number"}, supported, 0);
+
+  ASSERT_EQ(root.MoveFirst(), StatusSuccess);
+  for (int picture = 0; picture < PictureCount; ++picture) {
+    SCOPED_TRACE(picture);
+    if (picture == 3) {
+      root.UpdateValue("w", "160");
+    }
+    ImData* raw = nullptr;
+    ASSERT_EQ(root.GetData(&raw), StatusSuccess);
+    const std::unique_ptr<ImData> item(raw);
+    EXPECT_EQ(item->GetBeginTime(), TimeOf(picture));
+    EXPECT_EQ(StringProperty(*item, "Sequence_Number"), std::to_string(100 + picture));
+    const SmEncoded encoded = EncodedPicture(item.get());
+    EXPECT_EQ(encoded.width, picture < 3 ? 320 : 160);
+    EXPECT_EQ(encoded.height, 240);
+    EXPECT_NEAR(encoded.luma, LevelOf(picture), 3);
+    const uint32_t moved = root.MoveNext();
+    EXPECT_EQ(moved, picture + 1 < PictureCount ? StatusSuccess : StatusNoItem);
+  }
+  ASSERT_EQ(root.MovePrevious(), StatusSuccess);
+  ImData* raw = nullptr;
+  ASSERT_EQ(root.GetData(&raw), StatusSuccess);
+  const std::unique_ptr<ImData> back(raw);
+  EXPECT_EQ(back->GetBeginTime(), TimeOf(PictureCount - 2));
+  EXPECT_EQ(EncodedPicture(back.get()).width, 160);
 }
