@@ -41,7 +41,7 @@ int64_t TimeOf(int picture) {
   return T0 + 40 * picture;
 }
 
-enum class Form { RawJPEG, Block, Packet };
+enum class Form { RawJPEG, Block, Packet, MultiPacket };
 
 // One scripted item holding a JPEG picture in the given form.
 std::string JPEGItem(Form form, int picture, const std::string& inner = "",
@@ -65,6 +65,19 @@ std::string JPEGItem(Form form, int picture, const std::string& inner = "",
   case Form::Packet:
     record = NmTestSupport::BuildVideoPacket(
         {.codec = 1, .sync = true, .syncTime = t, .frameTime = t, .payload = jpeg});
+    break;
+  case Form::MultiPacket:
+    // The sound of the moment first: the picture is the first video packet.
+    record = NmTestSupport::BuildMultiPacket(
+        {.packets = {
+             NmTestSupport::BuildAudioPacket({.time = t}),
+             NmTestSupport::BuildVideoPacket(
+                 {.codec = 1, .sync = true, .syncTime = t, .frameTime = t, .payload = jpeg}),
+             NmTestSupport::BuildVideoPacket({.codec = 1,
+                                              .sync = true,
+                                              .syncTime = t + 1,
+                                              .frameTime = t + 1,
+                                              .payload = NmTestSupport::FlatJPEG(0)})}});
     break;
   }
   return "<item begin='" + std::to_string(t) + "' sequence='" + std::to_string(picture / 3) +
@@ -147,7 +160,7 @@ size_t Count(const std::string& text, const std::string& word) {
 // Every move lands on the right picture in every form, at the ends, between
 // pictures and beyond both ends; a failed move keeps the picture there was.
 TEST(VideoDecoderToolkit, MovesLandOnTheRightPicture) {
-  for (const Form form : {Form::RawJPEG, Form::Block, Form::Packet}) {
+  for (const Form form : {Form::RawJPEG, Form::Block, Form::Packet, Form::MultiPacket}) {
     SCOPED_TRACE(static_cast<int>(form));
     CmVZKSourceToolkit root(Decoder(Pictures(form)).c_str());
     ASSERT_TRUE(root.IsConfigured());
@@ -447,7 +460,7 @@ TEST(VideoDecoderToolkit, PrivacyMaskIsBurntIn) {
 
 // Each item decoded alone; moves go to the items upstream.
 TEST(KeyFramesOnlyVideoDecoderToolkit, DecodesEachItemAloneWhereverTheMovesGo) {
-  for (const Form form : {Form::RawJPEG, Form::Block, Form::Packet}) {
+  for (const Form form : {Form::RawJPEG, Form::Block, Form::Packet, Form::MultiPacket}) {
     SCOPED_TRACE(static_cast<int>(form));
     CmVZKSourceToolkit root(Decoder(Pictures(form), "", "key_frames_only_video_decoder").c_str());
     ASSERT_TRUE(root.IsConfigured());
