@@ -679,3 +679,29 @@ TEST(ExampleTree, ResizedJPEGsWithTheirTimesAndAKeyThatChangesOnTheWay) {
   EXPECT_EQ(back->GetBeginTime(), TimeOf(PictureCount - 2));
   EXPECT_EQ(EncodedPicture(back.get()).width, 160);
 }
+
+// Sequence moves go by the upstream's sequences, wherever the decoder's
+// reading ahead has left the upstream, and land on a sequence's first picture.
+TEST(VideoDecoderToolkit, SequenceMovesLandOnTheFirstPictureOfASequence) {
+  for (const Form form : {Form::RawJPEG, Form::Packet}) {
+    SCOPED_TRACE(static_cast<int>(form));
+    CmVZKSourceToolkit root(Decoder(Pictures(form)).c_str());
+    root.Connect(0);
+    ASSERT_EQ(root.MoveFirst(), StatusSuccess);
+    EXPECT_EQ(Fetch(root).time, TimeOf(0));
+    ASSERT_EQ(root.MoveNextSequence(), StatusSuccess);
+    SmPicture picture = Fetch(root);
+    EXPECT_EQ(picture.time, TimeOf(3));
+    EXPECT_NEAR(picture.luma, LevelOf(3), 3);
+    EXPECT_EQ(root.MoveNextSequence(), StatusNoItem) << "the last sequence has no next one";
+
+    ASSERT_EQ(root.MoveLast(), StatusSuccess);
+    EXPECT_EQ(Fetch(root).time, TimeOf(5));
+    ASSERT_EQ(root.MovePreviousSequence(), StatusSuccess);
+    picture = Fetch(root);
+    EXPECT_EQ(picture.time, TimeOf(0));
+    EXPECT_NEAR(picture.luma, LevelOf(0), 3);
+    ASSERT_EQ(root.MoveNext(), StatusSuccess);
+    EXPECT_EQ(Fetch(root).time, TimeOf(1)) << "stepping on from where the sequence move landed";
+  }
+}
