@@ -16,12 +16,6 @@
 #include "Toolkits/VZKSourceToolkitPlugin/VZKSourceToolkit.h"
 #include "vzk/ToolkitError.h"
 
-// Fontconfig keeps its font patterns in process-wide caches that it never
-// frees; the leak checker would report them at every exit of a program that
-// painted text. Only stacks that pass through fontconfig are excused.
-extern "C" __attribute__((visibility("default"))) const char* __lsan_default_suppressions() {
-  return "leak:libfontconfig.so\n";
-}
 
 namespace {
 

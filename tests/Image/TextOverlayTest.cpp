@@ -9,12 +9,6 @@
 using namespace NmMediaProcessing;
 using NmImageTest::Sample;
 
-// Fontconfig keeps its font patterns in process-wide caches that it never
-// frees; the leak checker would report them at every exit. Only stacks that
-// pass through fontconfig are excused.
-extern "C" __attribute__((visibility("default"))) const char* __lsan_default_suppressions() {
-  return "leak:libfontconfig.so\n";
-}
 
 namespace {
 
