@@ -90,7 +90,15 @@ TEST(ColorConvert, EveryTargetMatchesTheReference) {
             YCbCrToRgb(source, chroma, actual.data(), actual.stride, layout, width, height, matrix);
             ASSERT_EQ(actual.bytes, expected.bytes) << "to RGB";
 
-            const SmTestPlane rgb(random, width * pixelBytes, height);
+            SmTestPlane rgb(random, width * pixelBytes, height);
+            if (round % 4 == 3) {
+              // Corners of the cube only: where the sums leave 0..255 and
+              // the vector code's saturating packs must clamp as the
+              // reference does.
+              for (uint8_t& b : rgb.bytes) {
+                b = (b & 1) != 0 ? 255 : 0;
+              }
+            }
             SmTestPlane y1(random, width, height), cb1(random, cw, ch), cr1(random, cw, ch);
             SmTestPlane y2 = y1, cb2 = cb1, cr2 = cr1;
             const bool lumaOnly = random() % 4 == 0;

@@ -229,10 +229,11 @@ using D128 = hn::Full128<uint8_t>;
 constexpr size_t BlocksPerVector = hn::MaxLanes(D8()) / 16;
 
 // A vector of pixels is read as four parts of four pixels per 128-bit block.
-// Part q of block b starts at this pixel, so that packing parts 0 and 1, and 2
-// and 3, gives each half of the vector in order.
+// Part q of block b starts at this pixel, so that the packs within blocks of
+// the x86 instructions, parts 0 and 1 with 2 and 3 and then the two results,
+// give the bytes in pixel order without moving anything across blocks.
 constexpr size_t PartStart(size_t part, size_t block) {
-  return part / 2 * (8 * BlocksPerVector) + block * 8 + part % 2 * 4;
+  return block * 16 + part / 2 * 8 + part % 2 * 4;
 }
 
 // Byte shuffles that widen four pixels of a block into 32-bit lanes holding
@@ -332,24 +333,39 @@ HWY_INLINE SmRowPairs LoadPairs(const SmRgbShuffles& s, const SmFromRgbVectors& 
   return p;
 }
 
-// Four parts of results as bytes in pixel order, clamped. The clamp is done
-// in 16-bit lanes so that one byte packing of two vectors suffices.
-HWY_INLINE V8 PackParts(const V32 parts[4]) {
+// Signed 16-bit lanes to bytes, clamped to 0..255, the first argument's
+// lanes before the second's within each 128-bit block.
+HWY_INLINE V8 PackWithinBlocks(V16 first, V16 second) {
+#if HWY_ARCH_X86 && HWY_TARGET <= HWY_AVX2
+  return V8{_mm256_packus_epi16(first.raw, second.raw)};
+#elif HWY_ARCH_X86
+  return V8{_mm_packus_epi16(first.raw, second.raw)};
+#else
+  static_assert(BlocksPerVector == 1, "the generic form packs a single block only");
   const D16 d;
-  const V16 zero = hn::Zero(d);
-  const V16 top = hn::Set(d, 255);
-  const V16 lower = hn::Min(hn::Max(hn::ReorderDemote2To(d, parts[0], parts[1]), zero), top);
-  const V16 upper = hn::Min(hn::Max(hn::ReorderDemote2To(d, parts[2], parts[3]), zero), top);
-  return hn::ConcatEven(D8(), hn::BitCast(D8(), upper), hn::BitCast(D8(), lower));
+  const auto clamp = [&](V16 v) {
+    return hn::BitCast(D8(), hn::Min(hn::Max(v, hn::Zero(d)), hn::Set(d, 255)));
+  };
+  return hn::ConcatEven(D8(), clamp(second), clamp(first));
+#endif
 }
 
-HWY_INLINE void StoreLuma(const SmFromRgbVectors& k, const SmRowPairs& p, uint8_t* out) {
+// Four parts of results as bytes in pixel order, clamped by the saturating
+// packs.
+HWY_INLINE V8 PackParts(const V32 parts[4]) {
+  const D16 d;
+  return PackWithinBlocks(hn::ReorderDemote2To(d, parts[0], parts[1]),
+                          hn::ReorderDemote2To(d, parts[2], parts[3]));
+}
+
+// One channel of every pixel: luma, or chroma of the full layout.
+HWY_INLINE void StoreChannel(const SmFromRgbVectors& k, int c, const SmRowPairs& p, uint8_t* out) {
   V32 sums[4];
 // Unrolled, so that the parts stay in registers.
 #pragma GCC unroll 4
   for (size_t q = 0; q < 4; ++q) {
     sums[q] =
-        hn::ShiftRight<15>(DotPairs(p.redGreen[q], p.blueBias[q], k.redGreen[0], k.blueBias[0]));
+        hn::ShiftRight<15>(DotPairs(p.redGreen[q], p.blueBias[q], k.redGreen[c], k.blueBias[c]));
   }
   hn::StoreU(PackParts(sums), D8(), out);
 }
@@ -364,42 +380,54 @@ HWY_INLINE V16 JoinPixelPairs(V16 first, V16 second) {
                  hn::BitCast(D16(), hn::Shuffle2301(hn::OddEven(a, b))));
 }
 
-// Per block the joined parts hold the chroma samples 0, 2, 1, 3 of each pair
-// of parts; the table puts them back in order.
-alignas(16) constexpr uint8_t ChromaOrder[16] = {0, 2, 1, 3, 8,  10, 9,  11,
-                                                 4, 6, 5, 7, 12, 14, 13, 15};
-alignas(16) constexpr uint8_t ChromaOrderOneBlock[16] = {0, 2, 1, 3, 4, 6, 5, 7};
+// Per block the joined parts hold the chroma samples 0, 2, 1, 3, 4, 6, 5, 7
+// of the block's eight; the table puts them back in order.
+alignas(16) constexpr uint8_t ChromaOrder[16] = {0, 2,  1, 3,  4,  6,  5,  7,
+                                                 8, 10, 9, 11, 12, 14, 13, 15};
 
-template <int Log2Pixels>
-HWY_INLINE void StoreChroma(const SmFromRgbVectors& k, int c, const SmRowPairs& p, uint8_t* out) {
-  if constexpr (Log2Pixels == 0) {
-    V32 sums[4];
-    // Unrolled, so that the parts stay in registers.
-#pragma GCC unroll 4
-    for (size_t q = 0; q < 4; ++q) {
-      sums[q] =
-          hn::ShiftRight<15>(DotPairs(p.redGreen[q], p.blueBias[q], k.redGreen[c], k.blueBias[c]));
-    }
-    hn::StoreU(PackParts(sums), D8(), out);
-  } else {
-    // The parts hold sums of neighbouring pixels, joined in pairs.
-    V32 halves[2];
-#pragma GCC unroll 2
-    for (size_t h = 0; h < 2; ++h) {
-      halves[h] = hn::ShiftRight<15 + Log2Pixels>(
-          DotPairs(p.redGreen[h], p.blueBias[h], k.redGreen[c], k.blueBias[c]));
-    }
-    const auto samples = hn::DemoteTo(DH8(), hn::ReorderDemote2To(D16(), halves[0], halves[1]));
-    const auto order = hn::LoadU(DH8(), BlocksPerVector == 2 ? ChromaOrder : ChromaOrderOneBlock);
-    hn::StoreU(hn::TableLookupBytes(samples, order), DH8(), out);
-  }
+HWY_INLINE V32 ChromaHalf(const SmFromRgbVectors& k, int c, const SmRowPairs& p, size_t h,
+                          int log2Pixels) {
+  const V32 sum = DotPairs(p.redGreen[h], p.blueBias[h], k.redGreen[c], k.blueBias[c]);
+  return log2Pixels == 1 ? hn::ShiftRight<16>(sum) : hn::ShiftRight<17>(sum);
+}
+
+// Both chroma samples of the subsampled layouts: the parts hold sums of
+// neighbouring pixels, joined in pairs. Blue and red difference are packed
+// into one vector, which then holds each in order in one half.
+HWY_INLINE void StoreSubsampledChroma(const SmFromRgbVectors& k, const SmRowPairs& p,
+                                      int log2Pixels, uint8_t* cbOut, uint8_t* crOut) {
+  const D16 d;
+  const V16 cb = hn::ReorderDemote2To(d, ChromaHalf(k, 1, p, 0, log2Pixels),
+                                      ChromaHalf(k, 1, p, 1, log2Pixels));
+  const V16 cr = hn::ReorderDemote2To(d, ChromaHalf(k, 2, p, 0, log2Pixels),
+                                      ChromaHalf(k, 2, p, 1, log2Pixels));
+  V8 both = PackWithinBlocks(cb, cr);
+#if HWY_ARCH_X86 && HWY_TARGET <= HWY_AVX2
+  // The eight bytes of each channel per block, gathered into one block each.
+  both = V8{_mm256_permute4x64_epi64(both.raw, _MM_SHUFFLE(3, 1, 2, 0))};
+#endif
+  both = hn::TableLookupBytes(both, hn::LoadDup128(D8(), ChromaOrder));
+#if HWY_ARCH_X86 && HWY_TARGET <= HWY_AVX2
+  const hn::Full128<uint8_t> d128;
+  hn::StoreU(hn::LowerHalf(d128, both), d128, cbOut);
+  hn::StoreU(hn::UpperHalf(d128, both), d128, crOut);
+#else
+  alignas(16) uint8_t buffer[16];
+  hn::Store(both, D8(), buffer);
+  std::copy(buffer, buffer + 8, cbOut);
+  std::copy(buffer + 8, buffer + 16, crOut);
+#endif
 }
 
 void RgbToYCbCrColumns(const uint8_t* src, size_t srcStride, SmPackedLayout layout,
-                       const SmYCbCrDestination& t, SmChromaLayout chroma, size_t width,
-                       size_t height, const SmFromRgbVectors& k) {
-  const D8 d;
-  const size_t n = hn::Lanes(d);
+                       const SmYCbCrDestination& destination, SmChromaLayout chroma, size_t width,
+                       size_t height, const SmFromRgbVectors& constants) {
+  // Local copies: the byte stores could alias the originals, which would
+  // make the compiler load them again after every store.
+  const SmFromRgbVectors k = constants;
+  const SmYCbCrDestination t = destination;
+  const size_t pixelBytes = layout.pixelBytes;
+  const size_t n = hn::Lanes(D8());
   const SmRgbShuffles shuffles(layout);
   const size_t rowsPerChromaRow = chroma == Chroma420 ? 2 : 1;
   for (size_t y = 0; y < height; y += rowsPerChromaRow) {
@@ -407,15 +435,18 @@ void RgbToYCbCrColumns(const uint8_t* src, size_t srcStride, SmPackedLayout layo
     // An odd last row of 4:2:0 is its own partner: twice its sum over four.
     const bool pair = rowsPerChromaRow == 2 && y + 1 < height;
     const uint8_t* row1 = pair ? row0 + srcStride : row0;
+    uint8_t* luma0 = t.y + y * t.yStride;
+    uint8_t* luma1 = luma0 + t.yStride;
     const size_t cy = y / rowsPerChromaRow;
+    uint8_t* cbOut = t.cb == nullptr ? nullptr : t.cb + cy * t.cbStride;
+    uint8_t* crOut = t.cb == nullptr ? nullptr : t.cr + cy * t.crStride;
     for (size_t x = 0; x + n <= width; x += n) {
-      SmRowPairs p = LoadPairs(shuffles, k, row0 + x * layout.pixelBytes, layout.pixelBytes);
-      StoreLuma(k, p, t.y + y * t.yStride + x);
+      SmRowPairs p = LoadPairs(shuffles, k, row0 + x * pixelBytes, pixelBytes);
+      StoreChannel(k, 0, p, luma0 + x);
       if (rowsPerChromaRow == 2) {
-        const SmRowPairs p1 =
-            pair ? LoadPairs(shuffles, k, row1 + x * layout.pixelBytes, layout.pixelBytes) : p;
+        const SmRowPairs p1 = pair ? LoadPairs(shuffles, k, row1 + x * pixelBytes, pixelBytes) : p;
         if (pair) {
-          StoreLuma(k, p1, t.y + (y + 1) * t.yStride + x);
+          StoreChannel(k, 0, p1, luma1 + x);
         }
 // Unrolled, so that the parts stay in registers.
 #pragma GCC unroll 4
@@ -424,28 +455,20 @@ void RgbToYCbCrColumns(const uint8_t* src, size_t srcStride, SmPackedLayout layo
           p.blueBias[q] = hn::Add(p.blueBias[q], p1.blueBias[q]);
         }
       }
-      if (t.cb == nullptr) {
+      if (cbOut == nullptr) {
         continue;
       }
-      uint8_t* cbOut = t.cb + cy * t.cbStride;
-      uint8_t* crOut = t.cr + cy * t.crStride;
-      if (chroma != Chroma444) {
-#pragma GCC unroll 2
-        for (size_t h = 0; h < 2; ++h) {
-          p.redGreen[h] = JoinPixelPairs(p.redGreen[2 * h], p.redGreen[2 * h + 1]);
-          p.blueBias[h] = JoinPixelPairs(p.blueBias[2 * h], p.blueBias[2 * h + 1]);
-        }
-      }
       if (chroma == Chroma444) {
-        StoreChroma<0>(k, 1, p, cbOut + x);
-        StoreChroma<0>(k, 2, p, crOut + x);
-      } else if (chroma == Chroma422) {
-        StoreChroma<1>(k, 1, p, cbOut + x / 2);
-        StoreChroma<1>(k, 2, p, crOut + x / 2);
-      } else {
-        StoreChroma<2>(k, 1, p, cbOut + x / 2);
-        StoreChroma<2>(k, 2, p, crOut + x / 2);
+        StoreChannel(k, 1, p, cbOut + x);
+        StoreChannel(k, 2, p, crOut + x);
+        continue;
       }
+#pragma GCC unroll 2
+      for (size_t h = 0; h < 2; ++h) {
+        p.redGreen[h] = JoinPixelPairs(p.redGreen[2 * h], p.redGreen[2 * h + 1]);
+        p.blueBias[h] = JoinPixelPairs(p.blueBias[2 * h], p.blueBias[2 * h + 1]);
+      }
+      StoreSubsampledChroma(k, p, chroma == Chroma422 ? 1 : 2, cbOut + x / 2, crOut + x / 2);
     }
   }
 }
