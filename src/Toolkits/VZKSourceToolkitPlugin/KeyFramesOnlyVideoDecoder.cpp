@@ -25,7 +25,7 @@ std::unique_ptr<ImData> FetchItem(ImPlaybackSourceToolkit& upstream, uint32_t& s
 } // namespace
 
 CmKeyFramesOnlyVideoDecoder::CmKeyFramesOnlyVideoDecoder(const NmXerces::CmXmlNodePtr& node)
-    : CmVZKSourceToolkit(node) {
+    : CmDecodingToolkit(node) {
   m_Options.m_DecodeMode = SmVideoDecodeParameters::DecodeSyncFramesOnly;
   m_Decoder.SetParameters(m_Options);
   if (!IsConfigured() || dynamic_cast<ImPlaybackSourceToolkit*>(FirstUpstream()) == nullptr) {
@@ -42,34 +42,9 @@ CmKeyFramesOnlyVideoDecoder::~CmKeyFramesOnlyVideoDecoder() {
 }
 
 void CmKeyFramesOnlyVideoDecoder::ReadConfiguration() {
-  const bool luminanceOnly = GetConfigurationValue("luminance_only", "false") == "true";
-  const bool normalize = GetConfigurationValue("normalize_pixel_aspect_ratio", "false") == "true";
-  const bool cavt = GetConfigurationValue("deinterlacing_filter", "CAVT") == "CAVT";
-  const bool flipped = GetConfigurationValue("flipped_vertically", "false") == "true";
-  m_Output.Configure(luminanceOnly, normalize, cavt, flipped);
-  if (m_Options.m_LuminanceOnly != luminanceOnly) {
-    m_Options.m_LuminanceOnly = luminanceOnly;
+  if (ReadOutputConfiguration()) {
     m_Decoder.SetParameters(m_Options);
   }
-}
-
-void CmKeyFramesOnlyVideoDecoder::Connect(const CmPropertyNameSet& requested,
-                                          CmPropertyNameSet& supported, uint64_t argument) {
-  if (IsConnected()) {
-    return;
-  }
-  m_ApplyMask = GetConfigurationValue("apply_privacy_mask", "true") != "false";
-  if (!m_ApplyMask) {
-    CmVZKSourceToolkit::Connect(requested, supported, argument);
-  } else {
-    ConnectFetchingPrivacyMask(requested, supported, argument);
-  }
-  m_Output.BuildPerFrameNames(GetPassedProperties());
-}
-
-void CmKeyFramesOnlyVideoDecoder::Connect(uint64_t argument) {
-  CmPropertyNameSet supported;
-  Connect(CmPropertyNameSet(), supported, argument);
 }
 
 std::unique_ptr<ImData> CmKeyFramesOnlyVideoDecoder::Decode(const ImData& item) {
@@ -96,16 +71,7 @@ std::unique_ptr<ImData> CmKeyFramesOnlyVideoDecoder::Decode(const ImData& item) 
   } catch (const NmError::CmError&) {
     result = image;
   }
-  if (m_ApplyMask) {
-    try {
-      const auto* mask =
-          dynamic_cast<const ImStringProperty*>(item.GetProperty(NmPropertyNames::PrivacyMask));
-      m_Mask.SetMask(mask != nullptr ? mask->GetValue() : std::string());
-      m_Mask.Apply(result);
-    } catch (const NmError::CmError&) {
-      result.Reset(); // never an unmasked picture
-    }
-  }
+  ApplyMask(item.GetProperty(NmPropertyNames::PrivacyMask), result);
   if (GetPassedProperties().count(NmPropertyNames::Transcoded) != 0) {
     properties.SetProperty(NmPropertyNames::Transcoded, new CmBooleanProperty(true));
   }

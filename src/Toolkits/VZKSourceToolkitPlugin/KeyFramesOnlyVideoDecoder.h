@@ -5,23 +5,18 @@
 #include "MediaProcessing/Image/Image.h"
 #include "MediaProcessing/Video/GenericVideoDecoder.h"
 #include "Toolkits/VZKSourceToolkitPlugin/Cache.h"
-#include "Toolkits/VZKSourceToolkitPlugin/DecodedImageOutput.h"
-#include "Toolkits/VZKSourceToolkitPlugin/StandAloneAPM.h"
-#include "Toolkits/VZKSourceToolkitPlugin/VZKSourceToolkit.h"
+#include "Toolkits/VZKSourceToolkitPlugin/DecodingToolkit.h"
 
 namespace NmToolkit {
 
 // Decodes each item alone, starting the decoder afresh for every one, so
 // that it never needs a reference frame: moves go to the items upstream and
 // only the sync frame of an item becomes a picture.
-class CmKeyFramesOnlyVideoDecoder : public CmVZKSourceToolkit {
+class CmKeyFramesOnlyVideoDecoder : public CmDecodingToolkit {
 public:
   explicit CmKeyFramesOnlyVideoDecoder(const NmXerces::CmXmlNodePtr& node);
   ~CmKeyFramesOnlyVideoDecoder() override;
 
-  void Connect(const CmPropertyNameSet& requested, CmPropertyNameSet& supported,
-               uint64_t argument) override;
-  void Connect(uint64_t argument) override;
   uint32_t MoveTo(int64_t time, SmMoveMode mode) override;
   uint32_t GetData(ImData** out) override;
   void ReadConfiguration() override;
@@ -36,13 +31,9 @@ private:
   bool NeighbourBegin(ImPlaybackSourceToolkit& upstream, bool forwards, int64_t time,
                       int64_t& beginOut);
 
-  NmMediaProcessing::SmVideoDecodeParameters m_Options;
-  CmDecodedImageOutput m_Output;
   NmMediaProcessing::CmGenericVideoDecoder m_Decoder;
   std::unique_ptr<CmCache> m_Cache;
   ImSourceToolkit* m_KeptUpstream = nullptr;
-  bool m_ApplyMask = true;
-  CmStandAloneAPM m_Mask;
 };
 
 } // namespace NmToolkit

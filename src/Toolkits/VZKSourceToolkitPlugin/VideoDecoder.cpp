@@ -49,7 +49,7 @@ int64_t NowMilliseconds() {
 
 } // namespace
 
-CmVideoDecoder::CmVideoDecoder(const NmXerces::CmXmlNodePtr& node) : CmVZKSourceToolkit(node) {
+CmVideoDecoder::CmVideoDecoder(const NmXerces::CmXmlNodePtr& node) : CmDecodingToolkit(node) {
   if (!IsConfigured() || FirstUpstream() == nullptr ||
       dynamic_cast<ImPlaybackSourceToolkit*>(FirstUpstream()) == nullptr) {
     return;
@@ -75,35 +75,9 @@ void CmVideoDecoder::ApplyOptions() {
 }
 
 void CmVideoDecoder::ReadConfiguration() {
-  const bool luminanceOnly = GetConfigurationValue("luminance_only", "false") == "true";
-  const bool normalize = GetConfigurationValue("normalize_pixel_aspect_ratio", "false") == "true";
-  const bool cavt = GetConfigurationValue("deinterlacing_filter", "CAVT") == "CAVT";
-  const bool flipped = GetConfigurationValue("flipped_vertically", "false") == "true";
-  m_Output.Configure(luminanceOnly, normalize, cavt, flipped);
-  if (m_Options.m_LuminanceOnly != luminanceOnly) {
-    m_Options.m_LuminanceOnly = luminanceOnly;
+  if (ReadOutputConfiguration()) {
     ApplyOptions();
   }
-}
-
-void CmVideoDecoder::Connect(const CmPropertyNameSet& requested, CmPropertyNameSet& supported,
-                             uint64_t argument) {
-  if (IsConnected()) {
-    return;
-  }
-  m_ApplyMask = GetConfigurationValue("apply_privacy_mask", "true") != "false";
-  if (!m_ApplyMask) {
-    CmVZKSourceToolkit::Connect(requested, supported, argument);
-  } else {
-    // The mask is needed to burn it in, whether or not the host wants it.
-    ConnectFetchingPrivacyMask(requested, supported, argument);
-  }
-  m_Output.BuildPerFrameNames(GetPassedProperties());
-}
-
-void CmVideoDecoder::Connect(uint64_t argument) {
-  CmPropertyNameSet supported;
-  Connect(CmPropertyNameSet(), supported, argument);
 }
 
 // ---- live ----
@@ -368,19 +342,6 @@ const ImData* CmVideoDecoder::ItemAt(int64_t time) {
   return m_Adapter->FindItem(time);
 }
 
-void CmVideoDecoder::ApplyMask(const ImProperty* mask, CmImage& image) {
-  if (!m_ApplyMask) {
-    return;
-  }
-  try {
-    const auto* text = dynamic_cast<const ImStringProperty*>(mask);
-    m_Mask.SetMask(text != nullptr ? text->GetValue() : std::string());
-    m_Mask.Apply(image);
-  } catch (const NmError::CmError&) {
-    image.Reset();
-  }
-}
-
 uint32_t CmVideoDecoder::GetData(ImData** out) {
   RequirePlayback("GetData");
   if (out == nullptr) {
@@ -426,7 +387,7 @@ uint32_t CmVideoDecoder::GetData(ImData** out) {
     }
   } catch (const ImToolkitError&) {
     // The picture goes without what it could not get, but never unmasked.
-    if (m_ApplyMask) {
+    if (AppliesMasks()) {
       result.Reset();
     }
   }

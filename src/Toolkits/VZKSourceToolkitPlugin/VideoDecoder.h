@@ -6,9 +6,7 @@
 #include "MediaProcessing/Video/GenericVideoDecoder.h"
 #include "MediaProcessing/Video/RandomAccessVideoDecoder.h"
 #include "Toolkits/VZKSourceToolkitPlugin/Cache.h"
-#include "Toolkits/VZKSourceToolkitPlugin/DecodedImageOutput.h"
-#include "Toolkits/VZKSourceToolkitPlugin/StandAloneAPM.h"
-#include "Toolkits/VZKSourceToolkitPlugin/VZKSourceToolkit.h"
+#include "Toolkits/VZKSourceToolkitPlugin/DecodingToolkit.h"
 #include "Toolkits/VZKSourceToolkitPlugin/VideoDataAccessAdapter.h"
 
 namespace NmToolkit {
@@ -16,14 +14,10 @@ namespace NmToolkit {
 // Turns encoded items into pictures. In playback it answers every move by
 // decoding the picture at that time, forwards or backwards, through a cache
 // of the upstream items; live, it decodes the stream as it comes.
-class CmVideoDecoder : public CmVZKSourceToolkit {
+class CmVideoDecoder : public CmDecodingToolkit {
 public:
   explicit CmVideoDecoder(const NmXerces::CmXmlNodePtr& node);
   ~CmVideoDecoder() override;
-
-  void Connect(const CmPropertyNameSet& requested, CmPropertyNameSet& supported,
-               uint64_t argument) override;
-  void Connect(uint64_t argument) override;
 
   void StartLiveStream() override;
   void StopLiveStream() override;
@@ -55,20 +49,13 @@ private:
                      NmMediaProcessing::SmTimeMatchType matchType);
   // The upstream item of the picture's time, for its per-frame properties.
   const ImData* ItemAt(int64_t time);
-  // Burns in the mask an item carries, when masks are applied. A mask that
-  // cannot be applied leaves no picture rather than an unmasked one.
-  void ApplyMask(const ImProperty* mask, NmMediaProcessing::CmImage& image);
 
-  NmMediaProcessing::SmVideoDecodeParameters m_Options;
-  CmDecodedImageOutput m_Output;
   NmMediaProcessing::CmGenericVideoDecoder m_StreamDecoder;
   std::unique_ptr<ImData> m_PendingItem;
   NmMediaProcessing::CmRandomAccessVideoDecoder m_RandomAccess;
   std::unique_ptr<CmCache> m_Cache;
   ImSourceToolkit* m_KeptUpstream = nullptr;
   std::unique_ptr<CmVideoDataAccessAdapter> m_Adapter;
-  bool m_ApplyMask = true;
-  CmStandAloneAPM m_Mask;
   uint32_t m_LastStatus = StatusNoItem;
   NmMediaProcessing::CmImage m_Current;
   NmMediaProcessing::CmImage m_Next;
