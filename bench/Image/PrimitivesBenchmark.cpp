@@ -23,6 +23,7 @@ extern "C" {
 #include <string>
 #include <vector>
 
+#include "BenchmarkRatios.h"
 #include "Codecs/Primitives/ChromaResample.h"
 #include "Codecs/Primitives/ColorConvert.h"
 #include "Codecs/Primitives/PlaneCopy.h"
@@ -325,48 +326,14 @@ void RegisterAll() {
   });
 }
 
-// Keeps each run's time so that the ratios can be printed after the table.
-class CmRatioReporter : public benchmark::ConsoleReporter {
-public:
-  void ReportRuns(const std::vector<Run>& runs) override {
-    // With repetitions the median stands for the kernel; it comes after the
-    // single runs and replaces them.
-    for (const Run& run : runs) {
-      if (run.run_type == Run::RT_Iteration || run.aggregate_name == "median") {
-        m_Times[run.run_name.str()] = run.GetAdjustedCPUTime();
-      }
-    }
-    ConsoleReporter::ReportRuns(runs);
-  }
-  void PrintRatios() const {
-    std::printf("\nspeed of ours relative to each peer (peer time / our time):\n");
-    for (const auto& [name, ours] : m_Times) {
-      const size_t slash = name.rfind("/ours");
-      if (slash == std::string::npos || ours <= 0) {
-        continue;
-      }
-      const std::string kernel = name.substr(0, slash);
-      for (const char* peer : {"libyuv", "swscale", "reference"}) {
-        const auto found = m_Times.find(kernel + "/" + peer);
-        if (found != m_Times.end()) {
-          std::printf("  %-16s vs %-9s %6.2f\n", kernel.c_str(), peer, found->second / ours);
-        }
-      }
-    }
-  }
-
-private:
-  std::map<std::string, double> m_Times;
-};
-
 } // namespace
 
 int main(int argc, char** argv) {
   benchmark::Initialize(&argc, argv);
   RegisterAll();
-  CmRatioReporter reporter;
+  NmBenchmark::CmRatioReporter reporter;
   benchmark::RunSpecifiedBenchmarks(&reporter);
-  reporter.PrintRatios();
+  reporter.PrintRatios("ours", {"libyuv", "swscale", "reference"});
   benchmark::Shutdown();
   return 0;
 }

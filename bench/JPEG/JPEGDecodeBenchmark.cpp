@@ -15,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "BenchmarkRatios.h"
 #include "Codecs/Primitives/JPEGInverseDCT.h"
 #include "MediaProcessing/JPEG/JPEGDecoder.h"
 #include "MediaProcessing/JPEG/MemBuffInput.h"
@@ -188,43 +189,13 @@ BENCHMARK(InverseDCTReference)
     ->Arg(2)
     ->Unit(benchmark::kMillisecond);
 
-// Keeps each run's time per iteration so that the ratios can close the report.
-class CmRatioReporter : public benchmark::ConsoleReporter {
-public:
-  void ReportRuns(const std::vector<Run>& runs) override {
-    ConsoleReporter::ReportRuns(runs);
-    for (const Run& run : runs) {
-      if (run.run_type == Run::RT_Iteration && run.iterations > 0) {
-        // Processor time: the machine is shared, and waiting is not work.
-        times[run.run_name.function_name] = run.cpu_accumulated_time / run.iterations;
-      }
-    }
-  }
-  std::map<std::string, double> times;
-};
-
 } // namespace
 
 int main(int argc, char** argv) {
   benchmark::Initialize(&argc, argv);
-  CmRatioReporter reporter;
+  NmBenchmark::CmRatioReporter reporter;
   benchmark::RunSpecifiedBenchmarks(&reporter);
-  for (const char* name : {"Decode420", "DecodeHalf", "DecodeQuarter", "DecodeEighth"}) {
-    const std::string ours = std::string(name) + "/ours";
-    const std::string turbo = std::string(name) + "/turbo";
-    if (reporter.times.count(ours) != 0 && reporter.times.count(turbo) != 0) {
-      std::printf("%s: ratio turbo / ours = %.2f\n", name,
-                  reporter.times[turbo] / reporter.times[ours]);
-    }
-  }
-  for (const char* name : {"InverseDCT8x8", "InverseDCT4x4", "InverseDCT2x2"}) {
-    const std::string ours = std::string(name) + "/ours";
-    const std::string reference = std::string(name) + "/reference";
-    if (reporter.times.count(ours) != 0 && reporter.times.count(reference) != 0) {
-      std::printf("%s: ratio reference / ours = %.2f\n", name,
-                  reporter.times[reference] / reporter.times[ours]);
-    }
-  }
+  reporter.PrintRatios("ours", {"turbo", "reference"});
   std::printf("picture: %d x %d, %zu bytes\n", kWidth, kHeight, Picture().size());
   benchmark::Shutdown();
   return 0;

@@ -15,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "BenchmarkRatios.h"
 #include "Codecs/Primitives/JPEGForwardDCT.h"
 #include "Codecs/Primitives/JPEGHuffmanEncode.h"
 #include "MediaProcessing/Image/Image.h"
@@ -76,7 +77,7 @@ void Register(const std::string& name, const std::string& who,
 }
 
 void RegisterAll() {
-  Register("encode420q75", "vzk", [](benchmark::State& state) {
+  Register("encode420q75", "ours", [](benchmark::State& state) {
     CmSimpleJPEGEncoder encoder;
     const uint8_t* data = nullptr;
     uint64_t size = 0;
@@ -130,7 +131,7 @@ void RegisterAll() {
       }
     };
   };
-  Register("forwardDCT", "vzk", dct(false));
+  Register("forwardDCT", "ours", dct(false));
   Register("forwardDCT", "reference", dct(true));
 
   // What the encoder runs: transform and quantisation in one, fixed point.
@@ -160,7 +161,7 @@ void RegisterAll() {
       }
     };
   };
-  Register("forwardDCTQuantize", "vzk", dctQuantize(false));
+  Register("forwardDCTQuantize", "ours", dctQuantize(false));
   Register("forwardDCTQuantize", "reference", dctQuantize(true));
 
   auto huffman = [](bool reference) {
@@ -208,53 +209,18 @@ void RegisterAll() {
       }
     };
   };
-  Register("huffmanEncode", "vzk", huffman(false));
+  Register("huffmanEncode", "ours", huffman(false));
   Register("huffmanEncode", "reference", huffman(true));
 }
-
-// Keeps each benchmark's median times so that the ratios can be printed
-// after the table.
-class CmRatioReporter : public benchmark::ConsoleReporter {
-public:
-  void ReportRuns(const std::vector<Run>& runs) override {
-    for (const Run& run : runs) {
-      if (run.aggregate_name == "median") {
-        m_Times[run.run_name.function_name] = {run.GetAdjustedRealTime(), run.GetAdjustedCPUTime()};
-      }
-    }
-    ConsoleReporter::ReportRuns(runs);
-  }
-  void PrintRatios() const {
-    std::printf("\nspeed of ours relative to each peer (peer time / our time, medians):\n");
-    std::printf("  %-16s    %-9s %6s %6s\n", "", "", "wall", "cpu");
-    for (const auto& [name, times] : m_Times) {
-      const size_t slash = name.find('/');
-      if (name.compare(slash + 1, std::string::npos, "vzk") != 0) {
-        continue;
-      }
-      const std::string kernel = name.substr(0, slash);
-      for (const char* peer : {"turbo", "reference"}) {
-        const auto found = m_Times.find(kernel + "/" + peer);
-        if (found != m_Times.end()) {
-          std::printf("  %-16s vs %-9s %6.2f %6.2f\n", kernel.c_str(), peer,
-                      found->second.first / times.first, found->second.second / times.second);
-        }
-      }
-    }
-  }
-
-private:
-  std::map<std::string, std::pair<double, double>> m_Times;
-};
 
 } // namespace
 
 int main(int argc, char** argv) {
   benchmark::Initialize(&argc, argv);
   RegisterAll();
-  CmRatioReporter reporter;
+  NmBenchmark::CmRatioReporter reporter;
   benchmark::RunSpecifiedBenchmarks(&reporter);
-  reporter.PrintRatios();
+  reporter.PrintRatios("ours", {"turbo", "reference"});
   benchmark::Shutdown();
   return 0;
 }
