@@ -1,6 +1,7 @@
 // Vector colour conversion, compiled once per Highway target. Each vector
-// holds a whole number of chroma samples; the columns that do not fill a
-// vector at the right edge take the plain loop.
+// holds a whole number of chroma samples. Towards RGB a row's last columns
+// take one more vector that overlaps the one before; from RGB, and in rows
+// narrower than a vector, they take the plain loop.
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "Codecs/Primitives/ColorConvert.cc"
 #include <hwy/foreach_target.h> // IWYU pragma: keep
@@ -19,12 +20,47 @@ namespace hn = hwy::HWY_NAMESPACE;
 namespace F = NmColorFixedPoint;
 
 #if HWY_TARGET != HWY_SCALAR
-using D8 = hn::CappedTag<uint8_t, 32>;
+
+// Signed 16-bit lanes to bytes, clamped to 0..255, the first argument's
+// lanes before the second's within each 128-bit block.
+template <class D8>
+HWY_INLINE hn::Vec<D8> PackWithinBlocks(D8 d, hn::Vec<hn::Repartition<int16_t, D8>> first,
+                                        hn::Vec<hn::Repartition<int16_t, D8>> second) {
+#if HWY_ARCH_X86 && HWY_TARGET <= HWY_SSSE3
+  if constexpr (hn::MaxLanes(d) == 64) {
+#if HWY_TARGET <= HWY_AVX3
+    return hn::Vec<D8>{_mm512_packus_epi16(first.raw, second.raw)};
+#endif
+  } else if constexpr (hn::MaxLanes(d) == 32) {
+#if HWY_TARGET <= HWY_AVX2
+    return hn::Vec<D8>{_mm256_packus_epi16(first.raw, second.raw)};
+#endif
+  } else {
+    return hn::Vec<D8>{_mm_packus_epi16(first.raw, second.raw)};
+  }
+#else
+  static_assert(hn::MaxLanes(d) <= 16, "the generic form packs a single block only");
+  const hn::Repartition<int16_t, D8> d16;
+  const auto clamp = [&](hn::Vec<decltype(d16)> v) {
+    return hn::BitCast(d, hn::Min(hn::Max(v, hn::Zero(d16)), hn::Set(d16, 255)));
+  };
+  return hn::ConcatEven(d, clamp(second), clamp(first));
+#endif
+}
+
+// Towards RGB the vectors are as wide as the target has them: the work per
+// pixel is all arithmetic and shuffles within blocks.
+namespace NmToRgb {
+using D8 = hn::CappedTag<uint8_t, 64>;
 using D16 = hn::Repartition<int16_t, D8>;
 using DU16 = hn::Repartition<uint16_t, D8>;
 using DH8 = hn::Rebind<uint8_t, D16>;
 using V16 = hn::Vec<D16>;
 using V8 = hn::Vec<D8>;
+using D32 = hn::Repartition<int32_t, D8>;
+using V32 = hn::Vec<D32>;
+using D128 = hn::Full128<uint8_t>;
+constexpr size_t BlocksPerVector = hn::MaxLanes(D8()) / 16;
 
 struct SmVectorCoefficient {
   V16 whole;
@@ -80,7 +116,6 @@ HWY_INLINE SmChromaTerms GetChromaTerms(const SmToRgbVectors& k, V16 cb, V16 cr)
 // lanes in order: the chroma sample of 4:2:2 and 4:2:0 is then one and the
 // same lane for both, its colour terms are computed once, and the results
 // join into bytes by shifts instead of demotions across blocks.
-using VU16 = hn::Vec<DU16>;
 
 HWY_INLINE V16 EvenBytes(V8 v) {
   return hn::BitCast(D16(), hn::And(hn::BitCast(DU16(), v), hn::Set(DU16(), 0xFF)));
@@ -89,33 +124,33 @@ HWY_INLINE V16 OddBytes(V8 v) {
   return hn::BitCast(D16(), hn::ShiftRight<8>(hn::BitCast(DU16(), v)));
 }
 
-// One channel as samples 0..255 in 16-bit lanes, from the luma and colour
-// terms with six fraction bits. Only blue of video range can pass the 16-bit
-// range, and then only where the result clamps to 255 anyway, so the
-// saturating sum changes nothing.
-HWY_INLINE VU16 Channel(V16 luma, V16 term) {
-  const D16 d;
-  const V16 v = hn::ShiftRight<6>(hn::SaturatedAdd(luma, term));
-  return hn::BitCast(DU16(), hn::Min(hn::Max(v, hn::Zero(d)), hn::Set(d, 255)));
+// One channel in 16-bit lanes, from the luma and colour terms with six
+// fraction bits; the byte packing clamps it to 0..255. Only blue of video
+// range can pass the 16-bit range, and then only where the result clamps to
+// 255 anyway, so the saturating sum changes nothing.
+HWY_INLINE V16 Channel(V16 luma, V16 term) {
+  return hn::ShiftRight<6>(hn::SaturatedAdd(luma, term));
 }
 
-// The first two and the last two bytes of each pixel, as 16-bit lanes.
-struct SmPixelHalves {
-  VU16 low, high;
+// The channels of a row of pixels in their byte order in memory.
+struct SmChannels {
+  V16 first, second, third;
 };
 
-template <size_t PixelBytes, bool BlueFirst>
-HWY_INLINE SmPixelHalves ToPixels(const SmToRgbVectors& k, V16 y, const SmChromaTerms& c) {
+template <bool BlueFirst>
+HWY_INLINE SmChannels ToChannels(const SmToRgbVectors& k, V16 y, const SmChromaTerms& c) {
   const V16 a = hn::ShiftLeft<6>(hn::Sub(y, k.lumaOffset));
   const V16 luma = hn::Add(a, hn::MulFixedPoint15(a, k.luma));
-  const VU16 r = Channel(luma, c.r);
-  const VU16 g = Channel(luma, c.g);
-  const VU16 b = Channel(luma, c.b);
-  const VU16 first = BlueFirst ? b : r;
-  const VU16 third = BlueFirst ? r : b;
-  const VU16 fourth = hn::Set(DU16(), PixelBytes == 4 ? 0xFF00 : 0);
-  return {hn::Or(first, hn::ShiftLeft<8>(g)), hn::Or(third, fourth)};
+  const V16 r = Channel(luma, c.r);
+  const V16 g = Channel(luma, c.g);
+  const V16 b = Channel(luma, c.b);
+  return {BlueFirst ? b : r, g, BlueFirst ? r : b};
 }
+
+// Bytes of the even pixels in the lower half of each block, of the odd ones
+// in the upper half, into pixel order.
+alignas(16) constexpr uint8_t EvenOddToOrder[16] = {0, 8,  1, 9,  2, 10, 3, 11,
+                                                    4, 12, 5, 13, 6, 14, 7, 15};
 
 // Each 128-bit block of a result holds four whole pixels; the shuffle drops
 // the fourth byte of each for three-byte pixels.
@@ -139,15 +174,26 @@ HWY_ATTR HWY_INLINE void StoreBlock(hn::Vec<hn::Full128<uint8_t>> block, uint8_t
   }
 }
 
-// Block 0 or 1 of a vector of one or two 128-bit blocks.
-template <class D>
-HWY_INLINE hn::Vec<hn::Full128<uint8_t>> GetBlock(D, hn::Vec<D> v, size_t block) {
-  if constexpr (hn::MaxLanes(D()) == 16) {
+// Block `block` of a vector of one, two or four 128-bit blocks.
+template <class V> HWY_INLINE hn::Vec<D128> GetBlock(V v, size_t block) {
+#if HWY_ARCH_X86 && HWY_TARGET <= HWY_AVX3
+  switch (block) {
+  case 0:
+    return hn::Vec<D128>{_mm512_castsi512_si128(v.raw)};
+  case 1:
+    return hn::Vec<D128>{_mm512_extracti32x4_epi32(v.raw, 1)};
+  case 2:
+    return hn::Vec<D128>{_mm512_extracti32x4_epi32(v.raw, 2)};
+  default:
+    return hn::Vec<D128>{_mm512_extracti32x4_epi32(v.raw, 3)};
+  }
+#else
+  if constexpr (BlocksPerVector == 1) {
     return v;
   } else {
-    const hn::Full128<uint8_t> d128;
-    return block == 0 ? hn::LowerHalf(d128, v) : hn::UpperHalf(d128, v);
+    return block == 0 ? hn::LowerHalf(D128(), v) : hn::UpperHalf(D128(), v);
   }
+#endif
 }
 
 template <size_t PixelBytes, bool BlueFirst>
@@ -155,45 +201,83 @@ HWY_INLINE void StorePixels(const SmToRgbVectors& k, const SmChromaTerms& even,
                             const SmChromaTerms& odd, const uint8_t* luma, uint8_t* out,
                             bool lastInRow) {
   const D8 d;
-  const hn::RepartitionToWide<DU16> d32;
   const V8 yv = hn::LoadU(d, luma);
-  const SmPixelHalves e = ToPixels<PixelBytes, BlueFirst>(k, EvenBytes(yv), even);
-  const SmPixelHalves o = ToPixels<PixelBytes, BlueFirst>(k, OddBytes(yv), odd);
-  // Per block: even pixels 0, 2, 4, 6 and 8, 10, 12, 14, the odd ones
-  // between, then pixels 0..3, 4..7, 8..11, 12..15 of the block.
-  const auto evenLow = hn::BitCast(d32, hn::InterleaveLower(DU16(), e.low, e.high));
-  const auto evenHigh = hn::BitCast(d32, hn::InterleaveUpper(DU16(), e.low, e.high));
-  const auto oddLow = hn::BitCast(d32, hn::InterleaveLower(DU16(), o.low, o.high));
-  const auto oddHigh = hn::BitCast(d32, hn::InterleaveUpper(DU16(), o.low, o.high));
-  const V8 q0 = hn::BitCast(d, hn::InterleaveLower(d32, evenLow, oddLow));
-  const V8 q1 = hn::BitCast(d, hn::InterleaveUpper(d32, evenLow, oddLow));
-  const V8 q2 = hn::BitCast(d, hn::InterleaveLower(d32, evenHigh, oddHigh));
-  const V8 q3 = hn::BitCast(d, hn::InterleaveUpper(d32, evenHigh, oddHigh));
-  constexpr size_t Blocks = hn::MaxLanes(D8()) / 16;
-  if constexpr (PixelBytes == 4 && Blocks == 2) {
-    // Whole vectors of eight pixels: one block swap each instead of
-    // extracting the upper blocks one by one.
-    hn::StoreU(hn::ConcatLowerLower(d, q1, q0), d, out);
-    hn::StoreU(hn::ConcatLowerLower(d, q3, q2), d, out + 32);
-    hn::StoreU(hn::ConcatUpperUpper(d, q1, q0), d, out + 64);
-    hn::StoreU(hn::ConcatUpperUpper(d, q3, q2), d, out + 96);
+  const SmChannels e = ToChannels<BlueFirst>(k, EvenBytes(yv), even);
+  const SmChannels o = ToChannels<BlueFirst>(k, OddBytes(yv), odd);
+  // The saturating packs clamp; interleaving the even and odd pixels' bytes
+  // then gives each channel in pixel order, 16 pixels per block.
+  const V8 firstSecondEven = PackWithinBlocks(d, e.first, e.second);
+  const V8 firstSecondOdd = PackWithinBlocks(d, o.first, o.second);
+  const V8 first = hn::InterleaveLower(d, firstSecondEven, firstSecondOdd);
+  const V8 second = hn::InterleaveUpper(d, firstSecondEven, firstSecondOdd);
+  const V8 third = hn::TableLookupBytes(PackWithinBlocks(d, e.third, o.third),
+                                        hn::LoadDup128(d, EvenOddToOrder));
+  const V8 fourth = hn::Set(d, PixelBytes == 4 ? 0xFF : 0);
+  const V8 pairsLow = hn::InterleaveLower(d, first, second);
+  const V8 pairsHigh = hn::InterleaveUpper(d, first, second);
+  const V8 restLow = hn::InterleaveLower(d, third, fourth);
+  const V8 restHigh = hn::InterleaveUpper(d, third, fourth);
+  // Per block: pixels 0..3, 4..7, 8..11, 12..15 of the block.
+  const V8 q0 = hn::BitCast(
+      d, hn::InterleaveLower(DU16(), hn::BitCast(DU16(), pairsLow), hn::BitCast(DU16(), restLow)));
+  const V8 q1 = hn::BitCast(
+      d, hn::InterleaveUpper(DU16(), hn::BitCast(DU16(), pairsLow), hn::BitCast(DU16(), restLow)));
+  const V8 q2 = hn::BitCast(d, hn::InterleaveLower(DU16(), hn::BitCast(DU16(), pairsHigh),
+                                                   hn::BitCast(DU16(), restHigh)));
+  const V8 q3 = hn::BitCast(d, hn::InterleaveUpper(DU16(), hn::BitCast(DU16(), pairsHigh),
+                                                   hn::BitCast(DU16(), restHigh)));
+  if constexpr (PixelBytes == 4) {
+#if HWY_ARCH_X86 && HWY_TARGET <= HWY_AVX3
+    // Whole vectors of sixteen pixels: block b of the four results, which a
+    // transposition of the blocks gathers.
+    const __m512i t0 = _mm512_shuffle_i64x2(q0.raw, q1.raw, _MM_SHUFFLE(1, 0, 1, 0));
+    const __m512i t1 = _mm512_shuffle_i64x2(q0.raw, q1.raw, _MM_SHUFFLE(3, 2, 3, 2));
+    const __m512i t2 = _mm512_shuffle_i64x2(q2.raw, q3.raw, _MM_SHUFFLE(1, 0, 1, 0));
+    const __m512i t3 = _mm512_shuffle_i64x2(q2.raw, q3.raw, _MM_SHUFFLE(3, 2, 3, 2));
+    hn::StoreU(V8{_mm512_shuffle_i64x2(t0, t2, _MM_SHUFFLE(2, 0, 2, 0))}, d, out);
+    hn::StoreU(V8{_mm512_shuffle_i64x2(t0, t2, _MM_SHUFFLE(3, 1, 3, 1))}, d, out + 64);
+    hn::StoreU(V8{_mm512_shuffle_i64x2(t1, t3, _MM_SHUFFLE(2, 0, 2, 0))}, d, out + 128);
+    hn::StoreU(V8{_mm512_shuffle_i64x2(t1, t3, _MM_SHUFFLE(3, 1, 3, 1))}, d, out + 192);
     return;
+#else
+    if constexpr (BlocksPerVector == 2) {
+      // Whole vectors of eight pixels: one block swap each instead of
+      // extracting the upper blocks one by one.
+      hn::StoreU(hn::ConcatLowerLower(d, q1, q0), d, out);
+      hn::StoreU(hn::ConcatLowerLower(d, q3, q2), d, out + 32);
+      hn::StoreU(hn::ConcatUpperUpper(d, q1, q0), d, out + 64);
+      hn::StoreU(hn::ConcatUpperUpper(d, q3, q2), d, out + 96);
+      return;
+    }
+#endif
   }
-  for (size_t block = 0; block < Blocks; ++block) {
+  for (size_t block = 0; block < BlocksPerVector; ++block) {
     uint8_t* at = out + PixelBytes * 16 * block;
-    StoreBlock<PixelBytes>(GetBlock(d, q0, block), at, false);
-    StoreBlock<PixelBytes>(GetBlock(d, q1, block), at + PixelBytes * 4, false);
-    StoreBlock<PixelBytes>(GetBlock(d, q2, block), at + PixelBytes * 8, false);
-    StoreBlock<PixelBytes>(GetBlock(d, q3, block), at + PixelBytes * 12,
-                           lastInRow && block + 1 == Blocks);
+    StoreBlock<PixelBytes>(GetBlock(q0, block), at, false);
+    StoreBlock<PixelBytes>(GetBlock(q1, block), at + PixelBytes * 4, false);
+    StoreBlock<PixelBytes>(GetBlock(q2, block), at + PixelBytes * 8, false);
+    StoreBlock<PixelBytes>(GetBlock(q3, block), at + PixelBytes * 12,
+                           lastInRow && block + 1 == BlocksPerVector);
   }
 }
 
+// Where the last vector of a row starts: the columns that do not fill a
+// vector take one more that overlaps the one before and computes the same
+// pixels again. It starts on a chroma sample; with chroma of two columns an
+// odd column can be left over.
+size_t LastVectorStart(size_t width, SmChromaLayout chroma) {
+  const size_t n = hn::Lanes(D8());
+  const size_t step = chroma == Chroma444 ? 1 : 2;
+  return (width - n) / step * step;
+}
+
+// Rows at least one vector wide.
 template <size_t PixelBytes, bool BlueFirst>
 void YCbCrToRgbRows(const SmYCbCrSource& s, SmChromaLayout chroma, uint8_t* dst, size_t dstStride,
                     size_t width, size_t height, const SmToRgbVectors& k) {
   const D8 d;
   const size_t n = hn::Lanes(d);
+  const size_t last = LastVectorStart(width, chroma);
   // 4:2:0 takes two rows per chroma row, so the colour terms are computed once for both.
   const size_t rowsPerChromaRow = chroma == Chroma420 ? 2 : 1;
   for (size_t y = 0; y < height; y += rowsPerChromaRow) {
@@ -201,7 +285,7 @@ void YCbCrToRgbRows(const SmYCbCrSource& s, SmChromaLayout chroma, uint8_t* dst,
     const size_t cy = y / rowsPerChromaRow;
     const uint8_t* cbRow = s.cb + cy * s.cbStride;
     const uint8_t* crRow = s.cr + cy * s.crStride;
-    for (size_t x = 0; x + n <= width; x += n) {
+    for (size_t x = 0;; x = std::min(x + n, last)) {
       SmChromaTerms even, odd;
       if (chroma == Chroma444) {
         const V8 cbv = hn::LoadU(d, cbRow + x);
@@ -219,10 +303,23 @@ void YCbCrToRgbRows(const SmYCbCrSource& s, SmChromaLayout chroma, uint8_t* dst,
                                            dst + (y + r) * dstStride + PixelBytes * x,
                                            x + n > width - n);
       }
+      if (x == last) {
+        break;
+      }
     }
   }
 }
 
+} // namespace NmToRgb
+
+// From RGB a vector is read in parts of 128 bits, at most two of them.
+namespace NmFromRgb {
+using D8 = hn::CappedTag<uint8_t, 32>;
+using D16 = hn::Repartition<int16_t, D8>;
+using DU16 = hn::Repartition<uint16_t, D8>;
+using DH8 = hn::Rebind<uint8_t, D16>;
+using V16 = hn::Vec<D16>;
+using V8 = hn::Vec<D8>;
 using D32 = hn::Repartition<int32_t, D8>;
 using V32 = hn::Vec<D32>;
 using D128 = hn::Full128<uint8_t>;
@@ -333,28 +430,11 @@ HWY_INLINE SmRowPairs LoadPairs(const SmRgbShuffles& s, const SmFromRgbVectors& 
   return p;
 }
 
-// Signed 16-bit lanes to bytes, clamped to 0..255, the first argument's
-// lanes before the second's within each 128-bit block.
-HWY_INLINE V8 PackWithinBlocks(V16 first, V16 second) {
-#if HWY_ARCH_X86 && HWY_TARGET <= HWY_AVX2
-  return V8{_mm256_packus_epi16(first.raw, second.raw)};
-#elif HWY_ARCH_X86
-  return V8{_mm_packus_epi16(first.raw, second.raw)};
-#else
-  static_assert(BlocksPerVector == 1, "the generic form packs a single block only");
-  const D16 d;
-  const auto clamp = [&](V16 v) {
-    return hn::BitCast(D8(), hn::Min(hn::Max(v, hn::Zero(d)), hn::Set(d, 255)));
-  };
-  return hn::ConcatEven(D8(), clamp(second), clamp(first));
-#endif
-}
-
 // Four parts of results as bytes in pixel order, clamped by the saturating
 // packs.
 HWY_INLINE V8 PackParts(const V32 parts[4]) {
   const D16 d;
-  return PackWithinBlocks(hn::ReorderDemote2To(d, parts[0], parts[1]),
+  return PackWithinBlocks(D8(), hn::ReorderDemote2To(d, parts[0], parts[1]),
                           hn::ReorderDemote2To(d, parts[2], parts[3]));
 }
 
@@ -401,7 +481,7 @@ HWY_INLINE void StoreSubsampledChroma(const SmFromRgbVectors& k, const SmRowPair
                                       ChromaHalf(k, 1, p, 1, log2Pixels));
   const V16 cr = hn::ReorderDemote2To(d, ChromaHalf(k, 2, p, 0, log2Pixels),
                                       ChromaHalf(k, 2, p, 1, log2Pixels));
-  V8 both = PackWithinBlocks(cb, cr);
+  V8 both = PackWithinBlocks(D8(), cb, cr);
 #if HWY_ARCH_X86 && HWY_TARGET <= HWY_AVX2
   // The eight bytes of each channel per block, gathered into one block each.
   both = V8{_mm256_permute4x64_epi64(both.raw, _MM_SHUFFLE(3, 1, 2, 0))};
@@ -472,6 +552,7 @@ void RgbToYCbCrColumns(const uint8_t* src, size_t srcStride, SmPackedLayout layo
     }
   }
 }
+} // namespace NmFromRgb
 #endif
 
 void YCbCrToRgbImpl(const SmYCbCrSource& source, SmChromaLayout chroma, uint8_t* dst,
@@ -479,15 +560,21 @@ void YCbCrToRgbImpl(const SmYCbCrSource& source, SmChromaLayout chroma, uint8_t*
                     SmYCbCrMatrix matrix) {
   size_t done = 0;
 #if HWY_TARGET != HWY_SCALAR
-  const size_t n = hn::Lanes(D8());
-  done = width - width % n;
-  const SmToRgbVectors k(F::GetToRgbConstants(matrix));
+  const size_t n = hn::Lanes(NmToRgb::D8());
+  if (width < n) {
+    NmReference::YCbCrToRgb(source, chroma, dst, dstStride, layout, width, height, matrix);
+    return;
+  }
+  done = NmToRgb::LastVectorStart(width, chroma) + n;
+  const NmToRgb::SmToRgbVectors k(F::GetToRgbConstants(matrix));
   using Rows = void (*)(const SmYCbCrSource&, SmChromaLayout, uint8_t*, size_t, size_t, size_t,
-                        const SmToRgbVectors&);
+                        const NmToRgb::SmToRgbVectors&);
   const Rows rows = layout.pixelBytes == 3
-                        ? (layout.blueFirst ? &YCbCrToRgbRows<3, true> : &YCbCrToRgbRows<3, false>)
-                        : (layout.blueFirst ? &YCbCrToRgbRows<4, true> : &YCbCrToRgbRows<4, false>);
-  rows(source, chroma, dst, dstStride, done, height, k);
+                        ? (layout.blueFirst ? &NmToRgb::YCbCrToRgbRows<3, true>
+                                            : &NmToRgb::YCbCrToRgbRows<3, false>)
+                        : (layout.blueFirst ? &NmToRgb::YCbCrToRgbRows<4, true>
+                                            : &NmToRgb::YCbCrToRgbRows<4, false>);
+  rows(source, chroma, dst, dstStride, width, height, k);
 #endif
   if (done < width) {
     const size_t chromaDone = chroma == Chroma444 ? done : done / 2;
@@ -503,10 +590,10 @@ void RgbToYCbCrImpl(const uint8_t* src, size_t srcStride, SmPackedLayout layout,
                     size_t height, SmYCbCrMatrix matrix) {
   size_t done = 0;
 #if HWY_TARGET != HWY_SCALAR
-  const size_t n = hn::Lanes(D8());
+  const size_t n = hn::Lanes(NmFromRgb::D8());
   done = width - width % n;
-  const SmFromRgbVectors k(F::GetFromRgbConstants(matrix));
-  RgbToYCbCrColumns(src, srcStride, layout, destination, chroma, done, height, k);
+  const NmFromRgb::SmFromRgbVectors k(F::GetFromRgbConstants(matrix));
+  NmFromRgb::RgbToYCbCrColumns(src, srcStride, layout, destination, chroma, done, height, k);
 #endif
   if (done < width) {
     const size_t chromaDone = chroma == Chroma444 ? done : done / 2;
