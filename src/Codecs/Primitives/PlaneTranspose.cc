@@ -1,4 +1,4 @@
-// Vector transposition: single bytes eight rows at a time, four-byte pixels
+// Vector transposition: single bytes sixteen rows at a time, four-byte pixels
 // as 32-bit lanes, three-byte pixels in 8 x 8 blocks one byte plane at a
 // time; the borders that do not fill a block take the plain loop.
 #undef HWY_TARGET_INCLUDE
@@ -108,15 +108,70 @@ HWY_INLINE void TransposeEightRows(D d, const uint8_t* src, size_t srcStride, ui
   }
 }
 
-// Single bytes go eight rows at a time, 32 columns where 256-bit vectors
-// exist. Tiles of 64 source rows keep the destination lines that a tile
-// writes in the cache until they are whole.
+// Sixteen source rows by Lanes(d) columns, by interleaving at 8, 16, 32 and
+// 64 bits; each 128-bit block of a result is one destination row of sixteen
+// bytes, written whole.
+template <class D>
+HWY_INLINE void TransposeSixteenRows(D d, const uint8_t* src, size_t srcStride, uint8_t* dst,
+                                     size_t dstStride, size_t width, size_t height, size_t sr,
+                                     size_t sc, bool flipColumns, bool flipRows) {
+  const hn::Repartition<uint16_t, D> d16;
+  const hn::Repartition<uint32_t, D> d32;
+  const hn::Repartition<uint64_t, D> d64;
+  hn::Vec<D> r[16];
+  for (size_t j = 0; j < 16; ++j) {
+    const size_t row = flipColumns ? sr + 15 - j : sr + j;
+    r[j] = hn::LoadU(d, src + row * srcStride + sc);
+  }
+  // a[k][h]: rows 2k and 2k + 1, columns 8h to 8h + 7 as 16-bit lanes.
+  hn::Vec<decltype(d16)> a[8][2];
+  for (size_t k = 0; k < 8; ++k) {
+    a[k][0] = hn::BitCast(d16, hn::InterleaveLower(d, r[2 * k], r[2 * k + 1]));
+    a[k][1] = hn::BitCast(d16, hn::InterleaveUpper(d, r[2 * k], r[2 * k + 1]));
+  }
+  // b[m][q]: rows 4m to 4m + 3, columns 4q to 4q + 3 as 32-bit lanes.
+  hn::Vec<decltype(d32)> b[4][4];
+  for (size_t m = 0; m < 4; ++m) {
+    for (size_t h = 0; h < 2; ++h) {
+      b[m][2 * h] = hn::BitCast(d32, hn::InterleaveLower(d16, a[2 * m][h], a[2 * m + 1][h]));
+      b[m][2 * h + 1] = hn::BitCast(d32, hn::InterleaveUpper(d16, a[2 * m][h], a[2 * m + 1][h]));
+    }
+  }
+  // c[o][p]: rows 8o to 8o + 7, columns 2p and 2p + 1 as 64-bit lanes.
+  hn::Vec<decltype(d64)> c[2][8];
+  for (size_t o = 0; o < 2; ++o) {
+    for (size_t q = 0; q < 4; ++q) {
+      c[o][2 * q] = hn::BitCast(d64, hn::InterleaveLower(d32, b[2 * o][q], b[2 * o + 1][q]));
+      c[o][2 * q + 1] = hn::BitCast(d64, hn::InterleaveUpper(d32, b[2 * o][q], b[2 * o + 1][q]));
+    }
+  }
+  const size_t x = flipColumns ? height - 16 - sr : sr;
+  const D128 d128;
+  const auto store = [&](hn::Vec<decltype(d64)> column, size_t k) {
+    const hn::Vec<D> bytes = hn::BitCast(d, column);
+    const auto row = [&](size_t c) { return dst + (flipRows ? width - 1 - c : c) * dstStride + x; };
+    if constexpr (hn::MaxLanes(D()) == 16) {
+      hn::StoreU(bytes, d128, row(sc + k));
+    } else {
+      hn::StoreU(hn::LowerHalf(d128, bytes), d128, row(sc + k));
+      hn::StoreU(hn::UpperHalf(d128, bytes), d128, row(sc + 16 + k));
+    }
+  };
+  for (size_t p = 0; p < 8; ++p) {
+    store(hn::InterleaveLower(d64, c[0][p], c[1][p]), 2 * p);
+    store(hn::InterleaveUpper(d64, c[0][p], c[1][p]), 2 * p + 1);
+  }
+}
+
+// Single bytes go sixteen rows at a time (eight for a remainder of eight),
+// 32 columns where 256-bit vectors exist. Tiles of 64 source rows keep the
+// destination lines that a tile writes in the cache until they are whole.
 void TransposeBytes(const uint8_t* src, size_t srcStride, uint8_t* dst, size_t dstStride,
                     size_t width, size_t height, bool flipColumns, bool flipRows) {
   constexpr size_t Tile = 64;
   const size_t blockHeight = height - height % 8;
   const size_t blockWidth = width - width % 16;
-#if HWY_TARGET == HWY_AVX2
+#if HWY_ARCH_X86 && HWY_TARGET <= HWY_AVX2
   const hn::Full256<uint8_t> wide;
   const size_t wideWidth = width - width % 32;
 #else
@@ -124,18 +179,25 @@ void TransposeBytes(const uint8_t* src, size_t srcStride, uint8_t* dst, size_t d
   const size_t wideWidth = blockWidth;
 #endif
   const size_t step = hn::Lanes(wide);
+  const auto rows = [&](auto d, size_t sr, size_t sc) {
+    if (sr + 16 <= blockHeight) {
+      TransposeSixteenRows(d, src, srcStride, dst, dstStride, width, height, sr, sc, flipColumns,
+                           flipRows);
+    } else {
+      TransposeEightRows(d, src, srcStride, dst, dstStride, width, height, sr, sc, flipColumns,
+                         flipRows);
+    }
+  };
   for (size_t tr = 0; tr < blockHeight; tr += Tile) {
     const size_t rowEnd = std::min(tr + Tile, blockHeight);
     for (size_t sc = 0; sc < wideWidth; sc += step) {
-      for (size_t sr = tr; sr < rowEnd; sr += 8) {
-        TransposeEightRows(wide, src, srcStride, dst, dstStride, width, height, sr, sc, flipColumns,
-                           flipRows);
+      for (size_t sr = tr; sr < rowEnd; sr += sr + 16 <= blockHeight ? 16 : 8) {
+        rows(wide, sr, sc);
       }
     }
     for (size_t sc = wideWidth; sc < blockWidth; sc += 16) {
-      for (size_t sr = tr; sr < rowEnd; sr += 8) {
-        TransposeEightRows(D128(), src, srcStride, dst, dstStride, width, height, sr, sc,
-                           flipColumns, flipRows);
+      for (size_t sr = tr; sr < rowEnd; sr += sr + 16 <= blockHeight ? 16 : 8) {
+        rows(D128(), sr, sc);
       }
     }
   }
