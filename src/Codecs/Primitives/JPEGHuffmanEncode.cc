@@ -1,8 +1,9 @@
 // The block encoder with a vector front end, compiled once per Highway
 // target: one comparison per vector finds the non-zero coefficients, a table
 // reorders that mask from natural into zig-zag order eight bits at a time,
-// and the serial part jumps from one non-zero coefficient to the next, so
-// that zeros, most of a block, cost nothing.
+// the categories and value bits of all coefficients come from a few vector
+// steps, and the serial part jumps from one non-zero coefficient to the
+// next, so that zeros, most of a block, cost nothing.
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "Codecs/Primitives/JPEGHuffmanEncode.cc"
 #include <hwy/foreach_target.h> // IWYU pragma: keep
@@ -107,11 +108,6 @@ HWY_INLINE int Category(uint32_t magnitude) {
   return magnitude == 0 ? 0 : 32 - __builtin_clz(magnitude);
 }
 
-// The same for a value known not to be zero, without the branch.
-HWY_INLINE int CategoryOfNonZero(uint32_t magnitude) {
-  return 32 - __builtin_clz(magnitude);
-}
-
 } // namespace
 } // namespace NmPrimitives
 #endif
@@ -138,6 +134,39 @@ HWY_INLINE uint64_t NonZeroMask(const int16_t* block) {
   return ~zeros;
 }
 
+// Per coefficient in natural order, for the whole block at once: the
+// category of its value limited to +-1023, and the value itself as it is
+// sent, v - 1 for negative ones, whose low `category` bits are the code.
+struct SmCategorized {
+  alignas(64) int16_t category[64];
+  alignas(64) int16_t bits[64];
+};
+
+HWY_INLINE void Categorize(const int16_t* block, SmCategorized& out) {
+  const hn::CappedTag<int16_t, 32> d;
+  const auto one = hn::Set(d, 1);
+  HWY_UNROLL(4)
+  for (size_t i = 0; i < 64; i += hn::Lanes(d)) {
+    const auto value =
+        hn::Min(hn::Max(hn::LoadU(d, block + i), hn::Set(d, -1023)), hn::Set(d, 1023));
+    // The number of significant bits of the magnitude, below 1024, by
+    // halving the range three times; what is left below 4 has min(m, 2).
+    auto magnitude = hn::Abs(value);
+    const auto above8 = hn::Gt(magnitude, hn::Set(d, 255));
+    auto category = hn::IfThenElseZero(above8, hn::Set(d, 8));
+    magnitude = hn::IfThenElse(above8, hn::ShiftRight<8>(magnitude), magnitude);
+    const auto above4 = hn::Gt(magnitude, hn::Set(d, 15));
+    category = hn::Add(category, hn::IfThenElseZero(above4, hn::Set(d, 4)));
+    magnitude = hn::IfThenElse(above4, hn::ShiftRight<4>(magnitude), magnitude);
+    const auto above2 = hn::Gt(magnitude, hn::Set(d, 3));
+    category = hn::Add(category, hn::IfThenElseZero(above2, hn::Set(d, 2)));
+    magnitude = hn::IfThenElse(above2, hn::ShiftRight<2>(magnitude), magnitude);
+    category = hn::Add(category, hn::Min(magnitude, hn::Add(one, one)));
+    hn::Store(category, d, out.category + i);
+    hn::Store(hn::Add(value, hn::ShiftRight<15>(value)), d, out.bits + i);
+  }
+}
+
 HWY_INLINE void EncodeOne(const int16_t* block, int32_t& lastDC, const SmHuffmanEncodeTable& dc,
                           const SmHuffmanEncodeTable& ac, CmFastBitWriter& bits) {
   const uint64_t natural = NonZeroMask(block);
@@ -146,6 +175,8 @@ HWY_INLINE void EncodeOne(const int16_t* block, int32_t& lastDC, const SmHuffman
   for (int row = 0; row < 8; ++row) {
     zigZag |= ZigZagSpread.bits[row][(natural >> (8 * row)) & 0xFF];
   }
+  SmCategorized coded;
+  Categorize(block, coded);
 
   const int32_t difference = std::clamp<int32_t>(block[0] - lastDC, -2047, 2047);
   lastDC = block[0];
@@ -162,10 +193,10 @@ HWY_INLINE void EncodeOne(const int16_t* block, int32_t& lastDC, const SmHuffman
     for (; run > 15; run -= 16) {
       bits.Put(ac.code[0xF0], ac.size[0xF0]);
     }
-    const int32_t value = std::clamp<int32_t>(block[kJPEGNaturalOrder[position]], -1023, 1023);
-    const int size = CategoryOfNonZero(static_cast<uint32_t>(std::abs(value)));
+    const int at = kJPEGNaturalOrder[position];
+    const int size = coded.category[at];
     const int symbol = (run << 4) | size;
-    const uint32_t valueBits = static_cast<uint32_t>(value + (value >> 31));
+    const uint32_t valueBits = static_cast<uint16_t>(coded.bits[at]);
     bits.Put((uint64_t{ac.code[symbol]} << size) | (valueBits & ((1u << size) - 1)),
              ac.size[symbol] + size);
     last = position;
