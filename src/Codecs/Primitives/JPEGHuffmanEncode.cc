@@ -134,7 +134,7 @@ HWY_INLINE uint64_t NonZeroMask(const int16_t* block) {
   return ~zeros;
 }
 
-// Per coefficient in natural order, for the whole block at once: the
+// Per coefficient, in the block's order, for the whole block at once: the
 // category of its value limited to +-1023, and the value itself as it is
 // sent, v - 1 for negative ones, whose low `category` bits are the code.
 struct SmCategorized {
@@ -167,16 +167,46 @@ HWY_INLINE void Categorize(const int16_t* block, SmCategorized& out) {
   }
 }
 
+#if HWY_ARCH_X86 && HWY_TARGET <= HWY_AVX3
+// Targets with a permutation of 16-bit lanes across two vectors put the
+// block in zig-zag order first; the mask and the categories then come in
+// that order, and the serial part reads them by position.
+constexpr bool InZigZagOrder = true;
+
+// Zig-zag position k holds coefficient ZigZagToNatural[k] (T.81 figure A.6).
+alignas(64) constexpr int16_t ZigZagToNatural[64] = {
+    0,  1,  8,  16, 9,  2,  3,  10, 17, 24, 32, 25, 18, 11, 4,  5,  12, 19, 26, 33, 40, 48,
+    41, 34, 27, 20, 13, 6,  7,  14, 21, 28, 35, 42, 49, 56, 57, 50, 43, 36, 29, 22, 15, 23,
+    30, 37, 44, 51, 58, 59, 52, 45, 38, 31, 39, 46, 53, 60, 61, 54, 47, 55, 62, 63};
+
+HWY_INLINE void ToZigZag(const int16_t* block, int16_t* out) {
+  const __m512i low = _mm512_loadu_si512(block);
+  const __m512i high = _mm512_loadu_si512(block + 32);
+  _mm512_store_si512(out, _mm512_permutex2var_epi16(low, _mm512_load_si512(ZigZagToNatural), high));
+  _mm512_store_si512(out + 32,
+                     _mm512_permutex2var_epi16(low, _mm512_load_si512(ZigZagToNatural + 32), high));
+}
+#else
+constexpr bool InZigZagOrder = false;
+#endif
+
 HWY_INLINE void EncodeOne(const int16_t* block, int32_t& lastDC, const SmHuffmanEncodeTable& dc,
                           const SmHuffmanEncodeTable& ac, CmFastBitWriter& bits) {
-  const uint64_t natural = NonZeroMask(block);
   uint64_t zigZag = 0;
+  SmCategorized coded;
+#if HWY_ARCH_X86 && HWY_TARGET <= HWY_AVX3
+  alignas(64) int16_t ordered[64];
+  ToZigZag(block, ordered);
+  zigZag = NonZeroMask(ordered);
+  Categorize(ordered, coded);
+#else
+  const uint64_t natural = NonZeroMask(block);
   HWY_UNROLL(8)
   for (int row = 0; row < 8; ++row) {
     zigZag |= ZigZagSpread.bits[row][(natural >> (8 * row)) & 0xFF];
   }
-  SmCategorized coded;
   Categorize(block, coded);
+#endif
 
   const int32_t difference = std::clamp<int32_t>(block[0] - lastDC, -2047, 2047);
   lastDC = block[0];
@@ -193,7 +223,7 @@ HWY_INLINE void EncodeOne(const int16_t* block, int32_t& lastDC, const SmHuffman
     for (; run > 15; run -= 16) {
       bits.Put(ac.code[0xF0], ac.size[0xF0]);
     }
-    const int at = kJPEGNaturalOrder[position];
+    const int at = InZigZagOrder ? position : kJPEGNaturalOrder[position];
     const int size = coded.category[at];
     const int symbol = (run << 4) | size;
     const uint32_t valueBits = static_cast<uint16_t>(coded.bits[at]);
