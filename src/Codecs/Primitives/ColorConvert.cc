@@ -57,8 +57,6 @@ using DU16 = hn::Repartition<uint16_t, D8>;
 using DH8 = hn::Rebind<uint8_t, D16>;
 using V16 = hn::Vec<D16>;
 using V8 = hn::Vec<D8>;
-using D32 = hn::Repartition<int32_t, D8>;
-using V32 = hn::Vec<D32>;
 using D128 = hn::Full128<uint8_t>;
 constexpr size_t BlocksPerVector = hn::MaxLanes(D8()) / 16;
 
@@ -316,14 +314,11 @@ void YCbCrToRgbRows(const SmYCbCrSource& s, SmChromaLayout chroma, uint8_t* dst,
 namespace NmFromRgb {
 using D8 = hn::CappedTag<uint8_t, 32>;
 using D16 = hn::Repartition<int16_t, D8>;
-using DU16 = hn::Repartition<uint16_t, D8>;
-using DH8 = hn::Rebind<uint8_t, D16>;
 using V16 = hn::Vec<D16>;
 using V8 = hn::Vec<D8>;
 using D32 = hn::Repartition<int32_t, D8>;
 using V32 = hn::Vec<D32>;
 using D128 = hn::Full128<uint8_t>;
-constexpr size_t BlocksPerVector = hn::MaxLanes(D8()) / 16;
 
 // A vector of pixels is read as four parts of four pixels per 128-bit block.
 // Part q of block b starts at this pixel, so that the packs within blocks of

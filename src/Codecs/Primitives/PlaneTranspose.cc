@@ -3,7 +3,6 @@
 // time; the borders that do not fill a block take the plain loop.
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "Codecs/Primitives/PlaneTranspose.cc"
-#include <hwy/cache_control.h>
 #include <hwy/foreach_target.h> // IWYU pragma: keep
 #include <hwy/highway.h>
 
@@ -55,11 +54,20 @@ HWY_INLINE void Transpose8x8(V8 (&r)[8]) {
 
 using D128 = hn::Full128<uint8_t>;
 
-// Eight source rows by Lanes(d) columns, by interleaving at 8, 16 and 32
-// bits; each 64-bit half of a result is one destination row of eight bytes.
-// Fewer vectors are live than in a 16 x 16 transpose, so none are spilled
-// to the stack, and the stores of eight bytes cost less than the shuffles
-// saved.
+// Rows sr to sr + N - 1 of the source from column sc, bottom up when the
+// destination's columns are mirrored.
+template <size_t N, class D>
+HWY_INLINE void LoadRows(D d, const uint8_t* src, size_t srcStride, size_t sr, size_t sc,
+                         bool flipColumns, hn::Vec<D> (&r)[N]) {
+  for (size_t j = 0; j < N; ++j) {
+    const size_t row = flipColumns ? sr + N - 1 - j : sr + j;
+    r[j] = hn::LoadU(d, src + row * srcStride + sc);
+  }
+}
+
+// Eight source rows by Lanes(d) columns, for a remainder of eight rows, by
+// interleaving at 8, 16 and 32 bits; each 64-bit half of a result is one
+// destination row of eight bytes.
 template <class D>
 HWY_INLINE void TransposeEightRows(D d, const uint8_t* src, size_t srcStride, uint8_t* dst,
                                    size_t dstStride, size_t width, size_t height, size_t sr,
@@ -67,11 +75,7 @@ HWY_INLINE void TransposeEightRows(D d, const uint8_t* src, size_t srcStride, ui
   const hn::Repartition<uint16_t, D> d16;
   const hn::Repartition<uint32_t, D> d32;
   hn::Vec<D> r[8];
-  for (size_t j = 0; j < 8; ++j) {
-    const size_t row = flipColumns ? sr + 7 - j : sr + j;
-    r[j] = hn::LoadU(d, src + row * srcStride + sc);
-    hwy::Prefetch(src + row * srcStride + sc + 256);
-  }
+  LoadRows(d, src, srcStride, sr, sc, flipColumns, r);
   // columns[c / 2]: columns c and c + 1 of every block, eight rows each.
   hn::Vec<D> columns[8];
   for (size_t h = 0; h < 2; ++h) {
@@ -119,10 +123,7 @@ HWY_INLINE void TransposeSixteenRows(D d, const uint8_t* src, size_t srcStride, 
   const hn::Repartition<uint32_t, D> d32;
   const hn::Repartition<uint64_t, D> d64;
   hn::Vec<D> r[16];
-  for (size_t j = 0; j < 16; ++j) {
-    const size_t row = flipColumns ? sr + 15 - j : sr + j;
-    r[j] = hn::LoadU(d, src + row * srcStride + sc);
-  }
+  LoadRows(d, src, srcStride, sr, sc, flipColumns, r);
   // a[k][h]: rows 2k and 2k + 1, columns 8h to 8h + 7 as 16-bit lanes.
   hn::Vec<decltype(d16)> a[8][2];
   for (size_t k = 0; k < 8; ++k) {
