@@ -242,10 +242,19 @@ HWY_INLINE void ForwardGroup(const uint8_t* HWY_RESTRICT samples, size_t stride,
   Repeat<8>([&](auto v) HWY_ATTR {
     if constexpr (kGroup == 1) {
       hn::StoreU(x[v], d16, out + v * 8);
-    } else {
+    } else if constexpr (kGroup == 2) {
       const hn::Half<decltype(d16)> dh;
       hn::StoreU(hn::LowerHalf(dh, x[v]), dh, out + v * 8);
       hn::StoreU(hn::UpperHalf(dh, x[v]), dh, out + 64 + v * 8);
+    } else {
+      const hn::Half<decltype(d16)> dh;
+      const hn::Half<decltype(dh)> dq;
+      const auto lower = hn::LowerHalf(dh, x[v]);
+      const auto upper = hn::UpperHalf(dh, x[v]);
+      hn::StoreU(hn::LowerHalf(dq, lower), dq, out + v * 8);
+      hn::StoreU(hn::UpperHalf(dq, lower), dq, out + 64 + v * 8);
+      hn::StoreU(hn::LowerHalf(dq, upper), dq, out + 128 + v * 8);
+      hn::StoreU(hn::UpperHalf(dq, upper), dq, out + 192 + v * 8);
     }
   });
 }
@@ -268,7 +277,8 @@ template <size_t kGroup> void MakeScales(const float reciprocals[64], float* sca
 
 void ForwardDCTQuantizeFixed(const uint8_t* samples, size_t stride, size_t blocks,
                              const float reciprocals[64], int16_t* quantized) {
-  constexpr size_t kGroup = HWY_MAX_BYTES >= 32 ? 2 : 1;
+  // As many blocks side by side as 128-bit blocks fit a vector.
+  constexpr size_t kGroup = HWY_MAX_BYTES >= 64 ? 4 : HWY_MAX_BYTES >= 32 ? 2 : 1;
   HWY_ALIGN float scales[64 * kGroup];
   MakeScales<kGroup>(reciprocals, scales);
   size_t b = 0;
@@ -279,7 +289,9 @@ void ForwardDCTQuantizeFixed(const uint8_t* samples, size_t stride, size_t block
     if (b < blocks) {
       HWY_ALIGN float single[64];
       MakeScales<1>(reciprocals, single);
-      ForwardGroup<1>(samples + 8 * b, stride, single, quantized + 64 * b);
+      for (; b < blocks; ++b) {
+        ForwardGroup<1>(samples + 8 * b, stride, single, quantized + 64 * b);
+      }
     }
   }
 }
