@@ -1,7 +1,7 @@
 // Vector colour conversion, compiled once per Highway target. Each vector
-// holds a whole number of chroma samples. Towards RGB a row's last columns
-// take one more vector that overlaps the one before; from RGB, and in rows
-// narrower than a vector, they take the plain loop.
+// holds a whole number of chroma samples; a row's last columns take one more
+// vector that overlaps the one before, and rows narrower than a vector take
+// the plain loop.
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "Codecs/Primitives/ColorConvert.cc"
 #include <hwy/foreach_target.h> // IWYU pragma: keep
@@ -46,6 +46,15 @@ HWY_INLINE hn::Vec<D8> PackWithinBlocks(D8 d, hn::Vec<hn::Repartition<int16_t, D
   };
   return hn::ConcatEven(d, clamp(second), clamp(first));
 #endif
+}
+
+// Where the last vector of n columns of a row of `width` (at least n)
+// starts: the columns that do not fill a vector take one more that overlaps
+// the one before and computes the same pixels again. It starts on a chroma
+// sample; with chroma of two columns an odd column can be left over.
+HWY_INLINE size_t LastVectorStart(size_t width, size_t n, SmChromaLayout chroma) {
+  const size_t step = chroma == Chroma444 ? 1 : 2;
+  return (width - n) / step * step;
 }
 
 // Towards RGB the vectors are as wide as the target has them: the work per
@@ -259,23 +268,13 @@ HWY_INLINE void StorePixels(const SmToRgbVectors& k, const SmChromaTerms& even,
   }
 }
 
-// Where the last vector of a row starts: the columns that do not fill a
-// vector take one more that overlaps the one before and computes the same
-// pixels again. It starts on a chroma sample; with chroma of two columns an
-// odd column can be left over.
-size_t LastVectorStart(size_t width, SmChromaLayout chroma) {
-  const size_t n = hn::Lanes(D8());
-  const size_t step = chroma == Chroma444 ? 1 : 2;
-  return (width - n) / step * step;
-}
-
 // Rows at least one vector wide.
 template <size_t PixelBytes, bool BlueFirst>
 void YCbCrToRgbRows(const SmYCbCrSource& s, SmChromaLayout chroma, uint8_t* dst, size_t dstStride,
                     size_t width, size_t height, const SmToRgbVectors& k) {
   const D8 d;
   const size_t n = hn::Lanes(d);
-  const size_t last = LastVectorStart(width, chroma);
+  const size_t last = LastVectorStart(width, n, chroma);
   // 4:2:0 takes two rows per chroma row, so the colour terms are computed once for both.
   const size_t rowsPerChromaRow = chroma == Chroma420 ? 2 : 1;
   for (size_t y = 0; y < height; y += rowsPerChromaRow) {
@@ -310,15 +309,16 @@ void YCbCrToRgbRows(const SmYCbCrSource& s, SmChromaLayout chroma, uint8_t* dst,
 
 } // namespace NmToRgb
 
-// From RGB a vector is read in parts of 128 bits, at most two of them.
+// From RGB a vector is read in parts of 128 bits.
 namespace NmFromRgb {
-using D8 = hn::CappedTag<uint8_t, 32>;
+using D8 = hn::CappedTag<uint8_t, 64>;
 using D16 = hn::Repartition<int16_t, D8>;
 using V16 = hn::Vec<D16>;
 using V8 = hn::Vec<D8>;
 using D32 = hn::Repartition<int32_t, D8>;
 using V32 = hn::Vec<D32>;
 using D128 = hn::Full128<uint8_t>;
+constexpr size_t BlocksPerVector = hn::MaxLanes(D8()) / 16;
 
 // A vector of pixels is read as four parts of four pixels per 128-bit block.
 // Part q of block b starts at this pixel, so that the packs within blocks of
@@ -335,8 +335,8 @@ constexpr size_t PartStart(size_t part, size_t block) {
 struct SmRgbShuffles {
   explicit SmRgbShuffles(SmPackedLayout layout) {
     for (size_t first = 0; first < 2; ++first) {
-      alignas(32) uint8_t rg[32], b[32];
-      for (size_t block = 0; block < 2; ++block) {
+      alignas(64) uint8_t rg[16 * BlocksPerVector], b[16 * BlocksPerVector];
+      for (size_t block = 0; block < BlocksPerVector; ++block) {
         const size_t skip = ReadBack(layout.pixelBytes, first == 1 && block == 0 ? 0 : 4);
         for (size_t j = 0; j < 4; ++j) {
           uint8_t* pair = rg + 16 * block + 4 * j;
@@ -406,8 +406,12 @@ HWY_INLINE hn::Vec<D> LoadPart(D d, const uint8_t* row, size_t pixelBytes, size_
   };
   if constexpr (hn::MaxLanes(d) == 16) {
     return hn::LoadU(d, at(0));
-  } else {
+  } else if constexpr (hn::MaxLanes(d) == 32) {
     return hn::Combine(d, hn::LoadU(d128, at(1)), hn::LoadU(d128, at(0)));
+  } else {
+    const hn::Half<D> dh;
+    return hn::Combine(d, hn::Combine(dh, hn::LoadU(d128, at(3)), hn::LoadU(d128, at(2))),
+                       hn::Combine(dh, hn::LoadU(d128, at(1)), hn::LoadU(d128, at(0))));
   }
 }
 
@@ -477,15 +481,17 @@ HWY_INLINE void StoreSubsampledChroma(const SmFromRgbVectors& k, const SmRowPair
   const V16 cr = hn::ReorderDemote2To(d, ChromaHalf(k, 2, p, 0, log2Pixels),
                                       ChromaHalf(k, 2, p, 1, log2Pixels));
   V8 both = PackWithinBlocks(D8(), cb, cr);
-#if HWY_ARCH_X86 && HWY_TARGET <= HWY_AVX2
-  // The eight bytes of each channel per block, gathered into one block each.
+  // The eight bytes of each channel per block, gathered into one half each.
+#if HWY_ARCH_X86 && HWY_TARGET <= HWY_AVX3
+  both = V8{_mm512_permutexvar_epi64(_mm512_setr_epi64(0, 2, 4, 6, 1, 3, 5, 7), both.raw)};
+#elif HWY_ARCH_X86 && HWY_TARGET <= HWY_AVX2
   both = V8{_mm256_permute4x64_epi64(both.raw, _MM_SHUFFLE(3, 1, 2, 0))};
 #endif
   both = hn::TableLookupBytes(both, hn::LoadDup128(D8(), ChromaOrder));
 #if HWY_ARCH_X86 && HWY_TARGET <= HWY_AVX2
-  const hn::Full128<uint8_t> d128;
-  hn::StoreU(hn::LowerHalf(d128, both), d128, cbOut);
-  hn::StoreU(hn::UpperHalf(d128, both), d128, crOut);
+  const hn::Half<D8> dh;
+  hn::StoreU(hn::LowerHalf(dh, both), dh, cbOut);
+  hn::StoreU(hn::UpperHalf(dh, both), dh, crOut);
 #else
   alignas(16) uint8_t buffer[16];
   hn::Store(both, D8(), buffer);
@@ -503,6 +509,8 @@ void RgbToYCbCrColumns(const uint8_t* src, size_t srcStride, SmPackedLayout layo
   const SmYCbCrDestination t = destination;
   const size_t pixelBytes = layout.pixelBytes;
   const size_t n = hn::Lanes(D8());
+  const size_t last = LastVectorStart(width, n, chroma);
+  const size_t vectors = (last + n - 1) / n + 1;
   const SmRgbShuffles shuffles(layout);
   const size_t rowsPerChromaRow = chroma == Chroma420 ? 2 : 1;
   for (size_t y = 0; y < height; y += rowsPerChromaRow) {
@@ -515,7 +523,8 @@ void RgbToYCbCrColumns(const uint8_t* src, size_t srcStride, SmPackedLayout layo
     const size_t cy = y / rowsPerChromaRow;
     uint8_t* cbOut = t.cb == nullptr ? nullptr : t.cb + cy * t.cbStride;
     uint8_t* crOut = t.cb == nullptr ? nullptr : t.cr + cy * t.crStride;
-    for (size_t x = 0; x + n <= width; x += n) {
+    for (size_t i = 0; i < vectors; ++i) {
+      const size_t x = std::min(i * n, last);
       SmRowPairs p = LoadPairs(shuffles, k, row0 + x * pixelBytes, pixelBytes);
       StoreChannel(k, 0, p, luma0 + x);
       if (rowsPerChromaRow == 2) {
@@ -560,7 +569,7 @@ void YCbCrToRgbImpl(const SmYCbCrSource& source, SmChromaLayout chroma, uint8_t*
     NmReference::YCbCrToRgb(source, chroma, dst, dstStride, layout, width, height, matrix);
     return;
   }
-  done = NmToRgb::LastVectorStart(width, chroma) + n;
+  done = LastVectorStart(width, n, chroma) + n;
   const NmToRgb::SmToRgbVectors k(F::GetToRgbConstants(matrix));
   using Rows = void (*)(const SmYCbCrSource&, SmChromaLayout, uint8_t*, size_t, size_t, size_t,
                         const NmToRgb::SmToRgbVectors&);
@@ -586,9 +595,13 @@ void RgbToYCbCrImpl(const uint8_t* src, size_t srcStride, SmPackedLayout layout,
   size_t done = 0;
 #if HWY_TARGET != HWY_SCALAR
   const size_t n = hn::Lanes(NmFromRgb::D8());
-  done = width - width % n;
+  if (width < n) {
+    NmReference::RgbToYCbCr(src, srcStride, layout, destination, chroma, width, height, matrix);
+    return;
+  }
+  done = LastVectorStart(width, n, chroma) + n;
   const NmFromRgb::SmFromRgbVectors k(F::GetFromRgbConstants(matrix));
-  NmFromRgb::RgbToYCbCrColumns(src, srcStride, layout, destination, chroma, done, height, k);
+  NmFromRgb::RgbToYCbCrColumns(src, srcStride, layout, destination, chroma, width, height, k);
 #endif
   if (done < width) {
     const size_t chromaDone = chroma == Chroma444 ? done : done / 2;
