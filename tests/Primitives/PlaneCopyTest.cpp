@@ -11,6 +11,10 @@ namespace {
 // Widths around every vector length that a target can have, plus odd ones.
 size_t RandomWidth(std::mt19937& random) {
   static const size_t edges[] = {1, 2, 3, 15, 16, 17, 31, 32, 33, 63, 64, 65, 127, 128, 129};
+  // Now and then rows long enough for the copy of large blocks.
+  if (random() % 8 == 0) {
+    return 1100 + random() % 600;
+  }
   return random() % 2 ? edges[random() % std::size(edges)] : 1 + random() % 300;
 }
 } // namespace

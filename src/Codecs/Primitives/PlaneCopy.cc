@@ -5,43 +5,79 @@
 #include <hwy/foreach_target.h> // IWYU pragma: keep
 #include <hwy/highway.h>
 
+#include <cstring>
+
 #include "Codecs/Primitives/PlaneCopy.h"
+
+#if HWY_ARCH_X86_64
+#include <cpuid.h>
+#endif
+
+#ifndef VZK_PLANE_COPY_ONCE
+#define VZK_PLANE_COPY_ONCE
+namespace NmPrimitives {
+namespace {
+
+constexpr size_t LargeCopyBytes = 4096;
+
+bool HasEnhancedStringCopy() {
+#if HWY_ARCH_X86_64
+  static const bool has = [] {
+    unsigned a = 0, b = 0, c = 0, d = 0;
+    return __get_cpuid_count(7, 0, &a, &b, &c, &d) != 0 && (b & (1u << 9)) != 0;
+  }();
+  return has;
+#else
+  return false;
+#endif
+}
+
+inline void CopyWithString(const uint8_t* s, uint8_t* t, size_t count) {
+#if HWY_ARCH_X86_64
+  asm volatile("rep movsb" : "+D"(t), "+S"(s), "+c"(count) : : "memory");
+#else
+  std::memcpy(t, s, count);
+#endif
+}
+
+} // namespace
+} // namespace NmPrimitives
+#endif
 
 HWY_BEFORE_NAMESPACE();
 namespace NmPrimitives {
 namespace HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
+// Whole rows go to the C library, whose copy and fill pick the widest
+// stores, and a plane without gaps between its rows is one block. Large
+// blocks copy fastest with the string instruction on processors that mark
+// it as enhanced (ERMS), as the C library's copy does not always choose it.
 void CopyPlaneImpl(const uint8_t* src, size_t srcStride, uint8_t* dst, size_t dstStride,
                    size_t rowBytes, size_t height) {
-  const hn::ScalableTag<uint8_t> d;
-  const size_t n = hn::Lanes(d);
+  if (srcStride == rowBytes && dstStride == rowBytes) {
+    rowBytes *= height;
+    height = 1;
+  }
+  const bool string = rowBytes >= LargeCopyBytes && HasEnhancedStringCopy();
   for (size_t y = 0; y < height; ++y) {
     const uint8_t* s = src + y * srcStride;
     uint8_t* t = dst + y * dstStride;
-    size_t x = 0;
-    for (; x + n <= rowBytes; x += n) {
-      hn::StoreU(hn::LoadU(d, s + x), d, t + x);
-    }
-    for (; x < rowBytes; ++x) {
-      t[x] = s[x];
+    if (string) {
+      CopyWithString(s, t, rowBytes);
+    } else {
+      std::memcpy(t, s, rowBytes);
     }
   }
 }
 
 void SetPlaneImpl(uint8_t value, uint8_t* dst, size_t dstStride, size_t width, size_t height) {
-  const hn::ScalableTag<uint8_t> d;
-  const size_t n = hn::Lanes(d);
-  const auto v = hn::Set(d, value);
+  if (dstStride == width) {
+    width *= height;
+    height = 1;
+  }
   for (size_t y = 0; y < height; ++y) {
-    uint8_t* t = dst + y * dstStride;
-    size_t x = 0;
-    for (; x + n <= width; x += n) {
-      hn::StoreU(v, d, t + x);
-    }
-    for (; x < width; ++x) {
-      t[x] = value;
-    }
+    std::memset(dst + y * dstStride, value, width);
   }
 }
 
