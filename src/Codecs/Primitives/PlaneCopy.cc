@@ -127,19 +127,38 @@ void Copy3To4Impl(const uint8_t* src, size_t srcStride, uint8_t* dst, size_t dst
   }
 }
 
+// Four-byte pixels to three: a byte shuffle drops the fourth byte of each
+// pixel within every 128-bit block, a permutation of 32-bit lanes closes the
+// gaps between the blocks, and the whole vector is stored; its last quarter
+// lands on the next pixels, which the next step writes again.
 void Copy4To3Impl(const uint8_t* src, size_t srcStride, uint8_t* dst, size_t dstStride,
                   size_t width, size_t height) {
-  const hn::ScalableTag<uint8_t> d;
-  const size_t n = hn::Lanes(d);
+#if HWY_TARGET != HWY_SCALAR
+  const hn::ScalableTag<uint32_t> d32;
+  const hn::Repartition<uint8_t, decltype(d32)> d8;
+  const size_t pixels = hn::Lanes(d32);
+  constexpr uint8_t Z = 0x80;
+  alignas(16) static constexpr uint8_t DropFourth[16] = {0,  1,  2,  4,  5, 6, 8, 9,
+                                                         10, 12, 13, 14, Z, Z, Z, Z};
+  const auto drop = hn::LoadDup128(d8, DropFourth);
+  HWY_ALIGN uint32_t order[hn::MaxLanes(d32)];
+  for (size_t i = 0; i < pixels; ++i) {
+    order[i] = static_cast<uint32_t>(i < pixels / 4 * 3 ? i / 3 * 4 + i % 3 : 0);
+  }
+  const auto close = hn::SetTableIndices(d32, order);
+  // A step writes `pixels` bytes beyond its own, which must stay in the row.
+  const size_t vectorWidth = width >= pixels + pixels / 3 + 1 ? width - pixels / 3 - 1 : 0;
+#endif
   for (size_t y = 0; y < height; ++y) {
     const uint8_t* s = src + y * srcStride;
     uint8_t* t = dst + y * dstStride;
     size_t x = 0;
-    for (; x + n <= width; x += n) {
-      hn::Vec<decltype(d)> c0, c1, c2, c3;
-      hn::LoadInterleaved4(d, s + 4 * x, c0, c1, c2, c3);
-      hn::StoreInterleaved3(c0, c1, c2, d, t + 3 * x);
+#if HWY_TARGET != HWY_SCALAR
+    for (; x + pixels <= vectorWidth; x += pixels) {
+      const auto packed = hn::BitCast(d32, hn::TableLookupBytesOr0(hn::LoadU(d8, s + 4 * x), drop));
+      hn::StoreU(hn::BitCast(d8, hn::TableLookupLanes(packed, close)), d8, t + 3 * x);
     }
+#endif
     for (; x < width; ++x) {
       t[3 * x] = s[4 * x];
       t[3 * x + 1] = s[4 * x + 1];
