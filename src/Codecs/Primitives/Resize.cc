@@ -181,17 +181,17 @@ void PackHorizontalWeights(const T::SmAxis& axis, size_t outputs, int16_t* packe
   }
 }
 
-// Taps are taken two rows at a time: the bytes of both rows interleaved and
-// widened, then multiplied by the weight pair and summed in one step.
+// Taps are taken two rows at a time: the bytes of both rows widened and
+// interleaved, then multiplied by the weight pair and summed in one step.
+// Interleaving and packing both stay within 128-bit blocks, so the results
+// come out in order.
 void VerticalPassNarrow(const uint8_t* top, size_t srcStride, const int32_t* weights, size_t taps,
                         int16_t* row, size_t rowBytes) {
-  const hn::CappedTag<int16_t, 16> d16;
+  const hn::CappedTag<int16_t, 32> d16;
   const hn::RebindToUnsigned<decltype(d16)> du16;
   const hn::Rebind<uint8_t, decltype(d16)> d8;
   const hn::Repartition<int32_t, decltype(d16)> d32;
-  const hn::Rebind<int16_t, decltype(d32)> d16h;
   const size_t n = hn::Lanes(d16);
-  const size_t half = hn::Lanes(d32);
   const auto rounding = hn::Set(d32, 1 << (MiddleShift - 1));
   // The pairs of rows with any weight, listed once for the whole row: a lone
   // last tap is paired with itself at weight 0.
@@ -230,18 +230,17 @@ void VerticalPassNarrow(const uint8_t* top, size_t srcStride, const int32_t* wei
                                  (static_cast<uint32_t>(k + 1 < taps ? weights[k + 1] : 0) << 16))};
       }
       const SmRowPair& at = listed ? pairs[p] : computed;
-      const auto a = hn::LoadU(d8, at.upper + b);
-      const auto c = hn::LoadU(d8, at.lower + b);
+      const auto a = hn::PromoteTo(du16, hn::LoadU(d8, at.upper + b));
+      const auto c = hn::PromoteTo(du16, hn::LoadU(d8, at.lower + b));
       const auto pair = hn::BitCast(d16, hn::Set(d32, at.weights));
-      const auto lo = hn::BitCast(d16, hn::PromoteTo(du16, hn::InterleaveLower(d8, a, c)));
-      const auto hi = hn::BitCast(d16, hn::PromoteTo(du16, hn::InterleaveUpper(d8, a, c)));
+      const auto lo = hn::BitCast(d16, hn::InterleaveLower(du16, a, c));
+      const auto hi = hn::BitCast(d16, hn::InterleaveUpper(du16, a, c));
       lower0 = hn::ReorderWidenMulAccumulate(d32, lo, pair, lower0, lower1);
       upper0 = hn::ReorderWidenMulAccumulate(d32, hi, pair, upper0, upper1);
     }
     const auto lower = hn::ShiftRight<MiddleShift>(hn::RearrangeToOddPlusEven(lower0, lower1));
     const auto upper = hn::ShiftRight<MiddleShift>(hn::RearrangeToOddPlusEven(upper0, upper1));
-    hn::StoreU(hn::DemoteTo(d16h, lower), d16h, row + b);
-    hn::StoreU(hn::DemoteTo(d16h, upper), d16h, row + b + half);
+    hn::StoreU(hn::ReorderDemote2To(d16, lower, upper), d16, row + b);
   }
   for (; b < rowBytes; ++b) {
     int32_t sum = 0;
