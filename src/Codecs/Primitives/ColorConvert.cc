@@ -20,6 +20,18 @@ namespace hn = hwy::HWY_NAMESPACE;
 namespace F = NmColorFixedPoint;
 
 #if HWY_TARGET != HWY_SCALAR
+// Vectors as wide as the target has them: the work per pixel is all
+// arithmetic and shuffles within 128-bit blocks.
+using D8 = hn::CappedTag<uint8_t, 64>;
+using D16 = hn::Repartition<int16_t, D8>;
+using DU16 = hn::Repartition<uint16_t, D8>;
+using DH8 = hn::Rebind<uint8_t, D16>;
+using V16 = hn::Vec<D16>;
+using V8 = hn::Vec<D8>;
+using D32 = hn::Repartition<int32_t, D8>;
+using V32 = hn::Vec<D32>;
+using D128 = hn::Full128<uint8_t>;
+constexpr size_t BlocksPerVector = hn::MaxLanes(D8()) / 16;
 
 // Signed 16-bit lanes to bytes, clamped to 0..255, the first argument's
 // lanes before the second's within each 128-bit block.
@@ -48,26 +60,29 @@ HWY_INLINE hn::Vec<D8> PackWithinBlocks(D8 d, hn::Vec<hn::Repartition<int16_t, D
 #endif
 }
 
-// Where the last vector of n columns of a row of `width` (at least n)
-// starts: the columns that do not fill a vector take one more that overlaps
-// the one before and computes the same pixels again. It starts on a chroma
-// sample; with chroma of two columns an odd column can be left over.
-HWY_INLINE size_t LastVectorStart(size_t width, size_t n, SmChromaLayout chroma) {
-  const size_t step = chroma == Chroma444 ? 1 : 2;
-  return (width - n) / step * step;
-}
+// Where the vectors of a row of `width` (at least a vector) start: 0, n,
+// 2n, ... and, for the columns that do not fill a vector, one more that
+// overlaps the one before and computes the same pixels again. That one
+// starts on a chroma sample; with chroma of two columns an odd column can be
+// left over.
+struct SmVectorStarts {
+  SmVectorStarts(size_t width, SmChromaLayout chroma) {
+    const size_t step = chroma == Chroma444 ? 1 : 2;
+    last = (width - n) / step * step;
+    count = (last + n - 1) / n + 1;
+  }
+  size_t operator[](size_t i) const { return std::min(i * n, last); }
+  size_t n = hn::Lanes(D8());
+  size_t last = 0;
+  size_t count = 0;
+};
 
-// Towards RGB the vectors are as wide as the target has them: the work per
-// pixel is all arithmetic and shuffles within blocks.
-namespace NmToRgb {
-using D8 = hn::CappedTag<uint8_t, 64>;
-using D16 = hn::Repartition<int16_t, D8>;
-using DU16 = hn::Repartition<uint16_t, D8>;
-using DH8 = hn::Rebind<uint8_t, D16>;
-using V16 = hn::Vec<D16>;
-using V8 = hn::Vec<D8>;
-using D128 = hn::Full128<uint8_t>;
-constexpr size_t BlocksPerVector = hn::MaxLanes(D8()) / 16;
+// The columns of a row that the vector code does, 0 for a row narrower than
+// a vector; the plain loop does the rest.
+HWY_INLINE size_t VectorColumns(size_t width, SmChromaLayout chroma) {
+  const size_t n = hn::Lanes(D8());
+  return width < n ? 0 : SmVectorStarts(width, chroma).last + n;
+}
 
 struct SmVectorCoefficient {
   V16 whole;
@@ -274,7 +289,7 @@ void YCbCrToRgbRows(const SmYCbCrSource& s, SmChromaLayout chroma, uint8_t* dst,
                     size_t width, size_t height, const SmToRgbVectors& k) {
   const D8 d;
   const size_t n = hn::Lanes(d);
-  const size_t last = LastVectorStart(width, n, chroma);
+  const SmVectorStarts starts(width, chroma);
   // 4:2:0 takes two rows per chroma row, so the colour terms are computed once for both.
   const size_t rowsPerChromaRow = chroma == Chroma420 ? 2 : 1;
   for (size_t y = 0; y < height; y += rowsPerChromaRow) {
@@ -282,7 +297,8 @@ void YCbCrToRgbRows(const SmYCbCrSource& s, SmChromaLayout chroma, uint8_t* dst,
     const size_t cy = y / rowsPerChromaRow;
     const uint8_t* cbRow = s.cb + cy * s.cbStride;
     const uint8_t* crRow = s.cr + cy * s.crStride;
-    for (size_t x = 0;; x = std::min(x + n, last)) {
+    for (size_t i = 0; i < starts.count; ++i) {
+      const size_t x = starts[i];
       SmChromaTerms even, odd;
       if (chroma == Chroma444) {
         const V8 cbv = hn::LoadU(d, cbRow + x);
@@ -300,25 +316,11 @@ void YCbCrToRgbRows(const SmYCbCrSource& s, SmChromaLayout chroma, uint8_t* dst,
                                            dst + (y + r) * dstStride + PixelBytes * x,
                                            x + n > width - n);
       }
-      if (x == last) {
-        break;
-      }
     }
   }
 }
 
-} // namespace NmToRgb
-
 // From RGB a vector is read in parts of 128 bits.
-namespace NmFromRgb {
-using D8 = hn::CappedTag<uint8_t, 64>;
-using D16 = hn::Repartition<int16_t, D8>;
-using V16 = hn::Vec<D16>;
-using V8 = hn::Vec<D8>;
-using D32 = hn::Repartition<int32_t, D8>;
-using V32 = hn::Vec<D32>;
-using D128 = hn::Full128<uint8_t>;
-constexpr size_t BlocksPerVector = hn::MaxLanes(D8()) / 16;
 
 // A vector of pixels is read as four parts of four pixels per 128-bit block.
 // Part q of block b starts at this pixel, so that the packs within blocks of
@@ -508,9 +510,7 @@ void RgbToYCbCrColumns(const uint8_t* src, size_t srcStride, SmPackedLayout layo
   const SmFromRgbVectors k = constants;
   const SmYCbCrDestination t = destination;
   const size_t pixelBytes = layout.pixelBytes;
-  const size_t n = hn::Lanes(D8());
-  const size_t last = LastVectorStart(width, n, chroma);
-  const size_t vectors = (last + n - 1) / n + 1;
+  const SmVectorStarts starts(width, chroma);
   const SmRgbShuffles shuffles(layout);
   const size_t rowsPerChromaRow = chroma == Chroma420 ? 2 : 1;
   for (size_t y = 0; y < height; y += rowsPerChromaRow) {
@@ -523,8 +523,8 @@ void RgbToYCbCrColumns(const uint8_t* src, size_t srcStride, SmPackedLayout layo
     const size_t cy = y / rowsPerChromaRow;
     uint8_t* cbOut = t.cb == nullptr ? nullptr : t.cb + cy * t.cbStride;
     uint8_t* crOut = t.cb == nullptr ? nullptr : t.cr + cy * t.crStride;
-    for (size_t i = 0; i < vectors; ++i) {
-      const size_t x = std::min(i * n, last);
+    for (size_t i = 0; i < starts.count; ++i) {
+      const size_t x = starts[i];
       SmRowPairs p = LoadPairs(shuffles, k, row0 + x * pixelBytes, pixelBytes);
       StoreChannel(k, 0, p, luma0 + x);
       if (rowsPerChromaRow == 2) {
@@ -556,7 +556,6 @@ void RgbToYCbCrColumns(const uint8_t* src, size_t srcStride, SmPackedLayout layo
     }
   }
 }
-} // namespace NmFromRgb
 #endif
 
 void YCbCrToRgbImpl(const SmYCbCrSource& source, SmChromaLayout chroma, uint8_t* dst,
@@ -564,21 +563,17 @@ void YCbCrToRgbImpl(const SmYCbCrSource& source, SmChromaLayout chroma, uint8_t*
                     SmYCbCrMatrix matrix) {
   size_t done = 0;
 #if HWY_TARGET != HWY_SCALAR
-  const size_t n = hn::Lanes(NmToRgb::D8());
-  if (width < n) {
-    NmReference::YCbCrToRgb(source, chroma, dst, dstStride, layout, width, height, matrix);
-    return;
+  done = VectorColumns(width, chroma);
+  if (done > 0) {
+    const SmToRgbVectors k(F::GetToRgbConstants(matrix));
+    using Rows = void (*)(const SmYCbCrSource&, SmChromaLayout, uint8_t*, size_t, size_t, size_t,
+                          const SmToRgbVectors&);
+    const Rows rows =
+        layout.pixelBytes == 3
+            ? (layout.blueFirst ? &YCbCrToRgbRows<3, true> : &YCbCrToRgbRows<3, false>)
+            : (layout.blueFirst ? &YCbCrToRgbRows<4, true> : &YCbCrToRgbRows<4, false>);
+    rows(source, chroma, dst, dstStride, width, height, k);
   }
-  done = LastVectorStart(width, n, chroma) + n;
-  const NmToRgb::SmToRgbVectors k(F::GetToRgbConstants(matrix));
-  using Rows = void (*)(const SmYCbCrSource&, SmChromaLayout, uint8_t*, size_t, size_t, size_t,
-                        const NmToRgb::SmToRgbVectors&);
-  const Rows rows = layout.pixelBytes == 3
-                        ? (layout.blueFirst ? &NmToRgb::YCbCrToRgbRows<3, true>
-                                            : &NmToRgb::YCbCrToRgbRows<3, false>)
-                        : (layout.blueFirst ? &NmToRgb::YCbCrToRgbRows<4, true>
-                                            : &NmToRgb::YCbCrToRgbRows<4, false>);
-  rows(source, chroma, dst, dstStride, width, height, k);
 #endif
   if (done < width) {
     const size_t chromaDone = chroma == Chroma444 ? done : done / 2;
@@ -594,14 +589,11 @@ void RgbToYCbCrImpl(const uint8_t* src, size_t srcStride, SmPackedLayout layout,
                     size_t height, SmYCbCrMatrix matrix) {
   size_t done = 0;
 #if HWY_TARGET != HWY_SCALAR
-  const size_t n = hn::Lanes(NmFromRgb::D8());
-  if (width < n) {
-    NmReference::RgbToYCbCr(src, srcStride, layout, destination, chroma, width, height, matrix);
-    return;
+  done = VectorColumns(width, chroma);
+  if (done > 0) {
+    RgbToYCbCrColumns(src, srcStride, layout, destination, chroma, width, height,
+                      SmFromRgbVectors(F::GetFromRgbConstants(matrix)));
   }
-  done = LastVectorStart(width, n, chroma) + n;
-  const NmFromRgb::SmFromRgbVectors k(F::GetFromRgbConstants(matrix));
-  NmFromRgb::RgbToYCbCrColumns(src, srcStride, layout, destination, chroma, width, height, k);
 #endif
   if (done < width) {
     const size_t chromaDone = chroma == Chroma444 ? done : done / 2;

@@ -104,6 +104,19 @@ struct SmZigZagSpread {
 
 const SmZigZagSpread ZigZagSpread;
 
+// The natural order as 16-bit lanes, for permutations that take a block into
+// zig-zag order: lane k holds the coefficient of zig-zag position k.
+struct SmZigZagIndices {
+  alignas(64) int16_t natural[64];
+  SmZigZagIndices() {
+    for (int k = 0; k < 64; ++k) {
+      natural[k] = static_cast<int16_t>(kJPEGNaturalOrder[k]);
+    }
+  }
+};
+
+const SmZigZagIndices ZigZagIndices;
+
 HWY_INLINE int Category(uint32_t magnitude) {
   return magnitude == 0 ? 0 : 32 - __builtin_clz(magnitude);
 }
@@ -173,18 +186,13 @@ HWY_INLINE void Categorize(const int16_t* block, SmCategorized& out) {
 // that order, and the serial part reads them by position.
 constexpr bool InZigZagOrder = true;
 
-// Zig-zag position k holds coefficient ZigZagToNatural[k] (T.81 figure A.6).
-alignas(64) constexpr int16_t ZigZagToNatural[64] = {
-    0,  1,  8,  16, 9,  2,  3,  10, 17, 24, 32, 25, 18, 11, 4,  5,  12, 19, 26, 33, 40, 48,
-    41, 34, 27, 20, 13, 6,  7,  14, 21, 28, 35, 42, 49, 56, 57, 50, 43, 36, 29, 22, 15, 23,
-    30, 37, 44, 51, 58, 59, 52, 45, 38, 31, 39, 46, 53, 60, 61, 54, 47, 55, 62, 63};
-
 HWY_INLINE void ToZigZag(const int16_t* block, int16_t* out) {
   const __m512i low = _mm512_loadu_si512(block);
   const __m512i high = _mm512_loadu_si512(block + 32);
-  _mm512_store_si512(out, _mm512_permutex2var_epi16(low, _mm512_load_si512(ZigZagToNatural), high));
-  _mm512_store_si512(out + 32,
-                     _mm512_permutex2var_epi16(low, _mm512_load_si512(ZigZagToNatural + 32), high));
+  _mm512_store_si512(
+      out, _mm512_permutex2var_epi16(low, _mm512_load_si512(ZigZagIndices.natural), high));
+  _mm512_store_si512(out + 32, _mm512_permutex2var_epi16(
+                                   low, _mm512_load_si512(ZigZagIndices.natural + 32), high));
 }
 #else
 constexpr bool InZigZagOrder = false;

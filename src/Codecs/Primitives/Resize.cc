@@ -355,6 +355,10 @@ void PackPixelWeightPairs(const T::SmAxis& axis, size_t pixels, size_t pixelByte
   }
 }
 
+// Pairs each channel of a four-byte pixel with the same channel of the
+// next, as 16-bit lanes.
+alignas(16) constexpr uint8_t PairFour[16] = {0, 1, 8, 9, 2, 3, 10, 11, 4, 5, 12, 13, 6, 7, 14, 15};
+
 #if HWY_ARCH_X86 && HWY_TARGET <= HWY_AVX3
 // Four-byte pixels four at a time, as below with one pixel in each 128-bit
 // block of a 512-bit vector: its two taps, its weight pair spread over the
@@ -362,8 +366,6 @@ void PackPixelWeightPairs(const T::SmAxis& axis, size_t pixels, size_t pixelByte
 size_t HorizontalPassFourPixels(const int16_t* HWY_RESTRICT row, const int32_t* HWY_RESTRICT first,
                                 const int32_t* HWY_RESTRICT pairs, size_t taps, uint8_t* out,
                                 size_t pixels) {
-  alignas(16) static constexpr uint8_t PairFour[16] = {0, 1, 8,  9,  2, 3, 10, 11,
-                                                       4, 5, 12, 13, 6, 7, 14, 15};
   const __m512i shuffle =
       _mm512_broadcast_i32x4(_mm_load_si128(reinterpret_cast<const __m128i*>(PairFour)));
   const __m512i spread = _mm512_setr_epi32(0, 0, 0, 0, 1, 1, 1, 1, 2, 2, 2, 2, 3, 3, 3, 3);
@@ -409,8 +411,6 @@ void HorizontalPassPixels(const int16_t* HWY_RESTRICT row, const int32_t* HWY_RE
   const hn::Full128<uint8_t> d8;
   const hn::Full32<uint8_t> d8q;
   constexpr uint8_t Z = 0x80;
-  alignas(16) static constexpr uint8_t PairFour[16] = {0, 1, 8,  9,  2, 3, 10, 11,
-                                                       4, 5, 12, 13, 6, 7, 14, 15};
   alignas(16) static constexpr uint8_t PairThree[16] = {0, 1, 6,  7,  2, 3, 8, 9,
                                                         4, 5, 10, 11, Z, Z, Z, Z};
   const auto shuffle = hn::Load(d8, PixelBytes == 4 ? PairFour : PairThree);
