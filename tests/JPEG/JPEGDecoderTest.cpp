@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <random>
@@ -130,6 +131,9 @@ const SmCase kCases[] = {
     {"tiny3x2", 3, 2, false, "-quality 75 -sample 2x1", JSampling422},
     {"tiny17x9", 17, 9, true, "-quality 75", JSampling444},
     {"baseline", 96, 64, false, "-quality 75 -baseline", JSampling420},
+    // ffmpeg's 4:2:2: luma 2x2 over chroma 1x2, a 16 x 16 MCU.
+    {"tall422", 101, 77, false, "-quality 75 -sample 2x2,1x2,1x2", JSampling422},
+    {"tall422prog", 64, 48, false, "-quality 80 -sample 2x2,1x2,1x2 -progressive", JSampling422},
 };
 
 } // namespace
@@ -223,7 +227,7 @@ TEST(JPEGDecoder, LosslessFramesEqualFfmpegsDecode) {
 
 TEST(JPEGDecoder, PackedOutputAndColourConventions) {
   // YCbCr to RGB with replicated chroma, as libjpeg-turbo's fast up-sampling.
-  for (const char* name : {"base420", "base422", "base444", "odd420"}) {
+  for (const char* name : {"base420", "base422", "base444", "odd420", "tall422"}) {
     const SmCase* c = nullptr;
     for (const SmCase& k : kCases) {
       c = std::string(k.name) == name ? &k : c;
@@ -319,6 +323,76 @@ TEST(JPEGDecoder, PackedOutputAndColourConventions) {
   const SmDecoded luma = DecodePlanes(jfif, 0, true);
   ASSERT_EQ(luma.data, JStatusOk);
   EXPECT_TRUE(luma.planes.planes[0] == j.planes.planes[0]);
+}
+
+// 4:2:2 and 4:4:4 written with factors that TurboJPEG does not name: the
+// sampling goes by the ratio of luma to chroma, and both the planes and the
+// packed output agree with djpeg's decode.
+TEST(JPEGDecoder, UnusualSamplingFactorsMatchDjpeg) {
+  const SmCase cases[] = {
+      {"tall422", 101, 77, false, "-quality 75 -sample 2x2,1x2,1x2", JSampling422},
+      {"wide422", 75, 21, false, "-quality 75 -sample 4x1,2x1,2x1 -restart 1", JSampling422},
+      {"wide422prog", 61, 40, false, "-quality 80 -sample 4x1,2x1,2x1 -progressive", JSampling422},
+      {"tall444", 37, 29, false, "-quality 85 -sample 1x2,1x2,1x2", JSampling444},
+      {"wide444", 50, 18, false, "-quality 85 -sample 2x1,2x1,2x1", JSampling444},
+  };
+  auto clamp = [](double value) {
+    return static_cast<int>(std::lround(std::clamp(value, 0.0, 255.0)));
+  };
+  for (const SmCase& c : cases) {
+    SCOPED_TRACE(c.name);
+    const CmBytes jpeg = MakeJPEG(c.name, c.width, c.height, false, c.arguments);
+    int width = 0;
+    int height = 0;
+    CmBytes reference;
+    ASSERT_TRUE(DjpegDecodeRGB(c.name, jpeg, width, height, reference));
+    ASSERT_EQ(width, c.width);
+    ASSERT_EQ(height, c.height);
+
+    const SmDecoded ours = DecodePlanes(jpeg, 0);
+    ASSERT_EQ(ours.header, JStatusOk);
+    ASSERT_EQ(ours.data, JStatusOk);
+    ASSERT_EQ(ours.sampling, c.sampling);
+    // The planes, chroma repeated over the luma samples it covers, through
+    // the JFIF equations.
+    const int stepX = c.sampling == JSampling444 ? 1 : 2;
+    int worst = 0;
+    double total = 0;
+    for (int y = 0; y < height; ++y) {
+      for (int x = 0; x < width; ++x) {
+        const double l = ours.planes.planes[0][static_cast<size_t>(y) * ours.planes.width[0] + x];
+        const size_t chroma = static_cast<size_t>(y) * ours.planes.width[1] + x / stepX;
+        const double cb = ours.planes.planes[1][chroma] - 128.0;
+        const double cr = ours.planes.planes[2][chroma] - 128.0;
+        const int rgb[3] = {clamp(l + 1.402 * cr), clamp(l - 0.344136 * cb - 0.714136 * cr),
+                            clamp(l + 1.772 * cb)};
+        for (int k = 0; k < 3; ++k) {
+          const int difference =
+              std::abs(rgb[k] - reference[(static_cast<size_t>(y) * width + x) * 3 + k]);
+          worst = std::max(worst, difference);
+          total += difference;
+        }
+      }
+    }
+    EXPECT_LE(worst, 4) << "planes";
+    EXPECT_LT(total / (3.0 * width * height), 0.3) << "planes";
+
+    SmHeaderAndDecoder d;
+    ASSERT_EQ(d.Open(jpeg), JStatusOk);
+    CmBytes packed(static_cast<size_t>(width) * height * 3);
+    ASSERT_EQ(d.decoder.SetDestination(packed.data(), width * 3, width, height, 3, JColorRGB,
+                                       JSampling444, 8, 0),
+              JStatusOk);
+    ASSERT_EQ(d.decoder.ReadData(), JStatusOk);
+    worst = 0;
+    total = 0;
+    for (size_t i = 0; i < packed.size(); ++i) {
+      worst = std::max(worst, std::abs(packed[i] - reference[i]));
+      total += std::abs(packed[i] - reference[i]);
+    }
+    EXPECT_LE(worst, 3) << "packed";
+    EXPECT_LT(total / static_cast<double>(packed.size()), 0.2) << "packed";
+  }
 }
 
 TEST(JPEGDecoder, HostileStreamsGiveErrorsOrPartialPictures) {

@@ -3,6 +3,7 @@
 #include <turbojpeg.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -127,6 +128,20 @@ CmBytes MakeLosslessJPEG(const std::string& name, int width, int height,
   return ReadFile(path);
 }
 
+CmBytes MakeMotionJPEG(const std::string& name, int width, int height,
+                       const std::string& pixelFormat) {
+  const std::string path = CorpusDirectory() + "/" + name + ".jpg";
+  if (!std::filesystem::exists(path)) {
+    const std::string source = WriteSource(name, width, height, 3);
+    const std::string temporary = path + Unique() + ".part";
+    Run("ffmpeg -nostdin -loglevel error -y -i " + source + " -c:v mjpeg -q:v 3 -pix_fmt " +
+        pixelFormat + " -frames:v 1 -f mjpeg " + temporary);
+    std::filesystem::rename(temporary, path);
+    std::filesystem::remove(source);
+  }
+  return ReadFile(path);
+}
+
 bool TurboDecodePlanes(const CmBytes& jpeg, int scale, SmPlanes& out) {
   tjhandle handle = tjInitDecompress();
   int width = 0;
@@ -181,6 +196,39 @@ bool TurboDecodeRGB(const CmBytes& jpeg, int& width, int& height, CmBytes& rgb) 
                        TJFLAG_ACCURATEDCT | TJFLAG_FASTUPSAMPLE) == 0;
   }
   tjDestroy(handle);
+  return ok;
+}
+
+bool DjpegDecodeRGB(const std::string& name, const CmBytes& jpeg, int& width, int& height,
+                    CmBytes& rgb) {
+  const std::string input = CorpusDirectory() + "/" + name + Unique() + ".djpeg.jpg";
+  const std::string output = CorpusDirectory() + "/" + name + Unique() + ".djpeg.ppm";
+  WriteFile(input, jpeg);
+  bool ok = std::system(
+                ("djpeg -dct int -nosmooth -ppm -outfile " + output + " " + input + " 2>/dev/null")
+                    .c_str()) == 0;
+  const CmBytes ppm = ok ? ReadFile(output) : CmBytes();
+  std::filesystem::remove(input);
+  std::filesystem::remove(output);
+  // "P6", width, height and 255, each followed by one white-space byte.
+  size_t at = 2;
+  int fields[3] = {};
+  for (int& field : fields) {
+    while (ok && at < ppm.size() && std::isspace(ppm[at])) {
+      ++at;
+    }
+    for (; ok && at < ppm.size() && std::isdigit(ppm[at]); ++at) {
+      field = field * 10 + (ppm[at] - '0');
+    }
+  }
+  ++at;
+  width = fields[0];
+  height = fields[1];
+  ok = ok && ppm.size() >= 2 && ppm[0] == 'P' && ppm[1] == '6' && fields[2] == 255 &&
+       ppm.size() == at + static_cast<size_t>(width) * height * 3;
+  if (ok) {
+    rgb.assign(ppm.begin() + static_cast<std::ptrdiff_t>(at), ppm.end());
+  }
   return ok;
 }
 

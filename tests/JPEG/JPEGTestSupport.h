@@ -29,6 +29,11 @@ CmBytes MakeJPEG(const std::string& name, int width, int height, bool gray,
 CmBytes MakeLosslessJPEG(const std::string& name, int width, int height,
                          const std::string& pixelFormat, CmBytes& ffmpegPlanes);
 
+// A JPEG made by ffmpeg's Motion JPEG encoder in the given pixel format,
+// cached by name: its 4:2:2 is luma 2x2 with chroma 1x2.
+CmBytes MakeMotionJPEG(const std::string& name, int width, int height,
+                       const std::string& pixelFormat);
+
 struct SmPlanes {
   int width[4] = {};
   int height[4] = {};
@@ -39,6 +44,11 @@ struct SmPlanes {
 bool TurboDecodePlanes(const CmBytes& jpeg, int scale, SmPlanes& out);
 // libjpeg-turbo's decode to packed RGB with replicated chroma.
 bool TurboDecodeRGB(const CmBytes& jpeg, int& width, int& height, CmBytes& rgb);
+
+// djpeg's decode to packed RGB with the accurate integer DCT and replicated
+// chroma: the reference for layouts that TurboJPEG does not name.
+bool DjpegDecodeRGB(const std::string& name, const CmBytes& jpeg, int& width, int& height,
+                    CmBytes& rgb);
 
 // Replaces the JFIF APP0 segment with an Adobe APP14 one of the given transform.
 CmBytes ReplaceJFIFWithAdobe(const CmBytes& jpeg, uint8_t transform);

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <memory>
 #include <random>
+#include <utility>
 
 #include "JPEG/JPEGTestSupport.h"
 #include "MediaProcessing/GenericByteData/RawJPEGToBlockConverter.h"
@@ -167,6 +168,55 @@ TEST(VideoDecoderJPEG, RefusesWhatItCannotDecodeAndKeepsWhatATruncatedFrameHolds
   SmPlanes ours = PlanesOf(image);
   ours.height[0] = 64; // the first rows are complete
   EXPECT_LE(WorstDifference(ours, turbo, 0), 1);
+}
+
+// Motion JPEG from ffmpeg writes 4:2:2 as luma 2x2 over chroma 1x2: a 4:2:2
+// picture all the same, at any size. Layouts that are none of 4:4:4, 4:2:2
+// and 4:2:0 give no picture.
+TEST(VideoDecoderJPEG, SamplingGoesByTheRatioOfLumaToChroma) {
+  struct SmLayout {
+    const char* pixelFormat;
+    int width;
+    int height;
+    ColorFormat format;
+  };
+  auto decoder = MakeDecoder();
+  for (const SmLayout& layout : {SmLayout{"yuvj422p", 100, 75, YCbCr422_Planar},
+                                 SmLayout{"yuvj422p", 640, 480, YCbCr422_Planar},
+                                 SmLayout{"yuvj422p", 17, 9, YCbCr422_Planar},
+                                 SmLayout{"yuvj420p", 100, 75, YCbCr420_Planar},
+                                 SmLayout{"yuvj444p", 33, 21, YCbCr444_Planar}}) {
+    const std::string name = std::string("mjpeg") + layout.pixelFormat + "_" +
+                             std::to_string(layout.width) + "x" + std::to_string(layout.height);
+    SCOPED_TRACE(name);
+    const CmBytes jpeg = MakeMotionJPEG(name, layout.width, layout.height, layout.pixelFormat);
+    CmImage image;
+    SmVideoDecodeResult result;
+    ASSERT_TRUE(decoder->Decode(jpeg.data(), jpeg.size(), 7, kTime, image, result));
+    ASSERT_TRUE(result.m_ImageProduced);
+    EXPECT_EQ(image.GetColorFormat(), layout.format);
+    EXPECT_EQ(image.GetWidth(), static_cast<uint32_t>(layout.width));
+    EXPECT_EQ(image.GetHeight(), static_cast<uint32_t>(layout.height));
+    SmPlanes turbo;
+    ASSERT_TRUE(TurboDecodePlanes(jpeg, 0, turbo));
+    const SmPlanes ours = PlanesOf(image);
+    for (size_t p = 0; p < 3; ++p) {
+      EXPECT_LE(WorstDifference(ours, turbo, p), 1) << "plane " << p;
+    }
+  }
+  // 4:4:0, chroma components on different grids, chroma finer than luma.
+  const std::pair<const char*, const char*> refused[] = {{"refused440", "1x2,1x1,1x1"},
+                                                         {"refusedchromagrids", "2x2,1x1,1x2"},
+                                                         {"refusedchromafiner", "1x1,2x2,2x2"}};
+  for (const auto& [name, factors] : refused) {
+    SCOPED_TRACE(factors);
+    const CmBytes jpeg =
+        MakeJPEG(name, 48, 32, false, std::string("-quality 75 -sample ") + factors);
+    CmImage image;
+    SmVideoDecodeResult result;
+    EXPECT_FALSE(decoder->Decode(jpeg.data(), jpeg.size(), 1, kTime, image, result));
+    EXPECT_FALSE(result.m_ImageProduced);
+  }
 }
 
 TEST(VideoAnalyzerJPEG, ReadsTheSizeFromTheHeaderAndFeedsRawJPEGConversion) {

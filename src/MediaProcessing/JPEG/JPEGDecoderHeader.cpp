@@ -524,15 +524,24 @@ void CJPEGDecoder::DeriveColorAndSampling() {
   m_Sampling = JSamplingOther;
   if (allEqual) {
     m_Sampling = JSampling444;
-  } else if (m_ComponentCount == 3 && c[1].hSampling == 1 && c[1].vSampling == 1 &&
-             c[2].hSampling == 1 && c[2].vSampling == 1) {
-    if (c[0].hSampling == 2 && c[0].vSampling == 1) {
-      m_Sampling = JSampling422;
-    } else if (c[0].hSampling == 2 && c[0].vSampling == 2) {
-      m_Sampling = JSampling420;
-    } else if (c[0].hSampling == 4 && c[0].vSampling == 1) {
-      m_Sampling = JSampling411;
-    }
+    return;
+  }
+  // What counts is how much coarser the chroma grid is than the luma grid,
+  // not the factors themselves: encoders write 4:2:2 as 2x1/1x1 as well as
+  // 2x2/1x2 or 4x2/2x2. Both chroma components must share one grid.
+  if (m_ComponentCount != 3 || c[1].hSampling != c[2].hSampling ||
+      c[1].vSampling != c[2].vSampling || c[0].hSampling % c[1].hSampling != 0 ||
+      c[0].vSampling % c[1].vSampling != 0) {
+    return;
+  }
+  const int horizontal = c[0].hSampling / c[1].hSampling;
+  const int vertical = c[0].vSampling / c[1].vSampling;
+  if (horizontal == 2 && vertical == 1) {
+    m_Sampling = JSampling422;
+  } else if (horizontal == 2 && vertical == 2) {
+    m_Sampling = JSampling420;
+  } else if (horizontal == 4 && vertical == 1) {
+    m_Sampling = JSampling411;
   }
 }
 
