@@ -298,7 +298,6 @@ TEST(VideoDecoderToolkit, DamagedRecordsGiveNoPicture) {
   CmVZKSourceToolkit root(Decoder(items).c_str());
   root.Connect(0);
   for (const int64_t t : {TimeOf(1), TimeOf(2), TimeOf(3)}) {
-    fprintf(stderr, "move %u\n", root.MoveTo(t, MoveAtOrAfter));
     SCOPED_TRACE(t - T0);
     root.MoveTo(t, MoveAtOrAfter);
     SmPicture picture = Fetch(root);
@@ -704,4 +703,154 @@ TEST(VideoDecoderToolkit, SequenceMovesLandOnTheFirstPictureOfASequence) {
     ASSERT_EQ(root.MoveNext(), StatusSuccess);
     EXPECT_EQ(Fetch(root).time, TimeOf(1)) << "stepping on from where the sequence move landed";
   }
+}
+
+namespace {
+
+// A picture whose frame header claims a size far beyond what its data holds.
+CmBytes ClaimingSize(CmBytes jpeg, uint16_t width, uint16_t height) {
+  for (size_t i = 0; i + 8 < jpeg.size(); ++i) {
+    if (jpeg[i] == 0xFF && jpeg[i + 1] == 0xC0) {
+      jpeg[i + 5] = static_cast<uint8_t>(height >> 8);
+      jpeg[i + 6] = static_cast<uint8_t>(height);
+      jpeg[i + 7] = static_cast<uint8_t>(width >> 8);
+      jpeg[i + 8] = static_cast<uint8_t>(width);
+      return jpeg;
+    }
+  }
+  ADD_FAILURE() << "no frame header";
+  return jpeg;
+}
+
+} // namespace
+
+// A picture that cannot be decoded does not end playback: a move lands on it
+// and says so through GetData, and the next step goes past it, in both
+// directions, in every form of record, at the first and last picture too.
+TEST(VideoDecoderToolkit, PlaybackPassesOverPicturesThatDoNotDecode) {
+  const CmBytes huge = ClaimingSize(NmTestSupport::FlatJPEG(10), 65500, 65500);
+  // Headers up to the frame's, then no scan: a JPEG to look at, which does not
+  // decode.
+  const CmBytes headless = [] {
+    CmBytes jpeg = NmTestSupport::FlatJPEG(20);
+    for (size_t i = 0; i + 3 < jpeg.size(); ++i) {
+      if (jpeg[i] == 0xFF && jpeg[i + 1] == 0xC0) {
+        jpeg.resize(i + 2 + (jpeg[i + 2] << 8 | jpeg[i + 3]));
+        break;
+      }
+    }
+    const CmBytes junk = NmTestSupport::Pattern(100, 9);
+    jpeg.insert(jpeg.end(), junk.begin(), junk.end());
+    return jpeg;
+  }();
+  // Pictures 0, 3 and 5 are bad: the first, the first of the second sequence
+  // and the last.
+  auto bad = [](int i) { return i == 0 || i == 3 || i == 5; };
+  for (const Form form : {Form::RawJPEG, Form::Block, Form::Packet, Form::MultiPacket}) {
+    SCOPED_TRACE(static_cast<int>(form));
+    std::string items;
+    for (int i = 0; i < PictureCount; ++i) {
+      items += JPEGItem(form, i, "", bad(i) ? (i == 3 ? &headless : &huge) : nullptr);
+    }
+    CmVZKSourceToolkit root(Decoder(items).c_str());
+    root.Connect(0);
+    auto expectAt = [&](int i) {
+      SmPicture picture = Fetch(root);
+      if (bad(i)) {
+        EXPECT_EQ(picture.status, StatusNoItem) << "picture " << i;
+        EXPECT_EQ(picture.item, nullptr);
+      } else {
+        EXPECT_EQ(picture.status, StatusSuccess) << "picture " << i;
+        EXPECT_EQ(picture.time, TimeOf(i));
+        EXPECT_NEAR(picture.luma, LevelOf(i), 3);
+      }
+    };
+
+    ASSERT_EQ(root.MoveFirst(), StatusSuccess);
+    expectAt(0);
+    for (int i = 1; i < PictureCount; ++i) {
+      ASSERT_EQ(root.MoveNext(), StatusSuccess) << i;
+      expectAt(i);
+    }
+    EXPECT_EQ(root.MoveNext(), StatusNoItem);
+    expectAt(PictureCount - 1);
+    for (int i = PictureCount - 2; i >= 0; --i) {
+      ASSERT_EQ(root.MovePrevious(), StatusSuccess) << i;
+      expectAt(i);
+    }
+    EXPECT_EQ(root.MovePrevious(), StatusNoItem);
+    ASSERT_EQ(root.MoveNext(), StatusSuccess);
+    expectAt(1);
+    ASSERT_EQ(root.MoveLast(), StatusSuccess);
+    expectAt(PictureCount - 1);
+
+    // Sequences start at pictures 0 and 3, both bad.
+    ASSERT_EQ(root.MoveFirst(), StatusSuccess);
+    ASSERT_EQ(root.MoveNextSequence(), StatusSuccess);
+    expectAt(3);
+    ASSERT_EQ(root.MoveNext(), StatusSuccess);
+    expectAt(4);
+    ASSERT_EQ(root.MovePreviousSequence(), StatusSuccess);
+    expectAt(0);
+    ASSERT_EQ(root.MoveNext(), StatusSuccess);
+    expectAt(1);
+
+    for (const SmMoveMode mode :
+         {MoveClosest, MoveBefore, MoveAtOrBefore, MoveAfter, MoveAtOrAfter}) {
+      for (int i = 0; i < PictureCount; ++i) {
+        for (const int64_t t : {TimeOf(i) - 1, TimeOf(i), TimeOf(i) + 1}) {
+          SCOPED_TRACE(testing::Message() << "mode " << mode << " at T0+" << t - T0);
+          const std::optional<int> expected = Expected(t, mode);
+          ASSERT_EQ(root.MoveTo(t, mode), expected ? StatusSuccess : StatusNoItem);
+          if (expected) {
+            expectAt(*expected);
+            // Stepping on from there goes to the neighbour, bad or not.
+            if (*expected + 1 < PictureCount) {
+              ASSERT_EQ(root.MoveNext(), StatusSuccess);
+              expectAt(*expected + 1);
+              ASSERT_EQ(root.MovePrevious(), StatusSuccess);
+              expectAt(*expected);
+            }
+          }
+        }
+      }
+    }
+  }
+}
+
+// A bad picture among items that are handed on as they are stored: what
+// needs no decoding goes on, a picture whose mask cannot be burnt in never
+// goes out unmasked, and the steps go past both.
+TEST(ConditionalVideoDecoderToolkit, UndecodablePicturesNeverGoOutUnmasked) {
+  const CmBytes garbage = NmTestSupport::Pattern(300, 9);
+  const std::string mask = "<property name='Privacy_Mask' value='2x1;10'/>";
+  const std::string items = JPEGItem(Form::Packet, 0) + JPEGItem(Form::Packet, 1, mask, &garbage) +
+                            JPEGItem(Form::Packet, 2, mask) +
+                            JPEGItem(Form::Block, 3, "", &garbage) + JPEGItem(Form::Packet, 4);
+  CmVZKSourceToolkit root(
+      Decoder(items, "pass_privacy_mask='yes' pass_format='jpeg'", "conditional_video_decoder")
+          .c_str());
+  root.Connect(0);
+  auto kindAt = [&] {
+    SmPicture picture = Fetch(root);
+    if (picture.status != StatusSuccess) {
+      return std::string("none");
+    }
+    return std::string(dynamic_cast<CmImageData*>(picture.item.get()) ? "decoded" : "stored") +
+           "@" + std::to_string(picture.item->GetBeginTime() - T0);
+  };
+  std::vector<std::string> forwards{kindAt()};
+  ASSERT_EQ(root.MoveFirst(), StatusSuccess);
+  forwards = {kindAt()};
+  while (root.MoveNext() == StatusSuccess) {
+    forwards.push_back(kindAt());
+  }
+  EXPECT_EQ(forwards, (std::vector<std::string>{"stored@0", "none", "decoded@80", "stored@120",
+                                                "stored@160"}));
+  std::vector<std::string> backwards;
+  ASSERT_EQ(root.MovePrevious(), StatusSuccess);
+  do {
+    backwards.push_back(kindAt());
+  } while (root.MovePrevious() == StatusSuccess);
+  EXPECT_EQ(backwards, (std::vector<std::string>{"stored@120", "decoded@80", "none", "stored@0"}));
 }

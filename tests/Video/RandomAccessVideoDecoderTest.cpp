@@ -719,3 +719,60 @@ TEST(RandomAccessVideoDecoder, BrokenChainGivesNoPicture) {
   ASSERT_TRUE(h.decoder.GetImage(Ms(frames[8]), TimeMatchExact, image));
   EXPECT_EQ(MiddleLuma(image), 9);
 }
+
+// When the sync frame of a group fails, every frame that needs it fails too,
+// each named by its own time so that playback can stand on it and step past;
+// the next group decodes again. A time with no frame at all names nothing.
+TEST(RandomAccessVideoDecoder, FailedSyncFrameMakesItsGroupUndecodable) {
+  for (const bool blocks : {false, true}) {
+    SCOPED_TRACE(blocks ? "blocks" : "packets");
+    SmChainHarness h;
+    const std::vector<int64_t> frames =
+        blocks ? FillChainBlocks(h.store) : FillChainPackets(h.store);
+    if (blocks) {
+      // The second block's first frame now needs one that never comes.
+      CmBytes payload{5, 99, 6, 5, 7, 6, 8, 7};
+      h.store.m_Records[1].bytes = BuildBlock({.type = 10,
+                                               .beginTime = static_cast<uint64_t>(T0 + 160),
+                                               .endTime = static_cast<uint64_t>(T0 + 280),
+                                               .width = 16,
+                                               .height = 8,
+                                               .imageCount = 4,
+                                               .payload = payload});
+    } else {
+      h.store.m_Records[4].bytes = BuildVideoPacket({.codec = 10,
+                                                     .sync = true,
+                                                     .syncTime = static_cast<uint64_t>(T0 + 160),
+                                                     .frameTime = static_cast<uint64_t>(T0 + 160),
+                                                     .payload = {5, 99}});
+    }
+    CmImage image;
+    CmTimeStamp failed;
+    ASSERT_TRUE(h.decoder.GetImage(Ms(frames[2]), TimeMatchAfter, image));
+    EXPECT_EQ(MiddleLuma(image), 4);
+    EXPECT_FALSE(h.decoder.GetUndecodableTime(failed)) << "a success names nothing";
+    // Forwards and backwards through the broken group, as playback steps.
+    for (size_t k = 4; k < 8; ++k) {
+      EXPECT_FALSE(h.decoder.GetImage(Ms(frames[k - 1]), TimeMatchAfter, image)) << k;
+      ASSERT_TRUE(h.decoder.GetUndecodableTime(failed)) << k;
+      EXPECT_EQ(failed, Ms(frames[k]));
+    }
+    ASSERT_TRUE(h.decoder.GetImage(Ms(frames[7]), TimeMatchAfter, image));
+    EXPECT_EQ(MiddleLuma(image), 9);
+    for (size_t k = 7; k >= 4; --k) {
+      EXPECT_FALSE(h.decoder.GetImage(Ms(frames[k + 1]), TimeMatchBefore, image)) << k;
+      ASSERT_TRUE(h.decoder.GetUndecodableTime(failed)) << k;
+      EXPECT_EQ(failed, Ms(frames[k]));
+    }
+    ASSERT_TRUE(h.decoder.GetImage(Ms(frames[4]), TimeMatchBefore, image));
+    EXPECT_EQ(MiddleLuma(image), 4);
+    EXPECT_FALSE(h.decoder.GetImage(Ms(frames[5]), TimeMatchExact, image));
+    ASSERT_TRUE(h.decoder.GetUndecodableTime(failed));
+    EXPECT_EQ(failed, Ms(frames[5]));
+
+    EXPECT_FALSE(h.decoder.GetImage(Ms(frames.back()), TimeMatchAfter, image));
+    EXPECT_FALSE(h.decoder.GetUndecodableTime(failed)) << "nothing after the last frame";
+    EXPECT_FALSE(h.decoder.GetImage(Ms(frames[5] + 1), TimeMatchExact, image));
+    EXPECT_FALSE(h.decoder.GetUndecodableTime(failed)) << "no frame at that time";
+  }
+}

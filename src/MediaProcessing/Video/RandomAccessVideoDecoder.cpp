@@ -48,6 +48,7 @@ void CmRandomAccessVideoDecoder::SetDataAccess(ImVideoDataAccess* store) {
 }
 
 void CmRandomAccessVideoDecoder::Reset() {
+  m_Target.reset();
   ClearRecord();
   ResetDecoder();
   ForgetNeighbours();
@@ -378,6 +379,24 @@ bool CmRandomAccessVideoDecoder::IsContinuation() {
 
 bool CmRandomAccessVideoDecoder::GetImage(const CmTimeStamp& time, SmTimeMatchType matchType,
                                           CmImage& image) {
+  m_Target.reset();
+  const bool found = FindImage(time, matchType, image);
+  if (found) {
+    m_Target.reset();
+  }
+  return found;
+}
+
+bool CmRandomAccessVideoDecoder::GetUndecodableTime(CmTimeStamp& timeOut) const {
+  if (!m_Target) {
+    return false;
+  }
+  timeOut = *m_Target;
+  return true;
+}
+
+bool CmRandomAccessVideoDecoder::FindImage(const CmTimeStamp& time, SmTimeMatchType matchType,
+                                           CmImage& image) {
   if (m_Store == nullptr) {
     throw CmIntegrityError(
         NmError::MakeLocation("NmMediaProcessing::CmRandomAccessVideoDecoder::GetImage", __FILE__,
@@ -407,6 +426,7 @@ bool CmRandomAccessVideoDecoder::GetImage(const CmTimeStamp& time, SmTimeMatchTy
       // The image wanted may be the one decoded last, or the codec may go
       // straight on with the new record.
       const CmTimeStamp target = TargetTime(time, matchType);
+      m_Target = target;
       const CheckResult check = CheckImages(target, false, time, matchType, image);
       if (check == Delivered) {
         m_LastDeliveredTime = image.GetAttributes().timeStamp;
@@ -423,6 +443,9 @@ bool CmRandomAccessVideoDecoder::GetImage(const CmTimeStamp& time, SmTimeMatchTy
   }
 
   const CmTimeStamp target = TargetTime(time, matchType);
+  // From here on the picture is known, and a failure means that it cannot be
+  // decoded, not that it is not there.
+  m_Target = target;
   if (!continueDecoding) {
     if (m_FeedState != NothingFed) {
       const CheckResult check = CheckImages(target, false, time, matchType, image);

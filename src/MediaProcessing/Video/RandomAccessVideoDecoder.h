@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 
 #include "Common/TimeStamp/TimeStamp.h"
 #include "MediaProcessing/GenericByteData/ByteDataVideoAccess.h"
@@ -26,8 +27,13 @@ public:
   void SetDataAccess(ImVideoDataAccess* store);
   void ClearDataAccess() { m_Store = nullptr; }
 
-  // False when the store holds nothing suitable; the object stays usable.
+  // False when the store holds nothing suitable or the picture chosen cannot
+  // be decoded; the object stays usable.
   bool GetImage(const NmTimeStamp::CmTimeStamp& time, SmTimeMatchType matchType, CmImage& image);
+  // After a GetImage that chose a picture but could not decode it, by failure
+  // or by an error raised while decoding: true with that picture's time.
+  // False after a success, and when no picture matched at all.
+  bool GetUndecodableTime(NmTimeStamp::CmTimeStamp& timeOut) const;
 
   void Reset() override;
   void SetParameters(const SmVideoDecodeParameters& parameters) override;
@@ -59,6 +65,7 @@ private:
                           CmImage& image);
   // May the codec go on from its last image with the present record?
   bool IsContinuation();
+  bool FindImage(const NmTimeStamp::CmTimeStamp& time, SmTimeMatchType matchType, CmImage& image);
   bool DecodeLoop(const NmTimeStamp::CmTimeStamp& target, const NmTimeStamp::CmTimeStamp& time,
                   SmTimeMatchType matchType, CmImage& image);
   bool FailDecoding();
@@ -75,6 +82,8 @@ private:
   NmTimeStamp::CmTimeStamp m_NextRecordBegin = NmTimeStamp::CmTimeStamp::FromTicks(0);
   NmTimeStamp::CmTimeStamp m_PreviousRecordEnd = NmTimeStamp::CmTimeStamp::FromTicks(~0ULL);
   NmTimeStamp::CmTimeStamp m_LastDeliveredTime = NmTimeStamp::CmTimeStamp::FromTicks(~0ULL);
+  // The picture the present GetImage is after, once chosen.
+  std::optional<NmTimeStamp::CmTimeStamp> m_Target;
 };
 
 } // namespace NmMediaProcessing

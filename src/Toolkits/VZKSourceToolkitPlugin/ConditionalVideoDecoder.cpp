@@ -90,18 +90,26 @@ bool CmConditionalVideoDecoder::NeedsDecoding(const ImData& item) {
   }
 }
 
-bool CmConditionalVideoDecoder::FailsConditions(const ImData& item) {
-  const std::vector<const ImData*> elements = ElementsOf(item);
-  if (m_PassPrivacyMask != NotSet) {
-    if (item.GetProperty(NmPropertyNames::PrivacyMask) != nullptr) {
+bool CmConditionalVideoDecoder::MustBeMasked(const ImData& item) const {
+  if (m_PassPrivacyMask == NotSet) {
+    return false;
+  }
+  if (item.GetProperty(NmPropertyNames::PrivacyMask) != nullptr) {
+    return true;
+  }
+  for (const ImData* element : ElementsOf(item)) {
+    if (element != nullptr && element->GetProperty(NmPropertyNames::PrivacyMask) != nullptr) {
       return true;
     }
-    for (const ImData* element : elements) {
-      if (element != nullptr && element->GetProperty(NmPropertyNames::PrivacyMask) != nullptr) {
-        return true;
-      }
-    }
   }
+  return false;
+}
+
+bool CmConditionalVideoDecoder::FailsConditions(const ImData& item) {
+  if (MustBeMasked(item)) {
+    return true;
+  }
+  const std::vector<const ImData*> elements = ElementsOf(item);
   const bool format = m_PassFormat != NotSet;
   const bool size = m_PassWidth != NotSet || m_PassHeight != NotSet;
   if ((format || size) && elements.size() > 1) {
@@ -166,10 +174,19 @@ uint32_t CmConditionalVideoDecoder::MoveTo(int64_t time, SmMoveMode mode) {
       raw = nullptr;
       const uint32_t decodedStatus = CmVideoDecoder::GetData(&raw);
       const std::unique_ptr<ImData> decoded(raw);
-      if (decodedStatus == StatusSuccess && decoded &&
-          decoded->GetBeginTime() >= undecoded->GetBeginTime() &&
-          decoded->GetBeginTime() <= undecoded->GetEndTime()) {
+      auto within = [&](int64_t t) {
+        return t >= undecoded->GetBeginTime() && t <= undecoded->GetEndTime();
+      };
+      if (decodedStatus == StatusSuccess && decoded && within(decoded->GetBeginTime())) {
         m_Time = decoded->GetBeginTime();
+        m_Decoding = true;
+        return StatusSuccess;
+      }
+      // A picture that needs its mask and cannot be decoded must not go out
+      // as stored, unmasked: the move stands on it with no picture to give.
+      const std::optional<int64_t>& undecodable = GetUndecodableTime();
+      if (undecodable && within(*undecodable) && MustBeMasked(*undecoded)) {
+        m_Time = *undecodable;
         m_Decoding = true;
         return StatusSuccess;
       }

@@ -34,6 +34,9 @@ public:
 
 private:
   bool FailsConditions(const ImData& item);
+  // True when a privacy mask is to be burnt into `item`, so that it may
+  // never go out as stored.
+  bool MustBeMasked(const ImData& item) const;
 
   static constexpr const char* NotSet = "*";
 

@@ -192,34 +192,34 @@ uint32_t CmVideoDecoder::Seek(int64_t time, SmTimeMatchType matchType) {
     m_Previous.Reset();
   };
   auto atTime = [&](const CmImage& image) { return Exists(image) && TimeOf(image) == time; };
+  auto landed = [&] {
+    m_UndecodableAt.reset();
+    m_LastStatus = StatusSuccess;
+    return StatusSuccess;
+  };
 
   if (haveCurrent) {
     if (matchType == TimeMatchAfter && Exists(m_Next) && TimeOf(m_Current) == time) {
       rotateForwards();
-      m_LastStatus = StatusSuccess;
-      return StatusSuccess;
+      return landed();
     }
     if (matchType == TimeMatchBefore && Exists(m_Previous) && TimeOf(m_Current) == time) {
       rotateBackwards();
-      m_LastStatus = StatusSuccess;
-      return StatusSuccess;
+      return landed();
     }
     if (matchType != TimeMatchAfter && matchType != TimeMatchBefore) {
       const bool inCurrentSpan = matchType == TimeMatchAtOrBefore && Exists(m_Next) &&
                                  TimeOf(m_Current) <= time && time < TimeOf(m_Next);
       if (atTime(m_Current) || inCurrentSpan) {
-        m_LastStatus = StatusSuccess;
-        return StatusSuccess;
+        return landed();
       }
       if (atTime(m_Next)) {
         rotateForwards();
-        m_LastStatus = StatusSuccess;
-        return StatusSuccess;
+        return landed();
       }
       if (atTime(m_Previous)) {
         rotateBackwards();
-        m_LastStatus = StatusSuccess;
-        return StatusSuccess;
+        return landed();
       }
     }
   }
@@ -239,11 +239,25 @@ uint32_t CmVideoDecoder::Seek(int64_t time, SmTimeMatchType matchType) {
     found = false;
   }
   if (found) {
-    m_LastStatus = StatusSuccess;
+    return landed();
+  }
+  // The move found its picture but could not decode it. One bad picture must
+  // not end playback: the move stands on it, GetData says that there is no
+  // picture, and the next step goes past it. Only an exact time, which names
+  // that one picture, fails.
+  CmTimeStamp undecodable;
+  if (matchType != TimeMatchExact && m_RandomAccess.GetUndecodableTime(undecodable)) {
+    m_Current.Reset();
+    m_UndecodableAt = undecodable.GetMilliseconds();
+    m_LastStatus = StatusNoItem;
     return StatusSuccess;
   }
-  // A miss keeps showing the picture there was, if there was one.
-  if (Exists(saved)) {
+  // A miss keeps showing the picture there was, if there was one, or stays
+  // on the picture that could not be decoded.
+  if (m_UndecodableAt) {
+    m_Current.Reset();
+    m_LastStatus = StatusNoItem;
+  } else if (Exists(saved)) {
     m_Current = saved;
     m_LastStatus = StatusSuccess;
   } else {
@@ -263,16 +277,21 @@ uint32_t CmVideoDecoder::MoveLast() {
   return MoveTo(CmTimeStamp(CmTimeStamp::Latest).GetMilliseconds(), MoveAtOrBefore);
 }
 
+int64_t CmVideoDecoder::PositionTime() const {
+  if (m_UndecodableAt) {
+    return *m_UndecodableAt;
+  }
+  return Exists(m_Current) ? TimeOf(m_Current) : CmTimeStamp().GetMilliseconds();
+}
+
 uint32_t CmVideoDecoder::MoveNext() {
   RequirePlayback("MoveNext");
-  return Seek(Exists(m_Current) ? TimeOf(m_Current) : CmTimeStamp().GetMilliseconds(),
-              TimeMatchAfter);
+  return Seek(PositionTime(), TimeMatchAfter);
 }
 
 uint32_t CmVideoDecoder::MovePrevious() {
   RequirePlayback("MovePrevious");
-  return Seek(Exists(m_Current) ? TimeOf(m_Current) : CmTimeStamp().GetMilliseconds(),
-              TimeMatchBefore);
+  return Seek(PositionTime(), TimeMatchBefore);
 }
 
 uint32_t CmVideoDecoder::MoveSequence(bool forwards) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 
 #include "MediaProcessing/Image/Image.h"
 #include "MediaProcessing/Video/GenericVideoDecoder.h"
@@ -39,6 +40,9 @@ protected:
   // selects it, into the current image; 0 or 1.
   uint32_t Seek(int64_t time, NmMediaProcessing::SmTimeMatchType matchType);
   CmCache* GetCache() const { return m_Cache.get(); }
+  // The time of the picture playback stands on when that picture could not
+  // be decoded; none while it stands on a decoded picture or nowhere.
+  const std::optional<int64_t>& GetUndecodableTime() const { return m_UndecodableAt; }
 
 private:
   void ApplyOptions();
@@ -49,6 +53,9 @@ private:
                      NmMediaProcessing::SmTimeMatchType matchType);
   // The upstream item of the picture's time, for its per-frame properties.
   const ImData* ItemAt(int64_t time);
+  // Where the next step starts from: the picture shown or the one that could
+  // not be decoded.
+  int64_t PositionTime() const;
 
   NmMediaProcessing::CmGenericVideoDecoder m_StreamDecoder;
   std::unique_ptr<ImData> m_PendingItem;
@@ -60,6 +67,7 @@ private:
   NmMediaProcessing::CmImage m_Current;
   NmMediaProcessing::CmImage m_Next;
   NmMediaProcessing::CmImage m_Previous;
+  std::optional<int64_t> m_UndecodableAt;
 };
 
 } // namespace NmToolkit
