@@ -746,76 +746,89 @@ TEST(VideoDecoderToolkit, PlaybackPassesOverPicturesThatDoNotDecode) {
   // Pictures 0, 3 and 5 are bad: the first, the first of the second sequence
   // and the last.
   auto bad = [](int i) { return i == 0 || i == 3 || i == 5; };
-  for (const Form form : {Form::RawJPEG, Form::Block, Form::Packet, Form::MultiPacket}) {
-    SCOPED_TRACE(static_cast<int>(form));
-    std::string items;
-    for (int i = 0; i < PictureCount; ++i) {
-      items += JPEGItem(form, i, "", bad(i) ? (i == 3 ? &headless : &huge) : nullptr);
-    }
-    CmVZKSourceToolkit root(Decoder(items).c_str());
-    root.Connect(0);
-    auto expectAt = [&](int i) {
-      SmPicture picture = Fetch(root);
-      if (bad(i)) {
-        EXPECT_EQ(picture.status, StatusNoItem) << "picture " << i;
-        EXPECT_EQ(picture.item, nullptr);
-      } else {
+  // Asking for the neighbours' times makes the decoder keep them decoded
+  // beside the current picture, and step through them.
+  for (const bool neighbours : {false, true})
+    for (const Form form : {Form::RawJPEG, Form::Block, Form::Packet, Form::MultiPacket}) {
+      SCOPED_TRACE(testing::Message()
+                   << "form " << static_cast<int>(form) << " neighbours " << neighbours);
+      std::string items;
+      for (int i = 0; i < PictureCount; ++i) {
+        items += JPEGItem(form, i, "", bad(i) ? (i == 3 ? &headless : &huge) : nullptr);
+      }
+      CmVZKSourceToolkit root(Decoder(items).c_str());
+      CmPropertyNameSet supported;
+      root.Connect(neighbours ? CmPropertyNameSet{"Prev_Begin_Time", "Next_Begin_Time"}
+                              : CmPropertyNameSet{},
+                   supported, 0);
+      auto expectAt = [&](int i) {
+        SmPicture picture = Fetch(root);
+        if (bad(i)) {
+          EXPECT_EQ(picture.status, StatusNoItem) << "picture " << i;
+          EXPECT_EQ(picture.item, nullptr);
+          return;
+        }
         EXPECT_EQ(picture.status, StatusSuccess) << "picture " << i;
         EXPECT_EQ(picture.time, TimeOf(i));
         EXPECT_NEAR(picture.luma, LevelOf(i), 3);
+        if (neighbours && picture.item) {
+          // A neighbour that does not decode is a neighbour all the same.
+          EXPECT_EQ(TimeProperty(*picture.item, "Prev_Begin_Time"), i > 0 ? TimeOf(i - 1) : -1);
+          EXPECT_EQ(TimeProperty(*picture.item, "Next_Begin_Time"),
+                    i + 1 < PictureCount ? TimeOf(i + 1) : -1);
+        }
+      };
+
+      ASSERT_EQ(root.MoveFirst(), StatusSuccess);
+      expectAt(0);
+      for (int i = 1; i < PictureCount; ++i) {
+        ASSERT_EQ(root.MoveNext(), StatusSuccess) << i;
+        expectAt(i);
       }
-    };
+      EXPECT_EQ(root.MoveNext(), StatusNoItem);
+      expectAt(PictureCount - 1);
+      for (int i = PictureCount - 2; i >= 0; --i) {
+        ASSERT_EQ(root.MovePrevious(), StatusSuccess) << i;
+        expectAt(i);
+      }
+      EXPECT_EQ(root.MovePrevious(), StatusNoItem);
+      ASSERT_EQ(root.MoveNext(), StatusSuccess);
+      expectAt(1);
+      ASSERT_EQ(root.MoveLast(), StatusSuccess);
+      expectAt(PictureCount - 1);
 
-    ASSERT_EQ(root.MoveFirst(), StatusSuccess);
-    expectAt(0);
-    for (int i = 1; i < PictureCount; ++i) {
-      ASSERT_EQ(root.MoveNext(), StatusSuccess) << i;
-      expectAt(i);
-    }
-    EXPECT_EQ(root.MoveNext(), StatusNoItem);
-    expectAt(PictureCount - 1);
-    for (int i = PictureCount - 2; i >= 0; --i) {
-      ASSERT_EQ(root.MovePrevious(), StatusSuccess) << i;
-      expectAt(i);
-    }
-    EXPECT_EQ(root.MovePrevious(), StatusNoItem);
-    ASSERT_EQ(root.MoveNext(), StatusSuccess);
-    expectAt(1);
-    ASSERT_EQ(root.MoveLast(), StatusSuccess);
-    expectAt(PictureCount - 1);
+      // Sequences start at pictures 0 and 3, both bad.
+      ASSERT_EQ(root.MoveFirst(), StatusSuccess);
+      ASSERT_EQ(root.MoveNextSequence(), StatusSuccess);
+      expectAt(3);
+      ASSERT_EQ(root.MoveNext(), StatusSuccess);
+      expectAt(4);
+      ASSERT_EQ(root.MovePreviousSequence(), StatusSuccess);
+      expectAt(0);
+      ASSERT_EQ(root.MoveNext(), StatusSuccess);
+      expectAt(1);
 
-    // Sequences start at pictures 0 and 3, both bad.
-    ASSERT_EQ(root.MoveFirst(), StatusSuccess);
-    ASSERT_EQ(root.MoveNextSequence(), StatusSuccess);
-    expectAt(3);
-    ASSERT_EQ(root.MoveNext(), StatusSuccess);
-    expectAt(4);
-    ASSERT_EQ(root.MovePreviousSequence(), StatusSuccess);
-    expectAt(0);
-    ASSERT_EQ(root.MoveNext(), StatusSuccess);
-    expectAt(1);
-
-    for (const SmMoveMode mode :
-         {MoveClosest, MoveBefore, MoveAtOrBefore, MoveAfter, MoveAtOrAfter}) {
-      for (int i = 0; i < PictureCount; ++i) {
-        for (const int64_t t : {TimeOf(i) - 1, TimeOf(i), TimeOf(i) + 1}) {
-          SCOPED_TRACE(testing::Message() << "mode " << mode << " at T0+" << t - T0);
-          const std::optional<int> expected = Expected(t, mode);
-          ASSERT_EQ(root.MoveTo(t, mode), expected ? StatusSuccess : StatusNoItem);
-          if (expected) {
-            expectAt(*expected);
-            // Stepping on from there goes to the neighbour, bad or not.
-            if (*expected + 1 < PictureCount) {
-              ASSERT_EQ(root.MoveNext(), StatusSuccess);
-              expectAt(*expected + 1);
-              ASSERT_EQ(root.MovePrevious(), StatusSuccess);
+      for (const SmMoveMode mode :
+           {MoveClosest, MoveBefore, MoveAtOrBefore, MoveAfter, MoveAtOrAfter}) {
+        for (int i = 0; i < PictureCount; ++i) {
+          for (const int64_t t : {TimeOf(i) - 1, TimeOf(i), TimeOf(i) + 1}) {
+            SCOPED_TRACE(testing::Message() << "mode " << mode << " at T0+" << t - T0);
+            const std::optional<int> expected = Expected(t, mode);
+            ASSERT_EQ(root.MoveTo(t, mode), expected ? StatusSuccess : StatusNoItem);
+            if (expected) {
               expectAt(*expected);
+              // Stepping on from there goes to the neighbour, bad or not.
+              if (*expected + 1 < PictureCount) {
+                ASSERT_EQ(root.MoveNext(), StatusSuccess);
+                expectAt(*expected + 1);
+                ASSERT_EQ(root.MovePrevious(), StatusSuccess);
+                expectAt(*expected);
+              }
             }
           }
         }
       }
     }
-  }
 }
 
 // A bad picture among items that are handed on as they are stored: what

@@ -328,21 +328,27 @@ uint32_t CmVideoDecoder::MoveTo(int64_t time, SmMoveMode mode) {
   return Seek(time, MatchTypeFor(mode));
 }
 
-bool CmVideoDecoder::FindNeighbour(CmImage& neighbour, SmTimeMatchType matchType) {
+std::optional<int64_t> CmVideoDecoder::FindNeighbour(CmImage& neighbour,
+                                                     SmTimeMatchType matchType) {
   if (Exists(neighbour)) {
-    return true;
+    return TimeOf(neighbour);
   }
   try {
     CmImage image;
     if (m_RandomAccess.GetImage(m_Current.GetAttributes().timeStamp, matchType, image) &&
         Exists(image)) {
       neighbour = image;
-      return true;
+      return TimeOf(image);
     }
   } catch (const NmError::CmError&) {
   }
   neighbour.Reset();
-  return false;
+  // A neighbour that cannot be decoded is still where the next step goes.
+  CmTimeStamp undecodable;
+  if (m_RandomAccess.GetUndecodableTime(undecodable)) {
+    return undecodable.GetMilliseconds();
+  }
+  return std::nullopt;
 }
 
 const ImData* CmVideoDecoder::ItemAt(int64_t time) {
@@ -384,18 +390,16 @@ uint32_t CmVideoDecoder::GetData(ImData** out) {
   const int64_t time = TimeOf(m_Current);
   if (passed.count(NmPropertyNames::PrevBeginTime) != 0 ||
       passed.count(NmPropertyNames::PrevEndTime) != 0) {
-    if (FindNeighbour(m_Previous, TimeMatchBefore)) {
-      properties.SetProperty(NmPropertyNames::PrevBeginTime,
-                             new CmUTCTimeProperty(TimeOf(m_Previous)));
-      properties.SetProperty(NmPropertyNames::PrevEndTime,
-                             new CmUTCTimeProperty(TimeOf(m_Previous)));
+    if (const std::optional<int64_t> previous = FindNeighbour(m_Previous, TimeMatchBefore)) {
+      properties.SetProperty(NmPropertyNames::PrevBeginTime, new CmUTCTimeProperty(*previous));
+      properties.SetProperty(NmPropertyNames::PrevEndTime, new CmUTCTimeProperty(*previous));
     }
   }
   if (passed.count(NmPropertyNames::NextBeginTime) != 0 ||
       passed.count(NmPropertyNames::NextEndTime) != 0) {
-    if (FindNeighbour(m_Next, TimeMatchAfter)) {
-      properties.SetProperty(NmPropertyNames::NextBeginTime, new CmUTCTimeProperty(TimeOf(m_Next)));
-      properties.SetProperty(NmPropertyNames::NextEndTime, new CmUTCTimeProperty(TimeOf(m_Next)));
+    if (const std::optional<int64_t> next = FindNeighbour(m_Next, TimeMatchAfter)) {
+      properties.SetProperty(NmPropertyNames::NextBeginTime, new CmUTCTimeProperty(*next));
+      properties.SetProperty(NmPropertyNames::NextEndTime, new CmUTCTimeProperty(*next));
     }
   }
   const ImData* item = nullptr;

@@ -48,9 +48,10 @@ private:
   void ApplyOptions();
   uint32_t MoveSequence(bool forwards);
   // Decodes the neighbour of the current picture into `neighbour` unless it
-  // is there already; false when there is none.
-  bool FindNeighbour(NmMediaProcessing::CmImage& neighbour,
-                     NmMediaProcessing::SmTimeMatchType matchType);
+  // is there already, and gives its time; the time of a neighbour that cannot
+  // be decoded too, with `neighbour` left empty. None when there is none.
+  std::optional<int64_t> FindNeighbour(NmMediaProcessing::CmImage& neighbour,
+                                       NmMediaProcessing::SmTimeMatchType matchType);
   // The upstream item of the picture's time, for its per-frame properties.
   const ImData* ItemAt(int64_t time);
   // Where the next step starts from: the picture shown or the one that could
