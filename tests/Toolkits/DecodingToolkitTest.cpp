@@ -839,7 +839,9 @@ TEST(ConditionalVideoDecoderToolkit, UndecodablePicturesNeverGoOutUnmasked) {
   const std::string mask = "<property name='Privacy_Mask' value='2x1;10'/>";
   const std::string items = JPEGItem(Form::Packet, 0) + JPEGItem(Form::Packet, 1, mask, &garbage) +
                             JPEGItem(Form::Packet, 2, mask) +
-                            JPEGItem(Form::Block, 3, "", &garbage) + JPEGItem(Form::Packet, 4);
+                            JPEGItem(Form::Block, 3, "", &garbage) + JPEGItem(Form::Packet, 4) +
+                            "<item begin='" + std::to_string(TimeOf(5)) + "' payload='junk'>" +
+                            mask + "</item>";
   CmVZKSourceToolkit root(
       Decoder(items, "pass_privacy_mask='yes' pass_format='jpeg'", "conditional_video_decoder")
           .c_str());
@@ -859,11 +861,12 @@ TEST(ConditionalVideoDecoderToolkit, UndecodablePicturesNeverGoOutUnmasked) {
     forwards.push_back(kindAt());
   }
   EXPECT_EQ(forwards, (std::vector<std::string>{"stored@0", "none", "decoded@80", "stored@120",
-                                                "stored@160"}));
+                                                "stored@160", "none"}));
   std::vector<std::string> backwards;
   ASSERT_EQ(root.MovePrevious(), StatusSuccess);
   do {
     backwards.push_back(kindAt());
   } while (root.MovePrevious() == StatusSuccess);
-  EXPECT_EQ(backwards, (std::vector<std::string>{"stored@120", "decoded@80", "none", "stored@0"}));
+  EXPECT_EQ(backwards, (std::vector<std::string>{"stored@160", "stored@120", "decoded@80", "none",
+                                                 "stored@0"}));
 }

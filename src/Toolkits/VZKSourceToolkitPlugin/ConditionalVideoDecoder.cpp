@@ -174,22 +174,22 @@ uint32_t CmConditionalVideoDecoder::MoveTo(int64_t time, SmMoveMode mode) {
       raw = nullptr;
       const uint32_t decodedStatus = CmVideoDecoder::GetData(&raw);
       const std::unique_ptr<ImData> decoded(raw);
-      auto within = [&](int64_t t) {
-        return t >= undecoded->GetBeginTime() && t <= undecoded->GetEndTime();
-      };
-      if (decodedStatus == StatusSuccess && decoded && within(decoded->GetBeginTime())) {
+      if (decodedStatus == StatusSuccess && decoded &&
+          decoded->GetBeginTime() >= undecoded->GetBeginTime() &&
+          decoded->GetBeginTime() <= undecoded->GetEndTime()) {
         m_Time = decoded->GetBeginTime();
         m_Decoding = true;
         return StatusSuccess;
       }
-      // A picture that needs its mask and cannot be decoded must not go out
-      // as stored, unmasked: the move stands on it with no picture to give.
-      const std::optional<int64_t>& undecodable = GetUndecodableTime();
-      if (undecodable && within(*undecodable) && MustBeMasked(*undecoded)) {
-        m_Time = *undecodable;
-        m_Decoding = true;
-        return StatusSuccess;
-      }
+    }
+    // An item that needs its mask burnt in and gives no picture of its own
+    // must not go out as stored, unmasked: the move stands on it with no
+    // picture to give, and the next step goes past it.
+    if (MustBeMasked(*undecoded)) {
+      StandOnUndecodable(undecoded->GetBeginTime());
+      m_Time = undecoded->GetBeginTime();
+      m_Decoding = true;
+      return StatusSuccess;
     }
   }
   // Undecoded delivery, from the item the move selects.

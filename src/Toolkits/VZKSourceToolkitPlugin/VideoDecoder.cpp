@@ -247,9 +247,7 @@ uint32_t CmVideoDecoder::Seek(int64_t time, SmTimeMatchType matchType) {
   // that one picture, fails.
   CmTimeStamp undecodable;
   if (matchType != TimeMatchExact && m_RandomAccess.GetUndecodableTime(undecodable)) {
-    m_Current.Reset();
-    m_UndecodableAt = undecodable.GetMilliseconds();
-    m_LastStatus = StatusNoItem;
+    StandOnUndecodable(undecodable.GetMilliseconds());
     return StatusSuccess;
   }
   // A miss keeps showing the picture there was, if there was one, or stays
@@ -275,6 +273,14 @@ uint32_t CmVideoDecoder::MoveFirst() {
 uint32_t CmVideoDecoder::MoveLast() {
   RequirePlayback("MoveLast");
   return MoveTo(CmTimeStamp(CmTimeStamp::Latest).GetMilliseconds(), MoveAtOrBefore);
+}
+
+void CmVideoDecoder::StandOnUndecodable(int64_t time) {
+  m_Current.Reset();
+  m_Next.Reset();
+  m_Previous.Reset();
+  m_UndecodableAt = time;
+  m_LastStatus = StatusNoItem;
 }
 
 int64_t CmVideoDecoder::PositionTime() const {

@@ -40,9 +40,9 @@ protected:
   // selects it, into the current image; 0 or 1.
   uint32_t Seek(int64_t time, NmMediaProcessing::SmTimeMatchType matchType);
   CmCache* GetCache() const { return m_Cache.get(); }
-  // The time of the picture playback stands on when that picture could not
-  // be decoded; none while it stands on a decoded picture or nowhere.
-  const std::optional<int64_t>& GetUndecodableTime() const { return m_UndecodableAt; }
+  // Stands on the picture at `time` as on one that cannot be decoded: GetData
+  // answers 1, and the next step starts from there.
+  void StandOnUndecodable(int64_t time);
 
 private:
   void ApplyOptions();
