@@ -85,7 +85,10 @@ const uint8_t* CmByteWindow::Bytes(uint64_t offset, size_t want, size_t& got) {
     return m_Memory + offset;
   }
   if (offset < m_WindowStart || offset + want > m_WindowStart + m_WindowSize) {
-    const size_t fill = static_cast<size_t>(std::min<uint64_t>(WindowCapacity, m_Size - offset));
+    // Small reads for headers, so that looking at the end of a growing file
+    // reads little; long ones for walks through a record.
+    const size_t fill =
+        static_cast<size_t>(std::min<uint64_t>(std::max(want, MinimumRead), m_Size - offset));
     m_Buffer.resize(WindowCapacity);
     m_WindowStart = offset;
     m_WindowSize = 0;

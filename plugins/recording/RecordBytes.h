@@ -56,6 +56,7 @@ public:
   }
 
   static constexpr size_t WindowCapacity = 256 * 1024;
+  static constexpr size_t MinimumRead = 4096;
 
 private:
   const CmRecordFile* m_File = nullptr;

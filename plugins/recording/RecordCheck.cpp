@@ -143,15 +143,13 @@ EmRecordVerdict WalkJPEG(CmByteWindow& bytes, uint64_t start, uint64_t limit, ui
       return EmRecordVerdict::Invalid;
     }
     if (frameHeader) {
-      // Length, precision, height, width, component count, 3 bytes a component.
+      // Length, precision, height, width, component count, 3 bytes a
+      // component. What the values say is for the decoder to judge.
       if (have < 8) {
         return missing(at + 2 + have);
       }
-      const uint8_t precision = head[2];
-      const uint16_t width = Be16(head + 5);
       const uint8_t components = head[7];
-      if ((precision != 8 && precision != 12 && precision != 16) || width == 0 || components == 0 ||
-          segment != 8u + 3u * components) {
+      if (components == 0 || segment != 8u + 3u * components) {
         return EmRecordVerdict::Invalid;
       }
       frame = true;
@@ -332,6 +330,7 @@ EmRecordVerdict CheckMultiPacket(const SmCheckContext& context, const SmHeader& 
     }
     SmRecordCheck inner;
     const SmCheckContext innerContext{context.bytes, at, end};
+    check.wholeUpTo = at;
     const SmHeader innerHeader = ReadHeader(context.bytes, at, 2);
     if (innerHeader.have < 2) {
       return EmRecordVerdict::Incomplete;

@@ -32,6 +32,9 @@ struct SmRecordCheck {
   // more than a type and a length, which random bytes match too often for
   // them to count as a place where the recording picks up again.
   bool defined = false;
+  // For an unfinished multi packet: where its packets stop being whole.
+  // Up to there it is consistent with a record still being written.
+  uint64_t wholeUpTo = 0;
   int64_t beginTime = 0;
   int64_t endTime = 0;
   bool hasSequenceNumber = false;

@@ -88,17 +88,23 @@ EmRecordVerdict CmRecordingIndex::Follower(CmByteWindow& bytes, uint64_t offset,
 }
 
 CmRecordingIndex::EmSearch CmRecordingIndex::Classify(CmByteWindow& bytes, uint64_t candidate,
-                                                      bool wholeFollower) const {
+                                                      bool proof) const {
   const SmRecordCheck check = CheckRecord(bytes, candidate);
+  if (!check.defined || check.verdict == EmRecordVerdict::Invalid) {
+    return EmSearch::None;
+  }
   if (check.verdict == EmRecordVerdict::Incomplete) {
     return EmSearch::Unresolved;
   }
-  if (!check.defined || check.verdict != EmRecordVerdict::Valid) {
-    return EmSearch::None;
+  // Headers with times, codecs and lengths that all hold are beyond what
+  // payload bytes match by chance. A bare JPEG is not: cameras put whole
+  // thumbnails into their pictures, so it needs a record behind it.
+  if (!proof && check.type != SmByteDataType::RawJPEG) {
+    return EmSearch::Found;
   }
   const uint64_t end = candidate + check.length;
   if (end == bytes.Size()) {
-    return wholeFollower ? EmSearch::Unresolved : EmSearch::Found;
+    return proof ? EmSearch::Unresolved : EmSearch::Found;
   }
   switch (Follower(bytes, end, true)) {
   case EmRecordVerdict::Valid:
@@ -111,7 +117,7 @@ CmRecordingIndex::EmSearch CmRecordingIndex::Classify(CmByteWindow& bytes, uint6
 }
 
 CmRecordingIndex::SmSearch CmRecordingIndex::FindRecord(CmByteWindow& bytes, uint64_t from,
-                                                        uint64_t limit, bool wholeFollower,
+                                                        uint64_t limit, bool proof,
                                                         std::vector<uint64_t>* waiting) const {
   limit = std::min(limit, bytes.Size());
   uint64_t at = from;
@@ -140,7 +146,7 @@ CmRecordingIndex::SmSearch CmRecordingIndex::FindRecord(CmByteWindow& bytes, uin
       candidates.push_back(last);
     }
     for (const uint64_t candidate : candidates) {
-      const EmSearch outcome = Classify(bytes, candidate, wholeFollower);
+      const EmSearch outcome = Classify(bytes, candidate, proof);
       if (outcome == EmSearch::Found || (outcome == EmSearch::Unresolved && waiting == nullptr)) {
         return {outcome, candidate};
       }
@@ -170,7 +176,8 @@ bool CmRecordingIndex::PassOverUnfinished(CmByteWindow& bytes, uint64_t start) {
   }
   if (!proof) {
     const SmSearch found =
-        FindRecord(bytes, std::max(m_Lookahead, start + 1), UINT64_MAX, true, &waiting);
+        FindRecord(bytes, std::max({m_Lookahead, start + 1, CheckRecord(bytes, start).wholeUpTo}),
+                   UINT64_MAX, true, &waiting);
     m_Lookahead = found.offset;
     if (found.outcome == EmSearch::Found) {
       proof = found.offset;

@@ -37,14 +37,20 @@ struct SmByteRange {
 // are read when it is asked for.
 //
 // Damage is passed over: where the bytes hold no valid record, the index
-// looks for the next place where one starts and goes on from there. A
-// record found that way must be followed by another valid record or by the
-// end of the file, since payload bytes can look like a record by chance.
+// looks for the next place where one starts and goes on from there. Payload
+// bytes must not pass for a record there: a packet or block must pass every
+// rule of its kind, whose times, codecs and lengths together random bytes
+// practically never meet; a bare JPEG, which may hold whole JPEG thumbnails,
+// must also be followed by another valid record or by the end of the file.
+// A record whose length field leads to no record is damaged itself when a
+// record starts inside the span it claims.
 //
 // A record that the file ends in the middle of is taken for one still being
 // written, and waited for, until a valid record followed by another whole
-// valid record shows up behind its start: then the file went on without it,
-// and it is damage.
+// valid record turns up behind its start (behind the whole packets, for a
+// multi packet): then the file went on without it, and it is damage. A
+// finished file ending that way has lost its last bytes, which the tail of
+// GetDamagedRanges reports.
 class CmRecordingIndex {
 public:
   explicit CmRecordingIndex(std::string path) : m_Path(std::move(path)) {}
@@ -69,13 +75,14 @@ private:
     EmSearch outcome = EmSearch::None;
     uint64_t offset = 0;
   };
-  // Whether a valid record starts at `candidate` that is followed by another
-  // (or, unless `wholeFollower`, by the end of the file): Found; None if
-  // not; Unresolved while more bytes may still decide it.
-  EmSearch Classify(CmByteWindow& bytes, uint64_t candidate, bool wholeFollower) const;
+  // Whether a record starts at `candidate` that the index may pick up at:
+  // Found, None, or Unresolved while more bytes may still decide it. As
+  // `proof` that an unfinished record before it is damage, it must be
+  // followed by another whole record.
+  EmSearch Classify(CmByteWindow& bytes, uint64_t candidate, bool proof) const;
   // The first Found place in [from, limit). Places still unresolved end the
   // search, or with `waiting` are collected there and passed over.
-  SmSearch FindRecord(CmByteWindow& bytes, uint64_t from, uint64_t limit, bool wholeFollower,
+  SmSearch FindRecord(CmByteWindow& bytes, uint64_t from, uint64_t limit, bool proof,
                       std::vector<uint64_t>* waiting) const;
   // Whether the record at `offset` is followed as a record must be:
   // Valid, Incomplete (wait) or Invalid.
