@@ -75,23 +75,36 @@ bool CmRecordingIndex::Update() {
   return true;
 }
 
-EmRecordVerdict CmRecordingIndex::Follower(CmByteWindow& bytes, uint64_t offset,
-                                           bool definedOnly) const {
+EmRecordVerdict CmRecordingIndex::Follower(CmByteWindow& bytes, uint64_t offset) const {
   if (offset == bytes.Size()) {
     return EmRecordVerdict::Valid;
   }
   const SmRecordCheck next = CheckRecord(bytes, offset);
-  if (definedOnly && !next.defined && next.verdict != EmRecordVerdict::Incomplete) {
+  if (next.defined || next.verdict == EmRecordVerdict::Invalid) {
+    return next.verdict;
+  }
+  // A type without a layout and a length that fits: payload bytes look like
+  // that all the time. It counts only with a record of a defined kind, or
+  // the end of the file, behind it.
+  if (next.verdict == EmRecordVerdict::Incomplete) {
     return EmRecordVerdict::Invalid;
   }
-  return next.verdict;
+  const uint64_t after = offset + next.length;
+  if (after == bytes.Size()) {
+    return EmRecordVerdict::Valid;
+  }
+  const SmRecordCheck second = CheckRecord(bytes, after);
+  return second.defined ? second.verdict : EmRecordVerdict::Invalid;
 }
 
 CmRecordingIndex::EmSearch CmRecordingIndex::Classify(CmByteWindow& bytes, uint64_t candidate,
-                                                      bool proof) const {
+                                                      bool proof, uint64_t within) const {
   const SmRecordCheck check = CheckRecord(bytes, candidate);
   if (!check.defined || check.verdict == EmRecordVerdict::Invalid) {
     return EmSearch::None;
+  }
+  if (check.verdict == EmRecordVerdict::Valid && candidate + check.length == within) {
+    return EmSearch::None; // the payload of the record searched, ending with it
   }
   if (check.verdict == EmRecordVerdict::Incomplete) {
     return EmSearch::Unresolved;
@@ -106,7 +119,7 @@ CmRecordingIndex::EmSearch CmRecordingIndex::Classify(CmByteWindow& bytes, uint6
   if (end == bytes.Size()) {
     return proof ? EmSearch::Unresolved : EmSearch::Found;
   }
-  switch (Follower(bytes, end, true)) {
+  switch (Follower(bytes, end)) {
   case EmRecordVerdict::Valid:
     return EmSearch::Found;
   case EmRecordVerdict::Incomplete:
@@ -118,7 +131,8 @@ CmRecordingIndex::EmSearch CmRecordingIndex::Classify(CmByteWindow& bytes, uint6
 
 CmRecordingIndex::SmSearch CmRecordingIndex::FindRecord(CmByteWindow& bytes, uint64_t from,
                                                         uint64_t limit, bool proof,
-                                                        std::vector<uint64_t>* waiting) const {
+                                                        std::vector<uint64_t>* waiting,
+                                                        uint64_t within) const {
   limit = std::min(limit, bytes.Size());
   uint64_t at = from;
   while (at < limit) {
@@ -146,7 +160,7 @@ CmRecordingIndex::SmSearch CmRecordingIndex::FindRecord(CmByteWindow& bytes, uin
       candidates.push_back(last);
     }
     for (const uint64_t candidate : candidates) {
-      const EmSearch outcome = Classify(bytes, candidate, proof);
+      const EmSearch outcome = Classify(bytes, candidate, proof, within);
       if (outcome == EmSearch::Found || (outcome == EmSearch::Unresolved && waiting == nullptr)) {
         return {outcome, candidate};
       }
@@ -239,8 +253,8 @@ void CmRecordingIndex::Scan(CmByteWindow& bytes) {
       Add(check, m_Scan);
       continue;
     }
-    const EmRecordVerdict follower = Follower(bytes, end, !check.defined);
-    if (follower == EmRecordVerdict::Valid) {
+    const EmRecordVerdict follower = Follower(bytes, end);
+    if (follower == EmRecordVerdict::Valid && (end != size || !check.defined)) {
       Add(check, m_Scan);
       continue;
     }
@@ -257,17 +271,21 @@ void CmRecordingIndex::Scan(CmByteWindow& bytes) {
       ++m_Scan;
       continue;
     }
-    // What follows is no record: either this record's length is damaged or
-    // the next record is. A record found inside this one's extent says that
-    // its length is wrong.
+    // What follows is no record, or nothing: either this record's length is
+    // damaged or the next record is, or the length runs to the end of the
+    // file. A record found inside this one's extent says that its length is
+    // wrong.
     std::vector<uint64_t> undecided;
-    const SmSearch found = FindRecord(bytes, m_Scan + 1, end, false, &undecided);
+    const SmSearch found = FindRecord(bytes, m_Scan + 1, end, false, &undecided, end);
     if (found.outcome == EmSearch::Found) {
       Skip(m_Scan, found.offset);
       m_Scan = found.offset;
       continue;
     }
     Add(check, m_Scan);
+    if (end == size) {
+      continue;
+    }
     m_Resyncing = true;
     m_SkipStart = end;
   }

@@ -79,14 +79,16 @@ private:
   // Found, None, or Unresolved while more bytes may still decide it. As
   // `proof` that an unfinished record before it is damage, it must be
   // followed by another whole record.
-  EmSearch Classify(CmByteWindow& bytes, uint64_t candidate, bool proof) const;
+  // A record that ends at `within`, the end of a record being searched, is
+  // that record's payload and proves nothing.
+  EmSearch Classify(CmByteWindow& bytes, uint64_t candidate, bool proof, uint64_t within = 0) const;
   // The first Found place in [from, limit). Places still unresolved end the
   // search, or with `waiting` are collected there and passed over.
   SmSearch FindRecord(CmByteWindow& bytes, uint64_t from, uint64_t limit, bool proof,
-                      std::vector<uint64_t>* waiting) const;
+                      std::vector<uint64_t>* waiting, uint64_t within = 0) const;
   // Whether the record at `offset` is followed as a record must be:
   // Valid, Incomplete (wait) or Invalid.
-  EmRecordVerdict Follower(CmByteWindow& bytes, uint64_t offset, bool definedOnly) const;
+  EmRecordVerdict Follower(CmByteWindow& bytes, uint64_t offset) const;
   // Looks behind a record that is not yet whole for proof that it never will
   // be. True when the scan went on.
   bool PassOverUnfinished(CmByteWindow& bytes, uint64_t start);
