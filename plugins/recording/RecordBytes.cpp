@@ -104,6 +104,14 @@ const uint8_t* CmByteWindow::Bytes(uint64_t offset, size_t want, size_t& got) {
   return m_Window + (offset - m_WindowStart);
 }
 
+const uint8_t* CmByteWindow::Stream(uint64_t offset, size_t& got) {
+  if (offset < m_Size && offset >= m_WindowStart && offset < m_WindowStart + m_WindowSize) {
+    got = static_cast<size_t>(m_WindowStart + m_WindowSize - offset);
+    return m_Window + (offset - m_WindowStart);
+  }
+  return Bytes(offset, WindowCapacity, got);
+}
+
 bool CmByteWindow::Copy(uint64_t offset, void* destination, size_t size) {
   auto* out = static_cast<uint8_t*>(destination);
   while (size > 0) {

@@ -43,6 +43,9 @@ public:
   // Up to `want` contiguous bytes at `offset` (never more than the window
   // holds); `got` says how many. Null, with `got` 0, at or past the end.
   const uint8_t* Bytes(uint64_t offset, size_t want, size_t& got);
+  // Whatever the window holds from `offset` on, or the next window's worth:
+  // for walks that take the bytes as they come.
+  const uint8_t* Stream(uint64_t offset, size_t& got);
   // All of `size` bytes at `offset`, or false.
   bool Copy(uint64_t offset, void* destination, size_t size);
   // The byte at `offset`, or -1 past the end.

@@ -176,11 +176,8 @@ EmRecordVerdict WalkJPEG(CmByteWindow& bytes, uint64_t start, uint64_t limit, ui
         return EmRecordVerdict::Invalid;
       }
       size_t got = 0;
-      const uint8_t* data = at < limit ? bytes.Bytes(at,
-                                                     static_cast<size_t>(std::min<uint64_t>(
-                                                         limit - at, CmByteWindow::WindowCapacity)),
-                                                     got)
-                                       : nullptr;
+      const uint8_t* data = at < limit ? bytes.Stream(at, got) : nullptr;
+      got = static_cast<size_t>(std::min<uint64_t>(got, at < limit ? limit - at : 0));
       if (got == 0) {
         return missing(at);
       }

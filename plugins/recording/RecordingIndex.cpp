@@ -137,8 +137,8 @@ CmRecordingIndex::SmSearch CmRecordingIndex::FindRecord(CmByteWindow& bytes, uin
   uint64_t at = from;
   while (at < limit) {
     size_t got = 0;
-    const uint8_t* data = bytes.Bytes(
-        at, static_cast<size_t>(std::min<uint64_t>(limit - at, CmByteWindow::WindowCapacity)), got);
+    const uint8_t* data = bytes.Stream(at, got);
+    got = static_cast<size_t>(std::min<uint64_t>(got, limit - at));
     if (got == 0) {
       break;
     }
