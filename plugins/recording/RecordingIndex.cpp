@@ -203,9 +203,7 @@ bool CmRecordingIndex::PassOverUnfinished(CmByteWindow& bytes, uint64_t start) {
   }
   Skip(m_Resyncing ? m_SkipStart : start, *proof);
   m_Resyncing = false;
-  m_Scan = *proof;
-  m_Lookahead = 0;
-  m_Waiting.clear();
+  MoveScan(*proof);
   return true;
 }
 
@@ -217,16 +215,10 @@ void CmRecordingIndex::Scan(CmByteWindow& bytes) {
       if (found.outcome == EmSearch::Found) {
         Skip(m_SkipStart, found.offset);
         m_Resyncing = false;
-        m_Scan = found.offset;
-        m_Lookahead = 0;
-        m_Waiting.clear();
+        MoveScan(found.offset);
         continue;
       }
-      if (m_Scan != found.offset) {
-        m_Lookahead = 0;
-        m_Waiting.clear();
-      }
-      m_Scan = found.offset;
+      MoveScan(found.offset);
       // A place that may yet become a record, or may be damage that claims
       // more than the file holds: look behind it for proof.
       if (found.outcome == EmSearch::Unresolved && PassOverUnfinished(bytes, m_Scan)) {
@@ -239,7 +231,7 @@ void CmRecordingIndex::Scan(CmByteWindow& bytes) {
     if (check.verdict == EmRecordVerdict::Invalid) {
       m_Resyncing = true;
       m_SkipStart = m_Scan;
-      ++m_Scan;
+      MoveScan(m_Scan + 1);
       continue;
     }
     if (check.verdict == EmRecordVerdict::Incomplete) {
@@ -268,7 +260,7 @@ void CmRecordingIndex::Scan(CmByteWindow& bytes) {
     if (!check.defined) {
       m_Resyncing = true;
       m_SkipStart = m_Scan;
-      ++m_Scan;
+      MoveScan(m_Scan + 1);
       continue;
     }
     // What follows is no record, or nothing: either this record's length is
@@ -279,7 +271,7 @@ void CmRecordingIndex::Scan(CmByteWindow& bytes) {
     const SmSearch found = FindRecord(bytes, m_Scan + 1, end, false, &undecided, end);
     if (found.outcome == EmSearch::Found) {
       Skip(m_Scan, found.offset);
-      m_Scan = found.offset;
+      MoveScan(found.offset);
       continue;
     }
     Add(check, m_Scan);
@@ -289,6 +281,15 @@ void CmRecordingIndex::Scan(CmByteWindow& bytes) {
     m_Resyncing = true;
     m_SkipStart = end;
   }
+}
+
+void CmRecordingIndex::MoveScan(uint64_t offset) {
+  if (offset != m_Scan) {
+    // What was learnt behind an unfinished record is about that record.
+    m_Lookahead = 0;
+    m_Waiting.clear();
+  }
+  m_Scan = offset;
 }
 
 void CmRecordingIndex::Skip(uint64_t from, uint64_t to) {
@@ -322,9 +323,7 @@ void CmRecordingIndex::Add(const SmRecordCheck& check, uint64_t offset) {
   entry.endTime = check.endTime;
   entry.hasSequenceNumber = check.hasSequenceNumber;
   entry.sequenceNumber = check.sequenceNumber;
-  m_Scan = offset + check.length;
-  m_Lookahead = 0;
-  m_Waiting.clear();
+  MoveScan(offset + check.length);
 
   SmByteDataSequenceResult result;
   bool analysed = false;

@@ -94,6 +94,7 @@ private:
   bool PassOverUnfinished(CmByteWindow& bytes, uint64_t start);
   void Add(const SmRecordCheck& check, uint64_t offset);
   void Skip(uint64_t from, uint64_t to);
+  void MoveScan(uint64_t offset);
   void Scan(CmByteWindow& bytes);
 
   std::string m_Path;
