@@ -3,6 +3,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <unordered_map>
+#include <utility>
 #include <vector>
 
 namespace NmRecording {
@@ -57,6 +59,11 @@ public:
     const uint8_t* bytes = Bytes(offset, 1, got);
     return got == 0 ? -1 : bytes[0];
   }
+
+  // Outcomes of walks through JPEG marker structures, by marker offset and
+  // walk state, for the bytes this window shows: bare JPEGs can nest in one
+  // another's segments, and each walk needs doing once.
+  std::unordered_map<uint64_t, std::pair<int, uint64_t>> walks;
 
   static constexpr size_t WindowCapacity = 256 * 1024;
   static constexpr size_t MinimumRead = 4096;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <vector>
 
 #include "Common/TimeStamp/TimeStamp.h"
 #include "MediaProcessing/GenericByteData/GenericByteData.h"
@@ -20,6 +21,7 @@ constexpr uint64_t SinglePacketHeaderLength = 6;
 // A bare JPEG has no length field; one that runs on longer than this is
 // taken for bytes that only began like a JPEG.
 constexpr uint64_t MaximumRawJPEGLength = 64ull << 20;
+constexpr size_t MaximumRememberedWalks = 1 << 20;
 // Wire times from here on overflow a time stamp.
 constexpr uint64_t WireTimeLimit =
     NmTimeStamp::MillisecondsLimit - static_cast<uint64_t>(NmTimeStamp::MillisecondsFrom1601To1970);
@@ -77,7 +79,11 @@ SmHeader ReadHeader(CmByteWindow& bytes, uint64_t offset, size_t length) {
 // Where a JPEG's marker structure ends: the byte behind its end-of-image
 // marker. Needs a frame header before the first scan, a scan, and segment
 // lengths that fit the marker they belong to.
-EmRecordVerdict WalkJPEG(CmByteWindow& bytes, uint64_t start, uint64_t limit, uint64_t& end) {
+// With `visited`, a walk that reaches a marker where an earlier walk stood
+// in the same state takes that walk's outcome, and its own markers are
+// noted: candidates inside one another's segments are walked once.
+EmRecordVerdict WalkJPEGFrom(CmByteWindow& bytes, uint64_t start, uint64_t limit, uint64_t& end,
+                             std::vector<uint64_t>* visited, bool& capped) {
   const auto byte = [&bytes, limit](uint64_t at) { return at < limit ? bytes.At(at) : -2; };
   const auto missing = [limit, &bytes](uint64_t at) {
     // Past the end of the file: more may come. Past the record's limit: no.
@@ -96,7 +102,17 @@ EmRecordVerdict WalkJPEG(CmByteWindow& bytes, uint64_t start, uint64_t limit, ui
   uint64_t at = start + 2;
   bool frame = false, scan = false;
   for (;;) {
+    if (visited != nullptr) {
+      const uint64_t key = at * 4 + (frame ? 2 : 0) + (scan ? 1 : 0);
+      const auto known = bytes.walks.find(key);
+      if (known != bytes.walks.end()) {
+        end = known->second.second;
+        return static_cast<EmRecordVerdict>(known->second.first);
+      }
+      visited->push_back(key);
+    }
     if (at - start > MaximumRawJPEGLength) {
+      capped = true;
       return EmRecordVerdict::Invalid;
     }
     int value = byte(at);
@@ -173,6 +189,7 @@ EmRecordVerdict WalkJPEG(CmByteWindow& bytes, uint64_t start, uint64_t limit, ui
     // zero nor a restart marker.
     for (;;) {
       if (at - start > MaximumRawJPEGLength) {
+        capped = true;
         return EmRecordVerdict::Invalid;
       }
       size_t got = 0;
@@ -198,6 +215,28 @@ EmRecordVerdict WalkJPEG(CmByteWindow& bytes, uint64_t start, uint64_t limit, ui
       break;
     }
   }
+}
+
+EmRecordVerdict WalkJPEG(CmByteWindow& bytes, uint64_t start, uint64_t limit, uint64_t& end) {
+  if (limit != UINT64_MAX) {
+    bool capped = false;
+    return WalkJPEGFrom(bytes, start, limit, end, nullptr, capped);
+  }
+  std::vector<uint64_t> visited;
+  bool capped = false;
+  EmRecordVerdict verdict = WalkJPEGFrom(bytes, start, limit, end, &visited, capped);
+  if (!capped) {
+    if (bytes.walks.size() + visited.size() > MaximumRememberedWalks) {
+      bytes.walks.clear();
+    }
+    for (const uint64_t key : visited) {
+      bytes.walks.emplace(key, std::make_pair(static_cast<int>(verdict), end));
+    }
+  }
+  if (verdict == EmRecordVerdict::Valid && end - start > MaximumRawJPEGLength) {
+    verdict = EmRecordVerdict::Invalid;
+  }
+  return verdict;
 }
 
 struct SmCheckContext {

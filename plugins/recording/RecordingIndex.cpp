@@ -18,6 +18,10 @@ using namespace NmMediaProcessing;
 
 namespace {
 
+// Places behind an unfinished record that more bytes may make into proof of
+// its damage, looked at again at each update.
+constexpr size_t MaximumWaiting = 64;
+
 // Where a defined record may start: the first two bytes are one of its types.
 bool CouldStartRecord(uint8_t first, uint8_t second) {
   if (first == 0x00) {
@@ -165,6 +169,11 @@ CmRecordingIndex::SmSearch CmRecordingIndex::FindRecord(CmByteWindow& bytes, uin
         return {outcome, candidate};
       }
       if (outcome == EmSearch::Unresolved) {
+        if (waiting->size() >= MaximumWaiting) {
+          // Looked at again each time: a few only. The search goes on from
+          // here when they are settled.
+          return {EmSearch::Unresolved, candidate};
+        }
         waiting->push_back(candidate);
       }
     }
