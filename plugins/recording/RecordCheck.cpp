@@ -21,7 +21,7 @@ constexpr uint64_t SinglePacketHeaderLength = 6;
 // A bare JPEG has no length field; one that runs on longer than this is
 // taken for bytes that only began like a JPEG.
 constexpr uint64_t MaximumRawJPEGLength = 64ull << 20;
-constexpr size_t MaximumRememberedWalks = 1 << 20;
+constexpr size_t MaximumRememberedWalks = 1 << 18;
 // Wire times from here on overflow a time stamp.
 constexpr uint64_t WireTimeLimit =
     NmTimeStamp::MillisecondsLimit - static_cast<uint64_t>(NmTimeStamp::MillisecondsFrom1601To1970);
@@ -225,10 +225,11 @@ EmRecordVerdict WalkJPEG(CmByteWindow& bytes, uint64_t start, uint64_t limit, ui
   std::vector<uint64_t> visited;
   bool capped = false;
   EmRecordVerdict verdict = WalkJPEGFrom(bytes, start, limit, end, &visited, capped);
-  if (!capped) {
-    if (bytes.walks.size() + visited.size() > MaximumRememberedWalks) {
-      bytes.walks.clear();
-    }
+  // Only walks that found no JPEG are looked into again, for the next one;
+  // a whole JPEG is passed by as a record. Memory stays bounded: what does
+  // not fit is walked again.
+  if (!capped && verdict != EmRecordVerdict::Valid &&
+      bytes.walks.size() + visited.size() <= MaximumRememberedWalks) {
     for (const uint64_t key : visited) {
       bytes.walks.emplace(key, std::make_pair(static_cast<int>(verdict), end));
     }
