@@ -444,11 +444,10 @@ SmRecordCheck CheckRecord(CmByteWindow& bytes, uint64_t offset) {
   SmRecordCheck check;
   const SmHeader header = ReadHeader(bytes, offset, BlockHeaderLength);
   if (header.have < 2) {
-    check.verdict =
-        header.have == 1 &&
-                (header.bytes[0] == 0x00 || header.bytes[0] == 0xFE || header.bytes[0] == 0xFF)
-            ? EmRecordVerdict::Incomplete
-            : (header.have == 0 ? EmRecordVerdict::Incomplete : EmRecordVerdict::Invalid);
+    // The first byte of a type that records of a defined kind have, or none.
+    check.defined = header.have == 0 || header.bytes[0] == 0x00 || header.bytes[0] == 0xFE ||
+                    header.bytes[0] == 0xFF;
+    check.verdict = check.defined ? EmRecordVerdict::Incomplete : EmRecordVerdict::Invalid;
     return check;
   }
   const uint32_t type = header.U16(0);

@@ -361,15 +361,15 @@ TEST_F(RecordingLive, DeliversEveryRecordPastDamageInTheOrderWritten) {
       PutU32(record, 2, 0xFFFFFFF0u);
       record[32] = 0;
     }
-    // Each record written in two steps: half a record is waited for.
-    const size_t half = record.size() / 2;
-    file.Write(CmBytes(record.begin(), record.begin() + static_cast<long>(half)), true);
-    for (const int64_t time : Drain()) {
-      delivered.push_back(time);
-    }
-    file.Write(CmBytes(record.begin() + static_cast<long>(half), record.end()), true);
-    for (const int64_t time : Drain()) {
-      delivered.push_back(time);
+    // Each record written in steps, its first byte alone: what is begun is
+    // waited for.
+    const long steps[] = {0, 1, static_cast<long>(record.size() / 2),
+                          static_cast<long>(record.size())};
+    for (size_t step = 1; step < 4; ++step) {
+      file.Write(CmBytes(record.begin() + steps[step - 1], record.begin() + steps[step]), true);
+      for (const int64_t time : Drain()) {
+        delivered.push_back(time);
+      }
     }
   }
   std::vector<int64_t> expected;
