@@ -10,4 +10,6 @@ VZK_PLUGIN_EXPORT NmToolkit::ImToolkit* CreateInstance(const char* xml) {
   }
 }
 
-VZK_PLUGIN_EXPORT void DeleteInstance(NmToolkit::ImToolkit* toolkit) { delete toolkit; }
+VZK_PLUGIN_EXPORT void DeleteInstance(NmToolkit::ImToolkit* toolkit) {
+  delete toolkit;
+}

@@ -44,7 +44,8 @@ private:
   std::string m_Value;
 };
 
-// One record as an item; it owns a copy of the record's bytes.
+// One record as an item; it owns a copy of the record's bytes, read from the
+// file when the item is delivered.
 class CmRecordItem : public ImMediaData {
 public:
   CmRecordItem(std::vector<uint8_t> bytes, const SmRecordEntry& entry, uint64_t headerLength)
@@ -71,25 +72,6 @@ private:
   uint64_t m_HeaderLength;
   std::map<std::string, std::unique_ptr<ImProperty>> m_Properties;
 };
-
-uint64_t HeaderLength(const std::vector<uint8_t>& bytes, int32_t type) {
-  if (type == NmMediaProcessing::SmByteDataType::RawJPEG) {
-    return 0;
-  }
-  if (NmMediaProcessing::IsBlockHeaderType(type)) {
-    return bytes.size() >= 4 ? 36u + (static_cast<uint64_t>(bytes[2]) << 8 | bytes[3]) : 36u;
-  }
-  switch (type) {
-  case NmMediaProcessing::SmByteDataType::VideoStreamDataPacket:
-    return 32;
-  case NmMediaProcessing::SmByteDataType::AudioStreamDataPacket:
-    return 42;
-  case NmMediaProcessing::SmByteDataType::MultiPacket:
-    return 16;
-  default:
-    return 6;
-  }
-}
 
 } // namespace
 
@@ -118,7 +100,7 @@ void CmRecordingSource::Connect(const CmPropertyNameSet& requested, CmPropertyNa
     throw CmRecordingFileError("NmToolkit::ImFileError", 6,
                                "Could not open recording '" + m_File + "'!");
   }
-  if (m_Index->GetEntries().empty() && m_Index->HasTrailingBytes()) {
+  if (m_Index->GetEntries().empty() && m_Index->HasBytesWithoutRecord()) {
     throw CmRecordingFileError("NmToolkit::ImFileError", 7,
                                "The file '" + m_File + "' holds no readable record!");
   }
@@ -191,7 +173,7 @@ uint32_t CmRecordingSource::Deliver(const SmRecordEntry& entry, ImData** out) co
     // The file shrank under us.
     return StatusNoItem;
   }
-  const uint64_t header = HeaderLength(bytes, entry.type);
+  const uint64_t header = RecordHeaderLength(bytes.data(), bytes.size(), entry.type);
   auto item = std::make_unique<CmRecordItem>(std::move(bytes), entry, header);
   if (m_Passed.count(NmPropertyNames::SequenceNumber) != 0 && entry.hasSequenceNumber) {
     item->SetProperty(NmPropertyNames::SequenceNumber,

@@ -16,11 +16,12 @@ using namespace NmTestSupport;
 
 namespace {
 
-// A bare JPEG with real marker segments: a comment, a scan whose data holds a
-// stuffed 0xFF and a restart marker, and the end of image.
+// A bare JPEG with real marker segments: a comment, a frame header, a scan
+// whose data holds a stuffed 0xFF and a restart marker, and the end of image.
 CmBytes SmallJPEG(uint8_t fill) {
-  return {0xFF, 0xD8, 0xFF, 0xFE, 0x00, 0x05, 'a',  'b',  'c',  0xFF, 0xDA, 0x00, 0x08, 1,
-          2,    3,    4,    5,    6,    fill, 0xFF, 0x00, fill, 0xFF, 0xD0, fill, 0xFF, 0xD9};
+  return {0xFF, 0xD8, 0xFF, 0xFE, 0x00, 0x05, 'a',  'b',  'c',  0xFF, 0xC0, 0x00, 0x0B, 8,
+          0,    16,   0,    16,   1,    1,    0x11, 0,    0xFF, 0xDA, 0x00, 0x08, 1,    1,
+          0,    0,    63,   0,    fill, 0xFF, 0x00, fill, 0xFF, 0xD0, fill, 0xFF, 0xD9};
 }
 
 // Frames of a group share the sync time of the frame that opens it.
@@ -157,6 +158,7 @@ TEST_F(RecordingSourceTest, ReadsEveryRecordKind) {
   SmBlockFields block;
   block.beginTime = 5000;
   block.endTime = 5999;
+  block.imageCount = 25;
   block.extension = Pattern(4);
   file.Append(BuildBlock(block));
   SmMultiPacketFields multi;
@@ -183,7 +185,8 @@ TEST_F(RecordingSourceTest, ReadsEveryRecordKind) {
   const int64_t base =
       static_cast<int64_t>(status.st_mtim.tv_sec) * 1000 + status.st_mtim.tv_nsec / 1000000;
   const auto span = [](int64_t begin) {
-    return std::to_string(begin) + "-" + std::to_string(begin + 39) + "/28 ";
+    return std::to_string(begin) + "-" + std::to_string(begin + 39) + "/" +
+           std::to_string(SmallJPEG(0).size()) + " ";
   };
   EXPECT_EQ(seen, span(base) + span(base + 40) + "5000-5999/16 7000-7040/" +
                       std::to_string(BuildMultiPacket(multi).size() - 16) + " 8000-8000/16 ");

@@ -43,7 +43,9 @@ TEST(VzkInfo, SummaryPerRecordAndSequences) {
   block.width = 64;
   block.height = 48;
   block.beginTime = block.endTime = Base + 140;
-  block.payload = BuildRawJPEG(40);
+  // The smallest whole JPEG structure: a frame header, a scan, its end.
+  block.payload = {0xFF, 0xD8, 0xFF, 0xC0, 0, 11, 8, 0, 48, 0, 64,   1,    1,    0x11, 0,
+                   0xFF, 0xDA, 0,    8,    1, 1,  0, 0, 63, 0, 0x12, 0x34, 0xFF, 0xD9};
   WriteBytes(path, BuildBlock(block), true);
   WriteBytes(path, CmBytes{1, 2, 3, 4, 5, 6, 7}, true);
 

@@ -1,6 +1,7 @@
 // vzk import: pulls every record out of a source plug-in and writes them, one
 // after the other, into a recording file.
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -14,6 +15,7 @@
 #include "Commands.h"
 #include "OutputFile.h"
 #include "PluginHost.h"
+#include "RecordingDamage.h"
 #include "RecordingIndex.h"
 #include "StopSignal.h"
 
@@ -146,6 +148,11 @@ int CmImport::Execute() {
     throw CmRunError("The media " + m_Options.media + " cannot be read: " + std::strerror(errno) +
                      ".");
   }
+  struct stat status {};
+  if (!IsNetworkStream(m_Options.media) && stat(m_Options.media.c_str(), &status) == 0 &&
+      S_ISDIR(status.st_mode)) {
+    throw CmRunError("The media " + m_Options.media + " is a directory, not a file.");
+  }
   const std::string pluginPath = m_Options.plugin ? *m_Options.plugin : DefaultPluginPath();
   if (!EndsWith(m_Options.media, ".gbd")) {
     // The toolkit would only say that it could not parse its configuration.
@@ -236,12 +243,15 @@ int CmImport::Execute() {
   if (StopRequested()) {
     m_Err << "vzk: Stopped by request; the recording ends there.\n";
   }
+  // What the recording plug-in passed over never reached this import.
+  const bool damaged =
+      EndsWith(m_Options.media, ".gbd") && ReportRecordingDamage({m_Options.media}, true, m_Err);
   if (m_Skipped != 0) {
     m_Err << "vzk: " << m_Skipped << " item" << (m_Skipped == 1 ? " was" : "s were")
           << " left out.\n";
     return 1;
   }
-  return 0;
+  return damaged ? 1 : 0;
 }
 
 } // namespace

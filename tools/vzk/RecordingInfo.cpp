@@ -9,6 +9,7 @@
 #include <fstream>
 #include <iomanip>
 #include <map>
+#include <optional>
 #include <sstream>
 #include <vector>
 
@@ -319,12 +320,14 @@ void PrintRecordingInfo(const SmInfoOptions& options, std::ostream& out) {
   if (S_ISDIR(status.st_mode)) {
     throw CmRunError("The recording " + path + " is a directory, not a file.");
   }
+  if (!S_ISREG(status.st_mode)) {
+    throw CmRunError("The recording " + path + " is not a regular file.");
+  }
   NmRecording::CmRecordingIndex index(path);
   if (!index.Update()) {
     throw CmRunError("The recording " + path + " cannot be read: " + std::strerror(errno) + ".");
   }
   const auto& entries = index.GetEntries();
-  std::ifstream file(path, std::ios::binary);
 
   std::map<std::string, uint64_t> kinds;
   std::map<std::string, uint64_t> codecs;
@@ -352,10 +355,9 @@ void PrintRecordingInfo(const SmInfoOptions& options, std::ostream& out) {
   std::vector<uint8_t> bytes;
   for (size_t i = 0; i < entries.size(); ++i) {
     const NmRecording::SmRecordEntry& entry = entries[i];
-    bytes.resize(entry.length);
-    file.seekg(static_cast<std::streamoff>(entry.offset));
-    file.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(entry.length));
-    if (static_cast<uint64_t>(file.gcount()) != entry.length) {
+    // One record at a time: a recording of any length fits in memory.
+    bytes = index.ReadRecord(entry);
+    if (bytes.size() != entry.length) {
       throw CmRunError("The recording " + path + " changed while it was read.");
     }
     const SmRecordFacts facts = ReadRecordFacts(bytes.data(), bytes.size());
@@ -461,8 +463,28 @@ void PrintRecordingInfo(const SmInfoOptions& options, std::ostream& out) {
       out << "starts with " << sequence.start << "\n";
     }
   }
-  if (fileSize > totalBytes) {
-    out << "  damaged:    the last " << Plural(fileSize - totalBytes, "byte")
+  // Ranges passed over, then what follows the last whole record.
+  std::vector<NmRecording::SmByteRange> damaged = index.GetDamagedRanges(true);
+  std::optional<NmRecording::SmByteRange> tail;
+  if (!damaged.empty() && damaged.back().offset + damaged.back().length == index.GetFileSize()) {
+    tail = damaged.back();
+    damaged.pop_back();
+  }
+  constexpr size_t ListedRanges = 20;
+  for (size_t i = 0; i < damaged.size() && i < ListedRanges; ++i) {
+    out << "  damaged:    " << Plural(damaged[i].length, "byte") << " at offset "
+        << damaged[i].offset << " hold no valid record and were skipped\n";
+  }
+  if (damaged.size() > ListedRanges) {
+    uint64_t rest = 0;
+    for (size_t i = ListedRanges; i < damaged.size(); ++i) {
+      rest += damaged[i].length;
+    }
+    out << "  damaged:    " << Plural(rest, "more byte") << " in "
+        << Plural(damaged.size() - ListedRanges, "more place") << " were skipped\n";
+  }
+  if (tail) {
+    out << "  damaged:    the last " << Plural(tail->length, "byte")
         << " form no whole record (a damaged or half-written record)\n";
   }
 }

@@ -10,6 +10,7 @@
 #include "ItemWriter.h"
 #include "PluginHost.h"
 #include "Progress.h"
+#include "RecordingDamage.h"
 #include "StopSignal.h"
 
 using namespace NmToolkit;
@@ -214,11 +215,14 @@ int CmRun::Execute() {
     m_Out << "Output in " << *m_Options.outputDirectory
           << "/ (items.txt lists every item and its file).\n";
   }
+  // In live mode the last record of a growing file may still be coming.
+  const bool damaged =
+      ReportRecordingDamage(RecordingFilesOf(xml), m_Options.mode != SmRunMode::Live, m_Err);
   if (!failure.empty()) {
     m_Err << "vzk: " << failure << "\n";
     return 1;
   }
-  return m_Writer->GetCounts().errors == 0 ? 0 : 1;
+  return m_Writer->GetCounts().errors == 0 && !damaged ? 0 : 1;
 }
 
 } // namespace

@@ -1,0 +1,179 @@
+// Damaged recordings through vzk: what still plays, what is told, and that
+// every kind of damage ends in a sentence and an exit status, not a signal.
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <random>
+
+#include "RecordingDamage.h"
+#include "VzkTestSupport.h"
+#include "support/GenericByteDataBuilder.h"
+
+using namespace NmVzkTest;
+
+namespace {
+
+class VzkRecordingDamage : public ::testing::Test {
+protected:
+  void SetUp() override {
+    m_Frames = MakeRawJPEGRecording(m_Scratch.Path("clean.gbd"), 20);
+    ASSERT_EQ(m_Frames.size(), 20u);
+    // Frame 10's first segment claims 65535 bytes: its marker structure is
+    // gone, and the index must find frame 11.
+    for (size_t i = 0; i < m_Frames.size(); ++i) {
+      std::vector<uint8_t> frame = m_Frames[i];
+      if (i == 10) {
+        m_Offset = m_Damaged.size();
+        frame[4] = frame[5] = 0xFF;
+      }
+      m_Damaged.insert(m_Damaged.end(), frame.begin(), frame.end());
+    }
+    m_Path = m_Scratch.Path("damaged.gbd");
+    WriteBytes(m_Path, m_Damaged);
+  }
+
+  std::string Tree(const std::string& name, const std::string& recording, bool decoded) {
+    const std::string path = m_Scratch.Path(name);
+    const std::string source = "<toolkit type='source'><provider>recording</provider><config>"
+                               "<recording file='" +
+                               recording + "'/></config></toolkit>";
+    WriteText(path, "<toolkit type='source'><provider>vzk</provider><config>" +
+                        (decoded ? "<video_decoder>" + source + "</video_decoder>" : source) +
+                        "</config></toolkit>");
+    return path;
+  }
+  std::string Told() const {
+    const std::string bytes = std::to_string(m_Frames[10].size());
+    return "vzk: The recording " + m_Path + " is damaged: " + bytes +
+           " bytes hold no valid record and were skipped (" + bytes + " bytes at offset " +
+           std::to_string(m_Offset) + ").\n";
+  }
+
+  CmScratch m_Scratch;
+  std::vector<std::vector<uint8_t>> m_Frames;
+  std::vector<uint8_t> m_Damaged;
+  size_t m_Offset = 0;
+  std::string m_Path;
+};
+
+TEST_F(VzkRecordingDamage, RunImportAndInfoPlayTheRestAndTellTheSkippedBytes) {
+  const SmResult records =
+      RunVzk({"run", Tree("records.xml", m_Path, false), "--out", m_Scratch.Path("records")});
+  EXPECT_EQ(records.status, 1);
+  EXPECT_EQ(records.out.rfind("19 items in ", 0), 0u) << records.out;
+  EXPECT_NE(records.err.find(Told()), std::string::npos) << records.err;
+  EXPECT_EQ(ReadBytes(m_Scratch.Path("records/jpeg-000011.jpg")), m_Frames[11]);
+
+  const SmResult decoded = RunVzk({"run", Tree("decoded.xml", m_Path, true)});
+  EXPECT_EQ(decoded.status, 1);
+  EXPECT_EQ(decoded.out.rfind("19 items in ", 0), 0u) << decoded.out << decoded.err;
+  EXPECT_NE(decoded.err.find(Told()), std::string::npos) << decoded.err;
+
+  const SmResult imported = RunVzk({"import", m_Path, m_Scratch.Path("copy.gbd")});
+  EXPECT_EQ(imported.status, 1);
+  EXPECT_NE(imported.err.find(Told()), std::string::npos) << imported.err;
+  std::vector<uint8_t> expected;
+  for (size_t i = 0; i < m_Frames.size(); ++i) {
+    if (i != 10) {
+      expected.insert(expected.end(), m_Frames[i].begin(), m_Frames[i].end());
+    }
+  }
+  EXPECT_EQ(ReadBytes(m_Scratch.Path("copy.gbd")), expected);
+
+  const SmResult info = RunVzk({"info", m_Path});
+  EXPECT_EQ(info.status, 0);
+  EXPECT_NE(info.out.find("  damaged:    " + std::to_string(m_Frames[10].size()) +
+                          " bytes at offset " + std::to_string(m_Offset) +
+                          " hold no valid record and were skipped\n"),
+            std::string::npos)
+      << info.out;
+
+  // A whole recording says nothing and exits 0.
+  const SmResult clean = RunVzk({"run", Tree("clean.xml", m_Scratch.Path("clean.gbd"), true)});
+  EXPECT_EQ(clean.status, 0) << clean.err;
+  EXPECT_EQ(clean.err.find("damaged"), std::string::npos);
+}
+
+// Whatever the file is, vzk ends with a sentence and status 0 or 1.
+TEST_F(VzkRecordingDamage, EveryNeighbourEndsInASentenceNeverASignal) {
+  std::mt19937 random(5);
+  std::vector<std::pair<std::string, std::vector<uint8_t>>> files;
+  files.emplace_back("cut.gbd", std::vector<uint8_t>(m_Damaged.begin(), m_Damaged.end() - 100));
+  NmTestSupport::SmVideoPacketFields packet;
+  packet.codec = 10;
+  std::vector<uint8_t> claims;
+  for (uint16_t i = 0; i < 10; ++i) {
+    packet.sequenceNumber = i;
+    packet.frameTime = packet.syncTime = 1700000000000 + 40 * i;
+    std::vector<uint8_t> record = NmTestSupport::BuildVideoPacket(packet);
+    if (i == 9) {
+      NmTestSupport::PutU32(record, 2, 0xFFFFFFFFu);
+    }
+    claims.insert(claims.end(), record.begin(), record.end());
+  }
+  files.emplace_back("claims4GiB.gbd", claims);
+  std::vector<uint8_t> noise(300000);
+  for (uint8_t& byte : noise) {
+    byte = static_cast<uint8_t>(random());
+  }
+  files.emplace_back("random.gbd", noise);
+  std::vector<uint8_t> flipped = m_Damaged;
+  for (int flip = 0; flip < 3000; ++flip) {
+    flipped[random() % flipped.size()] ^= static_cast<uint8_t>(1u << (random() % 8));
+  }
+  files.emplace_back("flipped.gbd", flipped);
+
+  for (const auto& [name, bytes] : files) {
+    SCOPED_TRACE(name);
+    const std::string path = m_Scratch.Path(name);
+    WriteBytes(path, bytes);
+    for (const bool decoded : {false, true}) {
+      const SmResult run = RunVzk({"run", Tree(name + ".xml", path, decoded)});
+      EXPECT_EQ(run.status, 1) << run.err;
+      EXPECT_TRUE(run.err.find("is damaged:") != std::string::npos ||
+                  run.err.find("holds no readable record!") != std::string::npos)
+          << run.err;
+    }
+    const SmResult imported = RunVzk({"import", path, m_Scratch.Path(name + ".copy.gbd")});
+    EXPECT_EQ(imported.status, 1) << imported.err;
+    EXPECT_FALSE(imported.err.empty());
+    const SmResult info = RunVzk({"info", path});
+    EXPECT_EQ(info.status, 0) << info.err;
+    EXPECT_NE(info.out.find("  damaged:    "), std::string::npos) << info.out;
+  }
+
+  // An empty recording loses nothing.
+  WriteText(m_Scratch.Path("empty.gbd"), "");
+  const SmResult empty = RunVzk({"run", Tree("empty.xml", m_Scratch.Path("empty.gbd"), true)});
+  EXPECT_EQ(empty.status, 0) << empty.err;
+  EXPECT_EQ(empty.err, "vzk: The tree has no items.\n");
+
+  // A directory is no recording, for run and for import.
+  const std::string directory = m_Scratch.Path("dir.gbd");
+  ASSERT_EQ(mkdir(directory.c_str(), 0700), 0);
+  const SmResult run = RunVzk({"run", Tree("dir.xml", directory, false)});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_NE(run.err.find("could not connect: Could not open recording '" + directory + "'!"),
+            std::string::npos)
+      << run.err;
+  const SmResult imported = RunVzk({"import", directory, m_Scratch.Path("out.gbd")});
+  EXPECT_EQ(imported.status, 1);
+  EXPECT_EQ(imported.err, "vzk: The media " + directory + " is a directory, not a file.\n");
+}
+
+TEST(VzkRecordingFiles, EveryRecordingElementOfATreeIsFound) {
+  EXPECT_EQ(NmVzkTool::RecordingFilesOf(
+                "<toolkit type='source'><provider>vzk</provider><config><video_decoder>"
+                "<toolkit type='source'><provider> recording </provider><config>"
+                "<recording file='a.gbd'/><recording file='ignored.gbd'/></config></toolkit>"
+                "</video_decoder></config></toolkit>"),
+            std::vector<std::string>{"a.gbd"});
+  EXPECT_EQ(NmVzkTool::RecordingFilesOf(
+                "<toolkit type='source'><provider>media</provider><config>"
+                "<recording file='not-a-recording-plug-in.gbd'/></config></toolkit>"),
+            std::vector<std::string>{});
+  EXPECT_EQ(NmVzkTool::RecordingFilesOf("<not xml"), std::vector<std::string>{});
+}
+
+} // namespace
