@@ -73,6 +73,15 @@ std::vector<bool> MarkersAndLengths(const CmFrame& jpeg) {
       continue;
     }
     kept[at + 2] = kept[at + 3] = true;
+    // The component counts of frame and scan headers must agree with their
+    // lengths for the recording to take the bytes for a JPEG at all.
+    const bool frameHeader =
+        marker >= 0xC0 && marker <= 0xCF && marker != 0xC4 && marker != 0xC8 && marker != 0xCC;
+    if (frameHeader && at + 9 < jpeg.size()) {
+      kept[at + 9] = true;
+    } else if (marker == 0xDA && at + 4 < jpeg.size()) {
+      kept[at + 4] = true;
+    }
     at += 2 + (jpeg[at + 2] << 8 | jpeg[at + 3]);
   }
   return kept;
@@ -128,8 +137,8 @@ TEST_F(VzkDecodeRun, BitFlipsLoseOnlyThePicturesThatNoLongerDecode) {
   ASSERT_EQ(frames.size(), 100u);
   std::mt19937 random(20261125);
   for (CmFrame& frame : frames) {
-    // The damage is to the pictures, not to the records: markers and segment
-    // lengths stay as they are, so that the recording still finds each
+    // The damage is to the pictures, not to the records: markers, segment
+    // lengths and component counts stay as they are, so that the recording still finds each
     // picture where it was, and no flip makes a new marker.
     const std::vector<bool> kept = MarkersAndLengths(frame);
     std::uniform_int_distribution<size_t> position(0, frame.size() - 1);
