@@ -59,6 +59,25 @@ private:
 
 constexpr XMLSize_t MaximumEntityExpansions = 10000;
 
+// Memory for each parser and the documents it builds. Running out of it
+// throws std::bad_alloc: the parser library takes its own OutOfMemoryException
+// as a reason to skip every clean-up and abandons the whole state of the parse,
+// while any other exception unwinds it properly.
+class CmParserMemory : public MemoryManager {
+public:
+  MemoryManager* getExceptionMemoryManager() override { return XMLPlatformUtils::fgMemoryManager; }
+  void* allocate(XMLSize_t size) override { return ::operator new(size); }
+  void deallocate(void* memory) override { ::operator delete(memory); }
+
+  // Never destroyed: documents may be released from other libraries' static
+  // destructors, in any order.
+  static CmParserMemory& Get() {
+    alignas(CmParserMemory) static unsigned char storage[sizeof(CmParserMemory)];
+    static CmParserMemory* const memory = new (storage) CmParserMemory;
+    return *memory;
+  }
+};
+
 // Counts how deep the parser is while it builds the tree, and stops it one
 // level past the limit. Entities expand into elements too, so only the parser
 // itself can tell the depth of what a text describes.
@@ -382,7 +401,8 @@ DOMLSParser* CmXmlWrapper::GetParser() {
       throw CmXmlError(VZK_LOCATION, "Failed to get DOM implementation with feature(s) 'LS'!",
                        CmXmlErrorCode::NoImplementation);
     }
-    return implementation->createLSParser(DOMImplementationLS::MODE_SYNCHRONOUS, nullptr);
+    return implementation->createLSParser(DOMImplementationLS::MODE_SYNCHRONOUS, nullptr,
+                                          &CmParserMemory::Get());
   } catch (const OutOfMemoryException&) {
     throw std::bad_alloc();
   }
