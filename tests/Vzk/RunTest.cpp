@@ -195,32 +195,32 @@ TEST_F(VzkRun, FailuresExitNonZeroWithTheToolkitsMessage) {
       << unknownElement.err;
 
   // Each other cause of the same message is named as such.
-  const std::string Root = "<toolkit type='source'><provider>vzk</provider><config>";
-  const std::string Scripted =
+  const std::string root = "<toolkit type='source'><provider>vzk</provider><config>";
+  const std::string farEnd =
       "<toolkit type='source'><provider>scripted</provider><config/></toolkit>";
   std::string deep;
   for (int i = 0; i < 30000; ++i) {
     deep += "<set_property>";
   }
-  deep += Scripted;
+  deep += farEnd;
   for (int i = 0; i < 30000; ++i) {
     deep += "</set_property>";
   }
   const std::pair<std::string, std::string> causes[] = {
-      {Root + deep + "</config></toolkit>",
+      {root + deep + "</config></toolkit>",
        "nests its elements deeper than 64 levels, more than a configuration may."},
-      {Root + "<set_property><video_mixer/></set_property></config></toolkit>",
+      {root + "<set_property><video_mixer/></set_property></config></toolkit>",
        "the element \"video_mixer\" is no toolkit that the library knows."},
-      {Root + "<set_property>" + Scripted + "</set_property><set_property>" + Scripted +
+      {root + "<set_property>" + farEnd + "</set_property><set_property>" + farEnd +
            "</set_property></config></toolkit>",
        "a \"config\" element holds 2 toolkit elements (\"set_property\", \"set_property\"), "
        "where one is allowed."},
-      {Root + "<set_property><toolkit type='source'><provider> Missing </provider><config/>"
+      {root + "<set_property><toolkit type='source'><provider> Missing </provider><config/>"
               "</toolkit></set_property></config></toolkit>",
        "the plug-in of the provider \"missing\" cannot be loaded."},
-      {Root + "<image_resize/></config></toolkit>",
+      {root + "<image_resize/></config></toolkit>",
        "the toolkit element \"image_resize\" has no upstream element inside it."},
-      {Root + "<audio_decoder>" + Scripted + "</audio_decoder></config></toolkit>",
+      {root + "<audio_decoder>" + farEnd + "</audio_decoder></config></toolkit>",
        "\"audio_decoder\" names a toolkit that this build does not have yet."},
   };
   for (const auto& [xml, hint] : causes) {
