@@ -13,10 +13,10 @@ ctest --test-dir build --output-on-failure -j2
 
 cmake -S . -B build-asan -G Ninja -DCMAKE_BUILD_TYPE=Debug -DVZK_SANITIZE=ON \
   -DVZK_BUILD_BENCHMARKS=OFF
-cmake --build build-asan --target host_tests toolkit_tests recording_tests vzk_test_plugins \
+cmake --build build-asan --target host_tests boundary_tests toolkit_tests recording_tests vzk_test_plugins \
   ToolkitSourcePlugin_vzk ToolkitSourcePlugin_recording \
   media_conversion_tests media_source_tests ToolkitSourcePlugin_media \
   overlay_tests textoverlay_tests vzk_tests vzk image_tests video_tests random_access_video_tests \
   jpeg_encoder_tests \
   jpeg_tests
-ctest --test-dir build-asan --output-on-failure -j2 -R 'Host|Toolkit|Plugin|Recording|Cache|MediaData|ImageData|SyntheticLive|SetProperty|Media|Mask|Overlay|CairoImageAllocator|Vzk|Image|Orientation|Video|StreamAnalyzer|JPEG2000|JPEGEncoder\.|SimpleJPEGEncoder\.|SimpleJPEGEncoderWrapper|JPEGStreams|JPEGDecoder\.'
+ctest --test-dir build-asan --output-on-failure -j2 -R 'Host|Boundary|Toolkit|Plugin|Recording|Cache|MediaData|ImageData|SyntheticLive|SetProperty|Media|Mask|Overlay|CairoImageAllocator|Vzk|Image|Orientation|Video|StreamAnalyzer|JPEG2000|JPEGEncoder\.|SimpleJPEGEncoder\.|SimpleJPEGEncoderWrapper|JPEGStreams|JPEGDecoder\.'

@@ -243,39 +243,47 @@ CmMediaDemuxer::CmMediaDemuxer(const std::string& url, bool network, const std::
     throw CmMediaOpenError("Could not open media '" + url + "': " + ErrorText(result) + "!");
   }
 
-  for (unsigned i = 0; i < m_Context->nb_streams; ++i) {
-    const AVCodecParameters& parameters = *m_Context->streams[i]->codecpar;
-    SmMediaStream stream;
-    stream.index = static_cast<int>(i);
-    stream.codecName = avcodec_get_name(parameters.codec_id);
-    // Cover art of an audio file is a picture, not a video stream.
-    const bool attachedPicture =
-        (m_Context->streams[i]->disposition & AV_DISPOSITION_ATTACHED_PIC) != 0;
-    if (parameters.codec_type == AVMEDIA_TYPE_VIDEO && !attachedPicture) {
-      stream.format = VideoFormat(parameters);
-    } else if (parameters.codec_type == AVMEDIA_TYPE_AUDIO) {
-      stream.format = AudioFormat(parameters);
+  // The destructor does not run for a constructor that throws; what the
+  // library opened must not be lost with it.
+  try {
+    for (unsigned i = 0; i < m_Context->nb_streams; ++i) {
+      const AVCodecParameters& parameters = *m_Context->streams[i]->codecpar;
+      SmMediaStream stream;
+      stream.index = static_cast<int>(i);
+      stream.codecName = avcodec_get_name(parameters.codec_id);
+      // Cover art of an audio file is a picture, not a video stream.
+      const bool attachedPicture =
+          (m_Context->streams[i]->disposition & AV_DISPOSITION_ATTACHED_PIC) != 0;
+      if (parameters.codec_type == AVMEDIA_TYPE_VIDEO && !attachedPicture) {
+        stream.format = VideoFormat(parameters);
+      } else if (parameters.codec_type == AVMEDIA_TYPE_AUDIO) {
+        stream.format = AudioFormat(parameters);
+      }
+      if (parameters.extradata != nullptr && parameters.extradata_size > 0) {
+        stream.configuration.assign(parameters.extradata,
+                                    parameters.extradata + parameters.extradata_size);
+      }
+      m_Streams.push_back(std::move(stream));
     }
-    if (parameters.extradata != nullptr && parameters.extradata_size > 0) {
-      stream.configuration.assign(parameters.extradata,
-                                  parameters.extradata + parameters.extradata_size);
-    }
-    m_Streams.push_back(std::move(stream));
-  }
-  m_Timing.resize(m_Streams.size());
+    m_Timing.resize(m_Streams.size());
 
-  if (m_Context->start_time_realtime != AV_NOPTS_VALUE && m_Context->start_time_realtime > 0) {
-    m_BaseTime = m_Context->start_time_realtime / 1000;
-  } else if (const auto created = CreationTime(*m_Context)) {
-    m_BaseTime = *created;
-  } else {
-    m_BaseTime = NowMilliseconds();
-  }
-  m_Origin = m_Context->start_time != AV_NOPTS_VALUE ? m_Context->start_time : 0;
-  if (network) {
-    // The streams are known only from what the server sent; from here on it
-    // holds until the host starts the live stream.
-    Pause();
+    if (m_Context->start_time_realtime != AV_NOPTS_VALUE && m_Context->start_time_realtime > 0) {
+      m_BaseTime = m_Context->start_time_realtime / 1000;
+    } else if (const auto created = CreationTime(*m_Context)) {
+      m_BaseTime = *created;
+    } else {
+      m_BaseTime = NowMilliseconds();
+    }
+    m_Origin = m_Context->start_time != AV_NOPTS_VALUE ? m_Context->start_time : 0;
+    if (network) {
+      // The streams are known only from what the server sent; from here on it
+      // holds until the host starts the live stream.
+      Pause();
+    }
+  } catch (...) {
+    av_packet_free(&m_Packet);
+    avformat_close_input(&m_Context);
+    throw;
   }
 }
 

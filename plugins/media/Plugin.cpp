@@ -1,15 +1,12 @@
 // The two entries of the media source plug-in.
 
+#include "GuardedSource.h"
 #include "MediaSource.h"
 
 VZK_PLUGIN_EXPORT NmToolkit::ImToolkit* CreateInstance(const char* xml) {
-  try {
-    return new NmMedia::CmMediaSource(xml);
-  } catch (...) {
-    return nullptr;
-  }
+  return NmPluginBoundary::CreateGuardedSource<NmMedia::CmMediaSource>(xml);
 }
 
-VZK_PLUGIN_EXPORT void DeleteInstance(NmToolkit::ImToolkit* toolkit) {
+VZK_PLUGIN_EXPORT void DeleteInstance(NmToolkit::ImToolkit* toolkit) noexcept {
   delete toolkit;
 }

@@ -189,6 +189,62 @@ TEST(Xml, EntityBombsAreRefused) {
   }
 }
 
+TEST(Xml, NestingIsLimitedWhileParsing) {
+  const unsigned limit = NmXerces::MaximumNestingDepth;
+  // At the limit, with every kind of node beside the elements on each level
+  // and many siblings that open and close: the count of open elements stays
+  // exact.
+  std::string siblings;
+  for (int i = 0; i < 100; ++i) {
+    siblings += "<e/><e a='1'></e>text<!-- c --><![CDATA[<x>]]><?p i?>";
+  }
+  const auto nested = [&](unsigned levels, bool withSiblings = true) {
+    std::string text;
+    for (unsigned i = 0; i < levels; ++i) {
+      text += withSiblings ? "<n>" + siblings : "<n>";
+    }
+    for (unsigned i = 0; i < levels; ++i) {
+      text += "</n>";
+    }
+    return text;
+  };
+  // The innermost <n> holds empty elements one level deeper.
+  const CmXmlDocumentPtr fits = CmXmlWrapper::LoadXml(nested(limit - 1));
+  CmXmlNodePtr node = fits->GetDocumentElement();
+  unsigned depth = 1;
+  for (CmXmlNodePtr child = node->SelectSingleNode("n"); child;
+       child = child->SelectSingleNode("n")) {
+    ++depth;
+  }
+  EXPECT_EQ(depth, limit - 1);
+
+  for (const std::string& text :
+       {nested(limit), "<a>" + nested(100000, false) + "</a>",
+        // Entities expand into elements that count like written ones.
+        std::string("<!DOCTYPE n [<!ENTITY d '<n><n><n><n><n><n><n><n></n></n></n></n></n></n></n>"
+                    "</n>'>]>") +
+            [&] {
+              std::string text;
+              // Eight levels in the entity, one more than fit.
+              for (unsigned i = 0; i + 7 < limit; ++i) {
+                text += "<n>";
+              }
+              text += "&d;";
+              for (unsigned i = 0; i + 7 < limit; ++i) {
+                text += "</n>";
+              }
+              return text;
+            }()}) {
+    try {
+      CmXmlWrapper::LoadXml(text);
+      ADD_FAILURE() << "parsed " << text.size() << " bytes";
+    } catch (const CmXmlError& e) {
+      EXPECT_EQ(e.GetCode(), NmXerces::CmXmlErrorCode::NestingTooDeep);
+      EXPECT_EQ(e.GetDescription(), "The text nests elements deeper than 64 levels!");
+    }
+  }
+}
+
 TEST(Xml, DocumentsOnSeveralThreads) {
   // Each thread has its own documents; only start-up is shared.
   std::vector<std::thread> threads;

@@ -188,7 +188,51 @@ TEST_F(VzkRun, FailuresExitNonZeroWithTheToolkitsMessage) {
   EXPECT_EQ(unknownElement.status, 1);
   EXPECT_NE(unknownElement.err.find("Could not parse toolkit configuration xml!"),
             std::string::npos);
-  EXPECT_NE(unknownElement.err.find("is well-formed, so the tree in it is not"), std::string::npos);
+  EXPECT_NE(unknownElement.err.find("In " + unknown +
+                                    ", the element \"video_mixer\" is no toolkit that the "
+                                    "library knows."),
+            std::string::npos)
+      << unknownElement.err;
+
+  // Each other cause of the same message is named as such.
+  const std::string root = "<toolkit type='source'><provider>vzk</provider><config>";
+  const std::string farEnd =
+      "<toolkit type='source'><provider>scripted</provider><config/></toolkit>";
+  std::string deep;
+  for (int i = 0; i < 30000; ++i) {
+    deep += "<set_property>";
+  }
+  deep += farEnd;
+  for (int i = 0; i < 30000; ++i) {
+    deep += "</set_property>";
+  }
+  const std::pair<std::string, std::string> causes[] = {
+      {root + deep + "</config></toolkit>",
+       "nests its elements deeper than 64 levels, more than a configuration may."},
+      {root + "<set_property><video_mixer/></set_property></config></toolkit>",
+       "the element \"video_mixer\" is no toolkit that the library knows."},
+      {root + "<set_property>" + farEnd + "</set_property><set_property>" + farEnd +
+           "</set_property></config></toolkit>",
+       "a \"config\" element holds 2 toolkit elements (\"set_property\", \"set_property\"), "
+       "where one is allowed."},
+      {root + "<set_property><toolkit type='source'><provider> Missing </provider><config/>"
+              "</toolkit></set_property></config></toolkit>",
+       "the plug-in of the provider \"missing\" cannot be loaded."},
+      {root + "<image_resize/></config></toolkit>",
+       "the toolkit element \"image_resize\" has no upstream element inside it."},
+      {root + "<audio_decoder>" + farEnd + "</audio_decoder></config></toolkit>",
+       "\"audio_decoder\" names a toolkit that this build does not have yet."},
+  };
+  for (const auto& [xml, hint] : causes) {
+    const std::string file = m_Scratch.Path("cause.xml");
+    WriteText(file, xml);
+    const SmResult result = RunVzk({"run", file});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_NE(result.err.find("Could not parse toolkit configuration xml!"), std::string::npos)
+        << result.err;
+    EXPECT_NE(result.err.find(hint), std::string::npos) << result.err;
+    EXPECT_EQ(result.err.find("not built yet"), std::string::npos) << result.err;
+  }
 
   const std::string gone = m_Scratch.Path("gone.xml");
   WriteText(gone, RecordingTree(m_Scratch.Path("gone.gbd")));

@@ -7,6 +7,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -24,8 +25,13 @@ int liveInstances = 0;
 
 void Log(const std::string& entry) {
   std::lock_guard guard(journalLock);
-  journal += entry;
-  journal += ';';
+  try {
+    journal += entry;
+    journal += ';';
+  } catch (const std::bad_alloc&) {
+    // Out of memory (tests inject it): the journal loses the entry, and the
+    // destructor, which logs too, must not throw.
+  }
 }
 
 class ScriptedString : public ImStringProperty {

@@ -32,19 +32,118 @@ const std::set<std::string>& KnownProperties() {
   return names;
 }
 
-// What the toolkit's "Could not parse" means for this file, in more words.
+// What the toolkit's "Could not parse" means for this file, in more words:
+// the first cause found, looked for in the order in which the library builds
+// the tree.
 std::string ConfigurationHint(const std::string& path, const std::string& xml) {
+  using NmXerces::CmXmlNodePtr;
+  struct CmTreeCheck {
+    // The element names of the library's toolkits.
+    static bool IsToolkitName(const std::string& name) {
+      static const std::set<std::string> names = {"image_resize",
+                                                  "image_boxed_resize",
+                                                  "image_filled_resize",
+                                                  "text_overlay",
+                                                  "image_color_format_convert",
+                                                  "image_crop",
+                                                  "jpeg_encoder",
+                                                  "apply_privacy_mask",
+                                                  "set_property",
+                                                  "video_decoder",
+                                                  "key_frames_only_video_decoder",
+                                                  "conditional_video_decoder",
+                                                  "synthetic_live"};
+      return names.count(name) != 0;
+    }
+    // The one toolkit element inside a "config" of this library.
+    static std::string ConfigFault(const CmXmlNodePtr& config) {
+      std::vector<CmXmlNodePtr> children;
+      config->GetChildren(children);
+      if (children.size() > 1) {
+        return "a \"config\" element holds " + std::to_string(children.size()) +
+               " toolkit elements (\"" + children[0]->GetName() + "\", \"" +
+               children[1]->GetName() + "\"), where one is allowed";
+      }
+      return children.empty() ? std::string() : ElementFault(children[0]);
+    }
+    static std::string ElementFault(const CmXmlNodePtr& node) {
+      const std::string name = node->GetName();
+      if (name == "toolkit") {
+        return PluginFault(node);
+      }
+      if (name == "audio_decoder") {
+        return "the element \"audio_decoder\" names a toolkit that this build does not have yet";
+      }
+      if (!IsToolkitName(name)) {
+        return "the element \"" + name + "\" is no toolkit that the library knows";
+      }
+      std::vector<CmXmlNodePtr> children;
+      node->GetChildren(children);
+      if (children.empty()) {
+        return "the toolkit element \"" + name + "\" has no upstream element inside it";
+      }
+      for (const CmXmlNodePtr& child : children) {
+        const std::string fault = ElementFault(child);
+        if (!fault.empty()) {
+          return fault;
+        }
+      }
+      return {};
+    }
+    // A "toolkit" element: a plug-in that must load, and for this library
+    // itself a configuration of the same grammar again.
+    static std::string PluginFault(const CmXmlNodePtr& node) {
+      std::string type;
+      if (!node->GetAttributeValue("type", type)) {
+        return "a \"toolkit\" element has no \"type\" attribute";
+      }
+      if (type != "source" && type != "export") {
+        return "a \"toolkit\" element has the type \"" + type +
+               "\", which is neither \"source\" nor \"export\"";
+      }
+      std::string provider;
+      const CmXmlNodePtr providerNode = node->SelectSingleNode("provider");
+      if (!providerNode || !providerNode->GetValue(provider) || provider.empty()) {
+        return "a \"toolkit\" element names no provider";
+      }
+      for (char& c : provider) {
+        c = (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c;
+      }
+      const std::string library = ProgramDirectory() + "/Toolkit" +
+                                  (type == "source" ? "Source" : "Export") + "Plugin_" + provider +
+                                  ".so";
+      try {
+        const CmPluginLibrary probe(library);
+      } catch (const CmRunError& error) {
+        return "the plug-in of the provider \"" + provider + "\" cannot be loaded. " + error.what();
+      }
+      const CmXmlNodePtr config = node->SelectSingleNode("config");
+      return provider == "vzk" && config ? ConfigFault(config) : std::string();
+    }
+  };
+
+  std::string fault;
   try {
-    NmXerces::CmXmlWrapper::LoadXml(xml);
-  } catch (const NmError::CmError& error) {
+    const NmXerces::CmXmlDocumentPtr document = NmXerces::CmXmlWrapper::LoadXml(xml);
+    if (const CmXmlNodePtr config = document->SelectSingleNode("/toolkit/config")) {
+      fault = CmTreeCheck::ConfigFault(config);
+    }
+  } catch (const NmXerces::CmXmlError& error) {
+    if (error.GetCode() == NmXerces::CmXmlErrorCode::NestingTooDeep) {
+      return "The file " + path + " nests its elements deeper than " +
+             std::to_string(NmXerces::MaximumNestingDepth) +
+             " levels, more than a configuration may.";
+    }
     return "The file " + path + " is not well-formed XML: " + error.GetDescription();
   } catch (const std::exception& error) {
     return "The file " + path + " is not well-formed XML: " + error.what();
   }
+  if (!fault.empty()) {
+    return "In " + path + ", " + fault + ".";
+  }
   return "The XML of " + path +
-         " is well-formed, so the tree in it is not: an element name that this build does not "
-         "know (the decoding and transform toolkits are not built yet), a plug-in that cannot "
-         "be loaded, or a \"config\" element that holds more than one toolkit element.";
+         " is well-formed and its elements are known, so a toolkit refused its keys or a "
+         "plug-in refused its configuration.";
 }
 
 class CmRun {

@@ -3,11 +3,13 @@
 #include <cctype>
 #include <cstdint>
 #include <mutex>
+#include <new>
 
 #include <xercesc/dom/DOM.hpp>
 #include <xercesc/framework/MemBufFormatTarget.hpp>
 #include <xercesc/framework/MemBufInputSource.hpp>
 #include <xercesc/framework/Wrapper4InputSource.hpp>
+#include <xercesc/util/OutOfMemoryException.hpp>
 #include <xercesc/util/PlatformUtils.hpp>
 #include <xercesc/util/SecurityManager.hpp>
 #include <xercesc/util/TransService.hpp>
@@ -38,7 +40,11 @@ class CmXercesPlatform {
 public:
   static void Acquire() {
     std::lock_guard guard(PlatformLock());
-    XMLPlatformUtils::Initialize();
+    try {
+      XMLPlatformUtils::Initialize();
+    } catch (const OutOfMemoryException&) {
+      throw std::bad_alloc();
+    }
   }
   static void Release() {
     std::lock_guard guard(PlatformLock());
@@ -53,11 +59,63 @@ private:
 
 constexpr XMLSize_t MaximumEntityExpansions = 10000;
 
-// The handler and the security manager live on the stack of one parse, but
-// the parser stays with its document.
-void ForgetParseHelpers(DOMConfiguration* configuration) {
-  configuration->setParameter(XMLUni::fgDOMErrorHandler, static_cast<void*>(nullptr));
-  configuration->setParameter(XMLUni::fgXercesSecurityManager, static_cast<void*>(nullptr));
+// Memory for each parser and the documents it builds. Running out of it
+// throws std::bad_alloc: the parser library takes its own OutOfMemoryException
+// as a reason to skip every clean-up and abandons the whole state of the parse,
+// while any other exception unwinds it properly.
+class CmParserMemory : public MemoryManager {
+public:
+  MemoryManager* getExceptionMemoryManager() override { return XMLPlatformUtils::fgMemoryManager; }
+  void* allocate(XMLSize_t size) override { return ::operator new(size); }
+  void deallocate(void* memory) override { ::operator delete(memory); }
+
+  // Never destroyed: documents may be released from other libraries' static
+  // destructors, in any order.
+  static CmParserMemory& Get() {
+    alignas(CmParserMemory) static unsigned char storage[sizeof(CmParserMemory)];
+    static CmParserMemory* const memory = new (storage) CmParserMemory;
+    return *memory;
+  }
+};
+
+// Counts how deep the parser is while it builds the tree, and stops it one
+// level past the limit. Entities expand into elements too, so only the parser
+// itself can tell the depth of what a text describes.
+class CmNestingLimitFilter : public DOMLSParserFilter {
+public:
+  FilterAction startElement(DOMElement*) override {
+    if (++m_Depth > MaximumNestingDepth) {
+      m_Exceeded = true;
+      return FILTER_INTERRUPT;
+    }
+    return FILTER_ACCEPT;
+  }
+  // Called when an element ends.
+  FilterAction acceptNode(DOMNode*) override {
+    --m_Depth;
+    return FILTER_ACCEPT;
+  }
+  DOMNodeFilter::ShowType getWhatToShow() const override { return DOMNodeFilter::SHOW_ELEMENT; }
+  bool Exceeded() const { return m_Exceeded; }
+
+private:
+  unsigned m_Depth = 0;
+  bool m_Exceeded = false;
+};
+
+// The handler, the filter and the security manager live on the stack of one
+// parse, but the parser stays with its document.
+void ForgetParseHelpers(DOMLSParser* parser) noexcept {
+  try {
+    DOMConfiguration* configuration = parser->getDomConfig();
+    configuration->setParameter(XMLUni::fgDOMErrorHandler, static_cast<void*>(nullptr));
+    configuration->setParameter(XMLUni::fgXercesSecurityManager, static_cast<void*>(nullptr));
+    parser->setFilter(nullptr);
+  } catch (...) {
+    // A parse that ran out of memory leaves the parser believing it is still
+    // parsing, and it refuses every setting. Such a parse ends in an
+    // exception, and the parser goes with the document wrapper that holds it.
+  }
 }
 
 bool IsAscii(const std::string& text) {
@@ -184,6 +242,8 @@ DOMNode* EvaluatePath(DOMDocument* document, DOMNode* context, const std::string
     throw CmXmlError(location,
                      "Error evaluating path '" + path + "': " + FromXmlText(e.getMessage()),
                      CmXmlErrorCode::PathFailed);
+  } catch (const OutOfMemoryException&) {
+    throw std::bad_alloc();
   }
 }
 
@@ -243,6 +303,10 @@ std::u16string ToXmlText(const std::string& utf8) {
     // Malformed input raises UTFDataFormatException as well as
     // TranscodingException; both mean the text cannot be passed on.
     return u"???";
+  } catch (const OutOfMemoryException&) {
+    // The parser library's own word for it, which is no std::exception;
+    // above this wrapper out of memory is always std::bad_alloc.
+    throw std::bad_alloc();
   }
 }
 
@@ -264,6 +328,8 @@ std::string FromXmlText(const char16_t* text) {
     return std::string(reinterpret_cast<const char*>(converted.str()), converted.length());
   } catch (const XMLException&) {
     return "???";
+  } catch (const OutOfMemoryException&) {
+    throw std::bad_alloc();
   }
 }
 
@@ -308,30 +374,38 @@ void ThrowConversionError(const std::string& location, const char* what, const s
 
 CmXmlDocumentPtr CmXmlWrapper::Create(const std::string& root) {
   CmXercesPlatform::EnsureInitialized();
-  DOMImplementation* implementation = DOMImplementationRegistry::getDOMImplementation(u"Core LS");
-  if (implementation == nullptr) {
-    throw CmXmlError(VZK_LOCATION, "Failed to get DOM implementation with feature(s) 'Core LS'!",
-                     CmXmlErrorCode::NoImplementation);
-  }
   const std::u16string name = ToXmlText(root);
   CmXmlDocumentPtr wrapper(new CmXmlDocumentWrapper);
   try {
+    DOMImplementation* implementation = DOMImplementationRegistry::getDOMImplementation(u"Core LS");
+    if (implementation == nullptr) {
+      throw CmXmlError(VZK_LOCATION, "Failed to get DOM implementation with feature(s) 'Core LS'!",
+                       CmXmlErrorCode::NoImplementation);
+    }
+    // Should the shared pointer fail to allocate, it releases the document.
     wrapper->m_Document.reset(implementation->createDocument(nullptr, name.c_str(), nullptr),
                               CmXmlDocumentWrapper::CmDocumentRelease());
   } catch (const DOMException& e) {
     throw CmXmlError(VZK_LOCATION, FromXmlText(e.getMessage()), CmXmlErrorCode::ParseFailed);
+  } catch (const OutOfMemoryException&) {
+    throw std::bad_alloc();
   }
   return wrapper;
 }
 
 DOMLSParser* CmXmlWrapper::GetParser() {
   CmXercesPlatform::EnsureInitialized();
-  DOMImplementation* implementation = DOMImplementationRegistry::getDOMImplementation(u"LS");
-  if (implementation == nullptr) {
-    throw CmXmlError(VZK_LOCATION, "Failed to get DOM implementation with feature(s) 'LS'!",
-                     CmXmlErrorCode::NoImplementation);
+  try {
+    DOMImplementation* implementation = DOMImplementationRegistry::getDOMImplementation(u"LS");
+    if (implementation == nullptr) {
+      throw CmXmlError(VZK_LOCATION, "Failed to get DOM implementation with feature(s) 'LS'!",
+                       CmXmlErrorCode::NoImplementation);
+    }
+    return implementation->createLSParser(DOMImplementationLS::MODE_SYNCHRONOUS, nullptr,
+                                          &CmParserMemory::Get());
+  } catch (const OutOfMemoryException&) {
+    throw std::bad_alloc();
   }
-  return implementation->createLSParser(DOMImplementationLS::MODE_SYNCHRONOUS, nullptr);
 }
 
 CmXmlDocumentPtr CmXmlWrapper::LoadXml(const std::string& text) {
@@ -339,41 +413,58 @@ CmXmlDocumentPtr CmXmlWrapper::LoadXml(const std::string& text) {
   wrapper->m_Parser.reset(GetParser());
   DOMLSParser* parser = wrapper->m_Parser.get();
   CmParseErrorHandler handler;
-  DOMConfiguration* configuration = parser->getDomConfig();
-  configuration->setParameter(XMLUni::fgDOMErrorHandler, &handler);
-  // The wrapper releases the document itself, so it may outlive the parser's
-  // next parse.
-  configuration->setParameter(XMLUni::fgXercesUserAdoptsDOMDocument, true);
-  // A configuration text never needs outside entities; refusing them keeps the
-  // parser from reaching the file system or the network.
-  configuration->setParameter(XMLUni::fgXercesLoadExternalDTD, false);
-  configuration->setParameter(XMLUni::fgXercesDisableDefaultEntityResolution, true);
-  // Entities declared in the text become plain text, so that a value that
-  // uses one reads as text and not as an entity reference node.
-  configuration->setParameter(XMLUni::fgDOMEntities, false);
-  // Parsing goes on after a fatal error so that the report lists several.
-  configuration->setParameter(XMLUni::fgXercesContinueAfterFatalError, true);
-  // Nested entities can expand a few hundred bytes into gigabytes; no
-  // configuration needs more than a handful of expansions.
+  CmNestingLimitFilter nesting;
   SecurityManager security;
-  security.setEntityExpansionLimit(MaximumEntityExpansions);
-  configuration->setParameter(XMLUni::fgXercesSecurityManager, &security);
-
-  MemBufInputSource source(reinterpret_cast<const XMLByte*>(text.data()), text.size(), "memory",
-                           false);
-  Wrapper4InputSource input(&source, false);
+  // Whatever way the parse ends, the parser must not keep pointers to them.
+  struct CmHelpersForgotten {
+    DOMLSParser* parser;
+    ~CmHelpersForgotten() { ForgetParseHelpers(parser); }
+  } forgotten{parser};
   DOMDocument* document = nullptr;
   try {
+    DOMConfiguration* configuration = parser->getDomConfig();
+    configuration->setParameter(XMLUni::fgDOMErrorHandler, &handler);
+    // The wrapper releases the document itself, so it may outlive the parser's
+    // next parse.
+    configuration->setParameter(XMLUni::fgXercesUserAdoptsDOMDocument, true);
+    // A configuration text never needs outside entities; refusing them keeps the
+    // parser from reaching the file system or the network.
+    configuration->setParameter(XMLUni::fgXercesLoadExternalDTD, false);
+    configuration->setParameter(XMLUni::fgXercesDisableDefaultEntityResolution, true);
+    // Entities declared in the text become plain text, so that a value that
+    // uses one reads as text and not as an entity reference node.
+    configuration->setParameter(XMLUni::fgDOMEntities, false);
+    // Parsing goes on after a fatal error so that the report lists several.
+    configuration->setParameter(XMLUni::fgXercesContinueAfterFatalError, true);
+    // Nested entities can expand a few hundred bytes into gigabytes; no
+    // configuration needs more than a handful of expansions.
+    security.setEntityExpansionLimit(MaximumEntityExpansions);
+    configuration->setParameter(XMLUni::fgXercesSecurityManager, &security);
+    parser->setFilter(&nesting);
+
+    MemBufInputSource source(reinterpret_cast<const XMLByte*>(text.data()), text.size(), "memory",
+                             false);
+    Wrapper4InputSource input(&source, false);
     document = parser->parse(&input);
   } catch (const XMLException& e) {
-    ForgetParseHelpers(configuration);
-    throw CmXmlError(VZK_LOCATION, FromXmlText(e.getMessage()), CmXmlErrorCode::ParseFailed);
+    if (!nesting.Exceeded()) {
+      throw CmXmlError(VZK_LOCATION, FromXmlText(e.getMessage()), CmXmlErrorCode::ParseFailed);
+    }
   } catch (const DOMException& e) {
-    ForgetParseHelpers(configuration);
-    throw CmXmlError(VZK_LOCATION, FromXmlText(e.getMessage()), CmXmlErrorCode::ParseFailed);
+    // Stopping the parser from the filter ends here.
+    if (!nesting.Exceeded()) {
+      throw CmXmlError(VZK_LOCATION, FromXmlText(e.getMessage()), CmXmlErrorCode::ParseFailed);
+    }
+  } catch (const OutOfMemoryException&) {
+    throw std::bad_alloc();
   }
-  ForgetParseHelpers(configuration);
   wrapper->m_Document.reset(document, CmXmlDocumentWrapper::CmDocumentRelease());
+  if (nesting.Exceeded()) {
+    throw CmXmlError(VZK_LOCATION,
+                     "The text nests elements deeper than " + std::to_string(MaximumNestingDepth) +
+                         " levels!",
+                     CmXmlErrorCode::NestingTooDeep);
+  }
   if (handler.GetErrorCount() > 0) {
     throw CmXmlError(VZK_LOCATION, handler.GetText(), CmXmlErrorCode::ParseFailed);
   }
@@ -446,6 +537,8 @@ std::string CmXmlDocumentWrapper::ToString(const std::string& encoding) {
     throw CmXmlError(VZK_LOCATION, FromXmlText(e.getMessage()), CmXmlErrorCode::SerializeFailed);
   } catch (const DOMException& e) {
     throw CmXmlError(VZK_LOCATION, FromXmlText(e.getMessage()), CmXmlErrorCode::SerializeFailed);
+  } catch (const OutOfMemoryException&) {
+    throw std::bad_alloc();
   }
 }
 
@@ -497,6 +590,8 @@ void CmXmlNodeWrapper::SetAttributeValue(const std::string& name, const std::str
     static_cast<DOMElement*>(m_Node)->setAttribute(attributeName.c_str(), attributeValue.c_str());
   } catch (const DOMException& e) {
     throw CmXmlError(VZK_LOCATION, FromXmlText(e.getMessage()), CmXmlErrorCode::ParseFailed);
+  } catch (const OutOfMemoryException&) {
+    throw std::bad_alloc();
   }
 }
 
@@ -514,6 +609,8 @@ CmXmlNodePtr CmXmlNodeWrapper::AddChild(const CmXmlNodePtr& node) {
     return m_Document->Wrap(copy);
   } catch (const DOMException& e) {
     throw CmXmlError(VZK_LOCATION, FromXmlText(e.getMessage()), CmXmlErrorCode::ParseFailed);
+  } catch (const OutOfMemoryException&) {
+    throw std::bad_alloc();
   }
 }
 

@@ -28,8 +28,14 @@ struct CmXmlErrorCode {
     PathFailed = 4,
     SerializeFailed = 6,
     ConversionFailed = 11,
+    NestingTooDeep = 12,
   };
 };
+
+// How deep elements may nest in a parsed document. Walking, copying,
+// serialising and releasing a tree all recurse over its depth, so a deeper
+// text is refused while it is parsed, before such a tree exists.
+inline constexpr unsigned MaximumNestingDepth = 64;
 
 class CmXmlNodeWrapper;
 class CmXmlDocumentWrapper;

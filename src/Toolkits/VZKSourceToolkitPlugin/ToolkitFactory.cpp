@@ -1,6 +1,7 @@
 #include "Toolkits/VZKSourceToolkitPlugin/ToolkitFactory.h"
 
 #include <locale>
+#include <new>
 
 #include "Common/Process/Process.h"
 #include "Common/Xerces/Xerces.h"
@@ -108,7 +109,15 @@ ImToolkit* CmToolkitFactory::CreateInstance(const char* xml) {
   if (!libraryName.empty()) {
     if (SmLibraryRecord* record = FindOrLoad(libraryName)) {
       ImToolkit* toolkit = record->createInstance(text.c_str());
-      record->toolkits.insert(toolkit);
+      try {
+        record->toolkits.insert(toolkit);
+      } catch (const std::bad_alloc&) {
+        // Unrecorded, it could never be deleted through its library.
+        if (toolkit != nullptr) {
+          record->deleteInstance(toolkit);
+        }
+        throw;
+      }
       if (toolkit != nullptr) {
         return toolkit;
       }

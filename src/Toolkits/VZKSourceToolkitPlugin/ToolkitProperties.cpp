@@ -5,7 +5,9 @@ namespace NmToolkit {
 CmVZKSourceToolkitProperties::CmVZKSourceToolkitProperties(
     const CmVZKSourceToolkitProperties& other) {
   for (const auto& [name, property] : other.m_Properties) {
-    m_Properties.emplace(name, property ? property->Clone() : nullptr);
+    // Owned before the map allocates its entry, which may fail.
+    std::unique_ptr<ImProperty> copy(property ? property->Clone() : nullptr);
+    m_Properties.emplace(name, std::move(copy));
   }
 }
 
@@ -28,7 +30,8 @@ const ImProperty* CmVZKSourceToolkitProperties::GetProperty(const std::string& n
 }
 
 void CmVZKSourceToolkitProperties::SetProperty(const std::string& name, ImProperty* property) {
-  m_Properties[name].reset(property);
+  std::unique_ptr<ImProperty> owned(property);
+  m_Properties[name] = std::move(owned);
 }
 
 } // namespace NmToolkit

@@ -1,5 +1,7 @@
 #include "Toolkits/VZKSourceToolkitPlugin/VZKSourceToolkit.h"
 
+#include <cxxabi.h>
+
 #include <cstdlib>
 #include <memory>
 #include <new>
@@ -36,8 +38,13 @@ CmVZKSourceToolkit::~CmVZKSourceToolkit() {
        ++upstream) {
     auto* own = dynamic_cast<CmVZKSourceToolkit*>(*upstream);
     if (own == nullptr || own->m_IsRoot) {
-      NmThread::CmCriticalSection::CmScopedLock guard(ToolkitFactoryLock());
-      ToolkitFactory().DeleteInstance(*upstream);
+      // A plug-in's DeleteInstance is foreign code, and nothing it throws may
+      // end the process from inside this destructor.
+      try {
+        NmThread::CmCriticalSection::CmScopedLock guard(ToolkitFactoryLock());
+        ToolkitFactory().DeleteInstance(*upstream);
+      } catch (...) {
+      }
     } else {
       delete own;
     }
@@ -77,25 +84,35 @@ bool CmVZKSourceToolkit::ConfigureFromXml(const char* xml) {
     return false;
   } catch (const ImToolkitError&) {
     return false;
+  } catch (const abi::__forced_unwind&) {
+    throw;
+  } catch (...) {
+    // Out of memory while the tree is built, or what a foreign plug-in threw:
+    // the tree is not built, and Connect says so as for any configuration fault.
+    return false;
   }
 }
 
 bool CmVZKSourceToolkit::ConfigureFromNode(const CmXmlNodePtr& node) {
   try {
     m_ConfigurationNode = node;
+    std::vector<CmXmlNodePtr> children;
     if (m_IsRoot) {
       // The root's own element is also its single upstream.
-      m_UpstreamToolkits.push_back(CreateUpstreamToolkit(node));
+      children.push_back(node);
     } else {
-      std::vector<CmXmlNodePtr> children;
       node->GetChildren(children);
-      // Built one by one so that a failing child leaves the ones before it
-      // owned here, and the ones after it unbuilt.
-      for (const CmXmlNodePtr& child : children) {
-        m_UpstreamToolkits.push_back(CreateUpstreamToolkit(child));
-      }
     }
-    for (ImSourceToolkit* upstream : m_UpstreamToolkits) {
+    // Room for every upstream first: a toolkit once built must land where it
+    // is owned without an allocation that could fail and lose it.
+    m_UpstreamToolkits.reserve(children.size());
+    m_PlaybackUpstreams.reserve(children.size());
+    m_LiveUpstreams.reserve(children.size());
+    // Built one by one so that a failing child leaves the ones before it
+    // owned here, and the ones after it unbuilt.
+    for (const CmXmlNodePtr& child : children) {
+      ImSourceToolkit* upstream = CreateUpstreamToolkit(child);
+      m_UpstreamToolkits.push_back(upstream);
       m_PlaybackUpstreams.push_back(dynamic_cast<ImPlaybackSourceToolkit*>(upstream));
       m_LiveUpstreams.push_back(dynamic_cast<ImLiveSourceToolkit*>(upstream));
     }
@@ -105,6 +122,12 @@ bool CmVZKSourceToolkit::ConfigureFromNode(const CmXmlNodePtr& node) {
   } catch (const NmError::CmError&) {
     // The XML wrapper's errors, and those of a toolkit that cannot be built
     // from its keys: both are configuration faults.
+    return false;
+  } catch (const abi::__forced_unwind&) {
+    throw;
+  } catch (...) {
+    // Out of memory, or a foreign exception from a plug-in further up: this
+    // constructor must not fail, or the upstreams built so far would be lost.
     return false;
   }
 }
