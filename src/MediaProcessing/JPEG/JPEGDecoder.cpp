@@ -233,6 +233,54 @@ bool CJPEGDecoder::ProcessRestart() {
   return false;
 }
 
+// Every scan starts its entropy-coded data afresh: no bits pending, and the
+// DC predictions back at 0.
+void CJPEGDecoder::BeginEntropyScan(SmScanProgress& progress) {
+  progress = {};
+  ResetHuffmanState(*m_HuffmanState.Get());
+  ResetPredictions();
+  OpenEntropySource();
+}
+
+// Restart intervals are counted in MCUs (blocks in a scan of one component).
+// A run ends where an interval does, so that the marker between intervals is
+// crossed here and nowhere else; when it does not come, the data is cut or
+// damaged and the scan ends with what it has.
+size_t CJPEGDecoder::BeginRun(SmScanProgress& progress, size_t wanted) {
+  progress.restarted = false;
+  if (m_RestartInterval != 0) {
+    const uint32_t intoInterval = progress.mcuIndex % m_RestartInterval;
+    if (intoInterval == 0 && progress.mcuIndex != 0) {
+      if (!ProcessRestart()) {
+        progress.stopped = true;
+        return 0;
+      }
+      progress.restarted = true;
+    }
+    wanted = std::min<size_t>(wanted, m_RestartInterval - intoInterval);
+  }
+  EnsureEntropyBytes();
+  return wanted;
+}
+
+// Reading past the end of the data fills with zero bits; a row that needed
+// them is the last that holds anything real.
+void CJPEGDecoder::EndRow(SmScanProgress& progress) {
+  if (HuffmanReadPastEnd(*m_HuffmanState.Get())) {
+    progress.stopped = true;
+  }
+}
+
+void CJPEGDecoder::EndEntropyScan(const SmScanProgress& progress) {
+  CloseEntropySource();
+  m_Truncated = progress.stopped;
+}
+
+// A picture that ended early is still a picture, reported as such.
+JStatus CJPEGDecoder::TruncationStatus(JStatus status) const {
+  return status == JStatusOk && m_Truncated ? JStatusEndOfData : status;
+}
+
 JStatus CJPEGDecoder::ReadData() {
   if (!m_InScan || !m_Destination.set) {
     return JStatusFailed;
@@ -243,7 +291,7 @@ JStatus CJPEGDecoder::ReadData() {
     // One interleaved scan: each MCU row goes out as soon as it is decoded.
     const JStatus status = DecodeSequentialStreaming();
     m_InScan = false;
-    return status == JStatusOk && m_Truncated ? JStatusEndOfData : status;
+    return TruncationStatus(status);
   }
   JStatus status = JStatusOk;
   while (m_InScan) {
@@ -266,8 +314,8 @@ JStatus CJPEGDecoder::ReadData() {
   if (status != JStatusOk) {
     return status;
   }
-  status = m_Mode == JModeLossless ? OutputLosslessPicture() : OutputBufferedPicture();
-  return status == JStatusOk && m_Truncated ? JStatusEndOfData : status;
+  return TruncationStatus(m_Mode == JModeLossless ? OutputLosslessPicture()
+                                                  : OutputBufferedPicture());
 }
 
 // After a scan: tables and restart intervals may change before the next SOS.
@@ -292,10 +340,9 @@ JStatus CJPEGDecoder::DecodeSequentialStreaming() {
   }
   const int scale = m_Destination.scale;
   const int out = BlockOutputSize();
+  SmScanProgress progress;
+  BeginEntropyScan(progress);
   SmHuffmanDecodeState& state = *m_HuffmanState.Get();
-  ResetHuffmanState(state);
-  ResetPredictions();
-  OpenEntropySource();
   const uint8_t* rows[4] = {};
   size_t strides[4] = {};
   for (int c = 0; c < m_ComponentCount; ++c) {
@@ -326,23 +373,15 @@ JStatus CJPEGDecoder::DecodeSequentialStreaming() {
     }
   }
   const bool dcOnly = scale == 3;
-  uint32_t mcuIndex = 0;
-  bool stop = false;
-  for (int mcuY = 0; mcuY < m_McusY && !stop; ++mcuY) {
+  for (int mcuY = 0; mcuY < m_McusY && !progress.stopped; ++mcuY) {
     SmHuffmanMcuBlock run[kMaximumBlocksPerMcu];
     std::copy(layout, layout + blocksPerMcu, run);
     size_t mcuX = 0;
-    while (mcuX < static_cast<size_t>(m_McusX) && !stop) {
-      if (m_RestartInterval != 0 && mcuIndex != 0 && mcuIndex % m_RestartInterval == 0 &&
-          !ProcessRestart()) {
-        stop = true;
+    while (mcuX < static_cast<size_t>(m_McusX) && !progress.stopped) {
+      const size_t count = BeginRun(progress, static_cast<size_t>(m_McusX) - mcuX);
+      if (count == 0) {
         break;
       }
-      size_t count = static_cast<size_t>(m_McusX) - mcuX;
-      if (m_RestartInterval != 0) {
-        count = std::min<size_t>(count, m_RestartInterval - mcuIndex % m_RestartInterval);
-      }
-      EnsureEntropyBytes();
       // Short of the reserve after a refill means the data ends within reach:
       // then the run goes to its end.
       const size_t reserve =
@@ -354,8 +393,8 @@ JStatus CJPEGDecoder::DecodeSequentialStreaming() {
         run[i].block += done * run[i].step;
       }
       mcuX += done;
-      mcuIndex += static_cast<uint32_t>(done);
-      stop = damaged; // damaged data: keep what came before
+      progress.mcuIndex += static_cast<uint32_t>(done);
+      progress.stopped = damaged; // damaged data: keep what came before
     }
     // The row goes out even when damage cut it short: its start is good.
     const uint32_t rowsPerMcu = static_cast<uint32_t>(m_McuHeight >> scale);
@@ -370,12 +409,9 @@ JStatus CJPEGDecoder::DecodeSequentialStreaming() {
     if (m_Destination.packed) {
       EmitRows(rows, strides, static_cast<uint32_t>(mcuY) * rowsPerMcu, rowsPerMcu);
     }
-    if (HuffmanReadPastEnd(state)) {
-      stop = true;
-    }
+    EndRow(progress);
   }
-  CloseEntropySource();
-  m_Truncated = stop;
+  EndEntropyScan(progress);
   return JStatusOk;
 }
 
@@ -393,25 +429,20 @@ JStatus CJPEGDecoder::DecodeBufferedScan() {
       return JStatusFailed;
     }
   }
+  SmScanProgress progress;
+  BeginEntropyScan(progress);
   SmHuffmanDecodeState& state = *m_HuffmanState.Get();
-  ResetHuffmanState(state);
-  ResetPredictions();
-  OpenEntropySource();
   const bool single = m_Scan.count == 1;
   const int first = m_Scan.components[0];
   const int unitsX = single ? m_ScanBlocksX[first] : m_McusX;
   const int unitsY = single ? m_ScanBlocksY[first] : m_McusY;
   const int low = m_Scan.approximationLow;
-  uint32_t mcuIndex = 0;
-  bool stop = false;
+  bool& stop = progress.stopped;
   for (int unitY = 0; unitY < unitsY && !stop; ++unitY) {
-    for (int unitX = 0; unitX < unitsX && !stop; ++unitX, ++mcuIndex) {
-      if (m_RestartInterval != 0 && mcuIndex != 0 && mcuIndex % m_RestartInterval == 0 &&
-          !ProcessRestart()) {
-        stop = true;
+    for (int unitX = 0; unitX < unitsX && !stop; ++unitX, ++progress.mcuIndex) {
+      if (BeginRun(progress, 1) == 0) {
         break;
       }
-      EnsureEntropyBytes();
       for (int i = 0; i < m_Scan.count && !stop; ++i) {
         const int c = m_Scan.components[i];
         CJPEGColorComponent& component = m_Components[c];
@@ -446,12 +477,9 @@ JStatus CJPEGDecoder::DecodeBufferedScan() {
         }
       }
     }
-    if (HuffmanReadPastEnd(state)) {
-      stop = true;
-    }
+    EndRow(progress);
   }
-  CloseEntropySource();
-  m_Truncated = stop;
+  EndEntropyScan(progress);
   return JStatusOk;
 }
 
@@ -545,9 +573,9 @@ JStatus CJPEGDecoder::DecodeLosslessScan() {
       return JStatusFailed;
     }
   }
+  SmScanProgress progress;
+  BeginEntropyScan(progress);
   SmHuffmanDecodeState& state = *m_HuffmanState.Get();
-  ResetHuffmanState(state);
-  OpenEntropySource();
   const bool single = m_Scan.count == 1;
   const int first = m_Scan.components[0];
   const int unitsX = single ? m_ScanBlocksX[first] : m_McusX;
@@ -557,18 +585,15 @@ JStatus CJPEGDecoder::DecodeLosslessScan() {
   const int32_t initial = 1 << (m_Precision - pointTransform - 1);
   bool pending[4] = {true, true, true, true};
   int firstLine[4] = {};
-  uint32_t mcuIndex = 0;
-  bool stop = false;
+  bool& stop = progress.stopped;
   for (int unitY = 0; unitY < unitsY && !stop; ++unitY) {
-    for (int unitX = 0; unitX < unitsX && !stop; ++unitX, ++mcuIndex) {
-      if (m_RestartInterval != 0 && mcuIndex != 0 && mcuIndex % m_RestartInterval == 0) {
-        if (!ProcessRestart()) {
-          stop = true;
-          break;
-        }
+    for (int unitX = 0; unitX < unitsX && !stop; ++unitX, ++progress.mcuIndex) {
+      if (BeginRun(progress, 1) == 0) {
+        break;
+      }
+      if (progress.restarted) {
         std::fill(pending, pending + 4, true);
       }
-      EnsureEntropyBytes();
       for (int i = 0; i < m_Scan.count && !stop; ++i) {
         const int c = m_Scan.components[i];
         const CJPEGColorComponent& component = m_Components[c];
@@ -633,12 +658,9 @@ JStatus CJPEGDecoder::DecodeLosslessScan() {
         }
       }
     }
-    if (HuffmanReadPastEnd(state)) {
-      stop = true;
-    }
+    EndRow(progress);
   }
-  CloseEntropySource();
-  m_Truncated = stop;
+  EndEntropyScan(progress);
   return JStatusOk;
 }
 
