@@ -219,20 +219,19 @@ void AddPropertyNames(const std::string& text, std::vector<std::string>& names) 
   }
 }
 
-// The arguments of vzk run as given. Each option is checked on its own as it
-// is read; how they combine is checked once all are read.
+// The arguments of vzk run: what stands alone goes straight into the
+// options, what depends on other options waits as written until all are read.
 struct SmRunArguments {
+  SmRunOptions options;
   std::vector<std::string> positional;
-  std::optional<std::string> mode, format, from, out, sheet, plugin;
-  std::optional<uint64_t> count, quality;
-  std::optional<double> duration;
+  std::optional<std::string> mode, format, from;
+  std::optional<uint64_t> quality;
   bool sawRequest = false;
-  std::vector<std::string> requested;
-  bool quiet = false;
 };
 
 SmRunArguments ReadRunArguments(const std::vector<std::string>& arguments) {
   SmRunArguments given;
+  SmRunOptions& options = given.options;
   CmArgumentReader reader(arguments, 1);
   std::string argument;
   while (reader.NextOption(argument, given.positional)) {
@@ -241,11 +240,11 @@ SmRunArguments ReadRunArguments(const std::vector<std::string>& arguments) {
     } else if (argument == "--from") {
       SetOnce(given.from, reader.TakeValue(argument), argument);
     } else if (argument == "--count") {
-      SetOnce(given.count, ParseCount(argument, reader.TakeValue(argument)), argument);
+      SetOnce(options.count, ParseCount(argument, reader.TakeValue(argument)), argument);
     } else if (argument == "--duration") {
-      SetOnce(given.duration, ParseSeconds(argument, reader.TakeValue(argument)), argument);
+      SetOnce(options.duration, ParseSeconds(argument, reader.TakeValue(argument)), argument);
     } else if (argument == "--out") {
-      SetOnce(given.out, reader.TakeValue(argument), argument);
+      SetOnce(options.outputDirectory, reader.TakeValue(argument), argument);
     } else if (argument == "--format") {
       SetOnce(given.format, reader.TakeValue(argument), argument);
     } else if (argument == "--quality") {
@@ -256,17 +255,17 @@ SmRunArguments ReadRunArguments(const std::vector<std::string>& arguments) {
       }
       SetOnce(given.quality, value, argument);
     } else if (argument == "--contact-sheet") {
-      SetOnce(given.sheet, reader.TakeValue(argument), argument);
+      SetOnce(options.contactSheet, reader.TakeValue(argument), argument);
     } else if (argument == "--plugin") {
-      SetOnce(given.plugin, reader.TakeValue(argument), argument);
+      SetOnce(options.plugin, reader.TakeValue(argument), argument);
     } else if (argument == "--quiet" || argument == "-q") {
-      given.quiet = true;
+      options.quiet = true;
     } else if (argument == "--request") {
-      AddPropertyNames(reader.TakeValue(argument), given.requested);
+      AddPropertyNames(reader.TakeValue(argument), options.requested);
       // The list goes on while the words look like property names, so that a
       // configuration file after it (it has a dot or a slash) ends it.
       while (reader.NextIsPlain() && LooksLikePropertyNames(reader.Peek())) {
-        AddPropertyNames(reader.Take(), given.requested);
+        AddPropertyNames(reader.Take(), options.requested);
       }
       given.sawRequest = true;
     } else {
@@ -300,8 +299,8 @@ SmPictureFormat ParseFormat(const std::string& text) {
 }
 
 SmRunOptions ParseRun(const std::vector<std::string>& arguments) {
-  const SmRunArguments given = ReadRunArguments(arguments);
-  SmRunOptions options;
+  SmRunArguments given = ReadRunArguments(arguments);
+  SmRunOptions& options = given.options;
   if (given.positional.empty()) {
     throw CmUsageError("vzk run needs a configuration file: vzk run CONFIG.xml [options].");
   }
@@ -310,10 +309,9 @@ SmRunOptions ParseRun(const std::vector<std::string>& arguments) {
                        "' follows '" + given.positional[0] + "'.");
   }
   options.configuration = given.positional[0];
-  if (given.sawRequest && given.requested.empty()) {
+  if (given.sawRequest && options.requested.empty()) {
     throw CmUsageError("The option --request needs at least one property name.");
   }
-  options.requested = given.requested;
   if (given.mode) {
     options.mode = ParseMode(*given.mode);
   }
@@ -325,7 +323,7 @@ SmRunOptions ParseRun(const std::vector<std::string>& arguments) {
   }
   if (given.format) {
     options.format = ParseFormat(*given.format);
-    if (!given.out) {
+    if (!options.outputDirectory) {
       throw CmUsageError("The option --format needs --out: without an output directory nothing "
                          "is written.");
     }
@@ -337,18 +335,12 @@ SmRunOptions ParseRun(const std::vector<std::string>& arguments) {
     }
     options.quality = static_cast<uint32_t>(*given.quality);
   }
-  if (given.out && given.out->empty()) {
+  if (options.outputDirectory && options.outputDirectory->empty()) {
     throw CmUsageError("The option --out needs a directory name, not an empty text.");
   }
-  if (given.sheet && given.sheet->empty()) {
+  if (options.contactSheet && options.contactSheet->empty()) {
     throw CmUsageError("The option --contact-sheet needs a file name, not an empty text.");
   }
-  options.count = given.count;
-  options.duration = given.duration;
-  options.outputDirectory = given.out;
-  options.contactSheet = given.sheet;
-  options.plugin = given.plugin;
-  options.quiet = given.quiet;
   return options;
 }
 
