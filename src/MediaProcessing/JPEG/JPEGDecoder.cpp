@@ -10,16 +10,11 @@
 #include "Codecs/Primitives/JPEGHuffman.h"
 #include "Codecs/Primitives/JPEGInverseDCT.h"
 #include "MediaProcessing/JPEG/JPEGStandardTables.h"
+#include "MediaProcessing/JPEG/JPEGStatus.h"
 
 using namespace NmPrimitives;
 
 namespace {
-#define VZK_RETURN_IF_FAILED(expression)                                                           \
-  do {                                                                                             \
-    if (const JStatus status_ = (expression); status_ != JStatusOk) {                              \
-      return status_;                                                                              \
-    }                                                                                              \
-  } while (false)
 
 // Bytes kept in reach of the entropy decoder before each MCU: more than the
 // largest MCU can occupy (ten blocks of at most 64 codes of 27 bits, doubled
@@ -276,6 +271,48 @@ void CJPEGDecoder::EndEntropyScan(const SmScanProgress& progress) {
   m_Truncated = progress.stopped;
 }
 
+// The walk of a buffered or lossless scan over its blocks (samples, when
+// lossless) in coding order: MCU by MCU, in each the scan's components one
+// after the other, and of each its blocks row by row; a scan of one component
+// has MCUs of one block. `decode(component, x, y)` answers false on damaged
+// data; `restarted()` is told when a restart interval begins.
+template <typename Restarted, typename Decode>
+void CJPEGDecoder::WalkScan(Restarted&& restarted, Decode&& decode) {
+  SmScanProgress progress;
+  BeginEntropyScan(progress);
+  const bool single = m_Scan.count == 1;
+  const int first = m_Scan.components[0];
+  const int unitsX = single ? m_ScanBlocksX[first] : m_McusX;
+  const int unitsY = single ? m_ScanBlocksY[first] : m_McusY;
+  bool& stop = progress.stopped;
+  for (int unitY = 0; unitY < unitsY && !stop; ++unitY) {
+    for (int unitX = 0; unitX < unitsX && !stop; ++unitX, ++progress.mcuIndex) {
+      if (BeginRun(progress, 1) == 0) {
+        break;
+      }
+      if (progress.restarted) {
+        restarted();
+      }
+      for (int i = 0; i < m_Scan.count && !stop; ++i) {
+        const int c = m_Scan.components[i];
+        const int blocksH = single ? 1 : m_Components[c].hSampling;
+        const int blocksV = single ? 1 : m_Components[c].vSampling;
+        for (int v = 0; v < blocksV && !stop; ++v) {
+          for (int h = 0; h < blocksH; ++h) {
+            if (!decode(c, static_cast<size_t>(unitX) * blocksH + h,
+                        static_cast<size_t>(unitY) * blocksV + v)) {
+              stop = true;
+              break;
+            }
+          }
+        }
+      }
+    }
+    EndRow(progress);
+  }
+  EndEntropyScan(progress);
+}
+
 // A picture that ended early is still a picture, reported as such.
 JStatus CJPEGDecoder::TruncationStatus(JStatus status) const {
   return status == JStatusOk && m_Truncated ? JStatusEndOfData : status;
@@ -429,57 +466,34 @@ JStatus CJPEGDecoder::DecodeBufferedScan() {
       return JStatusFailed;
     }
   }
-  SmScanProgress progress;
-  BeginEntropyScan(progress);
-  SmHuffmanDecodeState& state = *m_HuffmanState.Get();
-  const bool single = m_Scan.count == 1;
-  const int first = m_Scan.components[0];
-  const int unitsX = single ? m_ScanBlocksX[first] : m_McusX;
-  const int unitsY = single ? m_ScanBlocksY[first] : m_McusY;
-  const int low = m_Scan.approximationLow;
-  bool& stop = progress.stopped;
-  for (int unitY = 0; unitY < unitsY && !stop; ++unitY) {
-    for (int unitX = 0; unitX < unitsX && !stop; ++unitX, ++progress.mcuIndex) {
-      if (BeginRun(progress, 1) == 0) {
-        break;
-      }
-      for (int i = 0; i < m_Scan.count && !stop; ++i) {
-        const int c = m_Scan.components[i];
-        CJPEGColorComponent& component = m_Components[c];
-        const SmHuffmanDecodeTable* dc = m_DCTables[component.dcSelector].GetTable();
-        const SmHuffmanDecodeTable* ac = m_ACTables[component.acSelector].GetTable();
-        auto* coefficients =
-            reinterpret_cast<int16_t*>(component.GetBuffer(CJPEGColorComponent::Coefficients));
-        const int blocksH = single ? 1 : component.hSampling;
-        const int blocksV = single ? 1 : component.vSampling;
-        for (int v = 0; v < blocksV && !stop; ++v) {
-          for (int h = 0; h < blocksH; ++h) {
-            const size_t bx = static_cast<size_t>(unitX) * blocksH + h;
-            const size_t by = static_cast<size_t>(unitY) * blocksV + v;
-            int16_t* block = coefficients + (by * m_BlocksX[c] + bx) * 64;
-            bool ok = true;
-            if (!progressive) {
-              ok = DecodeBlockSequential(m_Source, state, *dc, *ac, block, component.lastDC);
-            } else if (dcScan) {
-              ok = refine ? DecodeBlockDCRefine(m_Source, state, block, low)
-                          : DecodeBlockDCFirst(m_Source, state, *dc, block, component.lastDC, low);
-            } else {
-              ok = refine ? DecodeBlockACRefine(m_Source, state, *ac, block, m_Scan.spectralStart,
-                                                m_Scan.spectralEnd, low)
-                          : DecodeBlockACFirst(m_Source, state, *ac, block, m_Scan.spectralStart,
-                                               m_Scan.spectralEnd, low);
-            }
-            if (!ok) {
-              stop = true;
-              break;
-            }
-          }
-        }
-      }
-    }
-    EndRow(progress);
+  const SmHuffmanDecodeTable* dc[4] = {};
+  const SmHuffmanDecodeTable* ac[4] = {};
+  int16_t* coefficients[4] = {};
+  for (int c = 0; c < m_ComponentCount; ++c) {
+    CJPEGColorComponent& component = m_Components[c];
+    dc[c] = m_DCTables[component.dcSelector].GetTable();
+    ac[c] = m_ACTables[component.acSelector].GetTable();
+    coefficients[c] =
+        reinterpret_cast<int16_t*>(component.GetBuffer(CJPEGColorComponent::Coefficients));
   }
-  EndEntropyScan(progress);
+  SmHuffmanDecodeState& state = *m_HuffmanState.Get();
+  const int low = m_Scan.approximationLow;
+  const auto decode = [&](int c, size_t bx, size_t by) {
+    int16_t* block = coefficients[c] + (by * m_BlocksX[c] + bx) * 64;
+    int& lastDC = m_Components[c].lastDC;
+    if (!progressive) {
+      return DecodeBlockSequential(m_Source, state, *dc[c], *ac[c], block, lastDC);
+    }
+    if (dcScan) {
+      return refine ? DecodeBlockDCRefine(m_Source, state, block, low)
+                    : DecodeBlockDCFirst(m_Source, state, *dc[c], block, lastDC, low);
+    }
+    return refine ? DecodeBlockACRefine(m_Source, state, *ac[c], block, m_Scan.spectralStart,
+                                        m_Scan.spectralEnd, low)
+                  : DecodeBlockACFirst(m_Source, state, *ac[c], block, m_Scan.spectralStart,
+                                       m_Scan.spectralEnd, low);
+  };
+  WalkScan([] {}, decode);
   return JStatusOk;
 }
 
@@ -573,94 +587,70 @@ JStatus CJPEGDecoder::DecodeLosslessScan() {
       return JStatusFailed;
     }
   }
-  SmScanProgress progress;
-  BeginEntropyScan(progress);
+  const SmHuffmanDecodeTable* tables[4] = {};
+  uint16_t* planes[4] = {};
+  for (int c = 0; c < m_ComponentCount; ++c) {
+    CJPEGColorComponent& component = m_Components[c];
+    tables[c] = m_DCTables[component.dcSelector].GetTable();
+    planes[c] = reinterpret_cast<uint16_t*>(component.GetBuffer(CJPEGColorComponent::Coefficients));
+  }
   SmHuffmanDecodeState& state = *m_HuffmanState.Get();
-  const bool single = m_Scan.count == 1;
-  const int first = m_Scan.components[0];
-  const int unitsX = single ? m_ScanBlocksX[first] : m_McusX;
-  const int unitsY = single ? m_ScanBlocksY[first] : m_McusY;
   const int predictor = m_Scan.spectralStart;
   const int pointTransform = m_Scan.approximationLow;
   const int32_t initial = 1 << (m_Precision - pointTransform - 1);
   bool pending[4] = {true, true, true, true};
   int firstLine[4] = {};
-  bool& stop = progress.stopped;
-  for (int unitY = 0; unitY < unitsY && !stop; ++unitY) {
-    for (int unitX = 0; unitX < unitsX && !stop; ++unitX, ++progress.mcuIndex) {
-      if (BeginRun(progress, 1) == 0) {
+  const auto decode = [&](int c, size_t x, size_t y) {
+    const size_t width = static_cast<size_t>(m_BlocksX[c]);
+    uint16_t* sample = planes[c] + y * width + x;
+    int32_t prediction = 0;
+    if (pending[c]) {
+      prediction = initial;
+      pending[c] = false;
+      firstLine[c] = static_cast<int>(y);
+    } else if (static_cast<int>(y) == firstLine[c]) {
+      prediction = x > 0 ? sample[-1] : initial;
+    } else if (x == 0) {
+      prediction = sample[-static_cast<ptrdiff_t>(width)];
+    } else {
+      const int32_t a = sample[-1];
+      const int32_t b = sample[-static_cast<ptrdiff_t>(width)];
+      const int32_t cc = sample[-static_cast<ptrdiff_t>(width) - 1];
+      switch (predictor) {
+      case 1:
+        prediction = a;
+        break;
+      case 2:
+        prediction = b;
+        break;
+      case 3:
+        prediction = cc;
+        break;
+      case 4:
+        prediction = a + b - cc;
+        break;
+      case 5:
+        prediction = a + ((b - cc) >> 1);
+        break;
+      case 6:
+        prediction = b + ((a - cc) >> 1);
+        break;
+      case 7:
+        prediction = (a + b) >> 1;
+        break;
+      default:
+        prediction = 0;
         break;
       }
-      if (progress.restarted) {
-        std::fill(pending, pending + 4, true);
-      }
-      for (int i = 0; i < m_Scan.count && !stop; ++i) {
-        const int c = m_Scan.components[i];
-        const CJPEGColorComponent& component = m_Components[c];
-        const SmHuffmanDecodeTable& table = *m_DCTables[component.dcSelector].GetTable();
-        auto* plane =
-            reinterpret_cast<uint16_t*>(component.GetBuffer(CJPEGColorComponent::Coefficients));
-        const size_t width = static_cast<size_t>(m_BlocksX[c]);
-        const int blocksH = single ? 1 : component.hSampling;
-        const int blocksV = single ? 1 : component.vSampling;
-        for (int v = 0; v < blocksV && !stop; ++v) {
-          for (int h = 0; h < blocksH; ++h) {
-            const size_t x = static_cast<size_t>(unitX) * blocksH + h;
-            const size_t y = static_cast<size_t>(unitY) * blocksV + v;
-            uint16_t* sample = plane + y * width + x;
-            int32_t prediction = 0;
-            if (pending[c]) {
-              prediction = initial;
-              pending[c] = false;
-              firstLine[c] = static_cast<int>(y);
-            } else if (static_cast<int>(y) == firstLine[c]) {
-              prediction = x > 0 ? sample[-1] : initial;
-            } else if (x == 0) {
-              prediction = sample[-static_cast<ptrdiff_t>(width)];
-            } else {
-              const int32_t a = sample[-1];
-              const int32_t b = sample[-static_cast<ptrdiff_t>(width)];
-              const int32_t cc = sample[-static_cast<ptrdiff_t>(width) - 1];
-              switch (predictor) {
-              case 1:
-                prediction = a;
-                break;
-              case 2:
-                prediction = b;
-                break;
-              case 3:
-                prediction = cc;
-                break;
-              case 4:
-                prediction = a + b - cc;
-                break;
-              case 5:
-                prediction = a + ((b - cc) >> 1);
-                break;
-              case 6:
-                prediction = b + ((a - cc) >> 1);
-                break;
-              case 7:
-                prediction = (a + b) >> 1;
-                break;
-              default:
-                prediction = 0;
-                break;
-              }
-            }
-            int32_t difference = 0;
-            if (!DecodeLosslessDifference(m_Source, state, table, difference)) {
-              stop = true;
-              break;
-            }
-            *sample = static_cast<uint16_t>(prediction + difference);
-          }
-        }
-      }
     }
-    EndRow(progress);
-  }
-  EndEntropyScan(progress);
+    int32_t difference = 0;
+    if (!DecodeLosslessDifference(m_Source, state, *tables[c], difference)) {
+      return false;
+    }
+    *sample = static_cast<uint16_t>(prediction + difference);
+    return true;
+  };
+  WalkScan([&] { std::fill(pending, pending + 4, true); }, decode);
   return JStatusOk;
 }
 

@@ -109,6 +109,8 @@ private:
   size_t BeginRun(SmScanProgress& progress, size_t wanted);
   void EndRow(SmScanProgress& progress);
   void EndEntropyScan(const SmScanProgress& progress);
+  template <typename Restarted, typename Decode>
+  void WalkScan(Restarted&& restarted, Decode&& decode);
   JStatus TruncationStatus(JStatus status) const;
   void ResetPredictions();
   JStatus InstallMissingStandardTables();
