@@ -89,7 +89,7 @@ TEST(ErrorLocation, PreconditionsThrowFromTheirCaller) {
   };
   const auto check = [&](int value) {
     VZK_REQUIRE(value >= 0, message("negative"), NmError::CmIntegrityErrorCode::OutOfRange);
-    VZK_REQUIRE_AS(CmVideoError, value != 7, message("seven"), CmVideoCodes::Broken);
+    VZK_REQUIRE_AS(CmStackedError, value != 7, message("seven"), CmVideoCodes::Broken, 3);
   };
   EXPECT_NO_THROW(check(3));
   EXPECT_EQ(built, 0);
@@ -107,9 +107,10 @@ TEST(ErrorLocation, PreconditionsThrowFromTheirCaller) {
   try {
     check(7);
     FAIL() << "the second check did not throw";
-  } catch (const CmVideoError& e) {
+  } catch (const CmStackedError& e) {
     EXPECT_STREQ(e.what(), "seven");
     EXPECT_EQ(e.GetErrorCode(), 7u);
+    EXPECT_EQ(e.GetBaseErrorCode(), 3u);
   }
   EXPECT_EQ(built, 2);
 }
