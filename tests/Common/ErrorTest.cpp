@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include "Common/Error/Error.h"
+#include "Common/Error/Precondition.h"
 #include "Common/Library/Library.h"
 #include "Common/TimeStamp/TimeStamp.h"
 
@@ -76,6 +77,42 @@ TEST(ErrorLocation, ThrowSiteNamesFunctionLineFileAndNumber) {
         e.GetInnerError()->GetLocation().rfind("NmLibrary::CmLibrary::Load (line Library.cpp, ", 0),
         0u);
   }
+}
+
+// Two checks in a row: the first that fails is the one thrown, with the
+// caller's location and line; a check that holds builds no message.
+TEST(ErrorLocation, PreconditionsThrowFromTheirCaller) {
+  int built = 0;
+  const auto message = [&built](const char* text) {
+    ++built;
+    return std::string(text);
+  };
+  const auto check = [&](int value) {
+    VZK_REQUIRE(value >= 0, message("negative"), NmError::CmIntegrityErrorCode::OutOfRange);
+    VZK_REQUIRE_AS(CmStackedError, value != 7, message("seven"), CmVideoCodes::Broken, 3);
+  };
+  EXPECT_NO_THROW(check(3));
+  EXPECT_EQ(built, 0);
+  const int line = __LINE__ - 5; // the first check
+  try {
+    check(-7);
+    FAIL() << "a failed check did not throw";
+  } catch (const NmError::CmIntegrityError& e) {
+    EXPECT_STREQ(e.what(), "negative");
+    EXPECT_EQ(e.GetErrorCode(), 3u);
+    EXPECT_NE(e.GetLocation().find("(line ErrorTest.cpp, " + std::to_string(line) + ")"),
+              std::string::npos)
+        << e.GetLocation();
+  }
+  try {
+    check(7);
+    FAIL() << "the second check did not throw";
+  } catch (const CmStackedError& e) {
+    EXPECT_STREQ(e.what(), "seven");
+    EXPECT_EQ(e.GetErrorCode(), 7u);
+    EXPECT_EQ(e.GetBaseErrorCode(), 3u);
+  }
+  EXPECT_EQ(built, 2);
 }
 
 TEST(ErrorLocation, QualifiedNamesFromCompilerSignatures) {

@@ -185,6 +185,92 @@ struct SmHeaderAndDecoder {
   }
 };
 
+// A one-component lossless frame (predictor 7) with a restart interval of
+// whole rows, written here from T.81 H.1 because no tool at hand writes one.
+// `cutAtInterval` ends the stream (EOI) where that interval would begin.
+CmBytes WriteLosslessGray(const CmBytes& samples, int width, int height, int rowsPerInterval,
+                          int cutAtInterval = -1) {
+  // The example luminance DC table of T.81 K.3 covers differences of 8-bit
+  // samples (categories up to 8).
+  const uint8_t bits[16] = {0, 1, 5, 1, 1, 1, 1, 1, 1, 0, 0, 0, 0, 0, 0, 0};
+  uint16_t code[12] = {};
+  int length[12] = {};
+  for (int size = 1, k = 0, next = 0; size <= 16; ++size, next <<= 1) {
+    for (int i = 0; i < bits[size - 1]; ++i, ++k, ++next) {
+      code[k] = static_cast<uint16_t>(next);
+      length[k] = size;
+    }
+  }
+  const auto be16 = [](CmBytes& out, int value) {
+    out.push_back(static_cast<uint8_t>(value >> 8));
+    out.push_back(static_cast<uint8_t>(value));
+  };
+  const int interval = rowsPerInterval * width;
+  CmBytes out = {0xFF, 0xD8, 0xFF, 0xC4, 0, 31, 0x00};
+  out.insert(out.end(), bits, bits + 16);
+  for (uint8_t v = 0; v < 12; ++v) {
+    out.push_back(v);
+  }
+  out.insert(out.end(), {0xFF, 0xDD, 0, 4});
+  be16(out, interval);
+  out.insert(out.end(), {0xFF, 0xC3, 0, 11, 8});
+  be16(out, height);
+  be16(out, width);
+  out.insert(out.end(), {1, 1, 0x11, 0, 0xFF, 0xDA, 0, 8, 1, 1, 0x00, 7, 0, 0});
+  uint32_t pending = 0;
+  int pendingBits = 0;
+  const auto put = [&](uint32_t value, int count) {
+    pending = (pending << count) | (value & ((1u << count) - 1));
+    pendingBits += count;
+    while (pendingBits >= 8) {
+      const auto byte = static_cast<uint8_t>(pending >> (pendingBits - 8));
+      out.push_back(byte);
+      if (byte == 0xFF) {
+        out.push_back(0x00);
+      }
+      pendingBits -= 8;
+    }
+  };
+  const auto flush = [&] {
+    if (pendingBits > 0) {
+      put(0x7F, 8 - pendingBits);
+    }
+  };
+  for (int y = 0; y < height; ++y) {
+    const int firstRow = y / rowsPerInterval * rowsPerInterval;
+    if (y == firstRow && y != 0) {
+      flush();
+      if (y / rowsPerInterval == cutAtInterval) {
+        out.insert(out.end(), {0xFF, 0xD9});
+        return out;
+      }
+      out.insert(out.end(), {0xFF, static_cast<uint8_t>(0xD0 + (y / rowsPerInterval - 1) % 8)});
+    }
+    for (int x = 0; x < width; ++x) {
+      const uint8_t* at = samples.data() + static_cast<size_t>(y) * width + x;
+      int prediction = 128;
+      if (y == firstRow) {
+        prediction = x == 0 ? 128 : at[-1];
+      } else {
+        prediction = x == 0 ? at[-width] : (at[-1] + at[-width]) >> 1;
+      }
+      const int difference = *at - prediction;
+      int category = 0;
+      while ((std::abs(difference) >> category) != 0) {
+        ++category;
+      }
+      put(code[category], length[category]);
+      if (category > 0) {
+        put(static_cast<uint32_t>(difference > 0 ? difference : difference + (1 << category) - 1),
+            category);
+      }
+    }
+  }
+  flush();
+  out.insert(out.end(), {0xFF, 0xD9});
+  return out;
+}
+
 } // namespace
 
 TEST(JPEGDecoder, LosslessFramesEqualFfmpegsDecode) {
@@ -222,6 +308,29 @@ TEST(JPEGDecoder, LosslessFramesEqualFfmpegsDecode) {
     all.insert(all.end(), planes[2].begin(), planes[2].end());
     ASSERT_EQ(all.size(), expected.size()) << c.name;
     EXPECT_TRUE(all == expected) << c.name;
+  }
+}
+
+// Each restart interval starts its predictions afresh; a stream cut at an
+// interval's start still gives every row before it exactly.
+TEST(JPEGDecoder, LosslessRestartIntervalsStartAfreshAndBoundACut) {
+  const int width = 13;
+  const int height = 10;
+  const CmBytes samples = MakeCameraPicture(width, height, 1, 5);
+  for (const int cut : {-1, 3}) {
+    SCOPED_TRACE(cut);
+    SmHeaderAndDecoder d;
+    ASSERT_EQ(d.Open(WriteLosslessGray(samples, width, height, 2, cut)), JStatusOk);
+    EXPECT_EQ(d.decoder.GetRestartInterval(), 26u);
+    CmBytes plane(samples.size(), 0xAA);
+    uint8_t* pointers[4] = {plane.data(), nullptr, nullptr, nullptr};
+    const uint32_t steps[4] = {width, 0, 0, 0};
+    ASSERT_EQ(
+        d.decoder.SetDestination(pointers, steps, width, height, 1, d.color, d.sampling, 8, 0),
+        JStatusOk);
+    EXPECT_EQ(d.decoder.ReadData(), cut < 0 ? JStatusOk : JStatusEndOfData);
+    const size_t exact = cut < 0 ? samples.size() : static_cast<size_t>(cut) * 2 * width;
+    EXPECT_TRUE(std::equal(samples.begin(), samples.begin() + exact, plane.begin()));
   }
 }
 

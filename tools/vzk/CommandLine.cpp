@@ -113,6 +113,22 @@ public:
   }
   bool AtEnd() const { return m_Next >= m_Arguments.size(); }
   const std::string& Take() { return m_Arguments[m_Next++]; }
+  // The next option; the plain arguments before it, and all after "--", go
+  // to `positional`. False when no option is left.
+  bool NextOption(std::string& option, std::vector<std::string>& positional) {
+    while (!AtEnd()) {
+      const std::string& argument = Take();
+      if (m_OptionsEnded || !IsOption(argument)) {
+        positional.push_back(argument);
+      } else if (argument == "--") {
+        m_OptionsEnded = true;
+      } else {
+        option = argument;
+        return true;
+      }
+    }
+    return false;
+  }
   // The value of `option`: the next argument, unless it is missing or is
   // itself an option (a value of `--name=value` may look like one).
   std::string TakeValue(const std::string& option) {
@@ -133,6 +149,7 @@ private:
   std::vector<std::string> m_Arguments;
   std::set<size_t> m_Attached;
   size_t m_Next = 0;
+  bool m_OptionsEnded = false;
 };
 
 uint64_t ParseCount(const std::string& option, const std::string& text) {
@@ -202,44 +219,45 @@ void AddPropertyNames(const std::string& text, std::vector<std::string>& names) 
   }
 }
 
-SmRunOptions ParseRun(const std::vector<std::string>& arguments) {
+// The arguments of vzk run: what stands alone goes straight into the
+// options, what depends on other options waits as written until all are read.
+struct SmRunArguments {
   SmRunOptions options;
-  CmArgumentReader reader(arguments, 1);
-  std::optional<std::string> mode, format, from, out, sheet, plugin;
-  std::optional<uint64_t> count, quality;
-  std::optional<double> duration;
-  bool sawRequest = false;
   std::vector<std::string> positional;
-  bool optionsEnded = false;
-  while (!reader.AtEnd()) {
-    const std::string argument = reader.Take();
-    if (optionsEnded || !IsOption(argument)) {
-      positional.push_back(argument);
-    } else if (argument == "--") {
-      optionsEnded = true;
-    } else if (argument == "--mode") {
-      SetOnce(mode, reader.TakeValue(argument), argument);
+  std::optional<std::string> mode, format, from;
+  std::optional<uint64_t> quality;
+  bool sawRequest = false;
+};
+
+SmRunArguments ReadRunArguments(const std::vector<std::string>& arguments) {
+  SmRunArguments given;
+  SmRunOptions& options = given.options;
+  CmArgumentReader reader(arguments, 1);
+  std::string argument;
+  while (reader.NextOption(argument, given.positional)) {
+    if (argument == "--mode") {
+      SetOnce(given.mode, reader.TakeValue(argument), argument);
     } else if (argument == "--from") {
-      SetOnce(from, reader.TakeValue(argument), argument);
+      SetOnce(given.from, reader.TakeValue(argument), argument);
     } else if (argument == "--count") {
-      SetOnce(count, ParseCount(argument, reader.TakeValue(argument)), argument);
+      SetOnce(options.count, ParseCount(argument, reader.TakeValue(argument)), argument);
     } else if (argument == "--duration") {
-      SetOnce(duration, ParseSeconds(argument, reader.TakeValue(argument)), argument);
+      SetOnce(options.duration, ParseSeconds(argument, reader.TakeValue(argument)), argument);
     } else if (argument == "--out") {
-      SetOnce(out, reader.TakeValue(argument), argument);
+      SetOnce(options.outputDirectory, reader.TakeValue(argument), argument);
     } else if (argument == "--format") {
-      SetOnce(format, reader.TakeValue(argument), argument);
+      SetOnce(given.format, reader.TakeValue(argument), argument);
     } else if (argument == "--quality") {
       const std::string text = reader.TakeValue(argument);
       const uint64_t value = ParseCount(argument, text);
       if (value > 100) {
         throw CmUsageError("The value '" + text + "' of --quality is not between 1 and 100.");
       }
-      SetOnce(quality, value, argument);
+      SetOnce(given.quality, value, argument);
     } else if (argument == "--contact-sheet") {
-      SetOnce(sheet, reader.TakeValue(argument), argument);
+      SetOnce(options.contactSheet, reader.TakeValue(argument), argument);
     } else if (argument == "--plugin") {
-      SetOnce(plugin, reader.TakeValue(argument), argument);
+      SetOnce(options.plugin, reader.TakeValue(argument), argument);
     } else if (argument == "--quiet" || argument == "-q") {
       options.quiet = true;
     } else if (argument == "--request") {
@@ -249,70 +267,80 @@ SmRunOptions ParseRun(const std::vector<std::string>& arguments) {
       while (reader.NextIsPlain() && LooksLikePropertyNames(reader.Peek())) {
         AddPropertyNames(reader.Take(), options.requested);
       }
-      sawRequest = true;
+      given.sawRequest = true;
     } else {
       throw CmUsageError(UnknownOption("run", argument));
     }
   }
-  if (positional.empty()) {
+  return given;
+}
+
+SmRunMode ParseMode(const std::string& text) {
+  if (text == "playback") {
+    return SmRunMode::Playback;
+  }
+  if (text == "live") {
+    return SmRunMode::Live;
+  }
+  throw CmUsageError("The value '" + text + "' of --mode is neither playback nor live.");
+}
+
+SmPictureFormat ParseFormat(const std::string& text) {
+  if (text == "png") {
+    return SmPictureFormat::Png;
+  }
+  if (text == "jpg" || text == "jpeg") {
+    return SmPictureFormat::Jpeg;
+  }
+  if (text == "y4m") {
+    return SmPictureFormat::Y4m;
+  }
+  throw CmUsageError("The value '" + text + "' of --format is not one of png, jpg, y4m.");
+}
+
+SmRunOptions ParseRun(const std::vector<std::string>& arguments) {
+  SmRunArguments given = ReadRunArguments(arguments);
+  SmRunOptions& options = given.options;
+  if (given.positional.empty()) {
     throw CmUsageError("vzk run needs a configuration file: vzk run CONFIG.xml [options].");
   }
-  if (positional.size() > 1) {
-    throw CmUsageError("vzk run takes one configuration file, but '" + positional[1] +
-                       "' follows '" + positional[0] + "'.");
+  if (given.positional.size() > 1) {
+    throw CmUsageError("vzk run takes one configuration file, but '" + given.positional[1] +
+                       "' follows '" + given.positional[0] + "'.");
   }
-  options.configuration = positional[0];
-  if (sawRequest && options.requested.empty()) {
+  options.configuration = given.positional[0];
+  if (given.sawRequest && options.requested.empty()) {
     throw CmUsageError("The option --request needs at least one property name.");
   }
-  if (mode) {
-    if (*mode == "playback") {
-      options.mode = SmRunMode::Playback;
-    } else if (*mode == "live") {
-      options.mode = SmRunMode::Live;
-    } else {
-      throw CmUsageError("The value '" + *mode + "' of --mode is neither playback nor live.");
-    }
+  if (given.mode) {
+    options.mode = ParseMode(*given.mode);
   }
-  if (from) {
+  if (given.from) {
     if (options.mode == SmRunMode::Live) {
       throw CmUsageError("The option --from works in playback only: a live stream starts now.");
     }
-    options.from = ParseMilliseconds("--from", *from);
+    options.from = ParseMilliseconds("--from", *given.from);
   }
-  if (format) {
-    if (*format == "png") {
-      options.format = SmPictureFormat::Png;
-    } else if (*format == "jpg" || *format == "jpeg") {
-      options.format = SmPictureFormat::Jpeg;
-    } else if (*format == "y4m") {
-      options.format = SmPictureFormat::Y4m;
-    } else {
-      throw CmUsageError("The value '" + *format + "' of --format is not one of png, jpg, y4m.");
-    }
-    if (!out) {
+  if (given.format) {
+    options.format = ParseFormat(*given.format);
+    if (!options.outputDirectory) {
       throw CmUsageError("The option --format needs --out: without an output directory nothing "
                          "is written.");
     }
   }
-  if (quality) {
+  if (given.quality) {
     if (options.format != SmPictureFormat::Jpeg) {
       throw CmUsageError("The option --quality is for pictures written as JPEG: it needs "
                          "--format jpg.");
     }
-    options.quality = static_cast<uint32_t>(*quality);
+    options.quality = static_cast<uint32_t>(*given.quality);
   }
-  if (out && out->empty()) {
+  if (options.outputDirectory && options.outputDirectory->empty()) {
     throw CmUsageError("The option --out needs a directory name, not an empty text.");
   }
-  if (sheet && sheet->empty()) {
+  if (options.contactSheet && options.contactSheet->empty()) {
     throw CmUsageError("The option --contact-sheet needs a file name, not an empty text.");
   }
-  options.count = count;
-  options.duration = duration;
-  options.outputDirectory = out;
-  options.contactSheet = sheet;
-  options.plugin = plugin;
   return options;
 }
 
@@ -320,14 +348,9 @@ SmImportOptions ParseImport(const std::vector<std::string>& arguments) {
   SmImportOptions options;
   CmArgumentReader reader(arguments, 1);
   std::vector<std::string> positional;
-  bool optionsEnded = false;
-  while (!reader.AtEnd()) {
-    const std::string argument = reader.Take();
-    if (optionsEnded || !IsOption(argument)) {
-      positional.push_back(argument);
-    } else if (argument == "--") {
-      optionsEnded = true;
-    } else if (argument == "--count") {
+  std::string argument;
+  while (reader.NextOption(argument, positional)) {
+    if (argument == "--count") {
       SetOnce(options.count, ParseCount(argument, reader.TakeValue(argument)), argument);
     } else if (argument == "--duration") {
       SetOnce(options.duration, ParseSeconds(argument, reader.TakeValue(argument)), argument);

@@ -76,6 +76,18 @@ private:
   }
   void Take(ImData* raw);
   void Write(const ImData& item);
+  // Reading: what must hold before anything is loaded, then the source.
+  void CheckPaths() const;
+  void CheckMediaPlugin(const std::string& pluginPath) const;
+  void Connect(CmToolkitTree& tree, bool live) const;
+  // Tallying: every record pulled is written and counted. A failure of the
+  // toolkit ends the pull; the text that tells it comes back.
+  std::string Pull(CmToolkitTree& tree, bool live);
+  void PullLive(ImLiveSourceToolkit& source);
+  void PullPlayback(ImPlaybackSourceToolkit& source);
+  // Finishing: the file gets its name, then the outcome is told.
+  void Commit(const std::string& partial) const;
+  int Report() const;
 
   const SmImportOptions& m_Options;
   std::ostream& m_Out;
@@ -139,7 +151,7 @@ void CmImport::Take(ImData* raw) {
   Write(*item);
 }
 
-int CmImport::Execute() {
+void CmImport::CheckPaths() const {
   const std::string& output = m_Options.output;
   if (!RealPath(output).empty() && RealPath(output) == RealPath(m_Options.media)) {
     throw CmRunError("The output " + output + " is the recording being read; name another file.");
@@ -153,20 +165,23 @@ int CmImport::Execute() {
       S_ISDIR(status.st_mode)) {
     throw CmRunError("The media " + m_Options.media + " is a directory, not a file.");
   }
-  const std::string pluginPath = m_Options.plugin ? *m_Options.plugin : DefaultPluginPath();
-  if (!EndsWith(m_Options.media, ".gbd")) {
-    // The toolkit would only say that it could not parse its configuration.
-    const std::string media =
-        pluginPath.substr(0, pluginPath.rfind('/') + 1) + "ToolkitSourcePlugin_media.so";
-    if (access(media.c_str(), F_OK) != 0) {
-      throw CmRunError("Importing " + m_Options.media + " needs the media plug-in, " + media +
-                       ", which this build does not have; only .gbd recordings can be "
-                       "imported.");
-    }
+}
+
+void CmImport::CheckMediaPlugin(const std::string& pluginPath) const {
+  if (EndsWith(m_Options.media, ".gbd")) {
+    return;
   }
-  CmPluginLibrary library(pluginPath);
-  CmToolkitTree tree(library, ImportConfiguration(m_Options.media));
-  const bool live = IsNetworkStream(m_Options.media);
+  // The toolkit would only say that it could not parse its configuration.
+  const std::string media =
+      pluginPath.substr(0, pluginPath.rfind('/') + 1) + "ToolkitSourcePlugin_media.so";
+  if (access(media.c_str(), F_OK) != 0) {
+    throw CmRunError("Importing " + m_Options.media + " needs the media plug-in, " + media +
+                     ", which this build does not have; only .gbd recordings can be "
+                     "imported.");
+  }
+}
+
+void CmImport::Connect(CmToolkitTree& tree, bool live) const {
   try {
     ImSourceToolkit& source = live ? static_cast<ImSourceToolkit&>(tree.Live())
                                    : static_cast<ImSourceToolkit&>(tree.Playback());
@@ -178,54 +193,57 @@ int CmImport::Execute() {
     throw CmRunError("The " + provider + " plug-in could not open " + m_Options.media + ": " +
                      DescribeToolkitError(error) + ".");
   }
+}
 
-  // Written under another name first: a failed import never leaves a file
-  // that looks complete.
-  const std::string partial = output + ".part";
-  m_File.Open(partial);
-  std::string failure;
+std::string CmImport::Pull(CmToolkitTree& tree, bool live) {
   try {
     if (live) {
-      ImLiveSourceToolkit& source = tree.Live();
-      source.StartLiveStream();
-      const auto start = std::chrono::steady_clock::now();
-      while (!Limited()) {
-        if (m_Options.duration &&
-            std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count() >=
-                *m_Options.duration) {
-          break;
-        }
-        ImData* raw = nullptr;
-        if (source.GetLiveData(&raw, 200) == StatusSuccess) {
-          Take(raw);
-        } else {
-          delete raw;
-        }
-      }
-      source.StopLiveStream();
+      PullLive(tree.Live());
     } else {
-      ImPlaybackSourceToolkit& source = tree.Playback();
-      for (uint32_t status = source.MoveFirst(); status == StatusSuccess && !Limited();
-           status = source.MoveNext()) {
-        ImData* raw = nullptr;
-        if (source.GetData(&raw) == StatusSuccess) {
-          Take(raw);
-        } else {
-          delete raw;
-          ++m_Skipped;
-          m_Err << "vzk: Record " << m_Records + m_Skipped << " could not be read.\n";
-        }
-      }
+      PullPlayback(tree.Playback());
     }
   } catch (const ImToolkitError& error) {
-    failure = "The import failed after " + std::to_string(m_Records) +
-              " records: " + DescribeToolkitError(error) + ".";
+    return "The import failed after " + std::to_string(m_Records) +
+           " records: " + DescribeToolkitError(error) + ".";
   }
-  m_File.Close();
-  if (!failure.empty()) {
-    m_Err << "vzk: " << failure << " What was imported so far is in " << partial << ".\n";
-    return 1;
+  return "";
+}
+
+void CmImport::PullLive(ImLiveSourceToolkit& source) {
+  source.StartLiveStream();
+  const auto start = std::chrono::steady_clock::now();
+  while (!Limited()) {
+    if (m_Options.duration &&
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count() >=
+            *m_Options.duration) {
+      break;
+    }
+    ImData* raw = nullptr;
+    if (source.GetLiveData(&raw, 200) == StatusSuccess) {
+      Take(raw);
+    } else {
+      delete raw;
+    }
   }
+  source.StopLiveStream();
+}
+
+void CmImport::PullPlayback(ImPlaybackSourceToolkit& source) {
+  for (uint32_t status = source.MoveFirst(); status == StatusSuccess && !Limited();
+       status = source.MoveNext()) {
+    ImData* raw = nullptr;
+    if (source.GetData(&raw) == StatusSuccess) {
+      Take(raw);
+    } else {
+      delete raw;
+      ++m_Skipped;
+      m_Err << "vzk: Record " << m_Records + m_Skipped << " could not be read.\n";
+    }
+  }
+}
+
+void CmImport::Commit(const std::string& partial) const {
+  const std::string& output = m_Options.output;
   if (m_Records == 0) {
     std::remove(partial.c_str());
     throw CmRunError(m_Options.media + " delivered no records, so " + output + " was not written.");
@@ -234,12 +252,15 @@ int CmImport::Execute() {
     throw CmRunError("The recording " + partial + " could not be renamed to " + output + ": " +
                      std::strerror(errno) + ".");
   }
+}
+
+int CmImport::Report() const {
   m_Out << "Imported " << m_Records << " record" << (m_Records == 1 ? "" : "s") << " ("
         << m_File.GetSize() << " bytes";
   if (m_First) {
     m_Out << ", " << (m_Last - *m_First) << " ms of media";
   }
-  m_Out << ") into " << output << ".\n";
+  m_Out << ") into " << m_Options.output << ".\n";
   if (StopRequested()) {
     m_Err << "vzk: Stopped by request; the recording ends there.\n";
   }
@@ -252,6 +273,28 @@ int CmImport::Execute() {
     return 1;
   }
   return damaged ? 1 : 0;
+}
+
+int CmImport::Execute() {
+  CheckPaths();
+  const std::string pluginPath = m_Options.plugin ? *m_Options.plugin : DefaultPluginPath();
+  CheckMediaPlugin(pluginPath);
+  CmPluginLibrary library(pluginPath);
+  CmToolkitTree tree(library, ImportConfiguration(m_Options.media));
+  const bool live = IsNetworkStream(m_Options.media);
+  Connect(tree, live);
+  // Written under another name first: a failed import never leaves a file
+  // that looks complete.
+  const std::string partial = m_Options.output + ".part";
+  m_File.Open(partial);
+  const std::string failure = Pull(tree, live);
+  m_File.Close();
+  if (!failure.empty()) {
+    m_Err << "vzk: " << failure << " What was imported so far is in " << partial << ".\n";
+    return 1;
+  }
+  Commit(partial);
+  return Report();
 }
 
 } // namespace

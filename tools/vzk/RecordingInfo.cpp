@@ -311,8 +311,10 @@ SmRecordFacts ReadRecordFacts(const uint8_t* constData, uint64_t size) {
   return facts;
 }
 
-void PrintRecordingInfo(const SmInfoOptions& options, std::ostream& out) {
-  const std::string& path = options.recording;
+namespace {
+
+// The file behind a recording must be a regular file that can be read.
+uint64_t CheckRecordingFile(const std::string& path) {
   struct stat status {};
   if (stat(path.c_str(), &status) != 0) {
     throw CmRunError("The recording " + path + " cannot be read: " + std::strerror(errno) + ".");
@@ -323,147 +325,148 @@ void PrintRecordingInfo(const SmInfoOptions& options, std::ostream& out) {
   if (!S_ISREG(status.st_mode)) {
     throw CmRunError("The recording " + path + " is not a regular file.");
   }
-  NmRecording::CmRecordingIndex index(path);
-  if (!index.Update()) {
-    throw CmRunError("The recording " + path + " cannot be read: " + std::strerror(errno) + ".");
-  }
-  const auto& entries = index.GetEntries();
+  return static_cast<uint64_t>(status.st_size);
+}
 
+// Records that the index found continuous, numbered from 1.
+struct SmSequence {
+  uint64_t firstRecord, lastRecord;
+  bool timed;
+  int64_t begin, end;
+  std::string start;
+};
+
+// What the summary counts, one record at a time.
+struct SmRecordingTally {
   std::map<std::string, uint64_t> kinds;
   std::map<std::string, uint64_t> codecs;
   std::map<std::string, uint64_t> sizes;
   std::map<std::string, uint64_t> audioForms;
   std::map<std::string, uint64_t> analysis;
-  uint64_t videoRecords = 0, syncRecords = 0, totalBytes = 0;
+  uint64_t records = 0, videoRecords = 0, syncRecords = 0, totalBytes = 0;
   uint64_t smallest = UINT64_MAX, largest = 0;
   bool anyTime = false, untimedJPEG = false;
   int64_t first = 0, last = 0;
-  struct SmSequence {
-    uint64_t firstRecord, lastRecord;
-    bool timed;
-    int64_t begin, end;
-    std::string start;
-  };
   std::vector<SmSequence> sequences;
-  SmAnalysers analysers;
 
-  if (options.perRecord && !entries.empty()) {
-    out << "  record      offset     bytes  kind          codec         time                       "
-           " "
-           "sync  number  picture    analysis\n";
-  }
-  std::vector<uint8_t> bytes;
-  for (size_t i = 0; i < entries.size(); ++i) {
-    const NmRecording::SmRecordEntry& entry = entries[i];
-    // One record at a time: a recording of any length fits in memory.
-    bytes = index.ReadRecord(entry);
-    if (bytes.size() != entry.length) {
-      throw CmRunError("The recording " + path + " changed while it was read.");
-    }
-    const SmRecordFacts facts = ReadRecordFacts(bytes.data(), bytes.size());
-    const std::string verdict = analysers.Analyse(bytes.data(), bytes.size(), facts);
-    ++kinds[facts.kind];
-    ++analysis[verdict];
-    if (!facts.codecName.empty()) {
-      ++codecs[facts.codecName];
-    }
-    if (facts.width != 0) {
-      ++sizes[std::to_string(facts.width) + "x" + std::to_string(facts.height)];
-    }
-    if (facts.isAudio) {
-      ++audioForms[facts.codecName + ", " + std::to_string(facts.samplingFrequency) + " Hz, " +
-                   Plural(facts.channels, "channel") + ", " + std::to_string(facts.bitsPerSample) +
-                   " bits"];
-    }
-    if (facts.isVideo) {
-      ++videoRecords;
-      syncRecords += facts.sync ? 1 : 0;
-    }
-    totalBytes += entry.length;
-    smallest = std::min<uint64_t>(smallest, entry.length);
-    largest = std::max<uint64_t>(largest, entry.length);
-    if (facts.timed) {
-      first = anyTime ? std::min(first, facts.beginTime) : facts.beginTime;
-      last = anyTime ? std::max(last, facts.endTime) : facts.endTime;
-      anyTime = true;
-    } else if (facts.type == SmByteDataType::RawJPEG) {
-      untimedJPEG = true;
-    }
-    const bool timed = entry.type != SmByteDataType::RawJPEG;
-    if (sequences.empty() || entry.sequence != entries[i - 1].sequence) {
-      sequences.push_back({i + 1, i + 1, timed, entry.beginTime, entry.endTime,
-                           i == 0 ? "start of the recording" : verdict});
-    }
-    SmSequence& current = sequences.back();
-    current.lastRecord = i + 1;
-    current.end = std::max(current.end, entry.endTime);
-    current.timed = current.timed && timed;
+  void Add(const NmRecording::SmRecordEntry& entry, bool startsSequence, const SmRecordFacts& facts,
+           const std::string& verdict);
+};
 
-    if (options.perRecord) {
-      char line[320];
-      const std::string time = facts.timed ? FormatUtc(facts.beginTime) : "untimed";
-      const std::string number =
-          facts.hasSequenceNumber ? std::to_string(facts.sequenceNumber) : "-";
-      const std::string picture =
-          facts.width != 0 ? std::to_string(facts.width) + "x" + std::to_string(facts.height) : "-";
-      std::snprintf(
-          line, sizeof line, "  %6zu %11llu %9llu  %-13s %-13s %-27s %-5s %-7s %-10s %s\n", i + 1,
-          static_cast<unsigned long long>(entry.offset),
-          static_cast<unsigned long long>(entry.length), facts.kind.c_str(),
-          facts.codecName.c_str(), time.c_str(), facts.hasSync ? (facts.sync ? "yes" : "no") : "-",
-          number.c_str(), picture.c_str(), verdict.c_str());
-      out << line;
-    }
+void SmRecordingTally::Add(const NmRecording::SmRecordEntry& entry, bool startsSequence,
+                           const SmRecordFacts& facts, const std::string& verdict) {
+  const uint64_t number = ++records;
+  ++kinds[facts.kind];
+  ++analysis[verdict];
+  if (!facts.codecName.empty()) {
+    ++codecs[facts.codecName];
   }
+  if (facts.width != 0) {
+    ++sizes[std::to_string(facts.width) + "x" + std::to_string(facts.height)];
+  }
+  if (facts.isAudio) {
+    ++audioForms[facts.codecName + ", " + std::to_string(facts.samplingFrequency) + " Hz, " +
+                 Plural(facts.channels, "channel") + ", " + std::to_string(facts.bitsPerSample) +
+                 " bits"];
+  }
+  if (facts.isVideo) {
+    ++videoRecords;
+    syncRecords += facts.sync ? 1 : 0;
+  }
+  totalBytes += entry.length;
+  smallest = std::min<uint64_t>(smallest, entry.length);
+  largest = std::max<uint64_t>(largest, entry.length);
+  if (facts.timed) {
+    first = anyTime ? std::min(first, facts.beginTime) : facts.beginTime;
+    last = anyTime ? std::max(last, facts.endTime) : facts.endTime;
+    anyTime = true;
+  } else if (facts.type == SmByteDataType::RawJPEG) {
+    untimedJPEG = true;
+  }
+  const bool timed = entry.type != SmByteDataType::RawJPEG;
+  if (startsSequence) {
+    sequences.push_back({number, number, timed, entry.beginTime, entry.endTime,
+                         number == 1 ? "start of the recording" : verdict});
+  }
+  SmSequence& current = sequences.back();
+  current.lastRecord = number;
+  current.end = std::max(current.end, entry.endTime);
+  current.timed = current.timed && timed;
+}
 
-  const uint64_t fileSize = static_cast<uint64_t>(status.st_size);
-  out << path << ": " << Plural(entries.size(), "record") << ", " << fileSize << " bytes\n";
-  const auto list = [](const std::map<std::string, uint64_t>& counts, bool plural = false) {
-    std::string text;
-    for (const auto& [name, count] : counts) {
-      text += (text.empty() ? "" : ", ") + std::to_string(count) + " " + name +
-              (plural && count != 1 ? "s" : "");
-    }
-    return text;
-  };
-  if (!entries.empty()) {
-    out << "  kinds:      " << list(kinds, true) << "\n";
-    if (!codecs.empty()) {
-      out << "  codecs:     " << list(codecs) << "\n";
-    }
-    if (!sizes.empty()) {
-      out << "  pictures:   " << list(sizes) << "\n";
-    }
-    for (const auto& [form, count] : audioForms) {
-      out << "  audio:      " << form << " (" << Plural(count, "packet") << ")\n";
-    }
-    if (anyTime) {
-      out << "  time:       " << FormatUtc(first) << " .. " << FormatUtc(last) << " ("
-          << Seconds(last - first) << ")\n";
-    }
-    if (untimedJPEG) {
-      out << "  untimed:    raw JPEG records carry no time; playback numbers them 40 ms apart "
-             "from the time the file was last written\n";
-    }
-    if (videoRecords != 0) {
-      out << "  sync:       " << syncRecords << " of " << Plural(videoRecords, "video record")
-          << " decode alone\n";
-    }
-    out << "  sizes:      smallest " << smallest << ", largest " << largest << ", mean "
-        << totalBytes / entries.size() << " bytes a record\n";
-    out << "  analysis:   " << list(analysis) << "\n";
-    out << "  sequences:  " << sequences.size() << "\n";
-    for (size_t s = 0; s < sequences.size(); ++s) {
-      const SmSequence& sequence = sequences[s];
-      out << "    " << s + 1 << ": records " << sequence.firstRecord << "-" << sequence.lastRecord
-          << " (" << sequence.lastRecord - sequence.firstRecord + 1 << "), ";
-      if (sequence.timed) {
-        out << FormatUtc(sequence.begin) << " .. " << FormatUtc(sequence.end) << ", ";
-      }
-      out << "starts with " << sequence.start << "\n";
-    }
+void PrintRecordHeader(std::ostream& out) {
+  out << "  record      offset     bytes  kind          codec         time                       "
+         " "
+         "sync  number  picture    analysis\n";
+}
+
+void PrintRecordLine(std::ostream& out, uint64_t number, const NmRecording::SmRecordEntry& entry,
+                     const SmRecordFacts& facts, const std::string& verdict) {
+  char line[320];
+  const std::string time = facts.timed ? FormatUtc(facts.beginTime) : "untimed";
+  const std::string sequenceNumber =
+      facts.hasSequenceNumber ? std::to_string(facts.sequenceNumber) : "-";
+  const std::string picture =
+      facts.width != 0 ? std::to_string(facts.width) + "x" + std::to_string(facts.height) : "-";
+  std::snprintf(
+      line, sizeof line, "  %6llu %11llu %9llu  %-13s %-13s %-27s %-5s %-7s %-10s %s\n",
+      static_cast<unsigned long long>(number), static_cast<unsigned long long>(entry.offset),
+      static_cast<unsigned long long>(entry.length), facts.kind.c_str(), facts.codecName.c_str(),
+      time.c_str(), facts.hasSync ? (facts.sync ? "yes" : "no") : "-", sequenceNumber.c_str(),
+      picture.c_str(), verdict.c_str());
+  out << line;
+}
+
+// "2 blocks, 1 raw JPEG": counts in the order of their names.
+std::string CountList(const std::map<std::string, uint64_t>& counts, bool plural = false) {
+  std::string text;
+  for (const auto& [name, count] : counts) {
+    text += (text.empty() ? "" : ", ") + std::to_string(count) + " " + name +
+            (plural && count != 1 ? "s" : "");
   }
-  // Ranges passed over, then what follows the last whole record.
+  return text;
+}
+
+void PrintSummary(std::ostream& out, const SmRecordingTally& tally) {
+  out << "  kinds:      " << CountList(tally.kinds, true) << "\n";
+  if (!tally.codecs.empty()) {
+    out << "  codecs:     " << CountList(tally.codecs) << "\n";
+  }
+  if (!tally.sizes.empty()) {
+    out << "  pictures:   " << CountList(tally.sizes) << "\n";
+  }
+  for (const auto& [form, count] : tally.audioForms) {
+    out << "  audio:      " << form << " (" << Plural(count, "packet") << ")\n";
+  }
+  if (tally.anyTime) {
+    out << "  time:       " << FormatUtc(tally.first) << " .. " << FormatUtc(tally.last) << " ("
+        << Seconds(tally.last - tally.first) << ")\n";
+  }
+  if (tally.untimedJPEG) {
+    out << "  untimed:    raw JPEG records carry no time; playback numbers them 40 ms apart "
+           "from the time the file was last written\n";
+  }
+  if (tally.videoRecords != 0) {
+    out << "  sync:       " << tally.syncRecords << " of "
+        << Plural(tally.videoRecords, "video record") << " decode alone\n";
+  }
+  out << "  sizes:      smallest " << tally.smallest << ", largest " << tally.largest << ", mean "
+      << tally.totalBytes / tally.records << " bytes a record\n";
+  out << "  analysis:   " << CountList(tally.analysis) << "\n";
+  out << "  sequences:  " << tally.sequences.size() << "\n";
+  for (size_t s = 0; s < tally.sequences.size(); ++s) {
+    const SmSequence& sequence = tally.sequences[s];
+    out << "    " << s + 1 << ": records " << sequence.firstRecord << "-" << sequence.lastRecord
+        << " (" << sequence.lastRecord - sequence.firstRecord + 1 << "), ";
+    if (sequence.timed) {
+      out << FormatUtc(sequence.begin) << " .. " << FormatUtc(sequence.end) << ", ";
+    }
+    out << "starts with " << sequence.start << "\n";
+  }
+}
+
+// Ranges passed over, then what follows the last whole record.
+void PrintDamage(std::ostream& out, const NmRecording::CmRecordingIndex& index) {
   std::vector<NmRecording::SmByteRange> damaged = index.GetDamagedRanges(true);
   std::optional<NmRecording::SmByteRange> tail;
   if (!damaged.empty() && damaged.back().offset + damaged.back().length == index.GetFileSize()) {
@@ -487,6 +490,43 @@ void PrintRecordingInfo(const SmInfoOptions& options, std::ostream& out) {
     out << "  damaged:    the last " << Plural(tail->length, "byte")
         << " form no whole record (a damaged or half-written record)\n";
   }
+}
+
+} // namespace
+
+void PrintRecordingInfo(const SmInfoOptions& options, std::ostream& out) {
+  const std::string& path = options.recording;
+  const uint64_t fileSize = CheckRecordingFile(path);
+  NmRecording::CmRecordingIndex index(path);
+  if (!index.Update()) {
+    throw CmRunError("The recording " + path + " cannot be read: " + std::strerror(errno) + ".");
+  }
+  const auto& entries = index.GetEntries();
+  if (options.perRecord && !entries.empty()) {
+    PrintRecordHeader(out);
+  }
+  SmRecordingTally tally;
+  SmAnalysers analysers;
+  std::vector<uint8_t> bytes;
+  for (size_t i = 0; i < entries.size(); ++i) {
+    const NmRecording::SmRecordEntry& entry = entries[i];
+    // One record at a time: a recording of any length fits in memory.
+    bytes = index.ReadRecord(entry);
+    if (bytes.size() != entry.length) {
+      throw CmRunError("The recording " + path + " changed while it was read.");
+    }
+    const SmRecordFacts facts = ReadRecordFacts(bytes.data(), bytes.size());
+    const std::string verdict = analysers.Analyse(bytes.data(), bytes.size(), facts);
+    tally.Add(entry, i == 0 || entry.sequence != entries[i - 1].sequence, facts, verdict);
+    if (options.perRecord) {
+      PrintRecordLine(out, i + 1, entry, facts, verdict);
+    }
+  }
+  out << path << ": " << Plural(entries.size(), "record") << ", " << fileSize << " bytes\n";
+  if (tally.records != 0) {
+    PrintSummary(out, tally);
+  }
+  PrintDamage(out, index);
 }
 
 } // namespace NmVzkTool

@@ -10,16 +10,11 @@
 #include "Codecs/Primitives/JPEGHuffman.h"
 #include "Codecs/Primitives/JPEGInverseDCT.h"
 #include "MediaProcessing/JPEG/JPEGStandardTables.h"
+#include "MediaProcessing/JPEG/JPEGStatus.h"
 
 using namespace NmPrimitives;
 
 namespace {
-#define VZK_RETURN_IF_FAILED(expression)                                                           \
-  do {                                                                                             \
-    if (const JStatus status_ = (expression); status_ != JStatusOk) {                              \
-      return status_;                                                                              \
-    }                                                                                              \
-  } while (false)
 
 // Bytes kept in reach of the entropy decoder before each MCU: more than the
 // largest MCU can occupy (ten blocks of at most 64 codes of 27 bits, doubled
@@ -233,6 +228,96 @@ bool CJPEGDecoder::ProcessRestart() {
   return false;
 }
 
+// Every scan starts its entropy-coded data afresh: no bits pending, and the
+// DC predictions back at 0.
+void CJPEGDecoder::BeginEntropyScan(SmScanProgress& progress) {
+  progress = {};
+  ResetHuffmanState(*m_HuffmanState.Get());
+  ResetPredictions();
+  OpenEntropySource();
+}
+
+// Restart intervals are counted in MCUs (blocks in a scan of one component).
+// A run ends where an interval does, so that the marker between intervals is
+// crossed here and nowhere else; when it does not come, the data is cut or
+// damaged and the scan ends with what it has.
+size_t CJPEGDecoder::BeginRun(SmScanProgress& progress, size_t wanted) {
+  progress.restarted = false;
+  if (m_RestartInterval != 0) {
+    const uint32_t intoInterval = progress.mcuIndex % m_RestartInterval;
+    if (intoInterval == 0 && progress.mcuIndex != 0) {
+      if (!ProcessRestart()) {
+        progress.stopped = true;
+        return 0;
+      }
+      progress.restarted = true;
+    }
+    wanted = std::min<size_t>(wanted, m_RestartInterval - intoInterval);
+  }
+  EnsureEntropyBytes();
+  return wanted;
+}
+
+// Reading past the end of the data fills with zero bits; a row that needed
+// them is the last that holds anything real.
+void CJPEGDecoder::EndRow(SmScanProgress& progress) {
+  if (HuffmanReadPastEnd(*m_HuffmanState.Get())) {
+    progress.stopped = true;
+  }
+}
+
+void CJPEGDecoder::EndEntropyScan(const SmScanProgress& progress) {
+  CloseEntropySource();
+  m_Truncated = progress.stopped;
+}
+
+// The walk of a buffered or lossless scan over its blocks (samples, when
+// lossless) in coding order: MCU by MCU, in each the scan's components one
+// after the other, and of each its blocks row by row; a scan of one component
+// has MCUs of one block. `decode(component, x, y)` answers false on damaged
+// data; `restarted()` is told when a restart interval begins.
+template <typename Restarted, typename Decode>
+void CJPEGDecoder::WalkScan(Restarted&& restarted, Decode&& decode) {
+  SmScanProgress progress;
+  BeginEntropyScan(progress);
+  const bool single = m_Scan.count == 1;
+  const int first = m_Scan.components[0];
+  const int unitsX = single ? m_ScanBlocksX[first] : m_McusX;
+  const int unitsY = single ? m_ScanBlocksY[first] : m_McusY;
+  bool& stop = progress.stopped;
+  for (int unitY = 0; unitY < unitsY && !stop; ++unitY) {
+    for (int unitX = 0; unitX < unitsX && !stop; ++unitX, ++progress.mcuIndex) {
+      if (BeginRun(progress, 1) == 0) {
+        break;
+      }
+      if (progress.restarted) {
+        restarted();
+      }
+      for (int i = 0; i < m_Scan.count && !stop; ++i) {
+        const int c = m_Scan.components[i];
+        const int blocksH = single ? 1 : m_Components[c].hSampling;
+        const int blocksV = single ? 1 : m_Components[c].vSampling;
+        for (int v = 0; v < blocksV && !stop; ++v) {
+          for (int h = 0; h < blocksH; ++h) {
+            if (!decode(c, static_cast<size_t>(unitX) * blocksH + h,
+                        static_cast<size_t>(unitY) * blocksV + v)) {
+              stop = true;
+              break;
+            }
+          }
+        }
+      }
+    }
+    EndRow(progress);
+  }
+  EndEntropyScan(progress);
+}
+
+// A picture that ended early is still a picture, reported as such.
+JStatus CJPEGDecoder::TruncationStatus(JStatus status) const {
+  return status == JStatusOk && m_Truncated ? JStatusEndOfData : status;
+}
+
 JStatus CJPEGDecoder::ReadData() {
   if (!m_InScan || !m_Destination.set) {
     return JStatusFailed;
@@ -243,7 +328,7 @@ JStatus CJPEGDecoder::ReadData() {
     // One interleaved scan: each MCU row goes out as soon as it is decoded.
     const JStatus status = DecodeSequentialStreaming();
     m_InScan = false;
-    return status == JStatusOk && m_Truncated ? JStatusEndOfData : status;
+    return TruncationStatus(status);
   }
   JStatus status = JStatusOk;
   while (m_InScan) {
@@ -266,8 +351,8 @@ JStatus CJPEGDecoder::ReadData() {
   if (status != JStatusOk) {
     return status;
   }
-  status = m_Mode == JModeLossless ? OutputLosslessPicture() : OutputBufferedPicture();
-  return status == JStatusOk && m_Truncated ? JStatusEndOfData : status;
+  return TruncationStatus(m_Mode == JModeLossless ? OutputLosslessPicture()
+                                                  : OutputBufferedPicture());
 }
 
 // After a scan: tables and restart intervals may change before the next SOS.
@@ -292,10 +377,9 @@ JStatus CJPEGDecoder::DecodeSequentialStreaming() {
   }
   const int scale = m_Destination.scale;
   const int out = BlockOutputSize();
+  SmScanProgress progress;
+  BeginEntropyScan(progress);
   SmHuffmanDecodeState& state = *m_HuffmanState.Get();
-  ResetHuffmanState(state);
-  ResetPredictions();
-  OpenEntropySource();
   const uint8_t* rows[4] = {};
   size_t strides[4] = {};
   for (int c = 0; c < m_ComponentCount; ++c) {
@@ -326,23 +410,15 @@ JStatus CJPEGDecoder::DecodeSequentialStreaming() {
     }
   }
   const bool dcOnly = scale == 3;
-  uint32_t mcuIndex = 0;
-  bool stop = false;
-  for (int mcuY = 0; mcuY < m_McusY && !stop; ++mcuY) {
+  for (int mcuY = 0; mcuY < m_McusY && !progress.stopped; ++mcuY) {
     SmHuffmanMcuBlock run[kMaximumBlocksPerMcu];
     std::copy(layout, layout + blocksPerMcu, run);
     size_t mcuX = 0;
-    while (mcuX < static_cast<size_t>(m_McusX) && !stop) {
-      if (m_RestartInterval != 0 && mcuIndex != 0 && mcuIndex % m_RestartInterval == 0 &&
-          !ProcessRestart()) {
-        stop = true;
+    while (mcuX < static_cast<size_t>(m_McusX) && !progress.stopped) {
+      const size_t count = BeginRun(progress, static_cast<size_t>(m_McusX) - mcuX);
+      if (count == 0) {
         break;
       }
-      size_t count = static_cast<size_t>(m_McusX) - mcuX;
-      if (m_RestartInterval != 0) {
-        count = std::min<size_t>(count, m_RestartInterval - mcuIndex % m_RestartInterval);
-      }
-      EnsureEntropyBytes();
       // Short of the reserve after a refill means the data ends within reach:
       // then the run goes to its end.
       const size_t reserve =
@@ -354,8 +430,8 @@ JStatus CJPEGDecoder::DecodeSequentialStreaming() {
         run[i].block += done * run[i].step;
       }
       mcuX += done;
-      mcuIndex += static_cast<uint32_t>(done);
-      stop = damaged; // damaged data: keep what came before
+      progress.mcuIndex += static_cast<uint32_t>(done);
+      progress.stopped = damaged; // damaged data: keep what came before
     }
     // The row goes out even when damage cut it short: its start is good.
     const uint32_t rowsPerMcu = static_cast<uint32_t>(m_McuHeight >> scale);
@@ -370,12 +446,9 @@ JStatus CJPEGDecoder::DecodeSequentialStreaming() {
     if (m_Destination.packed) {
       EmitRows(rows, strides, static_cast<uint32_t>(mcuY) * rowsPerMcu, rowsPerMcu);
     }
-    if (HuffmanReadPastEnd(state)) {
-      stop = true;
-    }
+    EndRow(progress);
   }
-  CloseEntropySource();
-  m_Truncated = stop;
+  EndEntropyScan(progress);
   return JStatusOk;
 }
 
@@ -393,65 +466,34 @@ JStatus CJPEGDecoder::DecodeBufferedScan() {
       return JStatusFailed;
     }
   }
-  SmHuffmanDecodeState& state = *m_HuffmanState.Get();
-  ResetHuffmanState(state);
-  ResetPredictions();
-  OpenEntropySource();
-  const bool single = m_Scan.count == 1;
-  const int first = m_Scan.components[0];
-  const int unitsX = single ? m_ScanBlocksX[first] : m_McusX;
-  const int unitsY = single ? m_ScanBlocksY[first] : m_McusY;
-  const int low = m_Scan.approximationLow;
-  uint32_t mcuIndex = 0;
-  bool stop = false;
-  for (int unitY = 0; unitY < unitsY && !stop; ++unitY) {
-    for (int unitX = 0; unitX < unitsX && !stop; ++unitX, ++mcuIndex) {
-      if (m_RestartInterval != 0 && mcuIndex != 0 && mcuIndex % m_RestartInterval == 0 &&
-          !ProcessRestart()) {
-        stop = true;
-        break;
-      }
-      EnsureEntropyBytes();
-      for (int i = 0; i < m_Scan.count && !stop; ++i) {
-        const int c = m_Scan.components[i];
-        CJPEGColorComponent& component = m_Components[c];
-        const SmHuffmanDecodeTable* dc = m_DCTables[component.dcSelector].GetTable();
-        const SmHuffmanDecodeTable* ac = m_ACTables[component.acSelector].GetTable();
-        auto* coefficients =
-            reinterpret_cast<int16_t*>(component.GetBuffer(CJPEGColorComponent::Coefficients));
-        const int blocksH = single ? 1 : component.hSampling;
-        const int blocksV = single ? 1 : component.vSampling;
-        for (int v = 0; v < blocksV && !stop; ++v) {
-          for (int h = 0; h < blocksH; ++h) {
-            const size_t bx = static_cast<size_t>(unitX) * blocksH + h;
-            const size_t by = static_cast<size_t>(unitY) * blocksV + v;
-            int16_t* block = coefficients + (by * m_BlocksX[c] + bx) * 64;
-            bool ok = true;
-            if (!progressive) {
-              ok = DecodeBlockSequential(m_Source, state, *dc, *ac, block, component.lastDC);
-            } else if (dcScan) {
-              ok = refine ? DecodeBlockDCRefine(m_Source, state, block, low)
-                          : DecodeBlockDCFirst(m_Source, state, *dc, block, component.lastDC, low);
-            } else {
-              ok = refine ? DecodeBlockACRefine(m_Source, state, *ac, block, m_Scan.spectralStart,
-                                                m_Scan.spectralEnd, low)
-                          : DecodeBlockACFirst(m_Source, state, *ac, block, m_Scan.spectralStart,
-                                               m_Scan.spectralEnd, low);
-            }
-            if (!ok) {
-              stop = true;
-              break;
-            }
-          }
-        }
-      }
-    }
-    if (HuffmanReadPastEnd(state)) {
-      stop = true;
-    }
+  const SmHuffmanDecodeTable* dc[4] = {};
+  const SmHuffmanDecodeTable* ac[4] = {};
+  int16_t* coefficients[4] = {};
+  for (int c = 0; c < m_ComponentCount; ++c) {
+    CJPEGColorComponent& component = m_Components[c];
+    dc[c] = m_DCTables[component.dcSelector].GetTable();
+    ac[c] = m_ACTables[component.acSelector].GetTable();
+    coefficients[c] =
+        reinterpret_cast<int16_t*>(component.GetBuffer(CJPEGColorComponent::Coefficients));
   }
-  CloseEntropySource();
-  m_Truncated = stop;
+  SmHuffmanDecodeState& state = *m_HuffmanState.Get();
+  const int low = m_Scan.approximationLow;
+  const auto decode = [&](int c, size_t bx, size_t by) {
+    int16_t* block = coefficients[c] + (by * m_BlocksX[c] + bx) * 64;
+    int& lastDC = m_Components[c].lastDC;
+    if (!progressive) {
+      return DecodeBlockSequential(m_Source, state, *dc[c], *ac[c], block, lastDC);
+    }
+    if (dcScan) {
+      return refine ? DecodeBlockDCRefine(m_Source, state, block, low)
+                    : DecodeBlockDCFirst(m_Source, state, *dc[c], block, lastDC, low);
+    }
+    return refine ? DecodeBlockACRefine(m_Source, state, *ac[c], block, m_Scan.spectralStart,
+                                        m_Scan.spectralEnd, low)
+                  : DecodeBlockACFirst(m_Source, state, *ac[c], block, m_Scan.spectralStart,
+                                       m_Scan.spectralEnd, low);
+  };
+  WalkScan([] {}, decode);
   return JStatusOk;
 }
 
@@ -545,100 +587,70 @@ JStatus CJPEGDecoder::DecodeLosslessScan() {
       return JStatusFailed;
     }
   }
+  const SmHuffmanDecodeTable* tables[4] = {};
+  uint16_t* planes[4] = {};
+  for (int c = 0; c < m_ComponentCount; ++c) {
+    CJPEGColorComponent& component = m_Components[c];
+    tables[c] = m_DCTables[component.dcSelector].GetTable();
+    planes[c] = reinterpret_cast<uint16_t*>(component.GetBuffer(CJPEGColorComponent::Coefficients));
+  }
   SmHuffmanDecodeState& state = *m_HuffmanState.Get();
-  ResetHuffmanState(state);
-  OpenEntropySource();
-  const bool single = m_Scan.count == 1;
-  const int first = m_Scan.components[0];
-  const int unitsX = single ? m_ScanBlocksX[first] : m_McusX;
-  const int unitsY = single ? m_ScanBlocksY[first] : m_McusY;
   const int predictor = m_Scan.spectralStart;
   const int pointTransform = m_Scan.approximationLow;
   const int32_t initial = 1 << (m_Precision - pointTransform - 1);
   bool pending[4] = {true, true, true, true};
   int firstLine[4] = {};
-  uint32_t mcuIndex = 0;
-  bool stop = false;
-  for (int unitY = 0; unitY < unitsY && !stop; ++unitY) {
-    for (int unitX = 0; unitX < unitsX && !stop; ++unitX, ++mcuIndex) {
-      if (m_RestartInterval != 0 && mcuIndex != 0 && mcuIndex % m_RestartInterval == 0) {
-        if (!ProcessRestart()) {
-          stop = true;
-          break;
-        }
-        std::fill(pending, pending + 4, true);
-      }
-      EnsureEntropyBytes();
-      for (int i = 0; i < m_Scan.count && !stop; ++i) {
-        const int c = m_Scan.components[i];
-        const CJPEGColorComponent& component = m_Components[c];
-        const SmHuffmanDecodeTable& table = *m_DCTables[component.dcSelector].GetTable();
-        auto* plane =
-            reinterpret_cast<uint16_t*>(component.GetBuffer(CJPEGColorComponent::Coefficients));
-        const size_t width = static_cast<size_t>(m_BlocksX[c]);
-        const int blocksH = single ? 1 : component.hSampling;
-        const int blocksV = single ? 1 : component.vSampling;
-        for (int v = 0; v < blocksV && !stop; ++v) {
-          for (int h = 0; h < blocksH; ++h) {
-            const size_t x = static_cast<size_t>(unitX) * blocksH + h;
-            const size_t y = static_cast<size_t>(unitY) * blocksV + v;
-            uint16_t* sample = plane + y * width + x;
-            int32_t prediction = 0;
-            if (pending[c]) {
-              prediction = initial;
-              pending[c] = false;
-              firstLine[c] = static_cast<int>(y);
-            } else if (static_cast<int>(y) == firstLine[c]) {
-              prediction = x > 0 ? sample[-1] : initial;
-            } else if (x == 0) {
-              prediction = sample[-static_cast<ptrdiff_t>(width)];
-            } else {
-              const int32_t a = sample[-1];
-              const int32_t b = sample[-static_cast<ptrdiff_t>(width)];
-              const int32_t cc = sample[-static_cast<ptrdiff_t>(width) - 1];
-              switch (predictor) {
-              case 1:
-                prediction = a;
-                break;
-              case 2:
-                prediction = b;
-                break;
-              case 3:
-                prediction = cc;
-                break;
-              case 4:
-                prediction = a + b - cc;
-                break;
-              case 5:
-                prediction = a + ((b - cc) >> 1);
-                break;
-              case 6:
-                prediction = b + ((a - cc) >> 1);
-                break;
-              case 7:
-                prediction = (a + b) >> 1;
-                break;
-              default:
-                prediction = 0;
-                break;
-              }
-            }
-            int32_t difference = 0;
-            if (!DecodeLosslessDifference(m_Source, state, table, difference)) {
-              stop = true;
-              break;
-            }
-            *sample = static_cast<uint16_t>(prediction + difference);
-          }
-        }
+  const auto decode = [&](int c, size_t x, size_t y) {
+    const size_t width = static_cast<size_t>(m_BlocksX[c]);
+    uint16_t* sample = planes[c] + y * width + x;
+    int32_t prediction = 0;
+    if (pending[c]) {
+      prediction = initial;
+      pending[c] = false;
+      firstLine[c] = static_cast<int>(y);
+    } else if (static_cast<int>(y) == firstLine[c]) {
+      prediction = x > 0 ? sample[-1] : initial;
+    } else if (x == 0) {
+      prediction = sample[-static_cast<ptrdiff_t>(width)];
+    } else {
+      const int32_t a = sample[-1];
+      const int32_t b = sample[-static_cast<ptrdiff_t>(width)];
+      const int32_t cc = sample[-static_cast<ptrdiff_t>(width) - 1];
+      switch (predictor) {
+      case 1:
+        prediction = a;
+        break;
+      case 2:
+        prediction = b;
+        break;
+      case 3:
+        prediction = cc;
+        break;
+      case 4:
+        prediction = a + b - cc;
+        break;
+      case 5:
+        prediction = a + ((b - cc) >> 1);
+        break;
+      case 6:
+        prediction = b + ((a - cc) >> 1);
+        break;
+      case 7:
+        prediction = (a + b) >> 1;
+        break;
+      default:
+        prediction = 0;
+        break;
       }
     }
-    if (HuffmanReadPastEnd(state)) {
-      stop = true;
+    int32_t difference = 0;
+    if (!DecodeLosslessDifference(m_Source, state, *tables[c], difference)) {
+      return false;
     }
-  }
-  CloseEntropySource();
-  m_Truncated = stop;
+    *sample = static_cast<uint16_t>(prediction + difference);
+    return true;
+  };
+  WalkScan([&] { std::fill(pending, pending + 4, true); }, decode);
   return JStatusOk;
 }
 

@@ -63,6 +63,12 @@ private:
     int approximationHigh = 0;
     int approximationLow = 0;
   };
+  // Where a scan stands in its MCUs, and whether its data ended early.
+  struct SmScanProgress {
+    uint32_t mcuIndex = 0;
+    bool restarted = false; // the current run follows a restart marker
+    bool stopped = false;   // damaged or cut data: what came before is kept
+  };
   struct SmDestination {
     bool set = false;
     bool packed = false;
@@ -96,6 +102,16 @@ private:
   void EnsureEntropyBytes();
   // False when the data ended or a marker other than RSTn came first.
   bool ProcessRestart();
+  // The restart-interval and truncation path that every scan loop shares.
+  void BeginEntropyScan(SmScanProgress& progress);
+  // How many of the next `wanted` MCUs to decode in one go: never past the end
+  // of a restart interval. 0 when the scan has ended.
+  size_t BeginRun(SmScanProgress& progress, size_t wanted);
+  void EndRow(SmScanProgress& progress);
+  void EndEntropyScan(const SmScanProgress& progress);
+  template <typename Restarted, typename Decode>
+  void WalkScan(Restarted&& restarted, Decode&& decode);
+  JStatus TruncationStatus(JStatus status) const;
   void ResetPredictions();
   JStatus InstallMissingStandardTables();
   JStatus AllocateFrameBuffers();

@@ -3,15 +3,7 @@
 #include <cstring>
 
 #include "MediaProcessing/JPEG/JPEGDecoder.h"
-
-namespace {
-#define VZK_RETURN_IF_FAILED(expression)                                                           \
-  do {                                                                                             \
-    if (const JStatus status_ = (expression); status_ != JStatusOk) {                              \
-      return status_;                                                                              \
-    }                                                                                              \
-  } while (false)
-} // namespace
+#include "MediaProcessing/JPEG/JPEGStatus.h"
 
 CJPEGDecoder::CJPEGDecoder() = default;
 

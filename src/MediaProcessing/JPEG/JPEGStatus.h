@@ -19,3 +19,11 @@ constexpr JStatus JStatusEndOfData = -4;
 constexpr JStatus JStatusBadQuality = -5;
 constexpr JStatus JStatusOutOfMemory = -6;
 constexpr JStatus JStatusSecondFrameHeader = -8;
+
+// Hands a failed status on to the caller at once.
+#define VZK_RETURN_IF_FAILED(expression)                                                           \
+  do {                                                                                             \
+    if (const JStatus status_ = (expression); status_ != JStatusOk) {                              \
+      return status_;                                                                              \
+    }                                                                                              \
+  } while (false)
