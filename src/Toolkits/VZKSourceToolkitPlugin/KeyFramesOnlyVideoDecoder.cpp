@@ -188,7 +188,7 @@ uint32_t CmKeyFramesOnlyVideoDecoder::MoveTo(int64_t time, SmMoveMode mode) {
   }
   // Each item shows one picture, at its begin: the move is about begins.
   const std::optional<NmTimeMatch::SmMoveRequest> request = NmTimeMatch::AboutBegins(mode, time);
-  // Looking a millisecond back from time 0 finds nothing here.
+  // Time 0 is the earliest time for the two modes that look a millisecond back.
   if (!request || (request->time != time && time == 0)) {
     return StatusNoItem;
   }

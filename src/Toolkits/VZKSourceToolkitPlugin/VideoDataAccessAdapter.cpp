@@ -179,6 +179,9 @@ std::shared_ptr<ImData> CmVideoDataAccessAdapter::TakeCurrent() {
 
 bool CmVideoDataAccessAdapter::GetByteData(const CmTimeStamp& time, SmTimeMatchType matchType,
                                            bool syncFramesOnly, CmGenericByteData& recordOut) {
+  if (!NmTimeMatch::IsTimeMatchType(matchType)) {
+    return false;
+  }
   const int64_t t = time.GetMilliseconds();
   CmGenericByteData record;
   bool conclusive = false;
