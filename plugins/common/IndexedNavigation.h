@@ -6,26 +6,17 @@
 // EntryBeginTime(entry) and EntryEndTime(entry), found beside its type; an
 // instant has both equal. Each entry names its sequence in `sequence`.
 
-#include <algorithm>
 #include <cstdint>
-#include <cstdlib>
+#include <optional>
+#include <utility>
 #include <vector>
 
+#include "MediaProcessing/GenericByteData/TimeMatch.h"
 #include "vzk/Toolkit.h"
 
 namespace NmIndexedNavigation {
 
 using NmToolkit::SmMoveMode;
-
-// How far a time lies from an entry's span; inside it, nothing.
-template <typename Entry> int64_t Distance(const Entry& entry, int64_t time) {
-  const int64_t begin = EntryBeginTime(entry);
-  const int64_t end = EntryEndTime(entry);
-  if (time >= begin && time <= end) {
-    return 0;
-  }
-  return std::min(std::llabs(time - begin), std::llabs(time - end));
-}
 
 // The position is -1 before the first move; it only ever takes a valid index.
 template <typename Entry> class CmIndexedNavigation {
@@ -71,33 +62,18 @@ public:
   }
 
   // The mode must be one of the five; callers decide what another one means.
+  // A tie for the nearest goes to the later entry, as it does in the toolkits
+  // above, which may answer the same move from items they hold.
   uint32_t MoveTo(int64_t& position, int64_t time, SmMoveMode mode) const {
-    int64_t found = -1;
-    for (int64_t i = 0; i < Count(); ++i) {
-      const Entry& entry = m_Entries[i];
-      switch (mode) {
-      case NmToolkit::MoveBefore:
-        found = EntryEndTime(entry) < time ? i : found;
-        break;
-      case NmToolkit::MoveAtOrBefore:
-        found = EntryBeginTime(entry) <= time ? i : found;
-        break;
-      case NmToolkit::MoveAfter:
-        found = (found < 0 && EntryBeginTime(entry) > time) ? i : found;
-        break;
-      case NmToolkit::MoveAtOrAfter:
-        found = (found < 0 && EntryBeginTime(entry) >= time) ? i : found;
-        break;
-      case NmToolkit::MoveClosest:
-        if (found < 0 || Distance(entry, time) < Distance(m_Entries[found], time)) {
-          found = i;
-        }
-        break;
-      default:
-        return NmToolkit::StatusNoItem;
-      }
+    if (!NmTimeMatch::IsMoveMode(mode)) {
+      return NmToolkit::StatusNoItem;
     }
-    return MoveToIndex(position, found);
+    const std::optional<size_t> found = NmTimeMatch::Select(
+        NmTimeMatch::ForMove(mode), NmTimeMatch::SmReading::Items, time, m_Entries.size(),
+        [this](size_t i) {
+          return std::pair(EntryBeginTime(m_Entries[i]), EntryEndTime(m_Entries[i]));
+        });
+    return found ? MoveToIndex(position, static_cast<int64_t>(*found)) : NmToolkit::StatusNoItem;
   }
 
 private:

@@ -138,7 +138,7 @@ uint32_t CmMediaSource::MovePreviousSequence() {
 
 uint32_t CmMediaSource::MoveTo(int64_t time, SmMoveMode mode) {
   RequireConnected();
-  if (mode < MoveClosest || mode > MoveAtOrAfter) {
+  if (!NmTimeMatch::IsMoveMode(mode)) {
     // The toolkit contract ends the process on a mode outside the five.
     std::abort();
   }

@@ -131,7 +131,7 @@ TEST_F(RecordingSourceTest, NavigatesPacketsInEveryModeAndBySequence) {
 
   EXPECT_EQ(At(1040, MoveClosest), 1040);
   EXPECT_EQ(At(1061, MoveClosest), 1080);
-  EXPECT_EQ(At(1060, MoveClosest), 1040) << "a tie goes to the earlier item";
+  EXPECT_EQ(At(1060, MoveClosest), 1080) << "a tie goes to the later item, as in a cache above";
   EXPECT_EQ(At(1040, MoveBefore), 1000);
   EXPECT_EQ(At(1000, MoveBefore), -1);
   EXPECT_EQ(At(1040, MoveAtOrBefore), 1040);

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <limits>
 #include <memory>
 #include <string>
 
@@ -119,6 +120,29 @@ TEST_F(CacheTest, ListKeepsAtMostFiveItems) {
   EXPECT_EQ(Fetch(), "7");
   EXPECT_EQ(journal->Text(), "MoveTo(650,4);GetData;") << "7 was dropped from the far end";
   EXPECT_EQ(cache->GetEntryCount(), 1u) << "a jump by time starts afresh";
+}
+
+// Items at both ends of the time range lie further apart than int64_t holds,
+// and no millisecond lies beyond them: the list still answers, rightly.
+TEST_F(CacheTest, ListAnswersAcrossTheWholeTimeRange) {
+  const std::string min = std::to_string(std::numeric_limits<int64_t>::min());
+  const std::string max = std::to_string(std::numeric_limits<int64_t>::max());
+  Build("<item begin='" + min + "' end='" + min + "' payload='a'/><item begin='" + max + "' end='" +
+        max + "' payload='b'/>");
+  ASSERT_EQ(cache->MoveFirst(), StatusSuccess);
+  EXPECT_EQ(Fetch(), "a");
+  ASSERT_EQ(cache->MoveNext(), StatusSuccess);
+  EXPECT_EQ(Fetch(), "b");
+  journal->Clear();
+  ASSERT_EQ(cache->MoveTo(0, MoveClosest), StatusSuccess);
+  EXPECT_EQ(Fetch(), "b") << "0 lies a millisecond nearer to the top of the range";
+  ASSERT_EQ(cache->MoveTo(-1, MoveClosest), StatusSuccess);
+  EXPECT_EQ(Fetch(), "a");
+  ASSERT_EQ(cache->MoveTo(std::numeric_limits<int64_t>::max(), MoveBefore), StatusSuccess);
+  EXPECT_EQ(Fetch(), "a");
+  ASSERT_EQ(cache->MoveTo(std::numeric_limits<int64_t>::min(), MoveAfter), StatusSuccess);
+  EXPECT_EQ(Fetch(), "b");
+  EXPECT_EQ(journal->Text(), "") << "all of these lie in the list";
 }
 
 TEST_F(CacheTest, SequenceStepsStartFromTheItemSeen) {

@@ -2,6 +2,7 @@
 #include <turbojpeg.h>
 
 #include <cstdio>
+#include <limits>
 #include <memory>
 #include <optional>
 #include <string>
@@ -494,6 +495,11 @@ TEST(KeyFramesOnlyVideoDecoderToolkit, DecodesEachItemAloneWhereverTheMovesGo) {
         }
       }
     }
+    // Nothing begins before the earliest time, and everything at or after it.
+    const int64_t earliest = std::numeric_limits<int64_t>::min();
+    EXPECT_EQ(root.MoveTo(earliest, MoveBefore), StatusNoItem);
+    ASSERT_EQ(root.MoveTo(earliest, MoveAtOrAfter), StatusSuccess);
+    EXPECT_NEAR(Fetch(root).luma, LevelOf(0), 3);
   }
 }
 

@@ -22,22 +22,6 @@ CmTimeStamp LastImageTime(const CmRawVideoByteDataAccess& view, bool syncFramesO
   return last;
 }
 
-bool IsRefusedByType(SmTimeMatchType matchType, const CmTimeStamp& time, const CmTimeStamp& first,
-                     const CmTimeStamp& last) {
-  switch (matchType) {
-  case TimeMatchAfter:
-    return time >= last;
-  case TimeMatchBefore:
-    return time <= first;
-  case TimeMatchAtOrAfter:
-    return time > last;
-  case TimeMatchAtOrBefore:
-    return time < first;
-  default:
-    return false;
-  }
-}
-
 } // namespace
 
 bool CmByteDataVideoAccess::IsByteDataMatched(const CmTimeStamp& time, SmTimeMatchType matchType,
@@ -58,7 +42,7 @@ bool CmByteDataVideoAccess::IsByteDataMatched(const CmTimeStamp& time, SmTimeMat
   if (syncFramesOnly && !view.GetSync()) {
     return false;
   }
-  if (IsRefusedByType(matchType, time, first, last)) {
+  if (!NmTimeMatch::Qualifies(matchType, NmTimeMatch::SmReading::Frames, time, first, last)) {
     return false;
   }
   // Only the first image of a record can be a sync frame.
@@ -100,46 +84,29 @@ bool CmByteDataVideoAccess::IsByteDataMatched(const CmTimeStamp& time, SmTimeMat
     if (!byteData.IsBlock() || !block.GetImageIndexForTime(time, index, found)) {
       return false;
     }
-    switch (matchType) {
-    case TimeMatchAfter:
+    // `found` is the image shown at the time.
+    switch (NmTimeMatch::ChooseFrame(matchType, found == time)) {
+    case NmTimeMatch::SmFrameChoice::Shown:
+      result = found;
+      break;
+    case NmTimeMatch::SmFrameChoice::Previous:
+      if (index == 0 || !block.GetTimeStampForImage(index - 1, result)) {
+        return false;
+      }
+      break;
+    case NmTimeMatch::SmFrameChoice::Following:
       if (!block.GetTimeStampForImage(index + 1, result)) {
         return false;
       }
       break;
-    case TimeMatchBefore:
-      if (found >= time) {
-        if (index == 0 || !block.GetTimeStampForImage(index - 1, result)) {
-          return false;
-        }
-      } else {
-        result = found;
+    case NmTimeMatch::SmFrameChoice::NearerOfShownAndFollowing: {
+      CmTimeStamp next;
+      if (!block.GetTimeStampForImage(index + 1, next)) {
+        return false;
       }
-      break;
-    case TimeMatchAtOrAfter:
-      if (found != time) {
-        if (!block.GetTimeStampForImage(index + 1, result)) {
-          return false;
-        }
-      } else {
-        result = found;
-      }
-      break;
-    case TimeMatchAtOrBefore:
-      result = found;
-      break;
-    default: {
-      result = found;
-      if (found != time) {
-        CmTimeStamp next;
-        if (!block.GetTimeStampForImage(index + 1, next)) {
-          return false;
-        }
-        // A tie goes to the later image. Distances in unsigned ticks, since
-        // found <= time <= next and a signed span could overflow.
-        if (next.GetTicks() - time.GetTicks() <= time.GetTicks() - found.GetTicks()) {
-          result = next;
-        }
-      }
+      const bool later =
+          NmTimeMatch::LaterIsNearer(NmTimeMatch::Gap(time, found), NmTimeMatch::Gap(next, time));
+      result = later ? next : found;
       break;
     }
     }

@@ -5,18 +5,9 @@
 #include "Common/TimeStamp/TimeStamp.h"
 #include "MediaProcessing/GenericByteData/GenericByteData.h"
 #include "MediaProcessing/GenericByteData/RawVideoByteDataAccess.h"
+#include "MediaProcessing/GenericByteData/TimeMatch.h"
 
 namespace NmMediaProcessing {
-
-// Which frame a time asks for.
-enum SmTimeMatchType : uint32_t {
-  TimeMatchAfter = 0,
-  TimeMatchBefore = 1,
-  TimeMatchAtOrAfter = 2,
-  TimeMatchAtOrBefore = 3,
-  TimeMatchNearest = 4,
-  TimeMatchExact = 5,
-};
 
 // The rule that says whether a record holds the frame wanted for a time, and
 // the time of that frame.

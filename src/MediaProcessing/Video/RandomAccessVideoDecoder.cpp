@@ -6,6 +6,8 @@ namespace NmMediaProcessing {
 
 using NmError::CmIntegrityError;
 using NmError::CmIntegrityErrorCode;
+using NmTimeMatch::LooksBackward;
+using NmTimeMatch::LooksForward;
 using NmTimeStamp::CmTimeStamp;
 
 namespace {
@@ -18,16 +20,6 @@ const CmTimeStamp Highest = CmTimeStamp::FromTicks(~0ULL);
 // Codecs that reorder may hold a frame for a few calls; a codec that keeps
 // asking to be called without ever giving an image is broken, not slow.
 constexpr int DecodeBudget = 1000;
-
-bool LooksForward(SmTimeMatchType matchType) {
-  return matchType == TimeMatchAfter || matchType == TimeMatchAtOrAfter ||
-         matchType == TimeMatchNearest;
-}
-
-bool LooksBackward(SmTimeMatchType matchType) {
-  return matchType == TimeMatchBefore || matchType == TimeMatchAtOrBefore ||
-         matchType == TimeMatchNearest;
-}
 
 CmTimeStamp LastImageTime(const CmRawVideoByteDataAccess& view) {
   CmTimeStamp last = view.GetTime();
@@ -177,15 +169,19 @@ bool CmRandomAccessVideoDecoder::IsRightRecord(const CmTimeStamp& time, SmTimeMa
     return CmByteDataVideoAccess::IsByteDataMatched(time, matchType, syncOnly, m_Record, m_View,
                                                     nullptr);
   }
+  // Outside its span the record is still the right one when the neighbour
+  // on the side of the time cannot answer, or answers no better.
   if (time < begin && LooksForward(matchType)) {
     CmTimeStamp previousEnd;
     if (!GetPreviousRecordEnd(previousEnd)) {
       return true; // nothing lies closer
     }
     if (matchType == TimeMatchNearest) {
-      return time > previousEnd && (time - previousEnd) >= (begin - time);
+      return time > previousEnd && NmTimeMatch::LaterIsNearer(NmTimeMatch::Gap(time, previousEnd),
+                                                              NmTimeMatch::Gap(begin, time));
     }
-    return time > previousEnd || (time == previousEnd && matchType == TimeMatchAfter);
+    return !NmTimeMatch::Qualifies(matchType, NmTimeMatch::SmReading::Frames, time, previousEnd,
+                                   previousEnd);
   }
   if (time > end && LooksBackward(matchType)) {
     CmTimeStamp nextBegin;
@@ -193,9 +189,11 @@ bool CmRandomAccessVideoDecoder::IsRightRecord(const CmTimeStamp& time, SmTimeMa
       return true;
     }
     if (matchType == TimeMatchNearest) {
-      return time < nextBegin && (nextBegin - time) > (time - end);
+      return time < nextBegin && !NmTimeMatch::LaterIsNearer(NmTimeMatch::Gap(time, end),
+                                                             NmTimeMatch::Gap(nextBegin, time));
     }
-    return time < nextBegin || (time == nextBegin && matchType == TimeMatchBefore);
+    return !NmTimeMatch::Qualifies(matchType, NmTimeMatch::SmReading::Frames, time, nextBegin,
+                                   nextBegin);
   }
   return false;
 }
@@ -241,29 +239,27 @@ CmTimeStamp CmRandomAccessVideoDecoder::TargetTime(const CmTimeStamp& time,
   if (!ImageIndexForTime(time, index, found)) {
     found = begin;
   }
-  if (matchType == TimeMatchAtOrBefore) {
+  const NmTimeMatch::SmFrameChoice choice = NmTimeMatch::ChooseFrame(matchType, found == time);
+  if (choice == NmTimeMatch::SmFrameChoice::Shown) {
     return found;
   }
-  if (found == time) {
-    if (matchType == TimeMatchBefore) {
-      CmTimeStamp previous;
-      if (index > 0 && m_View.GetTimeStampForImage(index - 1, previous)) {
-        return previous;
-      }
-      return found;
+  if (choice == NmTimeMatch::SmFrameChoice::Previous) {
+    CmTimeStamp previous;
+    if (index > 0 && m_View.GetTimeStampForImage(index - 1, previous)) {
+      return previous;
     }
-    if (matchType != TimeMatchAfter) {
-      return found;
-    }
-  } else if (matchType == TimeMatchBefore) {
     return found;
   }
-  CmTimeStamp following = begin;
+  CmTimeStamp following;
   if (!(index + 1 < m_View.GetImageCount() && m_View.GetTimeStampForImage(index + 1, following))) {
-    following = begin;
+    // No following picture can be read: decoding starts over from the first.
+    return begin;
   }
-  if (matchType == TimeMatchNearest) {
-    return (time - found) < (following - time) ? found : following;
+  if (choice == NmTimeMatch::SmFrameChoice::NearerOfShownAndFollowing) {
+    return NmTimeMatch::LaterIsNearer(NmTimeMatch::Gap(time, found),
+                                      NmTimeMatch::Gap(following, time))
+               ? following
+               : found;
   }
   return following;
 }
@@ -327,14 +323,12 @@ CmRandomAccessVideoDecoder::CheckImages(const CmTimeStamp& target, bool newestOn
     if (newerTime < target) {
       return GoOn;
     }
-    switch (matchType) {
-    case TimeMatchBefore:
+    switch (NmTimeMatch::StandInBetween(matchType, time, olderTime, newerTime)) {
+    case NmTimeMatch::SmStandIn::Older:
       return deliver(older);
-    case TimeMatchAtOrBefore:
-      return deliver(time == newerTime ? newer : older);
-    case TimeMatchNearest:
-      return deliver((time - olderTime) >= (newerTime - time) ? newer : older);
-    default:
+    case NmTimeMatch::SmStandIn::Newer:
+      return deliver(newer);
+    case NmTimeMatch::SmStandIn::None:
       return NothingYet;
     }
   }

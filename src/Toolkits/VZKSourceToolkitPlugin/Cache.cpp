@@ -1,5 +1,10 @@
 #include "Toolkits/VZKSourceToolkitPlugin/Cache.h"
 
+#include <optional>
+#include <utility>
+
+#include "MediaProcessing/GenericByteData/TimeMatch.h"
+
 #include "Toolkits/VZKSourceToolkitPlugin/SharedData.h"
 #include "Toolkits/VZKSourceToolkitPlugin/ToolkitErrors.h"
 
@@ -52,7 +57,9 @@ void CmCache::Disconnect() {
   Clear();
 }
 
-void CmCache::UpdateValues(const CmKeyValueList& values) { m_Source->UpdateValues(values); }
+void CmCache::UpdateValues(const CmKeyValueList& values) {
+  m_Source->UpdateValues(values);
+}
 
 void CmCache::UpdateValue(const std::string& key, const std::string& value) {
   m_Source->UpdateValue(key, value);
@@ -63,7 +70,9 @@ void CmCache::StartLiveStream() {
   Clear();
 }
 
-void CmCache::StopLiveStream() { Live("StopLiveStream").StopLiveStream(); }
+void CmCache::StopLiveStream() {
+  Live("StopLiveStream").StopLiveStream();
+}
 
 uint32_t CmCache::GetLiveData(ImData** out, uint32_t timeout) {
   return Live("GetLiveData").GetLiveData(out, timeout);
@@ -140,61 +149,59 @@ uint32_t CmCache::GetData(ImData** out) {
   return StatusSuccess;
 }
 
+bool CmCache::CanAnswer(int64_t time, SmMoveMode mode) const {
+  const int64_t first = m_Entries.front()->GetBeginTime();
+  const int64_t last = m_Entries.back()->GetEndTime();
+  if (mode == MoveClosest) {
+    return first <= time && time <= last;
+  }
+  // Upstream items do not overlap and times are whole milliseconds: an item
+  // outside the list lies a millisecond or more beyond its ends. The list
+  // answers unless such an item, on the side where the mode looks, would be
+  // taken instead.
+  const NmMediaProcessing::SmTimeMatchType type = NmTimeMatch::ForMove(mode);
+  if (NmTimeMatch::TakesLast(type)) {
+    return last == INT64_MAX ||
+           !NmTimeMatch::Qualifies(type, NmTimeMatch::SmReading::Items, time, last + 1, last + 1);
+  }
+  return first == INT64_MIN ||
+         !NmTimeMatch::Qualifies(type, NmTimeMatch::SmReading::Items, time, first - 1, first - 1);
+}
+
 CmCache::CmItem CmCache::Search(int64_t time, SmMoveMode mode) const {
-  const CmItem& first = m_Entries.front();
-  const CmItem& last = m_Entries.back();
-  switch (mode) {
-  case MoveClosest:
-    if (first->GetBeginTime() > time || time > last->GetEndTime()) {
-      return nullptr;
-    }
-    for (size_t i = m_Entries.size(); i-- > 0;) {
-      if (m_Entries[i]->GetBeginTime() <= time) {
-        if (i + 1 < m_Entries.size()) {
-          const CmItem& next = m_Entries[i + 1];
-          if (time - m_Entries[i]->GetEndTime() >= next->GetBeginTime() - time) {
-            return next;
-          }
-        }
-        return m_Entries[i];
-      }
-    }
-    return nullptr;
-  case MoveBefore:
-    if (last->GetEndTime() + 1 < time) {
-      return nullptr;
-    }
-    for (size_t i = m_Entries.size(); i-- > 0;) {
-      if (m_Entries[i]->GetEndTime() < time) {
-        return m_Entries[i];
-      }
-    }
-    return nullptr;
-  case MoveAtOrBefore:
-    if (last->GetEndTime() < time) {
-      return nullptr;
-    }
-    for (size_t i = m_Entries.size(); i-- > 0;) {
-      if (m_Entries[i]->GetBeginTime() <= time) {
-        return m_Entries[i];
-      }
-    }
-    return nullptr;
-  case MoveAfter:
-  case MoveAtOrAfter:
-    // Both search alike: an entry that begins exactly at `time` is passed
-    // over, and the upstream answers "at or after" itself.
-    if (first->GetBeginTime() > (mode == MoveAfter ? time + 1 : time)) {
-      return nullptr;
-    }
-    for (const CmItem& entry : m_Entries) {
-      if (entry->GetBeginTime() > time) {
-        return entry;
-      }
-    }
+  if (!NmTimeMatch::IsMoveMode(mode) || !CanAnswer(time, mode)) {
     return nullptr;
   }
-  return nullptr;
+  auto spanOf = [this](size_t i) {
+    return std::pair(m_Entries[i]->GetBeginTime(), m_Entries[i]->GetEndTime());
+  };
+  // "At or after" searches like "after": an entry that begins exactly at the
+  // time is passed over, and the upstream answers "at or after" itself.
+  const SmMoveMode searched = mode == MoveAtOrAfter ? MoveAfter : mode;
+  if (searched != MoveClosest) {
+    const std::optional<size_t> found =
+        NmTimeMatch::Select(NmTimeMatch::ForMove(searched), NmTimeMatch::SmReading::Items, time,
+                            m_Entries.size(), spanOf);
+    return found ? m_Entries[*found] : nullptr;
+  }
+  // The nearest is the last entry that begins at or before the time, or the
+  // one after it.
+  const std::optional<size_t> found =
+      NmTimeMatch::Select(NmMediaProcessing::TimeMatchAtOrBefore, NmTimeMatch::SmReading::Items,
+                          time, m_Entries.size(), spanOf);
+  if (!found) {
+    return nullptr;
+  }
+  const size_t next = *found + 1;
+  if (next < m_Entries.size()) {
+    const auto [begin, end] = spanOf(*found);
+    const auto [nextBegin, nextEnd] = spanOf(next);
+    if (NmTimeMatch::LaterIsNearer(NmTimeMatch::Distance(time, begin, end),
+                                   NmTimeMatch::Distance(time, nextBegin, nextEnd))) {
+      return m_Entries[next];
+    }
+  }
+  return m_Entries[*found];
 }
 
 void CmCache::Remember(const CmItem& item, int64_t time, SmMoveMode mode) {

@@ -40,6 +40,8 @@ public:
 private:
   using CmItem = std::shared_ptr<ImData>;
   void Clear();
+  // Whether no item beyond the list can be the one `time` and `mode` select.
+  bool CanAnswer(int64_t time, SmMoveMode mode) const;
   // The entry that `time` and `mode` select, or null if the list cannot answer.
   CmItem Search(int64_t time, SmMoveMode mode) const;
   void PositionUpstreamAtCurrent();

@@ -8,6 +8,7 @@
 #include "Common/Error/Error.h"
 #include "MediaProcessing/GenericByteData/GenericByteDataBlock.h"
 #include "MediaProcessing/GenericByteData/RawVideoByteDataAccess.h"
+#include "MediaProcessing/GenericByteData/TimeMatch.h"
 #include "MediaProcessing/JPEG/VideoAnalyzerJPEG.h"
 #include "Toolkits/VZKSourceToolkitPlugin/MediaData.h"
 #include "Toolkits/VZKSourceToolkitPlugin/ToolkitErrors.h"
@@ -158,7 +159,7 @@ bool CmConditionalVideoDecoder::FailsConditions(const ImData& item) {
 
 uint32_t CmConditionalVideoDecoder::MoveTo(int64_t time, SmMoveMode mode) {
   RequirePlayback("MoveTo");
-  if (mode > MoveAtOrAfter) {
+  if (!NmTimeMatch::IsMoveMode(mode)) {
     std::abort(); // a host fault that nothing here can repair
   }
   ImPlaybackSourceToolkit& upstream = *FirstPlaybackUpstream("MoveTo");

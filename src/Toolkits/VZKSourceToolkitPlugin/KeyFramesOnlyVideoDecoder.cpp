@@ -1,8 +1,10 @@
 #include "Toolkits/VZKSourceToolkitPlugin/KeyFramesOnlyVideoDecoder.h"
 
 #include <cstdlib>
+#include <optional>
 
 #include "Common/Error/Error.h"
+#include "MediaProcessing/GenericByteData/TimeMatch.h"
 #include "Toolkits/VZKSourceToolkitPlugin/ImageData.h"
 #include "Toolkits/VZKSourceToolkitPlugin/ToolkitErrors.h"
 
@@ -152,7 +154,11 @@ uint32_t CmKeyFramesOnlyVideoDecoder::MoveClosest(ImPlaybackSourceToolkit& upstr
   if (begin >= time) {
     return StatusSuccess;
   }
-  if (time <= item->GetEndTime() && time - begin <= item->GetEndTime() - time) {
+  // Pictures stand at the begins of items, and a tie goes to the earlier one.
+  const int64_t end = item->GetEndTime();
+  if (time <= end &&
+      !NmTimeMatch::LaterIsNearer(NmTimeMatch::Gap(time, begin), NmTimeMatch::Gap(end, time),
+                                  NmTimeMatch::SmTie::Earlier)) {
     return StatusSuccess;
   }
   // The time lies past the item's middle: the next one may be closer.
@@ -160,7 +166,11 @@ uint32_t CmKeyFramesOnlyVideoDecoder::MoveClosest(ImPlaybackSourceToolkit& upstr
     return upstream.MoveTo(time, NmToolkit::MoveClosest);
   }
   const std::unique_ptr<ImData> next = FetchItem(upstream, status);
-  if (status != StatusSuccess || time - begin <= next->GetBeginTime() - time) {
+  if (status != StatusSuccess ||
+      (next->GetBeginTime() >= time &&
+       !NmTimeMatch::LaterIsNearer(NmTimeMatch::Gap(time, begin),
+                                   NmTimeMatch::Gap(next->GetBeginTime(), time),
+                                   NmTimeMatch::SmTie::Earlier))) {
     return upstream.MovePrevious();
   }
   return StatusSuccess;
@@ -169,20 +179,20 @@ uint32_t CmKeyFramesOnlyVideoDecoder::MoveClosest(ImPlaybackSourceToolkit& upstr
 uint32_t CmKeyFramesOnlyVideoDecoder::MoveTo(int64_t time, SmMoveMode mode) {
   RequirePlayback("MoveTo");
   ImPlaybackSourceToolkit& upstream = *FirstPlaybackUpstream("MoveTo");
-  switch (mode) {
-  case MoveAtOrBefore:
-    return upstream.MoveTo(time, MoveAtOrBefore);
-  case MoveAfter:
-    return upstream.MoveTo(time, MoveAfter);
-  case MoveBefore:
-    return time == 0 ? StatusNoItem : upstream.MoveTo(time - 1, MoveAtOrBefore);
-  case MoveAtOrAfter:
-    return time == 0 ? StatusNoItem : upstream.MoveTo(time - 1, MoveAfter);
-  case NmToolkit::MoveClosest:
+  if (!NmTimeMatch::IsMoveMode(mode)) {
+    // A mode outside the contract is a host fault that nothing here can repair.
+    std::abort();
+  }
+  if (mode == NmToolkit::MoveClosest) {
     return MoveClosest(upstream, time);
   }
-  // A mode outside the contract is a host fault that nothing here can repair.
-  std::abort();
+  // Each item shows one picture, at its begin: the move is about begins.
+  const std::optional<NmTimeMatch::SmMoveRequest> request = NmTimeMatch::AboutBegins(mode, time);
+  // Time 0 is the earliest time for the two modes that look a millisecond back.
+  if (!request || (request->time != time && time == 0)) {
+    return StatusNoItem;
+  }
+  return upstream.MoveTo(request->time, request->mode);
 }
 
 } // namespace NmToolkit

@@ -1,9 +1,13 @@
 #include "Toolkits/VZKSourceToolkitPlugin/VideoDataAccessAdapter.h"
 
+#include <algorithm>
+#include <optional>
+#include <utility>
 #include <vector>
 
 #include "MediaProcessing/GenericByteData/RawJPEGToBlockConverter.h"
 #include "MediaProcessing/GenericByteData/RawVideoByteDataAccess.h"
+#include "MediaProcessing/GenericByteData/TimeMatch.h"
 #include "Toolkits/VZKSourceToolkitPlugin/MediaData.h"
 
 namespace NmToolkit {
@@ -21,21 +25,6 @@ constexpr int SyncWalkLimit = 1000;
 
 bool Holds(const ImData& item, int64_t time) {
   return item.GetBeginTime() <= time && time <= item.GetEndTime();
-}
-
-SmMoveMode MoveModeFor(uint32_t accessMode) {
-  switch (accessMode) {
-  case NmMediaProcessing::TimeMatchAfter:
-    return MoveAfter;
-  case NmMediaProcessing::TimeMatchBefore:
-    return MoveBefore;
-  case NmMediaProcessing::TimeMatchAtOrAfter:
-    return MoveAtOrAfter;
-  case NmMediaProcessing::TimeMatchNearest:
-    return MoveClosest;
-  default: // at or before, and exact, which tests the time afterwards
-    return MoveAtOrBefore;
-  }
 }
 
 // One record of an item as the decoder will see it, with the times by which
@@ -100,59 +89,36 @@ bool CmVideoDataAccessAdapter::Choose(const ImData& item, int64_t time, SmTimeMa
                                       bool& conclusive) const {
   conclusive = false;
   const std::vector<SmCandidate> candidates = CandidatesOf(item, syncFramesOnly);
-  const SmCandidate* found = nullptr;
-  int64_t bestDistance = 0;
-  int64_t first = 0;
-  int64_t last = 0;
-  bool any = false;
+  std::vector<const SmCandidate*> usable;
   for (const SmCandidate& c : candidates) {
-    if (syncFramesOnly && !c.sync) {
-      continue;
+    if (!syncFramesOnly || c.sync) {
+      usable.push_back(&c);
     }
-    first = any ? std::min(first, c.begin) : c.begin;
-    last = any ? std::max(last, c.end) : c.end;
-    any = true;
-    switch (matchType) {
-    case NmMediaProcessing::TimeMatchAfter:
-      if (found == nullptr && c.end > time) {
-        found = &c;
+  }
+  if (usable.empty()) {
+    return false;
+  }
+  const SmCandidate* found = nullptr;
+  if (matchType == NmMediaProcessing::TimeMatchExact) {
+    // Only a frame at the time itself will do, not a span around it.
+    for (const SmCandidate* c : usable) {
+      if (std::find(c->imageTimes.begin(), c->imageTimes.end(), time) != c->imageTimes.end()) {
+        found = c;
       }
-      break;
-    case NmMediaProcessing::TimeMatchAtOrAfter:
-      if (found == nullptr && c.end >= time) {
-        found = &c;
-      }
-      break;
-    case NmMediaProcessing::TimeMatchBefore:
-      if (c.begin < time) {
-        found = &c;
-      }
-      break;
-    case NmMediaProcessing::TimeMatchAtOrBefore:
-      if (c.begin <= time) {
-        found = &c;
-      }
-      break;
-    case NmMediaProcessing::TimeMatchExact:
-      for (const int64_t t : c.imageTimes) {
-        if (t == time) {
-          found = &c;
-        }
-      }
-      break;
-    case NmMediaProcessing::TimeMatchNearest: {
-      const int64_t distance = time < c.begin ? c.begin - time : time > c.end ? time - c.end : 0;
-      // A tie goes to the later record, as it does in the decoder.
-      if (found == nullptr || distance <= bestDistance) {
-        found = &c;
-        bestDistance = distance;
-      }
-      break;
     }
-    }
+  } else if (const std::optional<size_t> index = NmTimeMatch::Select(
+                 matchType, NmTimeMatch::SmReading::Frames, time, usable.size(),
+                 [&](size_t i) { return std::pair(usable[i]->begin, usable[i]->end); })) {
+    found = usable[*index];
   }
   if (found == nullptr) {
     return false;
+  }
+  int64_t first = usable.front()->begin;
+  int64_t last = usable.front()->end;
+  for (const SmCandidate* c : usable) {
+    first = std::min(first, c->begin);
+    last = std::max(last, c->end);
   }
   // Items do not overlap, so only a nearest match near the item's edges can
   // have a better answer in a neighbour.
@@ -213,6 +179,9 @@ std::shared_ptr<ImData> CmVideoDataAccessAdapter::TakeCurrent() {
 
 bool CmVideoDataAccessAdapter::GetByteData(const CmTimeStamp& time, SmTimeMatchType matchType,
                                            bool syncFramesOnly, CmGenericByteData& recordOut) {
+  if (!NmTimeMatch::IsTimeMatchType(matchType)) {
+    return false;
+  }
   const int64_t t = time.GetMilliseconds();
   CmGenericByteData record;
   bool conclusive = false;
@@ -230,7 +199,7 @@ bool CmVideoDataAccessAdapter::GetByteData(const CmTimeStamp& time, SmTimeMatchT
   }
 
   // Otherwise the item that the request selects upstream.
-  const std::shared_ptr<ImData> item = Fetch(t, MoveModeFor(matchType));
+  const std::shared_ptr<ImData> item = Fetch(t, NmTimeMatch::ForMatch(matchType));
   if (item && Choose(*item, t, matchType, syncFramesOnly, record, conclusive)) {
     recordOut = record;
     return true;
@@ -269,7 +238,8 @@ bool CmVideoDataAccessAdapter::GetByteData(const CmTimeStamp& time, SmTimeMatchT
   if (hasAfter) {
     afterTime = CmRawVideoByteDataAccess(after, false).GetTime().GetMilliseconds();
   }
-  if (hasAfter && (!hasBefore || afterTime - t <= t - beforeTime)) {
+  if (hasAfter && (!hasBefore || NmTimeMatch::LaterIsNearer(NmTimeMatch::Gap(t, beforeTime),
+                                                            NmTimeMatch::Gap(afterTime, t)))) {
     recordOut = after;
     return true;
   }
@@ -282,8 +252,8 @@ bool CmVideoDataAccessAdapter::GetByteData(const CmTimeStamp& time, SmTimeMatchT
 
 bool CmVideoDataAccessAdapter::Walk(int64_t time, SmTimeMatchType matchType, bool syncFramesOnly,
                                     CmGenericByteData& recordOut, int64_t& foundTime) {
-  const bool forwards = matchType == NmMediaProcessing::TimeMatchAfter ||
-                        matchType == NmMediaProcessing::TimeMatchAtOrAfter;
+  // Called for the four directed types only.
+  const bool forwards = NmTimeMatch::LooksForward(matchType);
   for (int step = 0; step < SyncWalkLimit; ++step) {
     const std::shared_ptr<ImData> item = Step(forwards);
     if (!item) {
@@ -303,19 +273,21 @@ bool CmVideoDataAccessAdapter::MoveTo(const CmTimeStamp& time, uint32_t accessMo
   if (accessMode == NmMediaProcessing::TimeMatchExact) {
     return MoveTo(time, accessMode, begin);
   }
-  if (accessMode > NmMediaProcessing::TimeMatchExact) {
+  if (!NmTimeMatch::IsTimeMatchType(accessMode)) {
     return false;
   }
-  return m_Playback->MoveTo(time.GetMilliseconds(), MoveModeFor(accessMode)) == 0;
+  return m_Playback->MoveTo(time.GetMilliseconds(),
+                            NmTimeMatch::ForMatch(static_cast<SmTimeMatchType>(accessMode))) == 0;
 }
 
 bool CmVideoDataAccessAdapter::MoveTo(const CmTimeStamp& time, uint32_t accessMode,
                                       CmTimeStamp& beginOut) {
-  if (accessMode > NmMediaProcessing::TimeMatchExact) {
+  if (!NmTimeMatch::IsTimeMatchType(accessMode)) {
     return false;
   }
   const int64_t t = time.GetMilliseconds();
-  const std::shared_ptr<ImData> item = Fetch(t, MoveModeFor(accessMode));
+  const std::shared_ptr<ImData> item =
+      Fetch(t, NmTimeMatch::ForMatch(static_cast<SmTimeMatchType>(accessMode)));
   if (!item) {
     return false;
   }

@@ -5,6 +5,7 @@
 
 #include "Common/Error/Error.h"
 #include "Common/TimeStamp/TimeStamp.h"
+#include "MediaProcessing/GenericByteData/TimeMatch.h"
 #include "Toolkits/VZKSourceToolkitPlugin/ImageData.h"
 #include "Toolkits/VZKSourceToolkitPlugin/ToolkitErrors.h"
 
@@ -21,24 +22,6 @@ int64_t TimeOf(const CmImage& image) {
 
 bool Exists(const CmImage& image) {
   return image.IsValid();
-}
-
-// The random-access match type for each SmMoveMode.
-SmTimeMatchType MatchTypeFor(SmMoveMode mode) {
-  switch (mode) {
-  case MoveClosest:
-    return TimeMatchNearest;
-  case MoveBefore:
-    return TimeMatchBefore;
-  case MoveAtOrBefore:
-    return TimeMatchAtOrBefore;
-  case MoveAfter:
-    return TimeMatchAfter;
-  case MoveAtOrAfter:
-    return TimeMatchAtOrAfter;
-  }
-  // A mode outside the contract is a host fault that nothing here can repair.
-  std::abort();
 }
 
 int64_t NowMilliseconds() {
@@ -331,7 +314,11 @@ uint32_t CmVideoDecoder::MovePreviousSequence() {
 
 uint32_t CmVideoDecoder::MoveTo(int64_t time, SmMoveMode mode) {
   RequirePlayback("MoveTo");
-  return Seek(time, MatchTypeFor(mode));
+  if (!NmTimeMatch::IsMoveMode(mode)) {
+    // A mode outside the contract is a host fault that nothing here can repair.
+    std::abort();
+  }
+  return Seek(time, NmTimeMatch::ForMove(mode));
 }
 
 std::optional<int64_t> CmVideoDecoder::FindNeighbour(CmImage& neighbour,

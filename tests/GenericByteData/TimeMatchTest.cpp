@@ -1,0 +1,192 @@
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <limits>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include "MediaProcessing/GenericByteData/TimeMatch.h"
+
+using namespace NmMediaProcessing;
+using namespace NmTimeMatch;
+
+namespace {
+
+constexpr int64_t Min = std::numeric_limits<int64_t>::min();
+constexpr int64_t Max = std::numeric_limits<int64_t>::max();
+constexpr SmTimeMatchType AllTypes[] = {TimeMatchAfter,      TimeMatchBefore,  TimeMatchAtOrAfter,
+                                        TimeMatchAtOrBefore, TimeMatchNearest, TimeMatchExact};
+
+using CmSpans = std::vector<std::pair<int64_t, int64_t>>;
+
+std::optional<size_t> SelectIn(const CmSpans& spans, SmTimeMatchType type, SmReading reading,
+                               int64_t time, SmTie tie = SmTie::Later) {
+  return Select(
+      type, reading, time, spans.size(), [&](size_t i) { return spans[i]; }, tie);
+}
+
+// The frame each type wants among frames in time order, straight from the
+// definitions: the first after, the last before, and so on.
+std::optional<int64_t> Wanted(const std::vector<int64_t>& frames, SmTimeMatchType type,
+                              int64_t time) {
+  std::optional<int64_t> out;
+  for (const int64_t f : frames) {
+    const bool take = type == TimeMatchAfter        ? f > time && !out
+                      : type == TimeMatchAtOrAfter  ? f >= time && !out
+                      : type == TimeMatchBefore     ? f < time
+                      : type == TimeMatchAtOrBefore ? f <= time
+                      : type == TimeMatchExact      ? f == time
+                                                    : !out || Gap(f, time) <= Gap(*out, time);
+    out = take ? std::optional(f) : out;
+  }
+  return out;
+}
+
+} // namespace
+
+// A span is judged by a different edge in each reading; instants agree.
+TEST(TimeMatch, ItemsAndFramesReadSpansAtTheirEdges) {
+  auto in = [](SmReading reading, SmTimeMatchType type, int64_t time) {
+    return Qualifies<int64_t>(type, reading, time, 10, 20);
+  };
+  auto items = [&](SmTimeMatchType type, int64_t time) { return in(SmReading::Items, type, time); };
+  auto frames = [&](SmTimeMatchType type, int64_t time) {
+    return in(SmReading::Frames, type, time);
+  };
+  EXPECT_FALSE(items(TimeMatchBefore, 20)) << "an item that ends at the time is not before it";
+  EXPECT_TRUE(items(TimeMatchBefore, 21));
+  EXPECT_TRUE(frames(TimeMatchBefore, 11)) << "a record that begins before holds a frame before";
+  EXPECT_FALSE(frames(TimeMatchBefore, 10));
+  EXPECT_FALSE(items(TimeMatchAfter, 10));
+  EXPECT_TRUE(items(TimeMatchAfter, 9));
+  EXPECT_TRUE(frames(TimeMatchAfter, 19));
+  EXPECT_FALSE(frames(TimeMatchAfter, 20));
+  EXPECT_TRUE(items(TimeMatchAtOrAfter, 10));
+  EXPECT_FALSE(items(TimeMatchAtOrAfter, 11));
+  EXPECT_TRUE(frames(TimeMatchAtOrAfter, 20));
+  EXPECT_FALSE(frames(TimeMatchAtOrAfter, 21));
+  for (const SmReading reading : {SmReading::Items, SmReading::Frames}) {
+    EXPECT_TRUE(in(reading, TimeMatchAtOrBefore, 10));
+    EXPECT_FALSE(in(reading, TimeMatchAtOrBefore, 9));
+    EXPECT_TRUE(in(reading, TimeMatchExact, 20));
+    EXPECT_FALSE(in(reading, TimeMatchExact, 21));
+  }
+  for (const SmTimeMatchType type : AllTypes) {
+    for (const int64_t time : {Min, int64_t{4}, int64_t{5}, int64_t{6}, Max}) {
+      EXPECT_EQ(Qualifies<int64_t>(type, SmReading::Items, time, 5, 5),
+                Qualifies<int64_t>(type, SmReading::Frames, time, 5, 5))
+          << type << " at " << time;
+    }
+  }
+}
+
+TEST(TimeMatch, SelectionAmongSpansWithTiesEmptySetsAndTheWholeRange) {
+  for (const SmTimeMatchType type : AllTypes) {
+    EXPECT_FALSE(SelectIn({}, type, SmReading::Items, 0)) << type;
+  }
+  const CmSpans spans = {{0, 9}, {10, 19}, {30, 30}};
+  EXPECT_EQ(SelectIn(spans, TimeMatchBefore, SmReading::Items, 10), 0u);
+  EXPECT_EQ(SelectIn(spans, TimeMatchBefore, SmReading::Frames, 11), 1u);
+  EXPECT_EQ(SelectIn(spans, TimeMatchAfter, SmReading::Items, 10), 2u);
+  EXPECT_EQ(SelectIn(spans, TimeMatchAfter, SmReading::Frames, 10), 1u);
+  EXPECT_EQ(SelectIn(spans, TimeMatchAtOrAfter, SmReading::Items, 10), 1u);
+  EXPECT_EQ(SelectIn(spans, TimeMatchExact, SmReading::Frames, 15), 1u);
+  EXPECT_FALSE(SelectIn(spans, TimeMatchExact, SmReading::Frames, 25));
+  EXPECT_FALSE(SelectIn(spans, TimeMatchAfter, SmReading::Frames, 30));
+  EXPECT_EQ(SelectIn(spans, TimeMatchNearest, SmReading::Items, 25), 2u);
+  EXPECT_EQ(SelectIn(spans, TimeMatchNearest, SmReading::Items, 24), 1u);
+  EXPECT_EQ(SelectIn({{0, 0}, {10, 10}}, TimeMatchNearest, SmReading::Items, 5), 1u);
+  EXPECT_EQ(SelectIn({{0, 0}, {10, 10}}, TimeMatchNearest, SmReading::Items, 5, SmTie::Earlier),
+            0u);
+
+  // Gaps across the whole range do not fit in int64_t.
+  EXPECT_EQ(Gap(Min, Max), std::numeric_limits<uint64_t>::max());
+  EXPECT_EQ(Gap(NmTimeStamp::CmTimeStamp::FromTicks(~0ULL), NmTimeStamp::CmTimeStamp::FromTicks(0)),
+            std::numeric_limits<uint64_t>::max());
+  const CmSpans far = {{Min, Min + 10}, {-5, 5}, {Max - 10, Max}};
+  EXPECT_EQ(SelectIn(far, TimeMatchNearest, SmReading::Items, Min), 0u);
+  EXPECT_EQ(SelectIn(far, TimeMatchNearest, SmReading::Items, Max), 2u);
+  EXPECT_EQ(SelectIn(far, TimeMatchNearest, SmReading::Items, Max / 2 - 100), 1u);
+  EXPECT_EQ(SelectIn(far, TimeMatchNearest, SmReading::Items, Max / 2 + 100), 2u);
+  EXPECT_EQ(SelectIn(far, TimeMatchNearest, SmReading::Items, Min / 2 - 100), 0u);
+  EXPECT_FALSE(SelectIn(far, TimeMatchBefore, SmReading::Items, Min));
+  EXPECT_FALSE(SelectIn(far, TimeMatchAfter, SmReading::Items, Max));
+  EXPECT_EQ(SelectIn(far, TimeMatchAtOrBefore, SmReading::Items, Max), 2u);
+}
+
+// Picking a frame from the one shown at the time and its neighbours agrees
+// with the definitions at, between and beside the frames.
+TEST(TimeMatch, FrameChoiceWithinARecordFollowsTheDefinitions) {
+  const std::vector<int64_t> frames = {10, 20, 30};
+  for (const SmTimeMatchType type : AllTypes) {
+    for (int64_t time = 10; time <= 30; ++time) {
+      size_t shown = 0;
+      while (shown + 1 < frames.size() && frames[shown + 1] <= time) {
+        ++shown;
+      }
+      const bool atTime = frames[shown] == time;
+      std::optional<int64_t> chosen;
+      switch (ChooseFrame(type, atTime)) {
+      case SmFrameChoice::Previous:
+        chosen = shown > 0 ? std::optional(frames[shown - 1]) : std::nullopt;
+        break;
+      case SmFrameChoice::Shown:
+        chosen = frames[shown];
+        break;
+      case SmFrameChoice::Following:
+        chosen = shown + 1 < frames.size() ? std::optional(frames[shown + 1]) : std::nullopt;
+        break;
+      case SmFrameChoice::NearerOfShownAndFollowing:
+        chosen = LaterIsNearer(Gap(time, frames[shown]), Gap(frames[shown + 1], time))
+                     ? frames[shown + 1]
+                     : frames[shown];
+        break;
+      }
+      if (type == TimeMatchExact && !atTime) {
+        continue; // the caller tests the frame found
+      }
+      EXPECT_EQ(chosen, Wanted(frames, type, time)) << type << " at " << time;
+    }
+  }
+
+  EXPECT_EQ(StandInBetween<int64_t>(TimeMatchBefore, 20, 10, 20), SmStandIn::Older);
+  EXPECT_EQ(StandInBetween<int64_t>(TimeMatchAtOrBefore, 20, 10, 20), SmStandIn::Newer);
+  EXPECT_EQ(StandInBetween<int64_t>(TimeMatchAtOrBefore, 19, 10, 20), SmStandIn::Older);
+  EXPECT_EQ(StandInBetween<int64_t>(TimeMatchNearest, 15, 10, 20), SmStandIn::Newer);
+  EXPECT_EQ(StandInBetween<int64_t>(TimeMatchNearest, 14, 10, 20), SmStandIn::Older);
+  EXPECT_EQ(StandInBetween<int64_t>(TimeMatchNearest, 0, Min, Max), SmStandIn::Newer);
+  EXPECT_EQ(StandInBetween<int64_t>(TimeMatchAfter, 15, 10, 20), SmStandIn::None);
+}
+
+TEST(TimeMatch, MovesAndMatchTypesTranslate) {
+  for (uint32_t mode = 0; IsMoveMode(mode); ++mode) {
+    const auto move = static_cast<NmToolkit::SmMoveMode>(mode);
+    EXPECT_EQ(ForMatch(ForMove(move)), move) << mode;
+  }
+  EXPECT_FALSE(IsMoveMode(5));
+  EXPECT_FALSE(IsTimeMatchType(6));
+  EXPECT_EQ(ForMove(NmToolkit::MoveClosest), TimeMatchNearest);
+  EXPECT_EQ(ForMove(NmToolkit::MoveAtOrAfter), TimeMatchAtOrAfter);
+  EXPECT_EQ(ForMatch(TimeMatchExact), NmToolkit::MoveAtOrBefore);
+
+  // About begins: the two modes that look a millisecond back, at the bottom
+  // of the range too.
+  const auto before = AboutBegins(NmToolkit::MoveBefore, 0);
+  ASSERT_TRUE(before);
+  EXPECT_EQ(before->time, -1);
+  EXPECT_EQ(before->mode, NmToolkit::MoveAtOrBefore);
+  const auto atOrAfter = AboutBegins(NmToolkit::MoveAtOrAfter, Max);
+  ASSERT_TRUE(atOrAfter);
+  EXPECT_EQ(atOrAfter->time, Max - 1);
+  EXPECT_EQ(atOrAfter->mode, NmToolkit::MoveAfter);
+  EXPECT_FALSE(AboutBegins(NmToolkit::MoveBefore, Min));
+  const auto atOrAfterAll = AboutBegins(NmToolkit::MoveAtOrAfter, Min);
+  ASSERT_TRUE(atOrAfterAll);
+  EXPECT_EQ(atOrAfterAll->time, Min);
+  EXPECT_EQ(atOrAfterAll->mode, NmToolkit::MoveAtOrAfter);
+  const auto after = AboutBegins(NmToolkit::MoveAfter, Min);
+  ASSERT_TRUE(after);
+  EXPECT_EQ(after->time, Min);
+  EXPECT_EQ(after->mode, NmToolkit::MoveAfter);
+}
