@@ -7,6 +7,7 @@
 
 #include "Codecs/Primitives/JPEGHuffman.h"
 #include "Codecs/Primitives/JPEGTables.h"
+#include "support/KernelTestSupport.h"
 
 using namespace NmPrimitives;
 
@@ -123,10 +124,12 @@ std::vector<uint8_t> ACSymbols() {
   return symbols;
 }
 
+class JPEGHuffman : public NmKernelTest::CmSeededTest {};
+
 } // namespace
 
-TEST(JPEGHuffman, SequentialBlocksRoundTripThroughBothPaths) {
-  std::mt19937 random(11);
+TEST_F(JPEGHuffman, SequentialBlocksRoundTripThroughBothPaths) {
+  std::mt19937& random = Random();
   for (int round = 0; round < 40; ++round) {
     const SmRandomTable dc = MakeTable(random, Range(0, 11));
     const SmRandomTable ac = MakeTable(random, ACSymbols());
@@ -250,8 +253,8 @@ TEST(JPEGHuffman, SequentialBlocksRoundTripThroughBothPaths) {
 // On arbitrary bytes, markers and bad codes included, the lookup path and the
 // bit-wise reference must agree on every coefficient, on success or failure,
 // and on how far they read, in every decoding process.
-TEST(JPEGHuffman, LookupPathMatchesTheReferenceOnArbitraryData) {
-  std::mt19937 random(5);
+TEST_F(JPEGHuffman, LookupPathMatchesTheReferenceOnArbitraryData) {
+  std::mt19937& random = Random();
   for (int round = 0; round < 300; ++round) {
     std::vector<uint8_t> symbols = Range(0, 255);
     symbols.resize(1 + random() % 256);
@@ -340,7 +343,7 @@ TEST(JPEGHuffman, LookupPathMatchesTheReferenceOnArbitraryData) {
   }
 }
 
-TEST(JPEGHuffman, ReaderStopsAtMarkersAndNotesTheEnd) {
+TEST_F(JPEGHuffman, ReaderStopsAtMarkersAndNotesTheEnd) {
   // Symbol 0 is code 0, symbol 1 is 10, symbol 2 is 110.
   const uint8_t bits[16] = {1, 1, 1};
   const uint8_t values[3] = {0, 1, 2};

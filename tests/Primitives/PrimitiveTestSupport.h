@@ -6,7 +6,7 @@
 #include <random>
 #include <vector>
 
-#include "Codecs/Primitives/Targets.h"
+#include "support/KernelTestSupport.h"
 
 namespace NmPrimitiveTest {
 
@@ -25,15 +25,5 @@ struct SmTestPlane {
   size_t height;
   std::vector<uint8_t> bytes;
 };
-
-// Runs `body(target name)` once for each compiled Highway target, with dispatch
-// held on that target.
-template <typename Body> void ForEachTarget(Body&& body) {
-  for (const int64_t target : NmPrimitives::GetCompiledTargets()) {
-    NmPrimitives::CmScopedTarget scope(target);
-    SCOPED_TRACE(NmPrimitives::GetTargetName(target));
-    body();
-  }
-}
 
 } // namespace NmPrimitiveTest
