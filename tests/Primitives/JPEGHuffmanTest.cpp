@@ -232,7 +232,11 @@ TEST_F(JPEGHuffman, SequentialBlocksRoundTripThroughBothPaths) {
             ASSERT_EQ(block, blocks[b]) << b;
           }
         }
-        EXPECT_EQ(state.marker, mcus * 3 == blocks.size() ? 0xD9 : 0);
+        // Blocks left over may be short enough for the reader to have
+        // buffered their bits and met the marker behind them already.
+        if (mcus * 3 == blocks.size()) {
+          EXPECT_EQ(state.marker, 0xD9);
+        }
       }
     }
     // The DC-only form consumes the same bits and finds the same DC values.

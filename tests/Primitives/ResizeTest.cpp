@@ -26,7 +26,9 @@ std::vector<double> ExactWeights(SmResizeMode mode, size_t i, size_t s, size_t d
     return static_cast<size_t>(std::clamp<long>(j, 0, s - 1));
   };
   if (mode == ResizeNearest) {
-    w[clampIndex(static_cast<long>(std::floor((i + 0.5) * scale)))] = 1;
+    // In whole numbers: centres fall exactly on pixel borders often, and a
+    // product of doubles can land either side of one.
+    w[clampIndex(static_cast<long>((2 * i + 1) * s / (2 * d)))] = 1;
   } else if (mode == ResizeLinear) {
     const double c = std::clamp(centre, 0.0, s - 1.0);
     const long j = static_cast<long>(std::floor(c));
