@@ -16,64 +16,37 @@ TEST_P(ChromaResample, MatchesTheReference) {
     const size_t interleavedHeight = 4 * (1 + random() % 4);
     SCOPED_TRACE(::testing::Message()
                  << width << " wide, " << fullHeight << " / " << interleavedHeight << " rows");
-    {
-      const SmTestPlane source(random, width, (fullHeight + 1) / 2);
-      SmTestPlane expected(random, width, fullHeight);
-      SmTestPlane actual = expected;
-      NmReference::Chroma420To422(source.data(), source.stride, expected.data(), expected.stride,
-                                  width, fullHeight);
-      Chroma420To422(source.data(), source.stride, actual.data(), actual.stride, width, fullHeight);
-      EXPECT_EQ(actual.bytes, expected.bytes) << "up";
-    }
-    {
-      const SmTestPlane source(random, width, interleavedHeight / 2);
-      SmTestPlane expected(random, width, interleavedHeight);
-      SmTestPlane actual = expected;
-      NmReference::Chroma420To422Interleaved(source.data(), source.stride, expected.data(),
-                                             expected.stride, width, interleavedHeight);
-      Chroma420To422Interleaved(source.data(), source.stride, actual.data(), actual.stride, width,
-                                interleavedHeight);
-      EXPECT_EQ(actual.bytes, expected.bytes) << "up interleaved";
-    }
-    {
-      const SmTestPlane source(random, width, fullHeight);
-      SmTestPlane expected(random, width, (fullHeight + 1) / 2);
-      SmTestPlane actual = expected;
-      NmReference::Chroma422To420(source.data(), source.stride, expected.data(), expected.stride,
-                                  width, fullHeight);
-      Chroma422To420(source.data(), source.stride, actual.data(), actual.stride, width, fullHeight);
-      EXPECT_EQ(actual.bytes, expected.bytes) << "down";
-    }
-    {
-      const SmTestPlane source(random, width, interleavedHeight);
-      SmTestPlane expected(random, width, interleavedHeight / 2);
-      SmTestPlane actual = expected;
-      NmReference::Chroma422To420Interleaved(source.data(), source.stride, expected.data(),
-                                             expected.stride, width, interleavedHeight);
-      Chroma422To420Interleaved(source.data(), source.stride, actual.data(), actual.stride, width,
-                                interleavedHeight);
-      EXPECT_EQ(actual.bytes, expected.bytes) << "down interleaved";
-    }
-    {
-      // No gaps: a read past the end of the last row leaves the buffer.
-      const SmTestPlane source(random, width, fullHeight, 0);
-      SmTestPlane expected(random, (width + 1) / 2, fullHeight);
-      SmTestPlane actual = expected;
-      NmReference::ChromaHalveColumns(source.data(), source.stride, expected.data(),
-                                      expected.stride, (width + 1) / 2, fullHeight);
-      ChromaHalveColumns(source.data(), source.stride, actual.data(), actual.stride,
-                         (width + 1) / 2, fullHeight);
-      EXPECT_EQ(actual.bytes, expected.bytes) << "halve";
-    }
-    {
-      const SmTestPlane source(random, (width + 1) / 2, fullHeight, 0);
-      SmTestPlane expected(random, width, fullHeight);
-      SmTestPlane actual = expected;
-      NmReference::ChromaDoubleColumns(source.data(), source.stride, expected.data(),
-                                       expected.stride, width, fullHeight);
-      ChromaDoubleColumns(source.data(), source.stride, actual.data(), actual.stride, width,
-                          fullHeight);
-      EXPECT_EQ(actual.bytes, expected.bytes) << "double";
+    const size_t half = (width + 1) / 2, fullRows = fullHeight, halfRows = (fullHeight + 1) / 2;
+    const size_t fields = interleavedHeight, fieldsHalved = interleavedHeight / 2;
+    using SmResample = void (*)(const uint8_t*, size_t, uint8_t*, size_t, size_t, size_t);
+    // The column resamplers get sources without gaps: a read past the end
+    // of the last row leaves the buffer.
+    const struct {
+      const char* what;
+      SmResample reference, kernel;
+      size_t sourceWidth, sourceRows, width, rows, callWidth, callRows, sourceGap;
+    } cases[] = {
+        {"up", NmReference::Chroma420To422, Chroma420To422, width, halfRows, width, fullRows, width,
+         fullRows, 40},
+        {"up interleaved", NmReference::Chroma420To422Interleaved, Chroma420To422Interleaved, width,
+         fieldsHalved, width, fields, width, fields, 40},
+        {"down", NmReference::Chroma422To420, Chroma422To420, width, fullRows, width, halfRows,
+         width, fullRows, 40},
+        {"down interleaved", NmReference::Chroma422To420Interleaved, Chroma422To420Interleaved,
+         width, fields, width, fieldsHalved, width, fields, 40},
+        {"halve", NmReference::ChromaHalveColumns, ChromaHalveColumns, width, fullRows, half,
+         fullRows, half, fullRows, 0},
+        {"double", NmReference::ChromaDoubleColumns, ChromaDoubleColumns, half, fullRows, width,
+         fullRows, width, fullRows, 0},
+    };
+    for (const auto& c : cases) {
+      const SmTestPlane source(random, c.sourceWidth, c.sourceRows, c.sourceGap);
+      ExpectSameWrites(
+          c.reference, c.kernel, SmTestPlane(random, c.width, c.rows),
+          [&](SmResample resample, SmTestPlane& out) {
+            resample(source.data(), source.stride, out.data(), out.stride, c.callWidth, c.callRows);
+          },
+          c.what);
     }
   }
 }

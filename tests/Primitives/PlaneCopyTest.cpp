@@ -31,47 +31,37 @@ TEST_P(PlaneCopy, MatchesTheReference) {
 
     for (const size_t pixelBytes : {1u, 3u, 4u}) {
       const SmTestPlane source(random, width * pixelBytes, height);
-      SmTestPlane expected(random, width * pixelBytes, height);
-      SmTestPlane actual = expected;
-      Ref::CopyPlane(source.data(), source.stride, expected.data(), expected.stride,
-                     width * pixelBytes, height);
-      NmPrimitives::CopyPlane(source.data(), source.stride, actual.data(), actual.stride,
-                              width * pixelBytes, height);
-      EXPECT_EQ(actual.bytes, expected.bytes) << "copy " << pixelBytes;
+      ExpectSameWrites(
+          Ref::CopyPlane, NmPrimitives::CopyPlane, SmTestPlane(random, width * pixelBytes, height),
+          [&](auto copy, SmTestPlane& out) {
+            copy(source.data(), source.stride, out.data(), out.stride, width * pixelBytes, height);
+          },
+          "copy");
     }
-    {
-      SmTestPlane expected(random, width, height);
-      SmTestPlane actual = expected;
-      Ref::SetPlane(value, expected.data(), expected.stride, width, height);
-      NmPrimitives::SetPlane(value, actual.data(), actual.stride, width, height);
-      EXPECT_EQ(actual.bytes, expected.bytes) << "set";
-    }
-    {
-      SmTestPlane expected(random, 4 * width, height);
-      SmTestPlane actual = expected;
-      Ref::SetChannel4(value, channel, expected.data(), expected.stride, width, height);
-      NmPrimitives::SetChannel4(value, channel, actual.data(), actual.stride, width, height);
-      EXPECT_EQ(actual.bytes, expected.bytes) << "set channel " << channel;
-    }
-    {
-      const SmTestPlane source(random, 3 * width, height);
-      SmTestPlane expected(random, 4 * width, height);
-      SmTestPlane actual = expected;
-      Ref::Copy3To4(source.data(), source.stride, expected.data(), expected.stride, width, height,
-                    value);
-      NmPrimitives::Copy3To4(source.data(), source.stride, actual.data(), actual.stride, width,
-                             height, value);
-      EXPECT_EQ(actual.bytes, expected.bytes) << "3 to 4";
-    }
-    {
-      const SmTestPlane source(random, 4 * width, height);
-      SmTestPlane expected(random, 3 * width, height);
-      SmTestPlane actual = expected;
-      Ref::Copy4To3(source.data(), source.stride, expected.data(), expected.stride, width, height);
-      NmPrimitives::Copy4To3(source.data(), source.stride, actual.data(), actual.stride, width,
-                             height);
-      EXPECT_EQ(actual.bytes, expected.bytes) << "4 to 3";
-    }
+    ExpectSameWrites(
+        Ref::SetPlane, NmPrimitives::SetPlane, SmTestPlane(random, width, height),
+        [&](auto set, SmTestPlane& out) { set(value, out.data(), out.stride, width, height); },
+        "set");
+    ExpectSameWrites(
+        Ref::SetChannel4, NmPrimitives::SetChannel4, SmTestPlane(random, 4 * width, height),
+        [&](auto set, SmTestPlane& out) {
+          set(value, channel, out.data(), out.stride, width, height);
+        },
+        "set channel");
+    const SmTestPlane three(random, 3 * width, height);
+    ExpectSameWrites(
+        Ref::Copy3To4, NmPrimitives::Copy3To4, SmTestPlane(random, 4 * width, height),
+        [&](auto copy, SmTestPlane& out) {
+          copy(three.data(), three.stride, out.data(), out.stride, width, height, value);
+        },
+        "3 to 4");
+    const SmTestPlane four(random, 4 * width, height);
+    ExpectSameWrites(
+        Ref::Copy4To3, NmPrimitives::Copy4To3, SmTestPlane(random, 3 * width, height),
+        [&](auto copy, SmTestPlane& out) {
+          copy(four.data(), four.stride, out.data(), out.stride, width, height);
+        },
+        "4 to 3");
     for (const size_t pixelBytes : {3u, 4u}) {
       const auto swap = pixelBytes == 3 ? NmPrimitives::SwapChannels3 : NmPrimitives::SwapChannels4;
       const auto reference = pixelBytes == 3 ? Ref::SwapChannels3 : Ref::SwapChannels4;

@@ -26,4 +26,17 @@ struct SmTestPlane {
   std::vector<uint8_t> bytes;
 };
 
+// Lets `call(function, plane)` write into two copies of one noisy plane, once
+// with the reference and once with the kernel, and expects the same bytes in
+// both, gaps included.
+template <typename Function, typename Call>
+void ExpectSameWrites(Function reference, Function kernel, const SmTestPlane& destination,
+                      Call&& call, const char* what) {
+  SmTestPlane expected = destination;
+  SmTestPlane actual = destination;
+  call(reference, expected);
+  call(kernel, actual);
+  EXPECT_EQ(actual.bytes, expected.bytes) << what;
+}
+
 } // namespace NmPrimitiveTest
