@@ -62,46 +62,35 @@ TEST_P(PlaneLogic, MatchesTheReference) {
       for (const bool composite : {false, true}) {
         const SmTestPlane& m = composite ? compositeMask : mask;
         const size_t maskPixelStride = composite ? layout.pixelStride : 1;
-        SmTestPlane expected(random, rowBytes, height);
-        SmTestPlane actual = expected;
-        NmReference::CopyMasked(source.data(), source.stride, expected.data(), expected.stride,
-                                m.data(), m.stride, maskPixelStride, width, height,
-                                layout.pixelStride, layout.channels);
-        CopyMasked(source.data(), source.stride, actual.data(), actual.stride, m.data(), m.stride,
+        ExpectSameWrites(
+            NmReference::CopyMasked, CopyMasked, SmTestPlane(random, rowBytes, height),
+            [&](auto copy, SmTestPlane& out) {
+              copy(source.data(), source.stride, out.data(), out.stride, m.data(), m.stride,
                    maskPixelStride, width, height, layout.pixelStride, layout.channels);
-        EXPECT_EQ(actual.bytes, expected.bytes) << "masked copy " << composite;
+            },
+            composite ? "masked copy, composite mask" : "masked copy");
       }
-      {
-        SmTestPlane expected(random, rowBytes, height);
-        SmTestPlane actual = expected;
-        NmReference::SetMaskedPixels(value, mask.data(), mask.stride, expected.data(),
-                                     expected.stride, width, height, layout.pixelStride,
-                                     layout.channels);
-        SetMaskedPixels(value, mask.data(), mask.stride, actual.data(), actual.stride, width,
-                        height, layout.pixelStride, layout.channels);
-        EXPECT_EQ(actual.bytes, expected.bytes) << "masked set";
-      }
-      {
-        SmTestPlane expected(random, width, height);
-        SmTestPlane actual = expected;
-        NmReference::CompareEqual(source.data(), source.stride, value, expected.data(),
-                                  expected.stride, width, height, layout.pixelStride,
-                                  layout.channels);
-        CompareEqual(source.data(), source.stride, value, actual.data(), actual.stride, width,
-                     height, layout.pixelStride, layout.channels);
-        EXPECT_EQ(actual.bytes, expected.bytes) << "compare";
-      }
-      {
-        SmTestPlane expected(random, rowBytes, height);
-        SmTestPlane actual = expected;
-        NmReference::ColorKeyOverlay(source.data(), source.stride, value, background.data(),
-                                     background.stride, expected.data(), expected.stride, width,
-                                     height, layout.pixelStride, layout.channels);
-        ColorKeyOverlay(source.data(), source.stride, value, background.data(), background.stride,
-                        actual.data(), actual.stride, width, height, layout.pixelStride,
-                        layout.channels);
-        EXPECT_EQ(actual.bytes, expected.bytes) << "colour key";
-      }
+      ExpectSameWrites(
+          NmReference::SetMaskedPixels, SetMaskedPixels, SmTestPlane(random, rowBytes, height),
+          [&](auto set, SmTestPlane& out) {
+            set(value, mask.data(), mask.stride, out.data(), out.stride, width, height,
+                layout.pixelStride, layout.channels);
+          },
+          "masked set");
+      ExpectSameWrites(
+          NmReference::CompareEqual, CompareEqual, SmTestPlane(random, width, height),
+          [&](auto compare, SmTestPlane& out) {
+            compare(source.data(), source.stride, value, out.data(), out.stride, width, height,
+                    layout.pixelStride, layout.channels);
+          },
+          "compare");
+      ExpectSameWrites(
+          NmReference::ColorKeyOverlay, ColorKeyOverlay, SmTestPlane(random, rowBytes, height),
+          [&](auto overlay, SmTestPlane& out) {
+            overlay(source.data(), source.stride, value, background.data(), background.stride,
+                    out.data(), out.stride, width, height, layout.pixelStride, layout.channels);
+          },
+          "colour key");
     }
   }
 }
