@@ -276,9 +276,14 @@ TEST_F(JPEGHuffman, LookupPathMatchesTheReferenceOnArbitraryData) {
     SmHuffmanDecodeState states[2];
     int32_t lastDC[2] = {0, 0};
     std::vector<int16_t> blocks[2];
+    // Progressive scans build on the coefficients of earlier ones. A
+    // sequential block starts cleared, as the decoders ask: for a symbol with
+    // a run but no value, which valid data lacks, one path writes the zero
+    // and the other skips it, and only in a cleared block is that the same.
     std::vector<int16_t> seed(64);
     for (int16_t& c : seed) {
-      c = random() % 3 == 0 ? static_cast<int16_t>(static_cast<int>(random() % 200) - 100) : 0;
+      const bool set = process != 0 && random() % 3 == 0;
+      c = set ? static_cast<int16_t>(static_cast<int>(random() % 200) - 100) : 0;
     }
     blocks[0] = blocks[1] = seed;
     for (int block = 0; block < 12; ++block) {
