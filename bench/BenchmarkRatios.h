@@ -45,7 +45,8 @@ public:
 
   // A table of every task that `ours` ran against each of the peers.
   void PrintRatios(const std::string& ours, const std::vector<std::string>& peers) const {
-    std::printf("\nspeed of ours relative to each peer (peer time / our time):\n");
+    std::printf("\nspeed of %s relative to each peer (peer time / %s time):\n", ours.c_str(),
+                ours == "ours" ? "our" : ours.c_str());
     const std::string suffix = "/" + ours;
     for (const auto& [name, seconds] : m_Seconds) {
       if (name.size() <= suffix.size() ||

@@ -16,7 +16,9 @@ extern "C" {
 #include <libswscale/swscale.h>
 }
 
+#include <algorithm>
 #include <cstdio>
+#include <cstring>
 #include <functional>
 #include <map>
 #include <random>
@@ -31,6 +33,7 @@ extern "C" {
 #include "Codecs/Primitives/PlaneLogic.h"
 #include "Codecs/Primitives/PlaneTranspose.h"
 #include "Codecs/Primitives/Resize.h"
+#include "KernelTargets.h"
 
 namespace {
 
@@ -75,7 +78,14 @@ SwsContext* LanczosScaler4() {
   return context;
 }
 
+// With --every_target each of our kernels is also timed on every target that
+// the CPU runs, not only on the one that dispatch picks.
+bool g_EveryTarget = false;
+
 void Register(const std::string& kernel, const std::string& who, std::function<void()> body) {
+  if (who == "ours" && g_EveryTarget) {
+    NmBenchmark::RegisterOnEveryTarget(kernel, body);
+  }
   benchmark::RegisterBenchmark((kernel + "/" + who).c_str(), [body](benchmark::State& state) {
     for (auto _ : state) {
       body();
@@ -329,11 +339,21 @@ void RegisterAll() {
 } // namespace
 
 int main(int argc, char** argv) {
+  const auto end = std::remove_if(argv + 1, argv + argc, [](const char* argument) {
+    return std::strcmp(argument, "--every_target") == 0;
+  });
+  g_EveryTarget = end != argv + argc;
+  argc = static_cast<int>(end - argv);
   benchmark::Initialize(&argc, argv);
   RegisterAll();
   NmBenchmark::CmRatioReporter reporter;
   benchmark::RunSpecifiedBenchmarks(&reporter);
   reporter.PrintRatios("ours", {"libyuv", "swscale", "reference"});
+  if (g_EveryTarget) {
+    for (const int64_t target : NmBenchmark::RunnableTargets()) {
+      reporter.PrintRatios(NmPrimitives::GetTargetName(target), {"reference", "ours"});
+    }
+  }
   benchmark::Shutdown();
   return 0;
 }

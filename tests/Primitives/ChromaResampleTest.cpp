@@ -3,105 +3,56 @@
 #include "Codecs/Primitives/ChromaResample.h"
 #include "Primitives/PrimitiveTestSupport.h"
 
-using NmPrimitiveTest::ForEachTarget;
 using NmPrimitiveTest::SmTestPlane;
 using namespace NmPrimitives;
 
-TEST(ChromaResample, EveryTargetMatchesTheReference) {
-  ForEachTarget([] {
-    std::mt19937 random(3);
-    for (int round = 0; round < 60; ++round) {
-      const size_t width = 1 + random() % 150;
-      const size_t fullHeight = 1 + random() % 14;
-      const size_t interleavedHeight = 4 * (1 + random() % 4);
-      SCOPED_TRACE(::testing::Message()
-                   << width << " wide, " << fullHeight << " / " << interleavedHeight << " rows");
-      {
-        const SmTestPlane source(random, width, (fullHeight + 1) / 2);
-        SmTestPlane expected(random, width, fullHeight);
-        SmTestPlane actual = expected;
-        NmReference::Chroma420To422(source.data(), source.stride, expected.data(), expected.stride,
-                                    width, fullHeight);
-        Chroma420To422(source.data(), source.stride, actual.data(), actual.stride, width,
-                       fullHeight);
-        EXPECT_EQ(actual.bytes, expected.bytes) << "up";
-      }
-      {
-        const SmTestPlane source(random, width, interleavedHeight / 2);
-        SmTestPlane expected(random, width, interleavedHeight);
-        SmTestPlane actual = expected;
-        NmReference::Chroma420To422Interleaved(source.data(), source.stride, expected.data(),
-                                               expected.stride, width, interleavedHeight);
-        Chroma420To422Interleaved(source.data(), source.stride, actual.data(), actual.stride, width,
-                                  interleavedHeight);
-        EXPECT_EQ(actual.bytes, expected.bytes) << "up interleaved";
-      }
-      {
-        const SmTestPlane source(random, width, fullHeight);
-        SmTestPlane expected(random, width, (fullHeight + 1) / 2);
-        SmTestPlane actual = expected;
-        NmReference::Chroma422To420(source.data(), source.stride, expected.data(), expected.stride,
-                                    width, fullHeight);
-        Chroma422To420(source.data(), source.stride, actual.data(), actual.stride, width,
-                       fullHeight);
-        EXPECT_EQ(actual.bytes, expected.bytes) << "down";
-      }
-      {
-        const SmTestPlane source(random, width, interleavedHeight);
-        SmTestPlane expected(random, width, interleavedHeight / 2);
-        SmTestPlane actual = expected;
-        NmReference::Chroma422To420Interleaved(source.data(), source.stride, expected.data(),
-                                               expected.stride, width, interleavedHeight);
-        Chroma422To420Interleaved(source.data(), source.stride, actual.data(), actual.stride, width,
-                                  interleavedHeight);
-        EXPECT_EQ(actual.bytes, expected.bytes) << "down interleaved";
-      }
+VZK_TEST_ON_EVERY_TARGET(ChromaResample);
+
+TEST_P(ChromaResample, MatchesTheReference) {
+  std::mt19937& random = Random();
+  for (int round = 0; round < 60; ++round) {
+    const size_t width = 1 + random() % 150;
+    const size_t fullHeight = 1 + random() % 14;
+    const size_t interleavedHeight = 4 * (1 + random() % 4);
+    SCOPED_TRACE(::testing::Message()
+                 << width << " wide, " << fullHeight << " / " << interleavedHeight << " rows");
+    const size_t half = (width + 1) / 2, fullRows = fullHeight, halfRows = (fullHeight + 1) / 2;
+    const size_t fields = interleavedHeight, fieldsHalved = interleavedHeight / 2;
+    using SmResample = void (*)(const uint8_t*, size_t, uint8_t*, size_t, size_t, size_t);
+    // The column resamplers get sources without gaps: a read past the end
+    // of the last row leaves the buffer.
+    const struct {
+      const char* what;
+      SmResample reference, kernel;
+      size_t sourceWidth, sourceRows, width, rows, callWidth, callRows, sourceGap;
+    } cases[] = {
+        {"up", NmReference::Chroma420To422, Chroma420To422, width, halfRows, width, fullRows, width,
+         fullRows, 40},
+        {"up interleaved", NmReference::Chroma420To422Interleaved, Chroma420To422Interleaved, width,
+         fieldsHalved, width, fields, width, fields, 40},
+        {"down", NmReference::Chroma422To420, Chroma422To420, width, fullRows, width, halfRows,
+         width, fullRows, 40},
+        {"down interleaved", NmReference::Chroma422To420Interleaved, Chroma422To420Interleaved,
+         width, fields, width, fieldsHalved, width, fields, 40},
+        {"halve", NmReference::ChromaHalveColumns, ChromaHalveColumns, width, fullRows, half,
+         fullRows, half, fullRows, 0},
+        {"double", NmReference::ChromaDoubleColumns, ChromaDoubleColumns, half, fullRows, width,
+         fullRows, width, fullRows, 0},
+    };
+    for (const auto& c : cases) {
+      const SmTestPlane source(random, c.sourceWidth, c.sourceRows, c.sourceGap);
+      ExpectSameWrites(
+          c.reference, c.kernel, SmTestPlane(random, c.width, c.rows),
+          [&](SmResample resample, SmTestPlane& out) {
+            resample(source.data(), source.stride, out.data(), out.stride, c.callWidth, c.callRows);
+          },
+          c.what);
     }
-  });
+  }
 }
 
-TEST(ChromaResample, ColumnResamplingOnEveryTarget) {
-  ForEachTarget([] {
-    std::mt19937 random(9);
-    for (int round = 0; round < 60; ++round) {
-      const size_t fullWidth = 1 + random() % 150;
-      const size_t halfWidth = (fullWidth + 1) / 2;
-      const size_t height = 1 + random() % 4;
-      SCOPED_TRACE(::testing::Message() << fullWidth << " wide");
-      {
-        // No gaps: a read past the end of the last row leaves the buffer.
-        const SmTestPlane source(random, fullWidth, height, 0);
-        SmTestPlane expected(random, halfWidth, height);
-        SmTestPlane actual = expected;
-        NmReference::ChromaHalveColumns(source.data(), source.stride, expected.data(),
-                                        expected.stride, halfWidth, height);
-        ChromaHalveColumns(source.data(), source.stride, actual.data(), actual.stride, halfWidth,
-                           height);
-        EXPECT_EQ(actual.bytes, expected.bytes) << "halve";
-      }
-      {
-        const SmTestPlane source(random, halfWidth, height, 0);
-        SmTestPlane expected(random, fullWidth, height);
-        SmTestPlane actual = expected;
-        NmReference::ChromaDoubleColumns(source.data(), source.stride, expected.data(),
-                                         expected.stride, fullWidth, height);
-        ChromaDoubleColumns(source.data(), source.stride, actual.data(), actual.stride, fullWidth,
-                            height);
-        EXPECT_EQ(actual.bytes, expected.bytes) << "double";
-      }
-    }
-  });
-  const uint8_t row[5] = {1, 2, 3, 4, 5};
-  uint8_t half[3];
-  NmReference::ChromaHalveColumns(row, 5, half, 3, 3, 1);
-  EXPECT_EQ(std::vector<uint8_t>(half, half + 3), (std::vector<uint8_t>{1, 3, 5}));
-  uint8_t full[5];
-  NmReference::ChromaDoubleColumns(half, 3, full, 5, 5, 1);
-  EXPECT_EQ(std::vector<uint8_t>(full, full + 5), (std::vector<uint8_t>{1, 1, 3, 3, 5}));
-}
-
-TEST(ChromaResample, RoundTripsAndFieldSeparation) {
-  std::mt19937 random(4);
+TEST_P(ChromaResample, RoundTripsAndFieldSeparation) {
+  std::mt19937& random = Random();
   for (const bool interleaved : {false, true}) {
     const size_t height = interleaved ? 12 : 11;
     const size_t width = 9;
@@ -135,4 +86,11 @@ TEST(ChromaResample, RoundTripsAndFieldSeparation) {
   NmReference::Chroma422To420(rows, 1, out, 1, 1, 3);
   EXPECT_EQ(out[0], 2);
   EXPECT_EQ(out[1], 77);
+  const uint8_t row[5] = {1, 2, 3, 4, 5};
+  uint8_t half[3];
+  NmReference::ChromaHalveColumns(row, 5, half, 3, 3, 1);
+  EXPECT_EQ(std::vector<uint8_t>(half, half + 3), (std::vector<uint8_t>{1, 3, 5}));
+  uint8_t full[5];
+  NmReference::ChromaDoubleColumns(half, 3, full, 5, 5, 1);
+  EXPECT_EQ(std::vector<uint8_t>(full, full + 5), (std::vector<uint8_t>{1, 1, 3, 3, 5}));
 }

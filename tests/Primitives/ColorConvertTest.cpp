@@ -6,7 +6,6 @@
 #include "Codecs/Primitives/ColorConvert.h"
 #include "Primitives/PrimitiveTestSupport.h"
 
-using NmPrimitiveTest::ForEachTarget;
 using NmPrimitiveTest::SmTestPlane;
 using namespace NmPrimitives;
 
@@ -66,69 +65,70 @@ int Expected(double v) {
 
 } // namespace
 
-TEST(ColorConvert, EveryTargetMatchesTheReference) {
-  ForEachTarget([] {
-    std::mt19937 random(11);
-    for (int round = 0; round < 40; ++round) {
-      const size_t width = round < 3 ? 64 * (round + 1) : 1 + random() % 150;
-      const size_t height = 1 + random() % 7;
-      for (const SmChromaLayout chroma : Layouts) {
-        for (const SmYCbCrMatrix matrix : Matrices) {
-          for (const size_t pixelBytes : {3u, 4u}) {
-            const SmPackedLayout layout{pixelBytes, random() % 2 == 1};
-            SCOPED_TRACE(::testing::Message()
-                         << width << "x" << height << " chroma " << chroma << " matrix " << matrix
-                         << " bytes " << pixelBytes << " blue first " << layout.blueFirst);
-            const size_t cw = ChromaWidth(chroma, width), ch = ChromaHeight(chroma, height);
-            const SmTestPlane y(random, width, height), cb(random, cw, ch), cr(random, cw, ch);
-            SmTestPlane expected(random, width * pixelBytes, height);
-            SmTestPlane actual = expected;
-            const SmYCbCrSource source{y.data(),  y.stride,  cb.data(),
-                                       cb.stride, cr.data(), cr.stride};
-            NmReference::YCbCrToRgb(source, chroma, expected.data(), expected.stride, layout, width,
-                                    height, matrix);
-            YCbCrToRgb(source, chroma, actual.data(), actual.stride, layout, width, height, matrix);
-            ASSERT_EQ(actual.bytes, expected.bytes) << "to RGB";
+VZK_TEST_ON_EVERY_TARGET(ColorConvert);
+class ColorConvertReference : public NmKernelTest::CmSeededTest {};
 
-            SmTestPlane rgb(random, width * pixelBytes, height);
-            if (round % 4 == 3) {
-              // Corners of the cube only: where the sums leave 0..255 and
-              // the vector code's saturating packs must clamp as the
-              // reference does.
-              for (uint8_t& b : rgb.bytes) {
-                b = (b & 1) != 0 ? 255 : 0;
-              }
+TEST_P(ColorConvert, MatchesTheReference) {
+  std::mt19937& random = Random();
+  for (int round = 0; round < 40; ++round) {
+    const size_t width = round < 3 ? 64 * (round + 1) : 1 + random() % 150;
+    const size_t height = 1 + random() % 7;
+    for (const SmChromaLayout chroma : Layouts) {
+      for (const SmYCbCrMatrix matrix : Matrices) {
+        for (const size_t pixelBytes : {3u, 4u}) {
+          const SmPackedLayout layout{pixelBytes, random() % 2 == 1};
+          SCOPED_TRACE(::testing::Message()
+                       << width << "x" << height << " chroma " << chroma << " matrix " << matrix
+                       << " bytes " << pixelBytes << " blue first " << layout.blueFirst);
+          const size_t cw = ChromaWidth(chroma, width), ch = ChromaHeight(chroma, height);
+          const SmTestPlane y(random, width, height), cb(random, cw, ch), cr(random, cw, ch);
+          SmTestPlane expected(random, width * pixelBytes, height);
+          SmTestPlane actual = expected;
+          const SmYCbCrSource source{y.data(),  y.stride,  cb.data(),
+                                     cb.stride, cr.data(), cr.stride};
+          NmReference::YCbCrToRgb(source, chroma, expected.data(), expected.stride, layout, width,
+                                  height, matrix);
+          YCbCrToRgb(source, chroma, actual.data(), actual.stride, layout, width, height, matrix);
+          ASSERT_EQ(actual.bytes, expected.bytes) << "to RGB";
+
+          SmTestPlane rgb(random, width * pixelBytes, height);
+          if (round % 4 == 3) {
+            // Corners of the cube only: where the sums leave 0..255 and
+            // the vector code's saturating packs must clamp as the
+            // reference does.
+            for (uint8_t& b : rgb.bytes) {
+              b = (b & 1) != 0 ? 255 : 0;
             }
-            SmTestPlane y1(random, width, height), cb1(random, cw, ch), cr1(random, cw, ch);
-            SmTestPlane y2 = y1, cb2 = cb1, cr2 = cr1;
-            const bool lumaOnly = random() % 4 == 0;
-            const SmYCbCrDestination to1{y1.data(),
-                                         y1.stride,
-                                         lumaOnly ? nullptr : cb1.data(),
-                                         cb1.stride,
-                                         lumaOnly ? nullptr : cr1.data(),
-                                         cr1.stride};
-            const SmYCbCrDestination to2{y2.data(),
-                                         y2.stride,
-                                         lumaOnly ? nullptr : cb2.data(),
-                                         cb2.stride,
-                                         lumaOnly ? nullptr : cr2.data(),
-                                         cr2.stride};
-            NmReference::RgbToYCbCr(rgb.data(), rgb.stride, layout, to1, chroma, width, height,
-                                    matrix);
-            RgbToYCbCr(rgb.data(), rgb.stride, layout, to2, chroma, width, height, matrix);
-            ASSERT_EQ(y2.bytes, y1.bytes) << "luma";
-            ASSERT_EQ(cb2.bytes, cb1.bytes) << "Cb";
-            ASSERT_EQ(cr2.bytes, cr1.bytes) << "Cr";
           }
+          SmTestPlane y1(random, width, height), cb1(random, cw, ch), cr1(random, cw, ch);
+          SmTestPlane y2 = y1, cb2 = cb1, cr2 = cr1;
+          const bool lumaOnly = random() % 4 == 0;
+          const SmYCbCrDestination to1{y1.data(),
+                                       y1.stride,
+                                       lumaOnly ? nullptr : cb1.data(),
+                                       cb1.stride,
+                                       lumaOnly ? nullptr : cr1.data(),
+                                       cr1.stride};
+          const SmYCbCrDestination to2{y2.data(),
+                                       y2.stride,
+                                       lumaOnly ? nullptr : cb2.data(),
+                                       cb2.stride,
+                                       lumaOnly ? nullptr : cr2.data(),
+                                       cr2.stride};
+          NmReference::RgbToYCbCr(rgb.data(), rgb.stride, layout, to1, chroma, width, height,
+                                  matrix);
+          RgbToYCbCr(rgb.data(), rgb.stride, layout, to2, chroma, width, height, matrix);
+          ASSERT_EQ(y2.bytes, y1.bytes) << "luma";
+          ASSERT_EQ(cb2.bytes, cb1.bytes) << "Cb";
+          ASSERT_EQ(cr2.bytes, cr1.bytes) << "Cr";
         }
       }
     }
-  });
+  }
 }
 
-TEST(ColorConvert, ReferenceIsWithinOneOfTheEquations) {
-  std::mt19937 random(5);
+TEST_F(ColorConvertReference, IsWithinOneOfTheEquations) {
+  std::mt19937& random = Random();
   for (const SmYCbCrMatrix matrix : Matrices) {
     SCOPED_TRACE(::testing::Message() << "matrix " << matrix);
     // Every pixel of a 4:4:4 picture is an independent sample of the cube,
@@ -177,10 +177,10 @@ TEST(ColorConvert, ReferenceIsWithinOneOfTheEquations) {
   }
 }
 
-TEST(ColorConvert, SubsampledChromaIsTheMeanColourOfItsPixels) {
+TEST_P(ColorConvert, SubsampledChromaIsTheMeanColourOfItsPixels) {
   // A 3 x 3 picture in 4:2:0: the last column and row have chroma samples of
   // two pixels and the corner one of a single pixel.
-  std::mt19937 random(8);
+  std::mt19937& random = Random();
   for (const SmYCbCrMatrix matrix : Matrices) {
     for (const SmChromaLayout chroma : {Chroma422, Chroma420}) {
       uint8_t rgb[27];

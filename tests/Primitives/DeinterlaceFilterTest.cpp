@@ -3,44 +3,43 @@
 #include "Codecs/Primitives/DeinterlaceFilter.h"
 #include "Primitives/PrimitiveTestSupport.h"
 
-using NmPrimitiveTest::ForEachTarget;
 using NmPrimitiveTest::SmTestPlane;
 using namespace NmPrimitives;
 
-TEST(DeinterlaceFilter, EveryTargetMatchesTheReference) {
-  ForEachTarget([] {
-    std::mt19937 random(8);
-    for (int round = 0; round < 60; ++round) {
-      const size_t width = 1 + random() % 70;
-      const size_t height = 8 + 2 * (random() % 6);
-      const uint16_t threshold = static_cast<uint16_t>(round % 4 == 0   ? 0
-                                                       : round % 4 == 1 ? 65535
-                                                                        : random() % 600);
-      SCOPED_TRACE(::testing::Message() << width << "x" << height << " threshold " << threshold);
-      SmTestPlane source(random, width, height);
-      if (round % 3 == 0) {
-        // Smooth content with a comb, where the clamp decides.
-        for (size_t y = 0; y < height; ++y) {
-          for (size_t x = 0; x < width; ++x) {
-            source.bytes[y * source.stride + x] =
-                static_cast<uint8_t>(100 + x + (y % 2) * (random() % 40));
-          }
+VZK_TEST_ON_EVERY_TARGET(DeinterlaceFilter);
+
+TEST_P(DeinterlaceFilter, MatchesTheReference) {
+  std::mt19937& random = Random();
+  for (int round = 0; round < 60; ++round) {
+    const size_t width = 1 + random() % 70;
+    const size_t height = 8 + 2 * (random() % 6);
+    const uint16_t threshold = static_cast<uint16_t>(round % 4 == 0   ? 0
+                                                     : round % 4 == 1 ? 65535
+                                                                      : random() % 600);
+    SCOPED_TRACE(::testing::Message() << width << "x" << height << " threshold " << threshold);
+    SmTestPlane source(random, width, height);
+    if (round % 3 == 0) {
+      // Smooth content with a comb, where the clamp decides.
+      for (size_t y = 0; y < height; ++y) {
+        for (size_t x = 0; x < width; ++x) {
+          source.bytes[y * source.stride + x] =
+              static_cast<uint8_t>(100 + x + (y % 2) * (random() % 40));
         }
       }
-      SmTestPlane expected(random, width, height);
-      SmTestPlane actual = expected;
-      ASSERT_EQ(NmReference::DeinterlaceCAVT(source.data(), source.stride, expected.data(),
-                                             expected.stride, width, height, threshold),
-                0);
-      ASSERT_EQ(DeinterlaceCAVT(source.data(), source.stride, actual.data(), actual.stride, width,
-                                height, threshold),
-                0);
-      ASSERT_EQ(actual.bytes, expected.bytes);
     }
-  });
+    SmTestPlane expected(random, width, height);
+    SmTestPlane actual = expected;
+    ASSERT_EQ(NmReference::DeinterlaceCAVT(source.data(), source.stride, expected.data(),
+                                           expected.stride, width, height, threshold),
+              0);
+    ASSERT_EQ(DeinterlaceCAVT(source.data(), source.stride, actual.data(), actual.stride, width,
+                              height, threshold),
+              0);
+    ASSERT_EQ(actual.bytes, expected.bytes);
+  }
 }
 
-TEST(DeinterlaceFilter, WorkedValuesAndRefusals) {
+TEST(DeinterlaceFilterReference, WorkedValuesAndRefusals) {
   // Flat pictures come out unchanged.
   std::vector<uint8_t> flat(3 * 8, 77);
   std::vector<uint8_t> out(3 * 8, 0);

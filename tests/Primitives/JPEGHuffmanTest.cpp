@@ -7,6 +7,7 @@
 
 #include "Codecs/Primitives/JPEGHuffman.h"
 #include "Codecs/Primitives/JPEGTables.h"
+#include "support/KernelTestSupport.h"
 
 using namespace NmPrimitives;
 
@@ -123,10 +124,12 @@ std::vector<uint8_t> ACSymbols() {
   return symbols;
 }
 
+class JPEGHuffman : public NmKernelTest::CmSeededTest {};
+
 } // namespace
 
-TEST(JPEGHuffman, SequentialBlocksRoundTripThroughBothPaths) {
-  std::mt19937 random(11);
+TEST_F(JPEGHuffman, SequentialBlocksRoundTripThroughBothPaths) {
+  std::mt19937& random = Random();
   for (int round = 0; round < 40; ++round) {
     const SmRandomTable dc = MakeTable(random, Range(0, 11));
     const SmRandomTable ac = MakeTable(random, ACSymbols());
@@ -229,7 +232,11 @@ TEST(JPEGHuffman, SequentialBlocksRoundTripThroughBothPaths) {
             ASSERT_EQ(block, blocks[b]) << b;
           }
         }
-        EXPECT_EQ(state.marker, mcus * 3 == blocks.size() ? 0xD9 : 0);
+        // Blocks left over may be short enough for the reader to have
+        // buffered their bits and met the marker behind them already.
+        if (mcus * 3 == blocks.size()) {
+          EXPECT_EQ(state.marker, 0xD9);
+        }
       }
     }
     // The DC-only form consumes the same bits and finds the same DC values.
@@ -250,8 +257,8 @@ TEST(JPEGHuffman, SequentialBlocksRoundTripThroughBothPaths) {
 // On arbitrary bytes, markers and bad codes included, the lookup path and the
 // bit-wise reference must agree on every coefficient, on success or failure,
 // and on how far they read, in every decoding process.
-TEST(JPEGHuffman, LookupPathMatchesTheReferenceOnArbitraryData) {
-  std::mt19937 random(5);
+TEST_F(JPEGHuffman, LookupPathMatchesTheReferenceOnArbitraryData) {
+  std::mt19937& random = Random();
   for (int round = 0; round < 300; ++round) {
     std::vector<uint8_t> symbols = Range(0, 255);
     symbols.resize(1 + random() % 256);
@@ -269,9 +276,14 @@ TEST(JPEGHuffman, LookupPathMatchesTheReferenceOnArbitraryData) {
     SmHuffmanDecodeState states[2];
     int32_t lastDC[2] = {0, 0};
     std::vector<int16_t> blocks[2];
+    // Progressive scans build on the coefficients of earlier ones. A
+    // sequential block starts cleared, as the decoders ask: for a symbol with
+    // a run but no value, which valid data lacks, one path writes the zero
+    // and the other skips it, and only in a cleared block is that the same.
     std::vector<int16_t> seed(64);
     for (int16_t& c : seed) {
-      c = random() % 3 == 0 ? static_cast<int16_t>(static_cast<int>(random() % 200) - 100) : 0;
+      const bool set = process != 0 && random() % 3 == 0;
+      c = set ? static_cast<int16_t>(static_cast<int>(random() % 200) - 100) : 0;
     }
     blocks[0] = blocks[1] = seed;
     for (int block = 0; block < 12; ++block) {
@@ -340,7 +352,7 @@ TEST(JPEGHuffman, LookupPathMatchesTheReferenceOnArbitraryData) {
   }
 }
 
-TEST(JPEGHuffman, ReaderStopsAtMarkersAndNotesTheEnd) {
+TEST_F(JPEGHuffman, ReaderStopsAtMarkersAndNotesTheEnd) {
   // Symbol 0 is code 0, symbol 1 is 10, symbol 2 is 110.
   const uint8_t bits[16] = {1, 1, 1};
   const uint8_t values[3] = {0, 1, 2};

@@ -3,7 +3,6 @@
 #include "Codecs/Primitives/PlaneLogic.h"
 #include "Primitives/PrimitiveTestSupport.h"
 
-using NmPrimitiveTest::ForEachTarget;
 using NmPrimitiveTest::SmTestPlane;
 using namespace NmPrimitives;
 
@@ -22,92 +21,81 @@ void Sparse(SmTestPlane& plane, std::mt19937& random) {
 }
 } // namespace
 
-TEST(PlaneLogic, EveryTargetMatchesTheReference) {
-  ForEachTarget([] {
-    std::mt19937 random(5);
-    for (int round = 0; round < 50; ++round) {
-      const size_t width = 1 + random() % 140;
-      const size_t height = 1 + random() % 4;
-      SCOPED_TRACE(::testing::Message() << width << "x" << height);
-      {
-        const SmTestPlane source(random, width, height);
-        SmTestPlane expected(random, width, height);
-        SmTestPlane actual = expected;
-        NmReference::BitwiseOr(source.data(), source.stride, expected.data(), expected.stride,
-                               width, height);
-        BitwiseOr(source.data(), source.stride, actual.data(), actual.stride, width, height);
-        NmReference::BitwiseAnd(source.data(), source.stride, expected.data(), expected.stride,
-                                width, height);
-        BitwiseAnd(source.data(), source.stride, actual.data(), actual.stride, width, height);
-        NmReference::BitwiseNot(expected.data(), expected.stride, width, height);
-        BitwiseNot(actual.data(), actual.stride, width, height);
-        EXPECT_EQ(actual.bytes, expected.bytes) << "logic";
-      }
-      for (const SmLayout layout : Layouts) {
-        SCOPED_TRACE(::testing::Message()
-                     << "stride " << layout.pixelStride << " channels " << layout.channels);
-        const size_t rowBytes = width * layout.pixelStride;
-        uint8_t value[4];
-        for (uint8_t& v : value) {
-          v = static_cast<uint8_t>(random() % 2 ? 7 : random());
-        }
-        SmTestPlane mask(random, width, height);
-        Sparse(mask, random);
-        SmTestPlane compositeMask(random, rowBytes, height);
-        Sparse(compositeMask, random);
-        SmTestPlane source(random, rowBytes, height);
-        Sparse(source, random);
-        const SmTestPlane background(random, rowBytes, height);
+VZK_TEST_ON_EVERY_TARGET(PlaneLogic);
 
-        for (const bool composite : {false, true}) {
-          const SmTestPlane& m = composite ? compositeMask : mask;
-          const size_t maskPixelStride = composite ? layout.pixelStride : 1;
-          SmTestPlane expected(random, rowBytes, height);
-          SmTestPlane actual = expected;
-          NmReference::CopyMasked(source.data(), source.stride, expected.data(), expected.stride,
-                                  m.data(), m.stride, maskPixelStride, width, height,
-                                  layout.pixelStride, layout.channels);
-          CopyMasked(source.data(), source.stride, actual.data(), actual.stride, m.data(), m.stride,
-                     maskPixelStride, width, height, layout.pixelStride, layout.channels);
-          EXPECT_EQ(actual.bytes, expected.bytes) << "masked copy " << composite;
-        }
-        {
-          SmTestPlane expected(random, rowBytes, height);
-          SmTestPlane actual = expected;
-          NmReference::SetMaskedPixels(value, mask.data(), mask.stride, expected.data(),
-                                       expected.stride, width, height, layout.pixelStride,
-                                       layout.channels);
-          SetMaskedPixels(value, mask.data(), mask.stride, actual.data(), actual.stride, width,
-                          height, layout.pixelStride, layout.channels);
-          EXPECT_EQ(actual.bytes, expected.bytes) << "masked set";
-        }
-        {
-          SmTestPlane expected(random, width, height);
-          SmTestPlane actual = expected;
-          NmReference::CompareEqual(source.data(), source.stride, value, expected.data(),
-                                    expected.stride, width, height, layout.pixelStride,
-                                    layout.channels);
-          CompareEqual(source.data(), source.stride, value, actual.data(), actual.stride, width,
-                       height, layout.pixelStride, layout.channels);
-          EXPECT_EQ(actual.bytes, expected.bytes) << "compare";
-        }
-        {
-          SmTestPlane expected(random, rowBytes, height);
-          SmTestPlane actual = expected;
-          NmReference::ColorKeyOverlay(source.data(), source.stride, value, background.data(),
-                                       background.stride, expected.data(), expected.stride, width,
-                                       height, layout.pixelStride, layout.channels);
-          ColorKeyOverlay(source.data(), source.stride, value, background.data(), background.stride,
-                          actual.data(), actual.stride, width, height, layout.pixelStride,
-                          layout.channels);
-          EXPECT_EQ(actual.bytes, expected.bytes) << "colour key";
-        }
-      }
+TEST_P(PlaneLogic, MatchesTheReference) {
+  std::mt19937& random = Random();
+  for (int round = 0; round < 50; ++round) {
+    const size_t width = 1 + random() % 140;
+    const size_t height = 1 + random() % 4;
+    SCOPED_TRACE(::testing::Message() << width << "x" << height);
+    {
+      const SmTestPlane source(random, width, height);
+      SmTestPlane expected(random, width, height);
+      SmTestPlane actual = expected;
+      NmReference::BitwiseOr(source.data(), source.stride, expected.data(), expected.stride, width,
+                             height);
+      BitwiseOr(source.data(), source.stride, actual.data(), actual.stride, width, height);
+      NmReference::BitwiseAnd(source.data(), source.stride, expected.data(), expected.stride, width,
+                              height);
+      BitwiseAnd(source.data(), source.stride, actual.data(), actual.stride, width, height);
+      NmReference::BitwiseNot(expected.data(), expected.stride, width, height);
+      BitwiseNot(actual.data(), actual.stride, width, height);
+      EXPECT_EQ(actual.bytes, expected.bytes) << "logic";
     }
-  });
+    for (const SmLayout layout : Layouts) {
+      SCOPED_TRACE(::testing::Message()
+                   << "stride " << layout.pixelStride << " channels " << layout.channels);
+      const size_t rowBytes = width * layout.pixelStride;
+      uint8_t value[4];
+      for (uint8_t& v : value) {
+        v = static_cast<uint8_t>(random() % 2 ? 7 : random());
+      }
+      SmTestPlane mask(random, width, height);
+      Sparse(mask, random);
+      SmTestPlane compositeMask(random, rowBytes, height);
+      Sparse(compositeMask, random);
+      SmTestPlane source(random, rowBytes, height);
+      Sparse(source, random);
+      const SmTestPlane background(random, rowBytes, height);
+
+      for (const bool composite : {false, true}) {
+        const SmTestPlane& m = composite ? compositeMask : mask;
+        const size_t maskPixelStride = composite ? layout.pixelStride : 1;
+        ExpectSameWrites(
+            NmReference::CopyMasked, CopyMasked, SmTestPlane(random, rowBytes, height),
+            [&](auto copy, SmTestPlane& out) {
+              copy(source.data(), source.stride, out.data(), out.stride, m.data(), m.stride,
+                   maskPixelStride, width, height, layout.pixelStride, layout.channels);
+            },
+            composite ? "masked copy, composite mask" : "masked copy");
+      }
+      ExpectSameWrites(
+          NmReference::SetMaskedPixels, SetMaskedPixels, SmTestPlane(random, rowBytes, height),
+          [&](auto set, SmTestPlane& out) {
+            set(value, mask.data(), mask.stride, out.data(), out.stride, width, height,
+                layout.pixelStride, layout.channels);
+          },
+          "masked set");
+      ExpectSameWrites(
+          NmReference::CompareEqual, CompareEqual, SmTestPlane(random, width, height),
+          [&](auto compare, SmTestPlane& out) {
+            compare(source.data(), source.stride, value, out.data(), out.stride, width, height,
+                    layout.pixelStride, layout.channels);
+          },
+          "compare");
+      ExpectSameWrites(
+          NmReference::ColorKeyOverlay, ColorKeyOverlay, SmTestPlane(random, rowBytes, height),
+          [&](auto overlay, SmTestPlane& out) {
+            overlay(source.data(), source.stride, value, background.data(), background.stride,
+                    out.data(), out.stride, width, height, layout.pixelStride, layout.channels);
+          },
+          "colour key");
+    }
+  }
 }
 
-TEST(PlaneLogic, ReferenceMeaning) {
+TEST(PlaneLogicReference, Meaning) {
   // Two pixels of three-in-four: the first matches on all channels, the second
   // on two of three; the fourth byte never counts.
   const uint8_t pixels[8] = {1, 2, 3, 99, 1, 2, 4, 99};

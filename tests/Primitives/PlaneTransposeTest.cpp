@@ -3,39 +3,37 @@
 #include "Codecs/Primitives/PlaneTranspose.h"
 #include "Primitives/PrimitiveTestSupport.h"
 
-using NmPrimitiveTest::ForEachTarget;
 using NmPrimitiveTest::SmTestPlane;
 using namespace NmPrimitives;
 
-TEST(PlaneTranspose, EveryTargetMatchesTheReference) {
-  ForEachTarget([] {
-    std::mt19937 random(6);
-    for (int round = 0; round < 40; ++round) {
-      // Round 4 spans several tiles of rows and a remainder of eight rows.
-      const size_t width = round < 4 ? 8 * (round + 1) : round == 4 ? 100 : 1 + random() % 45;
-      const size_t height = round < 4 ? 16 : round == 4 ? 152 : 1 + random() % 45;
-      for (const size_t pixelBytes : {1u, 3u, 4u}) {
-        for (int mirrors = 0; mirrors < 4; ++mirrors) {
-          const bool flipColumns = mirrors & 1;
-          const bool flipRows = mirrors & 2;
-          SCOPED_TRACE(::testing::Message() << width << "x" << height << " bytes " << pixelBytes
-                                            << " columns " << flipColumns << " rows " << flipRows);
-          const SmTestPlane source(random, width * pixelBytes, height);
-          SmTestPlane expected(random, height * pixelBytes, width);
-          SmTestPlane actual = expected;
-          NmReference::TransposePlane(source.data(), source.stride, expected.data(),
-                                      expected.stride, width, height, pixelBytes, flipColumns,
-                                      flipRows);
-          TransposePlane(source.data(), source.stride, actual.data(), actual.stride, width, height,
-                         pixelBytes, flipColumns, flipRows);
-          ASSERT_EQ(actual.bytes, expected.bytes);
-        }
+VZK_TEST_ON_EVERY_TARGET(PlaneTranspose);
+
+TEST_P(PlaneTranspose, MatchesTheReference) {
+  std::mt19937& random = Random();
+  for (int round = 0; round < 40; ++round) {
+    // Round 4 spans several tiles of rows and a remainder of eight rows.
+    const size_t width = round < 4 ? 8 * (round + 1) : round == 4 ? 100 : 1 + random() % 45;
+    const size_t height = round < 4 ? 16 : round == 4 ? 152 : 1 + random() % 45;
+    for (const size_t pixelBytes : {1u, 3u, 4u}) {
+      for (int mirrors = 0; mirrors < 4; ++mirrors) {
+        const bool flipColumns = mirrors & 1;
+        const bool flipRows = mirrors & 2;
+        SCOPED_TRACE(::testing::Message() << width << "x" << height << " bytes " << pixelBytes
+                                          << " columns " << flipColumns << " rows " << flipRows);
+        const SmTestPlane source(random, width * pixelBytes, height);
+        SmTestPlane expected(random, height * pixelBytes, width);
+        SmTestPlane actual = expected;
+        NmReference::TransposePlane(source.data(), source.stride, expected.data(), expected.stride,
+                                    width, height, pixelBytes, flipColumns, flipRows);
+        TransposePlane(source.data(), source.stride, actual.data(), actual.stride, width, height,
+                       pixelBytes, flipColumns, flipRows);
+        ASSERT_EQ(actual.bytes, expected.bytes);
       }
     }
-  });
+  }
 }
 
-TEST(PlaneTranspose, ReferenceMeaning) {
+TEST(PlaneTransposeReference, Meaning) {
   // 3 x 2 source:  0 1 2 / 3 4 5.
   const uint8_t source[6] = {0, 1, 2, 3, 4, 5};
   uint8_t out[6];

@@ -6,7 +6,7 @@
 #include <random>
 #include <vector>
 
-#include "Codecs/Primitives/Targets.h"
+#include "support/KernelTestSupport.h"
 
 namespace NmPrimitiveTest {
 
@@ -26,14 +26,17 @@ struct SmTestPlane {
   std::vector<uint8_t> bytes;
 };
 
-// Runs `body(target name)` once for each compiled Highway target, with dispatch
-// held on that target.
-template <typename Body> void ForEachTarget(Body&& body) {
-  for (const int64_t target : NmPrimitives::GetCompiledTargets()) {
-    NmPrimitives::CmScopedTarget scope(target);
-    SCOPED_TRACE(NmPrimitives::GetTargetName(target));
-    body();
-  }
+// Lets `call(function, plane)` write into two copies of one noisy plane, once
+// with the reference and once with the kernel, and expects the same bytes in
+// both, gaps included.
+template <typename Function, typename Call>
+void ExpectSameWrites(Function reference, Function kernel, const SmTestPlane& destination,
+                      Call&& call, const char* what) {
+  SmTestPlane expected = destination;
+  SmTestPlane actual = destination;
+  call(reference, expected);
+  call(kernel, actual);
+  EXPECT_EQ(actual.bytes, expected.bytes) << what;
 }
 
 } // namespace NmPrimitiveTest
