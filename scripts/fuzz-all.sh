@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Builds the fuzz tree and runs every fuzz target (or the ones named) for
-# SECONDS each, one after the other, on its committed seeds. New inputs go to
+# SECONDS each, one after the other, on its committed seeds and on the inputs
+# under fuzz/*/regressions/TARGET that once found something. New inputs go to
 # build-fuzz/fuzz-runs/TARGET/corpus, never into the repository. Stops at the
 # first finding and prints the path of the input that caused it; exits 0 when
 # every target ran clean.
@@ -48,6 +49,8 @@ for target in "${targets[@]}"; do
     echo "$target has no seeds under fuzz/*/corpus/$target" >&2
     exit 1
   fi
+  # Inputs that once found something are read at start-up with the seeds.
+  regressions=$(find fuzz -path "*/regressions/$target" -type d)
   flags=()
   options=$(find fuzz -name "$target.options")
   if [ -n "$options" ]; then
@@ -56,7 +59,7 @@ for target in "${targets[@]}"; do
   mkdir -p "$runs/$target/corpus"
   log=$runs/$target/log
   echo "== $target: ${seconds}s ${flags[*]}"
-  if ! nice -n 10 "$build/bin/$target" "$runs/$target/corpus" "$seeds" \
+  if ! nice -n 10 "$build/bin/$target" "$runs/$target/corpus" "$seeds" $regressions \
     -max_total_time="$seconds" -timeout=25 -print_final_stats=1 \
     -artifact_prefix="$runs/$target/" "${flags[@]}" >"$log" 2>&1; then
     tail -n 60 "$log"
@@ -65,7 +68,7 @@ for target in "${targets[@]}"; do
     echo "replay: $build/bin/$target ${reproducer:-INPUT}" >&2
     exit 1
   fi
-  grep -E '^#[0-9]+ +DONE' "$log" | tail -n 1 || true
+  grep -E '^#[0-9]+[[:space:]]+DONE' "$log" | tail -n 1 || true
   grep -E 'stat::number_of_executed_units' "$log" || true
 done
 echo "every target ran clean"
