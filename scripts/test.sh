@@ -17,5 +17,5 @@ cmake --build build-asan --target host_tests toolkit_tests recording_tests vzk_t
   ToolkitSourcePlugin_vzk ToolkitSourcePlugin_recording \
   media_conversion_tests media_source_tests ToolkitSourcePlugin_media \
   overlay_tests textoverlay_tests vzk_tests vzk image_tests video_tests jpeg_encoder_tests \
-  jpeg_tests
-ctest --test-dir build-asan --output-on-failure -j2 -R 'Host|Toolkit|Plugin|Recording|Cache|MediaData|ImageData|SyntheticLive|SetProperty|Media|Mask|Overlay|CairoImageAllocator|Vzk|Image|Orientation|Video|StreamAnalyzer|JPEG2000|JPEGEncoder\.|SimpleJPEGEncoder\.|SimpleJPEGEncoderWrapper|JPEGStreams|JPEGDecoder\.'
+  jpeg_tests plugin_common_tests
+ctest --test-dir build-asan --output-on-failure -j2 -R 'Host|Toolkit|Plugin|Recording|Cache|MediaData|ImageData|SyntheticLive|SetProperty|Media|Mask|Overlay|CairoImageAllocator|Vzk|Image|Orientation|Video|StreamAnalyzer|JPEG2000|JPEGEncoder\.|SimpleJPEGEncoder\.|SimpleJPEGEncoderWrapper|JPEGStreams|JPEGDecoder\.|IndexedNavigation'

@@ -17,14 +17,22 @@ namespace NmIndexedNavigation {
 
 using NmToolkit::SmMoveMode;
 
+// How far apart two times lie. Unsigned, because a host may ask for a time at
+// one end of the range while the records lie near the other, and that gap
+// does not fit in int64_t.
+inline uint64_t Gap(int64_t a, int64_t b) {
+  return a > b ? static_cast<uint64_t>(a) - static_cast<uint64_t>(b)
+               : static_cast<uint64_t>(b) - static_cast<uint64_t>(a);
+}
+
 // How far a time lies from an entry's span; inside it, nothing.
-template <typename Entry> int64_t Distance(const Entry& entry, int64_t time) {
+template <typename Entry> uint64_t Distance(const Entry& entry, int64_t time) {
   const int64_t begin = EntryBeginTime(entry);
   const int64_t end = EntryEndTime(entry);
   if (time >= begin && time <= end) {
     return 0;
   }
-  return std::min(std::llabs(time - begin), std::llabs(time - end));
+  return std::min(Gap(time, begin), Gap(time, end));
 }
 
 // The position is -1 before the first move; it only ever takes a valid index.
