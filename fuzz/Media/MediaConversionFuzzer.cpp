@@ -94,7 +94,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     builder.Configure(pieces[0].data, pieces[0].size);
     for (size_t i = 1; i < pieces.size(); ++i) {
       NmMedia::SmRecordInfo info;
-      const int64_t time = static_cast<int64_t>(i) * (mode & 2 ? -1 : INT64_MAX / 3);
+      // Times that step backwards, or leap across the whole range and wrap
+      // around; the wrap is done unsigned so that the harness itself stays
+      // defined and every overflow left is the builder's own.
+      const uint64_t step = mode & 2 ? UINT64_MAX : static_cast<uint64_t>(INT64_MAX / 3);
+      const int64_t time = static_cast<int64_t>(static_cast<uint64_t>(i) * step);
       builder.Build({pieces[i].data, pieces[i].size, (i & 1) != 0, time, 0}, out, info);
     }
   }

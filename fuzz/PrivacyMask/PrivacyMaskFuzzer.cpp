@@ -1,9 +1,8 @@
 // Mask texts from outside: parsing must never fail loudly, and whatever it
 // accepts must paint exactly the pixels it names on any picture. The first
 // four bytes choose the picture (width, height, format, range and
-// orientation), the rest is the mask text. Run with the seeds and the
-// dictionary beside this file:
-//   PrivacyMaskFuzzer -dict=fuzz/PrivacyMask/mask.dict fuzz/PrivacyMask/corpus
+// orientation), the rest is the mask text.
+
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>

@@ -2,11 +2,6 @@
 // choose the toolkit and its keys, the rest are records, each behind a
 // two-byte length, served by the scripted test plug-in. Every move, data call
 // and live call must end in a status, an empty picture or a toolkit error.
-//
-// Seeds: fuzz/Toolkits/decoding-corpus, made by make_decoding_seeds.py there.
-// Run on a copy, so that the corpus in the repository stays small:
-//   cp -r fuzz/Toolkits/decoding-corpus /tmp/c && \
-//   build-fuzz/bin/fuzz_decoding_toolkits /tmp/c -max_total_time=300 -max_len=8192
 
 #include <algorithm>
 #include <cstddef>
