@@ -11,8 +11,8 @@ namespace NmToolkit {
 // toolkit of this library is deleted, one that a factory made goes back
 // through that factory's DeleteInstance under the factory's lock, into the
 // library that made it. Moving the handle moves the ownership, so wrapping an
-// upstream (in a cache, say) is a transfer and nothing needs to be put back.
-// The playback and live casts are taken once; either may be null.
+// upstream (in a cache, say) hands the wrapper its owner. The playback and
+// live casts are taken once; either may be null.
 class CmUpstreamToolkit {
 public:
   CmUpstreamToolkit() = default;
