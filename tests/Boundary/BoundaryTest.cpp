@@ -401,6 +401,57 @@ TEST(BoundaryTest, MemoryThatStaysExhaustedStillGivesOnlyAnswersOfTheInterfaces)
   EXPECT_GT(tally.operationFailures, 0u);
 }
 
+// A decoder hands its upstream over to the cache that it puts in front of it
+// while it is being built. Whichever allocation of building or destroying the
+// tree fails, the far end's toolkit goes back through its own library exactly
+// once: none stays alive, and the sanitizers see any that goes twice.
+TEST(BoundaryTest, AnUpstreamIsReleasedOnceWhereverBuildingItsDecoderFails) {
+  CmLoadedPlugin plugin("ToolkitSourcePlugin_vzk");
+  ASSERT_NE(plugin.create, nullptr) << dlerror();
+  // The same file as the factory loads, so the same library and its count.
+  void* scripted = dlopen((BinaryDirectory() + "/ToolkitSourcePlugin_scripted.so").c_str(),
+                          RTLD_NOW | RTLD_LOCAL);
+  ASSERT_NE(scripted, nullptr) << dlerror();
+  const auto instances = reinterpret_cast<int (*)()>(dlsym(scripted, "ScriptedSourceInstances"));
+  ASSERT_NE(instances, nullptr);
+
+  const auto buildAndDestroy = [&](const std::string& xml) {
+    CmCounted counted;
+    if (ImToolkit* root = plugin.create(xml.c_str())) {
+      plugin.destroy(root);
+    }
+  };
+  for (const char* decoder :
+       {"video_decoder", "key_frames_only_video_decoder", "conditional_video_decoder"}) {
+    SCOPED_TRACE(decoder);
+    const std::string xml =
+        VzkRootOpen + "<" + decoder + ">" + ScriptedFarEnd() + "</" + decoder + ">" + VzkRootClose;
+    for (int i = 0; i < 2; ++i) {
+      NmFailingAllocator::Reset();
+      buildAndDestroy(xml);
+    }
+    const uint64_t total = NmFailingAllocator::GetCount();
+    ASSERT_GT(total, 10u);
+    ASSERT_EQ(instances(), 0);
+    const uint64_t stride = Sanitized ? std::max<uint64_t>(1, total / 3000) : 1;
+    uint64_t injected = 0;
+    for (uint64_t point = 1; point <= total; point += stride) {
+      NmFailingAllocator::Reset(point);
+      try {
+        buildAndDestroy(xml);
+      } catch (...) {
+        NmFailingAllocator::Reset();
+        ADD_FAILURE() << "allocation " << point << " of " << total << " let "
+                      << CurrentExceptionName() << " out of the plug-in";
+      }
+      injected += NmFailingAllocator::HasFailed();
+      NmFailingAllocator::Reset();
+      ASSERT_EQ(instances(), 0) << "allocation " << point << " of " << total;
+    }
+    EXPECT_GT(injected, 0u);
+  }
+}
+
 class CmScratchFile {
 public:
   explicit CmScratchFile(const char* suffix) {

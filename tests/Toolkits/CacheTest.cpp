@@ -30,16 +30,13 @@ protected:
   void Build(const std::string& items = DefaultItems) {
     journal = std::make_unique<ScriptedJournal>(BinaryDirectory());
     ASSERT_TRUE(journal->IsOpen());
-    source = factory.CreateInstance(ScriptedToolkit(items).c_str());
+    ImToolkit* source = factory.CreateInstance(ScriptedToolkit(items).c_str());
     ASSERT_NE(source, nullptr);
-    cache = std::make_unique<CmCache>(dynamic_cast<ImSourceToolkit*>(source));
+    cache = std::make_unique<CmCache>(CmUpstreamToolkit(source, factory, factoryLock));
     cache->Connect(0);
     journal->Clear();
   }
-  void TearDown() override {
-    cache.reset();
-    factory.DeleteInstance(source);
-  }
+  void TearDown() override { cache.reset(); }
   std::string Fetch() {
     ImData* raw = nullptr;
     if (cache->GetData(&raw) != StatusSuccess) {
@@ -50,7 +47,7 @@ protected:
   }
 
   CmToolkitFactory factory;
-  ImToolkit* source = nullptr;
+  NmThread::CmCriticalSection factoryLock;
   std::unique_ptr<CmCache> cache;
   std::unique_ptr<ScriptedJournal> journal;
 };

@@ -25,9 +25,9 @@ TEST(ImageDataTest, AnswersEveryImageOperationAndNeverThrows) {
   image.GetAttributes().interlacing = static_cast<Interlacing>(3);
   image.GetAttributes().aspectRatio = 12.0 / 11.0;
   CmVZKSourceToolkitProperties properties;
-  properties.SetProperty("Transcoded", new CmBooleanProperty(true));
+  properties.SetProperty("Transcoded", std::make_unique<CmBooleanProperty>(true));
   auto item = std::make_shared<CmImageData>(image, properties);
-  properties.SetProperty("Transcoded", new CmBooleanProperty(false));
+  properties.SetProperty("Transcoded", std::make_unique<CmBooleanProperty>(false));
 
   EXPECT_EQ(item->GetBeginTime(), 1700000000040);
   EXPECT_EQ(item->GetEndTime(), 1700000000040);
@@ -42,8 +42,7 @@ TEST(ImageDataTest, AnswersEveryImageOperationAndNeverThrows) {
   EXPECT_NE(item->GetPlanePointer(2), nullptr);
   EXPECT_EQ(item->GetPlanePointer(3), nullptr) << "a plane that does not exist answers 0";
   EXPECT_EQ(item->GetPlaneWidth(99), 0u);
-  EXPECT_TRUE(
-      dynamic_cast<const ImBooleanProperty*>(item->GetProperty("Transcoded"))->GetValue())
+  EXPECT_TRUE(dynamic_cast<const ImBooleanProperty*>(item->GetProperty("Transcoded"))->GetValue())
       << "the properties were copied at construction";
 
   // A shared wrapper is an image too and keeps the item alive.

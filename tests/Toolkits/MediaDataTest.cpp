@@ -11,9 +11,9 @@ using namespace NmTestSupport;
 
 namespace {
 
-CmVZKSourceToolkitProperties* Mask(const std::string& text) {
-  auto* properties = new CmVZKSourceToolkitProperties;
-  properties->SetProperty("Privacy_Mask", new CmStringProperty(text));
+std::unique_ptr<CmVZKSourceToolkitProperties> Mask(const std::string& text) {
+  auto properties = std::make_unique<CmVZKSourceToolkitProperties>();
+  properties->SetProperty("Privacy_Mask", std::make_unique<CmStringProperty>(text));
   return properties;
 }
 
@@ -22,13 +22,15 @@ TEST(MediaDataTest, PacketsAndBlocksCopyTheRecordAndReadTheirTimes) {
   video.frameTime = 1700000000123ULL;
   video.syncTime = 1700000000000ULL;
   CmBytes videoBytes = BuildVideoPacket(video);
-  const CmToolkitMediaDataSinglePacket videoItem(videoBytes.data(), videoBytes.size(), Mask("1x1;1"));
+  const CmToolkitMediaDataSinglePacket videoItem(videoBytes.data(), videoBytes.size(),
+                                                 Mask("1x1;1"));
   videoBytes.assign(videoBytes.size(), 0);
   EXPECT_EQ(videoItem.GetBeginTime(), 1700000000123LL) << "the frame time, not the sync time";
   EXPECT_EQ(videoItem.GetEndTime(), videoItem.GetBeginTime());
   EXPECT_EQ(videoItem.GetDataSize(), BuildVideoPacket(video).size()) << "header included";
   EXPECT_EQ(videoItem.GetPayloadSize(), video.payload.size());
-  EXPECT_EQ(CmBytes(videoItem.GetPayloadPointer(), videoItem.GetPayloadPointer() + 16), video.payload)
+  EXPECT_EQ(CmBytes(videoItem.GetPayloadPointer(), videoItem.GetPayloadPointer() + 16),
+            video.payload)
       << "the bytes were copied before the caller's buffer changed";
   ASSERT_NE(videoItem.GetProperty("Privacy_Mask"), nullptr);
   EXPECT_EQ(videoItem.GetProperty("Sequence_Number"), nullptr);
@@ -74,7 +76,7 @@ TEST(MediaDataTest, VectorSpansItsElementsAndWrapsAsAVector) {
     fields.frameTime = time;
     const CmBytes bytes = BuildVideoPacket(fields);
     auto own = std::make_unique<CmVZKSourceToolkitProperties>();
-    own->SetProperty("Sequence_Number", new CmStringProperty(std::to_string(time)));
+    own->SetProperty("Sequence_Number", std::make_unique<CmStringProperty>(std::to_string(time)));
     vector->AddElement(std::make_unique<CmToolkitMediaDataSinglePacket>(bytes.data(), bytes.size()),
                        std::move(own));
   }

@@ -39,8 +39,8 @@ TEST(ToolkitErrorTest, NamesCodesArgumentsAndStableText) {
 }
 
 TEST(ToolkitErrorTest, FormatFailuresFallBackToTheFormatText) {
-  const CmToolkitExceptionBase<ImInvalidArgumentError> missing(2, "Expected a value for argument %1%!",
-                                                               {});
+  const CmToolkitExceptionBase<ImInvalidArgumentError> missing(
+      2, "Expected a value for argument %1%!", {});
   const std::string text = missing.what();
   EXPECT_EQ(text.rfind("Expected a value for argument %1%!; ", 0), 0u) << text;
   EXPECT_GT(text.size(), std::string("Expected a value for argument %1%!; ").size());
@@ -81,20 +81,21 @@ TEST(ToolkitErrorTest, ToolkitAndMediaErrorTreesAreSeparate) {
 TEST(ToolkitErrorTest, PropertySetOwnsAndClonesItsValues) {
   CmVZKSourceToolkitProperties set;
   EXPECT_EQ(set.GetProperty("Privacy_Mask"), nullptr);
-  set.SetProperty("Privacy_Mask", new CmStringProperty("2x1;10"));
-  set.SetProperty("Privacy_Mask", new CmStringProperty("1x1;1"));
-  set.SetProperty("Transcoded", new CmBooleanProperty(true));
-  set.SetProperty("Next_Begin_Time", new CmUTCTimeProperty(-5));
+  set.SetProperty("Privacy_Mask", std::make_unique<CmStringProperty>("2x1;10"));
+  set.SetProperty("Privacy_Mask", std::make_unique<CmStringProperty>("1x1;1"));
+  set.SetProperty("Transcoded", std::make_unique<CmBooleanProperty>(true));
+  set.SetProperty("Next_Begin_Time", std::make_unique<CmUTCTimeProperty>(-5));
   EXPECT_EQ(set.GetCount(), 3u) << "setting twice keeps one entry";
 
   std::unique_ptr<ImPropertySet> clone(set.Clone());
-  set.SetProperty("Privacy_Mask", new CmStringProperty("changed"));
+  set.SetProperty("Privacy_Mask", std::make_unique<CmStringProperty>("changed"));
   const auto* mask = dynamic_cast<const ImStringProperty*>(clone->GetProperty("Privacy_Mask"));
   ASSERT_NE(mask, nullptr);
   EXPECT_EQ(mask->GetValue(), "1x1;1") << "a clone is deep";
   EXPECT_TRUE(dynamic_cast<const ImBooleanProperty*>(clone->GetProperty("Transcoded"))->GetValue());
-  EXPECT_EQ(dynamic_cast<const ImUTCTimeProperty*>(clone->GetProperty("Next_Begin_Time"))->GetValue(),
-            -5);
+  EXPECT_EQ(
+      dynamic_cast<const ImUTCTimeProperty*>(clone->GetProperty("Next_Begin_Time"))->GetValue(),
+      -5);
   const CmVZKSourceToolkitProperties copy(set);
   EXPECT_EQ(dynamic_cast<const ImStringProperty*>(copy.GetProperty("Privacy_Mask"))->GetValue(),
             "changed");

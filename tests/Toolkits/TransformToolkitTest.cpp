@@ -58,9 +58,8 @@ TEST(SyntheticLiveTest, ReplaysInOrderAndStartsOverAtTheEnd) {
     delivered += Payload(raw);
   }
   EXPECT_EQ(delivered, "abcab") << "after the last item the replay starts over";
-  EXPECT_EQ(journal.Text(),
-            "GetData;MoveNext;GetData;MoveNext;GetData;MoveNext;"
-            "MoveFirst;GetData;MoveNext;GetData;MoveNext;")
+  EXPECT_EQ(journal.Text(), "GetData;MoveNext;GetData;MoveNext;GetData;MoveNext;"
+                            "MoveFirst;GetData;MoveNext;GetData;MoveNext;")
       << "the same item is fetched again after an empty call, and the end restarts";
 
   root.StopLiveStream();
@@ -80,8 +79,8 @@ TEST(SetPropertyTest, AddsItsPropertyToPicturesOnly) {
   NmMediaProcessing::CmImage image;
   image.Allocate(8, 8, NmMediaProcessing::Gray);
   CmVZKSourceToolkitProperties properties;
-  properties.SetProperty("Sequence_Number", new CmStringProperty("17"));
-  properties.SetProperty("Privacy_Mask", new CmStringProperty("1x1;1"));
+  properties.SetProperty("Sequence_Number", std::make_unique<CmStringProperty>("17"));
+  properties.SetProperty("Privacy_Mask", std::make_unique<CmStringProperty>("1x1;1"));
   CmImageData input(image, properties);
 
   ImData* output = nullptr;

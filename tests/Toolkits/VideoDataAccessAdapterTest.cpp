@@ -223,9 +223,10 @@ const SmTimeMatchType AllTypes[] = {
 // form that a source hands up, raw JPEG with the item's own time.
 TEST(VideoDataAccessAdapter, DecoderFindsEveryPictureThroughTheCache) {
   for (const Form form : {Form::RawJPEG, Form::Packet, Form::Block, Form::Vector}) {
-    CmMemorySource source;
+    auto owned = std::make_unique<CmMemorySource>();
+    CmMemorySource& source = *owned;
     const std::vector<int64_t> frames = Fill(source, form);
-    CmCache cache(&source);
+    CmCache cache(CmUpstreamToolkit(std::move(owned)));
     CmVideoDataAccessAdapter adapter(&cache);
     NmMediaProcessing::CmRandomAccessVideoDecoder decoder;
     decoder.SetDataAccess(&adapter);
@@ -255,9 +256,10 @@ TEST(VideoDataAccessAdapter, DecoderFindsEveryPictureThroughTheCache) {
 TEST(VideoDataAccessAdapter, SteppingCostsAtMostOneUpstreamStep) {
   for (const Form form : {Form::Packet, Form::Vector}) {
     SCOPED_TRACE(static_cast<int>(form));
-    CmMemorySource source;
+    auto owned = std::make_unique<CmMemorySource>();
+    CmMemorySource& source = *owned;
     const std::vector<int64_t> frames = Fill(source, form);
-    CmCache cache(&source);
+    CmCache cache(CmUpstreamToolkit(std::move(owned)));
     CmVideoDataAccessAdapter adapter(&cache);
     NmMediaProcessing::CmRandomAccessVideoDecoder decoder;
     decoder.SetDataAccess(&adapter);
@@ -318,7 +320,8 @@ TEST(VideoDataAccessAdapter, MovesAndLooksUpItems) {
 
 // With sync frames only, the search walks over the frames that need others.
 TEST(VideoDataAccessAdapter, SyncFramesOnlyWalksToTheNearestSyncFrame) {
-  CmMemorySource source;
+  auto owned = std::make_unique<CmMemorySource>();
+  CmMemorySource& source = *owned;
   // Groups of four from T0, T0 + 160 and T0 + 320; every frame its own item.
   std::vector<int64_t> syncs;
   for (int i = 0; i < 12; ++i) {
@@ -335,7 +338,7 @@ TEST(VideoDataAccessAdapter, SyncFramesOnlyWalksToTheNearestSyncFrame) {
         [packet] { return new CmToolkitMediaDataSinglePacket(packet.data(), packet.size()); }, t,
         t);
   }
-  CmCache cache(&source);
+  CmCache cache(CmUpstreamToolkit(std::move(owned)));
   CmVideoDataAccessAdapter adapter(&cache);
   for (const auto type : AllTypes) {
     for (int64_t t = T0 - 50; t < T0 + 520; t += 10) {

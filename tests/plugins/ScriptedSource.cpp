@@ -131,7 +131,6 @@ std::string FromHex(const std::string& hex) {
 class ScriptedSource : public ImPlaybackSourceToolkit, public ImLiveSourceToolkit {
 public:
   explicit ScriptedSource(const char* xml) {
-    ++liveInstances;
     const auto document = NmXerces::CmXmlWrapper::LoadXml(xml ? xml : "");
     const auto script = document->SelectSingleNode("/toolkit/config/script");
     if (!script) {
@@ -177,10 +176,7 @@ public:
       m_Items.push_back(item);
     }
   }
-  ~ScriptedSource() override {
-    --liveInstances;
-    Log("Delete");
-  }
+  ~ScriptedSource() override { Log("Delete"); }
 
   void Connect(const CmPropertyNameSet& requested, CmPropertyNameSet& supported,
                uint64_t argument) override {
@@ -319,6 +315,14 @@ private:
     return StatusSuccess;
   }
 
+  // Counts this toolkit as alive from before its constructor body to its end,
+  // also when the constructor fails half way.
+  struct LiveCount {
+    LiveCount() { ++liveInstances; }
+    ~LiveCount() { --liveInstances; }
+    LiveCount(const LiveCount&) = delete;
+    LiveCount& operator=(const LiveCount&) = delete;
+  } m_LiveCount;
   std::vector<ItemScript> m_Items;
   std::vector<std::string> m_Supports;
   int m_Position = -1;

@@ -6,7 +6,6 @@
 #include <utility>
 
 #include "Common/Error/Error.h"
-#include "Common/Thread/CriticalSection.h"
 #include "MediaProcessing/Image/ImageBufferHelpers.h"
 
 namespace NmMediaProcessing {
@@ -39,8 +38,6 @@ struct CmReferenceCountingImageAllocator::CmPlaneMemory {
   CmPlaneMemory(const CmPlaneMemory&) = delete;
   CmPlaneMemory& operator=(const CmPlaneMemory&) = delete;
 
-  NmThread::CmCriticalSection lock;
-  uint32_t useCount = 1;
   void* rawMemory = nullptr;
   uint8_t* alignedMemory = nullptr;
   uint64_t size;
@@ -53,7 +50,7 @@ CmReferenceCountingImageAllocator::CmAllocatedPlane::CmAllocatedPlane(uint64_t p
                                                                       uint64_t planePixelStride,
                                                                       uint64_t alignment) {
   const uint64_t stride = RoundUp(planeWidth * planePixelStride, alignment);
-  m_Memory = new CmPlaneMemory(stride * planeHeight, alignment);
+  m_Memory = CmMemoryShare(new CmPlaneMemory(stride * planeHeight, alignment));
   width = planeWidth;
   height = planeHeight;
   bytesPerPixel = planeBytesPerPixel;
@@ -62,60 +59,35 @@ CmReferenceCountingImageAllocator::CmAllocatedPlane::CmAllocatedPlane(uint64_t p
   data = m_Memory->alignedMemory;
 }
 
-CmReferenceCountingImageAllocator::CmAllocatedPlane::CmAllocatedPlane(const CmAllocatedPlane& other)
-    : CmWriteablePlane(other), m_Memory(other.m_Memory) {
-  if (m_Memory) {
-    NmThread::CmCriticalSection::CmScopedLock guard(m_Memory->lock);
-    ++m_Memory->useCount;
-  }
-}
+CmReferenceCountingImageAllocator::CmAllocatedPlane::CmAllocatedPlane(
+    const CmAllocatedPlane& other) = default;
 
 CmReferenceCountingImageAllocator::CmAllocatedPlane::CmAllocatedPlane(
-    CmAllocatedPlane&& other) noexcept
-    : CmWriteablePlane(other), m_Memory(std::exchange(other.m_Memory, nullptr)) {}
+    CmAllocatedPlane&& other) noexcept = default;
 
 CmReferenceCountingImageAllocator::CmAllocatedPlane&
 CmReferenceCountingImageAllocator::CmAllocatedPlane::operator=(CmAllocatedPlane other) noexcept {
   std::swap(static_cast<CmWriteablePlane&>(*this), static_cast<CmWriteablePlane&>(other));
-  std::swap(m_Memory, other.m_Memory);
+  m_Memory.Swap(other.m_Memory);
   return *this;
 }
 
-CmReferenceCountingImageAllocator::CmAllocatedPlane::~CmAllocatedPlane() {
-  Release();
-}
-
-void CmReferenceCountingImageAllocator::CmAllocatedPlane::Release() noexcept {
-  if (m_Memory == nullptr) {
-    return;
-  }
-  bool last = false;
-  {
-    NmThread::CmCriticalSection::CmScopedLock guard(m_Memory->lock);
-    last = --m_Memory->useCount == 0;
-  }
-  if (last) {
-    delete m_Memory;
-  }
-  m_Memory = nullptr;
-}
+// Out of line, where the block is a complete type that can be deleted.
+CmReferenceCountingImageAllocator::CmAllocatedPlane::~CmAllocatedPlane() = default;
 
 void CmReferenceCountingImageAllocator::CmAllocatedPlane::MakeUnique() {
-  NmThread::CmCriticalSection::CmScopedLock guard(m_Memory->lock);
-  if (m_Memory->useCount <= 1) {
+  if (m_Memory.UseCount() <= 1) {
     return;
   }
-  auto* copy = new CmPlaneMemory(m_Memory->size, m_Memory->alignment);
+  CmMemoryShare copy(new CmPlaneMemory(m_Memory->size, m_Memory->alignment));
   // One block copy, stride gaps included: cheaper than row by row.
   std::memcpy(copy->alignedMemory, m_Memory->alignedMemory, m_Memory->size);
-  --m_Memory->useCount;
   data = copy->alignedMemory + (data - m_Memory->alignedMemory);
-  m_Memory = copy;
+  m_Memory = std::move(copy);
 }
 
 bool CmReferenceCountingImageAllocator::CmAllocatedPlane::IsShared() const {
-  NmThread::CmCriticalSection::CmScopedLock guard(m_Memory->lock);
-  return m_Memory->useCount > 1;
+  return m_Memory.UseCount() > 1;
 }
 
 uint64_t CmReferenceCountingImageAllocator::CmAllocatedPlane::GetAlignment() const {
@@ -126,7 +98,7 @@ void CmReferenceCountingImageAllocator::CmAllocatedPlane::Reinterpret(uint64_t n
                                                                       uint64_t newHeight,
                                                                       uint64_t newBytesPerPixel,
                                                                       uint64_t newPixelStride) {
-  if (m_Memory == nullptr) {
+  if (!m_Memory) {
     throw CmIntegrityError(VZK_LOCATION, "No image is allocated",
                            CmIntegrityErrorCode::InvalidPointer);
   }

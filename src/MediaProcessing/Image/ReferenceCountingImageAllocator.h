@@ -2,6 +2,7 @@
 
 #include <vector>
 
+#include "Common/CountedPtr/CountedPtr.h"
 #include "MediaProcessing/Image/ImageMemoryAllocationInterface.h"
 
 namespace NmMediaProcessing {
@@ -33,6 +34,10 @@ public:
 
 private:
   struct CmPlaneMemory;
+  // Images are copied across threads, so the count of the shares of a block
+  // is one that several threads may change at once.
+  using CmMemoryShare =
+      NmCountedPtr::CmCountedPtr<CmPlaneMemory, NmCountedPtr::CmSerializedReferenceCount>;
 
   // A writable view that holds one share of its memory block.
   class CmAllocatedPlane : public CmWriteablePlane {
@@ -53,8 +58,7 @@ private:
     void Reinterpret(uint64_t width, uint64_t height, uint64_t bytesPerPixel, uint64_t pixelStride);
 
   private:
-    void Release() noexcept;
-    CmPlaneMemory* m_Memory = nullptr;
+    CmMemoryShare m_Memory;
   };
 
   void CheckIndex(uint64_t index) const;

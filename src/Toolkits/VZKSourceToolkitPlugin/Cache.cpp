@@ -17,9 +17,9 @@ bool Holds(const std::shared_ptr<ImData>& item, int64_t time) {
 
 } // namespace
 
-CmCache::CmCache(ImSourceToolkit* source)
-    : m_Source(source), m_Playback(dynamic_cast<ImPlaybackSourceToolkit*>(source)),
-      m_Live(dynamic_cast<ImLiveSourceToolkit*>(source)) {}
+CmCache::CmCache(CmUpstreamToolkit source)
+    : m_Owned(std::move(source)), m_Source(m_Owned.Get()), m_Playback(m_Owned.GetPlayback()),
+      m_Live(m_Owned.GetLive()) {}
 
 void CmCache::Clear() {
   m_Current.reset();

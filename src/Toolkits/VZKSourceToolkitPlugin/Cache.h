@@ -3,6 +3,7 @@
 #include <deque>
 #include <memory>
 
+#include "Toolkits/VZKSourceToolkitPlugin/UpstreamToolkit.h"
 #include "vzk/Toolkit.h"
 
 namespace NmToolkit {
@@ -11,8 +12,8 @@ namespace NmToolkit {
 // that stepping back and forth around the current position fetches nothing.
 class CmCache : public ImPlaybackSourceToolkit, public ImLiveSourceToolkit {
 public:
-  // `source` is not owned; it must outlive the cache.
-  explicit CmCache(ImSourceToolkit* source);
+  // Takes `source` over: it goes when the cache goes, after the cached items.
+  explicit CmCache(CmUpstreamToolkit source);
 
   void Connect(const CmPropertyNameSet& requested, CmPropertyNameSet& supported,
                uint64_t argument) override;
@@ -49,6 +50,8 @@ private:
   ImPlaybackSourceToolkit& Playback(const char* operation) const;
   ImLiveSourceToolkit& Live(const char* operation) const;
 
+  // First, so that it outlives the items that came from it.
+  CmUpstreamToolkit m_Owned;
   ImSourceToolkit* m_Source;
   ImPlaybackSourceToolkit* m_Playback;
   ImLiveSourceToolkit* m_Live;

@@ -65,7 +65,7 @@ void CmDecodedImageOutput::CopyPerFrameProperties(const ImData* item,
   for (const std::string& name : m_PerFrameNames) {
     try {
       if (const ImProperty* property = item->GetProperty(name)) {
-        out.SetProperty(name, property->Clone());
+        out.SetProperty(name, std::unique_ptr<ImProperty>(property->Clone()));
       }
     } catch (const ImToolkitError&) {
       // The property is left out; the picture still goes.

@@ -48,14 +48,13 @@ void CmJPEGEncoder::ProcessData(ImData* in, ImData** out) {
   } catch (const std::bad_alloc&) {
     block.reset();
   }
-  // A new-expression allocates the item before it evaluates the properties
-  // handed to it, so that running out of memory at either loses neither.
-  std::unique_ptr<CmMediaDataVector> result(
-      new CmMediaDataVector(new CmVZKSourceToolkitProperties(properties)));
+  auto result = std::make_unique<CmMediaDataVector>(
+      std::make_unique<CmVZKSourceToolkitProperties>(properties));
   if (block) {
     // The element copies the bytes, so the encoder's block can go.
-    std::unique_ptr<ImMediaData> element(new CmMediaData(
-        block->GetData(), block->GetLength(), new CmVZKSourceToolkitProperties(properties)));
+    std::unique_ptr<ImMediaData> element =
+        std::make_unique<CmMediaData>(block->GetData(), block->GetLength(),
+                                      std::make_unique<CmVZKSourceToolkitProperties>(properties));
     result->AddElement(std::move(element),
                        std::make_unique<CmVZKSourceToolkitProperties>(properties));
   }

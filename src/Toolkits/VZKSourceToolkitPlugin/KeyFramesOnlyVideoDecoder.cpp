@@ -33,14 +33,8 @@ CmKeyFramesOnlyVideoDecoder::CmKeyFramesOnlyVideoDecoder(const NmXerces::CmXmlNo
   if (!IsConfigured() || dynamic_cast<ImPlaybackSourceToolkit*>(FirstUpstream()) == nullptr) {
     return;
   }
-  m_Cache = std::make_unique<CmCache>(FirstUpstream());
-  m_KeptUpstream = ReplaceFirstUpstream(m_Cache.get());
-}
-
-CmKeyFramesOnlyVideoDecoder::~CmKeyFramesOnlyVideoDecoder() {
-  if (m_Cache) {
-    ReplaceFirstUpstream(m_KeptUpstream);
-  }
+  // The cache takes the upstream over and serves every fetch in its place.
+  WrapFirstUpstream<CmCache>();
 }
 
 void CmKeyFramesOnlyVideoDecoder::ReadConfiguration() {
@@ -75,7 +69,7 @@ std::unique_ptr<ImData> CmKeyFramesOnlyVideoDecoder::Decode(const ImData& item) 
   }
   ApplyMask(item.GetProperty(NmPropertyNames::PrivacyMask), result);
   if (GetPassedProperties().count(NmPropertyNames::Transcoded) != 0) {
-    properties.SetProperty(NmPropertyNames::Transcoded, new CmBooleanProperty(true));
+    properties.SetProperty(NmPropertyNames::Transcoded, std::make_unique<CmBooleanProperty>(true));
   }
   return std::make_unique<CmImageData>(result, properties);
 }
@@ -128,14 +122,18 @@ uint32_t CmKeyFramesOnlyVideoDecoder::GetData(ImData** out) {
   if ((passed.count(NmPropertyNames::PrevBeginTime) != 0 ||
        passed.count(NmPropertyNames::PrevEndTime) != 0) &&
       NeighbourBegin(upstream, false, time, begin)) {
-    properties.SetProperty(NmPropertyNames::PrevBeginTime, new CmUTCTimeProperty(begin));
-    properties.SetProperty(NmPropertyNames::PrevEndTime, new CmUTCTimeProperty(begin));
+    properties.SetProperty(NmPropertyNames::PrevBeginTime,
+                           std::make_unique<CmUTCTimeProperty>(begin));
+    properties.SetProperty(NmPropertyNames::PrevEndTime,
+                           std::make_unique<CmUTCTimeProperty>(begin));
   }
   if ((passed.count(NmPropertyNames::NextBeginTime) != 0 ||
        passed.count(NmPropertyNames::NextEndTime) != 0) &&
       NeighbourBegin(upstream, true, time, begin)) {
-    properties.SetProperty(NmPropertyNames::NextBeginTime, new CmUTCTimeProperty(begin));
-    properties.SetProperty(NmPropertyNames::NextEndTime, new CmUTCTimeProperty(begin));
+    properties.SetProperty(NmPropertyNames::NextBeginTime,
+                           std::make_unique<CmUTCTimeProperty>(begin));
+    properties.SetProperty(NmPropertyNames::NextEndTime,
+                           std::make_unique<CmUTCTimeProperty>(begin));
   }
   *out = new CmImageData(image.GetImage(), properties);
   return StatusSuccess;

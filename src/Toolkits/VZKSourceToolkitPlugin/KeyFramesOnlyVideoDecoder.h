@@ -15,7 +15,6 @@ namespace NmToolkit {
 class CmKeyFramesOnlyVideoDecoder : public CmDecodingToolkit {
 public:
   explicit CmKeyFramesOnlyVideoDecoder(const NmXerces::CmXmlNodePtr& node);
-  ~CmKeyFramesOnlyVideoDecoder() override;
 
   uint32_t MoveTo(int64_t time, SmMoveMode mode) override;
   uint32_t GetData(ImData** out) override;
@@ -32,8 +31,6 @@ private:
                       int64_t& beginOut);
 
   NmMediaProcessing::CmGenericVideoDecoder m_Decoder;
-  std::unique_ptr<CmCache> m_Cache;
-  ImSourceToolkit* m_KeptUpstream = nullptr;
 };
 
 } // namespace NmToolkit

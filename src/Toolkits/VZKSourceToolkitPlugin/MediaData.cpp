@@ -28,8 +28,8 @@ const ImProperty* FindIn(const std::unique_ptr<CmVZKSourceToolkitProperties>& se
 } // namespace
 
 CmToolkitMediaDataSinglePacket::CmToolkitMediaDataSinglePacket(
-    const uint8_t* data, size_t size, CmVZKSourceToolkitProperties* properties)
-    : m_Properties(properties) {
+    const uint8_t* data, size_t size, std::unique_ptr<CmVZKSourceToolkitProperties> properties)
+    : m_Properties(std::move(properties)) {
   // Copying a view makes a deep copy that the packet owns.
   m_Packet = CmGenericByteDataSinglePacket(const_cast<uint8_t*>(data), size);
   // The kind of packet decides where its time stands and how long its header is.
@@ -65,8 +65,9 @@ const ImProperty* CmToolkitMediaDataSinglePacket::GetProperty(const std::string&
   return FindIn(m_Properties, name);
 }
 
-CmMediaData::CmMediaData(const uint8_t* data, size_t size, CmVZKSourceToolkitProperties* properties)
-    : m_Properties(properties) {
+CmMediaData::CmMediaData(const uint8_t* data, size_t size,
+                         std::unique_ptr<CmVZKSourceToolkitProperties> properties)
+    : m_Properties(std::move(properties)) {
   m_Block = CmGenericByteDataBlock(const_cast<uint8_t*>(data), size);
   m_BeginTime = Milliseconds([&] { return m_Block.GetBeginTime(); });
   m_EndTime = Milliseconds([&] { return m_Block.GetEndTime(); });
@@ -88,8 +89,8 @@ const ImProperty* CmMediaData::GetProperty(const std::string& name) const {
   return FindIn(m_Properties, name);
 }
 
-CmMediaDataVector::CmMediaDataVector(CmVZKSourceToolkitProperties* properties)
-    : m_Properties(properties) {}
+CmMediaDataVector::CmMediaDataVector(std::unique_ptr<CmVZKSourceToolkitProperties> properties)
+    : m_Properties(std::move(properties)) {}
 
 void CmMediaDataVector::AddElement(std::unique_ptr<ImMediaData> element,
                                    std::unique_ptr<CmVZKSourceToolkitProperties> properties) {

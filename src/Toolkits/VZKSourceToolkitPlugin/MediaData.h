@@ -14,9 +14,10 @@ namespace NmToolkit {
 // bytes copied in. Its time is the packet's own, read once.
 class CmToolkitMediaDataSinglePacket : public ImMediaData {
 public:
-  // Takes ownership of `properties`, which may be null.
-  CmToolkitMediaDataSinglePacket(const uint8_t* data, size_t size,
-                                 CmVZKSourceToolkitProperties* properties = nullptr);
+  // `properties` may be null.
+  CmToolkitMediaDataSinglePacket(
+      const uint8_t* data, size_t size,
+      std::unique_ptr<CmVZKSourceToolkitProperties> properties = nullptr);
 
   int64_t GetBeginTime() const override { return m_Time; }
   int64_t GetEndTime() const override { return m_Time; }
@@ -39,7 +40,8 @@ private:
 // A group of pictures as a generic byte data block, with the bytes copied in.
 class CmMediaData : public ImMediaData {
 public:
-  CmMediaData(const uint8_t* data, size_t size, CmVZKSourceToolkitProperties* properties = nullptr);
+  CmMediaData(const uint8_t* data, size_t size,
+              std::unique_ptr<CmVZKSourceToolkitProperties> properties = nullptr);
 
   int64_t GetBeginTime() const override { return m_BeginTime; }
   int64_t GetEndTime() const override { return m_EndTime; }
@@ -62,7 +64,7 @@ private:
 // the first element; its times span from the first to the last.
 class CmMediaDataVector : public ImMediaDataVector {
 public:
-  explicit CmMediaDataVector(CmVZKSourceToolkitProperties* properties = nullptr);
+  explicit CmMediaDataVector(std::unique_ptr<CmVZKSourceToolkitProperties> properties = nullptr);
 
   // Takes both; `properties` (may be null) are the element's own.
   void AddElement(std::unique_ptr<ImMediaData> element,

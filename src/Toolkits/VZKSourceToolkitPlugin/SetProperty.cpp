@@ -17,7 +17,7 @@ void CmSetProperty::ProcessData(ImData* in, ImData** out) {
   }
   CmVZKSourceToolkitProperties properties;
   CopyPassedProperties(in, properties);
-  properties.SetProperty(m_Name, new CmStringProperty(m_Value));
+  properties.SetProperty(m_Name, std::make_unique<CmStringProperty>(m_Value));
   *out = new CmImageData(image->GetImage(), properties);
 }
 

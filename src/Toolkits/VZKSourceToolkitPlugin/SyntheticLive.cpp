@@ -11,7 +11,9 @@
 namespace NmToolkit {
 namespace {
 
-int64_t Now() { return NmTimeStamp::CmTimeStamp(NmTimeStamp::CmTimeStamp::Current).GetMilliseconds(); }
+int64_t Now() {
+  return NmTimeStamp::CmTimeStamp(NmTimeStamp::CmTimeStamp::Current).GetMilliseconds();
+}
 
 void Sleep(int64_t milliseconds) {
   if (milliseconds > 0) {
@@ -99,7 +101,7 @@ uint32_t CmSyntheticLive::GetLiveData(ImData** out, uint32_t timeout) {
       continue;
     }
     if (const ImProperty* property = item->GetProperty(name)) {
-      properties.SetProperty(name, property->Clone());
+      properties.SetProperty(name, std::unique_ptr<ImProperty>(property->Clone()));
     }
   }
   *out = new CmImageData(copy, properties);

@@ -1,4 +1,5 @@
 #include <cstring>
+#include <memory>
 #include <string>
 
 #include "Toolkits/VZKSourceToolkitPlugin/ApplyPrivacyMask.h"
@@ -17,10 +18,11 @@
 namespace NmToolkit {
 namespace {
 
-using CmToolkitCreator = ImSourceToolkit* (*)(const NmXerces::CmXmlNodePtr& node);
+using CmToolkitCreator = std::unique_ptr<ImSourceToolkit> (*)(const NmXerces::CmXmlNodePtr& node);
 
-template <typename Toolkit> ImSourceToolkit* Create(const NmXerces::CmXmlNodePtr& node) {
-  return new Toolkit(node);
+template <typename Toolkit>
+std::unique_ptr<ImSourceToolkit> Create(const NmXerces::CmXmlNodePtr& node) {
+  return std::make_unique<Toolkit>(node);
 }
 
 struct SmToolkitEntry {
@@ -53,7 +55,8 @@ constexpr SmToolkitEntry UpstreamToolkits[] = {
 };
 
 template <size_t N>
-ImSourceToolkit* CreateFrom(const SmToolkitEntry (&table)[N], const NmXerces::CmXmlNodePtr& node) {
+std::unique_ptr<ImSourceToolkit> CreateFrom(const SmToolkitEntry (&table)[N],
+                                            const NmXerces::CmXmlNodePtr& node) {
   const std::string name = node->GetName();
   for (const SmToolkitEntry& entry : table) {
     // Exact comparison, by length and bytes.
@@ -66,11 +69,11 @@ ImSourceToolkit* CreateFrom(const SmToolkitEntry (&table)[N], const NmXerces::Cm
 
 } // namespace
 
-ImSourceToolkit* CreateTransformToolkit(const NmXerces::CmXmlNodePtr& node) {
+std::unique_ptr<ImSourceToolkit> CreateTransformToolkit(const NmXerces::CmXmlNodePtr& node) {
   return CreateFrom(TransformToolkits, node);
 }
 
-ImSourceToolkit* CreateLibraryUpstreamToolkit(const NmXerces::CmXmlNodePtr& node) {
+std::unique_ptr<ImSourceToolkit> CreateLibraryUpstreamToolkit(const NmXerces::CmXmlNodePtr& node) {
   return CreateFrom(UpstreamToolkits, node);
 }
 

@@ -29,9 +29,9 @@ const ImProperty* CmVZKSourceToolkitProperties::GetProperty(const std::string& n
   return found == m_Properties.end() ? nullptr : found->second.get();
 }
 
-void CmVZKSourceToolkitProperties::SetProperty(const std::string& name, ImProperty* property) {
-  std::unique_ptr<ImProperty> owned(property);
-  m_Properties[name] = std::move(owned);
+void CmVZKSourceToolkitProperties::SetProperty(const std::string& name,
+                                               std::unique_ptr<ImProperty> property) {
+  m_Properties[name] = std::move(property);
 }
 
 } // namespace NmToolkit

@@ -49,8 +49,8 @@ public:
   bool HasProperty(const std::string& name) const override;
   const ImProperty* GetProperty(const std::string& name) const override;
   ImPropertySet* Clone() const override { return new CmVZKSourceToolkitProperties(*this); }
-  // Takes ownership; a property of the same name is deleted.
-  virtual void SetProperty(const std::string& name, ImProperty* property);
+  // A property of the same name is deleted.
+  virtual void SetProperty(const std::string& name, std::unique_ptr<ImProperty> property);
 
   size_t GetCount() const { return m_Properties.size(); }
 

@@ -32,22 +32,10 @@ CmVZKSourceToolkit::CmVZKSourceToolkit(const CmXmlNodePtr& node) : m_IsRoot(fals
 }
 
 CmVZKSourceToolkit::~CmVZKSourceToolkit() {
-  // Upstreams go from the last to the first. What came from the factory goes
-  // back through it, into the library that made it.
-  for (auto upstream = m_UpstreamToolkits.rbegin(); upstream != m_UpstreamToolkits.rend();
-       ++upstream) {
-    auto* own = dynamic_cast<CmVZKSourceToolkit*>(*upstream);
-    if (own == nullptr || own->m_IsRoot) {
-      // A plug-in's DeleteInstance is foreign code, and nothing it throws may
-      // end the process from inside this destructor.
-      try {
-        NmThread::CmCriticalSection::CmScopedLock guard(ToolkitFactoryLock());
-        ToolkitFactory().DeleteInstance(*upstream);
-      } catch (...) {
-      }
-    } else {
-      delete own;
-    }
+  // Upstreams go from the last to the first; each handle knows whether its
+  // toolkit is deleted here or goes back through the factory that made it.
+  while (!m_UpstreamToolkits.empty()) {
+    m_UpstreamToolkits.pop_back();
   }
 }
 
@@ -103,18 +91,13 @@ bool CmVZKSourceToolkit::ConfigureFromNode(const CmXmlNodePtr& node) {
     } else {
       node->GetChildren(children);
     }
-    // Room for every upstream first: a toolkit once built must land where it
-    // is owned without an allocation that could fail and lose it.
+    // Room for every upstream first, so that a toolkit once built is not
+    // released again because its slot could not be made.
     m_UpstreamToolkits.reserve(children.size());
-    m_PlaybackUpstreams.reserve(children.size());
-    m_LiveUpstreams.reserve(children.size());
     // Built one by one so that a failing child leaves the ones before it
     // owned here, and the ones after it unbuilt.
     for (const CmXmlNodePtr& child : children) {
-      ImSourceToolkit* upstream = CreateUpstreamToolkit(child);
-      m_UpstreamToolkits.push_back(upstream);
-      m_PlaybackUpstreams.push_back(dynamic_cast<ImPlaybackSourceToolkit*>(upstream));
-      m_LiveUpstreams.push_back(dynamic_cast<ImLiveSourceToolkit*>(upstream));
+      m_UpstreamToolkits.push_back(CreateUpstreamToolkit(child));
     }
     return !m_UpstreamToolkits.empty();
   } catch (const ImToolkitError&) {
@@ -132,20 +115,20 @@ bool CmVZKSourceToolkit::ConfigureFromNode(const CmXmlNodePtr& node) {
   }
 }
 
-ImSourceToolkit* CmVZKSourceToolkit::CreateUpstreamToolkit(const CmXmlNodePtr& node) {
-  if (ImSourceToolkit* transform = CreateTransformToolkit(node)) {
-    return transform;
+CmUpstreamToolkit CmVZKSourceToolkit::CreateUpstreamToolkit(const CmXmlNodePtr& node) {
+  if (std::unique_ptr<ImSourceToolkit> transform = CreateTransformToolkit(node)) {
+    return CmUpstreamToolkit(std::move(transform));
   }
   if (node->GetName() == ToolkitElementName) {
     return CreateToolkitThroughFactory(node);
   }
-  if (ImSourceToolkit* upstream = CreateLibraryUpstreamToolkit(node)) {
-    return upstream;
+  if (std::unique_ptr<ImSourceToolkit> upstream = CreateLibraryUpstreamToolkit(node)) {
+    return CmUpstreamToolkit(std::move(upstream));
   }
   throw CmConfigurationError<0>();
 }
 
-ImSourceToolkit* CmVZKSourceToolkit::CreateToolkitThroughFactory(const CmXmlNodePtr& node) {
+CmUpstreamToolkit CmVZKSourceToolkit::CreateToolkitThroughFactory(const CmXmlNodePtr& node) {
   // The nested element becomes a configuration text of its own, which goes to
   // the plug-in library unchanged.
   const NmXerces::CmXmlDocumentPtr document = NmXerces::CmXmlWrapper::Create(ToolkitElementName);
@@ -166,12 +149,13 @@ ImSourceToolkit* CmVZKSourceToolkit::CreateToolkitThroughFactory(const CmXmlNode
   if (toolkit == nullptr) {
     throw CmConfigurationError<0>();
   }
-  auto* source = dynamic_cast<ImSourceToolkit*>(toolkit);
-  if (source == nullptr) {
-    ToolkitFactory().DeleteInstance(toolkit);
+  // Owned from here on, whatever it turns out to be: a toolkit that is no
+  // source goes back through the factory as the handle is dropped.
+  CmUpstreamToolkit upstream(toolkit, ToolkitFactory(), ToolkitFactoryLock());
+  if (!upstream) {
     throw CmConfigurationError<0>();
   }
-  return source;
+  return upstream;
 }
 
 // ---- configuration values ----
@@ -214,7 +198,7 @@ void CmVZKSourceToolkit::CopyPassedProperties(const ImData* in,
   }
   for (const std::string& name : m_PassedProperties) {
     if (const ImProperty* property = in->GetProperty(name)) {
-      out.SetProperty(name, property->Clone());
+      out.SetProperty(name, std::unique_ptr<ImProperty>(property->Clone()));
     }
   }
 }
@@ -307,24 +291,13 @@ void CmVZKSourceToolkit::Disconnect() {
 
 // ---- upstream access ----
 
-ImSourceToolkit* CmVZKSourceToolkit::ReplaceFirstUpstream(ImSourceToolkit* replacement) {
-  if (m_UpstreamToolkits.empty()) {
-    return nullptr;
-  }
-  ImSourceToolkit* original = m_UpstreamToolkits.front();
-  m_UpstreamToolkits.front() = replacement;
-  m_PlaybackUpstreams.front() = dynamic_cast<ImPlaybackSourceToolkit*>(replacement);
-  m_LiveUpstreams.front() = dynamic_cast<ImLiveSourceToolkit*>(replacement);
-  return original;
-}
-
 ImSourceToolkit* CmVZKSourceToolkit::FirstUpstream() const {
-  return m_UpstreamToolkits.empty() ? nullptr : m_UpstreamToolkits.front();
+  return m_UpstreamToolkits.empty() ? nullptr : m_UpstreamToolkits.front().Get();
 }
 
 ImPlaybackSourceToolkit* CmVZKSourceToolkit::FirstPlaybackUpstream(const char* operation) const {
   ImPlaybackSourceToolkit* upstream =
-      m_PlaybackUpstreams.empty() ? nullptr : m_PlaybackUpstreams.front();
+      m_UpstreamToolkits.empty() ? nullptr : m_UpstreamToolkits.front().GetPlayback();
   if (upstream == nullptr) {
     // An empty chain, or an upstream that cannot play back.
     throw CmInvalidOperationError<0>(operation);
@@ -333,7 +306,8 @@ ImPlaybackSourceToolkit* CmVZKSourceToolkit::FirstPlaybackUpstream(const char* o
 }
 
 ImLiveSourceToolkit* CmVZKSourceToolkit::FirstLiveUpstream(const char* operation) const {
-  ImLiveSourceToolkit* upstream = m_LiveUpstreams.empty() ? nullptr : m_LiveUpstreams.front();
+  ImLiveSourceToolkit* upstream =
+      m_UpstreamToolkits.empty() ? nullptr : m_UpstreamToolkits.front().GetLive();
   if (upstream == nullptr) {
     throw CmInvalidOperationError<0>(operation);
   }

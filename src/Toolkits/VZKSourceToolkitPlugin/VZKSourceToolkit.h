@@ -1,6 +1,7 @@
 #pragma once
 
 #include <map>
+#include <memory>
 #include <set>
 #include <string>
 #include <vector>
@@ -8,6 +9,7 @@
 #include "Common/Thread/CriticalSection.h"
 #include "Common/Xerces/Xerces.h"
 #include "Toolkits/VZKSourceToolkitPlugin/ToolkitProperties.h"
+#include "Toolkits/VZKSourceToolkitPlugin/UpstreamToolkit.h"
 #include "vzk/Toolkit.h"
 
 namespace NmToolkit {
@@ -79,11 +81,19 @@ protected:
   void RequirePlayback(const char* operation) const;
   void RequireConnected() const;
   void SetLive(bool live) { m_IsLive = live; }
-  // Puts `replacement` in the place of the first upstream, for data and for
-  // navigation, and returns the upstream it replaced (null without one). The
-  // replacement stays the caller's; the original must be put back before this
-  // base destroys what it owns.
-  ImSourceToolkit* ReplaceFirstUpstream(ImSourceToolkit* replacement);
+  // Hands the first upstream over to a new `Wrapper`, which takes its place
+  // for data and for navigation and owns it from then on; null without an
+  // upstream. Should the wrapper fail to build, the upstream is still
+  // released exactly once, by whichever side holds it at that moment.
+  template <typename Wrapper> Wrapper* WrapFirstUpstream() {
+    if (m_UpstreamToolkits.empty() || !m_UpstreamToolkits.front()) {
+      return nullptr;
+    }
+    auto wrapper = std::make_unique<Wrapper>(std::move(m_UpstreamToolkits.front()));
+    Wrapper* view = wrapper.get();
+    m_UpstreamToolkits.front() = CmUpstreamToolkit(std::move(wrapper));
+    return view;
+  }
   // Connects asking upstream for "Privacy_Mask" as well, for a toolkit that
   // burns the mask in itself; the host sees the property only if it asked.
   void ConnectFetchingPrivacyMask(const CmPropertyNameSet& requested, CmPropertyNameSet& supported,
@@ -92,13 +102,12 @@ protected:
 private:
   bool ConfigureFromXml(const char* xml);
   bool ConfigureFromNode(const NmXerces::CmXmlNodePtr& node);
-  ImSourceToolkit* CreateUpstreamToolkit(const NmXerces::CmXmlNodePtr& node);
-  ImSourceToolkit* CreateToolkitThroughFactory(const NmXerces::CmXmlNodePtr& node);
+  CmUpstreamToolkit CreateUpstreamToolkit(const NmXerces::CmXmlNodePtr& node);
+  CmUpstreamToolkit CreateToolkitThroughFactory(const NmXerces::CmXmlNodePtr& node);
   void InitializeKnownProperties();
 
-  std::vector<ImSourceToolkit*> m_UpstreamToolkits;
-  std::vector<ImPlaybackSourceToolkit*> m_PlaybackUpstreams;
-  std::vector<ImLiveSourceToolkit*> m_LiveUpstreams;
+  // In document order; each handle also carries the playback and live casts.
+  std::vector<CmUpstreamToolkit> m_UpstreamToolkits;
   bool m_IsConnected = false;
   bool m_IsLive = false;
   bool m_IsConfigured = false;
@@ -114,7 +123,7 @@ private:
 
 // Builds the toolkit of this library that an element names, or returns null
 // for a name that has no toolkit here. The toolkits register in this table.
-ImSourceToolkit* CreateTransformToolkit(const NmXerces::CmXmlNodePtr& node);
-ImSourceToolkit* CreateLibraryUpstreamToolkit(const NmXerces::CmXmlNodePtr& node);
+std::unique_ptr<ImSourceToolkit> CreateTransformToolkit(const NmXerces::CmXmlNodePtr& node);
+std::unique_ptr<ImSourceToolkit> CreateLibraryUpstreamToolkit(const NmXerces::CmXmlNodePtr& node);
 
 } // namespace NmToolkit

@@ -38,17 +38,13 @@ CmVideoDecoder::CmVideoDecoder(const NmXerces::CmXmlNodePtr& node) : CmDecodingT
     return;
   }
   ApplyOptions();
-  m_Cache = std::make_unique<CmCache>(FirstUpstream());
-  m_KeptUpstream = ReplaceFirstUpstream(m_Cache.get());
-  m_Adapter = std::make_unique<CmVideoDataAccessAdapter>(m_Cache.get());
+  m_Cache = WrapFirstUpstream<CmCache>();
+  m_Adapter = std::make_unique<CmVideoDataAccessAdapter>(m_Cache);
   m_RandomAccess.SetDataAccess(m_Adapter.get());
 }
 
 CmVideoDecoder::~CmVideoDecoder() {
-  // The base destroys its own upstream, not the cache in its place.
-  if (m_Cache) {
-    ReplaceFirstUpstream(m_KeptUpstream);
-  }
+  // The adapter goes before the base releases the cache it reads through.
   m_RandomAccess.ClearDataAccess();
 }
 
@@ -131,7 +127,8 @@ uint32_t CmVideoDecoder::GetLiveData(ImData** out, uint32_t timeout) {
       m_Output.CopyPerFrameProperties(m_PendingItem.get(), properties);
       if (const auto* mask = dynamic_cast<const ImStringProperty*>(
               m_PendingItem->GetProperty(NmPropertyNames::PrivacyMask))) {
-        maskText.SetProperty(NmPropertyNames::PrivacyMask, mask->Clone());
+        maskText.SetProperty(NmPropertyNames::PrivacyMask,
+                             std::unique_ptr<ImProperty>(mask->Clone()));
       }
       if (!callAgain) {
         m_PendingItem.reset();
@@ -154,7 +151,7 @@ uint32_t CmVideoDecoder::GetLiveData(ImData** out, uint32_t timeout) {
   }
   ApplyMask(maskText.GetProperty(NmPropertyNames::PrivacyMask), result);
   if (GetPassedProperties().count(NmPropertyNames::Transcoded) != 0) {
-    properties.SetProperty(NmPropertyNames::Transcoded, new CmBooleanProperty(true));
+    properties.SetProperty(NmPropertyNames::Transcoded, std::make_unique<CmBooleanProperty>(true));
   }
   *out = new CmImageData(result, properties);
   return StatusSuccess;
@@ -378,21 +375,25 @@ uint32_t CmVideoDecoder::GetData(ImData** out) {
   CmVZKSourceToolkitProperties properties;
   const auto& passed = GetPassedProperties();
   if (passed.count(NmPropertyNames::Transcoded) != 0) {
-    properties.SetProperty(NmPropertyNames::Transcoded, new CmBooleanProperty(true));
+    properties.SetProperty(NmPropertyNames::Transcoded, std::make_unique<CmBooleanProperty>(true));
   }
   const int64_t time = TimeOf(m_Current);
   if (passed.count(NmPropertyNames::PrevBeginTime) != 0 ||
       passed.count(NmPropertyNames::PrevEndTime) != 0) {
     if (const std::optional<int64_t> previous = FindNeighbour(m_Previous, TimeMatchBefore)) {
-      properties.SetProperty(NmPropertyNames::PrevBeginTime, new CmUTCTimeProperty(*previous));
-      properties.SetProperty(NmPropertyNames::PrevEndTime, new CmUTCTimeProperty(*previous));
+      properties.SetProperty(NmPropertyNames::PrevBeginTime,
+                             std::make_unique<CmUTCTimeProperty>(*previous));
+      properties.SetProperty(NmPropertyNames::PrevEndTime,
+                             std::make_unique<CmUTCTimeProperty>(*previous));
     }
   }
   if (passed.count(NmPropertyNames::NextBeginTime) != 0 ||
       passed.count(NmPropertyNames::NextEndTime) != 0) {
     if (const std::optional<int64_t> next = FindNeighbour(m_Next, TimeMatchAfter)) {
-      properties.SetProperty(NmPropertyNames::NextBeginTime, new CmUTCTimeProperty(*next));
-      properties.SetProperty(NmPropertyNames::NextEndTime, new CmUTCTimeProperty(*next));
+      properties.SetProperty(NmPropertyNames::NextBeginTime,
+                             std::make_unique<CmUTCTimeProperty>(*next));
+      properties.SetProperty(NmPropertyNames::NextEndTime,
+                             std::make_unique<CmUTCTimeProperty>(*next));
     }
   }
   const ImData* item = nullptr;

@@ -39,7 +39,7 @@ protected:
   // The picture at `time` as the random-access match type `matchType`
   // selects it, into the current image; 0 or 1.
   uint32_t Seek(int64_t time, NmMediaProcessing::SmTimeMatchType matchType);
-  CmCache* GetCache() const { return m_Cache.get(); }
+  CmCache* GetCache() const { return m_Cache; }
   // Stands on the picture at `time` as on one that cannot be decoded: GetData
   // answers 1, and the next step starts from there.
   void StandOnUndecodable(int64_t time);
@@ -61,8 +61,8 @@ private:
   NmMediaProcessing::CmGenericVideoDecoder m_StreamDecoder;
   std::unique_ptr<ImData> m_PendingItem;
   NmMediaProcessing::CmRandomAccessVideoDecoder m_RandomAccess;
-  std::unique_ptr<CmCache> m_Cache;
-  ImSourceToolkit* m_KeptUpstream = nullptr;
+  // Owned by the base, as the first upstream in place of the one it wraps.
+  CmCache* m_Cache = nullptr;
   std::unique_ptr<CmVideoDataAccessAdapter> m_Adapter;
   uint32_t m_LastStatus = StatusNoItem;
   NmMediaProcessing::CmImage m_Current;
