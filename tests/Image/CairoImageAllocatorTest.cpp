@@ -50,6 +50,12 @@ TEST(CairoImageAllocator, AllocatesOneUprightPlaneThatCairoPaints) {
   EXPECT_EQ(painted.data[2], 255);
   EXPECT_EQ(painted.GetPixelAddress(4, 2)[0], 255);
   EXPECT_EQ(painted.GetPixelAddress(4, 2)[2], 0);
+  // The last pixel is addressable, the one past it is not.
+  ExpectError([&] { painted.GetPixelAddress(5, 2); }, "Argument x out of range", 2);
+  ExpectError([&] { painted.GetPixelAddress(4, 3); }, "Argument y out of range", 2);
+  const auto writeable = allocator.GetWriteablePlane(0);
+  ExpectError([&] { writeable.GetPixelAddress(5, 2); }, "Argument x out of range", 2);
+  ExpectError([&] { writeable.GetPixelAddress(4, 3); }, "Argument y out of range", 2);
 
   // Same geometry keeps the pixels; an alignment that keeps the stride passes.
   allocator.Allocate(5, 3, BGR32, 2);

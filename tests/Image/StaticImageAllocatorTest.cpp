@@ -64,6 +64,9 @@ TEST(StaticImageAllocator, ConstructionChecksEveryPlane) {
         CmStaticImageAllocator(4, 32768, Gray, Buffers{{4, p}});
       },
       "Image height is out of range", 0, 2);
+  // The largest side the limit allows still wraps.
+  std::vector<uint8_t> longRow(32767);
+  EXPECT_NO_THROW(CmStaticImageAllocator(32767, 1, Gray, Buffers{{32767, longRow.data()}}));
   ExpectStaticError(
       [&] {
         CmStaticImageAllocator(4, 4, RGB32, Buffers{{15, p}});

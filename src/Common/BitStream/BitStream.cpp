@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "Common/Error/Precondition.h"
+
 namespace NmBitStream {
 
 CmReadBuffer::~CmReadBuffer() {
@@ -12,12 +14,9 @@ CmReadBuffer::~CmReadBuffer() {
 }
 
 size_t CmReadBuffer::Read(void* buffer, size_t size, Mode mode) {
-  if (mode == NonBlocking) {
-    throw CmBitStreamError(VZK_LOCATION, "Only blocking mode is supported by CmReadBuffer", 0);
-  }
-  if (m_Data == nullptr) {
-    throw CmBitStreamError(VZK_LOCATION, "No data has been set", 1);
-  }
+  VZK_REQUIRE_AS(CmBitStreamError, mode != NonBlocking,
+                 "Only blocking mode is supported by CmReadBuffer", 0);
+  VZK_REQUIRE_AS(CmBitStreamError, m_Data != nullptr, "No data has been set", 1);
   const size_t count = std::min(size, m_Size - m_Position);
   if (count > 0) {
     std::memcpy(buffer, m_Data + m_Position, count);
@@ -39,18 +38,16 @@ CmBitReader::CmBitReader(NmCommon::ImInputStream& stream) : m_Stream(&stream) {
 }
 
 uint32_t CmBitReader::ReadBits(unsigned count) {
-  if (count > 32) {
-    throw CmBitStreamError(VZK_LOCATION, "Cannot read more than 32 bits at the time", 2);
-  }
+  VZK_REQUIRE_AS(CmBitStreamError, count <= 32, "Cannot read more than 32 bits at the time", 2);
   uint32_t result = 0;
   for (unsigned i = 1; i <= count; ++i) {
     if (m_BitPosition == 8) {
       // The position moves into the new byte only once it has arrived: a
       // failed read must not leave the bits of the old byte to be read again.
-      if (m_Stream == nullptr ||
-          m_Stream->Read(&m_Current, 1, NmCommon::ImStreamTypes::Blocking) != 1) {
-        throw CmBitStreamError(VZK_LOCATION, "Unable to read from input stream", 1);
-      }
+      VZK_REQUIRE_AS(CmBitStreamError,
+                     m_Stream != nullptr &&
+                         m_Stream->Read(&m_Current, 1, NmCommon::ImStreamTypes::Blocking) == 1,
+                     "Unable to read from input stream", 1);
       m_BitPosition = 0;
       ++m_BytesRead;
     }

@@ -1,5 +1,7 @@
 #include "Common/Process/Process.h"
 
+#include "Common/Error/Precondition.h"
+
 namespace NmProcess {
 namespace {
 
@@ -18,16 +20,15 @@ size_t Utf16Units(const std::string& text) {
 
 NmFile::CmFile CmProcess::CurrentModule() {
   std::string path;
-  if (!CmProcessOS::ModulePath(reinterpret_cast<const void*>(&CmProcess::CurrentModule), path)) {
-    throw CmProcessError(VZK_LOCATION, "Failed to get parent module handle!", 3);
-  }
+  VZK_REQUIRE_AS(
+      CmProcessError,
+      CmProcessOS::ModulePath(reinterpret_cast<const void*>(&CmProcess::CurrentModule), path),
+      "Failed to get parent module handle!", 3);
   const size_t units = Utf16Units(path);
-  if (units == 0 || units >= MaximumPathUnits) {
-    throw CmProcessError(VZK_LOCATION,
-                         "Failed to get retrieve an un-truncated module name! " +
-                             std::to_string(units) + " characters received.",
-                         3);
-  }
+  VZK_REQUIRE_AS(CmProcessError, units != 0 && units < MaximumPathUnits,
+                 "Failed to get retrieve an un-truncated module name! " + std::to_string(units) +
+                     " characters received.",
+                 3);
   return NmFile::CmFile(path);
 }
 

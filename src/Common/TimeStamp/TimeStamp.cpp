@@ -1,5 +1,6 @@
 #include "Common/TimeStamp/TimeStamp.h"
 
+#include "Common/Error/Precondition.h"
 #include "Common/TimeStamp/TimeStampOS.h"
 
 namespace NmTimeStamp {
@@ -43,10 +44,9 @@ void CmTimeStamp::SetMilliseconds(int64_t millisecondsSince1970) {
   // Checked in a wider type: the sum may not wrap before it is compared.
   const __int128 since1601 =
       static_cast<__int128>(millisecondsSince1970) + MillisecondsFrom1601To1970;
-  if (since1601 < 0 || since1601 >= static_cast<__int128>(MillisecondsLimit)) {
-    throw CmTimeError(VZK_LOCATION,
-                      "Error initializing time stamp. Invalid number of milliseconds given!", 0);
-  }
+  VZK_REQUIRE_AS(CmTimeError,
+                 since1601 >= 0 && since1601 < static_cast<__int128>(MillisecondsLimit),
+                 "Error initializing time stamp. Invalid number of milliseconds given!", 0);
   m_Ticks = static_cast<uint64_t>(since1601) * TicksPerMillisecond;
 }
 

@@ -17,6 +17,7 @@
 #include <xercesc/util/XMLException.hpp>
 #include <xercesc/util/XMLUni.hpp>
 
+#include "Common/Error/Precondition.h"
 #include "Common/Xerces/ParseErrorHandler.h"
 
 using namespace xercesc;
@@ -378,10 +379,9 @@ CmXmlDocumentPtr CmXmlWrapper::Create(const std::string& root) {
   CmXmlDocumentPtr wrapper(new CmXmlDocumentWrapper);
   try {
     DOMImplementation* implementation = DOMImplementationRegistry::getDOMImplementation(u"Core LS");
-    if (implementation == nullptr) {
-      throw CmXmlError(VZK_LOCATION, "Failed to get DOM implementation with feature(s) 'Core LS'!",
-                       CmXmlErrorCode::NoImplementation);
-    }
+    VZK_REQUIRE_AS(CmXmlError, implementation != nullptr,
+                   "Failed to get DOM implementation with feature(s) 'Core LS'!",
+                   CmXmlErrorCode::NoImplementation);
     // Should the shared pointer fail to allocate, it releases the document.
     wrapper->m_Document.reset(implementation->createDocument(nullptr, name.c_str(), nullptr),
                               CmXmlDocumentWrapper::CmDocumentRelease());
@@ -397,10 +397,9 @@ DOMLSParser* CmXmlWrapper::GetParser() {
   CmXercesPlatform::EnsureInitialized();
   try {
     DOMImplementation* implementation = DOMImplementationRegistry::getDOMImplementation(u"LS");
-    if (implementation == nullptr) {
-      throw CmXmlError(VZK_LOCATION, "Failed to get DOM implementation with feature(s) 'LS'!",
-                       CmXmlErrorCode::NoImplementation);
-    }
+    VZK_REQUIRE_AS(CmXmlError, implementation != nullptr,
+                   "Failed to get DOM implementation with feature(s) 'LS'!",
+                   CmXmlErrorCode::NoImplementation);
     return implementation->createLSParser(DOMImplementationLS::MODE_SYNCHRONOUS, nullptr,
                                           &CmParserMemory::Get());
   } catch (const OutOfMemoryException&) {
@@ -459,15 +458,12 @@ CmXmlDocumentPtr CmXmlWrapper::LoadXml(const std::string& text) {
     throw std::bad_alloc();
   }
   wrapper->m_Document.reset(document, CmXmlDocumentWrapper::CmDocumentRelease());
-  if (nesting.Exceeded()) {
-    throw CmXmlError(VZK_LOCATION,
-                     "The text nests elements deeper than " + std::to_string(MaximumNestingDepth) +
-                         " levels!",
-                     CmXmlErrorCode::NestingTooDeep);
-  }
-  if (handler.GetErrorCount() > 0) {
-    throw CmXmlError(VZK_LOCATION, handler.GetText(), CmXmlErrorCode::ParseFailed);
-  }
+  VZK_REQUIRE_AS(CmXmlError, !nesting.Exceeded(),
+                 "The text nests elements deeper than " + std::to_string(MaximumNestingDepth) +
+                     " levels!",
+                 CmXmlErrorCode::NestingTooDeep);
+  VZK_REQUIRE_AS(CmXmlError, handler.GetErrorCount() == 0, handler.GetText(),
+                 CmXmlErrorCode::ParseFailed);
   return wrapper;
 }
 
@@ -515,10 +511,8 @@ CmXmlNodePtr CmXmlDocumentWrapper::SelectSingleNode(const std::string& path) {
 
 std::string CmXmlDocumentWrapper::ToString(const std::string& encoding) {
   DOMImplementation* implementation = DOMImplementationRegistry::getDOMImplementation(u"LS");
-  if (implementation == nullptr) {
-    throw CmXmlError(VZK_LOCATION, "Failed to get DOM implementation!",
-                     CmXmlErrorCode::NoImplementation);
-  }
+  VZK_REQUIRE_AS(CmXmlError, implementation != nullptr, "Failed to get DOM implementation!",
+                 CmXmlErrorCode::NoImplementation);
   try {
     std::unique_ptr<DOMLSSerializer, void (*)(DOMLSSerializer*)> serializer(
         implementation->createLSSerializer(), [](DOMLSSerializer* s) { s->release(); });
@@ -528,10 +522,8 @@ std::string CmXmlDocumentWrapper::ToString(const std::string& encoding) {
     const std::u16string encodingText = ToXmlText(encoding);
     output->setEncoding(encodingText.c_str());
     output->setByteStream(&target);
-    if (!serializer->write(m_Document.get(), output.get())) {
-      throw CmXmlError(VZK_LOCATION, "Error serializing document!",
-                       CmXmlErrorCode::SerializeFailed);
-    }
+    VZK_REQUIRE_AS(CmXmlError, serializer->write(m_Document.get(), output.get()),
+                   "Error serializing document!", CmXmlErrorCode::SerializeFailed);
     return std::string(reinterpret_cast<const char*>(target.getRawBuffer()), target.getLen());
   } catch (const XMLException& e) {
     throw CmXmlError(VZK_LOCATION, FromXmlText(e.getMessage()), CmXmlErrorCode::SerializeFailed);
@@ -597,11 +589,8 @@ void CmXmlNodeWrapper::SetAttributeValue(const std::string& name, const std::str
 
 CmXmlNodePtr CmXmlNodeWrapper::AddChild(const CmXmlNodePtr& node) {
   RequireNode(m_Node, VZK_LOCATION, InvalidNodeAddChild);
-  if (!node || node->m_Node == nullptr) {
-    throw NmError::CmIntegrityError(VZK_LOCATION,
-                                    "Error adding child node. Cannot add a null node!",
-                                    NmError::CmIntegrityErrorCode::InvalidPointer);
-  }
+  VZK_REQUIRE(node && node->m_Node != nullptr, "Error adding child node. Cannot add a null node!",
+              NmError::CmIntegrityErrorCode::InvalidPointer);
   try {
     DOMDocument* document = m_Document->GetDocument();
     DOMNode* copy = document->importNode(node->m_Node, true);

@@ -1,6 +1,7 @@
 #include "MediaProcessing/GenericByteData/ByteDataSequenceAnalyzer.h"
 
 #include "Common/Error/Error.h"
+#include "Common/Error/Precondition.h"
 #include "MediaProcessing/GenericByteData/GenericByteDataMultiPacket.h"
 
 namespace NmMediaProcessing {
@@ -52,11 +53,8 @@ bool CmByteDataSequenceSpecificAnalyzer::Analyze(const CmGenericByteData& byteDa
 
 bool CmByteDataSequenceSpecificAnalyzer::AnalyzeVideo(const CmGenericVideoStreamDataPacket& packet,
                                                       SmByteDataSequenceResult& result) {
-  if (m_LastKind == KindAudioPacket) {
-    throw NmError::CmIntegrityError(VZK_LOCATION,
-                                    "Cannot analyze video packets after audio packets!",
-                                    NmError::CmIntegrityErrorCode::Unknown);
-  }
+  VZK_REQUIRE(m_LastKind != KindAudioPacket, "Cannot analyze video packets after audio packets!",
+              NmError::CmIntegrityErrorCode::Unknown);
   if (!packet.IsTypeValid()) {
     return false;
   }
@@ -103,11 +101,9 @@ bool CmByteDataSequenceSpecificAnalyzer::AnalyzeVideo(const CmGenericVideoStream
 
 bool CmByteDataSequenceSpecificAnalyzer::AnalyzeAudio(const CmGenericAudioStreamDataPacket& packet,
                                                       SmByteDataSequenceResult& result) {
-  if (m_LastKind != KindAudioPacket && m_LastKind != KindNone) {
-    throw NmError::CmIntegrityError(
-        VZK_LOCATION, "Cannot analyze audio packets after other types of Generic Byte Data",
-        NmError::CmIntegrityErrorCode::Unknown);
-  }
+  VZK_REQUIRE(m_LastKind == KindAudioPacket || m_LastKind == KindNone,
+              "Cannot analyze audio packets after other types of Generic Byte Data",
+              NmError::CmIntegrityErrorCode::Unknown);
   if (!packet.IsTypeValid()) {
     return false;
   }
@@ -130,11 +126,8 @@ bool CmByteDataSequenceSpecificAnalyzer::AnalyzeAudio(const CmGenericAudioStream
 
 bool CmByteDataSequenceSpecificAnalyzer::AnalyzeBlock(const CmGenericVideoByteDataBlock& block,
                                                       SmByteDataSequenceResult& result) {
-  if (m_LastKind == KindAudioPacket) {
-    throw NmError::CmIntegrityError(VZK_LOCATION,
-                                    "Cannot analyze video blocks after audio packets!",
-                                    NmError::CmIntegrityErrorCode::Unknown);
-  }
+  VZK_REQUIRE(m_LastKind != KindAudioPacket, "Cannot analyze video blocks after audio packets!",
+              NmError::CmIntegrityErrorCode::Unknown);
   if (!block.IsTypeValid()) {
     return false;
   }

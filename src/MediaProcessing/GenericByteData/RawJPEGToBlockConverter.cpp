@@ -3,17 +3,16 @@
 #include <exception>
 
 #include "Common/Error/Error.h"
+#include "Common/Error/Precondition.h"
 
 namespace NmMediaProcessing {
 
 std::unique_ptr<CmGenericVideoByteDataBlock>
 CmRawJPEGToBlockConverter::Convert(const uint8_t* data, uint64_t size,
                                    const NmTimeStamp::CmTimeStamp& time, bool readImageSize) const {
-  if (readImageSize && m_SizeAnalyzer == nullptr) {
-    throw NmError::CmIntegrityError(VZK_LOCATION,
-                                    "No JPEG size analyser to read the image size with",
-                                    NmError::CmIntegrityErrorCode::NotImplemented);
-  }
+  VZK_REQUIRE(!readImageSize || m_SizeAnalyzer != nullptr,
+              "No JPEG size analyser to read the image size with",
+              NmError::CmIntegrityErrorCode::NotImplemented);
   constexpr uint64_t MinimumRawJPEGLength = 6;
   if (data == nullptr || size < MinimumRawJPEGLength || data[0] != 0xFF || data[1] != 0xD8) {
     return nullptr;

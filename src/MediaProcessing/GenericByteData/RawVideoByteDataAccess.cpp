@@ -1,6 +1,7 @@
 #include "MediaProcessing/GenericByteData/RawVideoByteDataAccess.h"
 
 #include "Common/Error/Error.h"
+#include "Common/Error/Precondition.h"
 #include "MediaProcessing/GenericByteData/GenericByteDataBlock.h"
 #include "MediaProcessing/GenericByteData/GenericByteDataMultiPacket.h"
 #include "MediaProcessing/GenericByteData/GenericVideoStreamDataPacket.h"
@@ -137,10 +138,8 @@ bool CmRawVideoByteDataAccess::InitializePacket(uint8_t* data, uint64_t size, bo
 
 bool CmRawVideoByteDataAccess::GetTimeStampForImage(uint64_t index,
                                                     NmTimeStamp::CmTimeStamp& timeOut) const {
-  if (index >= m_ImageCount) {
-    throw NmError::CmIntegrityError(VZK_LOCATION, "Invalid image index",
-                                    NmError::CmIntegrityErrorCode::InvalidArgument);
-  }
+  VZK_REQUIRE(index < m_ImageCount, "Invalid image index",
+              NmError::CmIntegrityErrorCode::InvalidArgument);
   if (index == 0) {
     timeOut = m_Time;
     return true;

@@ -1,6 +1,7 @@
 #include "MediaProcessing/Image/BaseImage.h"
 
 #include "Common/Error/Error.h"
+#include "Common/Error/Precondition.h"
 #include "MediaProcessing/Image/ReferenceCountingImageAllocator.h"
 
 namespace NmMediaProcessing {
@@ -109,10 +110,7 @@ bool CmBaseImage::IsValid() const {
 }
 
 ColorFormat CmBaseImage::GetColorFormat() const {
-  if (!IsValid()) {
-    throw CmIntegrityError(VZK_LOCATION, "No valid image data",
-                           CmIntegrityErrorCode::InvalidPointer);
-  }
+  VZK_REQUIRE(IsValid(), "No valid image data", CmIntegrityErrorCode::InvalidPointer);
   return m_Allocator->GetColorFormat();
 }
 
@@ -121,18 +119,12 @@ uint64_t CmBaseImage::GetAlignment() const {
 }
 
 ImImageMemoryAllocation& CmBaseImage::Allocator() {
-  if (!IsValid()) {
-    throw CmIntegrityError(VZK_LOCATION, "No valid image data",
-                           CmIntegrityErrorCode::InvalidPointer);
-  }
+  VZK_REQUIRE(IsValid(), "No valid image data", CmIntegrityErrorCode::InvalidPointer);
   return *m_Allocator;
 }
 
 const ImImageMemoryAllocation& CmBaseImage::Allocator() const {
-  if (!IsValid()) {
-    throw CmIntegrityError(VZK_LOCATION, "No valid image data",
-                           CmIntegrityErrorCode::InvalidPointer);
-  }
+  VZK_REQUIRE(IsValid(), "No valid image data", CmIntegrityErrorCode::InvalidPointer);
   return *m_Allocator;
 }
 

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "Common/Error/Error.h"
+#include "Common/Error/Precondition.h"
 #include "MediaProcessing/Image/ImageCrop.h"
 #include "MediaProcessing/Image/ImageResize.h"
 #include "MediaProcessing/Image/NormalizeImage.h"
@@ -39,35 +40,27 @@ void Exchange(int& value) {
 CmBaseOverlayTransformation::CmBaseOverlayTransformation(const CmOverlayParameters& parameters)
     : m_Parameters(parameters) {
   const uint32_t flags = parameters.flags;
-  if ((flags & OverlayScale) != 0 && !(parameters.scale > 0.0)) {
-    throw CmIntegrityError(VZK_LOCATION, "Scaling factor must be positive if scaling is enabled",
-                           CmIntegrityErrorCode::InvalidArgument);
-  }
-  if ((flags & OverlayLeft) != 0 && (flags & OverlayRight) != 0) {
-    throw CmIntegrityError(VZK_LOCATION, "Overlay cannot be both left- and right-aligned",
-                           CmIntegrityErrorCode::InvalidArgument);
-  }
-  if ((flags & OverlayTop) != 0 && (flags & OverlayBottom) != 0) {
-    throw CmIntegrityError(VZK_LOCATION, "Overlay cannot be both top- and bottom-aligned",
-                           CmIntegrityErrorCode::InvalidArgument);
-  }
+  VZK_REQUIRE((flags & OverlayScale) == 0 || parameters.scale > 0.0,
+              "Scaling factor must be positive if scaling is enabled",
+              CmIntegrityErrorCode::InvalidArgument);
+  VZK_REQUIRE((flags & OverlayLeft) == 0 || (flags & OverlayRight) == 0,
+              "Overlay cannot be both left- and right-aligned",
+              CmIntegrityErrorCode::InvalidArgument);
+  VZK_REQUIRE((flags & OverlayTop) == 0 || (flags & OverlayBottom) == 0,
+              "Overlay cannot be both top- and bottom-aligned",
+              CmIntegrityErrorCode::InvalidArgument);
   if (parameters.x == -1.0 && parameters.y == -1.0) {
     return;
   }
-  if ((flags & OverlayLeft) == 0 || (flags & OverlayTop) == 0) {
-    throw CmIntegrityError(VZK_LOCATION,
-                           "Exact positioning of overlay requires top and left flags to be set",
-                           CmIntegrityErrorCode::InvalidArgument);
-  }
-  if ((flags & OverlayScale) != 0) {
-    throw CmIntegrityError(VZK_LOCATION, "Exact positioned overlays cannot be scaled",
-                           CmIntegrityErrorCode::InvalidArgument);
-  }
+  VZK_REQUIRE((flags & OverlayLeft) != 0 && (flags & OverlayTop) != 0,
+              "Exact positioning of overlay requires top and left flags to be set",
+              CmIntegrityErrorCode::InvalidArgument);
+  VZK_REQUIRE((flags & OverlayScale) == 0, "Exact positioned overlays cannot be scaled",
+              CmIntegrityErrorCode::InvalidArgument);
   // NaN or infinite fractions would make every later position meaningless.
-  if (!std::isfinite(parameters.x) || !std::isfinite(parameters.y)) {
-    throw CmIntegrityError(VZK_LOCATION, "Exact overlay position must be a finite fraction",
-                           CmIntegrityErrorCode::InvalidArgument);
-  }
+  VZK_REQUIRE(std::isfinite(parameters.x) && std::isfinite(parameters.y),
+              "Exact overlay position must be a finite fraction",
+              CmIntegrityErrorCode::InvalidArgument);
 }
 
 void CmBaseOverlayTransformation::GetActualOverlaySize(const CmImage& image, const CmImage& overlay,
@@ -85,10 +78,8 @@ void CmBaseOverlayTransformation::GetActualOverlaySize(const CmImage& image, con
   }
   double iw = static_cast<double>(image.GetWidth());
   double ih = static_cast<double>(image.GetHeight());
-  if (iw == 0 || ih == 0 || ow == 0 || oh == 0) {
-    throw CmIntegrityError(VZK_LOCATION, "Invalid image for overlay",
-                           CmIntegrityErrorCode::InvalidArgument);
-  }
+  VZK_REQUIRE(iw != 0 && ih != 0 && ow != 0 && oh != 0, "Invalid image for overlay",
+              CmIntegrityErrorCode::InvalidArgument);
   const uint32_t flags = m_Parameters.flags;
   const double scale = m_Parameters.scale;
   double w = 0;
@@ -103,10 +94,8 @@ void CmBaseOverlayTransformation::GetActualOverlaySize(const CmImage& image, con
     }
   } else {
     a /= image.GetAttributes().aspectRatio;
-    if (!std::isfinite(a) || !(a > 0.0)) {
-      throw CmIntegrityError(VZK_LOCATION, "Invalid image for overlay",
-                             CmIntegrityErrorCode::InvalidArgument);
-    }
+    VZK_REQUIRE(std::isfinite(a) && a > 0.0, "Invalid image for overlay",
+                CmIntegrityErrorCode::InvalidArgument);
     if ((flags & OverlayScale) != 0) {
       if (ow * ow * ih * a * a > oh * oh * iw) {
         w = RoundHalfUp(iw * scale);
@@ -144,10 +133,9 @@ void CmBaseOverlayTransformation::GetActualOverlaySize(const CmImage& image, con
 
 bool CmBaseOverlayTransformation::IsOverlayMatching(const CmImage& image, const CmImage& overlay,
                                                     const CmImage& cached) const {
-  if (image.GetAttributes().interlacing != Progressive) {
-    throw CmIntegrityError(VZK_LOCATION, "Overlays cannot be placed on interlaced images",
-                           CmIntegrityErrorCode::InvalidArgument);
-  }
+  VZK_REQUIRE(image.GetAttributes().interlacing == Progressive,
+              "Overlays cannot be placed on interlaced images",
+              CmIntegrityErrorCode::InvalidArgument);
   if (!cached.IsValid()) {
     return false;
   }

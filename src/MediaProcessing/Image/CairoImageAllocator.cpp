@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "Common/Error/Error.h"
+#include "Common/Error/Precondition.h"
 #include "MediaProcessing/Image/ImageBufferHelpers.h"
 #include "MediaProcessing/Image/VideoProcessingError.h"
 
@@ -34,14 +35,12 @@ bool IsSurfaceFormat(ColorFormat format) {
 template <typename T, void (*Deleter)(T*)>
 CmCairoHandle<T, Deleter>::CmCairoHandle(T* handle) : m_Handle(handle) {
   // Cairo hands back an inert error object rather than null on failure.
-  if (handle == nullptr) {
-    throw NmError::CmSystemError(VZK_LOCATION, "Unable to acquire resource", 0, "null handle");
-  }
+  VZK_REQUIRE_AS(NmError::CmSystemError, handle != nullptr, "Unable to acquire resource", 0,
+                 "null handle");
   const cairo_status_t status = StatusOf(handle);
-  if (status != CAIRO_STATUS_SUCCESS) {
-    throw NmError::CmSystemError(VZK_LOCATION, "Unable to acquire resource",
-                                 static_cast<int32_t>(status), cairo_status_to_string(status));
-  }
+  VZK_REQUIRE_AS(NmError::CmSystemError, status == CAIRO_STATUS_SUCCESS,
+                 "Unable to acquire resource", static_cast<int32_t>(status),
+                 cairo_status_to_string(status));
 }
 
 template class CmCairoHandle<cairo_surface_t, cairo_surface_destroy>;
@@ -55,14 +54,10 @@ ColorFormat CmCairoImageAllocator::GetRecommendedColorFormat() {
 
 void CmCairoImageAllocator::Allocate(uint64_t width, uint64_t height, ColorFormat colorFormat,
                                      uint64_t alignment) {
-  if (width < 1 || width > MaximumDimension) {
-    throw CmIntegrityError(VZK_LOCATION, "Image width is out of range",
-                           CmIntegrityErrorCode::InvalidArgument);
-  }
-  if (height < 1 || height > MaximumDimension) {
-    throw CmIntegrityError(VZK_LOCATION, "Image height is out of range",
-                           CmIntegrityErrorCode::InvalidArgument);
-  }
+  VZK_REQUIRE(width >= 1 && width <= MaximumDimension, "Image width is out of range",
+              CmIntegrityErrorCode::InvalidArgument);
+  VZK_REQUIRE(height >= 1 && height <= MaximumDimension, "Image height is out of range",
+              CmIntegrityErrorCode::InvalidArgument);
   if (alignment == 0) {
     alignment = SurfaceRowAlignment;
   }
@@ -78,19 +73,16 @@ void CmCairoImageAllocator::Allocate(uint64_t width, uint64_t height, ColorForma
     m_Plane.data = cairo_image_surface_get_data(m_Surface.Get());
     return;
   }
-  if (!IsSurfaceFormat(colorFormat)) {
-    throw CmVideoProcessingError(VZK_LOCATION, "Device does not support the given color format",
-                                 CmIntegrityErrorCode::InvalidArgument);
-  }
-  if (RoundUp(width * SurfacePixelStride, alignment) != rowStride) {
-    throw CmVideoProcessingError(VZK_LOCATION, "Device does not support the requested alignment",
-                                 CmIntegrityErrorCode::InvalidArgument);
-  }
+  VZK_REQUIRE_AS(CmVideoProcessingError, IsSurfaceFormat(colorFormat),
+                 "Device does not support the given color format",
+                 CmIntegrityErrorCode::InvalidArgument);
+  VZK_REQUIRE_AS(
+      CmVideoProcessingError, RoundUp(width * SurfacePixelStride, alignment) == rowStride,
+      "Device does not support the requested alignment", CmIntegrityErrorCode::InvalidArgument);
   const int stride = cairo_format_stride_for_width(CAIRO_FORMAT_RGB24, static_cast<int>(width));
-  if (stride < 0 || static_cast<uint64_t>(stride) != rowStride) {
-    throw CmVideoProcessingError(VZK_LOCATION, "Device does not support the requested alignment",
-                                 CmIntegrityErrorCode::InvalidArgument);
-  }
+  VZK_REQUIRE_AS(CmVideoProcessingError, stride >= 0 && static_cast<uint64_t>(stride) == rowStride,
+                 "Device does not support the requested alignment",
+                 CmIntegrityErrorCode::InvalidArgument);
   CmCairoSurfaceHandle surface(cairo_image_surface_create(
       CAIRO_FORMAT_RGB24, static_cast<int>(width), static_cast<int>(height)));
   CmCairoContextHandle context(cairo_create(surface.Get()));
@@ -179,22 +171,13 @@ void CmCairoImageAllocator::Swap(ImImageMemoryAllocation& other) {
 }
 
 uint64_t CmCairoImageAllocator::GetAlignment() const {
-  if (!m_Surface) {
-    throw CmIntegrityError(VZK_LOCATION, "No image is allocated",
-                           CmIntegrityErrorCode::InvalidPointer);
-  }
+  VZK_REQUIRE(m_Surface, "No image is allocated", CmIntegrityErrorCode::InvalidPointer);
   return m_Alignment;
 }
 
 void CmCairoImageAllocator::CheckPlaneIndex(uint64_t index) const {
-  if (index != 0) {
-    throw CmIntegrityError(VZK_LOCATION, "Plane index out of range",
-                           CmIntegrityErrorCode::InvalidArgument);
-  }
-  if (!m_Surface) {
-    throw CmIntegrityError(VZK_LOCATION, "No image is allocated",
-                           CmIntegrityErrorCode::InvalidPointer);
-  }
+  VZK_REQUIRE(index == 0, "Plane index out of range", CmIntegrityErrorCode::InvalidArgument);
+  VZK_REQUIRE(m_Surface, "No image is allocated", CmIntegrityErrorCode::InvalidPointer);
 }
 
 ImImageMemoryAllocation::CmPlane CmCairoImageAllocator::GetPlane(uint64_t index) const {
@@ -218,10 +201,7 @@ ImImageMemoryAllocation::CmWriteablePlane CmCairoImageAllocator::GetWriteablePla
 }
 
 void CmCairoImageAllocator::ReinterpretFormat(ColorFormat colorFormat) {
-  if (!m_Surface) {
-    throw CmIntegrityError(VZK_LOCATION, "No image is allocated",
-                           CmIntegrityErrorCode::InvalidPointer);
-  }
+  VZK_REQUIRE(m_Surface, "No image is allocated", CmIntegrityErrorCode::InvalidPointer);
   if (colorFormat == m_ColorFormat) {
     return;
   }
@@ -230,18 +210,12 @@ void CmCairoImageAllocator::ReinterpretFormat(ColorFormat colorFormat) {
 }
 
 void CmCairoImageAllocator::Crop(uint64_t x, uint64_t y, uint64_t width, uint64_t height) {
-  if (!m_Surface) {
-    throw CmIntegrityError(VZK_LOCATION, "No image is allocated",
-                           CmIntegrityErrorCode::InvalidPointer);
-  }
+  VZK_REQUIRE(m_Surface, "No image is allocated", CmIntegrityErrorCode::InvalidPointer);
   m_Plane.Crop(x, y, width, height);
 }
 
 cairo_t* CmCairoImageAllocator::GetHandle() const {
-  if (!m_Context) {
-    throw CmIntegrityError(VZK_LOCATION, "No image is allocated",
-                           CmIntegrityErrorCode::InvalidPointer);
-  }
+  VZK_REQUIRE(m_Context, "No image is allocated", CmIntegrityErrorCode::InvalidPointer);
   return m_Context.Get();
 }
 

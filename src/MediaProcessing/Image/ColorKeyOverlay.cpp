@@ -3,6 +3,7 @@
 #include "Codecs/Primitives/ColorConvert.h"
 #include "Codecs/Primitives/PlaneCopy.h"
 #include "Common/Error/Error.h"
+#include "Common/Error/Precondition.h"
 #include "MediaProcessing/Image/ImageBufferHelpers.h"
 #include "MediaProcessing/Image/ImageColorFormatConvert.h"
 #include "MediaProcessing/Image/ImageResize.h"
@@ -65,10 +66,7 @@ void ConvertToImageRange(const CmImage& picture, ColorFormat target, SubColorFor
 CmColorKeyOverlay::CmColorKeyOverlay(const CmImage& overlay, const CmOverlayParameters& parameters,
                                      uint8_t key0, uint8_t key1, uint8_t key2, uint8_t key3)
     : CmBaseOverlayTransformation(parameters), m_Overlay(overlay), m_Key{key0, key1, key2, key3} {
-  if (!m_Overlay.IsValid()) {
-    throw CmIntegrityError(VZK_LOCATION, "Invalid overlay image",
-                           CmIntegrityErrorCode::InvalidArgument);
-  }
+  VZK_REQUIRE(m_Overlay.IsValid(), "Invalid overlay image", CmIntegrityErrorCode::InvalidArgument);
   // The fourth byte of a 32-bit pixel is unlabelled; calling it alpha and
   // taking the first pixel's value into the key lets the key match all four.
   const ColorFormat format = m_Overlay.GetColorFormat();
@@ -101,10 +99,8 @@ void CmColorKeyOverlay::UpdateScaledOverlay(const CmImage& image) {
   } else {
     CmImageColorFormatConvert(target).Execute(prepared, converted);
   }
-  if (!converted.IsValid()) {
-    throw CmIntegrityError(VZK_LOCATION, "Invalid image during overlay update",
-                           CmIntegrityErrorCode::InvalidPointer);
-  }
+  VZK_REQUIRE(converted.IsValid(), "Invalid image during overlay update",
+              CmIntegrityErrorCode::InvalidPointer);
   if (target == RGB32 || target == BGR32) {
     const ImImageMemoryAllocation::CmWriteablePlane plane =
         converted.Allocator().GetWriteablePlane(0);
@@ -166,10 +162,8 @@ void CmColorKeyOverlay::UpdateMask(const CmImage& image) {
     Helpers::CopyPlaneContents(chromaMask.Allocator().GetPlane(0), planes.GetWriteablePlane(2));
     prepared = planar;
   }
-  if (!prepared.IsValid()) {
-    throw CmIntegrityError(VZK_LOCATION, "Invalid image during overlay mask update",
-                           CmIntegrityErrorCode::InvalidPointer);
-  }
+  VZK_REQUIRE(prepared.IsValid(), "Invalid image during overlay mask update",
+              CmIntegrityErrorCode::InvalidPointer);
   m_Mask = prepared;
 }
 
@@ -196,10 +190,7 @@ bool CmColorKeyOverlay::CanUseKeyDirectly(const CmImage& source) const {
 }
 
 void CmColorKeyOverlay::Execute(const CmImage& source, CmImage& destination) {
-  if (!source.IsValid()) {
-    throw CmIntegrityError(VZK_LOCATION, "No valid source image data",
-                           CmIntegrityErrorCode::InvalidPointer);
-  }
+  VZK_REQUIRE(source.IsValid(), "No valid source image data", CmIntegrityErrorCode::InvalidPointer);
   UpdateScaledOverlay(source);
   if (CanUseKeyDirectly(source)) {
     uint8_t key[4] = {m_Key[0], m_Key[1], m_Key[2], m_Key[3]};

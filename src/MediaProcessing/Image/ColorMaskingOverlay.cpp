@@ -5,6 +5,7 @@
 
 #include "Codecs/Primitives/ColorConvert.h"
 #include "Common/Error/Error.h"
+#include "Common/Error/Precondition.h"
 #include "MediaProcessing/Image/ImageBufferHelpers.h"
 #include "MediaProcessing/Image/ImageResize.h"
 
@@ -148,10 +149,7 @@ void CmColorMaskingOverlay::UpdateMasks(const CmImage& image) {
 }
 
 void CmColorMaskingOverlay::Execute(CmImage& image) {
-  if (!image.IsValid()) {
-    throw CmIntegrityError(VZK_LOCATION, "No valid source image data",
-                           CmIntegrityErrorCode::InvalidPointer);
-  }
+  VZK_REQUIRE(image.IsValid(), "No valid source image data", CmIntegrityErrorCode::InvalidPointer);
   if (m_Repository->GetMaskAt(image.GetAttributes().timeStamp, false, m_Definition, m_ValidSpan)) {
     m_LumaMask.Reset();
     m_ChromaMask.Reset();

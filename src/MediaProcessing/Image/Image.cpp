@@ -1,6 +1,7 @@
 #include "MediaProcessing/Image/Image.h"
 
 #include "Common/Error/Error.h"
+#include "Common/Error/Precondition.h"
 #include "MediaProcessing/Image/ImageBufferHelpers.h"
 #include "MediaProcessing/Image/ImageColorFormatConvert.h"
 
@@ -70,10 +71,8 @@ void CmImage::SplitFields(CmImage& firstField, CmImage& secondField) const {
     throw CmIntegrityError(VZK_LOCATION, "Unknown interlacing format",
                            CmIntegrityErrorCode::Unknown);
   }
-  if (GetHeight() < 2) {
-    throw CmIntegrityError(VZK_LOCATION, "An image of height 1 doesn't contain two fields",
-                           CmIntegrityErrorCode::InvalidPointer);
-  }
+  VZK_REQUIRE(GetHeight() >= 2, "An image of height 1 doesn't contain two fields",
+              CmIntegrityErrorCode::InvalidPointer);
   // 4:2:0 chroma of a height that is not a multiple of 4 cannot be halved per
   // field; such an image is split from a 4:2:2 copy instead.
   if (GetColorFormat() == YCbCr420_Planar && GetHeight() % 4 != 0) {

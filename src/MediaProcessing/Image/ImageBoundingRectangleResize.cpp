@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "Common/Error/Error.h"
+#include "Common/Error/Precondition.h"
 #include "MediaProcessing/Image/ImageBufferHelpers.h"
 #include "MediaProcessing/Image/ImageColorFormatConvert.h"
 #include "MediaProcessing/Image/NormalizeImage.h"
@@ -34,18 +35,12 @@ CmImageBoundingRectangleResize::CmImageBoundingRectangleResize(uint64_t width, u
                                                                uint32_t mode,
                                                                double targetAspectRatio)
     : m_Width(width), m_Height(height), m_Mode(mode), m_TargetAspectRatio(targetAspectRatio) {
-  if (width > MaximumDimension) {
-    throw CmIntegrityError(VZK_LOCATION, "Bounding rectangle width out of range",
-                           CmIntegrityErrorCode::InvalidArgument);
-  }
-  if (height > MaximumDimension) {
-    throw CmIntegrityError(VZK_LOCATION, "Bounding rectangle height out of range",
-                           CmIntegrityErrorCode::InvalidArgument);
-  }
-  if (width == 0 && height == 0) {
-    throw CmIntegrityError(VZK_LOCATION, "No bounding dimensions given",
-                           CmIntegrityErrorCode::InvalidArgument);
-  }
+  VZK_REQUIRE(width <= MaximumDimension, "Bounding rectangle width out of range",
+              CmIntegrityErrorCode::InvalidArgument);
+  VZK_REQUIRE(height <= MaximumDimension, "Bounding rectangle height out of range",
+              CmIntegrityErrorCode::InvalidArgument);
+  VZK_REQUIRE(width != 0 || height != 0, "No bounding dimensions given",
+              CmIntegrityErrorCode::InvalidArgument);
 }
 
 CmImageBoundingRectangleResize::CmImageBoundingRectangleResize(
@@ -54,15 +49,12 @@ CmImageBoundingRectangleResize::CmImageBoundingRectangleResize(
       m_Mode(other.m_Mode), m_TargetAspectRatio(other.m_TargetAspectRatio) {}
 
 void CmImageBoundingRectangleResize::Execute(const CmImage& source, CmImage& destination) {
-  if (!source.IsValid()) {
-    throw CmIntegrityError(VZK_LOCATION, "No valid image data",
-                           CmIntegrityErrorCode::InvalidPointer);
-  }
+  VZK_REQUIRE(source.IsValid(), "No valid image data", CmIntegrityErrorCode::InvalidPointer);
   const double sourceWidth = static_cast<double>(source.GetWidth());
   const double sourceHeight = static_cast<double>(source.GetHeight());
   // The picture's shape on screen over the shape of a box of target pixels.
-  const double a = sourceWidth * source.GetAttributes().aspectRatio /
-                   (sourceHeight * m_TargetAspectRatio);
+  const double a =
+      sourceWidth * source.GetAttributes().aspectRatio / (sourceHeight * m_TargetAspectRatio);
   int64_t width = static_cast<int64_t>(m_Width);
   int64_t height = static_cast<int64_t>(m_Height);
   const int64_t widthFromHeight = RoundToSize(height * a);
@@ -112,13 +104,13 @@ CmImageFilledRectangleResize::CmImageFilledRectangleResize(uint64_t width, uint6
                                                            double targetAspectRatio,
                                                            bool allowEnlarge)
     : m_Width(width), m_Height(height), m_TargetAspectRatio(targetAspectRatio),
-      m_Bounding(width == 0 ? throw CmIntegrityError(VZK_LOCATION,
-                                                      "Bounding rectangle width out of range",
-                                                      CmIntegrityErrorCode::InvalidArgument)
-                            : width,
+      m_Bounding(width == 0
+                     ? throw CmIntegrityError(VZK_LOCATION, "Bounding rectangle width out of range",
+                                              CmIntegrityErrorCode::InvalidArgument)
+                     : width,
                  height == 0 ? throw CmIntegrityError(VZK_LOCATION,
-                                                       "Bounding rectangle height out of range",
-                                                       CmIntegrityErrorCode::InvalidArgument)
+                                                      "Bounding rectangle height out of range",
+                                                      CmIntegrityErrorCode::InvalidArgument)
                              : height,
                  allowEnlarge ? BoundingFit : BoundingFitWithoutEnlarging, targetAspectRatio) {}
 
@@ -152,7 +144,8 @@ void CmImageFilledRectangleResize::Execute(const CmImage& source, CmImage& desti
   CmImage fill;
   fill.Allocate(1, 1, Gray);
   fill.GetAttributes().subColorFormat = sub;
-  Helpers::SetPlane(sub == SubColorFormatVideoRange ? 16 : 0, fill.Allocator().GetWriteablePlane(0));
+  Helpers::SetPlane(sub == SubColorFormatVideoRange ? 16 : 0,
+                    fill.Allocator().GetWriteablePlane(0));
   CmImageColorFormatConvert(format).Execute(fill);
   fill.CopyAttributes(fitted);
   CmImageResize(m_Width, m_Height, true).Execute(fill, destination);
@@ -164,14 +157,12 @@ void CmImageFilledRectangleResize::Execute(const CmImage& source, CmImage& desti
   const auto offset = [](uint64_t outer, uint64_t inner) {
     return static_cast<int32_t>(outer > inner ? (outer - inner) / 2 : 0);
   };
-  const Helpers::RegionOfInterest from{offset(fitted.GetWidth(), m_Width),
-                                       offset(fitted.GetHeight(), m_Height),
-                                       static_cast<int32_t>(copyWidth),
-                                       static_cast<int32_t>(copyHeight)};
-  const Helpers::RegionOfInterest to{offset(m_Width, fitted.GetWidth()),
-                                     offset(m_Height, fitted.GetHeight()),
-                                     static_cast<int32_t>(copyWidth),
-                                     static_cast<int32_t>(copyHeight)};
+  const Helpers::RegionOfInterest from{
+      offset(fitted.GetWidth(), m_Width), offset(fitted.GetHeight(), m_Height),
+      static_cast<int32_t>(copyWidth), static_cast<int32_t>(copyHeight)};
+  const Helpers::RegionOfInterest to{
+      offset(m_Width, fitted.GetWidth()), offset(m_Height, fitted.GetHeight()),
+      static_cast<int32_t>(copyWidth), static_cast<int32_t>(copyHeight)};
   const ImImageMemoryAllocation& picture = fitted.Allocator();
   ImImageMemoryAllocation& box = destination.Allocator();
   for (uint64_t p = 0; p < picture.GetPlaneCount(); ++p) {

@@ -7,6 +7,7 @@
 #include "Codecs/Primitives/PlaneCopy.h"
 #include "Codecs/Primitives/Resize.h"
 #include "Common/Error/Error.h"
+#include "Common/Error/Precondition.h"
 #include "MediaProcessing/Image/ImageBufferHelpers.h"
 #include "MediaProcessing/Image/ReferenceCountingImageAllocator.h"
 
@@ -66,17 +67,13 @@ CmImageColorFormatConvert::CmImageColorFormatConvert(ColorFormat target, uint64_
 void CmImageColorFormatConvert::Execute(CmImage& image) {
   const ColorFormat format = image.GetColorFormat();
   const SubColorFormat sub = image.GetAttributes().subColorFormat;
-  if (IsPlanar(format) && sub == NotApplicable) {
-    throw CmIntegrityError(VZK_LOCATION,
-                           "Sub-color-format must not be set to NotApplicable for YCbCr or Gray "
-                           "scale images",
-                           CmIntegrityErrorCode::Unknown);
-  }
-  if (IsPacked(format) && sub != NotApplicable) {
-    throw CmIntegrityError(VZK_LOCATION,
-                           "Sub-color-format must be set to NotApplicable for RGB images",
-                           CmIntegrityErrorCode::Unknown);
-  }
+  VZK_REQUIRE(!IsPlanar(format) || sub != NotApplicable,
+              "Sub-color-format must not be set to NotApplicable for YCbCr or Gray "
+              "scale images",
+              CmIntegrityErrorCode::Unknown);
+  VZK_REQUIRE(!IsPacked(format) || sub == NotApplicable,
+              "Sub-color-format must be set to NotApplicable for RGB images",
+              CmIntegrityErrorCode::Unknown);
   ImImageMemoryAllocation& allocator = image.Allocator();
   if (format == m_Target) {
     return;
@@ -151,11 +148,9 @@ void CmImageColorFormatConvert::Execute(const CmImage& source, CmImage& destinat
 }
 
 void CmImageColorFormatConvert::PerformConversionRGB(const CmImage& source, CmImage& destination) {
-  if (source.GetAttributes().subColorFormat != NotApplicable) {
-    throw CmIntegrityError(VZK_LOCATION,
-                           "Sub-color-format must be set to NotApplicable for RGB/BGR image types",
-                           CmIntegrityErrorCode::Unknown);
-  }
+  VZK_REQUIRE(source.GetAttributes().subColorFormat == NotApplicable,
+              "Sub-color-format must be set to NotApplicable for RGB/BGR image types",
+              CmIntegrityErrorCode::Unknown);
   const ColorFormat format = source.GetColorFormat();
   destination.Allocate(source.GetWidth(), source.GetHeight(), m_Target, m_Alignment);
   const ImImageMemoryAllocation::CmPlane from = source.Allocator().GetPlane(0);
@@ -186,11 +181,9 @@ void CmImageColorFormatConvert::PerformConversionRGB(const CmImage& source, CmIm
 void CmImageColorFormatConvert::PerformConversionYCbCr(const CmImage& source,
                                                        CmImage& destination) {
   const SubColorFormat sub = source.GetAttributes().subColorFormat;
-  if (sub == NotApplicable) {
-    throw CmIntegrityError(VZK_LOCATION,
-                           "Sub-color-format must not be set to NotApplicable for YCbCr images",
-                           CmIntegrityErrorCode::Unknown);
-  }
+  VZK_REQUIRE(sub != NotApplicable,
+              "Sub-color-format must not be set to NotApplicable for YCbCr images",
+              CmIntegrityErrorCode::Unknown);
   const ColorFormat format = source.GetColorFormat();
   const ImImageMemoryAllocation& from = source.Allocator();
   if (format == Gray && IsMultiPlaneFormat(m_Target)) {
@@ -261,11 +254,9 @@ void CmImageColorFormatConvert::PerformConversionYCbCr(const CmImage& source,
 
 void CmImageColorFormatConvert::PerformConversionRGBToYCbCr(const CmImage& source,
                                                             CmImage& destination) {
-  if (source.GetAttributes().subColorFormat != NotApplicable) {
-    throw CmIntegrityError(VZK_LOCATION,
-                           "Sub-color-format must be set to NotApplicable for RGB/BGR image types",
-                           CmIntegrityErrorCode::Unknown);
-  }
+  VZK_REQUIRE(source.GetAttributes().subColorFormat == NotApplicable,
+              "Sub-color-format must be set to NotApplicable for RGB/BGR image types",
+              CmIntegrityErrorCode::Unknown);
   const ColorFormat format = source.GetColorFormat();
   const ImImageMemoryAllocation::CmPlane from = source.Allocator().GetPlane(0);
   // Grey is full-range luma; 24-bit RGB keeps full range in 4:4:4, and
@@ -298,16 +289,12 @@ void CmImageColorFormatConvert::PerformConversionRGBToYCbCr(const CmImage& sourc
 void CmImageColorFormatConvert::PerformConversionYCbCrToRGB(const CmImage& source,
                                                             CmImage& destination) {
   const SubColorFormat sub = source.GetAttributes().subColorFormat;
-  if (sub == NotApplicable) {
-    throw CmIntegrityError(VZK_LOCATION,
-                           "Sub-color-format must not be set to NotApplicable for YCbCr images",
-                           CmIntegrityErrorCode::Unknown);
-  }
-  if (sub > SubColorFormatPlainGray) {
-    throw CmIntegrityError(VZK_LOCATION,
-                           "Unable to convert from the given YCbCr format to the given RGB format",
-                           CmIntegrityErrorCode::Unknown);
-  }
+  VZK_REQUIRE(sub != NotApplicable,
+              "Sub-color-format must not be set to NotApplicable for YCbCr images",
+              CmIntegrityErrorCode::Unknown);
+  VZK_REQUIRE(sub <= SubColorFormatPlainGray,
+              "Unable to convert from the given YCbCr format to the given RGB format",
+              CmIntegrityErrorCode::Unknown);
   const ColorFormat format = source.GetColorFormat();
   if (format == Gray) {
     // Grey is YCbCr without colour: neutral chroma gives R = G = B.
@@ -360,10 +347,10 @@ void CmImageColorFormatConvert::ConvertInBlocks(const CmImage& source, CmImage& 
                                             wideHeight, 1, NmPrimitives::ResizeLinear, scratch,
                                             resizeScratch, top, top + rows));
     }
-    NmPrimitives::YCbCrToRgb({y.data + top * y.rowStride, y.rowStride, bands[0], wideWidth,
-                              bands[1], wideWidth},
-                             NmPrimitives::Chroma444, to.data + top * to.rowStride, to.rowStride,
-                             layout, y.width, rows, NmPrimitives::YCbCrJfif);
+    NmPrimitives::YCbCrToRgb(
+        {y.data + top * y.rowStride, y.rowStride, bands[0], wideWidth, bands[1], wideWidth},
+        NmPrimitives::Chroma444, to.data + top * to.rowStride, to.rowStride, layout, y.width, rows,
+        NmPrimitives::YCbCrJfif);
   }
   destination.CopyAttributes(source);
   destination.GetAttributes().subColorFormat = NotApplicable;

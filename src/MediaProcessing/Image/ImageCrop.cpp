@@ -1,6 +1,7 @@
 #include "MediaProcessing/Image/ImageCrop.h"
 
 #include "Common/Error/Error.h"
+#include "Common/Error/Precondition.h"
 #include "MediaProcessing/Image/ImageColorFormatConvert.h"
 #include "MediaProcessing/Image/ReferenceCountingImageAllocator.h"
 #include "MediaProcessing/Image/StaticImageAllocator.h"
@@ -16,14 +17,10 @@ constexpr uint64_t MaximumDimension = 32767;
 
 CmImageCrop::CmImageCrop(uint64_t x, uint64_t y, uint64_t width, uint64_t height)
     : m_X(x), m_Y(y), m_Width(width), m_Height(height) {
-  if (width == 0 || width > MaximumDimension) {
-    throw CmIntegrityError(VZK_LOCATION, "Cropping area width out of range",
-                           CmIntegrityErrorCode::InvalidArgument);
-  }
-  if (height == 0 || height > MaximumDimension) {
-    throw CmIntegrityError(VZK_LOCATION, "Cropping area height out of range",
-                           CmIntegrityErrorCode::InvalidArgument);
-  }
+  VZK_REQUIRE(width != 0 && width <= MaximumDimension, "Cropping area width out of range",
+              CmIntegrityErrorCode::InvalidArgument);
+  VZK_REQUIRE(height != 0 && height <= MaximumDimension, "Cropping area height out of range",
+              CmIntegrityErrorCode::InvalidArgument);
 }
 
 void CmImageCrop::Execute(const CmImage& source, CmImage& destination) {

@@ -1,6 +1,7 @@
 #include "MediaProcessing/Image/ImageMemoryAllocationInterface.h"
 
 #include "Common/Error/Error.h"
+#include "Common/Error/Precondition.h"
 
 namespace NmMediaProcessing {
 
@@ -11,15 +12,11 @@ namespace {
 
 template <typename Plane>
 void CropPlane(Plane& plane, uint64_t x, uint64_t y, uint64_t w, uint64_t h) {
-  if (w == 0 || h == 0) {
-    throw CmIntegrityError(VZK_LOCATION, "Clipping region is empty",
-                           CmIntegrityErrorCode::InvalidArgument);
-  }
+  VZK_REQUIRE(w != 0 && h != 0, "Clipping region is empty", CmIntegrityErrorCode::InvalidArgument);
   // Compared without overflow: x + w <= width.
-  if (x > plane.width || w > plane.width - x || y > plane.height || h > plane.height - y) {
-    throw CmIntegrityError(VZK_LOCATION, "Clipping region is outside plane",
-                           CmIntegrityErrorCode::OutOfRange);
-  }
+  VZK_REQUIRE(x <= plane.width && w <= plane.width - x && y <= plane.height &&
+                  h <= plane.height - y,
+              "Clipping region is outside plane", CmIntegrityErrorCode::OutOfRange);
   plane.data += plane.pixelStride * x + plane.rowStride * y;
   plane.width = w;
   plane.height = h;
@@ -28,14 +25,8 @@ void CropPlane(Plane& plane, uint64_t x, uint64_t y, uint64_t w, uint64_t h) {
 } // namespace
 
 uint8_t* ImImageMemoryAllocation::CmWriteablePlane::GetPixelAddress(uint64_t x, uint64_t y) const {
-  if (x >= width) {
-    throw CmIntegrityError(VZK_LOCATION, "Argument x out of range",
-                           CmIntegrityErrorCode::InvalidArgument);
-  }
-  if (y >= height) {
-    throw CmIntegrityError(VZK_LOCATION, "Argument y out of range",
-                           CmIntegrityErrorCode::InvalidArgument);
-  }
+  VZK_REQUIRE(x < width, "Argument x out of range", CmIntegrityErrorCode::InvalidArgument);
+  VZK_REQUIRE(y < height, "Argument y out of range", CmIntegrityErrorCode::InvalidArgument);
   return data + pixelStride * x + rowStride * y;
 }
 
@@ -45,14 +36,8 @@ void ImImageMemoryAllocation::CmWriteablePlane::Crop(uint64_t x, uint64_t y, uin
 }
 
 const uint8_t* ImImageMemoryAllocation::CmPlane::GetPixelAddress(uint64_t x, uint64_t y) const {
-  if (x >= width) {
-    throw CmIntegrityError(VZK_LOCATION, "Argument x out of range",
-                           CmIntegrityErrorCode::InvalidArgument);
-  }
-  if (y >= height) {
-    throw CmIntegrityError(VZK_LOCATION, "Argument y out of range",
-                           CmIntegrityErrorCode::InvalidArgument);
-  }
+  VZK_REQUIRE(x < width, "Argument x out of range", CmIntegrityErrorCode::InvalidArgument);
+  VZK_REQUIRE(y < height, "Argument y out of range", CmIntegrityErrorCode::InvalidArgument);
   return data + pixelStride * x + rowStride * y;
 }
 

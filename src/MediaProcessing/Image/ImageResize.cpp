@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "Common/Error/Error.h"
+#include "Common/Error/Precondition.h"
 #include "MediaProcessing/Image/ImageBufferHelpers.h"
 #include "MediaProcessing/Image/ImageColorFormatConvert.h"
 
@@ -18,14 +19,10 @@ constexpr uint64_t MaximumDimension = 32767;
 
 CmImageResize::CmImageResize(uint64_t width, uint64_t height, bool keepAspectRatioAttribute)
     : m_Width(width), m_Height(height), m_KeepAspectRatioAttribute(keepAspectRatioAttribute) {
-  if (width < 1 || width > MaximumDimension) {
-    throw CmIntegrityError(VZK_LOCATION, "Resized width out of range",
-                           CmIntegrityErrorCode::InvalidArgument);
-  }
-  if (height < 1 || height > MaximumDimension) {
-    throw CmIntegrityError(VZK_LOCATION, "Resized height out of range",
-                           CmIntegrityErrorCode::InvalidArgument);
-  }
+  VZK_REQUIRE(width >= 1 && width <= MaximumDimension, "Resized width out of range",
+              CmIntegrityErrorCode::InvalidArgument);
+  VZK_REQUIRE(height >= 1 && height <= MaximumDimension, "Resized height out of range",
+              CmIntegrityErrorCode::InvalidArgument);
 }
 
 void CmImageResize::Execute(CmImage& image) {
@@ -36,17 +33,14 @@ void CmImageResize::Execute(CmImage& image) {
 }
 
 void CmImageResize::Execute(const CmImage& source, CmImage& destination) {
-  if (!source.IsValid() || source.GetWidth() == 0 || source.GetHeight() == 0) {
-    throw CmIntegrityError(VZK_LOCATION, "Cannot resize invalid image with width and/or height of 0",
-                           CmIntegrityErrorCode::InvalidPointer);
-  }
+  VZK_REQUIRE(source.IsValid() && source.GetWidth() != 0 && source.GetHeight() != 0,
+              "Cannot resize invalid image with width and/or height of 0",
+              CmIntegrityErrorCode::InvalidPointer);
   const Interlacing interlacing = source.GetAttributes().interlacing;
-  if (source.GetHeight() != m_Height &&
-      (interlacing == InterleavedTopFirst || interlacing == InterleavedBottomFirst)) {
-    // Scaling rows would blend the two fields, which were taken at different times.
-    throw CmIntegrityError(VZK_LOCATION, "Cannot resize interleaved images vertically",
-                           CmIntegrityErrorCode::InvalidPointer);
-  }
+  // Scaling rows would blend the two fields, which were taken at different times.
+  VZK_REQUIRE(source.GetHeight() == m_Height ||
+                  (interlacing != InterleavedTopFirst && interlacing != InterleavedBottomFirst),
+              "Cannot resize interleaved images vertically", CmIntegrityErrorCode::InvalidPointer);
   if (&source == &destination) {
     Execute(destination);
     return;

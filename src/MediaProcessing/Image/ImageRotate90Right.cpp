@@ -1,6 +1,7 @@
 #include "MediaProcessing/Image/ImageRotate90Right.h"
 
 #include "Common/Error/Error.h"
+#include "Common/Error/Precondition.h"
 #include "MediaProcessing/Image/ImageBufferHelpers.h"
 #include "MediaProcessing/Image/ImageColorFormatConvert.h"
 
@@ -23,10 +24,8 @@ void CmImageRotate90Right::Execute(const CmImage& source, CmImage& destination) 
     Execute(destination);
     return;
   }
-  if (source.GetAttributes().interlacing != Progressive) {
-    throw CmIntegrityError(VZK_LOCATION, "Cannot rotate interlaced images",
-                           CmIntegrityErrorCode::InvalidPointer);
-  }
+  VZK_REQUIRE(source.GetAttributes().interlacing == Progressive, "Cannot rotate interlaced images",
+              CmIntegrityErrorCode::InvalidPointer);
   destination.Allocate(source.GetHeight(), source.GetWidth(), format);
   const ImImageMemoryAllocation& from = source.Allocator();
   ImImageMemoryAllocation& to = destination.Allocator();

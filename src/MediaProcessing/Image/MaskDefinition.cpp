@@ -5,6 +5,7 @@
 #include <typeinfo>
 
 #include "Common/Error/Error.h"
+#include "Common/Error/Precondition.h"
 #include "MediaProcessing/Image/ImageBufferHelpers.h"
 
 namespace NmMediaProcessing {
@@ -75,15 +76,10 @@ bool CmMaskDefinitionBase::IsEqual(const ImMaskDefinition& other) const {
 
 bool CmMaskDefinitionBase::IsMaskedAtPosition(uint64_t width, uint64_t height, uint64_t x,
                                               uint64_t y) const {
-  if (width == 0 || height == 0) {
-    throw CmIntegrityError(VZK_LOCATION, "Invalid mask position dimensions (width/height = 0)",
-                           CmIntegrityErrorCode::OutOfRange);
-  }
-  if (x >= width || y >= height) {
-    throw CmIntegrityError(VZK_LOCATION,
-                           "Invalid mask positions (column/row outside of dimensions)",
-                           CmIntegrityErrorCode::OutOfRange);
-  }
+  VZK_REQUIRE(width != 0 && height != 0, "Invalid mask position dimensions (width/height = 0)",
+              CmIntegrityErrorCode::OutOfRange);
+  VZK_REQUIRE(x < width && y < height, "Invalid mask positions (column/row outside of dimensions)",
+              CmIntegrityErrorCode::OutOfRange);
   if (IsEmpty()) {
     return false;
   }
@@ -92,14 +88,11 @@ bool CmMaskDefinitionBase::IsMaskedAtPosition(uint64_t width, uint64_t height, u
 
 void CmMaskDefinitionBase::CreateMaskImage(uint64_t width, uint64_t height, uint8_t maskedValue,
                                            uint8_t unmaskedValue, CmImage& image) const {
-  if (width == 0 || height == 0) {
-    throw CmIntegrityError(VZK_LOCATION, "Invalid mask image dimensions (width/height = 0)",
-                           CmIntegrityErrorCode::OutOfRange);
-  }
-  if (maskedValue == unmaskedValue) {
-    throw CmIntegrityError(VZK_LOCATION, "Invalid mask indications values (must not be identical)",
-                           CmIntegrityErrorCode::OutOfRange);
-  }
+  VZK_REQUIRE(width != 0 && height != 0, "Invalid mask image dimensions (width/height = 0)",
+              CmIntegrityErrorCode::OutOfRange);
+  VZK_REQUIRE(maskedValue != unmaskedValue,
+              "Invalid mask indications values (must not be identical)",
+              CmIntegrityErrorCode::OutOfRange);
   image.Allocate(width, height, Gray);
   image.GetAttributes().subColorFormat = SubColorFormatPlainGray;
   if (IsEmpty()) {
@@ -123,26 +116,19 @@ void CmMaskDefinitionBase::CreateMaskImageImpl(uint64_t width, uint64_t height, 
 CmGridBasedMaskDefinition::CmGridBasedMaskDefinition(uint64_t columns, uint64_t rows,
                                                      std::vector<uint8_t> grid) {
   if (columns == 0 && rows == 0) {
-    if (!grid.empty()) {
-      throw CmIntegrityError(
-          VZK_LOCATION, "Invalid mask grid dimensions (columns/rows = 0) for non-empty grid vector",
-          CmIntegrityErrorCode::OutOfRange);
-    }
+    VZK_REQUIRE(grid.empty(),
+                "Invalid mask grid dimensions (columns/rows = 0) for non-empty grid vector",
+                CmIntegrityErrorCode::OutOfRange);
     return;
   }
-  if (columns == 0 || rows == 0) {
-    throw CmIntegrityError(VZK_LOCATION, "Invalid mask grid dimensions (columns/rows = 0)",
-                           CmIntegrityErrorCode::OutOfRange);
-  }
-  if (columns > MaximumDimension || rows > MaximumDimension) {
-    throw CmIntegrityError(VZK_LOCATION,
-                           "Invalid mask grid dimensions (larger than allowed maximum)",
-                           CmIntegrityErrorCode::OutOfRange);
-  }
-  if (columns * rows != grid.size()) {
-    throw CmIntegrityError(VZK_LOCATION, "Mask grid dimensions do not match the grid vector size",
-                           CmIntegrityErrorCode::OutOfRange);
-  }
+  VZK_REQUIRE(columns != 0 && rows != 0, "Invalid mask grid dimensions (columns/rows = 0)",
+              CmIntegrityErrorCode::OutOfRange);
+  VZK_REQUIRE(columns <= MaximumDimension && rows <= MaximumDimension,
+              "Invalid mask grid dimensions (larger than allowed maximum)",
+              CmIntegrityErrorCode::OutOfRange);
+  VZK_REQUIRE(columns * rows == grid.size(),
+              "Mask grid dimensions do not match the grid vector size",
+              CmIntegrityErrorCode::OutOfRange);
   // A mask that hides nothing is no mask at all.
   bool anySet = false;
   for (const uint8_t cell : grid) {

@@ -1,6 +1,7 @@
 #include "MediaProcessing/Image/MaskRepository.h"
 
 #include "Common/Error/Error.h"
+#include "Common/Error/Precondition.h"
 
 namespace NmMediaProcessing {
 
@@ -13,18 +14,14 @@ CmTimeSpan CmTimeSpan::AllTime() {
 }
 
 void CmMaskRepositoryBase::Add(const ImMaskDefinition& definition, const CmTimeSpan& timeSpan) {
-  if (!timeSpan.IsValid()) {
-    throw CmIntegrityError(VZK_LOCATION, "Invalid time span given (end before start)",
-                           CmIntegrityErrorCode::OutOfRange);
-  }
+  VZK_REQUIRE(timeSpan.IsValid(), "Invalid time span given (end before start)",
+              CmIntegrityErrorCode::OutOfRange);
   AddImpl(definition, timeSpan);
 }
 
 void CmMaskRepositoryBase::Remove(const CmTimeSpan& timeSpan) {
-  if (!timeSpan.IsValid()) {
-    throw CmIntegrityError(VZK_LOCATION, "Invalid time span given (end before start)",
-                           CmIntegrityErrorCode::OutOfRange);
-  }
+  VZK_REQUIRE(timeSpan.IsValid(), "Invalid time span given (end before start)",
+              CmIntegrityErrorCode::OutOfRange);
   if (!IsEmpty()) {
     RemoveImpl(timeSpan);
   }

@@ -3,6 +3,7 @@
 #include <cmath>
 
 #include "Common/Error/Error.h"
+#include "Common/Error/Precondition.h"
 #include "MediaProcessing/Image/ImageBufferHelpers.h"
 #include "MediaProcessing/Image/ImageColorFormatConvert.h"
 #include "MediaProcessing/Image/ImageDeinterlace.h"
@@ -118,10 +119,8 @@ void CmNormalizeImageOrientation::Execute(const CmImage& source, CmImage& destin
     return;
   }
 
-  if (source.GetAttributes().interlacing != Progressive) {
-    throw CmIntegrityError(VZK_LOCATION, "Cannot rotate interlaced images",
-                           CmIntegrityErrorCode::InvalidPointer);
-  }
+  VZK_REQUIRE(source.GetAttributes().interlacing == Progressive, "Cannot rotate interlaced images",
+              CmIntegrityErrorCode::InvalidPointer);
   if (NeedsFullChroma(source, true, true, true)) {
     CmImage full;
     CmImageColorFormatConvert(YCbCr444_Planar).Execute(source, full);
@@ -184,9 +183,7 @@ void CmNormalizeImage::CorrectAspectRatio(CmImage& image) const {
   uint64_t height = image.GetHeight();
   // Adding 0.5 and truncating rounds; absurd ratios end in the resize's
   // range message rather than in an overflowing conversion.
-  const auto rounded = [](double v) {
-    return static_cast<uint64_t>(std::min(v, 1e12) + 0.5);
-  };
+  const auto rounded = [](double v) { return static_cast<uint64_t>(std::min(v, 1e12) + 0.5); };
   if (r >= 1.0) {
     width = rounded(static_cast<double>(width) * r);
   } else if (r > 1e-9) {

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "Common/Error/Error.h"
+#include "Common/Error/Precondition.h"
 #include "MediaProcessing/Image/ImageBufferHelpers.h"
 
 namespace NmMediaProcessing {
@@ -98,14 +99,10 @@ void CmReferenceCountingImageAllocator::CmAllocatedPlane::Reinterpret(uint64_t n
                                                                       uint64_t newHeight,
                                                                       uint64_t newBytesPerPixel,
                                                                       uint64_t newPixelStride) {
-  if (!m_Memory) {
-    throw CmIntegrityError(VZK_LOCATION, "No image is allocated",
-                           CmIntegrityErrorCode::InvalidPointer);
-  }
-  if (newHeight > height || newWidth * newPixelStride > rowStride) {
-    throw CmIntegrityError(VZK_LOCATION, "Previous plane is too small for new interpretation",
-                           CmIntegrityErrorCode::InvalidArgument);
-  }
+  VZK_REQUIRE(m_Memory != nullptr, "No image is allocated", CmIntegrityErrorCode::InvalidPointer);
+  VZK_REQUIRE(newHeight <= height && newWidth * newPixelStride <= rowStride,
+              "Previous plane is too small for new interpretation",
+              CmIntegrityErrorCode::InvalidArgument);
   width = newWidth;
   height = newHeight;
   bytesPerPixel = newBytesPerPixel;
@@ -121,25 +118,17 @@ CmReferenceCountingImageAllocator::~CmReferenceCountingImageAllocator() = defaul
 
 void CmReferenceCountingImageAllocator::Allocate(uint64_t width, uint64_t height,
                                                  ColorFormat colorFormat, uint64_t alignment) {
-  if (width < 1 || width > MaximumDimension) {
-    throw CmIntegrityError(VZK_LOCATION, "Image width is out of range",
-                           CmIntegrityErrorCode::InvalidArgument);
-  }
-  if (height < 1 || height > MaximumDimension) {
-    throw CmIntegrityError(VZK_LOCATION, "Image height is out of range",
-                           CmIntegrityErrorCode::InvalidArgument);
-  }
+  VZK_REQUIRE(width >= 1 && width <= MaximumDimension, "Image width is out of range",
+              CmIntegrityErrorCode::InvalidArgument);
+  VZK_REQUIRE(height >= 1 && height <= MaximumDimension, "Image height is out of range",
+              CmIntegrityErrorCode::InvalidArgument);
   if (alignment == 0) {
     alignment = GetDefaultAlignment();
   }
-  if (alignment > MaximumAlignment) {
-    throw CmIntegrityError(VZK_LOCATION, "Image alignment is out of range",
-                           CmIntegrityErrorCode::InvalidArgument);
-  }
-  if (!IsKnownColorFormat(colorFormat)) {
-    throw CmIntegrityError(VZK_LOCATION, "Unsupported color format",
-                           CmIntegrityErrorCode::InvalidArgument);
-  }
+  VZK_REQUIRE(alignment <= MaximumAlignment, "Image alignment is out of range",
+              CmIntegrityErrorCode::InvalidArgument);
+  VZK_REQUIRE(IsKnownColorFormat(colorFormat), "Unsupported color format",
+              CmIntegrityErrorCode::InvalidArgument);
   const uint64_t count = NmMediaProcessing::GetPlaneCount(colorFormat);
   const uint64_t bytesPerPixel = GetBytesPerPixel(colorFormat);
   const uint64_t pixelStride = GetPixelStride(colorFormat);
@@ -208,18 +197,13 @@ void CmReferenceCountingImageAllocator::Swap(ImImageMemoryAllocation& other) {
 }
 
 void CmReferenceCountingImageAllocator::CheckAllocated() const {
-  if (m_Planes.empty()) {
-    throw CmIntegrityError(VZK_LOCATION, "No image is allocated",
-                           CmIntegrityErrorCode::InvalidPointer);
-  }
+  VZK_REQUIRE(!m_Planes.empty(), "No image is allocated", CmIntegrityErrorCode::InvalidPointer);
 }
 
 void CmReferenceCountingImageAllocator::CheckIndex(uint64_t index) const {
   CheckAllocated();
-  if (index >= m_Planes.size()) {
-    throw CmIntegrityError(VZK_LOCATION, "Plane index out of range",
-                           CmIntegrityErrorCode::InvalidArgument);
-  }
+  VZK_REQUIRE(index < m_Planes.size(), "Plane index out of range",
+              CmIntegrityErrorCode::InvalidArgument);
 }
 
 ColorFormat CmReferenceCountingImageAllocator::GetColorFormat() const {
@@ -254,10 +238,8 @@ void CmReferenceCountingImageAllocator::ReinterpretFormat(ColorFormat target) {
   if (target == m_ColorFormat) {
     return;
   }
-  if (!IsKnownColorFormat(target)) {
-    throw CmIntegrityError(VZK_LOCATION, "Unknown color format",
-                           CmIntegrityErrorCode::InvalidArgument);
-  }
+  VZK_REQUIRE(IsKnownColorFormat(target), "Unknown color format",
+              CmIntegrityErrorCode::InvalidArgument);
   const ColorFormat source = m_ColorFormat;
   const auto isThirtyTwoBit = [](ColorFormat f) {
     return f == RGB32 || f == BGR32 || f == RGBA || f == BGRA;

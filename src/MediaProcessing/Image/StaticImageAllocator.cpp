@@ -1,5 +1,6 @@
 #include "MediaProcessing/Image/StaticImageAllocator.h"
 
+#include "Common/Error/Precondition.h"
 #include "MediaProcessing/Image/ImageBufferHelpers.h"
 #include "MediaProcessing/Image/ReferenceCountingImageAllocator.h"
 
@@ -16,14 +17,11 @@ constexpr uint64_t MaximumAlignment = 0x10000;
 CmStaticImageAllocator::CmStaticImageAllocator(
     uint64_t width, uint64_t height, ColorFormat colorFormat,
     const std::vector<std::pair<uint64_t, uint8_t*>>& buffers) {
-  if (buffers.size() != NmMediaProcessing::GetPlaneCount(colorFormat)) {
-    throw CmStaticImageAllocationError(VZK_LOCATION, "Plane count doesn't match color format",
-                                       Own::General, CmIntegrityErrorCode::OutOfRange);
-  }
-  if (!IsKnownColorFormat(colorFormat)) {
-    throw CmStaticImageAllocationError(VZK_LOCATION, "Unknown image color format", Own::General,
-                                       CmIntegrityErrorCode::InvalidArgument);
-  }
+  VZK_REQUIRE_AS(
+      CmStaticImageAllocationError, buffers.size() == NmMediaProcessing::GetPlaneCount(colorFormat),
+      "Plane count doesn't match color format", Own::General, CmIntegrityErrorCode::OutOfRange);
+  VZK_REQUIRE_AS(CmStaticImageAllocationError, IsKnownColorFormat(colorFormat),
+                 "Unknown image color format", Own::General, CmIntegrityErrorCode::InvalidArgument);
   for (uint64_t i = 0; i < buffers.size(); ++i) {
     const SmPlaneSize size = GetPlaneSize(colorFormat, i, width, height);
     AddPlane(size.width, size.height, GetBytesPerPixel(colorFormat), GetPixelStride(colorFormat),
@@ -43,27 +41,21 @@ CmStaticImageAllocator::CmStaticImageAllocator(ImImageMemoryAllocation& other) {
 
 void CmStaticImageAllocator::AddPlane(uint64_t width, uint64_t height, uint64_t bytesPerPixel,
                                       uint64_t pixelStride, uint64_t rowStride, uint8_t* data) {
-  if (data == nullptr) {
-    throw CmStaticImageAllocationError(VZK_LOCATION, "Static buffer pointer cannot be NULL",
-                                       Own::General, CmIntegrityErrorCode::InvalidArgument);
-  }
-  if (width < 1 || width > MaximumDimension) {
-    throw CmStaticImageAllocationError(VZK_LOCATION, "Image width is out of range", Own::General,
-                                       CmIntegrityErrorCode::InvalidArgument);
-  }
-  if (height < 1 || height > MaximumDimension) {
-    throw CmStaticImageAllocationError(VZK_LOCATION, "Image height is out of range", Own::General,
-                                       CmIntegrityErrorCode::InvalidArgument);
-  }
-  if (pixelStride * width > rowStride) {
-    throw CmStaticImageAllocationError(VZK_LOCATION,
-                                       "Row stride is too small for width and color format",
-                                       Own::General, CmIntegrityErrorCode::OutOfRange);
-  }
-  if (bytesPerPixel > pixelStride) {
-    throw CmStaticImageAllocationError(VZK_LOCATION, "Pixel stride is too small for color format",
-                                       Own::General, CmIntegrityErrorCode::OutOfRange);
-  }
+  VZK_REQUIRE_AS(CmStaticImageAllocationError, data != nullptr,
+                 "Static buffer pointer cannot be NULL", Own::General,
+                 CmIntegrityErrorCode::InvalidArgument);
+  VZK_REQUIRE_AS(CmStaticImageAllocationError, width >= 1 && width <= MaximumDimension,
+                 "Image width is out of range", Own::General,
+                 CmIntegrityErrorCode::InvalidArgument);
+  VZK_REQUIRE_AS(CmStaticImageAllocationError, height >= 1 && height <= MaximumDimension,
+                 "Image height is out of range", Own::General,
+                 CmIntegrityErrorCode::InvalidArgument);
+  VZK_REQUIRE_AS(CmStaticImageAllocationError, pixelStride * width <= rowStride,
+                 "Row stride is too small for width and color format", Own::General,
+                 CmIntegrityErrorCode::OutOfRange);
+  VZK_REQUIRE_AS(CmStaticImageAllocationError, bytesPerPixel <= pixelStride,
+                 "Pixel stride is too small for color format", Own::General,
+                 CmIntegrityErrorCode::OutOfRange);
   CmWriteablePlane plane;
   plane.width = width;
   plane.height = height;
@@ -101,11 +93,9 @@ std::optional<uint64_t> CmStaticImageAllocator::FindAlignment() const {
 
 void CmStaticImageAllocator::Allocate(uint64_t width, uint64_t height, ColorFormat colorFormat,
                                       uint64_t alignment) {
-  if (colorFormat != m_ColorFormat) {
-    throw CmStaticImageAllocationError(
-        VZK_LOCATION, "Color format cannot be changed during allocation",
-        Own::RequestNotSatisfiable, CmIntegrityErrorCode::InvalidArgument);
-  }
+  VZK_REQUIRE_AS(CmStaticImageAllocationError, colorFormat == m_ColorFormat,
+                 "Color format cannot be changed during allocation", Own::RequestNotSatisfiable,
+                 CmIntegrityErrorCode::InvalidArgument);
   switch (colorFormat) {
   case Gray:
   case RGB24:
@@ -114,22 +104,20 @@ void CmStaticImageAllocator::Allocate(uint64_t width, uint64_t height, ColorForm
   case BGR32:
   case RGBA:
   case BGRA:
-    if (m_Planes[0].width != width || m_Planes[0].height != height) {
-      throw CmStaticImageAllocationError(
-          VZK_LOCATION, "Image size cannot be changed during allocation",
-          Own::RequestNotSatisfiable, CmIntegrityErrorCode::InvalidArgument);
-    }
+    VZK_REQUIRE_AS(CmStaticImageAllocationError,
+                   m_Planes[0].width == width && m_Planes[0].height == height,
+                   "Image size cannot be changed during allocation", Own::RequestNotSatisfiable,
+                   CmIntegrityErrorCode::InvalidArgument);
     break;
   case YCbCr420_Planar:
   case YCbCr422_Planar:
   case YCbCr444_Planar:
     for (uint64_t i = 0; i < m_Planes.size(); ++i) {
       const SmPlaneSize size = GetPlaneSize(colorFormat, i, width, height);
-      if (m_Planes[i].width != size.width || m_Planes[i].height != size.height) {
-        throw CmStaticImageAllocationError(
-            VZK_LOCATION, "Plane size cannot be changed during allocation",
-            Own::RequestNotSatisfiable, CmIntegrityErrorCode::InvalidArgument);
-      }
+      VZK_REQUIRE_AS(CmStaticImageAllocationError,
+                     m_Planes[i].width == size.width && m_Planes[i].height == size.height,
+                     "Plane size cannot be changed during allocation", Own::RequestNotSatisfiable,
+                     CmIntegrityErrorCode::InvalidArgument);
     }
     break;
   default:
@@ -138,11 +126,9 @@ void CmStaticImageAllocator::Allocate(uint64_t width, uint64_t height, ColorForm
                                        CmIntegrityErrorCode::InvalidArgument);
   }
   if (alignment != 0) {
-    if (!FitsAlignment(alignment)) {
-      throw CmStaticImageAllocationError(
-          VZK_LOCATION, "Alignment doesn't match the static buffer row stride",
-          Own::RequestNotSatisfiable, CmIntegrityErrorCode::InvalidArgument);
-    }
+    VZK_REQUIRE_AS(CmStaticImageAllocationError, FitsAlignment(alignment),
+                   "Alignment doesn't match the static buffer row stride",
+                   Own::RequestNotSatisfiable, CmIntegrityErrorCode::InvalidArgument);
     m_Alignment = alignment;
   } else {
     m_Alignment = FindAlignment().value_or(0);
@@ -151,47 +137,37 @@ void CmStaticImageAllocator::Allocate(uint64_t width, uint64_t height, ColorForm
 }
 
 uint64_t CmStaticImageAllocator::GetAlignment() const {
-  if (!m_Allocated) {
-    throw CmStaticImageAllocationError(
-        VZK_LOCATION, "No alignment is available, since no allocation has been made",
-        Own::RequestNotSatisfiable, CmIntegrityErrorCode::InvalidPointer);
-  }
+  VZK_REQUIRE_AS(CmStaticImageAllocationError, m_Allocated,
+                 "No alignment is available, since no allocation has been made",
+                 Own::RequestNotSatisfiable, CmIntegrityErrorCode::InvalidPointer);
   if (m_Alignment != 0) {
     return m_Alignment;
   }
   const std::optional<uint64_t> found = FindAlignment();
-  if (!found) {
-    throw CmStaticImageAllocationError(
-        VZK_LOCATION, "No alignment can be found that matches all the given row strides",
-        Own::RequestNotSatisfiable, CmIntegrityErrorCode::InvalidArgument);
-  }
+  VZK_REQUIRE_AS(CmStaticImageAllocationError, found,
+                 "No alignment can be found that matches all the given row strides",
+                 Own::RequestNotSatisfiable, CmIntegrityErrorCode::InvalidArgument);
   return *found;
 }
 
 uint64_t CmStaticImageAllocator::GetDefaultAlignment() const {
   const std::optional<uint64_t> found = FindAlignment();
-  if (!found) {
-    throw CmStaticImageAllocationError(
-        VZK_LOCATION, "No alignment can be found that matches all the given row strides",
-        Own::RequestNotSatisfiable, CmIntegrityErrorCode::InvalidArgument);
-  }
+  VZK_REQUIRE_AS(CmStaticImageAllocationError, found,
+                 "No alignment can be found that matches all the given row strides",
+                 Own::RequestNotSatisfiable, CmIntegrityErrorCode::InvalidArgument);
   return *found;
 }
 
 ImImageMemoryAllocation::CmPlane CmStaticImageAllocator::GetPlane(uint64_t index) const {
-  if (index >= m_Planes.size()) {
-    throw CmStaticImageAllocationError(VZK_LOCATION, "Plane index out of range", Own::General,
-                                       CmIntegrityErrorCode::InvalidArgument);
-  }
+  VZK_REQUIRE_AS(CmStaticImageAllocationError, index < m_Planes.size(), "Plane index out of range",
+                 Own::General, CmIntegrityErrorCode::InvalidArgument);
   return CmPlane(m_Planes[index]);
 }
 
 ImImageMemoryAllocation::CmWriteablePlane
 CmStaticImageAllocator::GetWriteablePlane(uint64_t index) {
-  if (index >= m_Planes.size()) {
-    throw CmStaticImageAllocationError(VZK_LOCATION, "Plane index out of range", Own::General,
-                                       CmIntegrityErrorCode::InvalidArgument);
-  }
+  VZK_REQUIRE_AS(CmStaticImageAllocationError, index < m_Planes.size(), "Plane index out of range",
+                 Own::General, CmIntegrityErrorCode::InvalidArgument);
   return m_Planes[index];
 }
 
@@ -229,10 +205,8 @@ void CmStaticImageAllocator::ReinterpretFormat(ColorFormat target) {
   if (target == m_ColorFormat) {
     return;
   }
-  if (!IsKnownColorFormat(target)) {
-    throw CmStaticImageAllocationError(VZK_LOCATION, "Unknown color format", Own::General,
-                                       CmIntegrityErrorCode::InvalidArgument);
-  }
+  VZK_REQUIRE_AS(CmStaticImageAllocationError, IsKnownColorFormat(target), "Unknown color format",
+                 Own::General, CmIntegrityErrorCode::InvalidArgument);
   const auto isThirtyTwoBit = [](ColorFormat f) {
     return f == RGB32 || f == BGR32 || f == RGBA || f == BGRA;
   };

@@ -6,6 +6,7 @@
 #include <new>
 
 #include "Common/Error/Error.h"
+#include "Common/Error/Precondition.h"
 #include "MediaProcessing/Image/ImageColorFormatConvert.h"
 #include "MediaProcessing/MediaProcessingError.h"
 
@@ -55,11 +56,8 @@ bool CmSimpleJPEGEncoder::Encode(const CmImage& image, uint32_t quality, const u
   data = nullptr;
   size = 0;
   m_Output.Rewind();
-  if (quality > 100) {
-    throw NmError::CmIntegrityError(VZK_LOCATION,
-                                    "Invalid value of encoding quality level (> max.)!",
-                                    NmError::CmIntegrityErrorCode::InvalidArgument);
-  }
+  VZK_REQUIRE(quality <= 100, "Invalid value of encoding quality level (> max.)!",
+              NmError::CmIntegrityErrorCode::InvalidArgument);
   if (!image.IsValid()) {
     return false;
   }

@@ -1,16 +1,15 @@
 #include "MediaProcessing/JPEG/VideoAnalyzerJPEG.h"
 
 #include "Common/Error/Error.h"
+#include "Common/Error/Precondition.h"
 #include "MediaProcessing/Image/SPLError.h"
 #include "MediaProcessing/JPEG/VideoDecoderJPEG.h"
 
 namespace NmMediaProcessing {
 
 bool CmVideoAnalyzerJPEG::Analyze(const uint8_t* data, uint64_t size, SmVideoSize& result) {
-  if (data == nullptr || size == 0 || size > 0x7FFFFFFF) {
-    throw NmError::CmIntegrityError(VZK_LOCATION, "Invalid input parameters given",
-                                    NmError::CmIntegrityErrorCode::OutOfRange);
-  }
+  VZK_REQUIRE(data != nullptr && size != 0 && size <= 0x7FFFFFFF, "Invalid input parameters given",
+              NmError::CmIntegrityErrorCode::OutOfRange);
   CMemBuffInput input;
   AttachJPEGFrame(m_Decoder, input, data, static_cast<uint32_t>(size));
   int width = 0;

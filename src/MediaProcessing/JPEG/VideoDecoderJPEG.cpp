@@ -1,6 +1,7 @@
 #include "MediaProcessing/JPEG/VideoDecoderJPEG.h"
 
 #include "Common/Error/Error.h"
+#include "Common/Error/Precondition.h"
 #include "MediaProcessing/Image/ImageCrop.h"
 #include "MediaProcessing/Image/SPLError.h"
 #include "MediaProcessing/JPEG/MemBuffInput.h"
@@ -10,18 +11,14 @@ namespace NmMediaProcessing {
 void AttachJPEGFrame(CJPEGDecoder& decoder, CMemBuffInput& input, const uint8_t* data,
                      uint32_t size) {
   decoder.Clean();
-  if (input.Open(data, size) != JStatusOk) {
-    throw NmError::CmIntegrityError(VZK_LOCATION, "Error opening JPEG decoder data input",
-                                    NmError::CmIntegrityErrorCode::InvalidPointer);
-  }
+  VZK_REQUIRE(input.Open(data, size) == JStatusOk, "Error opening JPEG decoder data input",
+              NmError::CmIntegrityErrorCode::InvalidPointer);
   const JStatus source = decoder.SetSource(&input);
   if (source == JStatusOutOfMemory) {
     throw CmBadAllocation();
   }
-  if (source != JStatusOk) {
-    throw NmError::CmIntegrityError(VZK_LOCATION, "Error setting JPEG decoder data source",
-                                    NmError::CmIntegrityErrorCode::InvalidPointer);
-  }
+  VZK_REQUIRE(source == JStatusOk, "Error setting JPEG decoder data source",
+              NmError::CmIntegrityErrorCode::InvalidPointer);
 }
 
 void CmVideoDecoderJPEG::SetParameters(const SmVideoDecodeParameters& parameters) {
@@ -41,11 +38,9 @@ bool CmVideoDecoderJPEG::Decode(const uint8_t* data, uint64_t size, int32_t imag
   if (data == nullptr) {
     return true; // every frame leaves at once: nothing is held to flush
   }
-  if (size == 0 || size >= 0x80000000u) {
-    throw NmError::CmIntegrityError(VZK_LOCATION,
-                                    "Invalid source data length for non-NULL source data",
-                                    NmError::CmIntegrityErrorCode::OutOfRange);
-  }
+  VZK_REQUIRE(size != 0 && size < 0x80000000u,
+              "Invalid source data length for non-NULL source data",
+              NmError::CmIntegrityErrorCode::OutOfRange);
   if (!m_DecodingEnabled) {
     result.m_ImageId = imageId;
     return true;
@@ -125,10 +120,8 @@ bool CmVideoDecoderJPEG::DecodeUsingJPEGView(const uint8_t* data, uint32_t size,
     }
     destination = m_Decoder.SetDestination(planes, steps, w, h, 3, JColorYCbCr, sampling, 8, scale);
   }
-  if (destination != JStatusOk) {
-    throw NmError::CmIntegrityError(VZK_LOCATION, "Error setting JPEG decoder destination",
-                                    NmError::CmIntegrityErrorCode::InvalidPointer);
-  }
+  VZK_REQUIRE(destination == JStatusOk, "Error setting JPEG decoder destination",
+              NmError::CmIntegrityErrorCode::InvalidPointer);
   const JStatus data_ = m_Decoder.ReadData();
   if (data_ == JStatusOutOfMemory) {
     throw CmBadAllocation();

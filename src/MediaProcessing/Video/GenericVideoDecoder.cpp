@@ -1,6 +1,7 @@
 #include "MediaProcessing/Video/GenericVideoDecoder.h"
 
 #include "Common/Error/Error.h"
+#include "Common/Error/Precondition.h"
 #include "MediaProcessing/GenericByteData/RawVideoByteDataAccess.h"
 #include "MediaProcessing/Image/ImageRotate90Right.h"
 
@@ -106,10 +107,8 @@ bool CmGenericVideoDecoder::Decode(const CmGenericByteData& source, CmImage& ima
     succeeded = m_Decoder->Decode(nullptr, 0, 0, WireZero, image, result);
   } else {
     const CmRawVideoByteDataAccess view(source, false);
-    if (!view.IsValid()) {
-      throw NmError::CmIntegrityError(VZK_LOCATION, "Invalid source data for decoding",
-                                      NmError::CmIntegrityErrorCode::InvalidArgument);
-    }
+    VZK_REQUIRE(view.IsValid(), "Invalid source data for decoding",
+                NmError::CmIntegrityErrorCode::InvalidArgument);
     bool drained = false;
     const bool codecChanged = m_Decoder.IsSet() && m_Decoder.NeedsCodecUpdate(view.GetCodec());
     if (codecChanged) {

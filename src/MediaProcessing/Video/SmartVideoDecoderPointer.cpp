@@ -1,6 +1,7 @@
 #include "MediaProcessing/Video/SmartVideoDecoderPointer.h"
 
 #include "Common/Error/Error.h"
+#include "Common/Error/Precondition.h"
 
 namespace NmMediaProcessing {
 
@@ -13,27 +14,20 @@ CmSmartVideoDecoderPointer::CmSmartVideoDecoderPointer(CmVideoFactoryMaker makeF
 void CmSmartVideoDecoderPointer::SetCodec(uint32_t codec) {
   const std::unique_ptr<ImVideoFactory> factory = m_MakeFactory(codec);
   std::unique_ptr<ImVideoDecoder> decoder(factory->CreateDecoder());
-  if (!decoder) {
-    throw NmError::CmIntegrityError(VZK_LOCATION, "No codec pointer has been set",
-                                    NmError::CmIntegrityErrorCode::InvalidPointer);
-  }
+  VZK_REQUIRE(decoder, "No codec pointer has been set",
+              NmError::CmIntegrityErrorCode::InvalidPointer);
   m_Decoder = std::move(decoder);
   m_Codec = codec;
 }
 
 ImVideoDecoder* CmSmartVideoDecoderPointer::operator->() const {
-  if (!m_Decoder) {
-    throw NmError::CmIntegrityError(VZK_LOCATION, "No codec pointer has been set",
-                                    NmError::CmIntegrityErrorCode::InvalidPointer);
-  }
+  VZK_REQUIRE(m_Decoder, "No codec pointer has been set",
+              NmError::CmIntegrityErrorCode::InvalidPointer);
   return m_Decoder.get();
 }
 
 bool CmSmartVideoDecoderPointer::NeedsCodecUpdate(uint32_t codec) const {
-  if (codec == 0) {
-    throw NmError::CmIntegrityError(VZK_LOCATION, "Unknown codec type",
-                                    NmError::CmIntegrityErrorCode::InvalidArgument);
-  }
+  VZK_REQUIRE(codec != 0, "Unknown codec type", NmError::CmIntegrityErrorCode::InvalidArgument);
   return codec != m_Codec;
 }
 

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "Common/Error/Error.h"
+#include "Common/Error/Precondition.h"
 #include "MediaProcessing/GenericByteData/GenericByteDataBlock.h"
 #include "MediaProcessing/GenericByteData/GenericByteDataMultiPacket.h"
 #include "MediaProcessing/GenericByteData/RawVideoByteDataAccess.h"
@@ -111,10 +112,7 @@ ImVideoAnalyzer& CmVideoSizeKeyFrameAnalyzer::AnalyzerFor(uint32_t codec) {
   if (!m_Analyzer || codec != m_Codec) {
     const std::unique_ptr<ImVideoFactory> factory = CmVideoFactory::CreateFromCodec(codec);
     std::unique_ptr<ImVideoAnalyzer> analyzer(factory->CreateAnalyzer());
-    if (!analyzer) {
-      throw NmError::CmIntegrityError(VZK_LOCATION, "No analyzer for codec",
-                                      NmError::CmIntegrityErrorCode::InvalidPointer);
-    }
+    VZK_REQUIRE(analyzer, "No analyzer for codec", NmError::CmIntegrityErrorCode::InvalidPointer);
     m_Analyzer = std::move(analyzer);
     m_Codec = codec;
   }

@@ -1,6 +1,7 @@
 #include "MediaProcessing/Video/VideoAnalyzerJPEG2000.h"
 
 #include "Common/Error/Error.h"
+#include "Common/Error/Precondition.h"
 #include "MediaProcessing/Video/OpenJPEG2000.h"
 
 namespace NmMediaProcessing {
@@ -14,10 +15,8 @@ CmVideoAnalyzerJPEG2000::CmVideoAnalyzerJPEG2000(
 
 bool CmVideoAnalyzerJPEG2000::Analyze(const uint8_t* data, uint64_t size, SmVideoSize& result) {
   const std::unique_ptr<ImThirdPartyJPEG2000> codec = m_MakeCodec();
-  if (!codec || !codec->SetData(data, size)) {
-    throw NmError::CmIntegrityError(VZK_LOCATION, "Null input parameters given",
-                                    NmError::CmIntegrityErrorCode::OutOfRange);
-  }
+  VZK_REQUIRE(codec && codec->SetData(data, size), "Null input parameters given",
+              NmError::CmIntegrityErrorCode::OutOfRange);
   return codec->GetImageInfo(result.first, result.second);
 }
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "Common/Error/Error.h"
+#include "Common/Error/Precondition.h"
 #include "MediaProcessing/Image/ImageCrop.h"
 #include "MediaProcessing/Image/ImageResize.h"
 #include "MediaProcessing/Video/OpenJPEG2000.h"
@@ -23,16 +24,11 @@ bool CmVideoDecoderJPEG2000::Decode(const uint8_t* data, uint64_t size, int32_t 
     // Nothing is ever held back, so a flush has nothing to give.
     return true;
   }
-  if (size == 0) {
-    throw NmError::CmIntegrityError(VZK_LOCATION,
-                                    "Invalid source data length for non-NULL source data",
-                                    NmError::CmIntegrityErrorCode::OutOfRange);
-  }
+  VZK_REQUIRE(size != 0, "Invalid source data length for non-NULL source data",
+              NmError::CmIntegrityErrorCode::OutOfRange);
   const std::unique_ptr<ImThirdPartyJPEG2000> codec = m_MakeCodec();
-  if (!codec || !codec->SetData(data, size)) {
-    throw NmError::CmIntegrityError(VZK_LOCATION, "Null input passed to decode",
-                                    NmError::CmIntegrityErrorCode::OutOfRange);
-  }
+  VZK_REQUIRE(codec && codec->SetData(data, size), "Null input passed to decode",
+              NmError::CmIntegrityErrorCode::OutOfRange);
   if (m_Parameters.m_ProduceImage) {
     if (!codec->DecodeImage(image)) {
       return false;

@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "Common/Error/Error.h"
+#include "Common/Error/Precondition.h"
 #include "MediaProcessing/Image/ImageCrop.h"
 #include "Toolkits/VZKSourceToolkitPlugin/ItemImage.h"
 #include "Toolkits/VZKSourceToolkitPlugin/ToolkitErrors.h"
@@ -35,10 +36,8 @@ void CmImgCrop::ReadConfiguration() {
 std::unique_ptr<ImImageTransformation> CmImgCrop::MakeCrop(uint64_t imageWidth,
                                                            uint64_t imageHeight) const {
   for (const double value : {m_OffsetX, m_OffsetY, m_Width, m_Height}) {
-    if (std::isnan(value)) {
-      throw NmError::CmIntegrityError(VZK_LOCATION, "Cropping area is not a number",
-                                      NmError::CmIntegrityErrorCode::InvalidArgument);
-    }
+    VZK_REQUIRE(!std::isnan(value), "Cropping area is not a number",
+                NmError::CmIntegrityErrorCode::InvalidArgument);
   }
   if (!m_Relative) {
     return std::make_unique<CmImageCrop>(ConfigurationCount(m_OffsetX),

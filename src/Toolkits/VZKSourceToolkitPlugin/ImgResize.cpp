@@ -3,6 +3,7 @@
 #include <cmath>
 
 #include "Common/Error/Error.h"
+#include "Common/Error/Precondition.h"
 #include "MediaProcessing/Image/ImageBoundingRectangleResize.h"
 #include "MediaProcessing/Image/ImageResize.h"
 #include "Toolkits/VZKSourceToolkitPlugin/ItemImage.h"
@@ -39,10 +40,8 @@ void CmImgFilledResize::ReadConfiguration() {
   SetTransformation([&] {
     // A shape of no size, or none at all, would turn every size computation
     // of the box into nonsense.
-    if (!std::isfinite(ratio) || ratio <= 0.0) {
-      throw NmError::CmIntegrityError(VZK_LOCATION, "Pixel aspect ratio must be positive",
-                                      NmError::CmIntegrityErrorCode::InvalidArgument);
-    }
+    VZK_REQUIRE(std::isfinite(ratio) && ratio > 0.0, "Pixel aspect ratio must be positive",
+                NmError::CmIntegrityErrorCode::InvalidArgument);
     return std::make_unique<CmImageFilledRectangleResize>(width, height, ratio, allowUpscaling);
   });
 }

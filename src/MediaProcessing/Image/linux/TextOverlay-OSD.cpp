@@ -10,6 +10,7 @@
 
 #include "Codecs/Primitives/PlaneCopy.h"
 #include "Common/Error/Error.h"
+#include "Common/Error/Precondition.h"
 #include "MediaProcessing/Image/CairoImageAllocator.h"
 #include "MediaProcessing/Image/ImageCrop.h"
 #include "MediaProcessing/Image/TextOverlayOS.h"
@@ -45,10 +46,8 @@ std::unique_ptr<char, CmGFree> MakeValidText(const std::string& text) {
 
 CmCairoImageAllocator& SurfaceAllocator(CmImage& surface) {
   auto* allocator = dynamic_cast<CmCairoImageAllocator*>(&surface.Allocator());
-  if (allocator == nullptr) {
-    throw CmIntegrityError(VZK_LOCATION, "Text surface is not a drawing surface",
-                           CmIntegrityErrorCode::InvalidState);
-  }
+  VZK_REQUIRE(allocator != nullptr, "Text surface is not a drawing surface",
+              CmIntegrityErrorCode::InvalidState);
   return *allocator;
 }
 
@@ -119,11 +118,10 @@ bool CmTextOverlayOS::PaintText(cairo_t* context, const std::string& text, uint6
   cairo_rectangle(context, 0, 0, m_TextWidth, m_TextHeight);
   cairo_fill(context);
   cairo_restore(context);
-  if (cairo_status(context) != CAIRO_STATUS_SUCCESS) {
-    throw NmError::CmSystemError(VZK_LOCATION, "Unable to initialize text background",
-                                 static_cast<int32_t>(cairo_status(context)),
-                                 cairo_status_to_string(cairo_status(context)));
-  }
+  VZK_REQUIRE_AS(NmError::CmSystemError, cairo_status(context) == CAIRO_STATUS_SUCCESS,
+                 "Unable to initialize text background",
+                 static_cast<int32_t>(cairo_status(context)),
+                 cairo_status_to_string(cairo_status(context)));
 
   std::unique_ptr<PangoLayout, CmGObjectUnref> layout(pango_cairo_create_layout(context));
   // Smoothed or hinted edges would produce colours that match neither the
@@ -209,10 +207,8 @@ void CmTextOverlayOS::PaintIntoSurface(const std::string& text, uint64_t maxWidt
     AllocateSurface(width, height);
     width = m_Drawing.GetWidth();
     height = m_Drawing.GetHeight();
-    if (!PaintText(m_Context, text, maxWidth, width, height)) {
-      throw CmIntegrityError(VZK_LOCATION, "Unable to paint into correct size",
-                             CmIntegrityErrorCode::InvalidPointer);
-    }
+    VZK_REQUIRE(PaintText(m_Context, text, maxWidth, width, height),
+                "Unable to paint into correct size", CmIntegrityErrorCode::InvalidPointer);
   }
   // Cairo leaves the fourth byte to chance; the key compares all four.
   const ImImageMemoryAllocation::CmWriteablePlane plane =
