@@ -99,7 +99,7 @@ void CmReferenceCountingImageAllocator::CmAllocatedPlane::Reinterpret(uint64_t n
                                                                       uint64_t newHeight,
                                                                       uint64_t newBytesPerPixel,
                                                                       uint64_t newPixelStride) {
-  VZK_REQUIRE(m_Memory != nullptr, "No image is allocated", CmIntegrityErrorCode::InvalidPointer);
+  VZK_REQUIRE(static_cast<bool>(m_Memory), "No image is allocated", CmIntegrityErrorCode::InvalidPointer);
   VZK_REQUIRE(newHeight <= height && newWidth * newPixelStride <= rowStride,
               "Previous plane is too small for new interpretation",
               CmIntegrityErrorCode::InvalidArgument);
