@@ -283,11 +283,16 @@ public:
 
 private:
   int Count() const { return static_cast<int>(m_Items.size()); }
-  static int64_t Distance(const ItemScript& item, int64_t time) {
+  // Unsigned, so that times at opposite ends of the range do not overflow.
+  static uint64_t Distance(const ItemScript& item, int64_t time) {
     if (time >= item.begin && time <= item.end) {
       return 0;
     }
-    return std::min(std::llabs(time - item.begin), std::llabs(time - item.end));
+    const auto gap = [](int64_t a, int64_t b) {
+      return a > b ? static_cast<uint64_t>(a) - static_cast<uint64_t>(b)
+                   : static_cast<uint64_t>(b) - static_cast<uint64_t>(a);
+    };
+    return std::min(gap(time, item.begin), gap(time, item.end));
   }
   int SequenceStart(int index) const {
     while (index > 0 && m_Items[index - 1].sequence == m_Items[index].sequence) {
