@@ -269,6 +269,19 @@ void KeepHeader(SmRecordCheck& check, const SmHeader& header, size_t length, int
   check.headerType = type;
 }
 
+// A video or audio packet whose header passed: its length, its one time and
+// its sequence number, read where its kind keeps them.
+EmRecordVerdict AcceptStreamPacket(const SmCheckContext& context, const SmHeader& header,
+                                   SmRecordCheck& check, size_t headerLength, size_t timeOffset,
+                                   int32_t type) {
+  check.length = header.U32(2);
+  check.beginTime = check.endTime = static_cast<int64_t>(header.U64(timeOffset));
+  check.hasSequenceNumber = true;
+  check.sequenceNumber = header.U16(8);
+  KeepHeader(check, header, headerLength, type);
+  return Fits(context, check.length);
+}
+
 EmRecordVerdict CheckVideoPacket(const SmCheckContext& context, const SmHeader& header,
                                  SmRecordCheck& check) {
   if (header.Has(2, 4) && header.U32(2) <= VideoHeaderLength) {
@@ -287,12 +300,8 @@ EmRecordVerdict CheckVideoPacket(const SmCheckContext& context, const SmHeader& 
   if (header.have < VideoHeaderLength) {
     return HeaderVerdict(header, VideoHeaderLength);
   }
-  check.length = header.U32(2);
-  check.beginTime = check.endTime = static_cast<int64_t>(header.U64(20));
-  check.hasSequenceNumber = true;
-  check.sequenceNumber = header.U16(8);
-  KeepHeader(check, header, VideoHeaderLength, SmByteDataType::VideoStreamDataPacket);
-  return Fits(context, check.length);
+  return AcceptStreamPacket(context, header, check, VideoHeaderLength, 20,
+                            SmByteDataType::VideoStreamDataPacket);
 }
 
 EmRecordVerdict CheckAudioPacket(const SmCheckContext& context, const SmHeader& header,
@@ -311,12 +320,8 @@ EmRecordVerdict CheckAudioPacket(const SmCheckContext& context, const SmHeader& 
   if (header.have < AudioHeaderLength) {
     return HeaderVerdict(header, AudioHeaderLength);
   }
-  check.length = header.U32(2);
-  check.beginTime = check.endTime = static_cast<int64_t>(header.U64(12));
-  check.hasSequenceNumber = true;
-  check.sequenceNumber = header.U16(8);
-  KeepHeader(check, header, AudioHeaderLength, SmByteDataType::AudioStreamDataPacket);
-  return Fits(context, check.length);
+  return AcceptStreamPacket(context, header, check, AudioHeaderLength, 12,
+                            SmByteDataType::AudioStreamDataPacket);
 }
 
 EmRecordVerdict CheckSinglePacket(const SmCheckContext& context, SmRecordCheck& check) {
