@@ -27,9 +27,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size == 0) {
     return 0;
   }
-  const size_t scriptSize = std::min<size_t>(data[size - 1], size - 1);
-  const size_t fileSize = size - 1 - scriptSize;
-  NmFuzz::CmScript script(data + fileSize, scriptSize);
+  NmFuzz::SmSplitInput input = NmFuzz::SplitInput(data, size);
+  const size_t fileSize = input.fileSize;
+  NmFuzz::CmScript& script = input.script;
   const uint8_t heldBack = script.Byte();
   const uint8_t properties = script.Byte();
 

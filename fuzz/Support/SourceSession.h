@@ -32,6 +32,20 @@ private:
   size_t m_Position = 0;
 };
 
+// An input is a file, then a script of calls, then one byte that gives the
+// script's length, so that mutations of the file and of the calls stay apart.
+struct SmSplitInput {
+  const uint8_t* file;
+  size_t fileSize;
+  CmScript script;
+};
+
+inline SmSplitInput SplitInput(const uint8_t* data, size_t size) {
+  const size_t scriptSize = std::min<size_t>(data[size - 1], size - 1);
+  const size_t fileSize = size - 1 - scriptSize;
+  return {data, fileSize, CmScript(data + fileSize, scriptSize)};
+}
+
 class CmSession {
 public:
   CmSession(ImToolkit& toolkit, CmMemoryFile& file, const uint8_t* heldBack, size_t size)
