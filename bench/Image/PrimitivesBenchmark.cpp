@@ -246,11 +246,13 @@ void RegisterAll() {
     const P::SmResizeMode mode = r.mode;
     Register(r.name, "ours", [mode, scratch = ResizeScratch(mode)]() mutable {
       P::ResizePlane(gray.data(), Width, Width, Height, gray2.data(), SmallWidth, SmallWidth,
-                     SmallHeight, 1, mode, scratch.data(), scratch.size(), 0, SmallHeight);
+                     SmallHeight, 1, mode, scratch.data(), scratch.size(),
+                     P::SmResizeWindow::Whole(SmallWidth, SmallHeight));
     });
     Register(r.name, "reference", [mode, scratch = ResizeScratch(mode)]() mutable {
       R::ResizePlane(gray.data(), Width, Width, Height, gray2.data(), SmallWidth, SmallWidth,
-                     SmallHeight, 1, mode, scratch.data(), scratch.size(), 0, SmallHeight);
+                     SmallHeight, 1, mode, scratch.data(), scratch.size(),
+                     P::SmResizeWindow::Whole(SmallWidth, SmallHeight));
     });
     if (mode != P::ResizeLanczos) {
       const libyuv::FilterMode peer = r.peer;
@@ -273,7 +275,8 @@ void RegisterAll() {
            [scratch = std::vector<uint8_t>(
                 P::GetResizeScratchSize(Width, Height, 1280, 720, 1, P::ResizeLinear))]() mutable {
              P::ResizePlane(gray.data(), Width, Width, Height, gray2.data(), 1280, 1280, 720, 1,
-                            P::ResizeLinear, scratch.data(), scratch.size(), 0, 720);
+                            P::ResizeLinear, scratch.data(), scratch.size(),
+                            P::SmResizeWindow::Whole(1280, 720));
            });
   Register("ResizeLinear720", "libyuv", [] {
     libyuv::ScalePlane(gray.data(), Width, Width, Height, gray2.data(), 1280, 1280, 720,
@@ -284,7 +287,8 @@ void RegisterAll() {
            [scratch = std::vector<uint8_t>(
                 P::GetResizeScratchSize(Width, Height, 1280, 720, 4, P::ResizeLinear))]() mutable {
              P::ResizePlane(argb.data(), 4 * Width, Width, Height, argb2.data(), 4 * 1280, 1280,
-                            720, 4, P::ResizeLinear, scratch.data(), scratch.size(), 0, 720);
+                            720, 4, P::ResizeLinear, scratch.data(), scratch.size(),
+                            P::SmResizeWindow::Whole(1280, 720));
            });
   Register("ResizeLinear720x4", "libyuv", [] {
     libyuv::ARGBScale(argb.data(), 4 * Width, Width, Height, argb2.data(), 4 * 1280, 1280, 720,
@@ -297,14 +301,14 @@ void RegisterAll() {
                 Width, Height, SmallWidth, SmallHeight, 4, P::ResizeLanczos))]() mutable {
              P::ResizePlane(argb.data(), 4 * Width, Width, Height, argb2.data(), 4 * SmallWidth,
                             SmallWidth, SmallHeight, 4, P::ResizeLanczos, scratch.data(),
-                            scratch.size(), 0, SmallHeight);
+                            scratch.size(), P::SmResizeWindow::Whole(SmallWidth, SmallHeight));
            });
   Register("ResizeLanczos4", "reference",
            [scratch = std::vector<uint8_t>(P::GetResizeScratchSize(
                 Width, Height, SmallWidth, SmallHeight, 4, P::ResizeLanczos))]() mutable {
              R::ResizePlane(argb.data(), 4 * Width, Width, Height, argb2.data(), 4 * SmallWidth,
                             SmallWidth, SmallHeight, 4, P::ResizeLanczos, scratch.data(),
-                            scratch.size(), 0, SmallHeight);
+                            scratch.size(), P::SmResizeWindow::Whole(SmallWidth, SmallHeight));
            });
   Register("ResizeLanczos4", "swscale", [] {
     const uint8_t* const from[4] = {argb.data(), nullptr, nullptr, nullptr};

@@ -220,10 +220,9 @@ TEST(ImageColorFormatConvert, SplitFieldsOfOddFourTwoZeroGoesThroughFourTwoTwo) 
 
 namespace {
 
-constexpr ColorFormat AllFormats[] = {Gray,           RGB24,           BGR24,
-                                      RGB32,          BGR32,           YCbCr420_Planar,
-                                      YCbCr422_Planar, YCbCr444_Planar, RGBA,
-                                      BGRA};
+constexpr ColorFormat AllFormats[] = {
+    Gray, RGB24, BGR24, RGB32, BGR32, YCbCr420_Planar, YCbCr422_Planar, YCbCr444_Planar,
+    RGBA, BGRA};
 
 bool IsPackedFormat(ColorFormat f) {
   return f != Gray && !IsMultiPlaneFormat(f);
@@ -364,16 +363,15 @@ TEST(ImageColorFormatConvert, FullRangeSubsampledChromaIsInterpolatedWithoutSeam
       const auto cr = source.Allocator().GetPlane(2);
       const uint64_t wide = 2 * cb.width;
       const uint64_t tall = format == YCbCr420_Planar ? 2 * cb.height : cb.height;
-      std::vector<uint8_t> scratch(
-          NmPrimitives::GetResizeScratchSize(cb.width, cb.height, wide, tall, 1,
-                                             NmPrimitives::ResizeLinear));
+      std::vector<uint8_t> scratch(NmPrimitives::GetResizeScratchSize(
+          cb.width, cb.height, wide, tall, 1, NmPrimitives::ResizeLinear));
       std::vector<uint8_t> bigCb(wide * tall), bigCr(wide * tall);
       NmPrimitives::ResizePlane(cb.data, cb.rowStride, cb.width, cb.height, bigCb.data(), wide,
                                 wide, tall, 1, NmPrimitives::ResizeLinear, scratch.data(),
-                                scratch.size(), 0, tall);
+                                scratch.size(), NmPrimitives::SmResizeWindow::Whole(wide, tall));
       NmPrimitives::ResizePlane(cr.data, cr.rowStride, cr.width, cr.height, bigCr.data(), wide,
                                 wide, tall, 1, NmPrimitives::ResizeLinear, scratch.data(),
-                                scratch.size(), 0, tall);
+                                scratch.size(), NmPrimitives::SmResizeWindow::Whole(wide, tall));
       const auto y = source.Allocator().GetPlane(0);
       std::vector<uint8_t> expected(width * 3 * height);
       NmPrimitives::NmReference::YCbCrToRgb(

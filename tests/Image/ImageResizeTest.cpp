@@ -3,6 +3,7 @@
 #include "Codecs/Primitives/Resize.h"
 #include "MediaProcessing/Image/ImageBoundingRectangleResize.h"
 #include "MediaProcessing/Image/ImageBufferHelpers.h"
+#include "MediaProcessing/Image/ImageCrop.h"
 #include "MediaProcessing/Image/ImageDeinterlace.h"
 #include "MediaProcessing/Image/ImageResize.h"
 #include "support/ImageTestSupport.h"
@@ -29,12 +30,13 @@ CmImage MakeImage(uint64_t width, uint64_t height, ColorFormat format,
 std::vector<uint8_t> ResizedLuma(const CmImage& image, uint64_t width, uint64_t height,
                                  NmPrimitives::SmResizeMode mode) {
   const auto plane = image.Allocator().GetPlane(0);
-  std::vector<uint8_t> scratch(NmPrimitives::GetResizeScratchSize(
-      plane.width, plane.height, width, height, plane.pixelStride, mode));
+  std::vector<uint8_t> scratch(NmPrimitives::GetResizeScratchSize(plane.width, plane.height, width,
+                                                                  height, plane.pixelStride, mode));
   std::vector<uint8_t> out(width * plane.pixelStride * height);
   NmPrimitives::ResizePlane(plane.data, plane.rowStride, plane.width, plane.height, out.data(),
                             width * plane.pixelStride, width, height, plane.pixelStride, mode,
-                            scratch.data(), scratch.size(), 0, height);
+                            scratch.data(), scratch.size(),
+                            NmPrimitives::SmResizeWindow::Whole(width, height));
   return out;
 }
 
@@ -46,6 +48,22 @@ std::vector<uint8_t> Luma(const CmImage& image) {
                plane.data + y * plane.rowStride + plane.width * plane.pixelStride);
   }
   return out;
+}
+
+// The samples of every plane, row by row, without stride gaps.
+std::vector<std::vector<uint8_t>> Samples(const CmImage& image) {
+  std::vector<std::vector<uint8_t>> planes;
+  for (uint64_t i = 0; i < image.Allocator().GetPlaneCount(); ++i) {
+    const auto plane = image.Allocator().GetPlane(i);
+    std::vector<uint8_t>& out = planes.emplace_back();
+    for (uint64_t y = 0; y < plane.height; ++y) {
+      for (uint64_t x = 0; x < plane.width; ++x) {
+        const uint8_t* pixel = plane.GetPixelAddress(x, y);
+        out.insert(out.end(), pixel, pixel + plane.bytesPerPixel);
+      }
+    }
+  }
+  return planes;
 }
 
 } // namespace
@@ -83,8 +101,8 @@ TEST(ImageResize, ChoosesTheInterpolationByOptions) {
 
 TEST(ImageResize, FormatsSizesAndAspect) {
   // Every format resizes, each plane to its own size.
-  for (const ColorFormat format : {Gray, RGB24, BGR32, RGBA, YCbCr420_Planar, YCbCr422_Planar,
-                                   YCbCr444_Planar}) {
+  for (const ColorFormat format :
+       {Gray, RGB24, BGR32, RGBA, YCbCr420_Planar, YCbCr422_Planar, YCbCr444_Planar}) {
     CmImage result;
     CmImageResize(31, 17, true).Execute(MakeImage(64, 48, format), result);
     EXPECT_EQ(result.GetColorFormat(), format);
@@ -119,6 +137,56 @@ TEST(ImageResize, FormatsSizesAndAspect) {
   EXPECT_EQ(square.Allocator().GetPlane(0).data, pixels);
   CmImageResize(10, 10, false).Execute(square);
   EXPECT_EQ(square.GetWidth(), 10u);
+}
+
+TEST(ImageResize, AWindowIsTheCropOfTheWhole) {
+  // Every format, every interpolation, windows anywhere (odd places make a
+  // crop of subsampled chroma go to 4:4:4 first), growing and shrinking, and
+  // interlaced pictures that only change width.
+  std::mt19937 random(7);
+  const ColorFormat formats[] = {
+      Gray, RGB24, BGR32, RGBA, YCbCr420_Planar, YCbCr422_Planar, YCbCr444_Planar};
+  for (int round = 0; round < 7 * 2 * 8; ++round) {
+    const ColorFormat format = formats[round / 16];
+    const bool interlaced = round / 8 % 2 == 1;
+    const uint64_t sw = 1 + random() % 40, sh = interlaced ? 24 : 1 + random() % 40;
+    const uint64_t w = 1 + random() % 90, h = interlaced ? sh : 1 + random() % 90;
+    const uint64_t x = random() % w, y = random() % h;
+    const uint64_t ww = 1 + random() % (w - x), wh = 1 + random() % (h - y);
+    const CmImage source =
+        MakeImage(sw, sh, format, interlaced ? InterleavedTopFirst : Progressive);
+    for (const uint32_t options :
+         {0u, +ImImageTransformation::OptionFast, +ImImageTransformation::OptionHighQuality}) {
+      SCOPED_TRACE(::testing::Message() << "format " << format << " " << sw << "x" << sh << " to "
+                                        << w << "x" << h << " window " << x << "," << y << " " << ww
+                                        << "x" << wh << " options " << options);
+      CmImageResize whole(w, h, false);
+      whole.SetOptions(options);
+      CmImage expected;
+      whole.Execute(source, expected);
+      CmImageCrop(x, y, ww, wh).Execute(expected);
+      CmImageResize windowed(w, h, false);
+      windowed.SetOptions(options);
+      windowed.SetOutputWindow(x, y, ww, wh);
+      CmImage actual;
+      windowed.Execute(source, actual);
+      ASSERT_EQ(actual.GetColorFormat(), expected.GetColorFormat());
+      ASSERT_EQ(actual.GetWidth(), ww);
+      ASSERT_EQ(actual.GetHeight(), wh);
+      EXPECT_EQ(Samples(actual), Samples(expected));
+      EXPECT_DOUBLE_EQ(actual.GetAttributes().aspectRatio, expected.GetAttributes().aspectRatio);
+    }
+  }
+  // A window of the source's own size is a crop, also in place.
+  CmImage image = MakeImage(30, 20, YCbCr420_Planar);
+  CmImage expected;
+  CmImageCrop(3, 5, 10, 9).Execute(image, expected);
+  CmImageResize same(30, 20, true);
+  same.SetOutputWindow(3, 5, 10, 9);
+  same.Execute(image);
+  EXPECT_EQ(Samples(image), Samples(expected));
+  ExpectError([&] { same.SetOutputWindow(25, 0, 6, 1); }, "Clipping region is outside plane", 3);
+  ExpectError([&] { same.SetOutputWindow(0, 0, 0, 1); }, "Clipping region is empty", 2);
 }
 
 TEST(ImageResize, RefusesWhatItCannotDo) {
@@ -176,8 +244,8 @@ TEST(ImageBoundingRectangleResize, FitsCoversAndDerives) {
               "Bounding rectangle width out of range", 2);
   ExpectError([] { CmImageBoundingRectangleResize(10, 32768, 0, 1.0); },
               "Bounding rectangle height out of range", 2);
-  ExpectError([] { CmImageBoundingRectangleResize(0, 0, 0, 1.0); },
-              "No bounding dimensions given", 2);
+  ExpectError([] { CmImageBoundingRectangleResize(0, 0, 0, 1.0); }, "No bounding dimensions given",
+              2);
   CmImage result;
   ExpectError([&] { CmImageBoundingRectangleResize(10, 10, 0, 1.0).Execute(CmImage(), result); },
               "No valid image data", 1);

@@ -92,17 +92,22 @@ TEST_P(Resize, MatchesTheReference) {
         SCOPED_TRACE(::testing::Message() << sw << "x" << sh << " to " << dw << "x" << dh
                                           << " mode " << mode << " bytes " << bytes);
         const SmTestPlane source(random, sw * bytes, sh);
-        const size_t first = random() % dh;
-        const size_t end = first + 1 + random() % (dh - first);
-        SmTestPlane expected(random, dw * bytes, end - first);
+        // Any window of the result, from a single pixel to the whole.
+        SmResizeWindow window{};
+        window.top = random() % dh;
+        window.bottom = window.top + 1 + random() % (dh - window.top);
+        window.left = random() % dw;
+        window.right = window.left + 1 + random() % (dw - window.left);
+        SmTestPlane expected(random, (window.right - window.left) * bytes,
+                             window.bottom - window.top);
         SmTestPlane actual = expected;
         auto scratch = Scratch(sw, sh, dw, dh, bytes, mode);
         ASSERT_EQ(NmReference::ResizePlane(source.data(), source.stride, sw, sh, expected.data(),
                                            expected.stride, dw, dh, bytes, mode, scratch.data(),
-                                           scratch.size(), first, end),
+                                           scratch.size(), window),
                   ResizeOk);
         ASSERT_EQ(ResizePlane(source.data(), source.stride, sw, sh, actual.data(), actual.stride,
-                              dw, dh, bytes, mode, scratch.data(), scratch.size(), first, end),
+                              dw, dh, bytes, mode, scratch.data(), scratch.size(), window),
                   ResizeOk);
         ASSERT_EQ(actual.bytes, expected.bytes);
       }
@@ -126,7 +131,8 @@ TEST_F(ResizeReference, IsWithinOneOfTheDefinitions) {
       std::vector<uint8_t> out(dw * dh);
       auto scratch = Scratch(sw, sh, dw, dh, 1, mode);
       ASSERT_EQ(NmReference::ResizePlane(source.data(), source.stride, sw, sh, out.data(), dw, dw,
-                                         dh, 1, mode, scratch.data(), scratch.size(), 0, dh),
+                                         dh, 1, mode, scratch.data(), scratch.size(),
+                                         SmResizeWindow::Whole(dw, dh)),
                 ResizeOk);
       int worst = 0;
       for (size_t y = 0; y < dh; ++y) {
@@ -151,29 +157,36 @@ TEST_F(ResizeReference, IsWithinOneOfTheDefinitions) {
   }
 }
 
-TEST_P(Resize, FlatStaysFlatAndBandsJoin) {
+TEST_P(Resize, FlatStaysFlatAndWindowsJoin) {
   std::mt19937& random = Random();
   for (const SmResizeMode mode : Modes) {
-    for (const size_t bytes : {1u, 4u}) {
+    for (const size_t bytes : {1u, 3u, 4u}) {
+      SCOPED_TRACE(::testing::Message() << "mode " << mode << " bytes " << bytes);
       // Any weights that sum to one keep a flat picture flat, to the bit.
       std::vector<uint8_t> flat(37 * bytes * 11, 201);
       std::vector<uint8_t> out(13 * bytes * 29);
       auto scratch = Scratch(37, 11, 13, 29, bytes, mode);
       ASSERT_EQ(ResizePlane(flat.data(), 37 * bytes, 37, 11, out.data(), 13 * bytes, 13, 29, bytes,
-                            mode, scratch.data(), scratch.size(), 0, 29),
+                            mode, scratch.data(), scratch.size(), SmResizeWindow::Whole(13, 29)),
                 ResizeOk);
-      EXPECT_TRUE(std::all_of(out.begin(), out.end(), [](uint8_t v) { return v == 201; })) << mode;
-      // Bands of rows give the rows of the whole.
+      EXPECT_TRUE(std::all_of(out.begin(), out.end(), [](uint8_t v) { return v == 201; }));
+      // Tiles of rows and columns give the pixels of the whole, also where a
+      // tile's taps reach past its own source span and at the plane's edges.
       const SmTestPlane noise(random, 37 * bytes, 11, 0);
-      std::vector<uint8_t> whole(out.size()), banded(out.size());
+      std::vector<uint8_t> whole(out.size()), tiled(out.size());
       ResizePlane(noise.data(), noise.stride, 37, 11, whole.data(), 13 * bytes, 13, 29, bytes, mode,
-                  scratch.data(), scratch.size(), 0, 29);
-      for (size_t first = 0; first < 29; first += 5) {
-        const size_t end = std::min<size_t>(first + 5, 29);
-        ResizePlane(noise.data(), noise.stride, 37, 11, banded.data() + first * 13 * bytes,
-                    13 * bytes, 13, 29, bytes, mode, scratch.data(), scratch.size(), first, end);
+                  scratch.data(), scratch.size(), SmResizeWindow::Whole(13, 29));
+      for (size_t top = 0; top < 29; top += 5) {
+        for (size_t left = 0; left < 13; left += 4) {
+          const SmResizeWindow tile{left, top, std::min<size_t>(left + 4, 13),
+                                    std::min<size_t>(top + 5, 29)};
+          ASSERT_EQ(ResizePlane(noise.data(), noise.stride, 37, 11,
+                                tiled.data() + (top * 13 + left) * bytes, 13 * bytes, 13, 29, bytes,
+                                mode, scratch.data(), scratch.size(), tile),
+                    ResizeOk);
+        }
       }
-      EXPECT_EQ(banded, whole) << mode;
+      EXPECT_EQ(tiled, whole);
     }
   }
 }
@@ -182,9 +195,10 @@ TEST_P(Resize, StatusesOfBadCalls) {
   uint8_t plane[16] = {};
   auto scratch = Scratch(4, 4, 2, 2, 1, ResizeLinear);
   const auto call = [&](const uint8_t* src, uint8_t* dst, size_t sw, size_t dw, size_t bytes,
-                        SmResizeMode mode, size_t scratchSize, size_t first, size_t end) {
+                        SmResizeMode mode, size_t scratchSize, size_t first, size_t end,
+                        size_t left = 0, size_t right = 2) {
     return ResizePlane(src, 4, sw, 4, dst, 4, dw, 2, bytes, mode, scratch.data(), scratchSize,
-                       first, end);
+                       SmResizeWindow{left, first, right, end});
   };
   EXPECT_EQ(call(nullptr, plane, 4, 2, 1, ResizeLinear, scratch.size(), 0, 2), ResizeNullPointer);
   EXPECT_EQ(call(plane, nullptr, 4, 2, 1, ResizeLinear, scratch.size(), 0, 2), ResizeNullPointer);
@@ -193,6 +207,10 @@ TEST_P(Resize, StatusesOfBadCalls) {
   EXPECT_EQ(call(plane, plane + 8, 4, 2, 2, ResizeLinear, scratch.size(), 0, 2), ResizeBadSize);
   EXPECT_EQ(call(plane, plane + 8, 4, 2, 1, ResizeLinear, scratch.size(), 1, 1), ResizeBadSize);
   EXPECT_EQ(call(plane, plane + 8, 4, 2, 1, ResizeLinear, scratch.size(), 0, 3), ResizeBadSize);
+  EXPECT_EQ(call(plane, plane + 8, 4, 2, 1, ResizeLinear, scratch.size(), 0, 2, 1, 1),
+            ResizeBadSize);
+  EXPECT_EQ(call(plane, plane + 8, 4, 2, 1, ResizeLinear, scratch.size(), 0, 2, 0, 3),
+            ResizeBadSize);
   EXPECT_EQ(call(plane, plane + 8, 4, 2, 1, static_cast<SmResizeMode>(4), scratch.size(), 0, 2),
             ResizeBadMode);
   EXPECT_EQ(call(plane, plane + 8, 4, 2, 1, ResizeLinear, scratch.size() - 1, 0, 2),
@@ -226,7 +244,8 @@ TEST_P(Resize, KeptFilterTablesServeConcurrentCallersOfManyGeometries) {
     std::vector<uint8_t> out(c.dw * c.bytes * c.dh);
     auto scratch = Scratch(c.sw, c.sh, c.dw, c.dh, c.bytes, c.mode);
     EXPECT_EQ(ResizePlane(source.data(), source.stride, c.sw, c.sh, out.data(), c.dw * c.bytes,
-                          c.dw, c.dh, c.bytes, c.mode, scratch.data(), scratch.size(), 0, c.dh),
+                          c.dw, c.dh, c.bytes, c.mode, scratch.data(), scratch.size(),
+                          SmResizeWindow::Whole(c.dw, c.dh)),
               ResizeOk);
     return out;
   };

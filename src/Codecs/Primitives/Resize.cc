@@ -541,19 +541,21 @@ void ShuffleCopyRow(const uint8_t* row, const int32_t* first, const SmShufflePla
 int32_t ResizePlaneImpl(const uint8_t* src, size_t srcStride, size_t srcWidth, size_t srcHeight,
                         uint8_t* dst, size_t dstStride, size_t dstWidth, size_t dstHeight,
                         size_t pixelBytes, SmResizeMode mode, uint8_t* scratch, size_t scratchSize,
-                        size_t firstRow, size_t endRow) {
+                        const SmResizeWindow& window) {
   const int32_t status = T::Check(src, srcWidth, srcHeight, dst, dstWidth, dstHeight, pixelBytes,
-                                  mode, scratch, firstRow, endRow);
+                                  mode, scratch, window);
   if (status != ResizeOk) {
     return status;
   }
   T::SmLayout layout;
-  if (!T::Build(srcWidth, srcHeight, dstWidth, dstHeight, pixelBytes, mode, scratch, scratchSize,
-                layout)) {
+  if (!T::Build(srcWidth, srcHeight, dstWidth, dstHeight, pixelBytes, mode, window, scratch,
+                scratchSize, layout)) {
     return ResizeScratchTooSmall;
   }
-  const size_t rowBytes = srcWidth * pixelBytes;
-  const size_t outputBytes = dstWidth * pixelBytes;
+  // Source rows are read from the first byte that the window needs.
+  src += layout.rowOrigin;
+  const size_t rowBytes = layout.rowBytes;
+  const size_t outputBytes = layout.outputBytes;
   // One tap of full weight each way reproduces the source sample exactly, so
   // such a filter is a copy by index: nearest neighbour always, and linear
   // interpolation by an odd whole factor, whose output centres fall on source
@@ -571,16 +573,16 @@ int32_t ResizePlaneImpl(const uint8_t* src, size_t srcStride, size_t srcWidth, s
     SmShufflePlan plan;
     if (BuildShufflePlan(first, outputBytes, rowBytes, reinterpret_cast<uint8_t*>(layout.packed),
                          plan)) {
-      for (size_t y = firstRow; y < endRow; ++y) {
+      for (size_t y = window.top; y < window.bottom; ++y) {
         ShuffleCopyRow(src + CopyRow(layout.vertical, y) * srcStride, first, plan,
-                       dst + (y - firstRow) * dstStride, outputBytes);
+                       dst + (y - window.top) * dstStride, outputBytes);
       }
       return ResizeOk;
     }
 #endif
-    for (size_t y = firstRow; y < endRow; ++y) {
+    for (size_t y = window.top; y < window.bottom; ++y) {
       const uint8_t* HWY_RESTRICT row = src + CopyRow(layout.vertical, y) * srcStride;
-      uint8_t* HWY_RESTRICT out = dst + (y - firstRow) * dstStride;
+      uint8_t* HWY_RESTRICT out = dst + (y - window.top) * dstStride;
       for (size_t o = 0; o < outputBytes; ++o) {
         out[o] = row[first[o]];
       }
@@ -597,14 +599,15 @@ int32_t ResizePlaneImpl(const uint8_t* src, size_t srcStride, size_t srcWidth, s
     int16_t* row = reinterpret_cast<int16_t*>(layout.row);
     std::fill(row + rowBytes, row + rowBytes + 16, int16_t{0});
     int32_t* pairs = reinterpret_cast<int32_t*>(layout.packed);
+    const size_t pixels = window.right - window.left;
     if (pixelBytes == 1) {
       PackHorizontalWeights(layout.horizontal, outputBytes, layout.packed);
     } else {
-      PackPixelWeightPairs(layout.horizontal, dstWidth, pixelBytes, pairs);
+      PackPixelWeightPairs(layout.horizontal, pixels, pixelBytes, pairs);
     }
-    for (size_t y = firstRow; y < endRow; ++y) {
+    for (size_t y = window.top; y < window.bottom; ++y) {
       const uint8_t* top = src + static_cast<size_t>(layout.vertical.first[y]) * srcStride;
-      uint8_t* out = dst + (y - firstRow) * dstStride;
+      uint8_t* out = dst + (y - window.top) * dstStride;
       VerticalPassNarrow(top, srcStride, layout.vertical.weights + y * layout.vertical.taps,
                          layout.vertical.taps, row, rowBytes);
       if (pixelBytes == 1) {
@@ -612,20 +615,20 @@ int32_t ResizePlaneImpl(const uint8_t* src, size_t srcStride, size_t srcWidth, s
                              out, outputBytes);
       } else if (pixelBytes == 3) {
         HorizontalPassPixels<3>(row, layout.horizontal.first, pairs, layout.horizontal.taps, out,
-                                dstWidth);
+                                pixels);
       } else {
         HorizontalPassPixels<4>(row, layout.horizontal.first, pairs, layout.horizontal.taps, out,
-                                dstWidth);
+                                pixels);
       }
     }
     return ResizeOk;
   }
 #endif
-  for (size_t y = firstRow; y < endRow; ++y) {
+  for (size_t y = window.top; y < window.bottom; ++y) {
     const uint8_t* top = src + static_cast<size_t>(layout.vertical.first[y]) * srcStride;
     VerticalPass(top, srcStride, layout.vertical.weights + y * layout.vertical.taps,
                  layout.vertical.taps, layout.row, rowBytes);
-    HorizontalPass(layout.row, layout.horizontal, pixelBytes, dst + (y - firstRow) * dstStride,
+    HorizontalPass(layout.row, layout.horizontal, pixelBytes, dst + (y - window.top) * dstStride,
                    outputBytes);
   }
   return ResizeOk;
@@ -655,10 +658,10 @@ size_t GetResizeScratchSize(size_t srcWidth, size_t srcHeight, size_t dstWidth, 
 int32_t ResizePlane(const uint8_t* src, size_t srcStride, size_t srcWidth, size_t srcHeight,
                     uint8_t* dst, size_t dstStride, size_t dstWidth, size_t dstHeight,
                     size_t pixelBytes, SmResizeMode mode, uint8_t* scratch, size_t scratchSize,
-                    size_t firstRow, size_t endRow) {
+                    const SmResizeWindow& window) {
   return HWY_DYNAMIC_DISPATCH(ResizePlaneImpl)(src, srcStride, srcWidth, srcHeight, dst, dstStride,
                                                dstWidth, dstHeight, pixelBytes, mode, scratch,
-                                               scratchSize, firstRow, endRow);
+                                               scratchSize, window);
 }
 
 } // namespace NmPrimitives

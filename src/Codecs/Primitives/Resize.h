@@ -28,20 +28,31 @@ constexpr int32_t ResizeScratchTooSmall = -11;
 size_t GetResizeScratchSize(size_t srcWidth, size_t srcHeight, size_t dstWidth, size_t dstHeight,
                             size_t pixelBytes, SmResizeMode mode);
 
-// Writes output rows firstRow up to (not including) endRow of the full
-// dstWidth x dstHeight result; dst points at row firstRow. A band of rows
-// reads the source rows around it as the whole would, so bands join without
-// seams.
+// The part of the full dstWidth x dstHeight result that one call writes:
+// columns left up to (not including) right of rows top up to bottom.
+struct SmResizeWindow {
+  size_t left, top, right, bottom;
+
+  static SmResizeWindow Whole(size_t width, size_t height) { return {0, 0, width, height}; }
+  static SmResizeWindow Rows(size_t width, size_t top, size_t bottom) {
+    return {0, top, width, bottom};
+  }
+};
+
+// Writes the window of the full dstWidth x dstHeight result; dst points at
+// the window's first pixel. A window reads the source around it as the whole
+// would, so windows join without seams, and a small window of a huge result
+// costs only its own pixels.
 int32_t ResizePlane(const uint8_t* src, size_t srcStride, size_t srcWidth, size_t srcHeight,
                     uint8_t* dst, size_t dstStride, size_t dstWidth, size_t dstHeight,
                     size_t pixelBytes, SmResizeMode mode, uint8_t* scratch, size_t scratchSize,
-                    size_t firstRow, size_t endRow);
+                    const SmResizeWindow& window);
 
 namespace NmReference {
 int32_t ResizePlane(const uint8_t* src, size_t srcStride, size_t srcWidth, size_t srcHeight,
                     uint8_t* dst, size_t dstStride, size_t dstWidth, size_t dstHeight,
                     size_t pixelBytes, SmResizeMode mode, uint8_t* scratch, size_t scratchSize,
-                    size_t firstRow, size_t endRow);
+                    const SmResizeWindow& window);
 } // namespace NmReference
 
 // The filter tables, shared by both versions.
@@ -58,9 +69,12 @@ struct SmAxis {
 };
 
 struct SmLayout {
-  SmAxis vertical;
-  SmAxis horizontal; // per output byte: first is a byte index, taps step by pixelBytes
-  int32_t* row;      // the vertical pass's result, one value per source byte
+  SmAxis vertical;    // per output row of the whole result
+  SmAxis horizontal;  // per output byte of the window: first is a byte index into row
+  size_t rowOrigin;   // the first source byte that the window's taps read
+  size_t rowBytes;    // how many source bytes from there they read
+  size_t outputBytes; // bytes of one window row
+  int32_t* row;       // the vertical pass's result, one value per source byte read
   // Room for a vector version's own arrangement of the horizontal weights:
   // 16 bits each, per output byte the taps rounded up to a multiple of 8.
   int16_t* packed;
@@ -74,10 +88,11 @@ size_t GetScratchSize(size_t srcWidth, size_t srcHeight, size_t dstWidth, size_t
                       size_t pixelBytes, SmResizeMode mode);
 // Carves the tables out of scratch and fills them; false when it is too small.
 bool Build(size_t srcWidth, size_t srcHeight, size_t dstWidth, size_t dstHeight, size_t pixelBytes,
-           SmResizeMode mode, uint8_t* scratch, size_t scratchSize, SmLayout& layout);
+           SmResizeMode mode, const SmResizeWindow& window, uint8_t* scratch, size_t scratchSize,
+           SmLayout& layout);
 int32_t Check(const uint8_t* src, size_t srcWidth, size_t srcHeight, const uint8_t* dst,
               size_t dstWidth, size_t dstHeight, size_t pixelBytes, SmResizeMode mode,
-              const uint8_t* scratch, size_t firstRow, size_t endRow);
+              const uint8_t* scratch, const SmResizeWindow& window);
 
 } // namespace NmResizeTables
 

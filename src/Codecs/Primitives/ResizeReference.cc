@@ -9,24 +9,25 @@ namespace T = NmResizeTables;
 int32_t ResizePlane(const uint8_t* src, size_t srcStride, size_t srcWidth, size_t srcHeight,
                     uint8_t* dst, size_t dstStride, size_t dstWidth, size_t dstHeight,
                     size_t pixelBytes, SmResizeMode mode, uint8_t* scratch, size_t scratchSize,
-                    size_t firstRow, size_t endRow) {
+                    const SmResizeWindow& window) {
   const int32_t status = T::Check(src, srcWidth, srcHeight, dst, dstWidth, dstHeight, pixelBytes,
-                                  mode, scratch, firstRow, endRow);
+                                  mode, scratch, window);
   if (status != ResizeOk) {
     return status;
   }
   T::SmLayout layout;
-  if (!T::Build(srcWidth, srcHeight, dstWidth, dstHeight, pixelBytes, mode, scratch, scratchSize,
-                layout)) {
+  if (!T::Build(srcWidth, srcHeight, dstWidth, dstHeight, pixelBytes, mode, window, scratch,
+                scratchSize, layout)) {
     return ResizeScratchTooSmall;
   }
-  const size_t rowBytes = srcWidth * pixelBytes;
-  const size_t outputBytes = dstWidth * pixelBytes;
+  const size_t rowBytes = layout.rowBytes;
+  const size_t outputBytes = layout.outputBytes;
   const size_t verticalTaps = layout.vertical.taps;
   const size_t horizontalTaps = layout.horizontal.taps;
-  for (size_t y = firstRow; y < endRow; ++y) {
+  for (size_t y = window.top; y < window.bottom; ++y) {
     const int32_t* weights = layout.vertical.weights + y * verticalTaps;
-    const uint8_t* top = src + static_cast<size_t>(layout.vertical.first[y]) * srcStride;
+    const uint8_t* top =
+        src + static_cast<size_t>(layout.vertical.first[y]) * srcStride + layout.rowOrigin;
     for (size_t b = 0; b < rowBytes; ++b) {
       int32_t sum = 0;
       for (size_t k = 0; k < verticalTaps; ++k) {
@@ -35,7 +36,7 @@ int32_t ResizePlane(const uint8_t* src, size_t srcStride, size_t srcWidth, size_
       // Six fraction bits are kept between the passes.
       layout.row[b] = (sum + (1 << (T::WeightBits - 7))) >> (T::WeightBits - 6);
     }
-    uint8_t* out = dst + (y - firstRow) * dstStride;
+    uint8_t* out = dst + (y - window.top) * dstStride;
     for (size_t o = 0; o < outputBytes; ++o) {
       int32_t sum = 0;
       for (size_t k = 0; k < horizontalTaps; ++k) {

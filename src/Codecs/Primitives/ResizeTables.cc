@@ -261,13 +261,13 @@ size_t GetTapCount(size_t srcLength, size_t dstLength, SmResizeMode mode) {
 
 int32_t Check(const uint8_t* src, size_t srcWidth, size_t srcHeight, const uint8_t* dst,
               size_t dstWidth, size_t dstHeight, size_t pixelBytes, SmResizeMode mode,
-              const uint8_t* scratch, size_t firstRow, size_t endRow) {
+              const uint8_t* scratch, const SmResizeWindow& window) {
   if (src == nullptr || dst == nullptr || scratch == nullptr) {
     return ResizeNullPointer;
   }
   if (srcWidth == 0 || srcHeight == 0 || dstWidth == 0 || dstHeight == 0 ||
-      (pixelBytes != 1 && pixelBytes != 3 && pixelBytes != 4) || firstRow >= endRow ||
-      endRow > dstHeight) {
+      (pixelBytes != 1 && pixelBytes != 3 && pixelBytes != 4) || window.top >= window.bottom ||
+      window.bottom > dstHeight || window.left >= window.right || window.right > dstWidth) {
     return ResizeBadSize;
   }
   if (!IsKnownMode(mode)) {
@@ -277,7 +277,8 @@ int32_t Check(const uint8_t* src, size_t srcWidth, size_t srcHeight, const uint8
 }
 
 bool Build(size_t srcWidth, size_t srcHeight, size_t dstWidth, size_t dstHeight, size_t pixelBytes,
-           SmResizeMode mode, uint8_t* scratch, size_t scratchSize, SmLayout& layout) {
+           SmResizeMode mode, const SmResizeWindow& window, uint8_t* scratch, size_t scratchSize,
+           SmLayout& layout) {
   const SmSizes s = GetSizes(srcWidth, srcHeight, dstWidth, dstHeight, pixelBytes, mode);
   if (scratchSize < s.Total()) {
     return false;
@@ -302,20 +303,27 @@ bool Build(size_t srcWidth, size_t srcHeight, size_t dstWidth, size_t dstHeight,
 
   FillAxisCached(srcHeight, dstHeight, mode, s.verticalTaps, layout.vertical.first,
                  layout.vertical.weights, buffer);
-  // The horizontal table per pixel first, then spread out to bytes and
-  // turned tap-major, so that the weights of one tap for consecutive output
-  // bytes lie side by side.
+  // The horizontal table per pixel first, then the window's columns spread
+  // out to bytes and turned tap-major, so that the weights of one tap for
+  // consecutive output bytes lie side by side. The row holds only the source
+  // pixels that the window reads.
   int32_t* pixelFirst = reinterpret_cast<int32_t*>(take(s.pixelFirst));
   int32_t* pixelWeights = reinterpret_cast<int32_t*>(take(s.pixelWeights));
   const size_t taps = s.horizontalTaps;
   FillAxisCached(srcWidth, dstWidth, mode, taps, pixelFirst, pixelWeights, buffer);
-  for (size_t x = 0; x < dstWidth; ++x) {
+  const auto [lowest, highest] =
+      std::minmax_element(pixelFirst + window.left, pixelFirst + window.right);
+  const int32_t origin = *lowest;
+  layout.rowOrigin = static_cast<size_t>(origin) * pixelBytes;
+  layout.rowBytes = (static_cast<size_t>(*highest - origin) + taps) * pixelBytes;
+  layout.outputBytes = (window.right - window.left) * pixelBytes;
+  for (size_t x = window.left; x < window.right; ++x) {
     for (size_t c = 0; c < pixelBytes; ++c) {
-      const size_t o = x * pixelBytes + c;
+      const size_t o = (x - window.left) * pixelBytes + c;
       layout.horizontal.first[o] =
-          pixelFirst[x] * static_cast<int32_t>(pixelBytes) + static_cast<int32_t>(c);
+          (pixelFirst[x] - origin) * static_cast<int32_t>(pixelBytes) + static_cast<int32_t>(c);
       for (size_t k = 0; k < taps; ++k) {
-        layout.horizontal.weights[k * s.outputBytes + o] = pixelWeights[x * taps + k];
+        layout.horizontal.weights[k * layout.outputBytes + o] = pixelWeights[x * taps + k];
       }
     }
   }

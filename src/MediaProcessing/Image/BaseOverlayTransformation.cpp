@@ -272,24 +272,25 @@ void CmBaseOverlayTransformation::PrepareOverlay(CmImage& result, const CmImage&
   } else if (resizeMode == 2) {
     resize.SetOptions(OptionHighQuality);
   }
-  resize.Execute(temporary, result);
   uint64_t visibleWidth = 0;
   uint64_t visibleHeight = 0;
   GetActualOverlaySize(image, temporary, true, visibleWidth, visibleHeight);
-  if (visibleWidth == result.GetWidth() && visibleHeight == result.GetHeight()) {
-    return;
+  visibleWidth = std::min(visibleWidth, w);
+  visibleHeight = std::min(visibleHeight, h);
+  if (visibleWidth != w || visibleHeight != h) {
+    // Only the part that shows is computed: an overlay scaled far beyond the
+    // picture would otherwise be resized whole to be mostly thrown away. The
+    // part that stays is the one at the aligned edge: a right-aligned overlay
+    // loses its left columns.
+    SmStoredAlignment alignment;
+    GetStoredAlignment(image.GetAttributes().orientation, alignment);
+    const uint64_t x = SmStoredAlignment::Offset(alignment.horizontal, alignment.horizontalReversed,
+                                                 w - visibleWidth);
+    const uint64_t y = SmStoredAlignment::Offset(alignment.vertical, alignment.verticalReversed,
+                                                 h - visibleHeight);
+    resize.SetOutputWindow(x, y, visibleWidth, visibleHeight);
   }
-  visibleWidth = std::min(visibleWidth, result.GetWidth());
-  visibleHeight = std::min(visibleHeight, result.GetHeight());
-  // The part that stays is the one at the aligned edge: a right-aligned
-  // overlay loses its left columns.
-  SmStoredAlignment alignment;
-  GetStoredAlignment(image.GetAttributes().orientation, alignment);
-  const uint64_t x = SmStoredAlignment::Offset(alignment.horizontal, alignment.horizontalReversed,
-                                               result.GetWidth() - visibleWidth);
-  const uint64_t y = SmStoredAlignment::Offset(alignment.vertical, alignment.verticalReversed,
-                                               result.GetHeight() - visibleHeight);
-  CmImageCrop(x, y, visibleWidth, visibleHeight).Execute(result);
+  resize.Execute(temporary, result);
 }
 
 ImImageMemoryAllocation& CmBaseOverlayTransformation::CmOverlayPlacement::PlaceOn(CmImage& target) {

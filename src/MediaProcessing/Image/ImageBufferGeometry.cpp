@@ -29,12 +29,31 @@ NmPrimitives::SmResizeMode ToPrimitiveMode(ResizeMode mode, bool superSampling) 
   return static_cast<NmPrimitives::SmResizeMode>(superSampling ? ResizeSuperSampling : mode);
 }
 
-void ResizePlane(const CmPlane& source, const CmWriteablePlane& destination, ResizeMode mode,
-                 bool superSampling, uint8_t* buffer, uint64_t bufferSize) {
+void ResizePlane(const CmPlane& source, const CmWriteablePlane& destination,
+                 const SmResizeTarget& target, ResizeMode mode, bool superSampling, uint8_t* buffer,
+                 uint64_t bufferSize) {
+  VZK_REQUIRE(
+      target.left <= target.fullWidth && destination.width <= target.fullWidth - target.left &&
+          target.top <= target.fullHeight && destination.height <= target.fullHeight - target.top,
+      "Clipping region is outside plane", Code::OutOfRange);
   ThrowStatus(NmPrimitives::ResizePlane(
       source.data, source.rowStride, source.width, source.height, destination.data,
-      destination.rowStride, destination.width, destination.height, source.pixelStride,
-      ToPrimitiveMode(mode, superSampling), buffer, bufferSize, 0, destination.height));
+      destination.rowStride, target.fullWidth, target.fullHeight, source.pixelStride,
+      ToPrimitiveMode(mode, superSampling), buffer, bufferSize,
+      {target.left, target.top, target.left + destination.width, target.top + destination.height}));
+}
+
+void CheckResizeLayout(const CmPlane& source, const CmWriteablePlane& destination,
+                       bool superSampling) {
+  VZK_REQUIRE(source.bytesPerPixel == destination.bytesPerPixel,
+              "Planes have different number of bytes per pixel", Code::OutOfRange);
+  VZK_REQUIRE(source.pixelStride == destination.pixelStride, "Planes have different pixel strides",
+              Code::OutOfRange);
+  VZK_REQUIRE(IsSupportedLayout(source),
+              superSampling ? "Resizing (super sampling) is not supported for the given pixel "
+                              "stride"
+                            : "Resizing is not supported for the given pixel stride",
+              Code::InvalidPointer);
 }
 
 } // namespace
@@ -105,16 +124,16 @@ void GetResizeBufferSize(const CmPlane& source, const CmPlane& destination, uint
 
 void Resize(const CmPlane& source, const CmWriteablePlane& destination, ResizeMode mode,
             bool superSampling, uint8_t* buffer, uint64_t bufferSize) {
-  VZK_REQUIRE(source.bytesPerPixel == destination.bytesPerPixel,
-              "Planes have different number of bytes per pixel", Code::OutOfRange);
-  VZK_REQUIRE(source.pixelStride == destination.pixelStride, "Planes have different pixel strides",
-              Code::OutOfRange);
-  VZK_REQUIRE(IsSupportedLayout(source),
-              superSampling ? "Resizing (super sampling) is not supported for the given pixel "
-                              "stride"
-                            : "Resizing is not supported for the given pixel stride",
-              Code::InvalidPointer);
-  ResizePlane(source, destination, mode, superSampling, buffer, bufferSize);
+  CheckResizeLayout(source, destination, superSampling);
+  ResizePlane(source, destination, {destination.width, destination.height, 0, 0}, mode,
+              superSampling, buffer, bufferSize);
+}
+
+void ResizeWindow(const CmPlane& source, const CmWriteablePlane& destination,
+                  const SmResizeTarget& target, ResizeMode mode, bool superSampling,
+                  uint8_t* buffer, uint64_t bufferSize) {
+  CheckResizeLayout(source, destination, superSampling);
+  ResizePlane(source, destination, target, mode, superSampling, buffer, bufferSize);
 }
 
 void ResizeMultiplePlanes(const ImImageMemoryAllocation& source,
@@ -134,7 +153,8 @@ void ResizeMultiplePlanes(const ImImageMemoryAllocation& source,
                 Code::InvalidPointer);
   }
   for (uint64_t i = 0; i < source.GetPlaneCount(); ++i) {
-    ResizePlane(source.GetPlane(i), destination.GetWriteablePlane(i), mode, superSampling, buffer,
+    const CmWriteablePlane to = destination.GetWriteablePlane(i);
+    ResizePlane(source.GetPlane(i), to, {to.width, to.height, 0, 0}, mode, superSampling, buffer,
                 bufferSize);
   }
 }

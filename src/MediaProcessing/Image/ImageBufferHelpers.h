@@ -110,11 +110,20 @@ void GetResizeBufferSize(const CmPlane& source, const CmPlane& destination, uint
 // of scratch, at least what GetResizeBufferSize asked for.
 void Resize(const CmPlane& source, const CmWriteablePlane& destination, ResizeMode mode,
             bool superSampling, uint8_t* buffer, uint64_t bufferSize);
+// Where a resize's destination lies in the whole result: a plane resized to
+// fullWidth x fullHeight of which only the part from (left, top) on, as
+// large as the destination, is computed and kept.
+struct SmResizeTarget {
+  uint64_t fullWidth, fullHeight, left, top;
+};
+void ResizeWindow(const CmPlane& source, const CmWriteablePlane& destination,
+                  const SmResizeTarget& target, ResizeMode mode, bool superSampling,
+                  uint8_t* buffer, uint64_t bufferSize);
 // Resizes all planes of a planar image; each plane goes to the size of the
 // destination's plane of the same index.
 void ResizeMultiplePlanes(const ImImageMemoryAllocation& source,
-                          ImImageMemoryAllocation& destination, ResizeMode mode,
-                          bool superSampling, uint8_t* buffer, uint64_t bufferSize);
+                          ImImageMemoryAllocation& destination, ResizeMode mode, bool superSampling,
+                          uint8_t* buffer, uint64_t bufferSize);
 
 void SetAlphaChannel(ImImageMemoryAllocation& allocator, uint8_t value);
 void SetPlane(uint8_t value, const CmWriteablePlane& plane);

@@ -342,10 +342,10 @@ void CmImageColorFormatConvert::ConvertInBlocks(const CmImage& source, CmImage& 
   for (uint64_t top = 0; top < y.height; top += BlockRows) {
     const uint64_t rows = std::min(BlockRows, y.height - top);
     for (int c = 0; c < 2; ++c) {
-      ThrowStatus(NmPrimitives::ResizePlane(chroma[c].data, chroma[c].rowStride, chroma[c].width,
-                                            chroma[c].height, bands[c], wideWidth, wideWidth,
-                                            wideHeight, 1, NmPrimitives::ResizeLinear, scratch,
-                                            resizeScratch, top, top + rows));
+      ThrowStatus(NmPrimitives::ResizePlane(
+          chroma[c].data, chroma[c].rowStride, chroma[c].width, chroma[c].height, bands[c],
+          wideWidth, wideWidth, wideHeight, 1, NmPrimitives::ResizeLinear, scratch, resizeScratch,
+          NmPrimitives::SmResizeWindow::Rows(wideWidth, top, top + rows)));
     }
     NmPrimitives::YCbCrToRgb(
         {y.data + top * y.rowStride, y.rowStride, bands[0], wideWidth, bands[1], wideWidth},
