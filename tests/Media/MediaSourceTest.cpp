@@ -124,6 +124,30 @@ SmItem TakeItem(ImData* raw) {
   return taken;
 }
 
+Bytes Concatenated(const std::vector<SmItem>& items, int type) {
+  Bytes out;
+  for (const SmItem& item : items) {
+    if (item.Type() == type) {
+      const Bytes payload = item.Payload();
+      out.insert(out.end(), payload.begin(), payload.end());
+    }
+  }
+  return out;
+}
+
+// What an audio record says of its samples: codec, option, bits, channels, frequency.
+std::string AudioFacts(const SmItem& item) {
+  const CmGenericAudioStreamDataPacket audio = item.Audio();
+  return std::to_string(audio.GetCodec()) + "/" + std::to_string(audio.GetCodecOption()) + "/" +
+         std::to_string(audio.GetBitsPerSample()) + "/" + std::to_string(audio.GetChannelCount()) +
+         "/" + std::to_string(audio.GetSamplingFrequency());
+}
+
+// Whether ffmpeg decodes an H.264 stream without a single complaint.
+std::string Complaints(const std::string& annexB) {
+  return Capture("ffmpeg -nostdin -v error -f h264 -i " + annexB + " -f null - 2>&1 | head -c 1");
+}
+
 class MediaSourceTest : public ::testing::Test {
 protected:
   void Open(const std::string& url) {
@@ -182,6 +206,22 @@ protected:
   int64_t At(int64_t time, SmMoveMode mode) {
     return playback->MoveTo(time, mode) == StatusSuccess ? Current() : -1;
   }
+  // A file that ffmpeg makes from these arguments, in the scratch directory.
+  std::string Make(const std::string& name, const std::string& arguments) {
+    EXPECT_EQ(Ffmpeg(arguments + " " + scratch / name), "") << name;
+    return scratch / name;
+  }
+  // Every item of a file that the plug-in opens.
+  std::vector<SmItem> Load(const std::string& path) {
+    Open(path);
+    EXPECT_EQ(ConnectError(), "connected") << path;
+    return ReadAll();
+  }
+  // The payloads of the items of one type written back to back into a file.
+  std::string Dump(const std::vector<SmItem>& items, int type, const std::string& name) {
+    WriteFile(scratch / name, Concatenated(items, type));
+    return scratch / name;
+  }
 
   CmToolkitFactory factory;
   ImToolkit* toolkit = nullptr;
@@ -190,27 +230,17 @@ protected:
   CmScratchDirectory scratch;
 };
 
-Bytes Concatenated(const std::vector<SmItem>& items, int type) {
-  Bytes out;
-  for (const SmItem& item : items) {
-    if (item.Type() == type) {
-      const Bytes payload = item.Payload();
-      out.insert(out.end(), payload.begin(), payload.end());
-    }
-  }
-  return out;
-}
-
 // 2024-05-06T07:08:09Z
 constexpr int64_t CreationTime = 1714979289000;
+// The codec values of audio records, as AudioFacts shows them.
+const std::string AACLowComplexity = "18/1/";
+const std::string MuLaw = "3/2/16/1/8000";
 
 TEST_F(MediaSourceTest, H264FromMP4DecodesLikeTheOriginal) {
-  const std::string mp4 = scratch / "clip.mp4";
   // B-frames, so that presentation and decoding order differ.
-  ASSERT_EQ(Ffmpeg("-f lavfi -i testsrc=size=160x120:rate=25 -t 1.2 -c:v libx264 -g 10 -bf 2 "
-                   "-pix_fmt yuv420p -metadata creation_time=2024-05-06T07:08:09Z " +
-                   mp4),
-            "");
+  const std::string mp4 =
+      Make("clip.mp4", "-f lavfi -i testsrc=size=160x120:rate=25 -t 1.2 -c:v libx264 -g 10 -bf 2 "
+                       "-pix_fmt yuv420p -metadata creation_time=2024-05-06T07:08:09Z");
   Open(mp4);
   CmPropertyNameSet supported;
   playback->Connect({"Sequence_Number", "Has_Motion"}, supported, 0);
@@ -246,84 +276,65 @@ TEST_F(MediaSourceTest, H264FromMP4DecodesLikeTheOriginal) {
   EXPECT_TRUE(items[0].Video().GetSync());
   EXPECT_EQ(earliest, CreationTime) << "times start at the file's creation time";
 
-  const std::string annexB = scratch / "out.h264";
-  WriteFile(annexB, Concatenated(items, 16));
   const std::string expected = Decoded("-i " + mp4);
   EXPECT_EQ(expected.rfind("MD5=", 0), 0u) << expected;
-  EXPECT_EQ(Decoded("-f h264 -i " + annexB), expected);
+  EXPECT_EQ(Decoded("-f h264 -i " + Dump(items, 16, "out.h264")), expected);
 
   // Decoding from a sync frame in the middle works alone.
   std::vector<SmItem> tail(items.begin() + 10, items.end());
   ASSERT_TRUE(tail.front().Video().GetSync());
-  WriteFile(annexB, Concatenated(tail, 16));
-  EXPECT_EQ(Capture("ffmpeg -nostdin -v error -f h264 -i " + annexB +
-                    " -f null - 2>&1 && ffprobe -v error -count_frames -select_streams v "
-                    "-show_entries stream=nb_read_frames -of csv=p=0 " +
+  const std::string annexB = Dump(tail, 16, "tail.h264");
+  EXPECT_EQ(Complaints(annexB), "");
+  EXPECT_EQ(Capture("ffprobe -v error -count_frames -select_streams v -show_entries "
+                    "stream=nb_read_frames -of csv=p=0 " +
                     annexB),
             "20\n");
 }
 
 TEST_F(MediaSourceTest, RawAnnexBFromX264AndAACInBothFramings) {
-  const std::string y4m = scratch / "in.y4m";
+  const std::string y4m =
+      Make("in.y4m", "-f lavfi -i testsrc=size=96x64:rate=25 -frames:v 12 -pix_fmt yuv420p");
   const std::string raw = scratch / "clip.264";
-  ASSERT_EQ(Ffmpeg("-f lavfi -i testsrc=size=96x64:rate=25 -frames:v 12 -pix_fmt yuv420p " + y4m),
-            "");
   ASSERT_EQ(Capture("x264 --quiet --keyint 5 --bframes 0 -o " + raw + " " + y4m + " 2>/dev/null"),
             "");
-  Open(raw);
-  ASSERT_EQ(ConnectError(), "connected");
-  std::vector<SmItem> items = ReadAll();
+  std::vector<SmItem> items = Load(raw);
   ASSERT_EQ(items.size(), 12u);
   for (size_t i = 1; i < items.size(); ++i) {
     EXPECT_EQ(items[i].time - items[i - 1].time, 40) << "25 frames a second";
     EXPECT_EQ(items[i].Video().GetSync(), i % 5 == 0) << i;
   }
-  const std::string annexB = scratch / "out.h264";
-  WriteFile(annexB, Concatenated(items, 16));
-  EXPECT_EQ(Decoded("-f h264 -i " + annexB), Decoded("-i " + raw));
+  EXPECT_EQ(Decoded("-f h264 -i " + Dump(items, 16, "out.h264")), Decoded("-i " + raw));
 
-  const std::string adts = scratch / "tone.aac";
-  const std::string m4a = scratch / "tone.m4a";
-  ASSERT_EQ(
-      Ffmpeg("-f lavfi -i sine=frequency=440:sample_rate=48000 -t 0.5 -ac 2 -c:a aac -b:a 96k " +
-             adts),
-      "");
-  ASSERT_EQ(Ffmpeg("-i " + adts + " -c copy -metadata creation_time=2024-05-06T07:08:09Z " + m4a),
-            "");
+  const std::string adts =
+      Make("tone.aac",
+           "-f lavfi -i sine=frequency=440:sample_rate=48000 -t 0.5 -ac 2 -c:a aac -b:a 96k");
+  const std::string m4a =
+      Make("tone.m4a", "-i " + adts + " -c copy -metadata creation_time=2024-05-06T07:08:09Z");
   const std::string expected = Decoded("-i " + adts, "-f s16le -ac 2 -f md5");
   for (const std::string& input : {adts, m4a}) {
-    Open(input);
-    ASSERT_EQ(ConnectError(), "connected") << input;
-    items = ReadAll();
+    items = Load(input);
     ASSERT_GE(items.size(), 20u) << input;
     uint64_t samples = 0;
     for (size_t i = 0; i < items.size(); ++i) {
       ASSERT_TRUE(items[i].IsAudio());
-      CmGenericAudioStreamDataPacket audio = items[i].Audio();
-      EXPECT_EQ(audio.GetCodec(), uint32_t{NmMediaProcessing::SmAudioCodec::AACLoas});
-      EXPECT_EQ(audio.GetCodecOption(), uint32_t{NmMediaProcessing::SmAACProfile::LowComplexity});
-      EXPECT_EQ(audio.GetBitsPerSample(), 16u);
-      EXPECT_EQ(audio.GetChannelCount(), 2u);
-      EXPECT_EQ(audio.GetSamplingFrequency(), 48000u);
-      EXPECT_EQ(audio.GetSequenceNumber(), i);
-      samples += audio.GetSampleCount();
+      EXPECT_EQ(AudioFacts(items[i]), AACLowComplexity + "16/2/48000");
+      EXPECT_EQ(items[i].Audio().GetSequenceNumber(), i);
+      samples += items[i].Audio().GetSampleCount();
     }
     EXPECT_EQ(samples, items.size() * 1024);
-    const std::string loas = scratch / "out.loas";
-    WriteFile(loas, Concatenated(items, 32));
-    EXPECT_EQ(Decoded("-f loas -i " + loas, "-f s16le -ac 2 -f md5"), expected) << input;
+    EXPECT_EQ(Decoded("-f loas -i " + Dump(items, 32, "out.loas"), "-f s16le -ac 2 -f md5"),
+              expected)
+        << input;
   }
   EXPECT_EQ(items[0].time, CreationTime);
 }
 
 TEST_F(MediaSourceTest, MJPEGWithG711AndNavigationInEveryMode) {
-  const std::string mkv = scratch / "cam.mkv";
   // Two frames a second and 0.1 s audio packets, interleaved.
-  ASSERT_EQ(Ffmpeg("-f lavfi -i testsrc=size=64x48:rate=2 -f lavfi -i sine=sample_rate=8000 -t 2 "
-                   "-c:v mjpeg -c:a pcm_mulaw -ac 1 -frame_size 800 "
-                   "-metadata creation_time=2024-05-06T07:08:09Z " +
-                   mkv),
-            "");
+  const std::string mkv =
+      Make("cam.mkv", "-f lavfi -i testsrc=size=64x48:rate=2 -f lavfi -i sine=sample_rate=8000 "
+                      "-t 2 -c:v mjpeg -c:a pcm_mulaw -ac 1 -frame_size 800 "
+                      "-metadata creation_time=2024-05-06T07:08:09Z");
   Open(mkv);
   CmPropertyNameSet supported;
   playback->Connect({}, supported, 0);
@@ -346,22 +357,16 @@ TEST_F(MediaSourceTest, MJPEGWithG711AndNavigationInEveryMode) {
     EXPECT_EQ(packet.GetSequenceNumber(), i);
   }
   for (size_t i = 0; i < audio.size(); ++i) {
-    CmGenericAudioStreamDataPacket packet = audio[i].Audio();
-    EXPECT_EQ(packet.GetCodec(), uint32_t{NmMediaProcessing::SmAudioCodec::G711Telephony});
-    EXPECT_EQ(packet.GetCodecOption(), uint32_t{NmMediaProcessing::SmG711Law::MuLaw});
-    EXPECT_EQ(packet.GetBitsPerSample(), 16u);
-    EXPECT_EQ(packet.GetSamplingFrequency(), 8000u);
-    EXPECT_EQ(packet.GetSampleCount(), audio[i].Payload().size());
-    EXPECT_EQ(packet.GetSequenceNumber(), i) << "numbered per stream";
-    samples += packet.GetSampleCount();
+    EXPECT_EQ(AudioFacts(audio[i]), MuLaw);
+    EXPECT_EQ(audio[i].Audio().GetSampleCount(), audio[i].Payload().size());
+    EXPECT_EQ(audio[i].Audio().GetSequenceNumber(), i) << "numbered per stream";
+    samples += audio[i].Audio().GetSampleCount();
   }
   EXPECT_EQ(samples, 16000u);
-  const std::string mjpeg = scratch / "out.mjpeg";
-  const std::string mulaw = scratch / "out.ul";
-  WriteFile(mjpeg, Concatenated(items, 16));
-  WriteFile(mulaw, Concatenated(items, 32));
-  EXPECT_EQ(Decoded("-f mjpeg -i " + mjpeg), Decoded("-i " + mkv + " -map 0:v"));
-  EXPECT_EQ(Decoded("-f mulaw -ar 8000 -ac 1 -i " + mulaw), Decoded("-i " + mkv + " -map 0:a"));
+  EXPECT_EQ(Decoded("-f mjpeg -i " + Dump(items, 16, "out.mjpeg")),
+            Decoded("-i " + mkv + " -map 0:v"));
+  EXPECT_EQ(Decoded("-f mulaw -ar 8000 -ac 1 -i " + Dump(items, 32, "out.ul")),
+            Decoded("-i " + mkv + " -map 0:a"));
 
   // Navigation, over both streams in file order.
   const int64_t first = items.front().time;
@@ -427,18 +432,12 @@ TEST_F(MediaSourceTest, MJPEGWithG711AndNavigationInEveryMode) {
 }
 
 TEST_F(MediaSourceTest, SequencesFollowTimeJumps) {
-  const std::string a = scratch / "a.ts";
-  const std::string b = scratch / "b.ts";
-  ASSERT_EQ(Ffmpeg("-f lavfi -i testsrc=size=64x48:rate=5 -t 1 -c:v mpeg4 -g 5 " + a), "");
-  ASSERT_EQ(
-      Ffmpeg("-f lavfi -i testsrc=size=64x48:rate=5 -t 1 -c:v mpeg4 -g 5 -output_ts_offset 100 " +
-             b),
-      "");
+  const std::string video = "-f lavfi -i testsrc=size=64x48:rate=5 -t 1 -c:v mpeg4 -g 5";
+  const std::string a = Make("a.ts", video);
+  const std::string b = Make("b.ts", video + " -output_ts_offset 100");
   const std::string joined = scratch / "joined.ts";
   ASSERT_EQ(Capture("cat " + a + " " + b + " > " + joined), "");
-  Open(joined);
-  ASSERT_EQ(ConnectError(), "connected");
-  const std::vector<SmItem> items = ReadAll();
+  const std::vector<SmItem> items = Load(joined);
   ASSERT_EQ(items.size(), 10u);
   for (size_t i = 0; i < items.size(); ++i) {
     EXPECT_EQ(items[i].Video().GetCodec(), 4u);
@@ -454,49 +453,33 @@ TEST_F(MediaSourceTest, SequencesFollowTimeJumps) {
   EXPECT_EQ(Current(), items[0].time);
   EXPECT_EQ(playback->MovePreviousSequence(), StatusNoItem);
   // Each sync frame of MPEG-4 carries its configuration.
-  const std::string m4v = scratch / "out.m4v";
-  WriteFile(m4v, Concatenated(std::vector<SmItem>(items.begin() + 5, items.end()), 16));
-  EXPECT_EQ(Decoded("-f m4v -i " + m4v), Decoded("-i " + b));
+  const std::vector<SmItem> second(items.begin() + 5, items.end());
+  EXPECT_EQ(Decoded("-f m4v -i " + Dump(second, 16, "out.m4v")), Decoded("-i " + b));
 }
 
 TEST_F(MediaSourceTest, CoverArtIsNoVideoAndInterlacingIsMarked) {
-  const std::string mp3 = scratch / "song.mp3";
-  ASSERT_EQ(
-      Ffmpeg("-f lavfi -i sine=sample_rate=44100 -f lavfi -i testsrc=size=32x32 -map 0:a -map 1:v "
-             "-frames:v 1 -t 0.5 -c:a libmp3lame -write_xing 0 -c:v mjpeg -disposition:v "
-             "attached_pic " +
-             mp3),
-      "");
-  Open(mp3);
-  ASSERT_EQ(ConnectError(), "connected");
-  std::vector<SmItem> items = ReadAll();
+  const std::string mp3 =
+      Make("song.mp3", "-f lavfi -i sine=sample_rate=44100 -f lavfi -i testsrc=size=32x32 -map 0:a "
+                       "-map 1:v -frames:v 1 -t 0.5 -c:a libmp3lame -write_xing 0 -c:v mjpeg "
+                       "-disposition:v attached_pic");
+  std::vector<SmItem> items = Load(mp3);
   ASSERT_GE(items.size(), 10u);
   for (SmItem& item : items) {
     ASSERT_TRUE(item.IsAudio()) << "the cover picture is not a frame of video";
-    EXPECT_EQ(item.Audio().GetCodec(), uint32_t{NmMediaProcessing::SmAudioCodec::MPEG1Audio});
+    EXPECT_EQ(AudioFacts(item), "16/0/16/1/44100");
     EXPECT_EQ(item.Audio().GetSampleCount(), 1152u);
-    EXPECT_EQ(item.Audio().GetSamplingFrequency(), 44100u);
   }
-  const std::string out = scratch / "out.mp3";
-  WriteFile(out, Concatenated(items, 32));
-  EXPECT_EQ(Decoded("-f mp3 -i " + out), Decoded("-i " + mp3 + " -map 0:a"));
+  EXPECT_EQ(Decoded("-f mp3 -i " + Dump(items, 32, "out.mp3")), Decoded("-i " + mp3 + " -map 0:a"));
 
-  const std::string interlaced = scratch / "fields.mp4";
-  ASSERT_EQ(Ffmpeg("-f lavfi -i testsrc=size=64x48:rate=25 -t 0.2 -c:v libx264 -flags +ildct+ilme "
-                   "-x264opts tff=1 " +
-                   interlaced),
-            "");
-  Open(interlaced);
-  ASSERT_EQ(ConnectError(), "connected");
-  items = ReadAll();
+  items = Load(Make("fields.mp4", "-f lavfi -i testsrc=size=64x48:rate=25 -t 0.2 -c:v libx264 "
+                                  "-flags +ildct+ilme -x264opts tff=1"));
   ASSERT_EQ(items.size(), 5u);
   for (SmItem& item : items) {
     bool isInterlaced = false;
     bool topFirst = false;
     uint32_t layout = 9;
     ASSERT_TRUE(item.Video().GetInterlacing(isInterlaced, topFirst, layout));
-    EXPECT_TRUE(isInterlaced);
-    EXPECT_TRUE(topFirst);
+    EXPECT_TRUE(isInterlaced && topFirst);
     EXPECT_EQ(layout, 0u) << "interleaved fields";
   }
 }
@@ -518,12 +501,9 @@ Bytes WithoutHuffmanTables(const Bytes& frame) {
 }
 
 TEST_F(MediaSourceTest, MotionJPEGWithoutHuffmanTablesGetsThem) {
-  const std::string avi = scratch / "cam.avi";
-  ASSERT_EQ(Ffmpeg("-f lavfi -i testsrc=size=64x48:rate=5 -t 1 -c:v mjpeg -huffman default " + avi),
-            "");
-  Open(avi);
-  ASSERT_EQ(ConnectError(), "connected");
-  const std::vector<SmItem> original = ReadAll();
+  const std::string avi =
+      Make("cam.avi", "-f lavfi -i testsrc=size=64x48:rate=5 -t 1 -c:v mjpeg -huffman default");
+  const std::vector<SmItem> original = Load(avi);
   ASSERT_EQ(original.size(), 5u);
   Bytes stripped;
   for (const SmItem& item : original) {
@@ -531,75 +511,51 @@ TEST_F(MediaSourceTest, MotionJPEGWithoutHuffmanTablesGetsThem) {
     ASSERT_LT(frame.size(), item.Payload().size());
     stripped.insert(stripped.end(), frame.begin(), frame.end());
   }
-  const std::string bare = scratch / "bare.mjpeg";
-  WriteFile(bare, stripped);
-  Open(bare);
-  ASSERT_EQ(ConnectError(), "connected");
-  const std::vector<SmItem> completed = ReadAll();
+  WriteFile(scratch / "bare.mjpeg", stripped);
+  const std::vector<SmItem> completed = Load(scratch / "bare.mjpeg");
   ASSERT_EQ(completed.size(), 5u);
   for (size_t i = 0; i < completed.size(); ++i) {
     EXPECT_EQ(completed[i].Payload().size(),
               WithoutHuffmanTables(original[i].Payload()).size() + 420);
   }
-  const std::string out = scratch / "out.mjpeg";
-  WriteFile(out, Concatenated(completed, 16));
-  EXPECT_EQ(Decoded("-f mjpeg -i " + out), Decoded("-i " + avi));
+  EXPECT_EQ(Decoded("-f mjpeg -i " + Dump(completed, 16, "out.mjpeg")), Decoded("-i " + avi));
 }
 
 TEST_F(MediaSourceTest, G726PCMH263AndMPEGAudioKeepWhatTheyHold) {
-  const std::string g726 = scratch / "voice.wav";
-  ASSERT_EQ(Ffmpeg("-f lavfi -i sine=sample_rate=8000 -t 0.5 -c:a g726 -b:a 32k " + g726), "");
-  Open(g726);
-  ASSERT_EQ(ConnectError(), "connected");
-  std::vector<SmItem> items = ReadAll();
-  ASSERT_FALSE(items.empty());
-  uint64_t samples = 0;
-  for (SmItem& item : items) {
-    CmGenericAudioStreamDataPacket audio = item.Audio();
-    EXPECT_EQ(audio.GetCodec(), uint32_t{NmMediaProcessing::SmAudioCodec::G726});
-    // 32 kbit/s is four bits a code word, packed from the most significant bit.
-    EXPECT_EQ(audio.GetCodecOption(), 0x8003u);
-    EXPECT_EQ(audio.GetSampleCount(), item.Payload().size() * 2);
-    EXPECT_EQ(audio.GetBitsPerSample(), 16u);
-    samples += audio.GetSampleCount();
+  // 32 kbit/s G.726 is four bits a code word, packed from the most significant
+  // bit; big-endian PCM becomes little-endian.
+  const struct {
+    std::string file, make, facts, raw;
+    uint64_t samples;
+    uint64_t samplesPerByte;
+  } cases[] = {
+      {"voice.wav", "-f lavfi -i sine=sample_rate=8000 -t 0.5 -c:a g726 -b:a 32k",
+       "4/32771/16/1/8000", "-f g726 -code_size 4 -sample_rate 8000", 4000, 2},
+      {"tone.aiff", "-f lavfi -i sine=sample_rate=22050 -t 0.3", "1/0/16/1/22050",
+       "-f s16le -ar 22050 -ac 1", 6615, 0},
+  };
+  for (const auto& c : cases) {
+    const std::string file = Make(c.file, c.make);
+    const std::vector<SmItem> items = Load(file);
+    ASSERT_FALSE(items.empty());
+    uint64_t samples = 0;
+    for (const SmItem& item : items) {
+      EXPECT_EQ(AudioFacts(item), c.facts);
+      if (c.samplesPerByte != 0) {
+        EXPECT_EQ(item.Audio().GetSampleCount(), item.Payload().size() * c.samplesPerByte);
+      }
+      samples += item.Audio().GetSampleCount();
+    }
+    EXPECT_EQ(samples, c.samples);
+    EXPECT_EQ(Decoded(c.raw + " -i " + Dump(items, 32, "out.raw")), Decoded("-i " + file));
   }
-  EXPECT_EQ(samples, 4000u);
-  std::string out = scratch / "out.g726";
-  WriteFile(out, Concatenated(items, 32));
-  EXPECT_EQ(Decoded("-f g726 -code_size 4 -sample_rate 8000 -i " + out), Decoded("-i " + g726));
 
-  // Big-endian PCM becomes little-endian.
-  const std::string aiff = scratch / "tone.aiff";
-  ASSERT_EQ(Ffmpeg("-f lavfi -i sine=sample_rate=22050 -t 0.3 " + aiff), "");
-  Open(aiff);
-  ASSERT_EQ(ConnectError(), "connected");
-  items = ReadAll();
-  ASSERT_FALSE(items.empty());
-  samples = 0;
-  for (SmItem& item : items) {
-    CmGenericAudioStreamDataPacket audio = item.Audio();
-    EXPECT_EQ(audio.GetCodec(), uint32_t{NmMediaProcessing::SmAudioCodec::PCM});
-    EXPECT_EQ(audio.GetBitsPerSample(), 16u);
-    EXPECT_EQ(audio.GetSamplingFrequency(), 22050u);
-    samples += audio.GetSampleCount();
-  }
-  EXPECT_EQ(samples, 6615u);
-  out = scratch / "out.pcm";
-  WriteFile(out, Concatenated(items, 32));
-  EXPECT_EQ(Decoded("-f s16le -ar 22050 -ac 1 -i " + out), Decoded("-i " + aiff));
-
-  const std::string mkv = scratch / "clip.mkv";
-  ASSERT_EQ(
-      Ffmpeg("-f lavfi -i testsrc=size=128x96:rate=10 -f lavfi -i sine=sample_rate=16000 -t 0.5 "
-             "-c:v h263 -g 3 -c:a mp2 " +
-             mkv),
-      "");
-  Open(mkv);
-  ASSERT_EQ(ConnectError(), "connected");
-  items = ReadAll();
+  const std::string mkv = Make("clip.mkv", "-f lavfi -i testsrc=size=128x96:rate=10 -f lavfi -i "
+                                           "sine=sample_rate=16000 -t 0.5 -c:v h263 -g 3 -c:a mp2");
+  const std::vector<SmItem> items = Load(mkv);
   // The container calls every frame a key frame; the pictures say otherwise.
   size_t videoFrames = 0;
-  for (SmItem& item : items) {
+  for (const SmItem& item : items) {
     if (item.IsVideo()) {
       EXPECT_EQ(item.Video().GetCodec(), 7u);
       EXPECT_EQ(item.Video().GetSync(), videoFrames % 3 == 0) << videoFrames;
@@ -610,17 +566,18 @@ TEST_F(MediaSourceTest, G726PCMH263AndMPEGAudioKeepWhatTheyHold) {
     }
   }
   EXPECT_EQ(videoFrames, 5u);
-  out = scratch / "out.h263";
-  WriteFile(out, Concatenated(items, 16));
-  EXPECT_EQ(Decoded("-f h263 -i " + out), Decoded("-i " + mkv + " -map 0:v"));
-  out = scratch / "out.mp2";
-  WriteFile(out, Concatenated(items, 32));
-  EXPECT_EQ(Decoded("-f mp3 -i " + out), Decoded("-i " + mkv + " -map 0:a"));
+  EXPECT_EQ(Decoded("-f h263 -i " + Dump(items, 16, "out.h263")),
+            Decoded("-i " + mkv + " -map 0:v"));
+  EXPECT_EQ(Decoded("-f mp3 -i " + Dump(items, 32, "out.mp2")), Decoded("-i " + mkv + " -map 0:a"));
 }
 
 TEST_F(MediaSourceTest, ConfigurationAndFileErrorsShowAtConnect) {
-  OpenXml("<toolkit type='source'><provider>media</provider><config/></toolkit>");
-  EXPECT_EQ(ConnectError(), "The media plug-in needs <config><media url=\"...\"/></config>!");
+  for (const std::string config :
+       {"<config/>", "<config><media/></config>", "<config><media url=''/></config>",
+        "<config><movie url='a.mp4'/></config>"}) {
+    OpenXml("<toolkit type='source'><provider>media</provider>" + config + "</toolkit>");
+    EXPECT_EQ(ConnectError(), "The media plug-in needs <config><media url=\"...\"/></config>!");
+  }
   try {
     playback->MoveFirst();
     ADD_FAILURE() << "navigation needs a connection";
@@ -630,14 +587,6 @@ TEST_F(MediaSourceTest, ConfigurationAndFileErrorsShowAtConnect) {
   ImData* raw = nullptr;
   EXPECT_THROW(playback->GetData(&raw), ImNotConnectedError);
   EXPECT_THROW(live->StartLiveStream(), ImNotConnectedError);
-  OpenXml("<toolkit type='source'><provider>media</provider><config><media/></config></toolkit>");
-  EXPECT_EQ(ConnectError(), "The media plug-in needs <config><media url=\"...\"/></config>!");
-  OpenXml("<toolkit type='source'><provider>media</provider><config><media "
-          "url=''/></config></toolkit>");
-  EXPECT_EQ(ConnectError(), "The media plug-in needs <config><media url=\"...\"/></config>!");
-  OpenXml("<toolkit type='source'><provider>media</provider><config><movie "
-          "url='a.mp4'/></config></toolkit>");
-  EXPECT_EQ(ConnectError(), "The media plug-in needs <config><media url=\"...\"/></config>!");
 
   Open("/nonexistent/clip.mp4");
   EXPECT_EQ(ConnectError(),
@@ -647,43 +596,31 @@ TEST_F(MediaSourceTest, ConfigurationAndFileErrorsShowAtConnect) {
   } catch (const ImFileError& error) {
     EXPECT_EQ(error.GetErrorCode(), 6u);
   }
-
   const std::string garbage = scratch / "garbage.mp4";
   WriteFile(garbage, Bytes(3000, 0x5A));
   Open(garbage);
   EXPECT_EQ(ConnectError(),
             "Could not open media '" + garbage + "': Invalid data found when processing input!");
-
-  const std::string empty = scratch / "empty.mkv";
-  WriteFile(empty, {});
-  Open(empty);
+  WriteFile(scratch / "empty.mkv", {});
+  Open(scratch / "empty.mkv");
   EXPECT_NE(ConnectError(), "connected");
-
-  const std::string unsupported = scratch / "float.wav";
-  ASSERT_EQ(Ffmpeg("-f lavfi -i sine -t 0.2 -c:a pcm_f32le " + unsupported), "");
+  const std::string unsupported = Make("float.wav", "-f lavfi -i sine -t 0.2 -c:a pcm_f32le");
   Open(unsupported);
   EXPECT_EQ(ConnectError(),
             "No stream of media '" + unsupported + "' has a supported codec (found: pcm_f32le)!");
-
   // An unreachable network address fails at Connect too, in words.
   Open("rtsp://127.0.0.1:1/none");
   EXPECT_EQ(ConnectError().rfind("Could not open media 'rtsp://127.0.0.1:1/none': ", 0), 0u);
 }
 
 TEST_F(MediaSourceTest, CutFileKeepsWhatCameBefore) {
-  const std::string ts = scratch / "cut.ts";
-  ASSERT_EQ(Ffmpeg("-f lavfi -i testsrc=size=64x48:rate=10 -t 2 -c:v libx264 -g 5 " + ts), "");
+  const std::string ts =
+      Make("cut.ts", "-f lavfi -i testsrc=size=64x48:rate=10 -t 2 -c:v libx264 -g 5");
   std::filesystem::resize_file(ts, std::filesystem::file_size(ts) / 2 + 100);
-  Open(ts);
-  ASSERT_EQ(ConnectError(), "connected");
-  const std::vector<SmItem> items = ReadAll();
+  const std::vector<SmItem> items = Load(ts);
   EXPECT_GE(items.size(), 5u);
   EXPECT_LT(items.size(), 20u);
-  const std::string annexB = scratch / "out.h264";
-  WriteFile(annexB, Concatenated(items, 16));
-  EXPECT_EQ(
-      Capture("ffmpeg -nostdin -v error -f h264 -i " + annexB + " -f null - 2>&1 | head -c 1"), "")
-      << "whatever is delivered decodes cleanly";
+  EXPECT_EQ(Complaints(Dump(items, 16, "out.h264")), "") << "what is delivered decodes cleanly";
 }
 
 // A loopback RTSP server from GStreamer, started for the test and stopped
@@ -758,12 +695,9 @@ TEST_F(MediaSourceTest, LiveRtspStreamFromALoopbackServer) {
       }
     } else {
       ASSERT_TRUE(item.IsAudio());
-      CmGenericAudioStreamDataPacket packet = item.Audio();
-      EXPECT_EQ(packet.GetCodec(), uint32_t{NmMediaProcessing::SmAudioCodec::G711Telephony});
-      EXPECT_EQ(packet.GetCodecOption(), uint32_t{NmMediaProcessing::SmG711Law::MuLaw});
-      EXPECT_EQ(packet.GetSamplingFrequency(), 8000u);
+      EXPECT_EQ(AudioFacts(item), MuLaw);
       if (!audio.empty()) {
-        EXPECT_EQ(packet.GetSequenceNumber(),
+        EXPECT_EQ(item.Audio().GetSequenceNumber(),
                   static_cast<uint16_t>(audio.back().Audio().GetSequenceNumber() + 1));
       }
       audio.push_back(item);
@@ -774,10 +708,7 @@ TEST_F(MediaSourceTest, LiveRtspStreamFromALoopbackServer) {
   // Times lie on today's clock.
   const int64_t now = static_cast<int64_t>(std::time(nullptr)) * 1000;
   EXPECT_LT(std::llabs(video.back().time - now), 24 * 3600 * 1000LL);
-  const std::string annexB = scratch / "live.h264";
-  WriteFile(annexB, Concatenated(video, 16));
-  EXPECT_EQ(
-      Capture("ffmpeg -nostdin -v error -f h264 -i " + annexB + " -f null - 2>&1 | head -c 1"), "")
+  EXPECT_EQ(Complaints(Dump(video, 16, "live.h264")), "")
       << "the live frames from the first sync frame on decode cleanly";
 
   // Live again after a stop: the stream resumes.

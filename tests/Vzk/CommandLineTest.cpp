@@ -10,13 +10,24 @@ using NmVzkTest::RunVzk;
 
 namespace {
 
-SmRunOptions ParseRunLine(const std::vector<std::string>& arguments) {
-  return std::get<SmRunOptions>(ParseCommandLine(arguments));
+// The words of a command line written as one text.
+std::vector<std::string> Words(const std::string& line) {
+  std::vector<std::string> words;
+  for (size_t at = 0; at < line.size();) {
+    const size_t end = std::min(line.find(' ', at), line.size());
+    words.push_back(line.substr(at, end - at));
+    at = end + 1;
+  }
+  return words;
 }
 
-std::string UsageMessage(const std::vector<std::string>& arguments) {
+SmRunOptions ParseRunLine(const std::string& line) {
+  return std::get<SmRunOptions>(ParseCommandLine(Words(line)));
+}
+
+std::string UsageMessage(const std::string& line) {
   try {
-    ParseCommandLine(arguments);
+    ParseCommandLine(Words(line));
   } catch (const CmUsageError& error) {
     return error.what();
   }
@@ -24,26 +35,10 @@ std::string UsageMessage(const std::vector<std::string>& arguments) {
 }
 
 TEST(VzkCommandLine, RunTakesEveryOptionInEitherForm) {
-  const SmRunOptions options = ParseRunLine({"run",
-                                             "--mode",
-                                             "playback",
-                                             "--from=-40",
-                                             "--count",
-                                             "7",
-                                             "--duration",
-                                             "2.5",
-                                             "--out",
-                                             "pictures",
-                                             "--format=y4m",
-                                             "--request",
-                                             "Sequence_Number,Has_Motion",
-                                             "Privacy_Mask",
-                                             "tree.xml",
-                                             "--contact-sheet",
-                                             "sheet.png",
-                                             "--plugin",
-                                             "/x/p.so",
-                                             "--quiet"});
+  const SmRunOptions options = ParseRunLine(
+      "run --mode playback --from=-40 --count 7 --duration 2.5 --out pictures --format=y4m "
+      "--request Sequence_Number,Has_Motion Privacy_Mask tree.xml --contact-sheet sheet.png "
+      "--plugin /x/p.so --quiet");
   EXPECT_EQ(options.configuration, "tree.xml");
   EXPECT_EQ(options.mode, SmRunMode::Playback);
   EXPECT_EQ(options.from, -40);
@@ -57,96 +52,76 @@ TEST(VzkCommandLine, RunTakesEveryOptionInEitherForm) {
   EXPECT_EQ(options.plugin, "/x/p.so");
   EXPECT_TRUE(options.quiet);
 
-  const SmRunOptions defaults = ParseRunLine({"run", "tree.xml"});
+  const SmRunOptions defaults = ParseRunLine("run tree.xml");
   EXPECT_EQ(defaults.mode, SmRunMode::Playback);
   EXPECT_FALSE(defaults.from || defaults.count || defaults.duration || defaults.outputDirectory);
   EXPECT_EQ(defaults.format, SmPictureFormat::Png);
 
-  const SmRunOptions live =
-      ParseRunLine({"run", "--mode=live", "--out", "o", "--format", "jpg", "--", "-tree.xml"});
+  const SmRunOptions live = ParseRunLine("run --mode=live --out o --format jpg -- -tree.xml");
   EXPECT_EQ(live.configuration, "-tree.xml");
   EXPECT_EQ(live.mode, SmRunMode::Live);
   EXPECT_EQ(live.format, SmPictureFormat::Jpeg);
   EXPECT_EQ(live.quality, 90u);
-  EXPECT_EQ(
-      ParseRunLine({"run", "t.xml", "--out", "o", "--format", "jpg", "--quality", "35"}).quality,
-      35u);
+  EXPECT_EQ(ParseRunLine("run t.xml --out o --format jpg --quality 35").quality, 35u);
   // After "--" a name that looks like an option is a second file, which is wrong.
-  EXPECT_EQ(UsageMessage({"run", "tree.xml", "--", "--x"}),
+  EXPECT_EQ(UsageMessage("run tree.xml -- --x"),
             "vzk run takes one configuration file, but '--x' follows 'tree.xml'.");
+  // The request list ends at the configuration file; a file name without a
+  // dot would be taken for a name: it must come first.
+  const SmRunOptions request = ParseRunLine("run --request Sequence_Number Has_Motion tree.xml");
+  EXPECT_EQ(request.configuration, "tree.xml");
+  EXPECT_EQ(request.requested, (std::vector<std::string>{"Sequence_Number", "Has_Motion"}));
+  EXPECT_EQ(ParseRunLine("run tree --request Has_Motion").configuration, "tree");
 }
 
 TEST(VzkCommandLine, BadValuesAndMissingArgumentsAreSentences) {
-  const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
-      {{}, "vzk needs a command: run, import, info or help; see vzk --help."},
-      {{"play"}, "There is no command 'play'; the commands are run, import, info and help."},
-      {{"--count", "3"},
-       "The option --count needs a command before it: vzk run, vzk import or "
-       "vzk info."},
-      {{"run"}, "vzk run needs a configuration file: vzk run CONFIG.xml [options]."},
-      {{"run", "a.xml", "b.xml"},
-       "vzk run takes one configuration file, but 'b.xml' follows "
-       "'a.xml'."},
-      {{"run", "a.xml", "--count"}, "The option --count needs a value."},
-      {{"run", "a.xml", "--count", "--out", "d"}, "The option --count needs a value."},
-      {{"run", "a.xml", "--count", "0"},
-       "The value '0' of --count is not a whole number of 1 or "
-       "more."},
-      {{"run", "a.xml", "--count", "-3"},
-       "The value '-3' of --count is not a whole number of 1 "
-       "or more."},
-      {{"run", "a.xml", "--count", "2x"},
-       "The value '2x' of --count is not a whole number of 1 "
-       "or more."},
-      {{"run", "a.xml", "--count", "99999999999999999999999"},
-       "The value '99999999999999999999999' of --count is not a whole number of 1 or more."},
-      {{"run", "a.xml", "--count", "1", "--count", "2"}, "The option --count is given twice."},
-      {{"run", "a.xml", "--duration", "0"},
-       "The value '0' of --duration is not a number of "
-       "seconds above 0."},
-      {{"run", "a.xml", "--duration", "nan"},
-       "The value 'nan' of --duration is not a number of "
-       "seconds above 0."},
-      {{"run", "a.xml", "--duration="},
-       "The value '' of --duration is not a number of seconds "
-       "above 0."},
-      {{"run", "a.xml", "--from", "1.5"},
-       "The value '1.5' of --from is not a whole number of "
-       "milliseconds since 1970-01-01 UTC."},
-      {{"run", "a.xml", "--mode", "replay"},
-       "The value 'replay' of --mode is neither playback "
-       "nor live."},
-      {{"run", "a.xml", "--mode", "live", "--from", "0"},
+  const std::pair<std::string, std::string> cases[] = {
+      {"", "vzk needs a command: run, import, info or help; see vzk --help."},
+      {"play", "There is no command 'play'; the commands are run, import, info and help."},
+      {"--count 3",
+       "The option --count needs a command before it: vzk run, vzk import or vzk info."},
+      {"run", "vzk run needs a configuration file: vzk run CONFIG.xml [options]."},
+      {"run a.xml b.xml", "vzk run takes one configuration file, but 'b.xml' follows 'a.xml'."},
+      {"run a.xml --count", "The option --count needs a value."},
+      {"run a.xml --count --out d", "The option --count needs a value."},
+      {"run a.xml --count 1 --count 2", "The option --count is given twice."},
+      {"run a.xml --from 1.5",
+       "The value '1.5' of --from is not a whole number of milliseconds since 1970-01-01 UTC."},
+      {"run a.xml --mode replay", "The value 'replay' of --mode is neither playback nor live."},
+      {"run a.xml --mode live --from 0",
        "The option --from works in playback only: a live stream starts now."},
-      {{"run", "a.xml", "--format", "gif", "--out", "d"},
+      {"run a.xml --format gif --out d",
        "The value 'gif' of --format is not one of png, jpg, y4m."},
-      {{"run", "a.xml", "--format", "png"},
-       "The option --format needs --out: without an output "
-       "directory nothing is written."},
-      {{"run", "a.xml", "--out="}, "The option --out needs a directory name, not an empty text."},
-      {{"run", "a.xml", "--out", "d", "--format", "jpg", "--quality", "101"},
+      {"run a.xml --format png",
+       "The option --format needs --out: without an output directory nothing is written."},
+      {"run a.xml --out=", "The option --out needs a directory name, not an empty text."},
+      {"run a.xml --out d --format jpg --quality 101",
        "The value '101' of --quality is not between 1 and 100."},
-      {{"run", "a.xml", "--out", "d", "--format", "jpg", "--quality", "0"},
+      {"run a.xml --out d --format jpg --quality 0",
        "The value '0' of --quality is not a whole number of 1 or more."},
-      {{"run", "a.xml", "--out", "d", "--quality", "50"},
+      {"run a.xml --out d --quality 50",
        "The option --quality is for pictures written as JPEG: it needs --format jpg."},
-      {{"run", "a.xml", "--request"}, "The option --request needs a value."},
-      {{"run", "a.xml", "--request", ","},
-       "The option --request needs at least one property "
-       "name."},
-      {{"run", "a.xml", "--loop"}, "Unknown option --loop for vzk run; see vzk help run."},
-      {{"import", "a.mp4"},
-       "vzk import needs a media file or stream and an output recording: "
-       "vzk import MEDIA OUT.gbd."},
-      {{"import", "a.mp4", "b.gbd", "--from", "3"},
-       "Unknown option --from for vzk import; see "
-       "vzk help import."},
-      {{"info"}, "vzk info needs exactly one recording: vzk info FILE.gbd."},
-      {{"info", "a.gbd", "--all"}, "Unknown option --all for vzk info; see vzk help info."},
-      {{"help", "play"}, "There is no command 'play'; the commands are run, import and info."},
+      {"run a.xml --request", "The option --request needs a value."},
+      {"run a.xml --request ,", "The option --request needs at least one property name."},
+      {"run a.xml --loop", "Unknown option --loop for vzk run; see vzk help run."},
+      {"import a.mp4", "vzk import needs a media file or stream and an output recording: vzk "
+                       "import MEDIA OUT.gbd."},
+      {"import a.mp4 b.gbd --from 3", "Unknown option --from for vzk import; see vzk help import."},
+      {"info", "vzk info needs exactly one recording: vzk info FILE.gbd."},
+      {"info a.gbd --all", "Unknown option --all for vzk info; see vzk help info."},
+      {"help play", "There is no command 'play'; the commands are run, import and info."},
   };
-  for (const auto& [arguments, message] : cases) {
-    EXPECT_EQ(UsageMessage(arguments), message);
+  for (const auto& [line, message] : cases) {
+    EXPECT_EQ(UsageMessage(line), message) << line;
+  }
+  for (const std::string value : {"0", "-3", "2x", "99999999999999999999999"}) {
+    EXPECT_EQ(UsageMessage("run a.xml --count " + value),
+              "The value '" + value + "' of --count is not a whole number of 1 or more.");
+  }
+  for (const std::string value : {" 0", " nan", "="}) {
+    EXPECT_EQ(UsageMessage("run a.xml --duration" + value),
+              "The value '" + value.substr(1) +
+                  "' of --duration is not a number of seconds above 0.");
   }
   // The program itself: the sentence on standard error, status 2, nothing else.
   const auto result = RunVzk({"run", "a.xml", "--count", "0"});
@@ -154,16 +129,6 @@ TEST(VzkCommandLine, BadValuesAndMissingArgumentsAreSentences) {
   EXPECT_EQ(result.err, "vzk: The value '0' of --count is not a whole number of 1 or more.\n");
   EXPECT_EQ(result.out, "");
   EXPECT_EQ(RunVzk({}).status, 2);
-}
-
-TEST(VzkCommandLine, RequestListEndsAtTheConfigurationFile) {
-  const SmRunOptions options =
-      ParseRunLine({"run", "--request", "Sequence_Number", "Has_Motion", "tree.xml"});
-  EXPECT_EQ(options.configuration, "tree.xml");
-  EXPECT_EQ(options.requested, (std::vector<std::string>{"Sequence_Number", "Has_Motion"}));
-  // A file name without a dot would be taken for a name: it must come first.
-  const SmRunOptions bare = ParseRunLine({"run", "tree", "--request", "Has_Motion"});
-  EXPECT_EQ(bare.configuration, "tree");
 }
 
 TEST(VzkCommandLine, HelpExplainsEveryOptionAndCommand) {

@@ -26,8 +26,17 @@ protected:
     // Bare JPEGs are timed from the moment the file was last written.
     const timespec times[2] = {{kBase / 1000, 0}, {kBase / 1000, 0}};
     ASSERT_EQ(utimensat(AT_FDCWD, m_Recording.c_str(), times, 0), 0);
-    m_Tree = m_Scratch.Path("tree.xml");
-    WriteText(m_Tree, RecordingTree(m_Recording));
+    m_Tree = m_Scratch.Write("tree.xml", RecordingTree(m_Recording));
+  }
+
+  // A tree over a recording of one frame, to which GrowBy appends more.
+  std::string Growing() {
+    WriteBytes(m_Scratch.Path("growing.gbd"), m_Frames[0]);
+    return m_Scratch.Write("growing.xml", RecordingTree(m_Scratch.Path("growing.gbd")));
+  }
+  void GrowBy(int i) {
+    WriteBytes(m_Scratch.Path("growing.gbd"), m_Frames[1 + i % 11], true);
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
   }
 
   // Runs and returns the JPEG files written, in order.
@@ -86,9 +95,9 @@ TEST_F(VzkRun, PlaybackWritesEveryRecordAndKeepsToItsLimits) {
   EXPECT_EQ(Pulled({"--from", At(400), "--duration", "0.08", "--count", "9"}), Slice(10, 2));
   EXPECT_EQ(Pulled({"--count", "100"}), m_Frames);
 
-  const SmResult beyond = RunVzk({"run", m_Tree, "--from", At(100000)});
-  EXPECT_EQ(beyond.status, 0);
-  EXPECT_EQ(beyond.err, "vzk: The tree has no item at or after " + At(100000) + " ms.\n");
+  const SmResult beyond =
+      ExpectRun({"run", m_Tree, "--from", At(100000)}, 0,
+                "vzk: The tree has no item at or after " + At(100000) + " ms.\n");
   EXPECT_EQ(beyond.out.rfind("0 items in ", 0), 0u);
 
   // Without --out, items are pulled and dropped: the timing run.
@@ -99,13 +108,8 @@ TEST_F(VzkRun, PlaybackWritesEveryRecordAndKeepsToItsLimits) {
 }
 
 TEST_F(VzkRun, LiveReplayAndALiveFileThatGrows) {
-  const std::string replay = m_Scratch.Path("replay.xml");
-  WriteText(replay, "<toolkit type='source'><provider>vzk</provider><config><synthetic_live>"
-                    "<toolkit type='source'><provider>recording</provider><config><recording "
-                    "file='" +
-                        m_Recording +
-                        "'/></config></toolkit></synthetic_live></config>"
-                        "</toolkit>");
+  const std::string replay =
+      m_Scratch.Write("replay.xml", RecordingTree(m_Recording, "synthetic_live"));
   const SmResult replayed =
       RunVzk({"run", replay, "--mode", "live", "--count", "3", "--out", m_Scratch.Path("live")});
   ASSERT_EQ(replayed.status, 0) << replayed.err;
@@ -118,10 +122,7 @@ TEST_F(VzkRun, LiveReplayAndALiveFileThatGrows) {
   EXPECT_EQ(idle.out.rfind("0 items in ", 0), 0u);
 
   // The recording plug-in's live mode delivers what is appended after the start.
-  const std::string growing = m_Scratch.Path("growing.gbd");
-  WriteBytes(growing, m_Frames[0]);
-  const std::string tree = m_Scratch.Path("growing.xml");
-  WriteText(tree, RecordingTree(growing));
+  const std::string tree = Growing();
   std::atomic<bool> done = false;
   SmResult followed;
   std::thread run([&] {
@@ -130,8 +131,7 @@ TEST_F(VzkRun, LiveReplayAndALiveFileThatGrows) {
     done = true;
   });
   for (int i = 0; !done && i < 3000; ++i) {
-    WriteBytes(growing, m_Frames[1 + i % 11], true);
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    GrowBy(i);
   }
   run.join();
   EXPECT_EQ(followed.status, 0) << followed.err;
@@ -143,15 +143,10 @@ TEST_F(VzkRun, LiveReplayAndALiveFileThatGrows) {
 TEST_F(VzkRun, InterruptedLiveRunKeepsWhatItWrote) {
   // The recording plug-in's live mode waits for records that never come, so
   // only the signal ends this run. Items before it must be complete.
-  const std::string growing = m_Scratch.Path("growing.gbd");
-  WriteBytes(growing, m_Frames[0]);
-  const std::string tree = m_Scratch.Path("growing.xml");
-  WriteText(tree, RecordingTree(growing));
   const std::string out = m_Scratch.Path("stopped");
-  CmRunningVzk run({"run", tree, "--mode", "live", "--out", out});
+  CmRunningVzk run({"run", Growing(), "--mode", "live", "--out", out});
   for (int i = 0; i < 500 && !Exists(out + "/jpeg-000002.jpg"); ++i) {
-    WriteBytes(growing, m_Frames[1 + i % 11], true);
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    GrowBy(i);
   }
   ASSERT_TRUE(Exists(out + "/jpeg-000002.jpg"));
   run.Signal(SIGINT);
@@ -166,48 +161,21 @@ TEST_F(VzkRun, InterruptedLiveRunKeepsWhatItWrote) {
 }
 
 TEST_F(VzkRun, FailuresExitNonZeroWithTheToolkitsMessage) {
-  const SmResult missing = RunVzk({"run", m_Scratch.Path("none.xml")});
-  EXPECT_EQ(missing.status, 1);
-  EXPECT_EQ(missing.err, "vzk: The configuration file " + m_Scratch.Path("none.xml") +
-                             " cannot be read: No such file or directory.\n");
-
-  const std::string broken = m_Scratch.Path("broken.xml");
-  WriteText(broken, "<toolkit type='source'><provider>vzk</provider><config>");
-  const SmResult malformed = RunVzk({"run", broken});
-  EXPECT_EQ(malformed.status, 1);
-  EXPECT_NE(malformed.err.find("could not be built: Could not parse toolkit configuration xml! "
-                               "(NmToolkit::ImConfigurationError 0)."),
-            std::string::npos)
-      << malformed.err;
-  EXPECT_NE(malformed.err.find("is not well-formed XML"), std::string::npos);
-
-  const std::string unknown = m_Scratch.Path("unknown.xml");
-  WriteText(unknown, "<toolkit type='source'><provider>vzk</provider><config><video_mixer/>"
-                     "</config></toolkit>");
-  const SmResult unknownElement = RunVzk({"run", unknown});
-  EXPECT_EQ(unknownElement.status, 1);
-  EXPECT_NE(unknownElement.err.find("Could not parse toolkit configuration xml!"),
-            std::string::npos);
-  EXPECT_NE(unknownElement.err.find("In " + unknown +
-                                    ", the element \"video_mixer\" is no toolkit that the "
-                                    "library knows."),
-            std::string::npos)
-      << unknownElement.err;
-
-  // Each other cause of the same message is named as such.
+  // Each cause of a tree that cannot be built is named as such.
   const std::string root = "<toolkit type='source'><provider>vzk</provider><config>";
   const std::string farEnd =
       "<toolkit type='source'><provider>scripted</provider><config/></toolkit>";
-  std::string deep;
+  std::string open, close;
   for (int i = 0; i < 30000; ++i) {
-    deep += "<set_property>";
+    open += "<set_property>";
+    close += "</set_property>";
   }
-  deep += farEnd;
-  for (int i = 0; i < 30000; ++i) {
-    deep += "</set_property>";
-  }
+  const std::string cause = m_Scratch.Path("cause.xml");
   const std::pair<std::string, std::string> causes[] = {
-      {root + deep + "</config></toolkit>",
+      {root, "is not well-formed XML"},
+      {root + "<video_mixer/></config></toolkit>",
+       "In " + cause + ", the element \"video_mixer\" is no toolkit that the library knows."},
+      {root + open + farEnd + close + "</config></toolkit>",
        "nests its elements deeper than 64 levels, more than a configuration may."},
       {root + "<set_property><video_mixer/></set_property></config></toolkit>",
        "the element \"video_mixer\" is no toolkit that the library knows."},
@@ -224,63 +192,50 @@ TEST_F(VzkRun, FailuresExitNonZeroWithTheToolkitsMessage) {
        "\"audio_decoder\" names a toolkit that this build does not have yet."},
   };
   for (const auto& [xml, hint] : causes) {
-    const std::string file = m_Scratch.Path("cause.xml");
-    WriteText(file, xml);
-    const SmResult result = RunVzk({"run", file});
-    EXPECT_EQ(result.status, 1);
-    EXPECT_NE(result.err.find("Could not parse toolkit configuration xml!"), std::string::npos)
+    WriteText(cause, xml);
+    const SmResult result = ExpectRun({"run", cause}, 1, hint);
+    EXPECT_NE(result.err.find("could not be built: Could not parse toolkit configuration xml! "
+                              "(NmToolkit::ImConfigurationError 0)."),
+              std::string::npos)
         << result.err;
-    EXPECT_NE(result.err.find(hint), std::string::npos) << result.err;
     EXPECT_EQ(result.err.find("not built yet"), std::string::npos) << result.err;
   }
 
-  const std::string gone = m_Scratch.Path("gone.xml");
-  WriteText(gone, RecordingTree(m_Scratch.Path("gone.gbd")));
-  const SmResult noRecording = RunVzk({"run", gone});
-  EXPECT_EQ(noRecording.status, 1);
-  EXPECT_NE(noRecording.err.find("could not connect: Could not open recording '" +
-                                 m_Scratch.Path("gone.gbd") + "'! (NmToolkit::ImFileError 6)."),
-            std::string::npos)
-      << noRecording.err;
-
-  const SmResult noPlugin = RunVzk({"run", m_Tree, "--plugin", m_Scratch.Path("none.so")});
-  EXPECT_EQ(noPlugin.status, 1);
-  EXPECT_EQ(noPlugin.err, "vzk: The toolkit plug-in " + m_Scratch.Path("none.so") +
-                              " cannot be found: No such file or directory.\n");
-  const SmResult notPlugin =
-      RunVzk({"run", m_Tree, "--plugin", BinaryDirectory() + "/ToolkitSourcePlugin_nodelete.so"});
-  EXPECT_EQ(notPlugin.status, 1);
-  EXPECT_NE(notPlugin.err.find("is no toolkit plug-in: it lacks CreateInstance or "
-                               "DeleteInstance."),
-            std::string::npos);
-  const SmResult notLibrary = RunVzk({"run", m_Tree, "--plugin", m_Tree});
-  EXPECT_EQ(notLibrary.status, 1);
-  EXPECT_NE(notLibrary.err.find("cannot be loaded: "), std::string::npos);
+  const std::string gone = m_Scratch.Write("gone.xml", RecordingTree(m_Scratch.Path("gone.gbd")));
+  const std::string none = m_Scratch.Path("none");
+  const std::pair<std::vector<std::string>, std::string> failures[] = {
+      {{"run", none},
+       "vzk: The configuration file " + none + " cannot be read: No such file or directory.\n"},
+      {{"run", gone},
+       "could not connect: Could not open recording '" + m_Scratch.Path("gone.gbd") +
+           "'! (NmToolkit::ImFileError 6)."},
+      {{"run", m_Tree, "--plugin", none},
+       "vzk: The toolkit plug-in " + none + " cannot be found: No such file or directory.\n"},
+      {{"run", m_Tree, "--plugin", BinaryDirectory() + "/ToolkitSourcePlugin_nodelete.so"},
+       "is no toolkit plug-in: it lacks CreateInstance or DeleteInstance."},
+      {{"run", m_Tree, "--plugin", m_Tree}, "cannot be loaded: "},
+      {{"run", m_Tree, "--out", m_Tree + "/sub"},
+       "vzk: The output directory " + m_Tree + "/sub cannot be made: " + m_Tree + " is a file.\n"},
+  };
+  for (const auto& [arguments, told] : failures) {
+    ExpectRun(arguments, 1, told);
+  }
 
   // An item the tree cannot make is counted and reported; the others are written.
-  const std::string scripted = m_Scratch.Path("scripted.xml");
-  WriteText(scripted, TreeOver("scripted", "<script><item begin='1' payload='one'/>"
-                                           "<item kind='status' status='7'/>"
-                                           "<item begin='3' kind='outofband' payload='three'/>"
-                                           "</script>"));
-  const SmResult partly = RunVzk({"run", scripted, "--out", m_Scratch.Path("partly")});
-  EXPECT_EQ(partly.status, 1);
-  EXPECT_NE(partly.err.find("vzk: Item 2 was not delivered (status 7): the tree could not make "
-                            "it.\n"),
-            std::string::npos)
-      << partly.err;
+  const std::string scripted =
+      m_Scratch.Write("scripted.xml", TreeOver("scripted", "<script><item begin='1' payload='one'/>"
+                                                           "<item kind='status' status='7'/>"
+                                                           "<item begin='3' kind='outofband' "
+                                                           "payload='three'/></script>"));
+  const SmResult partly = ExpectRun({"run", scripted, "--out", m_Scratch.Path("partly")}, 1,
+                                    "vzk: Item 2 was not delivered (status 7): the tree could not "
+                                    "make it.\n");
   EXPECT_NE(partly.out.find("3 items in"), std::string::npos);
   EXPECT_NE(partly.out.find("2 other items; 1 error."), std::string::npos) << partly.out;
   EXPECT_EQ(ReadText(m_Scratch.Path("partly/item-000001.bin")), "one");
   EXPECT_EQ(ReadText(m_Scratch.Path("partly/item-000002.bin")), "three");
   EXPECT_NE(ReadText(m_Scratch.Path("partly/items.txt")).find("\t3\t3\tout-of-band data\t5\t"),
             std::string::npos);
-
-  // An output directory that cannot be made.
-  const SmResult blocked = RunVzk({"run", m_Tree, "--out", m_Tree + "/sub"});
-  EXPECT_EQ(blocked.status, 1);
-  EXPECT_EQ(blocked.err, "vzk: The output directory " + m_Tree + "/sub cannot be made: " + m_Tree +
-                             " is a file.\n");
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/stat.h>
@@ -83,24 +84,6 @@ SmResult Reap(pid_t child, const std::string& directory) {
   return result;
 }
 
-std::string MakeDirectory() {
-  const char* build = std::getenv("VZK_BUILD_DIR");
-  const std::string base = std::string(build ? build : ".") + "/vzk-run-XXXXXX";
-  std::vector<char> name(base.begin(), base.end());
-  name.push_back(0);
-  if (mkdtemp(name.data()) == nullptr) {
-    throw std::runtime_error("cannot make a scratch directory");
-  }
-  return name.data();
-}
-
-void RemoveDirectory(const std::string& path) {
-  const std::string command = "rm -rf '" + path + "'";
-  if (std::system(command.c_str()) != 0) {
-    // Leftovers in the build tree do no harm.
-  }
-}
-
 } // namespace
 
 SmResult RunVzk(const std::vector<std::string>& arguments) {
@@ -108,17 +91,26 @@ SmResult RunVzk(const std::vector<std::string>& arguments) {
   return Reap(Spawn(arguments, scratch.GetPath()), scratch.GetPath());
 }
 
-CmRunningVzk::CmRunningVzk(const std::vector<std::string>& arguments)
-    : m_Directory(MakeDirectory()) {
-  m_Pid = Spawn(arguments, m_Directory);
+SmResult ExpectRun(const std::vector<std::string>& arguments, int status, const std::string& told) {
+  SmResult result = RunVzk(arguments);
+  EXPECT_EQ(result.status, status) << result.err;
+  EXPECT_NE(result.err.find(told), std::string::npos) << result.err;
+  return result;
 }
+
+std::string CmScratch::Write(const std::string& name, const std::string& text) const {
+  WriteText(Path(name), text);
+  return Path(name);
+}
+
+CmRunningVzk::CmRunningVzk(const std::vector<std::string>& arguments)
+    : m_Pid(Spawn(arguments, m_Directory.GetPath())) {}
 
 CmRunningVzk::~CmRunningVzk() {
   if (m_Pid > 0) {
     kill(m_Pid, SIGKILL);
     waitpid(m_Pid, nullptr, 0);
   }
-  RemoveDirectory(m_Directory);
 }
 
 void CmRunningVzk::Signal(int signal) {
@@ -128,7 +120,7 @@ void CmRunningVzk::Signal(int signal) {
 }
 
 SmResult CmRunningVzk::Wait() {
-  const SmResult result = Reap(m_Pid, m_Directory);
+  const SmResult result = Reap(m_Pid, m_Directory.GetPath());
   m_Pid = -1;
   return result;
 }
@@ -176,14 +168,18 @@ std::vector<std::string> ListDirectory(const std::string& path) {
   return names;
 }
 
-std::string TreeOver(const std::string& provider, const std::string& config) {
+std::string TreeOver(const std::string& provider, const std::string& config,
+                     const std::string& wrapper) {
+  const std::string source = "<toolkit type='source'><provider>" + provider +
+                             "</provider><config>" + config + "</config></toolkit>";
   return "<?xml version='1.0' encoding='UTF-8'?><toolkit type='source'><provider>vzk</provider>"
-         "<config><toolkit type='source'><provider>" +
-         provider + "</provider><config>" + config + "</config></toolkit></config></toolkit>";
+         "<config>" +
+         (wrapper.empty() ? source : "<" + wrapper + ">" + source + "</" + wrapper + ">") +
+         "</config></toolkit>";
 }
 
-std::string RecordingTree(const std::string& file) {
-  return TreeOver("recording", "<recording file='" + file + "'/>");
+std::string RecordingTree(const std::string& file, const std::string& wrapper) {
+  return TreeOver("recording", "<recording file='" + file + "'/>", wrapper);
 }
 
 std::vector<std::vector<uint8_t>> MakeRawJPEGRecording(const std::string& path, int count,
