@@ -18,6 +18,7 @@
 #include "MediaProcessing/GenericByteData/GenericVideoStreamDataPacket.h"
 #include "Toolkits/ToolkitTestSupport.h"
 #include "Toolkits/VZKSourceToolkitPlugin/ToolkitFactory.h"
+#include "support/SourceSession.h"
 #include "vzk/ToolkitError.h"
 
 using namespace NmToolkit;
@@ -148,40 +149,10 @@ std::string Complaints(const std::string& annexB) {
   return Capture("ffmpeg -nostdin -v error -f h264 -i " + annexB + " -f null - 2>&1 | head -c 1");
 }
 
-class MediaSourceTest : public ::testing::Test {
+class MediaSourceTest : public NmTestSupport::CmSourceSession {
 protected:
-  void Open(const std::string& url) {
-    Close();
-    toolkit = factory.CreateInstance(Configuration(url).c_str());
-    ASSERT_NE(toolkit, nullptr);
-    playback = dynamic_cast<ImPlaybackSourceToolkit*>(toolkit);
-    live = dynamic_cast<ImLiveSourceToolkit*>(toolkit);
-    ASSERT_NE(playback, nullptr);
-    ASSERT_NE(live, nullptr);
-  }
-  void OpenXml(const std::string& xml) {
-    Close();
-    toolkit = factory.CreateInstance(xml.c_str());
-    ASSERT_NE(toolkit, nullptr);
-    playback = dynamic_cast<ImPlaybackSourceToolkit*>(toolkit);
-    live = dynamic_cast<ImLiveSourceToolkit*>(toolkit);
-  }
-  void Close() {
-    if (toolkit) {
-      factory.DeleteInstance(toolkit);
-      toolkit = nullptr;
-    }
-  }
-  void TearDown() override { Close(); }
-
-  std::string ConnectError() {
-    try {
-      playback->Connect(0);
-    } catch (const ImToolkitError& error) {
-      return error.what();
-    }
-    return "connected";
-  }
+  void Open(const std::string& url) { CmSourceSession::Open(Configuration(url)); }
+  void OpenXml(const std::string& xml) { CmSourceSession::Open(xml); }
   // Every item from the first to the last.
   std::vector<SmItem> ReadAll() {
     std::vector<SmItem> items;
@@ -195,16 +166,6 @@ protected:
       items.push_back(TakeItem(raw));
     }
     return items;
-  }
-  int64_t Current() {
-    ImData* raw = nullptr;
-    if (playback->GetData(&raw) != StatusSuccess) {
-      return -1;
-    }
-    return TakeItem(raw).time;
-  }
-  int64_t At(int64_t time, SmMoveMode mode) {
-    return playback->MoveTo(time, mode) == StatusSuccess ? Current() : -1;
   }
   // A file that ffmpeg makes from these arguments, in the scratch directory.
   std::string Make(const std::string& name, const std::string& arguments) {
@@ -223,10 +184,6 @@ protected:
     return scratch / name;
   }
 
-  CmToolkitFactory factory;
-  ImToolkit* toolkit = nullptr;
-  ImPlaybackSourceToolkit* playback = nullptr;
-  ImLiveSourceToolkit* live = nullptr;
   CmScratchDirectory scratch;
 };
 

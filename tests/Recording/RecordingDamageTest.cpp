@@ -1,20 +1,15 @@
 // Damaged recordings: what the index passes over, what still plays, and the
 // files that are no recording at all.
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <functional>
 #include <memory>
 #include <random>
 #include <set>
-#include <sstream>
 #include <string>
 
 #include "RecordingIndex.h"
@@ -23,6 +18,7 @@
 #include "Toolkits/VZKSourceToolkitPlugin/VZKSourceToolkit.h"
 #include "support/FlatJPEG.h"
 #include "support/GenericByteDataBuilder.h"
+#include "support/SourceSession.h"
 #include "vzk/ToolkitError.h"
 
 using namespace NmToolkit;
@@ -63,23 +59,6 @@ CmBytes JPEGPacket(int i) {
   return BuildVideoPacket(fields);
 }
 
-class CmFile {
-public:
-  CmFile() {
-    char pattern[] = "/tmp/vzk-damage-XXXXXX";
-    const int descriptor = mkstemp(pattern);
-    close(descriptor);
-    path = pattern;
-  }
-  ~CmFile() { std::remove(path.c_str()); }
-  void Write(const CmBytes& bytes, bool append = false) const {
-    std::ofstream file(path, std::ios::binary | (append ? std::ios::app : std::ios::trunc));
-    file.write(reinterpret_cast<const char*>(bytes.data()),
-               static_cast<std::streamsize>(bytes.size()));
-  }
-  std::string path;
-};
-
 // The records back to back, with the offset where each begins.
 struct SmRecording {
   CmBytes bytes;
@@ -89,29 +68,6 @@ struct SmRecording {
     bytes.insert(bytes.end(), record.begin(), record.end());
   }
 };
-
-std::string RecordingXml(const std::string& path) {
-  return "<toolkit type='source'><provider>recording</provider><config><recording file='" + path +
-         "'/></config></toolkit>";
-}
-
-// Begin times of everything the recording plug-in plays, in order.
-std::vector<int64_t> PlayedTimes(const std::string& path) {
-  CmToolkitFactory factory;
-  ImToolkit* toolkit = factory.CreateInstance(RecordingXml(path).c_str());
-  auto* playback = dynamic_cast<ImPlaybackSourceToolkit*>(toolkit);
-  std::vector<int64_t> times;
-  playback->Connect(0);
-  for (uint32_t status = playback->MoveFirst(); status == StatusSuccess;
-       status = playback->MoveNext()) {
-    ImData* raw = nullptr;
-    if (playback->GetData(&raw) == StatusSuccess) {
-      times.push_back(std::unique_ptr<ImData>(raw)->GetBeginTime());
-    }
-  }
-  factory.DeleteInstance(toolkit);
-  return times;
-}
 
 // Luminance of every picture that a "video_decoder" over the recording gives.
 std::vector<int> DecodedLevels(const std::string& path) {
@@ -157,7 +113,21 @@ void ExpectEveryByteAccountedFor(const NmRecording::CmRecordingIndex& index, uin
   EXPECT_EQ(at, size);
 }
 
-TEST(RecordingDamage, ADamagedRecordLengthCostsThatRecordAndNoOther) {
+// The recording in a file, with the plug-in reading it.
+class RecordingDamage : public CmSourceSession {
+protected:
+  void Load(const CmBytes& bytes) {
+    file.Write(bytes);
+    Open(RecordingXml(file.path));
+  }
+  std::vector<int64_t> Played() {
+    playback->Connect(0);
+    return PlayedTimes();
+  }
+  CmScratchFile file;
+};
+
+TEST_F(RecordingDamage, ADamagedRecordLengthCostsThatRecordAndNoOther) {
   SmRecording clean;
   for (int i = 0; i < Count; ++i) {
     clean.Add(JPEGPacket(i));
@@ -178,8 +148,7 @@ TEST(RecordingDamage, ADamagedRecordLengthCostsThatRecordAndNoOther) {
     SCOPED_TRACE(name);
     CmBytes bytes = clean.bytes;
     damage(bytes);
-    CmFile file;
-    file.Write(bytes);
+    Load(bytes);
 
     NmRecording::CmRecordingIndex index(file.path);
     ASSERT_TRUE(index.Update());
@@ -192,7 +161,7 @@ TEST(RecordingDamage, ADamagedRecordLengthCostsThatRecordAndNoOther) {
     }
 
     // Every undamaged record plays, through the plug-in and decoded.
-    const std::vector<int64_t> times = PlayedTimes(file.path);
+    const std::vector<int64_t> times = Played();
     const std::set<int64_t> played(times.begin(), times.end());
     const std::vector<int> levels = DecodedLevels(file.path);
     for (int i = 0; i < Count; ++i) {
@@ -211,7 +180,7 @@ TEST(RecordingDamage, ADamagedRecordLengthCostsThatRecordAndNoOther) {
 
 // A bare JPEG whose first segment is damaged, and which holds a whole JPEG
 // thumbnail: the next picture plays, the thumbnail is no record.
-TEST(RecordingDamage, RawJPEGsPickUpAtTheNextPictureAndNotInsideOne) {
+TEST_F(RecordingDamage, RawJPEGsPickUpAtTheNextPictureAndNotInsideOne) {
   const CmBytes thumbnail = FlatJPEG(250);
   SmRecording recording;
   for (int i = 0; i < 10; ++i) {
@@ -232,8 +201,7 @@ TEST(RecordingDamage, RawJPEGsPickUpAtTheNextPictureAndNotInsideOne) {
     }
     recording.Add(picture);
   }
-  CmFile file;
-  file.Write(recording.bytes);
+  Load(recording.bytes);
   NmRecording::CmRecordingIndex index(file.path);
   ASSERT_TRUE(index.Update());
   ExpectEveryByteAccountedFor(index, recording.bytes.size());
@@ -264,21 +232,13 @@ uint64_t BytesRead() {
   return 0;
 }
 
-class RecordingLive : public ::testing::Test {
+class RecordingLive : public RecordingDamage {
 protected:
+  // Live from behind the first record on.
   void SetUp() override {
-    toolkit = factory.CreateInstance(RecordingXml(file.path).c_str());
-    live = dynamic_cast<ImLiveSourceToolkit*>(toolkit);
-  }
-  void TearDown() override { factory.DeleteInstance(toolkit); }
-  // Begin times of what live delivers now, without waiting.
-  std::vector<int64_t> Drain() {
-    std::vector<int64_t> times;
-    ImData* raw = nullptr;
-    while (live->GetLiveData(&raw, 0) == StatusSuccess) {
-      times.push_back(std::unique_ptr<ImData>(raw)->GetBeginTime());
-    }
-    return times;
+    Load(JPEGPacket(0));
+    live->Connect(0);
+    live->StartLiveStream();
   }
   static std::vector<int64_t> Times(int first, int end) {
     std::vector<int64_t> times;
@@ -287,17 +247,9 @@ protected:
     }
     return times;
   }
-
-  CmFile file;
-  CmToolkitFactory factory;
-  ImToolkit* toolkit = nullptr;
-  ImLiveSourceToolkit* live = nullptr;
 };
 
 TEST_F(RecordingLive, GoesOnPastADamagedRecordAndReadsOnlyWhatWasAppended) {
-  file.Write(JPEGPacket(0));
-  live->Connect(0);
-  live->StartLiveStream();
   for (int i = 1; i < 20; ++i) {
     file.Write(JPEGPacket(i), true);
   }
@@ -331,24 +283,13 @@ TEST_F(RecordingLive, GoesOnPastADamagedRecordAndReadsOnlyWhatWasAppended) {
   live->StartLiveStream();
   // Live starts after what is there; playback has it all but the damage.
   EXPECT_TRUE(Drain().empty());
-  auto* playback = dynamic_cast<ImPlaybackSourceToolkit*>(toolkit);
-  std::vector<int64_t> all;
-  for (uint32_t status = playback->MoveFirst(); status == StatusSuccess;
-       status = playback->MoveNext()) {
-    ImData* raw = nullptr;
-    ASSERT_EQ(playback->GetData(&raw), StatusSuccess);
-    all.push_back(std::unique_ptr<ImData>(raw)->GetBeginTime());
-  }
   std::vector<int64_t> expected = Times(0, 20);
   const std::vector<int64_t> rest = Times(21, Count);
   expected.insert(expected.end(), rest.begin(), rest.end());
-  EXPECT_EQ(all, expected);
+  EXPECT_EQ(PlayedTimes(), expected);
 }
 
 TEST_F(RecordingLive, DeliversEveryRecordPastDamageInTheOrderWritten) {
-  file.Write(JPEGPacket(0));
-  live->Connect(0);
-  live->StartLiveStream();
   std::vector<int64_t> delivered;
   for (int i = 1; i < Count; ++i) {
     CmBytes record = JPEGPacket(i);
@@ -383,9 +324,6 @@ TEST_F(RecordingLive, DeliversEveryRecordPastDamageInTheOrderWritten) {
 
 // A multi packet written one packet at a time is one record, not several.
 TEST_F(RecordingLive, AMultiPacketWrittenPacketByPacketStaysWhole) {
-  file.Write(JPEGPacket(0));
-  live->Connect(0);
-  live->StartLiveStream();
   SmMultiPacketFields multi;
   multi.packets = {JPEGPacket(1), JPEGPacket(2), JPEGPacket(3)};
   const CmBytes record = BuildMultiPacket(multi);
@@ -402,47 +340,9 @@ TEST_F(RecordingLive, AMultiPacketWrittenPacketByPacketStaysWhole) {
   EXPECT_EQ(item->GetEndTime(), TimeOf(3));
 }
 
-std::string ConnectError(const std::string& path) {
-  CmToolkitFactory factory;
-  ImToolkit* toolkit = factory.CreateInstance(RecordingXml(path).c_str());
-  std::string error = "connected";
-  try {
-    dynamic_cast<ImPlaybackSourceToolkit*>(toolkit)->Connect(0);
-  } catch (const ImToolkitError& failure) {
-    error = failure.what();
-  }
-  factory.DeleteInstance(toolkit);
-  return error;
-}
-
-TEST(RecordingDamage, WhatIsNoReadableFileFailsAtConnectInWords) {
-  char pattern[] = "/tmp/vzk-damage-dir-XXXXXX";
-  ASSERT_NE(mkdtemp(pattern), nullptr);
-  const std::string directory = pattern;
-  EXPECT_EQ(ConnectError(directory), "Could not open recording '" + directory + "'!");
-  NmRecording::CmRecordingIndex index(directory);
-  EXPECT_FALSE(index.Update());
-  // A FIFO would block a reader that opened it for a writer to come.
-  const std::string fifo = directory + "/fifo.gbd";
-  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
-  EXPECT_EQ(ConnectError(fifo), "Could not open recording '" + fifo + "'!");
-  std::remove(fifo.c_str());
-  rmdir(directory.c_str());
-}
-
-TEST(RecordingDamage, AFileWithoutReadPermissionFailsAtConnect) {
-  if (geteuid() == 0) {
-    GTEST_SKIP() << "root reads files whatever their permissions";
-  }
-  CmFile file;
-  file.Write(JPEGPacket(0));
-  ASSERT_EQ(chmod(file.path.c_str(), 0), 0);
-  EXPECT_EQ(ConnectError(file.path), "Could not open recording '" + file.path + "'!");
-}
-
 // The neighbours of damage: whatever the file holds, every byte is a record
 // or told as damage, and nothing crashes.
-TEST(RecordingDamage, CutRandomAndBitFlippedFilesAccountForEveryByte) {
+TEST_F(RecordingDamage, CutRandomAndBitFlippedFilesAccountForEveryByte) {
   SmRecording clean;
   for (int i = 0; i < Count; ++i) {
     clean.Add(JPEGPacket(i));
@@ -469,20 +369,18 @@ TEST(RecordingDamage, CutRandomAndBitFlippedFilesAccountForEveryByte) {
 
   for (const auto& [name, bytes] : files) {
     SCOPED_TRACE(name);
-    CmFile file;
-    file.Write(bytes);
+    Load(bytes);
     NmRecording::CmRecordingIndex index(file.path);
     ASSERT_TRUE(index.Update());
     ExpectEveryByteAccountedFor(index, bytes.size());
     EXPECT_EQ(index.GetDamagedRanges(true).empty(), name == "empty");
     if (!index.GetEntries().empty()) {
-      EXPECT_EQ(PlayedTimes(file.path).size(), index.GetEntries().size());
+      EXPECT_EQ(Played().size(), index.GetEntries().size());
     }
   }
   // A cut last record is the tail; what comes before it is whole.
-  CmFile cutFile;
-  cutFile.Write(files[2].second);
-  NmRecording::CmRecordingIndex cutIndex(cutFile.path);
+  file.Write(files[2].second);
+  NmRecording::CmRecordingIndex cutIndex(file.path);
   ASSERT_TRUE(cutIndex.Update());
   EXPECT_EQ(cutIndex.GetEntries().size(), static_cast<size_t>(Count - 1));
   EXPECT_TRUE(cutIndex.GetDamagedRanges(false).empty()) << "it may still be being written";

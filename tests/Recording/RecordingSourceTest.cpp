@@ -3,12 +3,13 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <fstream>
 #include <memory>
 #include <string>
 
+#include "RecordingIndex.h"
 #include "Toolkits/VZKSourceToolkitPlugin/ToolkitFactory.h"
 #include "support/GenericByteDataBuilder.h"
+#include "support/SourceSession.h"
 #include "vzk/ToolkitError.h"
 
 using namespace NmToolkit;
@@ -36,68 +37,10 @@ CmBytes VideoPacket(uint64_t time, uint16_t sequenceNumber, bool sync, uint64_t 
   return BuildVideoPacket(fields);
 }
 
-class RecordingFile {
-public:
-  RecordingFile() {
-    char pattern[] = "/tmp/vzk-recording-XXXXXX";
-    const int descriptor = mkstemp(pattern);
-    close(descriptor);
-    path = pattern;
-  }
-  ~RecordingFile() { std::remove(path.c_str()); }
-  void Append(const CmBytes& bytes) const {
-    std::ofstream file(path, std::ios::binary | std::ios::app);
-    file.write(reinterpret_cast<const char*>(bytes.data()),
-               static_cast<std::streamsize>(bytes.size()));
-  }
-  std::string path;
-};
-
-std::string Configuration(const std::string& path, const std::string& extra = "") {
-  return "<toolkit type='source'><provider>recording</provider><config><recording file='" + path +
-         "' " + extra + "/></config></toolkit>";
-}
-
-class RecordingSourceTest : public ::testing::Test {
-protected:
-  void Open(const std::string& xml) {
-    toolkit = factory.CreateInstance(xml.c_str());
-    ASSERT_NE(toolkit, nullptr);
-    playback = dynamic_cast<ImPlaybackSourceToolkit*>(toolkit);
-    live = dynamic_cast<ImLiveSourceToolkit*>(toolkit);
-    ASSERT_NE(playback, nullptr);
-    ASSERT_NE(live, nullptr);
-  }
-  void TearDown() override { factory.DeleteInstance(toolkit); }
-  // Begin time of the current item, or -1.
-  int64_t Current() {
-    ImData* raw = nullptr;
-    if (playback->GetData(&raw) != StatusSuccess) {
-      return -1;
-    }
-    std::unique_ptr<ImData> item(raw);
-    return item->GetBeginTime();
-  }
-  int64_t At(int64_t time, SmMoveMode mode) {
-    return playback->MoveTo(time, mode) == StatusSuccess ? Current() : -1;
-  }
-  std::string ConnectError() {
-    try {
-      playback->Connect(0);
-    } catch (const ImToolkitError& error) {
-      return error.what();
-    }
-    return "connected";
-  }
-
-  CmToolkitFactory factory;
-  ImToolkit* toolkit = nullptr;
-  ImPlaybackSourceToolkit* playback = nullptr;
-  ImLiveSourceToolkit* live = nullptr;
-};
+using RecordingSourceTest = CmSourceSession;
 
 TEST_F(RecordingSourceTest, NavigatesPacketsInEveryModeAndBySequence) {
-  RecordingFile file;
+  CmScratchFile file;
   file.Append(VideoPacket(1000, 1, true));
   file.Append(VideoPacket(1040, 2, false, 1000));
   file.Append(VideoPacket(1080, 3, false, 1000));
@@ -105,7 +48,7 @@ TEST_F(RecordingSourceTest, NavigatesPacketsInEveryModeAndBySequence) {
   file.Append(VideoPacket(2040, 8, false, 2000));
   const CmBytes cut = VideoPacket(3000, 9, true);
   file.Append(CmBytes(cut.begin(), cut.begin() + 20)); // cut in the middle
-  Open(Configuration(file.path, "privacy_mask='2x1;10'"));
+  Open(RecordingXml(file.path, "privacy_mask='2x1;10'"));
 
   CmPropertyNameSet supported;
   playback->Connect({"Sequence_Number", "Privacy_Mask", "Has_Motion"}, supported, 0);
@@ -152,7 +95,7 @@ TEST_F(RecordingSourceTest, NavigatesPacketsInEveryModeAndBySequence) {
 }
 
 TEST_F(RecordingSourceTest, ReadsEveryRecordKind) {
-  RecordingFile file;
+  CmScratchFile file;
   file.Append(SmallJPEG(0x11));
   file.Append(SmallJPEG(0x22));
   SmBlockFields block;
@@ -167,7 +110,7 @@ TEST_F(RecordingSourceTest, ReadsEveryRecordKind) {
   SmAudioPacketFields audio;
   audio.time = 8000;
   file.Append(BuildAudioPacket(audio));
-  Open(Configuration(file.path));
+  Open(RecordingXml(file.path));
   playback->Connect(0);
 
   std::string seen;
@@ -193,25 +136,41 @@ TEST_F(RecordingSourceTest, ReadsEveryRecordKind) {
 }
 
 TEST_F(RecordingSourceTest, EmptyBrokenAndMissingFiles) {
-  RecordingFile empty;
-  Open(Configuration(empty.path));
+  CmScratchFile empty;
+  Open(RecordingXml(empty.path));
   EXPECT_EQ(ConnectError(), "connected");
   EXPECT_EQ(playback->MoveFirst(), StatusNoItem);
   EXPECT_EQ(playback->MoveTo(0, MoveClosest), StatusNoItem);
   EXPECT_EQ(playback->MoveNextSequence(), StatusNoItem);
   ImData* raw = nullptr;
   EXPECT_EQ(playback->GetData(&raw), StatusNoItem);
-  factory.DeleteInstance(toolkit);
 
-  RecordingFile garbage;
+  CmScratchFile garbage;
   garbage.Append({0x00, 0x0E, 1, 2, 3, 4, 5, 6, 7});
-  Open(Configuration(garbage.path));
+  Open(RecordingXml(garbage.path));
   EXPECT_EQ(ConnectError(), "The file '" + garbage.path + "' holds no readable record!");
-  factory.DeleteInstance(toolkit);
 
-  Open(Configuration("/nonexistent/x.gbd"));
-  EXPECT_EQ(ConnectError(), "Could not open recording '/nonexistent/x.gbd'!");
-  factory.DeleteInstance(toolkit);
+  // A missing file, a directory, a FIFO (which would block a reader that
+  // opened it for a writer to come) and a file without read permission.
+  char pattern[] = "/tmp/vzk-recording-dir-XXXXXX";
+  ASSERT_NE(mkdtemp(pattern), nullptr);
+  const std::string directory = pattern;
+  const std::string fifo = directory + "/fifo.gbd";
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  CmScratchFile locked;
+  locked.Write(VideoPacket(1000, 1, true));
+  ASSERT_EQ(chmod(locked.path.c_str(), 0), 0);
+  for (const std::string& path :
+       {std::string("/nonexistent/x.gbd"), directory, fifo, locked.path}) {
+    if (path == locked.path && geteuid() == 0) {
+      continue; // root reads files whatever their permissions
+    }
+    Open(RecordingXml(path));
+    EXPECT_EQ(ConnectError(), "Could not open recording '" + path + "'!");
+  }
+  EXPECT_FALSE(NmRecording::CmRecordingIndex(directory).Update());
+  std::remove(fifo.c_str());
+  rmdir(directory.c_str());
 
   Open("<toolkit type='source'><provider>recording</provider><config/></toolkit>");
   EXPECT_EQ(ConnectError(),
@@ -225,9 +184,9 @@ TEST_F(RecordingSourceTest, EmptyBrokenAndMissingFiles) {
 }
 
 TEST_F(RecordingSourceTest, LiveFollowsAGrowingFile) {
-  RecordingFile file;
+  CmScratchFile file;
   file.Append(VideoPacket(1000, 1, true));
-  Open(Configuration(file.path));
+  Open(RecordingXml(file.path));
   playback->Connect(0);
   live->StartLiveStream();
   ImData* raw = nullptr;

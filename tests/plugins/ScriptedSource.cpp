@@ -34,34 +34,15 @@ void Log(const std::string& entry) {
   }
 }
 
-class ScriptedString : public ImStringProperty {
+// A property of one of the three kinds that scripts can give an item.
+template <typename Interface, typename Value> class ScriptedValue : public Interface {
 public:
-  explicit ScriptedString(std::string value) : m_Value(std::move(value)) {}
-  ImProperty* Clone() const override { return new ScriptedString(m_Value); }
-  std::string GetValue() const override { return m_Value; }
+  explicit ScriptedValue(Value value) : m_Value(std::move(value)) {}
+  ImProperty* Clone() const override { return new ScriptedValue(m_Value); }
+  Value GetValue() const override { return m_Value; }
 
 private:
-  std::string m_Value;
-};
-
-class ScriptedBoolean : public ImBooleanProperty {
-public:
-  explicit ScriptedBoolean(bool value) : m_Value(value) {}
-  ImProperty* Clone() const override { return new ScriptedBoolean(m_Value); }
-  bool GetValue() const override { return m_Value; }
-
-private:
-  bool m_Value;
-};
-
-class ScriptedTime : public ImUTCTimeProperty {
-public:
-  explicit ScriptedTime(int64_t value) : m_Value(value) {}
-  ImProperty* Clone() const override { return new ScriptedTime(m_Value); }
-  int64_t GetValue() const override { return m_Value; }
-
-private:
-  int64_t m_Value;
+  Value m_Value;
 };
 
 struct ItemScript {
@@ -74,13 +55,6 @@ struct ItemScript {
   std::map<std::string, std::shared_ptr<ImProperty>> properties;
 };
 
-using PropertyMap = std::map<std::string, std::shared_ptr<ImProperty>>;
-
-const ImProperty* FindProperty(const PropertyMap& properties, const std::string& name) {
-  const auto found = properties.find(name);
-  return found == properties.end() ? nullptr : found->second.get();
-}
-
 // The accessors that every kind of scripted item shares.
 template <typename Interface> class ScriptedItem : public Interface {
 public:
@@ -92,7 +66,8 @@ public:
     return reinterpret_cast<const uint8_t*>(m_Script.payload.data());
   }
   const ImProperty* GetProperty(const std::string& name) const override {
-    return FindProperty(m_Script.properties, name);
+    const auto found = m_Script.properties.find(name);
+    return found == m_Script.properties.end() ? nullptr : found->second.get();
   }
 
 private:
@@ -106,28 +81,6 @@ public:
   const uint8_t* GetPayloadPointer() const override { return GetDataPointer(); }
 };
 
-using ScriptedOutOfBand = ScriptedItem<ImOutOfBandData>;
-
-std::vector<std::string> SplitList(const std::string& text) {
-  std::vector<std::string> parts;
-  std::stringstream stream(text);
-  std::string part;
-  while (std::getline(stream, part, ',')) {
-    if (!part.empty()) {
-      parts.push_back(part);
-    }
-  }
-  return parts;
-}
-
-std::string FromHex(const std::string& hex) {
-  std::string bytes;
-  for (size_t i = 0; i + 1 < hex.size(); i += 2) {
-    bytes.push_back(static_cast<char>(std::stoi(hex.substr(i, 2), nullptr, 16)));
-  }
-  return bytes;
-}
-
 class ScriptedSource : public ImPlaybackSourceToolkit, public ImLiveSourceToolkit {
 public:
   explicit ScriptedSource(const char* xml) {
@@ -137,10 +90,10 @@ public:
       return;
     }
     std::string supports;
-    if (script->GetAttributeValue("supports", supports)) {
-      for (const std::string& name : SplitList(supports)) {
-        m_Supports.push_back(name);
-      }
+    script->GetAttributeValue("supports", supports);
+    std::stringstream names(supports);
+    for (std::string name; std::getline(names, name, ',');) {
+      m_Supports.push_back(name);
     }
     std::vector<NmXerces::CmXmlNodePtr> items;
     script->GetChildren(items);
@@ -155,8 +108,9 @@ public:
       node->GetAttributeValue("payload", item.payload);
       // Binary records (encoded pictures) come as hexadecimal text.
       std::string hex;
-      if (node->GetAttributeValue("payload_hex", hex)) {
-        item.payload = FromHex(hex);
+      node->GetAttributeValue("payload_hex", hex);
+      for (size_t i = 0; i + 1 < hex.size(); i += 2) {
+        item.payload.push_back(static_cast<char>(std::stoi(hex.substr(i, 2), nullptr, 16)));
       }
       std::vector<NmXerces::CmXmlNodePtr> properties;
       node->GetChildren(properties);
@@ -165,12 +119,14 @@ public:
         property->GetAttributeValue("name", name);
         property->GetAttributeValue("type", type);
         property->GetAttributeValue("value", value);
+        std::shared_ptr<ImProperty>& made = item.properties[name];
         if (type == "boolean") {
-          item.properties[name] = std::make_shared<ScriptedBoolean>(value == "true");
+          made = std::make_shared<ScriptedValue<ImBooleanProperty, bool>>(value == "true");
         } else if (type == "time") {
-          item.properties[name] = std::make_shared<ScriptedTime>(std::atoll(value.c_str()));
+          made = std::make_shared<ScriptedValue<ImUTCTimeProperty, int64_t>>(
+              std::atoll(value.c_str()));
         } else {
-          item.properties[name] = std::make_shared<ScriptedString>(value);
+          made = std::make_shared<ScriptedValue<ImStringProperty, std::string>>(value);
         }
       }
       m_Items.push_back(item);
@@ -315,7 +271,7 @@ private:
     if (item.kind == "media") {
       *out = new ScriptedMedia(item);
     } else if (item.kind == "outofband") {
-      *out = new ScriptedOutOfBand(item);
+      *out = new ScriptedItem<ImOutOfBandData>(item);
     }
     return StatusSuccess;
   }
