@@ -118,15 +118,13 @@ TEST(BoundaryTest, NestingBeyondTheLimitIsAConfigurationFaultAtConnect) {
   CmLoadedPlugin plugin("ToolkitSourcePlugin_vzk");
   ASSERT_NE(plugin.create, nullptr) << dlerror();
 
-  // Nested plug-in roots: each level is a "toolkit" element of this library
-  // whose one toolkit element is the next level.
-  const std::string nestedRootOpen = "<toolkit type='source'><provider>vzk</provider><config>";
+  // Nested plug-in roots (each level a "toolkit" element of this library whose
+  // one toolkit element is the next level), toolkits of the library inside
+  // each other, and elements that name nothing.
   for (const size_t levels : {30000u, 100000u}) {
-    const std::string xml = Nested(nestedRootOpen, VzkRootClose, levels, ScriptedFarEnd());
-    EXPECT_EQ(ConnectOutcome(plugin, xml), ConfigurationFault) << levels << " nested roots";
-  }
-  // Toolkits of the library inside each other, and elements that name nothing.
-  for (const size_t levels : {30000u, 100000u}) {
+    EXPECT_EQ(ConnectOutcome(plugin, Nested(VzkRootOpen, VzkRootClose, levels, ScriptedFarEnd())),
+              ConfigurationFault)
+        << levels << " nested roots";
     EXPECT_EQ(ConnectOutcome(plugin, VzkRootOpen +
                                          Nested("<set_property name='a' value='b'>",
                                                 "</set_property>", levels, ScriptedFarEnd()) +
@@ -161,12 +159,11 @@ TEST(BoundaryTest, NestingBeyondTheLimitIsAConfigurationFaultAtConnect) {
   // Nested roots, two levels each, down to one level below the limit: every
   // one of them parses its part of the text again.
   const size_t rootLevels = (limit - farEnd) / 2;
+  EXPECT_EQ(ConnectOutcome(plugin, Nested(VzkRootOpen, VzkRootClose, rootLevels, ScriptedFarEnd())),
+            "connected");
   EXPECT_EQ(
-      ConnectOutcome(plugin, Nested(nestedRootOpen, VzkRootClose, rootLevels, ScriptedFarEnd())),
-      "connected");
-  EXPECT_EQ(ConnectOutcome(plugin,
-                           Nested(nestedRootOpen, VzkRootClose, rootLevels + 1, ScriptedFarEnd())),
-            ConfigurationFault);
+      ConnectOutcome(plugin, Nested(VzkRootOpen, VzkRootClose, rootLevels + 1, ScriptedFarEnd())),
+      ConfigurationFault);
 
   // The source plug-ins parse their own configuration through the same reader.
   CmLoadedPlugin recording("ToolkitSourcePlugin_recording");
@@ -182,7 +179,6 @@ TEST(BoundaryTest, NestingBeyondTheLimitIsAConfigurationFaultAtConnect) {
 // What a session came to, over all runs of a sweep.
 struct SmTally {
   uint64_t runs = 0;
-  uint64_t injected = 0;
   uint64_t nullRoots = 0;
   uint64_t toolkitErrors = 0;
   uint64_t noItem = 0;
@@ -313,52 +309,47 @@ std::string CurrentExceptionName() {
   }
 }
 
-// Runs the session once for every allocation it makes, failing that one.
-// Under the sanitizers a session with very many points is strided, with an
-// offset that differs from run to run so that CI covers them all over time.
-SmTally Sweep(const CmLoadedPlugin& plugin, const std::string& xml, bool persistent,
-              uint64_t sanitizedPoints = 3000) {
-  SmTally tally;
-  SmTally clean;
+// Runs `run(true)` once for every allocation it makes, failing that one, and
+// gives the number of runs. Under the sanitizers a run with very many points
+// is strided, with an offset that differs from run to run so that CI covers
+// them all over time.
+template <typename Run> uint64_t FailEachAllocation(Run&& run, bool persistent = false) {
   // Caches and the plug-in libraries that the factory loads settle in the
-  // first sessions; after that, every session allocates alike.
-  for (int i = 0; i < 2; ++i) {
+  // first runs; after that, every run allocates alike.
+  for (int i = 0; i < 3; ++i) {
     NmFailingAllocator::Reset();
-    CmSession(plugin, xml, clean).Run();
+    run(false);
   }
-  NmFailingAllocator::Reset();
-  clean = SmTally();
-  CmSession(plugin, xml, clean).Run();
   const uint64_t total = NmFailingAllocator::GetCount();
-  EXPECT_GT(total, 100u);
-  EXPECT_GT(clean.items, 0u) << "without failures the session delivers";
-  EXPECT_EQ(clean.toolkitErrors, 0u);
-
-  const uint64_t stride = Sanitized ? std::max<uint64_t>(1, total / sanitizedPoints) : 1;
+  EXPECT_GT(total, 10u);
+  const uint64_t stride = Sanitized ? std::max<uint64_t>(1, total / 3000) : 1;
   const uint64_t offset = Sanitized ? static_cast<uint64_t>(getpid()) % stride : 0;
-  for (uint64_t point = 1 + offset; point <= total; point += stride) {
+  uint64_t runs = 0, injected = 0;
+  for (uint64_t point = 1 + offset; point <= total; point += stride, ++runs) {
     NmFailingAllocator::Reset(point, persistent);
-    ++tally.runs;
     try {
-      CmSession(plugin, xml, tally).Run();
+      run(true);
     } catch (...) {
       NmFailingAllocator::Reset();
       ADD_FAILURE() << "allocation " << point << " of " << total << " let "
                     << CurrentExceptionName() << " out of a call into the plug-in";
     }
-    tally.injected += NmFailingAllocator::HasFailed();
+    injected += NmFailingAllocator::HasFailed();
     NmFailingAllocator::Reset();
   }
-  EXPECT_EQ(tally.injected, tally.runs) << "every run met its failing allocation";
-  std::printf("%llu allocation points, %llu runs: %llu null roots, %llu toolkit errors "
-              "(%llu configuration faults after failures while building), %llu no item, %llu "
-              "items\n",
-              static_cast<unsigned long long>(total), static_cast<unsigned long long>(tally.runs),
-              static_cast<unsigned long long>(tally.nullRoots),
-              static_cast<unsigned long long>(tally.toolkitErrors),
-              static_cast<unsigned long long>(tally.configurationFaults),
-              static_cast<unsigned long long>(tally.noItem),
-              static_cast<unsigned long long>(tally.items));
+  EXPECT_EQ(injected, runs) << "every run met its failing allocation";
+  std::printf("%llu allocation points, %llu runs\n", static_cast<unsigned long long>(total),
+              static_cast<unsigned long long>(runs));
+  return runs;
+}
+
+// A whole session failed at every allocation, and what the sessions came to.
+SmTally Sweep(const CmLoadedPlugin& plugin, const std::string& xml, bool persistent) {
+  SmTally clean, tally;
+  tally.runs = FailEachAllocation(
+      [&](bool failing) { CmSession(plugin, xml, failing ? tally : clean).Run(); }, persistent);
+  EXPECT_GT(clean.items, 0u) << "without failures the session delivers";
+  EXPECT_EQ(clean.toolkitErrors, 0u);
   return tally;
 }
 
@@ -415,40 +406,20 @@ TEST(BoundaryTest, AnUpstreamIsReleasedOnceWhereverBuildingItsDecoderFails) {
   const auto instances = reinterpret_cast<int (*)()>(dlsym(scripted, "ScriptedSourceInstances"));
   ASSERT_NE(instances, nullptr);
 
-  const auto buildAndDestroy = [&](const std::string& xml) {
-    CmCounted counted;
-    if (ImToolkit* root = plugin.create(xml.c_str())) {
-      plugin.destroy(root);
-    }
-  };
   for (const char* decoder :
        {"video_decoder", "key_frames_only_video_decoder", "conditional_video_decoder"}) {
     SCOPED_TRACE(decoder);
     const std::string xml =
         VzkRootOpen + "<" + decoder + ">" + ScriptedFarEnd() + "</" + decoder + ">" + VzkRootClose;
-    for (int i = 0; i < 2; ++i) {
-      NmFailingAllocator::Reset();
-      buildAndDestroy(xml);
-    }
-    const uint64_t total = NmFailingAllocator::GetCount();
-    ASSERT_GT(total, 10u);
-    ASSERT_EQ(instances(), 0);
-    const uint64_t stride = Sanitized ? std::max<uint64_t>(1, total / 3000) : 1;
-    uint64_t injected = 0;
-    for (uint64_t point = 1; point <= total; point += stride) {
-      NmFailingAllocator::Reset(point);
-      try {
-        buildAndDestroy(xml);
-      } catch (...) {
-        NmFailingAllocator::Reset();
-        ADD_FAILURE() << "allocation " << point << " of " << total << " let "
-                      << CurrentExceptionName() << " out of the plug-in";
+    FailEachAllocation([&](bool) {
+      {
+        CmCounted counted;
+        if (ImToolkit* root = plugin.create(xml.c_str())) {
+          plugin.destroy(root);
+        }
       }
-      injected += NmFailingAllocator::HasFailed();
-      NmFailingAllocator::Reset();
-      ASSERT_EQ(instances(), 0) << "allocation " << point << " of " << total;
-    }
-    EXPECT_GT(injected, 0u);
+      ASSERT_EQ(instances(), 0) << "allocation " << NmFailingAllocator::GetCount();
+    });
   }
 }
 

@@ -52,17 +52,11 @@ Bytes AvcC(size_t lengthSize, const std::vector<Bytes>& sps, const std::vector<B
                0x1E,
                static_cast<uint8_t>(0xFC | (lengthSize - 1)),
                static_cast<uint8_t>(0xE0 | sps.size())};
-  for (const Bytes& nal : sps) {
-    out.insert(out.end(),
-               {static_cast<uint8_t>(nal.size() >> 8), static_cast<uint8_t>(nal.size())});
-    out.insert(out.end(), nal.begin(), nal.end());
-  }
+  const Bytes spsList = LengthPrefixed(sps, 2);
+  const Bytes ppsList = LengthPrefixed(pps, 2);
+  out.insert(out.end(), spsList.begin(), spsList.end());
   out.push_back(static_cast<uint8_t>(pps.size()));
-  for (const Bytes& nal : pps) {
-    out.insert(out.end(),
-               {static_cast<uint8_t>(nal.size() >> 8), static_cast<uint8_t>(nal.size())});
-    out.insert(out.end(), nal.begin(), nal.end());
-  }
+  out.insert(out.end(), ppsList.begin(), ppsList.end());
   return out;
 }
 
@@ -87,65 +81,41 @@ struct SmLoasReading {
   Bytes payload;
 };
 
-class BitReader {
-public:
-  explicit BitReader(const Bytes& data) : m_Data(data) {}
-  uint32_t Bits(unsigned count) {
-    uint32_t value = 0;
-    for (unsigned i = 0; i < count; ++i, ++m_Position) {
-      if (m_Position >= m_Data.size() * 8) {
-        m_Overrun = true;
-        return 0;
-      }
-      value = value << 1 | ((m_Data[m_Position / 8] >> (7 - m_Position % 8)) & 1);
-    }
-    return value;
-  }
-  uint32_t LatmValue() {
-    const uint32_t bytes = Bits(2) + 1;
-    return Bits(8 * bytes);
-  }
-  bool Overrun() const { return m_Overrun; }
-  size_t Position() const { return m_Position; }
-
-private:
-  const Bytes& m_Data;
-  size_t m_Position = 0;
-  bool m_Overrun = false;
-};
-
 SmLoasReading ReadLoas(const Bytes& frame) {
   SmLoasReading reading;
-  BitReader reader(frame);
-  if (reader.Bits(11) != 0x2B7 || reader.Bits(13) + 3 != frame.size() || reader.Bits(1) != 0 ||
-      reader.Bits(1) != 1 || reader.Bits(1) != 0) {
+  size_t position = 0;
+  const auto bits = [&](unsigned count) {
+    uint32_t value = 0;
+    for (unsigned i = 0; i < count; ++i, ++position) {
+      const size_t at = std::min(position, frame.size() * 8 - 1); // overrun shows at the end
+      value = value << 1 | ((frame[at / 8] >> (7 - at % 8)) & 1);
+    }
+    return value;
+  };
+  const auto latmValue = [&] { return bits(8 * (bits(2) + 1)); };
+  if (bits(11) != 0x2B7 || bits(13) + 3 != frame.size() || bits(1) != 0 || bits(1) != 1 ||
+      bits(1) != 0) {
     return reading;
   }
-  reader.LatmValue(); // taraBufferFullness
-  if (reader.Bits(1) != 1 || reader.Bits(6) != 0 || reader.Bits(4) != 0 || reader.Bits(3) != 0) {
+  latmValue(); // taraBufferFullness
+  if (bits(1) != 1 || bits(6) != 0 || bits(4) != 0 || bits(3) != 0) {
     return reading;
   }
-  const uint32_t configBits = reader.LatmValue();
-  for (uint32_t i = 0; i < configBits / 8; ++i) {
-    reading.specificConfig.push_back(static_cast<uint8_t>(reader.Bits(8)));
+  for (uint32_t i = latmValue() / 8; i > 0; --i) {
+    reading.specificConfig.push_back(static_cast<uint8_t>(bits(8)));
   }
-  if (reader.Bits(3) != 0) {
-    return reading;
-  }
-  reader.Bits(8);
-  if (reader.Bits(1) != 0 || reader.Bits(1) != 0) {
+  if (bits(3) != 0 || (bits(8), bits(1) != 0) || bits(1) != 0) {
     return reading;
   }
   uint32_t length = 0;
-  for (uint32_t part = 255; part == 255;) {
-    part = reader.Bits(8);
-    length += part;
+  for (uint32_t part = 255; part == 255; length += part) {
+    part = bits(8);
   }
   for (uint32_t i = 0; i < length; ++i) {
-    reading.payload.push_back(static_cast<uint8_t>(reader.Bits(8)));
+    reading.payload.push_back(static_cast<uint8_t>(bits(8)));
   }
   // Only alignment may follow.
-  reading.valid = !reader.Overrun() && (frame.size() * 8 - reader.Position()) < 8;
+  reading.valid = position <= frame.size() * 8 && frame.size() * 8 - position < 8;
   return reading;
 }
 

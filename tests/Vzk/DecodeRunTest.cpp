@@ -29,12 +29,6 @@ void WriteRecording(const std::string& path, const std::vector<CmFrame>& frames)
   ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
 }
 
-std::string DecoderTree(const std::string& element, const std::string& recording) {
-  return "<toolkit type='source'><provider>vzk</provider><config><" + element +
-         "><toolkit type='source'><provider>recording</provider><config><recording file='" +
-         recording + "'/></config></toolkit></" + element + "></config></toolkit>";
-}
-
 struct SmRunCounts {
   int items = -1;
   int pictures = -1;
@@ -90,11 +84,10 @@ std::vector<bool> MarkersAndLengths(const CmFrame& jpeg) {
 class VzkDecodeRun : public ::testing::Test {
 protected:
   SmResult Run(const std::string& element, const std::vector<CmFrame>& frames) {
-    const std::string recording = m_Scratch.Path("damaged-" + std::to_string(++m_Runs) + ".gbd");
+    const std::string name = "damaged-" + std::to_string(++m_Runs);
+    const std::string recording = m_Scratch.Path(name + ".gbd");
     WriteRecording(recording, frames);
-    const std::string tree = recording + ".xml";
-    WriteText(tree, DecoderTree(element, recording));
-    return RunVzk({"run", tree});
+    return RunVzk({"run", m_Scratch.Write(name + ".xml", RecordingTree(recording, element))});
   }
 
   CmScratch m_Scratch;
@@ -121,9 +114,9 @@ TEST_F(VzkDecodeRun, OneUndecodablePictureCostsThatPictureAlone) {
     const SmResult result = Run(element, frames);
     EXPECT_EQ(result.status, 1) << result.err;
     const SmRunCounts counts = CountsOf(result);
-    EXPECT_EQ(counts.items, 100) << result.out;
-    EXPECT_EQ(counts.pictures, 99) << result.out;
-    EXPECT_EQ(counts.errors, 1) << result.out;
+    EXPECT_EQ(std::make_tuple(counts.items, counts.pictures, counts.errors),
+              std::make_tuple(100, 99, 1))
+        << result.out;
     EXPECT_NE(result.err.find("vzk: Item 5 was not delivered (status 1)"), std::string::npos)
         << result.err;
   }

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <random>
 
 #include "RecordingInfo.h"
 #include "VzkTestSupport.h"
@@ -23,7 +22,7 @@ CmBytes Frame(uint16_t number, uint64_t time, bool sync, uint64_t syncTime) {
   fields.frameTime = time;
   fields.syncTime = syncTime;
   fields.payload = Pattern(100 + number);
-  return fields.codec ? BuildVideoPacket(fields) : CmBytes{};
+  return BuildVideoPacket(fields);
 }
 
 TEST(VzkInfo, SummaryPerRecordAndSequences) {
@@ -88,13 +87,10 @@ TEST(VzkInfo, SummaryPerRecordAndSequences) {
 
 TEST(VzkInfo, UnreadableAndEmptyRecordings) {
   CmScratch scratch;
-  const SmResult missing = RunVzk({"info", scratch.Path("none.gbd")});
-  EXPECT_EQ(missing.status, 1);
-  EXPECT_EQ(missing.err, "vzk: The recording " + scratch.Path("none.gbd") +
-                             " cannot be read: No such file or directory.\n");
-  const SmResult directory = RunVzk({"info", scratch.GetPath()});
-  EXPECT_EQ(directory.status, 1);
-  EXPECT_EQ(directory.err,
+  ExpectRun({"info", scratch.Path("none.gbd")}, 1,
+            "vzk: The recording " + scratch.Path("none.gbd") +
+                " cannot be read: No such file or directory.\n");
+  ExpectRun({"info", scratch.GetPath()}, 1,
             "vzk: The recording " + scratch.GetPath() + " is a directory, not a file.\n");
   WriteText(scratch.Path("empty.gbd"), "");
   const SmResult empty = RunVzk({"info", scratch.Path("empty.gbd")});
@@ -117,7 +113,7 @@ TEST(VzkInfo, UnreadableAndEmptyRecordings) {
 }
 
 TEST(VzkInfo, RecordFactsNeverTrustTheBytes) {
-  // Every record kind, then every prefix and random damage of each.
+  // Every record kind, then every prefix of each (the fuzzer tries the rest).
   SmAudioPacketFields audio;
   audio.codec = 3;
   audio.sampleCount = 80;
@@ -137,7 +133,6 @@ TEST(VzkInfo, RecordFactsNeverTrustTheBytes) {
   EXPECT_EQ(multiFacts.codecName, "H.264");
   EXPECT_EQ(multiFacts.beginTime, static_cast<int64_t>(Base));
 
-  std::mt19937 random(7);
   for (const CmBytes& record : records) {
     EXPECT_TRUE(NmVzkTool::ReadRecordFacts(record.data(), record.size()).isRecord);
     for (size_t length = 0; length < record.size(); ++length) {
@@ -145,14 +140,6 @@ TEST(VzkInfo, RecordFactsNeverTrustTheBytes) {
       const auto cut = NmVzkTool::ReadRecordFacts(prefix.data(), prefix.size());
       // Only a raw JPEG may be cut and still be one: it has no length field.
       EXPECT_TRUE(!cut.isRecord || record[0] == 0xFF) << length;
-    }
-    for (int round = 0; round < 200; ++round) {
-      CmBytes damaged = record;
-      damaged[random() % damaged.size()] = static_cast<uint8_t>(random());
-      const auto any = NmVzkTool::ReadRecordFacts(damaged.data(), damaged.size());
-      if (any.jpeg != nullptr) {
-        EXPECT_LE(any.jpeg + any.jpegSize, damaged.data() + damaged.size());
-      }
     }
   }
   uint32_t width = 0, height = 0;

@@ -34,14 +34,7 @@ protected:
   }
 
   std::string Tree(const std::string& name, const std::string& recording, bool decoded) {
-    const std::string path = m_Scratch.Path(name);
-    const std::string source = "<toolkit type='source'><provider>recording</provider><config>"
-                               "<recording file='" +
-                               recording + "'/></config></toolkit>";
-    WriteText(path, "<toolkit type='source'><provider>vzk</provider><config>" +
-                        (decoded ? "<video_decoder>" + source + "</video_decoder>" : source) +
-                        "</config></toolkit>");
-    return path;
+    return m_Scratch.Write(name, RecordingTree(recording, decoded ? "video_decoder" : ""));
   }
   std::string Told() const {
     const std::string bytes = std::to_string(m_Frames[10].size());
@@ -58,21 +51,13 @@ protected:
 };
 
 TEST_F(VzkRecordingDamage, RunImportAndInfoPlayTheRestAndTellTheSkippedBytes) {
-  const SmResult records =
-      RunVzk({"run", Tree("records.xml", m_Path, false), "--out", m_Scratch.Path("records")});
-  EXPECT_EQ(records.status, 1);
-  EXPECT_EQ(records.out.rfind("19 items in ", 0), 0u) << records.out;
-  EXPECT_NE(records.err.find(Told()), std::string::npos) << records.err;
-  EXPECT_EQ(ReadBytes(m_Scratch.Path("records/jpeg-000011.jpg")), m_Frames[11]);
-
-  const SmResult decoded = RunVzk({"run", Tree("decoded.xml", m_Path, true)});
-  EXPECT_EQ(decoded.status, 1);
-  EXPECT_EQ(decoded.out.rfind("19 items in ", 0), 0u) << decoded.out << decoded.err;
-  EXPECT_NE(decoded.err.find(Told()), std::string::npos) << decoded.err;
-
-  const SmResult imported = RunVzk({"import", m_Path, m_Scratch.Path("copy.gbd")});
-  EXPECT_EQ(imported.status, 1);
-  EXPECT_NE(imported.err.find(Told()), std::string::npos) << imported.err;
+  for (const bool decoded : {false, true}) {
+    const SmResult run = ExpectRun(
+        {"run", Tree("run.xml", m_Path, decoded), "--out", m_Scratch.Path("run")}, 1, Told());
+    EXPECT_EQ(run.out.rfind("19 items in ", 0), 0u) << run.out;
+  }
+  EXPECT_EQ(ReadBytes(m_Scratch.Path("run/jpeg-000011.jpg")), m_Frames[11]);
+  ExpectRun({"import", m_Path, m_Scratch.Path("copy.gbd")}, 1, Told());
   std::vector<uint8_t> expected;
   for (size_t i = 0; i < m_Frames.size(); ++i) {
     if (i != 10) {
@@ -129,15 +114,12 @@ TEST_F(VzkRecordingDamage, EveryNeighbourEndsInASentenceNeverASignal) {
     const std::string path = m_Scratch.Path(name);
     WriteBytes(path, bytes);
     for (const bool decoded : {false, true}) {
-      const SmResult run = RunVzk({"run", Tree(name + ".xml", path, decoded)});
-      EXPECT_EQ(run.status, 1) << run.err;
+      const SmResult run = ExpectRun({"run", Tree(name + ".xml", path, decoded)}, 1, "vzk: ");
       EXPECT_TRUE(run.err.find("is damaged:") != std::string::npos ||
                   run.err.find("holds no readable record!") != std::string::npos)
           << run.err;
     }
-    const SmResult imported = RunVzk({"import", path, m_Scratch.Path(name + ".copy.gbd")});
-    EXPECT_EQ(imported.status, 1) << imported.err;
-    EXPECT_FALSE(imported.err.empty());
+    ExpectRun({"import", path, m_Scratch.Path(name + ".copy.gbd")}, 1, "vzk: ");
     const SmResult info = RunVzk({"info", path});
     EXPECT_EQ(info.status, 0) << info.err;
     EXPECT_NE(info.out.find("  damaged:    "), std::string::npos) << info.out;
@@ -152,14 +134,10 @@ TEST_F(VzkRecordingDamage, EveryNeighbourEndsInASentenceNeverASignal) {
   // A directory is no recording, for run and for import.
   const std::string directory = m_Scratch.Path("dir.gbd");
   ASSERT_EQ(mkdir(directory.c_str(), 0700), 0);
-  const SmResult run = RunVzk({"run", Tree("dir.xml", directory, false)});
-  EXPECT_EQ(run.status, 1);
-  EXPECT_NE(run.err.find("could not connect: Could not open recording '" + directory + "'!"),
-            std::string::npos)
-      << run.err;
-  const SmResult imported = RunVzk({"import", directory, m_Scratch.Path("out.gbd")});
-  EXPECT_EQ(imported.status, 1);
-  EXPECT_EQ(imported.err, "vzk: The media " + directory + " is a directory, not a file.\n");
+  ExpectRun({"run", Tree("dir.xml", directory, false)}, 1,
+            "could not connect: Could not open recording '" + directory + "'!");
+  ExpectRun({"import", directory, m_Scratch.Path("out.gbd")}, 1,
+            "vzk: The media " + directory + " is a directory, not a file.\n");
 }
 
 TEST(VzkRecordingFiles, EveryRecordingElementOfATreeIsFound) {

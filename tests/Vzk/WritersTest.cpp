@@ -229,13 +229,13 @@ TEST_F(VzkWriters, PicturesThatCannotBeWrittenAreErrorsInWords) {
   }
 
   // A format outside the ten, and an empty picture, among good ones.
-  const SmResult bad = Run(PictureTree({{0, 2, 2}, {12, 2, 2}, {1, 0, 0}, {0, 2, 2}}),
-                           {"--out", m_Scratch.Path("bad")});
-  EXPECT_EQ(bad.status, 1);
-  EXPECT_NE(bad.err.find("Item 2 could not be written: The picture has colour format 12, which "
-                         "is none of the ten formats that vzk knows."),
-            std::string::npos)
-      << bad.err;
+  const SmResult bad = ExpectRun(
+      {"run",
+       m_Scratch.Write("bad.xml", PictureTree({{0, 2, 2}, {12, 2, 2}, {1, 0, 0}, {0, 2, 2}})),
+       "--out", m_Scratch.Path("bad")},
+      1,
+      "Item 2 could not be written: The picture has colour format 12, which is none of "
+      "the ten formats that vzk knows.");
   EXPECT_NE(bad.err.find("Item 3 could not be written: The picture is empty (0x0 pixels)."),
             std::string::npos);
   EXPECT_NE(bad.out.find("; 2 errors."), std::string::npos);
@@ -343,34 +343,32 @@ TEST_F(VzkWriters, ContactSheetShowsPicturesAndSaysWhatItLeftOut) {
   // Encoded video cannot be shown without a decoder in the tree.
   NmTestSupport::SmVideoPacketFields h264;
   WriteBytes(m_Scratch.Path("h264.gbd"), NmTestSupport::BuildVideoPacket(h264));
-  const SmResult none = Run(RecordingTree(m_Scratch.Path("h264.gbd")),
-                            {"--contact-sheet", m_Scratch.Path("none.png")});
-  EXPECT_EQ(none.status, 1);
-  EXPECT_NE(none.err.find("vzk: No contact sheet was written: the tree delivered no pictures, "
-                          "only 1 H.264 record, which vzk cannot show; a \"video_decoder\" "
-                          "element in the tree makes pictures of them."),
-            std::string::npos)
-      << none.err;
+  ExpectRun({"run", m_Scratch.Write("h264.xml", RecordingTree(m_Scratch.Path("h264.gbd"))),
+             "--contact-sheet", m_Scratch.Path("none.png")},
+            1,
+            "vzk: No contact sheet was written: the tree delivered no pictures, only 1 H.264 "
+            "record, which vzk cannot show; a \"video_decoder\" element in the tree makes "
+            "pictures of them.");
   EXPECT_FALSE(Exists(m_Scratch.Path("none.png")));
 }
 
 TEST(VzkPictureConversion, JfifEquationsAndRatios) {
-  uint8_t r, g, b;
-  NmVzkTool::YCbCrToRGB(128, 128, 128, r, g, b);
-  EXPECT_EQ((std::vector<int>{r, g, b}), (std::vector<int>{128, 128, 128}));
-  NmVzkTool::YCbCrToRGB(255, 128, 128, r, g, b);
-  EXPECT_EQ((std::vector<int>{r, g, b}), (std::vector<int>{255, 255, 255}));
-  // Pure red by JFIF is Y 76, Cb 85, Cr 255; values beyond the range clamp.
-  NmVzkTool::YCbCrToRGB(76, 85, 255, r, g, b);
-  EXPECT_EQ((std::vector<int>{r, g, b}), (std::vector<int>{254, 0, 0}));
-  NmVzkTool::YCbCrToRGB(0, 0, 0, r, g, b);
-  EXPECT_EQ((std::vector<int>{r, g, b}), (std::vector<int>{0, 135, 0}));
-  uint8_t y, cb, cr;
-  NmVzkTool::RGBToYCbCr(255, 0, 0, y, cb, cr);
-  EXPECT_EQ((std::vector<int>{y, cb, cr}), (std::vector<int>{76, 85, 255}));
-  NmVzkTool::RGBToYCbCr(0, 0, 255, y, cb, cr);
-  EXPECT_EQ((std::vector<int>{y, cb, cr}), (std::vector<int>{29, 255, 107}));
-
+  // Y, Cb, Cr and R, G, B: grey, white, pure red by JFIF, and values beyond
+  // the range, which clamp.
+  const std::array<int, 6> conversions[] = {{128, 128, 128, 128, 128, 128},
+                                            {255, 128, 128, 255, 255, 255},
+                                            {76, 85, 255, 254, 0, 0},
+                                            {0, 0, 0, 0, 135, 0}};
+  for (const auto& c : conversions) {
+    uint8_t r, g, b;
+    NmVzkTool::YCbCrToRGB(uint8_t(c[0]), uint8_t(c[1]), uint8_t(c[2]), r, g, b);
+    EXPECT_EQ((std::array<int, 3>{r, g, b}), (std::array<int, 3>{c[3], c[4], c[5]}));
+  }
+  for (const auto& c : {std::array<int, 6>{255, 0, 0, 76, 85, 255}, {0, 0, 255, 29, 255, 107}}) {
+    uint8_t y, cb, cr;
+    NmVzkTool::RGBToYCbCr(uint8_t(c[0]), uint8_t(c[1]), uint8_t(c[2]), y, cb, cr);
+    EXPECT_EQ((std::array<int, 3>{y, cb, cr}), (std::array<int, 3>{c[3], c[4], c[5]}));
+  }
   uint32_t n, d;
   NmVzkTool::ApproximateRatio(1.5, 1000, n, d);
   EXPECT_EQ(n * 10 + d, 32u);

@@ -92,22 +92,21 @@ public:
   const uint8_t* GetPlanePointer(uint32_t plane) const override {
     return plane < m_Planes.size() && !m_Script.broken ? m_Planes[plane].bytes.data() : nullptr;
   }
-  uint32_t GetPlaneWidth(uint32_t plane) const override {
-    return plane < m_Planes.size() ? m_Planes[plane].shape.width : 0;
-  }
-  uint32_t GetPlaneHeight(uint32_t plane) const override {
-    return plane < m_Planes.size() ? m_Planes[plane].shape.height : 0;
-  }
-  uint32_t GetPlaneStride(uint32_t plane) const override {
-    return plane < m_Planes.size() ? m_Planes[plane].stride : 0;
-  }
+  uint32_t GetPlaneWidth(uint32_t plane) const override { return At(plane).shape.width; }
+  uint32_t GetPlaneHeight(uint32_t plane) const override { return At(plane).shape.height; }
+  uint32_t GetPlaneStride(uint32_t plane) const override { return At(plane).stride; }
 
 private:
   struct Plane {
-    NmTestPictures::SmPlaneShape shape;
-    uint32_t stride;
+    NmTestPictures::SmPlaneShape shape{0, 0, 0};
+    uint32_t stride = 0;
     std::vector<uint8_t> bytes;
   };
+  // A plane this picture does not have is empty.
+  const Plane& At(uint32_t plane) const {
+    static const Plane none;
+    return plane < m_Planes.size() ? m_Planes[plane] : none;
+  }
   SmPictureScript m_Script;
   std::vector<Plane> m_Planes;
   std::unique_ptr<CmTextProperty> m_Number;
@@ -126,7 +125,7 @@ public:
     config->GetChildren(nodes);
     for (const auto& node : nodes) {
       SmPictureScript script;
-      std::string aspect;
+      std::string aspect, broken;
       node->GetAttributeValue("format", script.format);
       node->GetAttributeValue("width", script.width);
       node->GetAttributeValue("height", script.height);
@@ -138,7 +137,6 @@ public:
         script.aspect = std::atof(aspect.c_str());
       }
       script.hasMask = node->GetAttributeValue("mask", script.mask);
-      std::string broken;
       script.broken = node->GetAttributeValue("broken", broken) && broken == "1";
       m_Pictures.push_back(script);
     }
@@ -147,73 +145,90 @@ public:
   void Connect(const CmPropertyNameSet& requested, CmPropertyNameSet& supported,
                uint64_t) override {
     m_Numbered = requested.count(NmPropertyNames::SequenceNumber) != 0;
-    if (m_Numbered) {
-      supported.insert(NmPropertyNames::SequenceNumber);
-    }
     m_Masked = requested.count(NmPropertyNames::PrivacyMask) != 0;
-    if (m_Masked) {
-      supported.insert(NmPropertyNames::PrivacyMask);
-    }
-  }
-  void Connect(uint64_t argument) override {
-    CmPropertyNameSet supported;
-    Connect({}, supported, argument);
-  }
-  void Disconnect() override {}
-  void UpdateValues(const CmKeyValueList&) override {}
-  void UpdateValue(const std::string&, const std::string&) override {}
-
-  void StartLiveStream() override { m_LivePosition = 0; }
-  void StopLiveStream() override {}
-  uint32_t GetLiveData(ImData** out, uint32_t) override {
-    *out = nullptr;
-    if (m_LivePosition >= m_Pictures.size()) {
-      return StatusNoItem;
-    }
-    return Deliver(m_LivePosition++, out);
-  }
-
-  uint32_t MoveFirst() override { return MoveToIndex(0); }
-  uint32_t MoveLast() override { return MoveToIndex(static_cast<long>(m_Pictures.size()) - 1); }
-  uint32_t MoveNext() override { return MoveToIndex(m_Position + 1); }
-  uint32_t MovePrevious() override { return MoveToIndex(m_Position - 1); }
-  uint32_t MoveNextSequence() override { return StatusNoItem; }
-  uint32_t MovePreviousSequence() override { return StatusNoItem; }
-  uint32_t MoveTo(int64_t time, SmMoveMode) override {
-    for (size_t i = 0; i < m_Pictures.size(); ++i) {
-      if (m_Pictures[i].time >= time) {
-        return MoveToIndex(static_cast<long>(i));
+    for (const std::string& name : requested) {
+      if (name == NmPropertyNames::SequenceNumber || name == NmPropertyNames::PrivacyMask) {
+        supported.insert(name);
       }
     }
+  }
+} m_Numbered = supported.count(NmPropertyNames::SequenceNumber) != 0;
+m_Masked = supported.count(NmPropertyNames::PrivacyMask) != 0;
+}
+void Connect(uint64_t argument) override {
+  CmPropertyNameSet supported;
+  Connect({}, supported, argument);
+}
+void Disconnect() override {}
+void UpdateValues(const CmKeyValueList&) override {}
+void UpdateValue(const std::string&, const std::string&) override {}
+
+void StartLiveStream() override {
+  m_LivePosition = 0;
+}
+void StopLiveStream() override {}
+uint32_t GetLiveData(ImData** out, uint32_t) override {
+  *out = nullptr;
+  if (m_LivePosition >= m_Pictures.size()) {
     return StatusNoItem;
   }
-  uint32_t GetData(ImData** out) override {
-    *out = nullptr;
-    if (m_Position < 0) {
-      return StatusNoItem;
+  return Deliver(m_LivePosition++, out);
+}
+
+uint32_t MoveFirst() override {
+  return MoveToIndex(0);
+}
+uint32_t MoveLast() override {
+  return MoveToIndex(static_cast<long>(m_Pictures.size()) - 1);
+}
+uint32_t MoveNext() override {
+  return MoveToIndex(m_Position + 1);
+}
+uint32_t MovePrevious() override {
+  return MoveToIndex(m_Position - 1);
+}
+uint32_t MoveNextSequence() override {
+  return StatusNoItem;
+}
+uint32_t MovePreviousSequence() override {
+  return StatusNoItem;
+}
+uint32_t MoveTo(int64_t time, SmMoveMode) override {
+  for (size_t i = 0; i < m_Pictures.size(); ++i) {
+    if (m_Pictures[i].time >= time) {
+      return MoveToIndex(static_cast<long>(i));
     }
-    return Deliver(static_cast<size_t>(m_Position), out);
   }
+  return StatusNoItem;
+}
+uint32_t GetData(ImData** out) override {
+  *out = nullptr;
+  if (m_Position < 0) {
+    return StatusNoItem;
+  }
+  return Deliver(static_cast<size_t>(m_Position), out);
+}
 
 private:
-  uint32_t MoveToIndex(long index) {
-    if (index < 0 || index >= static_cast<long>(m_Pictures.size())) {
-      return StatusNoItem;
-    }
-    m_Position = index;
-    return StatusSuccess;
+uint32_t MoveToIndex(long index) {
+  if (index < 0 || index >= static_cast<long>(m_Pictures.size())) {
+    return StatusNoItem;
   }
-  uint32_t Deliver(size_t index, ImData** out) const {
-    *out = new CmPicture(m_Pictures[index], m_Numbered, m_Masked, index + 1);
-    return StatusSuccess;
-  }
+  m_Position = index;
+  return StatusSuccess;
+}
+uint32_t Deliver(size_t index, ImData** out) const {
+  *out = new CmPicture(m_Pictures[index], m_Numbered, m_Masked, index + 1);
+  return StatusSuccess;
+}
 
-  std::vector<SmPictureScript> m_Pictures;
-  bool m_Numbered = false;
-  bool m_Masked = false;
-  long m_Position = -1;
-  size_t m_LivePosition = 0;
-};
+std::vector<SmPictureScript> m_Pictures;
+bool m_Numbered = false;
+bool m_Masked = false;
+long m_Position = -1;
+size_t m_LivePosition = 0;
+}
+;
 
 } // namespace
 
