@@ -145,90 +145,73 @@ public:
   void Connect(const CmPropertyNameSet& requested, CmPropertyNameSet& supported,
                uint64_t) override {
     m_Numbered = requested.count(NmPropertyNames::SequenceNumber) != 0;
+    if (m_Numbered) {
+      supported.insert(NmPropertyNames::SequenceNumber);
+    }
     m_Masked = requested.count(NmPropertyNames::PrivacyMask) != 0;
-    for (const std::string& name : requested) {
-      if (name == NmPropertyNames::SequenceNumber || name == NmPropertyNames::PrivacyMask) {
-        supported.insert(name);
+    if (m_Masked) {
+      supported.insert(NmPropertyNames::PrivacyMask);
+    }
+  }
+  void Connect(uint64_t argument) override {
+    CmPropertyNameSet supported;
+    Connect({}, supported, argument);
+  }
+  void Disconnect() override {}
+  void UpdateValues(const CmKeyValueList&) override {}
+  void UpdateValue(const std::string&, const std::string&) override {}
+
+  void StartLiveStream() override { m_LivePosition = 0; }
+  void StopLiveStream() override {}
+  uint32_t GetLiveData(ImData** out, uint32_t) override {
+    *out = nullptr;
+    if (m_LivePosition >= m_Pictures.size()) {
+      return StatusNoItem;
+    }
+    return Deliver(m_LivePosition++, out);
+  }
+
+  uint32_t MoveFirst() override { return MoveToIndex(0); }
+  uint32_t MoveLast() override { return MoveToIndex(static_cast<long>(m_Pictures.size()) - 1); }
+  uint32_t MoveNext() override { return MoveToIndex(m_Position + 1); }
+  uint32_t MovePrevious() override { return MoveToIndex(m_Position - 1); }
+  uint32_t MoveNextSequence() override { return StatusNoItem; }
+  uint32_t MovePreviousSequence() override { return StatusNoItem; }
+  uint32_t MoveTo(int64_t time, SmMoveMode) override {
+    for (size_t i = 0; i < m_Pictures.size(); ++i) {
+      if (m_Pictures[i].time >= time) {
+        return MoveToIndex(static_cast<long>(i));
       }
     }
-  }
-} m_Numbered = supported.count(NmPropertyNames::SequenceNumber) != 0;
-m_Masked = supported.count(NmPropertyNames::PrivacyMask) != 0;
-}
-void Connect(uint64_t argument) override {
-  CmPropertyNameSet supported;
-  Connect({}, supported, argument);
-}
-void Disconnect() override {}
-void UpdateValues(const CmKeyValueList&) override {}
-void UpdateValue(const std::string&, const std::string&) override {}
-
-void StartLiveStream() override {
-  m_LivePosition = 0;
-}
-void StopLiveStream() override {}
-uint32_t GetLiveData(ImData** out, uint32_t) override {
-  *out = nullptr;
-  if (m_LivePosition >= m_Pictures.size()) {
     return StatusNoItem;
   }
-  return Deliver(m_LivePosition++, out);
-}
-
-uint32_t MoveFirst() override {
-  return MoveToIndex(0);
-}
-uint32_t MoveLast() override {
-  return MoveToIndex(static_cast<long>(m_Pictures.size()) - 1);
-}
-uint32_t MoveNext() override {
-  return MoveToIndex(m_Position + 1);
-}
-uint32_t MovePrevious() override {
-  return MoveToIndex(m_Position - 1);
-}
-uint32_t MoveNextSequence() override {
-  return StatusNoItem;
-}
-uint32_t MovePreviousSequence() override {
-  return StatusNoItem;
-}
-uint32_t MoveTo(int64_t time, SmMoveMode) override {
-  for (size_t i = 0; i < m_Pictures.size(); ++i) {
-    if (m_Pictures[i].time >= time) {
-      return MoveToIndex(static_cast<long>(i));
+  uint32_t GetData(ImData** out) override {
+    *out = nullptr;
+    if (m_Position < 0) {
+      return StatusNoItem;
     }
+    return Deliver(static_cast<size_t>(m_Position), out);
   }
-  return StatusNoItem;
-}
-uint32_t GetData(ImData** out) override {
-  *out = nullptr;
-  if (m_Position < 0) {
-    return StatusNoItem;
-  }
-  return Deliver(static_cast<size_t>(m_Position), out);
-}
 
 private:
-uint32_t MoveToIndex(long index) {
-  if (index < 0 || index >= static_cast<long>(m_Pictures.size())) {
-    return StatusNoItem;
+  uint32_t MoveToIndex(long index) {
+    if (index < 0 || index >= static_cast<long>(m_Pictures.size())) {
+      return StatusNoItem;
+    }
+    m_Position = index;
+    return StatusSuccess;
   }
-  m_Position = index;
-  return StatusSuccess;
-}
-uint32_t Deliver(size_t index, ImData** out) const {
-  *out = new CmPicture(m_Pictures[index], m_Numbered, m_Masked, index + 1);
-  return StatusSuccess;
-}
+  uint32_t Deliver(size_t index, ImData** out) const {
+    *out = new CmPicture(m_Pictures[index], m_Numbered, m_Masked, index + 1);
+    return StatusSuccess;
+  }
 
-std::vector<SmPictureScript> m_Pictures;
-bool m_Numbered = false;
-bool m_Masked = false;
-long m_Position = -1;
-size_t m_LivePosition = 0;
-}
-;
+  std::vector<SmPictureScript> m_Pictures;
+  bool m_Numbered = false;
+  bool m_Masked = false;
+  long m_Position = -1;
+  size_t m_LivePosition = 0;
+};
 
 } // namespace
 
