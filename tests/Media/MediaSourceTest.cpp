@@ -339,21 +339,15 @@ TEST_F(MediaSourceTest, MJPEGWithG711AndNavigationInEveryMode) {
   EXPECT_EQ(playback->MoveNextSequence(), StatusNoItem) << "one continuous run";
   EXPECT_EQ(playback->MovePreviousSequence(), StatusNoItem);
 
+  // The modes themselves are the recording plug-in's too; here, the ends of
+  // a file of two streams.
   const int64_t second = CreationTime + 500;
-  EXPECT_EQ(At(second, MoveClosest), second);
-  EXPECT_EQ(At(second + 1, MoveAtOrBefore), second);
-  EXPECT_EQ(At(second, MoveAtOrBefore), second);
   EXPECT_LT(At(second, MoveBefore), second);
-  EXPECT_EQ(At(second, MoveAtOrAfter), second);
   EXPECT_GT(At(second, MoveAfter), second);
-  EXPECT_EQ(At(first - 1, MoveBefore), -1);
   EXPECT_EQ(At(first - 1, MoveAtOrBefore), -1);
   EXPECT_EQ(At(first - 1000, MoveClosest), first);
-  EXPECT_EQ(At(first - 1, MoveAtOrAfter), first);
-  EXPECT_EQ(At(last, MoveAfter), -1);
-  EXPECT_EQ(At(last + 1, MoveAtOrAfter), -1);
   EXPECT_EQ(At(last + 1000, MoveClosest), last);
-  EXPECT_EQ(At(last + 1, MoveBefore), last);
+  EXPECT_EQ(At(last + 1, MoveAtOrAfter), -1);
   EXPECT_EQ(Current(), last) << "a failed MoveTo stays put";
   ASSERT_EQ(playback->MoveTo(second, MoveAtOrAfter), StatusSuccess);
   ImData* raw = nullptr;

@@ -183,31 +183,4 @@ TEST_F(RecordingSourceTest, EmptyBrokenAndMissingFiles) {
   }
 }
 
-TEST_F(RecordingSourceTest, LiveFollowsAGrowingFile) {
-  CmScratchFile file;
-  file.Append(VideoPacket(1000, 1, true));
-  Open(RecordingXml(file.path));
-  playback->Connect(0);
-  live->StartLiveStream();
-  ImData* raw = nullptr;
-  EXPECT_EQ(live->GetLiveData(&raw, 0), StatusNoItem) << "live starts after what is there";
-
-  file.Append(VideoPacket(1040, 2, false, 1000));
-  ASSERT_EQ(live->GetLiveData(&raw, 0), StatusSuccess);
-  EXPECT_EQ(std::unique_ptr<ImData>(raw)->GetBeginTime(), 1040);
-
-  // Half a record waits until the rest is written.
-  const CmBytes next = VideoPacket(1080, 3, false, 1000);
-  file.Append(CmBytes(next.begin(), next.begin() + 10));
-  EXPECT_EQ(live->GetLiveData(&raw, 0), StatusNoItem);
-  file.Append(CmBytes(next.begin() + 10, next.end()));
-  ASSERT_EQ(live->GetLiveData(&raw, 1000), StatusSuccess);
-  EXPECT_EQ(std::unique_ptr<ImData>(raw)->GetBeginTime(), 1080);
-
-  // Playback sees the grown file too, after the next index update.
-  live->StopLiveStream();
-  ASSERT_EQ(playback->MoveLast(), StatusSuccess);
-  EXPECT_EQ(Current(), 1080);
-}
-
 } // namespace

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <random>
 #include <regex>
 
@@ -15,6 +16,7 @@ using namespace NmVzkTest;
 namespace {
 
 constexpr int64_t kBase = 1700000000000;
+const std::vector<uint8_t> kFrameHeader = {0xFF, 0xC0};
 
 using CmFrame = std::vector<uint8_t>;
 
@@ -94,70 +96,52 @@ protected:
   int m_Runs = 0;
 };
 
-// The fifth of 100 pictures claims 65500 x 65500: it is named, and the 99
-// others are all delivered.
-TEST_F(VzkDecodeRun, OneUndecodablePictureCostsThatPictureAlone) {
+// Ten bits flipped in each picture, and the fifth claims 65500 x 65500: the
+// decoder that plays from picture to picture delivers exactly what the one
+// that decodes each picture alone delivers, and names the same losses.
+TEST_F(VzkDecodeRun, DamagedPicturesCostThemselvesAlone) {
   std::vector<CmFrame> frames = MakeRawJPEGRecording(m_Scratch.Path("clip.mjpeg"), 100);
   ASSERT_EQ(frames.size(), 100u);
-  CmFrame& fifth = frames[4];
-  bool patched = false;
-  for (size_t i = 0; i + 8 < fifth.size() && !patched; ++i) {
-    if (fifth[i] == 0xFF && fifth[i + 1] == 0xC0) {
-      fifth[i + 5] = fifth[i + 7] = 0xFF;
-      fifth[i + 6] = fifth[i + 8] = 0xDC;
-      patched = true;
-    }
-  }
-  ASSERT_TRUE(patched);
-  for (const char* element : {"video_decoder", "key_frames_only_video_decoder"}) {
-    SCOPED_TRACE(element);
-    const SmResult result = Run(element, frames);
-    EXPECT_EQ(result.status, 1) << result.err;
-    const SmRunCounts counts = CountsOf(result);
-    EXPECT_EQ(std::make_tuple(counts.items, counts.pictures, counts.errors),
-              std::make_tuple(100, 99, 1))
-        << result.out;
-    EXPECT_NE(result.err.find("vzk: Item 5 was not delivered (status 1)"), std::string::npos)
-        << result.err;
-  }
-}
-
-// Ten bits flipped in each picture: the decoder that plays from picture to
-// picture delivers exactly what the one that decodes each picture alone
-// delivers, and names the same losses.
-TEST_F(VzkDecodeRun, BitFlipsLoseOnlyThePicturesThatNoLongerDecode) {
-  std::vector<CmFrame> frames = MakeRawJPEGRecording(m_Scratch.Path("clip.mjpeg"), 100);
-  ASSERT_EQ(frames.size(), 100u);
+  const CmFrame& fifth = frames[4];
+  const size_t header = static_cast<size_t>(
+      std::search(fifth.begin(), fifth.end(), kFrameHeader.begin(), kFrameHeader.end()) -
+      fifth.begin());
+  ASSERT_LT(header + 8, fifth.size());
+  frames[4][header + 5] = frames[4][header + 7] = 0xFF;
+  frames[4][header + 6] = frames[4][header + 8] = 0xDC;
   std::mt19937 random(20261125);
-  for (CmFrame& frame : frames) {
+  for (size_t f = 0; f < frames.size(); ++f) {
     // The damage is to the pictures, not to the records: markers, segment
-    // lengths and component counts stay as they are, so that the recording still finds each
-    // picture where it was, and no flip makes a new marker.
+    // lengths and component counts stay as they are, so that the recording
+    // still finds each picture where it was, and no flip makes a new marker.
+    CmFrame& frame = frames[f];
     const std::vector<bool> kept = MarkersAndLengths(frame);
     std::uniform_int_distribution<size_t> position(0, frame.size() - 1);
     std::uniform_int_distribution<int> bit(0, 7);
-    for (int flips = 0; flips < 10;) {
+    for (int flips = 0; flips < 10 && f != 4;) {
       const size_t at = position(random);
       const uint8_t flipped = static_cast<uint8_t>(frame[at] ^ (1u << bit(random)));
-      if (kept[at] || flipped == 0xFF) {
-        continue;
+      if (!kept[at] && flipped != 0xFF) {
+        frame[at] = flipped;
+        ++flips;
       }
-      frame[at] = flipped;
-      ++flips;
     }
   }
   const SmResult played = Run("video_decoder", frames);
   const SmResult alone = Run("key_frames_only_video_decoder", frames);
+  for (const SmResult* result : {&played, &alone}) {
+    EXPECT_EQ(result->status, 1);
+    EXPECT_EQ(CountsOf(*result).items, 100) << result->out;
+    EXPECT_NE(result->err.find("vzk: Item 5 was not delivered (status 1)"), std::string::npos)
+        << result->err;
+  }
   const SmRunCounts counts = CountsOf(played);
   const SmRunCounts reference = CountsOf(alone);
-  EXPECT_EQ(counts.items, 100) << played.out;
-  EXPECT_EQ(reference.items, 100) << alone.out;
   // Enough flips land in the headers to cost pictures, and not all of them.
   EXPECT_GT(reference.pictures, 10) << alone.out;
-  EXPECT_LT(reference.pictures, 100) << alone.out;
+  EXPECT_LT(reference.pictures, 99) << alone.out;
   EXPECT_EQ(counts.pictures, reference.pictures) << played.out << alone.out;
   EXPECT_EQ(counts.errors, reference.errors);
-  EXPECT_EQ(played.status, 1);
   auto named = [](const std::string& text) {
     std::vector<std::string> lines;
     const std::regex pattern(R"(Item \d+ was not delivered)");

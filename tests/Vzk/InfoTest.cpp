@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-
 #include "RecordingInfo.h"
 #include "VzkTestSupport.h"
 #include "support/GenericByteDataBuilder.h"

@@ -1,18 +1,16 @@
 #include "VzkTestSupport.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <spawn.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <stdexcept>
 
 extern char** environ;
@@ -24,22 +22,15 @@ std::string BinaryDirectory() {
   return std::string(build ? build : ".") + "/bin";
 }
 
-CmScratch::CmScratch() {
-  const char* build = std::getenv("VZK_BUILD_DIR");
-  const std::string base = std::string(build ? build : ".") + "/vzk-test-XXXXXX";
-  std::vector<char> name(base.begin(), base.end());
-  name.push_back(0);
-  if (mkdtemp(name.data()) == nullptr) {
+CmScratch::CmScratch() : m_Path(BinaryDirectory() + "/../vzk-test-XXXXXX") {
+  if (mkdtemp(m_Path.data()) == nullptr) {
     throw std::runtime_error("cannot make a scratch directory");
   }
-  m_Path = name.data();
 }
 
 CmScratch::~CmScratch() {
-  const std::string command = "rm -rf '" + m_Path + "'";
-  if (std::system(command.c_str()) != 0) {
-    // Leftovers in the build tree do no harm.
-  }
+  std::error_code ignored; // leftovers in the build tree do no harm
+  std::filesystem::remove_all(m_Path, ignored);
 }
 
 namespace {
@@ -131,10 +122,8 @@ std::vector<uint8_t> ReadBytes(const std::string& path) {
 }
 
 std::string ReadText(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  std::stringstream text;
-  text << file.rdbuf();
-  return text.str();
+  const std::vector<uint8_t> bytes = ReadBytes(path);
+  return std::string(bytes.begin(), bytes.end());
 }
 
 void WriteBytes(const std::string& path, const std::vector<uint8_t>& bytes, bool append) {
@@ -149,20 +138,14 @@ void WriteText(const std::string& path, const std::string& text) {
 }
 
 bool Exists(const std::string& path) {
-  struct stat status {};
-  return stat(path.c_str(), &status) == 0;
+  return std::filesystem::exists(path);
 }
 
 std::vector<std::string> ListDirectory(const std::string& path) {
   std::vector<std::string> names;
-  if (DIR* directory = opendir(path.c_str())) {
-    while (const dirent* entry = readdir(directory)) {
-      const std::string name = entry->d_name;
-      if (name != "." && name != "..") {
-        names.push_back(name);
-      }
-    }
-    closedir(directory);
+  std::error_code missing;
+  for (const auto& entry : std::filesystem::directory_iterator(path, missing)) {
+    names.push_back(entry.path().filename());
   }
   std::sort(names.begin(), names.end());
   return names;
