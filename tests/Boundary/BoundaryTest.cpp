@@ -11,15 +11,14 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <exception>
-#include <fstream>
 #include <functional>
 #include <memory>
 #include <string>
 #include <typeinfo>
 
 #include "FailingAllocator.h"
+#include "support/ExternalTools.h"
 #include "support/GenericByteDataBuilder.h"
 #include "vzk/vzk.h"
 
@@ -423,44 +422,26 @@ TEST(BoundaryTest, AnUpstreamIsReleasedOnceWhereverBuildingItsDecoderFails) {
   }
 }
 
-class CmScratchFile {
-public:
-  explicit CmScratchFile(const char* suffix) {
-    std::string pattern = "/tmp/vzk-boundary-XXXXXX" + std::string(suffix);
-    const int descriptor = mkstemps(pattern.data(), static_cast<int>(std::strlen(suffix)));
-    if (descriptor >= 0) {
-      close(descriptor);
-    }
-    path = pattern;
-  }
-  ~CmScratchFile() { std::remove(path.c_str()); }
-  CmScratchFile(const CmScratchFile&) = delete;
-  CmScratchFile& operator=(const CmScratchFile&) = delete;
-  std::string path;
-};
-
 TEST(BoundaryTest, SourcePluginsAnswerFailingAllocationsThroughTheInterfaces) {
   using namespace NmTestSupport;
-  CmScratchFile file(".gbd");
-  {
-    std::ofstream out(file.path, std::ios::binary);
-    for (uint16_t i = 0; i < 6; ++i) {
-      SmVideoPacketFields fields;
-      fields.frameTime = 100 + 40 * i;
-      fields.sync = i % 3 == 0;
-      fields.syncTime = 100 + 40 * (i - i % 3);
-      fields.sequenceNumber = static_cast<uint16_t>(i + (i >= 3 ? 5 : 0));
-      fields.payload = Pattern(24, static_cast<uint8_t>(i));
-      const CmBytes record = BuildVideoPacket(fields);
-      out.write(reinterpret_cast<const char*>(record.data()),
-                static_cast<std::streamsize>(record.size()));
-    }
+  CmTempDirectory scratch;
+  CmBytes records;
+  for (uint16_t i = 0; i < 6; ++i) {
+    SmVideoPacketFields fields;
+    fields.frameTime = 100 + 40 * i;
+    fields.sync = i % 3 == 0;
+    fields.syncTime = 100 + 40 * (i - i % 3);
+    fields.sequenceNumber = static_cast<uint16_t>(i + (i >= 3 ? 5 : 0));
+    fields.payload = Pattern(24, static_cast<uint8_t>(i));
+    const CmBytes record = BuildVideoPacket(fields);
+    records.insert(records.end(), record.begin(), record.end());
   }
+  ASSERT_TRUE(WriteBytes(scratch / "r.gbd", records));
   CmLoadedPlugin recording("ToolkitSourcePlugin_recording");
   ASSERT_NE(recording.create, nullptr) << dlerror();
   const std::string recordingXml =
-      "<toolkit type='source'><provider>recording</provider><config><recording file='" + file.path +
-      "' privacy_mask='2x1;10'/></config></toolkit>";
+      "<toolkit type='source'><provider>recording</provider><config><recording file='" +
+      scratch / "r.gbd" + "' privacy_mask='2x1;10'/></config></toolkit>";
   SmTally tally = Sweep(recording, recordingXml, false);
   EXPECT_GT(tally.nullRoots, 0u);
   EXPECT_GT(tally.noItem, 0u);
@@ -471,18 +452,15 @@ TEST(BoundaryTest, SourcePluginsAnswerFailingAllocationsThroughTheInterfaces) {
   tally = Sweep(plugin, VzkRootOpen + recordingXml + VzkRootClose, false);
   EXPECT_GT(tally.configurationFaults, 0u);
 
-  CmScratchFile clip(".avi");
-  const std::string make = "ffmpeg -nostdin -loglevel error -y -f lavfi -i "
-                           "testsrc=size=32x24:rate=10 -t 0.5 -c:v mjpeg " +
-                           clip.path + " 2>/dev/null";
-  if (std::system(make.c_str()) != 0) {
+  if (!Run("ffmpeg -nostdin -y -f lavfi -i testsrc=size=32x24:rate=10 -t 0.5 -c:v mjpeg " +
+           scratch / "clip.avi")) {
     GTEST_SKIP() << "ffmpeg could not make a clip for the media plug-in";
   }
   CmLoadedPlugin media("ToolkitSourcePlugin_media");
   ASSERT_NE(media.create, nullptr) << dlerror();
   tally = Sweep(media,
                 "<toolkit type='source'><provider>media</provider><config><media url='" +
-                    clip.path + "'/></config></toolkit>",
+                    scratch / "clip.avi" + "'/></config></toolkit>",
                 false);
   EXPECT_GT(tally.nullRoots, 0u);
 }

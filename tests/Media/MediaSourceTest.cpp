@@ -7,7 +7,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <map>
 #include <memory>
 #include <string>
@@ -18,6 +17,7 @@
 #include "MediaProcessing/GenericByteData/GenericVideoStreamDataPacket.h"
 #include "Toolkits/ToolkitTestSupport.h"
 #include "Toolkits/VZKSourceToolkitPlugin/ToolkitFactory.h"
+#include "support/ExternalTools.h"
 #include "support/SourceSession.h"
 #include "vzk/ToolkitError.h"
 
@@ -53,35 +53,9 @@ std::string Decoded(const std::string& input, const std::string& output = "-f md
   return Ffmpeg(input + " " + output + " -");
 }
 
-// A directory of the build tree of its own for each test, so that tests can
-// run in parallel; removed at the end.
-class CmScratchDirectory {
-public:
-  CmScratchDirectory() {
-    std::string pattern = NmToolkitTest::BinaryDirectory() + "/../media-test-XXXXXX";
-    if (mkdtemp(pattern.data()) != nullptr) {
-      m_Path = pattern;
-    }
-  }
-  ~CmScratchDirectory() {
-    std::error_code ignored;
-    std::filesystem::remove_all(m_Path, ignored);
-  }
-  std::string operator/(const std::string& name) const { return m_Path + "/" + name; }
-
-private:
-  std::string m_Path;
-};
-
 std::string Configuration(const std::string& url) {
   return "<toolkit type='source'><provider>media</provider><config><media url='" + url +
          "'/></config></toolkit>";
-}
-
-void WriteFile(const std::string& path, const Bytes& bytes) {
-  std::ofstream file(path, std::ios::binary);
-  file.write(reinterpret_cast<const char*>(bytes.data()),
-             static_cast<std::streamsize>(bytes.size()));
 }
 
 // One item as read: the record's bytes and its time.
@@ -180,11 +154,11 @@ protected:
   }
   // The payloads of the items of one type written back to back into a file.
   std::string Dump(const std::vector<SmItem>& items, int type, const std::string& name) {
-    WriteFile(scratch / name, Concatenated(items, type));
+    NmTestSupport::WriteBytes(scratch / name, Concatenated(items, type));
     return scratch / name;
   }
 
-  CmScratchDirectory scratch;
+  NmTestSupport::CmTempDirectory scratch;
 };
 
 // 2024-05-06T07:08:09Z
@@ -462,7 +436,7 @@ TEST_F(MediaSourceTest, MotionJPEGWithoutHuffmanTablesGetsThem) {
     ASSERT_LT(frame.size(), item.Payload().size());
     stripped.insert(stripped.end(), frame.begin(), frame.end());
   }
-  WriteFile(scratch / "bare.mjpeg", stripped);
+  NmTestSupport::WriteBytes(scratch / "bare.mjpeg", stripped);
   const std::vector<SmItem> completed = Load(scratch / "bare.mjpeg");
   ASSERT_EQ(completed.size(), 5u);
   for (size_t i = 0; i < completed.size(); ++i) {
@@ -548,11 +522,11 @@ TEST_F(MediaSourceTest, ConfigurationAndFileErrorsShowAtConnect) {
     EXPECT_EQ(error.GetErrorCode(), 6u);
   }
   const std::string garbage = scratch / "garbage.mp4";
-  WriteFile(garbage, Bytes(3000, 0x5A));
+  NmTestSupport::WriteBytes(garbage, Bytes(3000, 0x5A));
   Open(garbage);
   EXPECT_EQ(ConnectError(),
             "Could not open media '" + garbage + "': Invalid data found when processing input!");
-  WriteFile(scratch / "empty.mkv", {});
+  NmTestSupport::WriteBytes(scratch / "empty.mkv", {});
   Open(scratch / "empty.mkv");
   EXPECT_NE(ConnectError(), "connected");
   const std::string unsupported = Make("float.wav", "-f lavfi -i sine -t 0.2 -c:a pcm_f32le");

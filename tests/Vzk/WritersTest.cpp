@@ -191,40 +191,27 @@ TEST_F(VzkWriters, Y4mKeepsPlanesAndStartsANewStreamForEachNewForm) {
 }
 
 TEST_F(VzkWriters, PicturesThatCannotBeWrittenAreErrorsInWords) {
-  // JPEG pictures go through the toolkit's own encoder, where the build has it.
+  // JPEG pictures go through the toolkit's own encoder.
   const SmResult jpeg = Run(PictureTree({{0, 8, 8, 1000, 0}, {5, 8, 8, 1040, 0}}),
                             {"--out", m_Scratch.Path("j"), "--format", "jpg", "--quality", "100"});
-  if (!NmVzkTool::CmJpegPictureEncoder::IsAvailable()) {
-    EXPECT_EQ(jpeg.status, 1);
-    EXPECT_NE(jpeg.err.find("vzk: Pictures cannot be written as JPEG: this build of vzk has no "
-                            "JPEG encoder yet."),
-              std::string::npos)
-        << jpeg.err;
-    EXPECT_TRUE(ListDirectory(m_Scratch.Path("j")) == std::vector<std::string>{"items.txt"});
-  } else {
-    ASSERT_EQ(jpeg.status, 0) << jpeg.err;
-    const SmPicture gray{0, 8, 8, 1000, 0};
-    const std::vector<uint8_t> expected = PlaneBytes(gray, 0);
-    for (const char* name : {"j/image-000001.jpg", "j/image-000002.jpg"}) {
-      const std::vector<uint8_t> file = ReadBytes(m_Scratch.Path(name));
-      tjhandle decoder = tjInitDecompress();
-      int width = 0, height = 0, subsampling = 0, colorspace = 0;
-      ASSERT_EQ(tjDecompressHeader3(decoder, file.data(), file.size(), &width, &height,
-                                    &subsampling, &colorspace),
-                0)
-          << name;
-      EXPECT_EQ(std::make_pair(width, height), std::make_pair(8, 8));
-      std::vector<uint8_t> pixels(64);
-      EXPECT_EQ(
-          tjDecompress2(decoder, file.data(), file.size(), pixels.data(), 8, 8, 8, TJPF_GRAY, 0),
-          0);
-      tjDestroy(decoder);
-      if (std::string(name) == "j/image-000001.jpg") {
-        // A smooth gray ramp at quality 100 comes back within a step or two.
-        for (size_t i = 0; i < 64; ++i) {
-          EXPECT_NEAR(pixels[i], expected[i], 3) << i;
-        }
-      }
+  ASSERT_EQ(jpeg.status, 0) << jpeg.err;
+  const std::vector<uint8_t> expected = PlaneBytes({0, 8, 8, 1000, 0}, 0);
+  for (const std::string name : {"j/image-000001.jpg", "j/image-000002.jpg"}) {
+    const std::vector<uint8_t> file = ReadBytes(m_Scratch.Path(name));
+    tjhandle decoder = tjInitDecompress();
+    int width = 0, height = 0, subsampling = 0, colorspace = 0;
+    std::vector<uint8_t> pixels(64);
+    EXPECT_EQ(tjDecompressHeader3(decoder, file.data(), file.size(), &width, &height, &subsampling,
+                                  &colorspace),
+              0)
+        << name;
+    EXPECT_EQ(
+        tjDecompress2(decoder, file.data(), file.size(), pixels.data(), 8, 8, 8, TJPF_GRAY, 0), 0);
+    tjDestroy(decoder);
+    EXPECT_EQ(std::make_pair(width, height), std::make_pair(8, 8));
+    // A smooth gray ramp at quality 100 comes back within a step or two.
+    for (size_t i = 0; i < 64 && name == "j/image-000001.jpg"; ++i) {
+      EXPECT_NEAR(pixels[i], expected[i], 3) << i;
     }
   }
 
