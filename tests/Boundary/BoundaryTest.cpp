@@ -452,8 +452,9 @@ TEST(BoundaryTest, SourcePluginsAnswerFailingAllocationsThroughTheInterfaces) {
   tally = Sweep(plugin, VzkRootOpen + recordingXml + VzkRootClose, false);
   EXPECT_GT(tally.configurationFaults, 0u);
 
-  if (!Run("ffmpeg -nostdin -y -f lavfi -i testsrc=size=32x24:rate=10 -t 0.5 -c:v mjpeg " +
-           scratch / "clip.avi")) {
+  if (!NmTestSupport::Run(
+          "ffmpeg -nostdin -y -f lavfi -i testsrc=size=32x24:rate=10 -t 0.5 -c:v mjpeg " +
+          scratch / "clip.avi")) {
     GTEST_SKIP() << "ffmpeg could not make a clip for the media plug-in";
   }
   CmLoadedPlugin media("ToolkitSourcePlugin_media");

@@ -324,37 +324,30 @@ TEST(MediaRecordBuilder, VideoRecordsCarryNumbersSyncAndSyncTimes) {
     SmMediaPacket packet{payload.data(), payload.size(), key, time, 0};
     return builder.Build(packet, record, info) ? info.sequenceNumber : -1;
   };
+  // Sync, codec, frame time, sync time and number of the record built.
   Bytes record;
+  const auto facts = [&record] {
+    NmMediaProcessing::CmGenericVideoStreamDataPacket packet(record.data(), record.size());
+    return std::to_string(packet.GetSync()) + "/" + std::to_string(packet.GetCodec()) + "/" +
+           std::to_string(packet.GetFrameTime().GetMilliseconds()) + "/" +
+           std::to_string(packet.GetSyncTime().GetMilliseconds()) + "/" +
+           std::to_string(packet.GetSequenceNumber());
+  };
   // A frame before any sync frame has no sync time to name.
   EXPECT_EQ(build(LengthPrefixed({Slice}, 4), false, 999, record), 0);
-  NmMediaProcessing::CmGenericVideoStreamDataPacket leading(record.data(), record.size());
-  EXPECT_FALSE(leading.GetSync());
-  EXPECT_EQ(leading.GetSyncTime().GetMilliseconds(), 0);
-
+  EXPECT_EQ(facts(), "0/10/999/0/0");
   EXPECT_EQ(build(LengthPrefixed({Idr}, 4), false, 1000, record), 1);
-  NmMediaProcessing::CmGenericVideoStreamDataPacket sync(record.data(), record.size());
-  EXPECT_TRUE(sync.GetSync());
-  EXPECT_EQ(sync.GetCodec(), 10u);
-  EXPECT_EQ(sync.GetFrameTime().GetMilliseconds(), 1000);
-  EXPECT_EQ(sync.GetSyncTime().GetMilliseconds(), 1000);
-  EXPECT_EQ(Bytes(sync.GetPayload(), sync.GetPayload() + sync.GetPayloadLength()),
-            AnnexB({Sps, Pps, Idr}));
-
+  EXPECT_EQ(facts(), "1/10/1000/1000/1");
+  EXPECT_EQ(Bytes(record.begin() + 32, record.end()), AnnexB({Sps, Pps, Idr}));
   EXPECT_EQ(build(Bytes{0, 0, 0, 9}, false, 1040, record), -1) << "damaged: nothing counted";
   EXPECT_TRUE(record.empty());
   EXPECT_EQ(build(LengthPrefixed({Slice}, 4), false, 1040, record), 2);
-  NmMediaProcessing::CmGenericVideoStreamDataPacket next(record.data(), record.size());
-  EXPECT_FALSE(next.GetSync());
-  EXPECT_EQ(next.GetSyncTime().GetMilliseconds(), 1000);
-  EXPECT_EQ(next.GetSequenceNumber(), 2);
+  EXPECT_EQ(facts(), "0/10/1040/1000/2");
   // Times before 1970 are held at the epoch; numbers wrap at 16 bits.
   for (int i = 3; i < 65536; ++i) {
     build(LengthPrefixed({Slice}, 4), false, -5, record);
   }
-  EXPECT_EQ(NmMediaProcessing::CmGenericVideoStreamDataPacket(record.data(), record.size())
-                .GetFrameTime()
-                .GetMilliseconds(),
-            0);
+  EXPECT_EQ(facts(), "0/10/0/1000/65535");
   EXPECT_EQ(build(LengthPrefixed({Slice}, 4), false, 2000, record), 0);
 
   SmMediaStreamFormat jpeg;

@@ -165,10 +165,7 @@ public:
   void StopLiveStream() override {}
   uint32_t GetLiveData(ImData** out, uint32_t) override {
     *out = nullptr;
-    if (m_LivePosition >= m_Pictures.size()) {
-      return StatusNoItem;
-    }
-    return Deliver(m_LivePosition++, out);
+    return m_LivePosition < m_Pictures.size() ? Deliver(m_LivePosition++, out) : StatusNoItem;
   }
 
   uint32_t MoveFirst() override { return MoveToIndex(0); }
@@ -187,10 +184,7 @@ public:
   }
   uint32_t GetData(ImData** out) override {
     *out = nullptr;
-    if (m_Position < 0) {
-      return StatusNoItem;
-    }
-    return Deliver(static_cast<size_t>(m_Position), out);
+    return m_Position < 0 ? StatusNoItem : Deliver(static_cast<size_t>(m_Position), out);
   }
 
 private:

@@ -166,10 +166,7 @@ public:
   void StopLiveStream() override { Log("StopLiveStream"); }
   uint32_t GetLiveData(ImData** out, uint32_t timeout) override {
     Log("GetLiveData(" + std::to_string(timeout) + ")");
-    if (m_LivePosition >= m_Items.size()) {
-      return StatusNoItem;
-    }
-    return Deliver(m_Items[m_LivePosition++], out);
+    return m_LivePosition < m_Items.size() ? Deliver(m_Items[m_LivePosition++], out) : StatusNoItem;
   }
 
   uint32_t MoveFirst() override { return Log("MoveFirst"), MoveToIndex(m_Items.empty() ? -1 : 0); }
@@ -178,16 +175,10 @@ public:
     Log("MoveNext");
     return MoveToIndex(m_Position < 0 ? 0 : m_Position + 1);
   }
-  uint32_t MovePrevious() override {
-    Log("MovePrevious");
-    return MoveToIndex(m_Position - 1);
-  }
+  uint32_t MovePrevious() override { return Log("MovePrevious"), MoveToIndex(m_Position - 1); }
   uint32_t MoveNextSequence() override {
     Log("MoveNextSequence");
-    if (m_Position < 0) {
-      return StatusNoItem;
-    }
-    for (int i = m_Position + 1; i < Count(); ++i) {
+    for (int i = m_Position + 1; m_Position >= 0 && i < Count(); ++i) {
       if (m_Items[i].sequence != m_Items[m_Position].sequence) {
         return MoveToIndex(i);
       }
@@ -196,10 +187,7 @@ public:
   }
   uint32_t MovePreviousSequence() override {
     Log("MovePreviousSequence");
-    if (m_Position < 0) {
-      return StatusNoItem;
-    }
-    const int start = SequenceStart(m_Position);
+    const int start = m_Position < 0 ? 0 : SequenceStart(m_Position);
     return start == 0 ? StatusNoItem : MoveToIndex(SequenceStart(start - 1));
   }
   uint32_t MoveTo(int64_t time, SmMoveMode mode) override {
@@ -231,10 +219,7 @@ public:
   }
   uint32_t GetData(ImData** out) override {
     Log("GetData");
-    if (m_Position < 0) {
-      return StatusNoItem;
-    }
-    return Deliver(m_Items[m_Position], out);
+    return m_Position < 0 ? StatusNoItem : Deliver(m_Items[m_Position], out);
   }
 
 private:
