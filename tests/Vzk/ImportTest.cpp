@@ -38,15 +38,14 @@ TEST(VzkImport, ARecordingImportsAsAnEqualRecording) {
       << copied.out;
   EXPECT_FALSE(Exists(scratch.Path("copy.gbd.part")));
 
-  const SmResult three = RunVzk({"import", source, scratch.Path("three.gbd"), "--count", "3"});
-  ASSERT_EQ(three.status, 0) << three.err;
-  const auto head = ReadBytes(scratch.Path("three.gbd"));
-  EXPECT_EQ(head.size(), 3u * 32 + 50 + 51 + 52);
-  EXPECT_TRUE(std::equal(head.begin(), head.end(), all.begin()));
   // Media time from the first record: frames at 0, 40 and 80 ms are within 0.1 s.
-  const SmResult timed = RunVzk({"import", source, scratch.Path("timed.gbd"), "--duration", "0.1"});
-  ASSERT_EQ(timed.status, 0) << timed.err;
-  EXPECT_EQ(ReadBytes(scratch.Path("timed.gbd")).size(), 3u * 32 + 50 + 51 + 52);
+  for (const auto& [option, value] : {std::pair{"--count", "3"}, {"--duration", "0.1"}}) {
+    const std::string out = scratch.Path(std::string(option) + ".gbd");
+    ASSERT_EQ(RunVzk({"import", source, out, option, value}).status, 0) << option;
+    const std::vector<uint8_t> head = ReadBytes(out);
+    EXPECT_EQ(head.size(), 3u * 32 + 50 + 51 + 52) << option;
+    EXPECT_TRUE(std::equal(head.begin(), head.end(), all.begin()));
+  }
 }
 
 TEST(VzkImport, FailuresSayWhatIsWrongAndLeaveNoRecording) {
