@@ -362,14 +362,19 @@ TEST(MediaRecordBuilder, VideoRecordsCarryNumbersSyncAndSyncTimes) {
 
 TEST(MediaRecordBuilder, AudioRecordsCountSamplesAndNormalisePCM) {
   using NmMediaProcessing::CmGenericAudioStreamDataPacket;
-  SmMediaStreamFormat format;
-  format.kind = SmMediaStreamFormat::Audio;
-  format.codec = NmMediaProcessing::SmAudioCodec::PCM;
-  format.payload = SmMediaStreamFormat::PCMSwap16;
-  format.channels = 2;
-  format.samplingFrequency = 48000;
-  format.bitsPerSample = format.bitsPerCodedSample = 16;
-  CmMediaRecordBuilder swap(format);
+  const auto audio = [](uint32_t codec, SmMediaStreamFormat::Payload payload, uint32_t channels,
+                        uint32_t bits) {
+    SmMediaStreamFormat format;
+    format.kind = SmMediaStreamFormat::Audio;
+    format.codec = codec;
+    format.payload = payload;
+    format.channels = channels;
+    format.samplingFrequency = 48000;
+    format.bitsPerSample = format.bitsPerCodedSample = bits;
+    return format;
+  };
+  using NmMediaProcessing::SmAudioCodec;
+  CmMediaRecordBuilder swap(audio(SmAudioCodec::PCM, SmMediaStreamFormat::PCMSwap16, 2, 16));
   Bytes record;
   SmRecordInfo info;
   const Bytes bigEndian = {0x12, 0x34, 0x56, 0x78, 0x9A, 0xBC, 0xDE, 0xF0, 0x11};
@@ -386,23 +391,15 @@ TEST(MediaRecordBuilder, AudioRecordsCountSamplesAndNormalisePCM) {
   const Bytes half = {0x12};
   EXPECT_FALSE(swap.Build({half.data(), half.size(), true, 7000, 0}, record, info));
 
-  format.payload = SmMediaStreamFormat::PCMSigned8;
-  format.channels = 1;
-  format.bitsPerSample = format.bitsPerCodedSample = 8;
-  CmMediaRecordBuilder signed8(format);
+  CmMediaRecordBuilder signed8(audio(SmAudioCodec::PCM, SmMediaStreamFormat::PCMSigned8, 1, 8));
   const Bytes samples = {0x00, 0x7F, 0x80, 0xFF};
   ASSERT_TRUE(signed8.Build({samples.data(), samples.size(), true, 0, 0}, record, info));
   CmGenericAudioStreamDataPacket unsigned8(record.data(), record.size());
   EXPECT_EQ(Bytes(unsigned8.GetPayload(), unsigned8.GetPayload() + 4),
             (Bytes{0x80, 0xFF, 0x00, 0x7F}));
 
-  SmMediaStreamFormat aac;
-  aac.kind = SmMediaStreamFormat::Audio;
-  aac.codec = NmMediaProcessing::SmAudioCodec::AACLoas;
-  aac.payload = SmMediaStreamFormat::AAC;
-  aac.channels = 2;
-  aac.samplingFrequency = 48000;
-  aac.bitsPerSample = 16;
+  SmMediaStreamFormat aac = audio(SmAudioCodec::AACLoas, SmMediaStreamFormat::AAC, 2, 16);
+  aac.bitsPerCodedSample = 0;
   aac.frameSamples = 1024;
   CmMediaRecordBuilder heAac(aac);
   const Bytes heConfig = {0x2B, 0x11, 0x8A, 0x00};
@@ -477,28 +474,27 @@ TEST(MediaH263, PictureCodingTypeFromTheHeader) {
     }
     return out;
   };
-  Bytes intra = header(0, 1, 2);
-  Bytes inter = header(1, 1, 2);
-  EXPECT_EQ(IsIntraH263Picture(intra.data(), intra.size()), std::optional<bool>(true));
-  EXPECT_EQ(IsIntraH263Picture(inter.data(), inter.size()), std::optional<bool>(false));
-  // PLUSPTYPE without the optional part (UFEP 0), then the picture type:
-  // 000 intra, 001 inter; with UFEP 1 the 18 optional bits come first.
-  Bytes plusIntra = header(0b000'000, 6, 7);
-  Bytes plusInter = header(0b000'001, 6, 7);
-  Bytes plusUpdated = header((uint64_t{1} << 21) | 0b001, 24, 7);
-  EXPECT_EQ(IsIntraH263Picture(plusIntra.data(), plusIntra.size()), std::optional<bool>(true));
-  EXPECT_EQ(IsIntraH263Picture(plusInter.data(), plusInter.size()), std::optional<bool>(false));
-  EXPECT_EQ(IsIntraH263Picture(plusUpdated.data(), plusUpdated.size()), std::optional<bool>(false));
-  Bytes badUpdate = header(0b010'000, 6, 7);
-  EXPECT_EQ(IsIntraH263Picture(badUpdate.data(), badUpdate.size()), std::nullopt);
-  // Forbidden format 0, a broken start code, and every cut of the header.
-  Bytes forbidden = header(0, 1, 0);
-  EXPECT_EQ(IsIntraH263Picture(forbidden.data(), forbidden.size()), std::nullopt);
-  Bytes noStart = intra;
+  // PLUSPTYPE (format 7) without the optional part (UFEP 0), then the picture
+  // type: 000 intra, 001 inter; with UFEP 1 the 18 optional bits come first.
+  // Forbidden format 0 and a bad update mode say nothing.
+  const std::pair<Bytes, std::optional<bool>> cases[] = {
+      {header(0, 1, 2), true},
+      {header(1, 1, 2), false},
+      {header(0b000'000, 6, 7), true},
+      {header(0b000'001, 6, 7), false},
+      {header((uint64_t{1} << 21) | 0b001, 24, 7), false},
+      {header(0b010'000, 6, 7), std::nullopt},
+      {header(0, 1, 0), std::nullopt},
+  };
+  for (const auto& [picture, intra] : cases) {
+    EXPECT_EQ(IsIntraH263Picture(picture.data(), picture.size()), intra);
+  }
+  // A broken start code, and every cut of the header.
+  Bytes noStart = cases[0].first;
   noStart[1] = 0x01;
   EXPECT_EQ(IsIntraH263Picture(noStart.data(), noStart.size()), std::nullopt);
-  for (size_t cut = 0; cut < intra.size(); ++cut) {
-    EXPECT_EQ(IsIntraH263Picture(intra.data(), cut), std::nullopt) << cut;
+  for (size_t cut = 0; cut < cases[0].first.size(); ++cut) {
+    EXPECT_EQ(IsIntraH263Picture(cases[0].first.data(), cut), std::nullopt) << cut;
   }
 }
 
