@@ -2,25 +2,20 @@
 
 #include <string>
 
+#include "Image/ImageFixtures.h"
 #include "MediaProcessing/Image/ColorKeyOverlay.h"
 #include "MediaProcessing/Image/ImageFlip.h"
 #include "MediaProcessing/Image/ImageRotate90Right.h"
-#include "support/ImageTestSupport.h"
 
 using namespace NmMediaProcessing;
 using NmImageTest::ExpectError;
+using NmImageTest::ExpectRefusals;
 using NmImageTest::FillRandom;
+using NmImageTest::MakeImage;
+using NmImageTest::Planes;
 using NmImageTest::Sample;
 
 namespace {
-
-CmImage MakeImage(uint64_t width, uint64_t height, ColorFormat format, uint32_t seed) {
-  CmImage image;
-  image.Allocate(width, height, format);
-  FillRandom(image, seed);
-  image.GetAttributes().subColorFormat = format == Gray ? SubColorFormatPlainGray : NotApplicable;
-  return image;
-}
 
 CmOverlayParameters Parameters(uint32_t flags, double scale = 1.0, double x = -1.0,
                                double y = -1.0) {
@@ -56,98 +51,76 @@ CmImage Upright(const CmImage& stored) {
   return stored;
 }
 
-bool SamePixels(const CmImage& a, const CmImage& b) {
-  if (a.GetWidth() != b.GetWidth() || a.GetHeight() != b.GetHeight()) {
-    return false;
-  }
-  const auto pa = a.Allocator().GetPlane(0);
-  const auto pb = b.Allocator().GetPlane(0);
-  for (uint64_t y = 0; y < pa.height; ++y) {
-    for (uint64_t x = 0; x < pa.width * pa.bytesPerPixel; ++x) {
-      if (pa.data[y * pa.rowStride + x] != pb.data[y * pb.rowStride + x]) {
-        return false;
-      }
-    }
-  }
-  return true;
-}
-
 } // namespace
 
 TEST(OverlayParameters, ConstructorRefusesContradictions) {
   const CmImage picture = MakeImage(4, 4, Gray, 1);
-  const auto make = [&](const CmOverlayParameters& p) {
-    CmColorKeyOverlay(picture, p, 0, 0, 0, 0);
+  const auto make = [&](uint32_t flags, double scale = 1.0, double x = -1.0, double y = -1.0) {
+    return [&picture, flags, scale, x, y] {
+      CmColorKeyOverlay(picture, Parameters(flags, scale, x, y), 0, 0, 0, 0);
+    };
   };
-  ExpectError([&] { make(Parameters(OverlayScale | OverlayLeft | OverlayRight, 0.0)); },
-              "Scaling factor must be positive if scaling is enabled", 2);
-  ExpectError([&] { make(Parameters(OverlayScale, -1.0)); },
-              "Scaling factor must be positive if scaling is enabled", 2);
-  ExpectError([&] { make(Parameters(OverlayLeft | OverlayRight)); },
-              "Overlay cannot be both left- and right-aligned", 2);
-  ExpectError([&] { make(Parameters(OverlayTop | OverlayBottom)); },
-              "Overlay cannot be both top- and bottom-aligned", 2);
-  ExpectError([&] { make(Parameters(OverlayLeft, 1.0, 0.5, 0.5)); },
-              "Exact positioning of overlay requires top and left flags to be set", 2);
-  ExpectError([&] { make(Parameters(OverlayTop, 1.0, -1.0, 0.5)); },
-              "Exact positioning of overlay requires top and left flags to be set", 2);
-  ExpectError([&] { make(Parameters(OverlayLeft | OverlayTop | OverlayScale, 1.0, 0.5, 0.5)); },
-              "Exact positioned overlays cannot be scaled", 2);
-  make(Parameters(OverlayLeft | OverlayTop, 1.0, 0.5, 0.5));
-  make(Parameters(OverlayScale, 0.01));
-  CmImage empty;
-  ExpectError([&] { CmColorKeyOverlay(empty, Parameters(0), 0, 0, 0, 0); }, "Invalid overlay image",
-              2);
+  const std::string scale = "Scaling factor must be positive if scaling is enabled";
+  const std::string exact = "Exact positioning of overlay requires top and left flags to be set";
+  ExpectRefusals({
+      {make(OverlayScale | OverlayLeft | OverlayRight, 0.0), scale, 2},
+      {make(OverlayScale, -1.0), scale, 2},
+      {make(OverlayLeft | OverlayRight), "Overlay cannot be both left- and right-aligned", 2},
+      {make(OverlayTop | OverlayBottom), "Overlay cannot be both top- and bottom-aligned", 2},
+      {make(OverlayLeft, 1.0, 0.5, 0.5), exact, 2},
+      {make(OverlayTop, 1.0, -1.0, 0.5), exact, 2},
+      {make(OverlayLeft | OverlayTop | OverlayScale, 1.0, 0.5, 0.5),
+       "Exact positioned overlays cannot be scaled", 2},
+      {[] { CmColorKeyOverlay(CmImage(), Parameters(0), 0, 0, 0, 0); }, "Invalid overlay image", 2},
+  });
+  make(OverlayLeft | OverlayTop, 1.0, 0.5, 0.5)();
+  make(OverlayScale, 0.01)();
 }
 
 TEST(OverlayGeometry, SizesFollowScaleAspectAndRoom) {
   const CmImage image = MakeImage(100, 50, Gray, 2);
   const CmImage picture = MakeImage(40, 20, Gray, 3);
-  uint64_t w = 0;
-  uint64_t h = 0;
-  CmColorKeyOverlay plain(picture, Parameters(0), 0, 0, 0, 0);
-  plain.GetActualOverlaySize(image, picture, true, w, h);
-  EXPECT_EQ(w, 40u);
-  EXPECT_EQ(h, 20u);
-  // Exact x = 0.9 leaves round(0.1 * 100) = 10 columns of room.
-  CmColorKeyOverlay exact(picture, Parameters(OverlayLeft | OverlayTop, 1.0, 0.9, 0.2), 0, 0, 0, 0);
-  exact.GetActualOverlaySize(image, picture, true, w, h);
-  EXPECT_EQ(w, 10u);
-  EXPECT_EQ(h, 20u);
-  exact.GetActualOverlaySize(image, picture, false, w, h);
-  EXPECT_EQ(w, 40u);
-  // Scaled to the image: the relatively wider side decides.
-  CmColorKeyOverlay half(picture, Parameters(OverlayScale, 0.5), 0, 0, 0, 0);
-  half.GetActualOverlaySize(image, picture, true, w, h);
-  EXPECT_EQ(w, 50u);
-  EXPECT_EQ(h, 25u);
-  CmColorKeyOverlay twice(picture, Parameters(OverlayScale, 2.0), 0, 0, 0, 0);
-  twice.GetActualOverlaySize(image, picture, false, w, h);
-  EXPECT_EQ(w, 200u);
-  twice.GetActualOverlaySize(image, picture, true, w, h);
-  EXPECT_EQ(w, 100u);
-  EXPECT_EQ(h, 50u);
-  // Pixels twice as wide as high on the image: the picture is drawn half as wide.
-  CmImage wide = image;
+  CmImage wide = image; // pixels twice as wide as high
   wide.GetAttributes().aspectRatio = 2.0;
-  plain.GetActualOverlaySize(wide, picture, true, w, h);
-  EXPECT_EQ(w, 40u);
-  EXPECT_EQ(h, 40u);
-  CmColorKeyOverlay exactPixels(picture, Parameters(OverlayPixelExact), 0, 0, 0, 0);
-  exactPixels.GetActualOverlaySize(wide, picture, true, w, h);
-  EXPECT_EQ(w, 40u);
-  EXPECT_EQ(h, 20u);
-  // A turned image takes the picture turned, and nothing is ever 0 wide.
   CmImage turned = image;
   turned.GetAttributes().orientation.rotation = 1;
-  plain.GetActualOverlaySize(turned, picture, true, w, h);
-  EXPECT_EQ(w, 20u);
-  EXPECT_EQ(h, 40u);
-  CmColorKeyOverlay tiny(picture, Parameters(OverlayScale, 1e-9), 0, 0, 0, 0);
-  tiny.GetActualOverlaySize(image, picture, true, w, h);
-  EXPECT_EQ(w, 1u);
-  EXPECT_EQ(h, 1u);
+  const CmColorKeyOverlay plain(picture, Parameters(0), 0, 0, 0, 0);
+  // Exact x = 0.9 leaves round(0.1 * 100) = 10 columns of room.
+  const CmColorKeyOverlay exact(picture, Parameters(OverlayLeft | OverlayTop, 1.0, 0.9, 0.2), 0, 0,
+                                0, 0);
+  const CmColorKeyOverlay half(picture, Parameters(OverlayScale, 0.5), 0, 0, 0, 0);
+  const CmColorKeyOverlay twice(picture, Parameters(OverlayScale, 2.0), 0, 0, 0, 0);
+  const CmColorKeyOverlay exactPixels(picture, Parameters(OverlayPixelExact), 0, 0, 0, 0);
+  const CmColorKeyOverlay tiny(picture, Parameters(OverlayScale, 1e-9), 0, 0, 0, 0);
+  const struct {
+    const CmColorKeyOverlay& overlay;
+    const CmImage& image;
+    bool fit;
+    uint64_t width, height;
+  } cases[] = {
+      {plain, image, true, 40, 20},
+      {exact, image, true, 10, 20},
+      {exact, image, false, 40, 20},
+      // Scaled to the image: the relatively wider side decides.
+      {half, image, true, 50, 25},
+      {twice, image, false, 200, 100},
+      {twice, image, true, 100, 50},
+      // Wide pixels on the image: the picture is drawn half as wide, unless exact.
+      {plain, wide, true, 40, 40},
+      {exactPixels, wide, true, 40, 20},
+      // A turned image takes the picture turned, and nothing is ever 0 wide.
+      {plain, turned, true, 20, 40},
+      {tiny, image, true, 1, 1},
+  };
+  for (const auto& c : cases) {
+    uint64_t w = 0;
+    uint64_t h = 0;
+    c.overlay.GetActualOverlaySize(c.image, picture, c.fit, w, h);
+    EXPECT_EQ(std::make_pair(w, h), std::make_pair(c.width, c.height)) << &c - cases;
+  }
   CmImage empty;
+  uint64_t w = 0;
+  uint64_t h = 0;
   ExpectError([&] { plain.GetActualOverlaySize(empty, picture, true, w, h); },
               "Invalid image for overlay", 2);
 
@@ -239,7 +212,7 @@ TEST(ColorKeyOverlay, LandsAndClipsAlikeUnderEveryOrientation) {
           CmColorKeyOverlay onUpright(picture, p, 0, 0, 0, 0);
           onStored.Execute(stored);
           onUpright.Execute(upright);
-          ASSERT_TRUE(SamePixels(Upright(stored), upright))
+          ASSERT_TRUE(Planes(Upright(stored)) == Planes(upright))
               << "picture " << size.width << "x" << size.height << " flags " << p.flags << " x "
               << p.x << " y " << p.y << " rotation " << rotation << " flips " << flips;
           ++checked;
@@ -297,7 +270,7 @@ TEST(ColorKeyOverlay, KeyLetsTheImageThroughInEveryPath) {
   std::unique_ptr<ImImageTransformation> clone(keyed.Clone());
   CmImage again;
   clone->Execute(source, again);
-  EXPECT_TRUE(SamePixels(again, painted));
+  EXPECT_EQ(Planes(again), Planes(painted));
 }
 
 TEST(ColorKeyOverlay, PlanarPicturesNeedTheKeyInEveryPlane) {

@@ -9,7 +9,6 @@
 using namespace NmMediaProcessing;
 using NmImageTest::Sample;
 
-
 namespace {
 
 CmImage MakeImage(uint64_t width, uint64_t height, ColorFormat format) {
