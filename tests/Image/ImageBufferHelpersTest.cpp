@@ -56,25 +56,16 @@ TEST(ImageBufferHelpers, CroppedPlanesRefuseEmptyOrOutsideRegions) {
 }
 
 TEST(ImageBufferHelpers, FieldViewsOfEveryLayout) {
+  // How fields split is proven on their pixels with the images; here the
+  // orientations that the images do not reach, and the refusals.
   auto a = Allocated(3, 5, Gray);
   const CmPlane plane = a.GetPlane(0);
   const Orientation upright;
-  Orientation upsideDown;
-  upsideDown.flippedVertically = true;
-  Orientation turned;
-  turned.rotation = 1;
-  Orientation halfTurn; // normal form: both flags set
-  halfTurn.rotation = 2;
-
-  CmPlane top = GetFieldPlane(plane, InterleavedTopFirst, upright, 0);
-  CmPlane bottom = GetFieldPlane(plane, InterleavedBottomFirst, upright, 1);
-  EXPECT_EQ(top.height, 3u);
-  EXPECT_EQ(bottom.height, 2u);
-  EXPECT_EQ(top.rowStride, 2 * plane.rowStride);
-  EXPECT_EQ(bottom.data, plane.data + plane.rowStride);
+  const Orientation upsideDown = NmImageTest::MakeOrientation(0, true, false);
+  const Orientation turned = NmImageTest::MakeOrientation(1, false, false);
+  const Orientation halfTurn = NmImageTest::MakeOrientation(2, false, false); // both flags
   // Upside down with an odd height, picture row 0 is stored row 4: the top
   // field keeps the even rows. With an even height it moves to the odd rows.
-  EXPECT_EQ(GetFieldPlane(plane, InterleavedTopFirst, upsideDown, 0).data, plane.data);
   EXPECT_EQ(GetFieldPlane(plane, InterleavedTopFirst, halfTurn, 1).data,
             plane.data + plane.rowStride);
   for (uint64_t height = 1; height <= 8; ++height) {
@@ -89,16 +80,9 @@ TEST(ImageBufferHelpers, FieldViewsOfEveryLayout) {
       EXPECT_EQ((height - 1 - firstRow) % 2, field) << height << " field " << field;
     }
   }
-
-  top = GetFieldPlane(plane, SeparateTopFirst, upright, 0);
-  bottom = GetFieldPlane(plane, SeparateBottomFirst, upright, 1);
-  EXPECT_EQ(top.rowStride, plane.rowStride);
-  EXPECT_EQ(bottom.data, plane.data + 3 * plane.rowStride);
-  EXPECT_EQ(bottom.height, 2u);
   EXPECT_EQ(GetFieldPlane(plane, SeparateTopFirst, upsideDown, 0).data,
             plane.data + 2 * plane.rowStride);
   EXPECT_EQ(GetFieldPlane(plane, SeparateTopFirst, upsideDown, 1).data, plane.data);
-
   EXPECT_EQ(GetFieldPlane(plane, TopFieldOnly, upright, 0).height, 5u);
   EXPECT_EQ(GetFieldPlane(plane, BottomFieldOnly, upright, 1).height, 5u);
   EXPECT_EQ(GetFieldPlane(plane, static_cast<Interlacing>(9), upright, 1).height, 5u);
