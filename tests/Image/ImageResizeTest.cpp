@@ -5,7 +5,6 @@
 #include "MediaProcessing/Image/ImageBoundingRectangleResize.h"
 #include "MediaProcessing/Image/ImageBufferHelpers.h"
 #include "MediaProcessing/Image/ImageCrop.h"
-#include "MediaProcessing/Image/ImageDeinterlace.h"
 #include "MediaProcessing/Image/ImageResize.h"
 
 using namespace NmMediaProcessing;
@@ -254,13 +253,4 @@ TEST(ImageFilledRectangleResize, CentresOnBlackOfTheRightRange) {
               "Bounding rectangle width out of range", 2);
   ExpectError([] { CmImageFilledRectangleResize(10, 0, 1.0, true); },
               "Bounding rectangle height out of range", 2);
-}
-
-TEST(ImageDeinterlace, SingleFieldIsDoubledInHeight) {
-  CmImage field = MakeImage(4, 100, YCbCr420_Planar, 1, BottomFieldOnly);
-  CmImage result;
-  CmImageDeinterlace(false).Execute(field, result);
-  EXPECT_EQ(result.GetHeight(), 200u);
-  EXPECT_EQ(result.GetAttributes().interlacing, Progressive);
-  EXPECT_EQ(result.GetAttributes().aspectRatio, 1.0);
 }
