@@ -115,6 +115,7 @@ TEST(MaskDefinition, ArgumentChecksInOrderAndEquality) {
       {grid(10001, 1, std::vector<uint8_t>(10001, 1)), large, 3},
       {grid(1, 10001, {}), large, 3},
       {grid(2, 2, {1, 1, 1}), "Mask grid dimensions do not match the grid vector size", 3},
+      {grid(2, 2, {1, 1, 1, 1, 1}), "Mask grid dimensions do not match the grid vector size", 3},
       {[&] { a.IsMaskedAtPosition(0, 1, 0, 0); },
        "Invalid mask position dimensions (width/height = 0)", 3, base + "IsMaskedAtPosition"},
       {[&] { a.IsMaskedAtPosition(4, 4, 4, 0); }, outside, 3, base + "IsMaskedAtPosition"},

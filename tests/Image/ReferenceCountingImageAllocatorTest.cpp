@@ -59,6 +59,7 @@ TEST(ReferenceCountingImageAllocator, RefusesBadArgumentsInOrderAndMissingImages
   a.Allocate(2, 2, YCbCr444_Planar);
   ExpectRefusals({
       {[&] { (void)a.GetPlane(3); }, "Plane index out of range", 2},
+      {[&] { (void)a.GetWriteablePlane(3); }, "Plane index out of range", 2},
       {[&] { (void)a.IsSharedPlane(3); }, "Plane index out of range", 2},
   });
   a.Clear();
