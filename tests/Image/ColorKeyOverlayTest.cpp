@@ -12,6 +12,7 @@ using NmImageTest::ExpectError;
 using NmImageTest::ExpectRefusals;
 using NmImageTest::FillRandom;
 using NmImageTest::MakeImage;
+using NmImageTest::MakeOrientation;
 using NmImageTest::Planes;
 using NmImageTest::Sample;
 
@@ -139,29 +140,26 @@ TEST(OverlayGeometry, SizesFollowScaleAspectAndRoom) {
 
 TEST(OverlayGeometry, AlignmentFlagsSpeakOfWhatTheViewerSees) {
   const CmImage picture = MakeImage(4, 2, Gray, 4);
-  CmColorKeyOverlay left(picture, Parameters(OverlayLeft), 0, 0, 0, 0);
-  Orientation turned;
-  turned.rotation = 1;
+  // Where a 4 x 2 picture lands: x, y, width and height.
+  const auto place = [&](CmOverlayParameters p, uint64_t width, uint64_t height, Orientation o) {
+    const SmOverlayRectangle r =
+        CmColorKeyOverlay(picture, p, 0, 0, 0, 0).Position(width, height, o, 4, 2);
+    return std::vector<uint64_t>{r.x, r.y, r.width, r.height};
+  };
+  const auto at = [](std::vector<uint64_t> where) {
+    where.resize(2);
+    return where;
+  };
   // A quarter turn clockwise shows the stored top row as the left column.
-  SmOverlayRectangle r = left.Position(20, 10, turned, 4, 2);
-  EXPECT_EQ(r.y, 0u);
-  EXPECT_EQ(r.x, 8u);
-  Orientation mirrored;
-  mirrored.flippedHorizontally = true;
-  CmColorKeyOverlay right(picture, Parameters(OverlayRight | OverlayBottom), 0, 0, 0, 0);
-  r = right.Position(20, 10, mirrored, 4, 2);
-  EXPECT_EQ(r.x, 0u);
-  EXPECT_EQ(r.y, 8u);
+  EXPECT_EQ(at(place(Parameters(OverlayLeft), 20, 10, MakeOrientation(1, false, false))),
+            (std::vector<uint64_t>{8, 0}));
+  const CmOverlayParameters rightBottom = Parameters(OverlayRight | OverlayBottom);
+  EXPECT_EQ(at(place(rightBottom, 20, 10, MakeOrientation(0, false, true))),
+            (std::vector<uint64_t>{0, 8}));
   // Too large: the rectangle never leaves the image.
-  r = right.Position(3, 1, Orientation(), 4, 2);
-  EXPECT_EQ(r.x, 0u);
-  EXPECT_EQ(r.width, 3u);
-  EXPECT_EQ(r.height, 1u);
-  CmColorKeyOverlay beyond(picture, Parameters(OverlayLeft | OverlayTop, 1.0, 1.5, -0.5), 0, 0, 0,
-                           0);
-  r = beyond.Position(20, 10, Orientation(), 4, 2);
-  EXPECT_EQ(r.x, 16u);
-  EXPECT_EQ(r.y, 0u);
+  EXPECT_EQ(place(rightBottom, 3, 1, Orientation()), (std::vector<uint64_t>{0, 0, 3, 1}));
+  EXPECT_EQ(at(place(Parameters(OverlayLeft | OverlayTop, 1.0, 1.5, -0.5), 20, 10, Orientation())),
+            (std::vector<uint64_t>{16, 0}));
 }
 
 TEST(ColorKeyOverlay, LandsAndClipsAlikeUnderEveryOrientation) {
