@@ -2,6 +2,8 @@
 
 #include <deque>
 #include <functional>
+#include <numeric>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -14,15 +16,13 @@ namespace NmImageTest {
 inline NmMediaProcessing::CmImage
 MakeImage(uint64_t width, uint64_t height, NmMediaProcessing::ColorFormat format, uint32_t seed = 1,
           NmMediaProcessing::Interlacing interlacing = NmMediaProcessing::Progressive,
-          int sub = -1) {
+          std::optional<NmMediaProcessing::SubColorFormat> sub = std::nullopt) {
   using namespace NmMediaProcessing;
   CmImage image;
   image.Allocate(width, height, format);
   FillRandom(image, seed + static_cast<uint32_t>(width * 7 + height * 3 + format));
-  image.GetAttributes().subColorFormat = sub >= 0 ? static_cast<SubColorFormat>(sub)
-                                         : IsMultiPlaneFormat(format) || format == Gray
-                                             ? SubColorFormatVideoRange
-                                             : NotApplicable;
+  image.GetAttributes().subColorFormat = sub.value_or(
+      IsMultiPlaneFormat(format) || format == Gray ? SubColorFormatVideoRange : NotApplicable);
   image.GetAttributes().interlacing = interlacing;
   return image;
 }
@@ -48,8 +48,9 @@ inline std::vector<std::vector<uint8_t>> Planes(const NmMediaProcessing::CmImage
 inline std::vector<uint8_t> Column(const NmMediaProcessing::CmImage& image, uint64_t plane,
                                    uint64_t x, std::vector<uint64_t> rows = {}) {
   const auto p = image.Allocator().GetPlane(plane);
-  for (uint64_t y = rows.empty() ? 0 : p.height; y < p.height; ++y) {
-    rows.push_back(y);
+  if (rows.empty()) {
+    rows.resize(p.height);
+    std::iota(rows.begin(), rows.end(), 0);
   }
   std::vector<uint8_t> column;
   for (const uint64_t y : rows) {
@@ -58,6 +59,7 @@ inline std::vector<uint8_t> Column(const NmMediaProcessing::CmImage& image, uint
   return column;
 }
 
+// A rotation in quarter turns clockwise and the mirrors.
 inline NmMediaProcessing::Orientation MakeOrientation(uint32_t rotation, bool vertical,
                                                       bool horizontal) {
   NmMediaProcessing::Orientation o;
