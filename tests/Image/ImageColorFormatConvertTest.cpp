@@ -108,7 +108,8 @@ TEST(ImageColorFormatConvert, GrayAndPlanarRelabels) {
 TEST(ImageColorFormatConvert, PackedFormatsBetweenEachOther) {
   const CmImage rgb = Noise(9, 3, RGB24, NotApplicable);
   const uint8_t* in = rgb.Allocator().GetPlane(0).GetPixelAddress(8, 2);
-  const uint8_t* out = Converted(rgb, BGRA).Allocator().GetPlane(0).GetPixelAddress(8, 2);
+  const CmImage bgra = Converted(rgb, BGRA);
+  const uint8_t* out = bgra.Allocator().GetPlane(0).GetPixelAddress(8, 2);
   EXPECT_EQ(std::vector<uint8_t>(out, out + 4), (std::vector<uint8_t>{in[2], in[1], in[0], 255}));
   const CmImage rgb32 = Converted(rgb, RGB32);
   EXPECT_TRUE(SamePicture(Converted(rgb32, RGB24), rgb));
