@@ -2,25 +2,21 @@
 
 #include <string>
 
+#include "Image/ImageFixtures.h"
 #include "MediaProcessing/Image/ColorKeyOverlay.h"
 #include "MediaProcessing/Image/ImageFlip.h"
 #include "MediaProcessing/Image/ImageRotate90Right.h"
-#include "support/ImageTestSupport.h"
 
 using namespace NmMediaProcessing;
 using NmImageTest::ExpectError;
+using NmImageTest::ExpectRefusals;
 using NmImageTest::FillRandom;
+using NmImageTest::MakeImage;
+using NmImageTest::MakeOrientation;
+using NmImageTest::Planes;
 using NmImageTest::Sample;
 
 namespace {
-
-CmImage MakeImage(uint64_t width, uint64_t height, ColorFormat format, uint32_t seed) {
-  CmImage image;
-  image.Allocate(width, height, format);
-  FillRandom(image, seed);
-  image.GetAttributes().subColorFormat = format == Gray ? SubColorFormatPlainGray : NotApplicable;
-  return image;
-}
 
 CmOverlayParameters Parameters(uint32_t flags, double scale = 1.0, double x = -1.0,
                                double y = -1.0) {
@@ -56,98 +52,76 @@ CmImage Upright(const CmImage& stored) {
   return stored;
 }
 
-bool SamePixels(const CmImage& a, const CmImage& b) {
-  if (a.GetWidth() != b.GetWidth() || a.GetHeight() != b.GetHeight()) {
-    return false;
-  }
-  const auto pa = a.Allocator().GetPlane(0);
-  const auto pb = b.Allocator().GetPlane(0);
-  for (uint64_t y = 0; y < pa.height; ++y) {
-    for (uint64_t x = 0; x < pa.width * pa.bytesPerPixel; ++x) {
-      if (pa.data[y * pa.rowStride + x] != pb.data[y * pb.rowStride + x]) {
-        return false;
-      }
-    }
-  }
-  return true;
-}
-
 } // namespace
 
 TEST(OverlayParameters, ConstructorRefusesContradictions) {
   const CmImage picture = MakeImage(4, 4, Gray, 1);
-  const auto make = [&](const CmOverlayParameters& p) {
-    CmColorKeyOverlay(picture, p, 0, 0, 0, 0);
+  const auto make = [&](uint32_t flags, double scale = 1.0, double x = -1.0, double y = -1.0) {
+    return [&picture, flags, scale, x, y] {
+      CmColorKeyOverlay(picture, Parameters(flags, scale, x, y), 0, 0, 0, 0);
+    };
   };
-  ExpectError([&] { make(Parameters(OverlayScale | OverlayLeft | OverlayRight, 0.0)); },
-              "Scaling factor must be positive if scaling is enabled", 2);
-  ExpectError([&] { make(Parameters(OverlayScale, -1.0)); },
-              "Scaling factor must be positive if scaling is enabled", 2);
-  ExpectError([&] { make(Parameters(OverlayLeft | OverlayRight)); },
-              "Overlay cannot be both left- and right-aligned", 2);
-  ExpectError([&] { make(Parameters(OverlayTop | OverlayBottom)); },
-              "Overlay cannot be both top- and bottom-aligned", 2);
-  ExpectError([&] { make(Parameters(OverlayLeft, 1.0, 0.5, 0.5)); },
-              "Exact positioning of overlay requires top and left flags to be set", 2);
-  ExpectError([&] { make(Parameters(OverlayTop, 1.0, -1.0, 0.5)); },
-              "Exact positioning of overlay requires top and left flags to be set", 2);
-  ExpectError([&] { make(Parameters(OverlayLeft | OverlayTop | OverlayScale, 1.0, 0.5, 0.5)); },
-              "Exact positioned overlays cannot be scaled", 2);
-  make(Parameters(OverlayLeft | OverlayTop, 1.0, 0.5, 0.5));
-  make(Parameters(OverlayScale, 0.01));
-  CmImage empty;
-  ExpectError([&] { CmColorKeyOverlay(empty, Parameters(0), 0, 0, 0, 0); }, "Invalid overlay image",
-              2);
+  const std::string scale = "Scaling factor must be positive if scaling is enabled";
+  const std::string exact = "Exact positioning of overlay requires top and left flags to be set";
+  ExpectRefusals({
+      {make(OverlayScale | OverlayLeft | OverlayRight, 0.0), scale, 2},
+      {make(OverlayScale, -1.0), scale, 2},
+      {make(OverlayLeft | OverlayRight), "Overlay cannot be both left- and right-aligned", 2},
+      {make(OverlayTop | OverlayBottom), "Overlay cannot be both top- and bottom-aligned", 2},
+      {make(OverlayLeft, 1.0, 0.5, 0.5), exact, 2},
+      {make(OverlayTop, 1.0, -1.0, 0.5), exact, 2},
+      {make(OverlayLeft | OverlayTop | OverlayScale, 1.0, 0.5, 0.5),
+       "Exact positioned overlays cannot be scaled", 2},
+      {[] { CmColorKeyOverlay(CmImage(), Parameters(0), 0, 0, 0, 0); }, "Invalid overlay image", 2},
+  });
+  make(OverlayLeft | OverlayTop, 1.0, 0.5, 0.5)();
+  make(OverlayScale, 0.01)();
 }
 
 TEST(OverlayGeometry, SizesFollowScaleAspectAndRoom) {
   const CmImage image = MakeImage(100, 50, Gray, 2);
   const CmImage picture = MakeImage(40, 20, Gray, 3);
-  uint64_t w = 0;
-  uint64_t h = 0;
-  CmColorKeyOverlay plain(picture, Parameters(0), 0, 0, 0, 0);
-  plain.GetActualOverlaySize(image, picture, true, w, h);
-  EXPECT_EQ(w, 40u);
-  EXPECT_EQ(h, 20u);
-  // Exact x = 0.9 leaves round(0.1 * 100) = 10 columns of room.
-  CmColorKeyOverlay exact(picture, Parameters(OverlayLeft | OverlayTop, 1.0, 0.9, 0.2), 0, 0, 0, 0);
-  exact.GetActualOverlaySize(image, picture, true, w, h);
-  EXPECT_EQ(w, 10u);
-  EXPECT_EQ(h, 20u);
-  exact.GetActualOverlaySize(image, picture, false, w, h);
-  EXPECT_EQ(w, 40u);
-  // Scaled to the image: the relatively wider side decides.
-  CmColorKeyOverlay half(picture, Parameters(OverlayScale, 0.5), 0, 0, 0, 0);
-  half.GetActualOverlaySize(image, picture, true, w, h);
-  EXPECT_EQ(w, 50u);
-  EXPECT_EQ(h, 25u);
-  CmColorKeyOverlay twice(picture, Parameters(OverlayScale, 2.0), 0, 0, 0, 0);
-  twice.GetActualOverlaySize(image, picture, false, w, h);
-  EXPECT_EQ(w, 200u);
-  twice.GetActualOverlaySize(image, picture, true, w, h);
-  EXPECT_EQ(w, 100u);
-  EXPECT_EQ(h, 50u);
-  // Pixels twice as wide as high on the image: the picture is drawn half as wide.
-  CmImage wide = image;
+  CmImage wide = image; // pixels twice as wide as high
   wide.GetAttributes().aspectRatio = 2.0;
-  plain.GetActualOverlaySize(wide, picture, true, w, h);
-  EXPECT_EQ(w, 40u);
-  EXPECT_EQ(h, 40u);
-  CmColorKeyOverlay exactPixels(picture, Parameters(OverlayPixelExact), 0, 0, 0, 0);
-  exactPixels.GetActualOverlaySize(wide, picture, true, w, h);
-  EXPECT_EQ(w, 40u);
-  EXPECT_EQ(h, 20u);
-  // A turned image takes the picture turned, and nothing is ever 0 wide.
   CmImage turned = image;
   turned.GetAttributes().orientation.rotation = 1;
-  plain.GetActualOverlaySize(turned, picture, true, w, h);
-  EXPECT_EQ(w, 20u);
-  EXPECT_EQ(h, 40u);
-  CmColorKeyOverlay tiny(picture, Parameters(OverlayScale, 1e-9), 0, 0, 0, 0);
-  tiny.GetActualOverlaySize(image, picture, true, w, h);
-  EXPECT_EQ(w, 1u);
-  EXPECT_EQ(h, 1u);
+  const CmColorKeyOverlay plain(picture, Parameters(0), 0, 0, 0, 0);
+  // Exact x = 0.9 leaves round(0.1 * 100) = 10 columns of room.
+  const CmColorKeyOverlay exact(picture, Parameters(OverlayLeft | OverlayTop, 1.0, 0.9, 0.2), 0, 0,
+                                0, 0);
+  const CmColorKeyOverlay half(picture, Parameters(OverlayScale, 0.5), 0, 0, 0, 0);
+  const CmColorKeyOverlay twice(picture, Parameters(OverlayScale, 2.0), 0, 0, 0, 0);
+  const CmColorKeyOverlay exactPixels(picture, Parameters(OverlayPixelExact), 0, 0, 0, 0);
+  const CmColorKeyOverlay tiny(picture, Parameters(OverlayScale, 1e-9), 0, 0, 0, 0);
+  const struct {
+    const CmColorKeyOverlay& overlay;
+    const CmImage& image;
+    bool fit;
+    uint64_t width, height;
+  } cases[] = {
+      {plain, image, true, 40, 20},
+      {exact, image, true, 10, 20},
+      {exact, image, false, 40, 20},
+      // Scaled to the image: the relatively wider side decides.
+      {half, image, true, 50, 25},
+      {twice, image, false, 200, 100},
+      {twice, image, true, 100, 50},
+      // Wide pixels on the image: the picture is drawn half as wide, unless exact.
+      {plain, wide, true, 40, 40},
+      {exactPixels, wide, true, 40, 20},
+      // A turned image takes the picture turned, and nothing is ever 0 wide.
+      {plain, turned, true, 20, 40},
+      {tiny, image, true, 1, 1},
+  };
+  for (const auto& c : cases) {
+    uint64_t w = 0;
+    uint64_t h = 0;
+    c.overlay.GetActualOverlaySize(c.image, picture, c.fit, w, h);
+    EXPECT_EQ(std::make_pair(w, h), std::make_pair(c.width, c.height)) << &c - cases;
+  }
   CmImage empty;
+  uint64_t w = 0;
+  uint64_t h = 0;
   ExpectError([&] { plain.GetActualOverlaySize(empty, picture, true, w, h); },
               "Invalid image for overlay", 2);
 
@@ -166,29 +140,26 @@ TEST(OverlayGeometry, SizesFollowScaleAspectAndRoom) {
 
 TEST(OverlayGeometry, AlignmentFlagsSpeakOfWhatTheViewerSees) {
   const CmImage picture = MakeImage(4, 2, Gray, 4);
-  CmColorKeyOverlay left(picture, Parameters(OverlayLeft), 0, 0, 0, 0);
-  Orientation turned;
-  turned.rotation = 1;
+  // Where a 4 x 2 picture lands: x, y, width and height.
+  const auto place = [&](CmOverlayParameters p, uint64_t width, uint64_t height, Orientation o) {
+    const SmOverlayRectangle r =
+        CmColorKeyOverlay(picture, p, 0, 0, 0, 0).Position(width, height, o, 4, 2);
+    return std::vector<uint64_t>{r.x, r.y, r.width, r.height};
+  };
+  const auto at = [](std::vector<uint64_t> where) {
+    where.resize(2);
+    return where;
+  };
   // A quarter turn clockwise shows the stored top row as the left column.
-  SmOverlayRectangle r = left.Position(20, 10, turned, 4, 2);
-  EXPECT_EQ(r.y, 0u);
-  EXPECT_EQ(r.x, 8u);
-  Orientation mirrored;
-  mirrored.flippedHorizontally = true;
-  CmColorKeyOverlay right(picture, Parameters(OverlayRight | OverlayBottom), 0, 0, 0, 0);
-  r = right.Position(20, 10, mirrored, 4, 2);
-  EXPECT_EQ(r.x, 0u);
-  EXPECT_EQ(r.y, 8u);
+  EXPECT_EQ(at(place(Parameters(OverlayLeft), 20, 10, MakeOrientation(1, false, false))),
+            (std::vector<uint64_t>{8, 0}));
+  const CmOverlayParameters rightBottom = Parameters(OverlayRight | OverlayBottom);
+  EXPECT_EQ(at(place(rightBottom, 20, 10, MakeOrientation(0, false, true))),
+            (std::vector<uint64_t>{0, 8}));
   // Too large: the rectangle never leaves the image.
-  r = right.Position(3, 1, Orientation(), 4, 2);
-  EXPECT_EQ(r.x, 0u);
-  EXPECT_EQ(r.width, 3u);
-  EXPECT_EQ(r.height, 1u);
-  CmColorKeyOverlay beyond(picture, Parameters(OverlayLeft | OverlayTop, 1.0, 1.5, -0.5), 0, 0, 0,
-                           0);
-  r = beyond.Position(20, 10, Orientation(), 4, 2);
-  EXPECT_EQ(r.x, 16u);
-  EXPECT_EQ(r.y, 0u);
+  EXPECT_EQ(place(rightBottom, 3, 1, Orientation()), (std::vector<uint64_t>{0, 0, 3, 1}));
+  EXPECT_EQ(at(place(Parameters(OverlayLeft | OverlayTop, 1.0, 1.5, -0.5), 20, 10, Orientation())),
+            (std::vector<uint64_t>{16, 0}));
 }
 
 TEST(ColorKeyOverlay, LandsAndClipsAlikeUnderEveryOrientation) {
@@ -239,7 +210,7 @@ TEST(ColorKeyOverlay, LandsAndClipsAlikeUnderEveryOrientation) {
           CmColorKeyOverlay onUpright(picture, p, 0, 0, 0, 0);
           onStored.Execute(stored);
           onUpright.Execute(upright);
-          ASSERT_TRUE(SamePixels(Upright(stored), upright))
+          ASSERT_TRUE(Planes(Upright(stored)) == Planes(upright))
               << "picture " << size.width << "x" << size.height << " flags " << p.flags << " x "
               << p.x << " y " << p.y << " rotation " << rotation << " flips " << flips;
           ++checked;
@@ -297,7 +268,7 @@ TEST(ColorKeyOverlay, KeyLetsTheImageThroughInEveryPath) {
   std::unique_ptr<ImImageTransformation> clone(keyed.Clone());
   CmImage again;
   clone->Execute(source, again);
-  EXPECT_TRUE(SamePixels(again, painted));
+  EXPECT_EQ(Planes(again), Planes(painted));
 }
 
 TEST(ColorKeyOverlay, PlanarPicturesNeedTheKeyInEveryPlane) {

@@ -1,26 +1,15 @@
 #include <gtest/gtest.h>
 
+#include "Image/ImageFixtures.h"
 #include "MediaProcessing/Image/ImageCrop.h"
 #include "MediaProcessing/Image/ImageFlip.h"
 #include "MediaProcessing/Image/ImageRotate90Right.h"
 #include "MediaProcessing/Image/StaticImageAllocator.h"
-#include "support/ImageTestSupport.h"
 
 using namespace NmMediaProcessing;
 using NmImageTest::ExpectError;
-using NmImageTest::FillRandom;
+using NmImageTest::MakeImage;
 using NmImageTest::Sample;
-
-namespace {
-CmImage MakeImage(uint64_t width, uint64_t height, ColorFormat format) {
-  CmImage image;
-  image.Allocate(width, height, format);
-  FillRandom(image, static_cast<uint32_t>(width * 31 + height + format));
-  image.GetAttributes().subColorFormat =
-      IsMultiPlaneFormat(format) || format == Gray ? SubColorFormatVideoRange : NotApplicable;
-  return image;
-}
-} // namespace
 
 TEST(ImageCrop, SharesPlanesAndChecksItsRectangle) {
   const CmImage source = MakeImage(10, 8, YCbCr420_Planar);

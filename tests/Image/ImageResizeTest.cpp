@@ -1,30 +1,19 @@
 #include <gtest/gtest.h>
 
 #include "Codecs/Primitives/Resize.h"
+#include "Image/ImageFixtures.h"
 #include "MediaProcessing/Image/ImageBoundingRectangleResize.h"
 #include "MediaProcessing/Image/ImageBufferHelpers.h"
 #include "MediaProcessing/Image/ImageCrop.h"
-#include "MediaProcessing/Image/ImageDeinterlace.h"
 #include "MediaProcessing/Image/ImageResize.h"
-#include "support/ImageTestSupport.h"
 
 using namespace NmMediaProcessing;
 using NmImageTest::ExpectError;
-using NmImageTest::FillRandom;
+using NmImageTest::MakeImage;
+using NmImageTest::Planes;
 using NmImageTest::Sample;
 
 namespace {
-
-CmImage MakeImage(uint64_t width, uint64_t height, ColorFormat format,
-                  Interlacing interlacing = Progressive) {
-  CmImage image;
-  image.Allocate(width, height, format);
-  FillRandom(image, static_cast<uint32_t>(width * 7 + height * 3 + format));
-  image.GetAttributes().subColorFormat =
-      IsMultiPlaneFormat(format) || format == Gray ? SubColorFormatVideoRange : NotApplicable;
-  image.GetAttributes().interlacing = interlacing;
-  return image;
-}
 
 // Plane 0 of the image as the primitive resizes it in the given mode.
 std::vector<uint8_t> ResizedLuma(const CmImage& image, uint64_t width, uint64_t height,
@@ -38,32 +27,6 @@ std::vector<uint8_t> ResizedLuma(const CmImage& image, uint64_t width, uint64_t 
                             scratch.data(), scratch.size(),
                             NmPrimitives::SmResizeWindow::Whole(width, height));
   return out;
-}
-
-std::vector<uint8_t> Luma(const CmImage& image) {
-  const auto plane = image.Allocator().GetPlane(0);
-  std::vector<uint8_t> out;
-  for (uint64_t y = 0; y < plane.height; ++y) {
-    out.insert(out.end(), plane.data + y * plane.rowStride,
-               plane.data + y * plane.rowStride + plane.width * plane.pixelStride);
-  }
-  return out;
-}
-
-// The samples of every plane, row by row, without stride gaps.
-std::vector<std::vector<uint8_t>> Samples(const CmImage& image) {
-  std::vector<std::vector<uint8_t>> planes;
-  for (uint64_t i = 0; i < image.Allocator().GetPlaneCount(); ++i) {
-    const auto plane = image.Allocator().GetPlane(i);
-    std::vector<uint8_t>& out = planes.emplace_back();
-    for (uint64_t y = 0; y < plane.height; ++y) {
-      for (uint64_t x = 0; x < plane.width; ++x) {
-        const uint8_t* pixel = plane.GetPixelAddress(x, y);
-        out.insert(out.end(), pixel, pixel + plane.bytesPerPixel);
-      }
-    }
-  }
-  return planes;
 }
 
 } // namespace
@@ -89,13 +52,13 @@ TEST(ImageResize, ChoosesTheInterpolationByOptions) {
     resize.SetOptions(c.options);
     CmImage result;
     resize.Execute(source, result);
-    EXPECT_EQ(Luma(result), ResizedLuma(source, c.width, c.height, c.mode))
+    EXPECT_EQ(Planes(result)[0], ResizedLuma(source, c.width, c.height, c.mode))
         << c.options << " " << c.width << "x" << c.height;
     // A clone resizes the same way.
     std::unique_ptr<ImImageTransformation> clone(resize.Clone());
     CmImage again;
     clone->Execute(source, again);
-    EXPECT_EQ(Luma(again), Luma(result));
+    EXPECT_EQ(Planes(again)[0], Planes(result)[0]);
   }
 }
 
@@ -154,7 +117,7 @@ TEST(ImageResize, AWindowIsTheCropOfTheWhole) {
     const uint64_t x = random() % w, y = random() % h;
     const uint64_t ww = 1 + random() % (w - x), wh = 1 + random() % (h - y);
     const CmImage source =
-        MakeImage(sw, sh, format, interlaced ? InterleavedTopFirst : Progressive);
+        MakeImage(sw, sh, format, 1, interlaced ? InterleavedTopFirst : Progressive);
     for (const uint32_t options :
          {0u, +ImImageTransformation::OptionFast, +ImImageTransformation::OptionHighQuality}) {
       SCOPED_TRACE(::testing::Message() << "format " << format << " " << sw << "x" << sh << " to "
@@ -173,7 +136,7 @@ TEST(ImageResize, AWindowIsTheCropOfTheWhole) {
       ASSERT_EQ(actual.GetColorFormat(), expected.GetColorFormat());
       ASSERT_EQ(actual.GetWidth(), ww);
       ASSERT_EQ(actual.GetHeight(), wh);
-      EXPECT_EQ(Samples(actual), Samples(expected));
+      EXPECT_EQ(Planes(actual), Planes(expected));
       EXPECT_DOUBLE_EQ(actual.GetAttributes().aspectRatio, expected.GetAttributes().aspectRatio);
     }
   }
@@ -184,7 +147,7 @@ TEST(ImageResize, AWindowIsTheCropOfTheWhole) {
   CmImageResize same(30, 20, true);
   same.SetOutputWindow(3, 5, 10, 9);
   same.Execute(image);
-  EXPECT_EQ(Samples(image), Samples(expected));
+  EXPECT_EQ(Planes(image), Planes(expected));
   ExpectError([&] { same.SetOutputWindow(25, 0, 6, 1); }, "Clipping region is outside plane", 3);
   ExpectError([&] { same.SetOutputWindow(0, 0, 0, 1); }, "Clipping region is empty", 2);
 }
@@ -200,7 +163,7 @@ TEST(ImageResize, RefusesWhatItCannotDo) {
   ExpectError([&] { CmImageResize(10, 10, true).Execute(CmImage(), result); },
               "Cannot resize invalid image with width and/or height of 0", 1,
               "NmMediaProcessing::CmImageResize::Execute");
-  const CmImage interleaved = MakeImage(20, 20, Gray, InterleavedTopFirst);
+  const CmImage interleaved = MakeImage(20, 20, Gray, 1, InterleavedTopFirst);
   ExpectError([&] { CmImageResize(10, 10, true).Execute(interleaved, result); },
               "Cannot resize interleaved images vertically", 1);
   CmImageResize(10, 20, true).Execute(interleaved, result);
@@ -290,13 +253,4 @@ TEST(ImageFilledRectangleResize, CentresOnBlackOfTheRightRange) {
               "Bounding rectangle width out of range", 2);
   ExpectError([] { CmImageFilledRectangleResize(10, 0, 1.0, true); },
               "Bounding rectangle height out of range", 2);
-}
-
-TEST(ImageDeinterlace, SingleFieldIsDoubledInHeight) {
-  CmImage field = MakeImage(4, 100, YCbCr420_Planar, BottomFieldOnly);
-  CmImage result;
-  CmImageDeinterlace(false).Execute(field, result);
-  EXPECT_EQ(result.GetHeight(), 200u);
-  EXPECT_EQ(result.GetAttributes().interlacing, Progressive);
-  EXPECT_EQ(result.GetAttributes().aspectRatio, 1.0);
 }

@@ -1,12 +1,14 @@
 #include <gtest/gtest.h>
 
+#include "Image/ImageFixtures.h"
 #include "MediaProcessing/Image/Image.h"
 #include "MediaProcessing/Image/ReferenceCountingImageAllocator.h"
 #include "MediaProcessing/Image/StaticImageAllocator.h"
-#include "support/ImageTestSupport.h"
 
 using namespace NmMediaProcessing;
+using NmImageTest::Column;
 using NmImageTest::ExpectError;
+using NmImageTest::ExpectRefusals;
 using NmImageTest::Sample;
 
 namespace {
@@ -36,16 +38,15 @@ void FillPattern(CmImage& image) {
 TEST(Image, EmptyImageRefusesPixelAccess) {
   CmImage image;
   EXPECT_FALSE(image.IsValid());
-  EXPECT_EQ(image.GetWidth(), 0u);
-  EXPECT_EQ(image.GetHeight(), 0u);
+  EXPECT_EQ(image.GetWidth() + image.GetHeight(), 0u);
   EXPECT_EQ(image.GetAlignment(), 32u); // the default allocator's default
-  ExpectError([&] { (void)image.GetColorFormat(); }, "No valid image data", 1,
-              "NmMediaProcessing::CmBaseImage::GetColorFormat");
-  ExpectError([&] { (void)image.Allocator(); }, "No valid image data", 1,
-              "NmMediaProcessing::CmBaseImage::Allocator");
   const CmImage& constant = image;
-  ExpectError([&] { (void)constant.Allocator(); }, "No valid image data", 1,
-              "NmMediaProcessing::CmBaseImage::Allocator");
+  const std::string name = "NmMediaProcessing::CmBaseImage::";
+  ExpectRefusals({
+      {[&] { (void)image.GetColorFormat(); }, "No valid image data", 1, name + "GetColorFormat"},
+      {[&] { (void)image.Allocator(); }, "No valid image data", 1, name + "Allocator"},
+      {[&] { (void)constant.Allocator(); }, "No valid image data", 1, name + "Allocator"},
+  });
 }
 
 TEST(Image, AllocateResetsAttributesAndReusesPlanes) {
@@ -62,9 +63,6 @@ TEST(Image, AllocateResetsAttributesAndReusesPlanes) {
   EXPECT_EQ(image.GetAttributes().interlacing, Progressive);
   EXPECT_EQ(image.GetAttributes().attribute3, 0u);
   EXPECT_EQ(image.GetExtendedAttributes(), nullptr);
-  EXPECT_EQ(image.GetWidth(), 64u);
-  EXPECT_EQ(image.GetHeight(), 48u);
-  EXPECT_EQ(image.GetAlignment(), 32u);
   image.Allocate(64, 48, YCbCr420_Planar, 64);
   EXPECT_EQ(image.GetAlignment(), 64u);
   // A failing allocation leaves the image as it was.
@@ -114,7 +112,7 @@ TEST(Image, CopiesSharePlanesUntilWritten) {
   EXPECT_EQ(target.GetExtendedAttributes(), nullptr);
 }
 
-TEST(Image, AllocatorHandOver) {
+TEST(Image, AllocatorHandOverSharedReleaseAndAttributeCopies) {
   CmImage image;
   image.GetAttributes().aspectRatio = 3.0;
   auto allocator = std::make_unique<CmReferenceCountingImageAllocator>();
@@ -125,18 +123,13 @@ TEST(Image, AllocatorHandOver) {
   EXPECT_EQ(image.GetHeight(), 5u);
   EXPECT_EQ(image.GetAttributes().aspectRatio, 1.0);
   EXPECT_EQ(image.Allocator().GetPlane(0).data, pixels);
-
   std::unique_ptr<ImImageMemoryAllocation> released = image.ReleaseAllocator();
   EXPECT_FALSE(image.IsValid());
   EXPECT_EQ(image.GetWidth(), 0u);
   ASSERT_EQ(released->GetPlaneCount(), 1u);
   EXPECT_EQ(released->GetPlane(0).data, pixels);
-  image.Allocate(2, 2, Gray);
-  EXPECT_TRUE(image.IsValid());
-}
 
-TEST(Image, ReleaseIfSharedDropsOnlySharedPlanes) {
-  CmImage image;
+  // Releasing if shared drops only planes that another image holds too.
   image.Allocate(8, 8, YCbCr444_Planar);
   image.GetAttributes().aspectRatio = 2.0;
   image.ReleaseIfShared();
@@ -148,9 +141,8 @@ TEST(Image, ReleaseIfSharedDropsOnlySharedPlanes) {
   EXPECT_EQ(image.GetAttributes().aspectRatio, 1.0);
   EXPECT_TRUE(reader.IsValid());
   EXPECT_FALSE(reader.Allocator().IsSharedPlane(0));
-}
 
-TEST(Image, CopyAttributesReplacesOrDropsExtendedOnes) {
+  // Copying attributes replaces the extended ones, or drops them.
   CmImage a;
   CmImage b;
   b.SetExtendedAttributes(std::make_unique<CmTaggedAttributes>(1));
@@ -173,25 +165,24 @@ TEST(Image, SplitFieldsRefusesWhatHasNoTwoFields) {
   CmImage first;
   CmImage second;
   const std::string name = "NmMediaProcessing::CmImage::SplitFields";
-  ExpectError([&] { image.SplitFields(first, second); },
-              "Cannot split fields in an image that is not interlaced", 2, name);
-  image.GetAttributes().interlacing = TopFieldOnly;
-  ExpectError([&] { image.SplitFields(first, second); }, "Image doesn't contain a bottom field", 2,
-              name);
-  image.GetAttributes().interlacing = BottomFieldOnly;
-  ExpectError([&] { image.SplitFields(first, second); }, "Image doesn't contain a top field", 2,
-              name);
-  image.GetAttributes().interlacing = static_cast<Interlacing>(7);
-  ExpectError([&] { image.SplitFields(first, second); }, "Unknown interlacing format", 0, name);
-  CmImage line;
-  line.Allocate(4, 1, Gray);
-  line.GetAttributes().interlacing = InterleavedTopFirst;
-  ExpectError([&] { line.SplitFields(first, second); },
-              "An image of height 1 doesn't contain two fields", 1, name);
+  const auto split = [&](int interlacing, uint64_t height) {
+    return [&, interlacing, height] {
+      image.Allocate(4, height, Gray);
+      image.GetAttributes().interlacing = static_cast<Interlacing>(interlacing);
+      image.SplitFields(first, second);
+    };
+  };
+  ExpectRefusals({
+      {split(Progressive, 4), "Cannot split fields in an image that is not interlaced", 2, name},
+      {split(TopFieldOnly, 4), "Image doesn't contain a bottom field", 2, name},
+      {split(BottomFieldOnly, 4), "Image doesn't contain a top field", 2, name},
+      {split(7, 4), "Unknown interlacing format", 0, name},
+      {split(InterleavedTopFirst, 1), "An image of height 1 doesn't contain two fields", 1, name},
+  });
   EXPECT_FALSE(first.IsValid());
 }
 
-TEST(Image, SplitFieldsOfInterleavedAndSeparateLayouts) {
+TEST(Image, SplitFieldsOfEveryLayout) {
   // Height 5: the top field has rows 0, 2, 4 and the bottom rows 1, 3.
   CmImage image;
   image.Allocate(3, 5, Gray);
@@ -201,40 +192,32 @@ TEST(Image, SplitFieldsOfInterleavedAndSeparateLayouts) {
   CmImage first;
   CmImage second;
   image.SplitFields(first, second);
-  ASSERT_EQ(first.GetHeight(), 3u);
-  ASSERT_EQ(second.GetHeight(), 2u);
   EXPECT_EQ(first.GetWidth(), 3u);
   EXPECT_EQ(first.GetAttributes().interlacing, TopFieldOnly);
   EXPECT_EQ(second.GetAttributes().interlacing, BottomFieldOnly);
   EXPECT_EQ(second.GetAttributes().aspectRatio, 1.25);
-  for (uint64_t y = 0; y < 3; ++y) {
-    EXPECT_EQ(Sample(first, 0, 2, y), Sample(image, 0, 2, 2 * y));
-  }
-  for (uint64_t y = 0; y < 2; ++y) {
-    EXPECT_EQ(Sample(second, 0, 1, y), Sample(image, 0, 1, 2 * y + 1));
-  }
+  EXPECT_EQ(Column(first, 0, 2), Column(image, 0, 2, {0, 2, 4}));
+  EXPECT_EQ(Column(second, 0, 1), Column(image, 0, 1, {1, 3}));
 
   // Bottom first puts the bottom field in the first argument.
   image.GetAttributes().interlacing = InterleavedBottomFirst;
   image.SplitFields(first, second);
   EXPECT_EQ(first.GetAttributes().interlacing, BottomFieldOnly);
-  EXPECT_EQ(first.GetHeight(), 2u);
-  EXPECT_EQ(Sample(first, 0, 0, 1), Sample(image, 0, 0, 3));
+  EXPECT_EQ(Column(first, 0, 0), Column(image, 0, 0, {1, 3}));
 
   // Separate fields of height 5: the bottom field begins at row 3.
   image.GetAttributes().interlacing = SeparateTopFirst;
   image.SplitFields(first, second);
-  EXPECT_EQ(Sample(first, 0, 0, 2), Sample(image, 0, 0, 2));
-  EXPECT_EQ(Sample(second, 0, 0, 0), Sample(image, 0, 0, 3));
+  EXPECT_EQ(Column(first, 0, 0), Column(image, 0, 0, {0, 1, 2}));
+  EXPECT_EQ(Column(second, 0, 0), Column(image, 0, 0, {3, 4}));
 
   // Stored upside down, picture row r is stored row 4 - r: with this odd
   // height the picture's top field stays on the even rows (4, 2, 0).
   image.GetAttributes().interlacing = InterleavedTopFirst;
   image.GetAttributes().orientation.flippedVertically = true;
   image.SplitFields(first, second);
-  EXPECT_EQ(first.GetHeight(), 3u);
-  EXPECT_EQ(Sample(first, 0, 0, 0), Sample(image, 0, 0, 0));
-  EXPECT_EQ(Sample(second, 0, 0, 1), Sample(image, 0, 0, 3));
+  EXPECT_EQ(Column(first, 0, 0), Column(image, 0, 0, {0, 2, 4}));
+  EXPECT_EQ(Column(second, 0, 0), Column(image, 0, 0, {1, 3}));
   EXPECT_TRUE(first.GetAttributes().orientation.flippedVertically);
 
   // A rotated picture has no rows to split.
@@ -242,28 +225,19 @@ TEST(Image, SplitFieldsOfInterleavedAndSeparateLayouts) {
   image.GetAttributes().orientation.rotation = 1;
   ExpectError([&] { image.SplitFields(first, second); },
               "Can not get an interleaved field from a rotated image", 1);
-}
 
-TEST(Image, SplitFieldsOfPlanarFormats) {
-  CmImage image;
+  // Planar formats split every plane, each to its own height.
   image.Allocate(6, 8, YCbCr420_Planar);
   FillPattern(image);
   image.GetAttributes().interlacing = InterleavedTopFirst;
-  CmImage first;
-  CmImage second;
   image.SplitFields(first, second);
   ASSERT_EQ(first.GetColorFormat(), YCbCr420_Planar);
-  EXPECT_EQ(first.GetHeight(), 4u);
-  EXPECT_EQ(first.Allocator().GetPlane(1).height, 2u);
-  EXPECT_EQ(Sample(second, 1, 2, 1), Sample(image, 1, 2, 3));
-  EXPECT_EQ(Sample(first, 2, 0, 1), Sample(image, 2, 0, 2));
-
+  EXPECT_EQ(Column(second, 1, 2), Column(image, 1, 2, {1, 3}));
+  EXPECT_EQ(Column(first, 2, 0), Column(image, 2, 0, {0, 2}));
   image.Allocate(6, 5, YCbCr422_Planar);
   FillPattern(image);
   image.GetAttributes().interlacing = SeparateBottomFirst;
   image.SplitFields(first, second);
-  EXPECT_EQ(first.GetHeight(), 2u);
-  EXPECT_EQ(first.Allocator().GetPlane(2).height, 2u);
-  EXPECT_EQ(Sample(first, 2, 1, 1), Sample(image, 2, 1, 4));
-  EXPECT_EQ(Sample(second, 1, 1, 2), Sample(image, 1, 1, 2));
+  EXPECT_EQ(Column(first, 2, 1), Column(image, 2, 1, {3, 4}));
+  EXPECT_EQ(Column(second, 1, 1), Column(image, 1, 1, {0, 1, 2}));
 }

@@ -3,11 +3,12 @@
 #include <cfenv>
 #include <string>
 
+#include "Image/ImageFixtures.h"
 #include "MediaProcessing/Image/MaskRepository.h"
-#include "support/ImageTestSupport.h"
 
 using namespace NmMediaProcessing;
 using NmImageTest::ExpectError;
+using NmImageTest::ExpectRefusals;
 using NmImageTest::Sample;
 using NmTimeStamp::CmTimeStamp;
 
@@ -40,11 +41,9 @@ std::unique_ptr<ImMaskDefinition> DefinitionOf(const std::string& text) {
 } // namespace
 
 TEST(MaskText, AcceptsExactlyTheGrammar) {
-  EXPECT_TRUE(Parses("0x0"));
-  EXPECT_TRUE(Parses("2x1;01"));
-  EXPECT_TRUE(Parses("3x2;010;101"));
-  EXPECT_TRUE(Parses("1x1;0"));
-  EXPECT_TRUE(Parses("10x1;0000000001"));
+  for (const char* text : {"0x0", "2x1;01", "3x2;010;101", "1x1;0", "10x1;0000000001"}) {
+    EXPECT_TRUE(Parses(text)) << text;
+  }
   // Zero on one side only, leading zeros, a missing or extra row.
   for (const char* text : {"0x1", "1x0", "1x0;", "00x1;1", "01x1;1", "1x01;1", "1x1", "0x0;",
                            "0x00", "2x1;012", "2x1;01;", "2x1;0", "2x2;01", "2x2;01;10;"}) {
@@ -89,59 +88,45 @@ TEST(MaskText, GridReadsRowByRowAndAllZeroIsNoMask) {
   EXPECT_FALSE(DefinitionOf("3x2;000;001")->IsEmpty());
 }
 
-TEST(MaskDefinition, GridConstructorChecksInOrder) {
-  const std::string function =
-      "NmMediaProcessing::CmGridBasedMaskDefinition::CmGridBasedMaskDefinition";
-  ExpectError([] { CmGridBasedMaskDefinition(0, 0, {1}); },
-              "Invalid mask grid dimensions (columns/rows = 0) for non-empty grid vector", 3,
-              function);
-  EXPECT_TRUE(CmGridBasedMaskDefinition(0, 0, {}).IsEmpty());
-  ExpectError([] { CmGridBasedMaskDefinition(0, 1, {1}); },
-              "Invalid mask grid dimensions (columns/rows = 0)", 3);
-  ExpectError([] { CmGridBasedMaskDefinition(1, 0, {}); },
-              "Invalid mask grid dimensions (columns/rows = 0)", 3);
-  ExpectError([] { CmGridBasedMaskDefinition(10001, 1, std::vector<uint8_t>(10001, 1)); },
-              "Invalid mask grid dimensions (larger than allowed maximum)", 3);
-  ExpectError([] { CmGridBasedMaskDefinition(1, 10001, {}); },
-              "Invalid mask grid dimensions (larger than allowed maximum)", 3);
-  ExpectError(
-      [] {
-        CmGridBasedMaskDefinition(2, 2, {1, 1, 1});
-      },
-      "Mask grid dimensions do not match the grid vector size", 3);
-  EXPECT_FALSE(CmGridBasedMaskDefinition(10000, 1, std::vector<uint8_t>(10000, 1)).IsEmpty());
-}
-
-TEST(MaskDefinition, EqualityAndArgumentChecks) {
+TEST(MaskDefinition, ArgumentChecksInOrderAndEquality) {
   const CmGridBasedMaskDefinition a(2, 1, {0, 1});
-  const CmGridBasedMaskDefinition b(2, 1, {0, 1});
-  const CmGridBasedMaskDefinition c(2, 1, {1, 0});
-  const CmGridBasedMaskDefinition d(1, 2, {0, 1});
-  EXPECT_TRUE(a.IsEqual(b));
-  EXPECT_FALSE(a.IsEqual(c));
-  EXPECT_FALSE(a.IsEqual(d));
+  EXPECT_TRUE(a.IsEqual(CmGridBasedMaskDefinition(2, 1, {0, 1})));
+  EXPECT_FALSE(a.IsEqual(CmGridBasedMaskDefinition(2, 1, {1, 0})));
+  EXPECT_FALSE(a.IsEqual(CmGridBasedMaskDefinition(1, 2, {0, 1})));
   EXPECT_FALSE(a.IsEqual(CmAllEmptyMaskDefinition()));
   EXPECT_TRUE(a.Clone()->IsEqual(a));
+  EXPECT_TRUE(CmGridBasedMaskDefinition(0, 0, {}).IsEmpty());
+  EXPECT_FALSE(CmGridBasedMaskDefinition(10000, 1, std::vector<uint8_t>(10000, 1)).IsEmpty());
 
-  const std::string position = "NmMediaProcessing::CmMaskDefinitionBase::IsMaskedAtPosition";
-  ExpectError([&] { a.IsMaskedAtPosition(0, 1, 0, 0); },
-              "Invalid mask position dimensions (width/height = 0)", 3, position);
-  ExpectError([&] { a.IsMaskedAtPosition(4, 4, 4, 0); },
-              "Invalid mask positions (column/row outside of dimensions)", 3, position);
-  ExpectError([&] { a.IsMaskedAtPosition(4, 4, 0, 4); },
-              "Invalid mask positions (column/row outside of dimensions)", 3, position);
-  // Argument checks hold for an empty mask too.
-  ExpectError([] { CmAllEmptyMaskDefinition().IsMaskedAtPosition(2, 2, 2, 0); },
-              "Invalid mask positions (column/row outside of dimensions)", 3);
-
+  const auto grid = [](uint64_t columns, uint64_t rows, std::vector<uint8_t> cells) {
+    return [=] { CmGridBasedMaskDefinition(columns, rows, cells); };
+  };
+  const std::string zero = "Invalid mask grid dimensions (columns/rows = 0)";
+  const std::string large = "Invalid mask grid dimensions (larger than allowed maximum)";
+  const std::string outside = "Invalid mask positions (column/row outside of dimensions)";
+  const std::string identical = "Invalid mask indications values (must not be identical)";
+  const std::string base = "NmMediaProcessing::CmMaskDefinitionBase::";
   CmImage image;
-  const std::string create = "NmMediaProcessing::CmMaskDefinitionBase::CreateMaskImage";
-  ExpectError([&] { a.CreateMaskImage(0, 4, image); },
-              "Invalid mask image dimensions (width/height = 0)", 3, create);
-  ExpectError([&] { a.CreateMaskImage(4, 4, 9, 9, image); },
-              "Invalid mask indications values (must not be identical)", 3, create);
-  ExpectError([&] { CmAllEmptyMaskDefinition().CreateMaskImage(4, 4, 9, 9, image); },
-              "Invalid mask indications values (must not be identical)", 3, create);
+  ExpectRefusals({
+      {grid(0, 0, {1}), zero + " for non-empty grid vector", 3,
+       "NmMediaProcessing::CmGridBasedMaskDefinition::CmGridBasedMaskDefinition"},
+      {grid(0, 1, {1}), zero, 3},
+      {grid(1, 0, {}), zero, 3},
+      {grid(10001, 1, std::vector<uint8_t>(10001, 1)), large, 3},
+      {grid(1, 10001, {}), large, 3},
+      {grid(2, 2, {1, 1, 1}), "Mask grid dimensions do not match the grid vector size", 3},
+      {grid(2, 2, {1, 1, 1, 1, 1}), "Mask grid dimensions do not match the grid vector size", 3},
+      {[&] { a.IsMaskedAtPosition(0, 1, 0, 0); },
+       "Invalid mask position dimensions (width/height = 0)", 3, base + "IsMaskedAtPosition"},
+      {[&] { a.IsMaskedAtPosition(4, 4, 4, 0); }, outside, 3, base + "IsMaskedAtPosition"},
+      {[&] { a.IsMaskedAtPosition(4, 4, 0, 4); }, outside, 3},
+      // Argument checks hold for an empty mask too.
+      {[] { CmAllEmptyMaskDefinition().IsMaskedAtPosition(2, 2, 2, 0); }, outside, 3},
+      {[&] { a.CreateMaskImage(0, 4, image); }, "Invalid mask image dimensions (width/height = 0)",
+       3, base + "CreateMaskImage"},
+      {[&] { a.CreateMaskImage(4, 4, 9, 9, image); }, identical, 3, base + "CreateMaskImage"},
+      {[&] { CmAllEmptyMaskDefinition().CreateMaskImage(4, 4, 9, 9, image); }, identical, 3},
+  });
   CmAllEmptyMaskDefinition().CreateInverseMaskImage(3, 2, image);
   EXPECT_EQ(image.GetColorFormat(), Gray);
   EXPECT_EQ(image.GetAttributes().subColorFormat, SubColorFormatPlainGray);
@@ -149,10 +134,9 @@ TEST(MaskDefinition, EqualityAndArgumentChecks) {
 }
 
 TEST(MaskCells, StartsAndPixelsAgreeAtEveryEdge) {
-  EXPECT_EQ(CellStart(100, 3, 0), 0u);
-  EXPECT_EQ(CellStart(100, 3, 1), 33u);
-  EXPECT_EQ(CellStart(100, 3, 2), 67u);
-  EXPECT_EQ(CellStart(100, 3, 3), 100u);
+  EXPECT_EQ((std::vector<uint64_t>{CellStart(100, 3, 0), CellStart(100, 3, 1), CellStart(100, 3, 2),
+                                   CellStart(100, 3, 3)}),
+            (std::vector<uint64_t>{0, 33, 67, 100}));
   EXPECT_EQ(CellStart(100, 0, 1), 0u);
   EXPECT_EQ(CellOfPixel(0, 3, 0), 0u);
   // Each pixel lies in the cell whose start is the last one not after it.

@@ -1,55 +1,17 @@
 #include <gtest/gtest.h>
 
+#include "Image/ImageFixtures.h"
 #include "MediaProcessing/Image/ImageDeinterlace.h"
 #include "MediaProcessing/Image/ImageFlip.h"
 #include "MediaProcessing/Image/ImageRotate90Right.h"
 #include "MediaProcessing/Image/NormalizeImage.h"
-#include "support/ImageTestSupport.h"
 
 using namespace NmMediaProcessing;
 using NmImageTest::ExpectError;
-using NmImageTest::FillRandom;
+using NmImageTest::MakeImage;
+using NmImageTest::MakeOrientation;
+using NmImageTest::SamePicture;
 using NmImageTest::Sample;
-
-namespace {
-
-CmImage MakeImage(uint64_t width, uint64_t height, ColorFormat format) {
-  CmImage image;
-  image.Allocate(width, height, format);
-  FillRandom(image, static_cast<uint32_t>(width * 5 + height * 11 + format));
-  image.GetAttributes().subColorFormat =
-      IsMultiPlaneFormat(format) || format == Gray ? SubColorFormatVideoRange : NotApplicable;
-  return image;
-}
-
-bool SamePicture(const CmImage& a, const CmImage& b) {
-  if (a.GetColorFormat() != b.GetColorFormat() || a.GetWidth() != b.GetWidth() ||
-      a.GetHeight() != b.GetHeight()) {
-    return false;
-  }
-  for (uint64_t p = 0; p < a.Allocator().GetPlaneCount(); ++p) {
-    const auto pa = a.Allocator().GetPlane(p);
-    const auto pb = b.Allocator().GetPlane(p);
-    for (uint64_t y = 0; y < pa.height; ++y) {
-      if (!std::equal(pa.data + y * pa.rowStride,
-                      pa.data + y * pa.rowStride + pa.width * pa.bytesPerPixel,
-                      pb.data + y * pb.rowStride)) {
-        return false;
-      }
-    }
-  }
-  return true;
-}
-
-Orientation MakeOrientation(uint32_t rotation, bool vertical, bool horizontal) {
-  Orientation o;
-  o.rotation = rotation;
-  o.flippedVertically = vertical;
-  o.flippedHorizontally = horizontal;
-  return o;
-}
-
-} // namespace
 
 TEST(NormalizeImageOrientation, UndoesAnySequenceOfTurnsAndMirrors) {
   // The stored orientation records every turn and mirror; normalising to
@@ -114,9 +76,12 @@ TEST(NormalizeImageOrientation, CheapCasesAndLimits) {
 
   CmImage interlaced = MakeImage(6, 4, Gray);
   interlaced.GetAttributes().interlacing = InterleavedTopFirst;
-  ExpectError([&] {
-    CmNormalizeImageOrientation(MakeOrientation(1, false, false)).Execute(interlaced, result);
-  }, "Cannot rotate interlaced images", 1, "NmMediaProcessing::CmNormalizeImageOrientation::Execute");
+  ExpectError(
+      [&] {
+        CmNormalizeImageOrientation(MakeOrientation(1, false, false)).Execute(interlaced, result);
+      },
+      "Cannot rotate interlaced images", 1,
+      "NmMediaProcessing::CmNormalizeImageOrientation::Execute");
 
   // Odd 4:2:0 cannot turn its chroma: it goes through 4:4:4.
   CmNormalizeImageOrientation(MakeOrientation(1, false, false))

@@ -3,12 +3,13 @@
 #include <cstring>
 #include <thread>
 
+#include "Image/ImageFixtures.h"
 #include "MediaProcessing/Image/ReferenceCountingImageAllocator.h"
 #include "MediaProcessing/Image/StaticImageAllocator.h"
-#include "support/ImageTestSupport.h"
 
 using namespace NmMediaProcessing;
 using NmImageTest::ExpectError;
+using NmImageTest::ExpectRefusals;
 
 namespace {
 void Fill(ImImageMemoryAllocation& allocator) {
@@ -23,82 +24,55 @@ void Fill(ImImageMemoryAllocation& allocator) {
 }
 } // namespace
 
-TEST(ReferenceCountingImageAllocator, AllocateChecksItsArgumentsInOrder) {
+TEST(ReferenceCountingImageAllocator, RefusesBadArgumentsInOrderAndMissingImages) {
   CmReferenceCountingImageAllocator a;
+  EXPECT_EQ(a.GetPlaneCount(), 0u);
+  EXPECT_EQ(a.GetDefaultAlignment(), 32u);
+  EXPECT_FALSE(MatchesAlignment(a, 0));
   const std::string name = "NmMediaProcessing::CmReferenceCountingImageAllocator::Allocate";
-  ExpectError([&] { a.Allocate(0, 1, Gray); }, "Image width is out of range", 2, name);
-  ExpectError([&] { a.Allocate(32768, 1, Gray); }, "Image width is out of range", 2, name);
-  ExpectError([&] { a.Allocate(1, 0, Gray); }, "Image height is out of range", 2, name);
-  ExpectError([&] { a.Allocate(1, 32768, Gray); }, "Image height is out of range", 2, name);
-  ExpectError([&] { a.Allocate(1, 1, Gray, 65537); }, "Image alignment is out of range", 2, name);
-  ExpectError([&] { a.Allocate(0, 0, Gray, 65537); }, "Image width is out of range", 2, name);
-  ExpectError([&] { a.Allocate(1, 1, static_cast<ColorFormat>(10)); }, "Unsupported color format",
-              2, name);
-  ExpectError([&] { a.Allocate(1, 1, ColorFormatNone); }, "Unsupported color format", 2, name);
+  const std::string none = "No image is allocated";
+  const auto allocate = [&a](uint64_t width, uint64_t height, int format, uint64_t alignment) {
+    return [&a, width, height, format, alignment] {
+      a.Allocate(width, height, static_cast<ColorFormat>(format), alignment);
+    };
+  };
+  ExpectRefusals({
+      {allocate(0, 1, Gray, 32), "Image width is out of range", 2, name},
+      {allocate(32768, 1, Gray, 32), "Image width is out of range", 2, name},
+      {allocate(1, 0, Gray, 32), "Image height is out of range", 2, name},
+      {allocate(1, 32768, Gray, 32), "Image height is out of range", 2, name},
+      {allocate(1, 1, Gray, 65537), "Image alignment is out of range", 2, name},
+      {allocate(0, 0, Gray, 65537), "Image width is out of range", 2, name},
+      {allocate(1, 1, 10, 32), "Unsupported color format", 2, name},
+      {allocate(1, 1, ColorFormatNone, 32), "Unsupported color format", 2, name},
+      {[&] { (void)a.GetColorFormat(); }, none, 1},
+      {[&] { (void)a.GetPlane(0); }, none, 1},
+      {[&] { a.Crop(0, 0, 1, 1); }, none, 1},
+      {[&] { a.ReinterpretFormat(Gray); }, none, 1},
+  });
   a.Allocate(32767, 1, Gray);
   a.Allocate(1, 32767, Gray);
   a.Allocate(3, 2, RGB24, 65536);
   EXPECT_EQ(a.GetPlane(0).rowStride, 65536u);
   EXPECT_EQ(reinterpret_cast<uintptr_t>(a.GetPlane(0).data) % 65536, 0u);
   EXPECT_EQ(a.GetAlignment(), 65536u);
-}
-
-TEST(ReferenceCountingImageAllocator, GeometryOfEveryFormat) {
-  CmReferenceCountingImageAllocator a;
-  struct Case {
-    ColorFormat format;
-    uint64_t planes, bytesPerPixel, pixelStride, chromaWidth, chromaHeight;
-  };
-  const Case cases[] = {
-      {Gray, 1, 1, 1, 0, 0},
-      {RGB24, 1, 3, 3, 0, 0},
-      {BGR24, 1, 3, 3, 0, 0},
-      {RGB32, 1, 3, 4, 0, 0},
-      {BGR32, 1, 3, 4, 0, 0},
-      {YCbCr420_Planar, 3, 1, 1, 6, 3},
-      {YCbCr422_Planar, 3, 1, 1, 6, 5},
-      {YCbCr444_Planar, 3, 1, 1, 11, 5},
-      {RGBA, 1, 4, 4, 0, 0},
-      {BGRA, 1, 4, 4, 0, 0},
-  };
-  for (const Case& c : cases) {
-    a.Allocate(11, 5, c.format, 8);
-    ASSERT_EQ(a.GetPlaneCount(), c.planes) << c.format;
-    EXPECT_EQ(a.GetColorFormat(), c.format);
-    const auto luma = a.GetPlane(0);
-    EXPECT_EQ(luma.width, 11u);
-    EXPECT_EQ(luma.height, 5u);
-    EXPECT_EQ(luma.bytesPerPixel, c.bytesPerPixel);
-    EXPECT_EQ(luma.pixelStride, c.pixelStride);
-    EXPECT_EQ(luma.rowStride, RoundUp(11 * c.pixelStride, 8));
-    if (c.planes == 3) {
-      EXPECT_EQ(a.GetPlane(2).width, c.chromaWidth);
-      EXPECT_EQ(a.GetPlane(2).height, c.chromaHeight);
-      EXPECT_EQ(a.GetPlane(2).rowStride, RoundUp(c.chromaWidth, 8));
-    }
-    EXPECT_TRUE(MatchesAlignment(a, 8));
-    EXPECT_TRUE(MatchesAlignment(a, 0));
-  }
-}
-
-TEST(ReferenceCountingImageAllocator, EmptyAllocatorAnswersNoImage) {
-  CmReferenceCountingImageAllocator a;
-  EXPECT_EQ(a.GetPlaneCount(), 0u);
-  EXPECT_EQ(a.GetDefaultAlignment(), 32u);
-  EXPECT_FALSE(MatchesAlignment(a, 0));
-  ExpectError([&] { (void)a.GetColorFormat(); }, "No image is allocated", 1);
-  ExpectError([&] { (void)a.GetAlignment(); }, "No image is allocated", 1);
-  ExpectError([&] { (void)a.GetPlane(0); }, "No image is allocated", 1);
-  ExpectError([&] { (void)a.GetWriteablePlane(0); }, "No image is allocated", 1);
-  ExpectError([&] { (void)a.IsSharedPlane(0); }, "No image is allocated", 1);
-  ExpectError([&] { a.Crop(0, 0, 1, 1); }, "No image is allocated", 1);
-  ExpectError([&] { a.ReinterpretFormat(Gray); }, "No image is allocated", 1);
   a.Allocate(2, 2, YCbCr444_Planar);
-  ExpectError([&] { (void)a.GetPlane(3); }, "Plane index out of range", 2);
-  ExpectError([&] { (void)a.GetWriteablePlane(3); }, "Plane index out of range", 2);
-  ExpectError([&] { (void)a.IsSharedPlane(3); }, "Plane index out of range", 2);
+  ExpectRefusals({
+      {[&] { (void)a.GetPlane(3); }, "Plane index out of range", 2},
+      {[&] { (void)a.GetWriteablePlane(3); }, "Plane index out of range", 2},
+      {[&] { (void)a.IsSharedPlane(3); }, "Plane index out of range", 2},
+  });
   a.Clear();
   EXPECT_EQ(a.GetPlaneCount(), 0u);
+}
+
+TEST(ReferenceCountingImageAllocator, EveryPlaneKeepsTheAlignment) {
+  CmReferenceCountingImageAllocator a;
+  for (const ColorFormat format : {RGB32, YCbCr420_Planar, YCbCr422_Planar}) {
+    a.Allocate(11, 5, format, 8);
+    EXPECT_TRUE(MatchesAlignment(a, 8));
+    EXPECT_EQ(a.GetPlane(a.GetPlaneCount() - 1).rowStride, format == RGB32 ? 48u : 8u);
+  }
 }
 
 TEST(ReferenceCountingImageAllocator, SharingAndCopyOnWrite) {

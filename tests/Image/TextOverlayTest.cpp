@@ -9,24 +9,16 @@
 using namespace NmMediaProcessing;
 using NmImageTest::Sample;
 
-
 namespace {
 
 CmImage MakeImage(uint64_t width, uint64_t height, ColorFormat format) {
   CmImage image;
   image.Allocate(width, height, format);
   // One colour that the text cannot produce, so untouched pixels stand out.
+  const uint8_t colour[4] = {40, 90, 200, 255};
   const auto plane = image.Allocator().GetWriteablePlane(0);
-  for (uint64_t y = 0; y < height; ++y) {
-    for (uint64_t x = 0; x < width; ++x) {
-      uint8_t* pixel = plane.data + y * plane.rowStride + x * plane.pixelStride;
-      pixel[0] = 40;
-      pixel[1] = 90;
-      pixel[2] = 200;
-      if (plane.pixelStride == 4) {
-        pixel[3] = 255;
-      }
-    }
+  for (uint64_t i = 0; i < width * height; ++i) {
+    std::copy_n(colour, plane.pixelStride, plane.GetPixelAddress(i % width, i / width));
   }
   return image;
 }

@@ -102,19 +102,16 @@ TEST_P(ColorConvert, MatchesTheReference) {
           }
           SmTestPlane y1(random, width, height), cb1(random, cw, ch), cr1(random, cw, ch);
           SmTestPlane y2 = y1, cb2 = cb1, cr2 = cr1;
-          const bool lumaOnly = random() % 4 == 0;
-          const SmYCbCrDestination to1{y1.data(),
-                                       y1.stride,
-                                       lumaOnly ? nullptr : cb1.data(),
-                                       cb1.stride,
-                                       lumaOnly ? nullptr : cr1.data(),
-                                       cr1.stride};
-          const SmYCbCrDestination to2{y2.data(),
-                                       y2.stride,
-                                       lumaOnly ? nullptr : cb2.data(),
-                                       cb2.stride,
-                                       lumaOnly ? nullptr : cr2.data(),
-                                       cr2.stride};
+          const auto to = [lumaOnly = random() % 4 == 0](SmTestPlane& y, SmTestPlane& cb,
+                                                         SmTestPlane& cr) {
+            return SmYCbCrDestination{y.data(),
+                                      y.stride,
+                                      lumaOnly ? nullptr : cb.data(),
+                                      cb.stride,
+                                      lumaOnly ? nullptr : cr.data(),
+                                      cr.stride};
+          };
+          const SmYCbCrDestination to1 = to(y1, cb1, cr1), to2 = to(y2, cb2, cr2);
           NmReference::RgbToYCbCr(rgb.data(), rgb.stride, layout, to1, chroma, width, height,
                                   matrix);
           RgbToYCbCr(rgb.data(), rgb.stride, layout, to2, chroma, width, height, matrix);

@@ -11,6 +11,9 @@
 
 using namespace NmPrimitives;
 
+// The call on the reference path or on the lookup path.
+#define ON_PATH(reference, call) ((reference) ? NmReference::call : call)
+
 namespace {
 
 struct SmRandomTable {
@@ -172,25 +175,9 @@ TEST_F(JPEGHuffman, SequentialBlocksRoundTripThroughBothPaths) {
     std::vector<uint8_t> stream = writer.Finish();
     stream.push_back(0xFF);
     stream.push_back(0xD9);
-    for (const bool reference : {false, true}) {
-      SCOPED_TRACE(reference ? "reference" : "lookup");
-      SmEntropySource source{stream.data(), stream.size(), 0};
-      SmHuffmanDecodeState state;
-      int32_t lastDC = 0;
-      for (const auto& block : blocks) {
-        std::vector<int16_t> decoded(64);
-        const bool ok = reference ? NmReference::DecodeBlockSequential(
-                                        source, state, dc.decode, ac.decode, decoded.data(), lastDC)
-                                  : DecodeBlockSequential(source, state, dc.decode, ac.decode,
-                                                          decoded.data(), lastDC);
-        ASSERT_TRUE(ok);
-        ASSERT_EQ(decoded, block);
-      }
-      EXPECT_EQ(state.marker, 0xD9);
-      EXPECT_FALSE(HuffmanReadPastEnd(state));
-    }
     // Runs of MCUs of three blocks, in pieces as a reserve cuts them, with
-    // and without AC terms, on both paths.
+    // and without AC terms, on both paths; the blocks one by one share the
+    // decoding of an MCU's blocks, and are left to the DC-only form below.
     for (const bool reference : {false, true}) {
       for (const bool dcOnly : {false, true}) {
         SCOPED_TRACE(std::string(reference ? "reference" : "lookup") + (dcOnly ? " dc" : ""));
@@ -210,10 +197,8 @@ TEST_F(JPEGHuffman, SequentialBlocksRoundTripThroughBothPaths) {
           const size_t reserve = stopped ? 0 : (stream.size() - source.position) / 2;
           bool damaged = false;
           const size_t count =
-              reference ? NmReference::DecodeMcusSequential(source, state, layout, 3, mcus - done,
-                                                            dcOnly, reserve, damaged)
-                        : DecodeMcusSequential(source, state, layout, 3, mcus - done, dcOnly,
-                                               reserve, damaged);
+              ON_PATH(reference, DecodeMcusSequential(source, state, layout, 3, mcus - done, dcOnly,
+                                                      reserve, damaged));
           ASSERT_FALSE(damaged);
           ASSERT_TRUE(count > 0 || reserve > 0);
           stopped = count == 0;
@@ -251,6 +236,7 @@ TEST_F(JPEGHuffman, SequentialBlocksRoundTripThroughBothPaths) {
       EXPECT_EQ(std::count(decoded.begin(), decoded.end(), 0), 63 + (block[0] == 0));
     }
     EXPECT_EQ(state.marker, 0xD9);
+    EXPECT_FALSE(HuffmanReadPastEnd(state));
   }
 }
 
@@ -296,27 +282,20 @@ TEST_F(JPEGHuffman, LookupPathMatchesTheReferenceOnArbitraryData) {
         const bool ref = path == 1;
         switch (process) {
         case 0:
-          ok[path] =
-              ref ? NmReference::DecodeBlockSequential(s, st, table.decode, table.decode, b,
-                                                       lastDC[path])
-                  : DecodeBlockSequential(s, st, table.decode, table.decode, b, lastDC[path]);
+          ok[path] = ON_PATH(
+              ref, DecodeBlockSequential(s, st, table.decode, table.decode, b, lastDC[path]));
           break;
         case 1:
-          ok[path] =
-              ref ? NmReference::DecodeBlockDCFirst(s, st, table.decode, b, lastDC[path], low)
-                  : DecodeBlockDCFirst(s, st, table.decode, b, lastDC[path], low);
+          ok[path] = ON_PATH(ref, DecodeBlockDCFirst(s, st, table.decode, b, lastDC[path], low));
           break;
         case 2:
-          ok[path] = ref ? NmReference::DecodeBlockDCRefine(s, st, b, low)
-                         : DecodeBlockDCRefine(s, st, b, low);
+          ok[path] = ON_PATH(ref, DecodeBlockDCRefine(s, st, b, low));
           break;
         case 3:
-          ok[path] = ref ? NmReference::DecodeBlockACFirst(s, st, table.decode, b, start, end, low)
-                         : DecodeBlockACFirst(s, st, table.decode, b, start, end, low);
+          ok[path] = ON_PATH(ref, DecodeBlockACFirst(s, st, table.decode, b, start, end, low));
           break;
         case 4:
-          ok[path] = ref ? NmReference::DecodeBlockACRefine(s, st, table.decode, b, start, end, low)
-                         : DecodeBlockACRefine(s, st, table.decode, b, start, end, low);
+          ok[path] = ON_PATH(ref, DecodeBlockACRefine(s, st, table.decode, b, start, end, low));
           break;
         case 5: {
           // Two blocks an MCU, each with its own tables.
@@ -324,17 +303,14 @@ TEST_F(JPEGHuffman, LookupPathMatchesTheReferenceOnArbitraryData) {
                                          {b, 0, &lastDC[path], &table2.decode, &table.decode}};
           bool damaged = false;
           const size_t done =
-              ref ? NmReference::DecodeMcusSequential(s, st, layout, 2, 1, block % 2 == 0, 0,
-                                                      damaged)
-                  : DecodeMcusSequential(s, st, layout, 2, 1, block % 2 == 0, 0, damaged);
+              ON_PATH(ref, DecodeMcusSequential(s, st, layout, 2, 1, block % 2 == 0, 0, damaged));
           ok[path] = done == 1 && !damaged;
           ASSERT_EQ(damaged, done == 0);
           break;
         }
         default:
           ok[path] =
-              ref ? NmReference::DecodeLosslessDifference(s, st, table2.decode, differences[path])
-                  : DecodeLosslessDifference(s, st, table2.decode, differences[path]);
+              ON_PATH(ref, DecodeLosslessDifference(s, st, table2.decode, differences[path]));
           break;
         }
       }

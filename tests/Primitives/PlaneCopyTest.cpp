@@ -83,23 +83,3 @@ TEST_P(PlaneCopy, MatchesTheReference) {
     }
   }
 }
-
-TEST(PlaneCopyReference, Meaning) {
-  // The references are the definition, so they are pinned on a worked example.
-  const uint8_t rgb[6] = {1, 2, 3, 4, 5, 6};
-  uint8_t four[8] = {};
-  Ref::Copy3To4(rgb, 6, four, 8, 2, 1, 255);
-  EXPECT_EQ(std::vector<uint8_t>(four, four + 8),
-            (std::vector<uint8_t>{1, 2, 3, 255, 4, 5, 6, 255}));
-  uint8_t swapped[8];
-  Ref::SwapChannels4(four, 8, swapped, 8, 2, 1);
-  EXPECT_EQ(std::vector<uint8_t>(swapped, swapped + 8),
-            (std::vector<uint8_t>{3, 2, 1, 255, 6, 5, 4, 255}));
-  uint8_t three[6];
-  Ref::Copy4To3(swapped, 8, three, 6, 2, 1);
-  EXPECT_EQ(std::vector<uint8_t>(three, three + 6), (std::vector<uint8_t>{3, 2, 1, 6, 5, 4}));
-  Ref::SetChannel4(7, 1, four, 8, 2, 1);
-  EXPECT_EQ(four[1], 7);
-  EXPECT_EQ(four[5], 7);
-  EXPECT_EQ(four[0], 1);
-}

@@ -38,25 +38,3 @@ TEST_P(PlaneFlip, MatchesTheReferenceOutOfPlaceAndInPlace) {
     }
   }
 }
-
-TEST(PlaneFlipReference, Meaning) {
-  // 3 x 2 RGB: pixels (r, g, b) = (10 * y + x, 1, 2).
-  uint8_t source[18];
-  for (int y = 0; y < 2; ++y) {
-    for (int x = 0; x < 3; ++x) {
-      source[9 * y + 3 * x] = static_cast<uint8_t>(10 * y + x);
-      source[9 * y + 3 * x + 1] = 1;
-      source[9 * y + 3 * x + 2] = 2;
-    }
-  }
-  uint8_t flipped[18];
-  NmReference::FlipPlane(source, 9, flipped, 9, 3, 2, 3, FlipBoth);
-  EXPECT_EQ(flipped[0], 12);
-  EXPECT_EQ(flipped[1], 1);
-  EXPECT_EQ(flipped[9 + 6], 0);
-  NmReference::FlipPlane(source, 9, flipped, 9, 3, 2, 3, FlipRows);
-  EXPECT_EQ(flipped[3], 11);
-  NmReference::FlipPlane(source, 9, flipped, 9, 3, 2, 3, FlipColumns);
-  EXPECT_EQ(flipped[3], 1);
-  EXPECT_EQ(flipped[9], 12);
-}

@@ -94,22 +94,3 @@ TEST_P(PlaneLogic, MatchesTheReference) {
     }
   }
 }
-
-TEST(PlaneLogicReference, Meaning) {
-  // Two pixels of three-in-four: the first matches on all channels, the second
-  // on two of three; the fourth byte never counts.
-  const uint8_t pixels[8] = {1, 2, 3, 99, 1, 2, 4, 99};
-  const uint8_t key[4] = {1, 2, 3, 0};
-  uint8_t result[2];
-  NmReference::CompareEqual(pixels, 8, key, result, 2, 2, 1, 4, 3);
-  EXPECT_EQ(result[0], 255);
-  EXPECT_EQ(result[1], 0);
-  const uint8_t background[8] = {10, 20, 30, 40, 50, 60, 70, 80};
-  uint8_t out[8] = {0, 0, 0, 5, 0, 0, 0, 6};
-  NmReference::ColorKeyOverlay(pixels, 8, key, background, 8, out, 8, 2, 1, 4, 3);
-  EXPECT_EQ(std::vector<uint8_t>(out, out + 8), (std::vector<uint8_t>{10, 20, 30, 5, 1, 2, 4, 6}));
-  const uint8_t mask[2] = {0, 1};
-  const uint8_t value[4] = {9, 9, 9, 9};
-  NmReference::SetMaskedPixels(value, mask, 2, out, 8, 2, 1, 4, 4);
-  EXPECT_EQ(std::vector<uint8_t>(out, out + 8), (std::vector<uint8_t>{10, 20, 30, 5, 9, 9, 9, 9}));
-}

@@ -32,17 +32,3 @@ TEST_P(PlaneTranspose, MatchesTheReference) {
     }
   }
 }
-
-TEST(PlaneTransposeReference, Meaning) {
-  // 3 x 2 source:  0 1 2 / 3 4 5.
-  const uint8_t source[6] = {0, 1, 2, 3, 4, 5};
-  uint8_t out[6];
-  NmReference::TransposePlane(source, 3, out, 2, 3, 2, 1, false, false);
-  EXPECT_EQ(std::vector<uint8_t>(out, out + 6), (std::vector<uint8_t>{0, 3, 1, 4, 2, 5}));
-  // A quarter turn clockwise: the bottom-left pixel comes to the top left.
-  NmReference::TransposePlane(source, 3, out, 2, 3, 2, 1, true, false);
-  EXPECT_EQ(std::vector<uint8_t>(out, out + 6), (std::vector<uint8_t>{3, 0, 4, 1, 5, 2}));
-  // Counter-clockwise: the top-right pixel comes to the top left.
-  NmReference::TransposePlane(source, 3, out, 2, 3, 2, 1, false, true);
-  EXPECT_EQ(std::vector<uint8_t>(out, out + 6), (std::vector<uint8_t>{2, 5, 1, 4, 0, 3}));
-}
