@@ -3,6 +3,7 @@
 #include "MediaProcessing/GenericByteData/ByteDataSequenceAnalyzer.h"
 #include "TestTimes.h"
 #include "support/GenericByteDataBuilder.h"
+#include "support/ImageTestSupport.h"
 
 using namespace NmMediaProcessing;
 using namespace NmTestSupport;
@@ -119,29 +120,15 @@ TEST(ByteDataSequenceAnalyzer, AudioStreamsAndMixingErrors) {
   EXPECT_EQ(audio.Audio(2, 140), Result::SequenceGap);
   EXPECT_EQ(audio.Audio(3, 140), Result::SequenceTimeWarp);
   EXPECT_EQ(audio.m_Analyzer.GetLastSyncTime(), Ms(140));
-  try {
-    audio.Video(0, true, 200, 200);
-    FAIL() << "no error";
-  } catch (const NmError::CmIntegrityError& error) {
-    EXPECT_EQ(error.GetDescription(), "Cannot analyze video packets after audio packets!");
-    EXPECT_EQ(error.GetErrorCode(), 0u);
-  }
-  try {
-    audio.Block(200, 300, 2);
-    FAIL() << "no error";
-  } catch (const NmError::CmIntegrityError& error) {
-    EXPECT_EQ(error.GetDescription(), "Cannot analyze video blocks after audio packets!");
-  }
+  using NmImageTest::ExpectError;
+  ExpectError([&] { audio.Video(0, true, 200, 200); },
+              "Cannot analyze video packets after audio packets!", 0);
+  ExpectError([&] { audio.Block(200, 300, 2); }, "Cannot analyze video blocks after audio packets!",
+              0);
   CmFeeder video;
   video.Video(0, true, 100, 100);
-  try {
-    video.Audio(1, 200);
-    FAIL() << "no error";
-  } catch (const NmError::CmIntegrityError& error) {
-    EXPECT_EQ(error.GetDescription(),
-              "Cannot analyze audio packets after other types of Generic Byte Data");
-    EXPECT_EQ(error.GetErrorCode(), 0u);
-  }
+  ExpectError([&] { video.Audio(1, 200); },
+              "Cannot analyze audio packets after other types of Generic Byte Data", 0);
   CmFeeder afterBlock;
   afterBlock.Block(100, 200, 2);
   EXPECT_THROW(afterBlock.Audio(1, 300), NmError::CmIntegrityError);
