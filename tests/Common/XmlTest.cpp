@@ -42,58 +42,56 @@ std::string ValueOf(const CmXmlNodePtr& node) {
   return value;
 }
 
-} // namespace
-
-TEST(Xml, PlainPaths) {
-  const CmXmlDocumentPtr document = CmXmlWrapper::LoadXml(Config);
-  const CmXmlNodePtr config = document->SelectSingleNode("/toolkit/config");
-  ASSERT_NE(config, nullptr);
-  EXPECT_EQ(config->GetName(), "config");
-  std::string version;
-  EXPECT_TRUE(config->GetAttributeValue("version", version));
-  EXPECT_EQ(version, "2");
-
-  EXPECT_EQ(document->SelectSingleNode("/toolkit")->GetName(), "toolkit");
-  // The first of several matches, in document order.
-  EXPECT_EQ(ValueOf(document->SelectSingleNode("/toolkit/config/item")), "first");
-  // All matches of a step are followed, not only the first.
-  EXPECT_EQ(ValueOf(document->SelectSingleNode("/toolkit/config/group/item")), "nested");
-  // Relative paths, from the document and from a node.
-  EXPECT_EQ(document->SelectSingleNode("toolkit/config")->GetName(), "config");
-  const CmXmlNodePtr decoder = config->SelectSingleNode("toolkit");
-  ASSERT_NE(decoder, nullptr);
-  std::string provider;
-  EXPECT_TRUE(decoder->GetAttributeValue("provider", provider));
-  EXPECT_EQ(provider, "vzk");
-  const CmXmlNodePtr source = config->SelectSingleNode("toolkit/toolkit");
-  ASSERT_NE(source, nullptr);
-  EXPECT_TRUE(source->GetAttributeValue("provider", provider));
-  EXPECT_EQ(provider, "recording");
-  // An absolute path from a node still starts at the document element.
-  EXPECT_EQ(decoder->SelectSingleNode("/toolkit/config")->GetName(), "config");
-
-  // Nothing matches: null, no error.
-  EXPECT_EQ(document->SelectSingleNode("/toolkit/missing"), nullptr);
-  EXPECT_EQ(document->SelectSingleNode("/config"), nullptr);
-  EXPECT_EQ(config->SelectSingleNode("config"), nullptr);
-  EXPECT_EQ(document->SelectSingleNode("/toolkit/config/item/more"), nullptr);
-
-  const CmXmlDocumentPtr other = CmXmlWrapper::LoadXml("<other><config/></other>");
-  EXPECT_EQ(other->SelectSingleNode("/toolkit/config"), nullptr);
+// What a selection found: the name and the provider, version or text, or
+// "null" when nothing matched.
+std::string Found(const CmXmlNodePtr& node) {
+  if (!node) {
+    return "null";
+  }
+  std::string detail;
+  if (!node->GetAttributeValue("provider", detail) && !node->GetAttributeValue("version", detail)) {
+    node->GetValue(detail);
+  }
+  return node->GetName() + (detail.empty() ? "" : " " + detail);
 }
 
-TEST(Xml, PathsThatAreNotPlain) {
+} // namespace
+
+TEST(Xml, PathsFromTheDocumentAndFromNodes) {
   const CmXmlDocumentPtr document = CmXmlWrapper::LoadXml(Config);
-  // Descendants from the root, and "." steps, which the evaluator knows.
-  const CmXmlNodePtr item = document->SelectSingleNode("//item");
-  ASSERT_NE(item, nullptr);
-  EXPECT_EQ(ValueOf(item), "first");
   const CmXmlNodePtr config = document->SelectSingleNode("/toolkit/config");
   ASSERT_NE(config, nullptr);
-  const CmXmlNodePtr group = config->SelectSingleNode("./group");
-  ASSERT_NE(group, nullptr);
-  EXPECT_EQ(group->GetName(), "group");
-  EXPECT_EQ(config->SelectSingleNode("./absent"), nullptr);
+  const CmXmlNodePtr decoder = config->SelectSingleNode("toolkit");
+  ASSERT_NE(decoder, nullptr);
+  const std::tuple<const char*, CmXmlNodePtr, const char*> table[] = {
+      {"/toolkit/config", nullptr, "config 2"},
+      {"/toolkit", nullptr, "toolkit"},
+      // The first of several matches, in document order.
+      {"/toolkit/config/item", nullptr, "item first"},
+      // All matches of a step are followed, not only the first.
+      {"/toolkit/config/group/item", nullptr, "item nested"},
+      // Relative paths, from the document and from a node.
+      {"toolkit/config", nullptr, "config 2"},
+      {"toolkit", config, "toolkit vzk"},
+      {"toolkit/toolkit", config, "toolkit recording"},
+      // An absolute path from a node still starts at the document element.
+      {"/toolkit/config", decoder, "config 2"},
+      // Descendants from the root, and "." steps, which the evaluator knows.
+      {"//item", nullptr, "item first"},
+      {"./group", config, "group"},
+      {"./absent", config, "null"},
+      // Nothing matches: null, no error.
+      {"/toolkit/missing", nullptr, "null"},
+      {"/config", nullptr, "null"},
+      {"config", config, "null"},
+      {"/toolkit/config/item/more", nullptr, "null"},
+  };
+  for (const auto& [path, from, found] : table) {
+    EXPECT_EQ(Found(from ? from->SelectSingleNode(path) : document->SelectSingleNode(path)), found)
+        << path;
+  }
+  const CmXmlDocumentPtr other = CmXmlWrapper::LoadXml("<other><config/></other>");
+  EXPECT_EQ(other->SelectSingleNode("/toolkit/config"), nullptr);
 
   // What the evaluator refuses is an error of the wrapper, located in the
   // document's selection.

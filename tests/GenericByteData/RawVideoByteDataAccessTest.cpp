@@ -142,64 +142,27 @@ struct CmFiveImages {
 TEST(ByteDataVideoAccess, EachMatchTypeAtTheEdgesAndBetweenImages) {
   CmFiveImages f;
   ASSERT_TRUE(f.view.IsValid());
-  struct {
-    int64_t time;
-    SmTimeMatchType type;
-    bool matched;
-    int64_t result;
-  } const table[] = {
-      // Before the first image.
-      {999, TimeMatchAfter, true, 1000},
-      {999, TimeMatchBefore, false, 0},
-      {999, TimeMatchAtOrAfter, true, 1000},
-      {999, TimeMatchAtOrBefore, false, 0},
-      {999, TimeMatchNearest, true, 1000},
-      {999, TimeMatchExact, false, 0},
-      // Exactly at the first image.
-      {1000, TimeMatchAfter, true, 1100},
-      {1000, TimeMatchBefore, false, 0},
-      {1000, TimeMatchAtOrAfter, true, 1000},
-      {1000, TimeMatchAtOrBefore, true, 1000},
-      {1000, TimeMatchNearest, true, 1000},
-      {1000, TimeMatchExact, true, 1000},
-      // Between images.
-      {1130, TimeMatchAfter, true, 1200},
-      {1130, TimeMatchBefore, true, 1100},
-      {1130, TimeMatchAtOrAfter, true, 1200},
-      {1130, TimeMatchAtOrBefore, true, 1100},
-      {1130, TimeMatchNearest, true, 1100},
-      {1170, TimeMatchNearest, true, 1200},
-      {1150, TimeMatchNearest, true, 1200}, // a tie goes to the later image
-      {1130, TimeMatchExact, false, 0},
-      // On an inner image.
-      {1200, TimeMatchBefore, true, 1100},
-      {1200, TimeMatchAfter, true, 1300},
-      {1200, TimeMatchExact, true, 1200},
-      // Exactly at the last image.
-      {1400, TimeMatchAfter, false, 0},
-      {1400, TimeMatchBefore, true, 1300},
-      {1400, TimeMatchAtOrAfter, true, 1400},
-      {1400, TimeMatchAtOrBefore, true, 1400},
-      {1400, TimeMatchNearest, true, 1400},
-      {1400, TimeMatchExact, true, 1400},
-      // Behind the last image.
-      {1401, TimeMatchAfter, false, 0},
-      {1401, TimeMatchBefore, true, 1400},
-      {1401, TimeMatchAtOrAfter, false, 0},
-      {1401, TimeMatchAtOrBefore, true, 1400},
-      {1401, TimeMatchNearest, true, 1400},
-      {1401, TimeMatchExact, false, 0},
+  // Per time, the image each type matches (0: none), in the order After,
+  // Before, AtOrAfter, AtOrBefore, Nearest, Exact.
+  const std::pair<int64_t, std::array<int64_t, 6>> table[] = {
+      {999, {1000, 0, 1000, 0, 1000, 0}},           // before the first image
+      {1000, {1100, 0, 1000, 1000, 1000, 1000}},    // at the first image
+      {1130, {1200, 1100, 1200, 1100, 1100, 0}},    // between images
+      {1150, {1200, 1100, 1200, 1100, 1200, 0}},    // a tie goes to the later image
+      {1170, {1200, 1100, 1200, 1100, 1200, 0}},    //
+      {1200, {1300, 1100, 1200, 1200, 1200, 1200}}, // on an inner image
+      {1400, {0, 1300, 1400, 1400, 1400, 1400}},    // at the last image
+      {1401, {0, 1400, 0, 1400, 1400, 0}},          // behind the last image
   };
-  for (const auto& row : table) {
-    CmTimeStamp matched = Ms(1);
-    const bool result = f.Match(row.time, row.type, &matched);
-    EXPECT_EQ(result, row.matched) << row.time << " type " << row.type;
-    if (result && row.matched) {
-      EXPECT_EQ(matched.GetMilliseconds(), row.result) << row.time << " type " << row.type;
+  for (const auto& [time, wanted] : table) {
+    for (uint32_t type = 0; type < 6; ++type) {
+      CmTimeStamp matched = Ms(1);
+      const bool result = f.Match(time, static_cast<SmTimeMatchType>(type), &matched);
+      EXPECT_EQ(result ? matched.GetMilliseconds() : 0, wanted[type]) << time << " type " << type;
+      // Without an output the answer is the same.
+      EXPECT_EQ(f.Match(time, static_cast<SmTimeMatchType>(type), nullptr), wanted[type] != 0)
+          << time << " type " << type;
     }
-    // Without an output the answer is the same.
-    EXPECT_EQ(f.Match(row.time, row.type, nullptr), row.matched)
-        << row.time << " type " << row.type;
   }
 }
 
