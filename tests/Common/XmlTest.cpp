@@ -1,4 +1,5 @@
 #include <functional>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -36,6 +37,18 @@ std::vector<std::string> Names(const std::vector<CmXmlNodePtr>& nodes) {
     names.push_back(node->GetName());
   }
   return names;
+}
+
+// An attribute as T, or nothing when it is absent.
+template <typename T> std::optional<T> Attribute(const CmXmlNodePtr& node, const char* name) {
+  T value{};
+  return node->GetAttributeValue(name, value) ? std::optional<T>(value) : std::nullopt;
+}
+
+// A node's value as T, or nothing when it has none.
+template <typename T> std::optional<T> Value(const CmXmlNodePtr& node) {
+  T value{};
+  return node->GetValue(value) ? std::optional<T>(value) : std::nullopt;
 }
 
 std::string ValueOf(const CmXmlNodePtr& node) {
@@ -153,8 +166,8 @@ TEST(Xml, EntityBombsAreRefused) {
   EXPECT_NE(expanded->GetDescription().find("entity expansions"), std::string::npos);
   // A few expansions are fine.
   std::string value;
-  EXPECT_TRUE(CmXmlWrapper::LoadXml(small)->GetDocumentElement()->GetValue(value));
-  EXPECT_EQ(value, std::string(100, 'x'));
+  EXPECT_EQ(Value<std::string>(CmXmlWrapper::LoadXml(small)->GetDocumentElement()),
+            std::string(100, 'x'));
 
   // Many faults end the parse early; the report still names the first five.
   std::string faults = "<a>";
@@ -265,16 +278,13 @@ TEST(Xml, TextConversionAtTheBoundary) {
   const CmXmlNodePtr root = document->GetDocumentElement();
   root->SetAttributeValue("name", umlauts);
   std::string value;
-  EXPECT_TRUE(root->GetAttributeValue("name", value));
-  EXPECT_EQ(value, umlauts);
+  EXPECT_EQ(Attribute<std::string>(root, "name"), umlauts);
 
   // Invalid UTF-8 reaches the DOM as "???".
   root->SetAttributeValue("bad", "ab\xC3\x28z");
-  EXPECT_TRUE(root->GetAttributeValue("bad", value));
-  EXPECT_EQ(value, "???");
+  EXPECT_EQ(Attribute<std::string>(root, "bad"), "???");
   root->SetAttributeValue("cut", "ab\xE2\x82");
-  EXPECT_TRUE(root->GetAttributeValue("cut", value));
-  EXPECT_EQ(value, "???");
+  EXPECT_EQ(Attribute<std::string>(root, "cut"), "???");
   EXPECT_EQ(NmXerces::ToXmlText("\xFF"), u"???");
   EXPECT_EQ(NmXerces::ToXmlText(""), u"");
   EXPECT_EQ(NmXerces::ToXmlText("plain"), u"plain");
@@ -309,43 +319,28 @@ TEST(Xml, ConversionsAndTheirErrors) {
   const CmXmlNodePtr root = document->GetDocumentElement();
 
   int integer = 0;
-  EXPECT_TRUE(document->SelectSingleNode("/a/i")->GetValue(integer));
-  EXPECT_EQ(integer, 42);
+  EXPECT_EQ(Value<int>(document->SelectSingleNode("/a/i")), 42);
   double real = 0;
-  EXPECT_TRUE(document->SelectSingleNode("/a/d")->GetValue(real));
-  EXPECT_EQ(real, -0.25);
+  EXPECT_EQ(Value<double>(document->SelectSingleNode("/a/d")), -0.25);
   std::string text;
-  EXPECT_TRUE(document->SelectSingleNode("/a/s")->GetValue(text));
-  EXPECT_EQ(text, "some text");
+  EXPECT_EQ(Value<std::string>(document->SelectSingleNode("/a/s")), "some text");
 
-  EXPECT_TRUE(root->GetAttributeValue("n", integer));
-  EXPECT_EQ(integer, 12);
-  float single = 0;
-  EXPECT_TRUE(root->GetAttributeValue("f", single));
-  EXPECT_EQ(single, 2.5f);
-  EXPECT_TRUE(root->GetAttributeValue("neg", integer));
-  EXPECT_EQ(integer, -3);
-  bool flag = false;
-  EXPECT_TRUE(root->GetAttributeValue("t", flag));
-  EXPECT_TRUE(flag);
-  EXPECT_TRUE(root->GetAttributeValue("z", flag));
-  EXPECT_FALSE(flag);
-  EXPECT_FALSE(root->GetAttributeValue("absent", integer));
-  EXPECT_TRUE(root->GetAttributeValue("e", text));
-  EXPECT_EQ(text, "");
+  EXPECT_EQ(Attribute<int>(root, "n"), 12);
+  EXPECT_EQ(Attribute<float>(root, "f"), 2.5f);
+  EXPECT_EQ(Attribute<int>(root, "neg"), -3);
+  EXPECT_EQ(Attribute<bool>(root, "t"), true);
+  EXPECT_EQ(Attribute<bool>(root, "z"), false);
+  EXPECT_EQ(Attribute<int>(root, "absent"), std::nullopt);
+  EXPECT_EQ(Attribute<std::string>(root, "e"), "");
 
   const auto expectError = [](const std::function<void()>& action, const std::string& message) {
-    try {
-      action();
-      ADD_FAILURE() << "converted, expected " << message;
-    } catch (const CmXmlError& e) {
-      EXPECT_EQ(e.GetCode(), NmXerces::CmXmlErrorCode::ConversionFailed);
-      EXPECT_EQ(e.GetDescription(), message);
-    }
+    const auto e = Caught<CmXmlError>(action);
+    EXPECT_EQ(e->GetCode(), NmXerces::CmXmlErrorCode::ConversionFailed);
+    EXPECT_EQ(e->GetDescription(), message);
   };
   expectError([&] { document->SelectSingleNode("/a/x")->GetValue(integer); },
               "Error converting node value '4x' to type int!");
-  expectError([&] { document->SelectSingleNode("/a/b")->GetValue(flag); },
+  expectError([&] { Value<bool>(document->SelectSingleNode("/a/b")); },
               "Error converting node value 'yes' to type bool!");
   expectError([&] { document->SelectSingleNode("/a/s")->GetValue(real); },
               "Error converting node value 'some text' to type double!");
@@ -361,9 +356,7 @@ TEST(Xml, ConversionsAndTheirErrors) {
   expectError([&] { root->GetAttributeValue("neg", unsignedValue); },
               "Error converting attribute value '-3' to type unsigned int!");
   EXPECT_EQ(unsignedValue, 0u);
-  long long wide = 0;
-  EXPECT_TRUE(root->GetAttributeValue("big", wide));
-  EXPECT_EQ(wide, 99999999999LL);
+  EXPECT_EQ(Attribute<long long>(root, "big"), 99999999999LL);
 }
 
 TEST(Xml, CreateAddChildAndChildren) {
@@ -387,8 +380,7 @@ TEST(Xml, CreateAddChildAndChildren) {
   config->GetChildren(children);
   EXPECT_EQ(Names(children), (std::vector<std::string>{"x", "z"}));
   std::string value;
-  EXPECT_TRUE(config->GetAttributeValue("a", value));
-  EXPECT_EQ(value, "1");
+  EXPECT_EQ(Attribute<std::string>(config, "a"), "1");
   EXPECT_EQ(created->SelectSingleNode("/toolkit/config/x/y")->GetName(), "y");
 
   // Adding a node of the same document adds a copy; the original stays.
@@ -397,8 +389,7 @@ TEST(Xml, CreateAddChildAndChildren) {
   EXPECT_EQ(Names(children), (std::vector<std::string>{"config", "config"}));
   EXPECT_NE(copy->GetNode(), config->GetNode());
   copy->SetAttributeValue("a", "2");
-  EXPECT_TRUE(config->GetAttributeValue("a", value));
-  EXPECT_EQ(value, "1");
+  EXPECT_EQ(Attribute<std::string>(config, "a"), "1");
 
   // Nodes keep their document alive.
   CmXmlNodePtr orphan;
@@ -419,8 +410,7 @@ TEST(Xml, ToStringRoundTrip) {
   const CmXmlDocumentPtr again = CmXmlWrapper::LoadXml(text);
   EXPECT_EQ(again->ToString("UTF-8"), text);
   std::string value;
-  EXPECT_TRUE(again->SelectSingleNode("/toolkit/config")->GetAttributeValue("added", value));
-  EXPECT_EQ(value, "<&\"'>");
+  EXPECT_EQ(Attribute<std::string>(again->SelectSingleNode("/toolkit/config"), "added"), "<&\"'>");
   EXPECT_EQ(ValueOf(again->SelectSingleNode("/toolkit/config/item")), "first");
 
   const std::string wide = document->ToString("UTF-16");
@@ -430,8 +420,7 @@ TEST(Xml, ToStringRoundTrip) {
   const CmXmlDocumentPtr created = CmXmlWrapper::Create("root");
   created->GetDocumentElement()->SetAttributeValue("k", "\xC3\xA9");
   const CmXmlDocumentPtr reread = CmXmlWrapper::LoadXml(created->ToString("UTF-8"));
-  EXPECT_TRUE(reread->GetDocumentElement()->GetAttributeValue("k", value));
-  EXPECT_EQ(value, "\xC3\xA9");
+  EXPECT_EQ(Attribute<std::string>(reread->GetDocumentElement(), "k"), "\xC3\xA9");
 
   EXPECT_EQ(Caught<CmXmlError>([&] { document->ToString("no-such-encoding"); })->GetCode(),
             NmXerces::CmXmlErrorCode::SerializeFailed);
@@ -441,13 +430,9 @@ TEST(Xml, NullNodes) {
   const CmXmlDocumentPtr document = CmXmlWrapper::Create("root");
   CmXmlNodeWrapper null(document, nullptr);
   const auto expectIntegrity = [](const std::function<void()>& action, const char* message) {
-    try {
-      action();
-      ADD_FAILURE() << "no error, expected " << message;
-    } catch (const NmError::CmIntegrityError& e) {
-      EXPECT_EQ(e.GetErrorCode(), NmError::CmIntegrityErrorCode::InvalidPointer);
-      EXPECT_STREQ(e.what(), message);
-    }
+    const auto e = Caught<NmError::CmIntegrityError>(action);
+    EXPECT_EQ(e->GetErrorCode(), NmError::CmIntegrityErrorCode::InvalidPointer);
+    EXPECT_STREQ(e->what(), message);
   };
   std::string value;
   int number = 0;
