@@ -186,47 +186,32 @@ TEST(Xml, NestingIsLimitedWhileParsing) {
   // At the limit, with every kind of node beside the elements on each level
   // and many siblings that open and close: the count of open elements stays
   // exact.
-  std::string siblings;
-  for (int i = 0; i < 100; ++i) {
-    siblings += "<e/><e a='1'></e>text<!-- c --><![CDATA[<x>]]><?p i?>";
-  }
-  const auto nested = [&](unsigned levels, bool withSiblings = true) {
-    std::string text;
-    for (unsigned i = 0; i < levels; ++i) {
-      text += withSiblings ? "<n>" + siblings : "<n>";
+  const auto repeat = [](const std::string& text, unsigned count) {
+    std::string repeated;
+    while (count-- > 0) {
+      repeated += text;
     }
-    for (unsigned i = 0; i < levels; ++i) {
-      text += "</n>";
-    }
-    return text;
+    return repeated;
+  };
+  const std::string siblings = repeat("<e/><e a='1'></e>text<!-- c --><![CDATA[<x>]]><?p i?>", 100);
+  const auto nested = [&](unsigned levels, const std::string& inside = "") {
+    return repeat("<n>" + inside, levels) + repeat("</n>", levels);
   };
   // The innermost <n> holds empty elements one level deeper.
-  const CmXmlDocumentPtr fits = CmXmlWrapper::LoadXml(nested(limit - 1));
-  CmXmlNodePtr node = fits->GetDocumentElement();
+  const CmXmlDocumentPtr fits = CmXmlWrapper::LoadXml(nested(limit - 1, siblings));
   unsigned depth = 1;
-  for (CmXmlNodePtr child = node->SelectSingleNode("n"); child;
+  for (CmXmlNodePtr child = fits->GetDocumentElement()->SelectSingleNode("n"); child;
        child = child->SelectSingleNode("n")) {
     ++depth;
   }
   EXPECT_EQ(depth, limit - 1);
 
+  // Entities expand into elements that count like written ones: eight levels
+  // in the entity, one more than fit.
+  const std::string entity = "<!DOCTYPE n [<!ENTITY d '" + nested(8) + "'>]>" +
+                             repeat("<n>", limit - 7) + "&d;" + repeat("</n>", limit - 7);
   for (const std::string& text :
-       {nested(limit), "<a>" + nested(100000, false) + "</a>",
-        // Entities expand into elements that count like written ones.
-        std::string("<!DOCTYPE n [<!ENTITY d '<n><n><n><n><n><n><n><n></n></n></n></n></n></n></n>"
-                    "</n>'>]>") +
-            [&] {
-              std::string text;
-              // Eight levels in the entity, one more than fit.
-              for (unsigned i = 0; i + 7 < limit; ++i) {
-                text += "<n>";
-              }
-              text += "&d;";
-              for (unsigned i = 0; i + 7 < limit; ++i) {
-                text += "</n>";
-              }
-              return text;
-            }()}) {
+       {nested(limit, siblings), "<a>" + nested(100000) + "</a>", entity}) {
     const auto e = Caught<CmXmlError>([&] { CmXmlWrapper::LoadXml(text); });
     EXPECT_EQ(e->GetCode(), NmXerces::CmXmlErrorCode::NestingTooDeep);
     EXPECT_EQ(e->GetDescription(), "The text nests elements deeper than 64 levels!");
@@ -277,7 +262,6 @@ TEST(Xml, TextConversionAtTheBoundary) {
 
   const CmXmlNodePtr root = document->GetDocumentElement();
   root->SetAttributeValue("name", umlauts);
-  std::string value;
   EXPECT_EQ(Attribute<std::string>(root, "name"), umlauts);
 
   // Invalid UTF-8 reaches the DOM as "???".
@@ -322,7 +306,6 @@ TEST(Xml, ConversionsAndTheirErrors) {
   EXPECT_EQ(Value<int>(document->SelectSingleNode("/a/i")), 42);
   double real = 0;
   EXPECT_EQ(Value<double>(document->SelectSingleNode("/a/d")), -0.25);
-  std::string text;
   EXPECT_EQ(Value<std::string>(document->SelectSingleNode("/a/s")), "some text");
 
   EXPECT_EQ(Attribute<int>(root, "n"), 12);
@@ -379,7 +362,6 @@ TEST(Xml, CreateAddChildAndChildren) {
   EXPECT_EQ(config->GetDocument(), created);
   config->GetChildren(children);
   EXPECT_EQ(Names(children), (std::vector<std::string>{"x", "z"}));
-  std::string value;
   EXPECT_EQ(Attribute<std::string>(config, "a"), "1");
   EXPECT_EQ(created->SelectSingleNode("/toolkit/config/x/y")->GetName(), "y");
 
