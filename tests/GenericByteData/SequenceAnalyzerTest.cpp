@@ -97,7 +97,10 @@ TEST(ByteDataSequenceAnalyzer, BlocksAndTheirJoinsWithPackets) {
   EXPECT_EQ(f.Video(4321, true, 7000, 7000), Result::SequenceContinuous);
   EXPECT_EQ(f.Video(4322, false, 7000, 7040), Result::SequenceContinuous);
   EXPECT_EQ(f.Block(8000, 9000, 2), Result::SequenceContinuous);
-  // A non-sync packet after a block: its GOP's sync frame was not seen.
+  // A non-sync packet after a block: its GOP's sync frame was not seen;
+  // one that names the block's own time as its sync time refers back.
+  CmFeeder back = f;
+  EXPECT_EQ(back.Video(1, false, 8000, 9600), Result::SequenceTimeWarp);
   EXPECT_EQ(f.Video(1, false, 9500, 9600), Result::SequenceSyncLost);
 
   // Raw JPEG is legacy and leaves the state alone.
