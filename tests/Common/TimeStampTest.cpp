@@ -67,6 +67,7 @@ TEST(TimeStamp, ComparisonsArithmeticSpansAndRanges) {
   EXPECT_TRUE(CmTimeStamp(CmTimeStamp::Earliest) < a && CmTimeStamp(CmTimeStamp::Latest) > b);
   EXPECT_EQ((a - b).GetTicks(), -25000000);
   EXPECT_EQ(a + (b - a), b);
+  EXPECT_EQ(b - (b - a), a);
   CmTimeStamp c = a;
   c += CmTimeSpan::FromMilliseconds(-2000);
   EXPECT_EQ(c.GetMilliseconds(), -1000);
@@ -81,6 +82,7 @@ TEST(TimeStamp, ComparisonsArithmeticSpansAndRanges) {
   EXPECT_EQ(CmTimeSpan(int64_t{-19999}).GetMilliseconds(), -1);
   EXPECT_EQ(CmTimeSpan::FromMilliseconds(3) - CmTimeSpan::FromMilliseconds(4),
             -CmTimeSpan::FromMilliseconds(1));
+  EXPECT_LT(CmTimeSpan::FromMilliseconds(-1), CmTimeSpan());
 
   // The empty range runs from 1 back to 0; a point is not empty. Ranges are
   // ordered by begin first, then by end.
