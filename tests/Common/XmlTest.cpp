@@ -78,29 +78,29 @@ TEST(Xml, PathsFromTheDocumentAndFromNodes) {
   ASSERT_NE(config, nullptr);
   const CmXmlNodePtr decoder = config->SelectSingleNode("toolkit");
   ASSERT_NE(decoder, nullptr);
+  // Path, the node it starts from (none: the document), and what it finds.
+  // The first of several matches counts, in document order, but all matches
+  // of a step are followed; relative paths go from the document or a node,
+  // and an absolute path from a node still starts at the document element.
+  // Descendants from the root and "." steps are known. Where nothing
+  // matches, the answer is null and no error.
   const std::tuple<const char*, CmXmlNodePtr, const char*> table[] = {
       {"/toolkit/config", nullptr, "config 2"},
       {"/toolkit", nullptr, "toolkit"},
-      // The first of several matches, in document order.
       {"/toolkit/config/item", nullptr, "item first"},
-      // All matches of a step are followed, not only the first.
       {"/toolkit/config/group/item", nullptr, "item nested"},
-      // Relative paths, from the document and from a node.
       {"toolkit/config", nullptr, "config 2"},
       {"toolkit", config, "toolkit vzk"},
       {"toolkit/toolkit", config, "toolkit recording"},
-      // An absolute path from a node still starts at the document element.
       {"/toolkit/config", decoder, "config 2"},
-      // Descendants from the root, and "." steps, which the evaluator knows.
       {"//item", nullptr, "item first"},
       {"./group", config, "group"},
       {"./absent", config, "null"},
-      // Nothing matches: null, no error.
       {"/toolkit/missing", nullptr, "null"},
       {"/config", nullptr, "null"},
       {"config", config, "null"},
-      {"/toolkit/config/item/more", nullptr, "null"},
-  };
+      {"/toolkit/config/item/more", nullptr, "null"}};
+
   for (const auto& [path, from, found] : table) {
     EXPECT_EQ(Found(from ? from->SelectSingleNode(path) : document->SelectSingleNode(path)), found)
         << path;
