@@ -111,10 +111,8 @@ void WalkMulti(const CmGenericByteDataMultiPacket& m) {
       uint8_t* data = nullptr;
       uint64_t length = 0;
       if (m.FindPacket(type, i, data, length)) {
-        const CmGenericVideoStreamDataPacket video(data, length);
-        ReadVideo(video);
-        const CmGenericAudioStreamDataPacket audio(data, length);
-        ReadAudio(audio);
+        ReadVideo(CmGenericVideoStreamDataPacket(data, length));
+        ReadAudio(CmGenericAudioStreamDataPacket(data, length));
       }
     }
   }
@@ -213,18 +211,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
   const CmGenericByteData base(buffer, size);
   ReadBase(base);
-  const CmGenericByteDataBlock block(buffer, size);
-  ReadBlock(block);
-  const CmGenericVideoByteDataBlock videoBlock(buffer, size);
-  ReadBlock(videoBlock);
-  const CmGenericByteDataSinglePacket single(buffer, size);
-  ReadBase(single);
-  const CmGenericVideoStreamDataPacket video(buffer, size);
-  ReadVideo(video);
-  const CmGenericAudioStreamDataPacket audio(buffer, size);
-  ReadAudio(audio);
-  const CmGenericByteDataMultiPacket multi(buffer, size);
-  WalkMulti(multi);
+  ReadBlock(CmGenericByteDataBlock(buffer, size));
+  ReadBlock(CmGenericVideoByteDataBlock(buffer, size));
+  ReadBase(CmGenericByteDataSinglePacket(buffer, size));
+  ReadVideo(CmGenericVideoStreamDataPacket(buffer, size));
+  ReadAudio(CmGenericAudioStreamDataPacket(buffer, size));
+  WalkMulti(CmGenericByteDataMultiPacket(buffer, size));
 
   Guarded([&] { WriteCopy(base, data, size); });
   MatchAndAnalyze(base, data, size);

@@ -23,6 +23,13 @@ void ExpectBitStreamError(const std::function<void()>& action, uint32_t code, co
   }
 }
 
+// Reads `count` bits: the value, and the bit position after the read.
+std::pair<uint32_t, int64_t> Read(CmBitReader& reader, unsigned count) {
+  const uint32_t value = reader.ReadBits(count);
+  return {value, reader.GetBitPosition()};
+}
+using SmRead = std::pair<uint32_t, int64_t>;
+
 } // namespace
 
 TEST(ReadBuffer, CopiesWhatIsLeft) {
@@ -30,8 +37,7 @@ TEST(ReadBuffer, CopiesWhatIsLeft) {
   CmReadBuffer buffer(data, sizeof data);
   uint8_t out[8] = {};
   EXPECT_EQ(buffer.Read(out, 2, ImStreamTypes::Blocking), 2u);
-  EXPECT_EQ(out[0], 1);
-  EXPECT_EQ(out[1], 2);
+  EXPECT_EQ(out[0] << 8 | out[1], 0x0102);
   EXPECT_EQ(buffer.Read(out, 0, ImStreamTypes::Default), 0u);
   EXPECT_EQ(buffer.Read(out, 8, ImStreamTypes::Default), 3u);
   EXPECT_EQ(out[2], 5);
@@ -49,26 +55,21 @@ TEST(BitReader, ReadsMostSignificantBitFirst) {
   CmReadBuffer buffer(data, sizeof data);
   CmBitReader reader(buffer);
   EXPECT_EQ(reader.GetBitPosition(), 0);
-  EXPECT_EQ(reader.ReadBits(0), 0u);
-  EXPECT_EQ(reader.GetBitPosition(), 0);
-  EXPECT_EQ(reader.ReadBits(1), 1u);
-  EXPECT_EQ(reader.ReadBits(3), 0x2u);
-  EXPECT_EQ(reader.GetBitPosition(), 4);
+  EXPECT_EQ(Read(reader, 0), SmRead(0, 0));
+  EXPECT_EQ(Read(reader, 1), SmRead(1, 1));
+  EXPECT_EQ(Read(reader, 3), SmRead(0x2, 4));
   // Across byte boundaries: 0x5, 0x0F, 0xF0, 0x8 as one 24-bit field.
-  EXPECT_EQ(reader.ReadBits(24), 0x50FF08u);
-  EXPECT_EQ(reader.GetBitPosition(), 28);
-  EXPECT_EQ(reader.ReadBits(4), 0x1u);
-  EXPECT_EQ(reader.GetBitPosition(), 32);
+  EXPECT_EQ(Read(reader, 24), SmRead(0x50FF08, 28));
+  EXPECT_EQ(Read(reader, 4), SmRead(0x1, 32));
   // The next byte is read only when a bit of it is needed.
-  EXPECT_EQ(reader.ReadBits(0), 0u);
-  EXPECT_EQ(reader.GetBitPosition(), 32);
+  EXPECT_EQ(Read(reader, 0), SmRead(0, 32));
 
   reader.ByteAlign();
   EXPECT_EQ(reader.GetBitPosition(), 32);
-  EXPECT_EQ(reader.ReadBits(3), 0x3u);
+  EXPECT_EQ(Read(reader, 3), SmRead(0x3, 35));
   reader.ByteAlign();
   EXPECT_EQ(reader.GetBitPosition(), 40);
-  EXPECT_EQ(reader.ReadBits(8), 0xC3u);
+  EXPECT_EQ(Read(reader, 8), SmRead(0xC3, 48));
 }
 
 TEST(BitReader, ThirtyTwoBitsAndNoMore) {
@@ -82,17 +83,15 @@ TEST(BitReader, ThirtyTwoBitsAndNoMore) {
   ExpectBitStreamError([&] { reader.ReadBits(1000); }, 2,
                        "Cannot read more than 32 bits at the time");
   EXPECT_EQ(reader.GetBitPosition(), 32);
-  EXPECT_EQ(reader.ReadBits(1), 1u);
-  EXPECT_EQ(reader.ReadBits(32), 0xFFFFFFFFu);
-  EXPECT_EQ(reader.GetBitPosition(), 65);
+  EXPECT_EQ(Read(reader, 1), SmRead(1, 33));
+  EXPECT_EQ(Read(reader, 32), SmRead(0xFFFFFFFF, 65));
 }
 
 TEST(BitReader, EmptyAndExhaustedSources) {
   const uint8_t none[1] = {0};
   CmReadBuffer empty(none, 0);
   CmBitReader emptyReader(empty);
-  EXPECT_EQ(emptyReader.GetBitPosition(), 0);
-  EXPECT_EQ(emptyReader.ReadBits(0), 0u);
+  EXPECT_EQ(Read(emptyReader, 0), SmRead(0, 0));
   ExpectBitStreamError([&] { emptyReader.ReadBits(1); }, 1, "Unable to read from input stream");
   ExpectBitStreamError([&] { emptyReader.ReadBits(1); }, 1, "Unable to read from input stream");
   EXPECT_EQ(emptyReader.GetBitPosition(), 0);

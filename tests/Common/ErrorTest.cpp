@@ -10,8 +10,10 @@
 #include "Common/Error/Precondition.h"
 #include "Common/Library/Library.h"
 #include "Common/TimeStamp/TimeStamp.h"
+#include "support/CaughtError.h"
 
 using NmError::CmError;
+using NmTestSupport::Caught;
 
 namespace NmErrorTest {
 
@@ -43,7 +45,9 @@ using CmTestCodedError = NmError::CmCodedError<CmTestTag>;
 
 using namespace NmErrorTest;
 
-TEST(ErrorLocation, ThrowSiteNamesFunctionLineFileAndNumber) {
+TEST(ErrorLocation, ThrowSitesAndPreconditionsNameFunctionLineFileAndNumber) {
+  // Thrown in the test body itself, not in a lambda, whose name differs
+  // between compilers.
   const int line = __LINE__ + 3;
   std::string location;
   try {
@@ -51,107 +55,86 @@ TEST(ErrorLocation, ThrowSiteNamesFunctionLineFileAndNumber) {
   } catch (const CmError& e) {
     location = e.GetLocation();
   }
-  EXPECT_EQ(location, "ErrorLocation_ThrowSiteNamesFunctionLineFileAndNumber_Test::TestBody (line "
-                      "ErrorTest.cpp, " +
-                          std::to_string(line) + ")");
+  EXPECT_EQ(location,
+            "ErrorLocation_ThrowSitesAndPreconditionsNameFunctionLineFileAndNumber_Test::TestBody "
+            "(line ErrorTest.cpp, " +
+                std::to_string(line) + ")");
 
   // A static member of a class in a namespace.
   int thrownAt = 0;
-  try {
-    CmThrower::Throw(thrownAt);
-  } catch (const CmError& e) {
-    EXPECT_EQ(e.GetLocation(), "NmErrorTest::CmThrower::Throw (line ErrorTest.cpp, " +
-                                   std::to_string(thrownAt) + ")");
-  }
+  auto error = Caught<CmError>([&] { CmThrower::Throw(thrownAt); });
+  EXPECT_EQ(error->GetLocation(),
+            "NmErrorTest::CmThrower::Throw (line ErrorTest.cpp, " + std::to_string(thrownAt) + ")");
 
   // A throw inside a component, and the system error that it wraps.
-  try {
-    NmLibrary::CmLibrary library;
-    library.Load(NmFile::CmFile("/nonexistent/vzk-none.so"));
-    FAIL() << "load did not fail";
-  } catch (const NmLibrary::CmLibraryError& e) {
-    EXPECT_EQ(e.GetLocation().rfind("NmLibrary::CmLibrary::Load (line Library.cpp, ", 0), 0u)
-        << e.GetLocation();
-    ASSERT_NE(e.GetInnerError(), nullptr);
-    EXPECT_EQ(
-        e.GetInnerError()->GetLocation().rfind("NmLibrary::CmLibrary::Load (line Library.cpp, ", 0),
-        0u);
-  }
-}
+  const auto load = Caught<NmLibrary::CmLibraryError>(
+      [] { NmLibrary::CmLibrary().Load(NmFile::CmFile("/nonexistent/vzk-none.so")); });
+  const std::string loadAt = "NmLibrary::CmLibrary::Load (line Library.cpp, ";
+  EXPECT_EQ(load->GetLocation().rfind(loadAt, 0), 0u) << load->GetLocation();
+  ASSERT_NE(load->GetInnerError(), nullptr);
+  EXPECT_EQ(load->GetInnerError()->GetLocation().rfind(loadAt, 0), 0u);
 
-// Two checks in a row: the first that fails is the one thrown, with the
-// caller's location and line; a check that holds builds no message.
-TEST(ErrorLocation, PreconditionsThrowFromTheirCaller) {
+  // Two checks in a row: the first that fails is the one thrown, with the
+  // caller's location and line; a check that holds builds no message.
   int built = 0;
   const auto message = [&built](const char* text) {
     ++built;
     return std::string(text);
   };
+  const int checkLine = __LINE__ + 2;
   const auto check = [&](int value) {
     VZK_REQUIRE(value >= 0, message("negative"), NmError::CmIntegrityErrorCode::OutOfRange);
     VZK_REQUIRE_AS(CmStackedError, value != 7, message("seven"), CmVideoCodes::Broken, 3);
   };
   EXPECT_NO_THROW(check(3));
   EXPECT_EQ(built, 0);
-  const int line = __LINE__ - 5; // the first check
-  try {
-    check(-7);
-    FAIL() << "a failed check did not throw";
-  } catch (const NmError::CmIntegrityError& e) {
-    EXPECT_STREQ(e.what(), "negative");
-    EXPECT_EQ(e.GetErrorCode(), 3u);
-    EXPECT_NE(e.GetLocation().find("(line ErrorTest.cpp, " + std::to_string(line) + ")"),
-              std::string::npos)
-        << e.GetLocation();
-  }
-  try {
-    check(7);
-    FAIL() << "the second check did not throw";
-  } catch (const CmStackedError& e) {
-    EXPECT_STREQ(e.what(), "seven");
-    EXPECT_EQ(e.GetErrorCode(), 7u);
-    EXPECT_EQ(e.GetBaseErrorCode(), 3u);
-  }
+  const auto negative = Caught<NmError::CmIntegrityError>([&] { check(-7); });
+  EXPECT_STREQ(negative->what(), "negative");
+  EXPECT_EQ(negative->GetErrorCode(), 3u);
+  EXPECT_NE(negative->GetLocation().find("(line ErrorTest.cpp, " + std::to_string(checkLine) + ")"),
+            std::string::npos)
+      << negative->GetLocation();
+  const auto seven = Caught<CmStackedError>([&] { check(7); });
+  EXPECT_STREQ(seven->what(), "seven");
+  EXPECT_EQ(seven->GetErrorCode(), 7u);
+  EXPECT_EQ(seven->GetBaseErrorCode(), 3u);
   EXPECT_EQ(built, 2);
 }
 
-TEST(ErrorLocation, QualifiedNamesFromCompilerSignatures) {
-  using NmError::QualifiedFunctionName;
-  EXPECT_EQ(QualifiedFunctionName("void NmA::CmB::F(int) const"), "NmA::CmB::F");
-  EXPECT_EQ(QualifiedFunctionName("NmA::CmB::CmB(const std::string&)"), "NmA::CmB::CmB");
-  EXPECT_EQ(QualifiedFunctionName("const char* NmA::F()"), "NmA::F");
-  EXPECT_EQ(QualifiedFunctionName("std::map<int, int> NmA::CmB<T>::F(T) [with T = int]"),
-            "NmA::CmB<T>::F");
-  EXPECT_EQ(QualifiedFunctionName("bool NmA::CmB::operator()(int)"), "NmA::CmB::operator()");
-  // Operators whose names hold brackets or blanks.
-  EXPECT_EQ(QualifiedFunctionName("bool NmA::CmB::operator<(const NmA::CmB&) const"),
-            "NmA::CmB::operator<");
-  EXPECT_EQ(QualifiedFunctionName("bool NmA::CmB::operator>(const NmA::CmB&) const"),
-            "NmA::CmB::operator>");
-  EXPECT_EQ(QualifiedFunctionName("std::ostream& NmA::operator<<(std::ostream&, int)"),
-            "NmA::operator<<");
-  EXPECT_EQ(QualifiedFunctionName("T* NmA::CmP<T>::operator->() const [with T = int]"),
-            "NmA::CmP<T>::operator->");
-  // The forms of an anonymous namespace in gcc and in clang.
-  EXPECT_EQ(QualifiedFunctionName("void {anonymous}::Helper(int)"), "{anonymous}::Helper");
-  EXPECT_EQ(QualifiedFunctionName("void (anonymous namespace)::Helper(int)"),
-            "(anonymous namespace)::Helper");
-  EXPECT_EQ(QualifiedFunctionName(""), "");
-  EXPECT_EQ(QualifiedFunctionName(nullptr), "");
-}
+TEST(ErrorLocation, QualifiedNamesFromCompilerSignaturesAndFilesFromTheirComponent) {
+  const std::pair<const char*, const char*> names[] = {
+      {"void NmA::CmB::F(int) const", "NmA::CmB::F"},
+      {"NmA::CmB::CmB(const std::string&)", "NmA::CmB::CmB"},
+      {"const char* NmA::F()", "NmA::F"},
+      {"std::map<int, int> NmA::CmB<T>::F(T) [with T = int]", "NmA::CmB<T>::F"},
+      {"bool NmA::CmB::operator()(int)", "NmA::CmB::operator()"},
+      // Operators whose names hold brackets or blanks.
+      {"bool NmA::CmB::operator<(const NmA::CmB&) const", "NmA::CmB::operator<"},
+      {"bool NmA::CmB::operator>(const NmA::CmB&) const", "NmA::CmB::operator>"},
+      {"std::ostream& NmA::operator<<(std::ostream&, int)", "NmA::operator<<"},
+      {"T* NmA::CmP<T>::operator->() const [with T = int]", "NmA::CmP<T>::operator->"},
+      // The forms of an anonymous namespace in gcc and in clang.
+      {"void {anonymous}::Helper(int)", "{anonymous}::Helper"},
+      {"void (anonymous namespace)::Helper(int)", "(anonymous namespace)::Helper"},
+      {"", ""}};
+  for (const auto& [signature, name] : names) {
+    EXPECT_EQ(NmError::QualifiedFunctionName(signature), name);
+  }
+  EXPECT_EQ(NmError::QualifiedFunctionName(nullptr), "");
 
-TEST(ErrorLocation, FilesAreNamedRelativeToTheirComponent) {
-  using NmError::ComponentRelativeFile;
-  EXPECT_EQ(ComponentRelativeFile("/work/src/Common/Xerces/Xerces.cpp"), "Xerces.cpp");
-  EXPECT_EQ(ComponentRelativeFile("/a/src/Common/GUID/linux/GUID-OSD.cpp"), "linux/GUID-OSD.cpp");
-  EXPECT_EQ(ComponentRelativeFile("/a/src/b/src/MediaProcessing/Image/Crop.cpp"), "Crop.cpp");
-  // Relative paths, as some generators pass them.
-  EXPECT_EQ(ComponentRelativeFile("src/Common/TimeStamp/linux/TimeStamp-OSD.cpp"),
-            "linux/TimeStamp-OSD.cpp");
-  EXPECT_EQ(ComponentRelativeFile("../src/Common/Error/Error.h"), "Error.h");
-  // Outside the source tree only the file name is kept.
-  EXPECT_EQ(ComponentRelativeFile("/x/tests/Common/ErrorTest.cpp"), "ErrorTest.cpp");
-  EXPECT_EQ(ComponentRelativeFile("plain.cpp"), "plain.cpp");
+  const std::pair<const char*, const char*> files[] = {
+      {"/work/src/Common/Xerces/Xerces.cpp", "Xerces.cpp"},
+      {"/a/src/Common/GUID/linux/GUID-OSD.cpp", "linux/GUID-OSD.cpp"},
+      {"/a/src/b/src/MediaProcessing/Image/Crop.cpp", "Crop.cpp"},
+      // Relative paths, as some generators pass them.
+      {"src/Common/TimeStamp/linux/TimeStamp-OSD.cpp", "linux/TimeStamp-OSD.cpp"},
+      {"../src/Common/Error/Error.h", "Error.h"},
+      // Outside the source tree only the file name is kept.
+      {"/x/tests/Common/ErrorTest.cpp", "ErrorTest.cpp"},
+      {"plain.cpp", "plain.cpp"}};
+  for (const auto& [path, file] : files) {
+    EXPECT_EQ(NmError::ComponentRelativeFile(path), file);
+  }
   EXPECT_EQ(NmError::MakeLocation("void NmA::F()", "/r/src/Common/File/File.cpp", 12),
             "NmA::F (line File.cpp, 12)");
 }
@@ -168,7 +151,6 @@ TEST(Error, TextsOfAChain) {
   third.GetFullText(appended);
   EXPECT_EQ(appended, "prefix|L3: third\nL2: second\nL1: first");
   EXPECT_EQ(Printed(third), "L3: third\nL2: second\nL1: first\n");
-  EXPECT_EQ(first.GetFullText(), "L1: first");
   EXPECT_EQ(first.GetInnerError(), nullptr);
 
   // The wrapped error is a copy: the original may go away.
@@ -182,7 +164,6 @@ TEST(Error, TextsOfAChain) {
   EXPECT_EQ(copy.GetFullText(), third.GetFullText());
   EXPECT_NE(copy.GetInnerError(), third.GetInnerError());
   copy = first;
-  EXPECT_EQ(copy.GetFullText(), "L1: first");
   copy = copy;
   EXPECT_EQ(copy.GetFullText(), "L1: first");
 }
@@ -222,18 +203,14 @@ TEST(Error, CloneKeepsDynamicTypeAndCodes) {
     EXPECT_EQ(Printed(*clone), Printed(*original));
   }
 
+  // The inner chain keeps its types and codes too.
   std::unique_ptr<CmError> stackedClone(static_cast<const CmError&>(stacked).Clone());
-  const auto* asStacked = dynamic_cast<const CmStackedError*>(stackedClone.get());
-  ASSERT_NE(asStacked, nullptr);
-  EXPECT_EQ(asStacked->GetErrorCode(), 9u);
-  EXPECT_EQ(asStacked->GetBaseErrorCode(), 4u);
-  // The inner chain keeps its types too.
-  const auto* innerVideo = dynamic_cast<const CmVideoError*>(asStacked->GetInnerError());
-  ASSERT_NE(innerVideo, nullptr);
-  EXPECT_EQ(innerVideo->GetErrorCode(), 7u);
-  const auto* innerCoded = dynamic_cast<const CmTestCodedError*>(innerVideo->GetInnerError());
-  ASSERT_NE(innerCoded, nullptr);
-  EXPECT_EQ(innerCoded->GetCode(), 17u);
+  const auto& asStacked = dynamic_cast<const CmStackedError&>(*stackedClone);
+  const auto& innerVideo = dynamic_cast<const CmVideoError&>(*asStacked.GetInnerError());
+  const auto& innerCoded = dynamic_cast<const CmTestCodedError&>(*innerVideo.GetInnerError());
+  EXPECT_EQ(std::vector<uint32_t>({asStacked.GetErrorCode(), asStacked.GetBaseErrorCode(),
+                                   innerVideo.GetErrorCode(), innerCoded.GetCode()}),
+            std::vector<uint32_t>({9, 4, 7, 17}));
 
   std::unique_ptr<CmError> systemClone(static_cast<const CmError&>(system).Clone());
   EXPECT_EQ(dynamic_cast<NmError::CmSystemError&>(*systemClone).GetSystemErrorNumber(), EACCES);
@@ -246,13 +223,9 @@ TEST(Error, CloneKeepsDynamicTypeAndCodes) {
 TEST(Error, LastErrorKeepsACopy) {
   NmError::CmLastError<CmVideoError> holder;
   EXPECT_EQ(holder.GetLastError(), nullptr);
-  {
-    const CmVideoError error("L", "gone", 3);
-    holder.SetLastError(error);
-  }
+  holder.SetLastError(CmVideoError("L", "gone", 3));
   ASSERT_NE(holder.GetLastError(), nullptr);
-  EXPECT_EQ(holder.GetLastError()->GetDescription(), "gone");
-  EXPECT_EQ(holder.GetLastError()->GetErrorCode(), 3u);
+  EXPECT_EQ(Printed(*holder.GetLastError()), "L: gone: error code 3\n");
   holder.ClearLastError();
   EXPECT_EQ(holder.GetLastError(), nullptr);
 }

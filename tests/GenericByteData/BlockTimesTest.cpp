@@ -40,58 +40,60 @@ TEST(GenericByteDataBlockTimes, ValidityRulesPerTypeAndImageCount) {
   }
 }
 
+namespace {
+// The time of image `index` in milliseconds, or -1 when there is none.
+int64_t ImageTime(const CmBlockFixture& f, uint64_t index) {
+  CmTimeStamp time;
+  return f.block.GetTimeStampForImage(index, time) ? time.GetMilliseconds() : -1;
+}
+using SmShown = std::pair<int64_t, int64_t>;
+// The image shown at `ms` and its time, or {-1, -1} when none is.
+SmShown Shown(const CmBlockFixture& f, int64_t ms) {
+  uint64_t index = 99;
+  CmTimeStamp time;
+  return f.block.GetImageIndexForTime(Ms(ms), index, time)
+             ? SmShown(static_cast<int64_t>(index), time.GetMilliseconds())
+             : SmShown(-1, -1);
+}
+} // namespace
+
 TEST(GenericByteDataBlockTimes, ImageTimesWithAndWithoutLastImageAtEndTime) {
   // Last image at the end time: two images at 0 and 1000 ms.
   CmBlockFixture closed({.lastImageAtEndTime = true, .endTime = 1000, .imageCount = 2});
-  CmTimeStamp time;
-  uint64_t index = 99;
-  ASSERT_TRUE(closed.block.GetTimeStampForImage(1, time));
-  EXPECT_EQ(time, Ms(1000));
-  ASSERT_TRUE(closed.block.GetImageIndexForTime(Ms(1000), index, time));
-  EXPECT_EQ(index, 1u);
-  EXPECT_EQ(time, Ms(1000));
-  ASSERT_TRUE(closed.block.GetImageIndexForTime(Ms(999), index, time));
-  EXPECT_EQ(index, 0u);
-  EXPECT_EQ(time, Ms(0));
-  EXPECT_FALSE(closed.block.GetImageIndexForTime(Ms(1001), index, time));
+  EXPECT_EQ(ImageTime(closed, 1), 1000);
+  EXPECT_EQ(Shown(closed, 1000), SmShown(1, 1000));
+  EXPECT_EQ(Shown(closed, 999), SmShown(0, 0));
+  EXPECT_EQ(Shown(closed, 1001), SmShown(-1, -1));
 
   // End time exclusive: the same times put images at 0 and 500, and 1000
   // lies outside the block.
   CmBlockFixture open({.lastImageAtEndTime = false, .endTime = 1000, .imageCount = 2});
-  ASSERT_TRUE(open.block.GetTimeStampForImage(1, time));
-  EXPECT_EQ(time, Ms(500));
-  EXPECT_FALSE(open.block.GetImageIndexForTime(Ms(1000), index, time));
-  ASSERT_TRUE(open.block.GetImageIndexForTime(Ms(999), index, time));
-  EXPECT_EQ(index, 1u);
-  EXPECT_EQ(time, Ms(500));
-  ASSERT_TRUE(open.block.GetImageIndexForTime(Ms(500), index, time));
-  EXPECT_EQ(index, 1u);
-  ASSERT_TRUE(open.block.GetImageIndexForTime(Ms(499), index, time));
-  EXPECT_EQ(index, 0u);
+  EXPECT_EQ(ImageTime(open, 1), 500);
+  EXPECT_EQ(Shown(open, 1000), SmShown(-1, -1));
+  EXPECT_EQ(Shown(open, 999), SmShown(1, 500));
+  EXPECT_EQ(Shown(open, 500), SmShown(1, 500));
+  EXPECT_EQ(Shown(open, 499), SmShown(0, 0));
 
   // Before the first image, and indices beyond the images.
   CmBlockFixture later({.beginTime = 100, .endTime = 400, .imageCount = 4});
+  uint64_t index = 99;
+  CmTimeStamp time;
   EXPECT_FALSE(later.block.GetImageIndexForTime(Ms(99), index, time));
   EXPECT_EQ(index, 0u);
-  ASSERT_TRUE(later.block.GetImageIndexForTime(Ms(100), index, time));
-  EXPECT_EQ(time, Ms(100));
-  EXPECT_FALSE(later.block.GetTimeStampForImage(4, time));
-  ASSERT_TRUE(later.block.GetTimeStampForImage(3, time));
-  EXPECT_EQ(time, Ms(400));
+  EXPECT_EQ(Shown(later, 100), SmShown(0, 100));
+  EXPECT_EQ(ImageTime(later, 4), -1);
+  EXPECT_EQ(ImageTime(later, 3), 400);
 
   // One image: only its own time matches.
   CmBlockFixture single({.beginTime = 70, .endTime = 70, .imageCount = 1});
-  ASSERT_TRUE(single.block.GetImageIndexForTime(Ms(70), index, time));
-  EXPECT_EQ(time, Ms(70));
-  EXPECT_FALSE(single.block.GetImageIndexForTime(Ms(71), index, time));
+  EXPECT_EQ(Shown(single, 70), SmShown(0, 70));
+  EXPECT_EQ(Shown(single, 71), SmShown(-1, -1));
 
   // No images, or an end before the begin: nothing to find.
   CmBlockFixture none({.endTime = 10, .imageCount = 0});
-  EXPECT_FALSE(none.block.GetTimeStampForImage(0, time));
-  EXPECT_FALSE(none.block.GetImageIndexForTime(Ms(5), index, time));
   CmBlockFixture backwards({.beginTime = 10, .endTime = 5, .imageCount = 2});
-  EXPECT_FALSE(backwards.block.GetTimeStampForImage(0, time));
-  EXPECT_FALSE(backwards.block.GetImageIndexForTime(Ms(7), index, time));
+  EXPECT_EQ(ImageTime(none, 0) + ImageTime(backwards, 0), -2);
+  EXPECT_EQ(Shown(none, 5).first + Shown(backwards, 7).first, -2);
 }
 
 TEST(GenericByteDataBlockTimes, IntervalIsDividedRoundingDownAndTheModeIsRestored) {
@@ -99,24 +101,16 @@ TEST(GenericByteDataBlockTimes, IntervalIsDividedRoundingDownAndTheModeIsRestore
   // would put the last image at 30 ms, behind the end of the block.
   CmBlockFixture f({.lastImageAtEndTime = true, .endTime = 29, .imageCount = 8});
   ASSERT_EQ(std::fegetround(), FE_TONEAREST);
-  CmTimeStamp time;
-  ASSERT_TRUE(f.block.GetTimeStampForImage(7, time));
-  EXPECT_EQ(time, Ms(29));
-  uint64_t index = 0;
-  ASSERT_TRUE(f.block.GetImageIndexForTime(Ms(29), index, time));
-  EXPECT_EQ(index, 7u);
-  EXPECT_EQ(time, Ms(29));
+  EXPECT_EQ(Shown(f, 29), SmShown(7, 29));
   EXPECT_EQ(std::fegetround(), FE_TONEAREST);
   // Images land on ceil(index x interval): 0, 5, 9, 13, 17, 21, 25, 29.
   const int64_t expected[] = {0, 5, 9, 13, 17, 21, 25, 29};
   for (uint64_t i = 0; i < 8; ++i) {
-    ASSERT_TRUE(f.block.GetTimeStampForImage(i, time));
-    EXPECT_EQ(time, Ms(expected[i])) << i;
+    EXPECT_EQ(ImageTime(f, i), expected[i]) << i;
   }
   // Far-apart times must not overflow the index arithmetic.
   CmBlockFixture wide({.endTime = 1800000000000000, .imageCount = 65535});
-  ASSERT_TRUE(wide.block.GetImageIndexForTime(Ms(1799999999999999), index, time));
-  EXPECT_EQ(index, 65533u);
+  EXPECT_EQ(Shown(wide, 1799999999999999).first, 65533);
 }
 
 TEST(GenericByteDataBlockTimes, WireTimesBeyondTheTimeStampRangeRaise) {
@@ -143,13 +137,10 @@ TEST(GenericByteDataBlockFlags, EndTimeExclusiveLeavesOtherBitsAlone) {
   EXPECT_FALSE(f.block.IsEndTimeExclusive());
   ASSERT_TRUE(f.block.SetEndTimeExclusive(true));
   EXPECT_TRUE(f.block.IsEndTimeExclusive());
-  EXPECT_EQ(f.bytes[4], 0x80);
-  EXPECT_EQ(f.bytes[7], 0x01);
+  EXPECT_EQ(f.bytes[4] << 8 | f.bytes[7], 0x8001);
   ASSERT_TRUE(f.block.SetEndTimeExclusive(false));
   EXPECT_EQ(f.bytes[7], 0x03);
-  ASSERT_TRUE(f.block.SetPictureFormat(15));
-  ASSERT_TRUE(f.block.SetInterlacing(true, false, 3));
-  EXPECT_EQ(f.bytes[4], 0x80);
-  EXPECT_EQ(f.bytes[7] & 0x03, 0x03);
+  ASSERT_TRUE(f.block.SetPictureFormat(15) && f.block.SetInterlacing(true, false, 3));
+  EXPECT_EQ(f.bytes[4] << 8 | (f.bytes[7] & 0x03), 0x8003);
   EXPECT_FALSE(f.block.IsEndTimeExclusive());
 }

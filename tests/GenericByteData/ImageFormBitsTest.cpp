@@ -52,9 +52,8 @@ TEST(GenericByteDataInterlacing, AttributeNumbersMapOntoBitsAndBack) {
     bool top = false;
     uint32_t layout = 9;
     ASSERT_TRUE(NmImageFormBits::InterlacingToBits(row.interlacing, interlaced, top, layout));
-    EXPECT_EQ(interlaced, row.interlaced) << row.interlacing;
-    EXPECT_EQ(top, row.top) << row.interlacing;
-    EXPECT_EQ(layout, row.layout) << row.interlacing;
+    EXPECT_EQ(std::tuple(interlaced, top, layout), std::tuple(row.interlaced, row.top, row.layout))
+        << row.interlacing;
     EXPECT_EQ(NmImageFormBits::BitsToInterlacing(interlaced, top, layout), row.interlacing);
   }
   bool interlaced = false;
@@ -70,9 +69,7 @@ TEST(GenericByteDataInterlacing, AttributeNumbersMapOntoBitsAndBack) {
   CmBytes bytes = BuildVideoPacket({.sync = true, .imageForm = {.flippedHorizontally = true}});
   CmGenericVideoStreamDataPacket packet(bytes.data(), bytes.size());
   ASSERT_TRUE(packet.SetInterlacing(true, true, 3));
-  EXPECT_EQ(bytes[10], 0x02);
-  EXPECT_EQ(bytes[11], 0xF1);
+  EXPECT_EQ(bytes[10] << 8 | bytes[11], 0x02F1);
   ASSERT_TRUE(packet.SetInterlacing(false, true, 1));
-  EXPECT_EQ(bytes[11], 0x01);
-  EXPECT_EQ(bytes[10], 0x02);
+  EXPECT_EQ(bytes[10] << 8 | bytes[11], 0x0201);
 }

@@ -3,6 +3,7 @@
 #include "MediaProcessing/GenericByteData/ByteDataSequenceAnalyzer.h"
 #include "TestTimes.h"
 #include "support/GenericByteDataBuilder.h"
+#include "support/ImageTestSupport.h"
 
 using namespace NmMediaProcessing;
 using namespace NmTestSupport;
@@ -41,32 +42,28 @@ public:
 } // namespace
 
 TEST(ByteDataSequenceAnalyzer, VideoPacketsContinuityGapsWarpsAndSyncLoss) {
+  constexpr uint32_t C = Result::SequenceContinuous, G = Result::SequenceGap,
+                     W = Result::SequenceTimeWarp, L = Result::SequenceSyncLost;
+  // Sequence number, sync, sync time, frame time; the status and the last
+  // sync time after it. In order: sequence number 0 follows 65535; a skipped
+  // number in the same GOP, then in a new GOP; the same frame time again; a
+  // frame before its own sync time; a sync frame that names another frame as
+  // its sync frame; a frame of a GOP whose sync frame never came, and one of
+  // an older GOP; a sync frame not newer than the last sync time.
+  const std::tuple<uint16_t, bool, uint64_t, uint64_t, uint32_t, int64_t> packets[] = {
+      {65534, true, 1000, 1000, C, 1000}, {65535, false, 1000, 1040, C, 1000},
+      {0, false, 1000, 1080, C, 1000},    {2, false, 1000, 1120, G, 1000},
+      {4, true, 1160, 1160, G, 1160},     {5, false, 1160, 1200, C, 1160},
+      {6, false, 1160, 1200, W, 1160},    {7, false, 1300, 1240, W, 1160},
+      {8, true, 1250, 1280, W, 1250},     {9, false, 1300, 1320, L, 1250},
+      {10, false, 1000, 1360, W, 1250},   {11, true, 1250, 1250, W, 1250}};
   CmFeeder f;
   EXPECT_EQ(f.m_Analyzer.GetLastKind(), 3u);
-  EXPECT_EQ(f.Video(65534, true, 1000, 1000), Result::SequenceContinuous);
-  EXPECT_TRUE(f.m_LastSync);
-  EXPECT_EQ(f.Video(65535, false, 1000, 1040), Result::SequenceContinuous);
-  EXPECT_FALSE(f.m_LastSync);
-  // Sequence number 0 follows 65535.
-  EXPECT_EQ(f.Video(0, false, 1000, 1080), Result::SequenceContinuous);
-  // A skipped number in the same GOP, then in a new GOP.
-  EXPECT_EQ(f.Video(2, false, 1000, 1120), Result::SequenceGap);
-  EXPECT_EQ(f.Video(4, true, 1160, 1160), Result::SequenceGap);
-  EXPECT_EQ(f.m_Analyzer.GetLastSyncTime(), Ms(1160));
-  EXPECT_EQ(f.Video(5, false, 1160, 1200), Result::SequenceContinuous);
-  // The same frame time again.
-  EXPECT_EQ(f.Video(6, false, 1160, 1200), Result::SequenceTimeWarp);
-  // A frame before its own sync time.
-  EXPECT_EQ(f.Video(7, false, 1300, 1240), Result::SequenceTimeWarp);
-  // A sync frame that names another frame as its sync frame.
-  EXPECT_EQ(f.Video(8, true, 1250, 1280), Result::SequenceTimeWarp);
-  EXPECT_EQ(f.m_Analyzer.GetLastSyncTime(), Ms(1250));
-  // A frame of a GOP whose sync frame never came, and one of an older GOP.
-  EXPECT_EQ(f.Video(9, false, 1300, 1320), Result::SequenceSyncLost);
-  EXPECT_EQ(f.m_Analyzer.GetLastSyncTime(), Ms(1250));
-  EXPECT_EQ(f.Video(10, false, 1000, 1360), Result::SequenceTimeWarp);
-  // A sync frame not newer than the last sync time.
-  EXPECT_EQ(f.Video(11, true, 1250, 1250), Result::SequenceTimeWarp);
+  for (const auto& [sequence, sync, syncTime, frameTime, status, lastSync] : packets) {
+    EXPECT_EQ(f.Video(sequence, sync, syncTime, frameTime), status) << sequence;
+    EXPECT_EQ(f.m_LastSync, sync) << sequence;
+    EXPECT_EQ(f.m_Analyzer.GetLastSyncTime(), Ms(lastSync)) << sequence;
+  }
   EXPECT_EQ(f.m_Analyzer.GetLastTime(), Ms(1250));
   EXPECT_EQ(f.m_Analyzer.GetLastSequenceNumber(), 11);
 
@@ -100,7 +97,10 @@ TEST(ByteDataSequenceAnalyzer, BlocksAndTheirJoinsWithPackets) {
   EXPECT_EQ(f.Video(4321, true, 7000, 7000), Result::SequenceContinuous);
   EXPECT_EQ(f.Video(4322, false, 7000, 7040), Result::SequenceContinuous);
   EXPECT_EQ(f.Block(8000, 9000, 2), Result::SequenceContinuous);
-  // A non-sync packet after a block: its GOP's sync frame was not seen.
+  // A non-sync packet after a block: its GOP's sync frame was not seen;
+  // one that names the block's own time as its sync time refers back.
+  CmFeeder back = f;
+  EXPECT_EQ(back.Video(1, false, 8000, 9600), Result::SequenceTimeWarp);
   EXPECT_EQ(f.Video(1, false, 9500, 9600), Result::SequenceSyncLost);
 
   // Raw JPEG is legacy and leaves the state alone.
@@ -119,29 +119,15 @@ TEST(ByteDataSequenceAnalyzer, AudioStreamsAndMixingErrors) {
   EXPECT_EQ(audio.Audio(2, 140), Result::SequenceGap);
   EXPECT_EQ(audio.Audio(3, 140), Result::SequenceTimeWarp);
   EXPECT_EQ(audio.m_Analyzer.GetLastSyncTime(), Ms(140));
-  try {
-    audio.Video(0, true, 200, 200);
-    FAIL() << "no error";
-  } catch (const NmError::CmIntegrityError& error) {
-    EXPECT_EQ(error.GetDescription(), "Cannot analyze video packets after audio packets!");
-    EXPECT_EQ(error.GetErrorCode(), 0u);
-  }
-  try {
-    audio.Block(200, 300, 2);
-    FAIL() << "no error";
-  } catch (const NmError::CmIntegrityError& error) {
-    EXPECT_EQ(error.GetDescription(), "Cannot analyze video blocks after audio packets!");
-  }
+  using NmImageTest::ExpectError;
+  ExpectError([&] { audio.Video(0, true, 200, 200); },
+              "Cannot analyze video packets after audio packets!", 0);
+  ExpectError([&] { audio.Block(200, 300, 2); }, "Cannot analyze video blocks after audio packets!",
+              0);
   CmFeeder video;
   video.Video(0, true, 100, 100);
-  try {
-    video.Audio(1, 200);
-    FAIL() << "no error";
-  } catch (const NmError::CmIntegrityError& error) {
-    EXPECT_EQ(error.GetDescription(),
-              "Cannot analyze audio packets after other types of Generic Byte Data");
-    EXPECT_EQ(error.GetErrorCode(), 0u);
-  }
+  ExpectError([&] { video.Audio(1, 200); },
+              "Cannot analyze audio packets after other types of Generic Byte Data", 0);
   CmFeeder afterBlock;
   afterBlock.Block(100, 200, 2);
   EXPECT_THROW(afterBlock.Audio(1, 300), NmError::CmIntegrityError);

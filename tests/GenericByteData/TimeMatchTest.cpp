@@ -47,30 +47,24 @@ std::optional<int64_t> Wanted(const std::vector<int64_t>& frames, SmTimeMatchTyp
 
 // A span is judged by a different edge in each reading; instants agree.
 TEST(TimeMatch, ItemsAndFramesReadSpansAtTheirEdges) {
-  auto in = [](SmReading reading, SmTimeMatchType type, int64_t time) {
-    return Qualifies<int64_t>(type, reading, time, 10, 20);
-  };
-  auto items = [&](SmTimeMatchType type, int64_t time) { return in(SmReading::Items, type, time); };
-  auto frames = [&](SmTimeMatchType type, int64_t time) {
-    return in(SmReading::Frames, type, time);
-  };
-  EXPECT_FALSE(items(TimeMatchBefore, 20)) << "an item that ends at the time is not before it";
-  EXPECT_TRUE(items(TimeMatchBefore, 21));
-  EXPECT_TRUE(frames(TimeMatchBefore, 11)) << "a record that begins before holds a frame before";
-  EXPECT_FALSE(frames(TimeMatchBefore, 10));
-  EXPECT_FALSE(items(TimeMatchAfter, 10));
-  EXPECT_TRUE(items(TimeMatchAfter, 9));
-  EXPECT_TRUE(frames(TimeMatchAfter, 19));
-  EXPECT_FALSE(frames(TimeMatchAfter, 20));
-  EXPECT_TRUE(items(TimeMatchAtOrAfter, 10));
-  EXPECT_FALSE(items(TimeMatchAtOrAfter, 11));
-  EXPECT_TRUE(frames(TimeMatchAtOrAfter, 20));
-  EXPECT_FALSE(frames(TimeMatchAtOrAfter, 21));
-  for (const SmReading reading : {SmReading::Items, SmReading::Frames}) {
-    EXPECT_TRUE(in(reading, TimeMatchAtOrBefore, 10));
-    EXPECT_FALSE(in(reading, TimeMatchAtOrBefore, 9));
-    EXPECT_TRUE(in(reading, TimeMatchExact, 20));
-    EXPECT_FALSE(in(reading, TimeMatchExact, 21));
+  // Whether the span from 10 to 20 qualifies: an item that ends at the time
+  // is not before it, but a record that begins before holds a frame before.
+  constexpr SmReading I = SmReading::Items;
+  constexpr SmReading F = SmReading::Frames;
+  const std::tuple<SmReading, SmTimeMatchType, int64_t, bool> table[] = {
+      {I, TimeMatchBefore, 20, false},    {I, TimeMatchBefore, 21, true},
+      {F, TimeMatchBefore, 11, true},     {F, TimeMatchBefore, 10, false},
+      {I, TimeMatchAfter, 10, false},     {I, TimeMatchAfter, 9, true},
+      {F, TimeMatchAfter, 19, true},      {F, TimeMatchAfter, 20, false},
+      {I, TimeMatchAtOrAfter, 10, true},  {I, TimeMatchAtOrAfter, 11, false},
+      {F, TimeMatchAtOrAfter, 20, true},  {F, TimeMatchAtOrAfter, 21, false},
+      {I, TimeMatchAtOrBefore, 10, true}, {I, TimeMatchAtOrBefore, 9, false},
+      {F, TimeMatchAtOrBefore, 10, true}, {F, TimeMatchAtOrBefore, 9, false},
+      {I, TimeMatchExact, 20, true},      {I, TimeMatchExact, 21, false},
+      {F, TimeMatchExact, 20, true},      {F, TimeMatchExact, 21, false}};
+  for (const auto& [reading, type, time, qualifies] : table) {
+    EXPECT_EQ(Qualifies<int64_t>(type, reading, time, 10, 20), qualifies)
+        << (reading == I ? "items " : "frames ") << type << " at " << time;
   }
   for (const SmTimeMatchType type : AllTypes) {
     for (const int64_t time : {Min, int64_t{4}, int64_t{5}, int64_t{6}, Max}) {
@@ -172,21 +166,13 @@ TEST(TimeMatch, MovesAndMatchTypesTranslate) {
 
   // About begins: the two modes that look a millisecond back, at the bottom
   // of the range too.
-  const auto before = AboutBegins(NmToolkit::MoveBefore, 0);
-  ASSERT_TRUE(before);
-  EXPECT_EQ(before->time, -1);
-  EXPECT_EQ(before->mode, NmToolkit::MoveAtOrBefore);
-  const auto atOrAfter = AboutBegins(NmToolkit::MoveAtOrAfter, Max);
-  ASSERT_TRUE(atOrAfter);
-  EXPECT_EQ(atOrAfter->time, Max - 1);
-  EXPECT_EQ(atOrAfter->mode, NmToolkit::MoveAfter);
+  const auto about = [](NmToolkit::SmMoveMode mode, int64_t time) {
+    const auto moved = AboutBegins(mode, time);
+    return moved ? std::pair(moved->time, moved->mode) : std::pair(int64_t{0}, mode);
+  };
+  EXPECT_EQ(about(NmToolkit::MoveBefore, 0), std::pair(int64_t{-1}, NmToolkit::MoveAtOrBefore));
+  EXPECT_EQ(about(NmToolkit::MoveAtOrAfter, Max), std::pair(Max - 1, NmToolkit::MoveAfter));
   EXPECT_FALSE(AboutBegins(NmToolkit::MoveBefore, Min));
-  const auto atOrAfterAll = AboutBegins(NmToolkit::MoveAtOrAfter, Min);
-  ASSERT_TRUE(atOrAfterAll);
-  EXPECT_EQ(atOrAfterAll->time, Min);
-  EXPECT_EQ(atOrAfterAll->mode, NmToolkit::MoveAtOrAfter);
-  const auto after = AboutBegins(NmToolkit::MoveAfter, Min);
-  ASSERT_TRUE(after);
-  EXPECT_EQ(after->time, Min);
-  EXPECT_EQ(after->mode, NmToolkit::MoveAfter);
+  EXPECT_EQ(about(NmToolkit::MoveAtOrAfter, Min), std::pair(Min, NmToolkit::MoveAtOrAfter));
+  EXPECT_EQ(about(NmToolkit::MoveAfter, Min), std::pair(Min, NmToolkit::MoveAfter));
 }

@@ -33,24 +33,9 @@ CmBytes Pattern(size_t size, uint8_t seed) {
 }
 
 uint32_t SmImageForm::Bits() const {
-  uint32_t bits = 0;
-  if (interlaced) {
-    bits |= 1u << 4;
-  }
-  if (topFieldFirst) {
-    bits |= 1u << 5;
-  }
-  bits |= (layout & 3u) << 6;
-  if (flippedVertically) {
-    bits |= 1u << 8;
-  }
-  if (flippedHorizontally) {
-    bits |= 1u << 9;
-  }
-  if (rotatedQuarterTurn) {
-    bits |= 1u << 10;
-  }
-  return bits;
+  return uint32_t{interlaced} << 4 | uint32_t{topFieldFirst} << 5 | (layout & 3u) << 6 |
+         uint32_t{flippedVertically} << 8 | uint32_t{flippedHorizontally} << 9 |
+         uint32_t{rotatedQuarterTurn} << 10;
 }
 
 CmBytes BuildBlock(const SmBlockFields& f) {
