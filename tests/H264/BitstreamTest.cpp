@@ -1,9 +1,11 @@
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <random>
 #include <vector>
 
 #include "Codecs/H264/BitReader.h"
+#include "Codecs/H264/Cavlc.h"
 #include "Codecs/H264/NalUnits.h"
 
 using namespace NmH264;
@@ -149,4 +151,51 @@ TEST(H264NalUnits, AnnexBCutsUnitsAtStartCodesInPiecesToo) {
   const std::vector<uint8_t> escaped = {0, 0, 3, 0, 0, 3, 0, 0, 4, 0, 0, 3};
   ExtractPayload(escaped.data(), escaped.size(), rbsp);
   EXPECT_EQ(rbsp, (std::vector<uint8_t>{0, 0, 0, 0, 0, 0, 4, 0, 0}));
+}
+
+TEST(H264Cavlc, CodeTablesArePrefixCodes) {
+  // Every table of the entropy code must be prefix-free; all but the
+  // coeff_token tables, which leave room for codes no stream may use, fill
+  // the code space exactly. A wrong bit in a code breaks one or the other.
+  using namespace NmCavlcTables;
+  const auto check = [](const std::vector<SmVlcSymbol>& codes, bool complete) -> double {
+    double kraft = 0;
+    for (size_t i = 0; i < codes.size(); ++i) {
+      kraft += std::ldexp(1.0, -static_cast<int>(codes[i].bits.size()));
+      for (size_t j = 0; j < codes.size(); ++j) {
+        if (i != j) {
+          EXPECT_NE(codes[j].bits.rfind(codes[i].bits, 0), 0u)
+              << codes[i].bits << " begins " << codes[j].bits;
+        }
+      }
+    }
+    if (complete) {
+      EXPECT_DOUBLE_EQ(kraft, 1.0);
+    } else {
+      EXPECT_LE(kraft, 1.0);
+    }
+    return kraft;
+  };
+  for (int c = 0; c < 5; ++c) {
+    SCOPED_TRACE(c);
+    const double kraft = check(GetCoeffTokenCodes(c), false);
+    if (c == 3) {
+      // The fixed-length class: 62 of the 64 six-bit codes.
+      EXPECT_DOUBLE_EQ(kraft, 62.0 / 64);
+    } else {
+      // Only a code of zeros, which could mimic a start code, is left free.
+      EXPECT_GE(kraft, 1.0 - std::ldexp(1.0, -10));
+    }
+  }
+  for (int n = 1; n <= 15; ++n) {
+    SCOPED_TRACE(n);
+    check(GetTotalZerosCodes(n, false), n != 1);
+  }
+  for (int n = 1; n <= 3; ++n) {
+    check(GetTotalZerosCodes(n, true), true);
+  }
+  for (int z = 1; z <= 7; ++z) {
+    SCOPED_TRACE(z);
+    check(GetRunBeforeCodes(z), z != 7);
+  }
 }

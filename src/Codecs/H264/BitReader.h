@@ -25,6 +25,10 @@ public:
     return static_cast<uint32_t>(bits >> (64 - count));
   }
   bool ReadFlag() { return ReadBits(1) != 0; }
+  // The next count bits (up to 32) without moving on.
+  uint32_t PeekBits(unsigned count) const {
+    return count == 0 ? 0 : static_cast<uint32_t>(Peek() >> (64 - count));
+  }
   void Skip(size_t count) { m_Position += count; }
 
   // ue(v): Exp-Golomb code of up to 32 leading zeros.
