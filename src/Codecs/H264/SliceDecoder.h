@@ -1,0 +1,64 @@
+#pragma once
+
+#include <cstdint>
+
+#include "Codecs/H264/BitReader.h"
+#include "Codecs/H264/ParameterSets.h"
+#include "Codecs/H264/Picture.h"
+#include "Codecs/H264/Reconstruction.h"
+#include "Codecs/H264/SliceHeader.h"
+
+namespace NmH264 {
+
+// Decodes the macroblocks of one slice into its picture: parsing (CAVLC
+// for now) and reconstruction, macroblock by macroblock.
+class CmSliceDecoder {
+public:
+  enum SmResult { Decoded, Damaged, Unsupported };
+
+  // reader stands at the slice data; sliceNumber is unique within the
+  // picture and above 0.
+  SmResult Decode(CmBitReader& reader, const SmSliceHeader& header,
+                  const SmSequenceParameterSet& sps, const SmPictureParameterSet& pps,
+                  uint32_t sliceNumber, CmPicture& picture);
+
+private:
+  struct SmNeighbours {
+    const SmMacroblockInfo* left;     // A
+    const SmMacroblockInfo* top;      // B
+    const SmMacroblockInfo* topRight; // C
+    const SmMacroblockInfo* topLeft;  // D
+  };
+
+  bool DecodeIntraMacroblock(CmBitReader& reader, uint32_t mbType, uint32_t address);
+  bool ReadPcm(CmBitReader& reader, uint32_t address);
+  bool ReadResidual(CmBitReader& reader, uint32_t address, bool intra16x16, uint8_t cbp);
+  void ReconstructIntra(uint32_t address, int intra16x16Mode, int chromaMode);
+  SmNeighbours GetNeighbours(uint32_t address) const;
+  bool IsAvailable(const SmMacroblockInfo* info) const;
+  int GetLumaNc(uint32_t address, int x, int y) const;
+  int GetChromaNc(uint32_t address, int component, int x, int y) const;
+  int PredictIntraMode(uint32_t address, int x, int y) const;
+
+  const SmSliceHeader* m_Header = nullptr;
+  const SmSequenceParameterSet* m_Sps = nullptr;
+  const SmPictureParameterSet* m_Pps = nullptr;
+  CmPicture* m_Picture = nullptr;
+  uint32_t m_Slice = 0;
+  int m_Qp = 0;
+  SmLevelScale m_LevelScale;
+
+  // The current macroblock's coefficients in raster order per block.
+  int16_t m_Levels[16][16]; // luma levels as read, in scan order, by block index
+  int16_t m_Levels8x8[4][64];
+  int16_t m_DcLevels[16];
+  int16_t m_ChromaDcLevels[2][4];
+  int16_t m_ChromaAcLevels[2][4][15];
+  int32_t m_Luma[16][16];
+  int32_t m_Luma8x8[4][64];
+  int32_t m_LumaDc[16];
+  int32_t m_Chroma[2][4][16];
+  int32_t m_ChromaDc[2][4];
+};
+
+} // namespace NmH264

@@ -1,0 +1,137 @@
+#include <gtest/gtest.h>
+
+#include <array>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Codecs/H264/NalUnits.h"
+#include "Codecs/H264/ParameterSets.h"
+#include "Codecs/H264/SliceDecoder.h"
+#include "Codecs/H264/SliceHeader.h"
+#include "support/ExternalTools.h"
+
+using namespace NmH264;
+using NmTestSupport::CmTempDirectory;
+
+namespace {
+
+// Decodes an Annex B stream of intra pictures with the slice decoder alone
+// and returns each picture's visible samples, planar, in decoding order.
+std::vector<std::vector<uint8_t>> DecodeIntraStream(const std::vector<uint8_t>& stream,
+                                                    bool& allDecoded) {
+  std::array<std::unique_ptr<SmSequenceParameterSet>, 32> spsStore;
+  std::array<std::unique_ptr<SmPictureParameterSet>, 256> ppsStore;
+  std::array<const SmSequenceParameterSet*, 32> spsTable{};
+  std::array<const SmPictureParameterSet*, 256> ppsTable{};
+  std::vector<std::vector<uint8_t>> pictures;
+  CmPicture picture;
+  CmSliceDecoder decoder;
+  std::unique_ptr<SmSequenceParameterSet> current;
+  uint32_t sliceNumber = 0;
+  allDecoded = true;
+  const auto finish = [&] {
+    if (current == nullptr) {
+      return;
+    }
+    std::vector<uint8_t> out;
+    const int planes = picture.IsMonochrome() ? 1 : 3;
+    for (int c = 0; c < planes; ++c) {
+      const uint32_t shift = c == 0 ? 0 : 1;
+      for (uint32_t y = current->cropTop >> shift;
+           y < (current->GetHeight() - current->cropBottom) >> shift; ++y) {
+        const uint8_t* row = picture.GetPlane(c) + y * picture.GetStride(c);
+        out.insert(out.end(), row + (current->cropLeft >> shift),
+                   row + ((current->GetWidth() - current->cropRight) >> shift));
+      }
+    }
+    pictures.push_back(std::move(out));
+  };
+  size_t position = 0;
+  SmNalUnit unit;
+  std::vector<uint8_t> rbsp;
+  while (NextAnnexBUnit(stream.data(), stream.size(), position, true, unit)) {
+    ExtractPayload(unit.data + 1, unit.size - 1, rbsp);
+    CmBitReader reader(rbsp.data(), rbsp.size());
+    if (unit.GetType() == NalSequenceParameterSet) {
+      auto sps = std::make_unique<SmSequenceParameterSet>();
+      ParseSequenceParameterSet(reader, *sps);
+      spsTable[sps->id] = sps.get();
+      spsStore[sps->id] = std::move(sps);
+    } else if (unit.GetType() == NalPictureParameterSet) {
+      auto pps = std::make_unique<SmPictureParameterSet>();
+      ParsePictureParameterSet(reader, spsTable.data(), *pps);
+      ppsTable[pps->id] = pps.get();
+      ppsStore[pps->id] = std::move(pps);
+    } else if (unit.IsSlice()) {
+      SmSliceHeader header;
+      const SmSequenceParameterSet* sps = nullptr;
+      const SmPictureParameterSet* pps = nullptr;
+      if (ParseSliceHeader(reader, unit.data[0], {spsTable.data(), ppsTable.data()}, header, sps,
+                           pps) != ParseOk) {
+        allDecoded = false;
+        continue;
+      }
+      if (header.firstMbInSlice == 0) {
+        finish();
+        current = std::make_unique<SmSequenceParameterSet>(*sps);
+        picture.Allocate(sps->widthInMbs, sps->GetFrameHeightInMbs(), sps->chromaFormatIdc == 0);
+      }
+      allDecoded = allDecoded && decoder.Decode(reader, header, *sps, *pps, ++sliceNumber,
+                                                picture) == CmSliceDecoder::Decoded;
+    }
+  }
+  finish();
+  return pictures;
+}
+
+} // namespace
+
+TEST(H264IntraDecode, PicturesEqualTheReferenceDecoder) {
+  if (!NmTestSupport::HaveProgram("ffmpeg")) {
+    GTEST_SKIP() << "ffmpeg is not installed";
+  }
+  CmTempDirectory directory;
+  struct SmCase {
+    const char* size;
+    const char* pixelFormat;
+    const char* options;
+  } cases[] = {
+      {"64x48", "yuv420p", "cabac=0:8x8dct=0:keyint=1:no-deblock=1:qp=30"},
+      {"100x60", "yuv420p", "cabac=0:keyint=1:no-deblock=1:8x8dct=1:qp=20:slices=3"},
+      {"96x64", "yuv420p",
+       "cabac=0:keyint=1:no-deblock=1:8x8dct=1:cqm=jvt:qp=36:chroma-qp-offset=5"},
+      {"80x48", "yuv420p", "cabac=0:keyint=1:no-deblock=1:qp=1"},
+      {"80x48", "yuv420p", "cabac=0:keyint=1:no-deblock=1:qp=51:8x8dct=1"},
+      {"64x64", "gray", "cabac=0:keyint=1:no-deblock=1:qp=24:8x8dct=1"},
+  };
+  for (const SmCase& c : cases) {
+    SCOPED_TRACE(std::string(c.options) + " " + c.pixelFormat);
+    const std::string stream = directory / "intra.264";
+    const std::string decoded = directory / "intra.yuv";
+    ASSERT_TRUE(NmTestSupport::Run(std::string("ffmpeg -y -f lavfi -i testsrc2=size=") + c.size +
+                                   ":rate=25 -frames:v 6 -pix_fmt " + c.pixelFormat +
+                                   " -c:v libx264 -x264-params '" + c.options + "' -f h264 '" +
+                                   stream + "'"));
+    ASSERT_TRUE(NmTestSupport::Run("ffmpeg -y -i '" + stream + "' -f rawvideo -pix_fmt " +
+                                   c.pixelFormat + " '" + decoded + "'"));
+    bool allDecoded = false;
+    const auto pictures = DecodeIntraStream(NmTestSupport::ReadBytes(stream), allDecoded);
+    EXPECT_TRUE(allDecoded);
+    const std::vector<uint8_t> expected = NmTestSupport::ReadBytes(decoded);
+    ASSERT_EQ(pictures.size(), 6u);
+    const size_t frameSize = expected.size() / 6;
+    for (size_t i = 0; i < pictures.size(); ++i) {
+      ASSERT_EQ(pictures[i].size(), frameSize);
+      const std::vector<uint8_t> reference(
+          expected.begin() + static_cast<std::ptrdiff_t>(i * frameSize),
+          expected.begin() + static_cast<std::ptrdiff_t>((i + 1) * frameSize));
+      size_t firstDifference = 0;
+      while (firstDifference < frameSize &&
+             pictures[i][firstDifference] == reference[firstDifference]) {
+        ++firstDifference;
+      }
+      EXPECT_EQ(firstDifference, frameSize) << "picture " << i;
+    }
+  }
+}
