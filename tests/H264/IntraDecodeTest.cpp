@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "Codecs/H264/Deblocking.h"
 #include "Codecs/H264/NalUnits.h"
 #include "Codecs/H264/ParameterSets.h"
 #include "Codecs/H264/SliceDecoder.h"
@@ -29,11 +30,14 @@ std::vector<std::vector<uint8_t>> DecodeIntraStream(const std::vector<uint8_t>& 
   CmSliceDecoder decoder;
   std::unique_ptr<SmSequenceParameterSet> current;
   uint32_t sliceNumber = 0;
+  std::vector<SmSliceFilterParameters> filters(1);
   allDecoded = true;
   const auto finish = [&] {
     if (current == nullptr) {
       return;
     }
+    DeblockPicture(picture, filters);
+    filters.resize(1);
     std::vector<uint8_t> out;
     const int planes = picture.IsMonochrome() ? 1 : 3;
     for (int c = 0; c < planes; ++c) {
@@ -77,6 +81,14 @@ std::vector<std::vector<uint8_t>> DecodeIntraStream(const std::vector<uint8_t>& 
         current = std::make_unique<SmSequenceParameterSet>(*sps);
         picture.Allocate(sps->widthInMbs, sps->GetFrameHeightInMbs(), sps->chromaFormatIdc == 0);
       }
+      SmSliceFilterParameters filter;
+      filter.disableIdc = header.disableDeblockingFilterIdc;
+      filter.alphaOffset = header.sliceAlphaC0Offset;
+      filter.betaOffset = header.sliceBetaOffset;
+      filter.chromaQpOffset[0] = pps->chromaQpIndexOffset;
+      filter.chromaQpOffset[1] = pps->secondChromaQpIndexOffset;
+      filters.resize(sliceNumber + 2);
+      filters[sliceNumber + 1] = filter;
       allDecoded = allDecoded && decoder.Decode(reader, header, *sps, *pps, ++sliceNumber,
                                                 picture) == CmSliceDecoder::Decoded;
     }
@@ -98,12 +110,13 @@ TEST(H264IntraDecode, PicturesEqualTheReferenceDecoder) {
     const char* options;
   } cases[] = {
       {"64x48", "yuv420p", "cabac=0:8x8dct=0:keyint=1:no-deblock=1:qp=30"},
-      {"100x60", "yuv420p", "cabac=0:keyint=1:no-deblock=1:8x8dct=1:qp=20:slices=3"},
+      {"64x48", "yuv420p", "cabac=0:8x8dct=0:keyint=1:qp=30"},
+      {"100x60", "yuv420p", "cabac=0:keyint=1:8x8dct=1:qp=20:slices=3"},
       {"96x64", "yuv420p",
-       "cabac=0:keyint=1:no-deblock=1:8x8dct=1:cqm=jvt:qp=36:chroma-qp-offset=5"},
-      {"80x48", "yuv420p", "cabac=0:keyint=1:no-deblock=1:qp=1"},
-      {"80x48", "yuv420p", "cabac=0:keyint=1:no-deblock=1:qp=51:8x8dct=1"},
-      {"64x64", "gray", "cabac=0:keyint=1:no-deblock=1:qp=24:8x8dct=1"},
+       "cabac=0:keyint=1:8x8dct=1:cqm=jvt:qp=36:chroma-qp-offset=5:deblock=3,-2"},
+      {"80x48", "yuv420p", "cabac=0:keyint=1:qp=1:deblock=-3,4"},
+      {"80x48", "yuv420p", "cabac=0:keyint=1:qp=51:8x8dct=1"},
+      {"64x64", "gray", "cabac=0:keyint=1:qp=24:8x8dct=1"},
   };
   for (const SmCase& c : cases) {
     SCOPED_TRACE(std::string(c.options) + " " + c.pixelFormat);
