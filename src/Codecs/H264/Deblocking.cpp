@@ -122,9 +122,41 @@ int GetStrength(const SmMacroblockInfo& mbP, int px, int py, const SmMacroblockI
   if (HasCoefficients(mbP, px, py) || HasCoefficients(mbQ, qx, qy)) {
     return 2;
   }
-  // Differences of motion between inter blocks give strength 1; the
-  // decoder does not reach here before inter prediction exists.
-  return 0;
+  // Strength 1 where the blocks predict from different pictures, or from
+  // the same by vectors a whole sample or more apart.
+  const int bp = (px / 2) + 2 * (py / 2), bq = (qx / 2) + 2 * (qy / 2);
+  const auto uses = [](const SmMacroblockInfo& m, int list, int b8) {
+    return m.refIdx[list][b8] >= 0;
+  };
+  const int countP = uses(mbP, 0, bp) + uses(mbP, 1, bp);
+  const int countQ = uses(mbQ, 0, bq) + uses(mbQ, 1, bq);
+  if (countP != countQ) {
+    return 1;
+  }
+  const auto far = [](const int16_t* a, const int16_t* b) {
+    return std::abs(a[0] - b[0]) >= 4 || std::abs(a[1] - b[1]) >= 4;
+  };
+  if (countP == 1) {
+    const int lp = uses(mbP, 0, bp) ? 0 : 1, lq = uses(mbQ, 0, bq) ? 0 : 1;
+    if (mbP.refPicture[lp][bp] != mbQ.refPicture[lq][bq]) {
+      return 1;
+    }
+    return far(mbP.mv[lp][px + 4 * py], mbQ.mv[lq][qx + 4 * qy]) ? 1 : 0;
+  }
+  // Two vectors each: the same two pictures, paired either way.
+  const uint32_t p0 = mbP.refPicture[0][bp], p1 = mbP.refPicture[1][bp];
+  const uint32_t q0 = mbQ.refPicture[0][bq], q1 = mbQ.refPicture[1][bq];
+  if (!((p0 == q0 && p1 == q1) || (p0 == q1 && p1 == q0))) {
+    return 1;
+  }
+  const int16_t* mp0 = mbP.mv[0][px + 4 * py];
+  const int16_t* mp1 = mbP.mv[1][px + 4 * py];
+  const int16_t* mq0 = mbQ.mv[0][qx + 4 * qy];
+  const int16_t* mq1 = mbQ.mv[1][qx + 4 * qy];
+  if (p0 != p1) {
+    return (p0 == q0 ? (far(mp0, mq0) || far(mp1, mq1)) : (far(mp0, mq1) || far(mp1, mq0))) ? 1 : 0;
+  }
+  return (far(mp0, mq0) || far(mp1, mq1)) && (far(mp0, mq1) || far(mp1, mq0)) ? 1 : 0;
 }
 
 } // namespace

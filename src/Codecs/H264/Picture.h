@@ -22,6 +22,12 @@ struct SmMacroblockInfo {
   // 2x2 blocks of each chroma component of 4:2:0.
   uint8_t totalCoeff[16] = {};
   uint8_t totalCoeffChroma[2][4] = {};
+  // Motion per list: vectors per 4x4 block in raster order, reference index
+  // per 8x8 block (-1 where the list is unused) and the identity of the
+  // picture that index named, which deblocking and later pictures compare.
+  int16_t mv[2][16][2] = {};
+  int8_t refIdx[2][4] = {{-1, -1, -1, -1}, {-1, -1, -1, -1}};
+  uint32_t refPicture[2][4] = {};
 };
 
 enum SmMacroblockKind : uint8_t {
@@ -51,6 +57,9 @@ public:
   uint32_t GetWidthInMbs() const { return m_WidthInMbs; }
   uint32_t GetHeightInMbs() const { return m_HeightInMbs; }
   bool IsMonochrome() const { return m_Monochrome; }
+  // A number that no other picture of the decoder has at the same time.
+  uint32_t GetId() const { return m_Id; }
+  void SetId(uint32_t id) { m_Id = id; }
   SmMacroblockInfo* GetMacroblocks() { return m_Macroblocks.data(); }
   const SmMacroblockInfo* GetMacroblocks() const { return m_Macroblocks.data(); }
   // Forgets which slices decoded what, before the picture is decoded anew.
@@ -60,6 +69,7 @@ private:
   uint32_t m_WidthInMbs = 0;
   uint32_t m_HeightInMbs = 0;
   bool m_Monochrome = false;
+  uint32_t m_Id = 0;
   std::unique_ptr<uint8_t[]> m_Memory;
   uint8_t* m_Origin[3] = {};
   ptrdiff_t m_Stride[3] = {};

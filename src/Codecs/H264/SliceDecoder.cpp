@@ -201,8 +201,8 @@ bool CmSliceDecoder::ReadResidual(CmBitReader& reader, uint32_t address, bool in
 
 bool CmSliceDecoder::DecodeIntraMacroblock(CmBitReader& reader, uint32_t mbType, uint32_t address) {
   SmMacroblockInfo& mb = m_Picture->GetMacroblocks()[address];
+  mb = SmMacroblockInfo();
   mb.slice = m_Slice;
-  mb.transform8x8 = false;
   if (mbType == 25) {
     return ReadPcm(reader, address);
   }
@@ -288,12 +288,7 @@ void CmSliceDecoder::ReconstructIntra(uint32_t address, int intra16x16Mode, int 
       uint8_t* dst = luma + 4 * y * stride + 4 * x;
       PredictIntra4x4(dst, stride, mb.intraModes[x + 4 * y], edge);
       if (mb.totalCoeff[x + 4 * y] != 0) {
-        int32_t coefficients[16];
-        for (int k = 0; k < 16; ++k) {
-          coefficients[ZigZag4x4[static_cast<size_t>(k)]] = m_Levels[blk][k];
-        }
-        Scale4x4(coefficients, m_LevelScale.scale4x4[0][qp % 6], qp, true);
-        AddInverseTransform4x4(coefficients, dst, stride);
+        AddLumaResidual4x4(blk, dst, stride, 0, qp);
       }
     }
   } else if (mb.kind == MbI8x8) {
@@ -311,12 +306,7 @@ void CmSliceDecoder::ReconstructIntra(uint32_t address, int intra16x16Mode, int 
         coded = coded || mb.totalCoeff[BlockX[4 * b8 + sub] + 4 * BlockY[4 * b8 + sub]] != 0;
       }
       if (coded) {
-        int32_t coefficients[64];
-        for (int k = 0; k < 64; ++k) {
-          coefficients[ZigZag8x8[static_cast<size_t>(k)]] = m_Levels8x8[b8][k];
-        }
-        Scale8x8(coefficients, m_LevelScale.scale8x8[0][qp % 6], qp);
-        AddInverseTransform8x8(coefficients, dst, stride);
+        AddLumaResidual8x8(b8, dst, stride, 0, qp);
       }
     }
   } else {
@@ -346,16 +336,28 @@ void CmSliceDecoder::ReconstructIntra(uint32_t address, int intra16x16Mode, int 
   if (m_Sps->GetChromaArrayType() != 1) {
     return;
   }
+  for (int plane = 1; plane < 3; ++plane) {
+    const ptrdiff_t cstride = m_Picture->GetStride(plane);
+    PredictIntraChroma8x8(m_Picture->GetPlane(plane) + (address / width) * 8 * cstride +
+                              (address % width) * 8,
+                          cstride, chromaMode, SmIntraNeighbours{a, b, false, d});
+  }
+  AddChromaResidual(address, true);
+}
+
+void CmSliceDecoder::AddChromaResidual(uint32_t address, bool intra) {
+  const SmMacroblockInfo& mb = m_Picture->GetMacroblocks()[address];
+  const uint32_t width = m_Picture->GetWidthInMbs();
+  const int qp = mb.qp;
   for (int component = 0; component < 2; ++component) {
     const int plane = component + 1;
     const ptrdiff_t cstride = m_Picture->GetStride(plane);
     uint8_t* chroma =
         m_Picture->GetPlane(plane) + (address / width) * 8 * cstride + (address % width) * 8;
-    PredictIntraChroma8x8(chroma, cstride, chromaMode, SmIntraNeighbours{a, b, false, d});
     const int offset =
         component == 0 ? m_Pps->chromaQpIndexOffset : m_Pps->secondChromaQpIndexOffset;
     const int qpc = ChromaQp(std::clamp(qp + offset, 0, 51));
-    const int32_t* scale = m_LevelScale.scale4x4[1 + component][qpc % 6];
+    const int32_t* scale = m_LevelScale.scale4x4[(intra ? 1 : 4) + component][qpc % 6];
     int32_t dc[4];
     for (int k = 0; k < 4; ++k) {
       dc[k] = m_ChromaDcLevels[component][k];
@@ -378,30 +380,77 @@ void CmSliceDecoder::ReconstructIntra(uint32_t address, int intra16x16Mode, int 
   }
 }
 
+void CmSliceDecoder::AddLumaResidual4x4(int blk, uint8_t* dst, ptrdiff_t stride, int list, int qp) {
+  int32_t coefficients[16];
+  for (int k = 0; k < 16; ++k) {
+    coefficients[ZigZag4x4[static_cast<size_t>(k)]] = m_Levels[blk][k];
+  }
+  Scale4x4(coefficients, m_LevelScale.scale4x4[list][qp % 6], qp, true);
+  AddInverseTransform4x4(coefficients, dst, stride);
+}
+
+void CmSliceDecoder::AddLumaResidual8x8(int b8, uint8_t* dst, ptrdiff_t stride, int list, int qp) {
+  int32_t coefficients[64];
+  for (int k = 0; k < 64; ++k) {
+    coefficients[ZigZag8x8[static_cast<size_t>(k)]] = m_Levels8x8[b8][k];
+  }
+  Scale8x8(coefficients, m_LevelScale.scale8x8[list][qp % 6], qp);
+  AddInverseTransform8x8(coefficients, dst, stride);
+}
+
 CmSliceDecoder::SmResult CmSliceDecoder::Decode(CmBitReader& reader, const SmSliceHeader& header,
                                                 const SmSequenceParameterSet& sps,
                                                 const SmPictureParameterSet& pps,
-                                                uint32_t sliceNumber, CmPicture& picture) {
-  if (pps.entropyCodingMode || header.sliceType != SliceI) {
-    // CABAC and inter slices are not decoded yet.
+                                                uint32_t sliceNumber, CmPicture& picture,
+                                                const CmPicture* const* references[2]) {
+  // CABAC and B slices are not decoded yet.
+  if (pps.entropyCodingMode || (header.sliceType != SliceI && header.sliceType != SliceP)) {
     return Unsupported;
+  }
+  // A P slice needs at least the picture that skipped macroblocks copy.
+  if (header.sliceType == SliceP &&
+      (references == nullptr || references[0] == nullptr || references[0][0] == nullptr)) {
+    return Damaged;
   }
   m_Header = &header;
   m_Sps = &sps;
   m_Pps = &pps;
   m_Picture = &picture;
   m_Slice = sliceNumber;
+  m_References[0] = references != nullptr ? references[0] : nullptr;
+  m_References[1] = references != nullptr ? references[1] : nullptr;
   m_Qp = header.sliceQp;
   SmScalingMatrices matrices;
   DeriveScalingMatrices(sps, pps, matrices);
   m_LevelScale.Build(matrices);
   const uint32_t count = picture.GetWidthInMbs() * picture.GetHeightInMbs();
-  for (uint32_t address = header.firstMbInSlice;;) {
+  const bool inter = header.sliceType == SliceP;
+  uint32_t address = header.firstMbInSlice;
+  for (;;) {
+    if (inter) {
+      const uint32_t skipRun = reader.ReadUE();
+      if (reader.IsOverrun() || skipRun > count - address) {
+        return Damaged;
+      }
+      for (uint32_t i = 0; i < skipRun; ++i) {
+        DecodeSkippedMacroblock(address++);
+      }
+      if (skipRun > 0 && !reader.HasMoreData()) {
+        return Decoded;
+      }
+    }
     if (address >= count) {
       return Damaged;
     }
     const uint32_t mbType = reader.ReadUE();
-    if (mbType > 25 || !DecodeIntraMacroblock(reader, mbType, address)) {
+    bool ok = false;
+    if (inter && mbType < 5) {
+      ok = DecodeInterMacroblock(reader, mbType, address);
+    } else {
+      const uint32_t intraType = inter ? mbType - 5 : mbType;
+      ok = intraType <= 25 && DecodeIntraMacroblock(reader, intraType, address);
+    }
+    if (!ok) {
       return Damaged;
     }
     if (!reader.HasMoreData()) {

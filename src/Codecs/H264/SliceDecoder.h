@@ -17,10 +17,12 @@ public:
   enum SmResult { Decoded, Damaged, Unsupported };
 
   // reader stands at the slice data; sliceNumber is unique within the
-  // picture and above 0.
+  // picture and above 0. references[list] holds the slice's reference
+  // picture lists, as long as its numbers of active references.
   SmResult Decode(CmBitReader& reader, const SmSliceHeader& header,
                   const SmSequenceParameterSet& sps, const SmPictureParameterSet& pps,
-                  uint32_t sliceNumber, CmPicture& picture);
+                  uint32_t sliceNumber, CmPicture& picture,
+                  const CmPicture* const* references[2] = nullptr);
 
 private:
   struct SmNeighbours {
@@ -31,6 +33,21 @@ private:
   };
 
   bool DecodeIntraMacroblock(CmBitReader& reader, uint32_t mbType, uint32_t address);
+  bool DecodeInterMacroblock(CmBitReader& reader, uint32_t mbType, uint32_t address);
+  void DecodeSkippedMacroblock(uint32_t address);
+  // The motion vector prediction of 8.4.1.3 for the partition of the
+  // current macroblock at (x, y) and of the given size, in 4x4 blocks.
+  void PredictMotionVector(uint32_t address, int list, int x, int y, int width, int height,
+                           int refIdx, int shape, int16_t* mvp) const;
+  // The motion of a neighbouring 4x4 block at (x, y) relative to the
+  // current macroblock; false when that block is not available.
+  bool GetNeighbourMotion(uint32_t address, int list, int x, int y, int& refIdx, int16_t* mv) const;
+  void SetMotion(uint32_t address, int list, int x, int y, int width, int height, int refIdx,
+                 const int16_t* mv);
+  void PredictInter(uint32_t address);
+  void AddChromaResidual(uint32_t address, bool intra);
+  void AddLumaResidual4x4(int blk, uint8_t* dst, ptrdiff_t stride, int list, int qp);
+  void AddLumaResidual8x8(int b8, uint8_t* dst, ptrdiff_t stride, int list, int qp);
   bool ReadPcm(CmBitReader& reader, uint32_t address);
   bool ReadResidual(CmBitReader& reader, uint32_t address, bool intra16x16, uint8_t cbp);
   void ReconstructIntra(uint32_t address, int intra16x16Mode, int chromaMode);
@@ -45,6 +62,9 @@ private:
   const SmPictureParameterSet* m_Pps = nullptr;
   CmPicture* m_Picture = nullptr;
   uint32_t m_Slice = 0;
+  const CmPicture* const* m_References[2] = {nullptr, nullptr};
+  // 4x4 blocks of the current macroblock whose motion is known, raster bits.
+  uint16_t m_KnownBlocks = 0;
   int m_Qp = 0;
   SmLevelScale m_LevelScale;
 

@@ -8,6 +8,7 @@
 #include "Codecs/H264/Deblocking.h"
 #include "Codecs/H264/NalUnits.h"
 #include "Codecs/H264/ParameterSets.h"
+#include "Codecs/H264/ReferenceLists.h"
 #include "Codecs/H264/SliceDecoder.h"
 #include "Codecs/H264/SliceHeader.h"
 #include "support/ExternalTools.h"
@@ -19,14 +20,20 @@ namespace {
 
 // Decodes an Annex B stream of intra pictures with the slice decoder alone
 // and returns each picture's visible samples, planar, in decoding order.
-std::vector<std::vector<uint8_t>> DecodeIntraStream(const std::vector<uint8_t>& stream,
-                                                    bool& allDecoded) {
+std::vector<std::vector<uint8_t>> DecodeStream(const std::vector<uint8_t>& stream,
+                                               bool& allDecoded) {
   std::array<std::unique_ptr<SmSequenceParameterSet>, 32> spsStore;
   std::array<std::unique_ptr<SmPictureParameterSet>, 256> ppsStore;
   std::array<const SmSequenceParameterSet*, 32> spsTable{};
   std::array<const SmPictureParameterSet*, 256> ppsTable{};
   std::vector<std::vector<uint8_t>> pictures;
-  CmPicture picture;
+  std::vector<std::unique_ptr<CmPicture>> pool;
+  std::vector<SmReferenceFrame> references;
+  CmPicture* picturePointer = nullptr;
+  bool isReference = false;
+  bool isIdr = false;
+  uint32_t frameNum = 0;
+  uint32_t nextId = 1;
   CmSliceDecoder decoder;
   std::unique_ptr<SmSequenceParameterSet> current;
   uint32_t sliceNumber = 0;
@@ -36,8 +43,19 @@ std::vector<std::vector<uint8_t>> DecodeIntraStream(const std::vector<uint8_t>& 
     if (current == nullptr) {
       return;
     }
+    CmPicture& picture = *picturePointer;
     DeblockPicture(picture, filters);
     filters.resize(1);
+    if (isIdr) {
+      references.clear();
+    }
+    if (isReference) {
+      // The sliding window of 8.2.5.3.
+      if (references.size() >= std::max(current->maxNumRefFrames, 1u)) {
+        references.erase(references.begin());
+      }
+      references.push_back({&picture, frameNum, false, 0});
+    }
     std::vector<uint8_t> out;
     const int planes = picture.IsMonochrome() ? 1 : 3;
     for (int c = 0; c < planes; ++c) {
@@ -79,8 +97,35 @@ std::vector<std::vector<uint8_t>> DecodeIntraStream(const std::vector<uint8_t>& 
       if (header.firstMbInSlice == 0) {
         finish();
         current = std::make_unique<SmSequenceParameterSet>(*sps);
-        picture.Allocate(sps->widthInMbs, sps->GetFrameHeightInMbs(), sps->chromaFormatIdc == 0);
+        // A picture that no reference holds any more is taken again.
+        picturePointer = nullptr;
+        for (auto& candidate : pool) {
+          if (std::none_of(references.begin(), references.end(), [&](const SmReferenceFrame& r) {
+                return r.picture == candidate.get();
+              })) {
+            picturePointer = candidate.get();
+          }
+        }
+        if (picturePointer == nullptr) {
+          pool.push_back(std::make_unique<CmPicture>());
+          picturePointer = pool.back().get();
+        }
+        picturePointer->Allocate(sps->widthInMbs, sps->GetFrameHeightInMbs(),
+                                 sps->chromaFormatIdc == 0);
+        picturePointer->SetId(nextId++);
+        isReference = header.IsReference();
+        isIdr = header.IsIdr();
+        frameNum = header.frameNum;
       }
+      CmPicture& picture = *picturePointer;
+      std::vector<const CmPicture*> list0;
+      if (header.sliceType == SliceP &&
+          !BuildReferenceListP(isIdr ? std::vector<SmReferenceFrame>() : references, header,
+                               sps->GetMaxFrameNum(), list0)) {
+        allDecoded = false;
+        continue;
+      }
+      const CmPicture* const* lists[2] = {list0.data(), nullptr};
       SmSliceFilterParameters filter;
       filter.disableIdc = header.disableDeblockingFilterIdc;
       filter.alphaOffset = header.sliceAlphaC0Offset;
@@ -89,8 +134,8 @@ std::vector<std::vector<uint8_t>> DecodeIntraStream(const std::vector<uint8_t>& 
       filter.chromaQpOffset[1] = pps->secondChromaQpIndexOffset;
       filters.resize(sliceNumber + 2);
       filters[sliceNumber + 1] = filter;
-      allDecoded = allDecoded && decoder.Decode(reader, header, *sps, *pps, ++sliceNumber,
-                                                picture) == CmSliceDecoder::Decoded;
+      allDecoded = allDecoded && decoder.Decode(reader, header, *sps, *pps, ++sliceNumber, picture,
+                                                lists) == CmSliceDecoder::Decoded;
     }
   }
   finish();
@@ -99,7 +144,7 @@ std::vector<std::vector<uint8_t>> DecodeIntraStream(const std::vector<uint8_t>& 
 
 } // namespace
 
-TEST(H264IntraDecode, PicturesEqualTheReferenceDecoder) {
+TEST(H264Decode, PicturesEqualTheReferenceDecoder) {
   if (!NmTestSupport::HaveProgram("ffmpeg")) {
     GTEST_SKIP() << "ffmpeg is not installed";
   }
@@ -117,23 +162,29 @@ TEST(H264IntraDecode, PicturesEqualTheReferenceDecoder) {
       {"80x48", "yuv420p", "cabac=0:keyint=1:qp=1:deblock=-3,4"},
       {"80x48", "yuv420p", "cabac=0:keyint=1:qp=51:8x8dct=1"},
       {"64x64", "gray", "cabac=0:keyint=1:qp=24:8x8dct=1"},
+      // P frames: one reference, then several with every partition size.
+      {"64x48", "yuv420p", "cabac=0:bframes=0:ref=1:weightp=0:qp=26"},
+      {"96x64", "yuv420p", "cabac=0:bframes=0:ref=4:weightp=0:partitions=all:8x8dct=1:qp=30"},
+      {"100x60", "yuv420p",
+       "cabac=0:bframes=0:ref=3:weightp=0:partitions=all:8x8dct=0:slices=2:qp=22"},
+      {"64x64", "gray", "cabac=0:bframes=0:ref=2:weightp=0:qp=28"},
   };
   for (const SmCase& c : cases) {
     SCOPED_TRACE(std::string(c.options) + " " + c.pixelFormat);
     const std::string stream = directory / "intra.264";
     const std::string decoded = directory / "intra.yuv";
     ASSERT_TRUE(NmTestSupport::Run(std::string("ffmpeg -y -f lavfi -i testsrc2=size=") + c.size +
-                                   ":rate=25 -frames:v 6 -pix_fmt " + c.pixelFormat +
+                                   ":rate=25 -frames:v 10 -pix_fmt " + c.pixelFormat +
                                    " -c:v libx264 -x264-params '" + c.options + "' -f h264 '" +
                                    stream + "'"));
     ASSERT_TRUE(NmTestSupport::Run("ffmpeg -y -i '" + stream + "' -f rawvideo -pix_fmt " +
                                    c.pixelFormat + " '" + decoded + "'"));
     bool allDecoded = false;
-    const auto pictures = DecodeIntraStream(NmTestSupport::ReadBytes(stream), allDecoded);
+    const auto pictures = DecodeStream(NmTestSupport::ReadBytes(stream), allDecoded);
     EXPECT_TRUE(allDecoded);
     const std::vector<uint8_t> expected = NmTestSupport::ReadBytes(decoded);
-    ASSERT_EQ(pictures.size(), 6u);
-    const size_t frameSize = expected.size() / 6;
+    ASSERT_EQ(pictures.size(), 10u);
+    const size_t frameSize = expected.size() / 10;
     for (size_t i = 0; i < pictures.size(); ++i) {
       ASSERT_EQ(pictures[i].size(), frameSize);
       const std::vector<uint8_t> reference(

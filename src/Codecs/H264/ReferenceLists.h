@@ -1,0 +1,26 @@
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "Codecs/H264/Picture.h"
+#include "Codecs/H264/SliceHeader.h"
+
+namespace NmH264 {
+
+// A frame that may serve as a reference, with the numbers of clause 8.2.4.1.
+struct SmReferenceFrame {
+  const CmPicture* picture = nullptr;
+  uint32_t frameNum = 0;
+  bool longTerm = false;
+  uint32_t longTermFrameIdx = 0;
+};
+
+// RefPicList0 of a P slice of a frame (8.2.4.2.1) after its modifications
+// (8.2.4.3), as long as the slice's number of active references; entries
+// that no picture fills stay null. False when a modification names a
+// picture that is not there.
+bool BuildReferenceListP(const std::vector<SmReferenceFrame>& frames, const SmSliceHeader& header,
+                         uint32_t maxFrameNum, std::vector<const CmPicture*>& list);
+
+} // namespace NmH264
