@@ -6,8 +6,10 @@
 #include <vector>
 
 #include "Codecs/H264/Deblocking.h"
+#include "Codecs/H264/Marking.h"
 #include "Codecs/H264/NalUnits.h"
 #include "Codecs/H264/ParameterSets.h"
+#include "Codecs/H264/PictureOrder.h"
 #include "Codecs/H264/ReferenceLists.h"
 #include "Codecs/H264/SliceDecoder.h"
 #include "Codecs/H264/SliceHeader.h"
@@ -28,13 +30,23 @@ std::vector<std::vector<uint8_t>> DecodeStream(const std::vector<uint8_t>& strea
   std::array<const SmPictureParameterSet*, 256> ppsTable{};
   std::vector<std::vector<uint8_t>> pictures;
   std::vector<std::unique_ptr<CmPicture>> pool;
-  std::vector<SmReferenceFrame> references;
+  SmReferenceState state;
+  std::vector<SmReferenceFrame>& references = state.frames;
   CmPicture* picturePointer = nullptr;
   bool isReference = false;
   bool isIdr = false;
-  uint32_t frameNum = 0;
   uint32_t nextId = 1;
   CmSliceDecoder decoder;
+  CmPictureOrderCounter order;
+  SmSliceHeader firstSlice;
+  int32_t top = 0, bottom = 0;
+  int generation = 0;
+  struct SmOutput {
+    int generation;
+    int32_t poc;
+    std::vector<uint8_t> samples;
+  };
+  std::vector<SmOutput> outputs;
   std::unique_ptr<SmSequenceParameterSet> current;
   uint32_t sliceNumber = 0;
   std::vector<SmSliceFilterParameters> filters(1);
@@ -46,15 +58,11 @@ std::vector<std::vector<uint8_t>> DecodeStream(const std::vector<uint8_t>& strea
     CmPicture& picture = *picturePointer;
     DeblockPicture(picture, filters);
     filters.resize(1);
-    if (isIdr) {
-      references.clear();
-    }
+    order.Finish(firstSlice, top, bottom);
     if (isReference) {
-      // The sliding window of 8.2.5.3.
-      if (references.size() >= std::max(current->maxNumRefFrames, 1u)) {
-        references.erase(references.begin());
-      }
-      references.push_back({&picture, frameNum, false, 0});
+      allDecoded = MarkReferences(state, firstSlice, &picture, current->maxNumRefFrames,
+                                  current->GetMaxFrameNum()) &&
+                   allDecoded;
     }
     std::vector<uint8_t> out;
     const int planes = picture.IsMonochrome() ? 1 : 3;
@@ -67,7 +75,7 @@ std::vector<std::vector<uint8_t>> DecodeStream(const std::vector<uint8_t>& strea
                    row + ((current->GetWidth() - current->cropRight) >> shift));
       }
     }
-    pictures.push_back(std::move(out));
+    outputs.push_back({generation, picture.GetPoc(), std::move(out)});
   };
   size_t position = 0;
   SmNalUnit unit;
@@ -115,17 +123,19 @@ std::vector<std::vector<uint8_t>> DecodeStream(const std::vector<uint8_t>& strea
         picturePointer->SetId(nextId++);
         isReference = header.IsReference();
         isIdr = header.IsIdr();
-        frameNum = header.frameNum;
+        generation += isIdr ? 1 : 0;
+        firstSlice = header;
+        order.Compute(*sps, header, top, bottom);
+        picturePointer->SetPoc(std::min(top, bottom));
       }
       CmPicture& picture = *picturePointer;
-      std::vector<const CmPicture*> list0;
-      if (header.sliceType == SliceP &&
-          !BuildReferenceListP(isIdr ? std::vector<SmReferenceFrame>() : references, header,
-                               sps->GetMaxFrameNum(), list0)) {
+      SmReferenceList lists[2];
+      if (header.sliceType != SliceI &&
+          !BuildReferenceLists(isIdr ? std::vector<SmReferenceFrame>() : references, header,
+                               sps->GetMaxFrameNum(), picture.GetPoc(), lists)) {
         allDecoded = false;
         continue;
       }
-      const CmPicture* const* lists[2] = {list0.data(), nullptr};
       SmSliceFilterParameters filter;
       filter.disableIdc = header.disableDeblockingFilterIdc;
       filter.alphaOffset = header.sliceAlphaC0Offset;
@@ -139,6 +149,12 @@ std::vector<std::vector<uint8_t>> DecodeStream(const std::vector<uint8_t>& strea
     }
   }
   finish();
+  std::stable_sort(outputs.begin(), outputs.end(), [](const SmOutput& a, const SmOutput& b) {
+    return a.generation != b.generation ? a.generation < b.generation : a.poc < b.poc;
+  });
+  for (SmOutput& output : outputs) {
+    pictures.push_back(std::move(output.samples));
+  }
   return pictures;
 }
 
@@ -168,6 +184,15 @@ TEST(H264Decode, PicturesEqualTheReferenceDecoder) {
       {"100x60", "yuv420p",
        "cabac=0:bframes=0:ref=3:weightp=0:partitions=all:8x8dct=0:slices=2:qp=22"},
       {"64x64", "gray", "cabac=0:bframes=0:ref=2:weightp=0:qp=28"},
+      // Weighted prediction of P frames.
+      {"96x64", "yuv420p", "cabac=0:bframes=0:ref=3:weightp=2:qp=26"},
+      // B frames: spatial and temporal direct, pyramids, implicit and
+      // explicit weights.
+      {"64x48", "yuv420p", "cabac=0:bframes=2:b-pyramid=none:direct=spatial:weightb=0:qp=26"},
+      {"96x64", "yuv420p",
+       "cabac=0:bframes=3:b-pyramid=normal:direct=temporal:weightb=1:ref=4:qp=28"},
+      {"100x60", "yuv420p",
+       "cabac=0:bframes=3:b-pyramid=strict:direct=spatial:weightb=1:partitions=all:8x8dct=1:qp=24"},
   };
   for (const SmCase& c : cases) {
     SCOPED_TRACE(std::string(c.options) + " " + c.pixelFormat);

@@ -60,6 +60,9 @@ public:
   // A number that no other picture of the decoder has at the same time.
   uint32_t GetId() const { return m_Id; }
   void SetId(uint32_t id) { m_Id = id; }
+  // PicOrderCnt of the frame: the smaller of its two fields' counts.
+  int32_t GetPoc() const { return m_Poc; }
+  void SetPoc(int32_t poc) { m_Poc = poc; }
   SmMacroblockInfo* GetMacroblocks() { return m_Macroblocks.data(); }
   const SmMacroblockInfo* GetMacroblocks() const { return m_Macroblocks.data(); }
   // Forgets which slices decoded what, before the picture is decoded anew.
@@ -70,10 +73,18 @@ private:
   uint32_t m_HeightInMbs = 0;
   bool m_Monochrome = false;
   uint32_t m_Id = 0;
+  int32_t m_Poc = 0;
   std::unique_ptr<uint8_t[]> m_Memory;
   uint8_t* m_Origin[3] = {};
   ptrdiff_t m_Stride[3] = {};
   std::vector<SmMacroblockInfo> m_Macroblocks;
+};
+
+// A reference picture list of a slice: its pictures (null where no picture
+// fills an entry) and whether each is a long-term reference.
+struct SmReferenceList {
+  std::vector<const CmPicture*> pictures;
+  std::vector<uint8_t> longTerm;
 };
 
 } // namespace NmH264

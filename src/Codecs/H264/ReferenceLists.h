@@ -16,11 +16,12 @@ struct SmReferenceFrame {
   uint32_t longTermFrameIdx = 0;
 };
 
-// RefPicList0 of a P slice of a frame (8.2.4.2.1) after its modifications
-// (8.2.4.3), as long as the slice's number of active references; entries
-// that no picture fills stay null. False when a modification names a
-// picture that is not there.
-bool BuildReferenceListP(const std::vector<SmReferenceFrame>& frames, const SmSliceHeader& header,
-                         uint32_t maxFrameNum, std::vector<const CmPicture*>& list);
+// The reference picture lists of a P or B slice of a frame: their initial
+// order (8.2.4.2.1, 8.2.4.2.3) and the slice's modifications (8.2.4.3),
+// each as long as the slice's number of active references; entries that no
+// picture fills stay null. False when a modification names a picture that
+// is not there. The current picture's order count orders B lists.
+bool BuildReferenceLists(const std::vector<SmReferenceFrame>& frames, const SmSliceHeader& header,
+                         uint32_t maxFrameNum, int32_t currentPoc, SmReferenceList lists[2]);
 
 } // namespace NmH264

@@ -402,38 +402,47 @@ CmSliceDecoder::SmResult CmSliceDecoder::Decode(CmBitReader& reader, const SmSli
                                                 const SmSequenceParameterSet& sps,
                                                 const SmPictureParameterSet& pps,
                                                 uint32_t sliceNumber, CmPicture& picture,
-                                                const CmPicture* const* references[2]) {
-  // CABAC and B slices are not decoded yet.
-  if (pps.entropyCodingMode || (header.sliceType != SliceI && header.sliceType != SliceP)) {
+                                                const SmReferenceList* lists) {
+  // CABAC is not decoded yet, nor switching slices.
+  if (pps.entropyCodingMode || header.sliceType == SliceSP || header.sliceType == SliceSI) {
     return Unsupported;
   }
-  // A P slice needs at least the picture that skipped macroblocks copy.
-  if (header.sliceType == SliceP &&
-      (references == nullptr || references[0] == nullptr || references[0][0] == nullptr)) {
-    return Damaged;
+  const bool p = header.sliceType == SliceP;
+  const bool b = header.sliceType == SliceB;
+  // Inter slices need at least the pictures that skipped macroblocks use.
+  if (p || b) {
+    for (int list = 0; list < (b ? 2 : 1); ++list) {
+      if (lists == nullptr || lists[list].pictures.size() < header.numRefIdxActive[list] ||
+          lists[list].longTerm.size() < header.numRefIdxActive[list] ||
+          lists[list].pictures.empty() || lists[list].pictures[0] == nullptr) {
+        return Damaged;
+      }
+    }
   }
   m_Header = &header;
   m_Sps = &sps;
   m_Pps = &pps;
   m_Picture = &picture;
   m_Slice = sliceNumber;
-  m_References[0] = references != nullptr ? references[0] : nullptr;
-  m_References[1] = references != nullptr ? references[1] : nullptr;
+  m_Lists = lists;
   m_Qp = header.sliceQp;
   SmScalingMatrices matrices;
   DeriveScalingMatrices(sps, pps, matrices);
   m_LevelScale.Build(matrices);
   const uint32_t count = picture.GetWidthInMbs() * picture.GetHeightInMbs();
-  const bool inter = header.sliceType == SliceP;
   uint32_t address = header.firstMbInSlice;
   for (;;) {
-    if (inter) {
+    if (p || b) {
       const uint32_t skipRun = reader.ReadUE();
       if (reader.IsOverrun() || skipRun > count - address) {
         return Damaged;
       }
       for (uint32_t i = 0; i < skipRun; ++i) {
-        DecodeSkippedMacroblock(address++);
+        if (p) {
+          DecodeSkippedMacroblock(address++);
+        } else if (!DecodeBSkippedMacroblock(address++)) {
+          return Damaged;
+        }
       }
       if (skipRun > 0 && !reader.HasMoreData()) {
         return Decoded;
@@ -444,10 +453,12 @@ CmSliceDecoder::SmResult CmSliceDecoder::Decode(CmBitReader& reader, const SmSli
     }
     const uint32_t mbType = reader.ReadUE();
     bool ok = false;
-    if (inter && mbType < 5) {
+    if (p && mbType < 5) {
       ok = DecodeInterMacroblock(reader, mbType, address);
+    } else if (b && mbType < 23) {
+      ok = DecodeBMacroblock(reader, mbType, address);
     } else {
-      const uint32_t intraType = inter ? mbType - 5 : mbType;
+      const uint32_t intraType = p ? mbType - 5 : (b ? mbType - 23 : mbType);
       ok = intraType <= 25 && DecodeIntraMacroblock(reader, intraType, address);
     }
     if (!ok) {

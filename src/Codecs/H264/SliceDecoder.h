@@ -17,12 +17,11 @@ public:
   enum SmResult { Decoded, Damaged, Unsupported };
 
   // reader stands at the slice data; sliceNumber is unique within the
-  // picture and above 0. references[list] holds the slice's reference
-  // picture lists, as long as its numbers of active references.
+  // picture and above 0. lists holds the slice's two reference picture
+  // lists, each as long as its number of active references.
   SmResult Decode(CmBitReader& reader, const SmSliceHeader& header,
                   const SmSequenceParameterSet& sps, const SmPictureParameterSet& pps,
-                  uint32_t sliceNumber, CmPicture& picture,
-                  const CmPicture* const* references[2] = nullptr);
+                  uint32_t sliceNumber, CmPicture& picture, const SmReferenceList* lists = nullptr);
 
 private:
   struct SmNeighbours {
@@ -34,7 +33,16 @@ private:
 
   bool DecodeIntraMacroblock(CmBitReader& reader, uint32_t mbType, uint32_t address);
   bool DecodeInterMacroblock(CmBitReader& reader, uint32_t mbType, uint32_t address);
+  bool DecodeBMacroblock(CmBitReader& reader, uint32_t mbType, uint32_t address);
+  bool ReadInterResidualAndReconstruct(CmBitReader& reader, uint32_t address,
+                                       bool allowTransform8x8);
   void DecodeSkippedMacroblock(uint32_t address);
+  bool DecodeBSkippedMacroblock(uint32_t address);
+  // Direct prediction of the 8x8 blocks whose bits are set in mask
+  // (8.4.1.2), spatial or temporal as the slice says.
+  bool PredictDirect(uint32_t address, unsigned mask);
+  void GetWeights(int refIdx0, int refIdx1, int component, int& w0, int& w1, int& o0, int& o1,
+                  int& logWD, bool& weighted) const;
   // The motion vector prediction of 8.4.1.3 for the partition of the
   // current macroblock at (x, y) and of the given size, in 4x4 blocks.
   void PredictMotionVector(uint32_t address, int list, int x, int y, int width, int height,
@@ -62,7 +70,7 @@ private:
   const SmPictureParameterSet* m_Pps = nullptr;
   CmPicture* m_Picture = nullptr;
   uint32_t m_Slice = 0;
-  const CmPicture* const* m_References[2] = {nullptr, nullptr};
+  const SmReferenceList* m_Lists = nullptr;
   // 4x4 blocks of the current macroblock whose motion is known, raster bits.
   uint16_t m_KnownBlocks = 0;
   int m_Qp = 0;
