@@ -188,7 +188,7 @@ TEST(H264Decode, PicturesEqualTheReferenceDecoder) {
       {"96x64", "yuv420p", "cabac=0:bframes=0:ref=3:weightp=2:qp=26"},
       // B frames: spatial and temporal direct, pyramids, implicit and
       // explicit weights.
-      {"64x48", "yuv420p", "cabac=0:bframes=2:b-pyramid=none:direct=spatial:weightb=0:qp=26"},
+      {"176x144", "yuv420p", "cabac=0:bframes=2:b-pyramid=none:direct=spatial:weightb=0:qp=26"},
       {"96x64", "yuv420p",
        "cabac=0:bframes=3:b-pyramid=normal:direct=temporal:weightb=1:ref=4:qp=28"},
       {"100x60", "yuv420p",
