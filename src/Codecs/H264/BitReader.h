@@ -1,0 +1,125 @@
+#pragma once
+
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+namespace NmH264 {
+
+// Reads the bits of a raw byte sequence payload (emulation prevention bytes
+// already removed), most significant bit first. Reading past the end gives
+// zero bits and marks the reader as overrun, so that syntax loops stay
+// simple and the caller checks once per structure instead of once per field.
+class CmBitReader {
+public:
+  CmBitReader(const uint8_t* data, size_t size) : m_Data(data), m_Size(size), m_Bits(size * 8) {}
+
+  // Up to 32 bits as an unsigned number.
+  uint32_t ReadBits(unsigned count) {
+    if (count == 0) {
+      return 0;
+    }
+    const uint64_t bits = Peek();
+    m_Position += count;
+    return static_cast<uint32_t>(bits >> (64 - count));
+  }
+  bool ReadFlag() { return ReadBits(1) != 0; }
+  // The next count bits (up to 32) without moving on.
+  uint32_t PeekBits(unsigned count) const {
+    return count == 0 ? 0 : static_cast<uint32_t>(Peek() >> (64 - count));
+  }
+  void Skip(size_t count) { m_Position += count; }
+
+  // ue(v): Exp-Golomb code of up to 32 leading zeros.
+  uint32_t ReadUE() {
+    const uint64_t bits = Peek();
+    const int zeros = bits == 0 ? 64 : std::countl_zero(bits);
+    if (zeros <= 28) {
+      // The whole code lies in the 57 bits that one peek always holds.
+      const unsigned length = 2 * static_cast<unsigned>(zeros) + 1;
+      m_Position += length;
+      return static_cast<uint32_t>(bits >> (64 - length)) - 1;
+    }
+    if (zeros > 31) {
+      // No value of this syntax needs more: the stream is damaged.
+      m_Position = m_Bits + 1;
+      return 0;
+    }
+    // The stop bit and the zeros information bits that follow it read as
+    // 2^zeros + information, which is one more than the code number.
+    m_Position += static_cast<size_t>(zeros);
+    return ReadBits(static_cast<unsigned>(zeros + 1)) - 1;
+  }
+
+  // se(v): the mapping of clause 9.1.1 onto signed values.
+  int32_t ReadSE() {
+    const uint32_t k = ReadUE();
+    return (k & 1) != 0 ? static_cast<int32_t>((k >> 1) + 1) : -static_cast<int32_t>(k >> 1);
+  }
+
+  // te(v) with the largest value the syntax element can take.
+  uint32_t ReadTE(uint32_t largest) { return largest > 1 ? ReadUE() : (ReadFlag() ? 0u : 1u); }
+
+  // more_rbsp_data(): whether anything but the trailing stop bit and its
+  // zero padding is left.
+  bool HasMoreData() {
+    if (m_StopBit == Unknown) {
+      m_StopBit = FindStopBit();
+    }
+    return m_Position < m_StopBit;
+  }
+
+  bool IsByteAligned() const { return m_Position % 8 == 0; }
+  void AlignToByte() { m_Position = (m_Position + 7) / 8 * 8; }
+  bool IsOverrun() const { return m_Position > m_Bits; }
+  size_t GetPosition() const { return m_Position; }
+  size_t GetSizeInBits() const { return m_Bits; }
+  const uint8_t* GetData() const { return m_Data; }
+
+private:
+  static constexpr size_t Unknown = ~size_t{0};
+
+  // The next 64 bits from the position, of which at least 57 are valid;
+  // zeros beyond the end.
+  uint64_t Peek() const {
+    const size_t byte = m_Position / 8;
+    uint64_t word = 0;
+    if (byte + 8 <= m_Size) {
+      std::memcpy(&word, m_Data + byte, 8);
+      word = Swap(word);
+    } else {
+      for (size_t i = 0; i < 8; ++i) {
+        word = word << 8 | (byte + i < m_Size ? m_Data[byte + i] : 0u);
+      }
+    }
+    return word << (m_Position % 8);
+  }
+
+  static uint64_t Swap(uint64_t word) {
+    if constexpr (std::endian::native == std::endian::little) {
+      return __builtin_bswap64(word);
+    }
+    return word;
+  }
+
+  size_t FindStopBit() const {
+    size_t end = m_Size;
+    while (end > 0 && m_Data[end - 1] == 0) {
+      --end;
+    }
+    if (end == 0) {
+      return 0;
+    }
+    return end * 8 - 1 -
+           static_cast<size_t>(std::countr_zero(static_cast<unsigned>(m_Data[end - 1])));
+  }
+
+  const uint8_t* m_Data;
+  size_t m_Size;
+  size_t m_Bits;
+  size_t m_Position = 0;
+  size_t m_StopBit = Unknown;
+};
+
+} // namespace NmH264

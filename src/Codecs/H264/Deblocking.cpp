@@ -1,0 +1,245 @@
+#include "Codecs/H264/Deblocking.h"
+
+#include <algorithm>
+#include <cstdlib>
+
+#include "Codecs/H264/Reconstruction.h"
+
+namespace NmH264 {
+
+namespace {
+
+// Table 8-16 and 8-17, by indexA or indexB from 0 to 51.
+constexpr uint8_t Alpha[52] = {0,  0,  0,  0,   0,   0,   0,   0,   0,   0,   0,   0,   0,
+                               0,  0,  0,  4,   4,   5,   6,   7,   8,   9,   10,  12,  13,
+                               15, 17, 20, 22,  25,  28,  32,  36,  40,  45,  50,  56,  63,
+                               71, 80, 90, 101, 113, 127, 144, 162, 182, 203, 226, 255, 255};
+constexpr uint8_t Beta[52] = {0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0,  0, 2,  2,
+                              2,  3,  3,  3,  3,  4,  4,  4,  6,  6,  7,  7,  8,  8,  9,  9, 10, 10,
+                              11, 11, 12, 12, 13, 13, 14, 14, 15, 15, 16, 16, 17, 17, 18, 18};
+constexpr uint8_t Tc0[52][3] = {
+    {0, 0, 0},    {0, 0, 0},    {0, 0, 0},   {0, 0, 0},  {0, 0, 0},   {0, 0, 0},   {0, 0, 0},
+    {0, 0, 0},    {0, 0, 0},    {0, 0, 0},   {0, 0, 0},  {0, 0, 0},   {0, 0, 0},   {0, 0, 0},
+    {0, 0, 0},    {0, 0, 0},    {0, 0, 0},   {0, 0, 1},  {0, 0, 1},   {0, 0, 1},   {0, 0, 1},
+    {0, 1, 1},    {0, 1, 1},    {1, 1, 1},   {1, 1, 1},  {1, 1, 1},   {1, 1, 1},   {1, 1, 2},
+    {1, 1, 2},    {1, 1, 2},    {1, 1, 2},   {1, 2, 3},  {1, 2, 3},   {2, 2, 3},   {2, 2, 4},
+    {2, 3, 4},    {2, 3, 4},    {3, 3, 5},   {3, 4, 6},  {3, 4, 6},   {4, 5, 7},   {4, 5, 8},
+    {4, 6, 9},    {5, 7, 10},   {6, 8, 11},  {6, 8, 13}, {7, 10, 14}, {8, 11, 16}, {9, 12, 18},
+    {10, 13, 20}, {11, 15, 23}, {13, 17, 25}};
+
+uint8_t Clip(int value) {
+  return static_cast<uint8_t>(std::clamp(value, 0, 255));
+}
+
+struct SmEdgeParameters {
+  int alpha, beta, indexA;
+};
+
+SmEdgeParameters GetParameters(int qpAverage, const SmSliceFilterParameters& slice) {
+  const int indexA = std::clamp(qpAverage + slice.alphaOffset, 0, 51);
+  const int indexB = std::clamp(qpAverage + slice.betaOffset, 0, 51);
+  return {Alpha[indexA], Beta[indexB], indexA};
+}
+
+// Filters the samples across one edge at one position: p[-k * step] and
+// q[k * step] for k from 0 (8.7.2.3 and 8.7.2.4).
+void FilterLuma(uint8_t* q, ptrdiff_t step, int bS, const SmEdgeParameters& e) {
+  const int p0 = q[-step], p1 = q[-2 * step], p2 = q[-3 * step];
+  const int q0 = q[0], q1 = q[step], q2 = q[2 * step];
+  if (std::abs(p0 - q0) >= e.alpha || std::abs(p1 - p0) >= e.beta || std::abs(q1 - q0) >= e.beta) {
+    return;
+  }
+  const int ap = std::abs(p2 - p0);
+  const int aq = std::abs(q2 - q0);
+  if (bS < 4) {
+    const int tc0 = Tc0[e.indexA][bS - 1];
+    const int tc = tc0 + (ap < e.beta) + (aq < e.beta);
+    const int delta = std::clamp((((q0 - p0) * 4) + (p1 - q1) + 4) >> 3, -tc, tc);
+    q[-step] = Clip(p0 + delta);
+    q[0] = Clip(q0 - delta);
+    if (ap < e.beta) {
+      q[-2 * step] = static_cast<uint8_t>(
+          p1 + std::clamp((p2 + ((p0 + q0 + 1) >> 1) - 2 * p1) >> 1, -tc0, tc0));
+    }
+    if (aq < e.beta) {
+      q[step] = static_cast<uint8_t>(
+          q1 + std::clamp((q2 + ((p0 + q0 + 1) >> 1) - 2 * q1) >> 1, -tc0, tc0));
+    }
+    return;
+  }
+  const bool strong = std::abs(p0 - q0) < ((e.alpha >> 2) + 2);
+  if (ap < e.beta && strong) {
+    const int p3 = q[-4 * step];
+    q[-step] = static_cast<uint8_t>((p2 + 2 * p1 + 2 * p0 + 2 * q0 + q1 + 4) >> 3);
+    q[-2 * step] = static_cast<uint8_t>((p2 + p1 + p0 + q0 + 2) >> 2);
+    q[-3 * step] = static_cast<uint8_t>((2 * p3 + 3 * p2 + p1 + p0 + q0 + 4) >> 3);
+  } else {
+    q[-step] = static_cast<uint8_t>((2 * p1 + p0 + q1 + 2) >> 2);
+  }
+  if (aq < e.beta && strong) {
+    const int q3 = q[3 * step];
+    q[0] = static_cast<uint8_t>((p1 + 2 * p0 + 2 * q0 + 2 * q1 + q2 + 4) >> 3);
+    q[step] = static_cast<uint8_t>((p0 + q0 + q1 + q2 + 2) >> 2);
+    q[2 * step] = static_cast<uint8_t>((2 * q3 + 3 * q2 + q1 + q0 + p0 + 4) >> 3);
+  } else {
+    q[0] = static_cast<uint8_t>((2 * q1 + q0 + p1 + 2) >> 2);
+  }
+}
+
+void FilterChroma(uint8_t* q, ptrdiff_t step, int bS, const SmEdgeParameters& e) {
+  const int p0 = q[-step], p1 = q[-2 * step];
+  const int q0 = q[0], q1 = q[step];
+  if (std::abs(p0 - q0) >= e.alpha || std::abs(p1 - p0) >= e.beta || std::abs(q1 - q0) >= e.beta) {
+    return;
+  }
+  if (bS < 4) {
+    const int tc = Tc0[e.indexA][bS - 1] + 1;
+    const int delta = std::clamp((((q0 - p0) * 4) + (p1 - q1) + 4) >> 3, -tc, tc);
+    q[-step] = Clip(p0 + delta);
+    q[0] = Clip(q0 - delta);
+    return;
+  }
+  q[-step] = static_cast<uint8_t>((2 * p1 + p0 + q1 + 2) >> 2);
+  q[0] = static_cast<uint8_t>((2 * q1 + q0 + p1 + 2) >> 2);
+}
+
+bool HasCoefficients(const SmMacroblockInfo& mb, int x, int y) {
+  if (mb.transform8x8) {
+    const int bx = x & ~1, by = y & ~1;
+    return mb.totalCoeff[bx + 4 * by] != 0 || mb.totalCoeff[bx + 1 + 4 * by] != 0 ||
+           mb.totalCoeff[bx + 4 * (by + 1)] != 0 || mb.totalCoeff[bx + 1 + 4 * (by + 1)] != 0;
+  }
+  return mb.totalCoeff[x + 4 * y] != 0;
+}
+
+// Boundary strength between the 4x4 blocks p (in mbP at px, py) and q (in
+// mbQ at qx, qy), 8.7.2.1, for frame macroblocks.
+int GetStrength(const SmMacroblockInfo& mbP, int px, int py, const SmMacroblockInfo& mbQ, int qx,
+                int qy, bool macroblockEdge) {
+  if (IsIntra(mbP.kind) || IsIntra(mbQ.kind)) {
+    return macroblockEdge ? 4 : 3;
+  }
+  if (HasCoefficients(mbP, px, py) || HasCoefficients(mbQ, qx, qy)) {
+    return 2;
+  }
+  // Strength 1 where the blocks predict from different pictures, or from
+  // the same by vectors a whole sample or more apart.
+  const int bp = (px / 2) + 2 * (py / 2), bq = (qx / 2) + 2 * (qy / 2);
+  const auto uses = [](const SmMacroblockInfo& m, int list, int b8) {
+    return m.refIdx[list][b8] >= 0;
+  };
+  const int countP = uses(mbP, 0, bp) + uses(mbP, 1, bp);
+  const int countQ = uses(mbQ, 0, bq) + uses(mbQ, 1, bq);
+  if (countP != countQ) {
+    return 1;
+  }
+  const auto far = [](const int16_t* a, const int16_t* b) {
+    return std::abs(a[0] - b[0]) >= 4 || std::abs(a[1] - b[1]) >= 4;
+  };
+  if (countP == 1) {
+    const int lp = uses(mbP, 0, bp) ? 0 : 1, lq = uses(mbQ, 0, bq) ? 0 : 1;
+    if (mbP.refPicture[lp][bp] != mbQ.refPicture[lq][bq]) {
+      return 1;
+    }
+    return far(mbP.mv[lp][px + 4 * py], mbQ.mv[lq][qx + 4 * qy]) ? 1 : 0;
+  }
+  // Two vectors each: the same two pictures, paired either way.
+  const uint32_t p0 = mbP.refPicture[0][bp], p1 = mbP.refPicture[1][bp];
+  const uint32_t q0 = mbQ.refPicture[0][bq], q1 = mbQ.refPicture[1][bq];
+  if (!((p0 == q0 && p1 == q1) || (p0 == q1 && p1 == q0))) {
+    return 1;
+  }
+  const int16_t* mp0 = mbP.mv[0][px + 4 * py];
+  const int16_t* mp1 = mbP.mv[1][px + 4 * py];
+  const int16_t* mq0 = mbQ.mv[0][qx + 4 * qy];
+  const int16_t* mq1 = mbQ.mv[1][qx + 4 * qy];
+  if (p0 != p1) {
+    return (p0 == q0 ? (far(mp0, mq0) || far(mp1, mq1)) : (far(mp0, mq1) || far(mp1, mq0))) ? 1 : 0;
+  }
+  return (far(mp0, mq0) || far(mp1, mq1)) && (far(mp0, mq1) || far(mp1, mq0)) ? 1 : 0;
+}
+
+} // namespace
+
+void DeblockPicture(CmPicture& picture, const std::vector<SmSliceFilterParameters>& slices) {
+  const uint32_t width = picture.GetWidthInMbs();
+  const uint32_t height = picture.GetHeightInMbs();
+  const SmMacroblockInfo* mbs = picture.GetMacroblocks();
+  const int planes = picture.IsMonochrome() ? 1 : 3;
+  for (uint32_t address = 0; address < width * height; ++address) {
+    const SmMacroblockInfo& mb = mbs[address];
+    if (mb.slice == 0 || mb.slice >= slices.size()) {
+      continue;
+    }
+    const SmSliceFilterParameters& slice = slices[mb.slice];
+    if (slice.disableIdc == 1) {
+      continue;
+    }
+    const uint32_t mbx = address % width, mby = address / width;
+    const SmMacroblockInfo* left = mbx > 0 ? &mbs[address - 1] : nullptr;
+    const SmMacroblockInfo* top = mby > 0 ? &mbs[address - width] : nullptr;
+    if (slice.disableIdc == 2) {
+      left = left != nullptr && left->slice == mb.slice ? left : nullptr;
+      top = top != nullptr && top->slice == mb.slice ? top : nullptr;
+    }
+    const auto qpOf = [](const SmMacroblockInfo& m) { return m.kind == MbIPcm ? 0 : int{m.qp}; };
+    for (int direction = 0; direction < 2; ++direction) {
+      const SmMacroblockInfo* neighbour = direction == 0 ? left : top;
+      for (int edge = 0; edge < 4; ++edge) {
+        if (edge == 0 && neighbour == nullptr) {
+          continue;
+        }
+        const SmMacroblockInfo& p = edge == 0 ? *neighbour : mb;
+        int strengths[4];
+        bool any = false;
+        for (int k = 0; k < 4; ++k) {
+          // Block q at (edge, k) for vertical edges, (k, edge) for horizontal.
+          const int qx = direction == 0 ? edge : k, qy = direction == 0 ? k : edge;
+          const int px = direction == 0 ? (qx + 3) % 4 : qx,
+                    py = direction == 0 ? qy : (qy + 3) % 4;
+          strengths[k] = GetStrength(p, px, py, mb, qx, qy, edge == 0);
+          any = any || strengths[k] != 0;
+        }
+        if (!any) {
+          continue;
+        }
+        // Luma: the 8x8 transform leaves no edges inside its blocks.
+        if (!(mb.transform8x8 && edge % 2 == 1)) {
+          const ptrdiff_t stride = picture.GetStride(0);
+          uint8_t* origin = picture.GetPlane(0) + mby * 16 * stride + mbx * 16;
+          const SmEdgeParameters e = GetParameters((qpOf(p) + qpOf(mb) + 1) >> 1, slice);
+          const ptrdiff_t across = direction == 0 ? 1 : stride;
+          const ptrdiff_t along = direction == 0 ? stride : 1;
+          uint8_t* q = origin + (direction == 0 ? 4 * edge : 4 * edge * stride);
+          for (int i = 0; i < 16; ++i) {
+            if (strengths[i / 4] != 0) {
+              FilterLuma(q + i * along, across, strengths[i / 4], e);
+            }
+          }
+        }
+        // Chroma of 4:2:0: the edges that fall on luma edges 0 and 2.
+        if (edge % 2 == 1) {
+          continue;
+        }
+        for (int c = 1; c < planes; ++c) {
+          const ptrdiff_t stride = picture.GetStride(c);
+          uint8_t* origin = picture.GetPlane(c) + mby * 8 * stride + mbx * 8;
+          const int offset = slice.chromaQpOffset[c - 1];
+          const int qpp = ChromaQp(std::clamp(qpOf(p) + offset, 0, 51));
+          const int qpq = ChromaQp(std::clamp(qpOf(mb) + offset, 0, 51));
+          const SmEdgeParameters e = GetParameters((qpp + qpq + 1) >> 1, slice);
+          const ptrdiff_t across = direction == 0 ? 1 : stride;
+          const ptrdiff_t along = direction == 0 ? stride : 1;
+          uint8_t* q = origin + (direction == 0 ? 2 * edge : 2 * edge * stride);
+          for (int i = 0; i < 8; ++i) {
+            if (strengths[i / 2] != 0) {
+              FilterChroma(q + i * along, across, strengths[i / 2], e);
+            }
+          }
+        }
+      }
+    }
+  }
+}
+
+} // namespace NmH264

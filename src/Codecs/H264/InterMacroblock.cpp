@@ -1,0 +1,710 @@
+// Macroblocks of P and B slices: their syntax, motion vector prediction,
+// direct prediction and weighted motion-compensated prediction.
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+
+#include "Codecs/H264/InterPrediction.h"
+#include "Codecs/H264/Reconstruction.h"
+#include "Codecs/H264/SliceDecoder.h"
+
+namespace NmH264 {
+
+namespace {
+
+// coded_block_pattern of inter macroblocks by codeNum (Table 9-4).
+constexpr uint8_t InterCbp[48] = {0,  16, 1,  2,  4,  8,  32, 3,  5,  10, 12, 15, 47, 7,  11, 13,
+                                  14, 6,  9,  31, 35, 37, 42, 44, 33, 34, 36, 40, 39, 43, 45, 46,
+                                  17, 18, 20, 24, 19, 21, 26, 28, 23, 27, 29, 30, 22, 25, 38, 41};
+constexpr uint8_t InterCbpMonochrome[16] = {0, 1, 2, 4, 8, 3, 5, 10, 12, 15, 7, 11, 13, 14, 6, 9};
+
+constexpr uint8_t BlockX[16] = {0, 1, 0, 1, 2, 3, 2, 3, 0, 1, 0, 1, 2, 3, 2, 3};
+constexpr uint8_t BlockY[16] = {0, 0, 1, 1, 0, 0, 1, 1, 2, 2, 3, 3, 2, 2, 3, 3};
+
+// Partition shapes for the directional predictions of 16x8 and 8x16.
+constexpr int ShapeOther = 0, Shape16x8 = 1, Shape8x16 = 2;
+
+// Prediction of a partition: from list 0, list 1 or both.
+constexpr uint8_t PredL0 = 1, PredL1 = 2, PredBi = 3;
+
+// B macroblock types 1 to 21 (Table 7-14): shape (0 16x16, 1 16x8, 2 8x16)
+// and the prediction of each partition.
+struct SmBType {
+  uint8_t shape, first, second;
+};
+constexpr SmBType BTypes[22] = {
+    {0, 0, 0},           {0, PredL0, 0},      {0, PredL1, 0},      {0, PredBi, 0},
+    {1, PredL0, PredL0}, {2, PredL0, PredL0}, {1, PredL1, PredL1}, {2, PredL1, PredL1},
+    {1, PredL0, PredL1}, {2, PredL0, PredL1}, {1, PredL1, PredL0}, {2, PredL1, PredL0},
+    {1, PredL0, PredBi}, {2, PredL0, PredBi}, {1, PredL1, PredBi}, {2, PredL1, PredBi},
+    {1, PredBi, PredL0}, {2, PredBi, PredL0}, {1, PredBi, PredL1}, {2, PredBi, PredL1},
+    {1, PredBi, PredBi}, {2, PredBi, PredBi}};
+
+// B sub-macroblock types 1 to 12 (Table 7-18): prediction and partition
+// size in 4x4 blocks; 0 is direct.
+struct SmBSubType {
+  uint8_t prediction, width, height;
+};
+constexpr SmBSubType BSubTypes[13] = {
+    {0, 2, 2},      {PredL0, 2, 2}, {PredL1, 2, 2}, {PredBi, 2, 2}, {PredL0, 2, 1},
+    {PredL0, 1, 2}, {PredL1, 2, 1}, {PredL1, 1, 2}, {PredBi, 2, 1}, {PredBi, 1, 2},
+    {PredL0, 1, 1}, {PredL1, 1, 1}, {PredBi, 1, 1}};
+
+int Median(int a, int b, int c) {
+  return std::max(std::min(a, b), std::min(std::max(a, b), c));
+}
+
+int MinPositive(int a, int b) {
+  return a >= 0 && b >= 0 ? std::min(a, b) : std::max(a, b);
+}
+
+uint8_t Clip(int value) {
+  return static_cast<uint8_t>(std::clamp(value, 0, 255));
+}
+
+} // namespace
+
+bool CmSliceDecoder::GetNeighbourMotion(uint32_t address, int list, int x, int y, int& refIdx,
+                                        int16_t* mv) const {
+  const uint32_t width = m_Picture->GetWidthInMbs();
+  const SmMacroblockInfo* mbs = m_Picture->GetMacroblocks();
+  const SmMacroblockInfo* info = nullptr;
+  int bx = x, by = y;
+  if (x >= 0 && x < 4 && y >= 0) {
+    if ((m_KnownBlocks & (1u << (x + 4 * y))) == 0) {
+      return false; // later in decoding order
+    }
+    info = mbs + address;
+  } else {
+    const int64_t mbx = static_cast<int64_t>(address % width) + (x < 0 ? -1 : (x >= 4 ? 1 : 0));
+    const int64_t mby = static_cast<int64_t>(address / width) + (y < 0 ? -1 : 0);
+    if (mbx < 0 || mbx >= static_cast<int64_t>(width) || mby < 0) {
+      return false;
+    }
+    const SmMacroblockInfo* candidate = mbs + mby * width + mbx;
+    if (!IsAvailable(candidate)) {
+      return false;
+    }
+    info = candidate;
+    bx = (x + 4) % 4;
+    by = (y + 4) % 4;
+  }
+  refIdx = info->refIdx[list][(bx / 2) + 2 * (by / 2)];
+  if (refIdx < 0) {
+    mv[0] = mv[1] = 0;
+  } else {
+    mv[0] = info->mv[list][bx + 4 * by][0];
+    mv[1] = info->mv[list][bx + 4 * by][1];
+  }
+  return true;
+}
+
+void CmSliceDecoder::PredictMotionVector(uint32_t address, int list, int x, int y, int width,
+                                         int /*height*/, int refIdx, int shape,
+                                         int16_t* mvp) const {
+  int refA = -1, refB = -1, refC = -1;
+  int16_t mvA[2] = {}, mvB[2] = {}, mvC[2] = {};
+  const bool hasA = GetNeighbourMotion(address, list, x - 1, y, refA, mvA);
+  const bool hasB = GetNeighbourMotion(address, list, x, y - 1, refB, mvB);
+  bool hasC = GetNeighbourMotion(address, list, x + width, y - 1, refC, mvC);
+  if (!hasC) {
+    hasC = GetNeighbourMotion(address, list, x - 1, y - 1, refC, mvC);
+  }
+  if (shape == Shape16x8) {
+    if (y == 0 && refB == refIdx) {
+      mvp[0] = mvB[0], mvp[1] = mvB[1];
+      return;
+    }
+    if (y != 0 && refA == refIdx) {
+      mvp[0] = mvA[0], mvp[1] = mvA[1];
+      return;
+    }
+  } else if (shape == Shape8x16) {
+    if (x == 0 && refA == refIdx) {
+      mvp[0] = mvA[0], mvp[1] = mvA[1];
+      return;
+    }
+    if (x != 0 && refC == refIdx) {
+      mvp[0] = mvC[0], mvp[1] = mvC[1];
+      return;
+    }
+  }
+  if (!hasB && !hasC && hasA) {
+    refB = refC = refA;
+    mvB[0] = mvC[0] = mvA[0];
+    mvB[1] = mvC[1] = mvA[1];
+  }
+  const int matches = (refA == refIdx) + (refB == refIdx) + (refC == refIdx);
+  if (matches == 1) {
+    const int16_t* one = refA == refIdx ? mvA : (refB == refIdx ? mvB : mvC);
+    mvp[0] = one[0], mvp[1] = one[1];
+    return;
+  }
+  mvp[0] = static_cast<int16_t>(Median(mvA[0], mvB[0], mvC[0]));
+  mvp[1] = static_cast<int16_t>(Median(mvA[1], mvB[1], mvC[1]));
+}
+
+void CmSliceDecoder::SetMotion(uint32_t address, int list, int x, int y, int width, int height,
+                               int refIdx, const int16_t* mv) {
+  SmMacroblockInfo& mb = m_Picture->GetMacroblocks()[address];
+  for (int j = y; j < y + height; ++j) {
+    for (int i = x; i < x + width; ++i) {
+      mb.mv[list][i + 4 * j][0] = refIdx >= 0 ? mv[0] : int16_t{0};
+      mb.mv[list][i + 4 * j][1] = refIdx >= 0 ? mv[1] : int16_t{0};
+      mb.refIdx[list][(i / 2) + 2 * (j / 2)] = static_cast<int8_t>(refIdx);
+      mb.refPicture[list][(i / 2) + 2 * (j / 2)] =
+          refIdx >= 0 ? m_Lists[list].pictures[static_cast<size_t>(refIdx)]->GetId() : 0;
+    }
+  }
+}
+
+void CmSliceDecoder::DecodeSkippedMacroblock(uint32_t address) {
+  SmMacroblockInfo& mb = m_Picture->GetMacroblocks()[address];
+  mb = SmMacroblockInfo();
+  mb.slice = m_Slice;
+  mb.kind = MbSkip;
+  mb.qp = static_cast<int8_t>(m_Qp);
+  std::fill(std::begin(mb.intraModes), std::end(mb.intraModes), int8_t{2});
+  m_KnownBlocks = 0;
+  // P_Skip: reference 0 and a zero vector when a neighbour above or to the
+  // left is missing or stands still on reference 0, else the prediction.
+  int refA = -1, refB = -1;
+  int16_t mvA[2] = {}, mvB[2] = {};
+  const bool hasA = GetNeighbourMotion(address, 0, -1, 0, refA, mvA);
+  const bool hasB = GetNeighbourMotion(address, 0, 0, -1, refB, mvB);
+  int16_t mv[2] = {0, 0};
+  if (hasA && hasB && !(refA == 0 && mvA[0] == 0 && mvA[1] == 0) &&
+      !(refB == 0 && mvB[0] == 0 && mvB[1] == 0)) {
+    PredictMotionVector(address, 0, 0, 0, 4, 4, 0, ShapeOther, mv);
+  }
+  SetMotion(address, 0, 0, 0, 4, 4, 0, mv);
+  PredictInter(address);
+}
+
+bool CmSliceDecoder::DecodeBSkippedMacroblock(uint32_t address) {
+  SmMacroblockInfo& mb = m_Picture->GetMacroblocks()[address];
+  mb = SmMacroblockInfo();
+  mb.slice = m_Slice;
+  mb.kind = MbSkip;
+  mb.qp = static_cast<int8_t>(m_Qp);
+  std::fill(std::begin(mb.intraModes), std::end(mb.intraModes), int8_t{2});
+  m_KnownBlocks = 0;
+  if (!PredictDirect(address, 15)) {
+    return false;
+  }
+  PredictInter(address);
+  return true;
+}
+
+bool CmSliceDecoder::PredictDirect(uint32_t address, unsigned mask) {
+  const SmReferenceList& list1 = m_Lists[1];
+  if (list1.pictures.empty() || list1.pictures[0] == nullptr) {
+    return false;
+  }
+  const CmPicture& colPicture = *list1.pictures[0];
+  const SmMacroblockInfo& col = colPicture.GetMacroblocks()[address];
+  const bool inference = m_Sps->direct8x8Inference;
+  // The co-located block of 4x4 block (x, y): with direct_8x8_inference
+  // the corner block of its 8x8 block.
+  const auto colBlock = [inference](int x, int y) {
+    return inference ? (x / 2) * 3 + 4 * ((y / 2) * 3) : x + 4 * y;
+  };
+  const auto colMotion = [&col](int block, int& refIdx, const int16_t*& mv, uint32_t& picture) {
+    const int b8 = (block % 4) / 2 + 2 * ((block / 4) / 2);
+    static constexpr int16_t Zero[2] = {0, 0};
+    if (IsIntra(col.kind)) {
+      refIdx = -1;
+      mv = Zero;
+      picture = 0;
+    } else if (col.refIdx[0][b8] >= 0) {
+      refIdx = col.refIdx[0][b8];
+      mv = col.mv[0][block];
+      picture = col.refPicture[0][b8];
+    } else {
+      refIdx = col.refIdx[1][b8];
+      mv = col.mv[1][block];
+      picture = col.refPicture[1][b8];
+    }
+  };
+  if (m_Header->directSpatialMvPred) {
+    // One reference per list for the whole macroblock, from the neighbours
+    // of a 16x16 partition; the vectors as predicted for it, or zero where
+    // the co-located block stands still.
+    int refIdx[2];
+    int16_t mvp[2][2] = {};
+    for (int list = 0; list < 2; ++list) {
+      int refA = -1, refB = -1, refC = -1;
+      int16_t mvA[2], mvB[2], mvC[2];
+      GetNeighbourMotion(address, list, -1, 0, refA, mvA);
+      GetNeighbourMotion(address, list, 0, -1, refB, mvB);
+      if (!GetNeighbourMotion(address, list, 4, -1, refC, mvC)) {
+        GetNeighbourMotion(address, list, -1, -1, refC, mvC);
+      }
+      refIdx[list] = MinPositive(refA, MinPositive(refB, refC));
+    }
+    const bool zero = refIdx[0] < 0 && refIdx[1] < 0;
+    if (zero) {
+      refIdx[0] = refIdx[1] = 0;
+    }
+    // The neighbours are read before this macroblock has any motion.
+    const uint16_t known = m_KnownBlocks;
+    m_KnownBlocks = 0;
+    for (int list = 0; list < 2; ++list) {
+      if (!zero && refIdx[list] >= 0) {
+        PredictMotionVector(address, list, 0, 0, 4, 4, refIdx[list], ShapeOther, mvp[list]);
+      }
+    }
+    m_KnownBlocks = known;
+    const bool colShortTerm = list1.longTerm[0] == 0;
+    for (int b8 = 0; b8 < 4; ++b8) {
+      if ((mask & (1u << b8)) == 0) {
+        continue;
+      }
+      for (int j = 0; j < 2; ++j) {
+        for (int i = 0; i < 2; ++i) {
+          const int x = 2 * (b8 % 2) + i, y = 2 * (b8 / 2) + j;
+          int colRef = -1;
+          const int16_t* colMv = nullptr;
+          uint32_t colPic = 0;
+          colMotion(colBlock(x, y), colRef, colMv, colPic);
+          const bool colZero =
+              colShortTerm && colRef == 0 && std::abs(colMv[0]) <= 1 && std::abs(colMv[1]) <= 1;
+          for (int list = 0; list < 2; ++list) {
+            int16_t mv[2] = {0, 0};
+            if (refIdx[list] >= 0 && !zero && !(refIdx[list] == 0 && colZero)) {
+              mv[0] = mvp[list][0];
+              mv[1] = mvp[list][1];
+            }
+            SetMotion(address, list, x, y, 1, 1, refIdx[list], mv);
+          }
+        }
+      }
+    }
+    return true;
+  }
+  // Temporal: each block follows the co-located block's motion, scaled by
+  // the distances in picture order.
+  const int32_t currentPoc = m_Picture->GetPoc();
+  for (int b8 = 0; b8 < 4; ++b8) {
+    if ((mask & (1u << b8)) == 0) {
+      continue;
+    }
+    for (int j = 0; j < 2; ++j) {
+      for (int i = 0; i < 2; ++i) {
+        const int x = 2 * (b8 % 2) + i, y = 2 * (b8 / 2) + j;
+        int colRef = -1;
+        const int16_t* colMv = nullptr;
+        uint32_t colPic = 0;
+        colMotion(colBlock(x, y), colRef, colMv, colPic);
+        int refIdx0 = 0;
+        if (colRef >= 0) {
+          // The lowest index of list 0 that names the picture the
+          // co-located block referred to.
+          refIdx0 = -1;
+          const SmReferenceList& list0 = m_Lists[0];
+          for (size_t k = 0; k < list0.pictures.size(); ++k) {
+            if (list0.pictures[k] != nullptr && list0.pictures[k]->GetId() == colPic) {
+              refIdx0 = static_cast<int>(k);
+              break;
+            }
+          }
+          if (refIdx0 < 0) {
+            return false;
+          }
+        }
+        if (m_Lists[0].pictures.empty() ||
+            m_Lists[0].pictures[static_cast<size_t>(refIdx0)] == nullptr) {
+          return false;
+        }
+        const CmPicture& pic0 = *m_Lists[0].pictures[static_cast<size_t>(refIdx0)];
+        int16_t mv0[2], mv1[2];
+        const int tb = std::clamp(currentPoc - pic0.GetPoc(), -128, 127);
+        const int td = std::clamp(colPicture.GetPoc() - pic0.GetPoc(), -128, 127);
+        if (m_Lists[0].longTerm[static_cast<size_t>(refIdx0)] != 0 || td == 0) {
+          mv0[0] = colMv[0], mv0[1] = colMv[1];
+          mv1[0] = mv1[1] = 0;
+        } else {
+          const int tx = (16384 + std::abs(td / 2)) / td;
+          const int scale = std::clamp((tb * tx + 32) >> 6, -1024, 1023);
+          for (int c = 0; c < 2; ++c) {
+            mv0[c] = static_cast<int16_t>((scale * colMv[c] + 128) >> 8);
+            mv1[c] = static_cast<int16_t>(mv0[c] - colMv[c]);
+          }
+        }
+        SetMotion(address, 0, x, y, 1, 1, refIdx0, mv0);
+        SetMotion(address, 1, x, y, 1, 1, 0, mv1);
+      }
+    }
+  }
+  return true;
+}
+
+bool CmSliceDecoder::DecodeInterMacroblock(CmBitReader& reader, uint32_t mbType, uint32_t address) {
+  SmMacroblockInfo& mb = m_Picture->GetMacroblocks()[address];
+  mb = SmMacroblockInfo();
+  mb.slice = m_Slice;
+  mb.kind = MbInter;
+  std::fill(std::begin(mb.intraModes), std::end(mb.intraModes), int8_t{2});
+  m_KnownBlocks = 0;
+  const uint32_t references = m_Header->numRefIdxActive[0];
+  const SmReferenceList& list = m_Lists[0];
+  // An index beyond the list, or to an entry that no picture fills, is
+  // damage.
+  const auto readRef = [&reader, references, &list]() -> int {
+    const uint32_t value = references <= 1 ? 0 : reader.ReadTE(references - 1);
+    return value < references && list.pictures[value] != nullptr ? static_cast<int>(value) : -1;
+  };
+  bool allSubBlocks8x8 = true;
+  if (mbType <= 2) {
+    // 16x16, 16x8 or 8x16: all reference indices, then all differences.
+    const int parts = mbType == 0 ? 1 : 2;
+    const int w = mbType == 2 ? 2 : 4, h = mbType == 1 ? 2 : 4;
+    int refs[2];
+    for (int p = 0; p < parts; ++p) {
+      refs[p] = readRef();
+      if (refs[p] < 0) {
+        return false;
+      }
+    }
+    for (int p = 0; p < parts; ++p) {
+      const int x = mbType == 2 ? 2 * p : 0, y = mbType == 1 ? 2 * p : 0;
+      int16_t mvp[2];
+      PredictMotionVector(address, 0, x, y, w, h, refs[p],
+                          mbType == 1 ? Shape16x8 : (mbType == 2 ? Shape8x16 : ShapeOther), mvp);
+      const int32_t dx = reader.ReadSE(), dy = reader.ReadSE();
+      const int16_t mv[2] = {static_cast<int16_t>(mvp[0] + dx), static_cast<int16_t>(mvp[1] + dy)};
+      SetMotion(address, 0, x, y, w, h, refs[p], mv);
+      for (int j = y; j < y + h; ++j) {
+        for (int i = x; i < x + w; ++i) {
+          m_KnownBlocks = static_cast<uint16_t>(m_KnownBlocks | (1u << (i + 4 * j)));
+        }
+      }
+    }
+  } else {
+    // P_8x8 and P_8x8ref0: a sub-type per 8x8 block, then the references,
+    // then the differences of the partitions.
+    uint32_t subTypes[4];
+    for (uint32_t& type : subTypes) {
+      type = reader.ReadUE();
+      if (type > 3) {
+        return false;
+      }
+      allSubBlocks8x8 = allSubBlocks8x8 && type == 0;
+    }
+    int refs[4] = {0, 0, 0, 0};
+    for (int& ref : refs) {
+      // P_8x8ref0 takes reference 0 without saying so.
+      ref = mbType == 3 ? readRef() : 0;
+      if (ref < 0 || list.pictures[static_cast<size_t>(ref)] == nullptr) {
+        return false;
+      }
+    }
+    for (int b8 = 0; b8 < 4; ++b8) {
+      const int x0 = 2 * (b8 % 2), y0 = 2 * (b8 / 2);
+      const int w = subTypes[b8] == 0 || subTypes[b8] == 1 ? 2 : 1;
+      const int h = subTypes[b8] == 0 || subTypes[b8] == 2 ? 2 : 1;
+      for (int y = y0; y < y0 + 2; y += h) {
+        for (int x = x0; x < x0 + 2; x += w) {
+          int16_t mvp[2];
+          PredictMotionVector(address, 0, x, y, w, h, refs[b8], ShapeOther, mvp);
+          const int32_t dx = reader.ReadSE(), dy = reader.ReadSE();
+          const int16_t mv[2] = {static_cast<int16_t>(mvp[0] + dx),
+                                 static_cast<int16_t>(mvp[1] + dy)};
+          SetMotion(address, 0, x, y, w, h, refs[b8], mv);
+          for (int j = y; j < y + h; ++j) {
+            for (int i = x; i < x + w; ++i) {
+              m_KnownBlocks = static_cast<uint16_t>(m_KnownBlocks | (1u << (i + 4 * j)));
+            }
+          }
+        }
+      }
+    }
+  }
+  return ReadInterResidualAndReconstruct(reader, address, allSubBlocks8x8);
+}
+
+bool CmSliceDecoder::DecodeBMacroblock(CmBitReader& reader, uint32_t mbType, uint32_t address) {
+  SmMacroblockInfo& mb = m_Picture->GetMacroblocks()[address];
+  mb = SmMacroblockInfo();
+  mb.slice = m_Slice;
+  mb.kind = MbInter;
+  std::fill(std::begin(mb.intraModes), std::end(mb.intraModes), int8_t{2});
+  m_KnownBlocks = 0;
+  const auto readRef = [this, &reader](int list) -> int {
+    const uint32_t references = m_Header->numRefIdxActive[list];
+    const uint32_t value = references <= 1 ? 0 : reader.ReadTE(references - 1);
+    return value < references && m_Lists[list].pictures[value] != nullptr ? static_cast<int>(value)
+                                                                          : -1;
+  };
+  const auto markKnown = [this](int x, int y, int w, int h) {
+    for (int j = y; j < y + h; ++j) {
+      for (int i = x; i < x + w; ++i) {
+        m_KnownBlocks = static_cast<uint16_t>(m_KnownBlocks | (1u << (i + 4 * j)));
+      }
+    }
+  };
+  if (mbType == 0) {
+    // B_Direct_16x16.
+    if (!PredictDirect(address, 15)) {
+      return false;
+    }
+    return ReadInterResidualAndReconstruct(reader, address, m_Sps->direct8x8Inference);
+  }
+  if (mbType <= 21) {
+    const SmBType& type = BTypes[mbType];
+    const int parts = type.shape == 0 ? 1 : 2;
+    const int w = type.shape == 2 ? 2 : 4, h = type.shape == 1 ? 2 : 4;
+    const uint8_t predictions[2] = {type.first, type.second};
+    int refs[2][2] = {{-1, -1}, {-1, -1}};
+    for (int list = 0; list < 2; ++list) {
+      for (int p = 0; p < parts; ++p) {
+        if ((predictions[p] & (1 << list)) != 0) {
+          refs[list][p] = readRef(list);
+          if (refs[list][p] < 0) {
+            return false;
+          }
+        }
+      }
+    }
+    // Vectors of list 0 for all partitions, then of list 1; each partition's
+    // prediction sees the partitions before it in its list.
+    int16_t mvs[2][2][2] = {};
+    for (int list = 0; list < 2; ++list) {
+      m_KnownBlocks = 0;
+      for (int p = 0; p < parts; ++p) {
+        const int x = type.shape == 2 ? 2 * p : 0, y = type.shape == 1 ? 2 * p : 0;
+        if (refs[list][p] >= 0) {
+          int16_t mvp[2];
+          PredictMotionVector(
+              address, list, x, y, w, h, refs[list][p],
+              type.shape == 1 ? Shape16x8 : (type.shape == 2 ? Shape8x16 : ShapeOther), mvp);
+          mvs[list][p][0] = static_cast<int16_t>(mvp[0] + reader.ReadSE());
+          mvs[list][p][1] = static_cast<int16_t>(mvp[1] + reader.ReadSE());
+        }
+        SetMotion(address, list, x, y, w, h, refs[list][p], mvs[list][p]);
+        markKnown(x, y, w, h);
+      }
+    }
+    m_KnownBlocks = 0xFFFF;
+    return ReadInterResidualAndReconstruct(reader, address, true);
+  }
+  // B_8x8.
+  uint32_t subTypes[4];
+  bool allSubBlocks8x8 = true;
+  for (uint32_t& type : subTypes) {
+    type = reader.ReadUE();
+    if (type > 12) {
+      return false;
+    }
+    allSubBlocks8x8 =
+        allSubBlocks8x8 && (type == 0 ? m_Sps->direct8x8Inference
+                                      : BSubTypes[type].width == 2 && BSubTypes[type].height == 2);
+  }
+  int refs[2][4] = {{-1, -1, -1, -1}, {-1, -1, -1, -1}};
+  for (int list = 0; list < 2; ++list) {
+    for (int b8 = 0; b8 < 4; ++b8) {
+      if (subTypes[b8] != 0 && (BSubTypes[subTypes[b8]].prediction & (1 << list)) != 0) {
+        refs[list][b8] = readRef(list);
+        if (refs[list][b8] < 0) {
+          return false;
+        }
+      }
+    }
+  }
+  // Direct 8x8 blocks take their motion first: their prediction reads only
+  // the neighbours of the whole macroblock.
+  unsigned directMask = 0;
+  for (int b8 = 0; b8 < 4; ++b8) {
+    directMask |= subTypes[b8] == 0 ? 1u << b8 : 0u;
+  }
+  if (directMask != 0 && !PredictDirect(address, directMask)) {
+    return false;
+  }
+  for (int list = 0; list < 2; ++list) {
+    m_KnownBlocks = 0;
+    for (int b8 = 0; b8 < 4; ++b8) {
+      const int x0 = 2 * (b8 % 2), y0 = 2 * (b8 / 2);
+      if (subTypes[b8] == 0) {
+        markKnown(x0, y0, 2, 2);
+        continue;
+      }
+      const SmBSubType& sub = BSubTypes[subTypes[b8]];
+      for (int y = y0; y < y0 + 2; y += sub.height) {
+        for (int x = x0; x < x0 + 2; x += sub.width) {
+          int16_t mv[2] = {0, 0};
+          if (refs[list][b8] >= 0) {
+            int16_t mvp[2];
+            PredictMotionVector(address, list, x, y, sub.width, sub.height, refs[list][b8],
+                                ShapeOther, mvp);
+            mv[0] = static_cast<int16_t>(mvp[0] + reader.ReadSE());
+            mv[1] = static_cast<int16_t>(mvp[1] + reader.ReadSE());
+          }
+          SetMotion(address, list, x, y, sub.width, sub.height, refs[list][b8], mv);
+          markKnown(x, y, sub.width, sub.height);
+        }
+      }
+    }
+  }
+  m_KnownBlocks = 0xFFFF;
+  return ReadInterResidualAndReconstruct(reader, address, allSubBlocks8x8);
+}
+
+bool CmSliceDecoder::ReadInterResidualAndReconstruct(CmBitReader& reader, uint32_t address,
+                                                     bool allowTransform8x8) {
+  SmMacroblockInfo& mb = m_Picture->GetMacroblocks()[address];
+  const uint32_t codeNum = reader.ReadUE();
+  const bool monochrome = m_Sps->GetChromaArrayType() == 0;
+  if (codeNum >= (monochrome ? 16u : 48u)) {
+    return false;
+  }
+  const uint8_t cbp = monochrome ? InterCbpMonochrome[codeNum] : InterCbp[codeNum];
+  mb.cbp = cbp;
+  if ((cbp & 15) != 0 && m_Pps->transform8x8Mode && allowTransform8x8) {
+    mb.transform8x8 = reader.ReadFlag();
+  }
+  if (cbp != 0) {
+    const int32_t delta = reader.ReadSE();
+    if (delta < -26 || delta > 25) {
+      return false;
+    }
+    m_Qp = (m_Qp + delta + 52) % 52;
+  }
+  mb.qp = static_cast<int8_t>(m_Qp);
+  if (!ReadResidual(reader, address, false, cbp) || reader.IsOverrun()) {
+    return false;
+  }
+  PredictInter(address);
+  const uint32_t width = m_Picture->GetWidthInMbs();
+  const ptrdiff_t stride = m_Picture->GetStride(0);
+  uint8_t* luma = m_Picture->GetPlane(0) + (address / width) * 16 * stride + (address % width) * 16;
+  if (mb.transform8x8) {
+    for (int b8 = 0; b8 < 4; ++b8) {
+      if ((cbp & (1 << b8)) != 0) {
+        AddLumaResidual8x8(b8, luma + 8 * (b8 / 2) * stride + 8 * (b8 % 2), stride, 1, mb.qp);
+      }
+    }
+  } else {
+    for (int blk = 0; blk < 16; ++blk) {
+      if (mb.totalCoeff[BlockX[blk] + 4 * BlockY[blk]] != 0) {
+        AddLumaResidual4x4(blk, luma + 4 * BlockY[blk] * stride + 4 * BlockX[blk], stride, 3,
+                           mb.qp);
+      }
+    }
+  }
+  if (m_Sps->GetChromaArrayType() == 1) {
+    AddChromaResidual(address, false);
+  }
+  return true;
+}
+
+void CmSliceDecoder::GetWeights(int refIdx0, int refIdx1, int component, int& w0, int& w1, int& o0,
+                                int& o1, int& logWD, bool& weighted) const {
+  w0 = w1 = 1;
+  o0 = o1 = 0;
+  logWD = 0;
+  weighted = false;
+  const bool p = m_Header->sliceType == SliceP;
+  if (p ? m_Pps->weightedPred : m_Pps->weightedBipredIdc == 1) {
+    weighted = true;
+    logWD = component == 0 ? static_cast<int>(m_Header->lumaLog2WeightDenom)
+                           : static_cast<int>(m_Header->chromaLog2WeightDenom);
+    if (refIdx0 >= 0) {
+      const SmPredictionWeight& w = m_Header->weights[0][static_cast<size_t>(refIdx0)];
+      w0 = w.weight[component];
+      o0 = w.offset[component];
+    }
+    if (refIdx1 >= 0) {
+      const SmPredictionWeight& w = m_Header->weights[1][static_cast<size_t>(refIdx1)];
+      w1 = w.weight[component];
+      o1 = w.offset[component];
+    }
+    return;
+  }
+  if (!p && m_Pps->weightedBipredIdc == 2 && refIdx0 >= 0 && refIdx1 >= 0) {
+    // Implicit weights from the distances in picture order (8.4.2.3.1).
+    weighted = true;
+    logWD = 5;
+    w0 = w1 = 32;
+    const size_t i0 = static_cast<size_t>(refIdx0), i1 = static_cast<size_t>(refIdx1);
+    const int32_t poc0 = m_Lists[0].pictures[i0]->GetPoc();
+    const int32_t poc1 = m_Lists[1].pictures[i1]->GetPoc();
+    const int tb = std::clamp(m_Picture->GetPoc() - poc0, -128, 127);
+    const int td = std::clamp(poc1 - poc0, -128, 127);
+    if (td == 0 || m_Lists[0].longTerm[i0] != 0 || m_Lists[1].longTerm[i1] != 0) {
+      return;
+    }
+    const int tx = (16384 + std::abs(td / 2)) / td;
+    const int scale = std::clamp((tb * tx + 32) >> 6, -1024, 1023);
+    if ((scale >> 2) < -64 || (scale >> 2) > 128) {
+      return;
+    }
+    w0 = 64 - (scale >> 2);
+    w1 = scale >> 2;
+  }
+}
+
+void CmSliceDecoder::PredictInter(uint32_t address) {
+  const SmMacroblockInfo& mb = m_Picture->GetMacroblocks()[address];
+  const uint32_t width = m_Picture->GetWidthInMbs();
+  const int mbx = static_cast<int>(address % width) * 16;
+  const int mby = static_cast<int>(address / width) * 16;
+  const int planes = m_Sps->GetChromaArrayType() == 1 ? 3 : 1;
+  // Each 4x4 block on its own gives the same samples as its partition: the
+  // filters read only the reference.
+  for (int j = 0; j < 4; ++j) {
+    for (int i = 0; i < 4; ++i) {
+      const int b8 = (i / 2) + 2 * (j / 2);
+      const int refs[2] = {mb.refIdx[0][b8], mb.refIdx[1][b8]};
+      for (int c = 0; c < planes; ++c) {
+        const int size = c == 0 ? 4 : 2;
+        const int px = c == 0 ? mbx + 4 * i : mbx / 2 + 2 * i;
+        const int py = c == 0 ? mby + 4 * j : mby / 2 + 2 * j;
+        uint8_t predictions[2][16];
+        for (int list = 0; list < 2; ++list) {
+          if (refs[list] < 0) {
+            continue;
+          }
+          const CmPicture& reference = *m_Lists[list].pictures[static_cast<size_t>(refs[list])];
+          const int16_t* mv = mb.mv[list][i + 4 * j];
+          if (c == 0) {
+            PredictLuma(reference, px, py, mv[0], mv[1], 4, 4, predictions[list], 4);
+          } else {
+            PredictChroma(reference, c, px, py, mv[0], mv[1], 2, 2, predictions[list], 2);
+          }
+        }
+        int w0, w1, o0, o1, logWD;
+        bool weighted;
+        GetWeights(refs[0], refs[1], c, w0, w1, o0, o1, logWD, weighted);
+        const ptrdiff_t stride = m_Picture->GetStride(c);
+        uint8_t* dst = m_Picture->GetPlane(c) + py * stride + px;
+        for (int y = 0; y < size; ++y) {
+          for (int x = 0; x < size; ++x) {
+            const int k = y * size + x;
+            int value = 0;
+            if (refs[0] >= 0 && refs[1] >= 0) {
+              value = weighted
+                          ? ((predictions[0][k] * w0 + predictions[1][k] * w1 + (1 << logWD)) >>
+                             (logWD + 1)) +
+                                ((o0 + o1 + 1) >> 1)
+                          : (predictions[0][k] + predictions[1][k] + 1) >> 1;
+            } else {
+              const int list = refs[0] >= 0 ? 0 : 1;
+              const int p = predictions[list][k];
+              const int w = list == 0 ? w0 : w1, o = list == 0 ? o0 : o1;
+              if (!weighted) {
+                value = p;
+              } else if (logWD >= 1) {
+                value = ((p * w + (1 << (logWD - 1))) >> logWD) + o;
+              } else {
+                value = p * w + o;
+              }
+            }
+            dst[y * stride + x] = Clip(value);
+          }
+        }
+      }
+    }
+  }
+}
+
+} // namespace NmH264

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "Codecs/H264/Picture.h"
+
+namespace NmH264 {
+
+// Luma sample prediction of clause 8.4.2.2.1: a width x height block whose
+// top left lies at (x, y) + mv / 4 in the reference, quarter-sample
+// positions by the six-tap filter and averages. Samples outside the picture
+// repeat its edge. dst holds 8-bit results.
+void PredictLuma(const CmPicture& reference, int x, int y, int mvx, int mvy, int width, int height,
+                 uint8_t* dst, ptrdiff_t dstStride);
+
+// Chroma of 4:2:0 (8.4.2.2.2): eighth-sample bilinear interpolation; x, y
+// and the block size in chroma samples, mv in luma quarter samples.
+void PredictChroma(const CmPicture& reference, int component, int x, int y, int mvx, int mvy,
+                   int width, int height, uint8_t* dst, ptrdiff_t dstStride);
+
+} // namespace NmH264

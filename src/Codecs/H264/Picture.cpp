@@ -1,0 +1,40 @@
+#include "Codecs/H264/Picture.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace NmH264 {
+
+void CmPicture::Allocate(uint32_t widthInMbs, uint32_t heightInMbs, bool monochrome) {
+  if (m_Memory && widthInMbs == m_WidthInMbs && heightInMbs == m_HeightInMbs &&
+      monochrome == m_Monochrome) {
+    ClearMacroblocks();
+    return;
+  }
+  m_WidthInMbs = widthInMbs;
+  m_HeightInMbs = heightInMbs;
+  m_Monochrome = monochrome;
+  const size_t lumaStride = widthInMbs * 16 + 2 * LumaBorder;
+  const size_t lumaRows = heightInMbs * 16 + 2 * LumaBorder;
+  const size_t chromaStride = widthInMbs * 8 + LumaBorder;
+  const size_t chromaRows = heightInMbs * 8 + LumaBorder;
+  const size_t lumaBytes = lumaStride * lumaRows;
+  const size_t chromaBytes = chromaStride * chromaRows;
+  m_Memory = std::make_unique<uint8_t[]>(lumaBytes + 2 * chromaBytes);
+  m_Stride[0] = static_cast<ptrdiff_t>(lumaStride);
+  m_Origin[0] = m_Memory.get() + LumaBorder * lumaStride + LumaBorder;
+  for (int c = 1; c < 3; ++c) {
+    uint8_t* base = m_Memory.get() + lumaBytes + static_cast<size_t>(c - 1) * chromaBytes;
+    m_Stride[c] = static_cast<ptrdiff_t>(chromaStride);
+    m_Origin[c] = base + LumaBorder / 2 * chromaStride + LumaBorder / 2;
+    // A monochrome picture is shown with neutral chroma.
+    std::memset(base, 128, chromaBytes);
+  }
+  m_Macroblocks.assign(size_t{widthInMbs} * heightInMbs, SmMacroblockInfo());
+}
+
+void CmPicture::ClearMacroblocks() {
+  std::fill(m_Macroblocks.begin(), m_Macroblocks.end(), SmMacroblockInfo());
+}
+
+} // namespace NmH264

@@ -1,0 +1,90 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+namespace NmH264 {
+
+// What the neighbours of a macroblock need to know of it, and what the
+// deblocking filter and later pictures read back.
+struct SmMacroblockInfo {
+  uint32_t slice = 0; // the slice number that decoded it; 0 while not decoded
+  uint8_t kind = 0;   // SmMacroblockKind
+  bool transform8x8 = false;
+  int8_t qp = 0;
+  uint8_t cbp = 0;
+  // Intra prediction modes of the 4x4 blocks in raster order; 2 (DC) for
+  // macroblocks that are not 4x4 or 8x8 intra coded.
+  int8_t intraModes[16] = {};
+  // Non-zero coefficients per 4x4 block in raster order: luma, then the
+  // 2x2 blocks of each chroma component of 4:2:0.
+  uint8_t totalCoeff[16] = {};
+  uint8_t totalCoeffChroma[2][4] = {};
+  // Motion per list: vectors per 4x4 block in raster order, reference index
+  // per 8x8 block (-1 where the list is unused) and the identity of the
+  // picture that index named, which deblocking and later pictures compare.
+  int16_t mv[2][16][2] = {};
+  int8_t refIdx[2][4] = {{-1, -1, -1, -1}, {-1, -1, -1, -1}};
+  uint32_t refPicture[2][4] = {};
+};
+
+enum SmMacroblockKind : uint8_t {
+  MbI4x4 = 1,
+  MbI8x8,
+  MbI16x16,
+  MbIPcm,
+  MbInter,
+  MbSkip,
+};
+
+inline bool IsIntra(uint8_t kind) {
+  return kind >= MbI4x4 && kind <= MbIPcm;
+}
+
+// A decoded picture: three planes (or one for 4:0:0) with a border around
+// them, so that motion vectors pointing outside need no clamping in the
+// inner loops, and the macroblock records of the picture.
+class CmPicture {
+public:
+  static constexpr int LumaBorder = 32;
+
+  void Allocate(uint32_t widthInMbs, uint32_t heightInMbs, bool monochrome);
+
+  uint8_t* GetPlane(int component) const { return m_Origin[component]; }
+  ptrdiff_t GetStride(int component) const { return m_Stride[component]; }
+  uint32_t GetWidthInMbs() const { return m_WidthInMbs; }
+  uint32_t GetHeightInMbs() const { return m_HeightInMbs; }
+  bool IsMonochrome() const { return m_Monochrome; }
+  // A number that no other picture of the decoder has at the same time.
+  uint32_t GetId() const { return m_Id; }
+  void SetId(uint32_t id) { m_Id = id; }
+  // PicOrderCnt of the frame: the smaller of its two fields' counts.
+  int32_t GetPoc() const { return m_Poc; }
+  void SetPoc(int32_t poc) { m_Poc = poc; }
+  SmMacroblockInfo* GetMacroblocks() { return m_Macroblocks.data(); }
+  const SmMacroblockInfo* GetMacroblocks() const { return m_Macroblocks.data(); }
+  // Forgets which slices decoded what, before the picture is decoded anew.
+  void ClearMacroblocks();
+
+private:
+  uint32_t m_WidthInMbs = 0;
+  uint32_t m_HeightInMbs = 0;
+  bool m_Monochrome = false;
+  uint32_t m_Id = 0;
+  int32_t m_Poc = 0;
+  std::unique_ptr<uint8_t[]> m_Memory;
+  uint8_t* m_Origin[3] = {};
+  ptrdiff_t m_Stride[3] = {};
+  std::vector<SmMacroblockInfo> m_Macroblocks;
+};
+
+// A reference picture list of a slice: its pictures (null where no picture
+// fills an entry) and whether each is a long-term reference.
+struct SmReferenceList {
+  std::vector<const CmPicture*> pictures;
+  std::vector<uint8_t> longTerm;
+};
+
+} // namespace NmH264

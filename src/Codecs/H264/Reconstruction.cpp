@@ -1,0 +1,492 @@
+#include "Codecs/H264/Reconstruction.h"
+
+#include <algorithm>
+
+namespace NmH264 {
+
+const std::array<uint8_t, 16> ZigZag4x4 = {0, 1, 4, 8, 5, 2, 3, 6, 9, 12, 13, 10, 7, 11, 14, 15};
+const std::array<uint8_t, 64> ZigZag8x8 = {
+    0,  1,  8,  16, 9,  2,  3,  10, 17, 24, 32, 25, 18, 11, 4,  5,  12, 19, 26, 33, 40, 48,
+    41, 34, 27, 20, 13, 6,  7,  14, 21, 28, 35, 42, 49, 56, 57, 50, 43, 36, 29, 22, 15, 23,
+    30, 37, 44, 51, 58, 59, 52, 45, 38, 31, 39, 46, 53, 60, 61, 54, 47, 55, 62, 63};
+
+namespace {
+
+constexpr int32_t NormAdjust4x4[6][3] = {{10, 16, 13}, {11, 18, 14}, {13, 20, 16},
+                                         {14, 23, 18}, {16, 25, 20}, {18, 29, 23}};
+constexpr int32_t NormAdjust8x8[6][6] = {{20, 18, 32, 19, 25, 24}, {22, 19, 35, 21, 28, 26},
+                                         {26, 23, 42, 24, 33, 31}, {28, 25, 45, 26, 35, 33},
+                                         {32, 28, 51, 30, 40, 38}, {36, 32, 58, 34, 46, 43}};
+
+int32_t GetNorm4x4(int m, int i, int j) {
+  if (i % 2 == 0 && j % 2 == 0) {
+    return NormAdjust4x4[m][0];
+  }
+  if (i % 2 == 1 && j % 2 == 1) {
+    return NormAdjust4x4[m][1];
+  }
+  return NormAdjust4x4[m][2];
+}
+
+int32_t GetNorm8x8(int m, int i, int j) {
+  if (i % 4 == 0 && j % 4 == 0) {
+    return NormAdjust8x8[m][0];
+  }
+  if (i % 2 == 1 && j % 2 == 1) {
+    return NormAdjust8x8[m][1];
+  }
+  if (i % 4 == 2 && j % 4 == 2) {
+    return NormAdjust8x8[m][2];
+  }
+  if ((i % 4 == 0 && j % 2 == 1) || (i % 2 == 1 && j % 4 == 0)) {
+    return NormAdjust8x8[m][3];
+  }
+  if ((i % 4 == 0 && j % 4 == 2) || (i % 4 == 2 && j % 4 == 0)) {
+    return NormAdjust8x8[m][4];
+  }
+  return NormAdjust8x8[m][5];
+}
+
+uint8_t Clip(int32_t value) {
+  return static_cast<uint8_t>(std::clamp(value, 0, 255));
+}
+
+} // namespace
+
+void SmLevelScale::Build(const SmScalingMatrices& matrices) {
+  for (int list = 0; list < 6; ++list) {
+    for (int m = 0; m < 6; ++m) {
+      for (int k = 0; k < 16; ++k) {
+        const int position = ZigZag4x4[static_cast<size_t>(k)];
+        scale4x4[list][m][position] =
+            matrices.list4x4[static_cast<size_t>(list)][static_cast<size_t>(k)] *
+            GetNorm4x4(m, position / 4, position % 4);
+      }
+    }
+  }
+  for (int list = 0; list < 2; ++list) {
+    for (int m = 0; m < 6; ++m) {
+      for (int k = 0; k < 64; ++k) {
+        const int position = ZigZag8x8[static_cast<size_t>(k)];
+        scale8x8[list][m][position] =
+            matrices.list8x8[static_cast<size_t>(list)][static_cast<size_t>(k)] *
+            GetNorm8x8(m, position / 8, position % 8);
+      }
+    }
+  }
+}
+
+int ChromaQp(int qpi) {
+  static constexpr uint8_t High[22] = {29, 30, 31, 32, 32, 33, 34, 34, 35, 35, 36,
+                                       36, 37, 37, 37, 38, 38, 38, 39, 39, 39, 39};
+  return qpi < 30 ? qpi : High[qpi - 30];
+}
+
+void Scale4x4(int32_t* coefficients, const int32_t* levelScale, int qp, bool scaleDc) {
+  const int shift = qp / 6;
+  for (int k = scaleDc ? 0 : 1; k < 16; ++k) {
+    if (coefficients[k] == 0) {
+      continue;
+    }
+    if (qp >= 24) {
+      coefficients[k] = (coefficients[k] * levelScale[k]) * (1 << (shift - 4));
+    } else {
+      coefficients[k] = (coefficients[k] * levelScale[k] + (1 << (3 - shift))) >> (4 - shift);
+    }
+  }
+}
+
+void Scale8x8(int32_t* coefficients, const int32_t* levelScale, int qp) {
+  const int shift = qp / 6;
+  for (int k = 0; k < 64; ++k) {
+    if (coefficients[k] == 0) {
+      continue;
+    }
+    if (qp >= 36) {
+      coefficients[k] = (coefficients[k] * levelScale[k]) * (1 << (shift - 6));
+    } else {
+      coefficients[k] = (coefficients[k] * levelScale[k] + (1 << (5 - shift))) >> (6 - shift);
+    }
+  }
+}
+
+void TransformLumaDc(int32_t* c, int32_t levelScaleDc, int qp) {
+  int32_t f[16];
+  // Rows, then columns, of the 4x4 Hadamard transform.
+  for (int i = 0; i < 4; ++i) {
+    const int32_t* r = c + 4 * i;
+    const int32_t a = r[0] + r[1], b = r[0] - r[1], e = r[2] + r[3], d = r[2] - r[3];
+    f[4 * i + 0] = a + e;
+    f[4 * i + 1] = a - e;
+    f[4 * i + 2] = b - d;
+    f[4 * i + 3] = b + d;
+  }
+  for (int j = 0; j < 4; ++j) {
+    const int32_t a = f[j] + f[4 + j], b = f[j] - f[4 + j];
+    const int32_t e = f[8 + j] + f[12 + j], d = f[8 + j] - f[12 + j];
+    const int32_t column[4] = {a + e, a - e, b - d, b + d};
+    for (int i = 0; i < 4; ++i) {
+      const int32_t value = column[i] * levelScaleDc;
+      c[4 * i + j] =
+          qp >= 36 ? value * (1 << (qp / 6 - 6)) : (value + (1 << (5 - qp / 6))) >> (6 - qp / 6);
+    }
+  }
+}
+
+void TransformChromaDc2x2(int32_t* c, int32_t levelScaleDc, int qp) {
+  const int32_t a = c[0] + c[1], b = c[0] - c[1], e = c[2] + c[3], d = c[2] - c[3];
+  const int32_t f[4] = {a + e, b + d, a - e, b - d};
+  for (int k = 0; k < 4; ++k) {
+    c[k] = ((f[k] * levelScaleDc) * (1 << (qp / 6))) >> 5;
+  }
+}
+
+void AddInverseTransform4x4(int32_t* d, uint8_t* dst, ptrdiff_t stride) {
+  int32_t h[16];
+  for (int i = 0; i < 4; ++i) {
+    const int32_t* r = d + 4 * i;
+    const int32_t e = r[0] + r[2], f = r[0] - r[2];
+    const int32_t g = (r[1] >> 1) - r[3], k = r[1] + (r[3] >> 1);
+    h[4 * i + 0] = e + k;
+    h[4 * i + 1] = f + g;
+    h[4 * i + 2] = f - g;
+    h[4 * i + 3] = e - k;
+  }
+  for (int j = 0; j < 4; ++j) {
+    const int32_t e = h[j] + h[8 + j], f = h[j] - h[8 + j];
+    const int32_t g = (h[4 + j] >> 1) - h[12 + j], k = h[4 + j] + (h[12 + j] >> 1);
+    const int32_t column[4] = {e + k, f + g, f - g, e - k};
+    for (int i = 0; i < 4; ++i) {
+      uint8_t& sample = dst[i * stride + j];
+      sample = Clip(sample + ((column[i] + 32) >> 6));
+    }
+  }
+}
+
+namespace {
+
+void Transform8(const int32_t* d, ptrdiff_t step, int32_t* out, ptrdiff_t outStep) {
+  const int32_t a0 = d[0] + d[4 * step], a4 = d[0] - d[4 * step];
+  const int32_t a2 = (d[2 * step] >> 1) - d[6 * step], a6 = d[2 * step] + (d[6 * step] >> 1);
+  const int32_t b0 = a0 + a6, b2 = a4 + a2, b4 = a4 - a2, b6 = a0 - a6;
+  const int32_t d1 = d[step], d3 = d[3 * step], d5 = d[5 * step], d7 = d[7 * step];
+  const int32_t a1 = -d3 + d5 - d7 - (d7 >> 1);
+  const int32_t a3 = d1 + d7 - d3 - (d3 >> 1);
+  const int32_t a5 = -d1 + d7 + d5 + (d5 >> 1);
+  const int32_t a7 = d3 + d5 + d1 + (d1 >> 1);
+  const int32_t b1 = a1 + (a7 >> 2), b7 = a7 - (a1 >> 2);
+  const int32_t b3 = a3 + (a5 >> 2), b5 = (a3 >> 2) - a5;
+  out[0] = b0 + b7;
+  out[outStep] = b2 + b5;
+  out[2 * outStep] = b4 + b3;
+  out[3 * outStep] = b6 + b1;
+  out[4 * outStep] = b6 - b1;
+  out[5 * outStep] = b4 - b3;
+  out[6 * outStep] = b2 - b5;
+  out[7 * outStep] = b0 - b7;
+}
+
+} // namespace
+
+void AddInverseTransform8x8(int32_t* d, uint8_t* dst, ptrdiff_t stride) {
+  int32_t g[64];
+  for (int i = 0; i < 8; ++i) {
+    Transform8(d + 8 * i, 1, g + 8 * i, 1);
+  }
+  int32_t m[64];
+  for (int j = 0; j < 8; ++j) {
+    Transform8(g + j, 8, m + j, 8);
+  }
+  for (int i = 0; i < 8; ++i) {
+    for (int j = 0; j < 8; ++j) {
+      uint8_t& sample = dst[i * stride + j];
+      sample = Clip(sample + ((m[8 * i + j] + 32) >> 6));
+    }
+  }
+}
+
+namespace {
+
+// The samples around a block: p(x, -1) for x from -1 and p(-1, y) for y
+// from 0, as the clauses name them.
+struct SmEdge {
+  int top[17]; // top[0] is p[-1,-1], top[1 + x] is p[x,-1]
+  int left[16];
+  int At(int x, int y) const { return y < 0 ? top[1 + x] : left[y]; }
+};
+
+SmEdge ReadEdge(const uint8_t* dst, ptrdiff_t stride, int size, const SmIntraNeighbours& n,
+                int topCount) {
+  SmEdge e{};
+  if (n.hasCorner) {
+    e.top[0] = dst[-stride - 1];
+  }
+  if (n.hasTop) {
+    for (int x = 0; x < size; ++x) {
+      e.top[1 + x] = dst[-stride + x];
+    }
+    for (int x = size; x < topCount; ++x) {
+      e.top[1 + x] = n.hasTopRight ? dst[-stride + x] : dst[-stride + size - 1];
+    }
+  }
+  if (n.hasLeft) {
+    for (int y = 0; y < size; ++y) {
+      e.left[y] = dst[y * stride - 1];
+    }
+  }
+  return e;
+}
+
+template <typename F> void Fill(uint8_t* dst, ptrdiff_t stride, int size, F value) {
+  for (int y = 0; y < size; ++y) {
+    for (int x = 0; x < size; ++x) {
+      dst[y * stride + x] = static_cast<uint8_t>(value(x, y));
+    }
+  }
+}
+
+int Dc(const SmEdge& e, const SmIntraNeighbours& n, int size, int log2) {
+  int sum = 0;
+  if (n.hasTop && n.hasLeft) {
+    for (int i = 0; i < size; ++i) {
+      sum += e.top[1 + i] + e.left[i];
+    }
+    return (sum + size) >> (log2 + 1);
+  }
+  if (n.hasLeft || n.hasTop) {
+    for (int i = 0; i < size; ++i) {
+      sum += n.hasLeft ? e.left[i] : e.top[1 + i];
+    }
+    return (sum + size / 2) >> log2;
+  }
+  return 128;
+}
+
+// The directional modes 3 to 8 shared by 4x4 and 8x8 blocks (8.3.1.2.4 to
+// 8.3.1.2.9, 8.3.2.2.5 to 8.3.2.2.10), on the (filtered) edge.
+int Directional(const SmEdge& e, int mode, int x, int y, int size) {
+  const auto p = [&e](int px, int py) { return e.At(px, py); };
+  const int last = size - 1;
+  switch (mode) {
+  case 3: // diagonal down left
+    if (x == last && y == last) {
+      return (p(2 * last, -1) + 3 * p(2 * last + 1, -1) + 2) >> 2;
+    }
+    return (p(x + y, -1) + 2 * p(x + y + 1, -1) + p(x + y + 2, -1) + 2) >> 2;
+  case 4: // diagonal down right
+    if (x > y) {
+      return (p(x - y - 2, -1) + 2 * p(x - y - 1, -1) + p(x - y, -1) + 2) >> 2;
+    }
+    if (x < y) {
+      return (p(-1, y - x - 2) + 2 * p(-1, y - x - 1) + p(-1, y - x) + 2) >> 2;
+    }
+    return (p(0, -1) + 2 * p(-1, -1) + p(-1, 0) + 2) >> 2;
+  case 5: { // vertical right
+    const int z = 2 * x - y;
+    if (z >= 0 && z % 2 == 0) {
+      return (p(x - (y >> 1) - 1, -1) + p(x - (y >> 1), -1) + 1) >> 1;
+    }
+    if (z > 0) {
+      return (p(x - (y >> 1) - 2, -1) + 2 * p(x - (y >> 1) - 1, -1) + p(x - (y >> 1), -1) + 2) >> 2;
+    }
+    if (z == -1) {
+      return (p(-1, 0) + 2 * p(-1, -1) + p(0, -1) + 2) >> 2;
+    }
+    return (p(-1, y - 2 * x - 1) + 2 * p(-1, y - 2 * x - 2) + p(-1, y - 2 * x - 3) + 2) >> 2;
+  }
+  case 6: { // horizontal down
+    const int z = 2 * y - x;
+    if (z >= 0 && z % 2 == 0) {
+      return (p(-1, y - (x >> 1) - 1) + p(-1, y - (x >> 1)) + 1) >> 1;
+    }
+    if (z > 0) {
+      return (p(-1, y - (x >> 1) - 2) + 2 * p(-1, y - (x >> 1) - 1) + p(-1, y - (x >> 1)) + 2) >> 2;
+    }
+    if (z == -1) {
+      return (p(-1, 0) + 2 * p(-1, -1) + p(0, -1) + 2) >> 2;
+    }
+    return (p(x - 2 * y - 1, -1) + 2 * p(x - 2 * y - 2, -1) + p(x - 2 * y - 3, -1) + 2) >> 2;
+  }
+  case 7: // vertical left
+    if (y % 2 == 0) {
+      return (p(x + (y >> 1), -1) + p(x + (y >> 1) + 1, -1) + 1) >> 1;
+    }
+    return (p(x + (y >> 1), -1) + 2 * p(x + (y >> 1) + 1, -1) + p(x + (y >> 1) + 2, -1) + 2) >> 2;
+  default: { // 8, horizontal up
+    const int z = x + 2 * y;
+    const int limit = 2 * last - 1; // 5 for 4x4, 13 for 8x8
+    if (z < limit && z % 2 == 0) {
+      return (p(-1, y + (x >> 1)) + p(-1, y + (x >> 1) + 1) + 1) >> 1;
+    }
+    if (z < limit) {
+      return (p(-1, y + (x >> 1)) + 2 * p(-1, y + (x >> 1) + 1) + p(-1, y + (x >> 1) + 2) + 2) >> 2;
+    }
+    if (z == limit) {
+      return (p(-1, last - 1) + 3 * p(-1, last) + 2) >> 2;
+    }
+    return p(-1, last);
+  }
+  }
+}
+
+} // namespace
+
+void PredictIntra4x4(uint8_t* dst, ptrdiff_t stride, int mode, const SmIntraNeighbours& n) {
+  const SmEdge e = ReadEdge(dst, stride, 4, n, 8);
+  switch (mode) {
+  case 0:
+    Fill(dst, stride, 4, [&](int x, int) { return e.top[1 + x]; });
+    return;
+  case 1:
+    Fill(dst, stride, 4, [&](int, int y) { return e.left[y]; });
+    return;
+  case 2: {
+    const int dc = Dc(e, n, 4, 2);
+    Fill(dst, stride, 4, [&](int, int) { return dc; });
+    return;
+  }
+  default:
+    Fill(dst, stride, 4, [&](int x, int y) { return Directional(e, mode, x, y, 4); });
+    return;
+  }
+}
+
+void PredictIntra8x8(uint8_t* dst, ptrdiff_t stride, int mode, const SmIntraNeighbours& n) {
+  const SmEdge raw = ReadEdge(dst, stride, 8, n, 16);
+  // Reference sample filtering (8.3.2.2.1).
+  SmEdge e = raw;
+  const auto t = [&raw](int x) { return raw.top[1 + x]; };
+  if (n.hasTop) {
+    e.top[1] = n.hasCorner ? (raw.top[0] + 2 * t(0) + t(1) + 2) >> 2 : (3 * t(0) + t(1) + 2) >> 2;
+    for (int x = 1; x < 15; ++x) {
+      e.top[1 + x] = (t(x - 1) + 2 * t(x) + t(x + 1) + 2) >> 2;
+    }
+    e.top[16] = (t(14) + 3 * t(15) + 2) >> 2;
+  }
+  if (n.hasCorner) {
+    if (n.hasTop && n.hasLeft) {
+      e.top[0] = (t(0) + 2 * raw.top[0] + raw.left[0] + 2) >> 2;
+    } else if (n.hasTop) {
+      e.top[0] = (3 * raw.top[0] + t(0) + 2) >> 2;
+    } else if (n.hasLeft) {
+      e.top[0] = (3 * raw.top[0] + raw.left[0] + 2) >> 2;
+    }
+  }
+  if (n.hasLeft) {
+    e.left[0] = n.hasCorner ? (raw.top[0] + 2 * raw.left[0] + raw.left[1] + 2) >> 2
+                            : (3 * raw.left[0] + raw.left[1] + 2) >> 2;
+    for (int y = 1; y < 7; ++y) {
+      e.left[y] = (raw.left[y - 1] + 2 * raw.left[y] + raw.left[y + 1] + 2) >> 2;
+    }
+    e.left[7] = (raw.left[6] + 3 * raw.left[7] + 2) >> 2;
+  }
+  switch (mode) {
+  case 0:
+    Fill(dst, stride, 8, [&](int x, int) { return e.top[1 + x]; });
+    return;
+  case 1:
+    Fill(dst, stride, 8, [&](int, int y) { return e.left[y]; });
+    return;
+  case 2: {
+    const int dc = Dc(e, n, 8, 3);
+    Fill(dst, stride, 8, [&](int, int) { return dc; });
+    return;
+  }
+  default:
+    Fill(dst, stride, 8, [&](int x, int y) { return Directional(e, mode, x, y, 8); });
+    return;
+  }
+}
+
+void PredictIntra16x16(uint8_t* dst, ptrdiff_t stride, int mode, const SmIntraNeighbours& n) {
+  const SmEdge e = ReadEdge(dst, stride, 16, n, 16);
+  switch (mode) {
+  case 0:
+    Fill(dst, stride, 16, [&](int x, int) { return e.top[1 + x]; });
+    return;
+  case 1:
+    Fill(dst, stride, 16, [&](int, int y) { return e.left[y]; });
+    return;
+  case 2: {
+    const int dc = Dc(e, n, 16, 4);
+    Fill(dst, stride, 16, [&](int, int) { return dc; });
+    return;
+  }
+  default: {
+    int h = 0, v = 0;
+    for (int i = 0; i < 8; ++i) {
+      h += (i + 1) * (e.At(8 + i, -1) - e.At(6 - i, -1));
+      v += (i + 1) * (e.At(-1, 8 + i) - e.At(-1, 6 - i));
+    }
+    const int a = 16 * (e.At(-1, 15) + e.At(15, -1));
+    const int b = (5 * h + 32) >> 6;
+    const int c = (5 * v + 32) >> 6;
+    Fill(dst, stride, 16,
+         [&](int x, int y) { return Clip((a + b * (x - 7) + c * (y - 7) + 16) >> 5); });
+    return;
+  }
+  }
+}
+
+void PredictIntraChroma8x8(uint8_t* dst, ptrdiff_t stride, int mode, const SmIntraNeighbours& n) {
+  const SmEdge e = ReadEdge(dst, stride, 8, n, 8);
+  switch (mode) {
+  case 0: { // DC per 4x4 block (8.3.4.1 to 8.3.4.3)
+    for (int by = 0; by < 2; ++by) {
+      for (int bx = 0; bx < 2; ++bx) {
+        int top = 0, left = 0;
+        for (int i = 0; i < 4; ++i) {
+          top += e.top[1 + 4 * bx + i];
+          left += e.left[4 * by + i];
+        }
+        int dc = 128;
+        const bool corner = (bx == 0) == (by == 0);
+        if (corner) {
+          if (n.hasTop && n.hasLeft) {
+            dc = (top + left + 4) >> 3;
+          } else if (n.hasLeft) {
+            dc = (left + 2) >> 2;
+          } else if (n.hasTop) {
+            dc = (top + 2) >> 2;
+          }
+        } else if (bx > 0) {
+          if (n.hasTop) {
+            dc = (top + 2) >> 2;
+          } else if (n.hasLeft) {
+            dc = (left + 2) >> 2;
+          }
+        } else {
+          if (n.hasLeft) {
+            dc = (left + 2) >> 2;
+          } else if (n.hasTop) {
+            dc = (top + 2) >> 2;
+          }
+        }
+        Fill(dst + 4 * by * stride + 4 * bx, stride, 4, [&](int, int) { return dc; });
+      }
+    }
+    return;
+  }
+  case 1:
+    Fill(dst, stride, 8, [&](int, int y) { return e.left[y]; });
+    return;
+  case 2:
+    Fill(dst, stride, 8, [&](int x, int) { return e.top[1 + x]; });
+    return;
+  default: {
+    int h = 0, v = 0;
+    for (int i = 0; i < 4; ++i) {
+      h += (i + 1) * (e.At(4 + i, -1) - e.At(2 - i, -1));
+      v += (i + 1) * (e.At(-1, 4 + i) - e.At(-1, 2 - i));
+    }
+    const int a = 16 * (e.At(-1, 7) + e.At(7, -1));
+    const int b = (34 * h + 32) >> 6;
+    const int c = (34 * v + 32) >> 6;
+    Fill(dst, stride, 8,
+         [&](int x, int y) { return Clip((a + b * (x - 3) + c * (y - 3) + 16) >> 5); });
+    return;
+  }
+  }
+}
+
+} // namespace NmH264

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "Codecs/H264/Picture.h"
+#include "Codecs/H264/SliceHeader.h"
+
+namespace NmH264 {
+
+// A frame that may serve as a reference, with the numbers of clause 8.2.4.1.
+struct SmReferenceFrame {
+  const CmPicture* picture = nullptr;
+  uint32_t frameNum = 0;
+  bool longTerm = false;
+  uint32_t longTermFrameIdx = 0;
+};
+
+// The reference picture lists of a P or B slice of a frame: their initial
+// order (8.2.4.2.1, 8.2.4.2.3) and the slice's modifications (8.2.4.3),
+// each as long as the slice's number of active references; entries that no
+// picture fills stay null. False when a modification names a picture that
+// is not there. The current picture's order count orders B lists.
+bool BuildReferenceLists(const std::vector<SmReferenceFrame>& frames, const SmSliceHeader& header,
+                         uint32_t maxFrameNum, int32_t currentPoc, SmReferenceList lists[2]);
+
+} // namespace NmH264

@@ -1,0 +1,201 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <random>
+#include <vector>
+
+#include "Codecs/H264/BitReader.h"
+#include "Codecs/H264/Cavlc.h"
+#include "Codecs/H264/NalUnits.h"
+
+using namespace NmH264;
+
+namespace {
+
+// Writes bits most significant first, the way the reader reads them.
+class CmBitWriter {
+public:
+  void Put(uint64_t value, unsigned count) {
+    for (unsigned i = count; i-- > 0;) {
+      if (m_Bits % 8 == 0) {
+        m_Bytes.push_back(0);
+      }
+      if ((value >> i & 1) != 0) {
+        m_Bytes.back() |= static_cast<uint8_t>(0x80 >> (m_Bits % 8));
+      }
+      ++m_Bits;
+    }
+  }
+  void PutUE(uint64_t value) {
+    const uint64_t code = value + 1;
+    unsigned length = 0;
+    while ((code >> length) > 1) {
+      ++length;
+    }
+    Put(0, length);
+    Put(code, length + 1);
+  }
+  void PutSE(int64_t value) {
+    PutUE(value > 0 ? 2 * static_cast<uint64_t>(value) - 1 : 2 * static_cast<uint64_t>(-value));
+  }
+  const std::vector<uint8_t>& Bytes() const { return m_Bytes; }
+
+private:
+  std::vector<uint8_t> m_Bytes;
+  size_t m_Bits = 0;
+};
+
+} // namespace
+
+TEST(H264BitReader, ExpGolombCodesOfEveryLengthAndTheEnd) {
+  // Values whose codes take 1 to 63 bits, at every bit offset, mixed with
+  // fixed-width fields, read back exactly.
+  std::mt19937 random(1);
+  CmBitWriter writer;
+  std::vector<uint32_t> values;
+  for (int i = 0; i < 600; ++i) {
+    const unsigned width = i % 33;
+    const uint32_t value = width == 32
+                               ? static_cast<uint32_t>(0xFFFFFFFEu - random() % 3)
+                               : static_cast<uint32_t>(((uint64_t{1} << width) - 1) & random());
+    values.push_back(value);
+    writer.PutUE(value);
+    writer.PutSE(i % 2 == 0 ? -static_cast<int64_t>(value >> 1) : static_cast<int64_t>(value >> 1));
+    writer.Put(value & 0x7F, 7);
+  }
+  writer.Put(1, 1); // the stop bit
+  CmBitReader reader(writer.Bytes().data(), writer.Bytes().size());
+  for (size_t i = 0; i < values.size(); ++i) {
+    ASSERT_EQ(reader.ReadUE(), values[i]) << i;
+    const int32_t half = static_cast<int32_t>(values[i] >> 1);
+    ASSERT_EQ(reader.ReadSE(), i % 2 == 0 ? -half : half) << i;
+    ASSERT_EQ(reader.ReadBits(7), values[i] & 0x7F) << i;
+    ASSERT_EQ(reader.HasMoreData(), i + 1 < values.size());
+  }
+  EXPECT_FALSE(reader.IsOverrun());
+  EXPECT_EQ(reader.ReadTE(1), 0u); // te(v) of range 1 is one inverted bit
+  EXPECT_FALSE(reader.IsOverrun());
+  // Past the end: zeros, and the reader says so.
+  reader.ReadBits(32);
+  EXPECT_TRUE(reader.IsOverrun());
+
+  // 33 or more leading zeros never form a value.
+  const uint8_t zeros[8] = {0, 0, 0, 0, 0, 0x80, 0, 0};
+  CmBitReader long_(zeros, sizeof zeros);
+  long_.ReadUE();
+  EXPECT_TRUE(long_.IsOverrun());
+  // The stop bit is found behind trailing zero bytes (cabac_zero_words).
+  const uint8_t trailing[] = {0xA0, 0x80, 0x00, 0x00};
+  CmBitReader stop(trailing, sizeof trailing);
+  stop.Skip(7);
+  EXPECT_TRUE(stop.HasMoreData());
+  stop.Skip(1);
+  EXPECT_FALSE(stop.HasMoreData());
+}
+
+TEST(H264NalUnits, AnnexBCutsUnitsAtStartCodesInPiecesToo) {
+  // Three- and four-byte start codes, trailing zeros, an empty unit between
+  // two start codes and leading garbage.
+  const std::vector<uint8_t> stream = {0x12, 0x00, 0x00, 0x00, 0x01, 0x67, 0x42, 0x00, 0x00,
+                                       0x00, 0x01, 0x00, 0x00, 0x01, 0x68, 0xCE, 0x00, 0x00,
+                                       0x01, 0x65, 0x88, 0x00, 0x00, 0x03, 0x01, 0x00};
+  const std::vector<std::vector<uint8_t>> expected = {
+      {0x67, 0x42}, {0x68, 0xCE}, {0x65, 0x88, 0x00, 0x00, 0x03, 0x01}};
+  std::vector<std::vector<uint8_t>> units;
+  size_t position = 0;
+  SmNalUnit unit;
+  while (NextAnnexBUnit(stream.data(), stream.size(), position, true, unit)) {
+    units.emplace_back(unit.data, unit.data + unit.size);
+  }
+  EXPECT_EQ(units, expected);
+  EXPECT_EQ(position, stream.size());
+
+  // Fed byte by byte, keeping what is unfinished: the same units, each only
+  // once a start code closes it, the last at the end.
+  for (const bool closeAtEnd : {false, true}) {
+    std::vector<uint8_t> buffer;
+    units.clear();
+    for (size_t i = 0; i < stream.size(); ++i) {
+      buffer.push_back(stream[i]);
+      const bool atEnd = closeAtEnd && i + 1 == stream.size();
+      position = 0;
+      while (NextAnnexBUnit(buffer.data(), buffer.size(), position, atEnd, unit)) {
+        units.emplace_back(unit.data, unit.data + unit.size);
+      }
+      buffer.erase(buffer.begin(), buffer.begin() + static_cast<std::ptrdiff_t>(position));
+    }
+    EXPECT_EQ(units.size(), closeAtEnd ? 3u : 2u);
+    EXPECT_EQ(std::vector(units.begin(), units.begin() + 2),
+              std::vector(expected.begin(), expected.begin() + 2));
+  }
+
+  // Length-prefixed units; a length beyond the data or of 0 stops.
+  const std::vector<uint8_t> prefixed = {0, 0, 0, 2, 0x67, 0x42, 0, 0, 0, 1, 0x68, 0, 0, 0, 9, 1};
+  position = 0;
+  ASSERT_TRUE(NextLengthPrefixedUnit(prefixed.data(), prefixed.size(), position, 4, unit));
+  EXPECT_EQ(std::vector<uint8_t>(unit.data, unit.data + unit.size), expected[0]);
+  ASSERT_TRUE(NextLengthPrefixedUnit(prefixed.data(), prefixed.size(), position, 4, unit));
+  EXPECT_EQ(unit.size, 1u);
+  EXPECT_EQ(unit.GetType(), NalPictureParameterSet);
+  EXPECT_FALSE(NextLengthPrefixedUnit(prefixed.data(), prefixed.size(), position, 4, unit));
+  EXPECT_EQ(position, 11u);
+  const uint8_t zeroLength[] = {0, 5};
+  position = 0;
+  EXPECT_FALSE(NextLengthPrefixedUnit(zeroLength, 1, position, 2, unit));
+
+  // Emulation prevention: every 00 00 03 loses its 03, also at the end and
+  // twice in a row; 00 00 04 stays.
+  std::vector<uint8_t> rbsp;
+  ExtractPayload(expected[2].data() + 1, expected[2].size() - 1, rbsp);
+  EXPECT_EQ(rbsp, (std::vector<uint8_t>{0x88, 0x00, 0x00, 0x01}));
+  const std::vector<uint8_t> escaped = {0, 0, 3, 0, 0, 3, 0, 0, 4, 0, 0, 3};
+  ExtractPayload(escaped.data(), escaped.size(), rbsp);
+  EXPECT_EQ(rbsp, (std::vector<uint8_t>{0, 0, 0, 0, 0, 0, 4, 0, 0}));
+}
+
+TEST(H264Cavlc, CodeTablesArePrefixCodes) {
+  // Every table of the entropy code must be prefix-free; all but the
+  // coeff_token tables, which leave room for codes no stream may use, fill
+  // the code space exactly. A wrong bit in a code breaks one or the other.
+  using namespace NmCavlcTables;
+  const auto check = [](const std::vector<SmVlcSymbol>& codes, bool complete) -> double {
+    double kraft = 0;
+    for (size_t i = 0; i < codes.size(); ++i) {
+      kraft += std::ldexp(1.0, -static_cast<int>(codes[i].bits.size()));
+      for (size_t j = 0; j < codes.size(); ++j) {
+        if (i != j) {
+          EXPECT_NE(codes[j].bits.rfind(codes[i].bits, 0), 0u)
+              << codes[i].bits << " begins " << codes[j].bits;
+        }
+      }
+    }
+    if (complete) {
+      EXPECT_DOUBLE_EQ(kraft, 1.0);
+    } else {
+      EXPECT_LE(kraft, 1.0);
+    }
+    return kraft;
+  };
+  for (int c = 0; c < 5; ++c) {
+    SCOPED_TRACE(c);
+    const double kraft = check(GetCoeffTokenCodes(c), false);
+    if (c == 3) {
+      // The fixed-length class: 62 of the 64 six-bit codes.
+      EXPECT_DOUBLE_EQ(kraft, 62.0 / 64);
+    } else {
+      // Only a code of zeros, which could mimic a start code, is left free.
+      EXPECT_GE(kraft, 1.0 - std::ldexp(1.0, -10));
+    }
+  }
+  for (int n = 1; n <= 15; ++n) {
+    SCOPED_TRACE(n);
+    check(GetTotalZerosCodes(n, false), n != 1);
+  }
+  for (int n = 1; n <= 3; ++n) {
+    check(GetTotalZerosCodes(n, true), true);
+  }
+  for (int z = 1; z <= 7; ++z) {
+    SCOPED_TRACE(z);
+    check(GetRunBeforeCodes(z), z != 7);
+  }
+}
