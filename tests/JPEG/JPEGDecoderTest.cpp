@@ -173,33 +173,42 @@ namespace {
 // `cutAtInterval` ends the stream (EOI) where that interval would begin.
 CmBytes WriteLosslessGray(const CmBytes& samples, int width, int height, int rowsPerInterval,
                           int cutAtInterval = -1) {
-  // The example luminance DC table of T.81 K.3 covers differences of 8-bit
-  // samples (categories up to 8).
-  const uint8_t bits[16] = {0, 1, 5, 1, 1, 1, 1, 1, 1, 0, 0, 0, 0, 0, 0, 0};
-  uint16_t code[12] = {};
-  int length[12] = {};
-  for (int size = 1, k = 0, next = 0; size <= 16; ++size, next <<= 1) {
-    for (int i = 0; i < bits[size - 1]; ++i, ++k, ++next) {
-      code[k] = static_cast<uint16_t>(next);
-      length[k] = size;
-    }
-  }
-  const auto be16 = [](CmBytes& out, int value) {
-    out.push_back(static_cast<uint8_t>(value >> 8));
-    out.push_back(static_cast<uint8_t>(value));
-  };
+  // One DC table of twelve 4-bit codes, each category's code its value.
   const int interval = rowsPerInterval * width;
-  CmBytes out = {0xFF, 0xD8, 0xFF, 0xC4, 0, 31, 0x00};
-  out.insert(out.end(), bits, bits + 16);
+  CmBytes out = {0xFF, 0xD8, 0xFF, 0xC4, 0, 31, 0x00, 0, 0, 0, 12, 0,
+                 0,    0,    0,    0,    0, 0,  0,    0, 0, 0, 0};
   for (uint8_t v = 0; v < 12; ++v) {
     out.push_back(v);
   }
-  out.insert(out.end(), {0xFF, 0xDD, 0, 4});
-  be16(out, interval);
-  out.insert(out.end(), {0xFF, 0xC3, 0, 11, 8});
-  be16(out, height);
-  be16(out, width);
-  out.insert(out.end(), {1, 1, 0x11, 0, 0xFF, 0xDA, 0, 8, 1, 1, 0x00, 7, 0, 0});
+  out.insert(out.end(), {0xFF,
+                         0xDD,
+                         0,
+                         4,
+                         static_cast<uint8_t>(interval >> 8),
+                         static_cast<uint8_t>(interval),
+                         0xFF,
+                         0xC3,
+                         0,
+                         11,
+                         8,
+                         static_cast<uint8_t>(height >> 8),
+                         static_cast<uint8_t>(height),
+                         static_cast<uint8_t>(width >> 8),
+                         static_cast<uint8_t>(width),
+                         1,
+                         1,
+                         0x11,
+                         0,
+                         0xFF,
+                         0xDA,
+                         0,
+                         8,
+                         1,
+                         1,
+                         0x00,
+                         7,
+                         0,
+                         0});
   uint32_t pending = 0;
   int pendingBits = 0;
   const auto put = [&](uint32_t value, int count) {
@@ -242,7 +251,7 @@ CmBytes WriteLosslessGray(const CmBytes& samples, int width, int height, int row
       while ((std::abs(difference) >> category) != 0) {
         ++category;
       }
-      put(code[category], length[category]);
+      put(static_cast<uint32_t>(category), 4);
       if (category > 0) {
         put(static_cast<uint32_t>(difference > 0 ? difference : difference + (1 << category) - 1),
             category);

@@ -49,28 +49,25 @@ TEST(JPEGStreams, MemoryInputSeeksReadsAndRefuses) {
   EXPECT_EQ(input.Open(nullptr, 5), JStatusUnsupported);
   const auto bytes = Counting(10);
   ASSERT_EQ(input.Open(bytes.data(), 10), JStatusOk);
-  uint32_t position = 99;
-  EXPECT_EQ(input.Seek(4, 1), JStatusOk);
-  EXPECT_EQ(input.TellPos(position), JStatusOk);
-  EXPECT_EQ(position, 4u);
-  // Origin 0 ignores the offset for the move but not for the range check.
-  EXPECT_EQ(input.Seek(5, 0), JStatusOk);
-  input.TellPos(position);
-  EXPECT_EQ(position, 0u);
-  input.Seek(4, 1);
-  EXPECT_EQ(input.Seek(6, 0), JStatusEndOfData);
-  EXPECT_EQ(input.Seek(-5, 1), JStatusEndOfData);
-  EXPECT_EQ(input.Seek(5, 1), JStatusOk); // lands on the last byte
-  EXPECT_EQ(input.Seek(1, 1), JStatusEndOfData);
-  EXPECT_EQ(input.Seek(0, 7), JStatusFailed);
-  EXPECT_EQ(input.Seek(-9, 2), JStatusOk);
-  input.TellPos(position);
-  EXPECT_EQ(position, 10u);
-
-  // At the end even a rewind with origin 0 is refused: the range check
-  // counts from the current position.
-  EXPECT_EQ(input.Seek(0, 0), JStatusEndOfData);
-  ASSERT_EQ(input.Seek(-10, 1), JStatusOk);
+  // Origin 0 and 2 ignore the offset for the move but not for the range
+  // check, which counts from the current position: at the end even a rewind
+  // is refused.
+  const struct {
+    int64_t offset;
+    int origin;
+    JStatus status;
+    uint32_t position;
+  } seeks[] = {{4, 1, JStatusOk, 4},         {5, 0, JStatusOk, 0},         {4, 1, JStatusOk, 4},
+               {6, 0, JStatusEndOfData, 4},  {-5, 1, JStatusEndOfData, 4}, {5, 1, JStatusOk, 9},
+               {1, 1, JStatusEndOfData, 9},  {0, 7, JStatusFailed, 9},     {-9, 2, JStatusOk, 10},
+               {0, 0, JStatusEndOfData, 10}, {-10, 1, JStatusOk, 0}};
+  for (const auto& seek : seeks) {
+    uint32_t position = 99;
+    EXPECT_EQ(input.Seek(seek.offset, seek.origin), seek.status)
+        << seek.offset << " " << seek.origin;
+    EXPECT_EQ(input.TellPos(position), JStatusOk);
+    EXPECT_EQ(position, seek.position) << seek.offset << " " << seek.origin;
+  }
   uint8_t out[16] = {};
   uint32_t read = 0;
   EXPECT_EQ(input.Read(out, 6, read), JStatusOk);
@@ -82,6 +79,7 @@ TEST(JPEGStreams, MemoryInputSeeksReadsAndRefuses) {
   EXPECT_EQ(input.Read(out, 1, read), JStatusEndOfData);
   EXPECT_EQ(read, 0u);
   EXPECT_EQ(input.Close(), JStatusOk);
+  uint32_t position = 99;
   input.TellPos(position);
   EXPECT_EQ(position, 0u);
   EXPECT_EQ(input.Seek(0, 1), JStatusEndOfData); // nothing to stand on
@@ -156,24 +154,20 @@ TEST(JPEGStreams, BitOutputBuffersAndReportsRefusals) {
 
 TEST(JPEGStreams, QuantTablesScaleAndReorder) {
   uint8_t table[64];
-  for (int i = 0; i < 64; ++i) {
-    table[i] = static_cast<uint8_t>(10 + i);
-  }
+  std::iota(table, table + 64, 10);
   CJPEGEncoderQuantTable encoder;
   ASSERT_EQ(encoder.Init(1, table, 50), JStatusOk); // factor 100: unchanged
   EXPECT_TRUE(encoder.initialized);
-  EXPECT_EQ(encoder.raw[0], 10);
-  EXPECT_EQ(encoder.raw[1], 11); // zig-zag 1 is row 0, column 1
-  EXPECT_EQ(encoder.raw[2], 18); // zig-zag 2 is row 1, column 0
+  // Zig-zag 1 is row 0, column 1; zig-zag 2 is row 1, column 0.
+  EXPECT_EQ(std::vector<int>(encoder.raw, encoder.raw + 3), (std::vector<int>{10, 11, 18}));
   EXPECT_EQ(encoder.natural[8], 18);
-  ASSERT_EQ(encoder.Init(0, table, 100), JStatusOk);
-  EXPECT_EQ(encoder.raw[63], 1);
-  ASSERT_EQ(encoder.Init(0, table, 1), JStatusOk); // factor 5000 saturates
-  EXPECT_EQ(encoder.raw[0], 255);
-  ASSERT_EQ(encoder.Init(0, table, 0), JStatusOk); // no scaling at all
-  EXPECT_EQ(encoder.raw[63], 73);
-  ASSERT_EQ(encoder.Init(0, table, 25), JStatusOk); // factor 200, rounding
-  EXPECT_EQ(encoder.raw[0], 20);
+  // Quality 100 gives steps of 1, 1 saturates (factor 5000), 0 does not scale,
+  // 25 doubles with rounding.
+  for (const auto& [quality, index, value] : {std::tuple{100, 63, 1}, std::tuple{1, 0, 255},
+                                              std::tuple{0, 63, 73}, std::tuple{25, 0, 20}}) {
+    ASSERT_EQ(encoder.Init(0, table, quality), JStatusOk);
+    EXPECT_EQ(encoder.raw[index], value) << quality;
+  }
   EXPECT_EQ(encoder.Init(4, table, 50), JStatusFailed);
   EXPECT_EQ(encoder.Init(0, table, 101), JStatusPrimitiveFailed);
   EXPECT_FALSE(encoder.initialized);
@@ -189,8 +183,7 @@ TEST(JPEGStreams, QuantTablesScaleAndReorder) {
   std::iota(zigZag, zigZag + 64, 1);
   CJPEGDecoderQuantTable decoder;
   ASSERT_EQ(decoder.Init(3, zigZag, 1), JStatusOk);
-  EXPECT_EQ(decoder.natural[0], 1);
-  EXPECT_EQ(decoder.natural[1], 2);
+  EXPECT_EQ(std::vector<int>(decoder.natural, decoder.natural + 2), (std::vector<int>{1, 2}));
   EXPECT_EQ(decoder.natural[8], 3);
   EXPECT_EQ(decoder.natural[63], 64);
   EXPECT_EQ(decoder.Init(0, zigZag, 2), JStatusFailed);
@@ -204,12 +197,11 @@ TEST(JPEGStreams, HuffmanTablesBuildOnlyCanonicalCodes) {
   EXPECT_EQ(encoder.Init(0, 0, bits, values), JStatusFailed); // not created
   ASSERT_EQ(encoder.Create(), JStatusOk);
   ASSERT_EQ(encoder.Init(0, 0, bits, values), JStatusOk);
-  EXPECT_EQ(encoder.GetTable()->size[0], 2);
-  EXPECT_EQ(encoder.GetTable()->code[0], 0b00);
-  EXPECT_EQ(encoder.GetTable()->size[5], 3);
-  EXPECT_EQ(encoder.GetTable()->code[5], 0b110);
-  EXPECT_EQ(encoder.GetTable()->size[11], 9);
-  EXPECT_EQ(encoder.GetTable()->code[11], 0b111111110);
+  for (const auto& [value, size, code] :
+       {std::tuple{0, 2, 0b00}, std::tuple{5, 3, 0b110}, std::tuple{11, 9, 0b111111110}}) {
+    EXPECT_EQ(encoder.GetTable()->size[value], size);
+    EXPECT_EQ(encoder.GetTable()->code[value], code);
+  }
   const uint8_t twice[2] = {3, 3};
   const uint8_t twoCodes[16] = {2};
   EXPECT_EQ(encoder.Init(0, 0, twoCodes, twice), JStatusPrimitiveFailed);
