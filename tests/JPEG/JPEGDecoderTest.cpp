@@ -173,42 +173,17 @@ namespace {
 // `cutAtInterval` ends the stream (EOI) where that interval would begin.
 CmBytes WriteLosslessGray(const CmBytes& samples, int width, int height, int rowsPerInterval,
                           int cutAtInterval = -1) {
-  // One DC table of twelve 4-bit codes, each category's code its value.
-  const int interval = rowsPerInterval * width;
-  CmBytes out = {0xFF, 0xD8, 0xFF, 0xC4, 0, 31, 0x00, 0, 0, 0, 12, 0,
-                 0,    0,    0,    0,    0, 0,  0,    0, 0, 0, 0};
-  for (uint8_t v = 0; v < 12; ++v) {
-    out.push_back(v);
+  // One DC table of twelve 4-bit codes, each category's code its value; then
+  // DRI, SOF3 and SOS.
+  CmBytes out = {0xFF, 0xD8, 0xFF, 0xC4, 0,    31, 0,    0,    0, 0,    12,   0, 0,  0, 0, 0,
+                 0,    0,    0,    0,    0,    0,  0,    0,    1, 2,    3,    4, 5,  6, 7, 8,
+                 9,    10,   11,   0xFF, 0xDD, 0,  4,    0,    0, 0xFF, 0xC3, 0, 11, 8, 0, 0,
+                 0,    0,    1,    1,    0x11, 0,  0xFF, 0xDA, 0, 8,    1,    1, 0,  7, 0, 0};
+  for (const auto& [at, value] :
+       {std::pair{39, rowsPerInterval * width}, std::pair{46, height}, std::pair{48, width}}) {
+    out[at] = static_cast<uint8_t>(value >> 8);
+    out[at + 1] = static_cast<uint8_t>(value);
   }
-  out.insert(out.end(), {0xFF,
-                         0xDD,
-                         0,
-                         4,
-                         static_cast<uint8_t>(interval >> 8),
-                         static_cast<uint8_t>(interval),
-                         0xFF,
-                         0xC3,
-                         0,
-                         11,
-                         8,
-                         static_cast<uint8_t>(height >> 8),
-                         static_cast<uint8_t>(height),
-                         static_cast<uint8_t>(width >> 8),
-                         static_cast<uint8_t>(width),
-                         1,
-                         1,
-                         0x11,
-                         0,
-                         0xFF,
-                         0xDA,
-                         0,
-                         8,
-                         1,
-                         1,
-                         0x00,
-                         7,
-                         0,
-                         0});
   uint32_t pending = 0;
   int pendingBits = 0;
   const auto put = [&](uint32_t value, int count) {
