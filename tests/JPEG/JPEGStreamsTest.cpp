@@ -221,19 +221,4 @@ TEST(JPEGStreams, HuffmanTablesBuildOnlyCanonicalCodes) {
   std::vector<uint8_t> many(300);
   EXPECT_EQ(decoder.Init(0, 0, tooMany, many.data()), JStatusPrimitiveFailed);
   EXPECT_EQ(decoder.Init(0, 2, bits, values), JStatusFailed);
-
-  CJPEGDecoderHuffmanState state;
-  ASSERT_EQ(state.Create(), JStatusOk);
-  state.Get()->count = 12;
-  state.Reset();
-  EXPECT_EQ(state.Get()->count, 0);
-
-  CJPEGColorComponent component;
-  ASSERT_EQ(component.AllocateBuffer(CJPEGColorComponent::Scratch, 100), JStatusOk);
-  uint8_t* first = component.GetBuffer(CJPEGColorComponent::Scratch);
-  ASSERT_EQ(component.AllocateBuffer(CJPEGColorComponent::Scratch, 50), JStatusOk);
-  EXPECT_EQ(component.GetBuffer(CJPEGColorComponent::Scratch), first); // kept
-  component.FreeBuffers();
-  EXPECT_EQ(component.GetBuffer(CJPEGColorComponent::Scratch), nullptr);
-  EXPECT_EQ(component.GetBufferSize(CJPEGColorComponent::Scratch), 0u);
 }

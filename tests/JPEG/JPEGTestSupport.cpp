@@ -208,22 +208,6 @@ bool TurboDecodePlanes(const CmBytes& jpeg, int scale, SmPlanes& out) {
   return ok;
 }
 
-bool TurboDecodeRGB(const CmBytes& jpeg, int& width, int& height, CmBytes& rgb) {
-  tjhandle handle = tjInitDecompress();
-  int subsampling = 0;
-  int colorspace = 0;
-  bool ok = tjDecompressHeader3(handle, jpeg.data(), static_cast<unsigned long>(jpeg.size()),
-                                &width, &height, &subsampling, &colorspace) == 0;
-  if (ok) {
-    rgb.resize(static_cast<size_t>(width) * height * 3);
-    ok = tjDecompress2(handle, jpeg.data(), static_cast<unsigned long>(jpeg.size()), rgb.data(),
-                       width, width * 3, height, TJPF_RGB,
-                       TJFLAG_ACCURATEDCT | TJFLAG_FASTUPSAMPLE) == 0;
-  }
-  tjDestroy(handle);
-  return ok;
-}
-
 CmBytes TurboEncode420(const SmPlanes& in, int quality) {
   tjhandle handle = tjInitCompress();
   CmBytes padded[3];

@@ -53,13 +53,12 @@ void ExpectClose(const SmPlanes& ours, const SmPlanes& reference, int worst = 1,
 // 1 / (1 << scale) of the size, luma cut to the picture. False when it
 // refuses the file.
 bool TurboDecodePlanes(const CmBytes& jpeg, int scale, SmPlanes& out);
-// libjpeg-turbo's decode to packed RGB with replicated chroma.
-bool TurboDecodeRGB(const CmBytes& jpeg, int& width, int& height, CmBytes& rgb);
 // libjpeg-turbo's encode of 4:2:0 planes: the peer of our encoder.
 CmBytes TurboEncode420(const SmPlanes& planes, int quality);
 
 // djpeg's decode to packed RGB with the accurate integer DCT and replicated
-// chroma: the reference for layouts that TurboJPEG does not name.
+// chroma (libjpeg-turbo's fast up-sampling), for layouts that TurboJPEG does
+// not name too.
 bool DjpegDecodeRGB(const CmBytes& jpeg, int& width, int& height, CmBytes& rgb);
 
 // Replaces the JFIF APP0 segment with an Adobe APP14 one of the given transform.
