@@ -209,6 +209,11 @@ private:
   int m_LastTag = 0;
 };
 
+// The middle sample of a chain picture for a frame time.
+int ChainLuma(int64_t time) {
+  return 20 * (1 + static_cast<int>((time - T0) / 40));
+}
+
 struct SmChainHarness {
   std::shared_ptr<SmChainLog> log = std::make_shared<SmChainLog>();
   CmRandomAccessVideoDecoder decoder{
@@ -223,6 +228,16 @@ struct SmChainHarness {
     SmVideoDecodeParameters parameters;
     parameters.m_DecodeMode = mode;
     decoder.SetParameters(parameters);
+  }
+  // The time of the picture given, which must show its own frame; -1 for none.
+  int64_t Get(int64_t t, SmTimeMatchType type) {
+    CmImage image;
+    if (!decoder.GetImage(Ms(t), type, image)) {
+      return -1;
+    }
+    const int64_t time = image.GetAttributes().timeStamp.GetMilliseconds();
+    EXPECT_EQ(MiddleLuma(image), ChainLuma(time));
+    return time;
   }
 };
 
@@ -268,11 +283,6 @@ std::vector<int64_t> FillChain(CmMemoryStore& store, bool blocks) {
     times.insert(times.end(), imageTimes.begin(), imageTimes.end());
   }
   return times;
-}
-
-// The middle sample of a chain picture for a frame time.
-int ChainLuma(int64_t time) {
-  return 20 * (1 + static_cast<int>((time - T0) / 40));
 }
 
 // Probe times around every frame: before all, at each, between each pair,
@@ -440,37 +450,27 @@ TEST(RandomAccessVideoDecoder, SteppingKeepsTheDecoderRunning) {
     SCOPED_TRACE(blocks ? "blocks" : "packets");
     SmChainHarness h(1);
     const std::vector<int64_t> frames = FillChain(h.store, blocks);
-    CmImage image;
-    auto timeOf = [&] { return image.GetAttributes().timeStamp.GetMilliseconds(); };
-    ASSERT_TRUE(h.decoder.GetImage(Ms(frames.front() - 5), TimeMatchAfter, image));
-    EXPECT_EQ(timeOf(), frames.front());
+    EXPECT_EQ(h.Get(frames.front() - 5, TimeMatchAfter), frames.front());
     for (size_t i = 1; i < frames.size(); ++i) {
       const int callsBefore = h.log->dataCalls;
       const int storeBefore = h.store.m_Calls;
-      ASSERT_TRUE(h.decoder.GetImage(Ms(frames[i - 1]), TimeMatchAfter, image)) << i;
-      EXPECT_EQ(timeOf(), frames[i]);
+      EXPECT_EQ(h.Get(frames[i - 1], TimeMatchAfter), frames[i]);
       EXPECT_EQ(h.log->dataCalls - callsBefore, 1) << i;
       EXPECT_LE(h.store.m_Calls - storeBefore, 2) << i;
     }
-    EXPECT_FALSE(h.decoder.GetImage(Ms(frames.back()), TimeMatchAfter, image));
+    EXPECT_EQ(h.Get(frames.back(), TimeMatchAfter), -1);
 
     // Back one frame from the middle of the last group: the image just passed.
-    ASSERT_TRUE(h.decoder.GetImage(Ms(frames[9]), TimeMatchAtOrBefore, image));
-    ASSERT_TRUE(h.decoder.GetImage(Ms(frames[10]), TimeMatchAtOrBefore, image));
-    EXPECT_EQ(timeOf(), frames[10]);
+    EXPECT_EQ(h.Get(frames[9], TimeMatchAtOrBefore), frames[9]);
+    EXPECT_EQ(h.Get(frames[10], TimeMatchAtOrBefore), frames[10]);
     const int callsBefore = h.log->dataCalls;
-    ASSERT_TRUE(h.decoder.GetImage(Ms(frames[10]), TimeMatchBefore, image));
-    EXPECT_EQ(timeOf(), frames[9]);
-    EXPECT_EQ(h.log->dataCalls, callsBefore);
+    EXPECT_EQ(h.Get(frames[10], TimeMatchBefore), frames[9]);
     // Asking again for the same picture, still looking back, decodes nothing either.
-    ASSERT_TRUE(h.decoder.GetImage(Ms(frames[9]), TimeMatchAtOrBefore, image));
-    EXPECT_EQ(timeOf(), frames[9]);
+    EXPECT_EQ(h.Get(frames[9], TimeMatchAtOrBefore), frames[9]);
     EXPECT_EQ(h.log->dataCalls, callsBefore);
     // Forwards again: the image kept is the codec's newest, so the step is one frame.
-    ASSERT_TRUE(h.decoder.GetImage(Ms(frames[9]), TimeMatchAfter, image));
-    EXPECT_EQ(timeOf(), frames[10]);
-    ASSERT_TRUE(h.decoder.GetImage(Ms(frames[10]), TimeMatchAfter, image));
-    EXPECT_EQ(timeOf(), frames[11]);
+    EXPECT_EQ(h.Get(frames[9], TimeMatchAfter), frames[10]);
+    EXPECT_EQ(h.Get(frames[10], TimeMatchAfter), frames[11]);
     EXPECT_EQ(h.log->dataCalls, callsBefore + 1);
   }
 }
@@ -498,16 +498,14 @@ TEST(RandomAccessVideoDecoder, SyncFramesOnlySeesTheFirstFrameOfEachGroup) {
 TEST(RandomAccessVideoDecoder, ChangingTheModeForgetsTheRecord) {
   SmChainHarness h;
   FillChain(h.store, false);
-  CmImage image;
-  ASSERT_TRUE(h.decoder.GetImage(Ms(T0 + 40), TimeMatchExact, image));
+  EXPECT_EQ(h.Get(T0 + 40, TimeMatchExact), T0 + 40);
   const int storeBefore = h.store.m_Calls;
-  ASSERT_TRUE(h.decoder.GetImage(Ms(T0 + 40), TimeMatchExact, image));
-  EXPECT_EQ(h.store.m_Calls, storeBefore);
+  EXPECT_EQ(h.Get(T0 + 40, TimeMatchExact), T0 + 40);
   h.SetMode(0); // the same mode: nothing forgotten
-  ASSERT_TRUE(h.decoder.GetImage(Ms(T0 + 40), TimeMatchExact, image));
+  EXPECT_EQ(h.Get(T0 + 40, TimeMatchExact), T0 + 40);
   EXPECT_EQ(h.store.m_Calls, storeBefore);
   h.SetMode(1);
-  ASSERT_TRUE(h.decoder.GetImage(Ms(T0 + 40), TimeMatchExact, image));
+  EXPECT_EQ(h.Get(T0 + 40, TimeMatchExact), T0 + 40);
   EXPECT_GT(h.store.m_Calls, storeBefore);
 }
 
@@ -550,17 +548,11 @@ TEST(RandomAccessVideoDecoder, BrokenChainsGiveNoPictureAndNameTheUndecodableFra
   SmChainHarness broken;
   std::vector<int64_t> frames = FillChain(broken.store, false);
   // Frame 6 (tag 7) now needs a frame that never comes.
-  broken.store.m_Records[6].bytes = BuildVideoPacket({.codec = 10,
-                                                      .sync = false,
-                                                      .syncTime = T0 + 160,
-                                                      .frameTime = static_cast<uint64_t>(frames[6]),
-                                                      .payload = {7, 99}});
-  CmImage image;
-  EXPECT_FALSE(broken.decoder.GetImage(Ms(frames[6]), TimeMatchExact, image));
-  ASSERT_TRUE(broken.decoder.GetImage(Ms(frames[5]), TimeMatchExact, image));
-  EXPECT_EQ(MiddleLuma(image), ChainLuma(frames[5]));
-  ASSERT_TRUE(broken.decoder.GetImage(Ms(frames[8]), TimeMatchExact, image));
-  EXPECT_EQ(MiddleLuma(image), ChainLuma(frames[8]));
+  CmBytes& seventh = broken.store.m_Records[6].bytes;
+  seventh.back() = 99;
+  EXPECT_EQ(broken.Get(frames[6], TimeMatchExact), -1);
+  EXPECT_EQ(broken.Get(frames[5], TimeMatchExact), frames[5]);
+  EXPECT_EQ(broken.Get(frames[8], TimeMatchExact), frames[8]);
 
   for (const bool blocks : {false, true}) {
     SCOPED_TRACE(blocks ? "blocks" : "packets");
@@ -570,31 +562,28 @@ TEST(RandomAccessVideoDecoder, BrokenChainsGiveNoPictureAndNameTheUndecodableFra
     CmBytes& bytes = h.store.m_Records[blocks ? 1 : 4].bytes;
     bytes[bytes.size() - (blocks ? 7 : 1)] = 99;
     CmTimeStamp failed;
-    ASSERT_TRUE(h.decoder.GetImage(Ms(frames[2]), TimeMatchAfter, image));
-    EXPECT_EQ(MiddleLuma(image), ChainLuma(frames[3]));
-    EXPECT_FALSE(h.decoder.GetUndecodableTime(failed)) << "a success names nothing";
+    // The time of the undecodable picture named after a call, or -1.
+    auto undecodable = [&] {
+      return h.decoder.GetUndecodableTime(failed) ? failed.GetMilliseconds() : -1;
+    };
+    EXPECT_EQ(h.Get(frames[2], TimeMatchAfter), frames[3]);
+    EXPECT_EQ(undecodable(), -1) << "a success names nothing";
     // Forwards and backwards through the broken group, as playback steps.
     for (size_t k = 4; k < 8; ++k) {
-      EXPECT_FALSE(h.decoder.GetImage(Ms(frames[k - 1]), TimeMatchAfter, image)) << k;
-      ASSERT_TRUE(h.decoder.GetUndecodableTime(failed)) << k;
-      EXPECT_EQ(failed, Ms(frames[k]));
+      EXPECT_EQ(h.Get(frames[k - 1], TimeMatchAfter), -1) << k;
+      EXPECT_EQ(undecodable(), frames[k]);
     }
-    ASSERT_TRUE(h.decoder.GetImage(Ms(frames[7]), TimeMatchAfter, image));
-    EXPECT_EQ(MiddleLuma(image), ChainLuma(frames[8]));
+    EXPECT_EQ(h.Get(frames[7], TimeMatchAfter), frames[8]);
     for (size_t k = 7; k >= 4; --k) {
-      EXPECT_FALSE(h.decoder.GetImage(Ms(frames[k + 1]), TimeMatchBefore, image)) << k;
-      ASSERT_TRUE(h.decoder.GetUndecodableTime(failed)) << k;
-      EXPECT_EQ(failed, Ms(frames[k]));
+      EXPECT_EQ(h.Get(frames[k + 1], TimeMatchBefore), -1) << k;
+      EXPECT_EQ(undecodable(), frames[k]);
     }
-    ASSERT_TRUE(h.decoder.GetImage(Ms(frames[4]), TimeMatchBefore, image));
-    EXPECT_EQ(MiddleLuma(image), ChainLuma(frames[3]));
-    EXPECT_FALSE(h.decoder.GetImage(Ms(frames[5]), TimeMatchExact, image));
-    ASSERT_TRUE(h.decoder.GetUndecodableTime(failed));
-    EXPECT_EQ(failed, Ms(frames[5]));
-
-    EXPECT_FALSE(h.decoder.GetImage(Ms(frames.back()), TimeMatchAfter, image));
-    EXPECT_FALSE(h.decoder.GetUndecodableTime(failed)) << "nothing after the last frame";
-    EXPECT_FALSE(h.decoder.GetImage(Ms(frames[5] + 1), TimeMatchExact, image));
-    EXPECT_FALSE(h.decoder.GetUndecodableTime(failed)) << "no frame at that time";
+    EXPECT_EQ(h.Get(frames[4], TimeMatchBefore), frames[3]);
+    EXPECT_EQ(h.Get(frames[5], TimeMatchExact), -1);
+    EXPECT_EQ(undecodable(), frames[5]);
+    EXPECT_EQ(h.Get(frames.back(), TimeMatchAfter), -1);
+    EXPECT_EQ(undecodable(), -1) << "nothing after the last frame";
+    EXPECT_EQ(h.Get(frames[5] + 1, TimeMatchExact), -1);
+    EXPECT_EQ(undecodable(), -1) << "no frame at that time";
   }
 }
