@@ -47,7 +47,9 @@ struct SmParsed {
   }
 };
 
-SmParsed Parse(const uint8_t* data, size_t size) {
+SmParsed Parse(const CmBytes& bytes) {
+  const uint8_t* data = bytes.data();
+  const size_t size = bytes.size();
   SmParsed parsed;
   size_t i = 2;
   EXPECT_TRUE(size >= 4 && data[0] == 0xFF && data[1] == 0xD8);
@@ -79,37 +81,39 @@ double Psnr(const SmPlanes& a, const SmPlanes& b) {
   return error == 0 ? 99.0 : 10 * std::log10(255.0 * 255.0 * count / error);
 }
 
+// What the encoder makes of the image; nothing when it fails.
+CmBytes Encoded(CmSimpleJPEGEncoder& encoder, const CmImage& image, int quality,
+                bool aspectRatio = false) {
+  const uint8_t* data = nullptr;
+  uint64_t size = 0;
+  return encoder.Encode(image, quality, data, size, aspectRatio) ? CmBytes(data, data + size)
+                                                                 : CmBytes();
+}
+
 // libjpeg-turbo's decode of what our encoder made of the image.
 SmPlanes EncodeAndDecode(const CmImage& image, int quality) {
   CmSimpleJPEGEncoder encoder;
-  const uint8_t* data = nullptr;
-  uint64_t size = 0;
   SmPlanes decoded;
-  EXPECT_TRUE(encoder.Encode(image, quality, data, size, false));
-  EXPECT_TRUE(size > 0 && TurboDecodePlanes(CmBytes(data, data + size), 0, decoded));
+  EXPECT_TRUE(TurboDecodePlanes(Encoded(encoder, image, quality), 0, decoded));
   return decoded;
 }
 
 } // namespace
 
-TEST(SimpleJPEGEncoder, HeaderSegmentsInTheirOrder) {
+TEST(SimpleJPEGEncoder, HeaderSegmentsQualityAndAspectRatio) {
   CmImage image;
   NmTestSupport::FillCameraPicture(image, 50, 30, 1);
   CmSimpleJPEGEncoder encoder;
-  const uint8_t* data = nullptr;
-  uint64_t size = 0;
-  ASSERT_TRUE(encoder.Encode(image, 75, data, size, false));
-  SmParsed parsed = Parse(data, size);
+  SmParsed parsed = Parse(Encoded(encoder, image, 75));
   EXPECT_EQ(parsed.Markers(), (std::vector<uint8_t>{0xE0, 0xFE, 0xDB, 0xDB, 0xC0, 0xC4, 0xDA}));
   EXPECT_TRUE(parsed.endsWithEOI);
   EXPECT_EQ(parsed.restarts, 0);
   EXPECT_EQ(*parsed.Find(0xE0), (CmBytes{'J', 'F', 'I', 'F', 0, 1, 2, 0, 0, 1, 0, 1, 0, 0}));
   EXPECT_EQ(*parsed.Find(0xFE), (CmBytes{'Q', 'X'}));
   // Quality 75 halves the example tables: 16 becomes 8, 17 becomes 9.
-  EXPECT_EQ(CmBytes(parsed.segments[2].second.begin(), parsed.segments[2].second.begin() + 2),
-            (CmBytes{0, 8}));
-  EXPECT_EQ(CmBytes(parsed.segments[3].second.begin(), parsed.segments[3].second.begin() + 2),
-            (CmBytes{1, 9}));
+  EXPECT_EQ(parsed.segments[2].second[1], 8);
+  EXPECT_EQ(parsed.segments[3].second[0], 1);
+  EXPECT_EQ(parsed.segments[3].second[1], 9);
   EXPECT_EQ(*parsed.Find(0xC0), (CmBytes{8, 0, 30, 0, 50, 3, 1, 0x22, 0, 2, 0x11, 1, 3, 0x11, 1}));
   EXPECT_EQ(*parsed.Find(0xDA), (CmBytes{3, 1, 0x00, 2, 0x11, 3, 0x11, 0, 63, 0}));
 
@@ -119,30 +123,25 @@ TEST(SimpleJPEGEncoder, HeaderSegmentsInTheirOrder) {
   gray.Allocate(17, 9, Gray);
   gray.GetAttributes().subColorFormat = SubColorFormatFullRange;
   NmImageTest::FillRandom(gray, 2);
-  ASSERT_TRUE(encoder.Encode(gray, 100, data, size, false));
-  parsed = Parse(data, size);
+  parsed = Parse(Encoded(encoder, gray, 100));
   EXPECT_EQ(parsed.Markers(), (std::vector<uint8_t>{0xE0, 0xFE, 0xDB, 0xC0, 0xC4, 0xDA}));
   CmBytes ones(65, 1);
   ones[0] = 0;
   EXPECT_EQ(parsed.segments[2].second, ones);
   EXPECT_EQ(*parsed.Find(0xC0), (CmBytes{8, 0, 9, 0, 17, 1, 1, 0x11, 0}));
-}
 
-TEST(SimpleJPEGEncoder, QualityLimitsAndAspectRatios) {
-  CmImage image;
-  NmTestSupport::FillCameraPicture(image, 40, 24, 3);
-  CmSimpleJPEGEncoder encoder;
+  // Quality 0 is quality 1; above 100 is refused.
+  EXPECT_EQ(Encoded(encoder, image, 0), Encoded(encoder, image, 1));
+  EXPECT_FALSE(Encoded(encoder, image, 100).empty());
   const uint8_t* data = nullptr;
   uint64_t size = 0;
-  ASSERT_TRUE(encoder.Encode(image, 1, data, size, false));
-  const CmBytes one(data, data + size);
-  ASSERT_TRUE(encoder.Encode(image, 0, data, size, false));
-  EXPECT_EQ(CmBytes(data, data + size), one);
-  EXPECT_TRUE(encoder.Encode(image, 100, data, size, false));
   ExpectError([&] { encoder.Encode(image, 101, data, size, false); },
               "Invalid value of encoding quality level (> max.)!", 2,
               "NmMediaProcessing::CmSimpleJPEGEncoder::Encode");
   EXPECT_EQ(data, nullptr);
+  EXPECT_EQ(size, 0u);
+  // An invalid image encodes to nothing.
+  EXPECT_FALSE(encoder.Encode(CmImage(), 50, data, size, false));
   EXPECT_EQ(size, 0u);
 
   // Densities from the aspect ratio when asked for, 1:1 otherwise.
@@ -151,15 +150,10 @@ TEST(SimpleJPEGEncoder, QualityLimitsAndAspectRatios) {
       {4.0 / 3.0, true, 22500, 30000}, {0.0, true, 30000, 30000}, {0.5, false, 1, 1}};
   for (const auto& [ratio, write, x, y] : ratios) {
     image.GetAttributes().aspectRatio = ratio;
-    ASSERT_TRUE(encoder.Encode(image, 50, data, size, write));
-    const CmBytes app0 = *Parse(data, size).Find(0xE0);
+    const CmBytes app0 = *Parse(Encoded(encoder, image, 50, write)).Find(0xE0);
     EXPECT_EQ(app0[8] << 8 | app0[9], x) << ratio;
     EXPECT_EQ(app0[10] << 8 | app0[11], y) << ratio;
   }
-
-  // An invalid image encodes to nothing.
-  EXPECT_FALSE(encoder.Encode(CmImage(), 50, data, size, false));
-  EXPECT_EQ(size, 0u);
 }
 
 TEST(SimpleJPEGEncoder, DecodesInTurboAndFfmpegAsWellAsTurbosOwn) {
@@ -176,10 +170,7 @@ TEST(SimpleJPEGEncoder, DecodesInTurboAndFfmpegAsWellAsTurbosOwn) {
     CmImage image;
     NmTestSupport::FillCameraPicture(image, c.width, c.height, static_cast<uint32_t>(c.width));
     const SmPlanes source = PlanesOf(image);
-    const uint8_t* data = nullptr;
-    uint64_t size = 0;
-    ASSERT_TRUE(encoder.Encode(image, c.quality, data, size, false));
-    const CmBytes ourJpeg(data, data + size);
+    const CmBytes ourJpeg = Encoded(encoder, image, c.quality);
     SmPlanes ours;
     ASSERT_TRUE(TurboDecodePlanes(ourJpeg, 0, ours)) << tjGetErrorStr();
     EXPECT_EQ(ours.subsampling, TJSAMP_420);
@@ -191,7 +182,7 @@ TEST(SimpleJPEGEncoder, DecodesInTurboAndFfmpegAsWellAsTurbosOwn) {
     const double theirPsnr = Psnr(source, theirs);
     EXPECT_GT(ourPsnr, theirPsnr - 0.1) << "ours " << ourPsnr << " dB, turbo " << theirPsnr;
     // Same tables: the sizes must be alike too.
-    EXPECT_LT(std::abs(double(size) - double(theirJpeg.size())), 0.03 * theirJpeg.size());
+    EXPECT_LT(std::abs(double(ourJpeg.size()) - double(theirJpeg.size())), 0.03 * theirJpeg.size());
 
     if (haveFfmpeg && directory.IsValid()) {
       const std::string jpeg = directory / "ours.jpg";
@@ -308,9 +299,8 @@ TEST(SimpleJPEGEncoderLimits, OutputBeyond16MiBFailsQuietly) {
   EXPECT_FALSE(encoder.Encode(noise, 100, data, size, false));
   EXPECT_EQ(size, 0u);
   EXPECT_EQ(data, nullptr);
-  CmImage small;
-  NmTestSupport::FillCameraPicture(small, 64, 64, 9);
-  EXPECT_TRUE(encoder.Encode(small, 75, data, size, false));
+  NmTestSupport::FillCameraPicture(noise, 64, 64, 9);
+  EXPECT_FALSE(Encoded(encoder, noise, 75).empty());
 }
 
 TEST(JPEGEncoder, RestartIntervalsAndRefusedSetups) {
@@ -336,11 +326,11 @@ TEST(JPEGEncoder, RestartIntervalsAndRefusedSetups) {
   encode(0, plain);
   encode(5, restarted);
   // 7 x 4 MCUs, a restart before every fifth.
-  const SmParsed parsed = Parse(restarted.data(), restarted.size());
+  const SmParsed parsed = Parse(restarted);
   EXPECT_EQ(parsed.restarts, 5);
   ASSERT_NE(parsed.Find(0xDD), nullptr);
   EXPECT_EQ(*parsed.Find(0xDD), (CmBytes{0, 5}));
-  EXPECT_EQ(Parse(plain.data(), plain.size()).Find(0xDD), nullptr);
+  EXPECT_EQ(Parse(plain).Find(0xDD), nullptr);
   SmPlanes a;
   SmPlanes b;
   ASSERT_TRUE(TurboDecodePlanes(plain, 0, a));
