@@ -269,6 +269,10 @@ TEST(SimpleJPEGEncoder, OutputBufferGrowsByAQuarterAndRefusesBeyond16MiB) {
   // A quarter more: 196608 + 80000 (twice the size is more).
   EXPECT_EQ(buffer.GetCapacity(), 196608u + 80000u);
   EXPECT_EQ(buffer.GetData()[205539], 0x5A);
+  // Filled to the brim, one byte more grows it by a quarter of 276608.
+  ASSERT_EQ(buffer.Write(bytes.data(), 71068, written), JStatusOk);
+  ASSERT_EQ(buffer.Write(bytes.data(), 1, written), JStatusOk);
+  EXPECT_EQ(buffer.GetCapacity(), 276608u + 69152u);
 
   // Growth that would pass 16 MiB is refused and keeps what is there.
   const CmBytes chunk(1 << 20, 0x33);
@@ -282,7 +286,7 @@ TEST(SimpleJPEGEncoder, OutputBufferGrowsByAQuarterAndRefusesBeyond16MiB) {
   EXPECT_EQ(written, 0u);
   EXPECT_GT(accepted, 10);
   EXPECT_LE(buffer.GetCapacity(), CmSimpleJPEGEncoder::CmMemoryDataOutputBuffer::MaxCapacity);
-  EXPECT_EQ(buffer.GetUsed(), 205540u + static_cast<uint64_t>(accepted) * chunk.size());
+  EXPECT_EQ(buffer.GetUsed(), 276609u + static_cast<uint64_t>(accepted) * chunk.size());
 }
 
 // Kept apart from the sanitizer pass, where a picture this large is slow.

@@ -11,6 +11,7 @@
 #include "MediaProcessing/JPEG/JPEGHuffmanTable.h"
 #include "MediaProcessing/JPEG/JPEGQuantTable.h"
 #include "MediaProcessing/JPEG/MemBuffInput.h"
+#include "MediaProcessing/JPEG/SimpleJPEGEncoder.h"
 
 TEST(JPEGStreams, MemoryInputSeeksReadsAndRefuses) {
   CMemBuffInput input;
@@ -53,6 +54,54 @@ TEST(JPEGStreams, MemoryInputSeeksReadsAndRefuses) {
   input.TellPos(position);
   EXPECT_EQ(position, 0u);
   EXPECT_EQ(input.Seek(0, 1), JStatusEndOfData); // nothing to stand on
+}
+
+// Skips of every length from every start land on the right byte, across
+// refills of the buffer, and stop at the end of the stream.
+TEST(JPEGStreams, BitInputSkipsAcrossItsBuffer) {
+  std::vector<uint8_t> bytes(100);
+  std::iota(bytes.begin(), bytes.end(), 0);
+  CMemBuffInput input;
+  CBitStreamInput bits;
+  for (int start = 0; start < 20; ++start) {
+    for (int skip = 0; skip < 40; ++skip) {
+      ASSERT_EQ(input.Open(bytes.data(), 100), JStatusOk);
+      ASSERT_EQ(bits.Attach(&input, 16), JStatusOk);
+      uint16_t word = 0;
+      for (int i = 0; i < start; ++i) {
+        ASSERT_EQ(bits.ReadWord(word), JStatusOk);
+      }
+      ASSERT_EQ(bits.Seek(skip, 1), JStatusOk);
+      ASSERT_EQ(bits.ReadWord(word), JStatusOk);
+      EXPECT_EQ(word, (2 * start + skip) << 8 | (2 * start + skip + 1)) << start << " " << skip;
+    }
+  }
+  EXPECT_EQ(bits.Seek(100, 1), JStatusEndOfData);
+  EXPECT_TRUE(bits.IsEndOfStream());
+}
+
+// A reservation that does not fit behind what is buffered flushes first.
+TEST(JPEGStreams, BitOutputFlushesBeforeAReservationThatDoesNotFit) {
+  for (uint32_t filled = 0; filled <= 8; ++filled) {
+    NmMediaProcessing::CmSimpleJPEGEncoder::CmMemoryDataOutputBuffer sink;
+    CBitStreamOutput out;
+    ASSERT_EQ(out.Attach(&sink, 8), JStatusOk);
+    uint8_t* start = nullptr;
+    ASSERT_EQ(out.Reserve(8, start), JStatusOk);
+    for (uint32_t i = 0; i < filled; ++i) {
+      ASSERT_EQ(out.WriteByte(static_cast<uint8_t>(i)), JStatusOk);
+    }
+    uint8_t* space = nullptr;
+    EXPECT_EQ(out.Reserve(9, space), JStatusFailed);
+    ASSERT_EQ(out.Reserve(4, space), JStatusOk);
+    EXPECT_EQ(space, filled + 4 <= 8 ? start + filled : start) << filled;
+    std::memcpy(space, "wxyz", 4);
+    out.Commit(4);
+    ASSERT_EQ(out.Flush(), JStatusOk);
+    ASSERT_EQ(sink.GetUsed(), filled + 4);
+    EXPECT_EQ(std::string(sink.GetData() + filled, sink.GetData() + filled + 4), "wxyz");
+  }
+  EXPECT_EQ(CBitStreamOutput().Flush(), JStatusFailed);
 }
 
 TEST(JPEGStreams, QuantTablesScaleAndReorder) {

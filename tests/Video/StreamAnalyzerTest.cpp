@@ -85,11 +85,17 @@ TEST(StreamAnalyzer, AttributesChangeWithinSequencesOnly) {
   EXPECT_EQ(r.m_PictureFormat, 4u);
   ASSERT_TRUE(Analyze(analyzer, Video(5, true, T0, interleaved), r));
   EXPECT_EQ(r.m_Status, 0u);
+  // Separate fields after interleaved ones (layout 0): a change too.
+  ASSERT_TRUE(Analyze(
+      analyzer, Video(6, false, T0 + 40, {.interlaced = true, .topFieldFirst = true, .layout = 1}),
+      r));
+  EXPECT_EQ(r.m_Status, 1u);
+  ASSERT_TRUE(Analyze(analyzer, Video(7, true, T0, interleaved), r));
   // Field bits without the interlaced bit contradict each other.
-  ASSERT_TRUE(Analyze(analyzer, Video(6, false, T0 + 200, {.topFieldFirst = true}), r));
+  ASSERT_TRUE(Analyze(analyzer, Video(8, false, T0 + 200, {.topFieldFirst = true}), r));
   EXPECT_EQ(r.m_Status, 2u);
   // Time running back into a dependent frame resets and tells nothing.
-  EXPECT_FALSE(Analyze(analyzer, Video(7, false, T0 + 100), r));
+  EXPECT_FALSE(Analyze(analyzer, Video(9, false, T0 + 100), r));
 
   // Blocks compare with nothing; raw JPEG is a one-image JPEG block.
   ASSERT_TRUE(Analyze(analyzer,
