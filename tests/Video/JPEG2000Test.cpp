@@ -271,19 +271,24 @@ TEST(OpenJPEG2000, HostileCodestreamsFailWithoutHarm) {
     }
     attempt(damaged);
   }
-  // A header that claims a picture too large to hold is refused before
-  // decoding (SIZ: Xsiz and Ysiz follow the marker, its length and Rsiz);
-  // neither a codestream nor a JP2 file is refused too.
+  // A header that claims a picture too large to hold (SIZ: Xsiz and Ysiz,
+  // then the offsets, XTsiz and YTsiz, after the marker, its length and Rsiz:
+  // all 10000 but the offsets) is refused before decoding; so is neither a
+  // codestream nor a JP2 file.
   CmBytes huge = codestream;
   ASSERT_EQ(huge[2], 0xFF);
   ASSERT_EQ(huge[3], 0x51);
-  std::fill(huge.begin() + 8, huge.begin() + 16, 0x7F);
+  for (const size_t at : {8, 12, 24, 28}) {
+    std::copy_n(CmBytes{0, 0, 0x27, 0x10}.begin(), 4, huge.begin() + at);
+  }
   CmOpenJPEG2000 codec;
-  for (const CmBytes& bytes : {huge, CmBytes(100, 'x')}) {
+  for (const auto& [bytes, message] :
+       {std::pair{huge, "Picture too large"}, std::pair{CmBytes(100, 'x'), ""}}) {
     ASSERT_TRUE(codec.SetData(bytes.data(), bytes.size()));
     uint64_t width = 0;
     uint64_t height = 0;
     EXPECT_FALSE(codec.GetImageInfo(width, height));
     EXPECT_FALSE(codec.GetLastMessage().empty());
+    EXPECT_TRUE(*message == 0 || codec.GetLastMessage() == message) << codec.GetLastMessage();
   }
 }
