@@ -21,32 +21,19 @@ namespace NmJPEGTest {
 CmBytes MakeCameraPicture(int width, int height, int channels, unsigned seed) {
   std::mt19937 random(seed);
   std::normal_distribution<double> noise(0.0, 4.0);
-  CmBytes picture(static_cast<size_t>(width) * height * channels);
-  const double cx = width * 0.6;
-  const double cy = height * 0.4;
+  CmBytes picture;
   for (int y = 0; y < height; ++y) {
     for (int x = 0; x < width; ++x) {
-      const double fx = static_cast<double>(x) / (width > 1 ? width - 1 : 1);
-      const double fy = static_cast<double>(y) / (height > 1 ? height - 1 : 1);
-      // Sky-to-ground gradient, a bright disc, a dark bar and fine texture.
-      double base[3] = {60 + 120 * fy, 90 + 80 * fx, 170 - 90 * fy};
-      const double r = std::hypot(x - cx, y - cy);
-      if (r < std::min(width, height) * 0.25) {
-        base[0] += 70;
-        base[1] += 50;
-        base[2] -= 40;
-      }
-      if (x % 97 < 9) {
-        for (double& b : base) {
-          b *= 0.4;
-        }
-      }
+      // Gradients, a bright disc, dark bars every 97 columns and fine texture.
+      const bool disc =
+          std::hypot(x - width * 0.6, y - height * 0.4) < std::min(width, height) * 0.25;
+      const double shade = x % 97 < 9 ? 0.4 : 1.0;
       const double texture = 12 * std::sin(x * 0.31 + y * 0.17) * std::cos(y * 0.23);
       for (int c = 0; c < channels; ++c) {
-        const double value =
-            (channels == 1 ? (base[0] + base[1] + base[2]) / 3 : base[c]) + texture + noise(random);
-        picture[(static_cast<size_t>(y) * width + x) * channels + c] =
-            static_cast<uint8_t>(std::clamp(std::lround(value), 0L, 255L));
+        const double base = 60 + 40 * c + 120.0 * (c == 1 ? x : y) / (c == 1 ? width : height);
+        picture.push_back(static_cast<uint8_t>(std::clamp(
+            std::round((base + (disc ? 60 - 40 * c : 0)) * shade + texture + noise(random)), 0.0,
+            255.0)));
       }
     }
   }
