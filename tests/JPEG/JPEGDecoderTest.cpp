@@ -468,16 +468,15 @@ TEST(JPEGDecoder, HostileStreamsGiveErrorsOrPartialPictures) {
   // Destinations that cannot be: too small a step, wrong precision, no frame.
   ASSERT_EQ(d.Open(jpeg), JStatusOk);
   CmBytes small(100);
-  EXPECT_EQ(d.decoder.SetDestination(small.data(), 10, 320, 240, 3, JColorRGB, JSampling444, 8, 0),
-            JStatusFailed);
-  EXPECT_EQ(
-      d.decoder.SetDestination(small.data(), 960, 320, 240, 3, JColorRGB, JSampling444, 12, 0),
-      JStatusUnsupported);
-  EXPECT_EQ(d.decoder.SetDestination(small.data(), 960, 320, 240, 3, JColorRGB, JSampling444, 8, 4),
-            JStatusFailed);
+  const auto packed = [&](CJPEGDecoder& decoder, uint32_t step, int precision, int scale) {
+    return decoder.SetDestination(small.data(), step, 320, 240, 3, JColorRGB, JSampling444,
+                                  precision, scale);
+  };
+  EXPECT_EQ(packed(d.decoder, 10, 8, 0), JStatusFailed);
+  EXPECT_EQ(packed(d.decoder, 960, 12, 0), JStatusUnsupported);
+  EXPECT_EQ(packed(d.decoder, 960, 8, 4), JStatusFailed);
   EXPECT_EQ(d.decoder.ReadData(), JStatusFailed);
   CJPEGDecoder fresh;
-  EXPECT_EQ(fresh.SetDestination(small.data(), 960, 320, 240, 3, JColorRGB, JSampling444, 8, 0),
-            JStatusFailed);
+  EXPECT_EQ(packed(fresh, 960, 8, 0), JStatusFailed);
   EXPECT_EQ(fresh.ReadData(), JStatusFailed);
 }

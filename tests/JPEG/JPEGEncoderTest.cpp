@@ -344,22 +344,22 @@ TEST(JPEGEncoder, RestartIntervalsAndRefusedSetups) {
   CJPEGEncoder encoder;
   CmSimpleJPEGEncoder::CmMemoryDataOutputBuffer buffer;
   EXPECT_EQ(encoder.WriteHeader(1, 1), JStatusFailed);
-  EXPECT_EQ(encoder.SetParams(JModeProgressive, JColorYCbCr, JSampling420, 0, 0, 50),
-            JStatusUnsupported);
-  EXPECT_EQ(encoder.SetParams(JModeBaseline, JColorCMYK, JSampling444, 0, 0, 50),
-            JStatusUnsupported);
-  EXPECT_EQ(encoder.SetParams(JModeBaseline, JColorYCbCr, JSampling420, 0, 1, 50),
-            JStatusUnsupported);
-  EXPECT_EQ(encoder.SetParams(JModeBaseline, JColorYCbCr, JSampling420, 0, 0, 101), JStatusFailed);
-  EXPECT_EQ(encoder.SetSource(planes, steps, 0, 50, 3, JColorYCbCr, JSampling420, 8),
-            JStatusFailed);
-  EXPECT_EQ(encoder.SetSource(planes, steps, 70000, 50, 3, JColorYCbCr, JSampling420, 8),
-            JStatusFailed);
-  EXPECT_EQ(encoder.SetSource(planes, steps, 100, 50, 3, JColorYCbCr, JSampling420, 12),
-            JStatusUnsupported);
+  const auto params = [&](int mode, JColor color, JSampling sampling, int optimize, int quality) {
+    return encoder.SetParams(mode, color, sampling, 0, optimize, quality);
+  };
+  EXPECT_EQ(params(JModeProgressive, JColorYCbCr, JSampling420, 0, 50), JStatusUnsupported);
+  EXPECT_EQ(params(JModeBaseline, JColorCMYK, JSampling444, 0, 50), JStatusUnsupported);
+  EXPECT_EQ(params(JModeBaseline, JColorYCbCr, JSampling420, 1, 50), JStatusUnsupported);
+  EXPECT_EQ(params(JModeBaseline, JColorYCbCr, JSampling420, 0, 101), JStatusFailed);
   const int narrow[3] = {100, 20, 50};
-  EXPECT_EQ(encoder.SetSource(planes, narrow, 100, 50, 3, JColorYCbCr, JSampling420, 8),
-            JStatusFailed);
+  const auto fromPlanes = [&](int width, const int* planeSteps, int precision) {
+    return encoder.SetSource(planes, planeSteps, width, 50, 3, JColorYCbCr, JSampling420,
+                             precision);
+  };
+  EXPECT_EQ(fromPlanes(0, steps, 8), JStatusFailed);
+  EXPECT_EQ(fromPlanes(70000, steps, 8), JStatusFailed);
+  EXPECT_EQ(fromPlanes(100, steps, 12), JStatusUnsupported);
+  EXPECT_EQ(fromPlanes(100, narrow, 8), JStatusFailed);
   EXPECT_EQ(encoder.SetSource(nullptr, 300, 100, 50, 3, JColorRGB, JSampling444, 8), JStatusFailed);
   EXPECT_EQ(encoder.SetDestination(nullptr), JStatusFailed);
   // Planes at 4:2:0 cannot be coded as 4:4:4 without resampling.
