@@ -11,66 +11,34 @@
 #include "MediaProcessing/JPEG/JPEGHuffmanTable.h"
 #include "MediaProcessing/JPEG/JPEGQuantTable.h"
 #include "MediaProcessing/JPEG/MemBuffInput.h"
-
-namespace {
-
-std::vector<uint8_t> Counting(size_t size) {
-  std::vector<uint8_t> bytes(size);
-  std::iota(bytes.begin(), bytes.end(), 0);
-  return bytes;
-}
-
-// Collects what a CBitStreamOutput writes, and can refuse after a limit.
-class CCollectingOutput : public CBaseStreamOutput {
-public:
-  JStatus Open() override { return JStatusFailed; }
-  JStatus Close() override { return JStatusOk; }
-  JStatus Write(const void* buffer, uint32_t size, uint32_t& written) override {
-    if (bytes.size() + size > limit) {
-      written = 0;
-      return JStatusEndOfData;
-    }
-    const auto* b = static_cast<const uint8_t*>(buffer);
-    bytes.insert(bytes.end(), b, b + size);
-    written = size;
-    ++calls;
-    return JStatusOk;
-  }
-  std::vector<uint8_t> bytes;
-  size_t limit = SIZE_MAX;
-  int calls = 0;
-};
-
-} // namespace
+#include "MediaProcessing/JPEG/SimpleJPEGEncoder.h"
 
 TEST(JPEGStreams, MemoryInputSeeksReadsAndRefuses) {
   CMemBuffInput input;
   EXPECT_EQ(input.Open(), JStatusFailed);
   EXPECT_EQ(input.Open(nullptr, 5), JStatusUnsupported);
-  const auto bytes = Counting(10);
+  std::vector<uint8_t> bytes(10);
+  std::iota(bytes.begin(), bytes.end(), 0);
   ASSERT_EQ(input.Open(bytes.data(), 10), JStatusOk);
-  uint32_t position = 99;
-  EXPECT_EQ(input.Seek(4, 1), JStatusOk);
-  EXPECT_EQ(input.TellPos(position), JStatusOk);
-  EXPECT_EQ(position, 4u);
-  // Origin 0 ignores the offset for the move but not for the range check.
-  EXPECT_EQ(input.Seek(5, 0), JStatusOk);
-  input.TellPos(position);
-  EXPECT_EQ(position, 0u);
-  input.Seek(4, 1);
-  EXPECT_EQ(input.Seek(6, 0), JStatusEndOfData);
-  EXPECT_EQ(input.Seek(-5, 1), JStatusEndOfData);
-  EXPECT_EQ(input.Seek(5, 1), JStatusOk); // lands on the last byte
-  EXPECT_EQ(input.Seek(1, 1), JStatusEndOfData);
-  EXPECT_EQ(input.Seek(0, 7), JStatusFailed);
-  EXPECT_EQ(input.Seek(-9, 2), JStatusOk);
-  input.TellPos(position);
-  EXPECT_EQ(position, 10u);
-
-  // At the end even a rewind with origin 0 is refused: the range check
-  // counts from the current position.
-  EXPECT_EQ(input.Seek(0, 0), JStatusEndOfData);
-  ASSERT_EQ(input.Seek(-10, 1), JStatusOk);
+  // Origin 0 and 2 ignore the offset for the move but not for the range
+  // check, which counts from the current position: at the end even a rewind
+  // is refused.
+  const struct {
+    int64_t offset;
+    int origin;
+    JStatus status;
+    uint32_t position;
+  } seeks[] = {{4, 1, JStatusOk, 4},         {5, 0, JStatusOk, 0},         {4, 1, JStatusOk, 4},
+               {6, 0, JStatusEndOfData, 4},  {-5, 1, JStatusEndOfData, 4}, {5, 1, JStatusOk, 9},
+               {1, 1, JStatusEndOfData, 9},  {0, 7, JStatusFailed, 9},     {-9, 2, JStatusOk, 10},
+               {0, 0, JStatusEndOfData, 10}, {-10, 1, JStatusOk, 0}};
+  for (const auto& seek : seeks) {
+    uint32_t position = 99;
+    EXPECT_EQ(input.Seek(seek.offset, seek.origin), seek.status)
+        << seek.offset << " " << seek.origin;
+    EXPECT_EQ(input.TellPos(position), JStatusOk);
+    EXPECT_EQ(position, seek.position) << seek.offset << " " << seek.origin;
+  }
   uint8_t out[16] = {};
   uint32_t read = 0;
   EXPECT_EQ(input.Read(out, 6, read), JStatusOk);
@@ -82,98 +50,76 @@ TEST(JPEGStreams, MemoryInputSeeksReadsAndRefuses) {
   EXPECT_EQ(input.Read(out, 1, read), JStatusEndOfData);
   EXPECT_EQ(read, 0u);
   EXPECT_EQ(input.Close(), JStatusOk);
+  uint32_t position = 99;
   input.TellPos(position);
   EXPECT_EQ(position, 0u);
   EXPECT_EQ(input.Seek(0, 1), JStatusEndOfData); // nothing to stand on
 }
 
-TEST(JPEGStreams, BitInputRefillsAcrossItsBufferAndStopsAtTheEnd) {
-  const auto bytes = Counting(100);
+// Skips of every length from every start land on the right byte, across
+// refills of the buffer, and stop at the end of the stream.
+TEST(JPEGStreams, BitInputSkipsAcrossItsBuffer) {
+  std::vector<uint8_t> bytes(100);
+  std::iota(bytes.begin(), bytes.end(), 0);
   CMemBuffInput input;
-  input.Open(bytes.data(), 100);
   CBitStreamInput bits;
-  EXPECT_EQ(bits.Attach(nullptr), JStatusFailed);
-  ASSERT_EQ(bits.Attach(&input, 16), JStatusOk);
-  uint8_t value = 0;
-  uint16_t word = 0;
-  ASSERT_EQ(bits.ReadByte(value), JStatusOk);
-  EXPECT_EQ(value, 0);
-  EXPECT_EQ(bits.GetFilled(), 16u);
-  EXPECT_FALSE(bits.IsEndOfStream());
-  // A word that straddles the buffer's end.
-  ASSERT_EQ(bits.Seek(14, 1), JStatusOk);
-  ASSERT_EQ(bits.ReadWord(word), JStatusOk);
-  EXPECT_EQ(word, 15 << 8 | 16);
-  ASSERT_EQ(bits.PeekByte(3, value), JStatusOk);
-  EXPECT_EQ(value, 20);
-  EXPECT_EQ(bits.PeekByte(16, value), JStatusEndOfData); // never fits the buffer
-  // Skipping far beyond the buffer reads through the stream.
-  ASSERT_EQ(bits.Seek(60, 1), JStatusOk);
-  ASSERT_EQ(bits.ReadByte(value), JStatusOk);
-  EXPECT_EQ(value, 77);
-  EXPECT_EQ(bits.Seek(-2, 1), JStatusOk);
-  ASSERT_EQ(bits.ReadByte(value), JStatusOk);
-  EXPECT_EQ(value, 76);
-  // Satisfied requests do nothing; a request for more than is left reads the
-  // rest and notes the end.
-  EXPECT_EQ(bits.FillBuffer(1), JStatusOk);
-  ASSERT_EQ(bits.Seek(20, 1), JStatusOk);
-  EXPECT_EQ(bits.FillBuffer(16), JStatusOk);
+  for (int start = 0; start < 20; ++start) {
+    for (int skip = 0; skip < 40; ++skip) {
+      ASSERT_EQ(input.Open(bytes.data(), 100), JStatusOk);
+      ASSERT_EQ(bits.Attach(&input, 16), JStatusOk);
+      uint16_t word = 0;
+      for (int i = 0; i < start; ++i) {
+        ASSERT_EQ(bits.ReadWord(word), JStatusOk);
+      }
+      ASSERT_EQ(bits.Seek(skip, 1), JStatusOk);
+      ASSERT_EQ(bits.ReadWord(word), JStatusOk);
+      EXPECT_EQ(word, (2 * start + skip) << 8 | (2 * start + skip + 1)) << start << " " << skip;
+    }
+  }
+  EXPECT_EQ(bits.Seek(100, 1), JStatusEndOfData);
   EXPECT_TRUE(bits.IsEndOfStream());
-  EXPECT_EQ(bits.GetFilled() - bits.GetPosition(), 3u);
-  EXPECT_EQ(bits.Seek(4, 1), JStatusEndOfData);
-  EXPECT_EQ(bits.ReadByte(value), JStatusEndOfData);
-  EXPECT_EQ(bits.FillBuffer(0), JStatusEndOfData);
-  // Origin 0 rewinds the stream.
-  ASSERT_EQ(bits.Seek(0, 0), JStatusOk);
-  ASSERT_EQ(bits.ReadByte(value), JStatusOk);
-  EXPECT_EQ(value, 0);
-  EXPECT_EQ(bits.Seek(0, 2), JStatusFailed);
 }
 
-TEST(JPEGStreams, BitOutputBuffersAndReportsRefusals) {
-  CCollectingOutput sink;
-  CBitStreamOutput out;
-  ASSERT_EQ(out.Attach(&sink, 4), JStatusOk);
-  for (int i = 0; i < 5; ++i) {
-    ASSERT_EQ(out.WriteByte(static_cast<uint8_t>(i)), JStatusOk);
+// A reservation that does not fit behind what is buffered flushes first.
+TEST(JPEGStreams, BitOutputFlushesBeforeAReservationThatDoesNotFit) {
+  for (uint32_t filled = 0; filled <= 8; ++filled) {
+    NmMediaProcessing::CmSimpleJPEGEncoder::CmMemoryDataOutputBuffer sink;
+    CBitStreamOutput out;
+    ASSERT_EQ(out.Attach(&sink, 8), JStatusOk);
+    uint8_t* start = nullptr;
+    ASSERT_EQ(out.Reserve(8, start), JStatusOk);
+    for (uint32_t i = 0; i < filled; ++i) {
+      ASSERT_EQ(out.WriteByte(static_cast<uint8_t>(i)), JStatusOk);
+    }
+    uint8_t* space = nullptr;
+    EXPECT_EQ(out.Reserve(9, space), JStatusFailed);
+    ASSERT_EQ(out.Reserve(4, space), JStatusOk);
+    EXPECT_EQ(space, filled + 4 <= 8 ? start + filled : start) << filled;
+    std::memcpy(space, "wxyz", 4);
+    out.Commit(4);
+    ASSERT_EQ(out.Flush(), JStatusOk);
+    ASSERT_EQ(sink.GetUsed(), filled + 4);
+    EXPECT_EQ(std::string(sink.GetData() + filled, sink.GetData() + filled + 4), "wxyz");
   }
-  EXPECT_EQ(sink.calls, 1); // the buffer went out once it was full
-  ASSERT_EQ(out.WriteWord(0xABCD), JStatusOk);
-  uint8_t* space = nullptr;
-  EXPECT_EQ(out.Reserve(5, space), JStatusFailed);
-  ASSERT_EQ(out.Reserve(4, space), JStatusOk);
-  std::memcpy(space, "wxyz", 4);
-  out.Commit(4);
-  ASSERT_EQ(out.Flush(), JStatusOk);
-  EXPECT_EQ(sink.bytes, (std::vector<uint8_t>{0, 1, 2, 3, 4, 0xAB, 0xCD, 'w', 'x', 'y', 'z'}));
-  sink.limit = sink.bytes.size() + 1;
-  out.WriteWord(0x1234);
-  EXPECT_EQ(out.Flush(), JStatusEndOfData);
-  out.Detach();
-  EXPECT_EQ(out.Flush(), JStatusFailed);
+  EXPECT_EQ(CBitStreamOutput().Flush(), JStatusFailed);
 }
 
 TEST(JPEGStreams, QuantTablesScaleAndReorder) {
   uint8_t table[64];
-  for (int i = 0; i < 64; ++i) {
-    table[i] = static_cast<uint8_t>(10 + i);
-  }
+  std::iota(table, table + 64, 10);
   CJPEGEncoderQuantTable encoder;
   ASSERT_EQ(encoder.Init(1, table, 50), JStatusOk); // factor 100: unchanged
   EXPECT_TRUE(encoder.initialized);
-  EXPECT_EQ(encoder.raw[0], 10);
-  EXPECT_EQ(encoder.raw[1], 11); // zig-zag 1 is row 0, column 1
-  EXPECT_EQ(encoder.raw[2], 18); // zig-zag 2 is row 1, column 0
+  // Zig-zag 1 is row 0, column 1; zig-zag 2 is row 1, column 0.
+  EXPECT_EQ(std::vector<int>(encoder.raw, encoder.raw + 3), (std::vector<int>{10, 11, 18}));
   EXPECT_EQ(encoder.natural[8], 18);
-  ASSERT_EQ(encoder.Init(0, table, 100), JStatusOk);
-  EXPECT_EQ(encoder.raw[63], 1);
-  ASSERT_EQ(encoder.Init(0, table, 1), JStatusOk); // factor 5000 saturates
-  EXPECT_EQ(encoder.raw[0], 255);
-  ASSERT_EQ(encoder.Init(0, table, 0), JStatusOk); // no scaling at all
-  EXPECT_EQ(encoder.raw[63], 73);
-  ASSERT_EQ(encoder.Init(0, table, 25), JStatusOk); // factor 200, rounding
-  EXPECT_EQ(encoder.raw[0], 20);
+  // Quality 100 gives steps of 1, 1 saturates (factor 5000), 0 does not scale,
+  // 25 doubles with rounding.
+  for (const auto& [quality, index, value] : {std::tuple{100, 63, 1}, std::tuple{1, 0, 255},
+                                              std::tuple{0, 63, 73}, std::tuple{25, 0, 20}}) {
+    ASSERT_EQ(encoder.Init(0, table, quality), JStatusOk);
+    EXPECT_EQ(encoder.raw[index], value) << quality;
+  }
   EXPECT_EQ(encoder.Init(4, table, 50), JStatusFailed);
   EXPECT_EQ(encoder.Init(0, table, 101), JStatusPrimitiveFailed);
   EXPECT_FALSE(encoder.initialized);
@@ -189,8 +135,7 @@ TEST(JPEGStreams, QuantTablesScaleAndReorder) {
   std::iota(zigZag, zigZag + 64, 1);
   CJPEGDecoderQuantTable decoder;
   ASSERT_EQ(decoder.Init(3, zigZag, 1), JStatusOk);
-  EXPECT_EQ(decoder.natural[0], 1);
-  EXPECT_EQ(decoder.natural[1], 2);
+  EXPECT_EQ(std::vector<int>(decoder.natural, decoder.natural + 2), (std::vector<int>{1, 2}));
   EXPECT_EQ(decoder.natural[8], 3);
   EXPECT_EQ(decoder.natural[63], 64);
   EXPECT_EQ(decoder.Init(0, zigZag, 2), JStatusFailed);
@@ -204,12 +149,11 @@ TEST(JPEGStreams, HuffmanTablesBuildOnlyCanonicalCodes) {
   EXPECT_EQ(encoder.Init(0, 0, bits, values), JStatusFailed); // not created
   ASSERT_EQ(encoder.Create(), JStatusOk);
   ASSERT_EQ(encoder.Init(0, 0, bits, values), JStatusOk);
-  EXPECT_EQ(encoder.GetTable()->size[0], 2);
-  EXPECT_EQ(encoder.GetTable()->code[0], 0b00);
-  EXPECT_EQ(encoder.GetTable()->size[5], 3);
-  EXPECT_EQ(encoder.GetTable()->code[5], 0b110);
-  EXPECT_EQ(encoder.GetTable()->size[11], 9);
-  EXPECT_EQ(encoder.GetTable()->code[11], 0b111111110);
+  for (const auto& [value, size, code] :
+       {std::tuple{0, 2, 0b00}, std::tuple{5, 3, 0b110}, std::tuple{11, 9, 0b111111110}}) {
+    EXPECT_EQ(encoder.GetTable()->size[value], size);
+    EXPECT_EQ(encoder.GetTable()->code[value], code);
+  }
   const uint8_t twice[2] = {3, 3};
   const uint8_t twoCodes[16] = {2};
   EXPECT_EQ(encoder.Init(0, 0, twoCodes, twice), JStatusPrimitiveFailed);
@@ -229,19 +173,4 @@ TEST(JPEGStreams, HuffmanTablesBuildOnlyCanonicalCodes) {
   std::vector<uint8_t> many(300);
   EXPECT_EQ(decoder.Init(0, 0, tooMany, many.data()), JStatusPrimitiveFailed);
   EXPECT_EQ(decoder.Init(0, 2, bits, values), JStatusFailed);
-
-  CJPEGDecoderHuffmanState state;
-  ASSERT_EQ(state.Create(), JStatusOk);
-  state.Get()->count = 12;
-  state.Reset();
-  EXPECT_EQ(state.Get()->count, 0);
-
-  CJPEGColorComponent component;
-  ASSERT_EQ(component.AllocateBuffer(CJPEGColorComponent::Scratch, 100), JStatusOk);
-  uint8_t* first = component.GetBuffer(CJPEGColorComponent::Scratch);
-  ASSERT_EQ(component.AllocateBuffer(CJPEGColorComponent::Scratch, 50), JStatusOk);
-  EXPECT_EQ(component.GetBuffer(CJPEGColorComponent::Scratch), first); // kept
-  component.FreeBuffers();
-  EXPECT_EQ(component.GetBuffer(CJPEGColorComponent::Scratch), nullptr);
-  EXPECT_EQ(component.GetBufferSize(CJPEGColorComponent::Scratch), 0u);
 }

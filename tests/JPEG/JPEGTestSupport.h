@@ -4,7 +4,9 @@
 #include <string>
 #include <vector>
 
-// Pictures and JPEG files for the decoder's tests: source pictures with the
+#include "MediaProcessing/Image/Image.h"
+
+// Pictures and JPEG files for the codec's tests: source pictures with the
 // texture and noise of a camera, files made from them by cjpeg and ffmpeg in
 // the build tree, and libjpeg-turbo's decode of them as the reference.
 namespace NmJPEGTest {
@@ -15,11 +17,6 @@ using CmBytes = std::vector<uint8_t>;
 // sensor noise, the same for the same seed.
 CmBytes MakeCameraPicture(int width, int height, int channels, unsigned seed);
 
-// The corpus directory in the build tree, created on first use.
-std::string CorpusDirectory();
-CmBytes ReadFile(const std::string& path);
-void WriteFile(const std::string& path, const CmBytes& bytes);
-
 // A JPEG made by cjpeg from a camera picture, cached by name. `arguments` go
 // to cjpeg as they are; `gray` makes a one-channel source.
 CmBytes MakeJPEG(const std::string& name, int width, int height, bool gray,
@@ -28,27 +25,41 @@ CmBytes MakeJPEG(const std::string& name, int width, int height, bool gray,
 // planes in the same pixel format, one after the other.
 CmBytes MakeLosslessJPEG(const std::string& name, int width, int height,
                          const std::string& pixelFormat, CmBytes& ffmpegPlanes);
-
 // A JPEG made by ffmpeg's Motion JPEG encoder in the given pixel format,
 // cached by name: its 4:2:2 is luma 2x2 with chroma 1x2.
 CmBytes MakeMotionJPEG(const std::string& name, int width, int height,
                        const std::string& pixelFormat);
 
+// Tightly packed planes, each of its own size.
 struct SmPlanes {
   int width[4] = {};
   int height[4] = {};
   std::vector<CmBytes> planes;
+  int subsampling = -1; // TurboJPEG's name for the layout, where it decoded
 };
+SmPlanes PlanesOf(const NmMediaProcessing::CmImage& image);
+
+// Worst and mean absolute difference over the first `rows` rows (all when
+// negative) of plane `p` of `ours`; the reference may be larger by padding.
+struct SmDifference {
+  int worst = 1000;
+  double mean = 1000;
+};
+SmDifference Compare(const SmPlanes& ours, const SmPlanes& reference, size_t p, int rows = -1);
+// Every plane within `worst` of the reference, and within `mean` on average.
+void ExpectClose(const SmPlanes& ours, const SmPlanes& reference, int worst = 1, double mean = 0.1);
+
 // libjpeg-turbo's decode to planes with the accurate integer DCT, at
-// 1 / (1 << scale) of the size. False when it refuses the file.
+// 1 / (1 << scale) of the size, luma cut to the picture. False when it
+// refuses the file.
 bool TurboDecodePlanes(const CmBytes& jpeg, int scale, SmPlanes& out);
-// libjpeg-turbo's decode to packed RGB with replicated chroma.
-bool TurboDecodeRGB(const CmBytes& jpeg, int& width, int& height, CmBytes& rgb);
+// libjpeg-turbo's encode of 4:2:0 planes: the peer of our encoder.
+CmBytes TurboEncode420(const SmPlanes& planes, int quality);
 
 // djpeg's decode to packed RGB with the accurate integer DCT and replicated
-// chroma: the reference for layouts that TurboJPEG does not name.
-bool DjpegDecodeRGB(const std::string& name, const CmBytes& jpeg, int& width, int& height,
-                    CmBytes& rgb);
+// chroma (libjpeg-turbo's fast up-sampling), for layouts that TurboJPEG does
+// not name too.
+bool DjpegDecodeRGB(const CmBytes& jpeg, int& width, int& height, CmBytes& rgb);
 
 // Replaces the JFIF APP0 segment with an Adobe APP14 one of the given transform.
 CmBytes ReplaceJFIFWithAdobe(const CmBytes& jpeg, uint8_t transform);

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -103,27 +104,30 @@ private:
   std::vector<std::pair<int32_t, int64_t>> m_Fed;
 };
 
-class CmScriptedFactory : public ImVideoFactory {
+// A factory of decoders made by a function, for every codec value asked.
+class CmFunctionFactory : public ImVideoFactory {
 public:
-  CmScriptedFactory(std::shared_ptr<CmScript> script, uint32_t codec)
-      : m_Script(std::move(script)), m_Codec(codec) {}
-  ImVideoDecoder* CreateDecoder() override {
-    m_Script->madeCodecs.push_back(m_Codec);
-    return new CmScriptedDecoder(m_Script, m_Codec);
-  }
+  explicit CmFunctionFactory(std::function<ImVideoDecoder*()> make) : m_Make(std::move(make)) {}
+  ImVideoDecoder* CreateDecoder() override { return m_Make(); }
   ImVideoAnalyzer* CreateAnalyzer() override { return nullptr; }
   ImVideoParser* CreateParser() override { return nullptr; }
 
 private:
-  std::shared_ptr<CmScript> m_Script;
-  uint32_t m_Codec;
+  std::function<ImVideoDecoder*()> m_Make;
 };
+
+inline CmVideoFactoryMaker MakerOf(std::function<ImVideoDecoder*()> make) {
+  return [make](uint32_t) { return std::make_unique<CmFunctionFactory>(make); };
+}
 
 // Known codec values keep the factory's refusals; every accepted one is scripted.
 inline CmVideoFactoryMaker ScriptedFactoryMaker(std::shared_ptr<CmScript> script) {
   return [script](uint32_t codec) -> std::unique_ptr<ImVideoFactory> {
     CmVideoFactory::CreateFromCodec(codec);
-    return std::make_unique<CmScriptedFactory>(script, codec);
+    return std::make_unique<CmFunctionFactory>([script, codec] {
+      script->madeCodecs.push_back(codec);
+      return new CmScriptedDecoder(script, codec);
+    });
   };
 }
 

@@ -33,27 +33,25 @@ CmBytes Video(uint16_t sequence, bool sync, uint64_t time, SmImageForm form = {}
 
 TEST(StreamAnalyzer, EmptyRecordsAreRefusedInTheNameOfEachInstance) {
   const CmGenericByteData empty;
+  const std::string prefix = "NmMediaProcessing::CmStreamAnalyzer<struct NmMediaProcessing::";
   CmByteDataSequenceAnalyzer sequence;
   SmByteDataSequenceResult sequenceResult;
   ExpectError([&] { sequence.Analyze(empty, sequenceResult); }, "Null input parameters given", 3,
-              "NmMediaProcessing::CmStreamAnalyzer<struct "
-              "NmMediaProcessing::SmByteDataSequenceAnalysisTraits>::Analyze");
+              prefix + "SmByteDataSequenceAnalysisTraits>::Analyze");
   CmVideoStreamAttributesStreamAnalyzer attributes;
   SmVideoStreamAttributes attributesResult;
   ExpectError([&] { attributes.Analyze(empty, attributesResult); }, "Null input parameters given",
-              3,
-              "NmMediaProcessing::CmStreamAnalyzer<struct "
-              "NmMediaProcessing::SmVideoStreamAttributesAnalysisTraits>::Analyze");
+              3, prefix + "SmVideoStreamAttributesAnalysisTraits>::Analyze");
   CmVideoSizeKeyFrameStreamAnalyzer size;
   SmVideoSize sizeResult;
   ExpectError([&] { size.Analyze(empty, sizeResult); }, "Null input parameters given", 3);
   const uint8_t byte = 0;
-  ExpectError([&] { size.AnalyzeRawData(8, nullptr, 10, sizeResult); },
-              "Null input parameters given", 3,
-              "NmMediaProcessing::CmStreamAnalyzer<struct "
-              "NmMediaProcessing::SmVideoSizeKeyFrameAnalysisTraits>::AnalyzeRawData");
-  ExpectError([&] { size.AnalyzeRawData(8, &byte, 0, sizeResult); }, "Null input parameters given",
-              3);
+  for (const auto& [data, length] :
+       {std::pair{static_cast<const uint8_t*>(nullptr), 10}, std::pair{&byte, 0}}) {
+    ExpectError([&] { size.AnalyzeRawData(8, data, length, sizeResult); },
+                "Null input parameters given", 3,
+                prefix + "SmVideoSizeKeyFrameAnalysisTraits>::AnalyzeRawData");
+  }
 
   // The sequence instance keeps its inner state between calls.
   EXPECT_TRUE(Analyze(sequence, Video(1, true, T0), sequenceResult));
@@ -87,11 +85,17 @@ TEST(StreamAnalyzer, AttributesChangeWithinSequencesOnly) {
   EXPECT_EQ(r.m_PictureFormat, 4u);
   ASSERT_TRUE(Analyze(analyzer, Video(5, true, T0, interleaved), r));
   EXPECT_EQ(r.m_Status, 0u);
+  // Separate fields after interleaved ones (layout 0): a change too.
+  ASSERT_TRUE(Analyze(
+      analyzer, Video(6, false, T0 + 40, {.interlaced = true, .topFieldFirst = true, .layout = 1}),
+      r));
+  EXPECT_EQ(r.m_Status, 1u);
+  ASSERT_TRUE(Analyze(analyzer, Video(7, true, T0, interleaved), r));
   // Field bits without the interlaced bit contradict each other.
-  ASSERT_TRUE(Analyze(analyzer, Video(6, false, T0 + 200, {.topFieldFirst = true}), r));
+  ASSERT_TRUE(Analyze(analyzer, Video(8, false, T0 + 200, {.topFieldFirst = true}), r));
   EXPECT_EQ(r.m_Status, 2u);
   // Time running back into a dependent frame resets and tells nothing.
-  EXPECT_FALSE(Analyze(analyzer, Video(7, false, T0 + 100), r));
+  EXPECT_FALSE(Analyze(analyzer, Video(9, false, T0 + 100), r));
 
   // Blocks compare with nothing; raw JPEG is a one-image JPEG block.
   ASSERT_TRUE(Analyze(analyzer,
