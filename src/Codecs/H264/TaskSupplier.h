@@ -92,7 +92,7 @@ private:
   int32_t m_DpbDelay = 1;
   int32_t m_ExtraFrames = 2;
   bool m_LowDelayActive = false;
-  bool m_WaitingForKeyUnit = true;
+  bool m_WaitingForKeyUnit = false;
   int32_t m_NoFrameCounter = 0;
   double m_LocalTime = 0.0;
   uint32_t m_LastFrameNum = 0;
