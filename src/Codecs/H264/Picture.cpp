@@ -33,6 +33,17 @@ void CmPicture::Allocate(uint32_t widthInMbs, uint32_t heightInMbs, bool monochr
   m_Macroblocks.assign(size_t{widthInMbs} * heightInMbs, SmMacroblockInfo());
 }
 
+void CmPicture::Fill(uint8_t value) {
+  const int planes = m_Monochrome ? 1 : 3;
+  for (int c = 0; c < planes; ++c) {
+    const uint32_t width = c == 0 ? m_WidthInMbs * 16 : m_WidthInMbs * 8;
+    const uint32_t height = c == 0 ? m_HeightInMbs * 16 : m_HeightInMbs * 8;
+    for (uint32_t y = 0; y < height; ++y) {
+      std::memset(m_Origin[c] + y * m_Stride[c], value, width);
+    }
+  }
+}
+
 void CmPicture::ClearMacroblocks() {
   std::fill(m_Macroblocks.begin(), m_Macroblocks.end(), SmMacroblockInfo());
 }

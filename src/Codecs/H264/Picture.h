@@ -67,6 +67,8 @@ public:
   const SmMacroblockInfo* GetMacroblocks() const { return m_Macroblocks.data(); }
   // Forgets which slices decoded what, before the picture is decoded anew.
   void ClearMacroblocks();
+  // Sets every sample, for pictures that stand in for missing ones.
+  void Fill(uint8_t value);
 
 private:
   uint32_t m_WidthInMbs = 0;

@@ -1,0 +1,373 @@
+#include "Codecs/H264/TaskSupplier.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "Codecs/H264/NalUnits.h"
+#include "Codecs/H264/ReferenceLists.h"
+
+namespace MCL {
+
+using namespace NmH264;
+
+namespace {
+
+// Frames gathered or in decoding block reuse and output until they are done.
+constexpr int32_t Gathering = 2;
+
+// Whether slice b starts a new picture after slice a (7.4.1.2.4).
+bool IsNewPicture(const SmSliceHeader& a, const SmSliceHeader& b,
+                  const SmSequenceParameterSet& sps) {
+  if (a.frameNum != b.frameNum || a.ppsId != b.ppsId || a.fieldPic != b.fieldPic ||
+      a.bottomField != b.bottomField || (a.nalRefIdc == 0) != (b.nalRefIdc == 0) ||
+      a.IsIdr() != b.IsIdr() || (a.IsIdr() && a.idrPicId != b.idrPicId)) {
+    return true;
+  }
+  if (sps.picOrderCntType == 0) {
+    return a.picOrderCntLsb != b.picOrderCntLsb ||
+           a.deltaPicOrderCntBottom != b.deltaPicOrderCntBottom;
+  }
+  if (sps.picOrderCntType == 1) {
+    return a.deltaPicOrderCnt[0] != b.deltaPicOrderCnt[0] ||
+           a.deltaPicOrderCnt[1] != b.deltaPicOrderCnt[1];
+  }
+  return false;
+}
+
+} // namespace
+
+std::array<const SmSequenceParameterSet*, 32> Headers::GetSequenceTable() const {
+  std::array<const SmSequenceParameterSet*, 32> table{};
+  for (size_t i = 0; i < table.size(); ++i) {
+    table[i] = sequence[i].get();
+  }
+  return table;
+}
+
+std::array<const SmPictureParameterSet*, 256> Headers::GetPictureTable() const {
+  std::array<const SmPictureParameterSet*, 256> table{};
+  for (size_t i = 0; i < table.size(); ++i) {
+    table[i] = picture[i].get();
+  }
+  return table;
+}
+
+void Headers::Clear() {
+  for (auto& entry : sequence) {
+    entry.reset();
+  }
+  for (auto& entry : picture) {
+    entry.reset();
+  }
+}
+
+TaskSupplier::TaskSupplier(const SmTaskSupplierSettings& settings)
+    : m_Settings(settings), m_ExtraFrames(settings.threadCount + 1),
+      m_LowDelayActive(settings.lowDelay) {}
+
+int32_t TaskSupplier::AddSource(const uint8_t* data, size_t size, double time, int32_t frameId) {
+  size_t position = 0;
+  SmNalUnit unit;
+  while (m_Settings.lengthPrefixed ? NextLengthPrefixedUnit(data, size, position, 4, unit)
+                                   : NextAnnexBUnit(data, size, position, true, unit)) {
+    HandleUnit(unit.data, unit.size, time, frameId);
+    if (m_NoFrameCounter > 20) {
+      return -882;
+    }
+  }
+  if (m_Settings.wholeFramePerBuffer) {
+    CompletePicture();
+  }
+  return 0;
+}
+
+void TaskSupplier::Flush() {
+  CompletePicture();
+}
+
+void TaskSupplier::HandleUnit(const uint8_t* unit, size_t size, double time, int32_t frameId) {
+  const uint8_t type = unit[0] & 0x1F;
+  std::vector<uint8_t> rbsp;
+  switch (type) {
+  case NalSlice:
+  case NalIdrSlice:
+    ExtractPayload(unit + 1, size - 1, rbsp);
+    AddSlice(unit[0], std::move(rbsp), time, frameId);
+    return;
+  case NalSei:
+    CompletePicture();
+    return;
+  case NalSequenceParameterSet: {
+    ExtractPayload(unit + 1, size - 1, rbsp);
+    CmBitReader reader(rbsp.data(), rbsp.size());
+    auto sps = std::make_unique<SmSequenceParameterSet>();
+    const SmParseResult result = ParseSequenceParameterSet(reader, *sps);
+    if (result == ParseDamaged) {
+      return;
+    }
+    // A changed copy takes effect once the picture in progress is done.
+    auto& entry = m_Headers.sequence[sps->id];
+    if (entry != nullptr && std::memcmp(entry.get(), sps.get(), sizeof *sps) != 0) {
+      CompletePicture();
+    }
+    entry = std::move(sps);
+    return;
+  }
+  case NalPictureParameterSet: {
+    ExtractPayload(unit + 1, size - 1, rbsp);
+    CmBitReader reader(rbsp.data(), rbsp.size());
+    auto pps = std::make_unique<SmPictureParameterSet>();
+    const auto table = m_Headers.GetSequenceTable();
+    if (ParsePictureParameterSet(reader, table.data(), *pps) != ParseOk) {
+      return;
+    }
+    auto& entry = m_Headers.picture[pps->id];
+    if (entry != nullptr) {
+      CompletePicture();
+    }
+    entry = std::move(pps);
+    return;
+  }
+  case NalAccessUnitDelimiter:
+  case NalEndOfSequence:
+  case NalEndOfStream: {
+    const bool pending = !m_Slices.empty();
+    CompletePicture();
+    if (type != NalAccessUnitDelimiter && !pending) {
+      m_WaitingForKeyUnit = true;
+    }
+    return;
+  }
+  default:
+    return;
+  }
+}
+
+void TaskSupplier::Activate(const SmSequenceParameterSet& sps) {
+  if (m_Active != nullptr && std::memcmp(m_Active.get(), &sps, sizeof sps) == 0) {
+    return;
+  }
+  m_Active = std::make_unique<SmSequenceParameterSet>(sps);
+  m_DpbSize = static_cast<int32_t>(sps.GetDpbFrames());
+  // Streams that never reorder leave in decoding order at once; the others
+  // wait until the store is full, which no conforming order can outrun.
+  m_DpbDelay = sps.GetReorderFrames() == 0 ? 0 : m_DpbSize + 1;
+  if (m_Settings.playbackMode != 1) {
+    m_DpbDelay = 0;
+  }
+}
+
+void TaskSupplier::AddSlice(uint8_t nalHeader, std::vector<uint8_t>&& rbsp, double time,
+                            int32_t frameId) {
+  H264Slice slice;
+  slice.nalHeader = nalHeader;
+  slice.rbsp = std::move(rbsp);
+  CmBitReader reader(slice.rbsp.data(), slice.rbsp.size());
+  const auto spsTable = m_Headers.GetSequenceTable();
+  const auto ppsTable = m_Headers.GetPictureTable();
+  const SmSequenceParameterSet* sps = nullptr;
+  const SmPictureParameterSet* pps = nullptr;
+  if (ParseSliceHeader(reader, nalHeader, {spsTable.data(), ppsTable.data()}, slice.header, sps,
+                       pps) != ParseOk) {
+    return;
+  }
+  if (m_WaitingForKeyUnit) {
+    if (!slice.header.IsIdr() || slice.header.sliceType != SliceI) {
+      return;
+    }
+    m_WaitingForKeyUnit = false;
+  }
+  if (!m_Slices.empty() && IsNewPicture(m_Slices.front().header, slice.header, *m_Active)) {
+    CompletePicture();
+  }
+  if (m_Slices.empty() && !StartPicture(slice.header, *sps, time, frameId)) {
+    return;
+  }
+  m_Slices.push_back(std::move(slice));
+}
+
+bool TaskSupplier::StartPicture(const SmSliceHeader& header, const SmSequenceParameterSet& sps,
+                                double time, int32_t frameId) {
+  Activate(sps);
+  const uint32_t maxFrameNum = sps.GetMaxFrameNum();
+  if (!header.IsIdr() && m_HaveLastFrameNum && header.frameNum != m_LastFrameNum &&
+      header.frameNum != (m_LastFrameNum + 1) % maxFrameNum && sps.gapsInFrameNumAllowed) {
+    InsertGapFrames(header, sps);
+  }
+  H264DecoderFrame* frame = m_Frames.GetFreeFrame(static_cast<size_t>(m_ExtraFrames + m_DpbSize));
+  if (frame == nullptr) {
+    ++m_NoFrameCounter;
+    return false;
+  }
+  m_NoFrameCounter = 0;
+  if (header.IsIdr()) {
+    // What waits for output belongs to the generation before this one.
+    m_Frames.StartNewGeneration();
+    frame->resetCount[0] = frame->resetCount[1] = 0;
+  }
+  CmPicture& picture = frame->GetPicture();
+  picture.Allocate(sps.widthInMbs, sps.GetFrameHeightInMbs(), sps.chromaFormatIdc == 0);
+  picture.SetId(m_NextPictureId++);
+  m_Order.Compute(sps, header, m_Top, m_Bottom);
+  picture.SetPoc(std::min(m_Top, m_Bottom));
+  frame->picOrderCnt[0] = m_Top;
+  frame->picOrderCnt[1] = m_Bottom;
+  frame->frameNum = static_cast<int32_t>(header.frameNum);
+  frame->time = time;
+  frame->frameId = frameId;
+  frame->idr = header.IsIdr();
+  frame->intraOnly = true;
+  frame->isDisplayable = true;
+  frame->decodingState = Gathering;
+  frame->frameInfo[0].state = frame->frameInfo[1].state = H264DecoderFrameInfo::ReadyForDecoding;
+  m_CurrentFrame = frame;
+  // A stream that begins on a P or B picture: one grey frame stands in for
+  // its references, never shown.
+  if (header.sliceType != SliceI && m_References.frames.empty()) {
+    H264DecoderFrame* stand = m_Frames.GetFreeFrame(static_cast<size_t>(m_ExtraFrames + m_DpbSize));
+    if (stand != nullptr) {
+      CmPicture& grey = stand->GetPicture();
+      grey.Allocate(sps.widthInMbs, sps.GetFrameHeightInMbs(), sps.chromaFormatIdc == 0);
+      grey.SetId(m_NextPictureId++);
+      grey.SetPoc(picture.GetPoc());
+      grey.Fill(128);
+      stand->frameNum = static_cast<int32_t>(header.frameNum);
+      m_References.frames.push_back({&grey, header.frameNum, false, 0});
+      m_Frames.SetReferences(m_References.frames);
+    }
+  }
+  return true;
+}
+
+void TaskSupplier::InsertGapFrames(const SmSliceHeader& header, const SmSequenceParameterSet& sps) {
+  const uint32_t maxFrameNum = sps.GetMaxFrameNum();
+  uint32_t frameNum = (m_LastFrameNum + 1) % maxFrameNum;
+  for (int32_t count = 0; frameNum != header.frameNum && count < m_DpbSize; ++count) {
+    H264DecoderFrame* frame =
+        m_Frames.GetFreeFrame(static_cast<size_t>(m_ExtraFrames + 2 * m_DpbSize));
+    if (frame == nullptr) {
+      break;
+    }
+    CmPicture& picture = frame->GetPicture();
+    picture.Allocate(sps.widthInMbs, sps.GetFrameHeightInMbs(), sps.chromaFormatIdc == 0);
+    picture.SetId(m_NextPictureId++);
+    picture.Fill(128);
+    picture.SetPoc(m_CurrentFrame != nullptr ? m_CurrentFrame->GetPicOrderCnt() : 0);
+    frame->frameNum = static_cast<int32_t>(frameNum);
+    frame->isDisplayable = true; // and without a picture: it costs no output
+    frame->hasPicture = false;
+    SmSliceHeader gap;
+    gap.nalRefIdc = 1;
+    gap.nalUnitType = NalSlice;
+    gap.frameNum = frameNum;
+    MarkReferences(m_References, gap, &picture, sps.maxNumRefFrames, maxFrameNum);
+    m_Frames.SetReferences(m_References.frames);
+    m_LastFrameNum = frameNum;
+    frameNum = (frameNum + 1) % maxFrameNum;
+  }
+}
+
+void TaskSupplier::CompletePicture() {
+  if (m_Slices.empty() || m_CurrentFrame == nullptr) {
+    m_Slices.clear();
+    return;
+  }
+  H264DecoderFrame& frame = *m_CurrentFrame;
+  CmPicture& picture = frame.GetPicture();
+  const SmSliceHeader first = m_Slices.front().header;
+  const SmSequenceParameterSet& sps = *m_Active;
+  for (const H264Slice& slice : m_Slices) {
+    frame.intraOnly = frame.intraOnly && slice.header.sliceType == SliceI;
+  }
+  const bool skipped = (m_Settings.skipMode == 1 && !first.IsReference()) ||
+                       (m_Settings.skipMode == 2 && !frame.intraOnly);
+  if (skipped) {
+    // Dropped pictures keep no reference mark and are never shown.
+    frame.hideFromOutput = true;
+    frame.decodingState = 0;
+    frame.frameInfo[0].state = frame.frameInfo[1].state = H264DecoderFrameInfo::Done;
+    m_Slices.clear();
+    m_CurrentFrame = nullptr;
+    return;
+  }
+  const auto ppsTable = m_Headers.GetPictureTable();
+  std::vector<SmSliceFilterParameters> filters(1);
+  for (const H264Slice& slice : m_Slices) {
+    const SmPictureParameterSet* pps = ppsTable[slice.header.ppsId];
+    if (pps == nullptr) {
+      continue;
+    }
+    SmReferenceList lists[2];
+    if (slice.header.sliceType != SliceI &&
+        !BuildReferenceLists(m_References.frames, slice.header, sps.GetMaxFrameNum(),
+                             picture.GetPoc(), lists)) {
+      continue;
+    }
+    CmBitReader reader(slice.rbsp.data(), slice.rbsp.size());
+    reader.Skip(slice.header.dataBitOffset);
+    SmSliceFilterParameters filter;
+    filter.disableIdc = slice.header.disableDeblockingFilterIdc;
+    filter.alphaOffset = slice.header.sliceAlphaC0Offset;
+    filter.betaOffset = slice.header.sliceBetaOffset;
+    filter.chromaQpOffset[0] = pps->chromaQpIndexOffset;
+    filter.chromaQpOffset[1] = pps->secondChromaQpIndexOffset;
+    // Slice numbers index the loop filter's parameters; the slice decoder
+    // tells the macroblocks of its own slice by them.
+    filters.push_back(filter);
+    m_SliceDecoder.Decode(reader, slice.header, sps, *pps,
+                          static_cast<uint32_t>(filters.size() - 1), picture, lists);
+  }
+  DeblockPicture(picture, filters);
+  if (first.IsReference()) {
+    MarkReferences(m_References, first, &picture, sps.maxNumRefFrames, sps.GetMaxFrameNum());
+    m_Frames.SetReferences(m_References.frames);
+  }
+  if (first.HasMemoryManagement5()) {
+    m_Frames.StartNewGeneration();
+    frame.resetCount[0] = frame.resetCount[1] = 0;
+  }
+  m_Order.Finish(first, m_Top, m_Bottom);
+  m_LastFrameNum = first.HasMemoryManagement5() ? 0 : first.frameNum;
+  m_HaveLastFrameNum = true;
+  frame.hasPicture = true;
+  frame.decodingState = 0;
+  frame.frameInfo[0].state = frame.frameInfo[1].state = H264DecoderFrameInfo::Done;
+  m_Slices.clear();
+  m_CurrentFrame = nullptr;
+}
+
+H264DecoderFrame* TaskSupplier::GetFrameToDisplay(bool force) {
+  for (;;) {
+    if (m_Frames.CountForOutput() < m_DpbDelay && !force && !m_LowDelayActive) {
+      return nullptr;
+    }
+    H264DecoderFrame* frame = m_Frames.ChooseForOutput(m_DpbDelay, m_DpbSize);
+    if (frame == nullptr || frame->decodingState >= Gathering) {
+      return nullptr;
+    }
+    frame->wasOutputted = true;
+    if (!frame->hasPicture) {
+      continue; // a frame made up for a gap costs no output
+    }
+    if (frame->time < 0) {
+      frame->time = m_LocalTime;
+    }
+    m_LocalTime = frame->time + m_Settings.frameTime;
+    if (!frame->hideFromOutput) {
+      return frame;
+    }
+  }
+}
+
+void TaskSupplier::RecoveryReset() {
+  m_Frames.Clear();
+  m_References = SmReferenceState();
+  m_Slices.clear();
+  m_CurrentFrame = nullptr;
+  m_WaitingForKeyUnit = true;
+  m_Order.Reset();
+  m_HaveLastFrameNum = false;
+  m_NoFrameCounter = 0;
+}
+
+} // namespace MCL

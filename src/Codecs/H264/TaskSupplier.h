@@ -1,0 +1,104 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "Codecs/H264/Deblocking.h"
+#include "Codecs/H264/FrameStore.h"
+#include "Codecs/H264/Marking.h"
+#include "Codecs/H264/ParameterSets.h"
+#include "Codecs/H264/PictureOrder.h"
+#include "Codecs/H264/SliceDecoder.h"
+#include "Codecs/H264/SliceHeader.h"
+
+namespace MCL {
+
+// What the decoder shell sets up the supplier with.
+struct SmTaskSupplierSettings {
+  int32_t threadCount = 1;
+  int32_t playbackMode = 1; // 1 at normal rate, 2 at any other
+  int32_t skipMode = 0;     // 1 drops non-reference pictures, 2 keeps only intra pictures
+  bool lowDelay = false;
+  bool luminanceOnly = false;
+  bool lengthPrefixed = false; // units follow 4-byte lengths instead of start codes
+  bool wholeFramePerBuffer = false;
+  double frameTime = 1.0 / 30.0;
+};
+
+// The parameter sets known to the decoder, each a complete copy by id.
+class Headers {
+public:
+  std::array<std::unique_ptr<NmH264::SmSequenceParameterSet>, 32> sequence;
+  std::array<std::unique_ptr<NmH264::SmPictureParameterSet>, 256> picture;
+
+  std::array<const NmH264::SmSequenceParameterSet*, 32> GetSequenceTable() const;
+  std::array<const NmH264::SmPictureParameterSet*, 256> GetPictureTable() const;
+  void Clear();
+};
+
+// A slice waiting in the picture it belongs to: its header and payload.
+struct H264Slice {
+  NmH264::SmSliceHeader header;
+  std::vector<uint8_t> rbsp;
+  uint8_t nalHeader = 0;
+};
+
+// Cuts the input into units, keeps parameter sets, gathers slices into
+// pictures, decodes them, and keeps the frame store with its output order.
+class TaskSupplier {
+public:
+  explicit TaskSupplier(const SmTaskSupplierSettings& settings);
+
+  // Takes one buffer of units with its time in seconds (-1 for none) and
+  // frame number. Returns a status: 0, or -882 for a stream that cannot go
+  // on (no free frame twenty times running).
+  int32_t AddSource(const uint8_t* data, size_t size, double time, int32_t frameId);
+  // The end of the input: the picture in progress is completed.
+  void Flush();
+  // The frame to show next, marked as output; null when none may leave yet
+  // (with force, when none is left).
+  H264DecoderFrame* GetFrameToDisplay(bool force);
+  // After a failure: no frame, reference or pending picture survives, and
+  // decoding starts again at the next key unit.
+  void RecoveryReset();
+
+  const NmH264::SmSequenceParameterSet* GetActiveSequence() const { return m_Active.get(); }
+  int32_t GetDpbSize() const { return m_DpbSize; }
+  int32_t GetDpbDelay() const { return m_DpbDelay; }
+  bool IsWaitingForKeyUnit() const { return m_WaitingForKeyUnit; }
+
+private:
+  void HandleUnit(const uint8_t* unit, size_t size, double time, int32_t frameId);
+  void AddSlice(uint8_t nalHeader, std::vector<uint8_t>&& rbsp, double time, int32_t frameId);
+  bool StartPicture(const NmH264::SmSliceHeader& header, const NmH264::SmSequenceParameterSet& sps,
+                    double time, int32_t frameId);
+  void InsertGapFrames(const NmH264::SmSliceHeader& header,
+                       const NmH264::SmSequenceParameterSet& sps);
+  void CompletePicture();
+  void Activate(const NmH264::SmSequenceParameterSet& sps);
+
+  SmTaskSupplierSettings m_Settings;
+  Headers m_Headers;
+  std::unique_ptr<NmH264::SmSequenceParameterSet> m_Active; // the SPS of the current sequence
+  H264DBPList m_Frames;
+  NmH264::CmSliceDecoder m_SliceDecoder;
+  NmH264::CmPictureOrderCounter m_Order;
+  NmH264::SmReferenceState m_References;
+  std::vector<H264Slice> m_Slices; // of the picture in progress
+  H264DecoderFrame* m_CurrentFrame = nullptr;
+  int32_t m_DpbSize = 1;
+  int32_t m_DpbDelay = 1;
+  int32_t m_ExtraFrames = 2;
+  bool m_LowDelayActive = false;
+  bool m_WaitingForKeyUnit = false;
+  int32_t m_NoFrameCounter = 0;
+  double m_LocalTime = 0.0;
+  uint32_t m_LastFrameNum = 0;
+  bool m_HaveLastFrameNum = false;
+  uint32_t m_NextPictureId = 1;
+  int32_t m_Top = 0, m_Bottom = 0;
+};
+
+} // namespace MCL

@@ -1,0 +1,134 @@
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "Codecs/H264/FrameStore.h"
+#include "Codecs/H264/NalUnits.h"
+#include "Codecs/H264/TaskSupplier.h"
+#include "support/ExternalTools.h"
+
+using namespace MCL;
+
+namespace {
+
+// A frame taken for a displayable picture with the given counts.
+H264DecoderFrame* Take(H264DBPList& list, int32_t poc, bool hasPicture = true) {
+  H264DecoderFrame* frame = list.GetFreeFrame(64);
+  frame->isDisplayable = true;
+  frame->hasPicture = hasPicture;
+  frame->picOrderCnt[0] = frame->picOrderCnt[1] = poc;
+  return frame;
+}
+
+} // namespace
+
+TEST(H264FrameStore, IndicesReuseAndOutputOrder) {
+  H264DBPList list;
+  // Indices are the lowest free numbers; the 33rd frame has none left.
+  std::vector<H264DecoderFrame*> frames;
+  for (int i = 0; i < 33; ++i) {
+    frames.push_back(list.GetFreeFrame(64));
+    frames.back()->isShortRef[0] = true; // held, so that no frame is free again
+  }
+  EXPECT_EQ(frames[0]->uniqueIndex, 0);
+  EXPECT_EQ(frames[31]->uniqueIndex, 31);
+  EXPECT_EQ(frames[32]->uniqueIndex, -1);
+  // Beyond the limit no frame is made; a freed frame is taken again and
+  // goes to the end of the age order.
+  EXPECT_EQ(list.GetFreeFrame(10), nullptr);
+  frames[5]->isShortRef[0] = false;
+  EXPECT_EQ(list.GetFreeFrame(10), frames[5]);
+  EXPECT_EQ(list.GetTail(), frames[5]);
+  EXPECT_EQ(frames[5]->uniqueIndex, 5);
+
+  // Output: by picture order count within a generation, older generations
+  // first, a real picture before a gap frame of the same count, and in
+  // decoding order when nothing is delayed.
+  H264DBPList store;
+  H264DecoderFrame* p8 = Take(store, 8);
+  H264DecoderFrame* p4 = Take(store, 4);
+  store.StartNewGeneration(); // an IDR arrives
+  H264DecoderFrame* idr = Take(store, 0);
+  idr->resetCount[0] = idr->resetCount[1] = 0;
+  EXPECT_EQ(store.ChooseForOutput(2, 4), p4);
+  EXPECT_EQ(store.ChooseForOutput(0, 4), p8);
+  p4->wasOutputted = p8->wasOutputted = true;
+  H264DecoderFrame* gap = Take(store, 2, false);
+  H264DecoderFrame* real = Take(store, 2);
+  EXPECT_EQ(store.ChooseForOutput(2, 4), idr);
+  idr->wasOutputted = true;
+  EXPECT_EQ(store.ChooseForOutput(2, 4), real);
+  EXPECT_NE(gap, real);
+  // Frames that still serve as references count, output or not; frames in
+  // decoding count and block.
+  idr->isShortRef[0] = true;
+  real->decodingState = 2;
+  EXPECT_EQ(store.CountForOutput(), 3); // idr, gap, real
+}
+
+TEST(H264Supplier, AStreamWithoutItsFirstKeyPictureDecodesAndIsExactFromTheNextOne) {
+  if (!NmTestSupport::HaveProgram("ffmpeg")) {
+    GTEST_SKIP() << "ffmpeg is not installed";
+  }
+  NmTestSupport::CmTempDirectory directory;
+  const std::string stream = directory / "p.264";
+  const std::string decoded = directory / "p.yuv";
+  ASSERT_TRUE(NmTestSupport::Run(
+      "ffmpeg -y -f lavfi -i testsrc2=size=64x48:rate=25 -frames:v 12 -pix_fmt yuv420p -c:v "
+      "libx264 "
+      "-x264-params 'cabac=0:bframes=0:keyint=6:min-keyint=6:scenecut=0:qp=26' -f h264 '" +
+      stream + "'"));
+  ASSERT_TRUE(NmTestSupport::Run("ffmpeg -y -i '" + stream + "' -f rawvideo -pix_fmt yuv420p '" +
+                                 decoded + "'"));
+  const std::vector<uint8_t> bytes = NmTestSupport::ReadBytes(stream);
+  const std::vector<uint8_t> expected = NmTestSupport::ReadBytes(decoded);
+  const size_t frameSize = 64 * 48 * 3 / 2;
+  ASSERT_EQ(expected.size(), 12 * frameSize);
+
+  TaskSupplier supplier(SmTaskSupplierSettings{});
+  std::vector<std::vector<uint8_t>> pictures;
+  const auto take = [&](bool force) {
+    while (H264DecoderFrame* frame = supplier.GetFrameToDisplay(force)) {
+      const NmH264::CmPicture& picture = frame->GetPicture();
+      std::vector<uint8_t> out;
+      for (int c = 0; c < 3; ++c) {
+        const int w = c == 0 ? 64 : 32, h = c == 0 ? 48 : 24;
+        for (int y = 0; y < h; ++y) {
+          const uint8_t* row = picture.GetPlane(c) + y * picture.GetStride(c);
+          out.insert(out.end(), row, row + w);
+        }
+      }
+      pictures.push_back(std::move(out));
+    }
+  };
+  size_t position = 0;
+  NmH264::SmNalUnit unit;
+  bool droppedKey = false;
+  while (NmH264::NextAnnexBUnit(bytes.data(), bytes.size(), position, true, unit)) {
+    // The first key picture is lost: the P pictures after it lean on a
+    // stand-in frame.
+    if (unit.GetType() == NmH264::NalIdrSlice && !droppedKey) {
+      droppedKey = true;
+      continue;
+    }
+    EXPECT_EQ(supplier.AddSource(unit.data - 3, unit.size + 3, -1.0, -1), 0);
+    take(false);
+  }
+  supplier.Flush();
+  take(true);
+  ASSERT_EQ(pictures.size(), 11u);
+  // From the second key picture (frame 6) on, every picture is exact again.
+  for (size_t i = 5; i < pictures.size(); ++i) {
+    EXPECT_TRUE(std::equal(pictures[i].begin(), pictures[i].end(),
+                           expected.begin() + static_cast<std::ptrdiff_t>((i + 1) * frameSize)))
+        << "picture " << i + 1;
+  }
+
+  // After the end of the stream a picture other than a key picture is
+  // dropped until the next key picture.
+  TaskSupplier ended(SmTaskSupplierSettings{});
+  const uint8_t endOfStream[] = {0, 0, 1, 0x0B};
+  EXPECT_EQ(ended.AddSource(endOfStream, sizeof endOfStream, -1.0, -1), 0);
+  EXPECT_TRUE(ended.IsWaitingForKeyUnit());
+}
