@@ -17,7 +17,7 @@
 #include "MediaProcessing/GenericByteData/GenericAudioStreamDataPacket.h"
 #include "MediaProcessing/GenericByteData/GenericVideoStreamDataPacket.h"
 #include "Toolkits/ToolkitTestSupport.h"
-#include "Toolkits/VZKSourceToolkitPlugin/ToolkitFactory.h"
+#include "Toolkits/VZKSourceToolkitPlugin/Tree/ToolkitFactory.h"
 #include "vzk/ToolkitError.h"
 
 using namespace NmToolkit;

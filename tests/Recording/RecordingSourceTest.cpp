@@ -7,7 +7,7 @@
 #include <memory>
 #include <string>
 
-#include "Toolkits/VZKSourceToolkitPlugin/ToolkitFactory.h"
+#include "Toolkits/VZKSourceToolkitPlugin/Tree/ToolkitFactory.h"
 #include "support/GenericByteDataBuilder.h"
 #include "vzk/ToolkitError.h"
 

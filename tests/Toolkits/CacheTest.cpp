@@ -6,9 +6,9 @@
 #include <string>
 
 #include "Toolkits/ToolkitTestSupport.h"
-#include "Toolkits/VZKSourceToolkitPlugin/Cache.h"
-#include "Toolkits/VZKSourceToolkitPlugin/SharedData.h"
-#include "Toolkits/VZKSourceToolkitPlugin/ToolkitFactory.h"
+#include "Toolkits/VZKSourceToolkitPlugin/Items/SharedData.h"
+#include "Toolkits/VZKSourceToolkitPlugin/Stream/Cache.h"
+#include "Toolkits/VZKSourceToolkitPlugin/Tree/ToolkitFactory.h"
 
 using namespace NmToolkit;
 using namespace NmToolkitTest;

@@ -9,9 +9,9 @@
 #include <vector>
 
 #include "Toolkits/ToolkitTestSupport.h"
-#include "Toolkits/VZKSourceToolkitPlugin/ImageData.h"
-#include "Toolkits/VZKSourceToolkitPlugin/ToolkitErrors.h"
-#include "Toolkits/VZKSourceToolkitPlugin/VZKSourceToolkit.h"
+#include "Toolkits/VZKSourceToolkitPlugin/Items/ImageData.h"
+#include "Toolkits/VZKSourceToolkitPlugin/Tree/ToolkitErrors.h"
+#include "Toolkits/VZKSourceToolkitPlugin/Tree/VZKSourceToolkit.h"
 #include "support/FlatJPEG.h"
 #include "support/GenericByteDataBuilder.h"
 

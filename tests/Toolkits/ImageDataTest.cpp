@@ -2,8 +2,8 @@
 
 #include <memory>
 
-#include "Toolkits/VZKSourceToolkitPlugin/ImageData.h"
-#include "Toolkits/VZKSourceToolkitPlugin/SharedData.h"
+#include "Toolkits/VZKSourceToolkitPlugin/Items/ImageData.h"
+#include "Toolkits/VZKSourceToolkitPlugin/Items/SharedData.h"
 
 using namespace NmToolkit;
 using namespace NmMediaProcessing;

@@ -8,13 +8,12 @@
 #include "PicturePattern.h"
 #include "Toolkits/ToolkitTestSupport.h"
 #include "Toolkits/TransformTestSupport.h"
-#include "Toolkits/VZKSourceToolkitPlugin/ToolkitErrors.h"
-#include "Toolkits/VZKSourceToolkitPlugin/VZKSourceToolkit.h"
+#include "Toolkits/VZKSourceToolkitPlugin/Tree/ToolkitErrors.h"
+#include "Toolkits/VZKSourceToolkitPlugin/Tree/VZKSourceToolkit.h"
 
 using namespace NmToolkit;
 using namespace NmToolkitTest;
 using NmTestPictures::PatternByte;
-
 
 namespace {
 

@@ -7,8 +7,8 @@
 #include "Common/Error/Error.h"
 #include "Common/Xerces/Xerces.h"
 #include "Toolkits/ToolkitTestSupport.h"
-#include "Toolkits/VZKSourceToolkitPlugin/ToolkitErrors.h"
-#include "Toolkits/VZKSourceToolkitPlugin/VZKSourceToolkit.h"
+#include "Toolkits/VZKSourceToolkitPlugin/Tree/ToolkitErrors.h"
+#include "Toolkits/VZKSourceToolkitPlugin/Tree/VZKSourceToolkit.h"
 
 using namespace NmToolkit;
 using namespace NmToolkitTest;
@@ -55,8 +55,7 @@ struct ProbeTree {
   std::unique_ptr<CmProbeToolkit> probe;
 };
 
-template <typename Error, typename Call>
-std::string ErrorText(Call call) {
+template <typename Error, typename Call> std::string ErrorText(Call call) {
   try {
     call();
   } catch (const Error& error) {
@@ -196,8 +195,9 @@ TEST_F(RootToolkitTest, PropertiesAgreedAtConnect) {
   tree.probe->CopyPassedProperties(item, copied);
   EXPECT_EQ(copied.GetCount(), 1u);
   ASSERT_TRUE(copied.HasProperty("Sequence_Number"));
-  EXPECT_EQ(dynamic_cast<const ImStringProperty*>(copied.GetProperty("Sequence_Number"))->GetValue(),
-            "1");
+  EXPECT_EQ(
+      dynamic_cast<const ImStringProperty*>(copied.GetProperty("Sequence_Number"))->GetValue(),
+      "1");
 }
 
 TEST_F(RootToolkitTest, UpdateKeysDriveReadConfiguration) {
@@ -308,15 +308,18 @@ TEST_F(RootToolkitTest, BadConfigurationShowsAtConnect) {
   EXPECT_EQ(connectError(RootConfiguration("<toolkit type='source'/>")), parseError);
   EXPECT_EQ(connectError(RootConfiguration(ScriptedToolkit(DefaultItems, "", "source", "nosuch"))),
             parseError);
-  EXPECT_EQ(connectError(RootConfiguration(ScriptedToolkit(DefaultItems, "", "source", "nullcreate"))),
-            parseError);
-  EXPECT_EQ(connectError(RootConfiguration(ScriptedToolkit(DefaultItems, "", "source", "notsource"))),
-            parseError);
+  EXPECT_EQ(
+      connectError(RootConfiguration(ScriptedToolkit(DefaultItems, "", "source", "nullcreate"))),
+      parseError);
+  EXPECT_EQ(
+      connectError(RootConfiguration(ScriptedToolkit(DefaultItems, "", "source", "notsource"))),
+      parseError);
   {
     ScriptedJournal broken(BinaryDirectory(), "ToolkitSourcePlugin_notsource.so");
-    auto deleted = reinterpret_cast<int (*)()>(dlsym(
-        dlopen((BinaryDirectory() + "/ToolkitSourcePlugin_notsource.so").c_str(), RTLD_NOW | RTLD_NOLOAD),
-        "BrokenPluginDeletedCount"));
+    auto deleted = reinterpret_cast<int (*)()>(
+        dlsym(dlopen((BinaryDirectory() + "/ToolkitSourcePlugin_notsource.so").c_str(),
+                     RTLD_NOW | RTLD_NOLOAD),
+              "BrokenPluginDeletedCount"));
     ASSERT_NE(deleted, nullptr);
     EXPECT_EQ(deleted(), 1) << "a toolkit that is no source goes back through its library";
   }

@@ -6,7 +6,7 @@
 
 #include "Common/Error/Error.h"
 #include "MediaProcessing/Image/ColorMaskingOverlay.h"
-#include "Toolkits/VZKSourceToolkitPlugin/StandAloneAPM.h"
+#include "Toolkits/VZKSourceToolkitPlugin/Transform/StandAloneAPM.h"
 #include "support/ImageTestSupport.h"
 
 using namespace NmMediaProcessing;

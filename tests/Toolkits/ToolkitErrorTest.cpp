@@ -4,8 +4,8 @@
 #include <string>
 
 #include "Common/Error/Error.h"
-#include "Toolkits/VZKSourceToolkitPlugin/ToolkitErrors.h"
-#include "Toolkits/VZKSourceToolkitPlugin/ToolkitProperties.h"
+#include "Toolkits/VZKSourceToolkitPlugin/Tree/ToolkitErrors.h"
+#include "Toolkits/VZKSourceToolkitPlugin/Tree/ToolkitProperties.h"
 
 using namespace NmToolkit;
 

@@ -4,8 +4,8 @@
 #include <string>
 
 #include "Toolkits/ToolkitTestSupport.h"
-#include "Toolkits/VZKSourceToolkitPlugin/ToolkitErrors.h"
-#include "Toolkits/VZKSourceToolkitPlugin/ToolkitFactory.h"
+#include "Toolkits/VZKSourceToolkitPlugin/Tree/ToolkitErrors.h"
+#include "Toolkits/VZKSourceToolkitPlugin/Tree/ToolkitFactory.h"
 
 using namespace NmToolkit;
 using namespace NmToolkitTest;
@@ -37,8 +37,9 @@ TEST(ToolkitFactoryTest, NamesLibrariesFromTypeAndProvider) {
   EXPECT_EQ(CreateError<ImFileError>(factory, ScriptedToolkit(DefaultItems, "", "Source"), &code),
             "Could not open file !");
   EXPECT_EQ(code, 6u);
-  EXPECT_EQ(CreateError<ImFileError>(factory, ScriptedToolkit(DefaultItems, "", "source", "nosuch")),
-            "Could not open file ToolkitSourcePlugin_nosuch!");
+  EXPECT_EQ(
+      CreateError<ImFileError>(factory, ScriptedToolkit(DefaultItems, "", "source", "nosuch")),
+      "Could not open file ToolkitSourcePlugin_nosuch!");
   EXPECT_EQ(CreateError<ImConfigurationError>(factory, "<toolkit><provider>x</provider></toolkit>",
                                               &code),
             "Toolkit type is not specified!");
@@ -74,8 +75,8 @@ TEST(ToolkitFactoryTest, LoadsEachLibraryOnceAndDeletesThroughIt) {
   {
     CmToolkitFactory factory;
     // Provider text is trimmed and lower-cased.
-    ImToolkit* first =
-        factory.CreateInstance(ScriptedToolkit(DefaultItems, "", "source", " \n Scripted\t").c_str());
+    ImToolkit* first = factory.CreateInstance(
+        ScriptedToolkit(DefaultItems, "", "source", " \n Scripted\t").c_str());
     ImToolkit* second = factory.CreateInstance(ScriptedToolkit().c_str());
     ImToolkit* exported =
         factory.CreateInstance(ScriptedToolkit(DefaultItems, "", "export").c_str());

@@ -9,7 +9,7 @@
 
 #include "PicturePattern.h"
 #include "Toolkits/ToolkitTestSupport.h"
-#include "Toolkits/VZKSourceToolkitPlugin/VZKSourceToolkit.h"
+#include "Toolkits/VZKSourceToolkitPlugin/Tree/VZKSourceToolkit.h"
 #include "vzk/vzk.h"
 
 // Chains of transform toolkits over the picture and scripted test sources.
@@ -66,7 +66,9 @@ inline std::string PicturesToolkit(const std::vector<SmPicture>& pictures) {
 }
 
 // The scripted source's default items: the first is "a" at 1000.
-inline SmUpstream ScriptedItems() { return {ScriptedToolkit()}; }
+inline SmUpstream ScriptedItems() {
+  return {ScriptedToolkit()};
+}
 
 // A root over one transform element (name and keys, as "image_crop width='2'")
 // over a source, connected.

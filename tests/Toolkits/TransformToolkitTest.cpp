@@ -6,10 +6,10 @@
 
 #include "Common/Xerces/Xerces.h"
 #include "Toolkits/ToolkitTestSupport.h"
-#include "Toolkits/VZKSourceToolkitPlugin/ImageData.h"
-#include "Toolkits/VZKSourceToolkitPlugin/SetProperty.h"
-#include "Toolkits/VZKSourceToolkitPlugin/ToolkitErrors.h"
-#include "Toolkits/VZKSourceToolkitPlugin/VZKSourceToolkit.h"
+#include "Toolkits/VZKSourceToolkitPlugin/Items/ImageData.h"
+#include "Toolkits/VZKSourceToolkitPlugin/Transform/SetProperty.h"
+#include "Toolkits/VZKSourceToolkitPlugin/Tree/ToolkitErrors.h"
+#include "Toolkits/VZKSourceToolkitPlugin/Tree/VZKSourceToolkit.h"
 
 using namespace NmToolkit;
 using namespace NmToolkitTest;

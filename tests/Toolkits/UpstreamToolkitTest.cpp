@@ -5,9 +5,9 @@
 #include <utility>
 
 #include "Toolkits/ToolkitTestSupport.h"
-#include "Toolkits/VZKSourceToolkitPlugin/Cache.h"
-#include "Toolkits/VZKSourceToolkitPlugin/ToolkitFactory.h"
-#include "Toolkits/VZKSourceToolkitPlugin/UpstreamToolkit.h"
+#include "Toolkits/VZKSourceToolkitPlugin/Stream/Cache.h"
+#include "Toolkits/VZKSourceToolkitPlugin/Tree/ToolkitFactory.h"
+#include "Toolkits/VZKSourceToolkitPlugin/Tree/UpstreamToolkit.h"
 
 using namespace NmToolkit;
 using namespace NmToolkitTest;

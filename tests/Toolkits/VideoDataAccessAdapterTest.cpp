@@ -8,9 +8,9 @@
 
 #include "MediaProcessing/GenericByteData/RawVideoByteDataAccess.h"
 #include "MediaProcessing/Video/RandomAccessVideoDecoder.h"
-#include "Toolkits/VZKSourceToolkitPlugin/Cache.h"
-#include "Toolkits/VZKSourceToolkitPlugin/MediaData.h"
-#include "Toolkits/VZKSourceToolkitPlugin/VideoDataAccessAdapter.h"
+#include "Toolkits/VZKSourceToolkitPlugin/Decoding/VideoDataAccessAdapter.h"
+#include "Toolkits/VZKSourceToolkitPlugin/Items/MediaData.h"
+#include "Toolkits/VZKSourceToolkitPlugin/Stream/Cache.h"
 #include "support/FlatJPEG.h"
 #include "support/GenericByteDataBuilder.h"
 
