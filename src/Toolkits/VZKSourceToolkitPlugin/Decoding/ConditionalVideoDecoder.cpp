@@ -9,7 +9,7 @@
 #include "MediaProcessing/GenericByteData/GenericByteDataBlock.h"
 #include "MediaProcessing/GenericByteData/RawVideoByteDataAccess.h"
 #include "MediaProcessing/GenericByteData/TimeMatch.h"
-#include "MediaProcessing/JPEG/VideoAnalyzerJPEG.h"
+#include "MediaProcessing/Video/JPEG/VideoAnalyzerJPEG.h"
 #include "Toolkits/VZKSourceToolkitPlugin/Items/MediaData.h"
 #include "Toolkits/VZKSourceToolkitPlugin/Tree/ToolkitErrors.h"
 

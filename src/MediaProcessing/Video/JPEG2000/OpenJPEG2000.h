@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <string>
 
-#include "MediaProcessing/Video/ThirdPartyJPEG2000.h"
+#include "MediaProcessing/Video/JPEG2000/ThirdPartyJPEG2000.h"
 
 namespace NmMediaProcessing {
 

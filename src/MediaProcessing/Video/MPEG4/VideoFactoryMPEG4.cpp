@@ -1,4 +1,4 @@
-#include "MediaProcessing/Video/VideoFactoryMPEG4.h"
+#include "MediaProcessing/Video/MPEG4/VideoFactoryMPEG4.h"
 
 #include "Common/Error/Error.h"
 #include "MediaProcessing/Video/MissingCodecEngine.h"

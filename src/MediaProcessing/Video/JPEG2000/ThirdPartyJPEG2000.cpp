@@ -1,4 +1,4 @@
-#include "MediaProcessing/Video/ThirdPartyJPEG2000.h"
+#include "MediaProcessing/Video/JPEG2000/ThirdPartyJPEG2000.h"
 
 namespace NmMediaProcessing {
 

@@ -1,8 +1,8 @@
-#include "MediaProcessing/Video/VideoAnalyzerJPEG2000.h"
+#include "MediaProcessing/Video/JPEG2000/VideoAnalyzerJPEG2000.h"
 
 #include "Common/Error/Error.h"
 #include "Common/Error/Precondition.h"
-#include "MediaProcessing/Video/OpenJPEG2000.h"
+#include "MediaProcessing/Video/JPEG2000/OpenJPEG2000.h"
 
 namespace NmMediaProcessing {
 

@@ -1,4 +1,4 @@
-#include "MediaProcessing/Video/VideoFactoryMxPEG.h"
+#include "MediaProcessing/Video/MxPEG/VideoFactoryMxPEG.h"
 
 #include "Common/Error/Error.h"
 #include "MediaProcessing/Video/MissingCodecEngine.h"

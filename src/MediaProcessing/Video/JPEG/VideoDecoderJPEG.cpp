@@ -1,4 +1,4 @@
-#include "MediaProcessing/JPEG/VideoDecoderJPEG.h"
+#include "MediaProcessing/Video/JPEG/VideoDecoderJPEG.h"
 
 #include "Common/Error/Error.h"
 #include "Common/Error/Precondition.h"

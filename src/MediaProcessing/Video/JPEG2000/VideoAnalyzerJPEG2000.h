@@ -3,7 +3,7 @@
 #include <functional>
 #include <memory>
 
-#include "MediaProcessing/Video/ThirdPartyJPEG2000.h"
+#include "MediaProcessing/Video/JPEG2000/ThirdPartyJPEG2000.h"
 #include "MediaProcessing/Video/VideoAnalyzer.h"
 
 namespace NmMediaProcessing {

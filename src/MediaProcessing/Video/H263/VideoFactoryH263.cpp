@@ -1,4 +1,4 @@
-#include "MediaProcessing/Video/VideoFactoryH263.h"
+#include "MediaProcessing/Video/H263/VideoFactoryH263.h"
 
 #include "Common/Error/Error.h"
 #include "MediaProcessing/Video/MissingCodecEngine.h"

@@ -1,8 +1,8 @@
-#include "MediaProcessing/Video/VideoFactoryJPEG2000.h"
+#include "MediaProcessing/Video/JPEG2000/VideoFactoryJPEG2000.h"
 
 #include "Common/Error/Error.h"
-#include "MediaProcessing/Video/VideoAnalyzerJPEG2000.h"
-#include "MediaProcessing/Video/VideoDecoderJPEG2000.h"
+#include "MediaProcessing/Video/JPEG2000/VideoAnalyzerJPEG2000.h"
+#include "MediaProcessing/Video/JPEG2000/VideoDecoderJPEG2000.h"
 
 namespace NmMediaProcessing {
 

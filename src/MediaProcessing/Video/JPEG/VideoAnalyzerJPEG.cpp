@@ -1,9 +1,9 @@
-#include "MediaProcessing/JPEG/VideoAnalyzerJPEG.h"
+#include "MediaProcessing/Video/JPEG/VideoAnalyzerJPEG.h"
 
 #include "Common/Error/Error.h"
 #include "Common/Error/Precondition.h"
 #include "MediaProcessing/Image/SPLError.h"
-#include "MediaProcessing/JPEG/VideoDecoderJPEG.h"
+#include "MediaProcessing/Video/JPEG/VideoDecoderJPEG.h"
 
 namespace NmMediaProcessing {
 

@@ -1,4 +1,4 @@
-#include "MediaProcessing/Video/OpenJPEG2000.h"
+#include "MediaProcessing/Video/JPEG2000/OpenJPEG2000.h"
 
 #include <openjpeg.h>
 

@@ -1,4 +1,4 @@
-#include "MediaProcessing/Video/VideoFactoryH264.h"
+#include "MediaProcessing/Video/H264/VideoFactoryH264.h"
 
 #include "Common/Error/Error.h"
 #include "MediaProcessing/Video/MissingCodecEngine.h"

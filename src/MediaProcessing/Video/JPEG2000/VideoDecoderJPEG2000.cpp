@@ -1,4 +1,4 @@
-#include "MediaProcessing/Video/VideoDecoderJPEG2000.h"
+#include "MediaProcessing/Video/JPEG2000/VideoDecoderJPEG2000.h"
 
 #include <algorithm>
 
@@ -6,7 +6,7 @@
 #include "Common/Error/Precondition.h"
 #include "MediaProcessing/Image/ImageCrop.h"
 #include "MediaProcessing/Image/ImageResize.h"
-#include "MediaProcessing/Video/OpenJPEG2000.h"
+#include "MediaProcessing/Video/JPEG2000/OpenJPEG2000.h"
 
 namespace NmMediaProcessing {
 

@@ -1,8 +1,8 @@
-#include "MediaProcessing/Video/VideoFactoryJPEG.h"
+#include "MediaProcessing/Video/JPEG/VideoFactoryJPEG.h"
 
 #include "Common/Error/Error.h"
-#include "MediaProcessing/JPEG/VideoAnalyzerJPEG.h"
-#include "MediaProcessing/JPEG/VideoDecoderJPEG.h"
+#include "MediaProcessing/Video/JPEG/VideoAnalyzerJPEG.h"
+#include "MediaProcessing/Video/JPEG/VideoDecoderJPEG.h"
 
 namespace NmMediaProcessing {
 
