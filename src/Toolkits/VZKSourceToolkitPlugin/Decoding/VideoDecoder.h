@@ -9,6 +9,7 @@
 #include "Toolkits/VZKSourceToolkitPlugin/Decoding/DecodingToolkit.h"
 #include "Toolkits/VZKSourceToolkitPlugin/Decoding/VideoDataAccessAdapter.h"
 #include "Toolkits/VZKSourceToolkitPlugin/Stream/Cache.h"
+#include "Toolkits/VZKSourceToolkitPlugin/Tree/SourceToolkitOperations.h"
 
 namespace NmToolkit {
 
@@ -20,18 +21,9 @@ public:
   explicit CmVideoDecoder(const NmXerces::CmXmlNodePtr& node);
   ~CmVideoDecoder() override;
 
-  void StartLiveStream() override;
-  void StopLiveStream() override;
-  uint32_t GetLiveData(ImData** out, uint32_t timeout) override;
+  VZK_LIVE_SOURCE_TOOLKIT_OPERATIONS;
 
-  uint32_t MoveFirst() override;
-  uint32_t MoveLast() override;
-  uint32_t MoveNext() override;
-  uint32_t MovePrevious() override;
-  uint32_t MoveNextSequence() override;
-  uint32_t MovePreviousSequence() override;
-  uint32_t MoveTo(int64_t time, SmMoveMode mode) override;
-  uint32_t GetData(ImData** out) override;
+  VZK_PLAYBACK_SOURCE_TOOLKIT_OPERATIONS;
 
   void ReadConfiguration() override;
 

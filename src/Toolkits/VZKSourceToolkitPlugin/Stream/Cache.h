@@ -3,6 +3,7 @@
 #include <deque>
 #include <memory>
 
+#include "Toolkits/VZKSourceToolkitPlugin/Tree/SourceToolkitOperations.h"
 #include "Toolkits/VZKSourceToolkitPlugin/Tree/UpstreamToolkit.h"
 #include "vzk/Toolkit.h"
 
@@ -15,25 +16,11 @@ public:
   // Takes `source` over: it goes when the cache goes, after the cached items.
   explicit CmCache(CmUpstreamToolkit source);
 
-  void Connect(const CmPropertyNameSet& requested, CmPropertyNameSet& supported,
-               uint64_t argument) override;
-  void Connect(uint64_t argument) override;
-  void Disconnect() override;
-  void UpdateValues(const CmKeyValueList& values) override;
-  void UpdateValue(const std::string& key, const std::string& value) override;
+  VZK_SOURCE_TOOLKIT_OPERATIONS;
 
-  void StartLiveStream() override;
-  void StopLiveStream() override;
-  uint32_t GetLiveData(ImData** out, uint32_t timeout) override;
+  VZK_LIVE_SOURCE_TOOLKIT_OPERATIONS;
 
-  uint32_t MoveFirst() override;
-  uint32_t MoveLast() override;
-  uint32_t MoveNext() override;
-  uint32_t MovePrevious() override;
-  uint32_t MoveNextSequence() override;
-  uint32_t MovePreviousSequence() override;
-  uint32_t MoveTo(int64_t time, SmMoveMode mode) override;
-  uint32_t GetData(ImData** out) override;
+  VZK_PLAYBACK_SOURCE_TOOLKIT_OPERATIONS;
 
   static constexpr size_t Limit = 5;
   size_t GetEntryCount() const { return m_Entries.size(); }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Toolkits/VZKSourceToolkitPlugin/Tree/SourceToolkitOperations.h"
 #include "Toolkits/VZKSourceToolkitPlugin/Tree/VZKSourceToolkit.h"
 
 namespace NmToolkit {
@@ -12,25 +13,11 @@ class CmHostRootToolkit final : public CmVZKSourceToolkit {
 public:
   explicit CmHostRootToolkit(const char* xml) : CmVZKSourceToolkit(xml) {}
 
-  void Connect(const CmPropertyNameSet& requested, CmPropertyNameSet& supported,
-               uint64_t argument) override;
-  void Connect(uint64_t argument) override;
-  void Disconnect() override;
-  void UpdateValues(const CmKeyValueList& values) override;
-  void UpdateValue(const std::string& key, const std::string& value) override;
+  VZK_SOURCE_TOOLKIT_OPERATIONS;
 
-  void StartLiveStream() override;
-  void StopLiveStream() override;
-  uint32_t GetLiveData(ImData** out, uint32_t timeout) override;
+  VZK_LIVE_SOURCE_TOOLKIT_OPERATIONS;
 
-  uint32_t MoveFirst() override;
-  uint32_t MoveLast() override;
-  uint32_t MoveNext() override;
-  uint32_t MovePrevious() override;
-  uint32_t MoveNextSequence() override;
-  uint32_t MovePreviousSequence() override;
-  uint32_t MoveTo(int64_t time, SmMoveMode mode) override;
-  uint32_t GetData(ImData** out) override;
+  VZK_PLAYBACK_SOURCE_TOOLKIT_OPERATIONS;
 };
 
 } // namespace NmToolkit

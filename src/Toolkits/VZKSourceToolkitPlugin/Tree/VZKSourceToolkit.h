@@ -8,6 +8,7 @@
 
 #include "Common/Thread/CriticalSection.h"
 #include "Common/Xerces/Xerces.h"
+#include "Toolkits/VZKSourceToolkitPlugin/Tree/SourceToolkitOperations.h"
 #include "Toolkits/VZKSourceToolkitPlugin/Tree/ToolkitProperties.h"
 #include "Toolkits/VZKSourceToolkitPlugin/Tree/UpstreamToolkit.h"
 #include "vzk/Toolkit.h"
@@ -28,27 +29,13 @@ public:
   CmVZKSourceToolkit& operator=(const CmVZKSourceToolkit&) = delete;
 
   // ImSourceToolkit
-  void Connect(const CmPropertyNameSet& requested, CmPropertyNameSet& supported,
-               uint64_t argument) override;
-  void Connect(uint64_t argument) override;
-  void Disconnect() override;
-  void UpdateValues(const CmKeyValueList& values) override;
-  void UpdateValue(const std::string& key, const std::string& value) override;
+  VZK_SOURCE_TOOLKIT_OPERATIONS;
 
   // ImLiveSourceToolkit
-  void StartLiveStream() override;
-  void StopLiveStream() override;
-  uint32_t GetLiveData(ImData** out, uint32_t timeout) override;
+  VZK_LIVE_SOURCE_TOOLKIT_OPERATIONS;
 
   // ImPlaybackSourceToolkit
-  uint32_t MoveFirst() override;
-  uint32_t MoveLast() override;
-  uint32_t MoveNext() override;
-  uint32_t MovePrevious() override;
-  uint32_t MoveNextSequence() override;
-  uint32_t MovePreviousSequence() override;
-  uint32_t MoveTo(int64_t time, SmMoveMode mode) override;
-  uint32_t GetData(ImData** out) override;
+  VZK_PLAYBACK_SOURCE_TOOLKIT_OPERATIONS;
 
   // A derived toolkit reads its keys here; called at Connect and whenever a
   // value arrives under one of its update keys.
