@@ -35,14 +35,6 @@ private:
   int& m_Deleted;
 };
 
-size_t Count(const std::string& text, const std::string& word) {
-  size_t count = 0;
-  for (size_t at = text.find(word); at != std::string::npos; at = text.find(word, at + 1)) {
-    ++count;
-  }
-  return count;
-}
-
 // However often a plug-in's toolkit changes hands (moves, a cache around it),
 // it goes back through the factory that made it once, when its last owner
 // goes, and the factory is left with nothing of it to delete again.
