@@ -89,7 +89,8 @@ TEST(HostTest, PullsEveryItemInPlaybackAndLive) {
             dynamic_cast<const ImStringProperty*>(raw->GetProperty("Sequence_Number"))) {
       pulled += number->GetValue() + ":";
     }
-    pulled += std::to_string(raw->GetBeginTime()) + "=" + Payload(raw) + ",";
+    pulled += std::to_string(raw->GetBeginTime()) + "=";
+    pulled += Payload(raw) + ",";
   }
   EXPECT_EQ(pulled, "41:100=first,42:140=second,180=third,");
 

@@ -71,17 +71,25 @@ TEST_F(CacheTest, SteppingInsideTheListMakesNoUpstreamCall) {
   EXPECT_EQ(Fetch(), "a");
   EXPECT_EQ(journal->Text(), "") << "all of these lie in the list";
 
+  // Leaving the list goes upstream by time.
+  ASSERT_EQ(cache->MovePrevious(), StatusNoItem);
+  EXPECT_EQ(journal->Text(), "MoveTo(1000,1);");
+
   // The upstream stands at c; a sequence step must start from a, the item seen.
+  Build();
+  cache->MoveFirst();
+  Fetch();
+  cache->MoveNext();
+  cache->MoveNext();
+  cache->MovePrevious();
+  cache->MovePrevious();
+  EXPECT_EQ(Fetch(), "a");
+  journal->Clear();
   ASSERT_EQ(cache->MoveNextSequence(), StatusSuccess);
   EXPECT_EQ(Fetch(), "c");
   EXPECT_EQ(journal->Text(), "MoveTo(1000,2);MoveNextSequence;GetData;");
   ASSERT_EQ(cache->MovePreviousSequence(), StatusSuccess);
   EXPECT_EQ(Fetch(), "a");
-
-  // Leaving the list goes upstream by time.
-  journal->Clear();
-  ASSERT_EQ(cache->MovePrevious(), StatusNoItem);
-  EXPECT_EQ(journal->Text(), "MoveTo(1000,1);");
 }
 
 TEST_F(CacheTest, ListKeepsAtMostFiveItems) {

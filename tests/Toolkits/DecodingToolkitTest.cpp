@@ -131,18 +131,17 @@ SmFetched FetchLive(ImLiveSourceToolkit& toolkit, uint32_t timeout = 1000) {
 }
 
 // The picture a move selects among pictures 0 .. PictureCount - 1; a tie for
-// the closest goes to the later picture, or with `earlierTie` to the earlier.
-std::optional<int> Expected(int64_t t, SmMoveMode mode, bool earlierTie = false) {
+// the closest goes to the later one.
+std::optional<int> Expected(int64_t t, SmMoveMode mode) {
   std::optional<int> out;
   for (int i = 0; i < PictureCount; ++i) {
     const int64_t f = TimeOf(i);
-    const int64_t distance = out ? std::llabs(TimeOf(*out) - t) : 0;
-    const bool take = mode == MoveAfter        ? f > t && !out
-                      : mode == MoveAtOrAfter  ? f >= t && !out
-                      : mode == MoveBefore     ? f < t
-                      : mode == MoveAtOrBefore ? f <= t
-                                               : !out || std::llabs(f - t) < distance ||
-                                                     (!earlierTie && std::llabs(f - t) == distance);
+    const bool take = mode == MoveAfter       ? f > t && !out
+                      : mode == MoveAtOrAfter ? f >= t && !out
+                      : mode == MoveBefore    ? f < t
+                      : mode == MoveAtOrBefore
+                          ? f <= t
+                          : !out || std::llabs(f - t) <= std::llabs(TimeOf(*out) - t);
     if (take) {
       out = i;
     }
@@ -333,6 +332,51 @@ TEST(VideoDecoderToolkit, PrivacyMaskIsBurntIn) {
   }
 }
 
+// Each item decoded alone; moves go to the items upstream.
+TEST(KeyFramesOnlyVideoDecoderToolkit, DecodesEachItemAloneWhereverTheMovesGo) {
+  for (const Form form : {Form::RawJPEG, Form::Block, Form::Packet, Form::MultiPacket}) {
+    SCOPED_TRACE(static_cast<int>(form));
+    CmVZKSourceToolkit root(Decoder(Pictures(form), "", "key_frames_only_video_decoder").c_str());
+    ASSERT_TRUE(root.IsConfigured());
+    CmPropertyNameSet supported;
+    root.Connect({"Sequence_Number", "Prev_Begin_Time", "Next_End_Time"}, supported, 0);
+    ASSERT_EQ(root.MoveFirst(), StatusSuccess);
+    SmFetched picture = Fetch(root);
+    ASSERT_EQ(picture.status, StatusSuccess);
+    EXPECT_NEAR(picture.luma, LevelOf(0), 3);
+    EXPECT_EQ(TimeProperty(*picture.item, "Prev_Begin_Time"), -1);
+    EXPECT_EQ(TimeProperty(*picture.item, "Next_End_Time"), TimeOf(1));
+    EXPECT_EQ(StringProperty(*picture.item, "Sequence_Number"), "100");
+    for (int i = 1; i < PictureCount; ++i) {
+      ASSERT_EQ(root.MoveNext(), StatusSuccess);
+      picture = Fetch(root);
+      EXPECT_NEAR(picture.luma, LevelOf(i), 3) << i;
+      EXPECT_EQ(TimeProperty(*picture.item, "Prev_Begin_Time"), TimeOf(i - 1));
+      EXPECT_EQ(TimeProperty(*picture.item, "Next_End_Time"),
+                i + 1 < PictureCount ? TimeOf(i + 1) : -1);
+    }
+    EXPECT_EQ(root.MoveNext(), StatusNoItem);
+
+    // The item times of raw JPEG are the source's; the others carry their own.
+    for (const SmMoveMode mode :
+         {MoveClosest, MoveBefore, MoveAtOrBefore, MoveAfter, MoveAtOrAfter}) {
+      for (const int64_t t : {T0 - 5, TimeOf(2), TimeOf(2) + 15, TimeOf(2) + 25, TimeOf(5) + 5}) {
+        SCOPED_TRACE(testing::Message() << "mode " << mode << " at T0+" << t - T0);
+        const std::optional<int> expected = Expected(t, mode);
+        ASSERT_EQ(root.MoveTo(t, mode), expected ? StatusSuccess : StatusNoItem);
+        if (expected) {
+          EXPECT_NEAR(Fetch(root).luma, LevelOf(*expected), 3);
+        }
+      }
+    }
+    // Nothing begins before the earliest time, and everything at or after it.
+    const int64_t earliest = std::numeric_limits<int64_t>::min();
+    EXPECT_EQ(root.MoveTo(earliest, MoveBefore), StatusNoItem);
+    ASSERT_EQ(root.MoveTo(earliest, MoveAtOrAfter), StatusSuccess);
+    EXPECT_NEAR(Fetch(root).luma, LevelOf(0), 3);
+  }
+}
+
 // Live, each item gives a picture, an empty one for what does not decode.
 TEST(KeyFramesOnlyVideoDecoderToolkit, LiveAndTheEarliestTime) {
   const CmBytes garbage = NmTestSupport::Pattern(100, 3);
@@ -478,101 +522,98 @@ TEST(VideoDecoderToolkit, PlaybackLandsOnEveryPictureAndPassesOverThoseThatDoNot
   // With damage, pictures 0, 3 and 5 are bad: the first, the first of the
   // second sequence and the last. Asking for the neighbours' times makes the
   // decoder keep them decoded beside the current picture, and step through them.
-  // The key-frames-only decoder decodes each item alone and moves among the
-  // items upstream; a tie for the closest goes to the earlier picture there.
-  for (const std::string element : {"video_decoder", "key_frames_only_video_decoder"})
-    for (const bool damaged : {false, true})
-      for (const bool neighbours : {false, true})
-        for (const Form form : {Form::RawJPEG, Form::Block, Form::Packet, Form::MultiPacket}) {
-          SCOPED_TRACE(testing::Message()
-                       << element << " form " << static_cast<int>(form) << " neighbours "
-                       << neighbours << " damaged " << damaged);
-          const bool keyFramesOnly = element != "video_decoder";
-          auto bad = [&](int i) { return damaged && (i == 0 || i == 3 || i == 5); };
-          const CmBytes* replacements[] = {&huge, nullptr, nullptr, &headless, nullptr, &garbage};
-          std::string items;
+  for (const bool damaged : {false, true})
+    for (const bool neighbours : {false, true})
+      for (const Form form : {Form::RawJPEG, Form::Block, Form::Packet, Form::MultiPacket}) {
+        SCOPED_TRACE(testing::Message() << "form " << static_cast<int>(form) << " neighbours "
+                                        << neighbours << " damaged " << damaged);
+        auto bad = [&](int i) { return damaged && (i == 0 || i == 3 || i == 5); };
+        // Raw JPEG that is no JPEG at all is no picture, and is stepped over.
+        const CmBytes* replacements[] = {
+            &huge, nullptr, nullptr, &headless, nullptr, form == Form::RawJPEG ? &huge : &garbage};
+        std::string items;
+        for (int i = 0; i < PictureCount; ++i) {
+          items += JPEGItem(form, i, "", bad(i) ? replacements[i] : nullptr);
+        }
+        CmVZKSourceToolkit root(Decoder(items).c_str());
+        ASSERT_TRUE(root.IsConfigured());
+        CmPropertyNameSet supported;
+        root.Connect(neighbours ? CmPropertyNameSet{"Prev_Begin_Time", "Next_End_Time"}
+                                : CmPropertyNameSet{},
+                     supported, 0);
+        EXPECT_EQ(Fetch(root).status, StatusNoItem) << "nothing before the first move";
+        int at = -1;
+        auto expectAt = [&](int i) {
+          at = i;
+          SmFetched picture = Fetch(root);
+          if (bad(i)) {
+            EXPECT_EQ(picture.status, StatusNoItem) << "picture " << i;
+            EXPECT_EQ(picture.item, nullptr);
+            return;
+          }
+          EXPECT_EQ(picture.status, StatusSuccess) << "picture " << i;
+          EXPECT_EQ(picture.time, TimeOf(i));
+          EXPECT_NEAR(picture.luma, LevelOf(i), 3);
+          if (neighbours && picture.item) {
+            // A neighbour that does not decode is a neighbour all the same.
+            EXPECT_EQ(TimeProperty(*picture.item, "Prev_Begin_Time"), i > 0 ? TimeOf(i - 1) : -1);
+            EXPECT_EQ(TimeProperty(*picture.item, "Next_End_Time"),
+                      i + 1 < PictureCount ? TimeOf(i + 1) : -1);
+          }
+        };
+
+        ASSERT_EQ(root.MoveFirst(), StatusSuccess);
+        expectAt(0);
+        for (int i = 1; i < PictureCount; ++i) {
+          ASSERT_EQ(root.MoveNext(), StatusSuccess) << i;
+          expectAt(i);
+        }
+        EXPECT_EQ(root.MoveNext(), StatusNoItem);
+        expectAt(PictureCount - 1);
+        for (int i = PictureCount - 2; i >= 0; --i) {
+          ASSERT_EQ(root.MovePrevious(), StatusSuccess) << i;
+          expectAt(i);
+        }
+        EXPECT_EQ(root.MovePrevious(), StatusNoItem);
+        ASSERT_EQ(root.MoveNext(), StatusSuccess);
+        expectAt(1);
+
+        // Sequences start at pictures 0 and 3.
+        ASSERT_EQ(root.MoveFirst(), StatusSuccess);
+        ASSERT_EQ(root.MoveNextSequence(), StatusSuccess);
+        expectAt(3);
+        EXPECT_EQ(root.MoveNextSequence(), StatusNoItem) << "the last sequence has no next one";
+        ASSERT_EQ(root.MoveNext(), StatusSuccess);
+        expectAt(4);
+        ASSERT_EQ(root.MovePreviousSequence(), StatusSuccess);
+        expectAt(0);
+        ASSERT_EQ(root.MoveLast(), StatusSuccess);
+        expectAt(PictureCount - 1);
+        ASSERT_EQ(root.MovePreviousSequence(), StatusSuccess);
+        expectAt(0);
+        ASSERT_EQ(root.MoveNext(), StatusSuccess);
+        expectAt(1);
+
+        for (const SmMoveMode mode :
+             {MoveClosest, MoveBefore, MoveAtOrBefore, MoveAfter, MoveAtOrAfter}) {
+          std::vector<int64_t> probes{T0 - 1000, TimeOf(PictureCount - 1) + 1000};
           for (int i = 0; i < PictureCount; ++i) {
-            items += JPEGItem(form, i, "", bad(i) ? replacements[i] : nullptr);
+            probes.insert(probes.end(), {TimeOf(i) - 1, TimeOf(i), TimeOf(i) + 1, TimeOf(i) + 20,
+                                         TimeOf(i) + 21});
           }
-          CmVZKSourceToolkit root(Decoder(items, "", element).c_str());
-          ASSERT_TRUE(root.IsConfigured());
-          CmPropertyNameSet supported;
-          root.Connect(neighbours ? CmPropertyNameSet{"Prev_Begin_Time", "Next_End_Time"}
-                                  : CmPropertyNameSet{},
-                       supported, 0);
-          EXPECT_EQ(Fetch(root).status, StatusNoItem) << "nothing before the first move";
-          int at = -1;
-          auto expectAt = [&](int i) {
-            at = i;
-            SmFetched picture = Fetch(root);
-            if (bad(i)) {
-              EXPECT_EQ(picture.status, StatusNoItem) << "picture " << i;
-              EXPECT_EQ(picture.item, nullptr);
-              return;
-            }
-            EXPECT_EQ(picture.status, StatusSuccess) << "picture " << i;
-            EXPECT_EQ(picture.time, TimeOf(i));
-            EXPECT_NEAR(picture.luma, LevelOf(i), 3);
-            if (neighbours && picture.item) {
-              // A neighbour that does not decode is a neighbour all the same.
-              EXPECT_EQ(TimeProperty(*picture.item, "Prev_Begin_Time"), i > 0 ? TimeOf(i - 1) : -1);
-              EXPECT_EQ(TimeProperty(*picture.item, "Next_End_Time"),
-                        i + 1 < PictureCount ? TimeOf(i + 1) : -1);
-            }
-          };
-
-          ASSERT_EQ(root.MoveFirst(), StatusSuccess);
-          expectAt(0);
-          for (int i = 1; i < PictureCount; ++i) {
-            ASSERT_EQ(root.MoveNext(), StatusSuccess) << i;
-            expectAt(i);
-          }
-          EXPECT_EQ(root.MoveNext(), StatusNoItem);
-          expectAt(PictureCount - 1);
-          for (int i = PictureCount - 2; i >= 0; --i) {
-            ASSERT_EQ(root.MovePrevious(), StatusSuccess) << i;
-            expectAt(i);
-          }
-          EXPECT_EQ(root.MovePrevious(), StatusNoItem);
-          ASSERT_EQ(root.MoveNext(), StatusSuccess);
-          expectAt(1);
-
-          // Sequences start at pictures 0 and 3.
-          ASSERT_EQ(root.MoveFirst(), StatusSuccess);
-          ASSERT_EQ(root.MoveNextSequence(), StatusSuccess);
-          expectAt(3);
-          EXPECT_EQ(root.MoveNextSequence(), StatusNoItem) << "the last sequence has no next one";
-          ASSERT_EQ(root.MoveNext(), StatusSuccess);
-          expectAt(4);
-          ASSERT_EQ(root.MovePreviousSequence(), StatusSuccess);
-          expectAt(0);
-          ASSERT_EQ(root.MoveLast(), StatusSuccess);
-          expectAt(PictureCount - 1);
-          ASSERT_EQ(root.MovePreviousSequence(), StatusSuccess);
-          expectAt(0);
-          ASSERT_EQ(root.MoveNext(), StatusSuccess);
-          expectAt(1);
-
-          for (const SmMoveMode mode :
-               {MoveClosest, MoveBefore, MoveAtOrBefore, MoveAfter, MoveAtOrAfter}) {
-            std::vector<int64_t> probes{T0 - 1000, TimeOf(PictureCount - 1) + 1000};
-            for (int i = 0; i < PictureCount; ++i) {
-              probes.insert(probes.end(), {TimeOf(i) - 1, TimeOf(i), TimeOf(i) + 1, TimeOf(i) + 20,
-                                           TimeOf(i) + 21});
-            }
-            for (const int64_t t : probes) {
-              SCOPED_TRACE(testing::Message() << "mode " << mode << " at T0+" << t - T0);
-              const std::optional<int> expected = Expected(t, mode, keyFramesOnly);
-              ASSERT_EQ(root.MoveTo(t, mode), expected ? StatusSuccess : StatusNoItem);
-              expectAt(expected ? *expected : at);
-              // Stepping on from there goes to the neighbour, bad or not.
-              if (expected && *expected + 1 < PictureCount) {
-                ASSERT_EQ(root.MoveNext(), StatusSuccess);
-                expectAt(*expected + 1);
-                ASSERT_EQ(root.MovePrevious(), StatusSuccess);
-                expectAt(*expected);
-              }
+          for (const int64_t t : probes) {
+            SCOPED_TRACE(testing::Message() << "mode " << mode << " at T0+" << t - T0);
+            const std::optional<int> expected = Expected(t, mode);
+            ASSERT_EQ(root.MoveTo(t, mode), expected ? StatusSuccess : StatusNoItem);
+            expectAt(expected ? *expected : at);
+            // Stepping on from there goes to the neighbour, bad or not.
+            if (expected && *expected + 1 < PictureCount) {
+              ASSERT_EQ(root.MoveNext(), StatusSuccess);
+              expectAt(*expected + 1);
+              ASSERT_EQ(root.MovePrevious(), StatusSuccess);
+              expectAt(*expected);
             }
           }
         }
+      }
 }
