@@ -94,8 +94,9 @@ TEST(StandAloneAPM, AnUnreadableMaskRefusesPicturesUntilAGoodOneArrives) {
     }
     EXPECT_FALSE(image.IsValid()) << "nothing of the picture is left to leak";
     // The owner's own use of the slot behaves the same.
-    CmImage target;
+    CmImage target = Picture(RGB24, NotApplicable, 4);
     EXPECT_THROW(slot->Execute(Picture(RGB24, NotApplicable, 4), target), NmError::CmError);
+    EXPECT_FALSE(target.IsValid());
   }
   apm.SetMask("1x1;1");
   ASSERT_NE(dynamic_cast<CmColorMaskingOverlay*>(slot.get()), nullptr);
