@@ -303,20 +303,4 @@ TEST(ImageTransformToolkit, BrokenPicturesBecomeEmptyPicturesWithTheirProperties
   }
 }
 
-TEST(ImageTransformToolkit, ChainsRunLiveAsInPlayback) {
-  CmTransformChain chain("image_resize width='32' height='16'",
-                         {{5, 64, 32, 1000, 1}, {5, 64, 32, 1040, 2}});
-  chain.Root().StartLiveStream();
-  for (int64_t time : {1000, 1040}) {
-    ImData* raw = nullptr;
-    ASSERT_EQ(chain.Root().GetLiveData(&raw, 100), StatusSuccess);
-    std::unique_ptr<ImData> item(raw);
-    EXPECT_EQ(Size(item), "32x16");
-    EXPECT_EQ(item->GetBeginTime(), time);
-  }
-  ImData* raw = nullptr;
-  EXPECT_EQ(chain.Root().GetLiveData(&raw, 0), StatusNoItem);
-  EXPECT_EQ(raw, nullptr);
-}
-
 } // namespace
