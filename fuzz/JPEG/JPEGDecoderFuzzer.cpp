@@ -11,8 +11,8 @@
 #include "Common/Error/Error.h"
 #include "MediaProcessing/JPEG/JPEGDecoder.h"
 #include "MediaProcessing/JPEG/MemBuffInput.h"
-#include "MediaProcessing/JPEG/VideoAnalyzerJPEG.h"
-#include "MediaProcessing/JPEG/VideoDecoderJPEG.h"
+#include "MediaProcessing/Video/JPEG/VideoAnalyzerJPEG.h"
+#include "MediaProcessing/Video/JPEG/VideoDecoderJPEG.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "Common/Error/Error.h"
-#include "Toolkits/VZKSourceToolkitPlugin/VZKSourceToolkit.h"
+#include "Toolkits/VZKSourceToolkitPlugin/Tree/VZKSourceToolkit.h"
 #include "vzk/ToolkitError.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {

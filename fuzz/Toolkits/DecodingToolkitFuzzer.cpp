@@ -9,7 +9,7 @@
 #include <cstdio>
 #include <string>
 
-#include "Toolkits/VZKSourceToolkitPlugin/VZKSourceToolkit.h"
+#include "Toolkits/VZKSourceToolkitPlugin/Tree/VZKSourceToolkit.h"
 #include "vzk/ToolkitError.h"
 
 namespace {

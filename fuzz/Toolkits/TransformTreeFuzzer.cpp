@@ -13,9 +13,8 @@
 #include <string>
 #include <vector>
 
-#include "Toolkits/VZKSourceToolkitPlugin/VZKSourceToolkit.h"
+#include "Toolkits/VZKSourceToolkitPlugin/Tree/VZKSourceToolkit.h"
 #include "vzk/ToolkitError.h"
-
 
 namespace {
 

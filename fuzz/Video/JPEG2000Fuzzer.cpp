@@ -11,9 +11,9 @@
 
 #include "Common/Error/Error.h"
 #include "MediaProcessing/Video/GenericVideoDecoder.h"
+#include "MediaProcessing/Video/JPEG2000/VideoAnalyzerJPEG2000.h"
+#include "MediaProcessing/Video/JPEG2000/VideoDecoderJPEG2000.h"
 #include "MediaProcessing/Video/StreamAnalyzer.h"
-#include "MediaProcessing/Video/VideoAnalyzerJPEG2000.h"
-#include "MediaProcessing/Video/VideoDecoderJPEG2000.h"
 
 using namespace NmMediaProcessing;
 

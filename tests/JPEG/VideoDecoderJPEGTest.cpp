@@ -7,8 +7,8 @@
 
 #include "JPEG/JPEGTestSupport.h"
 #include "MediaProcessing/GenericByteData/RawJPEGToBlockConverter.h"
-#include "MediaProcessing/JPEG/VideoAnalyzerJPEG.h"
-#include "MediaProcessing/JPEG/VideoDecoderJPEG.h"
+#include "MediaProcessing/Video/JPEG/VideoAnalyzerJPEG.h"
+#include "MediaProcessing/Video/JPEG/VideoDecoderJPEG.h"
 #include "MediaProcessing/Video/VideoFactory.h"
 
 using namespace NmJPEGTest;

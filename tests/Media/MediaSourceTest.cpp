@@ -16,7 +16,7 @@
 #include "MediaProcessing/GenericByteData/GenericAudioStreamDataPacket.h"
 #include "MediaProcessing/GenericByteData/GenericVideoStreamDataPacket.h"
 #include "Toolkits/ToolkitTestSupport.h"
-#include "Toolkits/VZKSourceToolkitPlugin/ToolkitFactory.h"
+#include "Toolkits/VZKSourceToolkitPlugin/Tree/ToolkitFactory.h"
 #include "support/ExternalTools.h"
 #include "support/SourceSession.h"
 #include "vzk/ToolkitError.h"

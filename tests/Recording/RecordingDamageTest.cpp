@@ -13,9 +13,9 @@
 #include <string>
 
 #include "RecordingIndex.h"
-#include "Toolkits/VZKSourceToolkitPlugin/ImageData.h"
-#include "Toolkits/VZKSourceToolkitPlugin/ToolkitFactory.h"
-#include "Toolkits/VZKSourceToolkitPlugin/VZKSourceToolkit.h"
+#include "Toolkits/VZKSourceToolkitPlugin/Items/ImageData.h"
+#include "Toolkits/VZKSourceToolkitPlugin/Tree/ToolkitFactory.h"
+#include "Toolkits/VZKSourceToolkitPlugin/Tree/VZKSourceToolkit.h"
 #include "support/FlatJPEG.h"
 #include "support/GenericByteDataBuilder.h"
 #include "support/SourceSession.h"

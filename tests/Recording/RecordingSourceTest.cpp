@@ -7,7 +7,7 @@
 #include <string>
 
 #include "RecordingIndex.h"
-#include "Toolkits/VZKSourceToolkitPlugin/ToolkitFactory.h"
+#include "Toolkits/VZKSourceToolkitPlugin/Tree/ToolkitFactory.h"
 #include "support/GenericByteDataBuilder.h"
 #include "support/SourceSession.h"
 #include "vzk/ToolkitError.h"

@@ -6,22 +6,14 @@
 #include <string>
 
 #include "Toolkits/ToolkitTestSupport.h"
-#include "Toolkits/VZKSourceToolkitPlugin/Cache.h"
-#include "Toolkits/VZKSourceToolkitPlugin/SharedData.h"
-#include "Toolkits/VZKSourceToolkitPlugin/ToolkitFactory.h"
+#include "Toolkits/VZKSourceToolkitPlugin/Items/SharedData.h"
+#include "Toolkits/VZKSourceToolkitPlugin/Stream/Cache.h"
+#include "Toolkits/VZKSourceToolkitPlugin/Tree/ToolkitFactory.h"
 
 using namespace NmToolkit;
 using namespace NmToolkitTest;
 
 namespace {
-
-size_t Count(const std::string& text, const std::string& word) {
-  size_t count = 0;
-  for (size_t at = text.find(word); at != std::string::npos; at = text.find(word, at + 1)) {
-    ++count;
-  }
-  return count;
-}
 
 // A cache over the scripted source, with the source's journal to count the
 // calls that reach it.
@@ -82,6 +74,22 @@ TEST_F(CacheTest, SteppingInsideTheListMakesNoUpstreamCall) {
   // Leaving the list goes upstream by time.
   ASSERT_EQ(cache->MovePrevious(), StatusNoItem);
   EXPECT_EQ(journal->Text(), "MoveTo(1000,1);");
+
+  // The upstream stands at c; a sequence step must start from a, the item seen.
+  Build();
+  cache->MoveFirst();
+  Fetch();
+  cache->MoveNext();
+  cache->MoveNext();
+  cache->MovePrevious();
+  cache->MovePrevious();
+  EXPECT_EQ(Fetch(), "a");
+  journal->Clear();
+  ASSERT_EQ(cache->MoveNextSequence(), StatusSuccess);
+  EXPECT_EQ(Fetch(), "c");
+  EXPECT_EQ(journal->Text(), "MoveTo(1000,2);MoveNextSequence;GetData;");
+  ASSERT_EQ(cache->MovePreviousSequence(), StatusSuccess);
+  EXPECT_EQ(Fetch(), "a");
 }
 
 TEST_F(CacheTest, ListKeepsAtMostFiveItems) {
@@ -140,24 +148,6 @@ TEST_F(CacheTest, ListAnswersAcrossTheWholeTimeRange) {
   ASSERT_EQ(cache->MoveTo(std::numeric_limits<int64_t>::min(), MoveAfter), StatusSuccess);
   EXPECT_EQ(Fetch(), "b");
   EXPECT_EQ(journal->Text(), "") << "all of these lie in the list";
-}
-
-TEST_F(CacheTest, SequenceStepsStartFromTheItemSeen) {
-  Build();
-  cache->MoveFirst();
-  Fetch();
-  cache->MoveNext();
-  cache->MoveNext();
-  cache->MovePrevious();
-  cache->MovePrevious();
-  EXPECT_EQ(Fetch(), "a");
-  journal->Clear();
-  // The upstream stands at c; the step must start from a.
-  ASSERT_EQ(cache->MoveNextSequence(), StatusSuccess);
-  EXPECT_EQ(Fetch(), "c");
-  EXPECT_EQ(journal->Text(), "MoveTo(1000,2);MoveNextSequence;GetData;");
-  ASSERT_EQ(cache->MovePreviousSequence(), StatusSuccess);
-  EXPECT_EQ(Fetch(), "a");
 }
 
 TEST_F(CacheTest, WrappersShareOneItemAndKeepItsKind) {

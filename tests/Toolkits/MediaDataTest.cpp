@@ -2,8 +2,8 @@
 
 #include <memory>
 
-#include "Toolkits/VZKSourceToolkitPlugin/MediaData.h"
-#include "Toolkits/VZKSourceToolkitPlugin/SharedData.h"
+#include "Toolkits/VZKSourceToolkitPlugin/Items/MediaData.h"
+#include "Toolkits/VZKSourceToolkitPlugin/Items/SharedData.h"
 #include "support/GenericByteDataBuilder.h"
 
 using namespace NmToolkit;

@@ -6,7 +6,7 @@
 
 #include "Common/Error/Error.h"
 #include "MediaProcessing/Image/ColorMaskingOverlay.h"
-#include "Toolkits/VZKSourceToolkitPlugin/StandAloneAPM.h"
+#include "Toolkits/VZKSourceToolkitPlugin/Transform/StandAloneAPM.h"
 #include "support/ImageTestSupport.h"
 
 using namespace NmMediaProcessing;
@@ -47,9 +47,6 @@ TEST(StandAloneAPM, FollowsTheMaskTextAndRebuildsOnlyOnChange) {
 
   apm.SetMask("2x1;10");
   ASSERT_TRUE(apm.HasOverlay());
-  ASSERT_NE(apm.GetMaskDefinition(), nullptr);
-  EXPECT_TRUE(apm.GetMaskDefinition()->IsMaskedAtPosition(2, 1, 0, 0));
-  EXPECT_FALSE(apm.GetMaskDefinition()->IsMaskedAtPosition(2, 1, 1, 0));
   // A copy that shares the planes keeps its pixels: painting writes into a
   // picture of its own.
   const CmImage shared(image);
@@ -61,7 +58,6 @@ TEST(StandAloneAPM, FollowsTheMaskTextAndRebuildsOnlyOnChange) {
   apm.SetMask("2x1;10");
   EXPECT_EQ(apm.GetOverlay(), overlay) << "the same text keeps the overlay and its cached masks";
   apm.SetMask("2x1;01");
-  EXPECT_EQ(apm.GetMaskText(), "2x1;01");
   CmImage second = Picture(Gray, SubColorFormatPlainGray, 2);
   const CmImage secondOriginal = Picture(Gray, SubColorFormatPlainGray, 2);
   apm.Apply(second);
@@ -77,7 +73,6 @@ TEST(StandAloneAPM, FollowsTheMaskTextAndRebuildsOnlyOnChange) {
 
   apm.SetMask("");
   EXPECT_FALSE(apm.HasOverlay());
-  EXPECT_EQ(apm.GetMaskDefinition(), nullptr);
 }
 
 TEST(StandAloneAPM, AnUnreadableMaskRefusesPicturesUntilAGoodOneArrives) {
@@ -99,8 +94,9 @@ TEST(StandAloneAPM, AnUnreadableMaskRefusesPicturesUntilAGoodOneArrives) {
     }
     EXPECT_FALSE(image.IsValid()) << "nothing of the picture is left to leak";
     // The owner's own use of the slot behaves the same.
-    CmImage target;
+    CmImage target = Picture(RGB24, NotApplicable, 4);
     EXPECT_THROW(slot->Execute(Picture(RGB24, NotApplicable, 4), target), NmError::CmError);
+    EXPECT_FALSE(target.IsValid());
   }
   apm.SetMask("1x1;1");
   ASSERT_NE(dynamic_cast<CmColorMaskingOverlay*>(slot.get()), nullptr);

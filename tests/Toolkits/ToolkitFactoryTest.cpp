@@ -2,10 +2,12 @@
 
 #include <cstdlib>
 #include <string>
+#include <tuple>
+#include <vector>
 
 #include "Toolkits/ToolkitTestSupport.h"
-#include "Toolkits/VZKSourceToolkitPlugin/ToolkitErrors.h"
-#include "Toolkits/VZKSourceToolkitPlugin/ToolkitFactory.h"
+#include "Toolkits/VZKSourceToolkitPlugin/Tree/ToolkitErrors.h"
+#include "Toolkits/VZKSourceToolkitPlugin/Tree/ToolkitFactory.h"
 
 using namespace NmToolkit;
 using namespace NmToolkitTest;
@@ -37,23 +39,21 @@ TEST(ToolkitFactoryTest, NamesLibrariesFromTypeAndProvider) {
   EXPECT_EQ(CreateError<ImFileError>(factory, ScriptedToolkit(DefaultItems, "", "Source"), &code),
             "Could not open file !");
   EXPECT_EQ(code, 6u);
-  EXPECT_EQ(CreateError<ImFileError>(factory, ScriptedToolkit(DefaultItems, "", "source", "nosuch")),
-            "Could not open file ToolkitSourcePlugin_nosuch!");
-  EXPECT_EQ(CreateError<ImConfigurationError>(factory, "<toolkit><provider>x</provider></toolkit>",
-                                              &code),
-            "Toolkit type is not specified!");
-  EXPECT_EQ(code, 1u);
-  EXPECT_EQ(CreateError<ImConfigurationError>(factory, "<other type='source'/>"),
-            "Toolkit type is not specified!");
-  EXPECT_EQ(CreateError<ImConfigurationError>(factory, "<toolkit type='source'/>", &code),
-            "Toolkit provider is not specified!");
-  EXPECT_EQ(code, 2u);
-  EXPECT_EQ(CreateError<ImConfigurationError>(
-                factory, "<toolkit type='source'><provider><x/></provider></toolkit>"),
-            "Toolkit provider is not specified!");
-  EXPECT_EQ(CreateError<ImConfigurationError>(factory, "<toolkit type='source'><provider>", &code),
-            "Could not parse toolkit configuration xml!");
-  EXPECT_EQ(code, 0u);
+  EXPECT_EQ(
+      CreateError<ImFileError>(factory, ScriptedToolkit(DefaultItems, "", "source", "nosuch")),
+      "Could not open file ToolkitSourcePlugin_nosuch!");
+  for (const auto& [xml, text, expectedCode] :
+       std::vector<std::tuple<std::string, std::string, uint32_t>>{
+           {"<toolkit><provider>x</provider></toolkit>", "Toolkit type is not specified!", 1},
+           {"<other type='source'/>", "Toolkit type is not specified!", 1},
+           {"<toolkit type='source'/>", "Toolkit provider is not specified!", 2},
+           {"<toolkit type='source'><provider><x/></provider></toolkit>",
+            "Toolkit provider is not specified!", 2},
+           {"<toolkit type='source'><provider>", "Could not parse toolkit configuration xml!",
+            0}}) {
+    EXPECT_EQ(CreateError<ImConfigurationError>(factory, xml, &code), text) << xml;
+    EXPECT_EQ(code, expectedCode) << xml;
+  }
 
   // Broken libraries: all end in the same file error, naming the library.
   EXPECT_EQ(CreateError<ImFileError>(factory, ScriptedToolkit("", "", "source", "nodelete")),
@@ -74,8 +74,8 @@ TEST(ToolkitFactoryTest, LoadsEachLibraryOnceAndDeletesThroughIt) {
   {
     CmToolkitFactory factory;
     // Provider text is trimmed and lower-cased.
-    ImToolkit* first =
-        factory.CreateInstance(ScriptedToolkit(DefaultItems, "", "source", " \n Scripted\t").c_str());
+    ImToolkit* first = factory.CreateInstance(
+        ScriptedToolkit(DefaultItems, "", "source", " \n Scripted\t").c_str());
     ImToolkit* second = factory.CreateInstance(ScriptedToolkit().c_str());
     ImToolkit* exported =
         factory.CreateInstance(ScriptedToolkit(DefaultItems, "", "export").c_str());

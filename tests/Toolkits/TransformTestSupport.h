@@ -1,6 +1,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <turbojpeg.h>
 
 #include <memory>
 #include <stdexcept>
@@ -9,7 +10,7 @@
 
 #include "PicturePattern.h"
 #include "Toolkits/ToolkitTestSupport.h"
-#include "Toolkits/VZKSourceToolkitPlugin/VZKSourceToolkit.h"
+#include "Toolkits/VZKSourceToolkitPlugin/Tree/VZKSourceToolkit.h"
 #include "vzk/vzk.h"
 
 // Chains of transform toolkits over the picture and scripted test sources.
@@ -66,7 +67,9 @@ inline std::string PicturesToolkit(const std::vector<SmPicture>& pictures) {
 }
 
 // The scripted source's default items: the first is "a" at 1000.
-inline SmUpstream ScriptedItems() { return {ScriptedToolkit()}; }
+inline SmUpstream ScriptedItems() {
+  return {ScriptedToolkit()};
+}
 
 // A root over one transform element (name and keys, as "image_crop width='2'")
 // over a source, connected.
@@ -120,15 +123,48 @@ inline uint8_t Byte(const NmToolkit::ImImage& image, uint32_t plane, uint32_t x,
   return image.GetPlanePointer(plane)[size_t{y} * image.GetPlaneStride(plane) + x];
 }
 
-inline std::string StringProperty(const NmToolkit::ImData& item, const std::string& name) {
-  const auto* property = dynamic_cast<const NmToolkit::ImStringProperty*>(item.GetProperty(name));
-  return property ? property->GetValue() : "absent";
+// A JPEG decoded by libjpeg-turbo, as grey or RGB; empty when it does not decode.
+struct SmDecoded {
+  int width = 0;
+  int height = 0;
+  std::vector<uint8_t> pixels;
+};
+
+inline SmDecoded Decode(const uint8_t* jpeg, size_t size, bool gray) {
+  SmDecoded decoded;
+  tjhandle handle = tjInitDecompress();
+  int subsampling = 0;
+  int colourspace = 0;
+  if (tjDecompressHeader3(handle, jpeg, static_cast<unsigned long>(size), &decoded.width,
+                          &decoded.height, &subsampling, &colourspace) == 0) {
+    const int format = gray ? TJPF_GRAY : TJPF_RGB;
+    decoded.pixels.resize(size_t(decoded.width) * decoded.height * tjPixelSize[format]);
+    if (tjDecompress2(handle, jpeg, static_cast<unsigned long>(size), decoded.pixels.data(),
+                      decoded.width, 0, decoded.height, format, TJFLAG_ACCURATEDCT) != 0) {
+      decoded = SmDecoded();
+    }
+  }
+  tjDestroy(handle);
+  return decoded;
 }
 
-inline std::string Payload(const std::unique_ptr<NmToolkit::ImData>& item) {
-  return item ? std::string(reinterpret_cast<const char*>(item->GetDataPointer()),
-                            item->GetDataSize())
-              : "null";
+// The first JPEG element of an encoder's item, which must hold `expectedCount`.
+inline const NmToolkit::ImMediaData* Element(const NmToolkit::ImData* item,
+                                             size_t expectedCount = 1) {
+  const auto* vector = dynamic_cast<const NmToolkit::ImMediaDataVector*>(item);
+  EXPECT_NE(vector, nullptr);
+  std::vector<NmToolkit::ImMediaData*> elements;
+  if (vector != nullptr) {
+    vector->GetElements(elements);
+  }
+  EXPECT_EQ(elements.size(), expectedCount);
+  return elements.empty() ? nullptr : elements[0];
+}
+
+inline SmDecoded DecodeElement(const NmToolkit::ImData* item, bool gray) {
+  const NmToolkit::ImMediaData* element = Element(item);
+  return element ? Decode(element->GetPayloadPointer(), element->GetPayloadSize(), gray)
+                 : SmDecoded();
 }
 
 // Bytes of plane 0 that differ from the source picture's pattern.

@@ -6,27 +6,15 @@
 
 #include "Common/Xerces/Xerces.h"
 #include "Toolkits/ToolkitTestSupport.h"
-#include "Toolkits/VZKSourceToolkitPlugin/ImageData.h"
-#include "Toolkits/VZKSourceToolkitPlugin/SetProperty.h"
-#include "Toolkits/VZKSourceToolkitPlugin/ToolkitErrors.h"
-#include "Toolkits/VZKSourceToolkitPlugin/VZKSourceToolkit.h"
+#include "Toolkits/VZKSourceToolkitPlugin/Items/ImageData.h"
+#include "Toolkits/VZKSourceToolkitPlugin/Transform/SetProperty.h"
+#include "Toolkits/VZKSourceToolkitPlugin/Tree/ToolkitErrors.h"
+#include "Toolkits/VZKSourceToolkitPlugin/Tree/VZKSourceToolkit.h"
 
 using namespace NmToolkit;
 using namespace NmToolkitTest;
 
 namespace {
-
-std::string Payload(ImData* raw) {
-  std::unique_ptr<ImData> item(raw);
-  return item ? std::string(reinterpret_cast<const char*>(item->GetDataPointer()),
-                            item->GetDataSize())
-              : "null";
-}
-
-std::string StringProperty(const ImData& item, const std::string& name) {
-  const auto* property = dynamic_cast<const ImStringProperty*>(item.GetProperty(name));
-  return property ? property->GetValue() : "absent";
-}
 
 TEST(SyntheticLiveTest, ReplaysInOrderAndStartsOverAtTheEnd) {
   ScriptedJournal journal(BinaryDirectory());
@@ -42,7 +30,7 @@ TEST(SyntheticLiveTest, ReplaysInOrderAndStartsOverAtTheEnd) {
   ASSERT_EQ(root.MoveLast(), StatusSuccess);
   ImData* raw = nullptr;
   ASSERT_EQ(root.GetData(&raw), StatusSuccess);
-  EXPECT_EQ(Payload(raw), "c");
+  EXPECT_EQ(Payload(std::unique_ptr<ImData>(raw)), "c");
 
   root.StartLiveStream();
   journal.Clear();
@@ -55,7 +43,7 @@ TEST(SyntheticLiveTest, ReplaysInOrderAndStartsOverAtTheEnd) {
   std::string delivered;
   for (int i = 0; i < 5; ++i) {
     ASSERT_EQ(root.GetLiveData(&raw, 5000), StatusSuccess);
-    delivered += Payload(raw);
+    delivered += Payload(std::unique_ptr<ImData>(raw));
   }
   EXPECT_EQ(delivered, "abcab") << "after the last item the replay starts over";
   EXPECT_EQ(journal.Text(), "GetData;MoveNext;GetData;MoveNext;GetData;MoveNext;"

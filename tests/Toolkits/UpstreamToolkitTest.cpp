@@ -5,9 +5,9 @@
 #include <utility>
 
 #include "Toolkits/ToolkitTestSupport.h"
-#include "Toolkits/VZKSourceToolkitPlugin/Cache.h"
-#include "Toolkits/VZKSourceToolkitPlugin/ToolkitFactory.h"
-#include "Toolkits/VZKSourceToolkitPlugin/UpstreamToolkit.h"
+#include "Toolkits/VZKSourceToolkitPlugin/Stream/Cache.h"
+#include "Toolkits/VZKSourceToolkitPlugin/Tree/ToolkitFactory.h"
+#include "Toolkits/VZKSourceToolkitPlugin/Tree/UpstreamToolkit.h"
 
 using namespace NmToolkit;
 using namespace NmToolkitTest;
@@ -34,14 +34,6 @@ public:
 private:
   int& m_Deleted;
 };
-
-size_t Count(const std::string& text, const std::string& word) {
-  size_t count = 0;
-  for (size_t at = text.find(word); at != std::string::npos; at = text.find(word, at + 1)) {
-    ++count;
-  }
-  return count;
-}
 
 // However often a plug-in's toolkit changes hands (moves, a cache around it),
 // it goes back through the factory that made it once, when its last owner

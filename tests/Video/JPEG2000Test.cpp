@@ -3,10 +3,10 @@
 #include <random>
 
 #include "MediaProcessing/Video/GenericVideoDecoder.h"
-#include "MediaProcessing/Video/OpenJPEG2000.h"
+#include "MediaProcessing/Video/JPEG2000/OpenJPEG2000.h"
+#include "MediaProcessing/Video/JPEG2000/VideoAnalyzerJPEG2000.h"
+#include "MediaProcessing/Video/JPEG2000/VideoDecoderJPEG2000.h"
 #include "MediaProcessing/Video/StreamAnalyzer.h"
-#include "MediaProcessing/Video/VideoAnalyzerJPEG2000.h"
-#include "MediaProcessing/Video/VideoDecoderJPEG2000.h"
 #include "support/ExternalTools.h"
 #include "support/GenericByteDataBuilder.h"
 #include "support/ImageTestSupport.h"

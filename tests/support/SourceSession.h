@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "Toolkits/VZKSourceToolkitPlugin/ToolkitFactory.h"
+#include "Toolkits/VZKSourceToolkitPlugin/Tree/ToolkitFactory.h"
 #include "vzk/ToolkitError.h"
 
 namespace NmTestSupport {

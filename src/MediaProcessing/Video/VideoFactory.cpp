@@ -1,12 +1,12 @@
 #include "MediaProcessing/Video/VideoFactory.h"
 
 #include "Common/Error/Error.h"
-#include "MediaProcessing/Video/VideoFactoryH263.h"
-#include "MediaProcessing/Video/VideoFactoryH264.h"
-#include "MediaProcessing/Video/VideoFactoryJPEG.h"
-#include "MediaProcessing/Video/VideoFactoryJPEG2000.h"
-#include "MediaProcessing/Video/VideoFactoryMPEG4.h"
-#include "MediaProcessing/Video/VideoFactoryMxPEG.h"
+#include "MediaProcessing/Video/H263/VideoFactoryH263.h"
+#include "MediaProcessing/Video/H264/VideoFactoryH264.h"
+#include "MediaProcessing/Video/JPEG/VideoFactoryJPEG.h"
+#include "MediaProcessing/Video/JPEG2000/VideoFactoryJPEG2000.h"
+#include "MediaProcessing/Video/MPEG4/VideoFactoryMPEG4.h"
+#include "MediaProcessing/Video/MxPEG/VideoFactoryMxPEG.h"
 
 namespace NmMediaProcessing {
 
