@@ -171,6 +171,25 @@ def jpeg_decoder():
     }
 
 
+def h264_decoder():
+    # The first byte chooses the unit framing, skip mode, low delay and how
+    # the stream is cut; these seeds are Annex B, fed whole.
+    def stream(size, frames, params):
+        return ffmpeg(testsrc(size, frames) + ["-c:v", "libx264", "-pix_fmt", "yuv420p",
+                                               "-x264-params", params, "-f", "h264"], ".h264")
+    whole = b"\x20"
+    return {
+        "intra": whole + stream("32x32", 2, "cabac=0:keyint=1:8x8dct=1"),
+        "p-frames": whole + stream("48x32", 4, "cabac=0:bframes=0:ref=2:weightp=2"),
+        "b-frames": whole + stream("48x32", 6, "cabac=0:bframes=2:b-pyramid=normal:direct=temporal:weightb=1"),
+        "slices": whole + stream("64x48", 3, "cabac=0:slices=3:partitions=all"),
+        "pieces": b"\x40" + stream("32x32", 3, "cabac=0:bframes=1:direct=spatial"),
+        "gray": whole + ffmpeg(testsrc("32x32", 2) + ["-c:v", "libx264", "-pix_fmt", "gray",
+                                                     "-x264-params", "cabac=0", "-f", "h264"],
+                               ".h264"),
+    }
+
+
 def media_conversion():
     def pieces(mode, items):
         return bytes([mode]) + b"".join(struct.pack(">H", len(i)) + i for i in items)
@@ -364,6 +383,7 @@ def xml():
 
 TARGETS = {
     "GenericByteData/GenericByteDataFuzzer": generic_byte_data,
+    "H264/fuzz_h264_decoder": h264_decoder,
     "Image/fuzz_image_transformations": image_transformations,
     "JPEG/JPEGDecoderFuzzer": jpeg_decoder,
     "Media/fuzz_media_conversion": media_conversion,
