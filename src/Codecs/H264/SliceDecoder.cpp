@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "Codecs/H264/Cavlc.h"
+#include "Codecs/H264/SliceGroupMap.h"
 
 namespace NmH264 {
 
@@ -402,7 +403,8 @@ CmSliceDecoder::SmResult CmSliceDecoder::Decode(CmBitReader& reader, const SmSli
                                                 const SmSequenceParameterSet& sps,
                                                 const SmPictureParameterSet& pps,
                                                 uint32_t sliceNumber, CmPicture& picture,
-                                                const SmReferenceList* lists) {
+                                                const SmReferenceList* lists,
+                                                const std::vector<uint8_t>* sliceGroups) {
   // CABAC is not decoded yet, nor switching slices.
   if (pps.entropyCodingMode || header.sliceType == SliceSP || header.sliceType == SliceSI) {
     return Unsupported;
@@ -430,6 +432,13 @@ CmSliceDecoder::SmResult CmSliceDecoder::Decode(CmBitReader& reader, const SmSli
   DeriveScalingMatrices(sps, pps, matrices);
   m_LevelScale.Build(matrices);
   const uint32_t count = picture.GetWidthInMbs() * picture.GetHeightInMbs();
+  if (sliceGroups != nullptr && sliceGroups->size() != count) {
+    return Damaged;
+  }
+  // Macroblocks follow each other within the slice's slice group.
+  const auto next = [sliceGroups](uint32_t address) {
+    return sliceGroups != nullptr ? NextMacroblockAddress(*sliceGroups, address) : address + 1;
+  };
   uint32_t address = header.firstMbInSlice;
   for (;;) {
     if (p || b) {
@@ -438,11 +447,15 @@ CmSliceDecoder::SmResult CmSliceDecoder::Decode(CmBitReader& reader, const SmSli
         return Damaged;
       }
       for (uint32_t i = 0; i < skipRun; ++i) {
-        if (p) {
-          DecodeSkippedMacroblock(address++);
-        } else if (!DecodeBSkippedMacroblock(address++)) {
+        if (address >= count) {
           return Damaged;
         }
+        if (p) {
+          DecodeSkippedMacroblock(address);
+        } else if (!DecodeBSkippedMacroblock(address)) {
+          return Damaged;
+        }
+        address = next(address);
       }
       if (skipRun > 0 && !reader.HasMoreData()) {
         return Decoded;
@@ -467,7 +480,7 @@ CmSliceDecoder::SmResult CmSliceDecoder::Decode(CmBitReader& reader, const SmSli
     if (!reader.HasMoreData()) {
       return Decoded;
     }
-    ++address;
+    address = next(address);
   }
 }
 

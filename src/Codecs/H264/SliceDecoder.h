@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <vector>
 
 #include "Codecs/H264/BitReader.h"
 #include "Codecs/H264/ParameterSets.h"
@@ -19,9 +20,12 @@ public:
   // reader stands at the slice data; sliceNumber is unique within the
   // picture and above 0. lists holds the slice's two reference picture
   // lists, each as long as its number of active references.
+  // sliceGroups gives each macroblock's slice group where the picture has
+  // several; null for one.
   SmResult Decode(CmBitReader& reader, const SmSliceHeader& header,
                   const SmSequenceParameterSet& sps, const SmPictureParameterSet& pps,
-                  uint32_t sliceNumber, CmPicture& picture, const SmReferenceList* lists = nullptr);
+                  uint32_t sliceNumber, CmPicture& picture, const SmReferenceList* lists = nullptr,
+                  const std::vector<uint8_t>* sliceGroups = nullptr);
 
 private:
   struct SmNeighbours {

@@ -5,6 +5,7 @@
 
 #include "Codecs/H264/NalUnits.h"
 #include "Codecs/H264/ReferenceLists.h"
+#include "Codecs/H264/SliceGroupMap.h"
 
 namespace MCL {
 
@@ -314,8 +315,13 @@ void TaskSupplier::CompletePicture() {
     // Slice numbers index the loop filter's parameters; the slice decoder
     // tells the macroblocks of its own slice by them.
     filters.push_back(filter);
+    std::vector<uint8_t> sliceGroups;
+    if (pps->numSliceGroups > 1) {
+      BuildSliceGroupMap(sps, *pps, slice.header.sliceGroupChangeCycle, sliceGroups);
+    }
     m_SliceDecoder.Decode(reader, slice.header, sps, *pps,
-                          static_cast<uint32_t>(filters.size() - 1), picture, lists);
+                          static_cast<uint32_t>(filters.size() - 1), picture, lists,
+                          pps->numSliceGroups > 1 ? &sliceGroups : nullptr);
   }
   DeblockPicture(picture, filters);
   if (first.IsReference()) {
