@@ -648,59 +648,98 @@ void CmSliceDecoder::PredictInter(uint32_t address) {
   const uint32_t width = m_Picture->GetWidthInMbs();
   const int mbx = static_cast<int>(address % width) * 16;
   const int mby = static_cast<int>(address / width) * 16;
+  // Blocks of 4x4 with the same motion are predicted as one: the whole
+  // macroblock, each 8x8 block, or each 4x4 block.
+  const auto same = [&mb](int a, int b) {
+    const int a8 = (a % 4) / 2 + 2 * ((a / 4) / 2), b8 = (b % 4) / 2 + 2 * ((b / 4) / 2);
+    for (int list = 0; list < 2; ++list) {
+      if (mb.refIdx[list][a8] != mb.refIdx[list][b8] ||
+          (mb.refIdx[list][a8] >= 0 &&
+           (mb.mv[list][a][0] != mb.mv[list][b][0] || mb.mv[list][a][1] != mb.mv[list][b][1]))) {
+        return false;
+      }
+    }
+    return true;
+  };
+  bool whole = true;
+  for (int k = 1; k < 16 && whole; ++k) {
+    whole = same(0, k);
+  }
+  if (whole) {
+    PredictBlock(address, mbx, mby, 0, 0, 16, 16);
+    return;
+  }
+  for (int b8 = 0; b8 < 4; ++b8) {
+    const int x = 2 * (b8 % 2), y = 2 * (b8 / 2);
+    const int first = x + 4 * y;
+    if (same(first, first + 1) && same(first, first + 4) && same(first, first + 5)) {
+      PredictBlock(address, mbx, mby, x, y, 8, 8);
+      continue;
+    }
+    for (int j = y; j < y + 2; ++j) {
+      for (int i = x; i < x + 2; ++i) {
+        PredictBlock(address, mbx, mby, i, j, 4, 4);
+      }
+    }
+  }
+}
+
+void CmSliceDecoder::PredictBlock(uint32_t address, int mbx, int mby, int bx, int by, int width,
+                                  int height) {
+  const SmMacroblockInfo& mb = m_Picture->GetMacroblocks()[address];
+  const int b8 = bx / 2 + 2 * (by / 2);
+  const int refs[2] = {mb.refIdx[0][b8], mb.refIdx[1][b8]};
   const int planes = m_Sps->GetChromaArrayType() == 1 ? 3 : 1;
-  // Each 4x4 block on its own gives the same samples as its partition: the
-  // filters read only the reference.
-  for (int j = 0; j < 4; ++j) {
-    for (int i = 0; i < 4; ++i) {
-      const int b8 = (i / 2) + 2 * (j / 2);
-      const int refs[2] = {mb.refIdx[0][b8], mb.refIdx[1][b8]};
-      for (int c = 0; c < planes; ++c) {
-        const int size = c == 0 ? 4 : 2;
-        const int px = c == 0 ? mbx + 4 * i : mbx / 2 + 2 * i;
-        const int py = c == 0 ? mby + 4 * j : mby / 2 + 2 * j;
-        uint8_t predictions[2][16];
-        for (int list = 0; list < 2; ++list) {
-          if (refs[list] < 0) {
-            continue;
-          }
-          const CmPicture& reference = *m_Lists[list].pictures[static_cast<size_t>(refs[list])];
-          const int16_t* mv = mb.mv[list][i + 4 * j];
-          if (c == 0) {
-            PredictLuma(reference, px, py, mv[0], mv[1], 4, 4, predictions[list], 4);
-          } else {
-            PredictChroma(reference, c, px, py, mv[0], mv[1], 2, 2, predictions[list], 2);
-          }
+  for (int c = 0; c < planes; ++c) {
+    const int w = c == 0 ? width : width / 2, h = c == 0 ? height : height / 2;
+    const int px = c == 0 ? mbx + 4 * bx : mbx / 2 + 2 * bx;
+    const int py = c == 0 ? mby + 4 * by : mby / 2 + 2 * by;
+    const ptrdiff_t stride = m_Picture->GetStride(c);
+    uint8_t* dst = m_Picture->GetPlane(c) + py * stride + px;
+    int w0, w1, o0, o1, logWD;
+    bool weighted;
+    GetWeights(refs[0], refs[1], c, w0, w1, o0, o1, logWD, weighted);
+    const bool both = refs[0] >= 0 && refs[1] >= 0;
+    const auto predict = [&](int list, uint8_t* out, ptrdiff_t outStride) {
+      const CmPicture& reference = *m_Lists[list].pictures[static_cast<size_t>(refs[list])];
+      const int16_t* mv = mb.mv[list][bx + 4 * by];
+      if (c == 0) {
+        PredictLuma(reference, px, py, mv[0], mv[1], w, h, out, outStride);
+      } else {
+        PredictChroma(reference, c, px, py, mv[0], mv[1], w, h, out, outStride);
+      }
+    };
+    if (!both && !weighted) {
+      // The common case: one list, no weights; straight into the picture.
+      predict(refs[0] >= 0 ? 0 : 1, dst, stride);
+      continue;
+    }
+    uint8_t predictions[2][16 * 16];
+    for (int list = 0; list < 2; ++list) {
+      if (refs[list] >= 0) {
+        predict(list, predictions[list], w);
+      }
+    }
+    for (int y = 0; y < h; ++y) {
+      uint8_t* out = dst + y * stride;
+      const uint8_t* p0 = predictions[0] + y * w;
+      const uint8_t* p1 = predictions[1] + y * w;
+      if (both && !weighted) {
+        for (int x = 0; x < w; ++x) {
+          out[x] = static_cast<uint8_t>((p0[x] + p1[x] + 1) >> 1);
         }
-        int w0, w1, o0, o1, logWD;
-        bool weighted;
-        GetWeights(refs[0], refs[1], c, w0, w1, o0, o1, logWD, weighted);
-        const ptrdiff_t stride = m_Picture->GetStride(c);
-        uint8_t* dst = m_Picture->GetPlane(c) + py * stride + px;
-        for (int y = 0; y < size; ++y) {
-          for (int x = 0; x < size; ++x) {
-            const int k = y * size + x;
-            int value = 0;
-            if (refs[0] >= 0 && refs[1] >= 0) {
-              value = weighted
-                          ? ((predictions[0][k] * w0 + predictions[1][k] * w1 + (1 << logWD)) >>
-                             (logWD + 1)) +
-                                ((o0 + o1 + 1) >> 1)
-                          : (predictions[0][k] + predictions[1][k] + 1) >> 1;
-            } else {
-              const int list = refs[0] >= 0 ? 0 : 1;
-              const int p = predictions[list][k];
-              const int w = list == 0 ? w0 : w1, o = list == 0 ? o0 : o1;
-              if (!weighted) {
-                value = p;
-              } else if (logWD >= 1) {
-                value = ((p * w + (1 << (logWD - 1))) >> logWD) + o;
-              } else {
-                value = p * w + o;
-              }
-            }
-            dst[y * stride + x] = Clip(value);
-          }
+      } else if (both) {
+        const int offset = (o0 + o1 + 1) >> 1;
+        for (int x = 0; x < w; ++x) {
+          out[x] = Clip(((p0[x] * w0 + p1[x] * w1 + (1 << logWD)) >> (logWD + 1)) + offset);
+        }
+      } else {
+        const bool first = refs[0] >= 0;
+        const uint8_t* single = first ? p0 : p1;
+        const int weight = first ? w0 : w1, offset = first ? o0 : o1;
+        const int round = logWD >= 1 ? 1 << (logWD - 1) : 0;
+        for (int x = 0; x < w; ++x) {
+          out[x] = Clip(((single[x] * weight + round) >> logWD) + offset);
         }
       }
     }

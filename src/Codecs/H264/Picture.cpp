@@ -44,6 +44,28 @@ void CmPicture::Fill(uint8_t value) {
   }
 }
 
+void CmPicture::ExtendBorders() {
+  const int planes = m_Monochrome ? 1 : 3;
+  for (int c = 0; c < planes; ++c) {
+    const ptrdiff_t border = c == 0 ? LumaBorder : LumaBorder / 2;
+    const ptrdiff_t width = c == 0 ? m_WidthInMbs * 16 : m_WidthInMbs * 8;
+    const ptrdiff_t height = c == 0 ? m_HeightInMbs * 16 : m_HeightInMbs * 8;
+    const ptrdiff_t stride = m_Stride[c];
+    uint8_t* origin = m_Origin[c];
+    for (ptrdiff_t y = 0; y < height; ++y) {
+      uint8_t* row = origin + y * stride;
+      std::memset(row - border, row[0], static_cast<size_t>(border));
+      std::memset(row + width, row[width - 1], static_cast<size_t>(border));
+    }
+    for (ptrdiff_t y = 1; y <= border; ++y) {
+      std::memcpy(origin - y * stride - border, origin - border,
+                  static_cast<size_t>(width + 2 * border));
+      std::memcpy(origin + (height - 1 + y) * stride - border,
+                  origin + (height - 1) * stride - border, static_cast<size_t>(width + 2 * border));
+    }
+  }
+}
+
 void CmPicture::ClearMacroblocks() {
   std::fill(m_Macroblocks.begin(), m_Macroblocks.end(), SmMacroblockInfo());
 }

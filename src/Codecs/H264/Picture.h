@@ -69,6 +69,9 @@ public:
   void ClearMacroblocks();
   // Sets every sample, for pictures that stand in for missing ones.
   void Fill(uint8_t value);
+  // Repeats the edge samples into the border, once the picture is decoded,
+  // so that prediction from it may read there as if clamped.
+  void ExtendBorders();
 
 private:
   uint32_t m_WidthInMbs = 0;

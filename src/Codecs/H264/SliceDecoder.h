@@ -57,6 +57,9 @@ private:
   void SetMotion(uint32_t address, int list, int x, int y, int width, int height, int refIdx,
                  const int16_t* mv);
   void PredictInter(uint32_t address);
+  // One block of width x height samples at 4x4 block (bx, by) whose motion
+  // is uniform.
+  void PredictBlock(uint32_t address, int mbx, int mby, int bx, int by, int width, int height);
   void AddChromaResidual(uint32_t address, bool intra);
   void AddLumaResidual4x4(int blk, uint8_t* dst, ptrdiff_t stride, int list, int qp);
   void AddLumaResidual8x8(int b8, uint8_t* dst, ptrdiff_t stride, int list, int qp);

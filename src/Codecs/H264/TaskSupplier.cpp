@@ -232,6 +232,7 @@ bool TaskSupplier::StartPicture(const SmSliceHeader& header, const SmSequencePar
       grey.SetId(m_NextPictureId++);
       grey.SetPoc(picture.GetPoc());
       grey.Fill(128);
+      grey.ExtendBorders();
       stand->frameNum = static_cast<int32_t>(header.frameNum);
       m_References.frames.push_back({&grey, header.frameNum, false, 0});
       m_Frames.SetReferences(m_References.frames);
@@ -253,6 +254,7 @@ void TaskSupplier::InsertGapFrames(const SmSliceHeader& header, const SmSequence
     picture.Allocate(sps.widthInMbs, sps.GetFrameHeightInMbs(), sps.chromaFormatIdc == 0);
     picture.SetId(m_NextPictureId++);
     picture.Fill(128);
+    picture.ExtendBorders();
     picture.SetPoc(m_CurrentFrame != nullptr ? m_CurrentFrame->GetPicOrderCnt() : 0);
     frame->frameNum = static_cast<int32_t>(frameNum);
     frame->isDisplayable = true; // and without a picture: it costs no output
@@ -324,6 +326,7 @@ void TaskSupplier::CompletePicture() {
                           pps->numSliceGroups > 1 ? &sliceGroups : nullptr);
   }
   DeblockPicture(picture, filters);
+  picture.ExtendBorders();
   if (first.IsReference()) {
     MarkReferences(m_References, first, &picture, sps.maxNumRefFrames, sps.GetMaxFrameNum());
     m_Frames.SetReferences(m_References.frames);
