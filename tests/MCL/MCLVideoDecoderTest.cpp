@@ -440,6 +440,16 @@ TEST_F(MCLVideoDecoderTest, SharedPlanesAreNeverWrittenThrough) {
   EXPECT_TRUE(Decode(m_Source, rgb));
   EXPECT_EQ(NmImageTest::Planes(rgbCopy), rgbBefore);
   EXPECT_EQ(rgbCopy.GetColorFormat(), RGB24);
+
+  // A shared image is let go before decoding, not kept for the caller: with
+  // no picture it comes back empty while the other holder keeps the pixels.
+  CmImage held = NmImageTest::MakeImage(16, 8, RGB24, 7);
+  const CmImage holder(held);
+  Script().steps.push_back(Step(MCL::StatusNotEnoughData, 100));
+  EXPECT_TRUE(Decode(m_Source, held));
+  EXPECT_FALSE(held.IsValid());
+  EXPECT_TRUE(holder.IsValid());
+  EXPECT_EQ(holder.GetColorFormat(), RGB24);
 }
 
 TEST_F(MCLVideoDecoderTest, DeliveredImageTakesThePicturesAttributes) {
