@@ -18,8 +18,8 @@ cmake --build build-asan --target host_tests boundary_tests toolkit_tests record
   media_conversion_tests media_source_tests ToolkitSourcePlugin_media \
   overlay_tests textoverlay_tests vzk_tests vzk image_tests video_tests random_access_video_tests \
   jpeg_encoder_tests \
-  jpeg_tests GenericByteDataTest plugin_common_tests h264_tests
-ctest --test-dir build-asan --output-on-failure -j2 -R 'Host|Boundary|Toolkit|Plugin|Recording|Cache|MediaData|ImageData|SyntheticLive|SetProperty|Media|Mask|Overlay|CairoImageAllocator|Vzk|Image|Orientation|Video|StreamAnalyzer|JPEG2000|JPEGEncoder\.|SimpleJPEGEncoder\.|SimpleJPEGEncoderWrapper|JPEGStreams|JPEGDecoder\.|TimeMatch|IndexedNavigation|H264'
+  jpeg_tests GenericByteDataTest plugin_common_tests h264_tests mcl_tests
+ctest --test-dir build-asan --output-on-failure -j2 -R 'Host|Boundary|Toolkit|Plugin|Recording|Cache|MediaData|ImageData|SyntheticLive|SetProperty|Media|Mask|Overlay|CairoImageAllocator|Vzk|Image|Orientation|Video|StreamAnalyzer|JPEG2000|JPEGEncoder\.|SimpleJPEGEncoder\.|SimpleJPEGEncoderWrapper|JPEGStreams|JPEGDecoder\.|TimeMatch|IndexedNavigation|H264|MCL'
 
 # The kernels on every target, where a tail loop that reads past a row shows.
 cmake --build build-asan --target primitives_tests
