@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "MediaProcessing/Video/H263/VideoFactoryH263.h"
+#include "MediaProcessing/Video/H264/VideoDecoderH264.h"
 #include "MediaProcessing/Video/H264/VideoFactoryH264.h"
 #include "MediaProcessing/Video/JPEG/VideoFactoryJPEG.h"
 #include "MediaProcessing/Video/JPEG2000/VideoAnalyzerJPEG2000.h"
@@ -58,7 +59,7 @@ TEST(VideoFactory, ParsersAreRefusedAndMissingEnginesSaySo) {
                 std::string(row.function) + "::CreateParser");
   }
   // Engines that are not in this build refuse rather than pretend.
-  for (uint32_t codec : {4u, 7u, 10u, 128u}) {
+  for (uint32_t codec : {4u, 7u, 128u}) {
     const auto factory = CmVideoFactory::CreateFromCodec(codec);
     EXPECT_THROW(std::unique_ptr<ImVideoDecoder>(factory->CreateDecoder()),
                  NmError::CmIntegrityError)
@@ -67,9 +68,20 @@ TEST(VideoFactory, ParsersAreRefusedAndMissingEnginesSaySo) {
                  NmError::CmIntegrityError)
         << codec;
   }
-  ExpectError([] { CmVideoFactory::CreateFromCodec(10)->CreateDecoder(); },
-              "No decoder for H.264 implemented", Code::NotImplemented,
-              "NmMediaProcessing::CmVideoFactoryH264::CreateDecoder");
+  ExpectError([] { CmVideoFactory::CreateFromCodec(4)->CreateDecoder(); },
+              "No decoder for MPEG-4 implemented", Code::NotImplemented,
+              "NmMediaProcessing::CmVideoFactoryMPEG4::CreateDecoder");
+  ExpectError([] { CmVideoFactory::CreateFromCodec(10)->CreateParser(); },
+              "No parser for H.264 implemented", Code::NotImplemented,
+              "NmMediaProcessing::CmVideoFactoryH264::CreateParser");
+  // H.264 decodes through our engine behind the MCL adapter.
+  const auto h264 = CmVideoFactory::CreateFromCodec(10);
+  EXPECT_NE(dynamic_cast<CmVideoDecoderH264*>(
+                std::unique_ptr<ImVideoDecoder>(h264->CreateDecoder()).get()),
+            nullptr);
+  EXPECT_NE(dynamic_cast<CmVideoAnalyzerH264*>(
+                std::unique_ptr<ImVideoAnalyzer>(h264->CreateAnalyzer()).get()),
+            nullptr);
   const auto jpeg2000 = CmVideoFactory::CreateFromCodec(8);
   const std::unique_ptr<ImVideoDecoder> decoder(jpeg2000->CreateDecoder());
   const std::unique_ptr<ImVideoAnalyzer> analyzer(jpeg2000->CreateAnalyzer());
@@ -100,7 +112,7 @@ TEST(SmartVideoDecoderPointer, CodecChangesByValueAndFailedChangesKeepTheDecoder
 
   // The real factories: a codec without engine leaves no decoder behind.
   CmSmartVideoDecoderPointer real;
-  EXPECT_THROW(real.SetCodec(10), NmError::CmIntegrityError);
+  EXPECT_THROW(real.SetCodec(4), NmError::CmIntegrityError);
   EXPECT_FALSE(real.IsSet());
   real.SetCodec(8);
   EXPECT_TRUE(real.IsSet());

@@ -172,4 +172,35 @@ TEST(VzkImport, DecodedMJPEGEqualsFfmpegsDecode) {
   }
 }
 
+// An H.264 clip of I and P pictures (odd size, cropped; several slices)
+// imported and decoded by a "video_decoder" gives ffmpeg's own pictures, to
+// the bit.
+TEST(VzkImport, DecodedH264EqualsFfmpegsDecode) {
+  CmScratch scratch;
+  const std::string clip = scratch.Path("clip.mp4");
+  Ffmpeg("-f lavfi -i testsrc2=size=100x60:rate=25 -frames:v 30 -pix_fmt yuv420p -c:v libx264 "
+         "-x264-params cabac=0:bframes=0:keyint=12:slices=2:ref=3",
+         clip);
+  const std::vector<uint8_t> reference =
+      Ffmpeg("-i '" + clip + "' -f rawvideo -pix_fmt yuv420p", scratch.Path("reference.yuv"));
+  const size_t frameSize = 100 * 60 * 3 / 2;
+  ASSERT_EQ(reference.size(), 30 * frameSize);
+  const std::string recording = scratch.Path("clip.gbd");
+  ASSERT_EQ(RunVzk({"import", clip, recording}).status, 0);
+  const std::string tree = scratch.Write("decode.xml", RecordingTree(recording, "video_decoder"));
+  const SmResult run = RunVzk({"run", tree, "--format", "y4m", "--out", scratch.Path("out")});
+  ASSERT_EQ(run.status, 0) << run.err;
+  const std::string stream = ReadText(scratch.Path("out/out.y4m"));
+  ASSERT_EQ(stream.rfind("YUV4MPEG2 W100 H60 F", 0), 0u);
+  const size_t header = stream.find('\n') + 1;
+  ASSERT_EQ(stream.size(), header + 30 * (6 + frameSize));
+  for (size_t f = 0; f < 30; ++f) {
+    const size_t at = header + f * (6 + frameSize) + 6;
+    EXPECT_TRUE(std::equal(reference.begin() + static_cast<std::ptrdiff_t>(f * frameSize),
+                           reference.begin() + static_cast<std::ptrdiff_t>((f + 1) * frameSize),
+                           reinterpret_cast<const uint8_t*>(stream.data() + at)))
+        << "picture " << f;
+  }
+}
+
 } // namespace

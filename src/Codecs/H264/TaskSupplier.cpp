@@ -112,6 +112,7 @@ void TaskSupplier::HandleUnit(const uint8_t* unit, size_t size, double time, int
       CompletePicture();
     }
     entry = std::move(sps);
+    m_Latest = entry.get();
     return;
   }
   case NalPictureParameterSet: {
@@ -366,6 +367,11 @@ H264DecoderFrame* TaskSupplier::GetFrameToDisplay(bool force) {
       return frame;
     }
   }
+}
+
+void TaskSupplier::Reset() {
+  RecoveryReset();
+  m_WaitingForKeyUnit = false;
 }
 
 void TaskSupplier::RecoveryReset() {

@@ -63,8 +63,15 @@ public:
   // After a failure: no frame, reference or pending picture survives, and
   // decoding starts again at the next key unit.
   void RecoveryReset();
+  // Starting afresh, as after Init, but with the parameter sets kept: the
+  // next picture decodes whatever it is.
+  void Reset();
 
   const NmH264::SmSequenceParameterSet* GetActiveSequence() const { return m_Active.get(); }
+  // The sequence in use, or before any picture the one read last.
+  const NmH264::SmSequenceParameterSet* GetLatestSequence() const {
+    return m_Active != nullptr ? m_Active.get() : m_Latest;
+  }
   int32_t GetDpbSize() const { return m_DpbSize; }
   int32_t GetDpbDelay() const { return m_DpbDelay; }
   bool IsWaitingForKeyUnit() const { return m_WaitingForKeyUnit; }
@@ -82,6 +89,7 @@ private:
   SmTaskSupplierSettings m_Settings;
   Headers m_Headers;
   std::unique_ptr<NmH264::SmSequenceParameterSet> m_Active; // the SPS of the current sequence
+  const NmH264::SmSequenceParameterSet* m_Latest = nullptr; // the SPS read last
   H264DBPList m_Frames;
   NmH264::CmSliceDecoder m_SliceDecoder;
   NmH264::CmPictureOrderCounter m_Order;

@@ -1,16 +1,17 @@
 #include "MediaProcessing/Video/H264/VideoFactoryH264.h"
 
 #include "Common/Error/Error.h"
+#include "MediaProcessing/Video/H264/VideoDecoderH264.h"
 #include "MediaProcessing/Video/MissingCodecEngine.h"
 
 namespace NmMediaProcessing {
 
 ImVideoDecoder* CmVideoFactoryH264::CreateDecoder() {
-  RaiseMissingCodecEngine(VZK_LOCATION, "decoder for H.264");
+  return new CmVideoDecoderH264();
 }
 
 ImVideoAnalyzer* CmVideoFactoryH264::CreateAnalyzer() {
-  RaiseMissingCodecEngine(VZK_LOCATION, "analyzer for H.264");
+  return new CmVideoAnalyzerH264();
 }
 
 ImVideoParser* CmVideoFactoryH264::CreateParser() {

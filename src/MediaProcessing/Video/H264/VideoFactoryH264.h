@@ -4,8 +4,8 @@
 
 namespace NmMediaProcessing {
 
-// The H.264 family. Its codec engine is not in this build yet: making a
-// decoder or an analyser raises a not-implemented integrity error.
+// The H.264 family: decoder and analyser over our engine; the stand-alone
+// unit parser is not in this build yet and raises a not-implemented error.
 class CmVideoFactoryH264 : public ImVideoFactory {
 public:
   ImVideoDecoder* CreateDecoder() override;
