@@ -13,6 +13,7 @@
 #include <sstream>
 #include <vector>
 
+#include "Common/BitStream/BigEndian.h"
 #include "Common/Error/Error.h"
 #include "MediaProcessing/GenericByteData/ByteDataSequenceAnalyzer.h"
 #include "MediaProcessing/GenericByteData/GenericAudioStreamDataPacket.h"
@@ -27,10 +28,6 @@ using namespace NmMediaProcessing;
 
 namespace NmVzkTool {
 namespace {
-
-uint16_t Be16(const uint8_t* p) {
-  return static_cast<uint16_t>(p[0] << 8 | p[1]);
-}
 
 void ReadVideoPacket(uint8_t* data, uint64_t size, SmRecordFacts& facts) {
   const CmGenericVideoStreamDataPacket packet(data, size);
@@ -176,15 +173,15 @@ bool ReadJPEGSize(const uint8_t* data, uint64_t size, uint32_t& width, uint32_t&
     if (marker == 0xD9 || marker == 0xDA) {
       return false; // no frame header before the scan
     }
-    const uint64_t length = Be16(data + at + 2);
+    const uint64_t length = NmBigEndian::Load16(data + at + 2);
     const bool frameHeader =
         marker >= 0xC0 && marker <= 0xCF && marker != 0xC4 && marker != 0xC8 && marker != 0xCC;
     if (frameHeader) {
       if (length < 8 || at + 9 > size) {
         return false;
       }
-      height = Be16(data + at + 5);
-      width = Be16(data + at + 7);
+      height = NmBigEndian::Load16(data + at + 5);
+      width = NmBigEndian::Load16(data + at + 7);
       return width != 0 && height != 0;
     }
     if (length < 2) {
@@ -221,7 +218,7 @@ SmRecordFacts ReadRecordFacts(const uint8_t* constData, uint64_t size) {
   }
   // The record classes are views that could also write; nothing here does.
   auto* data = const_cast<uint8_t*>(constData);
-  facts.type = Be16(data);
+  facts.type = NmBigEndian::Load16(data);
   // A raw JPEG has no length of its own: whatever holds it says how long it
   // is, and its start-of-image marker is all that makes it one.
   const bool rawJPEG = facts.type == SmByteDataType::RawJPEG && size >= 6;
