@@ -29,17 +29,37 @@ using namespace NmMediaProcessing;
 namespace NmVzkTool {
 namespace {
 
-void ReadVideoPacket(uint8_t* data, uint64_t size, SmRecordFacts& facts) {
-  const CmGenericVideoStreamDataPacket packet(data, size);
+void ReadPayload(const CmGenericByteData& record, SmRecordFacts& facts) {
+  facts.payload = record.GetPayload();
+  facts.payloadSize = record.GetPayloadLength();
+}
+
+void ReadStreamPacket(const CmGenericStreamDataPacket& packet, SmRecordFacts& facts) {
   facts.codec = packet.GetCodec();
   facts.hasSequenceNumber = true;
   facts.sequenceNumber = packet.GetSequenceNumber();
+  ReadPayload(packet, facts);
+}
+
+// Times are read last: one beyond what a time stamp holds throws, and what was
+// read before it stays.
+void ReadTimes(const NmTimeStamp::CmTimeStamp& begin, const NmTimeStamp::CmTimeStamp& end,
+               SmRecordFacts& facts) {
+  facts.beginTime = begin.GetMilliseconds();
+  facts.endTime = end.GetMilliseconds();
+  facts.timed = true;
+}
+
+void ReadInstant(const NmTimeStamp::CmTimeStamp& time, SmRecordFacts& facts) {
+  ReadTimes(time, time, facts);
+}
+
+void ReadVideoPacket(uint8_t* data, uint64_t size, SmRecordFacts& facts) {
+  const CmGenericVideoStreamDataPacket packet(data, size);
   facts.hasSync = true;
   facts.sync = packet.GetSync();
-  facts.payload = packet.GetPayload();
-  facts.payloadSize = packet.GetPayloadLength();
-  facts.beginTime = facts.endTime = packet.GetFrameTime().GetMilliseconds();
-  facts.timed = true;
+  ReadStreamPacket(packet, facts);
+  ReadInstant(packet.GetFrameTime(), facts);
 }
 
 const char* StatusName(uint32_t status) {
@@ -248,11 +268,8 @@ SmRecordFacts ReadRecordFacts(const uint8_t* constData, uint64_t size) {
       facts.imageCount = block.GetImageCount();
       facts.hasSync = true;
       facts.sync = access.GetSync();
-      facts.payload = block.GetPayload();
-      facts.payloadSize = block.GetPayloadLength();
-      facts.beginTime = block.GetBeginTime().GetMilliseconds();
-      facts.endTime = block.GetEndTime().GetMilliseconds();
-      facts.timed = true;
+      ReadPayload(block, facts);
+      ReadTimes(block.GetBeginTime(), block.GetEndTime(), facts);
     } else if (facts.type == SmByteDataType::VideoStreamDataPacket) {
       facts.kind = "video packet";
       facts.isVideo = true;
@@ -261,17 +278,12 @@ SmRecordFacts ReadRecordFacts(const uint8_t* constData, uint64_t size) {
       const CmGenericAudioStreamDataPacket packet(data, size);
       facts.kind = "audio packet";
       facts.isAudio = true;
-      facts.codec = packet.GetCodec();
-      facts.hasSequenceNumber = true;
-      facts.sequenceNumber = packet.GetSequenceNumber();
       facts.channels = packet.GetChannelCount();
       facts.samplingFrequency = packet.GetSamplingFrequency();
       facts.bitsPerSample = packet.GetBitsPerSample();
       facts.sampleCount = packet.GetSampleCount();
-      facts.payload = packet.GetPayload();
-      facts.payloadSize = packet.GetPayloadLength();
-      facts.beginTime = facts.endTime = packet.GetTime().GetMilliseconds();
-      facts.timed = true;
+      ReadStreamPacket(packet, facts);
+      ReadInstant(packet.GetTime(), facts);
     } else if (facts.type == SmByteDataType::MultiPacket) {
       const CmGenericByteDataMultiPacket multi(data, size);
       facts.kind = "multi packet";
