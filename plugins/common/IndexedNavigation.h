@@ -3,8 +3,9 @@
 // Navigation over an index of records in file order, answered the same way by
 // every source plug-in that keeps such an index: steps, sequence moves and the
 // five time modes. An entry gives its time span through
-// EntryBeginTime(entry) and EntryEndTime(entry), found beside its type; an
-// instant has both equal. Each entry names its sequence in `sequence`.
+// EntryBeginTime(entry) and EntryEndTime(entry), found beside its type or a
+// base of it (SmIndexEntry); an instant has both equal. Each entry names its sequence in
+// `sequence`.
 
 #include <cstdint>
 #include <optional>

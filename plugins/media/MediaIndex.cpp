@@ -94,7 +94,7 @@ void CmMediaIndex::Add(int stream, const std::vector<uint8_t>& record, const SmR
   entry.offset = m_SpoolSize;
   entry.length = record.size();
   entry.stream = stream;
-  entry.time = info.time;
+  entry.beginTime = entry.endTime = info.time;
   entry.sequenceNumber = info.sequenceNumber;
   entry.sync = info.sync;
   entry.sequence = m_Sequence;

@@ -7,20 +7,17 @@
 #include <string>
 #include <vector>
 
+#include "IndexEntry.h"
 #include "MediaDemuxer.h"
 
 namespace NmMedia {
 
-// Where one record lies in the spool and what navigation needs of it.
-struct SmMediaEntry {
-  uint64_t offset = 0;
-  uint64_t length = 0;
+// Where one record lies in the spool and what navigation needs of it. A
+// packet is an instant: it ends where it begins.
+struct SmMediaEntry : NmPluginBoundary::SmIndexEntry {
   int stream = 0;
-  int64_t time = 0;
   uint16_t sequenceNumber = 0;
   bool sync = false;
-  // Index of the continuous run that the record belongs to.
-  uint32_t sequence = 0;
 };
 
 // Every usable packet of a media file as a record, in the file's order. The

@@ -5,14 +5,16 @@
 #include <thread>
 
 #include "Common/Xerces/Xerces.h"
+#include "MediaItem.h"
 
 using namespace NmToolkit;
 
 namespace NmMedia {
 namespace {
 
-using CmMediaFileError = CmMediaError<ImFileError>;
-using CmMediaConfigurationError = CmMediaError<ImConfigurationError>;
+using NmPluginBoundary::CmPluginError;
+using CmMediaFileError = CmPluginError<ImFileError>;
+using CmMediaConfigurationError = CmPluginError<ImConfigurationError>;
 
 } // namespace
 
@@ -78,11 +80,6 @@ void CmMediaSource::Connect(const CmPropertyNameSet& requested, CmPropertyNameSe
   m_Live = false;
 }
 
-void CmMediaSource::Connect(uint64_t argument) {
-  CmPropertyNameSet supported;
-  Connect({}, supported, argument);
-}
-
 void CmMediaSource::Disconnect() {
   if (m_LiveReader) {
     m_LiveReader->Stop();
@@ -90,50 +87,9 @@ void CmMediaSource::Disconnect() {
   m_Connected = false;
 }
 
-void CmMediaSource::RequireConnected() const {
-  if (!m_Connected) {
-    throw CmMediaError<ImNotConnectedError>("NmToolkit::ImNotConnectedError", 1,
-                                            "Not connected to toolkit!");
-  }
-}
-
-int64_t CmMediaSource::Count() const {
-  return m_Index ? static_cast<int64_t>(m_Index->GetEntries().size()) : 0;
-}
-
-CmMediaSource::CmNavigation CmMediaSource::Navigation() const {
+const std::vector<SmMediaEntry>& CmMediaSource::GetEntries() const {
   static const std::vector<SmMediaEntry> none;
-  return CmNavigation(m_Index ? m_Index->GetEntries() : none);
-}
-
-uint32_t CmMediaSource::MoveFirst() {
-  RequireConnected();
-  return Navigation().MoveFirst(m_Position);
-}
-
-uint32_t CmMediaSource::MoveLast() {
-  RequireConnected();
-  return Navigation().MoveLast(m_Position);
-}
-
-uint32_t CmMediaSource::MoveNext() {
-  RequireConnected();
-  return Navigation().MoveNext(m_Position);
-}
-
-uint32_t CmMediaSource::MovePrevious() {
-  RequireConnected();
-  return Navigation().MovePrevious(m_Position);
-}
-
-uint32_t CmMediaSource::MoveNextSequence() {
-  RequireConnected();
-  return Navigation().MoveNextSequence(m_Position);
-}
-
-uint32_t CmMediaSource::MovePreviousSequence() {
-  RequireConnected();
-  return Navigation().MovePreviousSequence(m_Position);
+  return m_Index ? m_Index->GetEntries() : none;
 }
 
 uint32_t CmMediaSource::MoveTo(int64_t time, SmMoveMode mode) {
@@ -142,32 +98,25 @@ uint32_t CmMediaSource::MoveTo(int64_t time, SmMoveMode mode) {
     // The toolkit contract ends the process on a mode outside the five.
     std::abort();
   }
-  return Navigation().MoveTo(m_Position, time, mode);
+  return CmIndexedSource::MoveTo(time, mode);
 }
 
-uint32_t CmMediaSource::Deliver(std::vector<uint8_t> bytes, int64_t time, uint16_t sequenceNumber,
-                                ImData** out) const {
-  auto item = std::make_unique<CmMediaItem>(std::move(bytes), time);
-  if (m_Passed.count(NmPropertyNames::SequenceNumber) != 0) {
-    item->SetProperty(NmPropertyNames::SequenceNumber,
-                      std::make_unique<CmMediaStringProperty>(std::to_string(sequenceNumber)));
-  }
+uint32_t CmMediaSource::DeliverRecord(std::vector<uint8_t> bytes, int64_t time,
+                                      uint16_t sequenceNumber, ImData** out) const {
+  const uint64_t header = PacketHeaderLength(bytes);
+  auto item =
+      std::make_unique<NmPluginBoundary::CmRecordItem>(std::move(bytes), time, time, header);
+  item->PassProperty(m_Passed, NmPropertyNames::SequenceNumber, std::to_string(sequenceNumber));
   *out = item.release();
   return StatusSuccess;
 }
 
-uint32_t CmMediaSource::GetData(ImData** out) {
-  RequireConnected();
-  *out = nullptr;
-  if (m_Position < 0 || m_Position >= Count()) {
-    return StatusNoItem;
-  }
-  const SmMediaEntry& entry = m_Index->GetEntries()[m_Position];
+uint32_t CmMediaSource::Deliver(const SmMediaEntry& entry, ImData** out) const {
   std::vector<uint8_t> bytes = m_Index->ReadRecord(entry);
   if (bytes.size() != entry.length) {
     return StatusNoItem;
   }
-  return Deliver(std::move(bytes), entry.time, entry.sequenceNumber, out);
+  return DeliverRecord(std::move(bytes), entry.beginTime, entry.sequenceNumber, out);
 }
 
 void CmMediaSource::StartLiveStream() {
@@ -178,7 +127,8 @@ void CmMediaSource::StartLiveStream() {
     // A file replays from where playback stands, else from its start.
     m_LivePosition = std::max<int64_t>(m_Position, 0);
     m_LiveClockStart = std::chrono::steady_clock::now();
-    m_LiveTimeStart = m_LivePosition < Count() ? m_Index->GetEntries()[m_LivePosition].time : 0;
+    m_LiveTimeStart =
+        m_LivePosition < Count() ? m_Index->GetEntries()[m_LivePosition].beginTime : 0;
   }
   m_Live = true;
 }
@@ -199,8 +149,8 @@ uint32_t CmMediaSource::GetLiveFileData(ImData** out, uint32_t timeout) {
     return StatusNoItem;
   }
   const SmMediaEntry& entry = m_Index->GetEntries()[m_LivePosition];
-  const auto due = m_LiveClockStart +
-                   std::chrono::milliseconds(std::max<int64_t>(entry.time - m_LiveTimeStart, 0));
+  const auto due = m_LiveClockStart + std::chrono::milliseconds(
+                                          std::max<int64_t>(entry.beginTime - m_LiveTimeStart, 0));
   if (due > deadline) {
     std::this_thread::sleep_until(deadline);
     return StatusNoItem;
@@ -211,7 +161,7 @@ uint32_t CmMediaSource::GetLiveFileData(ImData** out, uint32_t timeout) {
   if (bytes.size() != entry.length) {
     return StatusNoItem;
   }
-  return Deliver(std::move(bytes), entry.time, entry.sequenceNumber, out);
+  return DeliverRecord(std::move(bytes), entry.beginTime, entry.sequenceNumber, out);
 }
 
 uint32_t CmMediaSource::GetLiveData(ImData** out, uint32_t timeout) {
@@ -227,7 +177,7 @@ uint32_t CmMediaSource::GetLiveData(ImData** out, uint32_t timeout) {
   if (!m_LiveReader->Next(record, timeout)) {
     return StatusNoItem;
   }
-  return Deliver(std::move(record.bytes), record.info.time, record.info.sequenceNumber, out);
+  return DeliverRecord(std::move(record.bytes), record.info.time, record.info.sequenceNumber, out);
 }
 
 } // namespace NmMedia

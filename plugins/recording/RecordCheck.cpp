@@ -4,6 +4,7 @@
 #include <cstring>
 #include <vector>
 
+#include "Common/BitStream/BigEndian.h"
 #include "Common/TimeStamp/TimeStamp.h"
 #include "MediaProcessing/GenericByteData/GenericByteData.h"
 
@@ -26,17 +27,6 @@ constexpr size_t MaximumRememberedWalks = 1 << 18;
 constexpr uint64_t WireTimeLimit =
     NmTimeStamp::MillisecondsLimit - static_cast<uint64_t>(NmTimeStamp::MillisecondsFrom1601To1970);
 
-uint16_t Be16(const uint8_t* p) {
-  return static_cast<uint16_t>(p[0] << 8 | p[1]);
-}
-uint32_t Be32(const uint8_t* p) {
-  return static_cast<uint32_t>(p[0]) << 24 | static_cast<uint32_t>(p[1]) << 16 |
-         static_cast<uint32_t>(p[2]) << 8 | p[3];
-}
-uint64_t Be64(const uint8_t* p) {
-  return static_cast<uint64_t>(Be32(p)) << 32 | Be32(p + 4);
-}
-
 bool IsBlockType(uint32_t type) {
   return (type >= 1 && type <= 12) || type == 15;
 }
@@ -57,9 +47,9 @@ struct SmHeader {
   size_t have = 0;
 
   bool Has(size_t offset, size_t width) const { return offset + width <= have; }
-  uint16_t U16(size_t offset) const { return Be16(bytes.data() + offset); }
-  uint32_t U32(size_t offset) const { return Be32(bytes.data() + offset); }
-  uint64_t U64(size_t offset) const { return Be64(bytes.data() + offset); }
+  uint16_t U16(size_t offset) const { return NmBigEndian::Load16(bytes.data() + offset); }
+  uint32_t U32(size_t offset) const { return NmBigEndian::Load32(bytes.data() + offset); }
+  uint64_t U64(size_t offset) const { return NmBigEndian::Load64(bytes.data() + offset); }
   // A time field that is there and out of range.
   bool BadTime(size_t offset) const { return Has(offset, 8) && U64(offset) >= WireTimeLimit; }
 };
@@ -154,7 +144,7 @@ EmRecordVerdict WalkJPEGFrom(CmByteWindow& bytes, uint64_t start, uint64_t limit
     if (have < 2) {
       return missing(at + 2 + have);
     }
-    const uint64_t segment = Be16(head);
+    const uint64_t segment = NmBigEndian::Load16(head);
     if (segment < 2) {
       return EmRecordVerdict::Invalid;
     }
@@ -489,7 +479,7 @@ uint64_t RecordHeaderLength(const uint8_t* data, uint64_t size, int32_t type) {
     return 0;
   }
   if (IsBlockType(static_cast<uint32_t>(type))) {
-    return size >= 4 ? BlockHeaderLength + Be16(data + 2) : BlockHeaderLength;
+    return size >= 4 ? BlockHeaderLength + NmBigEndian::Load16(data + 2) : BlockHeaderLength;
   }
   switch (type) {
   case SmByteDataType::VideoStreamDataPacket:

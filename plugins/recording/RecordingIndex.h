@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "IndexEntry.h"
 #include "MediaProcessing/GenericByteData/ByteDataSequenceAnalyzer.h"
 #include "RecordBytes.h"
 #include "RecordCheck.h"
@@ -14,14 +15,8 @@ namespace NmRecording {
 int64_t ModificationTime(const std::string& path);
 
 // Where one record lies in the file and what the navigation needs of it.
-struct SmRecordEntry {
-  uint64_t offset = 0;
-  uint64_t length = 0;
+struct SmRecordEntry : NmPluginBoundary::SmIndexEntry {
   int32_t type = 0;
-  int64_t beginTime = 0;
-  int64_t endTime = 0;
-  // Index of the continuous run that the record belongs to.
-  uint32_t sequence = 0;
   bool hasSequenceNumber = false;
   uint16_t sequenceNumber = 0;
 };

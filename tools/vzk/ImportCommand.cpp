@@ -311,16 +311,7 @@ std::string ImportConfiguration(const std::string& media) {
 }
 
 int ImportMedia(const SmImportOptions& options, std::ostream& out, std::ostream& err) {
-  try {
-    CmImport import(options, out, err);
-    return import.Execute();
-  } catch (const CmRunError& error) {
-    err << "vzk: " << error.what() << "\n";
-    return 1;
-  } catch (const ImToolkitError& error) {
-    err << "vzk: The toolkit failed: " << DescribeToolkitError(error) << ".\n";
-    return 1;
-  }
+  return RunTellingFailures(err, [&] { return CmImport(options, out, err).Execute(); });
 }
 
 } // namespace NmVzkTool

@@ -130,4 +130,16 @@ std::string ReadTextFile(const std::string& path, const std::string& what) {
   return text.str();
 }
 
+int RunTellingFailures(std::ostream& err, const std::function<int()>& command) {
+  try {
+    return command();
+  } catch (const CmRunError& error) {
+    err << "vzk: " << error.what() << "\n";
+    return 1;
+  } catch (const NmToolkit::ImToolkitError& error) {
+    err << "vzk: The toolkit failed: " << DescribeToolkitError(error) << ".\n";
+    return 1;
+  }
+}
+
 } // namespace NmVzkTool

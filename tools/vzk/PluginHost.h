@@ -1,6 +1,8 @@
 #pragma once
 
+#include <functional>
 #include <memory>
+#include <ostream>
 #include <stdexcept>
 #include <string>
 
@@ -73,6 +75,10 @@ private:
 // A toolkit error as the user reads it: the toolkit's message, its class and
 // code, and what it wraps.
 std::string DescribeToolkitError(const NmToolkit::ImToolkitError& error);
+
+// Runs a command that works on a toolkit tree and answers its exit status. A
+// failure of the run or of a toolkit ends it with 1, said on `err`.
+int RunTellingFailures(std::ostream& err, const std::function<int()>& command);
 
 // Reads a whole file; throws CmRunError with the reason when it cannot.
 std::string ReadTextFile(const std::string& path, const std::string& what);

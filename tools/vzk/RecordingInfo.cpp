@@ -13,6 +13,7 @@
 #include <sstream>
 #include <vector>
 
+#include "Common/BitStream/BigEndian.h"
 #include "Common/Error/Error.h"
 #include "MediaProcessing/GenericByteData/ByteDataSequenceAnalyzer.h"
 #include "MediaProcessing/GenericByteData/GenericAudioStreamDataPacket.h"
@@ -28,21 +29,37 @@ using namespace NmMediaProcessing;
 namespace NmVzkTool {
 namespace {
 
-uint16_t Be16(const uint8_t* p) {
-  return static_cast<uint16_t>(p[0] << 8 | p[1]);
+void ReadPayload(const CmGenericByteData& record, SmRecordFacts& facts) {
+  facts.payload = record.GetPayload();
+  facts.payloadSize = record.GetPayloadLength();
+}
+
+void ReadStreamPacket(const CmGenericStreamDataPacket& packet, SmRecordFacts& facts) {
+  facts.codec = packet.GetCodec();
+  facts.hasSequenceNumber = true;
+  facts.sequenceNumber = packet.GetSequenceNumber();
+  ReadPayload(packet, facts);
+}
+
+// Times are read last: one beyond what a time stamp holds throws, and what was
+// read before it stays.
+void ReadTimes(const NmTimeStamp::CmTimeStamp& begin, const NmTimeStamp::CmTimeStamp& end,
+               SmRecordFacts& facts) {
+  facts.beginTime = begin.GetMilliseconds();
+  facts.endTime = end.GetMilliseconds();
+  facts.timed = true;
+}
+
+void ReadInstant(const NmTimeStamp::CmTimeStamp& time, SmRecordFacts& facts) {
+  ReadTimes(time, time, facts);
 }
 
 void ReadVideoPacket(uint8_t* data, uint64_t size, SmRecordFacts& facts) {
   const CmGenericVideoStreamDataPacket packet(data, size);
-  facts.codec = packet.GetCodec();
-  facts.hasSequenceNumber = true;
-  facts.sequenceNumber = packet.GetSequenceNumber();
   facts.hasSync = true;
   facts.sync = packet.GetSync();
-  facts.payload = packet.GetPayload();
-  facts.payloadSize = packet.GetPayloadLength();
-  facts.beginTime = facts.endTime = packet.GetFrameTime().GetMilliseconds();
-  facts.timed = true;
+  ReadStreamPacket(packet, facts);
+  ReadInstant(packet.GetFrameTime(), facts);
 }
 
 const char* StatusName(uint32_t status) {
@@ -176,15 +193,15 @@ bool ReadJPEGSize(const uint8_t* data, uint64_t size, uint32_t& width, uint32_t&
     if (marker == 0xD9 || marker == 0xDA) {
       return false; // no frame header before the scan
     }
-    const uint64_t length = Be16(data + at + 2);
+    const uint64_t length = NmBigEndian::Load16(data + at + 2);
     const bool frameHeader =
         marker >= 0xC0 && marker <= 0xCF && marker != 0xC4 && marker != 0xC8 && marker != 0xCC;
     if (frameHeader) {
       if (length < 8 || at + 9 > size) {
         return false;
       }
-      height = Be16(data + at + 5);
-      width = Be16(data + at + 7);
+      height = NmBigEndian::Load16(data + at + 5);
+      width = NmBigEndian::Load16(data + at + 7);
       return width != 0 && height != 0;
     }
     if (length < 2) {
@@ -221,7 +238,7 @@ SmRecordFacts ReadRecordFacts(const uint8_t* constData, uint64_t size) {
   }
   // The record classes are views that could also write; nothing here does.
   auto* data = const_cast<uint8_t*>(constData);
-  facts.type = Be16(data);
+  facts.type = NmBigEndian::Load16(data);
   // A raw JPEG has no length of its own: whatever holds it says how long it
   // is, and its start-of-image marker is all that makes it one.
   const bool rawJPEG = facts.type == SmByteDataType::RawJPEG && size >= 6;
@@ -251,11 +268,8 @@ SmRecordFacts ReadRecordFacts(const uint8_t* constData, uint64_t size) {
       facts.imageCount = block.GetImageCount();
       facts.hasSync = true;
       facts.sync = access.GetSync();
-      facts.payload = block.GetPayload();
-      facts.payloadSize = block.GetPayloadLength();
-      facts.beginTime = block.GetBeginTime().GetMilliseconds();
-      facts.endTime = block.GetEndTime().GetMilliseconds();
-      facts.timed = true;
+      ReadPayload(block, facts);
+      ReadTimes(block.GetBeginTime(), block.GetEndTime(), facts);
     } else if (facts.type == SmByteDataType::VideoStreamDataPacket) {
       facts.kind = "video packet";
       facts.isVideo = true;
@@ -264,17 +278,12 @@ SmRecordFacts ReadRecordFacts(const uint8_t* constData, uint64_t size) {
       const CmGenericAudioStreamDataPacket packet(data, size);
       facts.kind = "audio packet";
       facts.isAudio = true;
-      facts.codec = packet.GetCodec();
-      facts.hasSequenceNumber = true;
-      facts.sequenceNumber = packet.GetSequenceNumber();
       facts.channels = packet.GetChannelCount();
       facts.samplingFrequency = packet.GetSamplingFrequency();
       facts.bitsPerSample = packet.GetBitsPerSample();
       facts.sampleCount = packet.GetSampleCount();
-      facts.payload = packet.GetPayload();
-      facts.payloadSize = packet.GetPayloadLength();
-      facts.beginTime = facts.endTime = packet.GetTime().GetMilliseconds();
-      facts.timed = true;
+      ReadStreamPacket(packet, facts);
+      ReadInstant(packet.GetTime(), facts);
     } else if (facts.type == SmByteDataType::MultiPacket) {
       const CmGenericByteDataMultiPacket multi(data, size);
       facts.kind = "multi packet";

@@ -327,16 +327,7 @@ int CmRun::Execute() {
 } // namespace
 
 int RunTree(const SmRunOptions& options, std::ostream& out, std::ostream& err, bool onTerminal) {
-  try {
-    CmRun run(options, out, err, onTerminal);
-    return run.Execute();
-  } catch (const CmRunError& error) {
-    err << "vzk: " << error.what() << "\n";
-    return 1;
-  } catch (const ImToolkitError& error) {
-    err << "vzk: The toolkit failed: " << DescribeToolkitError(error) << ".\n";
-    return 1;
-  }
+  return RunTellingFailures(err, [&] { return CmRun(options, out, err, onTerminal).Execute(); });
 }
 
 } // namespace NmVzkTool

@@ -5,29 +5,20 @@
 namespace NmMediaProcessing {
 
 // One piece of encoded audio behind a 42-byte header.
-class CmGenericAudioStreamDataPacket : public CmGenericByteDataSinglePacket {
+class CmGenericAudioStreamDataPacket : public CmGenericStreamDataPacket {
 public:
   static constexpr uint64_t HeaderLength = 42;
 
   CmGenericAudioStreamDataPacket() = default;
   explicit CmGenericAudioStreamDataPacket(bool freeOnDestruction)
-      : CmGenericByteDataSinglePacket(freeOnDestruction) {}
+      : CmGenericStreamDataPacket(freeOnDestruction) {}
   CmGenericAudioStreamDataPacket(uint8_t* buffer, uint64_t size) { Attach(buffer, size); }
   CmGenericAudioStreamDataPacket(const CmGenericAudioStreamDataPacket&) = default;
   CmGenericAudioStreamDataPacket& operator=(const CmGenericAudioStreamDataPacket&) = default;
   ~CmGenericAudioStreamDataPacket() override = default;
 
-  bool IsValidType(int32_t type) const override;
-  bool CanAllocate() const override { return true; }
-  uint64_t GetHeaderLength(int32_t type) const override;
   int32_t GetDefaultType() const override { return SmByteDataType::AudioStreamDataPacket; }
 
-  // 0 unless the field holds a known audio codec value.
-  uint32_t GetCodec() const;
-  bool SetCodec(uint32_t codec);
-  uint16_t GetSequenceNumber() const;
-  bool SetSequenceNumber(uint16_t sequenceNumber);
-  uint16_t GetPreviousSequenceNumber() const;
   NmTimeStamp::CmTimeStamp GetTime() const;
   bool SetTime(const NmTimeStamp::CmTimeStamp& time);
   // Samples per channel; fewer than 2 is refused.
@@ -41,6 +32,10 @@ public:
   bool SetSamplingFrequency(uint32_t frequency);
   uint32_t GetCodecOption() const;
   bool SetCodecOption(uint32_t option);
+
+protected:
+  uint64_t GetFixedHeaderLength() const override { return HeaderLength; }
+  bool IsKnownCodec(uint32_t codec) const override;
 };
 
 } // namespace NmMediaProcessing

@@ -339,4 +339,71 @@ void CmGenericByteData::WriteTime(uint64_t offset, const NmTimeStamp::CmTimeStam
   WriteU64(offset, TimeStampToWireTime(time));
 }
 
+uint32_t CmGenericByteData::ReadField(SmHeaderField field) const {
+  switch (field.width) {
+  case 1:
+    return ReadU8(field.offset);
+  case 2:
+    return ReadU16(field.offset);
+  default:
+    return ReadU32(field.offset);
+  }
+}
+
+void CmGenericByteData::WriteField(SmHeaderField field, uint32_t value) {
+  switch (field.width) {
+  case 1:
+    WriteU8(field.offset, static_cast<uint8_t>(value));
+    break;
+  case 2:
+    WriteU16(field.offset, static_cast<uint16_t>(value));
+    break;
+  default:
+    WriteU32(field.offset, value);
+    break;
+  }
+}
+
+uint32_t CmGenericByteData::GetField(SmHeaderField field) const {
+  CmScopedLock lock(m_Lock);
+  return CanAccessFields() ? ReadField(field) : 0;
+}
+
+bool CmGenericByteData::SetField(SmHeaderField field, uint32_t value, bool accepted) {
+  CmScopedLock lock(m_Lock);
+  if (!CanAccessFields() || !accepted) {
+    return false;
+  }
+  WriteField(field, value);
+  return true;
+}
+
+NmTimeStamp::CmTimeStamp CmGenericByteData::GetTimeField(uint64_t offset) const {
+  CmScopedLock lock(m_Lock);
+  return CanAccessFields() ? ReadTime(offset) : NmTimeStamp::CmTimeStamp();
+}
+
+bool CmGenericByteData::SetTimeField(uint64_t offset, const NmTimeStamp::CmTimeStamp& time) {
+  CmScopedLock lock(m_Lock);
+  if (!CanAccessFields()) {
+    return false;
+  }
+  WriteTime(offset, time);
+  return true;
+}
+
+bool CmGenericByteData::GetFlag(SmHeaderField flags, uint32_t bit) const {
+  return (GetField(flags) & bit) != 0;
+}
+
+bool CmGenericByteData::SetFlag(SmHeaderField flags, uint32_t bit, bool set) {
+  CmScopedLock lock(m_Lock);
+  if (!CanAccessFields()) {
+    return false;
+  }
+  const uint32_t value = ReadField(flags);
+  WriteField(flags, set ? value | bit : value & ~bit);
+  return true;
+}
+
 } // namespace NmMediaProcessing

@@ -29,6 +29,12 @@ bool IsBlockHeaderType(int32_t type);
 NmTimeStamp::CmTimeStamp WireTimeToTimeStamp(uint64_t wireTime);
 uint64_t TimeStampToWireTime(const NmTimeStamp::CmTimeStamp& time);
 
+// Where a whole-number header field sits and how wide it is (1, 2 or 4 bytes).
+struct SmHeaderField {
+  uint64_t offset;
+  uint32_t width;
+};
+
 // A view over one generic byte data record: a big-endian header followed by
 // the payload. Nothing is parsed into members; getters read the bytes and
 // setters write them, so the buffer is always the wire form. The object may
@@ -89,6 +95,20 @@ protected:
 
   NmTimeStamp::CmTimeStamp ReadTime(uint64_t offset) const;
   void WriteTime(uint64_t offset, const NmTimeStamp::CmTimeStamp& time);
+  uint32_t ReadField(SmHeaderField field) const;
+  void WriteField(SmHeaderField field, uint32_t value);
+
+  // What the public getters and setters of the record kinds share: the lock
+  // and the check that the record has fields at all. Without fields a getter
+  // answers 0 (the empty time) and a setter false; a setter whose value its
+  // caller refused answers false as well and writes nothing.
+  uint32_t GetField(SmHeaderField field) const;
+  bool SetField(SmHeaderField field, uint32_t value, bool accepted = true);
+  NmTimeStamp::CmTimeStamp GetTimeField(uint64_t offset) const;
+  bool SetTimeField(uint64_t offset, const NmTimeStamp::CmTimeStamp& time);
+  // One bit of a flags field: false without fields.
+  bool GetFlag(SmHeaderField flags, uint32_t bit) const;
+  bool SetFlag(SmHeaderField flags, uint32_t bit, bool set);
 
 private:
   void ClearView();

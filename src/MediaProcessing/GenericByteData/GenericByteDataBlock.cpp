@@ -3,21 +3,18 @@
 #include <cfenv>
 #include <cmath>
 
-#include "MediaProcessing/GenericByteData/ImageFormBits.h"
-
 namespace NmMediaProcessing {
 
 using CmScopedLock = NmThread::CmCriticalSection::CmScopedLock;
 using NmTimeStamp::CmTimeStamp;
 
 namespace {
-constexpr uint64_t FlagsOffset = 4;
 constexpr uint64_t BeginTimeOffset = 12;
 constexpr uint64_t EndTimeOffset = 20;
-constexpr uint64_t ImageWidthOffset = 28;
-constexpr uint64_t ImageHeightOffset = 30;
-constexpr uint64_t ComponentCountOffset = 32;
-constexpr uint64_t ImageCountOffset = 34;
+constexpr SmHeaderField ImageWidthField{28, 2};
+constexpr SmHeaderField ImageHeightField{30, 2};
+constexpr SmHeaderField ComponentCountField{32, 2};
+constexpr SmHeaderField ImageCountField{34, 2};
 constexpr uint32_t LastImageAtEndTime = 1u << 1;
 constexpr uint32_t U16Limit = 0xFFFF;
 
@@ -49,146 +46,57 @@ bool CmGenericByteDataBlock::IsValidType(int32_t type) const {
   return IsBlockHeaderType(type) || type == SmByteDataType::RawJPEG;
 }
 
-uint32_t CmGenericByteDataBlock::ReadFlags() const {
-  return ReadU32(FlagsOffset);
-}
-
-bool CmGenericByteDataBlock::UpdateFlags(uint32_t flags) {
-  WriteU32(FlagsOffset, flags);
-  return true;
-}
-
 CmTimeStamp CmGenericByteDataBlock::GetBeginTime() const {
-  CmScopedLock lock(m_Lock);
-  return CanAccessFields() ? ReadTime(BeginTimeOffset) : CmTimeStamp();
+  return GetTimeField(BeginTimeOffset);
 }
 
 bool CmGenericByteDataBlock::SetBeginTime(const CmTimeStamp& time) {
-  CmScopedLock lock(m_Lock);
-  if (!CanAccessFields()) {
-    return false;
-  }
-  WriteTime(BeginTimeOffset, time);
-  return true;
+  return SetTimeField(BeginTimeOffset, time);
 }
 
 CmTimeStamp CmGenericByteDataBlock::GetEndTime() const {
-  CmScopedLock lock(m_Lock);
-  return CanAccessFields() ? ReadTime(EndTimeOffset) : CmTimeStamp();
+  return GetTimeField(EndTimeOffset);
 }
 
 bool CmGenericByteDataBlock::SetEndTime(const CmTimeStamp& time) {
-  CmScopedLock lock(m_Lock);
-  if (!CanAccessFields()) {
-    return false;
-  }
-  WriteTime(EndTimeOffset, time);
-  return true;
+  return SetTimeField(EndTimeOffset, time);
 }
 
 uint32_t CmGenericByteDataBlock::GetImageWidth() const {
-  CmScopedLock lock(m_Lock);
-  return CanAccessFields() ? ReadU16(ImageWidthOffset) : 0;
+  return GetField(ImageWidthField);
 }
 
 bool CmGenericByteDataBlock::SetImageWidth(uint32_t width) {
-  CmScopedLock lock(m_Lock);
-  if (!CanAccessFields() || width > U16Limit) {
-    return false;
-  }
-  WriteU16(ImageWidthOffset, static_cast<uint16_t>(width));
-  return true;
+  return SetField(ImageWidthField, width, width <= U16Limit);
 }
 
 uint32_t CmGenericByteDataBlock::GetImageHeight() const {
-  CmScopedLock lock(m_Lock);
-  return CanAccessFields() ? ReadU16(ImageHeightOffset) : 0;
+  return GetField(ImageHeightField);
 }
 
 bool CmGenericByteDataBlock::SetImageHeight(uint32_t height) {
-  CmScopedLock lock(m_Lock);
-  if (!CanAccessFields() || height > U16Limit) {
-    return false;
-  }
-  WriteU16(ImageHeightOffset, static_cast<uint16_t>(height));
-  return true;
+  return SetField(ImageHeightField, height, height <= U16Limit);
 }
 
 bool CmGenericByteDataBlock::SetComponentCount(uint32_t count) {
-  CmScopedLock lock(m_Lock);
-  if (!CanAccessFields() || count > U16Limit) {
-    return false;
-  }
-  WriteU16(ComponentCountOffset, static_cast<uint16_t>(count));
-  return true;
+  return SetField(ComponentCountField, count, count <= U16Limit);
 }
 
 uint32_t CmGenericByteDataBlock::GetImageCount() const {
-  CmScopedLock lock(m_Lock);
-  return CanAccessFields() ? ReadU16(ImageCountOffset) : 0;
+  return GetField(ImageCountField);
 }
 
 bool CmGenericByteDataBlock::SetImageCount(uint32_t count) {
-  CmScopedLock lock(m_Lock);
-  if (!CanAccessFields() || count > U16Limit) {
-    return false;
-  }
-  WriteU16(ImageCountOffset, static_cast<uint16_t>(count));
-  return true;
-}
-
-bool CmGenericByteDataBlock::GetInterlacing(bool& interlaced, bool& topFieldFirst,
-                                            uint32_t& layout) const {
-  CmScopedLock lock(m_Lock);
-  if (!CanAccessFields()) {
-    interlaced = false;
-    topFieldFirst = false;
-    layout = 0;
-    return false;
-  }
-  NmImageFormBits::DecodeInterlacing(ReadFlags(), interlaced, topFieldFirst, layout);
-  return true;
-}
-
-bool CmGenericByteDataBlock::SetInterlacing(bool interlaced, bool topFieldFirst, uint32_t layout) {
-  CmScopedLock lock(m_Lock);
-  if (!CanAccessFields() || layout > 3) {
-    return false;
-  }
-  return UpdateFlags(
-      NmImageFormBits::EncodeInterlacing(ReadFlags(), interlaced, topFieldFirst, layout));
-}
-
-bool CmGenericByteDataBlock::GetPictureFormat(uint32_t& pictureFormat) const {
-  CmScopedLock lock(m_Lock);
-  pictureFormat = 0;
-  if (!CanAccessFields()) {
-    return false;
-  }
-  pictureFormat = NmImageFormBits::DecodePictureFormat(ReadFlags());
-  return true;
-}
-
-bool CmGenericByteDataBlock::SetPictureFormat(uint32_t pictureFormat) {
-  CmScopedLock lock(m_Lock);
-  if (!CanAccessFields() || pictureFormat >= NmImageFormBits::PictureFormatCount) {
-    return false;
-  }
-  return UpdateFlags(NmImageFormBits::EncodePictureFormat(ReadFlags(), pictureFormat));
+  return SetField(ImageCountField, count, count <= U16Limit);
 }
 
 bool CmGenericByteDataBlock::SetEndTimeExclusive(bool exclusive) {
-  CmScopedLock lock(m_Lock);
-  if (!CanAccessFields()) {
-    return false;
-  }
-  const uint32_t flags = ReadFlags();
-  return UpdateFlags(exclusive ? flags & ~LastImageAtEndTime : flags | LastImageAtEndTime);
+  return SetFlag(BlockFlagsField, LastImageAtEndTime, !exclusive);
 }
 
 bool CmGenericByteDataBlock::IsEndTimeExclusive() const {
   CmScopedLock lock(m_Lock);
-  return CanAccessFields() && (ReadFlags() & LastImageAtEndTime) == 0;
+  return CanAccessFields() && (ReadField(BlockFlagsField) & LastImageAtEndTime) == 0;
 }
 
 bool CmGenericByteDataBlock::AreTimesValid() const {
@@ -196,7 +104,7 @@ bool CmGenericByteDataBlock::AreTimesValid() const {
   if (!CanAccessFields()) {
     return false;
   }
-  const uint32_t imageCount = ReadU16(ImageCountOffset);
+  const uint32_t imageCount = ReadField(ImageCountField);
   const CmTimeStamp begin = ReadTime(BeginTimeOffset);
   const CmTimeStamp end = ReadTime(EndTimeOffset);
   if (imageCount == 0 || begin > end) {
@@ -218,7 +126,7 @@ bool CmGenericByteDataBlock::GetTimeStampForImage(uint64_t index, CmTimeStamp& t
   if (!CanAccessFields()) {
     return false;
   }
-  const uint64_t imageCount = ReadU16(ImageCountOffset);
+  const uint64_t imageCount = ReadField(ImageCountField);
   if (imageCount == 0 || index >= imageCount) {
     return false;
   }
@@ -233,7 +141,7 @@ bool CmGenericByteDataBlock::GetTimeStampForImage(uint64_t index, CmTimeStamp& t
   }
   const uint64_t duration = TimeStampToWireTime(end) - TimeStampToWireTime(begin);
   const double interval =
-      ImageInterval(duration, imageCount, (ReadFlags() & LastImageAtEndTime) != 0);
+      ImageInterval(duration, imageCount, (ReadField(BlockFlagsField) & LastImageAtEndTime) != 0);
   timeOut = AddMilliseconds(begin, std::ceil(static_cast<double>(index) * interval));
   return true;
 }
@@ -244,7 +152,7 @@ bool CmGenericByteDataBlock::GetImageIndexForTime(const CmTimeStamp& time, uint6
   if (!CanAccessFields()) {
     return false;
   }
-  const uint64_t imageCount = ReadU16(ImageCountOffset);
+  const uint64_t imageCount = ReadField(ImageCountField);
   const CmTimeStamp begin = ReadTime(BeginTimeOffset);
   const CmTimeStamp end = ReadTime(EndTimeOffset);
   if (imageCount == 0 || begin > end) {
@@ -258,7 +166,7 @@ bool CmGenericByteDataBlock::GetImageIndexForTime(const CmTimeStamp& time, uint6
     timeOut = begin;
     return true;
   }
-  const bool lastImageAtEndTime = (ReadFlags() & LastImageAtEndTime) != 0;
+  const bool lastImageAtEndTime = (ReadField(BlockFlagsField) & LastImageAtEndTime) != 0;
   if (lastImageAtEndTime ? time > end : time >= end) {
     return false;
   }

@@ -1,17 +1,22 @@
 #pragma once
 
 #include "MediaProcessing/GenericByteData/GenericByteData.h"
+#include "MediaProcessing/GenericByteData/ImageFormFields.h"
 
 namespace NmMediaProcessing {
+
+// The 32-bit flags of a block: where the last image lies, and the image form
+// bits.
+inline constexpr SmHeaderField BlockFlagsField{4, 4};
 
 // A block: a 36-byte header, an optional header extension, then all frames of
 // one group of pictures (or one image) back to back. The type field names the
 // codec in the block numbering. A raw JPEG is accepted as a block type too,
 // but having no header it has no fields to read.
-class CmGenericByteDataBlock : public CmGenericByteData {
+class CmGenericByteDataBlock : public CmImageFormFields<CmGenericByteData, BlockFlagsField> {
 public:
   CmGenericByteDataBlock() = default;
-  explicit CmGenericByteDataBlock(bool freeOnDestruction) : CmGenericByteData(freeOnDestruction) {}
+  explicit CmGenericByteDataBlock(bool freeOnDestruction) : CmImageFormFields(freeOnDestruction) {}
   CmGenericByteDataBlock(uint8_t* buffer, uint64_t size) { Attach(buffer, size); }
   CmGenericByteDataBlock(const CmGenericByteDataBlock&) = default;
   CmGenericByteDataBlock& operator=(const CmGenericByteDataBlock&) = default;
@@ -33,11 +38,6 @@ public:
   uint32_t GetImageCount() const;
   bool SetImageCount(uint32_t count);
 
-  bool GetInterlacing(bool& interlaced, bool& topFieldFirst, uint32_t& layout) const;
-  bool SetInterlacing(bool interlaced, bool topFieldFirst, uint32_t layout);
-  bool GetPictureFormat(uint32_t& pictureFormat) const;
-  bool SetPictureFormat(uint32_t pictureFormat);
-
   // Exclusive: the end time lies one image interval behind the last image.
   bool SetEndTimeExclusive(bool exclusive);
   bool IsEndTimeExclusive() const;
@@ -48,10 +48,6 @@ public:
   // lies outside the block.
   bool GetImageIndexForTime(const NmTimeStamp::CmTimeStamp& time, uint64_t& indexOut,
                             NmTimeStamp::CmTimeStamp& timeOut) const;
-
-private:
-  uint32_t ReadFlags() const;
-  bool UpdateFlags(uint32_t flags);
 };
 
 // The block as video decoding sees it; same layout and rules.

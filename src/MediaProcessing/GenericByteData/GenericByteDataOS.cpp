@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include "Common/BitStream/BigEndian.h"
+
 namespace NmMediaProcessing {
 
 bool CmGenericByteDataOS::IsFieldReadable(uint64_t offset, uint64_t width) const {
@@ -13,27 +15,15 @@ uint8_t CmGenericByteDataOS::ReadU8(uint64_t offset) const {
 }
 
 uint16_t CmGenericByteDataOS::ReadU16(uint64_t offset) const {
-  if (!IsFieldReadable(offset, 2)) {
-    return 0;
-  }
-  const uint8_t* p = m_Data + offset;
-  return static_cast<uint16_t>((p[0] << 8) | p[1]);
+  return IsFieldReadable(offset, 2) ? NmBigEndian::Load16(m_Data + offset) : 0;
 }
 
 uint32_t CmGenericByteDataOS::ReadU32(uint64_t offset) const {
-  if (!IsFieldReadable(offset, 4)) {
-    return 0;
-  }
-  const uint8_t* p = m_Data + offset;
-  return (static_cast<uint32_t>(p[0]) << 24) | (static_cast<uint32_t>(p[1]) << 16) |
-         (static_cast<uint32_t>(p[2]) << 8) | static_cast<uint32_t>(p[3]);
+  return IsFieldReadable(offset, 4) ? NmBigEndian::Load32(m_Data + offset) : 0;
 }
 
 uint64_t CmGenericByteDataOS::ReadU64(uint64_t offset) const {
-  if (!IsFieldReadable(offset, 8)) {
-    return 0;
-  }
-  return (static_cast<uint64_t>(ReadU32(offset)) << 32) | ReadU32(offset + 4);
+  return IsFieldReadable(offset, 8) ? NmBigEndian::Load64(m_Data + offset) : 0;
 }
 
 void CmGenericByteDataOS::WriteBytes(uint64_t offset, const uint8_t* bytes, uint64_t width) {

@@ -18,10 +18,31 @@ public:
   ~CmGenericByteDataSinglePacket() override = default;
 
   bool IsValidType(int32_t type) const override;
+};
+
+// What the video and the audio packet share: one type each, a header of a
+// fixed length, the codec field at 6 and the sequence number at 8.
+class CmGenericStreamDataPacket : public CmGenericByteDataSinglePacket {
+public:
+  CmGenericStreamDataPacket() = default;
+  explicit CmGenericStreamDataPacket(bool freeOnDestruction)
+      : CmGenericByteDataSinglePacket(freeOnDestruction) {}
+
+  bool IsValidType(int32_t type) const override { return type == GetDefaultType(); }
+  bool CanAllocate() const override { return true; }
+  uint64_t GetHeaderLength(int32_t type) const override;
+
+  // 0 unless the field holds a codec value known to the packet's kind.
+  uint32_t GetCodec() const;
+  bool SetCodec(uint32_t codec);
+  uint16_t GetSequenceNumber() const;
+  bool SetSequenceNumber(uint16_t sequenceNumber);
+  // The number that the packet before this one must have carried.
+  uint16_t GetPreviousSequenceNumber() const;
 
 protected:
-  // The sequence number field is shared by both stream packets.
-  uint16_t ReadSequenceNumber() const;
+  virtual uint64_t GetFixedHeaderLength() const = 0;
+  virtual bool IsKnownCodec(uint32_t codec) const = 0;
 };
 
 } // namespace NmMediaProcessing

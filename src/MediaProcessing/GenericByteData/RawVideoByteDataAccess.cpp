@@ -59,47 +59,48 @@ void CmRawVideoByteDataAccess::Initialize(const CmGenericByteData& byteData, boo
   }
 }
 
+template <class Record>
+bool CmRawVideoByteDataAccess::ReadImageForm(const Record& record, SmImageForm& form) {
+  return record.GetInterlacing(form.interlaced, form.topFieldFirst, form.layout) &&
+         record.GetPictureFormat(form.pictureFormat);
+}
+
+bool CmRawVideoByteDataAccess::Take(const SmVideoFacts& facts, const CmGenericByteData& record) {
+  m_Codec = facts.codec;
+  m_Time = facts.time;
+  m_ImageCount = facts.imageCount;
+  m_Sync = facts.sync;
+  m_Form = facts.form;
+  m_DataSize = record.GetPayloadLength();
+  m_Data = record.GetPayload();
+  return true;
+}
+
 bool CmRawVideoByteDataAccess::InitializeBlock(const CmGenericByteData& byteData, bool lenient) {
   const CmGenericVideoByteDataBlock block(byteData.GetData(), byteData.GetLength());
   if (!block.IsTypeValid()) {
     return false;
   }
   // Each check that fails ends a strict view and is passed over by a lenient one.
-  uint32_t codec = 0;
-  if (!ByteDataTypeToCodec(block.GetType(), codec) && !lenient) {
+  SmVideoFacts facts;
+  facts.sync = true;
+  if (!ByteDataTypeToCodec(block.GetType(), facts.codec) && !lenient) {
     return false;
   }
   if (!block.AreTimesValid() && !lenient) {
     return false;
   }
-  NmTimeStamp::CmTimeStamp time;
-  if (!block.GetTimeStampForImage(0, time) && !lenient) {
+  if (!block.GetTimeStampForImage(0, facts.time) && !lenient) {
     return false;
   }
-  const uint32_t imageCount = block.GetImageCount();
-  if (imageCount == 0 && !lenient) {
+  facts.imageCount = block.GetImageCount();
+  if (facts.imageCount == 0 && !lenient) {
     return false;
   }
-  bool interlaced = false;
-  bool topFieldFirst = false;
-  uint32_t layout = 0;
-  uint32_t pictureFormat = 0;
-  if ((!block.GetInterlacing(interlaced, topFieldFirst, layout) ||
-       !block.GetPictureFormat(pictureFormat)) &&
-      !lenient) {
+  if (!ReadImageForm(block, facts.form) && !lenient) {
     return false;
   }
-  m_Codec = codec;
-  m_Time = time;
-  m_ImageCount = imageCount;
-  m_Sync = true;
-  m_Interlaced = interlaced;
-  m_TopFieldFirst = topFieldFirst;
-  m_InterlaceLayout = layout;
-  m_PictureFormat = pictureFormat;
-  m_DataSize = block.GetPayloadLength();
-  m_Data = block.GetPayload();
-  return true;
+  return Take(facts, block);
 }
 
 bool CmRawVideoByteDataAccess::InitializePacket(uint8_t* data, uint64_t size, bool lenient) {
@@ -107,33 +108,20 @@ bool CmRawVideoByteDataAccess::InitializePacket(uint8_t* data, uint64_t size, bo
   if (packet.GetType() != SmByteDataType::VideoStreamDataPacket || !packet.IsTypeValid()) {
     return false;
   }
-  const bool sync = packet.GetSync();
-  const uint32_t codec = packet.GetCodec();
+  SmVideoFacts facts;
+  facts.sync = packet.GetSync();
+  facts.codec = packet.GetCodec();
   // Every frame of an intra-only codec decodes alone; one that says otherwise
   // is damaged.
-  if (!sync && IsIntraOnlyCodec(codec) && !lenient) {
+  if (!facts.sync && IsIntraOnlyCodec(facts.codec) && !lenient) {
     return false;
   }
-  bool interlaced = false;
-  bool topFieldFirst = false;
-  uint32_t layout = 0;
-  uint32_t pictureFormat = 0;
-  if ((!packet.GetInterlacing(interlaced, topFieldFirst, layout) ||
-       !packet.GetPictureFormat(pictureFormat)) &&
-      !lenient) {
+  if (!ReadImageForm(packet, facts.form) && !lenient) {
     return false;
   }
-  m_Interlaced = interlaced;
-  m_TopFieldFirst = topFieldFirst;
-  m_InterlaceLayout = layout;
-  m_PictureFormat = pictureFormat;
-  m_Codec = codec;
-  m_Time = packet.GetFrameTime();
-  m_ImageCount = 1;
-  m_Sync = sync;
-  m_DataSize = packet.GetPayloadLength();
-  m_Data = packet.GetPayload();
-  return true;
+  facts.time = packet.GetFrameTime();
+  facts.imageCount = 1;
+  return Take(facts, packet);
 }
 
 bool CmRawVideoByteDataAccess::GetTimeStampForImage(uint64_t index,

@@ -6,13 +6,7 @@ JStatus CBitStreamInput::Attach(CBaseStreamInput* stream, uint32_t bufferSize) {
   if (stream == nullptr || bufferSize == 0) {
     return JStatusFailed;
   }
-  if (!m_Buffer || m_BufferSize != bufferSize) {
-    m_BufferSize = 0;
-    if (const JStatus status = m_Buffer.Allocate(bufferSize); status != JStatusOk) {
-      return status;
-    }
-    m_BufferSize = bufferSize;
-  }
+  VZK_RETURN_IF_FAILED(EnsureBuffer(m_Buffer, m_BufferSize, bufferSize));
   m_Stream = stream;
   m_Filled = 0;
   m_Position = 0;

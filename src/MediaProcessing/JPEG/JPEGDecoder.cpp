@@ -55,13 +55,7 @@ JStatus CJPEGDecoder::SetDestination(uint8_t* const planes[4], const uint32_t st
                       : planeCount != m_ComponentCount || sampling != m_Sampling) {
     return JStatusUnsupported;
   }
-  m_Destination.width = width;
-  m_Destination.height = height;
-  m_Destination.channels = planeCount;
-  m_Destination.color = color;
-  m_Destination.scale = scale;
-  m_Destination.set = true;
-  return CheckDestination();
+  return TakeDestination(width, height, planeCount, color, scale);
 }
 
 JStatus CJPEGDecoder::SetDestination(uint8_t* data, uint32_t step, uint32_t width, uint32_t height,
@@ -85,6 +79,12 @@ JStatus CJPEGDecoder::SetDestination(uint8_t* data, uint32_t step, uint32_t widt
   m_Destination.packed = channels > 1;
   m_Destination.planes[0] = data;
   m_Destination.steps[0] = step;
+  return TakeDestination(width, height, channels, color, scale);
+}
+
+// The part of a destination that planes and a packed buffer share.
+JStatus CJPEGDecoder::TakeDestination(uint32_t width, uint32_t height, int channels, JColor color,
+                                      int scale) {
   m_Destination.width = width;
   m_Destination.height = height;
   m_Destination.channels = channels;

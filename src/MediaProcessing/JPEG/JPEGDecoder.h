@@ -123,6 +123,7 @@ private:
   JStatus OutputLosslessPicture();
 
   // Output.
+  JStatus TakeDestination(uint32_t width, uint32_t height, int channels, JColor color, int scale);
   JStatus CheckDestination() const;
   int BlockOutputSize() const;
   void OutputBlockRow(int component, const int16_t* coefficients, int blockRow, int bandRow);

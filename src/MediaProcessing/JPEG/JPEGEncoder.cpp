@@ -68,12 +68,7 @@ JStatus CJPEGEncoder::SetSource(const uint8_t* data, int step, int width, int he
   m_Source.packed = true;
   m_Source.planes[0] = data;
   m_Source.steps[0] = step;
-  m_Source.width = width;
-  m_Source.height = height;
-  m_Source.channels = channels;
-  m_Source.color = color;
-  m_Source.sampling = sampling;
-  return JStatusOk;
+  return TakeSource(width, height, channels, color, sampling);
 }
 
 JStatus CJPEGEncoder::SetSource(const uint8_t* const planes[], const int steps[], int width,
@@ -104,11 +99,17 @@ JStatus CJPEGEncoder::SetSource(const uint8_t* const planes[], const int steps[]
     m_Source.planes[i] = planes[i];
     m_Source.steps[i] = steps[i];
   }
+  return TakeSource(width, height, planeCount, color, gray ? JSampling444 : sampling);
+}
+
+// The part of a source that a packed buffer and planes share.
+JStatus CJPEGEncoder::TakeSource(int width, int height, int channels, JColor color,
+                                 JSampling sampling) {
   m_Source.width = width;
   m_Source.height = height;
-  m_Source.channels = planeCount;
+  m_Source.channels = channels;
   m_Source.color = color;
-  m_Source.sampling = gray ? JSampling444 : sampling;
+  m_Source.sampling = sampling;
   return JStatusOk;
 }
 

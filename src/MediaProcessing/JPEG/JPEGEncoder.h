@@ -63,6 +63,7 @@ private:
     JSampling sampling = JSampling444;
   };
 
+  JStatus TakeSource(int width, int height, int channels, JColor color, JSampling sampling);
   JStatus CheckReady() const;
   JStatus WriteMarkerSegment(uint8_t marker, const uint8_t* body, size_t size);
   JStatus WriteFrameAndTables(int xDensity, int yDensity);

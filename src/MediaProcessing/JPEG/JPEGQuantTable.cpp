@@ -18,11 +18,7 @@ JStatus ScaleQuantTable(uint16_t table[64], int quality, uint16_t maximum) {
   return JStatusOk;
 }
 
-JStatus CJPEGDecoderQuantTable::Init(int tableId, const uint16_t zigZag[64], int tablePrecision) {
-  initialized = false;
-  if (tableId < 0 || tableId > 3 || tablePrecision < 0 || tablePrecision > 1) {
-    return JStatusFailed;
-  }
+void CJPEGQuantTable::Store(int tableId, int tablePrecision, const uint16_t zigZag[64]) {
   for (int k = 0; k < 64; ++k) {
     raw[k] = zigZag[k];
     natural[kJPEGNaturalOrder[k]] = zigZag[k];
@@ -30,44 +26,47 @@ JStatus CJPEGDecoderQuantTable::Init(int tableId, const uint16_t zigZag[64], int
   id = tableId;
   precision = tablePrecision;
   initialized = true;
+}
+
+JStatus CJPEGDecoderQuantTable::Init(int tableId, const uint16_t zigZag[64], int tablePrecision) {
+  initialized = false;
+  if (tableId < 0 || tableId > 3 || tablePrecision < 0 || tablePrecision > 1) {
+    return JStatusFailed;
+  }
+  Store(tableId, tablePrecision, zigZag);
   return JStatusOk;
 }
 
 JStatus CJPEGEncoderQuantTable::Init(int tableId, const uint8_t table[64], int quality) {
-  uint16_t values[64];
-  for (int i = 0; i < 64; ++i) {
-    values[i] = table[i];
-  }
-  return Prepare(tableId, values, quality, 0);
+  return Prepare(tableId, table, quality, 0);
 }
 
 JStatus CJPEGEncoderQuantTable::Init(int tableId, const uint16_t table[64], int quality) {
-  uint16_t values[64];
-  for (int i = 0; i < 64; ++i) {
-    values[i] = table[i];
-  }
-  return Prepare(tableId, values, quality, 1);
+  return Prepare(tableId, table, quality, 1);
 }
 
-JStatus CJPEGEncoderQuantTable::Prepare(int tableId, uint16_t values[64], int quality,
+template <typename Value>
+JStatus CJPEGEncoderQuantTable::Prepare(int tableId, const Value table[64], int quality,
                                         int tablePrecision) {
   initialized = false;
   if (tableId < 0 || tableId > 3) {
     return JStatusFailed;
   }
+  uint16_t values[64];
+  for (int i = 0; i < 64; ++i) {
+    values[i] = table[i];
+  }
   if (quality != 0 &&
       ScaleQuantTable(values, quality, tablePrecision == 0 ? 255 : 32767) != JStatusOk) {
     return JStatusPrimitiveFailed;
   }
+  uint16_t zigZag[64];
   for (int k = 0; k < 64; ++k) {
-    if (values[kJPEGNaturalOrder[k]] == 0) {
+    zigZag[k] = values[kJPEGNaturalOrder[k]];
+    if (zigZag[k] == 0) {
       return JStatusPrimitiveFailed; // a zero step cannot quantise
     }
-    raw[k] = values[kJPEGNaturalOrder[k]];
-    natural[kJPEGNaturalOrder[k]] = raw[k];
   }
-  id = tableId;
-  precision = tablePrecision;
-  initialized = true;
+  Store(tableId, tablePrecision, zigZag);
   return JStatusOk;
 }

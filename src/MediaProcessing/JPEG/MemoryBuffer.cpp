@@ -20,3 +20,13 @@ void CMemoryBuffer::Free() {
     m_Data = nullptr;
   }
 }
+
+JStatus EnsureBuffer(CMemoryBuffer& buffer, uint32_t& held, uint32_t size) {
+  if (buffer && held == size) {
+    return JStatusOk;
+  }
+  held = 0;
+  VZK_RETURN_IF_FAILED(buffer.Allocate(size));
+  held = size;
+  return JStatusOk;
+}

@@ -23,3 +23,7 @@ public:
 private:
   uint8_t* m_Data = nullptr;
 };
+
+// A stream's buffer of `size` bytes, kept when it already has that size.
+// `held` is the size the stream keeps beside the buffer: 0 after a failure.
+JStatus EnsureBuffer(CMemoryBuffer& buffer, uint32_t& held, uint32_t size);
