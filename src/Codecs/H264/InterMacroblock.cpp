@@ -158,6 +158,14 @@ void CmSliceDecoder::SetMotion(uint32_t address, int list, int x, int y, int wid
   }
 }
 
+void CmSliceDecoder::MarkKnown(int x, int y, int width, int height) {
+  for (int j = y; j < y + height; ++j) {
+    for (int i = x; i < x + width; ++i) {
+      m_KnownBlocks = static_cast<uint16_t>(m_KnownBlocks | (1u << (i + 4 * j)));
+    }
+  }
+}
+
 void CmSliceDecoder::DecodeSkippedMacroblock(uint32_t address) {
   SmMacroblockInfo& mb = m_Picture->GetMacroblocks()[address];
   mb = SmMacroblockInfo();
@@ -226,6 +234,27 @@ bool CmSliceDecoder::PredictDirect(uint32_t address, unsigned mask) {
       picture = col.refPicture[1][b8];
     }
   };
+  // Each 4x4 block of the chosen 8x8 blocks with its co-located motion.
+  const auto eachBlock = [&](auto&& use) {
+    for (int b8 = 0; b8 < 4; ++b8) {
+      if ((mask & (1u << b8)) == 0) {
+        continue;
+      }
+      for (int j = 0; j < 2; ++j) {
+        for (int i = 0; i < 2; ++i) {
+          const int x = 2 * (b8 % 2) + i, y = 2 * (b8 / 2) + j;
+          int colRef = -1;
+          const int16_t* colMv = nullptr;
+          uint32_t colPic = 0;
+          colMotion(colBlock(x, y), colRef, colMv, colPic);
+          if (!use(x, y, colRef, colMv, colPic)) {
+            return false;
+          }
+        }
+      }
+    }
+    return true;
+  };
   if (m_Header->directSpatialMvPred) {
     // One reference per list for the whole macroblock, from the neighbours
     // of a 16x16 partition; the vectors as predicted for it, or zero where
@@ -256,87 +285,63 @@ bool CmSliceDecoder::PredictDirect(uint32_t address, unsigned mask) {
     }
     m_KnownBlocks = known;
     const bool colShortTerm = list1.longTerm[0] == 0;
-    for (int b8 = 0; b8 < 4; ++b8) {
-      if ((mask & (1u << b8)) == 0) {
-        continue;
-      }
-      for (int j = 0; j < 2; ++j) {
-        for (int i = 0; i < 2; ++i) {
-          const int x = 2 * (b8 % 2) + i, y = 2 * (b8 / 2) + j;
-          int colRef = -1;
-          const int16_t* colMv = nullptr;
-          uint32_t colPic = 0;
-          colMotion(colBlock(x, y), colRef, colMv, colPic);
-          const bool colZero =
-              colShortTerm && colRef == 0 && std::abs(colMv[0]) <= 1 && std::abs(colMv[1]) <= 1;
-          for (int list = 0; list < 2; ++list) {
-            int16_t mv[2] = {0, 0};
-            if (refIdx[list] >= 0 && !zero && !(refIdx[list] == 0 && colZero)) {
-              mv[0] = mvp[list][0];
-              mv[1] = mvp[list][1];
-            }
-            SetMotion(address, list, x, y, 1, 1, refIdx[list], mv);
-          }
+    return eachBlock([&](int x, int y, int colRef, const int16_t* colMv, uint32_t) {
+      const bool colZero =
+          colShortTerm && colRef == 0 && std::abs(colMv[0]) <= 1 && std::abs(colMv[1]) <= 1;
+      for (int list = 0; list < 2; ++list) {
+        int16_t mv[2] = {0, 0};
+        if (refIdx[list] >= 0 && !zero && !(refIdx[list] == 0 && colZero)) {
+          mv[0] = mvp[list][0];
+          mv[1] = mvp[list][1];
         }
+        SetMotion(address, list, x, y, 1, 1, refIdx[list], mv);
       }
-    }
-    return true;
+      return true;
+    });
   }
   // Temporal: each block follows the co-located block's motion, scaled by
   // the distances in picture order.
   const int32_t currentPoc = m_Picture->GetPoc();
-  for (int b8 = 0; b8 < 4; ++b8) {
-    if ((mask & (1u << b8)) == 0) {
-      continue;
-    }
-    for (int j = 0; j < 2; ++j) {
-      for (int i = 0; i < 2; ++i) {
-        const int x = 2 * (b8 % 2) + i, y = 2 * (b8 / 2) + j;
-        int colRef = -1;
-        const int16_t* colMv = nullptr;
-        uint32_t colPic = 0;
-        colMotion(colBlock(x, y), colRef, colMv, colPic);
-        int refIdx0 = 0;
-        if (colRef >= 0) {
-          // The lowest index of list 0 that names the picture the
-          // co-located block referred to.
-          refIdx0 = -1;
-          const SmReferenceList& list0 = m_Lists[0];
-          for (size_t k = 0; k < list0.pictures.size(); ++k) {
-            if (list0.pictures[k] != nullptr && list0.pictures[k]->GetId() == colPic) {
-              refIdx0 = static_cast<int>(k);
-              break;
-            }
-          }
-          if (refIdx0 < 0) {
-            return false;
-          }
+  return eachBlock([&](int x, int y, int colRef, const int16_t* colMv, uint32_t colPic) {
+    int refIdx0 = 0;
+    if (colRef >= 0) {
+      // The lowest index of list 0 that names the picture the
+      // co-located block referred to.
+      refIdx0 = -1;
+      const SmReferenceList& list0 = m_Lists[0];
+      for (size_t k = 0; k < list0.pictures.size(); ++k) {
+        if (list0.pictures[k] != nullptr && list0.pictures[k]->GetId() == colPic) {
+          refIdx0 = static_cast<int>(k);
+          break;
         }
-        if (m_Lists[0].pictures.empty() ||
-            m_Lists[0].pictures[static_cast<size_t>(refIdx0)] == nullptr) {
-          return false;
-        }
-        const CmPicture& pic0 = *m_Lists[0].pictures[static_cast<size_t>(refIdx0)];
-        int16_t mv0[2], mv1[2];
-        const int tb = std::clamp(currentPoc - pic0.GetPoc(), -128, 127);
-        const int td = std::clamp(colPicture.GetPoc() - pic0.GetPoc(), -128, 127);
-        if (m_Lists[0].longTerm[static_cast<size_t>(refIdx0)] != 0 || td == 0) {
-          mv0[0] = colMv[0], mv0[1] = colMv[1];
-          mv1[0] = mv1[1] = 0;
-        } else {
-          const int tx = (16384 + std::abs(td / 2)) / td;
-          const int scale = std::clamp((tb * tx + 32) >> 6, -1024, 1023);
-          for (int c = 0; c < 2; ++c) {
-            mv0[c] = static_cast<int16_t>((scale * colMv[c] + 128) >> 8);
-            mv1[c] = static_cast<int16_t>(mv0[c] - colMv[c]);
-          }
-        }
-        SetMotion(address, 0, x, y, 1, 1, refIdx0, mv0);
-        SetMotion(address, 1, x, y, 1, 1, 0, mv1);
+      }
+      if (refIdx0 < 0) {
+        return false;
       }
     }
-  }
-  return true;
+    if (m_Lists[0].pictures.empty() ||
+        m_Lists[0].pictures[static_cast<size_t>(refIdx0)] == nullptr) {
+      return false;
+    }
+    const CmPicture& pic0 = *m_Lists[0].pictures[static_cast<size_t>(refIdx0)];
+    int16_t mv0[2], mv1[2];
+    const int tb = std::clamp(currentPoc - pic0.GetPoc(), -128, 127);
+    const int td = std::clamp(colPicture.GetPoc() - pic0.GetPoc(), -128, 127);
+    if (m_Lists[0].longTerm[static_cast<size_t>(refIdx0)] != 0 || td == 0) {
+      mv0[0] = colMv[0], mv0[1] = colMv[1];
+      mv1[0] = mv1[1] = 0;
+    } else {
+      const int tx = (16384 + std::abs(td / 2)) / td;
+      const int scale = std::clamp((tb * tx + 32) >> 6, -1024, 1023);
+      for (int c = 0; c < 2; ++c) {
+        mv0[c] = static_cast<int16_t>((scale * colMv[c] + 128) >> 8);
+        mv1[c] = static_cast<int16_t>(mv0[c] - colMv[c]);
+      }
+    }
+    SetMotion(address, 0, x, y, 1, 1, refIdx0, mv0);
+    SetMotion(address, 1, x, y, 1, 1, 0, mv1);
+    return true;
+  });
 }
 
 bool CmSliceDecoder::DecodeInterMacroblock(CmBitReader& reader, uint32_t mbType, uint32_t address) {
@@ -374,11 +379,7 @@ bool CmSliceDecoder::DecodeInterMacroblock(CmBitReader& reader, uint32_t mbType,
       const int32_t dx = reader.ReadSE(), dy = reader.ReadSE();
       const int16_t mv[2] = {static_cast<int16_t>(mvp[0] + dx), static_cast<int16_t>(mvp[1] + dy)};
       SetMotion(address, 0, x, y, w, h, refs[p], mv);
-      for (int j = y; j < y + h; ++j) {
-        for (int i = x; i < x + w; ++i) {
-          m_KnownBlocks = static_cast<uint16_t>(m_KnownBlocks | (1u << (i + 4 * j)));
-        }
-      }
+      MarkKnown(x, y, w, h);
     }
   } else {
     // P_8x8 and P_8x8ref0: a sub-type per 8x8 block, then the references,
@@ -411,11 +412,7 @@ bool CmSliceDecoder::DecodeInterMacroblock(CmBitReader& reader, uint32_t mbType,
           const int16_t mv[2] = {static_cast<int16_t>(mvp[0] + dx),
                                  static_cast<int16_t>(mvp[1] + dy)};
           SetMotion(address, 0, x, y, w, h, refs[b8], mv);
-          for (int j = y; j < y + h; ++j) {
-            for (int i = x; i < x + w; ++i) {
-              m_KnownBlocks = static_cast<uint16_t>(m_KnownBlocks | (1u << (i + 4 * j)));
-            }
-          }
+          MarkKnown(x, y, w, h);
         }
       }
     }
@@ -435,13 +432,6 @@ bool CmSliceDecoder::DecodeBMacroblock(CmBitReader& reader, uint32_t mbType, uin
     const uint32_t value = references <= 1 ? 0 : reader.ReadTE(references - 1);
     return value < references && m_Lists[list].pictures[value] != nullptr ? static_cast<int>(value)
                                                                           : -1;
-  };
-  const auto markKnown = [this](int x, int y, int w, int h) {
-    for (int j = y; j < y + h; ++j) {
-      for (int i = x; i < x + w; ++i) {
-        m_KnownBlocks = static_cast<uint16_t>(m_KnownBlocks | (1u << (i + 4 * j)));
-      }
-    }
   };
   if (mbType == 0) {
     // B_Direct_16x16.
@@ -482,7 +472,7 @@ bool CmSliceDecoder::DecodeBMacroblock(CmBitReader& reader, uint32_t mbType, uin
           mvs[list][p][1] = static_cast<int16_t>(mvp[1] + reader.ReadSE());
         }
         SetMotion(address, list, x, y, w, h, refs[list][p], mvs[list][p]);
-        markKnown(x, y, w, h);
+        MarkKnown(x, y, w, h);
       }
     }
     m_KnownBlocks = 0xFFFF;
@@ -525,7 +515,7 @@ bool CmSliceDecoder::DecodeBMacroblock(CmBitReader& reader, uint32_t mbType, uin
     for (int b8 = 0; b8 < 4; ++b8) {
       const int x0 = 2 * (b8 % 2), y0 = 2 * (b8 / 2);
       if (subTypes[b8] == 0) {
-        markKnown(x0, y0, 2, 2);
+        MarkKnown(x0, y0, 2, 2);
         continue;
       }
       const SmBSubType& sub = BSubTypes[subTypes[b8]];
@@ -540,7 +530,7 @@ bool CmSliceDecoder::DecodeBMacroblock(CmBitReader& reader, uint32_t mbType, uin
             mv[1] = static_cast<int16_t>(mvp[1] + reader.ReadSE());
           }
           SetMotion(address, list, x, y, sub.width, sub.height, refs[list][b8], mv);
-          markKnown(x, y, sub.width, sub.height);
+          MarkKnown(x, y, sub.width, sub.height);
         }
       }
     }

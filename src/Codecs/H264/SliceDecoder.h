@@ -56,6 +56,9 @@ private:
   bool GetNeighbourMotion(uint32_t address, int list, int x, int y, int& refIdx, int16_t* mv) const;
   void SetMotion(uint32_t address, int list, int x, int y, int width, int height, int refIdx,
                  const int16_t* mv);
+  // The 4x4 blocks of a partition whose motion is now known to the
+  // predictions of the partitions after it.
+  void MarkKnown(int x, int y, int width, int height);
   void PredictInter(uint32_t address);
   // One block of width x height samples at 4x4 block (bx, by) whose motion
   // is uniform.
