@@ -158,6 +158,18 @@ void CmSliceDecoder::SetMotion(uint32_t address, int list, int x, int y, int wid
   }
 }
 
+void CmSliceDecoder::StartInterMacroblock(uint32_t address, uint8_t kind) {
+  SmMacroblockInfo& mb = m_Picture->GetMacroblocks()[address];
+  mb = SmMacroblockInfo();
+  mb.slice = m_Slice;
+  mb.kind = kind;
+  // Skipped macroblocks keep the quantiser; coded ones set it with their
+  // residual.
+  mb.qp = static_cast<int8_t>(m_Qp);
+  std::fill(std::begin(mb.intraModes), std::end(mb.intraModes), int8_t{2});
+  m_KnownBlocks = 0;
+}
+
 void CmSliceDecoder::MarkKnown(int x, int y, int width, int height) {
   for (int j = y; j < y + height; ++j) {
     for (int i = x; i < x + width; ++i) {
@@ -167,13 +179,7 @@ void CmSliceDecoder::MarkKnown(int x, int y, int width, int height) {
 }
 
 void CmSliceDecoder::DecodeSkippedMacroblock(uint32_t address) {
-  SmMacroblockInfo& mb = m_Picture->GetMacroblocks()[address];
-  mb = SmMacroblockInfo();
-  mb.slice = m_Slice;
-  mb.kind = MbSkip;
-  mb.qp = static_cast<int8_t>(m_Qp);
-  std::fill(std::begin(mb.intraModes), std::end(mb.intraModes), int8_t{2});
-  m_KnownBlocks = 0;
+  StartInterMacroblock(address, MbSkip);
   // P_Skip: reference 0 and a zero vector when a neighbour above or to the
   // left is missing or stands still on reference 0, else the prediction.
   int refA = -1, refB = -1;
@@ -190,13 +196,7 @@ void CmSliceDecoder::DecodeSkippedMacroblock(uint32_t address) {
 }
 
 bool CmSliceDecoder::DecodeBSkippedMacroblock(uint32_t address) {
-  SmMacroblockInfo& mb = m_Picture->GetMacroblocks()[address];
-  mb = SmMacroblockInfo();
-  mb.slice = m_Slice;
-  mb.kind = MbSkip;
-  mb.qp = static_cast<int8_t>(m_Qp);
-  std::fill(std::begin(mb.intraModes), std::end(mb.intraModes), int8_t{2});
-  m_KnownBlocks = 0;
+  StartInterMacroblock(address, MbSkip);
   if (!PredictDirect(address, 15)) {
     return false;
   }
@@ -345,12 +345,7 @@ bool CmSliceDecoder::PredictDirect(uint32_t address, unsigned mask) {
 }
 
 bool CmSliceDecoder::DecodeInterMacroblock(CmBitReader& reader, uint32_t mbType, uint32_t address) {
-  SmMacroblockInfo& mb = m_Picture->GetMacroblocks()[address];
-  mb = SmMacroblockInfo();
-  mb.slice = m_Slice;
-  mb.kind = MbInter;
-  std::fill(std::begin(mb.intraModes), std::end(mb.intraModes), int8_t{2});
-  m_KnownBlocks = 0;
+  StartInterMacroblock(address, MbInter);
   const uint32_t references = m_Header->numRefIdxActive[0];
   const SmReferenceList& list = m_Lists[0];
   // An index beyond the list, or to an entry that no picture fills, is
@@ -421,12 +416,7 @@ bool CmSliceDecoder::DecodeInterMacroblock(CmBitReader& reader, uint32_t mbType,
 }
 
 bool CmSliceDecoder::DecodeBMacroblock(CmBitReader& reader, uint32_t mbType, uint32_t address) {
-  SmMacroblockInfo& mb = m_Picture->GetMacroblocks()[address];
-  mb = SmMacroblockInfo();
-  mb.slice = m_Slice;
-  mb.kind = MbInter;
-  std::fill(std::begin(mb.intraModes), std::end(mb.intraModes), int8_t{2});
-  m_KnownBlocks = 0;
+  StartInterMacroblock(address, MbInter);
   const auto readRef = [this, &reader](int list) -> int {
     const uint32_t references = m_Header->numRefIdxActive[list];
     const uint32_t value = references <= 1 ? 0 : reader.ReadTE(references - 1);

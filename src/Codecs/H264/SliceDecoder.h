@@ -59,6 +59,8 @@ private:
   // The 4x4 blocks of a partition whose motion is now known to the
   // predictions of the partitions after it.
   void MarkKnown(int x, int y, int width, int height);
+  // A macroblock's record, cleared for inter or skipped decoding.
+  void StartInterMacroblock(uint32_t address, uint8_t kind);
   void PredictInter(uint32_t address);
   // One block of width x height samples at 4x4 block (bx, by) whose motion
   // is uniform.
