@@ -9,7 +9,7 @@
 #include "MediaProcessing/Image/SPLError.h"
 #include "MediaProcessing/Video/MCL/MCLError.h"
 #include "MediaProcessing/Video/MCL/MCLVideoDataWrapper.h"
-#include "MediaProcessing/Video/MCL/SpecialMCLVideoDecoderProcessing.h"
+#include "MediaProcessing/Video/MCL/MCLPostProcessing.h"
 
 namespace NmMCLTest {
 namespace {

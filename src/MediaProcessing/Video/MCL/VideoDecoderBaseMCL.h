@@ -11,7 +11,7 @@
 #include "MediaProcessing/Video/MCL/MCLError.h"
 #include "MediaProcessing/Video/MCL/MCLOutputImagePreparation.h"
 #include "MediaProcessing/Video/MCL/MCLVideoDataWrapper.h"
-#include "MediaProcessing/Video/MCL/SpecialMCLVideoDecoderProcessing.h"
+#include "MediaProcessing/Video/MCL/MCLPostProcessing.h"
 #include "MediaProcessing/Video/VideoDecoder.h"
 
 namespace NmMediaProcessing {

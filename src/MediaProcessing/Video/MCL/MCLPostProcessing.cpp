@@ -1,4 +1,4 @@
-#include "MediaProcessing/Video/MCL/SpecialMCLVideoDecoderProcessing.h"
+#include "MediaProcessing/Video/MCL/MCLPostProcessing.h"
 
 #include <algorithm>
 #include <cstring>
