@@ -8,8 +8,8 @@
 #include "MCL/MCLTestSupport.h"
 #include "MediaProcessing/Image/SPLError.h"
 #include "MediaProcessing/Video/MCL/MCLError.h"
-#include "MediaProcessing/Video/MCL/MCLVideoDataWrapper.h"
 #include "MediaProcessing/Video/MCL/MCLPostProcessing.h"
+#include "MediaProcessing/Video/MCL/MCLVideoDataWrapper.h"
 
 namespace NmMCLTest {
 namespace {

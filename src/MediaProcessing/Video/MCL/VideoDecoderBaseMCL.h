@@ -10,8 +10,8 @@
 #include "MediaProcessing/Video/MCL/MCLDecoderSettings.h"
 #include "MediaProcessing/Video/MCL/MCLError.h"
 #include "MediaProcessing/Video/MCL/MCLOutputImagePreparation.h"
-#include "MediaProcessing/Video/MCL/MCLVideoDataWrapper.h"
 #include "MediaProcessing/Video/MCL/MCLPostProcessing.h"
+#include "MediaProcessing/Video/MCL/MCLVideoDataWrapper.h"
 #include "MediaProcessing/Video/VideoDecoder.h"
 
 namespace NmMediaProcessing {

@@ -11,8 +11,7 @@ namespace NmToolkit {
 // Wrappers that give one item many owners: each holds the item by shared
 // pointer and forwards every operation, so a caller may delete its wrapper
 // while the item lives on for the others.
-template <typename I>
-class CmSharedDataBase : public I {
+template <typename I> class CmSharedDataBase : public I {
 public:
   CmSharedDataBase(std::shared_ptr<ImData> item, const I* typed)
       : m_Item(std::move(item)), m_Typed(typed) {}
@@ -31,8 +30,7 @@ protected:
   const I* m_Typed;
 };
 
-template <typename I>
-class CmSharedMediaDataBase : public CmSharedDataBase<I> {
+template <typename I> class CmSharedMediaDataBase : public CmSharedDataBase<I> {
 public:
   using CmSharedDataBase<I>::CmSharedDataBase;
   size_t GetPayloadSize() const override { return this->m_Typed->GetPayloadSize(); }

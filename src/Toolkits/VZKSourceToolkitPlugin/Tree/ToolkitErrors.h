@@ -20,8 +20,7 @@ std::string ToolkitErrorName(const std::type_info& type);
 
 // Implements a toolkit error interface I: a code, a format and its arguments,
 // and an optional inner error that it owns.
-template <typename I>
-class CmToolkitExceptionBase : public I {
+template <typename I> class CmToolkitExceptionBase : public I {
 public:
   CmToolkitExceptionBase(uint32_t code, std::string format, std::vector<std::string> arguments,
                          std::shared_ptr<const ImToolkitError> inner = nullptr)
@@ -39,7 +38,9 @@ public:
   std::string GetErrorName() const override { return ToolkitErrorName(typeid(I)); }
   uint32_t GetErrorCode() const override { return m_ErrorCode; }
   std::vector<std::string> GetArguments() const override { return m_Arguments; }
-  std::string GetDescription() const override { return FormatToolkitMessage(m_Format, m_Arguments); }
+  std::string GetDescription() const override {
+    return FormatToolkitMessage(m_Format, m_Arguments);
+  }
   const ImToolkitError* GetInnerError() const override { return m_Inner.get(); }
 
 private:
@@ -104,12 +105,10 @@ using CmConfigurationError = CmToolkitError<ImConfigurationError, SmConfiguratio
 template <uint32_t N>
 using CmNotConnectedError = CmToolkitError<ImNotConnectedError, SmNotConnectedMessage, N>;
 template <uint32_t N>
-using CmInvalidArgumentError =
-    CmToolkitError<ImInvalidArgumentError, SmInvalidArgumentMessage, N>;
+using CmInvalidArgumentError = CmToolkitError<ImInvalidArgumentError, SmInvalidArgumentMessage, N>;
 template <uint32_t N>
 using CmInvalidOperationError =
     CmToolkitError<ImInvalidOperationError, SmInvalidOperationMessage, N>;
-template <uint32_t N>
-using CmFileError = CmToolkitError<ImFileError, SmFileMessage, N>;
+template <uint32_t N> using CmFileError = CmToolkitError<ImFileError, SmFileMessage, N>;
 
 } // namespace NmToolkit

@@ -7,8 +7,9 @@ namespace {
 // so that a broken expression shows at load, not at first use.
 struct CmUTCTimeExpressions {
   CmUTCTimeExpressions()
-      : withOffset("^\\s*(\\d{4})\\-(\\d{2})\\-(\\d{2})[Tt](\\d{2})\\:(\\d{2})\\:(\\d{2})(\\.(\\d+))?"
-                   "([\\+\\-])(\\d{2})\\:(\\d{2})\\s*$"),
+      : withOffset(
+            "^\\s*(\\d{4})\\-(\\d{2})\\-(\\d{2})[Tt](\\d{2})\\:(\\d{2})\\:(\\d{2})(\\.(\\d+))?"
+            "([\\+\\-])(\\d{2})\\:(\\d{2})\\s*$"),
         withZulu("^\\s*(\\d{4})\\-(\\d{2})\\-(\\d{2})[Tt](\\d{2})\\:(\\d{2})\\:(\\d{2})(\\.(\\d+))?"
                  "[Zz]\\s*$") {
     boost::smatch match;
