@@ -126,6 +126,29 @@ TEST(H264Supplier, AStreamWithoutItsFirstKeyPictureDecodesAndIsExactFromTheNextO
         << "picture " << i + 1;
   }
 
+  // Ten thousand pictures (the clip again and again, each time from its key
+  // picture): every one comes out, and the store never holds more frames
+  // than its delay and the pictures in flight need.
+  TaskSupplier longRun(SmTaskSupplierSettings{});
+  size_t delivered = 0;
+  size_t mostFrames = 0;
+  for (int round = 0; round < 834; ++round) {
+    position = 0;
+    while (NmH264::NextAnnexBUnit(bytes.data(), bytes.size(), position, true, unit)) {
+      ASSERT_EQ(longRun.AddSource(unit.data - 3, unit.size + 3, -1.0, -1), 0);
+      while (longRun.GetFrameToDisplay(false) != nullptr) {
+        ++delivered;
+      }
+      mostFrames = std::max(mostFrames, longRun.GetFrameCount());
+    }
+  }
+  longRun.Flush();
+  while (longRun.GetFrameToDisplay(true) != nullptr) {
+    ++delivered;
+  }
+  EXPECT_EQ(delivered, 834u * 12u);
+  EXPECT_LE(mostFrames, static_cast<size_t>(longRun.GetDpbSize() + longRun.GetExtraFrames() + 1));
+
   // After the end of the stream a picture other than a key picture is
   // dropped until the next key picture.
   TaskSupplier ended(SmTaskSupplierSettings{});

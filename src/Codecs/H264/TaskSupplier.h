@@ -73,6 +73,9 @@ public:
     return m_Active != nullptr ? m_Active.get() : m_Latest;
   }
   int32_t GetDpbSize() const { return m_DpbSize; }
+  // Frames the store holds, in use or free to be taken again.
+  size_t GetFrameCount() const { return m_Frames.GetSize(); }
+  int32_t GetExtraFrames() const { return m_ExtraFrames; }
   int32_t GetDpbDelay() const { return m_DpbDelay; }
   bool IsWaitingForKeyUnit() const { return m_WaitingForKeyUnit; }
 
