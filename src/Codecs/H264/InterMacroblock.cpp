@@ -210,6 +210,10 @@ bool CmSliceDecoder::PredictDirect(uint32_t address, unsigned mask) {
     return false;
   }
   const CmPicture& colPicture = *list1.pictures[0];
+  if (colPicture.GetWidthInMbs() != m_Picture->GetWidthInMbs() ||
+      colPicture.GetHeightInMbs() != m_Picture->GetHeightInMbs()) {
+    return false;
+  }
   const SmMacroblockInfo& col = colPicture.GetMacroblocks()[address];
   const bool inference = m_Sps->direct8x8Inference;
   // The co-located block of 4x4 block (x, y): with direct_8x8_inference

@@ -149,6 +149,14 @@ void TaskSupplier::Activate(const SmSequenceParameterSet& sps) {
   if (m_Active != nullptr && std::memcmp(m_Active.get(), &sps, sizeof sps) == 0) {
     return;
   }
+  // Pictures of another size or layout can serve as references to none of
+  // the new sequence's.
+  if (m_Active != nullptr && (m_Active->widthInMbs != sps.widthInMbs ||
+                              m_Active->GetFrameHeightInMbs() != sps.GetFrameHeightInMbs() ||
+                              m_Active->chromaFormatIdc != sps.chromaFormatIdc)) {
+    m_References = SmReferenceState();
+    m_Frames.DropAllReferences();
+  }
   m_Active = std::make_unique<SmSequenceParameterSet>(sps);
   m_DpbSize = static_cast<int32_t>(sps.GetDpbFrames());
   // Streams that never reorder leave in decoding order at once; the others
