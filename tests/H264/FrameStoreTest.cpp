@@ -126,6 +126,33 @@ TEST(H264Supplier, AStreamWithoutItsFirstKeyPictureDecodesAndIsExactFromTheNextO
         << "picture " << i + 1;
   }
 
+  // The same stream cut anywhere, in pieces of 13 bytes, gives the same
+  // pictures as whole units: a unit waits for its end.
+  TaskSupplier whole(SmTaskSupplierSettings{}), pieces(SmTaskSupplierSettings{});
+  const auto collect = [](TaskSupplier& supplier, bool force,
+                          std::vector<std::vector<uint8_t>>& out) {
+    while (H264DecoderFrame* frame = supplier.GetFrameToDisplay(force)) {
+      const NmH264::CmPicture& picture = frame->GetPicture();
+      out.emplace_back(picture.GetPlane(0), picture.GetPlane(0) + 48 * picture.GetStride(0));
+    }
+  };
+  std::vector<std::vector<uint8_t>> fromUnits, fromPieces;
+  position = 0;
+  while (NmH264::NextAnnexBUnit(bytes.data(), bytes.size(), position, true, unit)) {
+    whole.AddSource(unit.data - 3, unit.size + 3, -1.0, -1);
+    collect(whole, false, fromUnits);
+  }
+  whole.Flush();
+  collect(whole, true, fromUnits);
+  for (size_t at = 0; at < bytes.size(); at += 13) {
+    pieces.AddSource(bytes.data() + at, std::min<size_t>(13, bytes.size() - at), -1.0, -1);
+    collect(pieces, false, fromPieces);
+  }
+  pieces.Flush();
+  collect(pieces, true, fromPieces);
+  EXPECT_EQ(fromUnits.size(), 12u);
+  EXPECT_TRUE(fromPieces == fromUnits);
+
   // Ten thousand pictures (the clip again and again, each time from its key
   // picture): every one comes out, and the store never holds more frames
   // than its delay and the pictures in flight need.
@@ -154,6 +181,9 @@ TEST(H264Supplier, AStreamWithoutItsFirstKeyPictureDecodesAndIsExactFromTheNextO
   TaskSupplier ended(SmTaskSupplierSettings{});
   const uint8_t endOfStream[] = {0, 0, 1, 0x0B};
   EXPECT_EQ(ended.AddSource(endOfStream, sizeof endOfStream, -1.0, -1), 0);
+  // The unit ends only where the input does.
+  EXPECT_FALSE(ended.IsWaitingForKeyUnit());
+  ended.Flush();
   EXPECT_TRUE(ended.IsWaitingForKeyUnit());
 }
 

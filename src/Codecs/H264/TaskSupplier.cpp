@@ -67,22 +67,47 @@ TaskSupplier::TaskSupplier(const SmTaskSupplierSettings& settings)
       m_LowDelayActive(settings.lowDelay) {}
 
 int32_t TaskSupplier::AddSource(const uint8_t* data, size_t size, double time, int32_t frameId) {
-  size_t position = 0;
-  SmNalUnit unit;
-  while (m_Settings.lengthPrefixed ? NextLengthPrefixedUnit(data, size, position, 4, unit)
-                                   : NextAnnexBUnit(data, size, position, true, unit)) {
-    HandleUnit(unit.data, unit.size, time, frameId);
-    if (m_NoFrameCounter > 20) {
-      return -882;
-    }
+  // Bytes of an Annex B unit whose end has not come yet wait for the next
+  // input, unless every input ends its frame; length-prefixed units end
+  // where their length says.
+  const bool wait = !m_Settings.lengthPrefixed && !m_Settings.wholeFramePerBuffer;
+  if (wait) {
+    m_Pending.insert(m_Pending.end(), data, data + size);
+    data = m_Pending.data();
+    size = m_Pending.size();
   }
+  const int32_t status = TakeUnits(data, size, !wait, time, frameId);
   if (m_Settings.wholeFramePerBuffer) {
     CompletePicture();
   }
-  return 0;
+  return status;
+}
+
+int32_t TaskSupplier::TakeUnits(const uint8_t* data, size_t size, bool atEnd, double time,
+                                int32_t frameId) {
+  size_t position = 0;
+  SmNalUnit unit;
+  int32_t status = 0;
+  while (m_Settings.lengthPrefixed ? NextLengthPrefixedUnit(data, size, position, 4, unit)
+                                   : NextAnnexBUnit(data, size, position, atEnd, unit)) {
+    HandleUnit(unit.data, unit.size, time, frameId);
+    if (m_NoFrameCounter > 20) {
+      status = -882;
+      break;
+    }
+  }
+  if (!atEnd && !m_Settings.lengthPrefixed) {
+    m_Pending.erase(m_Pending.begin(), m_Pending.begin() + static_cast<std::ptrdiff_t>(position));
+  }
+  return status;
 }
 
 void TaskSupplier::Flush() {
+  if (!m_Pending.empty()) {
+    std::vector<uint8_t> rest;
+    rest.swap(m_Pending);
+    TakeUnits(rest.data(), rest.size(), true, -1.0, -1);
+  }
   CompletePicture();
 }
 
@@ -383,6 +408,7 @@ void TaskSupplier::Reset() {
 }
 
 void TaskSupplier::RecoveryReset() {
+  m_Pending.clear();
   m_Frames.Clear();
   m_References = SmReferenceState();
   m_Slices.clear();

@@ -80,6 +80,8 @@ public:
   bool IsWaitingForKeyUnit() const { return m_WaitingForKeyUnit; }
 
 private:
+  // The whole units in data; with atEnd the last one ends with the data.
+  int32_t TakeUnits(const uint8_t* data, size_t size, bool atEnd, double time, int32_t frameId);
   void HandleUnit(const uint8_t* unit, size_t size, double time, int32_t frameId);
   void AddSlice(uint8_t nalHeader, std::vector<uint8_t>&& rbsp, double time, int32_t frameId);
   bool StartPicture(const NmH264::SmSliceHeader& header, const NmH264::SmSequenceParameterSet& sps,
@@ -98,6 +100,7 @@ private:
   NmH264::CmPictureOrderCounter m_Order;
   NmH264::SmReferenceState m_References;
   std::vector<H264Slice> m_Slices; // of the picture in progress
+  std::vector<uint8_t> m_Pending;  // the start of a unit whose end has not come
   H264DecoderFrame* m_CurrentFrame = nullptr;
   int32_t m_DpbSize = 1;
   int32_t m_DpbDelay = 1;
