@@ -216,13 +216,26 @@ TEST(H264SliceGroups, EveryMapTypeOnASmallPicture) {
     pps.topLeft[0] = 5, pps.bottomRight[0] = 6;
     pps.topLeft[1] = 0, pps.bottomRight[1] = 9;
     std::vector<uint8_t> map;
-    NmH264::BuildSliceGroupMap(sps, pps, c.cycle, map);
+    ASSERT_TRUE(NmH264::BuildSliceGroupMap(sps, pps, c.cycle, map));
     std::string text;
     for (const uint8_t group : map) {
       text += static_cast<char>('0' + group);
     }
     EXPECT_EQ(text, c.expected);
   }
+  // A picture parameter set that does not fit a later, smaller sequence is
+  // refused: its rectangle, or its explicit map, covers other map units.
+  NmH264::SmPictureParameterSet large;
+  large.numSliceGroups = 2;
+  large.sliceGroupMapType = 2;
+  large.topLeft[0] = 0, large.bottomRight[0] = 13;
+  std::vector<uint8_t> refused;
+  EXPECT_FALSE(NmH264::BuildSliceGroupMap(sps, large, 0, refused));
+  large.sliceGroupMapType = 6;
+  large.sliceGroupId.assign(20, 1);
+  EXPECT_FALSE(NmH264::BuildSliceGroupMap(sps, large, 0, refused));
+  large.sliceGroupId.assign(12, 1);
+  EXPECT_TRUE(NmH264::BuildSliceGroupMap(sps, large, 0, refused));
   // Macroblocks follow each other within their group; after the last the
   // picture's size.
   const std::vector<uint8_t> map = {0, 0, 1, 0, 0, 1};

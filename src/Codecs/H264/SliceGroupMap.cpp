@@ -4,7 +4,7 @@
 
 namespace NmH264 {
 
-void BuildSliceGroupMap(const SmSequenceParameterSet& sps, const SmPictureParameterSet& pps,
+bool BuildSliceGroupMap(const SmSequenceParameterSet& sps, const SmPictureParameterSet& pps,
                         uint32_t changeCycle, std::vector<uint8_t>& map) {
   const int64_t w = sps.widthInMbs;
   const int64_t h = sps.heightInMapUnits;
@@ -40,6 +40,11 @@ void BuildSliceGroupMap(const SmSequenceParameterSet& sps, const SmPictureParame
     for (int64_t group = groups - 2; group >= 0; --group) {
       const int64_t topLeft = pps.topLeft[static_cast<size_t>(group)];
       const int64_t bottomRight = pps.bottomRight[static_cast<size_t>(group)];
+      // The picture parameter set was checked against the sequence it came
+      // with; a later sequence of another size may not hold its rectangles.
+      if (bottomRight >= units || topLeft > bottomRight || topLeft % w > bottomRight % w) {
+        return false;
+      }
       for (int64_t y = topLeft / w; y <= bottomRight / w; ++y) {
         for (int64_t x = topLeft % w; x <= bottomRight % w; ++x) {
           at(y * w + x) = static_cast<uint8_t>(group);
@@ -99,7 +104,10 @@ void BuildSliceGroupMap(const SmSequenceParameterSet& sps, const SmPictureParame
     break;
   }
   default: // explicit
-    for (int64_t i = 0; i < units && i < static_cast<int64_t>(pps.sliceGroupId.size()); ++i) {
+    if (static_cast<int64_t>(pps.sliceGroupId.size()) != units) {
+      return false;
+    }
+    for (int64_t i = 0; i < units; ++i) {
       at(i) = pps.sliceGroupId[static_cast<size_t>(i)];
     }
     break;
@@ -111,6 +119,7 @@ void BuildSliceGroupMap(const SmSequenceParameterSet& sps, const SmPictureParame
   for (int64_t i = 0; i < mbs; ++i) {
     map[static_cast<size_t>(i)] = sps.frameMbsOnly ? at(i) : at((i / (2 * w)) * w + (i % w));
   }
+  return true;
 }
 
 } // namespace NmH264

@@ -9,8 +9,9 @@ namespace NmH264 {
 
 // The slice group of every macroblock of a frame (clause 8.2.2), for a
 // picture parameter set with more than one slice group; changeCycle is the
-// slice header's slice_group_change_cycle.
-void BuildSliceGroupMap(const SmSequenceParameterSet& sps, const SmPictureParameterSet& pps,
+// slice header's slice_group_change_cycle. False when the picture parameter
+// set does not fit the sequence.
+bool BuildSliceGroupMap(const SmSequenceParameterSet& sps, const SmPictureParameterSet& pps,
                         uint32_t changeCycle, std::vector<uint8_t>& map);
 
 // The macroblock after address in the same slice group, or the number of

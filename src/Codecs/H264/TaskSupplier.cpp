@@ -352,8 +352,9 @@ void TaskSupplier::CompletePicture() {
     // tells the macroblocks of its own slice by them.
     filters.push_back(filter);
     std::vector<uint8_t> sliceGroups;
-    if (pps->numSliceGroups > 1) {
-      BuildSliceGroupMap(sps, *pps, slice.header.sliceGroupChangeCycle, sliceGroups);
+    if (pps->numSliceGroups > 1 &&
+        !BuildSliceGroupMap(sps, *pps, slice.header.sliceGroupChangeCycle, sliceGroups)) {
+      continue;
     }
     m_SliceDecoder.Decode(reader, slice.header, sps, *pps,
                           static_cast<uint32_t>(filters.size() - 1), picture, lists,
