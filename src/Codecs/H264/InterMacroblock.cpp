@@ -329,8 +329,8 @@ bool CmSliceDecoder::PredictDirect(uint32_t address, unsigned mask) {
     }
     const CmPicture& pic0 = *m_Lists[0].pictures[static_cast<size_t>(refIdx0)];
     int16_t mv0[2], mv1[2];
-    const int tb = std::clamp(currentPoc - pic0.GetPoc(), -128, 127);
-    const int td = std::clamp(colPicture.GetPoc() - pic0.GetPoc(), -128, 127);
+    const int tb = PocDistance(currentPoc, pic0.GetPoc());
+    const int td = PocDistance(colPicture.GetPoc(), pic0.GetPoc());
     if (m_Lists[0].longTerm[static_cast<size_t>(refIdx0)] != 0 || td == 0) {
       mv0[0] = colMv[0], mv0[1] = colMv[1];
       mv1[0] = mv1[1] = 0;
@@ -612,8 +612,8 @@ void CmSliceDecoder::GetWeights(int refIdx0, int refIdx1, int component, int& w0
     const size_t i0 = static_cast<size_t>(refIdx0), i1 = static_cast<size_t>(refIdx1);
     const int32_t poc0 = m_Lists[0].pictures[i0]->GetPoc();
     const int32_t poc1 = m_Lists[1].pictures[i1]->GetPoc();
-    const int tb = std::clamp(m_Picture->GetPoc() - poc0, -128, 127);
-    const int td = std::clamp(poc1 - poc0, -128, 127);
+    const int tb = PocDistance(m_Picture->GetPoc(), poc0);
+    const int td = PocDistance(poc1, poc0);
     if (td == 0 || m_Lists[0].longTerm[i0] != 0 || m_Lists[1].longTerm[i1] != 0) {
       return;
     }
