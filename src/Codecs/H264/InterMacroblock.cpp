@@ -58,6 +58,12 @@ int MinPositive(int a, int b) {
   return a >= 0 && b >= 0 ? std::min(a, b) : std::max(a, b);
 }
 
+// DiffPicOrderCnt, held to the range the scaling of 8.4.1.2.3 and 8.4.2.3
+// takes; damaged counts may lie anywhere in 32 bits.
+int PocDistance(int32_t a, int32_t b) {
+  return static_cast<int>(std::clamp<int64_t>(int64_t{a} - b, -128, 127));
+}
+
 uint8_t Clip(int value) {
   return static_cast<uint8_t>(std::clamp(value, 0, 255));
 }
