@@ -389,10 +389,12 @@ H264DecoderFrame* TaskSupplier::GetFrameToDisplay(bool force) {
     if (frame == nullptr || frame->decodingState >= Gathering) {
       return nullptr;
     }
-    frame->wasOutputted = true;
     if (!frame->hasPicture) {
+      frame->wasOutputted = true;
       continue; // a frame made up for a gap costs no output
     }
+    m_Frames.TakeEarliestWaitingTime(*frame);
+    frame->wasOutputted = true;
     if (frame->time < 0) {
       frame->time = m_LocalTime;
     }
