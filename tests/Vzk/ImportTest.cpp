@@ -198,6 +198,10 @@ TEST(VzkImport, DecodedClipsEqualFfmpegsDecode) {
   std::vector<uint8_t> reference;
   std::vector<std::vector<uint8_t>> pictures;
   DecodeBoth(scratch, clip, "yuv420p", frameSize, 30, reference, pictures);
+  // The size after cropping, from the sequence parameter set of each of the
+  // three sync frames.
+  const SmResult info = RunVzk({"info", scratch.Path("clip.gbd")});
+  EXPECT_NE(info.out.find("pictures:   3 100x60\n"), std::string::npos) << info.out;
   for (size_t f = 0; f < pictures.size(); ++f) {
     EXPECT_TRUE(std::equal(pictures[f].begin(), pictures[f].end(),
                            reference.begin() + static_cast<std::ptrdiff_t>(f * frameSize)))
