@@ -1,0 +1,119 @@
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "Codecs/H264/H264VideoDecoder.h"
+#include "Codecs/MCL/MediaData.h"
+#include "Codecs/MCL/VideoData.h"
+#include "Codecs/MCL/VideoDecoderParams.h"
+#include "Codecs/MCL/VideoProcessing.h"
+#include "support/ExternalTools.h"
+
+using NmTestSupport::CmTempDirectory;
+
+namespace {
+
+// Keeps each picture's visible samples, planar, with its time.
+class CmPictureCollector : public MCL::VideoProcessing {
+public:
+  MCL::Status GetFrame(MCL::MediaData* input, MCL::MediaData*) override {
+    const auto* picture = dynamic_cast<MCL::VideoData*>(input);
+    if (picture == nullptr) {
+      return MCL::StatusNullPointer;
+    }
+    std::vector<uint8_t> samples;
+    for (int c = 0; c < picture->GetPlaneCount(); ++c) {
+      for (int32_t y = 0; y < picture->GetPlaneHeight(c); ++y) {
+        const uint8_t* row = picture->GetPlanePointer(c) + y * picture->GetPlanePitch(c);
+        samples.insert(samples.end(), row, row + picture->GetPlaneWidth(c));
+      }
+    }
+    pictures.push_back(std::move(samples));
+    times.push_back(picture->GetTime());
+    return MCL::StatusOk;
+  }
+
+  std::vector<std::vector<uint8_t>> pictures;
+  std::vector<double> times;
+};
+
+} // namespace
+
+// The whole stream in one buffer, more pictures than the frame store holds:
+// the decoder takes what it can, gives a picture out whenever it needs room,
+// and leaves the rest of the buffer for the next call. Nothing is lost, the
+// pictures are ffmpeg's, and with a time for each buffer fed piece by piece
+// the pictures leave with rising times in display order.
+TEST(H264DecoderShell, ABufferOfManyPicturesIsTakenInTurnsWithoutLoss) {
+  if (!NmTestSupport::HaveProgram("ffmpeg")) {
+    GTEST_SKIP() << "ffmpeg is not installed";
+  }
+  CmTempDirectory directory;
+  const std::string stream = directory / "pyramid.264";
+  const std::string decoded = directory / "pyramid.yuv";
+  constexpr size_t Frames = 40;
+  ASSERT_TRUE(NmTestSupport::Run(
+      "ffmpeg -y -v error -f lavfi -i testsrc2=size=64x48:rate=25 -frames:v 40 -pix_fmt yuv420p "
+      "-c:v libx264 -x264-params 'cabac=0:bframes=3:b-pyramid=normal:ref=2:keyint=40:aud=1' -f h264 '" +
+      stream + "'"));
+  ASSERT_TRUE(NmTestSupport::Run("ffmpeg -y -v error -i '" + stream +
+                                 "' -f rawvideo -pix_fmt yuv420p '" + decoded + "'"));
+  std::vector<uint8_t> bytes = NmTestSupport::ReadBytes(stream);
+  const std::vector<uint8_t> expected = NmTestSupport::ReadBytes(decoded);
+  ASSERT_EQ(expected.size(), Frames * 64 * 48 * 3 / 2);
+
+  MCL::H264VideoDecoder decoder;
+  CmPictureCollector collector;
+  MCL::H264VideoDecoderParams params;
+  ASSERT_EQ(decoder.Init(&params), MCL::StatusOk);
+  decoder.SetPostProcessing(&collector);
+  MCL::MediaData input;
+  input.SetBufferPointer(bytes.data(), bytes.size());
+  input.SetDataSize(bytes.size());
+  MCL::VideoData output;
+  int calls = 0;
+  while (input.GetDataSize() >= 4 && calls++ < 1000) {
+    const MCL::Status status = decoder.GetFrame(&input, &output);
+    ASSERT_TRUE(status == MCL::StatusOk || status == MCL::StatusNotEnoughData) << status;
+  }
+  EXPECT_LT(collector.pictures.size(), Frames) << "the store cannot hold them all at once";
+  while (decoder.GetFrame(nullptr, &output) == MCL::StatusOk) {
+  }
+  const size_t frameSize = expected.size() / Frames;
+  const auto expectPictures = [&] {
+    ASSERT_EQ(collector.pictures.size(), Frames);
+    for (size_t f = 0; f < Frames; ++f) {
+      EXPECT_TRUE(std::equal(collector.pictures[f].begin(), collector.pictures[f].end(),
+                             expected.begin() + static_cast<std::ptrdiff_t>(f * frameSize)))
+          << "picture " << f;
+    }
+  };
+  expectPictures();
+
+  // One access unit a buffer, cut at the delimiters, each with the next time.
+  ASSERT_EQ(decoder.Reset(), MCL::StatusOk);
+  collector.pictures.clear();
+  collector.times.clear();
+  std::vector<size_t> starts;
+  for (size_t i = 0; i + 4 < bytes.size(); ++i) {
+    if (bytes[i] == 0 && bytes[i + 1] == 0 && bytes[i + 2] == 1 && (bytes[i + 3] & 0x1F) == 9) {
+      starts.push_back(i);
+    }
+  }
+  ASSERT_EQ(starts.size(), Frames);
+  starts.push_back(bytes.size());
+  for (size_t unit = 0; unit < Frames; ++unit) {
+    input.SetBufferPointer(bytes.data() + starts[unit], starts[unit + 1] - starts[unit]);
+    input.SetDataSize(starts[unit + 1] - starts[unit]);
+    input.SetTime(1.0 + 0.04 * static_cast<double>(unit));
+    decoder.GetFrame(&input, &output);
+    EXPECT_EQ(input.GetDataSize(), 0u);
+  }
+  while (decoder.GetFrame(nullptr, &output) == MCL::StatusOk) {
+  }
+  expectPictures();
+  for (size_t f = 0; f < collector.times.size(); ++f) {
+    EXPECT_DOUBLE_EQ(collector.times[f], 1.0 + 0.04 * static_cast<double>(f)) << f;
+  }
+}
