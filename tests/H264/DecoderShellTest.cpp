@@ -38,7 +38,75 @@ public:
   std::vector<double> times;
 };
 
+// Every picture of an Annex B stream given as one buffer, then flushed.
+std::vector<std::vector<uint8_t>> DecodeWhole(std::vector<uint8_t> bytes) {
+  MCL::H264VideoDecoder decoder;
+  CmPictureCollector collector;
+  MCL::H264VideoDecoderParams params;
+  EXPECT_EQ(decoder.Init(&params), MCL::StatusOk);
+  decoder.SetPostProcessing(&collector);
+  MCL::MediaData input;
+  input.SetBufferPointer(bytes.data(), bytes.size());
+  input.SetDataSize(bytes.size());
+  MCL::VideoData output;
+  for (int calls = 0; input.GetDataSize() >= 4 && calls < 1000; ++calls) {
+    decoder.GetFrame(&input, &output);
+  }
+  while (decoder.GetFrame(nullptr, &output) == MCL::StatusOk) {
+  }
+  return collector.pictures;
+}
+
+// The units of an Annex B stream, each with its start code.
+std::vector<std::vector<uint8_t>> Units(const std::vector<uint8_t>& bytes) {
+  std::vector<size_t> starts;
+  for (size_t i = 0; i + 3 < bytes.size(); ++i) {
+    if (bytes[i] == 0 && bytes[i + 1] == 0 && bytes[i + 2] == 1) {
+      starts.push_back(i);
+    }
+  }
+  starts.push_back(bytes.size());
+  std::vector<std::vector<uint8_t>> units;
+  for (size_t u = 0; u + 1 < starts.size(); ++u) {
+    units.emplace_back(bytes.begin() + static_cast<std::ptrdiff_t>(starts[u]),
+                       bytes.begin() + static_cast<std::ptrdiff_t>(starts[u + 1]));
+  }
+  return units;
+}
+
 } // namespace
+
+// Parameter sets may be repeated anywhere, even between the slices of one
+// picture: an unchanged copy ends no picture.
+TEST(H264DecoderShell, RepeatedParameterSetsBetweenSlicesChangeNothing) {
+  if (!NmTestSupport::HaveProgram("ffmpeg")) {
+    GTEST_SKIP() << "ffmpeg is not installed";
+  }
+  CmTempDirectory directory;
+  const std::string stream = directory / "slices.264";
+  ASSERT_TRUE(NmTestSupport::Run(
+      "ffmpeg -y -v error -f lavfi -i testsrc2=size=64x48:rate=25 -frames:v 6 -pix_fmt yuv420p "
+      "-c:v libx264 -x264-params 'cabac=0:bframes=0:slices=3:keyint=3' -f h264 '" +
+      stream + "'"));
+  const std::vector<uint8_t> bytes = NmTestSupport::ReadBytes(stream);
+  const auto plain = DecodeWhole(bytes);
+  ASSERT_EQ(plain.size(), 6u);
+  std::vector<uint8_t> sequence, picture, repeated;
+  for (const auto& unit : Units(bytes)) {
+    const int type = unit[3] & 0x1F;
+    sequence = type == 7 ? unit : sequence;
+    picture = type == 8 ? unit : picture;
+    // Before every slice that is not the first of its picture (first_mb 0
+    // begins with a 1 bit).
+    if ((type == 1 || type == 5) && (unit[4] & 0x80) == 0) {
+      repeated.insert(repeated.end(), sequence.begin(), sequence.end());
+      repeated.insert(repeated.end(), picture.begin(), picture.end());
+    }
+    repeated.insert(repeated.end(), unit.begin(), unit.end());
+  }
+  ASSERT_GT(repeated.size(), bytes.size() + 100);
+  EXPECT_EQ(DecodeWhole(repeated), plain);
+}
 
 // The whole stream in one buffer, more pictures than the frame store holds:
 // the decoder takes what it can, gives a picture out whenever it needs room,
@@ -55,7 +123,8 @@ TEST(H264DecoderShell, ABufferOfManyPicturesIsTakenInTurnsWithoutLoss) {
   constexpr size_t Frames = 40;
   ASSERT_TRUE(NmTestSupport::Run(
       "ffmpeg -y -v error -f lavfi -i testsrc2=size=64x48:rate=25 -frames:v 40 -pix_fmt yuv420p "
-      "-c:v libx264 -x264-params 'cabac=0:bframes=3:b-pyramid=normal:ref=2:keyint=40:aud=1' -f h264 '" +
+      "-c:v libx264 -x264-params 'cabac=0:bframes=3:b-pyramid=normal:ref=2:keyint=40:aud=1' -f "
+      "h264 '" +
       stream + "'"));
   ASSERT_TRUE(NmTestSupport::Run("ffmpeg -y -v error -i '" + stream +
                                  "' -f rawvideo -pix_fmt yuv420p '" + decoded + "'"));

@@ -157,7 +157,7 @@ void TaskSupplier::HandleUnit(const uint8_t* unit, size_t size, double time, int
     }
     // A changed copy takes effect once the picture in progress is done.
     auto& entry = m_Headers.sequence[sps->id];
-    if (entry != nullptr && std::memcmp(entry.get(), sps.get(), sizeof *sps) != 0) {
+    if (entry != nullptr && !(*entry == *sps)) {
       CompletePicture();
     }
     entry = std::move(sps);
@@ -172,8 +172,10 @@ void TaskSupplier::HandleUnit(const uint8_t* unit, size_t size, double time, int
     if (ParsePictureParameterSet(reader, table.data(), *pps) != ParseOk) {
       return;
     }
+    // A repeated copy may come between the slices of one picture; a changed
+    // one ends the picture that used the old.
     auto& entry = m_Headers.picture[pps->id];
-    if (entry != nullptr) {
+    if (entry != nullptr && !(*entry == *pps)) {
       CompletePicture();
     }
     entry = std::move(pps);
@@ -195,7 +197,7 @@ void TaskSupplier::HandleUnit(const uint8_t* unit, size_t size, double time, int
 }
 
 void TaskSupplier::Activate(const SmSequenceParameterSet& sps) {
-  if (m_Active != nullptr && std::memcmp(m_Active.get(), &sps, sizeof sps) == 0) {
+  if (m_Active != nullptr && *m_Active == sps) {
     return;
   }
   // Pictures of another size or layout can serve as references to none of
