@@ -186,3 +186,81 @@ TEST(H264DecoderShell, ABufferOfManyPicturesIsTakenInTurnsWithoutLoss) {
     EXPECT_DOUBLE_EQ(collector.times[f], 1.0 + 0.04 * static_cast<double>(f)) << f;
   }
 }
+
+// Low delay shows each picture as soon as its access unit is in. A stream
+// without reordering keeps it and comes out in full, one picture a unit; one
+// with B pictures turns it off at the first picture that comes before one
+// shown, and from there pictures wait for their turn: none is lost.
+TEST(H264DecoderShell, LowDelayHoldsUntilAPictureComesOutOfOrder) {
+  if (!NmTestSupport::HaveProgram("ffmpeg")) {
+    GTEST_SKIP() << "ffmpeg is not installed";
+  }
+  CmTempDirectory directory;
+  constexpr size_t Frames = 12;
+  for (const bool reorders : {false, true}) {
+    SCOPED_TRACE(reorders ? "B pictures" : "I and P pictures");
+    const std::string stream = directory / "low.264";
+    const std::string decoded = directory / "low.yuv";
+    ASSERT_TRUE(NmTestSupport::Run(
+        std::string("ffmpeg -y -v error -f lavfi -i testsrc2=size=48x32:rate=25 -frames:v 12 "
+                    "-pix_fmt yuv420p -c:v libx264 -x264-params 'cabac=0:aud=1:keyint=6:bframes=") +
+        (reorders ? "2" : "0") + "' -f h264 '" + stream + "'"));
+    ASSERT_TRUE(NmTestSupport::Run("ffmpeg -y -v error -i '" + stream +
+                                   "' -f rawvideo -pix_fmt yuv420p '" + decoded + "'"));
+    std::vector<uint8_t> bytes = NmTestSupport::ReadBytes(stream);
+    const std::vector<uint8_t> expected = NmTestSupport::ReadBytes(decoded);
+    const size_t frameSize = 48 * 32 * 3 / 2;
+    ASSERT_EQ(expected.size(), Frames * frameSize);
+    std::vector<size_t> starts;
+    for (size_t i = 0; i + 4 < bytes.size(); ++i) {
+      if (bytes[i] == 0 && bytes[i + 1] == 0 && bytes[i + 2] == 1 && (bytes[i + 3] & 0x1F) == 9) {
+        starts.push_back(i);
+      }
+    }
+    ASSERT_EQ(starts.size(), Frames);
+    starts.push_back(bytes.size());
+
+    MCL::H264VideoDecoder decoder;
+    CmPictureCollector collector;
+    MCL::H264VideoDecoderParams params;
+    params.flags = MCL::VideoDecoderParams::FlagBase | MCL::VideoDecoderParams::FlagLowDelay;
+    ASSERT_EQ(decoder.Init(&params), MCL::StatusOk);
+    decoder.SetPostProcessing(&collector);
+    MCL::MediaData input;
+    MCL::VideoData output;
+    size_t shownAtOnce = 0;
+    for (size_t unit = 0; unit < Frames; ++unit) {
+      input.SetBufferPointer(bytes.data() + starts[unit], starts[unit + 1] - starts[unit]);
+      input.SetDataSize(starts[unit + 1] - starts[unit]);
+      shownAtOnce += decoder.GetFrame(&input, &output) == MCL::StatusOk;
+    }
+    while (decoder.GetFrame(nullptr, &output) == MCL::StatusOk) {
+    }
+    ASSERT_EQ(collector.pictures.size(), Frames);
+    if (!reorders) {
+      EXPECT_EQ(shownAtOnce, Frames);
+    }
+    // With B pictures: the I picture, then the first P picture too early;
+    // every picture after those in its place.
+    std::vector<std::vector<uint8_t>> wanted;
+    for (size_t f = 0; f < Frames; ++f) {
+      const auto begin = expected.begin() + static_cast<std::ptrdiff_t>(f * frameSize);
+      wanted.emplace_back(begin, begin + static_cast<std::ptrdiff_t>(frameSize));
+    }
+    if (reorders) {
+      EXPECT_GE(shownAtOnce, 2u);
+      EXPECT_LT(shownAtOnce, Frames);
+      ASSERT_EQ(collector.pictures[0], wanted[0]);
+      wanted.erase(wanted.begin());
+      const auto early = std::find(wanted.begin(), wanted.end(), collector.pictures[1]);
+      ASSERT_NE(early, wanted.end()) << "the picture shown early is one of the stream's";
+      wanted.erase(early);
+    } else {
+      EXPECT_EQ(collector.pictures, wanted);
+      continue;
+    }
+    EXPECT_EQ(
+        std::vector<std::vector<uint8_t>>(collector.pictures.begin() + 2, collector.pictures.end()),
+        wanted);
+  }
+}

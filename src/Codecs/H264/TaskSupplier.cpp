@@ -269,6 +269,7 @@ bool TaskSupplier::StartPicture(const SmSliceHeader& header, const SmSequencePar
   if (header.IsIdr()) {
     // What waits for output belongs to the generation before this one.
     m_Frames.StartNewGeneration();
+    m_ShownOrder.reset();
     frame->resetCount[0] = frame->resetCount[1] = 0;
   }
   CmPicture& picture = frame->GetPicture();
@@ -399,11 +400,18 @@ void TaskSupplier::CompletePicture() {
   }
   if (first.HasMemoryManagement5()) {
     m_Frames.StartNewGeneration();
+    m_ShownOrder.reset();
     frame.resetCount[0] = frame.resetCount[1] = 0;
   }
   m_Order.Finish(first, m_Top, m_Bottom);
   m_LastFrameNum = first.HasMemoryManagement5() ? 0 : first.frameNum;
   m_HaveLastFrameNum = true;
+  // Low delay shows each picture as soon as it is decoded, which is right
+  // only while none comes before one already shown: a stream that reorders
+  // turns it off for good, and its pictures wait for their turn again.
+  if (m_LowDelayActive && m_ShownOrder && frame.GetPicOrderCnt() < *m_ShownOrder) {
+    m_LowDelayActive = false;
+  }
   frame.hasPicture = true;
   frame.decodingState = 0;
   frame.frameInfo[0].state = frame.frameInfo[1].state = H264DecoderFrameInfo::Done;
@@ -426,6 +434,7 @@ H264DecoderFrame* TaskSupplier::GetFrameToDisplay(bool force) {
     }
     m_Frames.TakeEarliestWaitingTime(*frame);
     frame->wasOutputted = true;
+    m_ShownOrder = frame->GetPicOrderCnt();
     if (frame->time < 0) {
       frame->time = m_LocalTime;
     }
@@ -451,6 +460,8 @@ void TaskSupplier::RecoveryReset() {
   m_Order.Reset();
   m_HaveLastFrameNum = false;
   m_NoFrameCounter = 0;
+  m_ShownOrder.reset();
+  m_LowDelayActive = m_Settings.lowDelay;
 }
 
 } // namespace MCL

@@ -3,6 +3,7 @@
 #include <array>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "Codecs/H264/Deblocking.h"
@@ -117,6 +118,8 @@ private:
   int32_t m_DpbDelay = 1;
   int32_t m_ExtraFrames = 2;
   bool m_LowDelayActive = false;
+  // The order count of the picture shown last in this generation.
+  std::optional<int32_t> m_ShownOrder;
   bool m_WaitingForKeyUnit = false;
   int32_t m_NoFrameCounter = 0;
   bool m_MayStall = false; // the caller can let a frame leave and come back
