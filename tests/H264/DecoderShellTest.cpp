@@ -264,3 +264,47 @@ TEST(H264DecoderShell, LowDelayHoldsUntilAPictureComesOutOfOrder) {
         wanted);
   }
 }
+
+// What this decoder does not decode yet gives no picture and the status of a
+// stream it cannot go on with; a stream it decodes works again after a reset.
+TEST(H264DecoderShell, CodingNotDecodedYetGivesNoPictureButAStatus) {
+  if (!NmTestSupport::HaveProgram("ffmpeg")) {
+    GTEST_SKIP() << "ffmpeg is not installed";
+  }
+  CmTempDirectory directory;
+  const auto encode = [&](const std::string& pixelFormat, const std::string& settings) {
+    const std::string stream = directory / "kind.264";
+    EXPECT_TRUE(NmTestSupport::Run(
+        "ffmpeg -y -v error -f lavfi -i testsrc2=size=64x48:rate=25 -frames:v 2 -pix_fmt " +
+        pixelFormat + " -c:v libx264 -x264-params '" + settings + "' -f h264 '" + stream + "'"));
+    return NmTestSupport::ReadBytes(stream);
+  };
+  MCL::H264VideoDecoder decoder;
+  CmPictureCollector collector;
+  MCL::H264VideoDecoderParams params;
+  ASSERT_EQ(decoder.Init(&params), MCL::StatusOk);
+  decoder.SetPostProcessing(&collector);
+  const auto decode = [&](std::vector<uint8_t> bytes) {
+    MCL::MediaData input;
+    input.SetBufferPointer(bytes.data(), bytes.size());
+    input.SetDataSize(bytes.size());
+    MCL::VideoData output;
+    const MCL::Status status = decoder.GetFrame(&input, &output);
+    while (decoder.GetFrame(nullptr, &output) == MCL::StatusOk) {
+    }
+    return status;
+  };
+  const std::pair<const char*, const char*> kinds[] = {
+      {"yuv420p", "cabac=1"},     {"yuv420p", "cabac=0:interlaced=1"},
+      {"yuv420p10le", "cabac=0"}, {"yuv422p", "cabac=0"},
+      {"yuv444p", "cabac=0"},     {"yuv420p", "cabac=0:qp=0"},
+  };
+  for (const auto& [pixelFormat, settings] : kinds) {
+    SCOPED_TRACE(std::string(pixelFormat) + " " + settings);
+    EXPECT_EQ(decode(encode(pixelFormat, settings)), MCL::StatusInvalidStreamSync);
+    EXPECT_TRUE(collector.pictures.empty());
+    ASSERT_EQ(decoder.Reset(), MCL::StatusOk);
+  }
+  decode(encode("yuv420p", "cabac=0"));
+  EXPECT_EQ(collector.pictures.size(), 2u);
+}

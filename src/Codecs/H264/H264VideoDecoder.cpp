@@ -99,6 +99,10 @@ Status H264VideoDecoder::GetFrame(MediaData* input, MediaData* output) {
       if (fed != StatusOk) {
         return fed;
       }
+      if (m_TaskSupplier->TakeUnsupported()) {
+        // A stream of a kind not decoded yet: no picture, and no wrong one.
+        return StatusInvalidStreamSync;
+      }
     } else {
       m_TaskSupplier->Flush();
     }

@@ -91,6 +91,9 @@ struct SmSequenceParameterSet {
   uint32_t cropLeft = 0, cropRight = 0, cropTop = 0, cropBottom = 0;
   bool vuiPresent = false;
   SmVideoUsability vui;
+  // Read in full, but of a kind that this decoder does not decode (more
+  // than 8 bits, 4:2:2 or 4:4:4, lossless).
+  bool unsupported = false;
 
   uint32_t GetFrameHeightInMbs() const { return (frameMbsOnly ? 1 : 2) * heightInMapUnits; }
   uint32_t GetWidth() const { return widthInMbs * 16; }

@@ -155,6 +155,8 @@ void TaskSupplier::HandleUnit(const uint8_t* unit, size_t size, double time, int
     if (result == ParseDamaged) {
       return;
     }
+    // Kept all the same, so that its pictures are known for what they are.
+    sps->unsupported = result == ParseUnsupported;
     // A changed copy takes effect once the picture in progress is done.
     auto& entry = m_Headers.sequence[sps->id];
     if (entry != nullptr && !(*entry == *sps)) {
@@ -228,8 +230,16 @@ void TaskSupplier::AddSlice(uint8_t nalHeader, std::vector<uint8_t>&& rbsp, doub
   const auto ppsTable = m_Headers.GetPictureTable();
   const SmSequenceParameterSet* sps = nullptr;
   const SmPictureParameterSet* pps = nullptr;
-  if (ParseSliceHeader(reader, nalHeader, {spsTable.data(), ppsTable.data()}, slice.header, sps,
-                       pps) != ParseOk) {
+  const SmParseResult parsed = ParseSliceHeader(
+      reader, nalHeader, {spsTable.data(), ppsTable.data()}, slice.header, sps, pps);
+  // Coding that this decoder does not decode yet gives no picture, never a
+  // wrong one, and the caller hears of it.
+  if (parsed == ParseUnsupported ||
+      (parsed == ParseOk && (sps->unsupported || pps->entropyCodingMode))) {
+    m_Unsupported = true;
+    return;
+  }
+  if (parsed != ParseOk) {
     return;
   }
   if (m_WaitingForKeyUnit) {

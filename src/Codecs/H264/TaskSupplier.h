@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <utility>
 #include <vector>
 
 #include "Codecs/H264/Deblocking.h"
@@ -67,6 +68,10 @@ public:
   // as AddSource does; then the caller lets a frame leave and flushes again.
   void Flush();
   bool IsStalled() const { return m_Stalled; }
+  // Whether slices came since the last call that use coding this decoder
+  // does not decode yet (CABAC, fields, more than 8 bits, 4:2:2, 4:4:4):
+  // they were dropped.
+  bool TakeUnsupported() { return std::exchange(m_Unsupported, false); }
   // The frame to show next, marked as output; null when none may leave yet
   // (with force, when none is left).
   H264DecoderFrame* GetFrameToDisplay(bool force);
@@ -124,6 +129,7 @@ private:
   int32_t m_NoFrameCounter = 0;
   bool m_MayStall = false; // the caller can let a frame leave and come back
   bool m_Stalled = false;  // the intake stopped for want of a free frame
+  bool m_Unsupported = false;
   double m_LocalTime = 0.0;
   uint32_t m_LastFrameNum = 0;
   bool m_HaveLastFrameNum = false;
