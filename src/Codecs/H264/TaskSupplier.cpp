@@ -64,7 +64,16 @@ void Headers::Clear() {
 
 TaskSupplier::TaskSupplier(const SmTaskSupplierSettings& settings)
     : m_Settings(settings), m_ExtraFrames(settings.threadCount + 1),
-      m_LowDelayActive(settings.lowDelay) {}
+      m_LowDelayActive(settings.lowDelay) {
+  for (int32_t number = 0; number < std::max(settings.threadCount, 1); ++number) {
+    m_SegmentDecoders.push_back(std::make_unique<H264SegmentDecoderMultiThreaded>(number));
+  }
+  if (m_SegmentDecoders.size() == 1) {
+    m_Broker = std::make_unique<TaskBrokerSingleThread>(m_SegmentDecoders);
+  } else {
+    m_Broker = std::make_unique<TaskBrokerTwoThread>(m_SegmentDecoders);
+  }
+}
 
 int32_t TaskSupplier::AddSource(const uint8_t* data, size_t size, double time, int32_t frameId,
                                 size_t* consumed) {
@@ -369,41 +378,20 @@ void TaskSupplier::CompletePicture() {
     m_CurrentFrame = nullptr;
     return;
   }
-  const auto ppsTable = m_Headers.GetPictureTable();
-  std::vector<SmSliceFilterParameters> filters(1);
-  for (const H264Slice& slice : m_Slices) {
-    const SmPictureParameterSet* pps = ppsTable[slice.header.ppsId];
-    if (pps == nullptr) {
-      continue;
-    }
-    SmReferenceList lists[2];
-    if (slice.header.sliceType != SliceI &&
-        !BuildReferenceLists(m_References.frames, slice.header, sps.GetMaxFrameNum(),
-                             picture.GetPoc(), lists)) {
-      continue;
-    }
-    CmBitReader reader(slice.rbsp.data(), slice.rbsp.size());
-    reader.Skip(slice.header.dataBitOffset);
-    SmSliceFilterParameters filter;
-    filter.disableIdc = slice.header.disableDeblockingFilterIdc;
-    filter.alphaOffset = slice.header.sliceAlphaC0Offset;
-    filter.betaOffset = slice.header.sliceBetaOffset;
-    filter.chromaQpOffset[0] = pps->chromaQpIndexOffset;
-    filter.chromaQpOffset[1] = pps->secondChromaQpIndexOffset;
-    // Slice numbers index the loop filter's parameters; the slice decoder
-    // tells the macroblocks of its own slice by them.
-    filters.push_back(filter);
-    std::vector<uint8_t> sliceGroups;
-    if (pps->numSliceGroups > 1 &&
-        !BuildSliceGroupMap(sps, *pps, slice.header.sliceGroupChangeCycle, sliceGroups)) {
-      continue;
-    }
-    m_SliceDecoder.Decode(reader, slice.header, sps, *pps,
-                          static_cast<uint32_t>(filters.size() - 1), picture, lists,
-                          pps->numSliceGroups > 1 ? &sliceGroups : nullptr);
+  H264PictureTask task;
+  task.picture = &picture;
+  task.slices = &m_Slices;
+  task.sps = &sps;
+  task.pictureParameterSets = m_Headers.GetPictureTable();
+  task.references = &m_References.frames;
+  task.filters.resize(m_Slices.size() + 1);
+  // One map for the picture: every slice of it tells the same change cycle.
+  const SmPictureParameterSet* pps = task.pictureParameterSets[first.ppsId];
+  if (pps != nullptr && pps->numSliceGroups > 1 &&
+      !BuildSliceGroupMap(sps, *pps, first.sliceGroupChangeCycle, task.sliceGroups)) {
+    task.slices = &m_NoSlices;
   }
-  DeblockPicture(picture, filters);
-  picture.ExtendBorders();
+  m_Broker->DecodePicture(task);
   if (first.IsReference()) {
     MarkReferences(m_References, first, &picture, sps.maxNumRefFrames, sps.GetMaxFrameNum());
     m_Frames.SetReferences(m_References.frames);

@@ -14,6 +14,7 @@
 #include "Codecs/H264/PictureOrder.h"
 #include "Codecs/H264/SliceDecoder.h"
 #include "Codecs/H264/SliceHeader.h"
+#include "Codecs/H264/TaskBroker.h"
 
 namespace MCL {
 
@@ -38,13 +39,6 @@ public:
   std::array<const NmH264::SmSequenceParameterSet*, 32> GetSequenceTable() const;
   std::array<const NmH264::SmPictureParameterSet*, 256> GetPictureTable() const;
   void Clear();
-};
-
-// A slice waiting in the picture it belongs to: its header and payload.
-struct H264Slice {
-  NmH264::SmSliceHeader header;
-  std::vector<uint8_t> rbsp;
-  uint8_t nalHeader = 0;
 };
 
 // Cuts the input into units, keeps parameter sets, gathers slices into
@@ -113,11 +107,15 @@ private:
   std::unique_ptr<NmH264::SmSequenceParameterSet> m_Active; // the SPS of the current sequence
   const NmH264::SmSequenceParameterSet* m_Latest = nullptr; // the SPS read last
   H264DBPList m_Frames;
-  NmH264::CmSliceDecoder m_SliceDecoder;
+  // One segment decoder for each thread, and the broker that shares a
+  // picture's work among them.
+  std::vector<std::unique_ptr<H264SegmentDecoderMultiThreaded>> m_SegmentDecoders;
+  std::unique_ptr<TaskBroker> m_Broker;
   NmH264::CmPictureOrderCounter m_Order;
   NmH264::SmReferenceState m_References;
   std::vector<H264Slice> m_Slices; // of the picture in progress
-  std::vector<uint8_t> m_Pending;  // the start of a unit whose end has not come
+  const std::vector<H264Slice> m_NoSlices;
+  std::vector<uint8_t> m_Pending; // the start of a unit whose end has not come
   H264DecoderFrame* m_CurrentFrame = nullptr;
   int32_t m_DpbSize = 1;
   int32_t m_DpbDelay = 1;

@@ -1,0 +1,38 @@
+#include "Codecs/H264/SegmentDecoder.h"
+
+namespace MCL {
+
+using namespace NmH264;
+
+void H264SegmentDecoderMultiThreaded::DecodeSlices(H264PictureTask& task, size_t first,
+                                                   size_t last) {
+  const SmSequenceParameterSet& sps = *task.sps;
+  for (size_t index = first; index < last && index < task.slices->size(); ++index) {
+    const H264Slice& slice = (*task.slices)[index];
+    const SmPictureParameterSet* pps = task.pictureParameterSets[slice.header.ppsId];
+    if (pps == nullptr) {
+      continue;
+    }
+    SmReferenceList lists[2];
+    if (slice.header.sliceType != SliceI &&
+        !BuildReferenceLists(*task.references, slice.header, sps.GetMaxFrameNum(),
+                             task.picture->GetPoc(), lists)) {
+      continue;
+    }
+    SmSliceFilterParameters& filter = task.filters.at(index + 1);
+    filter.disableIdc = slice.header.disableDeblockingFilterIdc;
+    filter.alphaOffset = slice.header.sliceAlphaC0Offset;
+    filter.betaOffset = slice.header.sliceBetaOffset;
+    filter.chromaQpOffset[0] = pps->chromaQpIndexOffset;
+    filter.chromaQpOffset[1] = pps->secondChromaQpIndexOffset;
+    CmBitReader reader(slice.rbsp.data(), slice.rbsp.size());
+    reader.Skip(slice.header.dataBitOffset);
+    // Slice numbers index the loop filter's parameters; the slice decoder
+    // tells the macroblocks of its own slice by them.
+    m_SliceDecoder.Decode(reader, slice.header, sps, *pps, static_cast<uint32_t>(index + 1),
+                          *task.picture, lists,
+                          task.sliceGroups.empty() ? nullptr : &task.sliceGroups);
+  }
+}
+
+} // namespace MCL
