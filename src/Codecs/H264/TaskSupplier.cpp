@@ -449,6 +449,7 @@ void TaskSupplier::Reset() {
 }
 
 void TaskSupplier::RecoveryReset() {
+  m_Broker->Stop();
   m_Pending.clear();
   m_Frames.Clear();
   m_References = SmReferenceState();
