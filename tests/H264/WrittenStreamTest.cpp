@@ -1,0 +1,237 @@
+// Streams that no encoder here makes, written bit by bit: long-term
+// references and memory management commands, frame_num gaps, slice groups
+// in any order, explicit and implicit weights in B slices, and streams that
+// begin without an IDR picture.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "Codecs/H264/TaskSupplier.h"
+#include "support/ExternalTools.h"
+#include "support/H264StreamWriter.h"
+
+using namespace NmTestSupport;
+using MB = SmWriterMacroblock;
+using Frames = std::vector<std::vector<uint8_t>>;
+
+namespace {
+
+constexpr uint32_t Width = 4, Height = 3, Count = Width * Height; // macroblocks
+constexpr size_t FrameSize = Count * 384;
+
+// I_PCM content that differs from picture to picture and macroblock to
+// macroblock, with enough texture that a wrong motion vector or reference
+// shows.
+MB Textured(int seed, uint32_t address) {
+  MB mb;
+  mb.kind = MB::Pcm;
+  const int x0 = static_cast<int>(address % Width) * 16,
+            y0 = static_cast<int>(address / Width) * 16;
+  for (int y = 0; y < 16; ++y) {
+    for (int x = 0; x < 16; ++x) {
+      const int X = x0 + x, Y = y0 + y;
+      mb.samples.push_back(static_cast<uint8_t>(seed * 53 + X * 5 + Y * 3 + ((X ^ Y) & 7) * 9));
+    }
+  }
+  for (int c = 1; c < 3; ++c) {
+    for (int y = 0; y < 8; ++y) {
+      for (int x = 0; x < 8; ++x) {
+        const int X = x0 / 2 + x, Y = y0 / 2 + y;
+        mb.samples.push_back(static_cast<uint8_t>(seed * 29 * c + X * 7 * c + Y * 11 + (X & Y)));
+      }
+    }
+  }
+  return mb;
+}
+
+std::vector<MB> IntraPicture(int seed) {
+  std::vector<MB> mbs;
+  for (uint32_t a = 0; a < Count; ++a) {
+    mbs.push_back(Textured(seed, a));
+  }
+  return mbs;
+}
+
+// Decodes unit by unit, taking every picture that may leave as soon as it
+// may, and returns the visible samples of each, planar, in output order.
+Frames DecodeWithEngine(const CmH264StreamWriter& writer, bool* allAccepted = nullptr) {
+  MCL::TaskSupplier supplier(MCL::SmTaskSupplierSettings{});
+  Frames frames;
+  const auto take = [&](bool force) {
+    while (MCL::H264DecoderFrame* frame = supplier.GetFrameToDisplay(force)) {
+      const NmH264::SmSequenceParameterSet& sps = *supplier.GetActiveSequence();
+      const NmH264::CmPicture& picture = frame->GetPicture();
+      std::vector<uint8_t> out;
+      for (int c = 0; c < 3; ++c) {
+        const uint32_t shift = c == 0 ? 0 : 1;
+        for (uint32_t y = sps.cropTop >> shift; y < (sps.GetHeight() - sps.cropBottom) >> shift;
+             ++y) {
+          const uint8_t* row = picture.GetPlane(c) + y * picture.GetStride(c);
+          out.insert(out.end(), row + (sps.cropLeft >> shift),
+                     row + ((sps.GetWidth() - sps.cropRight) >> shift));
+        }
+      }
+      frames.push_back(std::move(out));
+    }
+  };
+  for (const std::vector<uint8_t>& unit : writer.Units()) {
+    std::vector<uint8_t> bytes = {0, 0, 1};
+    bytes.insert(bytes.end(), unit.begin(), unit.end());
+    const int32_t status = supplier.AddSource(bytes.data(), bytes.size(), -1.0, -1);
+    if (allAccepted != nullptr) {
+      *allAccepted = *allAccepted && status == 0;
+    }
+    take(false);
+  }
+  supplier.Flush();
+  take(true);
+  return frames;
+}
+
+Frames Split(const std::vector<uint8_t>& bytes, size_t frameSize) {
+  Frames frames;
+  for (size_t at = 0; at + frameSize <= bytes.size(); at += frameSize) {
+    frames.emplace_back(bytes.begin() + static_cast<std::ptrdiff_t>(at),
+                        bytes.begin() + static_cast<std::ptrdiff_t>(at + frameSize));
+  }
+  return frames;
+}
+
+// ffmpeg's pictures of the same bytes, every one it outputs, none doubled.
+Frames DecodeWithFfmpeg(const CmH264StreamWriter& writer, size_t frameSize,
+                        const std::string& inputOptions = "") {
+  CmTempDirectory directory;
+  const std::string stream = directory / "written.264";
+  const std::string decoded = directory / "written.yuv";
+  if (!WriteBytes(stream, writer.AnnexB()) ||
+      !Run("ffmpeg -y " + inputOptions + " -i '" + stream +
+           "' -fps_mode passthrough -f rawvideo -pix_fmt yuv420p '" + decoded + "'")) {
+    return {};
+  }
+  return Split(ReadBytes(decoded), frameSize);
+}
+
+// The index of the first differing sample, or the size when equal.
+size_t FirstDifference(const std::vector<uint8_t>& a, const std::vector<uint8_t>& b) {
+  size_t i = 0;
+  while (i < a.size() && i < b.size() && a[i] == b[i]) {
+    ++i;
+  }
+  return i;
+}
+
+void ExpectSameFrames(const Frames& ours, const Frames& expected) {
+  ASSERT_EQ(ours.size(), expected.size());
+  for (size_t i = 0; i < ours.size(); ++i) {
+    ASSERT_EQ(ours[i].size(), expected[i].size()) << "picture " << i;
+    EXPECT_EQ(FirstDifference(ours[i], expected[i]), ours[i].size()) << "picture " << i;
+  }
+}
+
+#define REQUIRE_FFMPEG()                                                                           \
+  if (!HaveProgram("ffmpeg")) {                                                                    \
+    GTEST_SKIP() << "ffmpeg is not installed";                                                     \
+  }
+
+SmWriterSlice Slice(uint32_t type, uint32_t frameNum, bool reference = true) {
+  SmWriterSlice slice;
+  slice.type = type;
+  slice.frameNum = frameNum;
+  slice.nalRefIdc = reference ? 1 : 0;
+  return slice;
+}
+
+SmWriterSlice Idr(uint32_t idrPicId = 0) {
+  SmWriterSlice slice = Slice(SmWriterSlice::I, 0);
+  slice.idr = true;
+  slice.idrPicId = idrPicId;
+  return slice;
+}
+
+SmWriterSlice WithOps(SmWriterSlice slice, std::vector<SmWriterMmco> ops) {
+  slice.adaptiveMarking = true;
+  slice.mmcos = std::move(ops);
+  return slice;
+}
+
+SmWriterSlice WithActive(SmWriterSlice slice, uint32_t l0, uint32_t l1 = 1) {
+  slice.overrideRefIdx = true;
+  slice.numRefIdxActive[0] = l0;
+  slice.numRefIdxActive[1] = l1;
+  return slice;
+}
+
+// A P picture whose macroblocks cycle through the given references with
+// motion that differs per macroblock; one macroblock brings new samples.
+std::vector<MB> PredictedPicture(std::vector<uint32_t> references, int seed) {
+  std::vector<MB> mbs;
+  for (uint32_t a = 0; a < Count; ++a) {
+    const uint32_t ref = references[a % references.size()];
+    if (a == 5) {
+      mbs.push_back(Textured(seed, a));
+    } else if (a == 7 && references.size() == 1) {
+      mbs.push_back(MB{}); // skipped
+    } else {
+      mbs.push_back(MB::Predicted(MB::L0, ref, static_cast<int32_t>(a % 5) * 3 - 6 + seed,
+                                  static_cast<int32_t>(a % 3) * 5 - 4));
+    }
+  }
+  return mbs;
+}
+
+} // namespace
+
+TEST(H264WrittenStream, LongTermReferencesAndMemoryManagementMatchFfmpeg) {
+  REQUIRE_FFMPEG();
+  CmH264StreamWriter writer;
+  SmWriterSps sps;
+  sps.pocType = 2; // output order is decoding order
+  sps.maxNumRefFrames = 4;
+  sps.vui = true;
+  sps.numReorderFrames = 0;
+  sps.maxDecFrameBuffering = 4;
+  writer.WriteSps(sps);
+  writer.WritePps(SmWriterPps{});
+  using Op = SmWriterMmco;
+  // An IDR that is long-term with index 0 from the start.
+  SmWriterSlice idr = Idr();
+  idr.longTermReference = true;
+  writer.WriteSlice(idr, IntraPicture(1));
+  // Long-term indices up to 2 allowed.
+  writer.WriteSlice(WithOps(Slice(SmWriterSlice::P, 1), {Op{4, 3, 0}}), PredictedPicture({0}, 2));
+  // List [f1, LT0]; then f1 becomes long-term index 1.
+  writer.WriteSlice(WithOps(WithActive(Slice(SmWriterSlice::P, 2), 2), {Op{3, 0, 1}}),
+                    PredictedPicture({1, 0}, 3));
+  // List [f2, LT0, LT1] reordered to [LT1, f2, LT0]; the picture itself
+  // becomes long-term index 2.
+  SmWriterSlice third = WithOps(WithActive(Slice(SmWriterSlice::P, 3), 3), {Op{6, 0, 2}});
+  third.modifications[0] = {{2, 1}};
+  writer.WriteSlice(third, PredictedPicture({0, 2, 1}, 4));
+  // List [f2, LT0, LT1, LT2]; LT0 and f2 are dropped after it.
+  writer.WriteSlice(WithOps(WithActive(Slice(SmWriterSlice::P, 4), 4), {Op{2, 0, 0}, Op{1, 1, 0}}),
+                    PredictedPicture({3, 2, 1, 0}, 5));
+  // List [f4, LT1, LT2]; the largest index drops to 1, and LT2 with it.
+  writer.WriteSlice(WithOps(WithActive(Slice(SmWriterSlice::P, 5), 3), {Op{4, 2, 0}}),
+                    PredictedPicture({2, 1, 0}, 6));
+  // List [f5, f4, LT1] reordered to [f4, LT1, f5]; then everything goes and
+  // the picture counts as frame 0.
+  SmWriterSlice sixth = WithOps(WithActive(Slice(SmWriterSlice::P, 6), 3), {Op{5, 0, 0}});
+  sixth.modifications[0] = {{0, 1}, {2, 1}};
+  writer.WriteSlice(sixth, PredictedPicture({1, 0, 2}, 7));
+  writer.WriteSlice(Slice(SmWriterSlice::P, 1), PredictedPicture({0}, 8));
+  writer.WriteSlice(WithOps(WithActive(Slice(SmWriterSlice::P, 2), 2), {Op{1, 0, 0}}),
+                    PredictedPicture({1, 0}, 9));
+  // The frame 1 just dropped is gone: a list of two holds frame 2 and 0.
+  SmWriterSlice after = WithActive(Slice(SmWriterSlice::P, 3), 2);
+  writer.WriteSlice(after, PredictedPicture({1, 0}, 10));
+  // A second IDR, short-term, ends the long-term references.
+  writer.WriteSlice(Idr(1), IntraPicture(11));
+  writer.WriteSlice(Slice(SmWriterSlice::P, 1), PredictedPicture({0}, 12));
+
+  bool accepted = true;
+  const Frames ours = DecodeWithEngine(writer, &accepted);
+  EXPECT_TRUE(accepted);
+  ASSERT_EQ(ours.size(), 12u);
+  ExpectSameFrames(ours, DecodeWithFfmpeg(writer, FrameSize));
+}
