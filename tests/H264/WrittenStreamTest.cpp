@@ -170,7 +170,7 @@ std::vector<MB> PredictedPicture(std::vector<uint32_t> references, int seed) {
     const uint32_t ref = references[a % references.size()];
     if (a == 5) {
       mbs.push_back(Textured(seed, a));
-    } else if (a == 7 && references.size() == 1) {
+    } else if (a == 7 && references == std::vector<uint32_t>{0}) {
       mbs.push_back(MB{}); // skipped
     } else {
       mbs.push_back(MB::Predicted(MB::L0, ref, static_cast<int32_t>(a % 5) * 3 - 6 + seed,
@@ -234,4 +234,182 @@ TEST(H264WrittenStream, LongTermReferencesAndMemoryManagementMatchFfmpeg) {
   EXPECT_TRUE(accepted);
   ASSERT_EQ(ours.size(), 12u);
   ExpectSameFrames(ours, DecodeWithFfmpeg(writer, FrameSize));
+}
+
+TEST(H264WrittenStream, FrameNumGapsTakeReferenceSlotsAndAreNeverOutput) {
+  REQUIRE_FFMPEG();
+  CmH264StreamWriter writer;
+  SmWriterSps sps;
+  sps.maxNumRefFrames = 3;
+  sps.gapsAllowed = true;
+  sps.vui = true;
+  sps.numReorderFrames = 0;
+  sps.maxDecFrameBuffering = 3;
+  writer.WriteSps(sps);
+  SmWriterPps pps;
+  pps.numRefIdxActive[0] = 3;
+  writer.WritePps(pps);
+  writer.WriteSlice(Idr(), IntraPicture(1));
+  SmWriterSlice first = WithActive(Slice(SmWriterSlice::P, 1), 1);
+  first.pocLsb = 2;
+  writer.WriteSlice(first, PredictedPicture({0}, 2));
+  // Frame 2 is missing: the list is [gap 2, f1, f0], and the sliding
+  // window counts the gap frame.
+  SmWriterSlice third = Slice(SmWriterSlice::P, 3);
+  third.pocLsb = 6;
+  writer.WriteSlice(third, PredictedPicture({1, 2}, 3));
+  // Then two gaps at a time, so that the previous real frame is always the
+  // third entry; the last jump wraps frame_num round its maximum of 16.
+  uint32_t frameNum = 3;
+  for (int k = 0; k < 5; ++k) {
+    frameNum = (frameNum + 3) % 16;
+    SmWriterSlice next = Slice(SmWriterSlice::P, frameNum);
+    next.pocLsb = (12 + 6 * k) % 64;
+    writer.WriteSlice(next, PredictedPicture({2}, 4 + k));
+  }
+  // And one without a gap, which may use its predecessor and two gaps.
+  SmWriterSlice last = WithActive(Slice(SmWriterSlice::P, (frameNum + 1) % 16), 1);
+  last.pocLsb = 44;
+  writer.WriteSlice(last, PredictedPicture({0}, 10));
+
+  bool accepted = true;
+  const Frames ours = DecodeWithEngine(writer, &accepted);
+  EXPECT_TRUE(accepted);
+  ASSERT_EQ(ours.size(), 9u);
+  ExpectSameFrames(ours, DecodeWithFfmpeg(writer, FrameSize));
+}
+
+namespace {
+
+// A B picture whose macroblocks take every kind of prediction: direct
+// (skipped), either list alone with each reference, both lists with pairs
+// of references, and new samples.
+std::vector<MB> BiPredictedPicture(int seed, uint32_t refs0 = 2, uint32_t refs1 = 2) {
+  std::vector<MB> mbs;
+  mbs.push_back(MB{});
+  mbs.push_back(MB::Predicted(MB::L0, 0, 3, -1));
+  mbs.push_back(MB::Predicted(MB::L0, refs0 - 1, -5, 2));
+  mbs.push_back(MB::Predicted(MB::L1, 0, 1, 6));
+  mbs.push_back(MB::Predicted(MB::L1, refs1 - 1, -2, -3));
+  mbs.push_back(MB::Predicted(MB::Bi, 0, 2, 1, 0, -1, 3));
+  mbs.push_back(MB::Predicted(MB::Bi, refs0 - 1, 0, 0, 0, 4, -2));
+  mbs.push_back(MB::Predicted(MB::Bi, 0, -7, 0, refs1 - 1, 0, 5));
+  mbs.push_back(MB::Predicted(MB::Bi, refs0 - 1, 1, 1, refs1 - 1, -1, -1));
+  mbs.push_back(MB{});
+  mbs.push_back(Textured(seed, 10));
+  mbs.push_back(MB::Predicted(MB::Bi, refs0 > 2 ? 2 : 0, 9, -4, 0, -6, 2));
+  return mbs;
+}
+
+SmWriterWeight Weight(int32_t w, int32_t o, int32_t cbW, int32_t cbO, int32_t crW, int32_t crO) {
+  return SmWriterWeight{true, w, o, true, {cbW, crW}, {cbO, crO}};
+}
+
+} // namespace
+
+TEST(H264WrittenStream, ExplicitAndImplicitWeightsInBSlicesMatchFfmpeg) {
+  REQUIRE_FFMPEG();
+  CmH264StreamWriter writer;
+  // Order counts of type 1: reference frames 6 apart, non-reference frames
+  // 4 before the next reference frame, moved by their own delta.
+  SmWriterSps sps;
+  sps.pocType = 1;
+  sps.offsetForRefFrame = {6};
+  sps.offsetForNonRefPic = -4;
+  sps.maxNumRefFrames = 3;
+  sps.vui = true;
+  // Order count 4 comes after 6, 12, 8 and 10.
+  sps.numReorderFrames = 4;
+  sps.maxDecFrameBuffering = 5;
+  writer.WriteSps(sps);
+  writer.WritePps(SmWriterPps{});
+  SmWriterPps explicitWeights;
+  explicitWeights.id = 1;
+  explicitWeights.weightedBipredIdc = 1;
+  explicitWeights.numRefIdxActive[0] = explicitWeights.numRefIdxActive[1] = 2;
+  writer.WritePps(explicitWeights);
+  SmWriterPps implicitWeights = explicitWeights;
+  implicitWeights.id = 2;
+  implicitWeights.weightedBipredIdc = 2;
+  writer.WritePps(implicitWeights);
+
+  writer.WriteSlice(Idr(), IntraPicture(1));                               // 0
+  writer.WriteSlice(Slice(SmWriterSlice::P, 1), PredictedPicture({0}, 2)); // 6
+  writer.WriteSlice(WithActive(Slice(SmWriterSlice::P, 2), 2),             // 12
+                    PredictedPicture({0, 1}, 3));
+  const auto b = [](uint32_t pps, int32_t delta) {
+    SmWriterSlice slice = Slice(SmWriterSlice::B, 3, false);
+    slice.ppsId = pps;
+    slice.deltaPoc[0] = delta;
+    return slice;
+  };
+  // Order count 8: lists [6, 0] and [12, 6]. Luma weights over 1, chroma
+  // over 128, negative ones among them; each pair's sum within the bounds.
+  SmWriterSlice fine = b(1, 0);
+  fine.lumaLog2Denom = 0;
+  fine.chromaLog2Denom = 7;
+  fine.weights[0] = {Weight(-1, 20, 100, -10, -30, 5), Weight(2, -5, 60, 0, 30, -2)};
+  fine.weights[1] = {Weight(1, 3, 20, 4, 90, 0), Weight(1, 0, -20, 7, 50, 1)};
+  fine.weights[1][1].luma = false; // the default weight
+  writer.WriteSlice(fine, BiPredictedPicture(4));
+  // Order count 10: luma over 128, chroma over 1.
+  SmWriterSlice coarse = b(1, 2);
+  coarse.lumaLog2Denom = 7;
+  coarse.chromaLog2Denom = 0;
+  coarse.weights[0] = {Weight(90, -7, -2, 3, 1, -1), Weight(-40, 12, 1, 0, 1, 0)};
+  coarse.weights[1] = {Weight(30, 0, 1, 0, 1, 0), Weight(37, -128, 3, 0, -1, 9)};
+  coarse.weights[0][1].chroma = false;
+  writer.WriteSlice(coarse, BiPredictedPicture(5));
+  // Implicit weights. Order count 4: lists [0, 6] and [6, 12]; pairs give
+  // weights of 22 and 42, equal pictures the default, and -22 and 86.
+  writer.WriteSlice(b(2, -4), BiPredictedPicture(6));
+  // Order count 13: lists [12, 6, 0] and [6, 12, 0] (the second swapped as
+  // it would equal the first); 0 with 6 lies too far out and falls back to
+  // the default.
+  writer.WriteSlice(WithActive(b(2, 5), 3, 3), BiPredictedPicture(7, 3, 3));
+  writer.WriteSlice(WithActive(Slice(SmWriterSlice::P, 3), 2), PredictedPicture({1, 0}, 8)); // 18
+
+  bool accepted = true;
+  const Frames ours = DecodeWithEngine(writer, &accepted);
+  EXPECT_TRUE(accepted);
+  ASSERT_EQ(ours.size(), 8u);
+  ExpectSameFrames(ours, DecodeWithFfmpeg(writer, FrameSize));
+}
+
+TEST(H264WrittenStream, StreamsThatBeginWithoutAnIdrPicture) {
+  REQUIRE_FFMPEG();
+  // A non-IDR I picture first: everything decodes as from an IDR.
+  CmH264StreamWriter intra;
+  SmWriterSps sps;
+  sps.pocType = 2;
+  sps.maxNumRefFrames = 2;
+  sps.vui = true;
+  sps.numReorderFrames = 0;
+  sps.maxDecFrameBuffering = 2;
+  intra.WriteSps(sps);
+  intra.WritePps(SmWriterPps{});
+  intra.WriteSlice(Slice(SmWriterSlice::I, 0), IntraPicture(1));
+  intra.WriteSlice(Slice(SmWriterSlice::P, 1), PredictedPicture({0}, 2));
+  intra.WriteSlice(WithActive(Slice(SmWriterSlice::P, 2), 2), PredictedPicture({1, 0}, 3));
+  bool accepted = true;
+  const Frames fromIntra = DecodeWithEngine(intra, &accepted);
+  EXPECT_TRUE(accepted);
+  ASSERT_EQ(fromIntra.size(), 3u);
+  ExpectSameFrames(fromIntra, DecodeWithFfmpeg(intra, FrameSize, "-flags2 showall"));
+
+  // A P picture first: it predicts from a made-up grey frame, and what
+  // follows from it.
+  CmH264StreamWriter predicted;
+  sps.maxNumRefFrames = 1;
+  predicted.WriteSps(sps);
+  predicted.WritePps(SmWriterPps{});
+  predicted.WriteSlice(Slice(SmWriterSlice::P, 5), PredictedPicture({0}, 1));
+  predicted.WriteSlice(Slice(SmWriterSlice::P, 6), PredictedPicture({0}, 2));
+  predicted.WriteSlice(Slice(SmWriterSlice::I, 7), IntraPicture(3));
+  predicted.WriteSlice(Slice(SmWriterSlice::P, 8), PredictedPicture({0}, 4));
+  accepted = true;
+  const Frames fromPredicted = DecodeWithEngine(predicted, &accepted);
+  EXPECT_TRUE(accepted);
+  ASSERT_EQ(fromPredicted.size(), 4u);
+  ExpectSameFrames(fromPredicted, DecodeWithFfmpeg(predicted, FrameSize, "-flags2 showall"));
 }
