@@ -55,8 +55,9 @@ std::vector<MB> IntraPicture(int seed) {
 
 // Decodes unit by unit, taking every picture that may leave as soon as it
 // may, and returns the visible samples of each, planar, in output order.
-Frames DecodeWithEngine(const CmH264StreamWriter& writer, bool* allAccepted = nullptr) {
-  MCL::TaskSupplier supplier(MCL::SmTaskSupplierSettings{});
+Frames DecodeWithEngine(const CmH264StreamWriter& writer, bool* allAccepted = nullptr,
+                        MCL::SmTaskSupplierSettings settings = {}) {
+  MCL::TaskSupplier supplier(settings);
   Frames frames;
   const auto take = [&](bool force) {
     while (MCL::H264DecoderFrame* frame = supplier.GetFrameToDisplay(force)) {
@@ -77,6 +78,10 @@ Frames DecodeWithEngine(const CmH264StreamWriter& writer, bool* allAccepted = nu
   };
   for (const std::vector<uint8_t>& unit : writer.Units()) {
     std::vector<uint8_t> bytes = {0, 0, 1};
+    if (settings.lengthPrefixed) {
+      bytes = {0, static_cast<uint8_t>(unit.size() >> 16), static_cast<uint8_t>(unit.size() >> 8),
+               static_cast<uint8_t>(unit.size())};
+    }
     bytes.insert(bytes.end(), unit.begin(), unit.end());
     const int32_t status = supplier.AddSource(bytes.data(), bytes.size(), -1.0, -1);
     if (allAccepted != nullptr) {
@@ -368,12 +373,28 @@ TEST(H264WrittenStream, ExplicitAndImplicitWeightsInBSlicesMatchFfmpeg) {
   // the default.
   writer.WriteSlice(WithActive(b(2, 5), 3, 3), BiPredictedPicture(7, 3, 3));
   writer.WriteSlice(WithActive(Slice(SmWriterSlice::P, 3), 2), PredictedPicture({1, 0}, 8)); // 18
+  // An IDR picture at order count 0: the group before it leaves first.
+  writer.WriteSlice(Idr(1), IntraPicture(9));
+  writer.WriteSlice(Slice(SmWriterSlice::P, 1), PredictedPicture({0}, 10));
 
   bool accepted = true;
   const Frames ours = DecodeWithEngine(writer, &accepted);
   EXPECT_TRUE(accepted);
-  ASSERT_EQ(ours.size(), 8u);
-  ExpectSameFrames(ours, DecodeWithFfmpeg(writer, FrameSize));
+  ASSERT_EQ(ours.size(), 10u);
+  const Frames expected = DecodeWithFfmpeg(writer, FrameSize);
+  ExpectSameFrames(ours, expected);
+
+  // At another playback rate nothing waits: the pictures leave in decoding
+  // order.
+  MCL::SmTaskSupplierSettings fast;
+  fast.playbackMode = 2;
+  Frames inDecodingOrder;
+  if (expected.size() == 10) {
+    for (const size_t i : {0, 2, 5, 3, 4, 1, 6, 7, 8, 9}) {
+      inDecodingOrder.push_back(expected[i]);
+    }
+  }
+  ExpectSameFrames(DecodeWithEngine(writer, nullptr, fast), inDecodingOrder);
 }
 
 TEST(H264WrittenStream, StreamsThatBeginWithoutAnIdrPicture) {
@@ -412,4 +433,113 @@ TEST(H264WrittenStream, StreamsThatBeginWithoutAnIdrPicture) {
   EXPECT_TRUE(accepted);
   ASSERT_EQ(fromPredicted.size(), 4u);
   ExpectSameFrames(fromPredicted, DecodeWithFfmpeg(predicted, FrameSize, "-flags2 showall"));
+}
+
+TEST(H264WrittenStream, SliceGroupsOfEveryMapTypeInAnySliceOrder) {
+  // ffmpeg decodes no slice groups, so the pictures are built to be known:
+  // I_PCM samples, and copies of them without motion. The maps are those
+  // worked out by hand for the slice group map test.
+  struct SmCase {
+    uint32_t type, groups, cycle[2];
+    bool direction;
+    const char* maps[2]; // of the I and of the P picture
+  } cases[] = {
+      {0, 2, {0, 0}, false, {"001001001001", "001001001001"}},
+      {1, 3, {0, 0}, false, {"012012010120", "012012010120"}},
+      {2, 3, {0, 0}, false, {"112210021122", "112210021122"}},
+      {3, 2, {3, 3}, false, {"101110011111", "101110011111"}},
+      {4, 2, {5, 7}, false, {"000001111111", "000000011111"}},
+      {4, 2, {5, 5}, true, {"111111100000", "111111100000"}},
+      {5, 2, {5, 5}, false, {"001100110111", "001100110111"}},
+      {6, 3, {0, 0}, false, {"210012201102", "210012201102"}},
+  };
+  for (const SmCase& c : cases) {
+    SCOPED_TRACE(c.maps[1]);
+    CmH264StreamWriter writer;
+    SmWriterSps sps;
+    sps.profileIdc = 66;
+    writer.WriteSps(sps);
+    SmWriterPps pps;
+    pps.numSliceGroups = c.groups;
+    pps.mapType = c.type;
+    pps.changeDirection = c.direction;
+    pps.runLengthMinus1 = {1, 0};
+    pps.topLeft = {5, 0};
+    pps.bottomRight = {6, 9};
+    for (const char* unit = c.maps[0]; *unit != 0; ++unit) {
+      pps.sliceGroupId.push_back(static_cast<uint32_t>(*unit - '0'));
+    }
+    writer.WritePps(pps);
+    std::vector<MB> expected;
+    for (int picture = 0; picture < 2; ++picture) {
+      const std::string map = c.maps[picture];
+      std::vector<MB> byAddress;
+      for (uint32_t a = 0; a < Count; ++a) {
+        const bool copied = picture == 1 && a % 3 != 0;
+        byAddress.push_back(copied ? MB::Predicted(MB::L0, 0, 0, 0) : Textured(picture, a));
+        if (copied && a % 3 == 2) {
+          byAddress.back() = MB{};
+        }
+        if (!copied) {
+          expected.push_back(byAddress.back());
+        } else {
+          expected.push_back(expected[a]);
+        }
+      }
+      // Slices of at most two macroblocks of one group, written last first,
+      // so that the slice at macroblock 0 comes late.
+      std::vector<std::vector<uint32_t>> slices;
+      for (uint32_t group = 0; group < c.groups; ++group) {
+        std::vector<uint32_t> addresses;
+        for (uint32_t a = 0; a < Count; ++a) {
+          if (map[a] == static_cast<char>('0' + group)) {
+            addresses.push_back(a);
+          }
+        }
+        for (size_t at = 0; at < addresses.size(); at += 2) {
+          slices.emplace_back(addresses.begin() + static_cast<std::ptrdiff_t>(at),
+                              addresses.begin() +
+                                  static_cast<std::ptrdiff_t>(std::min(at + 2, addresses.size())));
+        }
+      }
+      for (auto slice = slices.rbegin(); slice != slices.rend(); ++slice) {
+        SmWriterSlice header = picture == 0 ? Idr() : Slice(SmWriterSlice::P, 1);
+        header.firstMb = slice->front();
+        header.pocLsb = 2 * picture;
+        header.sliceGroupChangeCycle = c.cycle[picture];
+        std::vector<MB> mbs;
+        for (const uint32_t a : *slice) {
+          mbs.push_back(byAddress[a]);
+        }
+        writer.WriteSlice(header, mbs);
+      }
+    }
+    bool accepted = true;
+    const Frames ours = DecodeWithEngine(writer, &accepted);
+    EXPECT_TRUE(accepted);
+    ASSERT_EQ(ours.size(), 2u);
+    Frames known(2);
+    for (int picture = 0; picture < 2; ++picture) {
+      std::vector<uint8_t>& frame = known[static_cast<size_t>(picture)];
+      frame.assign(FrameSize, 0);
+      for (uint32_t a = 0; a < Count; ++a) {
+        const std::vector<uint8_t>& samples = expected[picture * Count + a].samples;
+        const uint32_t x = a % Width, y = a / Width;
+        for (int i = 0; i < 256; ++i) {
+          frame[(y * 16 + i / 16) * Width * 16 + x * 16 + i % 16] = samples[i];
+        }
+        for (int c2 = 0; c2 < 2; ++c2) {
+          for (int i = 0; i < 64; ++i) {
+            frame[Count * 256 + c2 * Count * 64 + (y * 8 + i / 8) * Width * 8 + x * 8 + i % 8] =
+                samples[256 + 64 * c2 + i];
+          }
+        }
+      }
+    }
+    ExpectSameFrames(ours, known);
+    // The same units behind lengths instead of start codes.
+    MCL::SmTaskSupplierSettings prefixed;
+    prefixed.lengthPrefixed = true;
+    ExpectSameFrames(DecodeWithEngine(writer, nullptr, prefixed), known);
+  }
 }
