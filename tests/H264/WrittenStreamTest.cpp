@@ -7,7 +7,9 @@
 #include <string>
 #include <vector>
 
+#include "Codecs/H264/H264VideoDecoder.h"
 #include "Codecs/H264/TaskSupplier.h"
+#include "Codecs/MCL/VideoDecoderParams.h"
 #include "support/ExternalTools.h"
 #include "support/H264StreamWriter.h"
 
@@ -542,4 +544,73 @@ TEST(H264WrittenStream, SliceGroupsOfEveryMapTypeInAnySliceOrder) {
     prefixed.lengthPrefixed = true;
     ExpectSameFrames(DecodeWithEngine(writer, nullptr, prefixed), known);
   }
+}
+
+TEST(H264Intake, StatusesAtTheEdges) {
+  // The decoder shell: a flush with nothing held and an input of three
+  // bytes, consumed, both ask for more; a held picture leaves at the flush,
+  // and then nothing is held again.
+  MCL::H264VideoDecoder decoder;
+  MCL::H264VideoDecoderParams params;
+  ASSERT_EQ(decoder.Init(&params), MCL::StatusOk);
+  MCL::MediaData output;
+  EXPECT_EQ(decoder.GetFrame(nullptr, &output), MCL::StatusNotEnoughData);
+  const uint8_t three[] = {0, 0, 1};
+  MCL::MediaData input;
+  input.SetBufferPointer(three, sizeof three);
+  input.SetDataSize(sizeof three);
+  EXPECT_EQ(decoder.GetFrame(&input, &output), MCL::StatusNotEnoughData);
+  EXPECT_EQ(input.GetDataSize(), 0u);
+  CmH264StreamWriter writer;
+  writer.WriteSps(SmWriterSps{}); // Main profile without limits: pictures wait for reordering
+  writer.WritePps(SmWriterPps{});
+  writer.WriteSlice(Idr(), IntraPicture(1));
+  const std::vector<uint8_t> record = writer.AnnexB();
+  input.SetBufferPointer(record.data(), record.size());
+  input.SetDataSize(record.size());
+  EXPECT_EQ(decoder.GetFrame(&input, &output), MCL::StatusNotEnoughData);
+  EXPECT_EQ(input.GetDataSize(), 0u);
+  EXPECT_EQ(decoder.GetFrame(nullptr, &output), MCL::StatusOk);
+  EXPECT_EQ(decoder.GetFrame(nullptr, &output), MCL::StatusNotEnoughData);
+
+  // The supplier: with no output taken, the store fills (the delay of 0 and
+  // one reference allow extraFrames + dpbSize + 1 frames); twenty pictures
+  // that find no frame are dropped quietly, the twenty-first makes the
+  // stream invalid, and once frames leave, a picture decodes again.
+  CmH264StreamWriter stream;
+  SmWriterSps sps;
+  sps.vui = true;
+  sps.maxDecFrameBuffering = 1;
+  stream.WriteSps(sps);
+  stream.WritePps(SmWriterPps{});
+  stream.WriteSlice(Idr(), IntraPicture(1));
+  for (uint32_t k = 1; k <= 26; ++k) {
+    SmWriterSlice slice = Slice(SmWriterSlice::I, k % 16);
+    slice.pocLsb = 2 * k % 64;
+    stream.WriteSlice(slice, IntraPicture(static_cast<int>(k)));
+  }
+  MCL::SmTaskSupplierSettings settings;
+  settings.wholeFramePerBuffer = true; // each status belongs to its own picture
+  MCL::TaskSupplier supplier(settings);
+  std::vector<int32_t> statuses;
+  for (size_t i = 0; i < stream.Units().size(); ++i) {
+    std::vector<uint8_t> bytes = {0, 0, 1};
+    bytes.insert(bytes.end(), stream.Units()[i].begin(), stream.Units()[i].end());
+    if (i == stream.Units().size() - 1) {
+      while (supplier.GetFrameToDisplay(false) != nullptr) {
+      }
+    }
+    statuses.push_back(supplier.AddSource(bytes.data(), bytes.size(), -1.0, -1));
+  }
+  // Two parameter sets, four pictures that find frames, twenty that do not.
+  const size_t limit = static_cast<size_t>(supplier.GetExtraFrames() + supplier.GetDpbSize()) + 1;
+  ASSERT_EQ(limit, 4u);
+  ASSERT_EQ(statuses.size(), 2u + 27u);
+  EXPECT_EQ(std::count(statuses.begin(), statuses.begin() + 2 + 4 + 20, 0), 26);
+  EXPECT_EQ(statuses[26], MCL::StatusInvalidStream);
+  EXPECT_EQ(statuses[27], MCL::StatusInvalidStream);
+  EXPECT_EQ(statuses[28], 0);
+  EXPECT_EQ(supplier.GetFrameCount(), limit);
+  supplier.Flush();
+  EXPECT_NE(supplier.GetFrameToDisplay(true), nullptr);
 }
