@@ -243,6 +243,89 @@ TEST(H264WrittenStream, LongTermReferencesAndMemoryManagementMatchFfmpeg) {
   ExpectSameFrames(ours, DecodeWithFfmpeg(writer, FrameSize));
 }
 
+namespace {
+
+// A B picture whose macroblocks take every kind of prediction: direct
+// (skipped), either list alone with each reference, both lists with pairs
+// of references, and new samples.
+std::vector<MB> BiPredictedPicture(int seed, uint32_t refs0 = 2, uint32_t refs1 = 2) {
+  std::vector<MB> mbs;
+  mbs.push_back(MB{});
+  mbs.push_back(MB::Predicted(MB::L0, 0, 3, -1));
+  mbs.push_back(MB::Predicted(MB::L0, refs0 - 1, -5, 2));
+  mbs.push_back(MB::Predicted(MB::L1, 0, 1, 6));
+  mbs.push_back(MB::Predicted(MB::L1, refs1 - 1, -2, -3));
+  mbs.push_back(MB::Predicted(MB::Bi, 0, 2, 1, 0, -1, 3));
+  mbs.push_back(MB::Predicted(MB::Bi, refs0 - 1, 0, 0, 0, 4, -2));
+  mbs.push_back(MB::Predicted(MB::Bi, 0, -7, 0, refs1 - 1, 0, 5));
+  mbs.push_back(MB::Predicted(MB::Bi, refs0 - 1, 1, 1, refs1 - 1, -1, -1));
+  mbs.push_back(MB{});
+  mbs.push_back(Textured(seed, 10));
+  mbs.push_back(MB::Predicted(MB::Bi, refs0 > 2 ? 2 : 0, 9, -4, 0, -6, 2));
+  return mbs;
+}
+
+SmWriterWeight Weight(int32_t w, int32_t o, int32_t cbW, int32_t cbO, int32_t crW, int32_t crO) {
+  return SmWriterWeight{true, w, o, true, {cbW, crW}, {cbO, crO}};
+}
+
+} // namespace
+
+TEST(H264WrittenStream, MemoryManagement5StartsTheOrderCountsAfresh) {
+  REQUIRE_FFMPEG();
+  // The picture with operation 5 counts as order 0 from then on (8.2.1):
+  // it leaves before the pictures after it, and a B picture between it and
+  // the next one finds it first in list 0 and the next one first in list 1.
+  CmH264StreamWriter writer;
+  SmWriterSps sps;
+  sps.maxNumRefFrames = 2;
+  sps.vui = true;
+  sps.numReorderFrames = 1;
+  sps.maxDecFrameBuffering = 2;
+  writer.WriteSps(sps);
+  writer.WritePps(SmWriterPps{});
+  writer.WriteSlice(Idr(), IntraPicture(1));
+  SmWriterSlice reset = WithOps(Slice(SmWriterSlice::P, 1), {SmWriterMmco{5, 0, 0}});
+  reset.pocLsb = 20;
+  writer.WriteSlice(reset, PredictedPicture({0}, 2));
+  SmWriterSlice next = Slice(SmWriterSlice::P, 1);
+  next.pocLsb = 4;
+  writer.WriteSlice(next, PredictedPicture({0}, 3));
+  // Without motion: even macroblocks copy list 0's first picture, odd ones
+  // list 1's.
+  SmWriterSlice between = Slice(SmWriterSlice::B, 2, false);
+  between.pocLsb = 2;
+  std::vector<MB> copies;
+  for (uint32_t a = 0; a < Count; ++a) {
+    copies.push_back(MB::Predicted(a % 2 == 0 ? MB::L0 : MB::L1, 0, 0, 0));
+  }
+  writer.WriteSlice(between, copies);
+  SmWriterSlice last = Slice(SmWriterSlice::P, 2);
+  last.pocLsb = 8;
+  writer.WriteSlice(last, PredictedPicture({0}, 5));
+
+  bool accepted = true;
+  const Frames ours = DecodeWithEngine(writer, &accepted);
+  EXPECT_TRUE(accepted);
+  ASSERT_EQ(ours.size(), 5u);
+  const Frames theirs = DecodeWithFfmpeg(writer, FrameSize);
+  ASSERT_EQ(theirs.size(), 5u);
+  // ffmpeg keeps the old count of 20 for the B picture's lists and so
+  // swaps the two; the other pictures agree.
+  for (const size_t i : {0, 1, 3, 4}) {
+    EXPECT_EQ(FirstDifference(ours[i], theirs[i]), FrameSize) << "picture " << i;
+  }
+  std::vector<uint8_t> expected(FrameSize);
+  for (size_t i = 0; i < FrameSize; ++i) {
+    const bool chroma = i >= Count * 256;
+    const size_t row = chroma ? (i - Count * 256) % (Count * 64) / (Width * 8) : i / (Width * 16);
+    const size_t column = chroma ? (i - Count * 256) % (Width * 8) : i % (Width * 16);
+    const size_t address = row / (chroma ? 8 : 16) * Width + column / (chroma ? 8 : 16);
+    expected[i] = theirs[address % 2 == 0 ? 1 : 3][i];
+  }
+  EXPECT_EQ(FirstDifference(ours[2], expected), FrameSize);
+}
+
 TEST(H264WrittenStream, FrameNumGapsTakeReferenceSlotsAndAreNeverOutput) {
   REQUIRE_FFMPEG();
   CmH264StreamWriter writer;
@@ -285,34 +368,6 @@ TEST(H264WrittenStream, FrameNumGapsTakeReferenceSlotsAndAreNeverOutput) {
   ASSERT_EQ(ours.size(), 9u);
   ExpectSameFrames(ours, DecodeWithFfmpeg(writer, FrameSize));
 }
-
-namespace {
-
-// A B picture whose macroblocks take every kind of prediction: direct
-// (skipped), either list alone with each reference, both lists with pairs
-// of references, and new samples.
-std::vector<MB> BiPredictedPicture(int seed, uint32_t refs0 = 2, uint32_t refs1 = 2) {
-  std::vector<MB> mbs;
-  mbs.push_back(MB{});
-  mbs.push_back(MB::Predicted(MB::L0, 0, 3, -1));
-  mbs.push_back(MB::Predicted(MB::L0, refs0 - 1, -5, 2));
-  mbs.push_back(MB::Predicted(MB::L1, 0, 1, 6));
-  mbs.push_back(MB::Predicted(MB::L1, refs1 - 1, -2, -3));
-  mbs.push_back(MB::Predicted(MB::Bi, 0, 2, 1, 0, -1, 3));
-  mbs.push_back(MB::Predicted(MB::Bi, refs0 - 1, 0, 0, 0, 4, -2));
-  mbs.push_back(MB::Predicted(MB::Bi, 0, -7, 0, refs1 - 1, 0, 5));
-  mbs.push_back(MB::Predicted(MB::Bi, refs0 - 1, 1, 1, refs1 - 1, -1, -1));
-  mbs.push_back(MB{});
-  mbs.push_back(Textured(seed, 10));
-  mbs.push_back(MB::Predicted(MB::Bi, refs0 > 2 ? 2 : 0, 9, -4, 0, -6, 2));
-  return mbs;
-}
-
-SmWriterWeight Weight(int32_t w, int32_t o, int32_t cbW, int32_t cbO, int32_t crW, int32_t crO) {
-  return SmWriterWeight{true, w, o, true, {cbW, crW}, {cbO, crO}};
-}
-
-} // namespace
 
 TEST(H264WrittenStream, ExplicitAndImplicitWeightsInBSlicesMatchFfmpeg) {
   REQUIRE_FFMPEG();

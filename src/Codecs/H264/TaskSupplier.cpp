@@ -367,6 +367,12 @@ void TaskSupplier::CompletePicture() {
     m_Frames.SetReferences(m_References.frames);
   }
   if (first.HasMemoryManagement5()) {
+    // The picture becomes the origin of the order counts after it (8.2.1):
+    // it leaves before them, and later B slices place it by its new count.
+    const int32_t origin = frame.GetPicOrderCnt();
+    frame.picOrderCnt[0] -= origin;
+    frame.picOrderCnt[1] -= origin;
+    picture.SetPoc(0);
     m_Frames.StartNewGeneration();
     frame.resetCount[0] = frame.resetCount[1] = 0;
   }
