@@ -456,9 +456,13 @@ TEST(H264WrittenStream, ExplicitAndImplicitWeightsInBSlicesMatchFfmpeg) {
 
 TEST(H264WrittenStream, StreamsThatBeginWithoutAnIdrPicture) {
   REQUIRE_FFMPEG();
-  // A non-IDR I picture first: everything decodes as from an IDR.
+  // A non-IDR I picture first: everything decodes as from an IDR. The
+  // pictures are cropped on the right and at the bottom (to odd chroma
+  // sizes).
   CmH264StreamWriter intra;
   SmWriterSps sps;
+  sps.cropRight = 6;
+  sps.cropBottom = 2;
   sps.pocType = 2;
   sps.maxNumRefFrames = 2;
   sps.vui = true;
@@ -473,11 +477,14 @@ TEST(H264WrittenStream, StreamsThatBeginWithoutAnIdrPicture) {
   const Frames fromIntra = DecodeWithEngine(intra, &accepted);
   EXPECT_TRUE(accepted);
   ASSERT_EQ(fromIntra.size(), 3u);
-  ExpectSameFrames(fromIntra, DecodeWithFfmpeg(intra, FrameSize, "-flags2 showall"));
+  const size_t croppedSize = 58 * 46 + 2 * 29 * 23;
+  ASSERT_EQ(fromIntra[0].size(), croppedSize);
+  ExpectSameFrames(fromIntra, DecodeWithFfmpeg(intra, croppedSize, "-flags2 showall"));
 
   // A P picture first: it predicts from a made-up grey frame, and what
   // follows from it.
   CmH264StreamWriter predicted;
+  sps.cropRight = sps.cropBottom = 0;
   sps.maxNumRefFrames = 1;
   predicted.WriteSps(sps);
   predicted.WritePps(SmWriterPps{});
