@@ -187,60 +187,92 @@ std::vector<MB> PredictedPicture(std::vector<uint32_t> references, int seed) {
   return mbs;
 }
 
+// Writes each picture with the loop filter off (1), on with offsets and a
+// quantiser high enough that it acts (0), or on but stopping at the edge
+// between the picture's two slices (2).
+class CmFilteredPictures {
+public:
+  CmFilteredPictures(CmH264StreamWriter& writer, uint32_t filter)
+      : m_Writer(writer), m_Filter(filter) {}
+  void operator()(SmWriterSlice slice, const std::vector<MB>& mbs) {
+    slice.disableDeblocking = m_Filter;
+    if (m_Filter != 1) {
+      slice.qpDelta = 14;
+      slice.alphaOffsetDiv2 = 3;
+      slice.betaOffsetDiv2 = -2;
+    }
+    if (m_Filter != 2) {
+      m_Writer.WriteSlice(slice, mbs);
+      return;
+    }
+    m_Writer.WriteSlice(slice, std::vector<MB>(mbs.begin(), mbs.begin() + 6));
+    slice.firstMb = 6;
+    m_Writer.WriteSlice(slice, std::vector<MB>(mbs.begin() + 6, mbs.end()));
+  }
+
+private:
+  CmH264StreamWriter& m_Writer;
+  uint32_t m_Filter;
+};
+
 } // namespace
 
 TEST(H264WrittenStream, LongTermReferencesAndMemoryManagementMatchFfmpeg) {
   REQUIRE_FFMPEG();
-  CmH264StreamWriter writer;
-  SmWriterSps sps;
-  sps.pocType = 2; // output order is decoding order
-  sps.maxNumRefFrames = 4;
-  sps.vui = true;
-  sps.numReorderFrames = 0;
-  sps.maxDecFrameBuffering = 4;
-  writer.WriteSps(sps);
-  writer.WritePps(SmWriterPps{});
-  using Op = SmWriterMmco;
-  // An IDR that is long-term with index 0 from the start.
-  SmWriterSlice idr = Idr();
-  idr.longTermReference = true;
-  writer.WriteSlice(idr, IntraPicture(1));
-  // Long-term indices up to 2 allowed.
-  writer.WriteSlice(WithOps(Slice(SmWriterSlice::P, 1), {Op{4, 3, 0}}), PredictedPicture({0}, 2));
-  // List [f1, LT0]; then f1 becomes long-term index 1.
-  writer.WriteSlice(WithOps(WithActive(Slice(SmWriterSlice::P, 2), 2), {Op{3, 0, 1}}),
-                    PredictedPicture({1, 0}, 3));
-  // List [f2, LT0, LT1] reordered to [LT1, f2, LT0]; the picture itself
-  // becomes long-term index 2.
-  SmWriterSlice third = WithOps(WithActive(Slice(SmWriterSlice::P, 3), 3), {Op{6, 0, 2}});
-  third.modifications[0] = {{2, 1}};
-  writer.WriteSlice(third, PredictedPicture({0, 2, 1}, 4));
-  // List [f2, LT0, LT1, LT2]; LT0 and f2 are dropped after it.
-  writer.WriteSlice(WithOps(WithActive(Slice(SmWriterSlice::P, 4), 4), {Op{2, 0, 0}, Op{1, 1, 0}}),
-                    PredictedPicture({3, 2, 1, 0}, 5));
-  // List [f4, LT1, LT2]; the largest index drops to 1, and LT2 with it.
-  writer.WriteSlice(WithOps(WithActive(Slice(SmWriterSlice::P, 5), 3), {Op{4, 2, 0}}),
-                    PredictedPicture({2, 1, 0}, 6));
-  // List [f5, f4, LT1] reordered to [f4, LT1, f5]; then everything goes and
-  // the picture counts as frame 0.
-  SmWriterSlice sixth = WithOps(WithActive(Slice(SmWriterSlice::P, 6), 3), {Op{5, 0, 0}});
-  sixth.modifications[0] = {{0, 1}, {2, 1}};
-  writer.WriteSlice(sixth, PredictedPicture({1, 0, 2}, 7));
-  writer.WriteSlice(Slice(SmWriterSlice::P, 1), PredictedPicture({0}, 8));
-  writer.WriteSlice(WithOps(WithActive(Slice(SmWriterSlice::P, 2), 2), {Op{1, 0, 0}}),
-                    PredictedPicture({1, 0}, 9));
-  // The frame 1 just dropped is gone: a list of two holds frame 2 and 0.
-  SmWriterSlice after = WithActive(Slice(SmWriterSlice::P, 3), 2);
-  writer.WriteSlice(after, PredictedPicture({1, 0}, 10));
-  // A second IDR, short-term, ends the long-term references.
-  writer.WriteSlice(Idr(1), IntraPicture(11));
-  writer.WriteSlice(Slice(SmWriterSlice::P, 1), PredictedPicture({0}, 12));
+  for (const uint32_t filter : {1u, 0u, 2u}) {
+    SCOPED_TRACE(filter);
+    CmH264StreamWriter writer;
+    CmFilteredPictures write(writer, filter);
+    SmWriterSps sps;
+    sps.pocType = 2; // output order is decoding order
+    sps.maxNumRefFrames = 4;
+    sps.vui = true;
+    sps.numReorderFrames = 0;
+    sps.maxDecFrameBuffering = 4;
+    writer.WriteSps(sps);
+    writer.WritePps(SmWriterPps{});
+    using Op = SmWriterMmco;
+    // An IDR that is long-term with index 0 from the start.
+    SmWriterSlice idr = Idr();
+    idr.longTermReference = true;
+    write(idr, IntraPicture(1));
+    // Long-term indices up to 2 allowed.
+    write(WithOps(Slice(SmWriterSlice::P, 1), {Op{4, 3, 0}}), PredictedPicture({0}, 2));
+    // List [f1, LT0]; then f1 becomes long-term index 1.
+    write(WithOps(WithActive(Slice(SmWriterSlice::P, 2), 2), {Op{3, 0, 1}}),
+          PredictedPicture({1, 0}, 3));
+    // List [f2, LT0, LT1] reordered to [LT1, f2, LT0]; the picture itself
+    // becomes long-term index 2.
+    SmWriterSlice third = WithOps(WithActive(Slice(SmWriterSlice::P, 3), 3), {Op{6, 0, 2}});
+    third.modifications[0] = {{2, 1}};
+    write(third, PredictedPicture({0, 2, 1}, 4));
+    // List [f2, LT0, LT1, LT2]; LT0 and f2 are dropped after it.
+    write(WithOps(WithActive(Slice(SmWriterSlice::P, 4), 4), {Op{2, 0, 0}, Op{1, 1, 0}}),
+          PredictedPicture({3, 2, 1, 0}, 5));
+    // List [f4, LT1, LT2]; the largest index drops to 1, and LT2 with it.
+    write(WithOps(WithActive(Slice(SmWriterSlice::P, 5), 3), {Op{4, 2, 0}}),
+          PredictedPicture({2, 1, 0}, 6));
+    // List [f5, f4, LT1] reordered to [f4, LT1, f5]; then everything goes and
+    // the picture counts as frame 0.
+    SmWriterSlice sixth = WithOps(WithActive(Slice(SmWriterSlice::P, 6), 3), {Op{5, 0, 0}});
+    sixth.modifications[0] = {{0, 1}, {2, 1}};
+    write(sixth, PredictedPicture({1, 0, 2}, 7));
+    write(Slice(SmWriterSlice::P, 1), PredictedPicture({0}, 8));
+    write(WithOps(WithActive(Slice(SmWriterSlice::P, 2), 2), {Op{1, 0, 0}}),
+          PredictedPicture({1, 0}, 9));
+    // The frame 1 just dropped is gone: a list of two holds frame 2 and 0.
+    SmWriterSlice after = WithActive(Slice(SmWriterSlice::P, 3), 2);
+    write(after, PredictedPicture({1, 0}, 10));
+    // A second IDR, short-term, ends the long-term references.
+    write(Idr(1), IntraPicture(11));
+    write(Slice(SmWriterSlice::P, 1), PredictedPicture({0}, 12));
 
-  bool accepted = true;
-  const Frames ours = DecodeWithEngine(writer, &accepted);
-  EXPECT_TRUE(accepted);
-  ASSERT_EQ(ours.size(), 12u);
-  ExpectSameFrames(ours, DecodeWithFfmpeg(writer, FrameSize));
+    bool accepted = true;
+    const Frames ours = DecodeWithEngine(writer, &accepted);
+    EXPECT_TRUE(accepted);
+    ASSERT_EQ(ours.size(), 12u);
+    ExpectSameFrames(ours, DecodeWithFfmpeg(writer, FrameSize));
+  }
 }
 
 namespace {
@@ -371,87 +403,91 @@ TEST(H264WrittenStream, FrameNumGapsTakeReferenceSlotsAndAreNeverOutput) {
 
 TEST(H264WrittenStream, ExplicitAndImplicitWeightsInBSlicesMatchFfmpeg) {
   REQUIRE_FFMPEG();
-  CmH264StreamWriter writer;
-  // Order counts of type 1: reference frames 6 apart, non-reference frames
-  // 4 before the next reference frame, moved by their own delta.
-  SmWriterSps sps;
-  sps.pocType = 1;
-  sps.offsetForRefFrame = {6};
-  sps.offsetForNonRefPic = -4;
-  sps.maxNumRefFrames = 3;
-  sps.vui = true;
-  // Order count 4 comes after 6, 12, 8 and 10.
-  sps.numReorderFrames = 4;
-  sps.maxDecFrameBuffering = 5;
-  writer.WriteSps(sps);
-  writer.WritePps(SmWriterPps{});
-  SmWriterPps explicitWeights;
-  explicitWeights.id = 1;
-  explicitWeights.weightedBipredIdc = 1;
-  explicitWeights.numRefIdxActive[0] = explicitWeights.numRefIdxActive[1] = 2;
-  writer.WritePps(explicitWeights);
-  SmWriterPps implicitWeights = explicitWeights;
-  implicitWeights.id = 2;
-  implicitWeights.weightedBipredIdc = 2;
-  writer.WritePps(implicitWeights);
+  for (const uint32_t filter : {1u, 0u, 2u}) {
+    SCOPED_TRACE(filter);
+    CmH264StreamWriter writer;
+    CmFilteredPictures write(writer, filter);
+    // Order counts of type 1: reference frames 6 apart, non-reference frames
+    // 4 before the next reference frame, moved by their own delta.
+    SmWriterSps sps;
+    sps.pocType = 1;
+    sps.offsetForRefFrame = {6};
+    sps.offsetForNonRefPic = -4;
+    sps.maxNumRefFrames = 3;
+    sps.vui = true;
+    // Order count 4 comes after 6, 12, 8 and 10.
+    sps.numReorderFrames = 4;
+    sps.maxDecFrameBuffering = 5;
+    writer.WriteSps(sps);
+    writer.WritePps(SmWriterPps{});
+    SmWriterPps explicitWeights;
+    explicitWeights.id = 1;
+    explicitWeights.weightedBipredIdc = 1;
+    explicitWeights.numRefIdxActive[0] = explicitWeights.numRefIdxActive[1] = 2;
+    writer.WritePps(explicitWeights);
+    SmWriterPps implicitWeights = explicitWeights;
+    implicitWeights.id = 2;
+    implicitWeights.weightedBipredIdc = 2;
+    writer.WritePps(implicitWeights);
 
-  writer.WriteSlice(Idr(), IntraPicture(1));                               // 0
-  writer.WriteSlice(Slice(SmWriterSlice::P, 1), PredictedPicture({0}, 2)); // 6
-  writer.WriteSlice(WithActive(Slice(SmWriterSlice::P, 2), 2),             // 12
-                    PredictedPicture({0, 1}, 3));
-  const auto b = [](uint32_t pps, int32_t delta) {
-    SmWriterSlice slice = Slice(SmWriterSlice::B, 3, false);
-    slice.ppsId = pps;
-    slice.deltaPoc[0] = delta;
-    return slice;
-  };
-  // Order count 8: lists [6, 0] and [12, 6]. Luma weights over 1, chroma
-  // over 128, negative ones among them; each pair's sum within the bounds.
-  SmWriterSlice fine = b(1, 0);
-  fine.lumaLog2Denom = 0;
-  fine.chromaLog2Denom = 7;
-  fine.weights[0] = {Weight(-1, 20, 100, -10, -30, 5), Weight(2, -5, 60, 0, 30, -2)};
-  fine.weights[1] = {Weight(1, 3, 20, 4, 90, 0), Weight(1, 0, -20, 7, 50, 1)};
-  fine.weights[1][1].luma = false; // the default weight
-  writer.WriteSlice(fine, BiPredictedPicture(4));
-  // Order count 10: luma over 128, chroma over 1.
-  SmWriterSlice coarse = b(1, 2);
-  coarse.lumaLog2Denom = 7;
-  coarse.chromaLog2Denom = 0;
-  coarse.weights[0] = {Weight(90, -7, -2, 3, 1, -1), Weight(-40, 12, 1, 0, 1, 0)};
-  coarse.weights[1] = {Weight(30, 0, 1, 0, 1, 0), Weight(37, -128, 3, 0, -1, 9)};
-  coarse.weights[0][1].chroma = false;
-  writer.WriteSlice(coarse, BiPredictedPicture(5));
-  // Implicit weights. Order count 4: lists [0, 6] and [6, 12]; pairs give
-  // weights of 22 and 42, equal pictures the default, and -22 and 86.
-  writer.WriteSlice(b(2, -4), BiPredictedPicture(6));
-  // Order count 13: lists [12, 6, 0] and [6, 12, 0] (the second swapped as
-  // it would equal the first); 0 with 6 lies too far out and falls back to
-  // the default.
-  writer.WriteSlice(WithActive(b(2, 5), 3, 3), BiPredictedPicture(7, 3, 3));
-  writer.WriteSlice(WithActive(Slice(SmWriterSlice::P, 3), 2), PredictedPicture({1, 0}, 8)); // 18
-  // An IDR picture at order count 0: the group before it leaves first.
-  writer.WriteSlice(Idr(1), IntraPicture(9));
-  writer.WriteSlice(Slice(SmWriterSlice::P, 1), PredictedPicture({0}, 10));
+    write(Idr(), IntraPicture(1));                               // 0
+    write(Slice(SmWriterSlice::P, 1), PredictedPicture({0}, 2)); // 6
+    write(WithActive(Slice(SmWriterSlice::P, 2), 2),             // 12
+          PredictedPicture({0, 1}, 3));
+    const auto b = [](uint32_t pps, int32_t delta) {
+      SmWriterSlice slice = Slice(SmWriterSlice::B, 3, false);
+      slice.ppsId = pps;
+      slice.deltaPoc[0] = delta;
+      return slice;
+    };
+    // Order count 8: lists [6, 0] and [12, 6]. Luma weights over 1, chroma
+    // over 128, negative ones among them; each pair's sum within the bounds.
+    SmWriterSlice fine = b(1, 0);
+    fine.lumaLog2Denom = 0;
+    fine.chromaLog2Denom = 7;
+    fine.weights[0] = {Weight(-1, 20, 100, -10, -30, 5), Weight(2, -5, 60, 0, 30, -2)};
+    fine.weights[1] = {Weight(1, 3, 20, 4, 90, 0), Weight(1, 0, -20, 7, 50, 1)};
+    fine.weights[1][1].luma = false; // the default weight
+    write(fine, BiPredictedPicture(4));
+    // Order count 10: luma over 128, chroma over 1.
+    SmWriterSlice coarse = b(1, 2);
+    coarse.lumaLog2Denom = 7;
+    coarse.chromaLog2Denom = 0;
+    coarse.weights[0] = {Weight(90, -7, -2, 3, 1, -1), Weight(-40, 12, 1, 0, 1, 0)};
+    coarse.weights[1] = {Weight(30, 0, 1, 0, 1, 0), Weight(37, -128, 3, 0, -1, 9)};
+    coarse.weights[0][1].chroma = false;
+    write(coarse, BiPredictedPicture(5));
+    // Implicit weights. Order count 4: lists [0, 6] and [6, 12]; pairs give
+    // weights of 22 and 42, equal pictures the default, and -22 and 86.
+    write(b(2, -4), BiPredictedPicture(6));
+    // Order count 13: lists [12, 6, 0] and [6, 12, 0] (the second swapped as
+    // it would equal the first); 0 with 6 lies too far out and falls back to
+    // the default.
+    write(WithActive(b(2, 5), 3, 3), BiPredictedPicture(7, 3, 3));
+    write(WithActive(Slice(SmWriterSlice::P, 3), 2), PredictedPicture({1, 0}, 8)); // 18
+    // An IDR picture at order count 0: the group before it leaves first.
+    write(Idr(1), IntraPicture(9));
+    write(Slice(SmWriterSlice::P, 1), PredictedPicture({0}, 10));
 
-  bool accepted = true;
-  const Frames ours = DecodeWithEngine(writer, &accepted);
-  EXPECT_TRUE(accepted);
-  ASSERT_EQ(ours.size(), 10u);
-  const Frames expected = DecodeWithFfmpeg(writer, FrameSize);
-  ExpectSameFrames(ours, expected);
+    bool accepted = true;
+    const Frames ours = DecodeWithEngine(writer, &accepted);
+    EXPECT_TRUE(accepted);
+    ASSERT_EQ(ours.size(), 10u);
+    const Frames expected = DecodeWithFfmpeg(writer, FrameSize);
+    ExpectSameFrames(ours, expected);
 
-  // At another playback rate nothing waits: the pictures leave in decoding
-  // order.
-  MCL::SmTaskSupplierSettings fast;
-  fast.playbackMode = 2;
-  Frames inDecodingOrder;
-  if (expected.size() == 10) {
-    for (const size_t i : {0, 2, 5, 3, 4, 1, 6, 7, 8, 9}) {
-      inDecodingOrder.push_back(expected[i]);
+    // At another playback rate nothing waits: the pictures leave in decoding
+    // order.
+    MCL::SmTaskSupplierSettings fast;
+    fast.playbackMode = 2;
+    Frames inDecodingOrder;
+    if (expected.size() == 10) {
+      for (const size_t i : {0, 2, 5, 3, 4, 1, 6, 7, 8, 9}) {
+        inDecodingOrder.push_back(expected[i]);
+      }
     }
+    ExpectSameFrames(DecodeWithEngine(writer, nullptr, fast), inDecodingOrder);
   }
-  ExpectSameFrames(DecodeWithEngine(writer, nullptr, fast), inDecodingOrder);
 }
 
 TEST(H264WrittenStream, StreamsThatBeginWithoutAnIdrPicture) {
