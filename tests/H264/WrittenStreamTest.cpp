@@ -712,3 +712,66 @@ TEST(H264Intake, StatusesAtTheEdges) {
   supplier.Flush();
   EXPECT_NE(supplier.GetFrameToDisplay(true), nullptr);
 }
+
+TEST(H264WrittenStream, LongTermReferencesUnderWeightsAndTemporalDirect) {
+  REQUIRE_FFMPEG();
+  // Explicit weights in P slices over a long-term reference; in B slices
+  // implicit weights fall back to the default for a long-term reference,
+  // and temporal direct copies the co-located vector for one.
+  CmH264StreamWriter writer;
+  SmWriterSps sps;
+  sps.maxNumRefFrames = 3;
+  sps.vui = true;
+  sps.numReorderFrames = 3; // order count 4 comes after 8, 16 and 12
+  sps.maxDecFrameBuffering = 4;
+  writer.WriteSps(sps);
+  writer.WritePps(SmWriterPps{});
+  SmWriterPps weightedP;
+  weightedP.id = 1;
+  weightedP.weightedPred = true;
+  weightedP.numRefIdxActive[0] = 2;
+  writer.WritePps(weightedP);
+  SmWriterPps implicitB;
+  implicitB.id = 2;
+  implicitB.weightedBipredIdc = 2;
+  implicitB.numRefIdxActive[0] = implicitB.numRefIdxActive[1] = 3;
+  writer.WritePps(implicitB);
+
+  SmWriterSlice idr = Idr();
+  idr.longTermReference = true;
+  writer.WriteSlice(idr, IntraPicture(1));
+  SmWriterSlice first = WithActive(Slice(SmWriterSlice::P, 1), 1);
+  first.ppsId = 1;
+  first.pocLsb = 8;
+  first.lumaLog2Denom = 5;
+  first.chromaLog2Denom = 2;
+  first.weights[0] = {Weight(40, -3, 3, 10, 5, -9)};
+  writer.WriteSlice(first, PredictedPicture({0}, 2));
+  // [f1, LT0]; the macroblocks that lie under the B pictures' direct ones
+  // use LT0.
+  SmWriterSlice second = Slice(SmWriterSlice::P, 2);
+  second.ppsId = 1;
+  second.pocLsb = 16;
+  second.lumaLog2Denom = 6;
+  second.chromaLog2Denom = 0;
+  second.weights[0] = {Weight(70, 4, 1, 0, 2, -20), Weight(-10, 100, -1, 127, 1, 0)};
+  writer.WriteSlice(second, PredictedPicture({1, 0, 1}, 3));
+  // Lists [f1, f2, LT0] and [f2, f1, LT0]; then [f1, f2, LT0] and, as it
+  // would be the same, [f2, f1, LT0].
+  for (const uint32_t poc : {12u, 4u}) {
+    SmWriterSlice b = Slice(SmWriterSlice::B, 3, false);
+    b.ppsId = 2;
+    b.pocLsb = poc;
+    b.directSpatial = false;
+    writer.WriteSlice(b, BiPredictedPicture(static_cast<int>(poc), 3, 3));
+  }
+  SmWriterSlice last = Slice(SmWriterSlice::P, 3);
+  last.pocLsb = 24;
+  writer.WriteSlice(last, PredictedPicture({0}, 6));
+
+  bool accepted = true;
+  const Frames ours = DecodeWithEngine(writer, &accepted);
+  EXPECT_TRUE(accepted);
+  ASSERT_EQ(ours.size(), 6u);
+  ExpectSameFrames(ours, DecodeWithFfmpeg(writer, FrameSize));
+}
