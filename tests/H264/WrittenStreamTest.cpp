@@ -399,6 +399,30 @@ TEST(H264WrittenStream, FrameNumGapsTakeReferenceSlotsAndAreNeverOutput) {
   EXPECT_TRUE(accepted);
   ASSERT_EQ(ours.size(), 9u);
   ExpectSameFrames(ours, DecodeWithFfmpeg(writer, FrameSize));
+
+  // With order counts of type 1 a gap frame has a count of its own: 4 for
+  // frame 1 here, so that a B picture at 6 finds it first in list 0 and the
+  // IDR picture second.
+  CmH264StreamWriter typeOne;
+  sps.pocType = 1;
+  sps.offsetForRefFrame = {4};
+  sps.offsetForNonRefPic = -2;
+  sps.numReorderFrames = 1;
+  typeOne.WriteSps(sps);
+  pps.numRefIdxActive[1] = 3;
+  typeOne.WritePps(pps);
+  typeOne.WriteSlice(Idr(), IntraPicture(1));
+  typeOne.WriteSlice(Slice(SmWriterSlice::P, 2), PredictedPicture({1}, 2)); // 8
+  std::vector<MB> copies;
+  for (uint32_t a = 0; a < Count; ++a) {
+    copies.push_back(MB::Predicted(a % 2 == 0 ? MB::L0 : MB::L1, a % 2 == 0 ? 1 : 0, 0, 0));
+  }
+  typeOne.WriteSlice(Slice(SmWriterSlice::B, 3, false), copies);            // 6
+  typeOne.WriteSlice(Slice(SmWriterSlice::P, 3), PredictedPicture({0}, 3)); // 12
+  const Frames fromTypeOne = DecodeWithEngine(typeOne, &accepted);
+  EXPECT_TRUE(accepted);
+  ASSERT_EQ(fromTypeOne.size(), 4u);
+  ExpectSameFrames(fromTypeOne, DecodeWithFfmpeg(typeOne, FrameSize));
 }
 
 TEST(H264WrittenStream, ExplicitAndImplicitWeightsInBSlicesMatchFfmpeg) {
