@@ -315,13 +315,19 @@ TEST(H264WrittenStream, MemoryManagement5StartsTheOrderCountsAfresh) {
   sps.numReorderFrames = 1;
   sps.maxDecFrameBuffering = 2;
   writer.WriteSps(sps);
-  writer.WritePps(SmWriterPps{});
+  // Frames count by the smaller of their two field counts: the bottom
+  // field's where it comes first.
+  SmWriterPps pps;
+  pps.bottomFieldPicOrderInFramePresent = true;
+  writer.WritePps(pps);
   writer.WriteSlice(Idr(), IntraPicture(1));
   SmWriterSlice reset = WithOps(Slice(SmWriterSlice::P, 1), {SmWriterMmco{5, 0, 0}});
   reset.pocLsb = 20;
+  reset.deltaPocBottom = -6;
   writer.WriteSlice(reset, PredictedPicture({0}, 2));
   SmWriterSlice next = Slice(SmWriterSlice::P, 1);
   next.pocLsb = 4;
+  next.deltaPocBottom = 3;
   writer.WriteSlice(next, PredictedPicture({0}, 3));
   // Without motion: even macroblocks copy list 0's first picture, odd ones
   // list 1's.
