@@ -266,6 +266,16 @@ CmMediaDemuxer::CmMediaDemuxer(const std::string& url, bool network, const std::
       m_Streams.push_back(std::move(stream));
     }
     m_Timing.resize(m_Streams.size());
+    m_DecodeOrder.resize(m_Streams.size());
+    for (const SmMediaStream& stream : m_Streams) {
+      if (stream.format && stream.format->kind == SmMediaStreamFormat::Video &&
+          !stream.format->intraOnly) {
+        // The depth of reordering that the stream declares: 0 without B frames.
+        const int delay = m_Context->streams[stream.index]->codecpar->video_delay;
+        m_DecodeOrder[static_cast<size_t>(stream.index)].emplace(
+            static_cast<size_t>(std::max(delay, 0)));
+      }
+    }
 
     if (m_Context->start_time_realtime != AV_NOPTS_VALUE && m_Context->start_time_realtime > 0) {
       m_BaseTime = m_Context->start_time_realtime / 1000;
@@ -292,19 +302,75 @@ CmMediaDemuxer::~CmMediaDemuxer() {
   avformat_close_input(&m_Context);
 }
 
+void CmMediaDemuxer::SmPacketDeleter::operator()(AVPacket* packet) const {
+  av_packet_free(&packet);
+}
+
 int CmMediaDemuxer::Read(SmDemuxedPacket& out) {
-  av_packet_unref(m_Packet);
-  const int result = av_read_frame(m_Context, m_Packet);
-  if (result < 0) {
-    return result;
+  for (;;) {
+    if (DeliverHeld(out, m_End.has_value())) {
+      return 0;
+    }
+    if (m_End) {
+      // Told once; a caller that goes on reading tries the input again.
+      const int end = *m_End;
+      m_End.reset();
+      return end;
+    }
+    av_packet_unref(m_Packet);
+    const int result = av_read_frame(m_Context, m_Packet);
+    if (result == AVERROR(EAGAIN)) {
+      return result;
+    }
+    if (result < 0) {
+      // The held frames leave first, with the times they have.
+      m_End = result;
+      continue;
+    }
+    const int index = m_Packet->stream_index;
+    if (index < 0 || static_cast<size_t>(index) >= m_Streams.size()) {
+      // A stream that appeared after opening: not one we can describe.
+      out = {};
+      out.stream = -1;
+      return 0;
+    }
+    const int64_t time = PacketTime();
+    auto& order = m_DecodeOrder[static_cast<size_t>(index)];
+    if (!order) {
+      Deliver(out, time);
+      return 0;
+    }
+    SmHeldPacket held{std::unique_ptr<AVPacket, SmPacketDeleter>(av_packet_alloc()), index};
+    if (held.packet == nullptr) {
+      return AVERROR(ENOMEM);
+    }
+    av_packet_move_ref(held.packet.get(), m_Packet);
+    order->Push(time);
+    m_Held.push_back(std::move(held));
   }
+}
+
+bool CmMediaDemuxer::DeliverHeld(SmDemuxedPacket& out, bool atEnd) {
+  for (auto held = m_Held.begin(); held != m_Held.end(); ++held) {
+    CmDecodeOrderTimes& order = *m_DecodeOrder[static_cast<size_t>(held->stream)];
+    // Only the oldest held frame of each stream may leave.
+    bool oldest = true;
+    for (auto before = m_Held.begin(); before != held; ++before) {
+      oldest = oldest && before->stream != held->stream;
+    }
+    if (oldest && order.IsReady(atEnd)) {
+      av_packet_unref(m_Packet);
+      av_packet_move_ref(m_Packet, held->packet.get());
+      m_Held.erase(held);
+      Deliver(out, order.Pop());
+      return true;
+    }
+  }
+  return false;
+}
+
+int64_t CmMediaDemuxer::PacketTime() {
   const int index = m_Packet->stream_index;
-  if (index < 0 || static_cast<size_t>(index) >= m_Streams.size()) {
-    // A stream that appeared after opening: not one we can describe.
-    out = {};
-    out.stream = -1;
-    return 0;
-  }
   const AVStream& stream = *m_Context->streams[index];
   SmTiming& timing = m_Timing[static_cast<size_t>(index)];
   const int64_t stamp = m_Packet->pts != AV_NOPTS_VALUE ? m_Packet->pts : m_Packet->dts;
@@ -326,7 +392,12 @@ int CmMediaDemuxer::Read(SmDemuxedPacket& out) {
     time = m_BaseTime;
   }
   timing = {time, duration, true};
+  return time;
+}
 
+void CmMediaDemuxer::Deliver(SmDemuxedPacket& out, int64_t time) {
+  const int index = m_Packet->stream_index;
+  const AVStream& stream = *m_Context->streams[index];
   out.stream = index;
   out.packet.data = m_Packet->data;
   out.packet.size = static_cast<size_t>(m_Packet->size);
@@ -338,7 +409,6 @@ int CmMediaDemuxer::Read(SmDemuxedPacket& out) {
         av_rescale_q(m_Packet->duration, stream.time_base, {1, stream.codecpar->sample_rate});
     out.packet.samples = samples > 0 && samples < UINT32_MAX ? static_cast<uint32_t>(samples) : 0;
   }
-  return 0;
 }
 
 void CmMediaDemuxer::Play() {

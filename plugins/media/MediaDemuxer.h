@@ -2,12 +2,14 @@
 
 #include <atomic>
 #include <cstdint>
+#include <deque>
 #include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "DecodeOrderTimes.h"
 #include "MediaRecordBuilder.h"
 
 struct AVFormatContext;
@@ -55,7 +57,10 @@ public:
   int64_t GetBaseTime() const { return m_BaseTime; }
 
   // The next packet; it stays valid until the next call. 0 on success,
-  // AVERROR_EOF at the end, another negative AVERROR on failure.
+  // AVERROR_EOF at the end, another negative AVERROR on failure. The frames
+  // of a video stream come in decoding order with rising times: see
+  // CmDecodeOrderTimes. Such a stream's frames may leave a few packets later
+  // than they were read.
   int Read(SmDemuxedPacket& out);
   // Network streams: ask the server to send, or to hold.
   void Play();
@@ -69,7 +74,22 @@ private:
     int64_t lastDuration = 0;
     bool seen = false;
   };
+  struct SmPacketDeleter {
+    void operator()(AVPacket* packet) const;
+  };
+  // A frame of a video stream that waits for its time.
+  struct SmHeldPacket {
+    std::unique_ptr<AVPacket, SmPacketDeleter> packet;
+    int stream = 0;
+  };
+
   static int Interrupt(void* opaque);
+  // The time of m_Packet in ms since 1970, as its container tells it.
+  int64_t PacketTime();
+  // Fills `out` from m_Packet with the given time.
+  void Deliver(SmDemuxedPacket& out, int64_t time);
+  // Hands on the oldest held frame of a stream whose time is known.
+  bool DeliverHeld(SmDemuxedPacket& out, bool atEnd);
 
   AVFormatContext* m_Context = nullptr;
   AVPacket* m_Packet = nullptr;
@@ -78,6 +98,11 @@ private:
   int64_t m_OpenDeadline = 0;
   std::vector<SmMediaStream> m_Streams;
   std::vector<SmTiming> m_Timing;
+  // Per stream, for video streams only.
+  std::vector<std::optional<CmDecodeOrderTimes>> m_DecodeOrder;
+  std::deque<SmHeldPacket> m_Held;
+  // The result that ended reading, once the input is exhausted.
+  std::optional<int> m_End;
   int64_t m_BaseTime = 0;
   int64_t m_Origin = 0;
 };

@@ -62,7 +62,10 @@ bool CmMediaRecordBuilder::ConvertPayload(const SmMediaPacket& packet, bool& syn
   case SmMediaStreamFormat::H264: {
     bool idr = false;
     const bool converted = m_H264.Convert(data, size, packet.key, m_Payload, idr);
-    sync = sync || idr;
+    // Containers also flag I pictures that are no IDR as key frames (open
+    // GOPs, intra refresh), but only at an IDR may decoding start afresh:
+    // pictures after any other may refer to pictures before it.
+    sync = idr;
     return converted;
   }
   case SmMediaStreamFormat::AAC:

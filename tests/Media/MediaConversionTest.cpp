@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "AACLoasWrapper.h"
+#include "DecodeOrderTimes.h"
 #include "H264AnnexBConverter.h"
 #include "JPEGTableCompleter.h"
 #include "MediaProcessing/GenericByteData/AudioCodec.h"
@@ -349,6 +350,9 @@ TEST(MediaRecordBuilder, VideoRecordsCarryNumbersSyncAndSyncTimes) {
   }
   EXPECT_EQ(facts(), "0/10/0/1000/65535");
   EXPECT_EQ(build(LengthPrefixed({Slice}, 4), false, 2000, record), 0);
+  // A key frame of the container that holds no IDR is no place to start.
+  EXPECT_EQ(build(LengthPrefixed({Slice}, 4), true, 2040, record), 1);
+  EXPECT_EQ(facts(), "0/10/2040/1000/1");
 
   SmMediaStreamFormat jpeg;
   jpeg.codec = 1;
@@ -358,6 +362,43 @@ TEST(MediaRecordBuilder, VideoRecordsCarryNumbersSyncAndSyncTimes) {
   SmRecordInfo info;
   ASSERT_TRUE(intra.Build({picture.data(), picture.size(), false, 5000, 0}, record, info));
   EXPECT_TRUE(info.sync) << "every intra-only frame is a sync frame";
+}
+
+// Presentation times in decoding order become rising times: the n-th frame
+// takes the n-th smallest, as soon as the declared reordering allows.
+TEST(MediaDecodeOrderTimes, FramesTakeTheSortedTimesInTheirOwnOrder) {
+  const auto run = [](CmDecodeOrderTimes& order, const std::vector<int64_t>& pushed) {
+    std::vector<int64_t> out;
+    for (const int64_t time : pushed) {
+      order.Push(time);
+      while (order.IsReady(false)) {
+        out.push_back(order.Pop());
+      }
+    }
+    while (order.IsReady(true)) {
+      out.push_back(order.Pop());
+    }
+    return out;
+  };
+  // A B pyramid (I P B B B) as x264 stores it, declared two deep.
+  CmDecodeOrderTimes pyramid(2);
+  pyramid.Push(0);
+  pyramid.Push(160);
+  EXPECT_FALSE(pyramid.IsReady(false)) << "the next frames may still undercut";
+  EXPECT_TRUE(pyramid.IsReady(true));
+  EXPECT_EQ(run(pyramid, {80, 40, 120, 320, 240, 200, 280}),
+            (std::vector<int64_t>{0, 40, 80, 120, 160, 200, 240, 280, 320}));
+  // Declared without reordering: the frame that came too late takes the next
+  // millisecond, and the window widens so the next group comes out right.
+  CmDecodeOrderTimes undeclared(0);
+  EXPECT_EQ(run(undeclared, {0, 80, 40, 160, 120, 240, 200}),
+            (std::vector<int64_t>{0, 80, 81, 120, 160, 200, 240}));
+  EXPECT_EQ(undeclared.GetWindow(), 1u);
+  // A jump of the clock starts a run that waits for the one before.
+  CmDecodeOrderTimes jumps(2);
+  EXPECT_EQ(run(jumps, {1000, 1080, 1040, 0, 80, 40, 60000, 59960}),
+            (std::vector<int64_t>{1000, 1040, 1080, 0, 40, 80, 59960, 60000}));
+  EXPECT_EQ(CmDecodeOrderTimes(100).GetWindow(), CmDecodeOrderTimes::MostReordering);
 }
 
 TEST(MediaRecordBuilder, AudioRecordsCountSamplesAndNormalisePCM) {

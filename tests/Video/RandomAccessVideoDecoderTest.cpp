@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <deque>
 #include <memory>
 #include <optional>
 #include <string>
@@ -158,12 +159,19 @@ struct SmChainLog {
 
 class CmChainDecoder : public ImVideoDecoder {
 public:
-  explicit CmChainDecoder(std::shared_ptr<SmChainLog> log) : m_Log(std::move(log)) {}
+  // With a delay, each image comes out that many frames after its own, as
+  // from a codec that reorders; a flush gives the held ones out one a call.
+  CmChainDecoder(std::shared_ptr<SmChainLog> log, size_t delay)
+      : m_Log(std::move(log)), m_Delay(delay) {}
 
   bool Decode(const uint8_t* data, uint64_t size, int32_t imageId, const CmTimeStamp& time,
               CmImage& image, SmVideoDecodeResult& result) override {
     result = SmVideoDecodeResult();
     if (data == nullptr) {
+      if (!m_Held.empty()) {
+        GiveOut(image, result);
+        result.m_CallAgain = true;
+      }
       return true;
     }
     ++m_Log->dataCalls;
@@ -183,18 +191,16 @@ public:
     }
     m_LastTag = tag;
     m_Log->tags.push_back(tag);
-    image.Reset();
-    image.Allocate(16, 8, Gray);
-    const auto plane = image.Allocator().GetWriteablePlane(0);
-    std::fill_n(plane.data, plane.rowStride * plane.height, static_cast<uint8_t>(20 * tag));
-    image.GetAttributes().timeStamp = time;
-    result.m_ImageProduced = true;
-    result.m_ImageId = imageId;
+    m_Held.push_back({tag, time, imageId});
+    if (m_Held.size() > m_Delay) {
+      GiveOut(image, result);
+    }
     return true;
   }
   void Reset() override {
     m_LastTag = 0;
     m_CallAgain = false;
+    m_Held.clear();
   }
   SmVideoDecodeParameters GetParameters() const override { return m_Parameters; }
   void SetParameters(const SmVideoDecodeParameters& parameters) override {
@@ -202,11 +208,30 @@ public:
   }
 
 private:
+  struct SmHeld {
+    int tag;
+    CmTimeStamp time;
+    int32_t id;
+  };
+  void GiveOut(CmImage& image, SmVideoDecodeResult& result) {
+    const SmHeld held = m_Held.front();
+    m_Held.pop_front();
+    image.Reset();
+    image.Allocate(16, 8, Gray);
+    const auto plane = image.Allocator().GetWriteablePlane(0);
+    std::fill_n(plane.data, plane.rowStride * plane.height, static_cast<uint8_t>(20 * held.tag));
+    image.GetAttributes().timeStamp = held.time;
+    result.m_ImageProduced = true;
+    result.m_ImageId = held.id;
+  }
+
   std::shared_ptr<SmChainLog> m_Log;
+  size_t m_Delay;
   SmVideoDecodeParameters m_Parameters;
   bool m_CallAgain = false;
   uint64_t m_Position = 0;
   int m_LastTag = 0;
+  std::deque<SmHeld> m_Held;
 };
 
 // The middle sample of a chain picture for a frame time.
@@ -216,11 +241,12 @@ int ChainLuma(int64_t time) {
 
 struct SmChainHarness {
   std::shared_ptr<SmChainLog> log = std::make_shared<SmChainLog>();
+  size_t delay = 0;
   CmRandomAccessVideoDecoder decoder{
-      NmVideoTest::MakerOf([log = log] { return new CmChainDecoder(log); })};
+      NmVideoTest::MakerOf([log = log, &delay = delay] { return new CmChainDecoder(log, delay); })};
   CmMemoryStore store;
 
-  explicit SmChainHarness(uint32_t mode = 0) {
+  explicit SmChainHarness(uint32_t mode = 0, size_t codecDelay = 0) : delay(codecDelay) {
     decoder.SetDataAccess(&store);
     SetMode(mode);
   }
@@ -483,6 +509,28 @@ TEST(RandomAccessVideoDecoder, SteppingKeepsTheDecoderRunning) {
     EXPECT_EQ(h.Get(frames[9], TimeMatchAfter), frames[10]);
     EXPECT_EQ(h.Get(frames[10], TimeMatchAfter), frames[11]);
     EXPECT_EQ(h.log->dataCalls, callsBefore + 1);
+  }
+}
+
+// A codec that gives each image out two frames after its own, as H.264 does
+// with B pictures. Its images come later than their records go in, yet
+// stepping on decodes one more frame, not the group again; a new group costs
+// its sync frame and the two behind it. Backwards and jumps land right.
+TEST(RandomAccessVideoDecoder, ACodecThatHoldsImagesBackIsSteppedWithoutStartingAgain) {
+  SmChainHarness h(0, 2);
+  const std::vector<int64_t> frames = FillChain(h.store, false);
+  EXPECT_EQ(h.Get(frames.front() - 5, TimeMatchAfter), frames.front());
+  for (size_t i = 1; i < frames.size(); ++i) {
+    const int callsBefore = h.log->dataCalls;
+    EXPECT_EQ(h.Get(frames[i - 1], TimeMatchAfter), frames[i]);
+    EXPECT_LE(h.log->dataCalls - callsBefore, i % 4 == 0 ? 3 : 1) << i;
+  }
+  EXPECT_EQ(h.Get(frames.back(), TimeMatchAfter), -1);
+  for (size_t i = frames.size() - 1; i > 0; --i) {
+    EXPECT_EQ(h.Get(frames[i], TimeMatchBefore), frames[i - 1]);
+  }
+  for (const size_t i : {7u, 2u, 11u, 0u, 5u, 6u, 3u, 9u}) {
+    EXPECT_EQ(h.Get(frames[i], TimeMatchExact), frames[i]);
   }
 }
 

@@ -4,8 +4,12 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <memory>
+#include <random>
 
 #include "Commands.h"
+#include "PictureConversion.h"
+#include "PluginHost.h"
 #include "VzkTestSupport.h"
 #include "support/GenericByteDataBuilder.h"
 
@@ -194,10 +198,104 @@ TEST(VzkImport, DecodedClipsEqualFfmpegsDecode) {
   std::vector<uint8_t> reference;
   std::vector<std::vector<uint8_t>> pictures;
   DecodeBoth(scratch, clip, "yuv420p", frameSize, 30, reference, pictures);
+  // The size after cropping, from the sequence parameter set of each of the
+  // three sync frames.
+  const SmResult info = RunVzk({"info", scratch.Path("clip.gbd")});
+  EXPECT_NE(info.out.find("pictures:   3 100x60\n"), std::string::npos) << info.out;
   for (size_t f = 0; f < pictures.size(); ++f) {
     EXPECT_TRUE(std::equal(pictures[f].begin(), pictures[f].end(),
                            reference.begin() + static_cast<std::ptrdiff_t>(f * frameSize)))
         << "picture " << f;
+  }
+}
+
+// The picture where a move landed, as the bytes of its planes one after the
+// other; empty when there is none.
+std::vector<uint8_t> PictureHere(NmToolkit::ImPlaybackSourceToolkit& playback, int64_t& time) {
+  NmToolkit::ImData* raw = nullptr;
+  const uint32_t status = playback.GetData(&raw);
+  const std::unique_ptr<NmToolkit::ImData> item(raw);
+  const auto* image = dynamic_cast<const NmToolkit::ImImage*>(item.get());
+  if (status != NmToolkit::StatusSuccess || image == nullptr) {
+    return {};
+  }
+  time = item->GetBeginTime();
+  std::vector<uint8_t> bytes;
+  for (const NmVzkTool::SmPlaneCopy& plane : NmVzkTool::CopyPlanes(*image)) {
+    bytes.insert(bytes.end(), plane.bytes.begin(), plane.bytes.end());
+  }
+  return bytes;
+}
+
+// H.264 that reorders its pictures, whose groups refer back across their
+// start, or that has one IDR and refreshes by stripes: imported and played
+// through "video_decoder", stepping forwards and backwards and jumping about
+// lands each time on ffmpeg's picture of that place, to the bit.
+TEST(VzkImport, H264PlaybackLandsOnTheSamePictureWhereverItGoes) {
+  const std::pair<const char*, const char*> clips[] = {
+      {"B pyramid", "bframes=3:b-pyramid=normal:keyint=12:min-keyint=12:scenecut=0:ref=4"},
+      {"open groups", "bframes=2:b-pyramid=none:keyint=10:min-keyint=10:open-gop=1:scenecut=0"},
+      {"intra refresh", "bframes=0:keyint=8:intra-refresh=1"},
+  };
+  constexpr size_t Frames = 30;
+  constexpr size_t FrameSize = 64 * 48 * 3 / 2;
+  NmVzkTool::CmPluginLibrary library(NmVzkTool::DefaultPluginPath());
+  for (const auto& [name, settings] : clips) {
+    SCOPED_TRACE(name);
+    CmScratch scratch;
+    const std::string clip = scratch.Path("clip.mp4");
+    Ffmpeg(std::string("-f lavfi -i testsrc2=size=64x48:rate=25 -frames:v 30 -vf noise=alls=20 "
+                       "-pix_fmt yuv420p -c:v libx264 -x264-params cabac=0:") +
+               settings,
+           clip);
+    const std::vector<uint8_t> reference =
+        Ffmpeg("-i '" + clip + "' -f rawvideo -pix_fmt yuv420p", scratch.Path("reference.yuv"));
+    ASSERT_EQ(reference.size(), Frames * FrameSize);
+    auto expected = [&](size_t f) {
+      const auto begin = reference.begin() + static_cast<std::ptrdiff_t>(f * FrameSize);
+      return std::vector<uint8_t>(begin, begin + static_cast<std::ptrdiff_t>(FrameSize));
+    };
+    const std::string recording = scratch.Path("clip.gbd");
+    ASSERT_EQ(RunVzk({"import", clip, recording}).status, 0);
+    NmVzkTool::CmToolkitTree tree(library, RecordingTree(recording, "video_decoder"));
+    NmToolkit::ImPlaybackSourceToolkit& playback = tree.Playback();
+    NmToolkit::CmPropertyNameSet supported;
+    playback.Connect({}, supported, 0);
+    tree.MarkConnected();
+
+    std::vector<int64_t> times(Frames);
+    ASSERT_EQ(playback.MoveFirst(), NmToolkit::StatusSuccess);
+    for (size_t f = 0; f < Frames; ++f) {
+      if (f > 0) {
+        ASSERT_EQ(playback.MoveNext(), NmToolkit::StatusSuccess) << f;
+      }
+      EXPECT_EQ(PictureHere(playback, times[f]), expected(f)) << "forwards, picture " << f;
+      if (f > 0) {
+        EXPECT_GT(times[f], times[f - 1]);
+      }
+    }
+    EXPECT_EQ(playback.MoveNext(), NmToolkit::StatusNoItem);
+    for (size_t f = Frames - 1; f-- > 0;) {
+      ASSERT_EQ(playback.MovePrevious(), NmToolkit::StatusSuccess) << f;
+      int64_t time = 0;
+      EXPECT_EQ(PictureHere(playback, time), expected(f)) << "backwards, picture " << f;
+      EXPECT_EQ(time, times[f]);
+    }
+    std::vector<size_t> order(Frames);
+    for (size_t f = 0; f < Frames; ++f) {
+      order[f] = f;
+    }
+    std::shuffle(order.begin(), order.end(), std::mt19937(7));
+    for (const size_t f : order) {
+      // Exactly there, and just behind it looking back.
+      const bool behind = f % 2 == 1;
+      ASSERT_EQ(playback.MoveTo(behind ? times[f] + 1 : times[f],
+                                behind ? NmToolkit::MoveAtOrBefore : NmToolkit::MoveAtOrAfter),
+                NmToolkit::StatusSuccess);
+      int64_t time = 0;
+      EXPECT_EQ(PictureHere(playback, time), expected(f)) << "jump to picture " << f;
+    }
+    tree.DisconnectQuietly();
   }
 }
 

@@ -21,6 +21,8 @@
 #include "MediaProcessing/GenericByteData/GenericByteDataMultiPacket.h"
 #include "MediaProcessing/GenericByteData/GenericVideoStreamDataPacket.h"
 #include "MediaProcessing/GenericByteData/RawVideoByteDataAccess.h"
+#include "MediaProcessing/Video/VideoAnalyzer.h"
+#include "MediaProcessing/Video/VideoFactory.h"
 #include "PluginHost.h"
 #include "RecordingIndex.h"
 
@@ -172,6 +174,25 @@ std::string AudioCodecName(uint32_t codec) {
   }
 }
 
+// The picture size that a sync frame of a stream codec tells (H.264: its
+// sequence parameter set, after cropping), read by the codec's analyser
+// without decoding. Codecs without an analyser leave the size unknown.
+void ReadStreamPictureSize(SmRecordFacts& facts) {
+  using namespace NmMediaProcessing;
+  try {
+    const std::unique_ptr<ImVideoFactory> factory = CmVideoFactory::CreateFromCodec(facts.codec);
+    const std::unique_ptr<ImVideoAnalyzer> analyzer(factory ? factory->CreateAnalyzer() : nullptr);
+    SmVideoSize size;
+    if (analyzer && analyzer->Analyze(facts.payload, facts.payloadSize, size) &&
+        size.first <= UINT32_MAX && size.second <= UINT32_MAX) {
+      facts.width = static_cast<uint32_t>(size.first);
+      facts.height = static_cast<uint32_t>(size.second);
+    }
+  } catch (const NmError::CmError&) {
+    // No analyser for this codec, or data it refuses: the size stays unknown.
+  }
+}
+
 bool ReadJPEGSize(const uint8_t* data, uint64_t size, uint32_t& width, uint32_t& height) {
   if (data == nullptr || size < 4 || data[0] != 0xFF || data[1] != 0xD8) {
     return false;
@@ -316,6 +337,9 @@ SmRecordFacts ReadRecordFacts(const uint8_t* constData, uint64_t size) {
   }
   if (facts.jpeg != nullptr && facts.width == 0) {
     ReadJPEGSize(facts.jpeg, facts.jpegSize, facts.width, facts.height);
+  } else if (facts.isVideo && facts.sync && facts.codec != 1 && facts.payload != nullptr &&
+             facts.width == 0) {
+    ReadStreamPictureSize(facts);
   }
   return facts;
 }

@@ -1,6 +1,7 @@
 #include "Codecs/H264/FrameStore.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace MCL {
 
@@ -141,6 +142,20 @@ void H264DBPList::StartNewGeneration() {
     ++frame->resetCount[0];
     ++frame->resetCount[1];
   }
+}
+
+void H264DBPList::TakeEarliestWaitingTime(H264DecoderFrame& leaving) {
+  if (leaving.time < 0) {
+    return;
+  }
+  H264DecoderFrame* earliest = &leaving;
+  for (H264DecoderFrame* frame = m_Head; frame != nullptr; frame = frame->next) {
+    if (!frame->wasOutputted && frame->isDisplayable && frame->time >= 0 &&
+        frame->time < earliest->time) {
+      earliest = frame;
+    }
+  }
+  std::swap(leaving.time, earliest->time);
 }
 
 void H264DBPList::Clear() {

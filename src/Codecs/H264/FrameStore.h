@@ -122,6 +122,13 @@ public:
   // else the first in decoding order. Null when none waits.
   H264DecoderFrame* ChooseForOutput(int32_t dpbDelay, int32_t dpbSize) const;
 
+  // Gives the frame about to leave the earliest input time among the frames
+  // still waiting for output, handing its own time to the frame that held it.
+  // Inputs arrive in decoding order with rising times, one per picture, while
+  // pictures leave in display order: so the n-th picture shown carries the
+  // n-th time fed, and the times that leave always rise.
+  void TakeEarliestWaitingTime(H264DecoderFrame& leaving);
+
   // The reference frames for list building and marking.
   std::vector<NmH264::SmReferenceFrame> GetReferences() const;
   // Applies marks decided elsewhere: frames not in references lose their

@@ -91,16 +91,24 @@ Status H264VideoDecoder::GetFrame(MediaData* input, MediaData* output) {
         input->MoveDataPointer(input->GetDataSize());
         return StatusNotEnoughData;
       }
-      const Status fed = static_cast<Status>(m_TaskSupplier->AddSource(
-          input->GetDataPointer(), input->GetDataSize(), input->GetTime(), input->GetFrameId()));
-      input->MoveDataPointer(input->GetDataSize());
+      size_t consumed = 0;
+      const Status fed = static_cast<Status>(
+          m_TaskSupplier->AddSource(input->GetDataPointer(), input->GetDataSize(), input->GetTime(),
+                                    input->GetFrameId(), &consumed));
+      input->MoveDataPointer(consumed);
       if (fed != StatusOk) {
         return fed;
       }
     } else {
       m_TaskSupplier->Flush();
     }
+    // An intake that stopped for want of a free frame needs one to leave,
+    // even before its turn: the rest of the input comes with the next call.
+    const bool stalled = m_TaskSupplier->IsStalled();
     H264DecoderFrame* frame = m_TaskSupplier->GetFrameToDisplay(input == nullptr);
+    if (frame == nullptr && stalled) {
+      frame = m_TaskSupplier->GetFrameToDisplay(true);
+    }
     if (frame == nullptr) {
       return StatusNotEnoughData;
     }

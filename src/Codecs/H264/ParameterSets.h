@@ -17,6 +17,8 @@ struct SmScalingMatrices {
   std::array<std::array<uint8_t, 64>, 6> list8x8;
 
   SmScalingMatrices();
+
+  bool operator==(const SmScalingMatrices&) const = default;
 };
 
 // The lists as a parameter set carries them, before the fall-back rules:
@@ -26,6 +28,8 @@ struct SmCodedScalingLists {
   std::array<bool, 12> listPresent{};
   std::array<bool, 12> useDefault{};
   SmScalingMatrices lists;
+
+  bool operator==(const SmCodedScalingLists&) const = default;
 };
 
 struct SmHrdParameters {
@@ -34,6 +38,8 @@ struct SmHrdParameters {
   uint32_t cpbRemovalDelayLength = 24;
   uint32_t dpbOutputDelayLength = 24;
   uint32_t timeOffsetLength = 24;
+
+  bool operator==(const SmHrdParameters&) const = default;
 };
 
 struct SmVideoUsability {
@@ -51,6 +57,8 @@ struct SmVideoUsability {
   bool bitstreamRestriction = false;
   uint32_t numReorderFrames = 0;
   uint32_t maxDecFrameBuffering = 0;
+
+  bool operator==(const SmVideoUsability&) const = default;
 };
 
 struct SmSequenceParameterSet {
@@ -99,6 +107,8 @@ struct SmSequenceParameterSet {
   // order: num_reorder_frames where given, none for profiles without B
   // slices, else the whole buffer.
   uint32_t GetReorderFrames() const;
+
+  bool operator==(const SmSequenceParameterSet&) const = default;
 };
 
 struct SmPictureParameterSet {
@@ -125,6 +135,8 @@ struct SmPictureParameterSet {
   bool redundantPicCntPresent = false;
   bool transform8x8Mode = false;
   SmCodedScalingLists scaling;
+
+  bool operator==(const SmPictureParameterSet&) const = default;
 };
 
 enum SmParseResult {

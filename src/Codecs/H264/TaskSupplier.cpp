@@ -66,49 +66,73 @@ TaskSupplier::TaskSupplier(const SmTaskSupplierSettings& settings)
     : m_Settings(settings), m_ExtraFrames(settings.threadCount + 1),
       m_LowDelayActive(settings.lowDelay) {}
 
-int32_t TaskSupplier::AddSource(const uint8_t* data, size_t size, double time, int32_t frameId) {
+int32_t TaskSupplier::AddSource(const uint8_t* data, size_t size, double time, int32_t frameId,
+                                size_t* consumed) {
+  m_MayStall = consumed != nullptr;
+  m_Stalled = false;
   // Bytes of an Annex B unit whose end has not come yet wait for the next
   // input, unless every input ends its frame; length-prefixed units end
   // where their length says.
   const bool wait = !m_Settings.lengthPrefixed && !m_Settings.wholeFramePerBuffer;
+  const size_t given = size;
   if (wait) {
     m_Pending.insert(m_Pending.end(), data, data + size);
     data = m_Pending.data();
     size = m_Pending.size();
   }
-  const int32_t status = TakeUnits(data, size, !wait, time, frameId);
-  if (m_Settings.wholeFramePerBuffer) {
+  size_t position = 0;
+  const int32_t status = TakeUnits(data, size, !wait, time, frameId, position);
+  if (wait) {
+    m_Pending.erase(m_Pending.begin(), m_Pending.begin() + static_cast<std::ptrdiff_t>(position));
+  }
+  if (consumed != nullptr) {
+    // What waits inside counts as taken.
+    *consumed = wait || !m_Stalled ? given : position;
+  }
+  if (m_Settings.wholeFramePerBuffer && !m_Stalled) {
     CompletePicture();
   }
+  m_MayStall = false;
   return status;
 }
 
 int32_t TaskSupplier::TakeUnits(const uint8_t* data, size_t size, bool atEnd, double time,
-                                int32_t frameId) {
-  size_t position = 0;
+                                int32_t frameId, size_t& position) {
+  position = 0;
   SmNalUnit unit;
   int32_t status = 0;
-  while (m_Settings.lengthPrefixed ? NextLengthPrefixedUnit(data, size, position, 4, unit)
-                                   : NextAnnexBUnit(data, size, position, atEnd, unit)) {
+  for (size_t start = position;
+       m_Settings.lengthPrefixed ? NextLengthPrefixedUnit(data, size, position, 4, unit)
+                                 : NextAnnexBUnit(data, size, position, atEnd, unit);
+       start = position) {
     HandleUnit(unit.data, unit.size, time, frameId);
+    if (m_Stalled) {
+      // The unit is taken again once a frame has left.
+      position = start;
+      break;
+    }
     if (m_NoFrameCounter > 20) {
       status = -882;
       break;
     }
   }
-  if (!atEnd && !m_Settings.lengthPrefixed) {
-    m_Pending.erase(m_Pending.begin(), m_Pending.begin() + static_cast<std::ptrdiff_t>(position));
-  }
   return status;
 }
 
 void TaskSupplier::Flush() {
+  m_MayStall = true;
+  m_Stalled = false;
   if (!m_Pending.empty()) {
     std::vector<uint8_t> rest;
     rest.swap(m_Pending);
-    TakeUnits(rest.data(), rest.size(), true, -1.0, -1);
+    size_t position = 0;
+    TakeUnits(rest.data(), rest.size(), true, -1.0, -1, position);
+    m_Pending.assign(rest.begin() + static_cast<std::ptrdiff_t>(position), rest.end());
   }
-  CompletePicture();
+  if (!m_Stalled) {
+    CompletePicture();
+  }
+  m_MayStall = false;
 }
 
 void TaskSupplier::HandleUnit(const uint8_t* unit, size_t size, double time, int32_t frameId) {
@@ -133,7 +157,7 @@ void TaskSupplier::HandleUnit(const uint8_t* unit, size_t size, double time, int
     }
     // A changed copy takes effect once the picture in progress is done.
     auto& entry = m_Headers.sequence[sps->id];
-    if (entry != nullptr && std::memcmp(entry.get(), sps.get(), sizeof *sps) != 0) {
+    if (entry != nullptr && !(*entry == *sps)) {
       CompletePicture();
     }
     entry = std::move(sps);
@@ -148,8 +172,10 @@ void TaskSupplier::HandleUnit(const uint8_t* unit, size_t size, double time, int
     if (ParsePictureParameterSet(reader, table.data(), *pps) != ParseOk) {
       return;
     }
+    // A repeated copy may come between the slices of one picture; a changed
+    // one ends the picture that used the old.
     auto& entry = m_Headers.picture[pps->id];
-    if (entry != nullptr) {
+    if (entry != nullptr && !(*entry == *pps)) {
       CompletePicture();
     }
     entry = std::move(pps);
@@ -171,7 +197,7 @@ void TaskSupplier::HandleUnit(const uint8_t* unit, size_t size, double time, int
 }
 
 void TaskSupplier::Activate(const SmSequenceParameterSet& sps) {
-  if (m_Active != nullptr && std::memcmp(m_Active.get(), &sps, sizeof sps) == 0) {
+  if (m_Active != nullptr && *m_Active == sps) {
     return;
   }
   // Pictures of another size or layout can serve as references to none of
@@ -231,6 +257,11 @@ bool TaskSupplier::StartPicture(const SmSliceHeader& header, const SmSequencePar
   }
   H264DecoderFrame* frame = m_Frames.GetFreeFrame(static_cast<size_t>(m_ExtraFrames + m_DpbSize));
   if (frame == nullptr) {
+    const H264DecoderFrame* waiting = m_Frames.ChooseForOutput(m_DpbDelay, m_DpbSize);
+    if (m_MayStall && waiting != nullptr && waiting->decodingState < Gathering) {
+      m_Stalled = true;
+      return false;
+    }
     ++m_NoFrameCounter;
     return false;
   }
@@ -238,6 +269,7 @@ bool TaskSupplier::StartPicture(const SmSliceHeader& header, const SmSequencePar
   if (header.IsIdr()) {
     // What waits for output belongs to the generation before this one.
     m_Frames.StartNewGeneration();
+    m_ShownOrder.reset();
     frame->resetCount[0] = frame->resetCount[1] = 0;
   }
   CmPicture& picture = frame->GetPicture();
@@ -385,11 +417,18 @@ void TaskSupplier::CompletePicture() {
     frame.picOrderCnt[1] -= origin;
     picture.SetPoc(0);
     m_Frames.StartNewGeneration();
+    m_ShownOrder.reset();
     frame.resetCount[0] = frame.resetCount[1] = 0;
   }
   m_Order.Finish(first, m_Top, m_Bottom);
   m_LastFrameNum = first.HasMemoryManagement5() ? 0 : first.frameNum;
   m_HaveLastFrameNum = true;
+  // Low delay shows each picture as soon as it is decoded, which is right
+  // only while none comes before one already shown: a stream that reorders
+  // turns it off for good, and its pictures wait for their turn again.
+  if (m_LowDelayActive && m_ShownOrder && frame.GetPicOrderCnt() < *m_ShownOrder) {
+    m_LowDelayActive = false;
+  }
   frame.hasPicture = true;
   frame.decodingState = 0;
   frame.frameInfo[0].state = frame.frameInfo[1].state = H264DecoderFrameInfo::Done;
@@ -406,10 +445,13 @@ H264DecoderFrame* TaskSupplier::GetFrameToDisplay(bool force) {
     if (frame == nullptr || frame->decodingState >= Gathering) {
       return nullptr;
     }
-    frame->wasOutputted = true;
     if (!frame->hasPicture) {
+      frame->wasOutputted = true;
       continue; // a frame made up for a gap costs no output
     }
+    m_Frames.TakeEarliestWaitingTime(*frame);
+    frame->wasOutputted = true;
+    m_ShownOrder = frame->GetPicOrderCnt();
     if (frame->time < 0) {
       frame->time = m_LocalTime;
     }
@@ -435,6 +477,8 @@ void TaskSupplier::RecoveryReset() {
   m_Order.Reset();
   m_HaveLastFrameNum = false;
   m_NoFrameCounter = 0;
+  m_ShownOrder.reset();
+  m_LowDelayActive = m_Settings.lowDelay;
 }
 
 } // namespace MCL

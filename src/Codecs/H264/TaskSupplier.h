@@ -3,6 +3,7 @@
 #include <array>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "Codecs/H264/Deblocking.h"
@@ -54,9 +55,18 @@ public:
   // Takes one buffer of units with its time in seconds (-1 for none) and
   // frame number. Returns a status: 0, or -882 for a stream that cannot go
   // on (no free frame twenty times running).
-  int32_t AddSource(const uint8_t* data, size_t size, double time, int32_t frameId);
-  // The end of the input: the picture in progress is completed.
+  //
+  // With `consumed`, the intake stops before a picture that finds no free
+  // frame while a frame waits to leave: `consumed` tells how far it came
+  // (for Annex B input in pieces the rest waits inside), IsStalled is true,
+  // and the caller lets a frame leave and comes back with the rest. Without
+  // it, such a picture is dropped.
+  int32_t AddSource(const uint8_t* data, size_t size, double time, int32_t frameId,
+                    size_t* consumed = nullptr);
+  // The end of the input: the picture in progress is completed. It may stall
+  // as AddSource does; then the caller lets a frame leave and flushes again.
   void Flush();
+  bool IsStalled() const { return m_Stalled; }
   // The frame to show next, marked as output; null when none may leave yet
   // (with force, when none is left).
   H264DecoderFrame* GetFrameToDisplay(bool force);
@@ -81,7 +91,9 @@ public:
 
 private:
   // The whole units in data; with atEnd the last one ends with the data.
-  int32_t TakeUnits(const uint8_t* data, size_t size, bool atEnd, double time, int32_t frameId);
+  // Returns the status and sets `position` to where it stopped.
+  int32_t TakeUnits(const uint8_t* data, size_t size, bool atEnd, double time, int32_t frameId,
+                    size_t& position);
   void HandleUnit(const uint8_t* unit, size_t size, double time, int32_t frameId);
   void AddSlice(uint8_t nalHeader, std::vector<uint8_t>&& rbsp, double time, int32_t frameId);
   bool StartPicture(const NmH264::SmSliceHeader& header, const NmH264::SmSequenceParameterSet& sps,
@@ -106,8 +118,12 @@ private:
   int32_t m_DpbDelay = 1;
   int32_t m_ExtraFrames = 2;
   bool m_LowDelayActive = false;
+  // The order count of the picture shown last in this generation.
+  std::optional<int32_t> m_ShownOrder;
   bool m_WaitingForKeyUnit = false;
   int32_t m_NoFrameCounter = 0;
+  bool m_MayStall = false; // the caller can let a frame leave and come back
+  bool m_Stalled = false;  // the intake stopped for want of a free frame
   double m_LocalTime = 0.0;
   uint32_t m_LastFrameNum = 0;
   bool m_HaveLastFrameNum = false;

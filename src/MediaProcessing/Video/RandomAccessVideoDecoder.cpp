@@ -83,6 +83,8 @@ void CmRandomAccessVideoDecoder::ResetDecoder() {
   m_Images[1].GetAttributes().timeStamp = Sentinel;
   m_FeedState = NothingFed;
   m_LastDeliveredTime = Highest;
+  m_FirstFed.reset();
+  m_LastFed.reset();
 }
 
 void CmRandomAccessVideoDecoder::ClearRecord() {
@@ -363,12 +365,37 @@ bool CmRandomAccessVideoDecoder::IsContinuation() {
   if (m_View.GetSync()) {
     return true;
   }
-  // A frame that depends on others can follow the codec's last image only
-  // when that image is the one of the record right before.
-  const int newest = m_DoubleBuffered && !m_Current ? 1 : 0;
+  // A frame that depends on others can follow only the record right before
+  // it. For a codec that gives out each image as its record goes in, the
+  // last record fed is the one of its last image.
   CmTimeStamp previousEnd;
-  return !IsSlotEmpty(newest) && GetPreviousRecordEnd(previousEnd) &&
-         m_Images[newest].GetAttributes().timeStamp == previousEnd;
+  return m_LastFed && GetPreviousRecordEnd(previousEnd) && *m_LastFed == previousEnd;
+}
+
+bool CmRandomAccessVideoDecoder::IsHeldByCodec(const CmTimeStamp& time, SmTimeMatchType matchType,
+                                               CmTimeStamp& heldTime) {
+  if ((m_FeedState != RecordFinished && m_FeedState != Draining) || !m_FirstFed || !m_LastFed ||
+      !m_View.IsValid() || m_View.GetImageCount() != 1) {
+    return false;
+  }
+  const int newest = m_DoubleBuffered && !m_Current ? 1 : 0;
+  // A codec that has given out the image of the last record fed holds
+  // nothing back: the store need not be asked.
+  if (IsSlotEmpty(newest) || m_Images[newest].GetAttributes().timeStamp >= *m_LastFed) {
+    return false;
+  }
+  const bool syncOnly = m_Mode == SmVideoDecodeParameters::DecodeSyncFramesOnly;
+  CmGenericByteData record;
+  if (!m_Store->GetByteData(time, matchType, syncOnly, record)) {
+    return false;
+  }
+  const CmRawVideoByteDataAccess view(record, false);
+  if (!view.IsValid() || view.GetImageCount() != 1) {
+    return false;
+  }
+  heldTime = view.GetTime();
+  return heldTime >= *m_FirstFed && heldTime <= *m_LastFed &&
+         heldTime > m_Images[newest].GetAttributes().timeStamp;
 }
 
 bool CmRandomAccessVideoDecoder::GetImage(const CmTimeStamp& time, SmTimeMatchType matchType,
@@ -411,6 +438,11 @@ bool CmRandomAccessVideoDecoder::FindImage(const CmTimeStamp& time, SmTimeMatchT
 
   bool continueDecoding = false;
   if (!IsRightRecord(time, matchType)) {
+    CmTimeStamp held;
+    if (IsHeldByCodec(time, matchType, held)) {
+      m_Target = held;
+      return DecodeLoop(held, time, matchType, image);
+    }
     const bool steppingSingles =
         m_View.IsValid() && m_View.GetImageCount() == 1 && m_FeedState == RecordFinished;
     if (!GetByteData(time, matchType, syncOnly)) {
@@ -471,7 +503,7 @@ bool CmRandomAccessVideoDecoder::DecodeLoop(const CmTimeStamp& target, const CmT
     if (m_FeedState == RecordFinished) {
       if (HoldsExactly(target) && (m_View.GetImageCount() > 1 || syncOnly)) {
         m_FeedState = Draining;
-      } else if (GetByteData(m_RecordLastTime, TimeMatchAfter, false)) {
+      } else if (GetByteData(m_LastFed ? *m_LastFed : m_RecordLastTime, TimeMatchAfter, false)) {
         // A new sync frame starts a new group: what the target needs is all
         // fed already, and only the codec's held frames remain.
         m_FeedState = m_View.GetSync() ? Draining : Feeding;
@@ -483,6 +515,12 @@ bool CmRandomAccessVideoDecoder::DecodeLoop(const CmTimeStamp& target, const CmT
     CmImage& slot = NextSlot();
     bool callAgain = false;
     bool gotImage = false;
+    if (!draining) {
+      if (!m_FirstFed) {
+        m_FirstFed = m_View.GetTime();
+      }
+      m_LastFed = m_RecordLastTime;
+    }
     const bool decoded = Decode(draining ? drainRecord : m_Record, slot, callAgain, gotImage);
     if (!gotImage) {
       slot.GetAttributes().timeStamp = Sentinel;
@@ -523,8 +561,16 @@ bool CmRandomAccessVideoDecoder::DecodeLoop(const CmTimeStamp& target, const CmT
       return true;
     }
     if (drainEnded) {
-      // The codec is empty and the target never came out of it.
-      return FailDecoding();
+      // The codec is empty and the target has not come out of it. A sync
+      // record that was fetched but not fed yet starts a fresh group: the
+      // target may lie there. Otherwise the target never comes.
+      const bool unfed =
+          m_View.IsValid() && m_View.GetSync() && (!m_LastFed || m_View.GetTime() > *m_LastFed);
+      ResetDecoder();
+      if (!unfed) {
+        return false;
+      }
+      budget = DecodeBudget;
     }
     if (check == Passed) {
       return false;

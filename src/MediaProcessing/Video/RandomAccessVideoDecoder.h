@@ -63,8 +63,14 @@ private:
   CheckResult CheckImages(const NmTimeStamp::CmTimeStamp& target, bool newestOnly,
                           const NmTimeStamp::CmTimeStamp& time, SmTimeMatchType matchType,
                           CmImage& image);
-  // May the codec go on from its last image with the present record?
+  // May the codec go on with the present record from what it was fed last?
   bool IsContinuation();
+  // A codec that holds pictures back for reordering has taken in records
+  // whose images it has not given out yet. True, with the image's time, when
+  // the image wanted is one of those: decoding goes on from where the codec
+  // stands, instead of from the group's start.
+  bool IsHeldByCodec(const NmTimeStamp::CmTimeStamp& time, SmTimeMatchType matchType,
+                     NmTimeStamp::CmTimeStamp& heldTime);
   bool FindImage(const NmTimeStamp::CmTimeStamp& time, SmTimeMatchType matchType, CmImage& image);
   bool DecodeLoop(const NmTimeStamp::CmTimeStamp& target, const NmTimeStamp::CmTimeStamp& time,
                   SmTimeMatchType matchType, CmImage& image);
@@ -82,6 +88,11 @@ private:
   NmTimeStamp::CmTimeStamp m_NextRecordBegin = NmTimeStamp::CmTimeStamp::FromTicks(0);
   NmTimeStamp::CmTimeStamp m_PreviousRecordEnd = NmTimeStamp::CmTimeStamp::FromTicks(~0ULL);
   NmTimeStamp::CmTimeStamp m_LastDeliveredTime = NmTimeStamp::CmTimeStamp::FromTicks(~0ULL);
+  // The begin of the first record and the end of the last record fed to the
+  // codec since it was reset. The present record may lie behind the last fed
+  // one when the codec gives out its images later than it takes in records.
+  std::optional<NmTimeStamp::CmTimeStamp> m_FirstFed;
+  std::optional<NmTimeStamp::CmTimeStamp> m_LastFed;
   // The picture the present GetImage is after, once chosen.
   std::optional<NmTimeStamp::CmTimeStamp> m_Target;
 };

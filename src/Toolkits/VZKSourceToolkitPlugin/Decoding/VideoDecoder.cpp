@@ -1,7 +1,9 @@
 #include "Toolkits/VZKSourceToolkitPlugin/Decoding/VideoDecoder.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
+#include <iterator>
 
 #include "Common/Error/Error.h"
 #include "Common/TimeStamp/TimeStamp.h"
@@ -15,6 +17,9 @@ using namespace NmMediaProcessing;
 using NmTimeStamp::CmTimeStamp;
 
 namespace {
+
+// More than any codec holds back: H.264 reorders by at most 16 frames.
+constexpr size_t MostFedItems = 32;
 
 int64_t TimeOf(const CmImage& image) {
   return image.GetAttributes().timeStamp.GetMilliseconds();
@@ -70,6 +75,7 @@ void CmVideoDecoder::StartLiveStream() {
 void CmVideoDecoder::StopLiveStream() {
   m_StreamDecoder.Reset();
   m_PendingItem.reset();
+  m_FedItems.clear();
   SetLive(false);
   FirstLiveUpstream("StopLiveStream")->StopLiveStream();
 }
@@ -107,6 +113,18 @@ uint32_t CmVideoDecoder::GetLiveData(ImData** out, uint32_t timeout) {
         return StatusNoItem;
       }
       m_PendingItem = std::move(item);
+      SmFedItem fed;
+      fed.time = m_PendingItem->GetBeginTime();
+      m_Output.CopyPerFrameProperties(m_PendingItem.get(), fed.properties);
+      if (const auto* mask = dynamic_cast<const ImStringProperty*>(
+              m_PendingItem->GetProperty(NmPropertyNames::PrivacyMask))) {
+        fed.mask.SetProperty(NmPropertyNames::PrivacyMask,
+                             std::unique_ptr<ImProperty>(mask->Clone()));
+      }
+      m_FedItems.push_back(std::move(fed));
+      if (m_FedItems.size() > MostFedItems) {
+        m_FedItems.pop_front();
+      }
     }
 
     bool callAgain = false;
@@ -124,11 +142,17 @@ uint32_t CmVideoDecoder::GetLiveData(ImData** out, uint32_t timeout) {
       return StatusNoItem;
     }
     if (gotImage) {
-      m_Output.CopyPerFrameProperties(m_PendingItem.get(), properties);
-      if (const auto* mask = dynamic_cast<const ImStringProperty*>(
-              m_PendingItem->GetProperty(NmPropertyNames::PrivacyMask))) {
-        maskText.SetProperty(NmPropertyNames::PrivacyMask,
-                             std::unique_ptr<ImProperty>(mask->Clone()));
+      // The item of the picture's time, else the item that brought it out.
+      const int64_t time = image.GetAttributes().timeStamp.GetMilliseconds();
+      auto own = std::find_if(m_FedItems.begin(), m_FedItems.end(),
+                              [&](const SmFedItem& fed) { return fed.time == time; });
+      if (own == m_FedItems.end() && !m_FedItems.empty()) {
+        own = std::prev(m_FedItems.end());
+      }
+      if (own != m_FedItems.end()) {
+        properties = std::move(own->properties);
+        maskText = std::move(own->mask);
+        m_FedItems.erase(m_FedItems.begin(), std::next(own));
       }
       if (!callAgain) {
         m_PendingItem.reset();

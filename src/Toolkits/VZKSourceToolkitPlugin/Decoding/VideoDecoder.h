@@ -1,5 +1,6 @@
 #pragma once
 
+#include <deque>
 #include <memory>
 #include <optional>
 
@@ -52,6 +53,15 @@ private:
 
   NmMediaProcessing::CmGenericVideoDecoder m_StreamDecoder;
   std::unique_ptr<ImData> m_PendingItem;
+  // What live items fed to the decoder bring for their pictures, until those
+  // come out: a codec that reorders gives a picture out some items later.
+  // The picture with an item's time takes that item's properties.
+  struct SmFedItem {
+    int64_t time = 0;
+    CmVZKSourceToolkitProperties properties;
+    CmVZKSourceToolkitProperties mask;
+  };
+  std::deque<SmFedItem> m_FedItems;
   NmMediaProcessing::CmRandomAccessVideoDecoder m_RandomAccess;
   // Owned by the base, as the first upstream in place of the one it wraps.
   CmCache* m_Cache = nullptr;
