@@ -7,45 +7,11 @@
 #include "Codecs/H264/BitReader.h"
 #include "Codecs/H264/Cavlc.h"
 #include "Codecs/H264/NalUnits.h"
+#include "support/H264StreamWriter.h"
 
 using namespace NmH264;
 
-namespace {
-
-// Writes bits most significant first, the way the reader reads them.
-class CmBitWriter {
-public:
-  void Put(uint64_t value, unsigned count) {
-    for (unsigned i = count; i-- > 0;) {
-      if (m_Bits % 8 == 0) {
-        m_Bytes.push_back(0);
-      }
-      if ((value >> i & 1) != 0) {
-        m_Bytes.back() |= static_cast<uint8_t>(0x80 >> (m_Bits % 8));
-      }
-      ++m_Bits;
-    }
-  }
-  void PutUE(uint64_t value) {
-    const uint64_t code = value + 1;
-    unsigned length = 0;
-    while ((code >> length) > 1) {
-      ++length;
-    }
-    Put(0, length);
-    Put(code, length + 1);
-  }
-  void PutSE(int64_t value) {
-    PutUE(value > 0 ? 2 * static_cast<uint64_t>(value) - 1 : 2 * static_cast<uint64_t>(-value));
-  }
-  const std::vector<uint8_t>& Bytes() const { return m_Bytes; }
-
-private:
-  std::vector<uint8_t> m_Bytes;
-  size_t m_Bits = 0;
-};
-
-} // namespace
+using NmTestSupport::CmBitWriter;
 
 TEST(H264BitReader, ExpGolombCodesOfEveryLengthAndTheEnd) {
   // Values whose codes take 1 to 63 bits, at every bit offset, mixed with
@@ -151,6 +117,19 @@ TEST(H264NalUnits, AnnexBCutsUnitsAtStartCodesInPiecesToo) {
   const std::vector<uint8_t> escaped = {0, 0, 3, 0, 0, 3, 0, 0, 4, 0, 0, 3};
   ExtractPayload(escaped.data(), escaped.size(), rbsp);
   EXPECT_EQ(rbsp, (std::vector<uint8_t>{0, 0, 0, 0, 0, 0, 4, 0, 0}));
+  // The test streams' writer escapes every run that could pass for a start
+  // code, and the decoder's unescaping gives its payload back.
+  const std::vector<uint8_t> payload = {0, 0, 0, 0, 0, 1, 0, 0, 2, 0, 0, 3, 0, 0, 4, 0x80};
+  NmTestSupport::CmH264StreamWriter writer;
+  writer.WriteUnit(0x65, payload);
+  const std::vector<uint8_t> written = writer.AnnexB();
+  for (size_t i = 4; i + 2 < written.size(); ++i) {
+    EXPECT_FALSE(written[i] == 0 && written[i + 1] == 0 && written[i + 2] <= 2) << i;
+  }
+  position = 0;
+  ASSERT_TRUE(NextAnnexBUnit(written.data(), written.size(), position, true, unit));
+  ExtractPayload(unit.data + 1, unit.size - 1, rbsp);
+  EXPECT_EQ(rbsp, payload);
 }
 
 TEST(H264Cavlc, CodeTablesArePrefixCodes) {

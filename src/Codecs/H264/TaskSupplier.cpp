@@ -340,7 +340,6 @@ void TaskSupplier::InsertGapFrames(const SmSliceHeader& header, const SmSequence
     picture.SetId(m_NextPictureId++);
     picture.Fill(128);
     picture.ExtendBorders();
-    picture.SetPoc(m_CurrentFrame != nullptr ? m_CurrentFrame->GetPicOrderCnt() : 0);
     frame->frameNum = static_cast<int32_t>(frameNum);
     frame->isDisplayable = true; // and without a picture: it costs no output
     frame->hasPicture = false;
@@ -348,6 +347,18 @@ void TaskSupplier::InsertGapFrames(const SmSliceHeader& header, const SmSequence
     gap.nalRefIdc = 1;
     gap.nalUnitType = NalSlice;
     gap.frameNum = frameNum;
+    // Order counts of types 1 and 2 follow from frame_num, so a made-up
+    // frame has its own, and B lists place it by that (8.2.5.2); type 0
+    // gives it none.
+    picture.SetPoc(0);
+    if (sps.picOrderCntType != 0) {
+      int32_t top = 0, bottom = 0;
+      m_Order.Compute(sps, gap, top, bottom);
+      m_Order.Finish(gap, top, bottom);
+      frame->picOrderCnt[0] = top;
+      frame->picOrderCnt[1] = bottom;
+      picture.SetPoc(std::min(top, bottom));
+    }
     MarkReferences(m_References, gap, &picture, sps.maxNumRefFrames, maxFrameNum);
     m_Frames.SetReferences(m_References.frames);
     m_LastFrameNum = frameNum;
@@ -397,6 +408,12 @@ void TaskSupplier::CompletePicture() {
     m_Frames.SetReferences(m_References.frames);
   }
   if (first.HasMemoryManagement5()) {
+    // The picture becomes the origin of the order counts after it (8.2.1):
+    // it leaves before them, and later B slices place it by its new count.
+    const int32_t origin = frame.GetPicOrderCnt();
+    frame.picOrderCnt[0] -= origin;
+    frame.picOrderCnt[1] -= origin;
+    picture.SetPoc(0);
     m_Frames.StartNewGeneration();
     m_ShownOrder.reset();
     frame.resetCount[0] = frame.resetCount[1] = 0;

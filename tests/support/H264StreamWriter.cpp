@@ -1,0 +1,370 @@
+#include "support/H264StreamWriter.h"
+
+namespace NmTestSupport {
+
+namespace {
+
+unsigned CeilLog2(uint64_t value) {
+  unsigned bits = 0;
+  while ((uint64_t{1} << bits) < value) {
+    ++bits;
+  }
+  return bits;
+}
+
+} // namespace
+
+void CmBitWriter::Put(uint64_t value, unsigned count) {
+  for (unsigned i = count; i-- > 0;) {
+    if (m_Bits % 8 == 0) {
+      m_Bytes.push_back(0);
+    }
+    if ((value >> i & 1) != 0) {
+      m_Bytes.back() |= static_cast<uint8_t>(0x80 >> (m_Bits % 8));
+    }
+    ++m_Bits;
+  }
+}
+
+void CmBitWriter::PutUE(uint64_t value) {
+  const uint64_t code = value + 1;
+  unsigned length = 0;
+  while ((code >> length) > 1) {
+    ++length;
+  }
+  Put(0, length);
+  Put(code, length + 1);
+}
+
+void CmBitWriter::PutSE(int64_t value) {
+  PutUE(value > 0 ? 2 * static_cast<uint64_t>(value) - 1 : 2 * static_cast<uint64_t>(-value));
+}
+
+void CmBitWriter::PutTE(uint32_t value, uint32_t range) {
+  if (range == 1) {
+    PutFlag(value == 0);
+  } else {
+    PutUE(value);
+  }
+}
+
+void CmBitWriter::AlignWithZeros() {
+  while (!IsAligned()) {
+    Put(0, 1);
+  }
+}
+
+void CmBitWriter::PutTrailingBits() {
+  Put(1, 1);
+  AlignWithZeros();
+}
+
+SmWriterMacroblock SmWriterMacroblock::Filled(uint8_t luma, uint8_t cb, uint8_t cr) {
+  SmWriterMacroblock mb;
+  mb.kind = Pcm;
+  mb.samples.assign(256, luma);
+  mb.samples.insert(mb.samples.end(), 64, cb);
+  mb.samples.insert(mb.samples.end(), 64, cr);
+  return mb;
+}
+
+SmWriterMacroblock SmWriterMacroblock::Predicted(SmKind kind, uint32_t ref0, int32_t mvx,
+                                                 int32_t mvy, uint32_t ref1, int32_t mvx1,
+                                                 int32_t mvy1) {
+  SmWriterMacroblock mb;
+  mb.kind = kind;
+  // One list alone takes the first reference and motion given.
+  const int list = kind == L1 ? 1 : 0;
+  mb.refIdx[list] = ref0;
+  mb.mvd[list][0] = mvx;
+  mb.mvd[list][1] = mvy;
+  if (kind == Bi) {
+    mb.refIdx[1] = ref1;
+    mb.mvd[1][0] = mvx1;
+    mb.mvd[1][1] = mvy1;
+  }
+  return mb;
+}
+
+void CmH264StreamWriter::WriteUnit(uint8_t header, const std::vector<uint8_t>& rbsp) {
+  // Emulation prevention: no two zeros may be followed by a byte below 4.
+  std::vector<uint8_t> unit{header};
+  int zeros = 0;
+  for (const uint8_t byte : rbsp) {
+    if (zeros == 2 && byte <= 3) {
+      unit.push_back(3);
+      zeros = 0;
+    }
+    unit.push_back(byte);
+    zeros = byte == 0 ? zeros + 1 : 0;
+  }
+  m_Units.push_back(std::move(unit));
+}
+
+void CmH264StreamWriter::WriteSps(const SmWriterSps& sps) {
+  m_Sps[sps.id] = sps;
+  CmBitWriter w;
+  w.Put(sps.profileIdc, 8);
+  w.Put(0, 8); // constraint flags
+  w.Put(sps.levelIdc, 8);
+  w.PutUE(sps.id);
+  w.PutUE(sps.log2MaxFrameNum - 4);
+  w.PutUE(sps.pocType);
+  if (sps.pocType == 0) {
+    w.PutUE(sps.log2MaxPocLsb - 4);
+  } else if (sps.pocType == 1) {
+    w.PutFlag(sps.deltaPicOrderAlwaysZero);
+    w.PutSE(sps.offsetForNonRefPic);
+    w.PutSE(sps.offsetForTopToBottomField);
+    w.PutUE(sps.offsetForRefFrame.size());
+    for (const int32_t offset : sps.offsetForRefFrame) {
+      w.PutSE(offset);
+    }
+  }
+  w.PutUE(sps.maxNumRefFrames);
+  w.PutFlag(sps.gapsAllowed);
+  w.PutUE(sps.widthInMbs - 1);
+  w.PutUE(sps.heightInMbs - 1);
+  w.PutFlag(true); // frame_mbs_only_flag
+  w.PutFlag(true); // direct_8x8_inference_flag
+  const bool crop = sps.cropLeft + sps.cropRight + sps.cropTop + sps.cropBottom != 0;
+  w.PutFlag(crop);
+  if (crop) {
+    // Offsets count chroma samples: two luma samples each in 4:2:0.
+    w.PutUE(sps.cropLeft / 2);
+    w.PutUE(sps.cropRight / 2);
+    w.PutUE(sps.cropTop / 2);
+    w.PutUE(sps.cropBottom / 2);
+  }
+  w.PutFlag(sps.vui);
+  if (sps.vui) {
+    w.Put(0, 8); // aspect ratio, overscan, signal type, chroma location, timing, HRDs, pic_struct
+    w.PutFlag(true); // bitstream_restriction_flag
+    w.PutFlag(true); // motion_vectors_over_pic_boundaries_flag
+    w.PutUE(0);
+    w.PutUE(0);
+    w.PutUE(16);
+    w.PutUE(16);
+    w.PutUE(sps.numReorderFrames);
+    w.PutUE(sps.maxDecFrameBuffering);
+  }
+  w.PutTrailingBits();
+  WriteUnit(0x67, w.Bytes());
+}
+
+void CmH264StreamWriter::WritePps(const SmWriterPps& pps) {
+  m_Pps[pps.id] = pps;
+  CmBitWriter w;
+  w.PutUE(pps.id);
+  w.PutUE(pps.spsId);
+  w.PutFlag(false); // CAVLC
+  w.PutFlag(pps.bottomFieldPicOrderInFramePresent);
+  w.PutUE(pps.numSliceGroups - 1);
+  if (pps.numSliceGroups > 1) {
+    w.PutUE(pps.mapType);
+    if (pps.mapType == 0) {
+      for (uint32_t i = 0; i < pps.numSliceGroups; ++i) {
+        w.PutUE(pps.runLengthMinus1[i]);
+      }
+    } else if (pps.mapType == 2) {
+      for (uint32_t i = 0; i + 1 < pps.numSliceGroups; ++i) {
+        w.PutUE(pps.topLeft[i]);
+        w.PutUE(pps.bottomRight[i]);
+      }
+    } else if (pps.mapType >= 3 && pps.mapType <= 5) {
+      w.PutFlag(pps.changeDirection);
+      w.PutUE(pps.changeRateMinus1);
+    } else if (pps.mapType == 6) {
+      w.PutUE(pps.sliceGroupId.size() - 1);
+      for (const uint32_t group : pps.sliceGroupId) {
+        w.Put(group, CeilLog2(pps.numSliceGroups));
+      }
+    }
+  }
+  w.PutUE(pps.numRefIdxActive[0] - 1);
+  w.PutUE(pps.numRefIdxActive[1] - 1);
+  w.PutFlag(pps.weightedPred);
+  w.Put(pps.weightedBipredIdc, 2);
+  w.PutSE(pps.picInitQp - 26);
+  w.PutSE(0); // pic_init_qs_minus26
+  w.PutSE(pps.chromaQpIndexOffset);
+  w.PutFlag(pps.deblockingControl);
+  w.PutFlag(pps.constrainedIntraPred);
+  w.PutFlag(false); // redundant_pic_cnt_present_flag
+  w.PutTrailingBits();
+  WriteUnit(0x68, w.Bytes());
+}
+
+void CmH264StreamWriter::WriteSlice(const SmWriterSlice& s,
+                                    const std::vector<SmWriterMacroblock>& macroblocks) {
+  const SmWriterPps& pps = m_Pps[s.ppsId];
+  const SmWriterSps& sps = m_Sps[pps.spsId];
+  const bool p = s.type == SmWriterSlice::P, b = s.type == SmWriterSlice::B;
+  uint32_t active[2] = {pps.numRefIdxActive[0], pps.numRefIdxActive[1]};
+  if (s.overrideRefIdx) {
+    active[0] = s.numRefIdxActive[0];
+    active[1] = s.numRefIdxActive[1];
+  }
+  CmBitWriter w;
+  w.PutUE(s.firstMb);
+  w.PutUE(s.type);
+  w.PutUE(s.ppsId);
+  w.Put(s.frameNum, sps.log2MaxFrameNum);
+  if (s.idr) {
+    w.PutUE(s.idrPicId);
+  }
+  if (sps.pocType == 0) {
+    w.Put(s.pocLsb, sps.log2MaxPocLsb);
+    if (pps.bottomFieldPicOrderInFramePresent) {
+      w.PutSE(s.deltaPocBottom);
+    }
+  } else if (sps.pocType == 1 && !sps.deltaPicOrderAlwaysZero) {
+    w.PutSE(s.deltaPoc[0]);
+    if (pps.bottomFieldPicOrderInFramePresent) {
+      w.PutSE(s.deltaPoc[1]);
+    }
+  }
+  if (b) {
+    w.PutFlag(s.directSpatial);
+  }
+  if (p || b) {
+    w.PutFlag(s.overrideRefIdx);
+    if (s.overrideRefIdx) {
+      w.PutUE(active[0] - 1);
+      if (b) {
+        w.PutUE(active[1] - 1);
+      }
+    }
+    for (int list = 0; list < (b ? 2 : 1); ++list) {
+      w.PutFlag(!s.modifications[list].empty());
+      if (!s.modifications[list].empty()) {
+        for (const auto& [idc, value] : s.modifications[list]) {
+          w.PutUE(idc);
+          w.PutUE(value);
+        }
+        w.PutUE(3);
+      }
+    }
+  }
+  if ((pps.weightedPred && p) || (pps.weightedBipredIdc == 1 && b)) {
+    w.PutUE(s.lumaLog2Denom);
+    w.PutUE(s.chromaLog2Denom);
+    for (int list = 0; list < (b ? 2 : 1); ++list) {
+      for (uint32_t i = 0; i < active[list]; ++i) {
+        const SmWriterWeight weight =
+            i < s.weights[list].size() ? s.weights[list][i] : SmWriterWeight();
+        w.PutFlag(weight.luma);
+        if (weight.luma) {
+          w.PutSE(weight.lumaWeight);
+          w.PutSE(weight.lumaOffset);
+        }
+        w.PutFlag(weight.chroma);
+        if (weight.chroma) {
+          for (int c = 0; c < 2; ++c) {
+            w.PutSE(weight.chromaWeight[c]);
+            w.PutSE(weight.chromaOffset[c]);
+          }
+        }
+      }
+    }
+  }
+  if (s.nalRefIdc != 0) {
+    if (s.idr) {
+      w.PutFlag(s.noOutputOfPriorPics);
+      w.PutFlag(s.longTermReference);
+    } else {
+      w.PutFlag(s.adaptiveMarking);
+      if (s.adaptiveMarking) {
+        for (const SmWriterMmco& op : s.mmcos) {
+          w.PutUE(op.operation);
+          if (op.operation >= 1 && op.operation <= 4) {
+            w.PutUE(op.value);
+          }
+          if (op.operation == 3 || op.operation == 6) {
+            w.PutUE(op.index);
+          }
+        }
+        w.PutUE(0);
+      }
+    }
+  }
+  w.PutSE(s.qpDelta);
+  if (pps.deblockingControl) {
+    w.PutUE(s.disableDeblocking);
+    if (s.disableDeblocking != 1) {
+      w.PutSE(s.alphaOffsetDiv2);
+      w.PutSE(s.betaOffsetDiv2);
+    }
+  }
+  if (pps.numSliceGroups > 1 && pps.mapType >= 3 && pps.mapType <= 5) {
+    const uint64_t units = uint64_t{sps.widthInMbs} * sps.heightInMbs;
+    const uint64_t rate = pps.changeRateMinus1 + 1;
+    w.Put(s.sliceGroupChangeCycle, CeilLog2((units + rate - 1) / rate + 1));
+  }
+
+  // slice_data: a run of skipped macroblocks is counted before the next
+  // coded one, and at the end of the slice.
+  uint32_t skipRun = 0;
+  for (const SmWriterMacroblock& mb : macroblocks) {
+    if (mb.kind == SmWriterMacroblock::Skip) {
+      ++skipRun;
+      continue;
+    }
+    if (p || b) {
+      w.PutUE(skipRun);
+      skipRun = 0;
+    }
+    if (mb.kind == SmWriterMacroblock::Pcm) {
+      w.PutUE(p ? 30 : b ? 48 : 25);
+      w.AlignWithZeros();
+      for (const uint8_t sample : mb.samples) {
+        w.Put(sample, 8);
+      }
+      continue;
+    }
+    const bool uses[2] = {mb.kind != SmWriterMacroblock::L1, mb.kind != SmWriterMacroblock::L0};
+    w.PutUE(p                                   ? 0
+            : mb.kind == SmWriterMacroblock::L0 ? 1
+            : mb.kind == SmWriterMacroblock::L1 ? 2
+                                                : 3);
+    for (int list = 0; list < 2; ++list) {
+      if (uses[list] && active[list] > 1) {
+        w.PutTE(mb.refIdx[list], active[list] - 1);
+      }
+    }
+    for (int list = 0; list < 2; ++list) {
+      if (uses[list]) {
+        w.PutSE(mb.mvd[list][0]);
+        w.PutSE(mb.mvd[list][1]);
+      }
+    }
+    w.PutUE(0); // coded_block_pattern 0: no residual, so no mb_qp_delta
+  }
+  if (skipRun > 0) {
+    w.PutUE(skipRun);
+  }
+  w.PutTrailingBits();
+  WriteUnit(static_cast<uint8_t>(s.nalRefIdc << 5 | (s.idr ? 5 : 1)), w.Bytes());
+}
+
+std::vector<uint8_t> CmH264StreamWriter::AnnexB() const {
+  std::vector<uint8_t> stream;
+  for (const auto& unit : m_Units) {
+    stream.insert(stream.end(), {0, 0, 0, 1});
+    stream.insert(stream.end(), unit.begin(), unit.end());
+  }
+  return stream;
+}
+
+std::vector<uint8_t> CmH264StreamWriter::LengthPrefixed() const {
+  std::vector<uint8_t> stream;
+  for (const auto& unit : m_Units) {
+    const size_t n = unit.size();
+    stream.insert(stream.end(), {static_cast<uint8_t>(n >> 24), static_cast<uint8_t>(n >> 16),
+                                 static_cast<uint8_t>(n >> 8), static_cast<uint8_t>(n)});
+    stream.insert(stream.end(), unit.begin(), unit.end());
+  }
+  return stream;
+}
+
+} // namespace NmTestSupport
