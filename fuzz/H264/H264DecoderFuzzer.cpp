@@ -1,7 +1,10 @@
 // Arbitrary bytes as an H.264 stream through the task supplier: Annex B or
 // length-prefixed units, fed whole or in pieces, with the skip modes and low
 // delay that the first byte chooses, and every picture taken out as it may
-// leave. Damage is expected; faults and hangs are findings.
+// leave. Then the same pieces as records through the decoder that the
+// toolkits use (the MCL adapter over the engine's shell), with the repeat
+// protocol, a decode mode, a scale and luminance only. Damage is expected;
+// faults and hangs are findings.
 
 #include <cstddef>
 #include <cstdint>
@@ -9,6 +12,9 @@
 #include "Codecs/H264/NalUnits.h"
 #include "Codecs/H264/ParameterSets.h"
 #include "Codecs/H264/TaskSupplier.h"
+#include "Common/Error/Error.h"
+#include "MediaProcessing/Image/Image.h"
+#include "MediaProcessing/Video/H264/VideoDecoderH264.h"
 
 namespace {
 
@@ -34,6 +40,40 @@ bool HasHugeSequence(const uint8_t* data, size_t size, bool lengthPrefixed) {
     }
   }
   return false;
+}
+
+// The pieces as records through the adapter: each record until the decoder
+// wants no further call, then the flush.
+void ThroughTheAdapter(const uint8_t* data, size_t size, size_t piece, uint8_t choice) {
+  using namespace NmMediaProcessing;
+  CmVideoDecoderH264 decoder;
+  SmVideoDecodeParameters parameters;
+  parameters.m_DecodeMode = (choice >> 1) % 3;
+  parameters.m_LowDelay = parameters.m_DecodeMode == 2 || (choice & 8) != 0;
+  parameters.m_LuminanceOnly = (choice & 4) != 0;
+  parameters.m_ScaleDivisor = 1u << ((choice >> 6) & 3);
+  decoder.SetParameters(parameters);
+  CmImage image;
+  const auto feed = [&](const uint8_t* record, size_t length, int32_t id) {
+    SmVideoDecodeResult result;
+    // A call that consumes nothing ends the record: the codec would only say the same again.
+    for (int calls = 0; calls < 64; ++calls) {
+      try {
+        if (!decoder.Decode(record, length, id, NmTimeStamp::CmTimeStamp::FromMilliseconds(40 * id),
+                            image, result) ||
+            !result.m_CallAgain || result.m_NothingConsumed) {
+          return;
+        }
+      } catch (const NmError::CmError&) {
+        return;
+      }
+    }
+  };
+  int32_t id = 1;
+  for (size_t offset = 0; offset < size; offset += piece, ++id) {
+    feed(data + offset, size - offset < piece ? size - offset : piece, id);
+  }
+  feed(nullptr, 0, id);
 }
 
 } // namespace
@@ -69,5 +109,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   }
   supplier.Flush();
   drain(true);
+  ThroughTheAdapter(data, size, piece, choice);
   return 0;
 }
