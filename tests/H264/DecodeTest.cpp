@@ -50,18 +50,56 @@ std::vector<std::vector<uint8_t>> DecodeStream(const std::vector<uint8_t>& strea
   return pictures;
 }
 
+struct SmEncoding {
+  const char* size;
+  const char* pixelFormat;
+  const char* options;
+  int frames = 10;
+};
+
+// Encodes testsrc2 with x264 for each case and expects every picture to
+// equal ffmpeg's decode of the same stream, sample for sample.
+void ExpectSameAsReference(const std::vector<SmEncoding>& cases) {
+  CmTempDirectory directory;
+  for (const SmEncoding& c : cases) {
+    SCOPED_TRACE(std::string(c.options) + " " + c.pixelFormat + " " + c.size);
+    const std::string stream = directory / "clip.264";
+    const std::string decoded = directory / "clip.yuv";
+    const size_t frames = static_cast<size_t>(c.frames);
+    ASSERT_TRUE(NmTestSupport::Run(std::string("ffmpeg -y -f lavfi -i testsrc2=size=") + c.size +
+                                   ":rate=25 -frames:v " + std::to_string(c.frames) +
+                                   " -pix_fmt " + c.pixelFormat + " -c:v libx264 -x264-params '" +
+                                   c.options + "' -f h264 '" + stream + "'"));
+    ASSERT_TRUE(NmTestSupport::Run("ffmpeg -y -i '" + stream + "' -f rawvideo -pix_fmt " +
+                                   c.pixelFormat + " '" + decoded + "'"));
+    bool allDecoded = false;
+    const auto pictures = DecodeStream(NmTestSupport::ReadBytes(stream), allDecoded);
+    EXPECT_TRUE(allDecoded);
+    const std::vector<uint8_t> expected = NmTestSupport::ReadBytes(decoded);
+    ASSERT_EQ(pictures.size(), frames);
+    const size_t frameSize = expected.size() / frames;
+    for (size_t i = 0; i < pictures.size(); ++i) {
+      ASSERT_EQ(pictures[i].size(), frameSize);
+      const std::vector<uint8_t> reference(
+          expected.begin() + static_cast<std::ptrdiff_t>(i * frameSize),
+          expected.begin() + static_cast<std::ptrdiff_t>((i + 1) * frameSize));
+      size_t firstDifference = 0;
+      while (firstDifference < frameSize &&
+             pictures[i][firstDifference] == reference[firstDifference]) {
+        ++firstDifference;
+      }
+      EXPECT_EQ(firstDifference, frameSize) << "picture " << i;
+    }
+  }
+}
+
 } // namespace
 
 TEST(H264Decode, PicturesEqualTheReferenceDecoder) {
   if (!NmTestSupport::HaveProgram("ffmpeg")) {
     GTEST_SKIP() << "ffmpeg is not installed";
   }
-  CmTempDirectory directory;
-  struct SmCase {
-    const char* size;
-    const char* pixelFormat;
-    const char* options;
-  } cases[] = {
+  ExpectSameAsReference({
       {"64x48", "yuv420p", "cabac=0:8x8dct=0:keyint=1:no-deblock=1:qp=30"},
       {"64x48", "yuv420p", "cabac=0:8x8dct=0:keyint=1:qp=30"},
       {"100x60", "yuv420p", "cabac=0:keyint=1:8x8dct=1:qp=20:slices=3"},
@@ -85,34 +123,32 @@ TEST(H264Decode, PicturesEqualTheReferenceDecoder) {
        "cabac=0:bframes=3:b-pyramid=normal:direct=temporal:weightb=1:ref=4:qp=28"},
       {"100x60", "yuv420p",
        "cabac=0:bframes=3:b-pyramid=strict:direct=spatial:weightb=1:partitions=all:8x8dct=1:qp=24"},
-  };
-  for (const SmCase& c : cases) {
-    SCOPED_TRACE(std::string(c.options) + " " + c.pixelFormat);
-    const std::string stream = directory / "intra.264";
-    const std::string decoded = directory / "intra.yuv";
-    ASSERT_TRUE(NmTestSupport::Run(std::string("ffmpeg -y -f lavfi -i testsrc2=size=") + c.size +
-                                   ":rate=25 -frames:v 10 -pix_fmt " + c.pixelFormat +
-                                   " -c:v libx264 -x264-params '" + c.options + "' -f h264 '" +
-                                   stream + "'"));
-    ASSERT_TRUE(NmTestSupport::Run("ffmpeg -y -i '" + stream + "' -f rawvideo -pix_fmt " +
-                                   c.pixelFormat + " '" + decoded + "'"));
-    bool allDecoded = false;
-    const auto pictures = DecodeStream(NmTestSupport::ReadBytes(stream), allDecoded);
-    EXPECT_TRUE(allDecoded);
-    const std::vector<uint8_t> expected = NmTestSupport::ReadBytes(decoded);
-    ASSERT_EQ(pictures.size(), 10u);
-    const size_t frameSize = expected.size() / 10;
-    for (size_t i = 0; i < pictures.size(); ++i) {
-      ASSERT_EQ(pictures[i].size(), frameSize);
-      const std::vector<uint8_t> reference(
-          expected.begin() + static_cast<std::ptrdiff_t>(i * frameSize),
-          expected.begin() + static_cast<std::ptrdiff_t>((i + 1) * frameSize));
-      size_t firstDifference = 0;
-      while (firstDifference < frameSize &&
-             pictures[i][firstDifference] == reference[firstDifference]) {
-        ++firstDifference;
-      }
-      EXPECT_EQ(firstDifference, frameSize) << "picture " << i;
-    }
+  });
+}
+
+TEST(H264Decode, CabacPicturesEqualTheReferenceDecoder) {
+  if (!NmTestSupport::HaveProgram("ffmpeg")) {
+    GTEST_SKIP() << "ffmpeg is not installed";
   }
+  ExpectSameAsReference({
+      // I slices: 4x4, 8x8 and 16x16 prediction, PCM at the lowest
+      // quantisers, scaling matrices, several slices, monochrome.
+      {"64x48", "yuv420p", "keyint=1:8x8dct=0:qp=30"},
+      {"100x60", "yuv420p", "keyint=1:8x8dct=1:qp=20:slices=3"},
+      {"96x64", "yuv420p", "keyint=1:8x8dct=1:cqm=jvt:qp=36:chroma-qp-offset=5:deblock=3,-2"},
+      {"80x48", "yuv420p", "keyint=1:qp=1"},
+      {"80x48", "yuv420p", "keyint=1:qp=51:8x8dct=1"},
+      {"64x64", "gray", "keyint=1:qp=24:8x8dct=1"},
+      // P slices.
+      {"64x48", "yuv420p", "bframes=0:ref=1:weightp=0:qp=26"},
+      {"96x64", "yuv420p", "bframes=0:ref=4:weightp=0:partitions=all:8x8dct=1:qp=30"},
+      {"100x60", "yuv420p", "bframes=0:ref=3:weightp=0:partitions=all:8x8dct=0:slices=2:qp=22"},
+      {"64x64", "gray", "bframes=0:ref=2:weightp=0:qp=28:8x8dct=1"},
+      {"96x64", "yuv420p", "bframes=0:ref=3:weightp=2:qp=26"},
+      // B slices.
+      {"176x144", "yuv420p", "bframes=2:b-pyramid=none:direct=spatial:weightb=0:qp=26"},
+      {"96x64", "yuv420p", "bframes=3:b-pyramid=normal:direct=temporal:weightb=1:ref=4:qp=28"},
+      {"100x60", "yuv420p",
+       "bframes=3:b-pyramid=strict:direct=spatial:weightb=1:partitions=all:8x8dct=1:qp=24"},
+  });
 }

@@ -12,12 +12,6 @@ namespace NmH264 {
 
 namespace {
 
-// coded_block_pattern of inter macroblocks by codeNum (Table 9-4).
-constexpr uint8_t InterCbp[48] = {0,  16, 1,  2,  4,  8,  32, 3,  5,  10, 12, 15, 47, 7,  11, 13,
-                                  14, 6,  9,  31, 35, 37, 42, 44, 33, 34, 36, 40, 39, 43, 45, 46,
-                                  17, 18, 20, 24, 19, 21, 26, 28, 23, 27, 29, 30, 22, 25, 38, 41};
-constexpr uint8_t InterCbpMonochrome[16] = {0, 1, 2, 4, 8, 3, 5, 10, 12, 15, 7, 11, 13, 14, 6, 9};
-
 constexpr uint8_t BlockX[16] = {0, 1, 0, 1, 2, 3, 2, 3, 0, 1, 0, 1, 2, 3, 2, 3};
 constexpr uint8_t BlockY[16] = {0, 0, 1, 1, 0, 0, 1, 1, 2, 2, 3, 3, 2, 2, 3, 3};
 
@@ -203,6 +197,7 @@ void CmSliceDecoder::DecodeSkippedMacroblock(uint32_t address) {
 
 bool CmSliceDecoder::DecodeBSkippedMacroblock(uint32_t address) {
   StartInterMacroblock(address, MbSkip);
+  m_Picture->GetMacroblocks()[address].directBlocks = 15;
   if (!PredictDirect(address, 15)) {
     return false;
   }
@@ -360,9 +355,20 @@ bool CmSliceDecoder::DecodeInterMacroblock(CmBitReader& reader, uint32_t mbType,
   const SmReferenceList& list = m_Lists[0];
   // An index beyond the list, or to an entry that no picture fills, is
   // damage.
-  const auto readRef = [&reader, references, &list]() -> int {
-    const uint32_t value = references <= 1 ? 0 : reader.ReadTE(references - 1);
-    return value < references && list.pictures[value] != nullptr ? static_cast<int>(value) : -1;
+  SmMacroblockInfo& mb = m_Picture->GetMacroblocks()[address];
+  // The index read is kept at once: the contexts of the indices after it
+  // look at it.
+  const auto readRef = [this, &reader, references, &list, &mb](int x, int y, int w, int h) -> int {
+    const uint32_t value = ReadRefIdx(reader, 0, x, y);
+    if (value >= references || list.pictures[value] == nullptr) {
+      return -1;
+    }
+    for (int j = y; j < y + h; j += 2) {
+      for (int i = x; i < x + w; i += 2) {
+        mb.refIdx[0][i / 2 + 2 * (j / 2)] = static_cast<int8_t>(value);
+      }
+    }
+    return static_cast<int>(value);
   };
   bool allSubBlocks8x8 = true;
   if (mbType <= 2) {
@@ -371,7 +377,7 @@ bool CmSliceDecoder::DecodeInterMacroblock(CmBitReader& reader, uint32_t mbType,
     const int w = mbType == 2 ? 2 : 4, h = mbType == 1 ? 2 : 4;
     int refs[2];
     for (int p = 0; p < parts; ++p) {
-      refs[p] = readRef();
+      refs[p] = readRef(mbType == 2 ? 2 * p : 0, mbType == 1 ? 2 * p : 0, w, h);
       if (refs[p] < 0) {
         return false;
       }
@@ -381,7 +387,9 @@ bool CmSliceDecoder::DecodeInterMacroblock(CmBitReader& reader, uint32_t mbType,
       int16_t mvp[2];
       PredictMotionVector(address, 0, x, y, w, h, refs[p],
                           mbType == 1 ? Shape16x8 : (mbType == 2 ? Shape8x16 : ShapeOther), mvp);
-      const int32_t dx = reader.ReadSE(), dy = reader.ReadSE();
+      const int32_t dx = ReadMvd(reader, 0, 0, x, y);
+      const int32_t dy = ReadMvd(reader, 0, 1, x, y);
+      SetMvd(0, x, y, w, h, dx, dy);
       const int16_t mv[2] = {static_cast<int16_t>(mvp[0] + dx), static_cast<int16_t>(mvp[1] + dy)};
       SetMotion(address, 0, x, y, w, h, refs[p], mv);
       MarkKnown(x, y, w, h);
@@ -391,16 +399,17 @@ bool CmSliceDecoder::DecodeInterMacroblock(CmBitReader& reader, uint32_t mbType,
     // then the differences of the partitions.
     uint32_t subTypes[4];
     for (uint32_t& type : subTypes) {
-      type = reader.ReadUE();
+      type = ReadSubMbType(reader);
       if (type > 3) {
         return false;
       }
       allSubBlocks8x8 = allSubBlocks8x8 && type == 0;
     }
     int refs[4] = {0, 0, 0, 0};
-    for (int& ref : refs) {
+    for (int b8 = 0; b8 < 4; ++b8) {
+      int& ref = refs[b8];
       // P_8x8ref0 takes reference 0 without saying so.
-      ref = mbType == 3 ? readRef() : 0;
+      ref = mbType == 3 ? readRef(2 * (b8 % 2), 2 * (b8 / 2), 2, 2) : 0;
       if (ref < 0 || list.pictures[static_cast<size_t>(ref)] == nullptr) {
         return false;
       }
@@ -413,7 +422,9 @@ bool CmSliceDecoder::DecodeInterMacroblock(CmBitReader& reader, uint32_t mbType,
         for (int x = x0; x < x0 + 2; x += w) {
           int16_t mvp[2];
           PredictMotionVector(address, 0, x, y, w, h, refs[b8], ShapeOther, mvp);
-          const int32_t dx = reader.ReadSE(), dy = reader.ReadSE();
+          const int32_t dx = ReadMvd(reader, 0, 0, x, y);
+          const int32_t dy = ReadMvd(reader, 0, 1, x, y);
+          SetMvd(0, x, y, w, h, dx, dy);
           const int16_t mv[2] = {static_cast<int16_t>(mvp[0] + dx),
                                  static_cast<int16_t>(mvp[1] + dy)};
           SetMotion(address, 0, x, y, w, h, refs[b8], mv);
@@ -427,14 +438,24 @@ bool CmSliceDecoder::DecodeInterMacroblock(CmBitReader& reader, uint32_t mbType,
 
 bool CmSliceDecoder::DecodeBMacroblock(CmBitReader& reader, uint32_t mbType, uint32_t address) {
   StartInterMacroblock(address, MbInter);
-  const auto readRef = [this, &reader](int list) -> int {
+  SmMacroblockInfo& mb = m_Picture->GetMacroblocks()[address];
+  const auto readRef = [this, &reader, &mb](int list, int x, int y, int w, int h) -> int {
     const uint32_t references = m_Header->numRefIdxActive[list];
-    const uint32_t value = references <= 1 ? 0 : reader.ReadTE(references - 1);
-    return value < references && m_Lists[list].pictures[value] != nullptr ? static_cast<int>(value)
-                                                                          : -1;
+    const uint32_t value = ReadRefIdx(reader, list, x, y);
+    if (value >= references || m_Lists[list].pictures[value] == nullptr) {
+      return -1;
+    }
+    for (int j = y; j < y + h; j += 2) {
+      for (int i = x; i < x + w; i += 2) {
+        mb.refIdx[list][i / 2 + 2 * (j / 2)] = static_cast<int8_t>(value);
+      }
+    }
+    return static_cast<int>(value);
   };
   if (mbType == 0) {
     // B_Direct_16x16.
+    mb.directBlocks = 15;
+    mb.direct16x16 = true;
     if (!PredictDirect(address, 15)) {
       return false;
     }
@@ -449,7 +470,8 @@ bool CmSliceDecoder::DecodeBMacroblock(CmBitReader& reader, uint32_t mbType, uin
     for (int list = 0; list < 2; ++list) {
       for (int p = 0; p < parts; ++p) {
         if ((predictions[p] & (1 << list)) != 0) {
-          refs[list][p] = readRef(list);
+          refs[list][p] = readRef(list, type.shape == 2 ? 2 * p : 0, type.shape == 1 ? 2 * p : 0,
+                                  w, h);
           if (refs[list][p] < 0) {
             return false;
           }
@@ -468,8 +490,11 @@ bool CmSliceDecoder::DecodeBMacroblock(CmBitReader& reader, uint32_t mbType, uin
           PredictMotionVector(
               address, list, x, y, w, h, refs[list][p],
               type.shape == 1 ? Shape16x8 : (type.shape == 2 ? Shape8x16 : ShapeOther), mvp);
-          mvs[list][p][0] = static_cast<int16_t>(mvp[0] + reader.ReadSE());
-          mvs[list][p][1] = static_cast<int16_t>(mvp[1] + reader.ReadSE());
+          const int32_t dx = ReadMvd(reader, list, 0, x, y);
+          const int32_t dy = ReadMvd(reader, list, 1, x, y);
+          SetMvd(list, x, y, w, h, dx, dy);
+          mvs[list][p][0] = static_cast<int16_t>(mvp[0] + dx);
+          mvs[list][p][1] = static_cast<int16_t>(mvp[1] + dy);
         }
         SetMotion(address, list, x, y, w, h, refs[list][p], mvs[list][p]);
         MarkKnown(x, y, w, h);
@@ -481,11 +506,13 @@ bool CmSliceDecoder::DecodeBMacroblock(CmBitReader& reader, uint32_t mbType, uin
   // B_8x8.
   uint32_t subTypes[4];
   bool allSubBlocks8x8 = true;
-  for (uint32_t& type : subTypes) {
-    type = reader.ReadUE();
+  for (int b8 = 0; b8 < 4; ++b8) {
+    uint32_t& type = subTypes[b8];
+    type = ReadSubMbType(reader);
     if (type > 12) {
       return false;
     }
+    mb.directBlocks = static_cast<uint8_t>(mb.directBlocks | (type == 0 ? 1 << b8 : 0));
     allSubBlocks8x8 =
         allSubBlocks8x8 && (type == 0 ? m_Sps->direct8x8Inference
                                       : BSubTypes[type].width == 2 && BSubTypes[type].height == 2);
@@ -494,7 +521,7 @@ bool CmSliceDecoder::DecodeBMacroblock(CmBitReader& reader, uint32_t mbType, uin
   for (int list = 0; list < 2; ++list) {
     for (int b8 = 0; b8 < 4; ++b8) {
       if (subTypes[b8] != 0 && (BSubTypes[subTypes[b8]].prediction & (1 << list)) != 0) {
-        refs[list][b8] = readRef(list);
+        refs[list][b8] = readRef(list, 2 * (b8 % 2), 2 * (b8 / 2), 2, 2);
         if (refs[list][b8] < 0) {
           return false;
         }
@@ -526,8 +553,11 @@ bool CmSliceDecoder::DecodeBMacroblock(CmBitReader& reader, uint32_t mbType, uin
             int16_t mvp[2];
             PredictMotionVector(address, list, x, y, sub.width, sub.height, refs[list][b8],
                                 ShapeOther, mvp);
-            mv[0] = static_cast<int16_t>(mvp[0] + reader.ReadSE());
-            mv[1] = static_cast<int16_t>(mvp[1] + reader.ReadSE());
+            const int32_t dx = ReadMvd(reader, list, 0, x, y);
+            const int32_t dy = ReadMvd(reader, list, 1, x, y);
+            SetMvd(list, x, y, sub.width, sub.height, dx, dy);
+            mv[0] = static_cast<int16_t>(mvp[0] + dx);
+            mv[1] = static_cast<int16_t>(mvp[1] + dy);
           }
           SetMotion(address, list, x, y, sub.width, sub.height, refs[list][b8], mv);
           MarkKnown(x, y, sub.width, sub.height);
@@ -542,25 +572,24 @@ bool CmSliceDecoder::DecodeBMacroblock(CmBitReader& reader, uint32_t mbType, uin
 bool CmSliceDecoder::ReadInterResidualAndReconstruct(CmBitReader& reader, uint32_t address,
                                                      bool allowTransform8x8) {
   SmMacroblockInfo& mb = m_Picture->GetMacroblocks()[address];
-  const uint32_t codeNum = reader.ReadUE();
-  const bool monochrome = m_Sps->GetChromaArrayType() == 0;
-  if (codeNum >= (monochrome ? 16u : 48u)) {
+  const int coded = ReadCbp(reader, false);
+  if (coded < 0) {
     return false;
   }
-  const uint8_t cbp = monochrome ? InterCbpMonochrome[codeNum] : InterCbp[codeNum];
+  const uint8_t cbp = static_cast<uint8_t>(coded);
   mb.cbp = cbp;
   if ((cbp & 15) != 0 && m_Pps->transform8x8Mode && allowTransform8x8) {
-    mb.transform8x8 = reader.ReadFlag();
+    mb.transform8x8 = ReadTransform8x8Flag(reader);
   }
   if (cbp != 0) {
-    const int32_t delta = reader.ReadSE();
-    if (delta < -26 || delta > 25) {
+    int32_t delta = 0;
+    if (!ReadQpDelta(reader, delta)) {
       return false;
     }
     m_Qp = (m_Qp + delta + 52) % 52;
   }
   mb.qp = static_cast<int8_t>(m_Qp);
-  if (!ReadResidual(reader, address, false, cbp) || reader.IsOverrun()) {
+  if (!ReadResidualAny(reader, address, false, cbp) || IsOverrun(reader)) {
     return false;
   }
   PredictInter(address);

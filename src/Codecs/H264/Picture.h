@@ -28,6 +28,17 @@ struct SmMacroblockInfo {
   int16_t mv[2][16][2] = {};
   int8_t refIdx[2][4] = {{-1, -1, -1, -1}, {-1, -1, -1, -1}};
   uint32_t refPicture[2][4] = {};
+  // What the context modelling of CABAC reads from neighbours: the size of
+  // each motion vector difference per list, 4x4 block and component (held
+  // to 127, enough for its thresholds), whether the luma DC and the two
+  // chroma DC blocks had coefficients (bits 0 to 2), the chroma prediction
+  // mode, and which 8x8 blocks took direct prediction (all four for
+  // B_Skip and B_Direct_16x16, which direct16x16 tells apart).
+  uint8_t mvd[2][16][2] = {};
+  uint8_t codedDc = 0;
+  uint8_t chromaPredMode = 0;
+  uint8_t directBlocks = 0;
+  bool direct16x16 = false;
 };
 
 enum SmMacroblockKind : uint8_t {

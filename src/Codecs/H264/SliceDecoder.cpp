@@ -22,6 +22,11 @@ constexpr uint8_t IntraCbp[48] = {47, 31, 15, 0,  23, 27, 29, 30, 7,  11, 13, 14
                                   16, 3,  5,  10, 12, 19, 21, 26, 28, 35, 37, 42, 44, 1,  2,  4,
                                   8,  17, 18, 20, 24, 6,  9,  22, 25, 32, 33, 34, 36, 40, 38, 41};
 constexpr uint8_t IntraCbpMonochrome[16] = {15, 0, 7, 11, 13, 14, 3, 5, 10, 12, 1, 2, 4, 8, 6, 9};
+// And of inter macroblocks.
+constexpr uint8_t InterCbp[48] = {0,  16, 1,  2,  4,  8,  32, 3,  5,  10, 12, 15, 47, 7,  11, 13,
+                                  14, 6,  9,  31, 35, 37, 42, 44, 33, 34, 36, 40, 39, 43, 45, 46,
+                                  17, 18, 20, 24, 19, 21, 26, 28, 23, 27, 29, 30, 22, 25, 38, 41};
+constexpr uint8_t InterCbpMonochrome[16] = {0, 1, 2, 4, 8, 3, 5, 10, 12, 15, 7, 11, 13, 14, 6, 9};
 
 } // namespace
 
@@ -136,6 +141,27 @@ bool CmSliceDecoder::ReadPcm(CmBitReader& reader, uint32_t address) {
   return !reader.IsOverrun();
 }
 
+int CmSliceDecoder::ReadCbp(CmBitReader& reader, bool intra) {
+  if (m_UseCabac) {
+    return ReadCbpCabac();
+  }
+  const uint32_t codeNum = reader.ReadUE();
+  const bool monochrome = m_Sps->GetChromaArrayType() == 0;
+  if (codeNum >= (monochrome ? 16u : 48u)) {
+    return -1;
+  }
+  if (intra) {
+    return monochrome ? IntraCbpMonochrome[codeNum] : IntraCbp[codeNum];
+  }
+  return monochrome ? InterCbpMonochrome[codeNum] : InterCbp[codeNum];
+}
+
+bool CmSliceDecoder::ReadResidualAny(CmBitReader& reader, uint32_t address, bool intra16x16,
+                                     uint8_t cbp) {
+  return m_UseCabac ? ReadResidualCabac(intra16x16, cbp)
+                    : ReadResidual(reader, address, intra16x16, cbp);
+}
+
 bool CmSliceDecoder::ReadResidual(CmBitReader& reader, uint32_t address, bool intra16x16,
                                   uint8_t cbp) {
   SmMacroblockInfo& mb = m_Picture->GetMacroblocks()[address];
@@ -205,7 +231,7 @@ bool CmSliceDecoder::DecodeIntraMacroblock(CmBitReader& reader, uint32_t mbType,
   mb = SmMacroblockInfo();
   mb.slice = m_Slice;
   if (mbType == 25) {
-    return ReadPcm(reader, address);
+    return m_UseCabac ? ReadPcmCabac(reader) : ReadPcm(reader, address);
   }
   const bool intra16x16 = mbType >= 1;
   int intra16x16Mode = 0;
@@ -216,7 +242,7 @@ bool CmSliceDecoder::DecodeIntraMacroblock(CmBitReader& reader, uint32_t mbType,
     cbp = static_cast<uint8_t>(((mbType - 1) / 4 % 3) << 4 | (mbType >= 13 ? 15 : 0));
     std::fill(std::begin(mb.intraModes), std::end(mb.intraModes), int8_t{2});
   } else {
-    mb.transform8x8 = m_Pps->transform8x8Mode && reader.ReadFlag();
+    mb.transform8x8 = m_Pps->transform8x8Mode && ReadTransform8x8Flag(reader);
     mb.kind = mb.transform8x8 ? MbI8x8 : MbI4x4;
     const int step = mb.transform8x8 ? 4 : 1;
     for (int blk = 0; blk < 16; blk += step) {
@@ -224,8 +250,8 @@ bool CmSliceDecoder::DecodeIntraMacroblock(CmBitReader& reader, uint32_t mbType,
       const int y = BlockY[blk];
       const int predicted = PredictIntraMode(address, x, y);
       int mode = predicted;
-      if (!reader.ReadFlag()) {
-        const int remaining = static_cast<int>(reader.ReadBits(3));
+      if (!ReadPrevIntraPredFlag(reader)) {
+        const int remaining = ReadRemIntraPred(reader);
         mode = remaining < predicted ? remaining : remaining + 1;
       }
       for (int sub = 0; sub < step; ++sub) {
@@ -235,30 +261,30 @@ bool CmSliceDecoder::DecodeIntraMacroblock(CmBitReader& reader, uint32_t mbType,
   }
   int chromaMode = 0;
   if (m_Sps->GetChromaArrayType() == 1) {
-    const uint32_t value = reader.ReadUE();
+    const uint32_t value = ReadChromaPredMode(reader);
     if (value > 3) {
       return false;
     }
     chromaMode = static_cast<int>(value);
+    mb.chromaPredMode = static_cast<uint8_t>(value);
   }
   if (!intra16x16) {
-    const uint32_t codeNum = reader.ReadUE();
-    const bool monochrome = m_Sps->GetChromaArrayType() == 0;
-    if (codeNum >= (monochrome ? 16u : 48u)) {
+    const int coded = ReadCbp(reader, true);
+    if (coded < 0) {
       return false;
     }
-    cbp = monochrome ? IntraCbpMonochrome[codeNum] : IntraCbp[codeNum];
+    cbp = static_cast<uint8_t>(coded);
   }
   mb.cbp = cbp;
   if (cbp != 0 || intra16x16) {
-    const int32_t delta = reader.ReadSE();
-    if (delta < -26 || delta > 25) {
+    int32_t delta = 0;
+    if (!ReadQpDelta(reader, delta)) {
       return false;
     }
     m_Qp = (m_Qp + delta + 52) % 52;
   }
   mb.qp = static_cast<int8_t>(m_Qp);
-  if (!ReadResidual(reader, address, intra16x16, cbp) || reader.IsOverrun()) {
+  if (!ReadResidualAny(reader, address, intra16x16, cbp) || IsOverrun(reader)) {
     return false;
   }
   ReconstructIntra(address, intra16x16Mode, chromaMode);
@@ -405,8 +431,8 @@ CmSliceDecoder::SmResult CmSliceDecoder::Decode(CmBitReader& reader, const SmSli
                                                 uint32_t sliceNumber, CmPicture& picture,
                                                 const SmReferenceList* lists,
                                                 const std::vector<uint8_t>* sliceGroups) {
-  // CABAC is not decoded yet, nor switching slices.
-  if (pps.entropyCodingMode || header.sliceType == SliceSP || header.sliceType == SliceSI) {
+  // Switching slices are not decoded yet.
+  if (header.sliceType == SliceSP || header.sliceType == SliceSI) {
     return Unsupported;
   }
   const bool p = header.sliceType == SliceP;
@@ -436,6 +462,10 @@ CmSliceDecoder::SmResult CmSliceDecoder::Decode(CmBitReader& reader, const SmSli
     return Damaged;
   }
   // Macroblocks follow each other within the slice's slice group.
+  m_UseCabac = pps.entropyCodingMode;
+  if (m_UseCabac) {
+    return DecodeCabacSlice(reader, count, sliceGroups);
+  }
   const auto next = [sliceGroups](uint32_t address) {
     return sliceGroups != nullptr ? NextMacroblockAddress(*sliceGroups, address) : address + 1;
   };

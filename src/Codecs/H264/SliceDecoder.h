@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "Codecs/H264/BitReader.h"
+#include "Codecs/H264/CabacDecoder.h"
 #include "Codecs/H264/ParameterSets.h"
 #include "Codecs/H264/Picture.h"
 #include "Codecs/H264/Reconstruction.h"
@@ -11,8 +12,10 @@
 
 namespace NmH264 {
 
-// Decodes the macroblocks of one slice into its picture: parsing (CAVLC
-// for now) and reconstruction, macroblock by macroblock.
+// Decodes the macroblocks of one slice into its picture: parsing (CAVLC or
+// CABAC) and reconstruction, macroblock by macroblock. Both entropy coders
+// sit behind the same reads of syntax elements, so that the macroblock
+// semantics exist once.
 class CmSliceDecoder {
 public:
   enum SmResult { Decoded, Damaged, Unsupported };
@@ -34,6 +37,49 @@ private:
     const SmMacroblockInfo* topRight; // C
     const SmMacroblockInfo* topLeft;  // D
   };
+
+  // The syntax elements that both entropy coders carry; the CAVLC reads
+  // take the bits from reader, the CABAC ones from the arithmetic decoder.
+  uint32_t ReadSubMbType(CmBitReader& reader);
+  // ref_idx of the partition whose top left 4x4 block is (x, y).
+  uint32_t ReadRefIdx(CmBitReader& reader, int list, int x, int y);
+  int32_t ReadMvd(CmBitReader& reader, int list, int component, int x, int y);
+  // Keeps the sizes of a partition's vector differences for the contexts
+  // of the partitions after it.
+  void SetMvd(int list, int x, int y, int width, int height, int32_t dx, int32_t dy);
+  bool ReadTransform8x8Flag(CmBitReader& reader);
+  bool ReadPrevIntraPredFlag(CmBitReader& reader);
+  int ReadRemIntraPred(CmBitReader& reader);
+  uint32_t ReadChromaPredMode(CmBitReader& reader);
+  // coded_block_pattern; -1 for a code that names none.
+  int ReadCbp(CmBitReader& reader, bool intra);
+  // False for a difference outside the range of the quantiser.
+  bool ReadQpDelta(CmBitReader& reader, int32_t& delta);
+  bool ReadResidualAny(CmBitReader& reader, uint32_t address, bool intra16x16, uint8_t cbp);
+  bool IsOverrun(const CmBitReader& reader) const {
+    return m_UseCabac ? m_Cabac.IsOverrun() : reader.IsOverrun();
+  }
+
+  // CABAC only.
+  SmResult DecodeCabacSlice(CmBitReader& reader, uint32_t count,
+                            const std::vector<uint8_t>* sliceGroups);
+  int Decision(int ctxIdx);
+  uint32_t ReadMbTypeCabac();
+  uint32_t ReadIntraMbTypeCabac(bool intraSlice);
+  int ReadCbpCabac();
+  // One residual block of the given category; codedInc is the context
+  // increment of its coded_block_flag, or -1 where the block has none.
+  // Returns the number of non-zero levels, or -1 for damage.
+  int ReadBlockCabac(int category, int codedInc, int maxNumCoeff, int16_t* levels);
+  template <typename Coded>
+  int CodedBlockIncrement(const SmMacroblockInfo* a, const SmMacroblockInfo* b,
+                          const Coded& coded) const;
+  bool ReadResidualCabac(bool intra16x16, uint8_t cbp);
+  bool ReadPcmCabac(CmBitReader& reader);
+  // The macroblock that holds 4x4 block (x, y) of the current one's
+  // coordinates (-1 to 3) and the block's place in it; null when that
+  // macroblock is not available.
+  const SmMacroblockInfo* LocateBlock(int x, int y, int& bx, int& by) const;
 
   bool DecodeIntraMacroblock(CmBitReader& reader, uint32_t mbType, uint32_t address);
   bool DecodeInterMacroblock(CmBitReader& reader, uint32_t mbType, uint32_t address);
@@ -87,6 +133,19 @@ private:
   uint16_t m_KnownBlocks = 0;
   int m_Qp = 0;
   SmLevelScale m_LevelScale;
+
+  bool m_UseCabac = false;
+  CmCabacDecoder m_Cabac;
+  uint8_t m_Contexts[1024];
+  // The current macroblock and its neighbours A and B, when available.
+  uint32_t m_Address = 0;
+  const SmMacroblockInfo* m_MbA = nullptr;
+  const SmMacroblockInfo* m_MbB = nullptr;
+  // Whether the previous and the current macroblock of the slice changed
+  // the quantiser.
+  bool m_PrevQpDeltaNonZero = false;
+  bool m_QpDeltaNonZero = false;
+  bool m_Damaged = false;
 
   // The current macroblock's coefficients in raster order per block.
   int16_t m_Levels[16][16]; // luma levels as read, in scan order, by block index

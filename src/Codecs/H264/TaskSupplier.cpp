@@ -244,7 +244,7 @@ void TaskSupplier::AddSlice(uint8_t nalHeader, std::vector<uint8_t>&& rbsp, doub
   // Coding that this decoder does not decode yet gives no picture, never a
   // wrong one, and the caller hears of it.
   if (parsed == ParseUnsupported ||
-      (parsed == ParseOk && (sps->unsupported || pps->entropyCodingMode))) {
+      (parsed == ParseOk && sps->unsupported)) {
     m_Unsupported = true;
     return;
   }

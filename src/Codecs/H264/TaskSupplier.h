@@ -63,7 +63,7 @@ public:
   void Flush();
   bool IsStalled() const { return m_Stalled; }
   // Whether slices came since the last call that use coding this decoder
-  // does not decode yet (CABAC, fields, more than 8 bits, 4:2:2, 4:4:4):
+  // does not decode yet (fields, more than 8 bits, 4:2:2, 4:4:4):
   // they were dropped.
   bool TakeUnsupported() { return std::exchange(m_Unsupported, false); }
   // The frame to show next, marked as output; null when none may leave yet

@@ -1,0 +1,124 @@
+#pragma once
+
+#include <array>
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+namespace NmH264 {
+
+// The binary arithmetic decoding engine of context-adaptive binary
+// arithmetic coding. A context is one byte: pStateIdx << 1 | valMPS.
+//
+// codIOffset is kept scaled: m_Value holds it shifted left by m_Available,
+// with the next m_Available bits of the stream below it. Renormalising is
+// then only a smaller shift, and comparisons shift the range instead of
+// the offset; the window is refilled four bytes at a time.
+class CmCabacDecoder {
+public:
+  // Starts the engine at byte offset `start` of data (the slice data after
+  // cabac_alignment_one_bit, or the byte after I_PCM samples).
+  void Start(const uint8_t* data, size_t size, size_t start);
+
+  int DecodeDecision(uint8_t& context) {
+    Refill();
+    const unsigned state = context >> 1;
+    const uint32_t lps = RangeTabLps[state][(m_Range >> 6) & 3];
+    m_Range -= lps;
+    const uint64_t scaledRange = uint64_t{m_Range} << m_Available;
+    int bin;
+    if (m_Value < scaledRange) {
+      bin = context & 1;
+      context = TransitionMps[context];
+      if (m_Range < 256) {
+        m_Range <<= 1;
+        --m_Available;
+      }
+    } else {
+      m_Value -= scaledRange;
+      bin = (context & 1) ^ 1;
+      context = TransitionLps[context];
+      const int shift = std::countl_zero(lps) - 23;
+      m_Range = lps << shift;
+      m_Available -= shift;
+    }
+    return bin;
+  }
+
+  int DecodeBypass() {
+    Refill();
+    --m_Available;
+    const uint64_t scaledRange = uint64_t{m_Range} << m_Available;
+    if (m_Value >= scaledRange) {
+      m_Value -= scaledRange;
+      return 1;
+    }
+    return 0;
+  }
+
+  // The bin of end_of_slice_flag and of the I_PCM choice in mb_type; after
+  // a 1 the engine has read exactly up to the last bit the encoder flushed.
+  int DecodeTerminate() {
+    Refill();
+    m_Range -= 2;
+    const uint64_t scaledRange = uint64_t{m_Range} << m_Available;
+    if (m_Value >= scaledRange) {
+      return 1;
+    }
+    if (m_Range < 256) {
+      m_Range <<= 1;
+      --m_Available;
+    }
+    return 0;
+  }
+
+  // The position, in bits from the start of the data, that the standard's
+  // bit-serial engine would have reached.
+  size_t GetBitPosition() const { return m_Next * 8 - static_cast<size_t>(m_Available); }
+  // Whether the engine has read beyond the end of its data.
+  bool IsOverrun() const { return GetBitPosition() > m_Size * 8; }
+
+  static const uint8_t RangeTabLps[64][4];
+  // Both transitions indexed by the whole context byte.
+  static const std::array<uint8_t, 128> TransitionMps;
+  static const std::array<uint8_t, 128> TransitionLps;
+
+private:
+  void Refill() {
+    if (m_Available < 16) {
+      uint32_t word = 0;
+      if (m_Next + 4 <= m_Size) {
+        std::memcpy(&word, m_Data + m_Next, 4);
+        if constexpr (std::endian::native == std::endian::little) {
+          word = __builtin_bswap32(word);
+        }
+      } else {
+        for (size_t i = 0; i < 4; ++i) {
+          word = word << 8 | (m_Next + i < m_Size ? m_Data[m_Next + i] : 0u);
+        }
+      }
+      m_Next += 4;
+      m_Value = m_Value << 32 | word;
+      m_Available += 32;
+    }
+  }
+
+  const uint8_t* m_Data = nullptr;
+  size_t m_Size = 0;
+  size_t m_Next = 0;
+  uint64_t m_Value = 0;
+  int m_Available = 0;
+  uint32_t m_Range = 510;
+};
+
+// The initial state of context ctxIdx for a slice: initIdc 0 to 2 for the
+// cabac_init_idc of P and B slices, 3 for I slices. Only the contexts of
+// frame macroblocks of 4:2:0 and 4:0:0 are known (0 to 276 and 399 to
+// 435); the others start as if m and n were 0.
+void InitialiseCabacContexts(uint8_t* contexts, int initIdc, int sliceQp);
+
+// The m and n of a context, for tests.
+void GetCabacInitValues(int ctxIdx, int initIdc, int& m, int& n);
+
+} // namespace NmH264

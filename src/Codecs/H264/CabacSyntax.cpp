@@ -1,0 +1,592 @@
+// The syntax elements of macroblocks as CABAC codes them: binarisations and
+// the choice of context from the neighbours; the slice loop of CABAC.
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+
+#include "Codecs/H264/SliceDecoder.h"
+#include "Codecs/H264/SliceGroupMap.h"
+
+namespace NmH264 {
+
+namespace {
+
+// Context index offsets of the syntax elements.
+constexpr int CtxMbTypeI = 3, CtxSkipP = 11, CtxMbTypeP = 14, CtxMbTypeIntraP = 17,
+              CtxSubTypeP = 21, CtxSkipB = 24, CtxMbTypeB = 27, CtxMbTypeIntraB = 32,
+              CtxSubTypeB = 36, CtxMvdX = 40, CtxMvdY = 47, CtxRefIdx = 54, CtxQpDelta = 60,
+              CtxChromaMode = 64, CtxPrevIntraMode = 68, CtxRemIntraMode = 69, CtxCbpLuma = 73,
+              CtxCbpChroma = 77, CtxTransform8x8 = 399;
+
+// Per block category (luma DC, luma AC, luma 4x4, chroma DC, chroma AC,
+// luma 8x8): where its coded_block_flag, significance maps and levels
+// start among the contexts.
+constexpr int CtxCodedBlock[5] = {85, 89, 93, 97, 101};
+constexpr int CtxSignificant[6] = {105, 120, 134, 149, 152, 402};
+constexpr int CtxLast[6] = {166, 181, 195, 210, 213, 417};
+constexpr int CtxLevel[6] = {227, 237, 247, 257, 266, 426};
+
+// ctxIdxInc of significant_coeff_flag and last_significant_coeff_flag in
+// the 8x8 blocks of frame macroblocks, by scanning position.
+constexpr uint8_t Significant8x8[63] = {
+    0,  1,  2,  3,  4,  5,  5,  4,  4,  3,  3,  4,  4,  4,  5,  5,  4,  4,  4,  4,  3,
+    3,  6,  7,  7,  7,  8,  9,  10, 9,  8,  7,  7,  6,  11, 12, 13, 11, 6,  7,  8,  9,
+    14, 10, 9,  8,  6,  11, 12, 13, 11, 6,  9,  14, 10, 9,  11, 12, 13, 11, 14, 10, 12};
+constexpr uint8_t Last8x8[63] = {0, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 2, 2, 2, 2, 2,
+                                 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 3, 3, 3, 3, 3, 3, 3, 3, 4, 4,
+                                 4, 4, 4, 4, 4, 4, 5, 5, 5, 5, 6, 6, 6, 6, 7, 7, 7, 7, 8, 8, 8};
+
+constexpr uint8_t BlockX[16] = {0, 1, 0, 1, 2, 3, 2, 3, 0, 1, 0, 1, 2, 3, 2, 3};
+constexpr uint8_t BlockY[16] = {0, 0, 1, 1, 0, 0, 1, 1, 2, 2, 3, 3, 2, 2, 3, 3};
+
+} // namespace
+
+const SmMacroblockInfo* CmSliceDecoder::LocateBlock(int x, int y, int& bx, int& by) const {
+  bx = (x + 4) % 4;
+  by = (y + 4) % 4;
+  if (x >= 0 && y >= 0) {
+    return m_Picture->GetMacroblocks() + m_Address;
+  }
+  return x < 0 ? m_MbA : m_MbB;
+}
+
+int CmSliceDecoder::Decision(int ctxIdx) {
+  return m_Cabac.DecodeDecision(m_Contexts[ctxIdx]);
+}
+
+uint32_t CmSliceDecoder::ReadIntraMbTypeCabac(bool intraSlice) {
+  // I slices choose the first bin's context by the neighbours and have
+  // contexts of their own for the rest; P and B slices use one context
+  // per bin position.
+  int first = CtxMbTypeIntraP, luma = 0, chroma = 0, chroma2 = 0, mode = 0, mode2 = 0;
+  if (intraSlice) {
+    const auto notNxN = [](const SmMacroblockInfo* n) {
+      return n != nullptr && n->kind != MbI4x4 && n->kind != MbI8x8 ? 1 : 0;
+    };
+    first = CtxMbTypeI + notNxN(m_MbA) + notNxN(m_MbB);
+    luma = CtxMbTypeI + 3, chroma = CtxMbTypeI + 4, chroma2 = CtxMbTypeI + 5;
+    mode = CtxMbTypeI + 6, mode2 = CtxMbTypeI + 7;
+  } else {
+    const int base = m_Header->sliceType == SliceB ? CtxMbTypeIntraB : CtxMbTypeIntraP;
+    first = base;
+    luma = base + 1, chroma = base + 2, chroma2 = base + 2, mode = base + 3, mode2 = base + 3;
+  }
+  if (Decision(first) == 0) {
+    return 0; // I_NxN
+  }
+  if (m_Cabac.DecodeTerminate() != 0) {
+    return 25; // I_PCM
+  }
+  const uint32_t codedLuma = static_cast<uint32_t>(Decision(luma));
+  uint32_t codedChroma = static_cast<uint32_t>(Decision(chroma));
+  if (codedChroma != 0) {
+    codedChroma += static_cast<uint32_t>(Decision(chroma2));
+  }
+  uint32_t predMode = static_cast<uint32_t>(Decision(mode)) << 1;
+  predMode |= static_cast<uint32_t>(Decision(mode2));
+  return 1 + predMode + 4 * codedChroma + 12 * codedLuma;
+}
+
+uint32_t CmSliceDecoder::ReadMbTypeCabac() {
+  if (m_Header->sliceType == SliceI) {
+    return ReadIntraMbTypeCabac(true);
+  }
+  if (m_Header->sliceType == SliceP) {
+    if (Decision(CtxMbTypeP) != 0) {
+      return 5 + ReadIntraMbTypeCabac(false);
+    }
+    if (Decision(CtxMbTypeP + 1) == 0) {
+      return Decision(CtxMbTypeP + 2) != 0 ? 3 : 0; // P_8x8 or P_L0_16x16
+    }
+    return Decision(CtxMbTypeP + 3) != 0 ? 1 : 2; // 16x8 or 8x16
+  }
+  const auto notDirect = [](const SmMacroblockInfo* n) {
+    return n != nullptr && n->kind != MbSkip && !n->direct16x16 ? 1 : 0;
+  };
+  if (Decision(CtxMbTypeB + notDirect(m_MbA) + notDirect(m_MbB)) == 0) {
+    return 0; // B_Direct_16x16
+  }
+  if (Decision(CtxMbTypeB + 3) == 0) {
+    return 1 + static_cast<uint32_t>(Decision(CtxMbTypeB + 5));
+  }
+  uint32_t bits = static_cast<uint32_t>(Decision(CtxMbTypeB + 4)) << 3;
+  bits |= static_cast<uint32_t>(Decision(CtxMbTypeB + 5)) << 2;
+  bits |= static_cast<uint32_t>(Decision(CtxMbTypeB + 5)) << 1;
+  bits |= static_cast<uint32_t>(Decision(CtxMbTypeB + 5));
+  if (bits < 8) {
+    return bits + 3;
+  }
+  if (bits == 13) {
+    return 23 + ReadIntraMbTypeCabac(false);
+  }
+  if (bits == 14) {
+    return 11;
+  }
+  if (bits == 15) {
+    return 22; // B_8x8
+  }
+  bits = bits << 1 | static_cast<uint32_t>(Decision(CtxMbTypeB + 5));
+  return bits - 4;
+}
+
+uint32_t CmSliceDecoder::ReadSubMbType(CmBitReader& reader) {
+  if (!m_UseCabac) {
+    return reader.ReadUE();
+  }
+  if (m_Header->sliceType == SliceP) {
+    if (Decision(CtxSubTypeP) != 0) {
+      return 0;
+    }
+    if (Decision(CtxSubTypeP + 1) == 0) {
+      return 1;
+    }
+    return Decision(CtxSubTypeP + 2) != 0 ? 2 : 3;
+  }
+  if (Decision(CtxSubTypeB) == 0) {
+    return 0;
+  }
+  if (Decision(CtxSubTypeB + 1) == 0) {
+    return 1 + static_cast<uint32_t>(Decision(CtxSubTypeB + 3));
+  }
+  uint32_t type = 3;
+  if (Decision(CtxSubTypeB + 2) != 0) {
+    if (Decision(CtxSubTypeB + 3) != 0) {
+      return 11 + static_cast<uint32_t>(Decision(CtxSubTypeB + 3));
+    }
+    type += 4;
+  }
+  type += 2 * static_cast<uint32_t>(Decision(CtxSubTypeB + 3));
+  type += static_cast<uint32_t>(Decision(CtxSubTypeB + 3));
+  return type;
+}
+
+uint32_t CmSliceDecoder::ReadRefIdx(CmBitReader& reader, int list, int x, int y) {
+  const uint32_t references = m_Header->numRefIdxActive[list];
+  if (references <= 1) {
+    return 0;
+  }
+  if (!m_UseCabac) {
+    return reader.ReadTE(references - 1);
+  }
+  // A neighbour counts when it refers beyond the first picture of the list
+  // by an index of its own, not one that direct prediction derived.
+  const auto beyondFirst = [this, list](int nx, int ny) {
+    int bx = 0, by = 0;
+    const SmMacroblockInfo* n = LocateBlock(nx, ny, bx, by);
+    if (n == nullptr || n->kind == MbSkip || IsIntra(n->kind)) {
+      return 0;
+    }
+    const int b8 = bx / 2 + 2 * (by / 2);
+    return (n->directBlocks >> b8 & 1) == 0 && n->refIdx[list][b8] > 0 ? 1 : 0;
+  };
+  const int increment = beyondFirst(x - 1, y) + 2 * beyondFirst(x, y - 1);
+  if (Decision(CtxRefIdx + increment) == 0) {
+    return 0;
+  }
+  uint32_t value = 1;
+  while (Decision(CtxRefIdx + (value == 1 ? 4 : 5)) != 0) {
+    if (++value >= references) {
+      return value; // beyond the list: the caller refuses it
+    }
+  }
+  return value;
+}
+
+int32_t CmSliceDecoder::ReadMvd(CmBitReader& reader, int list, int component, int x, int y) {
+  if (!m_UseCabac) {
+    return reader.ReadSE();
+  }
+  const auto size = [this, list, component](int nx, int ny) {
+    int bx = 0, by = 0;
+    const SmMacroblockInfo* n = LocateBlock(nx, ny, bx, by);
+    if (n == nullptr || n->kind == MbSkip || IsIntra(n->kind)) {
+      return 0;
+    }
+    return static_cast<int>(n->mvd[list][bx + 4 * by][component]);
+  };
+  const int sum = size(x - 1, y) + size(x, y - 1);
+  const int base = component == 0 ? CtxMvdX : CtxMvdY;
+  if (Decision(base + (sum < 3 ? 0 : (sum > 32 ? 2 : 1))) == 0) {
+    return 0;
+  }
+  int32_t value = 1;
+  while (value < 9 && Decision(base + std::min(value + 2, 6)) != 0) {
+    ++value;
+  }
+  if (value >= 9) {
+    // Exp-Golomb suffix of order 3, in bypass bins.
+    int k = 3;
+    while (m_Cabac.DecodeBypass() != 0) {
+      value += 1 << k;
+      if (++k > 24) {
+        m_Damaged = true;
+        return 0;
+      }
+    }
+    while (k-- > 0) {
+      value += m_Cabac.DecodeBypass() << k;
+    }
+  }
+  return m_Cabac.DecodeBypass() != 0 ? -value : value;
+}
+
+void CmSliceDecoder::SetMvd(int list, int x, int y, int width, int height, int32_t dx,
+                            int32_t dy) {
+  SmMacroblockInfo& mb = m_Picture->GetMacroblocks()[m_Address];
+  const uint8_t sizes[2] = {static_cast<uint8_t>(std::min(std::abs(dx), 127)),
+                            static_cast<uint8_t>(std::min(std::abs(dy), 127))};
+  for (int j = y; j < y + height; ++j) {
+    for (int i = x; i < x + width; ++i) {
+      mb.mvd[list][i + 4 * j][0] = sizes[0];
+      mb.mvd[list][i + 4 * j][1] = sizes[1];
+    }
+  }
+}
+
+bool CmSliceDecoder::ReadTransform8x8Flag(CmBitReader& reader) {
+  if (!m_UseCabac) {
+    return reader.ReadFlag();
+  }
+  const auto with8x8 = [](const SmMacroblockInfo* n) { return n != nullptr && n->transform8x8; };
+  return Decision(CtxTransform8x8 + with8x8(m_MbA) + with8x8(m_MbB)) != 0;
+}
+
+bool CmSliceDecoder::ReadPrevIntraPredFlag(CmBitReader& reader) {
+  return m_UseCabac ? Decision(CtxPrevIntraMode) != 0 : reader.ReadFlag();
+}
+
+int CmSliceDecoder::ReadRemIntraPred(CmBitReader& reader) {
+  if (!m_UseCabac) {
+    return static_cast<int>(reader.ReadBits(3));
+  }
+  // Least significant bin first.
+  int mode = Decision(CtxRemIntraMode);
+  mode |= Decision(CtxRemIntraMode) << 1;
+  mode |= Decision(CtxRemIntraMode) << 2;
+  return mode;
+}
+
+uint32_t CmSliceDecoder::ReadChromaPredMode(CmBitReader& reader) {
+  if (!m_UseCabac) {
+    return reader.ReadUE();
+  }
+  const auto predicted = [](const SmMacroblockInfo* n) {
+    return n != nullptr && IsIntra(n->kind) && n->kind != MbIPcm && n->chromaPredMode != 0 ? 1
+                                                                                            : 0;
+  };
+  if (Decision(CtxChromaMode + predicted(m_MbA) + predicted(m_MbB)) == 0) {
+    return 0;
+  }
+  if (Decision(CtxChromaMode + 3) == 0) {
+    return 1;
+  }
+  return Decision(CtxChromaMode + 3) != 0 ? 3 : 2;
+}
+
+int CmSliceDecoder::ReadCbpCabac() {
+  // Luma: a bin per 8x8 block, whose context counts the neighbouring 8x8
+  // blocks without coefficients. Missing neighbours and I_PCM count as
+  // coded, skipped ones as not.
+  int luma = 0;
+  for (int b8 = 0; b8 < 4; ++b8) {
+    const auto uncoded = [&](const SmMacroblockInfo* other, int inside, int otherB8) {
+      if (inside >= 0) {
+        return (luma >> inside & 1) == 0 ? 1 : 0;
+      }
+      return other != nullptr && (other->cbp >> otherB8 & 1) == 0 ? 1 : 0;
+    };
+    const int a = uncoded(m_MbA, b8 % 2 == 1 ? b8 - 1 : -1, b8 + 1);
+    const int b = uncoded(m_MbB, b8 >= 2 ? b8 - 2 : -1, b8 + 2);
+    luma |= Decision(CtxCbpLuma + a + 2 * b) << b8;
+  }
+  if (m_Sps->GetChromaArrayType() != 1 && m_Sps->GetChromaArrayType() != 2) {
+    return luma;
+  }
+  const auto chromaAtLeast = [](const SmMacroblockInfo* n, int value) {
+    return n != nullptr && (n->cbp >> 4) >= value ? 1 : 0;
+  };
+  int chroma = 0;
+  if (Decision(CtxCbpChroma + chromaAtLeast(m_MbA, 1) + 2 * chromaAtLeast(m_MbB, 1)) != 0) {
+    chroma = 1 + Decision(CtxCbpChroma + 4 + chromaAtLeast(m_MbA, 2) + 2 * chromaAtLeast(m_MbB, 2));
+  }
+  return luma | chroma << 4;
+}
+
+bool CmSliceDecoder::ReadQpDelta(CmBitReader& reader, int32_t& delta) {
+  if (!m_UseCabac) {
+    delta = reader.ReadSE();
+  } else {
+    delta = 0;
+    if (Decision(CtxQpDelta + (m_PrevQpDeltaNonZero ? 1 : 0)) != 0) {
+      uint32_t k = 1;
+      while (Decision(CtxQpDelta + (k == 1 ? 2 : 3)) != 0) {
+        if (++k > 52) {
+          return false;
+        }
+      }
+      delta = (k & 1) != 0 ? static_cast<int32_t>((k + 1) / 2) : -static_cast<int32_t>(k / 2);
+    }
+    m_QpDeltaNonZero = delta != 0;
+  }
+  return delta >= -26 && delta <= 25;
+}
+
+int CmSliceDecoder::ReadBlockCabac(int category, int codedInc, int maxNumCoeff, int16_t* levels) {
+  std::fill(levels, levels + maxNumCoeff, int16_t{0});
+  if (codedInc >= 0 && Decision(CtxCodedBlock[category] + codedInc) == 0) {
+    return 0;
+  }
+  uint8_t positions[64];
+  int count = 0;
+  const int sigBase = CtxSignificant[category], lastBase = CtxLast[category];
+  bool ended = false;
+  for (int i = 0; i < maxNumCoeff - 1; ++i) {
+    const int sigInc = category == 5 ? Significant8x8[i] : (category == 3 ? std::min(i, 2) : i);
+    if (Decision(sigBase + sigInc) != 0) {
+      positions[count++] = static_cast<uint8_t>(i);
+      const int lastInc = category == 5 ? Last8x8[i] : (category == 3 ? std::min(i, 2) : i);
+      if (Decision(lastBase + lastInc) != 0) {
+        ended = true;
+        break;
+      }
+    }
+  }
+  if (!ended) {
+    positions[count++] = static_cast<uint8_t>(maxNumCoeff - 1);
+  }
+  // Levels in reverse scanning order; the contexts count the levels of 1
+  // and those above 1 decoded so far.
+  const int levelBase = CtxLevel[category];
+  const int gt1Limit = category == 3 ? 3 : 4;
+  int greater = 0, ones = 0;
+  for (int k = count - 1; k >= 0; --k) {
+    int32_t level = 1;
+    if (Decision(levelBase + (greater != 0 ? 0 : std::min(4, 1 + ones))) != 0) {
+      const int context = levelBase + 5 + std::min(gt1Limit, greater);
+      int32_t prefix = 1;
+      while (prefix < 14 && Decision(context) != 0) {
+        ++prefix;
+      }
+      if (prefix >= 14) {
+        // Exp-Golomb suffix of order 0.
+        int bits = 0;
+        while (m_Cabac.DecodeBypass() != 0) {
+          prefix += 1 << bits;
+          if (++bits > 20) {
+            return -1;
+          }
+        }
+        while (bits-- > 0) {
+          prefix += m_Cabac.DecodeBypass() << bits;
+        }
+      }
+      level = prefix + 1;
+      ++greater;
+    } else {
+      ++ones;
+    }
+    const int32_t clamped = std::min<int32_t>(level, 32767);
+    levels[positions[k]] = static_cast<int16_t>(m_Cabac.DecodeBypass() != 0 ? -clamped : clamped);
+  }
+  return count;
+}
+
+template <typename Coded>
+int CmSliceDecoder::CodedBlockIncrement(const SmMacroblockInfo* a, const SmMacroblockInfo* b,
+                                        const Coded& coded) const {
+  const bool intra = IsIntra(m_Picture->GetMacroblocks()[m_Address].kind);
+  const auto term = [&](const SmMacroblockInfo* n, int which) {
+    if (n == nullptr) {
+      return intra ? 1 : 0;
+    }
+    if (n->kind == MbIPcm) {
+      return 1;
+    }
+    if (n->kind == MbSkip) {
+      return 0;
+    }
+    return coded(n, which) ? 1 : 0;
+  };
+  return term(a, 0) + 2 * term(b, 1);
+}
+
+bool CmSliceDecoder::ReadResidualCabac(bool intra16x16, uint8_t cbp) {
+  SmMacroblockInfo& mb = m_Picture->GetMacroblocks()[m_Address];
+  const SmMacroblockInfo* self = &mb;
+  mb.codedDc = 0;
+  if (intra16x16) {
+    const int inc = CodedBlockIncrement(m_MbA, m_MbB, [](const SmMacroblockInfo* n, int) {
+      return n->kind == MbI16x16 && (n->codedDc & 1) != 0;
+    });
+    const int count = ReadBlockCabac(0, inc, 16, m_DcLevels);
+    if (count < 0) {
+      return false;
+    }
+    mb.codedDc = count > 0 ? 1 : 0;
+  }
+  if (mb.transform8x8) {
+    for (int b8 = 0; b8 < 4; ++b8) {
+      int count = 0;
+      if ((cbp >> b8 & 1) != 0) {
+        count = ReadBlockCabac(5, -1, 64, m_Levels8x8[b8]);
+        if (count < 0) {
+          return false;
+        }
+      }
+      for (int sub = 0; sub < 4; ++sub) {
+        mb.totalCoeff[BlockX[4 * b8 + sub] + 4 * BlockY[4 * b8 + sub]] =
+            static_cast<uint8_t>(std::min(count, 16));
+      }
+    }
+  } else {
+    for (int blk = 0; blk < 16; ++blk) {
+      const int x = BlockX[blk], y = BlockY[blk];
+      if ((cbp >> (blk / 4) & 1) == 0) {
+        mb.totalCoeff[x + 4 * y] = 0;
+        std::fill(m_Levels[blk], m_Levels[blk] + 16, int16_t{0});
+        continue;
+      }
+      // The neighbouring 4x4 blocks, or the 8x8 blocks that hold them, with
+      // coefficients; an 8x8 block of a coded 8x8 quarter always has them.
+      int ax = 0, ay = 0, bx = 0, by = 0;
+      const SmMacroblockInfo* a = LocateBlock(x - 1, y, ax, ay);
+      const SmMacroblockInfo* b = LocateBlock(x, y - 1, bx, by);
+      const auto coded = [&](const SmMacroblockInfo* n, int which) {
+        const int nx = which == 0 ? ax : bx, ny = which == 0 ? ay : by;
+        if (n != self) {
+          if ((n->cbp >> (nx / 2 + 2 * (ny / 2)) & 1) == 0) {
+            return false;
+          }
+          if (n->transform8x8) {
+            return true;
+          }
+        }
+        return n->totalCoeff[nx + 4 * ny] != 0;
+      };
+      const int inc = CodedBlockIncrement(a, b, coded);
+      const int count =
+          intra16x16 ? ReadBlockCabac(1, inc, 15, m_Levels[blk]) : ReadBlockCabac(2, inc, 16, m_Levels[blk]);
+      if (count < 0) {
+        return false;
+      }
+      mb.totalCoeff[x + 4 * y] = static_cast<uint8_t>(count);
+    }
+  }
+  std::memset(mb.totalCoeffChroma, 0, sizeof mb.totalCoeffChroma);
+  std::memset(m_ChromaDcLevels, 0, sizeof m_ChromaDcLevels);
+  std::memset(m_ChromaAcLevels, 0, sizeof m_ChromaAcLevels);
+  if (m_Sps->GetChromaArrayType() != 1) {
+    return true;
+  }
+  const int chromaCbp = cbp >> 4;
+  if (chromaCbp != 0) {
+    for (int c = 0; c < 2; ++c) {
+      const int inc = CodedBlockIncrement(m_MbA, m_MbB, [c](const SmMacroblockInfo* n, int) {
+        return (n->cbp >> 4) != 0 && (n->codedDc >> (1 + c) & 1) != 0;
+      });
+      int16_t dc[4];
+      const int count = ReadBlockCabac(3, inc, 4, dc);
+      if (count < 0) {
+        return false;
+      }
+      std::copy(dc, dc + 4, m_ChromaDcLevels[c]);
+      mb.codedDc = static_cast<uint8_t>(mb.codedDc | (count > 0 ? 2 << c : 0));
+    }
+  }
+  if (chromaCbp == 2) {
+    for (int c = 0; c < 2; ++c) {
+      for (int blk = 0; blk < 4; ++blk) {
+        const int x = blk % 2, y = blk / 2;
+        const SmMacroblockInfo* a = x > 0 ? self : m_MbA;
+        const SmMacroblockInfo* b = y > 0 ? self : m_MbB;
+        const auto coded = [&](const SmMacroblockInfo* n, int which) {
+          const int nx = which == 0 ? 1 - x : x, ny = which == 0 ? y : 1 - y;
+          return (n->cbp >> 4) == 2 && n->totalCoeffChroma[c][nx + 2 * ny] != 0;
+        };
+        const int inc = CodedBlockIncrement(a, b, coded);
+        const int count = ReadBlockCabac(4, inc, 15, m_ChromaAcLevels[c][blk]);
+        if (count < 0) {
+          return false;
+        }
+        mb.totalCoeffChroma[c][blk] = static_cast<uint8_t>(count);
+      }
+    }
+  }
+  return true;
+}
+
+bool CmSliceDecoder::ReadPcmCabac(CmBitReader& reader) {
+  // The samples start at the byte boundary after the bits the arithmetic
+  // decoder has read; it starts anew behind them.
+  const size_t position = m_Cabac.GetBitPosition();
+  if (position < reader.GetPosition() || position > reader.GetSizeInBits()) {
+    return false;
+  }
+  reader.Skip(position - reader.GetPosition());
+  if (!ReadPcm(reader, m_Address) || reader.IsOverrun()) {
+    return false;
+  }
+  m_Cabac.Start(reader.GetData(), reader.GetSizeInBits() / 8, reader.GetPosition() / 8);
+  return true;
+}
+
+CmSliceDecoder::SmResult CmSliceDecoder::DecodeCabacSlice(CmBitReader& reader, uint32_t count,
+                                                          const std::vector<uint8_t>* sliceGroups) {
+  const bool p = m_Header->sliceType == SliceP;
+  const bool b = m_Header->sliceType == SliceB;
+  reader.AlignToByte(); // cabac_alignment_one_bit
+  if (reader.IsOverrun()) {
+    return Damaged;
+  }
+  InitialiseCabacContexts(m_Contexts, p || b ? static_cast<int>(m_Header->cabacInitIdc) : 3,
+                          m_Header->sliceQp);
+  m_Cabac.Start(reader.GetData(), reader.GetSizeInBits() / 8, reader.GetPosition() / 8);
+  m_PrevQpDeltaNonZero = m_QpDeltaNonZero = false;
+  m_Damaged = false;
+  uint32_t address = m_Header->firstMbInSlice;
+  for (;;) {
+    if (address >= count) {
+      return Damaged;
+    }
+    m_Address = address;
+    const SmNeighbours neighbours = GetNeighbours(address);
+    m_MbA = neighbours.left;
+    m_MbB = neighbours.top;
+    m_PrevQpDeltaNonZero = m_QpDeltaNonZero;
+    m_QpDeltaNonZero = false;
+    bool skipped = false;
+    if (p || b) {
+      const auto notSkipped = [](const SmMacroblockInfo* n) {
+        return n != nullptr && n->kind != MbSkip ? 1 : 0;
+      };
+      skipped = Decision((p ? CtxSkipP : CtxSkipB) + notSkipped(m_MbA) + notSkipped(m_MbB)) != 0;
+    }
+    bool ok = true;
+    if (skipped) {
+      if (p) {
+        DecodeSkippedMacroblock(address);
+      } else {
+        ok = DecodeBSkippedMacroblock(address);
+      }
+    } else {
+      const uint32_t mbType = ReadMbTypeCabac();
+      if (p && mbType < 5) {
+        ok = DecodeInterMacroblock(reader, mbType, address);
+      } else if (b && mbType < 23) {
+        ok = DecodeBMacroblock(reader, mbType, address);
+      } else {
+        const uint32_t intraType = p ? mbType - 5 : (b ? mbType - 23 : mbType);
+        ok = intraType <= 25 && DecodeIntraMacroblock(reader, intraType, address);
+      }
+    }
+    if (!ok || m_Damaged || m_Cabac.IsOverrun()) {
+      return Damaged;
+    }
+    if (m_Cabac.DecodeTerminate() != 0) {
+      return Decoded;
+    }
+    address = sliceGroups != nullptr ? NextMacroblockAddress(*sliceGroups, address) : address + 1;
+  }
+}
+
+} // namespace NmH264
