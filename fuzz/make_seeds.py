@@ -187,6 +187,13 @@ def h264_decoder():
         "gray": whole + ffmpeg(testsrc("32x32", 2) + ["-c:v", "libx264", "-pix_fmt", "gray",
                                                      "-x264-params", "cabac=0", "-f", "h264"],
                                ".h264"),
+        "cabac-intra": whole + stream("32x32", 2, "keyint=1:8x8dct=1:qp=12"),
+        "cabac-p-frames": whole + stream("48x32", 4, "bframes=0:ref=2:weightp=2:partitions=all"),
+        "cabac-b-frames": whole + stream("48x32", 6, "bframes=2:b-pyramid=normal:direct=temporal:weightb=1:8x8dct=1"),
+        "cabac-slices": whole + stream("64x48", 3, "slices=3:bframes=1:direct=spatial:qp=2"),
+        "cabac-gray": whole + ffmpeg(testsrc("32x32", 3) + ["-c:v", "libx264", "-pix_fmt", "gray",
+                                                           "-x264-params", "bframes=1", "-f",
+                                                           "h264"], ".h264"),
     }
 
 

@@ -55,6 +55,7 @@ struct SmEncoding {
   const char* pixelFormat;
   const char* options;
   int frames = 10;
+  const char* preset = "medium";
 };
 
 // Encodes testsrc2 with x264 for each case and expects every picture to
@@ -62,13 +63,14 @@ struct SmEncoding {
 void ExpectSameAsReference(const std::vector<SmEncoding>& cases) {
   CmTempDirectory directory;
   for (const SmEncoding& c : cases) {
-    SCOPED_TRACE(std::string(c.options) + " " + c.pixelFormat + " " + c.size);
+    SCOPED_TRACE(std::string(c.options) + " " + c.pixelFormat + " " + c.size + " " + c.preset);
     const std::string stream = directory / "clip.264";
     const std::string decoded = directory / "clip.yuv";
     const size_t frames = static_cast<size_t>(c.frames);
     ASSERT_TRUE(NmTestSupport::Run(std::string("ffmpeg -y -f lavfi -i testsrc2=size=") + c.size +
                                    ":rate=25 -frames:v " + std::to_string(c.frames) +
-                                   " -pix_fmt " + c.pixelFormat + " -c:v libx264 -x264-params '" +
+                                   " -pix_fmt " + c.pixelFormat + " -c:v libx264 -preset " +
+                                   c.preset + " -x264-params '" +
                                    c.options + "' -f h264 '" + stream + "'"));
     ASSERT_TRUE(NmTestSupport::Run("ffmpeg -y -i '" + stream + "' -f rawvideo -pix_fmt " +
                                    c.pixelFormat + " '" + decoded + "'"));
@@ -150,5 +152,28 @@ TEST(H264Decode, CabacPicturesEqualTheReferenceDecoder) {
       {"96x64", "yuv420p", "bframes=3:b-pyramid=normal:direct=temporal:weightb=1:ref=4:qp=28"},
       {"100x60", "yuv420p",
        "bframes=3:b-pyramid=strict:direct=spatial:weightb=1:partitions=all:8x8dct=1:qp=24"},
+      {"64x64", "gray", "bframes=2:direct=temporal:ref=2:qp=20:8x8dct=1"},
+      // Odd sizes, intra refresh, quantisers from the lowest to the
+      // highest, with and without trellis.
+      {"58x38", "yuv420p", "bframes=2:ref=2:qp=3:trellis=2"},
+      {"70x50", "yuv420p", "bframes=0:intra-refresh=1:keyint=4:qp=20"},
+      {"80x48", "yuv420p", "bframes=1:qp=51"},
+      {"80x48", "yuv420p", "bframes=2:crf=10:cqm=jvt:8x8dct=1:weightp=1"},
+      {"96x80", "yuv420p", "bframes=3:b-adapt=2:b-pyramid=normal:crf=30:slices=4:ref=5"},
   });
+}
+
+// The encoder's presets span its choices of partitions, references, B
+// pictures and decisions.
+TEST(H264Decode, CabacPresetsEqualTheReferenceDecoder) {
+  if (!NmTestSupport::HaveProgram("ffmpeg")) {
+    GTEST_SKIP() << "ffmpeg is not installed";
+  }
+  std::vector<SmEncoding> cases;
+  for (const char* preset : {"ultrafast", "superfast", "veryfast", "faster", "fast", "medium",
+                             "slow", "slower", "veryslow"}) {
+    // ultrafast turns CABAC off; it comes back on here.
+    cases.push_back({"112x64", "yuv420p", "cabac=1:crf=24", 12, preset});
+  }
+  ExpectSameAsReference(cases);
 }

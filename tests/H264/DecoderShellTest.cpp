@@ -295,7 +295,7 @@ TEST(H264DecoderShell, CodingNotDecodedYetGivesNoPictureButAStatus) {
     return status;
   };
   const std::pair<const char*, const char*> kinds[] = {
-      {"yuv420p", "cabac=1"},     {"yuv420p", "cabac=0:interlaced=1"},
+      {"yuv420p", "cabac=1:interlaced=1"}, {"yuv420p", "cabac=0:interlaced=1"},
       {"yuv420p10le", "cabac=0"}, {"yuv422p", "cabac=0"},
       {"yuv444p", "cabac=0"},     {"yuv420p", "cabac=0:qp=0"},
   };
@@ -307,4 +307,6 @@ TEST(H264DecoderShell, CodingNotDecodedYetGivesNoPictureButAStatus) {
   }
   decode(encode("yuv420p", "cabac=0"));
   EXPECT_EQ(collector.pictures.size(), 2u);
+  decode(encode("yuv420p", "cabac=1"));
+  EXPECT_EQ(collector.pictures.size(), 4u);
 }

@@ -164,8 +164,8 @@ void DecodeBoth(const CmScratch& scratch, const std::string& clip, const std::st
 // Clips imported and decoded by a "video_decoder" give ffmpeg's own
 // pictures. MJPEG: every sample within 1, and on average much closer, as the
 // JPEG decoder promises against any accurate decoder; odd sizes test the
-// edges. H.264 of I and P pictures (odd size, cropped; several slices and
-// references): to the bit.
+// edges. H.264 (odd size, cropped) of I and P pictures in CAVLC with several
+// slices and references, and of a B pyramid in CABAC: to the bit.
 TEST(VzkImport, DecodedClipsEqualFfmpegsDecode) {
   {
     CmScratch scratch;
@@ -189,23 +189,31 @@ TEST(VzkImport, DecodedClipsEqualFfmpegsDecode) {
       EXPECT_LT(sum / frameSize, 0.1) << "picture " << f;
     }
   }
-  CmScratch scratch;
-  const std::string clip = scratch.Path("clip.mp4");
-  Ffmpeg("-f lavfi -i testsrc2=size=100x60:rate=25 -frames:v 30 -pix_fmt yuv420p -c:v libx264 "
-         "-x264-params cabac=0:bframes=0:keyint=12:slices=2:ref=3",
-         clip);
-  const size_t frameSize = 100 * 60 * 3 / 2;
-  std::vector<uint8_t> reference;
-  std::vector<std::vector<uint8_t>> pictures;
-  DecodeBoth(scratch, clip, "yuv420p", frameSize, 30, reference, pictures);
-  // The size after cropping, from the sequence parameter set of each of the
-  // three sync frames.
-  const SmResult info = RunVzk({"info", scratch.Path("clip.gbd")});
-  EXPECT_NE(info.out.find("pictures:   3 100x60\n"), std::string::npos) << info.out;
-  for (size_t f = 0; f < pictures.size(); ++f) {
-    EXPECT_TRUE(std::equal(pictures[f].begin(), pictures[f].end(),
-                           reference.begin() + static_cast<std::ptrdiff_t>(f * frameSize)))
-        << "picture " << f;
+  // CAVLC with several slices and references; CABAC with a pyramid of B
+  // pictures, temporal direct and weighted prediction.
+  for (const char* settings :
+       {"cabac=0:bframes=0:keyint=12:slices=2:ref=3",
+        "cabac=1:bframes=3:b-pyramid=normal:direct=temporal:weightp=2:keyint=12:ref=3"}) {
+    SCOPED_TRACE(settings);
+    CmScratch scratch;
+    const std::string clip = scratch.Path("clip.mp4");
+    Ffmpeg(std::string("-f lavfi -i testsrc2=size=100x60:rate=25 -frames:v 30 -pix_fmt yuv420p "
+                       "-c:v libx264 -x264-params ") +
+               settings,
+           clip);
+    const size_t frameSize = 100 * 60 * 3 / 2;
+    std::vector<uint8_t> reference;
+    std::vector<std::vector<uint8_t>> pictures;
+    DecodeBoth(scratch, clip, "yuv420p", frameSize, 30, reference, pictures);
+    // The size after cropping, from the sequence parameter set of each of
+    // the three sync frames.
+    const SmResult info = RunVzk({"info", scratch.Path("clip.gbd")});
+    EXPECT_NE(info.out.find("pictures:   3 100x60\n"), std::string::npos) << info.out;
+    for (size_t f = 0; f < pictures.size(); ++f) {
+      EXPECT_TRUE(std::equal(pictures[f].begin(), pictures[f].end(),
+                             reference.begin() + static_cast<std::ptrdiff_t>(f * frameSize)))
+          << "picture " << f;
+    }
   }
 }
 
@@ -233,9 +241,12 @@ std::vector<uint8_t> PictureHere(NmToolkit::ImPlaybackSourceToolkit& playback, i
 // lands each time on ffmpeg's picture of that place, to the bit.
 TEST(VzkImport, H264PlaybackLandsOnTheSamePictureWhereverItGoes) {
   const std::pair<const char*, const char*> clips[] = {
-      {"B pyramid", "bframes=3:b-pyramid=normal:keyint=12:min-keyint=12:scenecut=0:ref=4"},
-      {"open groups", "bframes=2:b-pyramid=none:keyint=10:min-keyint=10:open-gop=1:scenecut=0"},
-      {"intra refresh", "bframes=0:keyint=8:intra-refresh=1"},
+      {"B pyramid", "cabac=0:bframes=3:b-pyramid=normal:keyint=12:min-keyint=12:scenecut=0:ref=4"},
+      {"open groups",
+       "cabac=0:bframes=2:b-pyramid=none:keyint=10:min-keyint=10:open-gop=1:scenecut=0"},
+      {"intra refresh", "cabac=0:bframes=0:keyint=8:intra-refresh=1"},
+      {"CABAC B pyramid",
+       "cabac=1:bframes=3:b-pyramid=normal:keyint=12:min-keyint=12:scenecut=0:ref=4:weightb=1"},
   };
   constexpr size_t Frames = 30;
   constexpr size_t FrameSize = 64 * 48 * 3 / 2;
@@ -245,7 +256,7 @@ TEST(VzkImport, H264PlaybackLandsOnTheSamePictureWhereverItGoes) {
     CmScratch scratch;
     const std::string clip = scratch.Path("clip.mp4");
     Ffmpeg(std::string("-f lavfi -i testsrc2=size=64x48:rate=25 -frames:v 30 -vf noise=alls=20 "
-                       "-pix_fmt yuv420p -c:v libx264 -x264-params cabac=0:") +
+                       "-pix_fmt yuv420p -c:v libx264 -x264-params ") +
                settings,
            clip);
     const std::vector<uint8_t> reference =
