@@ -295,9 +295,12 @@ TEST(H264DecoderShell, CodingNotDecodedYetGivesNoPictureButAStatus) {
     return status;
   };
   const std::pair<const char*, const char*> kinds[] = {
-      {"yuv420p", "cabac=1:interlaced=1"}, {"yuv420p", "cabac=0:interlaced=1"},
-      {"yuv420p10le", "cabac=0"}, {"yuv422p", "cabac=0"},
-      {"yuv444p", "cabac=0"},     {"yuv420p", "cabac=0:qp=0"},
+      {"yuv420p", "cabac=1:interlaced=1"},
+      {"yuv420p", "cabac=0:interlaced=1"},
+      {"yuv420p10le", "cabac=0"},
+      {"yuv422p", "cabac=0"},
+      {"yuv444p", "cabac=0"},
+      {"yuv420p", "cabac=0:qp=0"},
   };
   for (const auto& [pixelFormat, settings] : kinds) {
     SCOPED_TRACE(std::string(pixelFormat) + " " + settings);

@@ -1,6 +1,7 @@
 // The syntax elements of macroblocks as CABAC codes them: binarisations and
 // the choice of context from the neighbours; the slice loop of CABAC.
 #include <algorithm>
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
 
@@ -29,9 +30,9 @@ constexpr int CtxLevel[6] = {227, 237, 247, 257, 266, 426};
 // ctxIdxInc of significant_coeff_flag and last_significant_coeff_flag in
 // the 8x8 blocks of frame macroblocks, by scanning position.
 constexpr uint8_t Significant8x8[63] = {
-    0,  1,  2,  3,  4,  5,  5,  4,  4,  3,  3,  4,  4,  4,  5,  5,  4,  4,  4,  4,  3,
-    3,  6,  7,  7,  7,  8,  9,  10, 9,  8,  7,  7,  6,  11, 12, 13, 11, 6,  7,  8,  9,
-    14, 10, 9,  8,  6,  11, 12, 13, 11, 6,  9,  14, 10, 9,  11, 12, 13, 11, 14, 10, 12};
+    0,  1,  2, 3, 4, 5,  5,  4,  4,  3, 3, 4,  4,  4,  5,  5,  4,  4,  4,  4,  3,
+    3,  6,  7, 7, 7, 8,  9,  10, 9,  8, 7, 7,  6,  11, 12, 13, 11, 6,  7,  8,  9,
+    14, 10, 9, 8, 6, 11, 12, 13, 11, 6, 9, 14, 10, 9,  11, 12, 13, 11, 14, 10, 12};
 constexpr uint8_t Last8x8[63] = {0, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 2, 2, 2, 2, 2,
                                  2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 3, 3, 3, 3, 3, 3, 3, 3, 4, 4,
                                  4, 4, 4, 4, 4, 4, 5, 5, 5, 5, 6, 6, 6, 6, 7, 7, 7, 7, 8, 8, 8};
@@ -50,8 +51,12 @@ const SmMacroblockInfo* CmSliceDecoder::LocateBlock(int x, int y, int& bx, int& 
   return x < 0 ? m_MbA : m_MbB;
 }
 
-int CmSliceDecoder::Decision(int ctxIdx) {
-  return m_Cabac.DecodeDecision(m_Contexts[ctxIdx]);
+namespace {
+std::atomic<ImCabacObserver*> Observer{nullptr};
+} // namespace
+
+void CmSliceDecoder::SetCabacObserver(ImCabacObserver* observer) {
+  Observer.store(observer);
 }
 
 uint32_t CmSliceDecoder::ReadIntraMbTypeCabac(bool intraSlice) {
@@ -74,7 +79,7 @@ uint32_t CmSliceDecoder::ReadIntraMbTypeCabac(bool intraSlice) {
   if (Decision(first) == 0) {
     return 0; // I_NxN
   }
-  if (m_Cabac.DecodeTerminate() != 0) {
+  if (Terminate() != 0) {
     return 25; // I_PCM
   }
   const uint32_t codedLuma = static_cast<uint32_t>(Decision(luma));
@@ -216,7 +221,7 @@ int32_t CmSliceDecoder::ReadMvd(CmBitReader& reader, int list, int component, in
   if (value >= 9) {
     // Exp-Golomb suffix of order 3, in bypass bins.
     int k = 3;
-    while (m_Cabac.DecodeBypass() != 0) {
+    while (Bypass() != 0) {
       value += 1 << k;
       if (++k > 24) {
         m_Damaged = true;
@@ -224,14 +229,13 @@ int32_t CmSliceDecoder::ReadMvd(CmBitReader& reader, int list, int component, in
       }
     }
     while (k-- > 0) {
-      value += m_Cabac.DecodeBypass() << k;
+      value += Bypass() << k;
     }
   }
-  return m_Cabac.DecodeBypass() != 0 ? -value : value;
+  return Bypass() != 0 ? -value : value;
 }
 
-void CmSliceDecoder::SetMvd(int list, int x, int y, int width, int height, int32_t dx,
-                            int32_t dy) {
+void CmSliceDecoder::SetMvd(int list, int x, int y, int width, int height, int32_t dx, int32_t dy) {
   SmMacroblockInfo& mb = m_Picture->GetMacroblocks()[m_Address];
   const uint8_t sizes[2] = {static_cast<uint8_t>(std::min(std::abs(dx), 127)),
                             static_cast<uint8_t>(std::min(std::abs(dy), 127))};
@@ -271,8 +275,7 @@ uint32_t CmSliceDecoder::ReadChromaPredMode(CmBitReader& reader) {
     return reader.ReadUE();
   }
   const auto predicted = [](const SmMacroblockInfo* n) {
-    return n != nullptr && IsIntra(n->kind) && n->kind != MbIPcm && n->chromaPredMode != 0 ? 1
-                                                                                            : 0;
+    return n != nullptr && IsIntra(n->kind) && n->kind != MbIPcm && n->chromaPredMode != 0 ? 1 : 0;
   };
   if (Decision(CtxChromaMode + predicted(m_MbA) + predicted(m_MbB)) == 0) {
     return 0;
@@ -370,14 +373,14 @@ int CmSliceDecoder::ReadBlockCabac(int category, int codedInc, int maxNumCoeff, 
       if (prefix >= 14) {
         // Exp-Golomb suffix of order 0.
         int bits = 0;
-        while (m_Cabac.DecodeBypass() != 0) {
+        while (Bypass() != 0) {
           prefix += 1 << bits;
           if (++bits > 20) {
             return -1;
           }
         }
         while (bits-- > 0) {
-          prefix += m_Cabac.DecodeBypass() << bits;
+          prefix += Bypass() << bits;
         }
       }
       level = prefix + 1;
@@ -386,7 +389,7 @@ int CmSliceDecoder::ReadBlockCabac(int category, int codedInc, int maxNumCoeff, 
       ++ones;
     }
     const int32_t clamped = std::min<int32_t>(level, 32767);
-    levels[positions[k]] = static_cast<int16_t>(m_Cabac.DecodeBypass() != 0 ? -clamped : clamped);
+    levels[positions[k]] = static_cast<int16_t>(Bypass() != 0 ? -clamped : clamped);
   }
   return count;
 }
@@ -464,8 +467,8 @@ bool CmSliceDecoder::ReadResidualCabac(bool intra16x16, uint8_t cbp) {
         return n->totalCoeff[nx + 4 * ny] != 0;
       };
       const int inc = CodedBlockIncrement(a, b, coded);
-      const int count =
-          intra16x16 ? ReadBlockCabac(1, inc, 15, m_Levels[blk]) : ReadBlockCabac(2, inc, 16, m_Levels[blk]);
+      const int count = intra16x16 ? ReadBlockCabac(1, inc, 15, m_Levels[blk])
+                                   : ReadBlockCabac(2, inc, 16, m_Levels[blk]);
       if (count < 0) {
         return false;
       }
@@ -526,6 +529,10 @@ bool CmSliceDecoder::ReadPcmCabac(CmBitReader& reader) {
   if (!ReadPcm(reader, m_Address) || reader.IsOverrun()) {
     return false;
   }
+  if (m_Observer != nullptr) {
+    const size_t size = m_Picture->IsMonochrome() ? 256 : 384;
+    m_Observer->OnPcm(reader.GetData() + reader.GetPosition() / 8 - size, size);
+  }
   m_Cabac.Start(reader.GetData(), reader.GetSizeInBits() / 8, reader.GetPosition() / 8);
   return true;
 }
@@ -534,6 +541,10 @@ CmSliceDecoder::SmResult CmSliceDecoder::DecodeCabacSlice(CmBitReader& reader, u
                                                           const std::vector<uint8_t>* sliceGroups) {
   const bool p = m_Header->sliceType == SliceP;
   const bool b = m_Header->sliceType == SliceB;
+  m_Observer = Observer.load();
+  if (m_Observer != nullptr) {
+    m_Observer->OnSliceData(*m_Header, *m_Pps, reader);
+  }
   reader.AlignToByte(); // cabac_alignment_one_bit
   if (reader.IsOverrun()) {
     return Damaged;
@@ -582,7 +593,7 @@ CmSliceDecoder::SmResult CmSliceDecoder::DecodeCabacSlice(CmBitReader& reader, u
     if (!ok || m_Damaged || m_Cabac.IsOverrun()) {
       return Damaged;
     }
-    if (m_Cabac.DecodeTerminate() != 0) {
+    if (Terminate() != 0) {
       return Decoded;
     }
     address = sliceGroups != nullptr ? NextMacroblockAddress(*sliceGroups, address) : address + 1;

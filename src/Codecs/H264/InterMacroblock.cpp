@@ -470,8 +470,8 @@ bool CmSliceDecoder::DecodeBMacroblock(CmBitReader& reader, uint32_t mbType, uin
     for (int list = 0; list < 2; ++list) {
       for (int p = 0; p < parts; ++p) {
         if ((predictions[p] & (1 << list)) != 0) {
-          refs[list][p] = readRef(list, type.shape == 2 ? 2 * p : 0, type.shape == 1 ? 2 * p : 0,
-                                  w, h);
+          refs[list][p] =
+              readRef(list, type.shape == 2 ? 2 * p : 0, type.shape == 1 ? 2 * p : 0, w, h);
           if (refs[list][p] < 0) {
             return false;
           }

@@ -432,7 +432,8 @@ CmSliceDecoder::SmResult CmSliceDecoder::Decode(CmBitReader& reader, const SmSli
                                                 const SmReferenceList* lists,
                                                 const std::vector<uint8_t>* sliceGroups) {
   // Switching slices are not decoded yet.
-  if (header.sliceType == SliceSP || header.sliceType == SliceSI) {
+  if (header.sliceType == SliceSP || header.sliceType == SliceSI ||
+      !IsEntropyCodingDecoded(header, pps)) {
     return Unsupported;
   }
   const bool p = header.sliceType == SliceP;

@@ -12,6 +12,32 @@
 
 namespace NmH264 {
 
+// Sees every bin that the CABAC decoding of slices takes, with its context,
+// so that a tool can encode the same syntax anew (with other initial
+// contexts, say). One observer at a time, for the whole process; slices
+// decoded on several threads at once interleave their calls.
+class ImCabacObserver {
+public:
+  virtual ~ImCabacObserver() = default;
+  // A slice's data begins: reader stands just behind its header.
+  virtual void OnSliceData(const SmSliceHeader& header, const SmPictureParameterSet& pps,
+                           const CmBitReader& reader) = 0;
+  virtual void OnDecision(int ctxIdx, int bin) = 0;
+  virtual void OnBypass(int bin) = 0;
+  virtual void OnTerminate(int bin) = 0;
+  // The samples of an I_PCM macroblock, after which the engine restarts.
+  virtual void OnPcm(const uint8_t* samples, size_t size) = 0;
+};
+
+// Whether the slice's entropy coding is one this decoder decodes. The
+// initial contexts of 8x8 transform blocks for cabac_init_idc 1 are not
+// yet confirmed against streams that use them, so slices with both are
+// refused rather than decoded wrongly.
+inline bool IsEntropyCodingDecoded(const SmSliceHeader& header, const SmPictureParameterSet& pps) {
+  return !(pps.entropyCodingMode && pps.transform8x8Mode && header.cabacInitIdc == 1 &&
+           (header.sliceType == SliceP || header.sliceType == SliceB));
+}
+
 // Decodes the macroblocks of one slice into its picture: parsing (CAVLC or
 // CABAC) and reconstruction, macroblock by macroblock. Both entropy coders
 // sit behind the same reads of syntax elements, so that the macroblock
@@ -25,6 +51,9 @@ public:
   // lists, each as long as its number of active references.
   // sliceGroups gives each macroblock's slice group where the picture has
   // several; null for one.
+  // Null to stop observing.
+  static void SetCabacObserver(ImCabacObserver* observer);
+
   SmResult Decode(CmBitReader& reader, const SmSliceHeader& header,
                   const SmSequenceParameterSet& sps, const SmPictureParameterSet& pps,
                   uint32_t sliceNumber, CmPicture& picture, const SmReferenceList* lists = nullptr,
@@ -63,7 +92,27 @@ private:
   // CABAC only.
   SmResult DecodeCabacSlice(CmBitReader& reader, uint32_t count,
                             const std::vector<uint8_t>* sliceGroups);
-  int Decision(int ctxIdx);
+  int Decision(int ctxIdx) {
+    const int bin = m_Cabac.DecodeDecision(m_Contexts[ctxIdx]);
+    if (m_Observer != nullptr) [[unlikely]] {
+      m_Observer->OnDecision(ctxIdx, bin);
+    }
+    return bin;
+  }
+  int Bypass() {
+    const int bin = m_Cabac.DecodeBypass();
+    if (m_Observer != nullptr) [[unlikely]] {
+      m_Observer->OnBypass(bin);
+    }
+    return bin;
+  }
+  int Terminate() {
+    const int bin = m_Cabac.DecodeTerminate();
+    if (m_Observer != nullptr) [[unlikely]] {
+      m_Observer->OnTerminate(bin);
+    }
+    return bin;
+  }
   uint32_t ReadMbTypeCabac();
   uint32_t ReadIntraMbTypeCabac(bool intraSlice);
   int ReadCbpCabac();
@@ -146,6 +195,7 @@ private:
   bool m_PrevQpDeltaNonZero = false;
   bool m_QpDeltaNonZero = false;
   bool m_Damaged = false;
+  ImCabacObserver* m_Observer = nullptr;
 
   // The current macroblock's coefficients in raster order per block.
   int16_t m_Levels[16][16]; // luma levels as read, in scan order, by block index

@@ -5,6 +5,7 @@
 
 #include "Codecs/H264/NalUnits.h"
 #include "Codecs/H264/ReferenceLists.h"
+#include "Codecs/H264/SliceDecoder.h"
 #include "Codecs/H264/SliceGroupMap.h"
 
 namespace MCL {
@@ -244,7 +245,7 @@ void TaskSupplier::AddSlice(uint8_t nalHeader, std::vector<uint8_t>&& rbsp, doub
   // Coding that this decoder does not decode yet gives no picture, never a
   // wrong one, and the caller hears of it.
   if (parsed == ParseUnsupported ||
-      (parsed == ParseOk && sps->unsupported)) {
+      (parsed == ParseOk && (sps->unsupported || !IsEntropyCodingDecoded(slice.header, *pps)))) {
     m_Unsupported = true;
     return;
   }
