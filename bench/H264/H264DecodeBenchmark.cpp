@@ -1,6 +1,6 @@
 // Our H.264 decoder beside libavcodec's with one thread, in the same run, on
-// 300 pictures of 1080p: Baseline, and High without CABAC (B pictures, the
-// 8x8 transform, weighted prediction). x264 makes the streams on the first
+// 300 pictures of 1080p: Baseline, and High without and with CABAC (B
+// pictures, the 8x8 transform, weighted prediction). x264 makes the streams on the first
 // run; they are kept beside the benchmark. Both decoders get the same
 // access units from memory and produce every picture. The run ends with the
 // ratios, libavcodec time / our time.
@@ -33,6 +33,8 @@ constexpr SmStream Streams[] = {
     {"Baseline1080p", "-profile:v baseline -x264-params ref=3"},
     {"HighCavlc1080p",
      "-profile:v high -x264-params cabac=0:bframes=3:b-pyramid=normal:ref=4:8x8dct=1:weightp=2"},
+    {"HighCabac1080p",
+     "-profile:v high -x264-params cabac=1:bframes=3:b-pyramid=normal:ref=4:8x8dct=1:weightp=2"},
 };
 
 // The stream's packets as libavformat's raw H.264 reader cuts them.
