@@ -451,6 +451,7 @@ TEST_F(MCLVideoDecoderTest, DeliveredImageTakesThePicturesAttributes) {
   EXPECT_EQ(attributes.interlacing, InterleavedTopFirst);
   EXPECT_EQ(attributes.aspectRatio, 2.0);
   EXPECT_EQ(attributes.timeStamp.GetMilliseconds(), 12345);
+  EXPECT_EQ(attributes.attribute1, 0u);
   EXPECT_EQ(attributes.subColorFormat, SubColorFormatVideoRange);
 
   picture.structure = MCL::BottomField;
