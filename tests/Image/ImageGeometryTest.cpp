@@ -15,6 +15,7 @@ TEST(ImageCrop, SharesPlanesAndChecksItsRectangle) {
   const CmImage source = MakeImage(10, 8, YCbCr420_Planar);
   CmImage cropped;
   CmImageCrop(2, 4, 5, 3).Execute(source, cropped);
+  EXPECT_EQ(cropped.GetWidth(), 5u);
   EXPECT_EQ(cropped.GetHeight(), 3u);
   EXPECT_EQ(cropped.GetAttributes().subColorFormat, SubColorFormatVideoRange);
   EXPECT_EQ(cropped.Allocator().GetPlane(0).data,
@@ -62,6 +63,7 @@ TEST(ImageCrop, SharesPlanesAndChecksItsRectangle) {
   // In place through the default path.
   CmImage image(source);
   CmImageCrop(4, 2, 2, 2).Execute(image);
+  EXPECT_EQ(image.GetWidth(), 2u);
   EXPECT_EQ(Sample(image, 0, 1, 1), Sample(source, 0, 5, 3));
 }
 
@@ -125,6 +127,7 @@ TEST(ImageRotate90Right, TurnsPixelsOrientationAndAspect) {
   const CmImage chroma422 = MakeImage(4, 2, YCbCr422_Planar);
   CmImageRotate90Right().Execute(chroma422, turned);
   EXPECT_EQ(turned.GetColorFormat(), YCbCr444_Planar);
+  EXPECT_EQ(turned.GetWidth(), 2u);
   EXPECT_EQ(Sample(turned, 1, 1, 3), Sample(chroma422, 1, 1, 0));
 
   source.GetAttributes().interlacing = InterleavedTopFirst;

@@ -39,6 +39,7 @@ TEST(Image, EmptyImageRefusesPixelAccess) {
   CmImage image;
   EXPECT_FALSE(image.IsValid());
   EXPECT_EQ(image.GetWidth() + image.GetHeight(), 0u);
+  EXPECT_EQ(image.GetAlignment(), 32u); // the default allocator's default
   const CmImage& constant = image;
   const std::string name = "NmMediaProcessing::CmBaseImage::";
   ExpectRefusals({
@@ -183,6 +184,7 @@ TEST(Image, SplitFieldsOfEveryLayout) {
   CmImage first;
   CmImage second;
   image.SplitFields(first, second);
+  EXPECT_EQ(first.GetWidth(), 3u);
   EXPECT_EQ(first.GetAttributes().interlacing, TopFieldOnly);
   EXPECT_EQ(second.GetAttributes().interlacing, BottomFieldOnly);
   EXPECT_EQ(second.GetAttributes().aspectRatio, 1.25);

@@ -325,8 +325,12 @@ TEST_F(MediaSourceTest, MJPEGWithG711AndNavigationInEveryMode) {
   live->StopLiveStream();
   ASSERT_EQ(playback->MoveFirst(), StatusSuccess) << "playback again after live";
 
-  // After Disconnect the index stays.
+  // A second Connect changes nothing; after Disconnect the index stays.
+  CmPropertyNameSet untouched{"marker"};
+  playback->Connect({"Sequence_Number"}, untouched, 0);
+  EXPECT_EQ(untouched, CmPropertyNameSet{"marker"});
   playback->Disconnect();
+  EXPECT_THROW(playback->MoveFirst(), ImNotConnectedError);
   playback->Connect({"Sequence_Number"}, supported, 0);
   EXPECT_EQ(ReadAll().size(), items.size());
   EXPECT_DEATH(playback->MoveTo(second, static_cast<SmMoveMode>(5)), "")

@@ -27,6 +27,7 @@ TEST(ImageDataTest, AnswersEveryImageOperationAndNeverThrows) {
   properties.SetProperty("Transcoded", std::make_unique<CmBooleanProperty>(false));
   EXPECT_TRUE(dynamic_cast<const ImBooleanProperty*>(item->GetProperty("Transcoded"))->GetValue())
       << "the properties were copied at construction";
+  EXPECT_EQ(item->GetEndTime(), 1700000000040);
   EXPECT_EQ(item->GetInterlacing(), 3u);
   EXPECT_DOUBLE_EQ(item->GetPixelAspectRatio(), 12.0 / 11.0);
   EXPECT_EQ(item->GetPlaneWidth(1), 17u) << "chroma is half the width, rounded up";

@@ -49,6 +49,7 @@ TEST(MediaDataTest, PacketsAndBlocksCopyTheRecordAndReadTheirTimes) {
   const CmMediaData blockItem(blockBytes.data(), blockBytes.size());
   EXPECT_EQ(blockItem.GetBeginTime(), 1000);
   EXPECT_EQ(blockItem.GetEndTime(), 1999);
+  EXPECT_EQ(blockItem.GetDataSize(), blockBytes.size());
   EXPECT_EQ(blockItem.GetPayloadSize(), block.payload.size());
 
   // Damaged records never throw: unreadable fields read as 0.
@@ -64,6 +65,7 @@ TEST(MediaDataTest, PacketsAndBlocksCopyTheRecordAndReadTheirTimes) {
 
 TEST(MediaDataTest, VectorSpansItsElementsAndWrapsAsAVector) {
   auto vector = std::make_shared<CmMediaDataVector>(Mask("2x1;01"));
+  EXPECT_EQ(vector->GetBeginTime(), 0);
   EXPECT_EQ(vector->GetDataPointer(), nullptr);
   for (uint64_t time : {100u, 140u, 180u}) {
     SmVideoPacketFields fields;

@@ -54,6 +54,9 @@ TEST(ToolkitErrorTest, PropertySetOwnsAndClonesItsValues) {
   const auto* mask = dynamic_cast<const ImStringProperty*>(clone->GetProperty("Privacy_Mask"));
   ASSERT_NE(mask, nullptr);
   EXPECT_EQ(mask->GetValue(), "1x1;1") << "a clone is deep";
+  EXPECT_EQ(
+      dynamic_cast<const ImUTCTimeProperty*>(clone->GetProperty("Next_Begin_Time"))->GetValue(),
+      -5);
   const CmVZKSourceToolkitProperties copy(set);
   EXPECT_EQ(dynamic_cast<const ImStringProperty*>(copy.GetProperty("Privacy_Mask"))->GetValue(),
             "changed");
