@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "GenericByteData/TestTimes.h"
 #include "MediaProcessing/GenericByteData/RawVideoByteDataAccess.h"
 #include "MediaProcessing/Video/RandomAccessVideoDecoder.h"
 #include "Toolkits/VZKSourceToolkitPlugin/Decoding/VideoDataAccessAdapter.h"
@@ -25,10 +26,6 @@ using NmTimeStamp::CmTimeStamp;
 namespace {
 
 constexpr int64_t T0 = 1700000000000;
-
-CmTimeStamp Ms(int64_t milliseconds) {
-  return CmTimeStamp::FromMilliseconds(milliseconds);
-}
 
 // A recording in memory that navigates as a source plug-in does and counts
 // every call that reaches it.

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "GenericByteData/TestTimes.h"
 #include "MediaProcessing/Video/GenericVideoDecoder.h"
 #include "ScriptedVideoCodec.h"
 #include "support/GenericByteDataBuilder.h"
@@ -16,10 +17,6 @@ namespace {
 
 // 2023-11-14: far from 1970, so nothing here is taken for stream-relative.
 constexpr int64_t T0 = 1700000000000;
-
-CmTimeStamp Ms(int64_t milliseconds) {
-  return CmTimeStamp::FromMilliseconds(milliseconds);
-}
 
 CmBytes Packet(uint16_t codec, uint64_t time, SmImageForm form = {}, bool sync = true) {
   return BuildVideoPacket(

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "Common/Error/Error.h"
+#include "GenericByteData/TestTimes.h"
 #include "MediaProcessing/GenericByteData/RawVideoByteDataAccess.h"
 #include "MediaProcessing/Video/RandomAccessVideoDecoder.h"
 #include "MediaProcessing/Video/VideoFactory.h"
@@ -28,10 +29,6 @@ namespace {
 
 // 2023-11-14: far from 1970.
 constexpr int64_t T0 = 1700000000000;
-
-CmTimeStamp Ms(int64_t milliseconds) {
-  return CmTimeStamp::FromMilliseconds(milliseconds);
-}
 
 // One record in the store with the times under which the store finds it.
 struct SmStoredRecord {
