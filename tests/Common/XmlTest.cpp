@@ -122,9 +122,10 @@ TEST(Xml, PathsFromTheDocumentAndFromNodes) {
 }
 
 TEST(Xml, FatalParseErrorsAreCollected) {
-  // Six undeclared entities, each a fatal error after which parsing goes on.
+  // Many undeclared entities, each a fatal error after which parsing goes on;
+  // the report names the first five.
   std::string text = "<a>";
-  for (int i = 0; i < 6; ++i) {
+  for (int i = 0; i < 300; ++i) {
     text += "<b>&e" + std::to_string(i) + ";</b>\n";
   }
   text += "</a>";
@@ -137,7 +138,8 @@ TEST(Xml, FatalParseErrorsAreCollected) {
     ++count;
   }
   EXPECT_EQ(count, 5u) << message;
-  EXPECT_EQ(message.find("e5"), std::string::npos) << message;
+  EXPECT_TRUE(message.find("'e4'") != std::string::npos && message.find("e5") == std::string::npos)
+      << message;
   EXPECT_EQ(message.rfind("Fatal parse error in 'memory', line 1, position ", 0), 0u) << message;
   EXPECT_NE(message.find(", message: "), std::string::npos);
   EXPECT_EQ(message.substr(message.size() - 2), ".\n");
@@ -165,20 +167,8 @@ TEST(Xml, EntityBombsAreRefused) {
   EXPECT_EQ(expanded->GetCode(), NmXerces::CmXmlErrorCode::ParseFailed);
   EXPECT_NE(expanded->GetDescription().find("entity expansions"), std::string::npos);
   // A few expansions are fine.
-  std::string value;
   EXPECT_EQ(Value<std::string>(CmXmlWrapper::LoadXml(small)->GetDocumentElement()),
             std::string(100, 'x'));
-
-  // Many faults end the parse early; the report still names the first five.
-  std::string faults = "<a>";
-  for (int i = 0; i < 300; ++i) {
-    faults += "<b>&u" + std::to_string(i) + ";</b>";
-  }
-  faults += "</a>";
-  const std::string many =
-      Caught<CmXmlError>([&] { CmXmlWrapper::LoadXml(faults); })->GetDescription();
-  EXPECT_TRUE(many.find("'u4'") != std::string::npos && many.find("'u5'") == std::string::npos)
-      << many;
 }
 
 TEST(Xml, NestingIsLimitedWhileParsing) {
@@ -270,8 +260,6 @@ TEST(Xml, TextConversionAtTheBoundary) {
   root->SetAttributeValue("cut", "ab\xE2\x82");
   EXPECT_EQ(Attribute<std::string>(root, "cut"), "???");
   EXPECT_EQ(NmXerces::ToXmlText("\xFF"), u"???");
-  EXPECT_EQ(NmXerces::ToXmlText(""), u"");
-  EXPECT_EQ(NmXerces::ToXmlText("plain"), u"plain");
   EXPECT_EQ(NmXerces::FromXmlText(u"\u00e9t\u00e9"), "\xC3\xA9t\xC3\xA9");
   EXPECT_EQ(NmXerces::FromXmlText(nullptr), "");
 }
@@ -391,7 +379,6 @@ TEST(Xml, ToStringRoundTrip) {
   EXPECT_EQ(text.rfind("<?xml", 0), 0u) << text;
   const CmXmlDocumentPtr again = CmXmlWrapper::LoadXml(text);
   EXPECT_EQ(again->ToString("UTF-8"), text);
-  std::string value;
   EXPECT_EQ(Attribute<std::string>(again->SelectSingleNode("/toolkit/config"), "added"), "<&\"'>");
   EXPECT_EQ(ValueOf(again->SelectSingleNode("/toolkit/config/item")), "first");
 

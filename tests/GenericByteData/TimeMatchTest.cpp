@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "MediaProcessing/GenericByteData/TimeMatch.h"
+#include "support/TimeMatchOracle.h"
 
 using namespace NmMediaProcessing;
 using namespace NmTimeMatch;
@@ -15,32 +16,12 @@ namespace {
 
 constexpr int64_t Min = std::numeric_limits<int64_t>::min();
 constexpr int64_t Max = std::numeric_limits<int64_t>::max();
-constexpr SmTimeMatchType AllTypes[] = {TimeMatchAfter,      TimeMatchBefore,  TimeMatchAtOrAfter,
-                                        TimeMatchAtOrBefore, TimeMatchNearest, TimeMatchExact};
-
 using CmSpans = std::vector<std::pair<int64_t, int64_t>>;
 
 std::optional<size_t> SelectIn(const CmSpans& spans, SmTimeMatchType type, SmReading reading,
                                int64_t time, SmTie tie = SmTie::Later) {
   return Select(
       type, reading, time, spans.size(), [&](size_t i) { return spans[i]; }, tie);
-}
-
-// The frame each type wants among frames in time order, straight from the
-// definitions: the first after, the last before, and so on.
-std::optional<int64_t> Wanted(const std::vector<int64_t>& frames, SmTimeMatchType type,
-                              int64_t time) {
-  std::optional<int64_t> out;
-  for (const int64_t f : frames) {
-    const bool take = type == TimeMatchAfter        ? f > time && !out
-                      : type == TimeMatchAtOrAfter  ? f >= time && !out
-                      : type == TimeMatchBefore     ? f < time
-                      : type == TimeMatchAtOrBefore ? f <= time
-                      : type == TimeMatchExact      ? f == time
-                                                    : !out || Gap(f, time) <= Gap(*out, time);
-    out = take ? std::optional(f) : out;
-  }
-  return out;
 }
 
 } // namespace
@@ -66,7 +47,7 @@ TEST(TimeMatch, ItemsAndFramesReadSpansAtTheirEdges) {
     EXPECT_EQ(Qualifies<int64_t>(type, reading, time, 10, 20), qualifies)
         << (reading == I ? "items " : "frames ") << type << " at " << time;
   }
-  for (const SmTimeMatchType type : AllTypes) {
+  for (const SmTimeMatchType type : NmTestSupport::AllTimeMatchTypes) {
     for (const int64_t time : {Min, int64_t{4}, int64_t{5}, int64_t{6}, Max}) {
       EXPECT_EQ(Qualifies<int64_t>(type, SmReading::Items, time, 5, 5),
                 Qualifies<int64_t>(type, SmReading::Frames, time, 5, 5))
@@ -76,7 +57,7 @@ TEST(TimeMatch, ItemsAndFramesReadSpansAtTheirEdges) {
 }
 
 TEST(TimeMatch, SelectionAmongSpansWithTiesEmptySetsAndTheWholeRange) {
-  for (const SmTimeMatchType type : AllTypes) {
+  for (const SmTimeMatchType type : NmTestSupport::AllTimeMatchTypes) {
     EXPECT_FALSE(SelectIn({}, type, SmReading::Items, 0)) << type;
   }
   const CmSpans spans = {{0, 9}, {10, 19}, {30, 30}};
@@ -113,7 +94,7 @@ TEST(TimeMatch, SelectionAmongSpansWithTiesEmptySetsAndTheWholeRange) {
 // with the definitions at, between and beside the frames.
 TEST(TimeMatch, FrameChoiceWithinARecordFollowsTheDefinitions) {
   const std::vector<int64_t> frames = {10, 20, 30};
-  for (const SmTimeMatchType type : AllTypes) {
+  for (const SmTimeMatchType type : NmTestSupport::AllTimeMatchTypes) {
     for (int64_t time = 10; time <= 30; ++time) {
       size_t shown = 0;
       while (shown + 1 < frames.size() && frames[shown + 1] <= time) {
@@ -140,7 +121,7 @@ TEST(TimeMatch, FrameChoiceWithinARecordFollowsTheDefinitions) {
       if (type == TimeMatchExact && !atTime) {
         continue; // the caller tests the frame found
       }
-      EXPECT_EQ(chosen, Wanted(frames, type, time)) << type << " at " << time;
+      EXPECT_EQ(chosen, NmTestSupport::WantedFrame(frames, type, time)) << type << " at " << time;
     }
   }
 

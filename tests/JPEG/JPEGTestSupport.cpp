@@ -103,14 +103,6 @@ CmBytes MakeLosslessJPEG(const std::string& name, int width, int height,
   return jpeg;
 }
 
-CmBytes MakeMotionJPEG(const std::string& name, int width, int height,
-                       const std::string& pixelFormat) {
-  return Cached(name + ".jpg", width, height, 3, [&](auto& source, auto& out) {
-    return kFfmpeg + "-i " + source + " -c:v mjpeg -q:v 3 -pix_fmt " + pixelFormat +
-           " -frames:v 1 -f mjpeg " + out;
-  });
-}
-
 SmPlanes PlanesOf(const NmMediaProcessing::CmImage& image) {
   SmPlanes out;
   const auto& allocator = image.Allocator();

@@ -25,11 +25,6 @@ CmBytes MakeJPEG(const std::string& name, int width, int height, bool gray,
 // planes in the same pixel format, one after the other.
 CmBytes MakeLosslessJPEG(const std::string& name, int width, int height,
                          const std::string& pixelFormat, CmBytes& ffmpegPlanes);
-// A JPEG made by ffmpeg's Motion JPEG encoder in the given pixel format,
-// cached by name: its 4:2:2 is luma 2x2 with chroma 1x2.
-CmBytes MakeMotionJPEG(const std::string& name, int width, int height,
-                       const std::string& pixelFormat);
-
 // Tightly packed planes, each of its own size.
 struct SmPlanes {
   int width[4] = {};

@@ -66,7 +66,6 @@ TEST(VideoDecoderJPEG, DecodesCropsScalesAndLabelsTheImage) {
     EXPECT_EQ(image.GetAttributes().timeStamp, kTime);
     EXPECT_EQ(image.GetAttributes().attribute0, 1u);
     EXPECT_EQ(image.GetAttributes().subColorFormat, SubColorFormatFullRange);
-    EXPECT_DOUBLE_EQ(image.GetAttributes().aspectRatio, 1.0);
     SmPlanes turbo;
     ASSERT_TRUE(TurboDecodePlanes(jpeg, d == 1 ? 0 : d == 2 ? 1 : d == 4 ? 2 : 3, turbo));
     ExpectClose(PlanesOf(image), turbo);
@@ -134,25 +133,6 @@ TEST(VideoDecoderJPEG, RefusesWhatItCannotDecodeAndKeepsWhatATruncatedFrameHolds
   SmPlanes turbo;
   ASSERT_TRUE(TurboDecodePlanes(whole, 0, turbo));
   EXPECT_LE(Compare(PlanesOf(image), turbo, 0, 64).worst, 1); // the first rows are complete
-}
-
-// Motion JPEG from ffmpeg writes 4:2:2 as luma 2x2 over chroma 1x2: a 4:2:2
-// picture all the same, at any size.
-TEST(VideoDecoderJPEG, SamplingGoesByTheRatioOfLumaToChroma) {
-  for (const auto& [format, width, height, shape] :
-       {std::tuple{"yuvj422p", 100, 75, "422"}, std::tuple{"yuvj422p", 640, 480, "422"},
-        std::tuple{"yuvj422p", 17, 9, "422"}, std::tuple{"yuvj420p", 100, 75, "420"},
-        std::tuple{"yuvj444p", 33, 21, "444"}}) {
-    const std::string size = std::to_string(width) + "x" + std::to_string(height);
-    SCOPED_TRACE(std::string(format) + " " + size);
-    const CmBytes jpeg =
-        MakeMotionJPEG(std::string("mjpeg") + format + "_" + size, width, height, format);
-    CmImage image;
-    EXPECT_EQ(Shape(jpeg, image), std::string(shape) + " " + size);
-    SmPlanes turbo;
-    ASSERT_TRUE(TurboDecodePlanes(jpeg, 0, turbo));
-    ExpectClose(PlanesOf(image), turbo);
-  }
 }
 
 TEST(VideoAnalyzerJPEG, ReadsTheSizeFromTheHeaderAndFeedsRawJPEGConversion) {

@@ -7,9 +7,12 @@ SmFakeScript& Script() {
   return script;
 }
 
+namespace {
+// Sample of plane `plane` at (x, y), byte `b` within the pixel.
 uint8_t PatternSample(int plane, int32_t x, int32_t y, int b) {
   return static_cast<uint8_t>(x * 7 + y * 13 + plane * 61 + b * 29 + 3);
 }
+} // namespace
 
 CmFakePictureBuffer::CmFakePictureBuffer(const SmFakePicture& picture) {
   m_Data.Init(picture.width, picture.height, picture.format);
@@ -73,9 +76,9 @@ MCL::Status CmFakeMCLDecoder::GetFrame(MCL::MediaData* input, MCL::MediaData* ou
   }
   if (step.picture) {
     CmFakePictureBuffer picture(*step.picture);
-    script.lastProcessingStatus = GetPostProcessing()->GetFrame(&picture.Data(), output);
-    if (script.lastProcessingStatus != MCL::StatusOk) {
-      return script.lastProcessingStatus;
+    const MCL::Status processed = GetPostProcessing()->GetFrame(&picture.Data(), output);
+    if (processed != MCL::StatusOk) {
+      return processed;
     }
   }
   if (step.frameId >= 0) {

@@ -57,14 +57,9 @@ struct SmFakeScript {
   // Per GetFrame call: the input's data pointer and size; null for a flush.
   std::vector<const uint8_t*> inputs;
   std::vector<size_t> inputSizes;
-  // The status the post-processing stage gave for the last picture.
-  MCL::Status lastProcessingStatus = MCL::StatusOk;
 };
 
 SmFakeScript& Script();
-
-// Sample of plane `plane` at (x, y), byte `b` within the pixel.
-uint8_t PatternSample(int plane, int32_t x, int32_t y, int b);
 
 // Holds the planes of one picture.
 class CmFakePictureBuffer {

@@ -26,7 +26,6 @@ TEST(MediaDataTest, PacketsAndBlocksCopyTheRecordAndReadTheirTimes) {
                                                  Mask("1x1;1"));
   videoBytes.assign(videoBytes.size(), 0);
   EXPECT_EQ(videoItem.GetBeginTime(), 1700000000123LL) << "the frame time, not the sync time";
-  EXPECT_EQ(videoItem.GetEndTime(), videoItem.GetBeginTime());
   EXPECT_EQ(videoItem.GetDataSize(), BuildVideoPacket(video).size()) << "header included";
   EXPECT_EQ(videoItem.GetPayloadSize(), video.payload.size());
   EXPECT_EQ(CmBytes(videoItem.GetPayloadPointer(), videoItem.GetPayloadPointer() + 16),
@@ -52,14 +51,11 @@ TEST(MediaDataTest, PacketsAndBlocksCopyTheRecordAndReadTheirTimes) {
   EXPECT_EQ(blockItem.GetEndTime(), 1999);
   EXPECT_EQ(blockItem.GetDataSize(), blockBytes.size());
   EXPECT_EQ(blockItem.GetPayloadSize(), block.payload.size());
-  EXPECT_EQ(blockItem.GetProperty("Privacy_Mask"), nullptr);
 
   // Damaged records never throw: unreadable fields read as 0.
   const CmBytes garbage = {0xFF, 0x00, 0x01};
-  const CmMediaData broken(garbage.data(), garbage.size());
-  EXPECT_EQ(broken.GetBeginTime(), 0);
-  const CmToolkitMediaDataSinglePacket brokenPacket(garbage.data(), garbage.size());
-  EXPECT_EQ(brokenPacket.GetBeginTime(), 0);
+  EXPECT_EQ(CmMediaData(garbage.data(), garbage.size()).GetBeginTime(), 0);
+  EXPECT_EQ(CmToolkitMediaDataSinglePacket(garbage.data(), garbage.size()).GetBeginTime(), 0);
   SmVideoPacketFields farFuture;
   farFuture.frameTime = ~0ULL;
   const CmBytes farBytes = BuildVideoPacket(farFuture);

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "GenericByteData/TestTimes.h"
 #include "MediaProcessing/GenericByteData/RawVideoByteDataAccess.h"
 #include "MediaProcessing/Video/RandomAccessVideoDecoder.h"
 #include "Toolkits/VZKSourceToolkitPlugin/Decoding/VideoDataAccessAdapter.h"
@@ -13,6 +14,7 @@
 #include "Toolkits/VZKSourceToolkitPlugin/Stream/Cache.h"
 #include "support/FlatJPEG.h"
 #include "support/GenericByteDataBuilder.h"
+#include "support/TimeMatchOracle.h"
 
 using namespace NmToolkit;
 using namespace NmTestSupport;
@@ -24,10 +26,6 @@ using NmTimeStamp::CmTimeStamp;
 namespace {
 
 constexpr int64_t T0 = 1700000000000;
-
-CmTimeStamp Ms(int64_t milliseconds) {
-  return CmTimeStamp::FromMilliseconds(milliseconds);
-}
 
 // A recording in memory that navigates as a source plug-in does and counts
 // every call that reaches it.
@@ -159,29 +157,6 @@ std::vector<int64_t> Fill(CmMemorySource& source, Form form) {
   return times;
 }
 
-std::optional<int64_t> Expected(const std::vector<int64_t>& frames, int64_t t,
-                                SmTimeMatchType type) {
-  std::optional<int64_t> out;
-  for (const int64_t f : frames) {
-    const bool take = type == NmMediaProcessing::TimeMatchAfter        ? f > t && !out
-                      : type == NmMediaProcessing::TimeMatchAtOrAfter  ? f >= t && !out
-                      : type == NmMediaProcessing::TimeMatchBefore     ? f < t
-                      : type == NmMediaProcessing::TimeMatchAtOrBefore ? f <= t
-                      : type == NmMediaProcessing::TimeMatchExact
-                          ? f == t
-                          : !out || std::llabs(f - t) <= std::llabs(*out - t);
-    if (take) {
-      out = f;
-    }
-  }
-  return out;
-}
-
-const SmTimeMatchType AllTypes[] = {
-    NmMediaProcessing::TimeMatchAfter,     NmMediaProcessing::TimeMatchBefore,
-    NmMediaProcessing::TimeMatchAtOrAfter, NmMediaProcessing::TimeMatchAtOrBefore,
-    NmMediaProcessing::TimeMatchNearest,   NmMediaProcessing::TimeMatchExact};
-
 } // namespace
 
 // The decoder over the adapter over the cache finds every picture, in items
@@ -219,10 +194,10 @@ TEST(VideoDataAccessAdapter, DecoderFindsEveryPictureThroughTheCacheAtOneStepASt
     for (const int64_t f : frames) {
       probes.insert(probes.end(), {f, f + 1, f + 20, f + 39});
     }
-    for (const auto type : AllTypes) {
+    for (const auto type : AllTimeMatchTypes) {
       for (const int64_t t : probes) {
         SCOPED_TRACE(testing::Message() << "type " << type << " at T0+" << t - T0);
-        const std::optional<int64_t> expected = Expected(frames, t, type);
+        const std::optional<int64_t> expected = WantedFrame(frames, type, t);
         ASSERT_EQ(decoder.GetImage(Ms(t), type, image), expected.has_value());
         if (expected) {
           EXPECT_EQ(image.GetAttributes().timeStamp.GetMilliseconds(), *expected);
@@ -292,10 +267,10 @@ TEST(VideoDataAccessAdapter, SyncFramesOnlyWalksToTheNearestSyncFrame) {
   }
   CmCache cache(CmUpstreamToolkit(std::move(owned)));
   CmVideoDataAccessAdapter adapter(&cache);
-  for (const auto type : AllTypes) {
+  for (const auto type : AllTimeMatchTypes) {
     for (int64_t t = T0 - 50; t < T0 + 520; t += 10) {
       SCOPED_TRACE(testing::Message() << "type " << type << " at T0+" << t - T0);
-      const std::optional<int64_t> expected = Expected(syncs, t, type);
+      const std::optional<int64_t> expected = WantedFrame(syncs, type, t);
       CmGenericByteData record;
       ASSERT_EQ(adapter.GetByteData(Ms(t), type, true, record), expected.has_value());
       if (expected) {

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "Common/Error/Error.h"
+#include "GenericByteData/TestTimes.h"
 #include "MediaProcessing/GenericByteData/RawVideoByteDataAccess.h"
 #include "MediaProcessing/Video/RandomAccessVideoDecoder.h"
 #include "MediaProcessing/Video/VideoFactory.h"
@@ -16,6 +17,7 @@
 #include "support/FlatJPEG.h"
 #include "support/GenericByteDataBuilder.h"
 #include "support/ImageTestSupport.h"
+#include "support/TimeMatchOracle.h"
 
 using namespace NmMediaProcessing;
 using namespace NmTestSupport;
@@ -27,13 +29,6 @@ namespace {
 
 // 2023-11-14: far from 1970.
 constexpr int64_t T0 = 1700000000000;
-
-CmTimeStamp Ms(int64_t milliseconds) {
-  return CmTimeStamp::FromMilliseconds(milliseconds);
-}
-
-const SmTimeMatchType AllMatchTypes[] = {TimeMatchAfter,      TimeMatchBefore,  TimeMatchAtOrAfter,
-                                         TimeMatchAtOrBefore, TimeMatchNearest, TimeMatchExact};
 
 // One record in the store with the times under which the store finds it.
 struct SmStoredRecord {
@@ -99,22 +94,6 @@ public:
   bool m_HandOutViews = false;
   std::vector<std::unique_ptr<uint8_t[]>> m_Lent;
 };
-
-// The frame that a time and match type ask for, among frames in time order.
-std::optional<int64_t> Expected(const std::vector<int64_t>& frames, int64_t t,
-                                SmTimeMatchType matchType) {
-  std::optional<int64_t> out;
-  for (const int64_t f : frames) {
-    const bool fits[] = {f > t && !out,
-                         f < t,
-                         f >= t && !out,
-                         f <= t,
-                         !out || std::llabs(f - t) <= std::llabs(*out - t),
-                         f == t};
-    out = fits[matchType] ? f : out;
-  }
-  return out;
-}
 
 uint8_t LevelOf(size_t frame) {
   return static_cast<uint8_t>(30 + 25 * frame);
@@ -331,7 +310,7 @@ std::vector<int64_t> ProbeTimes(const std::vector<int64_t>& frames) {
 void ExpectAnswer(CmRandomAccessVideoDecoder& decoder, const std::vector<int64_t>& frames,
                   SmTimeMatchType type, int64_t t, int (*luma)(int64_t)) {
   SCOPED_TRACE(testing::Message() << "type " << type << " at T0+" << t - T0);
-  const std::optional<int64_t> expected = Expected(frames, t, type);
+  const std::optional<int64_t> expected = WantedFrame(frames, type, t);
   CmImage image;
   ASSERT_EQ(decoder.GetImage(Ms(t), type, image), expected.has_value());
   if (expected) {
@@ -377,7 +356,7 @@ TEST(RandomAccessVideoDecoder, StoreFailuresAndMisuse) {
   // An empty store answers false, and so does the decoder, raising nothing.
   CmMemoryStore store;
   decoder.SetDataAccess(&store);
-  for (const auto type : AllMatchTypes) {
+  for (const auto type : AllTimeMatchTypes) {
     EXPECT_FALSE(decoder.GetImage(Ms(T0), type, image));
   }
 
@@ -417,7 +396,7 @@ TEST(RandomAccessVideoDecoder, FindsTheRightPictureInEveryForm) {
       CmRandomAccessVideoDecoder kept;
       kept.SetParameters(parameters);
       kept.SetDataAccess(&store);
-      for (const auto type : AllMatchTypes) {
+      for (const auto type : AllTimeMatchTypes) {
         for (const int64_t t : ProbeTimes(frames)) {
           CmRandomAccessVideoDecoder fresh;
           fresh.SetParameters(parameters);
@@ -440,7 +419,7 @@ TEST(RandomAccessVideoDecoder, FindsTheRightPictureInEveryForm) {
       if (mode == 2) {
         frames = {frames[0], frames[4], frames[8]};
       }
-      for (const auto type : AllMatchTypes) {
+      for (const auto type : AllTimeMatchTypes) {
         for (const int64_t t : ProbeTimes(frames)) {
           if (mode == 2 && type == TimeMatchExact) {
             break; // exact times are not held to the sync frames here
