@@ -71,6 +71,7 @@ struct SmWriterPps {
   int32_t chromaQpIndexOffset = 0;
   bool deblockingControl = true;
   bool constrainedIntraPred = false;
+  bool cabac = false; // entropy_coding_mode_flag
 };
 
 // One entry of pred_weight_table for a reference index; absent weights
@@ -118,6 +119,7 @@ struct SmWriterSlice {
   uint32_t disableDeblocking = 1;
   int32_t alphaOffsetDiv2 = 0, betaOffsetDiv2 = 0;
   uint32_t sliceGroupChangeCycle = 0;
+  uint32_t cabacInitIdc = 0; // P and B slices under CABAC
 };
 
 // A macroblock as written: I_PCM with its samples (256 luma, then 64 Cb,
@@ -134,6 +136,12 @@ struct SmWriterMacroblock {
   static SmWriterMacroblock Predicted(SmKind kind, uint32_t ref0, int32_t mvx, int32_t mvy,
                                       uint32_t ref1 = 0, int32_t mvx1 = 0, int32_t mvy1 = 0);
 };
+
+// slice_data in CABAC for macroblocks of one slice, consecutive and
+// without slice groups.
+void WriteCabacSliceData(CmBitWriter& w, const SmWriterSlice& slice,
+                         const std::vector<SmWriterMacroblock>& macroblocks,
+                         const uint32_t active[2], uint32_t widthInMbs, int sliceQp);
 
 // Gathers NAL units and hands them out as Annex B or length-prefixed.
 class CmH264StreamWriter {
