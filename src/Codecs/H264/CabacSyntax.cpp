@@ -236,6 +236,9 @@ int32_t CmSliceDecoder::ReadMvd(CmBitReader& reader, int list, int component, in
 }
 
 void CmSliceDecoder::SetMvd(int list, int x, int y, int width, int height, int32_t dx, int32_t dy) {
+  if (!m_UseCabac) {
+    return; // only the contexts of CABAC read them
+  }
   SmMacroblockInfo& mb = m_Picture->GetMacroblocks()[m_Address];
   const uint8_t sizes[2] = {static_cast<uint8_t>(std::min(std::abs(dx), 127)),
                             static_cast<uint8_t>(std::min(std::abs(dy), 127))};
