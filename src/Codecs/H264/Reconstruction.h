@@ -24,11 +24,6 @@ struct SmLevelScale {
 // QPc from qPI (Table 8-15), for qPI in 0 to 51.
 int ChromaQp(int qpi);
 
-// 4x4 inverse transform of coefficients (raster, already scaled) added to
-// the prediction at dst, clipped to 8 bits (clause 8.5.12.2).
-void AddInverseTransform4x4(int32_t* coefficients, uint8_t* dst, ptrdiff_t stride);
-void AddInverseTransform8x8(int32_t* coefficients, uint8_t* dst, ptrdiff_t stride);
-
 // Scales a 4x4 block's levels (raster) in place; with hasDc false the first
 // coefficient is left as it is (a DC that was scaled on its own).
 void Scale4x4(int32_t* coefficients, const int32_t* levelScale, int qp, bool scaleDc);
