@@ -6,6 +6,8 @@
 #include <hwy/foreach_target.h> // IWYU pragma: keep
 #include <hwy/highway.h>
 
+#include <cstring>
+
 #include "Codecs/Primitives/H264Deblock.h"
 
 HWY_BEFORE_NAMESPACE();
@@ -165,32 +167,113 @@ void ChromaIntra(uint8_t* q, ptrdiff_t stride, int alpha, int beta) {
   }
 }
 
-// A vertical edge of `Length` rows with `Reach` samples on either side,
-// copied so that each column across the edge becomes a row of Length bytes;
-// `filter` runs on the copy, and the rows it may change (all but the outer
-// ones it only reads) go back.
-template <int Length, int Reach, typename Filter>
-HWY_INLINE void AcrossVerticalEdge(uint8_t* q, ptrdiff_t stride, Filter filter) {
-  uint8_t copy[2 * Reach * Length];
-  for (int i = 0; i < Length; ++i) {
-    const uint8_t* row = q + i * stride - Reach;
-    for (int k = 0; k < 2 * Reach; ++k) {
-      copy[k * Length + i] = row[k];
-    }
+using D8 = hn::FixedTag<uint8_t, 16>;
+using D16x8 = hn::FixedTag<uint16_t, 8>;
+using D32x4 = hn::FixedTag<uint32_t, 4>;
+using D64x2 = hn::FixedTag<uint64_t, 2>;
+
+// Interleaves the lanes of a and b taken as T: the steps of a transpose.
+template <typename T> HWY_INLINE hn::Vec<D8> ZipLower(hn::Vec<D8> a, hn::Vec<D8> b) {
+  const D8 d8;
+  const hn::Repartition<T, D8> d;
+  return hn::BitCast(d8, hn::InterleaveLower(d, hn::BitCast(d, a), hn::BitCast(d, b)));
+}
+template <typename T> HWY_INLINE hn::Vec<D8> ZipUpper(hn::Vec<D8> a, hn::Vec<D8> b) {
+  const D8 d8;
+  const hn::Repartition<T, D8> d;
+  return hn::BitCast(d8, hn::InterleaveUpper(d, hn::BitCast(d, a), hn::BitCast(d, b)));
+}
+
+// A vertical luma edge: the 16 rows of p3 .. q3 around it become the eight
+// rows of a 16-wide copy (one per distance from the edge) through byte,
+// word, double-word and quad-word interleaves, `filter` runs on the copy as
+// on a horizontal edge, and the same steps turn the copy back into rows.
+// p3 and q3 go back unchanged.
+template <typename Filter>
+HWY_INLINE void LumaAcrossVerticalEdge(uint8_t* q, ptrdiff_t stride, Filter filter) {
+  const D8 d8;
+  const hn::Half<D8> d8h;
+  HWY_ALIGN uint8_t copy[8 * 16];
+  hn::Vec<D8> a[8];
+  for (int j = 0; j < 8; ++j) {
+    const hn::Vec<D8> r0 = hn::ZeroExtendVector(d8, hn::LoadU(d8h, q + 2 * j * stride - 4));
+    const hn::Vec<D8> r1 = hn::ZeroExtendVector(d8, hn::LoadU(d8h, q + (2 * j + 1) * stride - 4));
+    a[j] = hn::InterleaveLower(d8, r0, r1); // column k of rows 2j, 2j + 1 in word k
   }
-  filter(copy + Reach * Length, Length);
-  const int changed = Reach == 4 ? 3 : 1;
-  for (int i = 0; i < Length; ++i) {
-    uint8_t* row = q + i * stride - Reach;
-    for (int k = Reach - changed; k < Reach + changed; ++k) {
-      row[k] = copy[k * Length + i];
-    }
+  hn::Vec<D8> b[4], c[4];
+  for (int m = 0; m < 4; ++m) {
+    b[m] = ZipLower<uint16_t>(a[2 * m], a[2 * m + 1]); // columns 0..3 of rows 4m..4m+3
+    c[m] = ZipUpper<uint16_t>(a[2 * m], a[2 * m + 1]); // columns 4..7
+  }
+  for (int half = 0; half < 2; ++half) {
+    const hn::Vec<D8>* v = half == 0 ? b : c;
+    // Two columns of rows 0..7, and of rows 8..15, per vector.
+    const hn::Vec<D8> low0 = ZipLower<uint32_t>(v[0], v[1]), low1 = ZipUpper<uint32_t>(v[0], v[1]);
+    const hn::Vec<D8> high0 = ZipLower<uint32_t>(v[2], v[3]),
+                      high1 = ZipUpper<uint32_t>(v[2], v[3]);
+    uint8_t* out = copy + 4 * half * 16;
+    hn::Store(ZipLower<uint64_t>(low0, high0), d8, out);
+    hn::Store(ZipUpper<uint64_t>(low0, high0), d8, out + 16);
+    hn::Store(ZipLower<uint64_t>(low1, high1), d8, out + 32);
+    hn::Store(ZipUpper<uint64_t>(low1, high1), d8, out + 48);
+  }
+  filter(copy + 4 * 16, 16);
+  hn::Vec<D8> lower[4], upper[4];
+  for (int p = 0; p < 4; ++p) {
+    const hn::Vec<D8> k0 = hn::Load(d8, copy + 2 * p * 16),
+                      k1 = hn::Load(d8, copy + (2 * p + 1) * 16);
+    lower[p] = hn::InterleaveLower(d8, k0, k1); // columns 2p, 2p + 1 of rows 0..7
+    upper[p] = ZipUpper<uint8_t>(k0, k1);       // of rows 8..15
+  }
+  HWY_ALIGN uint8_t rows[16 * 8];
+  for (int half = 0; half < 2; ++half) {
+    const hn::Vec<D8>* v = half == 0 ? lower : upper;
+    const hn::Vec<D8> left0 = ZipLower<uint16_t>(v[0], v[1]),
+                      left1 = ZipUpper<uint16_t>(v[0], v[1]);
+    const hn::Vec<D8> right0 = ZipLower<uint16_t>(v[2], v[3]),
+                      right1 = ZipUpper<uint16_t>(v[2], v[3]);
+    uint8_t* out = rows + half * 64;
+    hn::Store(ZipLower<uint32_t>(left0, right0), d8, out);
+    hn::Store(ZipUpper<uint32_t>(left0, right0), d8, out + 16);
+    hn::Store(ZipLower<uint32_t>(left1, right1), d8, out + 32);
+    hn::Store(ZipUpper<uint32_t>(left1, right1), d8, out + 48);
+  }
+  for (int i = 0; i < 16; ++i) {
+    std::memcpy(q + i * stride - 4, rows + 8 * i, 8);
+  }
+}
+
+// A vertical chroma edge: 8 rows of p1 .. q1 to four rows of eight, and back.
+template <typename Filter>
+HWY_INLINE void ChromaAcrossVerticalEdge(uint8_t* q, ptrdiff_t stride, Filter filter) {
+  const D8 d8;
+  HWY_ALIGN uint8_t copy[4 * 8];
+  hn::Vec<D8> a[4];
+  for (int j = 0; j < 4; ++j) {
+    uint32_t r0, r1;
+    std::memcpy(&r0, q + 2 * j * stride - 2, 4);
+    std::memcpy(&r1, q + (2 * j + 1) * stride - 2, 4);
+    a[j] = hn::InterleaveLower(d8, hn::BitCast(d8, hn::Set(D32x4(), r0)),
+                               hn::BitCast(d8, hn::Set(D32x4(), r1)));
+  }
+  const hn::Vec<D8> b0 = ZipLower<uint16_t>(a[0], a[1]), b1 = ZipLower<uint16_t>(a[2], a[3]);
+  hn::Store(ZipLower<uint32_t>(b0, b1), d8, copy);
+  hn::Store(ZipUpper<uint32_t>(b0, b1), d8, copy + 16);
+  filter(copy + 2 * 8, 8);
+  const hn::Vec<D8> v0 = hn::Load(d8, copy), v1 = hn::Load(d8, copy + 16);
+  const hn::Vec<D8> t0 = hn::InterleaveLower(d8, v0, hn::ShiftRightBytes<8>(d8, v0));
+  const hn::Vec<D8> t1 = hn::InterleaveLower(d8, v1, hn::ShiftRightBytes<8>(d8, v1));
+  HWY_ALIGN uint8_t rows[8 * 4];
+  hn::Store(ZipLower<uint16_t>(t0, t1), d8, rows);
+  hn::Store(ZipUpper<uint16_t>(t0, t1), d8, rows + 16);
+  for (int i = 0; i < 8; ++i) {
+    std::memcpy(q + i * stride - 2, rows + 4 * i, 4);
   }
 }
 
 void LumaVerticalImpl(uint8_t* q, ptrdiff_t stride, int alpha, int beta, const int8_t* tc0) {
-  AcrossVerticalEdge<16, 4>(q, stride,
-                            [&](uint8_t* c, ptrdiff_t s) { LumaNormal(c, s, alpha, beta, tc0); });
+  LumaAcrossVerticalEdge(q, stride,
+                         [&](uint8_t* c, ptrdiff_t s) { LumaNormal(c, s, alpha, beta, tc0); });
 }
 
 void LumaHorizontalImpl(uint8_t* q, ptrdiff_t stride, int alpha, int beta, const int8_t* tc0) {
@@ -198,8 +281,7 @@ void LumaHorizontalImpl(uint8_t* q, ptrdiff_t stride, int alpha, int beta, const
 }
 
 void LumaVerticalIntraImpl(uint8_t* q, ptrdiff_t stride, int alpha, int beta) {
-  AcrossVerticalEdge<16, 4>(q, stride,
-                            [&](uint8_t* c, ptrdiff_t s) { LumaIntra(c, s, alpha, beta); });
+  LumaAcrossVerticalEdge(q, stride, [&](uint8_t* c, ptrdiff_t s) { LumaIntra(c, s, alpha, beta); });
 }
 
 void LumaHorizontalIntraImpl(uint8_t* q, ptrdiff_t stride, int alpha, int beta) {
@@ -207,7 +289,7 @@ void LumaHorizontalIntraImpl(uint8_t* q, ptrdiff_t stride, int alpha, int beta) 
 }
 
 void ChromaVerticalImpl(uint8_t* q, ptrdiff_t stride, int alpha, int beta, const int8_t* tc0) {
-  AcrossVerticalEdge<8, 2>(q, stride,
+  ChromaAcrossVerticalEdge(q, stride,
                            [&](uint8_t* c, ptrdiff_t s) { ChromaNormal(c, s, alpha, beta, tc0); });
 }
 
@@ -216,7 +298,7 @@ void ChromaHorizontalImpl(uint8_t* q, ptrdiff_t stride, int alpha, int beta, con
 }
 
 void ChromaVerticalIntraImpl(uint8_t* q, ptrdiff_t stride, int alpha, int beta) {
-  AcrossVerticalEdge<8, 2>(q, stride,
+  ChromaAcrossVerticalEdge(q, stride,
                            [&](uint8_t* c, ptrdiff_t s) { ChromaIntra(c, s, alpha, beta); });
 }
 
