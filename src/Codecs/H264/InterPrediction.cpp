@@ -61,4 +61,20 @@ void PredictChroma(const CmPicture& reference, int component, int x, int y, int 
   NmPrimitives::H264InterpolateChroma(src, s, dst, dstStride, width, height, mvx & 7, mvy & 7);
 }
 
+void PrefetchChroma(const CmPicture& reference, int x, int y, int mvx, int mvy, int height) {
+  const int pictureWidth = static_cast<int>(reference.GetWidthInMbs() * 8);
+  const int pictureHeight = static_cast<int>(reference.GetHeightInMbs() * 8);
+  const int x0 = std::clamp(x + (mvx >> 3), 0, pictureWidth - 1);
+  const int y0 = y + (mvy >> 3);
+  for (int component = 1; component < 3; ++component) {
+    const uint8_t* plane = reference.GetPlane(component);
+    const ptrdiff_t stride = reference.GetStride(component);
+    for (int j = 0; j <= height; ++j) {
+      const int row = std::clamp(y0 + j, 0, pictureHeight - 1);
+      // A chroma block's row rarely spans two cache lines; one hint a row.
+      __builtin_prefetch(plane + row * stride + x0);
+    }
+  }
+}
+
 } // namespace NmH264
