@@ -30,6 +30,7 @@ extern "C" {
 #include "Codecs/Primitives/ColorConvert.h"
 #include "Codecs/Primitives/H264Deblock.h"
 #include "Codecs/Primitives/H264Interpolation.h"
+#include "Codecs/Primitives/H264IntraPrediction.h"
 #include "Codecs/Primitives/H264Prediction.h"
 #include "Codecs/Primitives/H264Transform.h"
 #include "Codecs/Primitives/PlaneCopy.h"
@@ -216,6 +217,17 @@ void RegisterH264() {
   Register("H264Transform8x8", "ours", [] { TransformFrame(P::H264AddInverseTransform8x8, 8); });
   Register("H264Transform8x8", "reference",
            [] { TransformFrame(R::H264AddInverseTransform8x8, 8); });
+  // Intra prediction of every block of the frame, the modes taken in turn.
+  const auto intra = [](auto f, int size, int modes) {
+    const P::SmH264IntraNeighbours all{true, true, true, true};
+    ForEachBlock(size, [&](int x, int y, int index) {
+      f(gray2.data() + y * Width + x, Width, index % modes, all);
+    });
+  };
+  Register("H264Intra16x16", "ours", [intra] { intra(P::H264PredictIntra16x16, 16, 4); });
+  Register("H264Intra16x16", "reference", [intra] { intra(R::H264PredictIntra16x16, 16, 4); });
+  Register("H264IntraChroma", "ours", [intra] { intra(P::H264PredictIntraChroma8x8, 8, 4); });
+  Register("H264IntraChroma", "reference", [intra] { intra(R::H264PredictIntraChroma8x8, 8, 4); });
   Register("H264DeblockLumaV", "ours",
            [] { DeblockFrame(P::H264FilterLumaVerticalEdge, true, 16); });
   Register("H264DeblockLumaV", "reference",

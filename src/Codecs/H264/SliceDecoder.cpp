@@ -288,7 +288,7 @@ void CmSliceDecoder::ReconstructIntra(uint32_t address, int intra16x16Mode, int 
       edge.hasTopRight =
           y == 0 ? (x < 3 ? b : c) : (x < 3 && BlockIndex[x + 1 + 4 * (y - 1)] < blk);
       uint8_t* dst = luma + 4 * y * stride + 4 * x;
-      PredictIntra4x4(dst, stride, mb.intraModes[x + 4 * y], edge);
+      NmPrimitives::H264PredictIntra4x4(dst, stride, mb.intraModes[x + 4 * y], edge);
       if (mb.totalCoeff[x + 4 * y] != 0) {
         AddLumaResidual4x4(blk, dst, stride, 0, qp);
       }
@@ -302,7 +302,7 @@ void CmSliceDecoder::ReconstructIntra(uint32_t address, int intra16x16Mode, int 
       edge.hasCorner = b8 == 3 ? true : (b8 == 2 ? a : (b8 == 1 ? b : d));
       edge.hasTopRight = b8 == 0 ? b : (b8 == 1 ? c : b8 == 2);
       uint8_t* dst = luma + 4 * y * stride + 4 * x;
-      PredictIntra8x8(dst, stride, mb.intraModes[x + 4 * y], edge);
+      NmPrimitives::H264PredictIntra8x8(dst, stride, mb.intraModes[x + 4 * y], edge);
       bool coded = false;
       for (int sub = 0; sub < 4; ++sub) {
         coded = coded || mb.totalCoeff[BlockX[4 * b8 + sub] + 4 * BlockY[4 * b8 + sub]] != 0;
@@ -313,7 +313,7 @@ void CmSliceDecoder::ReconstructIntra(uint32_t address, int intra16x16Mode, int 
     }
   } else {
     SmIntraNeighbours edge{a, b, false, d};
-    PredictIntra16x16(luma, stride, intra16x16Mode, edge);
+    NmPrimitives::H264PredictIntra16x16(luma, stride, intra16x16Mode, edge);
     int32_t dc[16];
     for (int k = 0; k < 16; ++k) {
       dc[ZigZag4x4[static_cast<size_t>(k)]] = m_DcLevels[k];
@@ -343,9 +343,9 @@ void CmSliceDecoder::ReconstructIntra(uint32_t address, int intra16x16Mode, int 
   }
   for (int plane = 1; plane < 3; ++plane) {
     const ptrdiff_t cstride = m_Picture->GetStride(plane);
-    PredictIntraChroma8x8(m_Picture->GetPlane(plane) + (address / width) * 8 * cstride +
-                              (address % width) * 8,
-                          cstride, chromaMode, SmIntraNeighbours{a, b, false, d});
+    NmPrimitives::H264PredictIntraChroma8x8(
+        m_Picture->GetPlane(plane) + (address / width) * 8 * cstride + (address % width) * 8,
+        cstride, chromaMode, SmIntraNeighbours{a, b, false, d});
   }
   AddChromaResidual(address, true);
 }
