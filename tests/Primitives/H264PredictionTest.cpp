@@ -16,12 +16,13 @@ TEST_P(H264Prediction, MatchesTheReference) {
     const int height = 1 + static_cast<int>(random() % 16);
     const int logWD = static_cast<int>(random() % 8);
     // Weights at the ends of their ranges every few rounds, where the sums
-    // and the clip are at their limits.
+    // and the clip are at their limits: beyond what conforming streams may
+    // carry, and the implicit weights' extremes that conforming ones reach.
     const bool extreme = round % 4 == 0;
-    const int weight =
-        extreme ? (round % 8 == 0 ? 127 : -128) : static_cast<int>(random() % 256) - 128;
-    const int weightB =
-        extreme ? (round % 8 == 0 ? 128 : -128) : static_cast<int>(random() % 257) - 128;
+    const int extremes[4][2] = {{127, 128}, {-128, -128}, {128, -64}, {-64, 128}};
+    const int* pair = extremes[(round / 4) % 4];
+    const int weight = extreme ? pair[0] : static_cast<int>(random() % 256) - 128;
+    const int weightB = extreme ? pair[1] : static_cast<int>(random() % 257) - 128;
     const int offset = static_cast<int>(random() % 256) - 128;
     SCOPED_TRACE(::testing::Message() << width << "x" << height << " logWD " << logWD << " weights "
                                       << weight << ", " << weightB << " offset " << offset);

@@ -1,10 +1,12 @@
 // Averaging and weighting of predictions, compiled once per Highway target.
 // One weighted prediction fits 16-bit lanes (|255 * 128| + 64 < 32768); the
-// sum of two does not, so bi-prediction weights in 32 bits.
+// sum of two does for the weights of conforming streams only.
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "Codecs/Primitives/H264Prediction.cc"
 #include <hwy/foreach_target.h> // IWYU pragma: keep
 #include <hwy/highway.h>
+
+#include <algorithm>
 
 #include "Codecs/Primitives/H264Prediction.h"
 
@@ -62,19 +64,43 @@ void WeightImpl(const uint8_t* a, ptrdiff_t aStride, uint8_t* dst, ptrdiff_t dst
   });
 }
 
+// Samples widened to the lanes of d.
+template <class D> HWY_INLINE hn::Vec<D> LoadSamples(D d, const uint8_t* p) {
+  const hn::Rebind<uint8_t, D> d8;
+  return hn::BitCast(d, hn::PromoteTo(hn::RebindToUnsigned<D>(), hn::LoadU(d8, p)));
+}
+
+template <typename T>
+void WeightBiIn(const uint8_t* a, ptrdiff_t aStride, const uint8_t* b, ptrdiff_t bStride,
+                uint8_t* dst, ptrdiff_t dstStride, int width, int height, int logWD, int weightA,
+                int weightB, int offset) {
+  ForEachRow<T>(width, height, [&](auto d, int y, int x) {
+    const hn::Rebind<uint8_t, decltype(d)> d8;
+    const auto sampleA = LoadSamples(d, a + y * aStride + x);
+    const auto sampleB = LoadSamples(d, b + y * bStride + x);
+    auto value = hn::Add(hn::Mul(sampleA, hn::Set(d, static_cast<T>(weightA))),
+                         hn::Mul(sampleB, hn::Set(d, static_cast<T>(weightB))));
+    value = hn::ShiftRightSame(hn::Add(value, hn::Set(d, static_cast<T>(1 << logWD))), logWD + 1);
+    value = hn::Add(value, hn::Set(d, static_cast<T>(offset)));
+    hn::StoreU(hn::DemoteTo(d8, value), d8, dst + y * dstStride + x);
+  });
+}
+
 void WeightBiImpl(const uint8_t* a, ptrdiff_t aStride, const uint8_t* b, ptrdiff_t bStride,
                   uint8_t* dst, ptrdiff_t dstStride, int width, int height, int logWD, int weightA,
                   int weightB, int offset) {
-  ForEachRow<int32_t>(width, height, [&](auto d, int y, int x) {
-    const hn::Rebind<uint8_t, decltype(d)> d8;
-    const auto sampleA = hn::PromoteTo(d, hn::LoadU(d8, a + y * aStride + x));
-    const auto sampleB = hn::PromoteTo(d, hn::LoadU(d8, b + y * bStride + x));
-    auto value =
-        hn::Add(hn::Mul(sampleA, hn::Set(d, weightA)), hn::Mul(sampleB, hn::Set(d, weightB)));
-    value = hn::ShiftRightSame(hn::Add(value, hn::Set(d, 1 << logWD)), logWD + 1);
-    value = hn::Add(value, hn::Set(d, offset));
-    hn::StoreU(hn::DemoteTo(d8, value), d8, dst + y * dstStride + x);
-  });
+  // The weights that streams may carry (implicit ones, and explicit ones
+  // whose sum the standard bounds) keep every sum within 16 bits, which
+  // doubles the lanes; any others take 32.
+  const int most = 255 * (std::max(weightA, 0) + std::max(weightB, 0)) + (1 << logWD);
+  const int least = -255 * (std::max(-weightA, 0) + std::max(-weightB, 0));
+  if (most <= 32767 && least >= -32768) {
+    WeightBiIn<int16_t>(a, aStride, b, bStride, dst, dstStride, width, height, logWD, weightA,
+                        weightB, offset);
+  } else {
+    WeightBiIn<int32_t>(a, aStride, b, bStride, dst, dstStride, width, height, logWD, weightA,
+                        weightB, offset);
+  }
 }
 
 #else
