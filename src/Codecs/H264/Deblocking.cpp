@@ -115,6 +115,31 @@ int GetStrength(const SmMacroblockInfo& mbP, int px, int py, const SmMacroblockI
   return (far(mp0, mq0) || far(mp1, mq1)) && (far(mp0, mq1) || far(mp1, mq0)) ? 1 : 0;
 }
 
+// An inter macroblock that moves as one piece (one reference per list, one
+// vector per list) has no motion edges inside: its inner strengths depend on
+// coefficients alone. Most macroblocks are such, and the per-block
+// comparisons they save are the bulk of the filter's branching.
+bool HasUniformMotion(const SmMacroblockInfo& mb) {
+  if (IsIntra(mb.kind) || (mb.refIdx[0][0] < 0 && mb.refIdx[1][0] < 0)) {
+    return false;
+  }
+  for (int list = 0; list < 2; ++list) {
+    const int8_t* refIdx = mb.refIdx[list];
+    if (refIdx[1] != refIdx[0] || refIdx[2] != refIdx[0] || refIdx[3] != refIdx[0]) {
+      return false;
+    }
+    if (refIdx[0] < 0) {
+      continue;
+    }
+    for (int k = 1; k < 16; ++k) {
+      if (mb.mv[list][k][0] != mb.mv[list][0][0] || mb.mv[list][k][1] != mb.mv[list][0][1]) {
+        return false;
+      }
+    }
+  }
+  return true;
+}
+
 } // namespace
 
 void DeblockPicture(CmPicture& picture, const std::vector<SmSliceFilterParameters>& slices) {
@@ -139,6 +164,7 @@ void DeblockPicture(CmPicture& picture, const std::vector<SmSliceFilterParameter
       top = top != nullptr && top->slice == mb.slice ? top : nullptr;
     }
     const auto qpOf = [](const SmMacroblockInfo& m) { return m.kind == MbIPcm ? 0 : int{m.qp}; };
+    const bool uniform = HasUniformMotion(mb);
     for (int direction = 0; direction < 2; ++direction) {
       const SmMacroblockInfo* neighbour = direction == 0 ? left : top;
       for (int edge = 0; edge < 4; ++edge) {
@@ -153,7 +179,9 @@ void DeblockPicture(CmPicture& picture, const std::vector<SmSliceFilterParameter
           const int qx = direction == 0 ? edge : k, qy = direction == 0 ? k : edge;
           const int px = direction == 0 ? (qx + 3) % 4 : qx,
                     py = direction == 0 ? qy : (qy + 3) % 4;
-          strengths[k] = GetStrength(p, px, py, mb, qx, qy, edge == 0);
+          strengths[k] = edge > 0 && uniform
+                             ? (HasCoefficients(mb, px, py) || HasCoefficients(mb, qx, qy) ? 2 : 0)
+                             : GetStrength(p, px, py, mb, qx, qy, edge == 0);
           any = any || strengths[k] != 0;
         }
         if (!any) {
