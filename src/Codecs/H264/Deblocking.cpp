@@ -68,6 +68,9 @@ bool HasCoefficients(const SmMacroblockInfo& mb, int x, int y) {
   return mb.totalCoeff[x + 4 * y] != 0;
 }
 
+int GetMotionStrength(const SmMacroblockInfo& mbP, int px, int py, const SmMacroblockInfo& mbQ,
+                      int qx, int qy);
+
 // Boundary strength between the 4x4 blocks p (in mbP at px, py) and q (in
 // mbQ at qx, qy), 8.7.2.1, for frame macroblocks.
 int GetStrength(const SmMacroblockInfo& mbP, int px, int py, const SmMacroblockInfo& mbQ, int qx,
@@ -78,8 +81,13 @@ int GetStrength(const SmMacroblockInfo& mbP, int px, int py, const SmMacroblockI
   if (HasCoefficients(mbP, px, py) || HasCoefficients(mbQ, qx, qy)) {
     return 2;
   }
-  // Strength 1 where the blocks predict from different pictures, or from
-  // the same by vectors a whole sample or more apart.
+  return GetMotionStrength(mbP, px, py, mbQ, qx, qy);
+}
+
+// Strength 1 where the blocks predict from different pictures, or from
+// the same by vectors a whole sample or more apart; else 0.
+int GetMotionStrength(const SmMacroblockInfo& mbP, int px, int py, const SmMacroblockInfo& mbQ,
+                      int qx, int qy) {
   const int bp = (px / 2) + 2 * (py / 2), bq = (qx / 2) + 2 * (qy / 2);
   const auto uses = [](const SmMacroblockInfo& m, int list, int b8) {
     return m.refIdx[list][b8] >= 0;
@@ -147,6 +155,10 @@ void DeblockPicture(CmPicture& picture, const std::vector<SmSliceFilterParameter
   const uint32_t height = picture.GetHeightInMbs();
   const SmMacroblockInfo* mbs = picture.GetMacroblocks();
   const int planes = picture.IsMonochrome() ? 1 : 3;
+  std::vector<uint8_t> moving(width * height);
+  for (uint32_t address = 0; address < width * height; ++address) {
+    moving[address] = HasUniformMotion(mbs[address]) ? 1 : 0;
+  }
   for (uint32_t address = 0; address < width * height; ++address) {
     const SmMacroblockInfo& mb = mbs[address];
     if (mb.slice == 0 || mb.slice >= slices.size()) {
@@ -164,7 +176,7 @@ void DeblockPicture(CmPicture& picture, const std::vector<SmSliceFilterParameter
       top = top != nullptr && top->slice == mb.slice ? top : nullptr;
     }
     const auto qpOf = [](const SmMacroblockInfo& m) { return m.kind == MbIPcm ? 0 : int{m.qp}; };
-    const bool uniform = HasUniformMotion(mb);
+    const bool uniform = moving[address] != 0;
     for (int direction = 0; direction < 2; ++direction) {
       const SmMacroblockInfo* neighbour = direction == 0 ? left : top;
       for (int edge = 0; edge < 4; ++edge) {
@@ -172,6 +184,16 @@ void DeblockPicture(CmPicture& picture, const std::vector<SmSliceFilterParameter
           continue;
         }
         const SmMacroblockInfo& p = edge == 0 ? *neighbour : mb;
+        // Between two macroblocks that each move as one piece, the motion
+        // part of the strength is the same along the whole edge; inside one,
+        // it is 0.
+        const bool neighbourUniform =
+            edge == 0 && moving[direction == 0 ? address - 1 : address - width] != 0;
+        const int motion = !uniform           ? -1
+                           : edge > 0         ? 0
+                           : neighbourUniform ? GetMotionStrength(p, direction == 0 ? 3 : 0,
+                                                                  direction == 0 ? 0 : 3, mb, 0, 0)
+                                              : -1;
         int strengths[4];
         bool any = false;
         for (int k = 0; k < 4; ++k) {
@@ -179,9 +201,9 @@ void DeblockPicture(CmPicture& picture, const std::vector<SmSliceFilterParameter
           const int qx = direction == 0 ? edge : k, qy = direction == 0 ? k : edge;
           const int px = direction == 0 ? (qx + 3) % 4 : qx,
                     py = direction == 0 ? qy : (qy + 3) % 4;
-          strengths[k] = edge > 0 && uniform
-                             ? (HasCoefficients(mb, px, py) || HasCoefficients(mb, qx, qy) ? 2 : 0)
-                             : GetStrength(p, px, py, mb, qx, qy, edge == 0);
+          strengths[k] =
+              motion >= 0 ? (HasCoefficients(p, px, py) || HasCoefficients(mb, qx, qy) ? 2 : motion)
+                          : GetStrength(p, px, py, mb, qx, qy, edge == 0);
           any = any || strengths[k] != 0;
         }
         if (!any) {
