@@ -635,6 +635,11 @@ void CmSliceDecoder::PredictInter(uint32_t address) {
   const uint32_t width = m_Picture->GetWidthInMbs();
   const int mbx = static_cast<int>(address % width) * 16;
   const int mby = static_cast<int>(address / width) * 16;
+  const int list = mb.refIdx[0][0] >= 0 ? 0 : 1;
+  if (mb.refIdx[list][0] >= 0) {
+    PrefetchAhead(*m_Lists[list].pictures[static_cast<size_t>(mb.refIdx[list][0])], mbx, mby,
+                  mb.mv[list][0][0], mb.mv[list][0][1]);
+  }
   // Blocks of 4x4 with the same motion are predicted as one: the whole
   // macroblock, each 8x8 block, or each 4x4 block.
   const auto same = [&mb](int a, int b) {
@@ -677,15 +682,6 @@ void CmSliceDecoder::PredictBlock(uint32_t address, int mbx, int mby, int bx, in
   const int b8 = bx / 2 + 2 * (by / 2);
   const int refs[2] = {mb.refIdx[0][b8], mb.refIdx[1][b8]};
   const int planes = m_Sps->GetChromaArrayType() == 1 ? 3 : 1;
-  if (planes == 3) {
-    for (int list = 0; list < 2; ++list) {
-      if (refs[list] >= 0) {
-        const int16_t* mv = mb.mv[list][bx + 4 * by];
-        PrefetchChroma(*m_Lists[list].pictures[static_cast<size_t>(refs[list])], mbx / 2 + 2 * bx,
-                       mby / 2 + 2 * by, mv[0], mv[1], height / 2);
-      }
-    }
-  }
   for (int c = 0; c < planes; ++c) {
     const int w = c == 0 ? width : width / 2, h = c == 0 ? height : height / 2;
     const int px = c == 0 ? mbx + 4 * bx : mbx / 2 + 2 * bx;

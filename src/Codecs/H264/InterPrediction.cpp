@@ -61,18 +61,29 @@ void PredictChroma(const CmPicture& reference, int component, int x, int y, int 
   NmPrimitives::H264InterpolateChroma(src, s, dst, dstStride, width, height, mvx & 7, mvy & 7);
 }
 
-void PrefetchChroma(const CmPicture& reference, int x, int y, int mvx, int mvy, int height) {
-  const int pictureWidth = static_cast<int>(reference.GetWidthInMbs() * 8);
-  const int pictureHeight = static_cast<int>(reference.GetHeightInMbs() * 8);
-  const int x0 = std::clamp(x + (mvx >> 3), 0, pictureWidth - 1);
-  const int y0 = y + (mvy >> 3);
-  for (int component = 1; component < 3; ++component) {
+void PrefetchAhead(const CmPicture& reference, int x, int y, int mvx, int mvy) {
+  // Four rows of luma and two of each chroma plane, 64 samples to the right
+  // and a quarter of a macroblock lower for each step along the row, so that
+  // four neighbouring macroblocks moving alike warm all the rows the one
+  // four places on will read.
+  const int step = (x / 16) & 3;
+  for (int component = 0; component < 3; ++component) {
+    const int shift = component == 0 ? 0 : 1;
+    const int border = CmPicture::LumaBorder >> shift;
+    const int planeWidth = static_cast<int>(reference.GetWidthInMbs() * 16) >> shift;
+    const int planeHeight = static_cast<int>(reference.GetHeightInMbs() * 16) >> shift;
+    const int px =
+        std::clamp((x >> shift) + (mvx >> (2 + shift)) + 64, -border, planeWidth + border - 1);
+    const int rows = component == 0 ? 4 : 2;
+    const int py = (y >> shift) + (mvy >> (2 + shift)) + step * rows;
     const uint8_t* plane = reference.GetPlane(component);
     const ptrdiff_t stride = reference.GetStride(component);
-    for (int j = 0; j <= height; ++j) {
-      const int row = std::clamp(y0 + j, 0, pictureHeight - 1);
-      // A chroma block's row rarely spans two cache lines; one hint a row.
-      __builtin_prefetch(plane + row * stride + x0);
+    for (int j = 0; j < rows; ++j) {
+      __builtin_prefetch(plane + std::clamp(py + j, -border, planeHeight + border - 1) * stride +
+                         px);
+    }
+    if (reference.IsMonochrome()) {
+      return;
     }
   }
 }
