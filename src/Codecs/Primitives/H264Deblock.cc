@@ -21,7 +21,7 @@ template <class D> HWY_INLINE hn::Vec<D> LoadRow(D d, const uint8_t* p) {
   return hn::BitCast(d, hn::PromoteTo(hn::RebindToUnsigned<D>(), hn::LoadU(d8, p)));
 }
 
-template <class D> HWY_INLINE void StoreRow(D d, hn::Vec<D> v, uint8_t* p) {
+template <class D> HWY_INLINE void StoreRow(D, hn::Vec<D> v, uint8_t* p) {
   const hn::Rebind<uint8_t, D> d8;
   hn::StoreU(hn::DemoteTo(d8, v), d8, p);
 }
