@@ -61,6 +61,7 @@ TEST(H264Decode, PicturesEqualTheReferenceDecoder) {
     const char* size;
     const char* pixelFormat;
     const char* options;
+    int frames = 10;
   } cases[] = {
       {"64x48", "yuv420p", "cabac=0:8x8dct=0:keyint=1:no-deblock=1:qp=30"},
       {"64x48", "yuv420p", "cabac=0:8x8dct=0:keyint=1:qp=30"},
@@ -85,23 +86,32 @@ TEST(H264Decode, PicturesEqualTheReferenceDecoder) {
        "cabac=0:bframes=3:b-pyramid=normal:direct=temporal:weightb=1:ref=4:qp=28"},
       {"100x60", "yuv420p",
        "cabac=0:bframes=3:b-pyramid=strict:direct=spatial:weightb=1:partitions=all:8x8dct=1:qp=24"},
+      // Constrained Baseline with many slices and references; 16 references
+      // under a B pyramid; open groups; intra refresh; constrained intra; a
+      // picture of 720 lines.
+      {"176x144", "yuv420p", "cabac=0:bframes=0:8x8dct=0:weightp=0:ref=8:slices=4:keyint=12", 24},
+      {"64x48", "yuv420p", "cabac=0:bframes=3:b-pyramid=normal:ref=16:keyint=40:qp=30", 36},
+      {"64x48", "yuv420p", "cabac=0:bframes=2:open-gop=1:keyint=8:min-keyint=8:scenecut=0", 24},
+      {"96x64", "yuv420p", "cabac=0:bframes=0:keyint=8:intra-refresh=1", 20},
+      {"96x64", "yuv420p", "cabac=0:bframes=2:constrained-intra=1:qp=20", 10},
+      {"1280x720", "yuv420p", "cabac=0:bframes=2:ref=2", 3},
   };
   for (const SmCase& c : cases) {
     SCOPED_TRACE(std::string(c.options) + " " + c.pixelFormat);
     const std::string stream = directory / "intra.264";
     const std::string decoded = directory / "intra.yuv";
     ASSERT_TRUE(NmTestSupport::Run(std::string("ffmpeg -y -f lavfi -i testsrc2=size=") + c.size +
-                                   ":rate=25 -frames:v 10 -pix_fmt " + c.pixelFormat +
-                                   " -c:v libx264 -x264-params '" + c.options + "' -f h264 '" +
-                                   stream + "'"));
+                                   ":rate=25 -frames:v " + std::to_string(c.frames) + " -pix_fmt " +
+                                   c.pixelFormat + " -c:v libx264 -x264-params '" + c.options +
+                                   "' -f h264 '" + stream + "'"));
     ASSERT_TRUE(NmTestSupport::Run("ffmpeg -y -i '" + stream + "' -f rawvideo -pix_fmt " +
                                    c.pixelFormat + " '" + decoded + "'"));
     bool allDecoded = false;
     const auto pictures = DecodeStream(NmTestSupport::ReadBytes(stream), allDecoded);
     EXPECT_TRUE(allDecoded);
     const std::vector<uint8_t> expected = NmTestSupport::ReadBytes(decoded);
-    ASSERT_EQ(pictures.size(), 10u);
-    const size_t frameSize = expected.size() / 10;
+    ASSERT_EQ(pictures.size(), static_cast<size_t>(c.frames));
+    const size_t frameSize = expected.size() / pictures.size();
     for (size_t i = 0; i < pictures.size(); ++i) {
       ASSERT_EQ(pictures[i].size(), frameSize);
       const std::vector<uint8_t> reference(
