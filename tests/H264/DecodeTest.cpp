@@ -8,6 +8,7 @@
 #include "Codecs/H264/NalUnits.h"
 #include "Codecs/H264/ParameterSets.h"
 #include "Codecs/H264/TaskSupplier.h"
+#include "H264/VisibleSamples.h"
 #include "support/ExternalTools.h"
 
 using namespace NmH264;
@@ -23,19 +24,7 @@ std::vector<std::vector<uint8_t>> DecodeStream(const std::vector<uint8_t>& strea
   std::vector<std::vector<uint8_t>> pictures;
   const auto take = [&](bool force) {
     while (MCL::H264DecoderFrame* frame = supplier.GetFrameToDisplay(force)) {
-      const SmSequenceParameterSet& sps = *supplier.GetActiveSequence();
-      const CmPicture& picture = frame->GetPicture();
-      std::vector<uint8_t> out;
-      for (int c = 0; c < (picture.IsMonochrome() ? 1 : 3); ++c) {
-        const uint32_t shift = c == 0 ? 0 : 1;
-        for (uint32_t y = sps.cropTop >> shift; y < (sps.GetHeight() - sps.cropBottom) >> shift;
-             ++y) {
-          const uint8_t* row = picture.GetPlane(c) + y * picture.GetStride(c);
-          out.insert(out.end(), row + (sps.cropLeft >> shift),
-                     row + ((sps.GetWidth() - sps.cropRight) >> shift));
-        }
-      }
-      pictures.push_back(std::move(out));
+      pictures.push_back(NmH264Test::VisibleSamples(*frame, *supplier.GetActiveSequence()));
     }
   };
   size_t position = 0;
