@@ -326,6 +326,14 @@ bool TaskSupplier::StartPicture(const SmSliceHeader& header, const SmSequencePar
   frame->frameNum = static_cast<int32_t>(header.frameNum);
   frame->time = time;
   frame->frameId = frameId;
+  frame->visibleWidth = sps.GetVisibleWidth();
+  frame->visibleHeight = sps.GetVisibleHeight();
+  frame->cropLeft = sps.cropLeft;
+  frame->cropTop = sps.cropTop;
+  if (sps.vuiPresent) {
+    frame->sarWidth = sps.vui.sarWidth;
+    frame->sarHeight = sps.vui.sarHeight;
+  }
   frame->idr = header.IsIdr();
   frame->intraOnly = true;
   frame->isDisplayable = true;
