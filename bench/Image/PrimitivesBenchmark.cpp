@@ -28,6 +28,11 @@ extern "C" {
 #include "BenchmarkRatios.h"
 #include "Codecs/Primitives/ChromaResample.h"
 #include "Codecs/Primitives/ColorConvert.h"
+#include "Codecs/Primitives/H264Deblock.h"
+#include "Codecs/Primitives/H264Interpolation.h"
+#include "Codecs/Primitives/H264IntraPrediction.h"
+#include "Codecs/Primitives/H264Prediction.h"
+#include "Codecs/Primitives/H264Transform.h"
 #include "Codecs/Primitives/PlaneCopy.h"
 #include "Codecs/Primitives/PlaneFlip.h"
 #include "Codecs/Primitives/PlaneLogic.h"
@@ -92,6 +97,161 @@ void Register(const std::string& kernel, const std::string& who, std::function<v
       benchmark::ClobberMemory();
     }
   })->Unit(benchmark::kMicrosecond);
+}
+
+// The H.264 kernels over every block of a 1080p frame, so that one iteration
+// is a frame's worth of the operation. Blocks keep 16 samples clear of the
+// frame's edges for the filters' margins.
+template <typename Body> void ForEachBlock(int size, Body body) {
+  int index = 0;
+  for (int y = 16; y + size + 16 <= Height; y += size) {
+    for (int x = 16; x + size + 16 <= Width; x += size) {
+      body(x, y, index++);
+    }
+  }
+}
+
+// A smooth frame with steps every 4 samples, where the loop filters act.
+SmFrame& SmoothFrame() {
+  static SmFrame frame = [] {
+    SmFrame f(1);
+    std::mt19937 random(11);
+    for (int y = 0; y < Height; ++y) {
+      for (int x = 0; x < Width; ++x) {
+        f.bytes[static_cast<size_t>(y * Width + x)] =
+            static_cast<uint8_t>(100 + (x / 4 + y / 4) % 3 * 4 + static_cast<int>(random() % 3));
+      }
+    }
+    return f;
+  }();
+  return frame;
+}
+
+template <typename Luma> void InterpolateFrame(Luma luma, int size) {
+  ForEachBlock(size, [&](int x, int y, int index) {
+    luma(gray.data() + y * Width + x, Width, gray2.data() + y * Width + x, Width, size, size,
+         index % 4, (index / 4) % 4);
+  });
+}
+
+template <typename Chroma> void InterpolateChromaFrame(Chroma chroma, int size) {
+  ForEachBlock(size, [&](int x, int y, int index) {
+    chroma(gray.data() + y * Width + x, Width, gray2.data() + y * Width + x, Width, size, size,
+           index % 8, (index / 8) % 8);
+  });
+}
+
+template <typename Transform> void TransformFrame(Transform transform, int size) {
+  static const std::vector<int32_t> coefficients = [] {
+    std::vector<int32_t> c(64);
+    std::mt19937 random(5);
+    for (int32_t& value : c) {
+      value = static_cast<int32_t>(random() % 512) - 256;
+    }
+    return c;
+  }();
+  ForEachBlock(size, [&](int x, int y, int) {
+    transform(coefficients.data(), gray2.data() + y * Width + x, Width);
+  });
+}
+
+// Filters every vertical or horizontal 4-sample-spaced edge of the frame.
+template <typename Filter> void DeblockFrame(Filter filter, bool vertical, int length) {
+  SmFrame& frame = SmoothFrame();
+  const int8_t tc0[4] = {1, 2, -1, 3};
+  ForEachBlock(length, [&](int x, int y, int) {
+    for (int edge = 0; edge < length; edge += 4) {
+      uint8_t* q = frame.data() + (vertical ? y * Width + x + edge : (y + edge) * Width + x);
+      filter(q, Width, 40, 6, tc0);
+    }
+  });
+}
+
+template <typename Filter> void DeblockFrameIntra(Filter filter, bool vertical, int length) {
+  SmFrame& frame = SmoothFrame();
+  ForEachBlock(length, [&](int x, int y, int) {
+    uint8_t* q = frame.data() + (vertical ? y * Width + x : y * Width + x);
+    filter(q, Width, 40, 6);
+  });
+}
+
+void RegisterH264() {
+  namespace P = NmPrimitives;
+  namespace R = NmPrimitives::NmReference;
+  for (const int size : {16, 8, 4}) {
+    const std::string name = "H264Luma" + std::to_string(size);
+    Register(name, "ours", [size] { InterpolateFrame(P::H264InterpolateLuma, size); });
+    Register(name, "reference", [size] { InterpolateFrame(R::H264InterpolateLuma, size); });
+  }
+  for (const int size : {8, 4, 2}) {
+    const std::string name = "H264Chroma" + std::to_string(size);
+    Register(name, "ours", [size] { InterpolateChromaFrame(P::H264InterpolateChroma, size); });
+    Register(name, "reference", [size] { InterpolateChromaFrame(R::H264InterpolateChroma, size); });
+  }
+  const auto average = [](auto f) {
+    ForEachBlock(16, [&](int x, int y, int) {
+      f(gray.data() + y * Width + x, Width, chromaU.data() + y * Width + x, Width,
+        gray2.data() + y * Width + x, Width, 16, 16);
+    });
+  };
+  Register("H264Average16", "ours", [average] { average(P::H264Average); });
+  Register("H264Average16", "reference", [average] { average(R::H264Average); });
+  const auto weight = [](auto f) {
+    ForEachBlock(16, [&](int x, int y, int) {
+      f(gray.data() + y * Width + x, Width, gray2.data() + y * Width + x, Width, 16, 16, 6, 70, -3);
+    });
+  };
+  Register("H264Weight16", "ours", [weight] { weight(P::H264Weight); });
+  Register("H264Weight16", "reference", [weight] { weight(R::H264Weight); });
+  const auto weightBi = [](auto f) {
+    ForEachBlock(16, [&](int x, int y, int) {
+      f(gray.data() + y * Width + x, Width, chromaU.data() + y * Width + x, Width,
+        gray2.data() + y * Width + x, Width, 16, 16, 5, 40, 24, 2);
+    });
+  };
+  Register("H264WeightBi16", "ours", [weightBi] { weightBi(P::H264WeightBi); });
+  Register("H264WeightBi16", "reference", [weightBi] { weightBi(R::H264WeightBi); });
+  Register("H264Transform4x4", "ours", [] { TransformFrame(P::H264AddInverseTransform4x4, 4); });
+  Register("H264Transform4x4", "reference",
+           [] { TransformFrame(R::H264AddInverseTransform4x4, 4); });
+  Register("H264Transform8x8", "ours", [] { TransformFrame(P::H264AddInverseTransform8x8, 8); });
+  Register("H264Transform8x8", "reference",
+           [] { TransformFrame(R::H264AddInverseTransform8x8, 8); });
+  // Intra prediction of every block of the frame, the modes taken in turn.
+  const auto intra = [](auto f, int size, int modes) {
+    const P::SmH264IntraNeighbours all{true, true, true, true};
+    ForEachBlock(size, [&](int x, int y, int index) {
+      f(gray2.data() + y * Width + x, Width, index % modes, all);
+    });
+  };
+  Register("H264Intra16x16", "ours", [intra] { intra(P::H264PredictIntra16x16, 16, 4); });
+  Register("H264Intra16x16", "reference", [intra] { intra(R::H264PredictIntra16x16, 16, 4); });
+  Register("H264IntraChroma", "ours", [intra] { intra(P::H264PredictIntraChroma8x8, 8, 4); });
+  Register("H264IntraChroma", "reference", [intra] { intra(R::H264PredictIntraChroma8x8, 8, 4); });
+  Register("H264DeblockLumaV", "ours",
+           [] { DeblockFrame(P::H264FilterLumaVerticalEdge, true, 16); });
+  Register("H264DeblockLumaV", "reference",
+           [] { DeblockFrame(R::H264FilterLumaVerticalEdge, true, 16); });
+  Register("H264DeblockLumaH", "ours",
+           [] { DeblockFrame(P::H264FilterLumaHorizontalEdge, false, 16); });
+  Register("H264DeblockLumaH", "reference",
+           [] { DeblockFrame(R::H264FilterLumaHorizontalEdge, false, 16); });
+  Register("H264DeblockLumaIntraV", "ours",
+           [] { DeblockFrameIntra(P::H264FilterLumaVerticalEdgeIntra, true, 16); });
+  Register("H264DeblockLumaIntraV", "reference",
+           [] { DeblockFrameIntra(R::H264FilterLumaVerticalEdgeIntra, true, 16); });
+  Register("H264DeblockLumaIntraH", "ours",
+           [] { DeblockFrameIntra(P::H264FilterLumaHorizontalEdgeIntra, false, 16); });
+  Register("H264DeblockLumaIntraH", "reference",
+           [] { DeblockFrameIntra(R::H264FilterLumaHorizontalEdgeIntra, false, 16); });
+  Register("H264DeblockChromaV", "ours",
+           [] { DeblockFrame(P::H264FilterChromaVerticalEdge, true, 8); });
+  Register("H264DeblockChromaV", "reference",
+           [] { DeblockFrame(R::H264FilterChromaVerticalEdge, true, 8); });
+  Register("H264DeblockChromaH", "ours",
+           [] { DeblockFrame(P::H264FilterChromaHorizontalEdge, false, 8); });
+  Register("H264DeblockChromaH", "reference",
+           [] { DeblockFrame(R::H264FilterChromaHorizontalEdge, false, 8); });
 }
 
 void RegisterAll() {
@@ -350,6 +510,7 @@ int main(int argc, char** argv) {
   argc = static_cast<int>(end - argv);
   benchmark::Initialize(&argc, argv);
   RegisterAll();
+  RegisterH264();
   NmBenchmark::CmRatioReporter reporter;
   benchmark::RunSpecifiedBenchmarks(&reporter);
   reporter.PrintRatios("ours", {"libyuv", "swscale", "reference"});

@@ -10,6 +10,7 @@
 #include "Codecs/H264/ParameterSets.h"
 #include "Codecs/H264/SliceDecoder.h"
 #include "Codecs/H264/TaskSupplier.h"
+#include "H264/VisibleSamples.h"
 #include "support/CabacEncoder.h"
 #include "support/ExternalTools.h"
 
@@ -26,19 +27,7 @@ std::vector<std::vector<uint8_t>> DecodeStream(const std::vector<uint8_t>& strea
   std::vector<std::vector<uint8_t>> pictures;
   const auto take = [&](bool force) {
     while (MCL::H264DecoderFrame* frame = supplier.GetFrameToDisplay(force)) {
-      const SmSequenceParameterSet& sps = *supplier.GetActiveSequence();
-      const CmPicture& picture = frame->GetPicture();
-      std::vector<uint8_t> out;
-      for (int c = 0; c < (picture.IsMonochrome() ? 1 : 3); ++c) {
-        const uint32_t shift = c == 0 ? 0 : 1;
-        for (uint32_t y = sps.cropTop >> shift; y < (sps.GetHeight() - sps.cropBottom) >> shift;
-             ++y) {
-          const uint8_t* row = picture.GetPlane(c) + y * picture.GetStride(c);
-          out.insert(out.end(), row + (sps.cropLeft >> shift),
-                     row + ((sps.GetWidth() - sps.cropRight) >> shift));
-        }
-      }
-      pictures.push_back(std::move(out));
+      pictures.push_back(NmH264Test::VisibleSamples(*frame, *supplier.GetActiveSequence()));
     }
   };
   size_t position = 0;
@@ -290,6 +279,15 @@ TEST(H264Decode, PicturesEqualTheReferenceDecoder) {
        "cabac=0:bframes=3:b-pyramid=normal:direct=temporal:weightb=1:ref=4:qp=28"},
       {"100x60", "yuv420p",
        "cabac=0:bframes=3:b-pyramid=strict:direct=spatial:weightb=1:partitions=all:8x8dct=1:qp=24"},
+      // Constrained Baseline with many slices and references; 16 references
+      // under a B pyramid; open groups; intra refresh; constrained intra; a
+      // picture of 720 lines.
+      {"176x144", "yuv420p", "cabac=0:bframes=0:8x8dct=0:weightp=0:ref=8:slices=4:keyint=12", 24},
+      {"64x48", "yuv420p", "cabac=0:bframes=3:b-pyramid=normal:ref=16:keyint=40:qp=30", 36},
+      {"64x48", "yuv420p", "cabac=0:bframes=2:open-gop=1:keyint=8:min-keyint=8:scenecut=0", 24},
+      {"96x64", "yuv420p", "cabac=0:bframes=0:keyint=8:intra-refresh=1", 20},
+      {"96x64", "yuv420p", "cabac=0:bframes=2:constrained-intra=1:qp=20", 10},
+      {"1280x720", "yuv420p", "cabac=0:bframes=2:ref=2", 3},
   });
 }
 
@@ -325,6 +323,8 @@ TEST(H264Decode, CabacPicturesEqualTheReferenceDecoder) {
       {"80x48", "yuv420p", "bframes=1:qp=51"},
       {"80x48", "yuv420p", "bframes=2:crf=10:cqm=jvt:8x8dct=1:weightp=1"},
       {"96x80", "yuv420p", "bframes=3:b-adapt=2:b-pyramid=normal:crf=30:slices=4:ref=5"},
+      {"96x64", "yuv420p", "bframes=2:constrained-intra=1:open-gop=1:keyint=8:qp=20", 20},
+      {"64x48", "yuv420p", "bframes=3:b-pyramid=normal:ref=16:keyint=40:qp=30", 24},
   });
 }
 

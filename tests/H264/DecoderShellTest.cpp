@@ -313,3 +313,34 @@ TEST(H264DecoderShell, CodingNotDecodedYetGivesNoPictureButAStatus) {
   decode(encode("yuv420p", "cabac=1"));
   EXPECT_EQ(collector.pictures.size(), 4u);
 }
+
+// A stream whose size changes at an IDR while pictures of the old size still
+// wait for their turn: each leaves with its own size and crop.
+TEST(H264DecoderShell, PicturesLeaveWithTheSizeOfTheirOwnSequence) {
+  if (!NmTestSupport::HaveProgram("ffmpeg")) {
+    GTEST_SKIP() << "ffmpeg is not installed";
+  }
+  CmTempDirectory directory;
+  std::vector<uint8_t> joined;
+  std::vector<std::vector<uint8_t>> expected;
+  for (const char* size : {"62x46", "100x60"}) {
+    const std::string stream = directory / "part.264";
+    const std::string decoded = directory / "part.yuv";
+    ASSERT_TRUE(
+        NmTestSupport::Run(std::string("ffmpeg -y -v error -f lavfi -i testsrc2=size=") + size +
+                           ":rate=25 -frames:v 6 -pix_fmt yuv420p -c:v libx264 -x264-params "
+                           "'cabac=0:bframes=2:b-pyramid=none' -f h264 '" +
+                           stream + "'"));
+    ASSERT_TRUE(NmTestSupport::Run("ffmpeg -y -v error -i '" + stream +
+                                   "' -f rawvideo -pix_fmt yuv420p '" + decoded + "'"));
+    const std::vector<uint8_t> part = NmTestSupport::ReadBytes(stream);
+    joined.insert(joined.end(), part.begin(), part.end());
+    const std::vector<uint8_t> pictures = NmTestSupport::ReadBytes(decoded);
+    const size_t frameSize = pictures.size() / 6;
+    for (size_t f = 0; f < 6; ++f) {
+      expected.emplace_back(pictures.begin() + static_cast<std::ptrdiff_t>(f * frameSize),
+                            pictures.begin() + static_cast<std::ptrdiff_t>((f + 1) * frameSize));
+    }
+  }
+  EXPECT_EQ(DecodeWhole(joined), expected);
+}

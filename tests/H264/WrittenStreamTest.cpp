@@ -10,6 +10,7 @@
 #include "Codecs/H264/H264VideoDecoder.h"
 #include "Codecs/H264/TaskSupplier.h"
 #include "Codecs/MCL/VideoDecoderParams.h"
+#include "H264/VisibleSamples.h"
 #include "support/ExternalTools.h"
 #include "support/H264StreamWriter.h"
 
@@ -63,19 +64,7 @@ Frames DecodeWithEngine(const CmH264StreamWriter& writer, bool* allAccepted = nu
   Frames frames;
   const auto take = [&](bool force) {
     while (MCL::H264DecoderFrame* frame = supplier.GetFrameToDisplay(force)) {
-      const NmH264::SmSequenceParameterSet& sps = *supplier.GetActiveSequence();
-      const NmH264::CmPicture& picture = frame->GetPicture();
-      std::vector<uint8_t> out;
-      for (int c = 0; c < 3; ++c) {
-        const uint32_t shift = c == 0 ? 0 : 1;
-        for (uint32_t y = sps.cropTop >> shift; y < (sps.GetHeight() - sps.cropBottom) >> shift;
-             ++y) {
-          const uint8_t* row = picture.GetPlane(c) + y * picture.GetStride(c);
-          out.insert(out.end(), row + (sps.cropLeft >> shift),
-                     row + ((sps.GetWidth() - sps.cropRight) >> shift));
-        }
-      }
-      frames.push_back(std::move(out));
+      frames.push_back(NmH264Test::VisibleSamples(*frame, *supplier.GetActiveSequence()));
     }
   };
   for (const std::vector<uint8_t>& unit : writer.Units()) {

@@ -4,6 +4,7 @@
 #include <cstdlib>
 
 #include "Codecs/H264/Reconstruction.h"
+#include "Codecs/Primitives/H264Deblock.h"
 
 namespace NmH264 {
 
@@ -27,10 +28,6 @@ constexpr uint8_t Tc0[52][3] = {
     {4, 6, 9},    {5, 7, 10},   {6, 8, 11},  {6, 8, 13}, {7, 10, 14}, {8, 11, 16}, {9, 12, 18},
     {10, 13, 20}, {11, 15, 23}, {13, 17, 25}};
 
-uint8_t Clip(int value) {
-  return static_cast<uint8_t>(std::clamp(value, 0, 255));
-}
-
 struct SmEdgeParameters {
   int alpha, beta, indexA;
 };
@@ -41,66 +38,25 @@ SmEdgeParameters GetParameters(int qpAverage, const SmSliceFilterParameters& sli
   return {Alpha[indexA], Beta[indexB], indexA};
 }
 
-// Filters the samples across one edge at one position: p[-k * step] and
-// q[k * step] for k from 0 (8.7.2.3 and 8.7.2.4).
-void FilterLuma(uint8_t* q, ptrdiff_t step, int bS, const SmEdgeParameters& e) {
-  const int p0 = q[-step], p1 = q[-2 * step], p2 = q[-3 * step];
-  const int q0 = q[0], q1 = q[step], q2 = q[2 * step];
-  if (std::abs(p0 - q0) >= e.alpha || std::abs(p1 - p0) >= e.beta || std::abs(q1 - q0) >= e.beta) {
-    return;
-  }
-  const int ap = std::abs(p2 - p0);
-  const int aq = std::abs(q2 - q0);
-  if (bS < 4) {
-    const int tc0 = Tc0[e.indexA][bS - 1];
-    const int tc = tc0 + (ap < e.beta) + (aq < e.beta);
-    const int delta = std::clamp((((q0 - p0) * 4) + (p1 - q1) + 4) >> 3, -tc, tc);
-    q[-step] = Clip(p0 + delta);
-    q[0] = Clip(q0 - delta);
-    if (ap < e.beta) {
-      q[-2 * step] = static_cast<uint8_t>(
-          p1 + std::clamp((p2 + ((p0 + q0 + 1) >> 1) - 2 * p1) >> 1, -tc0, tc0));
-    }
-    if (aq < e.beta) {
-      q[step] = static_cast<uint8_t>(
-          q1 + std::clamp((q2 + ((p0 + q0 + 1) >> 1) - 2 * q1) >> 1, -tc0, tc0));
-    }
-    return;
-  }
-  const bool strong = std::abs(p0 - q0) < ((e.alpha >> 2) + 2);
-  if (ap < e.beta && strong) {
-    const int p3 = q[-4 * step];
-    q[-step] = static_cast<uint8_t>((p2 + 2 * p1 + 2 * p0 + 2 * q0 + q1 + 4) >> 3);
-    q[-2 * step] = static_cast<uint8_t>((p2 + p1 + p0 + q0 + 2) >> 2);
-    q[-3 * step] = static_cast<uint8_t>((2 * p3 + 3 * p2 + p1 + p0 + q0 + 4) >> 3);
-  } else {
-    q[-step] = static_cast<uint8_t>((2 * p1 + p0 + q1 + 2) >> 2);
-  }
-  if (aq < e.beta && strong) {
-    const int q3 = q[3 * step];
-    q[0] = static_cast<uint8_t>((p1 + 2 * p0 + 2 * q0 + 2 * q1 + q2 + 4) >> 3);
-    q[step] = static_cast<uint8_t>((p0 + q0 + q1 + q2 + 2) >> 2);
-    q[2 * step] = static_cast<uint8_t>((2 * q3 + 3 * q2 + q1 + q0 + p0 + 4) >> 3);
-  } else {
-    q[0] = static_cast<uint8_t>((2 * q1 + q0 + p1 + 2) >> 2);
-  }
-}
+using FilterFunction = void (*)(uint8_t*, ptrdiff_t, int, int, const int8_t*);
+using IntraFilterFunction = void (*)(uint8_t*, ptrdiff_t, int, int);
 
-void FilterChroma(uint8_t* q, ptrdiff_t step, int bS, const SmEdgeParameters& e) {
-  const int p0 = q[-step], p1 = q[-2 * step];
-  const int q0 = q[0], q1 = q[step];
-  if (std::abs(p0 - q0) >= e.alpha || std::abs(p1 - p0) >= e.beta || std::abs(q1 - q0) >= e.beta) {
+// Filters one edge with the kernel for its direction. Strength 4 arises only
+// where either macroblock is intra and the edge is theirs, so it holds along
+// the whole edge; the other strengths may differ from segment to segment.
+void FilterEdge(uint8_t* q, ptrdiff_t stride, bool vertical, const int* strengths,
+                const SmEdgeParameters& e, FilterFunction verticalFilter,
+                FilterFunction horizontalFilter, IntraFilterFunction verticalIntraFilter,
+                IntraFilterFunction horizontalIntraFilter) {
+  if (strengths[0] == 4) {
+    (vertical ? verticalIntraFilter : horizontalIntraFilter)(q, stride, e.alpha, e.beta);
     return;
   }
-  if (bS < 4) {
-    const int tc = Tc0[e.indexA][bS - 1] + 1;
-    const int delta = std::clamp((((q0 - p0) * 4) + (p1 - q1) + 4) >> 3, -tc, tc);
-    q[-step] = Clip(p0 + delta);
-    q[0] = Clip(q0 - delta);
-    return;
+  int8_t tc0[4];
+  for (int k = 0; k < 4; ++k) {
+    tc0[k] = strengths[k] == 0 ? int8_t{-1} : static_cast<int8_t>(Tc0[e.indexA][strengths[k] - 1]);
   }
-  q[-step] = static_cast<uint8_t>((2 * p1 + p0 + q1 + 2) >> 2);
-  q[0] = static_cast<uint8_t>((2 * q1 + q0 + p1 + 2) >> 2);
+  (vertical ? verticalFilter : horizontalFilter)(q, stride, e.alpha, e.beta, tc0);
 }
 
 bool HasCoefficients(const SmMacroblockInfo& mb, int x, int y) {
@@ -112,6 +68,9 @@ bool HasCoefficients(const SmMacroblockInfo& mb, int x, int y) {
   return mb.totalCoeff[x + 4 * y] != 0;
 }
 
+int GetMotionStrength(const SmMacroblockInfo& mbP, int px, int py, const SmMacroblockInfo& mbQ,
+                      int qx, int qy);
+
 // Boundary strength between the 4x4 blocks p (in mbP at px, py) and q (in
 // mbQ at qx, qy), 8.7.2.1, for frame macroblocks.
 int GetStrength(const SmMacroblockInfo& mbP, int px, int py, const SmMacroblockInfo& mbQ, int qx,
@@ -122,8 +81,13 @@ int GetStrength(const SmMacroblockInfo& mbP, int px, int py, const SmMacroblockI
   if (HasCoefficients(mbP, px, py) || HasCoefficients(mbQ, qx, qy)) {
     return 2;
   }
-  // Strength 1 where the blocks predict from different pictures, or from
-  // the same by vectors a whole sample or more apart.
+  return GetMotionStrength(mbP, px, py, mbQ, qx, qy);
+}
+
+// Strength 1 where the blocks predict from different pictures, or from
+// the same by vectors a whole sample or more apart; else 0.
+int GetMotionStrength(const SmMacroblockInfo& mbP, int px, int py, const SmMacroblockInfo& mbQ,
+                      int qx, int qy) {
   const int bp = (px / 2) + 2 * (py / 2), bq = (qx / 2) + 2 * (qy / 2);
   const auto uses = [](const SmMacroblockInfo& m, int list, int b8) {
     return m.refIdx[list][b8] >= 0;
@@ -159,6 +123,31 @@ int GetStrength(const SmMacroblockInfo& mbP, int px, int py, const SmMacroblockI
   return (far(mp0, mq0) || far(mp1, mq1)) && (far(mp0, mq1) || far(mp1, mq0)) ? 1 : 0;
 }
 
+// An inter macroblock that moves as one piece (one reference per list, one
+// vector per list) has no motion edges inside: its inner strengths depend on
+// coefficients alone. Most macroblocks are such, and the per-block
+// comparisons they save are the bulk of the filter's branching.
+bool HasUniformMotion(const SmMacroblockInfo& mb) {
+  if (IsIntra(mb.kind) || (mb.refIdx[0][0] < 0 && mb.refIdx[1][0] < 0)) {
+    return false;
+  }
+  for (int list = 0; list < 2; ++list) {
+    const int8_t* refIdx = mb.refIdx[list];
+    if (refIdx[1] != refIdx[0] || refIdx[2] != refIdx[0] || refIdx[3] != refIdx[0]) {
+      return false;
+    }
+    if (refIdx[0] < 0) {
+      continue;
+    }
+    for (int k = 1; k < 16; ++k) {
+      if (mb.mv[list][k][0] != mb.mv[list][0][0] || mb.mv[list][k][1] != mb.mv[list][0][1]) {
+        return false;
+      }
+    }
+  }
+  return true;
+}
+
 } // namespace
 
 void DeblockPicture(CmPicture& picture, const std::vector<SmSliceFilterParameters>& slices) {
@@ -166,6 +155,10 @@ void DeblockPicture(CmPicture& picture, const std::vector<SmSliceFilterParameter
   const uint32_t height = picture.GetHeightInMbs();
   const SmMacroblockInfo* mbs = picture.GetMacroblocks();
   const int planes = picture.IsMonochrome() ? 1 : 3;
+  std::vector<uint8_t> moving(width * height);
+  for (uint32_t address = 0; address < width * height; ++address) {
+    moving[address] = HasUniformMotion(mbs[address]) ? 1 : 0;
+  }
   for (uint32_t address = 0; address < width * height; ++address) {
     const SmMacroblockInfo& mb = mbs[address];
     if (mb.slice == 0 || mb.slice >= slices.size()) {
@@ -183,6 +176,7 @@ void DeblockPicture(CmPicture& picture, const std::vector<SmSliceFilterParameter
       top = top != nullptr && top->slice == mb.slice ? top : nullptr;
     }
     const auto qpOf = [](const SmMacroblockInfo& m) { return m.kind == MbIPcm ? 0 : int{m.qp}; };
+    const bool uniform = moving[address] != 0;
     for (int direction = 0; direction < 2; ++direction) {
       const SmMacroblockInfo* neighbour = direction == 0 ? left : top;
       for (int edge = 0; edge < 4; ++edge) {
@@ -190,6 +184,16 @@ void DeblockPicture(CmPicture& picture, const std::vector<SmSliceFilterParameter
           continue;
         }
         const SmMacroblockInfo& p = edge == 0 ? *neighbour : mb;
+        // Between two macroblocks that each move as one piece, the motion
+        // part of the strength is the same along the whole edge; inside one,
+        // it is 0.
+        const bool neighbourUniform =
+            edge == 0 && moving[direction == 0 ? address - 1 : address - width] != 0;
+        const int motion = !uniform           ? -1
+                           : edge > 0         ? 0
+                           : neighbourUniform ? GetMotionStrength(p, direction == 0 ? 3 : 0,
+                                                                  direction == 0 ? 0 : 3, mb, 0, 0)
+                                              : -1;
         int strengths[4];
         bool any = false;
         for (int k = 0; k < 4; ++k) {
@@ -197,7 +201,9 @@ void DeblockPicture(CmPicture& picture, const std::vector<SmSliceFilterParameter
           const int qx = direction == 0 ? edge : k, qy = direction == 0 ? k : edge;
           const int px = direction == 0 ? (qx + 3) % 4 : qx,
                     py = direction == 0 ? qy : (qy + 3) % 4;
-          strengths[k] = GetStrength(p, px, py, mb, qx, qy, edge == 0);
+          strengths[k] =
+              motion >= 0 ? (HasCoefficients(p, px, py) || HasCoefficients(mb, qx, qy) ? 2 : motion)
+                          : GetStrength(p, px, py, mb, qx, qy, edge == 0);
           any = any || strengths[k] != 0;
         }
         if (!any) {
@@ -208,14 +214,12 @@ void DeblockPicture(CmPicture& picture, const std::vector<SmSliceFilterParameter
           const ptrdiff_t stride = picture.GetStride(0);
           uint8_t* origin = picture.GetPlane(0) + mby * 16 * stride + mbx * 16;
           const SmEdgeParameters e = GetParameters((qpOf(p) + qpOf(mb) + 1) >> 1, slice);
-          const ptrdiff_t across = direction == 0 ? 1 : stride;
-          const ptrdiff_t along = direction == 0 ? stride : 1;
           uint8_t* q = origin + (direction == 0 ? 4 * edge : 4 * edge * stride);
-          for (int i = 0; i < 16; ++i) {
-            if (strengths[i / 4] != 0) {
-              FilterLuma(q + i * along, across, strengths[i / 4], e);
-            }
-          }
+          FilterEdge(q, stride, direction == 0, strengths, e,
+                     NmPrimitives::H264FilterLumaVerticalEdge,
+                     NmPrimitives::H264FilterLumaHorizontalEdge,
+                     NmPrimitives::H264FilterLumaVerticalEdgeIntra,
+                     NmPrimitives::H264FilterLumaHorizontalEdgeIntra);
         }
         // Chroma of 4:2:0: the edges that fall on luma edges 0 and 2.
         if (edge % 2 == 1) {
@@ -228,14 +232,12 @@ void DeblockPicture(CmPicture& picture, const std::vector<SmSliceFilterParameter
           const int qpp = ChromaQp(std::clamp(qpOf(p) + offset, 0, 51));
           const int qpq = ChromaQp(std::clamp(qpOf(mb) + offset, 0, 51));
           const SmEdgeParameters e = GetParameters((qpp + qpq + 1) >> 1, slice);
-          const ptrdiff_t across = direction == 0 ? 1 : stride;
-          const ptrdiff_t along = direction == 0 ? stride : 1;
           uint8_t* q = origin + (direction == 0 ? 2 * edge : 2 * edge * stride);
-          for (int i = 0; i < 8; ++i) {
-            if (strengths[i / 2] != 0) {
-              FilterChroma(q + i * along, across, strengths[i / 2], e);
-            }
-          }
+          FilterEdge(q, stride, direction == 0, strengths, e,
+                     NmPrimitives::H264FilterChromaVerticalEdge,
+                     NmPrimitives::H264FilterChromaHorizontalEdge,
+                     NmPrimitives::H264FilterChromaVerticalEdgeIntra,
+                     NmPrimitives::H264FilterChromaHorizontalEdgeIntra);
         }
       }
     }

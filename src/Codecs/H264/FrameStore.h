@@ -56,6 +56,11 @@ public:
   int32_t frameId = -1;   // the input's frame number, all ones for none
   bool intraOnly = false; // every slice an I slice
   bool idr = false;
+  // The visible part of the picture and its sample aspect ratio, from the
+  // sequence it was decoded in: a frame may leave after another sequence
+  // of another size has begun.
+  uint32_t visibleWidth = 0, visibleHeight = 0, cropLeft = 0, cropTop = 0;
+  uint32_t sarWidth = 0, sarHeight = 0;
 
   H264DecoderFrame* previous = nullptr;
   H264DecoderFrame* next = nullptr;
@@ -72,6 +77,7 @@ public:
     time = -1.0;
     frameId = -1;
     intraOnly = idr = false;
+    visibleWidth = visibleHeight = cropLeft = cropTop = sarWidth = sarHeight = 0;
   }
 
   bool IsShortTerm() const { return isShortRef[0] || isShortRef[1]; }

@@ -128,38 +128,26 @@ Status H264VideoDecoder::GetFrame(MediaData* input, MediaData* output) {
 }
 
 Status H264VideoDecoder::Deliver(H264DecoderFrame& frame, MediaData* output) {
-  const NmH264::SmSequenceParameterSet* sps = m_TaskSupplier->GetActiveSequence();
-  if (sps == nullptr) {
-    return StatusFailed;
-  }
   const NmH264::CmPicture& picture = frame.GetPicture();
   const bool gray = picture.IsMonochrome();
-  // A picture decoded under an earlier sequence of another size may still
-  // wait for output when the new one is active: its crop does not apply,
-  // the whole picture shows.
-  const bool sameSize = picture.GetWidthInMbs() == sps->widthInMbs &&
-                        picture.GetHeightInMbs() == sps->GetFrameHeightInMbs();
-  const uint32_t cropLeft = sameSize ? sps->cropLeft : 0, cropTop = sameSize ? sps->cropTop : 0;
   VideoData decoded;
-  const Status init = decoded.Init(
-      static_cast<int32_t>(sameSize ? sps->GetVisibleWidth() : picture.GetWidthInMbs() * 16),
-      static_cast<int32_t>(sameSize ? sps->GetVisibleHeight() : picture.GetHeightInMbs() * 16),
-      gray ? GRAY : YUV420);
+  const Status init = decoded.Init(static_cast<int32_t>(frame.visibleWidth),
+                                   static_cast<int32_t>(frame.visibleHeight), gray ? GRAY : YUV420);
   if (init != StatusOk) {
     return init;
   }
-  // The visible part of each plane: the crop of the sequence applied.
+  // The visible part of each plane: the crop of the frame's own sequence.
   for (int c = 0; c < (gray ? 1 : 3); ++c) {
     const uint32_t shift = c == 0 ? 0 : 1;
-    uint8_t* origin =
-        picture.GetPlane(c) + (cropTop >> shift) * picture.GetStride(c) + (cropLeft >> shift);
+    uint8_t* origin = picture.GetPlane(c) + (frame.cropTop >> shift) * picture.GetStride(c) +
+                      (frame.cropLeft >> shift);
     decoded.SetPlanePointer(c, origin);
     decoded.SetPlanePitch(c, static_cast<size_t>(picture.GetStride(c)));
   }
   decoded.SetPictureStructure(Frame);
-  if (sps->vuiPresent && sps->vui.sarWidth != 0 && sps->vui.sarHeight != 0) {
-    decoded.SetAspectRatio(static_cast<int32_t>(sps->vui.sarWidth),
-                           static_cast<int32_t>(sps->vui.sarHeight));
+  if (frame.sarWidth != 0 && frame.sarHeight != 0) {
+    decoded.SetAspectRatio(static_cast<int32_t>(frame.sarWidth),
+                           static_cast<int32_t>(frame.sarHeight));
   }
   decoded.SetTime(frame.time);
   decoded.SetFrameId(frame.frameId);

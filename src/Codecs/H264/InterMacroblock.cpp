@@ -7,6 +7,7 @@
 #include "Codecs/H264/InterPrediction.h"
 #include "Codecs/H264/Reconstruction.h"
 #include "Codecs/H264/SliceDecoder.h"
+#include "Codecs/Primitives/H264Prediction.h"
 
 namespace NmH264 {
 
@@ -56,10 +57,6 @@ int MinPositive(int a, int b) {
 // takes; damaged counts may lie anywhere in 32 bits.
 int PocDistance(int32_t a, int32_t b) {
   return static_cast<int>(std::clamp<int64_t>(int64_t{a} - b, -128, 127));
-}
-
-uint8_t Clip(int value) {
-  return static_cast<uint8_t>(std::clamp(value, 0, 255));
 }
 
 } // namespace
@@ -667,6 +664,11 @@ void CmSliceDecoder::PredictInter(uint32_t address) {
   const uint32_t width = m_Picture->GetWidthInMbs();
   const int mbx = static_cast<int>(address % width) * 16;
   const int mby = static_cast<int>(address / width) * 16;
+  const int list = mb.refIdx[0][0] >= 0 ? 0 : 1;
+  if (mb.refIdx[list][0] >= 0) {
+    PrefetchAhead(*m_Lists[list].pictures[static_cast<size_t>(mb.refIdx[list][0])], mbx, mby,
+                  mb.mv[list][0][0], mb.mv[list][0][1]);
+  }
   // Blocks of 4x4 with the same motion are predicted as one: the whole
   // macroblock, each 8x8 block, or each 4x4 block.
   const auto same = [&mb](int a, int b) {
@@ -733,34 +735,27 @@ void CmSliceDecoder::PredictBlock(uint32_t address, int mbx, int mby, int bx, in
       predict(refs[0] >= 0 ? 0 : 1, dst, stride);
       continue;
     }
+    if (both && !weighted) {
+      // List 0 straight into the picture, list 1 beside it, averaged in place.
+      uint8_t second[16 * 16];
+      predict(0, dst, stride);
+      predict(1, second, w);
+      NmPrimitives::H264Average(dst, stride, second, w, dst, stride, w, h);
+      continue;
+    }
     uint8_t predictions[2][16 * 16];
     for (int list = 0; list < 2; ++list) {
       if (refs[list] >= 0) {
         predict(list, predictions[list], w);
       }
     }
-    for (int y = 0; y < h; ++y) {
-      uint8_t* out = dst + y * stride;
-      const uint8_t* p0 = predictions[0] + y * w;
-      const uint8_t* p1 = predictions[1] + y * w;
-      if (both && !weighted) {
-        for (int x = 0; x < w; ++x) {
-          out[x] = static_cast<uint8_t>((p0[x] + p1[x] + 1) >> 1);
-        }
-      } else if (both) {
-        const int offset = (o0 + o1 + 1) >> 1;
-        for (int x = 0; x < w; ++x) {
-          out[x] = Clip(((p0[x] * w0 + p1[x] * w1 + (1 << logWD)) >> (logWD + 1)) + offset);
-        }
-      } else {
-        const bool first = refs[0] >= 0;
-        const uint8_t* single = first ? p0 : p1;
-        const int weight = first ? w0 : w1, offset = first ? o0 : o1;
-        const int round = logWD >= 1 ? 1 << (logWD - 1) : 0;
-        for (int x = 0; x < w; ++x) {
-          out[x] = Clip(((single[x] * weight + round) >> logWD) + offset);
-        }
-      }
+    if (both) {
+      NmPrimitives::H264WeightBi(predictions[0], w, predictions[1], w, dst, stride, w, h, logWD, w0,
+                                 w1, (o0 + o1 + 1) >> 1);
+    } else {
+      const bool first = refs[0] >= 0;
+      NmPrimitives::H264Weight(predictions[first ? 0 : 1], w, dst, stride, w, h, logWD,
+                               first ? w0 : w1, first ? o0 : o1);
     }
   }
 }

@@ -19,4 +19,8 @@ void PredictLuma(const CmPicture& reference, int x, int y, int mvx, int mvy, int
 void PredictChroma(const CmPicture& reference, int component, int x, int y, int mvx, int mvy,
                    int width, int height, uint8_t* dst, ptrdiff_t dstStride);
 
+// Asks for reference rows that the macroblocks a little further along the
+// row will probably read, if they move like the one at (x, y).
+void PrefetchAhead(const CmPicture& reference, int x, int y, int mvx, int mvy);
+
 } // namespace NmH264

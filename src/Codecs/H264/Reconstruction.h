@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "Codecs/H264/ParameterSets.h"
+#include "Codecs/Primitives/H264IntraPrediction.h"
 
 namespace NmH264 {
 
@@ -24,11 +25,6 @@ struct SmLevelScale {
 // QPc from qPI (Table 8-15), for qPI in 0 to 51.
 int ChromaQp(int qpi);
 
-// 4x4 inverse transform of coefficients (raster, already scaled) added to
-// the prediction at dst, clipped to 8 bits (clause 8.5.12.2).
-void AddInverseTransform4x4(int32_t* coefficients, uint8_t* dst, ptrdiff_t stride);
-void AddInverseTransform8x8(int32_t* coefficients, uint8_t* dst, ptrdiff_t stride);
-
 // Scales a 4x4 block's levels (raster) in place; with hasDc false the first
 // coefficient is left as it is (a DC that was scaled on its own).
 void Scale4x4(int32_t* coefficients, const int32_t* levelScale, int qp, bool scaleDc);
@@ -39,17 +35,7 @@ void TransformLumaDc(int32_t* coefficients, int32_t levelScaleDc, int qp);
 // The 2x2 chroma DC of 4:2:0 (8.5.11).
 void TransformChromaDc2x2(int32_t* coefficients, int32_t levelScaleDc, int qp);
 
-// Neighbouring samples of a block for intra prediction: left[-1] is the
-// corner (p[-1,-1]), left[0..] the column, top[0..] the row above and beyond.
-struct SmIntraNeighbours {
-  bool hasLeft, hasTop, hasTopRight, hasCorner;
-};
-
-// Intra prediction of a 4x4, 8x8 or 16x16 luma block, or an 8x8 chroma block
-// of 4:2:0, at dst (which holds the decoded neighbours around it).
-void PredictIntra4x4(uint8_t* dst, ptrdiff_t stride, int mode, const SmIntraNeighbours& n);
-void PredictIntra8x8(uint8_t* dst, ptrdiff_t stride, int mode, const SmIntraNeighbours& n);
-void PredictIntra16x16(uint8_t* dst, ptrdiff_t stride, int mode, const SmIntraNeighbours& n);
-void PredictIntraChroma8x8(uint8_t* dst, ptrdiff_t stride, int mode, const SmIntraNeighbours& n);
+// Which neighbours of a block intra prediction may use.
+using SmIntraNeighbours = NmPrimitives::SmH264IntraNeighbours;
 
 } // namespace NmH264

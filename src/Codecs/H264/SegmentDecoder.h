@@ -35,6 +35,8 @@ struct H264PictureTask {
   // The loop filter's parameters by slice number: slice k of the list is
   // number k + 1, and 0 stands for none.
   std::vector<NmH264::SmSliceFilterParameters> filters;
+  // Macroblocks that no slice decoded, filled in before the loop filter.
+  uint32_t concealed = 0;
 };
 
 // Decodes slices of a picture: parsing, prediction and reconstruction, not

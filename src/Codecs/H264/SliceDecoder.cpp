@@ -5,6 +5,7 @@
 
 #include "Codecs/H264/Cavlc.h"
 #include "Codecs/H264/SliceGroupMap.h"
+#include "Codecs/Primitives/H264Transform.h"
 
 namespace NmH264 {
 
@@ -313,7 +314,7 @@ void CmSliceDecoder::ReconstructIntra(uint32_t address, int intra16x16Mode, int 
       edge.hasTopRight =
           y == 0 ? (x < 3 ? b : c) : (x < 3 && BlockIndex[x + 1 + 4 * (y - 1)] < blk);
       uint8_t* dst = luma + 4 * y * stride + 4 * x;
-      PredictIntra4x4(dst, stride, mb.intraModes[x + 4 * y], edge);
+      NmPrimitives::H264PredictIntra4x4(dst, stride, mb.intraModes[x + 4 * y], edge);
       if (mb.totalCoeff[x + 4 * y] != 0) {
         AddLumaResidual4x4(blk, dst, stride, 0, qp);
       }
@@ -327,7 +328,7 @@ void CmSliceDecoder::ReconstructIntra(uint32_t address, int intra16x16Mode, int 
       edge.hasCorner = b8 == 3 ? true : (b8 == 2 ? a : (b8 == 1 ? b : d));
       edge.hasTopRight = b8 == 0 ? b : (b8 == 1 ? c : b8 == 2);
       uint8_t* dst = luma + 4 * y * stride + 4 * x;
-      PredictIntra8x8(dst, stride, mb.intraModes[x + 4 * y], edge);
+      NmPrimitives::H264PredictIntra8x8(dst, stride, mb.intraModes[x + 4 * y], edge);
       bool coded = false;
       for (int sub = 0; sub < 4; ++sub) {
         coded = coded || mb.totalCoeff[BlockX[4 * b8 + sub] + 4 * BlockY[4 * b8 + sub]] != 0;
@@ -338,7 +339,7 @@ void CmSliceDecoder::ReconstructIntra(uint32_t address, int intra16x16Mode, int 
     }
   } else {
     SmIntraNeighbours edge{a, b, false, d};
-    PredictIntra16x16(luma, stride, intra16x16Mode, edge);
+    NmPrimitives::H264PredictIntra16x16(luma, stride, intra16x16Mode, edge);
     int32_t dc[16];
     for (int k = 0; k < 16; ++k) {
       dc[ZigZag4x4[static_cast<size_t>(k)]] = m_DcLevels[k];
@@ -348,14 +349,17 @@ void CmSliceDecoder::ReconstructIntra(uint32_t address, int intra16x16Mode, int 
       const int x = BlockX[blk], y = BlockY[blk];
       int32_t coefficients[16] = {};
       coefficients[0] = dc[x + 4 * y];
-      bool any = coefficients[0] != 0;
+      bool ac = false;
       for (int k = 0; k < 15; ++k) {
         coefficients[ZigZag4x4[static_cast<size_t>(k + 1)]] = m_Levels[blk][k];
-        any = any || m_Levels[blk][k] != 0;
+        ac = ac || m_Levels[blk][k] != 0;
       }
-      if (any) {
+      uint8_t* dst = luma + 4 * y * stride + 4 * x;
+      if (ac) {
         Scale4x4(coefficients, m_LevelScale.scale4x4[0][qp % 6], qp, false);
-        AddInverseTransform4x4(coefficients, luma + 4 * y * stride + 4 * x, stride);
+        NmPrimitives::H264AddInverseTransform4x4(coefficients, dst, stride);
+      } else if (coefficients[0] != 0) {
+        NmPrimitives::H264AddDc4x4(coefficients[0], dst, stride);
       }
     }
   }
@@ -365,9 +369,9 @@ void CmSliceDecoder::ReconstructIntra(uint32_t address, int intra16x16Mode, int 
   }
   for (int plane = 1; plane < 3; ++plane) {
     const ptrdiff_t cstride = m_Picture->GetStride(plane);
-    PredictIntraChroma8x8(m_Picture->GetPlane(plane) + (address / width) * 8 * cstride +
-                              (address % width) * 8,
-                          cstride, chromaMode, SmIntraNeighbours{a, b, false, d});
+    NmPrimitives::H264PredictIntraChroma8x8(
+        m_Picture->GetPlane(plane) + (address / width) * 8 * cstride + (address % width) * 8,
+        cstride, chromaMode, SmIntraNeighbours{a, b, false, d});
   }
   AddChromaResidual(address, true);
 }
@@ -393,15 +397,18 @@ void CmSliceDecoder::AddChromaResidual(uint32_t address, bool intra) {
     for (int blk = 0; blk < 4; ++blk) {
       int32_t coefficients[16] = {};
       coefficients[0] = dc[blk];
-      bool any = dc[blk] != 0;
+      bool ac = false;
       for (int k = 0; k < 15; ++k) {
         coefficients[ZigZag4x4[static_cast<size_t>(k + 1)]] = m_ChromaAcLevels[component][blk][k];
-        any = any || m_ChromaAcLevels[component][blk][k] != 0;
+        ac = ac || m_ChromaAcLevels[component][blk][k] != 0;
       }
-      if (any) {
+      uint8_t* dst = chroma + 4 * (blk / 2) * cstride + 4 * (blk % 2);
+      if (ac) {
         Scale4x4(coefficients, scale, qpc, false);
-        AddInverseTransform4x4(coefficients, chroma + 4 * (blk / 2) * cstride + 4 * (blk % 2),
-                               cstride);
+        NmPrimitives::H264AddInverseTransform4x4(coefficients, dst, cstride);
+      } else if (coefficients[0] != 0) {
+        // The DC was scaled with the others of its plane already.
+        NmPrimitives::H264AddDc4x4(coefficients[0], dst, cstride);
       }
     }
   }
@@ -413,7 +420,7 @@ void CmSliceDecoder::AddLumaResidual4x4(int blk, uint8_t* dst, ptrdiff_t stride,
     coefficients[ZigZag4x4[static_cast<size_t>(k)]] = m_Levels[blk][k];
   }
   Scale4x4(coefficients, m_LevelScale.scale4x4[list][qp % 6], qp, true);
-  AddInverseTransform4x4(coefficients, dst, stride);
+  NmPrimitives::H264AddInverseTransform4x4(coefficients, dst, stride);
 }
 
 void CmSliceDecoder::AddLumaResidual8x8(int b8, uint8_t* dst, ptrdiff_t stride, int list, int qp) {
@@ -422,7 +429,7 @@ void CmSliceDecoder::AddLumaResidual8x8(int b8, uint8_t* dst, ptrdiff_t stride, 
     coefficients[ZigZag8x8[static_cast<size_t>(k)]] = m_Levels8x8[b8][k];
   }
   Scale8x8(coefficients, m_LevelScale.scale8x8[list][qp % 6], qp);
-  AddInverseTransform8x8(coefficients, dst, stride);
+  NmPrimitives::H264AddInverseTransform8x8(coefficients, dst, stride);
 }
 
 CmSliceDecoder::SmResult CmSliceDecoder::Decode(CmBitReader& reader, const SmSliceHeader& header,

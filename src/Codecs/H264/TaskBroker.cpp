@@ -1,8 +1,11 @@
 #include "Codecs/H264/TaskBroker.h"
 
+#include "Codecs/H264/Concealment.h"
+
 namespace MCL {
 
 void TaskBroker::FinishPicture(H264PictureTask& task) {
+  task.concealed = NmH264::ConcealMissingMacroblocks(*task.picture, *task.references);
   NmH264::DeblockPicture(*task.picture, task.filters);
   task.picture->ExtendBorders();
 }

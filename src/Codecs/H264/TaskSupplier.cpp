@@ -14,6 +14,9 @@ using namespace NmH264;
 
 namespace {
 
+// Slices kept for reuse at most; a picture seldom has more.
+constexpr size_t MostPooledSlices = 64;
+
 // Frames gathered or in decoding block reuse and output until they are done.
 constexpr int32_t Gathering = 2;
 
@@ -150,10 +153,13 @@ void TaskSupplier::HandleUnit(const uint8_t* unit, size_t size, double time, int
   std::vector<uint8_t> rbsp;
   switch (type) {
   case NalSlice:
-  case NalIdrSlice:
-    ExtractPayload(unit + 1, size - 1, rbsp);
-    AddSlice(unit[0], std::move(rbsp), time, frameId);
+  case NalIdrSlice: {
+    H264Slice slice = TakeSlice();
+    ExtractPayload(unit + 1, size - 1, slice.rbsp);
+    slice.nalHeader = unit[0];
+    AddSlice(std::move(slice), time, frameId);
     return;
+  }
   case NalSei:
     CompletePicture();
     return;
@@ -230,11 +236,30 @@ void TaskSupplier::Activate(const SmSequenceParameterSet& sps) {
   }
 }
 
-void TaskSupplier::AddSlice(uint8_t nalHeader, std::vector<uint8_t>&& rbsp, double time,
-                            int32_t frameId) {
-  H264Slice slice;
-  slice.nalHeader = nalHeader;
-  slice.rbsp = std::move(rbsp);
+H264Slice TaskSupplier::TakeSlice() {
+  if (m_SlicePool.empty()) {
+    return H264Slice();
+  }
+  H264Slice slice = std::move(m_SlicePool.back());
+  m_SlicePool.pop_back();
+  return slice;
+}
+
+void TaskSupplier::ReleaseSlices() {
+  // A picture's slices go back to the pool with their buffers, so that the
+  // next picture's payloads need no allocation; a burst of many slices is
+  // not kept for ever.
+  for (H264Slice& slice : m_Slices) {
+    if (m_SlicePool.size() < MostPooledSlices) {
+      m_SlicePool.push_back(std::move(slice));
+    }
+  }
+  m_Slices.clear();
+}
+
+void TaskSupplier::AddSlice(H264Slice&& added, double time, int32_t frameId) {
+  H264Slice slice = std::move(added);
+  const uint8_t nalHeader = slice.nalHeader;
   CmBitReader reader(slice.rbsp.data(), slice.rbsp.size());
   const auto spsTable = m_Headers.GetSequenceTable();
   const auto ppsTable = m_Headers.GetPictureTable();
@@ -302,6 +327,14 @@ bool TaskSupplier::StartPicture(const SmSliceHeader& header, const SmSequencePar
   frame->frameNum = static_cast<int32_t>(header.frameNum);
   frame->time = time;
   frame->frameId = frameId;
+  frame->visibleWidth = sps.GetVisibleWidth();
+  frame->visibleHeight = sps.GetVisibleHeight();
+  frame->cropLeft = sps.cropLeft;
+  frame->cropTop = sps.cropTop;
+  if (sps.vuiPresent) {
+    frame->sarWidth = sps.vui.sarWidth;
+    frame->sarHeight = sps.vui.sarHeight;
+  }
   frame->idr = header.IsIdr();
   frame->intraOnly = true;
   frame->isDisplayable = true;
@@ -369,7 +402,7 @@ void TaskSupplier::InsertGapFrames(const SmSliceHeader& header, const SmSequence
 
 void TaskSupplier::CompletePicture() {
   if (m_Slices.empty() || m_CurrentFrame == nullptr) {
-    m_Slices.clear();
+    ReleaseSlices();
     return;
   }
   H264DecoderFrame& frame = *m_CurrentFrame;
@@ -386,7 +419,7 @@ void TaskSupplier::CompletePicture() {
     frame.hideFromOutput = true;
     frame.decodingState = 0;
     frame.frameInfo[0].state = frame.frameInfo[1].state = H264DecoderFrameInfo::Done;
-    m_Slices.clear();
+    ReleaseSlices();
     m_CurrentFrame = nullptr;
     return;
   }
@@ -431,7 +464,7 @@ void TaskSupplier::CompletePicture() {
   frame.hasPicture = true;
   frame.decodingState = 0;
   frame.frameInfo[0].state = frame.frameInfo[1].state = H264DecoderFrameInfo::Done;
-  m_Slices.clear();
+  ReleaseSlices();
   m_CurrentFrame = nullptr;
 }
 
@@ -472,6 +505,7 @@ void TaskSupplier::RecoveryReset() {
   m_Frames.Clear();
   m_References = SmReferenceState();
   m_Slices.clear();
+  m_SlicePool.clear();
   m_CurrentFrame = nullptr;
   m_WaitingForKeyUnit = true;
   m_Order.Reset();

@@ -94,7 +94,11 @@ private:
   int32_t TakeUnits(const uint8_t* data, size_t size, bool atEnd, double time, int32_t frameId,
                     size_t& position);
   void HandleUnit(const uint8_t* unit, size_t size, double time, int32_t frameId);
-  void AddSlice(uint8_t nalHeader, std::vector<uint8_t>&& rbsp, double time, int32_t frameId);
+  void AddSlice(H264Slice&& slice, double time, int32_t frameId);
+  // A slice object from the pool, or a new one.
+  H264Slice TakeSlice();
+  // The slices of the picture in progress go back to the pool.
+  void ReleaseSlices();
   bool StartPicture(const NmH264::SmSliceHeader& header, const NmH264::SmSequenceParameterSet& sps,
                     double time, int32_t frameId);
   void InsertGapFrames(const NmH264::SmSliceHeader& header,
@@ -115,7 +119,8 @@ private:
   NmH264::SmReferenceState m_References;
   std::vector<H264Slice> m_Slices; // of the picture in progress
   const std::vector<H264Slice> m_NoSlices;
-  std::vector<uint8_t> m_Pending; // the start of a unit whose end has not come
+  std::vector<H264Slice> m_SlicePool; // finished slices, kept for their buffers
+  std::vector<uint8_t> m_Pending;     // the start of a unit whose end has not come
   H264DecoderFrame* m_CurrentFrame = nullptr;
   int32_t m_DpbSize = 1;
   int32_t m_DpbDelay = 1;

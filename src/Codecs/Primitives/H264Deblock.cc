@@ -1,0 +1,390 @@
+// The loop filters in 16-bit lanes, compiled once per Highway target. Along a
+// horizontal edge each of the rows around it is one vector; a vertical edge
+// is turned into that shape through a small transposed copy and back.
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "Codecs/Primitives/H264Deblock.cc"
+#include <hwy/foreach_target.h> // IWYU pragma: keep
+#include <hwy/highway.h>
+
+#include <cstring>
+
+#include "Codecs/Primitives/H264Deblock.h"
+
+HWY_BEFORE_NAMESPACE();
+namespace NmPrimitives {
+namespace HWY_NAMESPACE {
+namespace hn = hwy::HWY_NAMESPACE;
+
+#if HWY_TARGET != HWY_SCALAR
+template <class D> HWY_INLINE hn::Vec<D> LoadRow(D d, const uint8_t* p) {
+  const hn::Rebind<uint8_t, D> d8;
+  return hn::BitCast(d, hn::PromoteTo(hn::RebindToUnsigned<D>(), hn::LoadU(d8, p)));
+}
+
+template <class D> HWY_INLINE void StoreRow(D, hn::Vec<D> v, uint8_t* p) {
+  const hn::Rebind<uint8_t, D> d8;
+  hn::StoreU(hn::DemoteTo(d8, v), d8, p);
+}
+
+// Where the edge is to be filtered at all: the sample differences across it
+// stay below alpha and beta.
+template <class D, class V = hn::Vec<D>>
+HWY_INLINE auto EdgeMask(D d, V p1, V p0, V q0, V q1, int alpha, int beta) {
+  const auto b = hn::Set(d, static_cast<int16_t>(beta));
+  return hn::And(hn::And(hn::Lt(hn::Abs(hn::Sub(p0, q0)), hn::Set(d, static_cast<int16_t>(alpha))),
+                         hn::Lt(hn::Abs(hn::Sub(p1, p0)), b)),
+                 hn::Lt(hn::Abs(hn::Sub(q1, q0)), b));
+}
+
+// The clipped difference that moves p0 and q0 towards each other.
+template <class V> HWY_INLINE V Delta(V p1, V p0, V q0, V q1, V tc) {
+  const hn::DFromV<V> d;
+  const V delta = hn::ShiftRight<3>(
+      hn::Add(hn::Add(hn::ShiftLeft<2>(hn::Sub(q0, p0)), hn::Sub(p1, q1)), hn::Set(d, 4)));
+  return hn::Min(hn::Max(delta, hn::Neg(tc)), tc);
+}
+
+// Lengths 16 (luma) or 8 (chroma): one vector of up to that many lanes.
+template <int Length> using Tag = hn::CappedTag<int16_t, Length>;
+
+// The tc0 of each sample along the edge, from the four segments' values.
+template <int Length> HWY_INLINE void SpreadTc0(const int8_t* tc0, int16_t* lanes) {
+  for (int i = 0; i < Length; ++i) {
+    lanes[i] = tc0[i / (Length / 4)];
+  }
+}
+
+void LumaNormal(uint8_t* q, ptrdiff_t stride, int alpha, int beta, const int8_t* tc0) {
+  const Tag<16> d;
+  int16_t tcLanes[16];
+  SpreadTc0<16>(tc0, tcLanes);
+  const auto b = hn::Set(d, static_cast<int16_t>(beta));
+  const auto one = hn::Set(d, 1);
+  for (size_t x = 0; x < 16; x += hn::Lanes(d)) {
+    uint8_t* c = q + x;
+    const auto p2 = LoadRow(d, c - 3 * stride), p1 = LoadRow(d, c - 2 * stride),
+               p0 = LoadRow(d, c - stride), q0 = LoadRow(d, c), q1 = LoadRow(d, c + stride),
+               q2 = LoadRow(d, c + 2 * stride);
+    const auto t0 = hn::LoadU(d, tcLanes + x);
+    const auto filter =
+        hn::And(EdgeMask(d, p1, p0, q0, q1, alpha, beta), hn::Gt(t0, hn::Set(d, -1)));
+    if (hn::AllFalse(d, filter)) {
+      continue;
+    }
+    const auto ap = hn::Lt(hn::Abs(hn::Sub(p2, p0)), b);
+    const auto aq = hn::Lt(hn::Abs(hn::Sub(q2, q0)), b);
+    const auto tc = hn::Add(hn::Add(t0, hn::IfThenElseZero(ap, one)), hn::IfThenElseZero(aq, one));
+    const auto delta = Delta(p1, p0, q0, q1, tc);
+    const auto mean = hn::ShiftRight<1>(hn::Add(hn::Add(p0, q0), one));
+    const auto clipTc0 = [&](auto v) { return hn::Min(hn::Max(v, hn::Neg(t0)), t0); };
+    const auto p1New =
+        hn::Add(p1, clipTc0(hn::ShiftRight<1>(hn::Sub(hn::Add(p2, mean), hn::ShiftLeft<1>(p1)))));
+    const auto q1New =
+        hn::Add(q1, clipTc0(hn::ShiftRight<1>(hn::Sub(hn::Add(q2, mean), hn::ShiftLeft<1>(q1)))));
+    StoreRow(d, hn::IfThenElse(hn::And(filter, ap), p1New, p1), c - 2 * stride);
+    StoreRow(d, hn::IfThenElse(filter, hn::Add(p0, delta), p0), c - stride);
+    StoreRow(d, hn::IfThenElse(filter, hn::Sub(q0, delta), q0), c);
+    StoreRow(d, hn::IfThenElse(hn::And(filter, aq), q1New, q1), c + stride);
+  }
+}
+
+void LumaIntra(uint8_t* q, ptrdiff_t stride, int alpha, int beta) {
+  const Tag<16> d;
+  const auto b = hn::Set(d, static_cast<int16_t>(beta));
+  const auto two = hn::Set(d, 2), four = hn::Set(d, 4);
+  for (size_t x = 0; x < 16; x += hn::Lanes(d)) {
+    uint8_t* c = q + x;
+    const auto p3 = LoadRow(d, c - 4 * stride), p2 = LoadRow(d, c - 3 * stride),
+               p1 = LoadRow(d, c - 2 * stride), p0 = LoadRow(d, c - stride), q0 = LoadRow(d, c),
+               q1 = LoadRow(d, c + stride), q2 = LoadRow(d, c + 2 * stride),
+               q3 = LoadRow(d, c + 3 * stride);
+    const auto filter = EdgeMask(d, p1, p0, q0, q1, alpha, beta);
+    if (hn::AllFalse(d, filter)) {
+      continue;
+    }
+    const auto strong =
+        hn::Lt(hn::Abs(hn::Sub(p0, q0)), hn::Set(d, static_cast<int16_t>((alpha >> 2) + 2)));
+    const auto pStrong = hn::And(hn::And(filter, strong), hn::Lt(hn::Abs(hn::Sub(p2, p0)), b));
+    const auto qStrong = hn::And(hn::And(filter, strong), hn::Lt(hn::Abs(hn::Sub(q2, q0)), b));
+    const auto pq0 = hn::Add(p0, q0);
+    // p side: three samples where strong, else p0 alone.
+    const auto p0Strong = hn::ShiftRight<3>(
+        hn::Add(hn::Add(hn::Add(p2, hn::ShiftLeft<1>(hn::Add(p1, pq0))), q1), four));
+    const auto p1Strong = hn::ShiftRight<2>(hn::Add(hn::Add(hn::Add(p2, p1), pq0), two));
+    const auto p2Strong = hn::ShiftRight<3>(hn::Add(
+        hn::Add(hn::Add(hn::ShiftLeft<1>(p3), hn::Mul(p2, hn::Set(d, 3))), hn::Add(p1, pq0)),
+        four));
+    const auto p0Weak =
+        hn::ShiftRight<2>(hn::Add(hn::Add(hn::ShiftLeft<1>(p1), p0), hn::Add(q1, two)));
+    const auto q0Strong = hn::ShiftRight<3>(
+        hn::Add(hn::Add(hn::Add(p1, hn::ShiftLeft<1>(hn::Add(q1, pq0))), q2), four));
+    const auto q1Strong = hn::ShiftRight<2>(hn::Add(hn::Add(hn::Add(q2, q1), pq0), two));
+    const auto q2Strong = hn::ShiftRight<3>(hn::Add(
+        hn::Add(hn::Add(hn::ShiftLeft<1>(q3), hn::Mul(q2, hn::Set(d, 3))), hn::Add(q1, pq0)),
+        four));
+    const auto q0Weak =
+        hn::ShiftRight<2>(hn::Add(hn::Add(hn::ShiftLeft<1>(q1), q0), hn::Add(p1, two)));
+    StoreRow(d, hn::IfThenElse(pStrong, p2Strong, p2), c - 3 * stride);
+    StoreRow(d, hn::IfThenElse(pStrong, p1Strong, p1), c - 2 * stride);
+    StoreRow(d, hn::IfThenElse(pStrong, p0Strong, hn::IfThenElse(filter, p0Weak, p0)), c - stride);
+    StoreRow(d, hn::IfThenElse(qStrong, q0Strong, hn::IfThenElse(filter, q0Weak, q0)), c);
+    StoreRow(d, hn::IfThenElse(qStrong, q1Strong, q1), c + stride);
+    StoreRow(d, hn::IfThenElse(qStrong, q2Strong, q2), c + 2 * stride);
+  }
+}
+
+void ChromaNormal(uint8_t* q, ptrdiff_t stride, int alpha, int beta, const int8_t* tc0) {
+  const Tag<8> d;
+  int16_t tcLanes[8];
+  SpreadTc0<8>(tc0, tcLanes);
+  for (size_t x = 0; x < 8; x += hn::Lanes(d)) {
+    uint8_t* c = q + x;
+    const auto p1 = LoadRow(d, c - 2 * stride), p0 = LoadRow(d, c - stride), q0 = LoadRow(d, c),
+               q1 = LoadRow(d, c + stride);
+    const auto t0 = hn::LoadU(d, tcLanes + x);
+    const auto filter =
+        hn::And(EdgeMask(d, p1, p0, q0, q1, alpha, beta), hn::Gt(t0, hn::Set(d, -1)));
+    const auto delta = Delta(p1, p0, q0, q1, hn::Add(t0, hn::Set(d, 1)));
+    StoreRow(d, hn::IfThenElse(filter, hn::Add(p0, delta), p0), c - stride);
+    StoreRow(d, hn::IfThenElse(filter, hn::Sub(q0, delta), q0), c);
+  }
+}
+
+void ChromaIntra(uint8_t* q, ptrdiff_t stride, int alpha, int beta) {
+  const Tag<8> d;
+  const auto two = hn::Set(d, 2);
+  for (size_t x = 0; x < 8; x += hn::Lanes(d)) {
+    uint8_t* c = q + x;
+    const auto p1 = LoadRow(d, c - 2 * stride), p0 = LoadRow(d, c - stride), q0 = LoadRow(d, c),
+               q1 = LoadRow(d, c + stride);
+    const auto filter = EdgeMask(d, p1, p0, q0, q1, alpha, beta);
+    const auto p0New =
+        hn::ShiftRight<2>(hn::Add(hn::Add(hn::ShiftLeft<1>(p1), p0), hn::Add(q1, two)));
+    const auto q0New =
+        hn::ShiftRight<2>(hn::Add(hn::Add(hn::ShiftLeft<1>(q1), q0), hn::Add(p1, two)));
+    StoreRow(d, hn::IfThenElse(filter, p0New, p0), c - stride);
+    StoreRow(d, hn::IfThenElse(filter, q0New, q0), c);
+  }
+}
+
+using D8 = hn::FixedTag<uint8_t, 16>;
+using D16x8 = hn::FixedTag<uint16_t, 8>;
+using D32x4 = hn::FixedTag<uint32_t, 4>;
+using D64x2 = hn::FixedTag<uint64_t, 2>;
+
+// Interleaves the lanes of a and b taken as T: the steps of a transpose.
+template <typename T> HWY_INLINE hn::Vec<D8> ZipLower(hn::Vec<D8> a, hn::Vec<D8> b) {
+  const D8 d8;
+  const hn::Repartition<T, D8> d;
+  return hn::BitCast(d8, hn::InterleaveLower(d, hn::BitCast(d, a), hn::BitCast(d, b)));
+}
+template <typename T> HWY_INLINE hn::Vec<D8> ZipUpper(hn::Vec<D8> a, hn::Vec<D8> b) {
+  const D8 d8;
+  const hn::Repartition<T, D8> d;
+  return hn::BitCast(d8, hn::InterleaveUpper(d, hn::BitCast(d, a), hn::BitCast(d, b)));
+}
+
+// A vertical luma edge: the 16 rows of p3 .. q3 around it become the eight
+// rows of a 16-wide copy (one per distance from the edge) through byte,
+// word, double-word and quad-word interleaves, `filter` runs on the copy as
+// on a horizontal edge, and the same steps turn the copy back into rows.
+// p3 and q3 go back unchanged.
+template <typename Filter>
+HWY_INLINE void LumaAcrossVerticalEdge(uint8_t* q, ptrdiff_t stride, Filter filter) {
+  const D8 d8;
+  const hn::Half<D8> d8h;
+  HWY_ALIGN uint8_t copy[8 * 16];
+  hn::Vec<D8> a[8];
+  for (int j = 0; j < 8; ++j) {
+    const hn::Vec<D8> r0 = hn::ZeroExtendVector(d8, hn::LoadU(d8h, q + 2 * j * stride - 4));
+    const hn::Vec<D8> r1 = hn::ZeroExtendVector(d8, hn::LoadU(d8h, q + (2 * j + 1) * stride - 4));
+    a[j] = hn::InterleaveLower(d8, r0, r1); // column k of rows 2j, 2j + 1 in word k
+  }
+  hn::Vec<D8> b[4], c[4];
+  for (int m = 0; m < 4; ++m) {
+    b[m] = ZipLower<uint16_t>(a[2 * m], a[2 * m + 1]); // columns 0..3 of rows 4m..4m+3
+    c[m] = ZipUpper<uint16_t>(a[2 * m], a[2 * m + 1]); // columns 4..7
+  }
+  for (int half = 0; half < 2; ++half) {
+    const hn::Vec<D8>* v = half == 0 ? b : c;
+    // Two columns of rows 0..7, and of rows 8..15, per vector.
+    const hn::Vec<D8> low0 = ZipLower<uint32_t>(v[0], v[1]), low1 = ZipUpper<uint32_t>(v[0], v[1]);
+    const hn::Vec<D8> high0 = ZipLower<uint32_t>(v[2], v[3]),
+                      high1 = ZipUpper<uint32_t>(v[2], v[3]);
+    uint8_t* out = copy + 4 * half * 16;
+    hn::Store(ZipLower<uint64_t>(low0, high0), d8, out);
+    hn::Store(ZipUpper<uint64_t>(low0, high0), d8, out + 16);
+    hn::Store(ZipLower<uint64_t>(low1, high1), d8, out + 32);
+    hn::Store(ZipUpper<uint64_t>(low1, high1), d8, out + 48);
+  }
+  filter(copy + 4 * 16, 16);
+  hn::Vec<D8> lower[4], upper[4];
+  for (int p = 0; p < 4; ++p) {
+    const hn::Vec<D8> k0 = hn::Load(d8, copy + 2 * p * 16),
+                      k1 = hn::Load(d8, copy + (2 * p + 1) * 16);
+    lower[p] = hn::InterleaveLower(d8, k0, k1); // columns 2p, 2p + 1 of rows 0..7
+    upper[p] = ZipUpper<uint8_t>(k0, k1);       // of rows 8..15
+  }
+  HWY_ALIGN uint8_t rows[16 * 8];
+  for (int half = 0; half < 2; ++half) {
+    const hn::Vec<D8>* v = half == 0 ? lower : upper;
+    const hn::Vec<D8> left0 = ZipLower<uint16_t>(v[0], v[1]),
+                      left1 = ZipUpper<uint16_t>(v[0], v[1]);
+    const hn::Vec<D8> right0 = ZipLower<uint16_t>(v[2], v[3]),
+                      right1 = ZipUpper<uint16_t>(v[2], v[3]);
+    uint8_t* out = rows + half * 64;
+    hn::Store(ZipLower<uint32_t>(left0, right0), d8, out);
+    hn::Store(ZipUpper<uint32_t>(left0, right0), d8, out + 16);
+    hn::Store(ZipLower<uint32_t>(left1, right1), d8, out + 32);
+    hn::Store(ZipUpper<uint32_t>(left1, right1), d8, out + 48);
+  }
+  for (int i = 0; i < 16; ++i) {
+    std::memcpy(q + i * stride - 4, rows + 8 * i, 8);
+  }
+}
+
+// A vertical chroma edge: 8 rows of p1 .. q1 to four rows of eight, and back.
+template <typename Filter>
+HWY_INLINE void ChromaAcrossVerticalEdge(uint8_t* q, ptrdiff_t stride, Filter filter) {
+  const D8 d8;
+  HWY_ALIGN uint8_t copy[4 * 8];
+  hn::Vec<D8> a[4];
+  for (int j = 0; j < 4; ++j) {
+    uint32_t r0, r1;
+    std::memcpy(&r0, q + 2 * j * stride - 2, 4);
+    std::memcpy(&r1, q + (2 * j + 1) * stride - 2, 4);
+    a[j] = hn::InterleaveLower(d8, hn::BitCast(d8, hn::Set(D32x4(), r0)),
+                               hn::BitCast(d8, hn::Set(D32x4(), r1)));
+  }
+  const hn::Vec<D8> b0 = ZipLower<uint16_t>(a[0], a[1]), b1 = ZipLower<uint16_t>(a[2], a[3]);
+  hn::Store(ZipLower<uint32_t>(b0, b1), d8, copy);
+  hn::Store(ZipUpper<uint32_t>(b0, b1), d8, copy + 16);
+  filter(copy + 2 * 8, 8);
+  const hn::Vec<D8> v0 = hn::Load(d8, copy), v1 = hn::Load(d8, copy + 16);
+  const hn::Vec<D8> t0 = hn::InterleaveLower(d8, v0, hn::ShiftRightBytes<8>(d8, v0));
+  const hn::Vec<D8> t1 = hn::InterleaveLower(d8, v1, hn::ShiftRightBytes<8>(d8, v1));
+  HWY_ALIGN uint8_t rows[8 * 4];
+  hn::Store(ZipLower<uint16_t>(t0, t1), d8, rows);
+  hn::Store(ZipUpper<uint16_t>(t0, t1), d8, rows + 16);
+  for (int i = 0; i < 8; ++i) {
+    std::memcpy(q + i * stride - 2, rows + 4 * i, 4);
+  }
+}
+
+void LumaVerticalImpl(uint8_t* q, ptrdiff_t stride, int alpha, int beta, const int8_t* tc0) {
+  LumaAcrossVerticalEdge(q, stride,
+                         [&](uint8_t* c, ptrdiff_t s) { LumaNormal(c, s, alpha, beta, tc0); });
+}
+
+void LumaHorizontalImpl(uint8_t* q, ptrdiff_t stride, int alpha, int beta, const int8_t* tc0) {
+  LumaNormal(q, stride, alpha, beta, tc0);
+}
+
+void LumaVerticalIntraImpl(uint8_t* q, ptrdiff_t stride, int alpha, int beta) {
+  LumaAcrossVerticalEdge(q, stride, [&](uint8_t* c, ptrdiff_t s) { LumaIntra(c, s, alpha, beta); });
+}
+
+void LumaHorizontalIntraImpl(uint8_t* q, ptrdiff_t stride, int alpha, int beta) {
+  LumaIntra(q, stride, alpha, beta);
+}
+
+void ChromaVerticalImpl(uint8_t* q, ptrdiff_t stride, int alpha, int beta, const int8_t* tc0) {
+  ChromaAcrossVerticalEdge(q, stride,
+                           [&](uint8_t* c, ptrdiff_t s) { ChromaNormal(c, s, alpha, beta, tc0); });
+}
+
+void ChromaHorizontalImpl(uint8_t* q, ptrdiff_t stride, int alpha, int beta, const int8_t* tc0) {
+  ChromaNormal(q, stride, alpha, beta, tc0);
+}
+
+void ChromaVerticalIntraImpl(uint8_t* q, ptrdiff_t stride, int alpha, int beta) {
+  ChromaAcrossVerticalEdge(q, stride,
+                           [&](uint8_t* c, ptrdiff_t s) { ChromaIntra(c, s, alpha, beta); });
+}
+
+void ChromaHorizontalIntraImpl(uint8_t* q, ptrdiff_t stride, int alpha, int beta) {
+  ChromaIntra(q, stride, alpha, beta);
+}
+
+#else
+// One lane a vector gains nothing: the scalar target runs the plain loops.
+void LumaVerticalImpl(uint8_t* q, ptrdiff_t stride, int alpha, int beta, const int8_t* tc0) {
+  NmReference::H264FilterLumaVerticalEdge(q, stride, alpha, beta, tc0);
+}
+void LumaVerticalIntraImpl(uint8_t* q, ptrdiff_t stride, int alpha, int beta) {
+  NmReference::H264FilterLumaVerticalEdgeIntra(q, stride, alpha, beta);
+}
+void LumaHorizontalImpl(uint8_t* q, ptrdiff_t stride, int alpha, int beta, const int8_t* tc0) {
+  NmReference::H264FilterLumaHorizontalEdge(q, stride, alpha, beta, tc0);
+}
+void LumaHorizontalIntraImpl(uint8_t* q, ptrdiff_t stride, int alpha, int beta) {
+  NmReference::H264FilterLumaHorizontalEdgeIntra(q, stride, alpha, beta);
+}
+void ChromaVerticalImpl(uint8_t* q, ptrdiff_t stride, int alpha, int beta, const int8_t* tc0) {
+  NmReference::H264FilterChromaVerticalEdge(q, stride, alpha, beta, tc0);
+}
+void ChromaVerticalIntraImpl(uint8_t* q, ptrdiff_t stride, int alpha, int beta) {
+  NmReference::H264FilterChromaVerticalEdgeIntra(q, stride, alpha, beta);
+}
+void ChromaHorizontalImpl(uint8_t* q, ptrdiff_t stride, int alpha, int beta, const int8_t* tc0) {
+  NmReference::H264FilterChromaHorizontalEdge(q, stride, alpha, beta, tc0);
+}
+void ChromaHorizontalIntraImpl(uint8_t* q, ptrdiff_t stride, int alpha, int beta) {
+  NmReference::H264FilterChromaHorizontalEdgeIntra(q, stride, alpha, beta);
+}
+#endif
+
+} // namespace HWY_NAMESPACE
+} // namespace NmPrimitives
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+namespace NmPrimitives {
+
+HWY_EXPORT(LumaVerticalImpl);
+HWY_EXPORT(LumaHorizontalImpl);
+HWY_EXPORT(LumaVerticalIntraImpl);
+HWY_EXPORT(LumaHorizontalIntraImpl);
+HWY_EXPORT(ChromaVerticalImpl);
+HWY_EXPORT(ChromaHorizontalImpl);
+HWY_EXPORT(ChromaVerticalIntraImpl);
+HWY_EXPORT(ChromaHorizontalIntraImpl);
+
+void H264FilterLumaVerticalEdge(uint8_t* q, ptrdiff_t stride, int alpha, int beta,
+                                const int8_t* tc0) {
+  HWY_DYNAMIC_DISPATCH(LumaVerticalImpl)(q, stride, alpha, beta, tc0);
+}
+
+void H264FilterLumaHorizontalEdge(uint8_t* q, ptrdiff_t stride, int alpha, int beta,
+                                  const int8_t* tc0) {
+  HWY_DYNAMIC_DISPATCH(LumaHorizontalImpl)(q, stride, alpha, beta, tc0);
+}
+
+void H264FilterLumaVerticalEdgeIntra(uint8_t* q, ptrdiff_t stride, int alpha, int beta) {
+  HWY_DYNAMIC_DISPATCH(LumaVerticalIntraImpl)(q, stride, alpha, beta);
+}
+
+void H264FilterLumaHorizontalEdgeIntra(uint8_t* q, ptrdiff_t stride, int alpha, int beta) {
+  HWY_DYNAMIC_DISPATCH(LumaHorizontalIntraImpl)(q, stride, alpha, beta);
+}
+
+void H264FilterChromaVerticalEdge(uint8_t* q, ptrdiff_t stride, int alpha, int beta,
+                                  const int8_t* tc0) {
+  HWY_DYNAMIC_DISPATCH(ChromaVerticalImpl)(q, stride, alpha, beta, tc0);
+}
+
+void H264FilterChromaHorizontalEdge(uint8_t* q, ptrdiff_t stride, int alpha, int beta,
+                                    const int8_t* tc0) {
+  HWY_DYNAMIC_DISPATCH(ChromaHorizontalImpl)(q, stride, alpha, beta, tc0);
+}
+
+void H264FilterChromaVerticalEdgeIntra(uint8_t* q, ptrdiff_t stride, int alpha, int beta) {
+  HWY_DYNAMIC_DISPATCH(ChromaVerticalIntraImpl)(q, stride, alpha, beta);
+}
+
+void H264FilterChromaHorizontalEdgeIntra(uint8_t* q, ptrdiff_t stride, int alpha, int beta) {
+  HWY_DYNAMIC_DISPATCH(ChromaHorizontalIntraImpl)(q, stride, alpha, beta);
+}
+
+} // namespace NmPrimitives
+#endif

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+// The H.264 loop filter across one block edge. q points at the first sample
+// on the edge's far side (right of a vertical edge, below a horizontal one);
+// the near side lies before it. A luma edge is 16 samples long, a chroma
+// edge of 4:2:0 is 8; each quarter of the edge is one segment with its own
+// tc0 (the table value for its boundary strength), and a negative tc0 leaves
+// that segment alone (strength 0). The "Intra" forms are strength 4, which
+// holds along a whole macroblock edge.
+namespace NmPrimitives {
+
+// Vertical edges filter along rows (p samples to the left); horizontal edges
+// along columns (p samples above). Luma reads four samples on either side.
+void H264FilterLumaVerticalEdge(uint8_t* q, ptrdiff_t stride, int alpha, int beta,
+                                const int8_t* tc0);
+void H264FilterLumaHorizontalEdge(uint8_t* q, ptrdiff_t stride, int alpha, int beta,
+                                  const int8_t* tc0);
+void H264FilterLumaVerticalEdgeIntra(uint8_t* q, ptrdiff_t stride, int alpha, int beta);
+void H264FilterLumaHorizontalEdgeIntra(uint8_t* q, ptrdiff_t stride, int alpha, int beta);
+// Chroma reads two samples on either side; tc is tc0 + 1.
+void H264FilterChromaVerticalEdge(uint8_t* q, ptrdiff_t stride, int alpha, int beta,
+                                  const int8_t* tc0);
+void H264FilterChromaHorizontalEdge(uint8_t* q, ptrdiff_t stride, int alpha, int beta,
+                                    const int8_t* tc0);
+void H264FilterChromaVerticalEdgeIntra(uint8_t* q, ptrdiff_t stride, int alpha, int beta);
+void H264FilterChromaHorizontalEdgeIntra(uint8_t* q, ptrdiff_t stride, int alpha, int beta);
+
+namespace NmReference {
+void H264FilterLumaVerticalEdge(uint8_t* q, ptrdiff_t stride, int alpha, int beta,
+                                const int8_t* tc0);
+void H264FilterLumaHorizontalEdge(uint8_t* q, ptrdiff_t stride, int alpha, int beta,
+                                  const int8_t* tc0);
+void H264FilterLumaVerticalEdgeIntra(uint8_t* q, ptrdiff_t stride, int alpha, int beta);
+void H264FilterLumaHorizontalEdgeIntra(uint8_t* q, ptrdiff_t stride, int alpha, int beta);
+void H264FilterChromaVerticalEdge(uint8_t* q, ptrdiff_t stride, int alpha, int beta,
+                                  const int8_t* tc0);
+void H264FilterChromaHorizontalEdge(uint8_t* q, ptrdiff_t stride, int alpha, int beta,
+                                    const int8_t* tc0);
+void H264FilterChromaVerticalEdgeIntra(uint8_t* q, ptrdiff_t stride, int alpha, int beta);
+void H264FilterChromaHorizontalEdgeIntra(uint8_t* q, ptrdiff_t stride, int alpha, int beta);
+} // namespace NmReference
+
+} // namespace NmPrimitives

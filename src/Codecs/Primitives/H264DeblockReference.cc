@@ -1,0 +1,128 @@
+#include <algorithm>
+#include <cstdlib>
+
+#include "Codecs/Primitives/H264Deblock.h"
+
+namespace NmPrimitives::NmReference {
+
+namespace {
+
+uint8_t Clip(int value) {
+  return static_cast<uint8_t>(std::clamp(value, 0, 255));
+}
+
+// Filters the samples across the edge at one position: p[-k * step] and
+// q[k * step] for k from 0. A tc0 below 0 asks for the strong filter.
+void FilterLuma(uint8_t* q, ptrdiff_t step, int alpha, int beta, int tc0) {
+  const int p0 = q[-step], p1 = q[-2 * step], p2 = q[-3 * step];
+  const int q0 = q[0], q1 = q[step], q2 = q[2 * step];
+  if (std::abs(p0 - q0) >= alpha || std::abs(p1 - p0) >= beta || std::abs(q1 - q0) >= beta) {
+    return;
+  }
+  const int ap = std::abs(p2 - p0);
+  const int aq = std::abs(q2 - q0);
+  if (tc0 >= 0) {
+    const int tc = tc0 + (ap < beta) + (aq < beta);
+    const int delta = std::clamp((((q0 - p0) * 4) + (p1 - q1) + 4) >> 3, -tc, tc);
+    q[-step] = Clip(p0 + delta);
+    q[0] = Clip(q0 - delta);
+    if (ap < beta) {
+      q[-2 * step] = static_cast<uint8_t>(
+          p1 + std::clamp((p2 + ((p0 + q0 + 1) >> 1) - 2 * p1) >> 1, -tc0, tc0));
+    }
+    if (aq < beta) {
+      q[step] = static_cast<uint8_t>(
+          q1 + std::clamp((q2 + ((p0 + q0 + 1) >> 1) - 2 * q1) >> 1, -tc0, tc0));
+    }
+    return;
+  }
+  const bool strong = std::abs(p0 - q0) < ((alpha >> 2) + 2);
+  if (ap < beta && strong) {
+    const int p3 = q[-4 * step];
+    q[-step] = static_cast<uint8_t>((p2 + 2 * p1 + 2 * p0 + 2 * q0 + q1 + 4) >> 3);
+    q[-2 * step] = static_cast<uint8_t>((p2 + p1 + p0 + q0 + 2) >> 2);
+    q[-3 * step] = static_cast<uint8_t>((2 * p3 + 3 * p2 + p1 + p0 + q0 + 4) >> 3);
+  } else {
+    q[-step] = static_cast<uint8_t>((2 * p1 + p0 + q1 + 2) >> 2);
+  }
+  if (aq < beta && strong) {
+    const int q3 = q[3 * step];
+    q[0] = static_cast<uint8_t>((p1 + 2 * p0 + 2 * q0 + 2 * q1 + q2 + 4) >> 3);
+    q[step] = static_cast<uint8_t>((p0 + q0 + q1 + q2 + 2) >> 2);
+    q[2 * step] = static_cast<uint8_t>((2 * q3 + 3 * q2 + q1 + q0 + p0 + 4) >> 3);
+  } else {
+    q[0] = static_cast<uint8_t>((2 * q1 + q0 + p1 + 2) >> 2);
+  }
+}
+
+void FilterChroma(uint8_t* q, ptrdiff_t step, int alpha, int beta, int tc0) {
+  const int p0 = q[-step], p1 = q[-2 * step];
+  const int q0 = q[0], q1 = q[step];
+  if (std::abs(p0 - q0) >= alpha || std::abs(p1 - p0) >= beta || std::abs(q1 - q0) >= beta) {
+    return;
+  }
+  if (tc0 >= 0) {
+    const int tc = tc0 + 1;
+    const int delta = std::clamp((((q0 - p0) * 4) + (p1 - q1) + 4) >> 3, -tc, tc);
+    q[-step] = Clip(p0 + delta);
+    q[0] = Clip(q0 - delta);
+    return;
+  }
+  q[-step] = static_cast<uint8_t>((2 * p1 + p0 + q1 + 2) >> 2);
+  q[0] = static_cast<uint8_t>((2 * q1 + q0 + p1 + 2) >> 2);
+}
+
+// Runs `filter` at each position of an edge `length` samples long, with the
+// segment's tc0, or -1 throughout for the strong filters.
+template <typename Filter>
+void FilterEdge(uint8_t* q, ptrdiff_t across, ptrdiff_t along, int length, int alpha, int beta,
+                const int8_t* tc0, Filter filter) {
+  const int perSegment = length / 4;
+  for (int i = 0; i < length; ++i) {
+    if (tc0 == nullptr) {
+      filter(q + i * along, across, alpha, beta, -1);
+    } else if (tc0[i / perSegment] >= 0) {
+      filter(q + i * along, across, alpha, beta, tc0[i / perSegment]);
+    }
+  }
+}
+
+} // namespace
+
+void H264FilterLumaVerticalEdge(uint8_t* q, ptrdiff_t stride, int alpha, int beta,
+                                const int8_t* tc0) {
+  FilterEdge(q, 1, stride, 16, alpha, beta, tc0, FilterLuma);
+}
+
+void H264FilterLumaHorizontalEdge(uint8_t* q, ptrdiff_t stride, int alpha, int beta,
+                                  const int8_t* tc0) {
+  FilterEdge(q, stride, 1, 16, alpha, beta, tc0, FilterLuma);
+}
+
+void H264FilterLumaVerticalEdgeIntra(uint8_t* q, ptrdiff_t stride, int alpha, int beta) {
+  FilterEdge(q, 1, stride, 16, alpha, beta, nullptr, FilterLuma);
+}
+
+void H264FilterLumaHorizontalEdgeIntra(uint8_t* q, ptrdiff_t stride, int alpha, int beta) {
+  FilterEdge(q, stride, 1, 16, alpha, beta, nullptr, FilterLuma);
+}
+
+void H264FilterChromaVerticalEdge(uint8_t* q, ptrdiff_t stride, int alpha, int beta,
+                                  const int8_t* tc0) {
+  FilterEdge(q, 1, stride, 8, alpha, beta, tc0, FilterChroma);
+}
+
+void H264FilterChromaHorizontalEdge(uint8_t* q, ptrdiff_t stride, int alpha, int beta,
+                                    const int8_t* tc0) {
+  FilterEdge(q, stride, 1, 8, alpha, beta, tc0, FilterChroma);
+}
+
+void H264FilterChromaVerticalEdgeIntra(uint8_t* q, ptrdiff_t stride, int alpha, int beta) {
+  FilterEdge(q, 1, stride, 8, alpha, beta, nullptr, FilterChroma);
+}
+
+void H264FilterChromaHorizontalEdgeIntra(uint8_t* q, ptrdiff_t stride, int alpha, int beta) {
+  FilterEdge(q, stride, 1, 8, alpha, beta, nullptr, FilterChroma);
+}
+
+} // namespace NmPrimitives::NmReference

@@ -1,0 +1,239 @@
+// Luma and chroma interpolation in 16-bit lanes, compiled once per Highway
+// target. A six-tap sum of 8-bit samples lies in -2550 .. 10710 and fits;
+// the centre position filters such sums again and needs 32 bits.
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "Codecs/Primitives/H264Interpolation.cc"
+#include <hwy/foreach_target.h> // IWYU pragma: keep
+#include <hwy/highway.h>
+
+#include <cstring>
+
+#include "Codecs/Primitives/H264Interpolation.h"
+
+HWY_BEFORE_NAMESPACE();
+namespace NmPrimitives {
+namespace HWY_NAMESPACE {
+namespace hn = hwy::HWY_NAMESPACE;
+
+#if HWY_TARGET != HWY_SCALAR
+// What a quarter-sample position averages: whole samples, the horizontal or
+// vertical half-sample values, or the centre; each at an offset of a column
+// or a row.
+enum SmPlane { Whole, Horizontal, Vertical, Centre, Nothing };
+
+template <class D16> HWY_INLINE hn::Vec<D16> LoadWide(D16 d16, const uint8_t* p) {
+  const hn::Rebind<uint8_t, D16> d8;
+  return hn::BitCast(d16, hn::PromoteTo(hn::RebindToUnsigned<D16>(), hn::LoadU(d8, p)));
+}
+
+// (a + f) - 5 (b + e) + 20 (c + d) over six samples `step` apart from p - 2 step.
+template <class D16> HWY_INLINE hn::Vec<D16> SixTap(D16 d16, const uint8_t* p, ptrdiff_t step) {
+  const auto outer = hn::Add(LoadWide(d16, p - 2 * step), LoadWide(d16, p + 3 * step));
+  const auto inner = hn::Add(LoadWide(d16, p - step), LoadWide(d16, p + 2 * step));
+  const auto centre = hn::Add(LoadWide(d16, p), LoadWide(d16, p + step));
+  return hn::Add(hn::Sub(outer, hn::Mul(inner, hn::Set(d16, 5))),
+                 hn::Mul(centre, hn::Set(d16, 20)));
+}
+
+// The half-sample value: (sum + 16) >> 5, clipped by the saturating narrowing.
+template <class D16> HWY_INLINE auto HalfSample(D16 d16, const uint8_t* p, ptrdiff_t step) {
+  const hn::Rebind<uint8_t, D16> d8;
+  return hn::DemoteTo(d8, hn::ShiftRight<5>(hn::Add(SixTap(d16, p, step), hn::Set(d16, 16))));
+}
+
+constexpr int MostBlock = 16;
+
+// The centre values j of the whole block into `out` (MostBlock a row): six-tap
+// sums of rows -2 .. height + 2 kept whole, then filtered down the columns.
+template <int Width> void ComputeCentre(const uint8_t* src, ptrdiff_t s, int height, uint8_t* out) {
+  const hn::CappedTag<int16_t, Width> d16;
+  const size_t n16 = hn::Lanes(d16);
+  HWY_ALIGN int16_t sums[(MostBlock + 5) * MostBlock];
+  for (int j = 0; j < height + 5; ++j) {
+    for (size_t x = 0; x < Width; x += n16) {
+      hn::StoreU(SixTap(d16, src + (j - 2) * s + x, 1), d16, sums + j * MostBlock + x);
+    }
+  }
+  const hn::CappedTag<int32_t, Width> d32;
+  const hn::Rebind<int16_t, decltype(d32)> d16h;
+  const hn::Rebind<uint8_t, decltype(d32)> d8;
+  const size_t n32 = hn::Lanes(d32);
+  const auto load = [&](int row, size_t x) {
+    return hn::PromoteTo(d32, hn::LoadU(d16h, sums + row * MostBlock + x));
+  };
+  for (int j = 0; j < height; ++j) {
+    for (size_t x = 0; x < Width; x += n32) {
+      const auto outer = hn::Add(load(j, x), load(j + 5, x));
+      const auto inner = hn::Add(load(j + 1, x), load(j + 4, x));
+      const auto centre = hn::Add(load(j + 2, x), load(j + 3, x));
+      const auto sum = hn::Add(hn::Sub(outer, hn::Mul(inner, hn::Set(d32, 5))),
+                               hn::Mul(centre, hn::Set(d32, 20)));
+      const auto value = hn::ShiftRight<10>(hn::Add(sum, hn::Set(d32, 512)));
+      hn::StoreU(hn::DemoteTo(d8, value), d8, out + j * MostBlock + x);
+    }
+  }
+}
+
+template <int Width, SmPlane Kind> struct SmSource {
+  static HWY_INLINE auto Get(const uint8_t* src, ptrdiff_t s, const uint8_t* centre, int j,
+                             size_t x) {
+    const hn::CappedTag<int16_t, Width> d16;
+    const hn::Rebind<uint8_t, decltype(d16)> d8;
+    if constexpr (Kind == Whole) {
+      return hn::LoadU(d8, src + j * s + x);
+    } else if constexpr (Kind == Horizontal) {
+      return HalfSample(d16, src + j * s + x, 1);
+    } else if constexpr (Kind == Vertical) {
+      return HalfSample(d16, src + j * s + x, s);
+    } else {
+      return hn::LoadU(d8, centre + j * MostBlock + x);
+    }
+  }
+};
+
+// The block from plane A at (offset column, offset row) averaged with plane B.
+template <int Width, SmPlane A, int ColumnA, int RowA, SmPlane B, int ColumnB, int RowB>
+void Combine(const uint8_t* src, ptrdiff_t s, uint8_t* dst, ptrdiff_t dstStride, int height) {
+  HWY_ALIGN uint8_t centre[MostBlock * MostBlock];
+  if constexpr (A == Centre || B == Centre) {
+    ComputeCentre<Width>(src, s, height, centre);
+  }
+  const hn::CappedTag<int16_t, Width> d16;
+  const hn::Rebind<uint8_t, decltype(d16)> d8;
+  const size_t n = hn::Lanes(d16);
+  for (int j = 0; j < height; ++j) {
+    for (size_t x = 0; x < Width; x += n) {
+      auto value = SmSource<Width, A>::Get(src + ColumnA + RowA * s, s, centre, j, x);
+      if constexpr (B != Nothing) {
+        value = hn::AverageRound(
+            value, SmSource<Width, B>::Get(src + ColumnB + RowB * s, s, centre, j, x));
+      }
+      hn::StoreU(value, d8, dst + j * dstStride + x);
+    }
+  }
+}
+
+template <int Width>
+void InterpolateLuma(const uint8_t* src, ptrdiff_t s, uint8_t* dst, ptrdiff_t dstStride, int height,
+                     int position) {
+  switch (position) {
+  case 0:
+    for (int j = 0; j < height; ++j) {
+      std::memcpy(dst + j * dstStride, src + j * s, Width);
+    }
+    return;
+  case 1:
+    return Combine<Width, Whole, 0, 0, Horizontal, 0, 0>(src, s, dst, dstStride, height);
+  case 2:
+    return Combine<Width, Horizontal, 0, 0, Nothing, 0, 0>(src, s, dst, dstStride, height);
+  case 3:
+    return Combine<Width, Whole, 1, 0, Horizontal, 0, 0>(src, s, dst, dstStride, height);
+  case 4:
+    return Combine<Width, Whole, 0, 0, Vertical, 0, 0>(src, s, dst, dstStride, height);
+  case 5:
+    return Combine<Width, Horizontal, 0, 0, Vertical, 0, 0>(src, s, dst, dstStride, height);
+  case 6:
+    return Combine<Width, Horizontal, 0, 0, Centre, 0, 0>(src, s, dst, dstStride, height);
+  case 7:
+    return Combine<Width, Horizontal, 0, 0, Vertical, 1, 0>(src, s, dst, dstStride, height);
+  case 8:
+    return Combine<Width, Vertical, 0, 0, Nothing, 0, 0>(src, s, dst, dstStride, height);
+  case 9:
+    return Combine<Width, Vertical, 0, 0, Centre, 0, 0>(src, s, dst, dstStride, height);
+  case 10:
+    return Combine<Width, Centre, 0, 0, Nothing, 0, 0>(src, s, dst, dstStride, height);
+  case 11:
+    return Combine<Width, Centre, 0, 0, Vertical, 1, 0>(src, s, dst, dstStride, height);
+  case 12:
+    return Combine<Width, Whole, 0, 1, Vertical, 0, 0>(src, s, dst, dstStride, height);
+  case 13:
+    return Combine<Width, Vertical, 0, 0, Horizontal, 0, 1>(src, s, dst, dstStride, height);
+  case 14:
+    return Combine<Width, Centre, 0, 0, Horizontal, 0, 1>(src, s, dst, dstStride, height);
+  default:
+    return Combine<Width, Vertical, 1, 0, Horizontal, 0, 1>(src, s, dst, dstStride, height);
+  }
+}
+
+void InterpolateLumaImpl(const uint8_t* src, ptrdiff_t s, uint8_t* dst, ptrdiff_t dstStride,
+                         int width, int height, int dx, int dy) {
+  const int position = dy * 4 + dx;
+  if (width == 16) {
+    InterpolateLuma<16>(src, s, dst, dstStride, height, position);
+  } else if (width == 8) {
+    InterpolateLuma<8>(src, s, dst, dstStride, height, position);
+  } else {
+    InterpolateLuma<4>(src, s, dst, dstStride, height, position);
+  }
+}
+
+template <int Width>
+void InterpolateChroma(const uint8_t* src, ptrdiff_t s, uint8_t* dst, ptrdiff_t dstStride,
+                       int height, int dx, int dy) {
+  // Every weighted sum is at most 64 * 255 + 32, within 16 bits.
+  const hn::CappedTag<uint16_t, Width> d16;
+  const hn::Rebind<uint8_t, decltype(d16)> d8;
+  const size_t n = hn::Lanes(d16);
+  const auto a = hn::Set(d16, static_cast<uint16_t>((8 - dx) * (8 - dy)));
+  const auto b = hn::Set(d16, static_cast<uint16_t>(dx * (8 - dy)));
+  const auto c = hn::Set(d16, static_cast<uint16_t>((8 - dx) * dy));
+  const auto d = hn::Set(d16, static_cast<uint16_t>(dx * dy));
+  const auto load = [&](const uint8_t* p) { return hn::PromoteTo(d16, hn::LoadU(d8, p)); };
+  for (int j = 0; j < height; ++j) {
+    const uint8_t* row = src + j * s;
+    for (size_t x = 0; x < Width; x += n) {
+      auto sum = hn::Add(hn::Mul(a, load(row + x)), hn::Mul(b, load(row + x + 1)));
+      sum = hn::Add(sum, hn::Add(hn::Mul(c, load(row + s + x)), hn::Mul(d, load(row + s + x + 1))));
+      sum = hn::ShiftRight<6>(hn::Add(sum, hn::Set(d16, 32)));
+      hn::StoreU(hn::DemoteTo(d8, hn::BitCast(hn::RebindToSigned<decltype(d16)>(), sum)), d8,
+                 dst + j * dstStride + x);
+    }
+  }
+}
+
+void InterpolateChromaImpl(const uint8_t* src, ptrdiff_t s, uint8_t* dst, ptrdiff_t dstStride,
+                           int width, int height, int dx, int dy) {
+  if (width == 8) {
+    InterpolateChroma<8>(src, s, dst, dstStride, height, dx, dy);
+  } else if (width == 4) {
+    InterpolateChroma<4>(src, s, dst, dstStride, height, dx, dy);
+  } else {
+    InterpolateChroma<2>(src, s, dst, dstStride, height, dx, dy);
+  }
+}
+
+#else
+// One lane a vector gains nothing: the scalar target runs the plain loops.
+void InterpolateLumaImpl(const uint8_t* src, ptrdiff_t s, uint8_t* dst, ptrdiff_t dstStride,
+                         int width, int height, int dx, int dy) {
+  NmReference::H264InterpolateLuma(src, s, dst, dstStride, width, height, dx, dy);
+}
+void InterpolateChromaImpl(const uint8_t* src, ptrdiff_t s, uint8_t* dst, ptrdiff_t dstStride,
+                           int width, int height, int dx, int dy) {
+  NmReference::H264InterpolateChroma(src, s, dst, dstStride, width, height, dx, dy);
+}
+#endif
+
+} // namespace HWY_NAMESPACE
+} // namespace NmPrimitives
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+namespace NmPrimitives {
+
+HWY_EXPORT(InterpolateLumaImpl);
+HWY_EXPORT(InterpolateChromaImpl);
+
+void H264InterpolateLuma(const uint8_t* src, ptrdiff_t srcStride, uint8_t* dst, ptrdiff_t dstStride,
+                         int width, int height, int dx, int dy) {
+  HWY_DYNAMIC_DISPATCH(InterpolateLumaImpl)(src, srcStride, dst, dstStride, width, height, dx, dy);
+}
+
+void H264InterpolateChroma(const uint8_t* src, ptrdiff_t srcStride, uint8_t* dst,
+                           ptrdiff_t dstStride, int width, int height, int dx, int dy) {
+  HWY_DYNAMIC_DISPATCH(InterpolateChromaImpl)
+  (src, srcStride, dst, dstStride, width, height, dx, dy);
+}
+
+} // namespace NmPrimitives
+#endif

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+// Motion-compensated sample interpolation of H.264 from a reference plane.
+// src points at the block's whole-sample position; the caller guarantees
+// that every sample the filters read around the block is addressable (the
+// picture's padded border or an edge-extended copy), so no kernel clamps.
+namespace NmPrimitives {
+
+// Luma at quarter-sample offset (dx, dy), each 0..3: the six-tap half-sample
+// filter and the rounded averages. Reads columns -2 .. width + 2 and rows
+// -2 .. height + 2 around src. width is 4, 8 or 16; height 1 to 16.
+void H264InterpolateLuma(const uint8_t* src, ptrdiff_t srcStride, uint8_t* dst, ptrdiff_t dstStride,
+                         int width, int height, int dx, int dy);
+
+// Chroma at eighth-sample offset (dx, dy), each 0..7: bilinear weights.
+// Reads columns 0 .. width and rows 0 .. height. width is 2, 4 or 8;
+// height 1 to 8.
+void H264InterpolateChroma(const uint8_t* src, ptrdiff_t srcStride, uint8_t* dst,
+                           ptrdiff_t dstStride, int width, int height, int dx, int dy);
+
+namespace NmReference {
+void H264InterpolateLuma(const uint8_t* src, ptrdiff_t srcStride, uint8_t* dst, ptrdiff_t dstStride,
+                         int width, int height, int dx, int dy);
+void H264InterpolateChroma(const uint8_t* src, ptrdiff_t srcStride, uint8_t* dst,
+                           ptrdiff_t dstStride, int width, int height, int dx, int dy);
+} // namespace NmReference
+
+} // namespace NmPrimitives

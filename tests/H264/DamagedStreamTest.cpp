@@ -1,0 +1,212 @@
+#include <gtest/gtest.h>
+
+#include <random>
+#include <string>
+#include <vector>
+
+#include "Codecs/H264/H264VideoDecoder.h"
+#include "Codecs/MCL/MediaData.h"
+#include "Codecs/MCL/VideoData.h"
+#include "Codecs/MCL/VideoDecoderParams.h"
+#include "Codecs/MCL/VideoProcessing.h"
+#include "support/ExternalTools.h"
+
+using NmTestSupport::CmTempDirectory;
+
+namespace {
+
+using Picture = std::vector<uint8_t>;
+using Unit = std::vector<uint8_t>;
+
+// Keeps each picture's visible samples, planar.
+class CmCollector : public MCL::VideoProcessing {
+public:
+  MCL::Status GetFrame(MCL::MediaData* input, MCL::MediaData*) override {
+    const auto* picture = dynamic_cast<MCL::VideoData*>(input);
+    Picture samples;
+    for (int c = 0; c < picture->GetPlaneCount(); ++c) {
+      for (int32_t y = 0; y < picture->GetPlaneHeight(c); ++y) {
+        const uint8_t* row = picture->GetPlanePointer(c) + y * picture->GetPlanePitch(c);
+        samples.insert(samples.end(), row, row + picture->GetPlaneWidth(c));
+      }
+    }
+    pictures.push_back(std::move(samples));
+    return MCL::StatusOk;
+  }
+  std::vector<Picture> pictures;
+};
+
+// An x264 stream cut into access units (at its delimiters), each a list of
+// units with their start codes, and ffmpeg's pictures of it.
+struct SmClip {
+  std::vector<std::vector<Unit>> accessUnits;
+  std::vector<Picture> pictures;
+};
+
+SmClip MakeClip(const CmTempDirectory& directory, const std::string& settings, int frames,
+                size_t frameSize) {
+  SmClip clip;
+  const std::string stream = directory / "clip.264";
+  const std::string decoded = directory / "clip.yuv";
+  EXPECT_TRUE(
+      NmTestSupport::Run("ffmpeg -y -v error -f lavfi -i testsrc2=size=64x48:rate=25 -frames:v " +
+                         std::to_string(frames) +
+                         " -vf noise=alls=12:allf=t -pix_fmt yuv420p -c:v libx264 -x264-params '" +
+                         settings + ":aud=1' -f h264 '" + stream + "'"));
+  EXPECT_TRUE(NmTestSupport::Run("ffmpeg -y -v error -i '" + stream +
+                                 "' -f rawvideo -pix_fmt yuv420p '" + decoded + "'"));
+  const std::vector<uint8_t> bytes = NmTestSupport::ReadBytes(stream);
+  const std::vector<uint8_t> samples = NmTestSupport::ReadBytes(decoded);
+  for (size_t at = 0; at + frameSize <= samples.size(); at += frameSize) {
+    clip.pictures.emplace_back(samples.begin() + static_cast<std::ptrdiff_t>(at),
+                               samples.begin() + static_cast<std::ptrdiff_t>(at + frameSize));
+  }
+  std::vector<size_t> starts;
+  for (size_t i = 0; i + 3 < bytes.size(); ++i) {
+    if (bytes[i] == 0 && bytes[i + 1] == 0 && bytes[i + 2] == 1) {
+      starts.push_back(i);
+    }
+  }
+  starts.push_back(bytes.size());
+  for (size_t u = 0; u + 1 < starts.size(); ++u) {
+    Unit unit(bytes.begin() + static_cast<std::ptrdiff_t>(starts[u]),
+              bytes.begin() + static_cast<std::ptrdiff_t>(starts[u + 1]));
+    if ((unit[3] & 0x1F) == 9 || clip.accessUnits.empty()) {
+      clip.accessUnits.emplace_back();
+    }
+    clip.accessUnits.back().push_back(std::move(unit));
+  }
+  return clip;
+}
+
+// One buffer a picture, as the toolkits feed records, then the flush.
+std::vector<Picture> Decode(const std::vector<std::vector<Unit>>& accessUnits) {
+  MCL::H264VideoDecoder decoder;
+  CmCollector collector;
+  MCL::H264VideoDecoderParams params;
+  EXPECT_EQ(decoder.Init(&params), MCL::StatusOk);
+  decoder.SetPostProcessing(&collector);
+  MCL::VideoData output;
+  for (const auto& accessUnit : accessUnits) {
+    std::vector<uint8_t> buffer;
+    for (const Unit& unit : accessUnit) {
+      buffer.insert(buffer.end(), unit.begin(), unit.end());
+    }
+    MCL::MediaData input;
+    input.SetBufferPointer(buffer.data(), buffer.size());
+    input.SetDataSize(buffer.size());
+    for (int calls = 0; input.GetDataSize() >= 4 && calls < 100; ++calls) {
+      decoder.GetFrame(&input, &output);
+    }
+  }
+  while (decoder.GetFrame(nullptr, &output) == MCL::StatusOk) {
+  }
+  return collector.pictures;
+}
+
+bool IsSlice(const Unit& unit) {
+  const int type = unit[3] & 0x1F;
+  return type == 1 || type == 5;
+}
+
+} // namespace
+
+// A P picture that lost the middle one of its three slices still leaves:
+// the two slices it has are its own, and the rows of the lost one come from
+// the picture before it. The next pictures, which predict from it, differ
+// until the next IDR, and from there every picture is ffmpeg's again.
+TEST(H264DamagedStream, ALostSliceIsFilledFromTheNearestReference) {
+  if (!NmTestSupport::HaveProgram("ffmpeg")) {
+    GTEST_SKIP() << "ffmpeg is not installed";
+  }
+  CmTempDirectory directory;
+  constexpr size_t Width = 64, Height = 48, FrameSize = Width * Height * 3 / 2;
+  // Without the loop filter, so that rows meet their neighbours untouched.
+  SmClip clip =
+      MakeClip(directory, "cabac=0:bframes=0:slices=3:keyint=6:no-deblock=1:ref=1", 12, FrameSize);
+  ASSERT_EQ(clip.accessUnits.size(), 12u);
+  ASSERT_EQ(clip.pictures.size(), 12u);
+  std::vector<Unit>& damaged = clip.accessUnits[3];
+  size_t slices = 0;
+  for (auto unit = damaged.begin(); unit != damaged.end(); ++unit) {
+    if (IsSlice(*unit) && ++slices == 2) {
+      damaged.erase(unit);
+      break;
+    }
+  }
+  const std::vector<Picture> ours = Decode(clip.accessUnits);
+  ASSERT_EQ(ours.size(), 12u);
+  // x264 cuts 3 rows of macroblocks into slices of one row each.
+  const auto rowsEqual = [&](const Picture& a, const Picture& b, size_t mbRow) {
+    for (size_t y = mbRow * 16; y < mbRow * 16 + 16; ++y) {
+      if (!std::equal(a.begin() + static_cast<std::ptrdiff_t>(y * Width),
+                      a.begin() + static_cast<std::ptrdiff_t>((y + 1) * Width),
+                      b.begin() + static_cast<std::ptrdiff_t>(y * Width))) {
+        return false;
+      }
+    }
+    return true;
+  };
+  EXPECT_TRUE(rowsEqual(ours[3], clip.pictures[3], 0));
+  EXPECT_TRUE(rowsEqual(ours[3], clip.pictures[2], 1)) << "the lost slice's rows";
+  EXPECT_TRUE(rowsEqual(ours[3], clip.pictures[3], 2));
+  EXPECT_NE(ours[3], clip.pictures[3]);
+  for (size_t f = 0; f < 12; ++f) {
+    EXPECT_EQ(ours[f].size(), FrameSize);
+    if (f < 3 || f >= 6) {
+      EXPECT_EQ(ours[f], clip.pictures[f]) << "picture " << f;
+    }
+  }
+}
+
+// Units dropped, cut short, or with bits flipped, in the first group only:
+// decoding goes on, every picture that leaves has the stream's size, and
+// from the next IDR on every picture is ffmpeg's of the intact stream.
+TEST(H264DamagedStream, DamageCostsNothingBeyondTheNextIdr) {
+  if (!NmTestSupport::HaveProgram("ffmpeg")) {
+    GTEST_SKIP() << "ffmpeg is not installed";
+  }
+  CmTempDirectory directory;
+  constexpr size_t FrameSize = 64 * 48 * 3 / 2;
+  const SmClip clip = MakeClip(
+      directory, "cabac=0:bframes=2:b-pyramid=normal:slices=2:keyint=10:min-keyint=10:ref=3", 30,
+      FrameSize);
+  ASSERT_EQ(clip.pictures.size(), 30u);
+  std::mt19937 random(11);
+  for (int kind = 0; kind < 3; ++kind) {
+    for (int round = 0; round < 8; ++round) {
+      SCOPED_TRACE(testing::Message() << "damage " << kind << " round " << round);
+      std::vector<std::vector<Unit>> damaged = clip.accessUnits;
+      size_t counted = 0;
+      // The access units of the first group, after its IDR.
+      for (size_t a = 1; a < 10; ++a) {
+        std::vector<Unit>& units = damaged[a];
+        for (size_t u = 0; u < units.size(); ++u) {
+          if (!IsSlice(units[u])) {
+            continue;
+          }
+          Unit& unit = units[u];
+          if (kind == 0 && ++counted % (2 + round % 3) == 0) {
+            units.erase(units.begin() + static_cast<std::ptrdiff_t>(u--));
+          } else if (kind == 1 && random() % 3 == 0) {
+            unit.resize(5 + random() % (unit.size() - 5));
+          } else if (kind == 2) {
+            for (int flips = 0; flips < 1 + round; ++flips) {
+              // Past the start code and the unit's header byte.
+              const size_t at = 5 + random() % (unit.size() - 5);
+              unit[at] ^= static_cast<uint8_t>(1u << (random() % 8));
+            }
+          }
+        }
+      }
+      const std::vector<Picture> ours = Decode(damaged);
+      ASSERT_GE(ours.size(), 20u);
+      for (const Picture& picture : ours) {
+        EXPECT_EQ(picture.size(), FrameSize);
+      }
+      for (size_t f = 0; f < 20; ++f) {
+        EXPECT_EQ(ours[ours.size() - 20 + f], clip.pictures[10 + f]) << "picture " << 10 + f;
+      }
+    }
+  }
+}

@@ -1,0 +1,142 @@
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "Codecs/Primitives/H264Interpolation.h"
+#include "Primitives/PrimitiveTestSupport.h"
+
+using NmPrimitiveTest::SmTestPlane;
+using namespace NmPrimitives;
+
+namespace {
+
+// A source exactly as large as the filters may read around a block: `before`
+// samples before it and `after` after it in both directions, with no spare
+// byte after the last row, so that a read beyond shows under the address
+// sanitizer. Content is noise, a flat extreme, or stripes that drive the
+// six-tap sums to their limits.
+struct SmSource {
+  SmSource(std::mt19937& random, int width, int height, int before, int after, int kind)
+      : stride(width + before + after),
+        bytes(static_cast<size_t>(stride * (height + before + after))),
+        origin(before * stride + before) {
+    for (size_t i = 0; i < bytes.size(); ++i) {
+      const size_t x = i % static_cast<size_t>(stride);
+      switch (kind) {
+      case 0:
+        bytes[i] = static_cast<uint8_t>(random());
+        break;
+      case 1:
+        bytes[i] = random() % 2 == 0 ? 0 : 255;
+        break;
+      case 2: // two dark, two bright, along rows and columns alike
+        bytes[i] = ((x / 2) + (i / static_cast<size_t>(stride) / 2)) % 2 == 0 ? 0 : 255;
+        break;
+      default:
+        bytes[i] = static_cast<uint8_t>(200 + random() % 56);
+        break;
+      }
+    }
+  }
+  const uint8_t* block() const { return bytes.data() + origin; }
+  ptrdiff_t stride;
+  std::vector<uint8_t> bytes;
+  ptrdiff_t origin;
+};
+
+} // namespace
+
+VZK_TEST_ON_EVERY_TARGET(H264Interpolation);
+
+TEST_P(H264Interpolation, LumaMatchesTheReferenceAtEveryPositionAndSize) {
+  std::mt19937& random = Random();
+  for (const int width : {4, 8, 16}) {
+    for (int position = 0; position < 16; ++position) {
+      for (int round = 0; round < 6; ++round) {
+        const int height = round == 0 ? width : 1 + static_cast<int>(random() % 16);
+        const int dx = position % 4, dy = position / 4;
+        SCOPED_TRACE(::testing::Message() << width << "x" << height << " at (" << dx << ", " << dy
+                                          << ") kind " << round % 4);
+        const SmSource source(random, width, height, 2, 3, round % 4);
+        const SmTestPlane destination(random, static_cast<size_t>(width),
+                                      static_cast<size_t>(height));
+        NmPrimitiveTest::ExpectSameWrites(
+            &NmReference::H264InterpolateLuma, &H264InterpolateLuma, destination,
+            [&](auto f, SmTestPlane& p) {
+              f(source.block(), source.stride, p.data(), static_cast<ptrdiff_t>(p.stride), width,
+                height, dx, dy);
+            },
+            "luma");
+      }
+    }
+  }
+}
+
+TEST_P(H264Interpolation, ChromaMatchesTheReferenceAtEveryPositionAndSize) {
+  std::mt19937& random = Random();
+  for (const int width : {2, 4, 8}) {
+    for (int position = 0; position < 64; ++position) {
+      for (int round = 0; round < 3; ++round) {
+        const int height = round == 0 ? width : 1 + static_cast<int>(random() % 8);
+        const int dx = position % 8, dy = position / 8;
+        SCOPED_TRACE(::testing::Message()
+                     << width << "x" << height << " at (" << dx << ", " << dy << ")");
+        const SmSource source(random, width, height, 0, 1, round == 2 ? 1 : 0);
+        const SmTestPlane destination(random, static_cast<size_t>(width),
+                                      static_cast<size_t>(height));
+        NmPrimitiveTest::ExpectSameWrites(
+            &NmReference::H264InterpolateChroma, &H264InterpolateChroma, destination,
+            [&](auto f, SmTestPlane& p) {
+              f(source.block(), source.stride, p.data(), static_cast<ptrdiff_t>(p.stride), width,
+                height, dx, dy);
+            },
+            "chroma");
+      }
+    }
+  }
+}
+
+class H264InterpolationReference : public ::NmKernelTest::CmSeededTest {};
+
+TEST_F(H264InterpolationReference, FlatAndLinearPicturesAndTheClip) {
+  std::mt19937& random = Random();
+  // A flat picture stays flat at every position: the filters sum to one.
+  for (int position = 0; position < 16; ++position) {
+    const uint8_t value = static_cast<uint8_t>(random());
+    std::vector<uint8_t> flat(21 * 21, value);
+    uint8_t out[16 * 16];
+    NmReference::H264InterpolateLuma(flat.data() + 2 * 21 + 2, 21, out, 16, 16, 16, position % 4,
+                                     position / 4);
+    EXPECT_EQ(std::vector<uint8_t>(out, out + 256), std::vector<uint8_t>(256, value))
+        << "position " << position;
+  }
+  // On a horizontal ramp of 8 a column, the half sample lies halfway, and the
+  // quarter samples a quarter of the way (rounded up).
+  std::vector<uint8_t> ramp(21 * 21);
+  for (int i = 0; i < 21 * 21; ++i) {
+    ramp[static_cast<size_t>(i)] = static_cast<uint8_t>(8 * (i % 21));
+  }
+  uint8_t out[4 * 4];
+  const uint8_t* origin = ramp.data() + 2 * 21 + 2;
+  NmReference::H264InterpolateLuma(origin, 21, out, 4, 4, 4, 2, 0);
+  EXPECT_EQ(out[0], 8 * 2 + 4);
+  NmReference::H264InterpolateLuma(origin, 21, out, 4, 4, 4, 1, 0);
+  EXPECT_EQ(out[0], 8 * 2 + 2);
+  NmReference::H264InterpolateLuma(origin, 21, out, 4, 4, 4, 3, 3);
+  EXPECT_EQ(out[0], 8 * 2 + 6);
+  // Columns run dark, dark, bright, bright from two before the block: half
+  // way between a bright pair the filter overshoots and clips to 255, between
+  // a dark pair it undershoots and clips to 0.
+  std::vector<uint8_t> stripes(21 * 21);
+  for (int i = 0; i < 21 * 21; ++i) {
+    stripes[static_cast<size_t>(i)] = (i % 21) % 4 < 2 ? 0 : 255;
+  }
+  NmReference::H264InterpolateLuma(stripes.data() + 2 * 21 + 2, 21, out, 4, 4, 4, 2, 0);
+  EXPECT_EQ(out[0], 255);
+  EXPECT_EQ(out[2], 0);
+  // Chroma: the bilinear weights at (4, 4) take the mean of four.
+  const uint8_t square[6] = {10, 30, 0, 50, 70, 0};
+  uint8_t mean = 0;
+  NmReference::H264InterpolateChroma(square, 3, &mean, 1, 1, 1, 4, 4);
+  EXPECT_EQ(mean, (10 + 30 + 50 + 70 + 2) / 4);
+}

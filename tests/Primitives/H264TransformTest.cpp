@@ -1,0 +1,105 @@
+#include <gtest/gtest.h>
+
+#include <array>
+
+#include "Codecs/Primitives/H264Transform.h"
+#include "Primitives/PrimitiveTestSupport.h"
+
+using NmPrimitiveTest::ExpectSameWrites;
+using NmPrimitiveTest::SmTestPlane;
+using namespace NmPrimitives;
+
+namespace {
+
+// Coefficients of one of several kinds: small, typical, as large as the sums
+// allow in 32 bits, or a few scattered ones among zeros.
+template <size_t Count> std::array<int32_t, Count> Coefficients(std::mt19937& random, int kind) {
+  std::array<int32_t, Count> c{};
+  const int32_t range = kind == 0 ? 64 : kind == 1 ? 4096 : 1 << 20;
+  for (int32_t& value : c) {
+    value = static_cast<int32_t>(random() % (2 * range + 1)) - range;
+    if (kind == 3 && random() % 6 != 0) {
+      value = 0;
+    }
+  }
+  if (kind == 2 && random() % 2 == 0) {
+    // Every coefficient at one extreme, which drives every sum to its limit.
+    const int32_t sign = random() % 2 == 0 ? 1 : -1;
+    c.fill(sign * range);
+  }
+  return c;
+}
+
+} // namespace
+
+VZK_TEST_ON_EVERY_TARGET(H264Transform);
+
+TEST_P(H264Transform, MatchesTheReference) {
+  std::mt19937& random = Random();
+  for (int round = 0; round < 400; ++round) {
+    const int kind = round % 4;
+    SCOPED_TRACE(::testing::Message() << "round " << round);
+    // Predictions that are noise, or all 0 or all 255 where the clip decides.
+    SmTestPlane plane(random, 8, 8);
+    if (round % 5 == 0) {
+      for (size_t y = 0; y < 8; ++y) {
+        std::fill_n(plane.data() + y * plane.stride, 8,
+                    static_cast<uint8_t>(round % 10 == 0 ? 0 : 255));
+      }
+    }
+    const auto c4 = Coefficients<16>(random, kind);
+    ExpectSameWrites(
+        &NmReference::H264AddInverseTransform4x4, &H264AddInverseTransform4x4, plane,
+        [&](auto f, SmTestPlane& p) { f(c4.data(), p.data(), static_cast<ptrdiff_t>(p.stride)); },
+        "4x4");
+    const auto c8 = Coefficients<64>(random, kind);
+    ExpectSameWrites(
+        &NmReference::H264AddInverseTransform8x8, &H264AddInverseTransform8x8, plane,
+        [&](auto f, SmTestPlane& p) { f(c8.data(), p.data(), static_cast<ptrdiff_t>(p.stride)); },
+        "8x8");
+    // DC values around the points where the added value saturates, and far beyond.
+    const int32_t dcs[] = {c4[0], -255 * 64 - 32, 255 * 64 - 32, 256 * 64, -(1 << 24), 1 << 24};
+    const int32_t dc = dcs[random() % std::size(dcs)];
+    ExpectSameWrites(
+        &NmReference::H264AddDc4x4, &H264AddDc4x4, plane,
+        [&](auto f, SmTestPlane& p) { f(dc, p.data(), static_cast<ptrdiff_t>(p.stride)); },
+        "DC 4x4");
+    ExpectSameWrites(
+        &NmReference::H264AddDc8x8, &H264AddDc8x8, plane,
+        [&](auto f, SmTestPlane& p) { f(dc, p.data(), static_cast<ptrdiff_t>(p.stride)); },
+        "DC 8x8");
+  }
+}
+
+class H264TransformReference : public ::NmKernelTest::CmSeededTest {};
+
+TEST_F(H264TransformReference, DcOnlyBlocksAndWorkedValues) {
+  std::mt19937& random = Random();
+  // A block with only a DC is what the DC forms stand in for.
+  for (int round = 0; round < 100; ++round) {
+    const int32_t dc = static_cast<int32_t>(random() % 40001) - 20000;
+    SmTestPlane full(random, 8, 8);
+    SmTestPlane dcOnly = full;
+    std::array<int32_t, 64> c{};
+    c[0] = dc;
+    NmReference::H264AddInverseTransform4x4(c.data(), full.data(), full.stride);
+    NmReference::H264AddDc4x4(dc, dcOnly.data(), dcOnly.stride);
+    ASSERT_EQ(full.bytes, dcOnly.bytes) << "dc " << dc;
+    NmReference::H264AddInverseTransform8x8(c.data(), full.data(), full.stride);
+    NmReference::H264AddDc8x8(dc, dcOnly.data(), dcOnly.stride);
+    ASSERT_EQ(full.bytes, dcOnly.bytes) << "dc " << dc;
+  }
+  // The first horizontal frequency alone: 64 at (0, 1) becomes 64, 32, -32,
+  // -64 across each row, which round to +1, +1, 0, -1 on a flat 100.
+  uint8_t block[16];
+  std::fill_n(block, 16, uint8_t{100});
+  int32_t c[16] = {};
+  c[1] = 64;
+  NmReference::H264AddInverseTransform4x4(c, block, 4);
+  for (int y = 0; y < 4; ++y) {
+    EXPECT_EQ(block[4 * y + 0], 101);
+    EXPECT_EQ(block[4 * y + 1], 101);
+    EXPECT_EQ(block[4 * y + 2], 100);
+    EXPECT_EQ(block[4 * y + 3], 99);
+  }
+}
