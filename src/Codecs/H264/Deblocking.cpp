@@ -69,25 +69,28 @@ bool HasCoefficients(const SmMacroblockInfo& mb, int x, int y) {
 }
 
 int GetMotionStrength(const SmMacroblockInfo& mbP, int px, int py, const SmMacroblockInfo& mbQ,
-                      int qx, int qy);
+                      int qx, int qy, int verticalLimit);
 
 // Boundary strength between the 4x4 blocks p (in mbP at px, py) and q (in
-// mbQ at qx, qy), 8.7.2.1, for frame macroblocks.
+// mbQ at qx, qy), 8.7.2.1, for the macroblocks of a frame or of a field.
+// In a field the lines across a horizontal edge lie two frame lines apart,
+// so an intra edge there is filtered as an inner one, and vertical motion
+// counts in field lines.
 int GetStrength(const SmMacroblockInfo& mbP, int px, int py, const SmMacroblockInfo& mbQ, int qx,
-                int qy, bool macroblockEdge) {
+                int qy, bool macroblockEdge, bool field, bool verticalEdge) {
   if (IsIntra(mbP.kind) || IsIntra(mbQ.kind)) {
-    return macroblockEdge ? 4 : 3;
+    return macroblockEdge && (!field || verticalEdge) ? 4 : 3;
   }
   if (HasCoefficients(mbP, px, py) || HasCoefficients(mbQ, qx, qy)) {
     return 2;
   }
-  return GetMotionStrength(mbP, px, py, mbQ, qx, qy);
+  return GetMotionStrength(mbP, px, py, mbQ, qx, qy, field ? 2 : 4);
 }
 
 // Strength 1 where the blocks predict from different pictures, or from
 // the same by vectors a whole sample or more apart; else 0.
 int GetMotionStrength(const SmMacroblockInfo& mbP, int px, int py, const SmMacroblockInfo& mbQ,
-                      int qx, int qy) {
+                      int qx, int qy, int verticalLimit) {
   const int bp = (px / 2) + 2 * (py / 2), bq = (qx / 2) + 2 * (qy / 2);
   const auto uses = [](const SmMacroblockInfo& m, int list, int b8) {
     return m.refIdx[list][b8] >= 0;
@@ -97,8 +100,8 @@ int GetMotionStrength(const SmMacroblockInfo& mbP, int px, int py, const SmMacro
   if (countP != countQ) {
     return 1;
   }
-  const auto far = [](const int16_t* a, const int16_t* b) {
-    return std::abs(a[0] - b[0]) >= 4 || std::abs(a[1] - b[1]) >= 4;
+  const auto far = [verticalLimit](const int16_t* a, const int16_t* b) {
+    return std::abs(a[0] - b[0]) >= 4 || std::abs(a[1] - b[1]) >= verticalLimit;
   };
   if (countP == 1) {
     const int lp = uses(mbP, 0, bp) ? 0 : 1, lq = uses(mbQ, 0, bq) ? 0 : 1;
@@ -155,6 +158,7 @@ void DeblockPicture(CmPicture& picture, const std::vector<SmSliceFilterParameter
   const uint32_t height = picture.GetHeightInMbs();
   const SmMacroblockInfo* mbs = picture.GetMacroblocks();
   const int planes = picture.IsMonochrome() ? 1 : 3;
+  const bool field = picture.GetParity() >= 0;
   std::vector<uint8_t> moving(width * height);
   for (uint32_t address = 0; address < width * height; ++address) {
     moving[address] = HasUniformMotion(mbs[address]) ? 1 : 0;
@@ -192,7 +196,8 @@ void DeblockPicture(CmPicture& picture, const std::vector<SmSliceFilterParameter
         const int motion = !uniform           ? -1
                            : edge > 0         ? 0
                            : neighbourUniform ? GetMotionStrength(p, direction == 0 ? 3 : 0,
-                                                                  direction == 0 ? 0 : 3, mb, 0, 0)
+                                                                  direction == 0 ? 0 : 3, mb, 0, 0,
+                                                                  field ? 2 : 4)
                                               : -1;
         int strengths[4];
         bool any = false;
@@ -203,7 +208,7 @@ void DeblockPicture(CmPicture& picture, const std::vector<SmSliceFilterParameter
                     py = direction == 0 ? qy : (qy + 3) % 4;
           strengths[k] =
               motion >= 0 ? (HasCoefficients(p, px, py) || HasCoefficients(mb, qx, qy) ? 2 : motion)
-                          : GetStrength(p, px, py, mb, qx, qy, edge == 0);
+                          : GetStrength(p, px, py, mb, qx, qy, edge == 0, field, direction == 0);
           any = any || strengths[k] != 0;
         }
         if (!any) {

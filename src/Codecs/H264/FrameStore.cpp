@@ -108,7 +108,9 @@ std::vector<NmH264::SmReferenceFrame> H264DBPList::GetReferences() const {
   for (const H264DecoderFrame* frame = m_Head; frame != nullptr; frame = frame->next) {
     if (frame->IsReference()) {
       references.push_back({&frame->GetPicture(), static_cast<uint32_t>(frame->frameNum),
-                            frame->IsLongTerm(), static_cast<uint32_t>(frame->longTermFrameIdx)});
+                            frame->IsLongTerm(), static_cast<uint32_t>(frame->longTermFrameIdx),
+                            static_cast<uint8_t>((frame->isShortRef[0] || frame->isLongRef[0] ? 1 : 0) |
+                                                 (frame->isShortRef[1] || frame->isLongRef[1] ? 2 : 0))});
     }
   }
   return references;
@@ -121,8 +123,11 @@ void H264DBPList::SetReferences(const std::vector<NmH264::SmReferenceFrame>& ref
     });
     const bool isReference = found != references.end();
     const bool longTerm = isReference && found->longTerm;
-    frame->isShortRef[0] = frame->isShortRef[1] = isReference && !longTerm;
-    frame->isLongRef[0] = frame->isLongRef[1] = longTerm;
+    for (int parity = 0; parity < 2; ++parity) {
+      const bool field = isReference && (found->fields & (1 << parity)) != 0;
+      frame->isShortRef[parity] = field && !longTerm;
+      frame->isLongRef[parity] = field && longTerm;
+    }
     if (isReference) {
       frame->frameNum = static_cast<int32_t>(found->frameNum);
       frame->longTermFrameIdx = static_cast<int32_t>(found->longTermFrameIdx);

@@ -56,6 +56,11 @@ public:
   int32_t frameId = -1;   // the input's frame number, all ones for none
   bool intraOnly = false; // every slice an I slice
   bool idr = false;
+  // How the frame was coded: progressive (a sequence of frames only), or
+  // interlaced, whose two fields may have come as one picture or as two;
+  // loneField is the parity of a field that never got its partner, else -1.
+  bool progressive = true;
+  int32_t loneField = -1;
   // The visible part of the picture and its sample aspect ratio, from the
   // sequence it was decoded in: a frame may leave after another sequence
   // of another size has begun.
@@ -77,6 +82,8 @@ public:
     time = -1.0;
     frameId = -1;
     intraOnly = idr = false;
+    progressive = true;
+    loneField = -1;
     visibleWidth = visibleHeight = cropLeft = cropTop = sarWidth = sarHeight = 0;
   }
 

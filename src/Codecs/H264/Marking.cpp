@@ -20,9 +20,20 @@ template <typename F> bool RemoveIf(std::vector<SmReferenceFrame>& frames, F con
 } // namespace
 
 bool MarkReferences(SmReferenceState& state, const SmSliceHeader& header, const CmPicture* current,
-                    uint32_t maxNumRefFrames, uint32_t maxFrameNum) {
+                    uint32_t maxNumRefFrames, uint32_t maxFrameNum, int parity) {
   std::vector<SmReferenceFrame>& frames = state.frames;
-  SmReferenceFrame self{current, header.frameNum, false, 0};
+  SmReferenceFrame self{current, header.frameNum, false, 0,
+                        static_cast<uint8_t>(parity < 0 ? 3 : 1 << parity)};
+  if (parity >= 0) {
+    // The second field of a reference field pair: no sliding window, the
+    // pair is one entry.
+    for (SmReferenceFrame& frame : frames) {
+      if (frame.picture == current) {
+        frame.fields = static_cast<uint8_t>(frame.fields | self.fields);
+        return true;
+      }
+    }
+  }
   if (header.IsIdr()) {
     frames.clear();
     state.maxLongTermFrameIdx = header.longTermReference ? 0 : -1;

@@ -66,6 +66,72 @@ void CmPicture::ExtendBorders() {
   }
 }
 
+CmPicture& CmPicture::GetField(int parity) {
+  std::unique_ptr<CmPicture>& field = m_Fields[parity];
+  if (field == nullptr) {
+    field = std::make_unique<CmPicture>();
+    field->m_Parity = parity;
+  }
+  field->Allocate(m_WidthInMbs, m_HeightInMbs / 2, m_Monochrome);
+  return *field;
+}
+
+namespace {
+
+// Copies every other line of a frame plane to or from a field plane.
+void CopyFieldLines(uint8_t* frame, ptrdiff_t frameStride, uint8_t* field, ptrdiff_t fieldStride,
+                    int parity, size_t width, size_t fieldHeight, bool toFrame) {
+  for (size_t y = 0; y < fieldHeight; ++y) {
+    uint8_t* frameRow = frame + (2 * static_cast<ptrdiff_t>(y) + parity) * frameStride;
+    uint8_t* fieldRow = field + static_cast<ptrdiff_t>(y) * fieldStride;
+    if (toFrame) {
+      std::memcpy(frameRow, fieldRow, width);
+    } else {
+      std::memcpy(fieldRow, frameRow, width);
+    }
+  }
+}
+
+} // namespace
+
+void CmPicture::WeaveField(int parity) {
+  const CmPicture& field = *m_Fields[parity];
+  const int planes = m_Monochrome ? 1 : 3;
+  for (int c = 0; c < planes; ++c) {
+    const size_t width = c == 0 ? m_WidthInMbs * 16 : m_WidthInMbs * 8;
+    const size_t fieldHeight = c == 0 ? field.m_HeightInMbs * 16 : field.m_HeightInMbs * 8;
+    CopyFieldLines(m_Origin[c], m_Stride[c], field.m_Origin[c], field.m_Stride[c], parity, width,
+                   fieldHeight, true);
+  }
+}
+
+void CmPicture::SplitIntoFields() {
+  const int planes = m_Monochrome ? 1 : 3;
+  for (int parity = 0; parity < 2; ++parity) {
+    CmPicture& field = GetField(parity);
+    for (int c = 0; c < planes; ++c) {
+      const size_t width = c == 0 ? m_WidthInMbs * 16 : m_WidthInMbs * 8;
+      const size_t fieldHeight = c == 0 ? field.m_HeightInMbs * 16 : field.m_HeightInMbs * 8;
+      CopyFieldLines(m_Origin[c], m_Stride[c], field.m_Origin[c], field.m_Stride[c], parity,
+                     width, fieldHeight, false);
+    }
+    field.ExtendBorders();
+  }
+}
+
+void CmPicture::RepeatField(int parity) {
+  const int planes = m_Monochrome ? 1 : 3;
+  for (int c = 0; c < planes; ++c) {
+    const size_t width = c == 0 ? m_WidthInMbs * 16 : m_WidthInMbs * 8;
+    const ptrdiff_t height = c == 0 ? m_HeightInMbs * 16 : m_HeightInMbs * 8;
+    for (ptrdiff_t y = 0; y + 1 < height; y += 2) {
+      uint8_t* present = m_Origin[c] + (y + parity) * m_Stride[c];
+      uint8_t* missing = m_Origin[c] + (y + 1 - parity) * m_Stride[c];
+      std::memcpy(missing, present, width);
+    }
+  }
+}
+
 void CmPicture::ClearMacroblocks() {
   std::fill(m_Macroblocks.begin(), m_Macroblocks.end(), SmMacroblockInfo());
 }

@@ -84,12 +84,35 @@ public:
   // so that prediction from it may read there as if clamped.
   void ExtendBorders();
 
+  // A field is a picture of its own, with its own border: a field predicts
+  // from fields, and its border must repeat its own edge lines, not the
+  // frame's. -1 for a frame, 0 for a top field, 1 for a bottom field.
+  int GetParity() const { return m_Parity; }
+  // The frame's two fields, made on first use with the frame's size.
+  CmPicture& GetField(int parity);
+  const CmPicture* FindField(int parity) const { return m_Fields[parity].get(); }
+  CmPicture* FindField(int parity) { return m_Fields[parity].get(); }
+  // Copies a decoded field into every other line of the frame, or the
+  // frame's lines out into its fields, borders included.
+  void WeaveField(int parity);
+  void SplitIntoFields();
+  // A field that never got its partner: its lines stand in for the missing
+  // field's too, so that the frame shows no stale lines.
+  void RepeatField(int parity);
+  // Whether the frame was decoded as two fields: its own macroblock records
+  // then tell nothing.
+  bool IsFieldDecoded() const { return m_FieldDecoded; }
+  void SetFieldDecoded(bool fieldDecoded) { m_FieldDecoded = fieldDecoded; }
+
 private:
   uint32_t m_WidthInMbs = 0;
   uint32_t m_HeightInMbs = 0;
   bool m_Monochrome = false;
   uint32_t m_Id = 0;
   int32_t m_Poc = 0;
+  int m_Parity = -1;
+  bool m_FieldDecoded = false;
+  std::unique_ptr<CmPicture> m_Fields[2];
   std::unique_ptr<uint8_t[]> m_Memory;
   uint8_t* m_Origin[3] = {};
   ptrdiff_t m_Stride[3] = {};

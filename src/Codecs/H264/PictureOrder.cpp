@@ -31,7 +31,8 @@ void CmPictureOrderCounter::Compute(const SmSequenceParameterSet& sps, const SmS
       m_Msb = m_PrevMsb;
     }
     t = m_Msb + lsb;
-    b = t + header.deltaPicOrderCntBottom;
+    // A bottom field's count is its own, without the frame's delta.
+    b = header.fieldPic ? t : t + header.deltaPicOrderCntBottom;
   } else if (sps.picOrderCntType == 1) {
     const int64_t cycle = sps.numRefFramesInPicOrderCntCycle;
     int64_t absFrameNum = cycle != 0 ? m_FrameNumOffset + header.frameNum : 0;
@@ -51,7 +52,13 @@ void CmPictureOrderCounter::Compute(const SmSequenceParameterSet& sps, const SmS
       expected += sps.offsetForNonRefPic;
     }
     t = expected + header.deltaPicOrderCnt[0];
-    b = t + sps.offsetForTopToBottomField + header.deltaPicOrderCnt[1];
+    b = header.fieldPic ? expected + sps.offsetForTopToBottomField + header.deltaPicOrderCnt[0]
+                        : t + sps.offsetForTopToBottomField + header.deltaPicOrderCnt[1];
+    if (header.fieldPic) {
+      // A field has one count: its parity's.
+      t = header.bottomField ? b : t;
+      b = t;
+    }
   } else {
     const int64_t value = header.IsIdr()         ? 0
                           : header.IsReference() ? 2 * (m_FrameNumOffset + header.frameNum)

@@ -11,6 +11,9 @@ namespace NmH264 {
 
 // Positions of the zig-zag (frame) scans as raster indices.
 extern const std::array<uint8_t, 16> ZigZag4x4;
+// The scan of 4x4 blocks of field macroblocks: down the columns first, since
+// a field's vertical neighbours lie twice as far apart.
+extern const std::array<uint8_t, 16> FieldScan4x4;
 extern const std::array<uint8_t, 64> ZigZag8x8;
 
 // Dequantisation factors by qP % 6, in raster order: the scaling lists times

@@ -29,9 +29,10 @@ void H264SegmentDecoderMultiThreaded::DecodeSlices(H264PictureTask& task, size_t
     reader.Skip(slice.header.dataBitOffset);
     // Slice numbers index the loop filter's parameters; the slice decoder
     // tells the macroblocks of its own slice by them.
-    m_SliceDecoder.Decode(reader, slice.header, sps, *pps, static_cast<uint32_t>(index + 1),
-                          *task.picture, lists,
-                          task.sliceGroups.empty() ? nullptr : &task.sliceGroups);
+    const CmSliceDecoder::SmResult result = m_SliceDecoder.Decode(
+        reader, slice.header, sps, *pps, static_cast<uint32_t>(index + 1), *task.picture, lists,
+        task.sliceGroups.empty() ? nullptr : &task.sliceGroups);
+    task.unsupported = task.unsupported || result == CmSliceDecoder::Unsupported;
   }
 }
 

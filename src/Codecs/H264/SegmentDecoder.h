@@ -37,6 +37,9 @@ struct H264PictureTask {
   std::vector<NmH264::SmSliceFilterParameters> filters;
   // Macroblocks that no slice decoded, filled in before the loop filter.
   uint32_t concealed = 0;
+  // A slice used coding that is not decoded yet: the picture is not to be
+  // shown.
+  bool unsupported = false;
 };
 
 // Decodes slices of a picture: parsing, prediction and reconstruction, not

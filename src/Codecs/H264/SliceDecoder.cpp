@@ -342,7 +342,7 @@ void CmSliceDecoder::ReconstructIntra(uint32_t address, int intra16x16Mode, int 
     NmPrimitives::H264PredictIntra16x16(luma, stride, intra16x16Mode, edge);
     int32_t dc[16];
     for (int k = 0; k < 16; ++k) {
-      dc[ZigZag4x4[static_cast<size_t>(k)]] = m_DcLevels[k];
+      dc[m_Scan4x4[k]] = m_DcLevels[k];
     }
     TransformLumaDc(dc, m_LevelScale.scale4x4[0][qp % 6][0], qp);
     for (int blk = 0; blk < 16; ++blk) {
@@ -351,7 +351,7 @@ void CmSliceDecoder::ReconstructIntra(uint32_t address, int intra16x16Mode, int 
       coefficients[0] = dc[x + 4 * y];
       bool ac = false;
       for (int k = 0; k < 15; ++k) {
-        coefficients[ZigZag4x4[static_cast<size_t>(k + 1)]] = m_Levels[blk][k];
+        coefficients[m_Scan4x4[k + 1]] = m_Levels[blk][k];
         ac = ac || m_Levels[blk][k] != 0;
       }
       uint8_t* dst = luma + 4 * y * stride + 4 * x;
@@ -399,7 +399,7 @@ void CmSliceDecoder::AddChromaResidual(uint32_t address, bool intra) {
       coefficients[0] = dc[blk];
       bool ac = false;
       for (int k = 0; k < 15; ++k) {
-        coefficients[ZigZag4x4[static_cast<size_t>(k + 1)]] = m_ChromaAcLevels[component][blk][k];
+        coefficients[m_Scan4x4[k + 1]] = m_ChromaAcLevels[component][blk][k];
         ac = ac || m_ChromaAcLevels[component][blk][k] != 0;
       }
       uint8_t* dst = chroma + 4 * (blk / 2) * cstride + 4 * (blk % 2);
@@ -417,7 +417,7 @@ void CmSliceDecoder::AddChromaResidual(uint32_t address, bool intra) {
 void CmSliceDecoder::AddLumaResidual4x4(int blk, uint8_t* dst, ptrdiff_t stride, int list, int qp) {
   int32_t coefficients[16];
   for (int k = 0; k < 16; ++k) {
-    coefficients[ZigZag4x4[static_cast<size_t>(k)]] = m_Levels[blk][k];
+    coefficients[m_Scan4x4[k]] = m_Levels[blk][k];
   }
   Scale4x4(coefficients, m_LevelScale.scale4x4[list][qp % 6], qp, true);
   NmPrimitives::H264AddInverseTransform4x4(coefficients, dst, stride);
@@ -455,10 +455,16 @@ CmSliceDecoder::SmResult CmSliceDecoder::Decode(CmBitReader& reader, const SmSli
       }
     }
   }
+  // Direct prediction from a co-located picture coded the other way (a
+  // field from a frame, a frame from a field pair) is not decoded yet.
+  if (b && (picture.GetParity() >= 0) != lists[1].pictures[0]->IsFieldDecoded()) {
+    return Unsupported;
+  }
   m_Header = &header;
   m_Sps = &sps;
   m_Pps = &pps;
   m_Picture = &picture;
+  m_Scan4x4 = header.fieldPic ? FieldScan4x4.data() : ZigZag4x4.data();
   m_Slice = sliceNumber;
   m_Lists = lists;
   m_Qp = header.sliceQp;

@@ -182,6 +182,8 @@ private:
   uint16_t m_KnownBlocks = 0;
   int m_Qp = 0;
   SmLevelScale m_LevelScale;
+  // The coefficient scan of 4x4 blocks: zigzag in frames, field scan in fields.
+  const uint8_t* m_Scan4x4 = nullptr;
 
   bool m_UseCabac = false;
   CmCabacDecoder m_Cabac;

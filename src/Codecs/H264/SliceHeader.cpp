@@ -269,8 +269,19 @@ SmParseResult ParseSliceHeader(CmBitReader& reader, uint8_t nalHeader,
     return ParseDamaged;
   }
   header.dataBitOffset = reader.GetPosition();
-  if (header.sliceType == SliceSP || header.sliceType == SliceSI || header.fieldPic ||
-      sps->mbAdaptiveFrameField) {
+  if (header.fieldPic &&
+      header.firstMbInSlice >= sps->widthInMbs * sps->GetFrameHeightInMbs() / 2) {
+    return ParseDamaged;
+  }
+  if (header.sliceType == SliceSP || header.sliceType == SliceSI ||
+      (sps->mbAdaptiveFrameField && !header.fieldPic)) {
+    return ParseUnsupported;
+  }
+  // Fields decode with CAVLC and the 4x4 transform, under the sliding
+  // window, in one slice group; the rest of field coding is still to come.
+  if (header.fieldPic && (pps->entropyCodingMode || pps->transform8x8Mode ||
+                          pps->numSliceGroups > 1 || header.adaptiveMarking ||
+                          header.longTermReference)) {
     return ParseUnsupported;
   }
   return ParseOk;

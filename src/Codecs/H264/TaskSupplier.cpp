@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 #include "Codecs/H264/NalUnits.h"
 #include "Codecs/H264/ReferenceLists.h"
@@ -144,6 +145,7 @@ void TaskSupplier::Flush() {
   }
   if (!m_Stalled) {
     CompletePicture();
+    FinishLoneField();
   }
   m_MayStall = false;
 }
@@ -204,6 +206,9 @@ void TaskSupplier::HandleUnit(const uint8_t* unit, size_t size, double time, int
   case NalEndOfStream: {
     const bool pending = !m_Slices.empty();
     CompletePicture();
+    if (type != NalAccessUnitDelimiter) {
+      FinishLoneField();
+    }
     if (type != NalAccessUnitDelimiter && !pending) {
       m_WaitingForKeyUnit = true;
     }
@@ -294,6 +299,28 @@ void TaskSupplier::AddSlice(H264Slice&& added, double time, int32_t frameId) {
 
 bool TaskSupplier::StartPicture(const SmSliceHeader& header, const SmSequenceParameterSet& sps,
                                 double time, int32_t frameId) {
+  // The second field of a frame: the opposite parity, the same frame_num,
+  // and both fields references or neither, right after the first.
+  if (m_FirstField != nullptr && header.fieldPic &&
+      header.bottomField != m_FirstFieldHeader.bottomField &&
+      header.frameNum == m_FirstFieldHeader.frameNum &&
+      header.IsReference() == m_FirstFieldHeader.IsReference() && m_Active != nullptr &&
+      *m_Active == sps) {
+    H264DecoderFrame* frame = std::exchange(m_FirstField, nullptr);
+    const int parity = header.bottomField ? 1 : 0;
+    CmPicture& field = frame->GetPicture().GetField(parity);
+    field.SetId(m_NextPictureId++);
+    field.SetFieldDecoded(true);
+    m_Order.Compute(sps, header, m_Top, m_Bottom);
+    field.SetPoc(m_Top);
+    frame->picOrderCnt[parity] = m_Top;
+    frame->GetPicture().SetPoc(frame->GetPicOrderCnt());
+    frame->frameInfo[parity].state = H264DecoderFrameInfo::ReadyForDecoding;
+    m_CurrentFrame = frame;
+    m_CurrentField = parity;
+    return true;
+  }
+  FinishLoneField();
   Activate(sps);
   const uint32_t maxFrameNum = sps.GetMaxFrameNum();
   if (!header.IsIdr() && m_HaveLastFrameNum && header.frameNum != m_LastFrameNum &&
@@ -324,6 +351,18 @@ bool TaskSupplier::StartPicture(const SmSliceHeader& header, const SmSequencePar
   picture.SetPoc(std::min(m_Top, m_Bottom));
   frame->picOrderCnt[0] = m_Top;
   frame->picOrderCnt[1] = m_Bottom;
+  frame->progressive = sps.frameMbsOnly;
+  picture.SetFieldDecoded(header.fieldPic);
+  m_CurrentField = -1;
+  if (header.fieldPic) {
+    // Until its partner comes, the field's count stands for the frame's.
+    m_CurrentField = header.bottomField ? 1 : 0;
+    CmPicture& field = picture.GetField(m_CurrentField);
+    field.SetId(m_NextPictureId++);
+    field.SetPoc(m_Top);
+    field.SetFieldDecoded(true);
+    frame->frameInfo[1 - m_CurrentField].state = H264DecoderFrameInfo::SecondFieldWaiting;
+  }
   frame->frameNum = static_cast<int32_t>(header.frameNum);
   frame->time = time;
   frame->frameId = frameId;
@@ -340,6 +379,9 @@ bool TaskSupplier::StartPicture(const SmSliceHeader& header, const SmSequencePar
   frame->isDisplayable = true;
   frame->decodingState = Gathering;
   frame->frameInfo[0].state = frame->frameInfo[1].state = H264DecoderFrameInfo::ReadyForDecoding;
+  if (m_CurrentField >= 0) {
+    frame->frameInfo[1 - m_CurrentField].state = H264DecoderFrameInfo::SecondFieldWaiting;
+  }
   m_CurrentFrame = frame;
   // A stream that begins on a P or B picture: one grey frame stands in for
   // its references, never shown.
@@ -352,6 +394,7 @@ bool TaskSupplier::StartPicture(const SmSliceHeader& header, const SmSequencePar
       grey.SetPoc(picture.GetPoc());
       grey.Fill(128);
       grey.ExtendBorders();
+      PrepareFields(grey, *stand);
       stand->frameNum = static_cast<int32_t>(header.frameNum);
       m_References.frames.push_back({&grey, header.frameNum, false, 0});
       m_Frames.SetReferences(m_References.frames);
@@ -393,6 +436,7 @@ void TaskSupplier::InsertGapFrames(const SmSliceHeader& header, const SmSequence
       frame->picOrderCnt[1] = bottom;
       picture.SetPoc(std::min(top, bottom));
     }
+    PrepareFields(picture, *frame);
     MarkReferences(m_References, gap, &picture, sps.maxNumRefFrames, maxFrameNum);
     m_Frames.SetReferences(m_References.frames);
     m_LastFrameNum = frameNum;
@@ -423,8 +467,9 @@ void TaskSupplier::CompletePicture() {
     m_CurrentFrame = nullptr;
     return;
   }
+  CmPicture* target = m_CurrentField >= 0 ? picture.FindField(m_CurrentField) : &picture;
   H264PictureTask task;
-  task.picture = &picture;
+  task.picture = target;
   task.slices = &m_Slices;
   task.sps = &sps;
   task.pictureParameterSets = m_Headers.GetPictureTable();
@@ -437,8 +482,19 @@ void TaskSupplier::CompletePicture() {
     task.slices = &m_NoSlices;
   }
   m_Broker->DecodePicture(task);
+  if (task.unsupported) {
+    m_Unsupported = true;
+    frame.hideFromOutput = true;
+  }
+  if (m_CurrentField >= 0) {
+    picture.WeaveField(m_CurrentField);
+    picture.ExtendBorders();
+  } else {
+    PrepareFields(picture, frame);
+  }
   if (first.IsReference()) {
-    MarkReferences(m_References, first, &picture, sps.maxNumRefFrames, sps.GetMaxFrameNum());
+    MarkReferences(m_References, first, &picture, sps.maxNumRefFrames, sps.GetMaxFrameNum(),
+                   m_CurrentField);
     m_Frames.SetReferences(m_References.frames);
   }
   if (first.HasMemoryManagement5()) {
@@ -462,10 +518,46 @@ void TaskSupplier::CompletePicture() {
     m_LowDelayActive = false;
   }
   frame.hasPicture = true;
-  frame.decodingState = 0;
-  frame.frameInfo[0].state = frame.frameInfo[1].state = H264DecoderFrameInfo::Done;
   ReleaseSlices();
   m_CurrentFrame = nullptr;
+  if (m_CurrentField >= 0) {
+    frame.frameInfo[m_CurrentField].state = H264DecoderFrameInfo::Done;
+    if (frame.frameInfo[1 - m_CurrentField].state == H264DecoderFrameInfo::SecondFieldWaiting) {
+      // Neither shown nor reused until its partner comes or cannot.
+      m_FirstField = &frame;
+      m_FirstFieldHeader = first;
+      return;
+    }
+  }
+  frame.decodingState = 0;
+  frame.frameInfo[0].state = frame.frameInfo[1].state = H264DecoderFrameInfo::Done;
+}
+
+void TaskSupplier::FinishLoneField() {
+  H264DecoderFrame* frame = std::exchange(m_FirstField, nullptr);
+  if (frame == nullptr) {
+    return;
+  }
+  const int parity = m_FirstFieldHeader.bottomField ? 1 : 0;
+  frame->GetPicture().RepeatField(parity);
+  frame->GetPicture().ExtendBorders();
+  frame->picOrderCnt[1 - parity] = frame->picOrderCnt[parity];
+  frame->loneField = parity;
+  frame->decodingState = 0;
+  frame->frameInfo[0].state = frame->frameInfo[1].state = H264DecoderFrameInfo::Done;
+}
+
+void TaskSupplier::PrepareFields(CmPicture& picture, const H264DecoderFrame& frame) {
+  if (m_Active == nullptr || m_Active->frameMbsOnly) {
+    return;
+  }
+  picture.SplitIntoFields();
+  for (int parity = 0; parity < 2; ++parity) {
+    CmPicture& field = *picture.FindField(parity);
+    field.SetId(m_NextPictureId++);
+    field.SetPoc(frame.picOrderCnt[parity]);
+    field.SetFieldDecoded(false);
+  }
 }
 
 H264DecoderFrame* TaskSupplier::GetFrameToDisplay(bool force) {
@@ -507,6 +599,8 @@ void TaskSupplier::RecoveryReset() {
   m_Slices.clear();
   m_SlicePool.clear();
   m_CurrentFrame = nullptr;
+  m_FirstField = nullptr;
+  m_CurrentField = -1;
   m_WaitingForKeyUnit = true;
   m_Order.Reset();
   m_HaveLastFrameNum = false;

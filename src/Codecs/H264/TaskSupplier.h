@@ -104,6 +104,11 @@ private:
   void InsertGapFrames(const NmH264::SmSliceHeader& header,
                        const NmH264::SmSequenceParameterSet& sps);
   void CompletePicture();
+  // A first field that waited in vain for its partner leaves alone.
+  void FinishLoneField();
+  // A frame decoded whole in an interlaced sequence lends its fields to the
+  // field pictures after it.
+  void PrepareFields(NmH264::CmPicture& picture, const H264DecoderFrame& frame);
   void Activate(const NmH264::SmSequenceParameterSet& sps);
 
   SmTaskSupplierSettings m_Settings;
@@ -122,6 +127,12 @@ private:
   std::vector<H264Slice> m_SlicePool; // finished slices, kept for their buffers
   std::vector<uint8_t> m_Pending;     // the start of a unit whose end has not come
   H264DecoderFrame* m_CurrentFrame = nullptr;
+  // The parity of the field in progress; -1 while a frame is.
+  int32_t m_CurrentField = -1;
+  // A decoded first field waiting for the field of the other parity, with
+  // what the pairing compares.
+  H264DecoderFrame* m_FirstField = nullptr;
+  NmH264::SmSliceHeader m_FirstFieldHeader;
   int32_t m_DpbSize = 1;
   int32_t m_DpbDelay = 1;
   int32_t m_ExtraFrames = 2;
