@@ -129,8 +129,11 @@ void CmH264StreamWriter::WriteSps(const SmWriterSps& sps) {
   w.PutUE(sps.maxNumRefFrames);
   w.PutFlag(sps.gapsAllowed);
   w.PutUE(sps.widthInMbs - 1);
-  w.PutUE(sps.heightInMbs - 1);
-  w.PutFlag(true); // frame_mbs_only_flag
+  w.PutUE((sps.frameMbsOnly ? sps.heightInMbs : sps.heightInMbs / 2) - 1);
+  w.PutFlag(sps.frameMbsOnly);
+  if (!sps.frameMbsOnly) {
+    w.PutFlag(false); // mb_adaptive_frame_field_flag
+  }
   w.PutFlag(true); // direct_8x8_inference_flag
   const bool crop = sps.cropLeft + sps.cropRight + sps.cropTop + sps.cropBottom != 0;
   w.PutFlag(crop);
@@ -215,17 +218,23 @@ void CmH264StreamWriter::WriteSlice(const SmWriterSlice& s,
   w.PutUE(s.type);
   w.PutUE(s.ppsId);
   w.Put(s.frameNum, sps.log2MaxFrameNum);
+  if (!sps.frameMbsOnly) {
+    w.PutFlag(s.field);
+    if (s.field) {
+      w.PutFlag(s.bottom);
+    }
+  }
   if (s.idr) {
     w.PutUE(s.idrPicId);
   }
   if (sps.pocType == 0) {
     w.Put(s.pocLsb, sps.log2MaxPocLsb);
-    if (pps.bottomFieldPicOrderInFramePresent) {
+    if (pps.bottomFieldPicOrderInFramePresent && !s.field) {
       w.PutSE(s.deltaPocBottom);
     }
   } else if (sps.pocType == 1 && !sps.deltaPicOrderAlwaysZero) {
     w.PutSE(s.deltaPoc[0]);
-    if (pps.bottomFieldPicOrderInFramePresent) {
+    if (pps.bottomFieldPicOrderInFramePresent && !s.field) {
       w.PutSE(s.deltaPoc[1]);
     }
   }
@@ -318,7 +327,16 @@ void CmH264StreamWriter::WriteSlice(const SmWriterSlice& s,
   // slice_data: a run of skipped macroblocks is counted before the next
   // coded one, and at the end of the slice.
   uint32_t skipRun = 0;
-  for (const SmWriterMacroblock& mb : macroblocks) {
+  const uint32_t width = sps.widthInMbs;
+  // What the coefficient counts of neighbouring 4x4 blocks read: 16 for
+  // I_PCM, 1 for the first block of a macroblock with a coefficient, else 0.
+  std::vector<int> coded(macroblocks.size(), 0);
+  const auto total = [&](size_t index, int x, int y) {
+    const SmWriterMacroblock& n = macroblocks[index];
+    return n.kind == SmWriterMacroblock::Pcm ? 16 : (x == 0 && y == 0 && coded[index]) ? 1 : 0;
+  };
+  for (size_t index = 0; index < macroblocks.size(); ++index) {
+    const SmWriterMacroblock& mb = macroblocks[index];
     if (mb.kind == SmWriterMacroblock::Skip) {
       ++skipRun;
       continue;
@@ -351,7 +369,53 @@ void CmH264StreamWriter::WriteSlice(const SmWriterSlice& s,
         w.PutSE(mb.mvd[list][1]);
       }
     }
-    w.PutUE(0); // coded_block_pattern 0: no residual, so no mb_qp_delta
+    if (mb.level == 0) {
+      w.PutUE(0); // coded_block_pattern 0: no residual, so no mb_qp_delta
+      continue;
+    }
+    coded[index] = 1;
+    w.PutUE(2);  // coded_block_pattern 1: the first 8x8 luma block
+    w.PutSE(0);  // mb_qp_delta
+    const uint32_t address = s.firstMb + static_cast<uint32_t>(index);
+    const bool hasLeft = address % width != 0 && index >= 1;
+    const bool hasTop = index >= width;
+    // nC of 4x4 blocks 0 to 3, from the blocks left of and above each.
+    for (int block = 0; block < 4; ++block) {
+      const int x = block % 2, y = block / 2;
+      const bool leftIn = x > 0, topIn = y > 0;
+      const bool a = leftIn || hasLeft, b = topIn || hasTop;
+      const int nA = !a ? 0 : leftIn ? (block == 1 ? 1 : 0) : total(index - 1, 3, y);
+      const int nB = !b ? 0 : topIn ? (block == 2 ? 1 : 0) : total(index - width, x, 3);
+      const int nC = a && b ? (nA + nB + 1) >> 1 : a ? nA : nB;
+      if (block != 0) {
+        // coeff_token of no coefficient
+        if (nC < 2) {
+          w.Put(1, 1);
+        } else if (nC < 4) {
+          w.Put(3, 2);
+        } else if (nC < 8) {
+          w.Put(15, 4);
+        } else {
+          w.Put(3, 6);
+        }
+        continue;
+      }
+      // coeff_token of one trailing one, its sign, and total_zeros for one
+      // coefficient (the scanning position).
+      if (nC < 2) {
+        w.Put(1, 2);
+      } else if (nC < 4) {
+        w.Put(2, 2);
+      } else if (nC < 8) {
+        w.Put(14, 4);
+      } else {
+        w.Put(1, 6);
+      }
+      w.PutFlag(mb.level < 0);
+      static constexpr uint8_t Code[16] = {1, 3, 2, 3, 2, 3, 2, 3, 2, 3, 2, 3, 2, 3, 2, 1};
+      static constexpr uint8_t Length[16] = {1, 3, 3, 4, 4, 5, 5, 6, 6, 7, 7, 8, 8, 9, 9, 9};
+      w.Put(Code[mb.scanPosition], Length[mb.scanPosition]);
+    }
   }
   if (skipRun > 0) {
     w.PutUE(skipRun);

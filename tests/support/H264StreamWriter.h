@@ -45,7 +45,10 @@ struct SmWriterSps {
   std::vector<int32_t> offsetForRefFrame;
   uint32_t maxNumRefFrames = 1;
   bool gapsAllowed = false;
-  uint32_t widthInMbs = 4, heightInMbs = 3;
+  uint32_t widthInMbs = 4, heightInMbs = 3; // of the frame
+  // Off: an interlaced sequence, whose pictures are frames or fields
+  // (heightInMbs then even).
+  bool frameMbsOnly = true;
   // In luma samples; even numbers for 4:2:0.
   uint32_t cropLeft = 0, cropRight = 0, cropTop = 0, cropBottom = 0;
   bool vui = false; // with bitstream_restriction and the two numbers below
@@ -99,6 +102,8 @@ struct SmWriterSlice {
   uint32_t type = I;
   uint32_t ppsId = 0;
   uint32_t frameNum = 0;
+  bool field = false; // field_pic_flag, in interlaced sequences
+  bool bottom = false;
   uint32_t idrPicId = 0;
   uint32_t pocLsb = 0;
   int32_t deltaPocBottom = 0;
@@ -124,12 +129,16 @@ struct SmWriterSlice {
 
 // A macroblock as written: I_PCM with its samples (256 luma, then 64 Cb,
 // 64 Cr), one 16x16 partition predicted from chosen references with
-// motion vector differences and no residual, or skipped.
+// motion vector differences, or skipped. A predicted macroblock may carry
+// one luma coefficient of +1 or -1 at a scanning position of its first 4x4
+// block (CAVLC only): where it lands shows which scan the decoder used.
 struct SmWriterMacroblock {
   enum SmKind { Skip, Pcm, L0, L1, Bi };
   SmKind kind = Skip;
   uint32_t refIdx[2] = {0, 0};
   int32_t mvd[2][2] = {{0, 0}, {0, 0}};
+  int32_t level = 0; // 0 for no residual
+  uint32_t scanPosition = 0;
   std::vector<uint8_t> samples;
 
   static SmWriterMacroblock Filled(uint8_t luma, uint8_t cb, uint8_t cr);
