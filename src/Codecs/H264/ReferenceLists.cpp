@@ -132,8 +132,11 @@ bool BuildFieldLists(const std::vector<SmReferenceFrame>& frames, const SmSliceH
   const int parity = header.bottomField ? 1 : 0;
   SmEntries shortTerm, longTerm;
   for (const SmReferenceFrame& frame : frames) {
-    if (frame.picture->FindField(0) == nullptr || frame.picture->FindField(1) == nullptr) {
-      return false;
+    // Each reference field must have its picture.
+    for (int p = 0; p < 2; ++p) {
+      if ((frame.fields & (1 << p)) != 0 && frame.picture->FindField(p) == nullptr) {
+        return false;
+      }
     }
     (frame.longTerm ? longTerm : shortTerm).push_back(&frame);
   }
