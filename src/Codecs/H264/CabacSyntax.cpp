@@ -342,6 +342,12 @@ int CmSliceDecoder::ReadBlockCabac(int category, int codedInc, int maxNumCoeff, 
   if (codedInc >= 0 && Decision(CtxCodedBlock[category] + codedInc) == 0) {
     return 0;
   }
+  // The significance maps of field macroblocks have contexts of their own,
+  // whose initial values this decoder does not have yet.
+  if (m_Header->fieldPic) {
+    m_NeedsFieldContexts = true;
+    return -1;
+  }
   uint8_t positions[64];
   int count = 0;
   const int sigBase = CtxSignificant[category], lastBase = CtxLast[category];
@@ -557,6 +563,7 @@ CmSliceDecoder::SmResult CmSliceDecoder::DecodeCabacSlice(CmBitReader& reader, u
   m_Cabac.Start(reader.GetData(), reader.GetSizeInBits() / 8, reader.GetPosition() / 8);
   m_PrevQpDeltaNonZero = m_QpDeltaNonZero = false;
   m_Damaged = false;
+  m_NeedsFieldContexts = false;
   uint32_t address = m_Header->firstMbInSlice;
   for (;;) {
     if (address >= count) {
@@ -592,6 +599,9 @@ CmSliceDecoder::SmResult CmSliceDecoder::DecodeCabacSlice(CmBitReader& reader, u
         const uint32_t intraType = p ? mbType - 5 : (b ? mbType - 23 : mbType);
         ok = intraType <= 25 && DecodeIntraMacroblock(reader, intraType, address);
       }
+    }
+    if (m_NeedsFieldContexts) {
+      return Unsupported;
     }
     if (!ok || m_Damaged || m_Cabac.IsOverrun()) {
       return Damaged;

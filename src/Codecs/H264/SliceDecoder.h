@@ -197,6 +197,7 @@ private:
   bool m_PrevQpDeltaNonZero = false;
   bool m_QpDeltaNonZero = false;
   bool m_Damaged = false;
+  bool m_NeedsFieldContexts = false; // a field's residual met contexts not yet filled in
   ImCabacObserver* m_Observer = nullptr;
 
   // The current macroblock's coefficients in raster order per block.
