@@ -6,7 +6,12 @@
 #include <string>
 #include <vector>
 
+#include "Codecs/H264/H264VideoDecoder.h"
 #include "Codecs/H264/TaskSupplier.h"
+#include "Codecs/MCL/MediaData.h"
+#include "Codecs/MCL/VideoData.h"
+#include "Codecs/MCL/VideoDecoderParams.h"
+#include "Codecs/MCL/VideoProcessing.h"
 #include "H264/VisibleSamples.h"
 #include "support/ExternalTools.h"
 #include "support/H264StreamWriter.h"
@@ -65,7 +70,8 @@ std::vector<MB> PredictedField(const std::vector<uint32_t>& references, int seed
       continue;
     }
     MB mb = MB::Predicted(MB::L0, references[a % references.size()],
-                          static_cast<int32_t>(a % 3) * 5 - 4 + seed, static_cast<int32_t>(a % 4) * 3 - 5);
+                          static_cast<int32_t>(a % 3) * 5 - 4 + seed,
+                          static_cast<int32_t>(a % 4) * 3 - 5);
     if (a % 2 == 1) {
       mb.level = a % 4 == 1 ? 1 : -1;
       mb.scanPosition = 1 + (a * 3 + static_cast<uint32_t>(seed)) % 14;
@@ -89,8 +95,8 @@ std::vector<MB> BiPredictedField(int seed) {
   return mbs;
 }
 
-SmWriterSlice Field(uint32_t type, uint32_t frameNum, bool bottom, uint32_t pocLsb,
-                    uint32_t filter, bool reference = true) {
+SmWriterSlice Field(uint32_t type, uint32_t frameNum, bool bottom, uint32_t pocLsb, uint32_t filter,
+                    bool reference = true) {
   SmWriterSlice slice;
   slice.type = type;
   slice.frameNum = frameNum;
@@ -208,71 +214,71 @@ std::vector<MB> WithoutResidual(std::vector<MB> mbs) {
 TEST(H264FieldPictures, FieldPairsOfIPAndBFieldsMatchFfmpeg) {
   REQUIRE_FFMPEG();
   for (const bool cabac : {false, true}) {
-  for (const uint32_t filter : {1u, 0u}) {
-    for (const bool bottomFirst : {false, true}) {
-      SCOPED_TRACE(testing::Message() << "cabac " << cabac << " filter " << filter
-                                      << " bottom first " << bottomFirst);
-      const auto PredictedField = [cabac](const std::vector<uint32_t>& references, int seed) {
-        std::vector<MB> mbs = ::PredictedField(references, seed);
-        return cabac ? WithoutResidual(mbs) : mbs;
-      };
-      CmH264StreamWriter writer;
-      writer.WriteSps(InterlacedSequence());
-      SmWriterPps pps;
-      pps.cabac = cabac;
-      writer.WritePps(pps);
-      const bool first = bottomFirst, second = !bottomFirst;
-      // An intra first field; the second predicts from it alone.
-      SmWriterSlice idr = Field(SmWriterSlice::I, 0, first, 0, filter);
-      idr.idr = true;
-      writer.WriteSlice(idr, IntraField(1));
-      writer.WriteSlice(Field(SmWriterSlice::P, 0, second, 1, filter), PredictedField({0}, 2));
-      // Frame 1 as two P fields from up to three fields: list 0 alternates
-      // parities, the current one's first, and the second field's list
-      // begins with the first field of its own frame.
-      writer.WriteSlice(WithActive(Field(SmWriterSlice::P, 1, first, 8, filter), 2),
-                        PredictedField({0, 1}, 3));
-      writer.WriteSlice(WithActive(Field(SmWriterSlice::P, 1, second, 9, filter), 3),
-                        PredictedField({2, 0, 1}, 4));
-      // A frame picture between field pairs predicts from the woven fields.
-      SmWriterSlice frame;
-      frame.type = SmWriterSlice::P;
-      frame.frameNum = 2;
-      frame.pocLsb = 16;
-      frame.disableDeblocking = 1;
-      std::vector<MB> frameMbs;
-      for (uint32_t a = 0; a < Width * Height; ++a) {
-        frameMbs.push_back(a == 9 ? Textured(9, a)
-                                  : MB::Predicted(MB::L0, a % 2, static_cast<int32_t>(a % 3) - 1,
-                                                  static_cast<int32_t>(a % 5) - 2));
-      }
-      writer.WriteSlice(WithActive(frame, 2), frameMbs);
-      // Fields that predict from the fields of that frame, the sliding
-      // window dropping frame 0 on the way.
-      writer.WriteSlice(WithActive(Field(SmWriterSlice::P, 3, first, 32, filter), 4),
-                        PredictedField({0, 3, 1, 2}, 5));
-      writer.WriteSlice(WithActive(Field(SmWriterSlice::P, 3, second, 33, filter), 4),
-                        PredictedField({1, 0, 2, 3}, 6));
-      // A non-reference B field pair between frames 2 and 3, with spatial
-      // and then temporal direct prediction; list 0 holds every field that
-      // the co-located blocks refer to.
-      SmWriterSlice b0 = WithActive(Field(SmWriterSlice::B, 4, first, 24, filter, false), 6, 2);
-      writer.WriteSlice(b0, BiPredictedField(7));
-      SmWriterSlice b1 = WithActive(Field(SmWriterSlice::B, 4, second, 25, filter, false), 6, 2);
-      b1.directSpatial = false;
-      writer.WriteSlice(b1, BiPredictedField(8));
+    for (const uint32_t filter : {1u, 0u}) {
+      for (const bool bottomFirst : {false, true}) {
+        SCOPED_TRACE(testing::Message() << "cabac " << cabac << " filter " << filter
+                                        << " bottom first " << bottomFirst);
+        const auto PredictedField = [cabac](const std::vector<uint32_t>& references, int seed) {
+          std::vector<MB> mbs = ::PredictedField(references, seed);
+          return cabac ? WithoutResidual(mbs) : mbs;
+        };
+        CmH264StreamWriter writer;
+        writer.WriteSps(InterlacedSequence());
+        SmWriterPps pps;
+        pps.cabac = cabac;
+        writer.WritePps(pps);
+        const bool first = bottomFirst, second = !bottomFirst;
+        // An intra first field; the second predicts from it alone.
+        SmWriterSlice idr = Field(SmWriterSlice::I, 0, first, 0, filter);
+        idr.idr = true;
+        writer.WriteSlice(idr, IntraField(1));
+        writer.WriteSlice(Field(SmWriterSlice::P, 0, second, 1, filter), PredictedField({0}, 2));
+        // Frame 1 as two P fields from up to three fields: list 0 alternates
+        // parities, the current one's first, and the second field's list
+        // begins with the first field of its own frame.
+        writer.WriteSlice(WithActive(Field(SmWriterSlice::P, 1, first, 8, filter), 2),
+                          PredictedField({0, 1}, 3));
+        writer.WriteSlice(WithActive(Field(SmWriterSlice::P, 1, second, 9, filter), 3),
+                          PredictedField({2, 0, 1}, 4));
+        // A frame picture between field pairs predicts from the woven fields.
+        SmWriterSlice frame;
+        frame.type = SmWriterSlice::P;
+        frame.frameNum = 2;
+        frame.pocLsb = 16;
+        frame.disableDeblocking = 1;
+        std::vector<MB> frameMbs;
+        for (uint32_t a = 0; a < Width * Height; ++a) {
+          frameMbs.push_back(a == 9 ? Textured(9, a)
+                                    : MB::Predicted(MB::L0, a % 2, static_cast<int32_t>(a % 3) - 1,
+                                                    static_cast<int32_t>(a % 5) - 2));
+        }
+        writer.WriteSlice(WithActive(frame, 2), frameMbs);
+        // Fields that predict from the fields of that frame, the sliding
+        // window dropping frame 0 on the way.
+        writer.WriteSlice(WithActive(Field(SmWriterSlice::P, 3, first, 32, filter), 4),
+                          PredictedField({0, 3, 1, 2}, 5));
+        writer.WriteSlice(WithActive(Field(SmWriterSlice::P, 3, second, 33, filter), 4),
+                          PredictedField({1, 0, 2, 3}, 6));
+        // A non-reference B field pair between frames 2 and 3, with spatial
+        // and then temporal direct prediction; list 0 holds every field that
+        // the co-located blocks refer to.
+        SmWriterSlice b0 = WithActive(Field(SmWriterSlice::B, 4, first, 24, filter, false), 6, 2);
+        writer.WriteSlice(b0, BiPredictedField(7));
+        SmWriterSlice b1 = WithActive(Field(SmWriterSlice::B, 4, second, 25, filter, false), 6, 2);
+        b1.directSpatial = false;
+        writer.WriteSlice(b1, BiPredictedField(8));
 
-      const SmDecoded ours = DecodeWithEngine(writer);
-      EXPECT_FALSE(ours.unsupported);
-      const Frames expected = DecodeWithFfmpeg(writer);
-      ASSERT_EQ(ours.frames.size(), 5u);
-      ASSERT_EQ(expected.size(), ours.frames.size());
-      for (size_t i = 0; i < expected.size(); ++i) {
-        EXPECT_EQ(ours.loneFields[i], -1) << "frame " << i;
-        EXPECT_TRUE(ours.frames[i] == expected[i]) << "frame " << i;
+        const SmDecoded ours = DecodeWithEngine(writer);
+        EXPECT_FALSE(ours.unsupported);
+        const Frames expected = DecodeWithFfmpeg(writer);
+        ASSERT_EQ(ours.frames.size(), 5u);
+        ASSERT_EQ(expected.size(), ours.frames.size());
+        for (size_t i = 0; i < expected.size(); ++i) {
+          EXPECT_EQ(ours.loneFields[i], -1) << "frame " << i;
+          EXPECT_TRUE(ours.frames[i] == expected[i]) << "frame " << i;
+        }
       }
     }
-  }
   }
 }
 
@@ -314,4 +320,86 @@ TEST(H264FieldPictures, AFieldWithoutPartnerLeavesAloneAndServesAsReference) {
     EXPECT_FALSE(FieldLines(ours.frames[lone], parity) == FieldLines(ours.frames[lone - 1], parity))
         << lone;
   }
+}
+
+namespace {
+
+// The picture structure of every picture that the decoder hands on.
+class CmStructureCollector : public MCL::VideoProcessing {
+public:
+  MCL::Status GetFrame(MCL::MediaData* input, MCL::MediaData*) override {
+    const auto* picture = dynamic_cast<MCL::VideoData*>(input);
+    if (picture == nullptr) {
+      return MCL::StatusNullPointer;
+    }
+    structures.push_back(picture->GetPictureStructure());
+    return MCL::StatusOk;
+  }
+  std::vector<int32_t> structures;
+};
+
+std::vector<int32_t> DecodeStructures(const CmH264StreamWriter& writer) {
+  MCL::H264VideoDecoder decoder;
+  CmStructureCollector collector;
+  MCL::H264VideoDecoderParams params;
+  EXPECT_EQ(decoder.Init(&params), MCL::StatusOk);
+  decoder.SetPostProcessing(&collector);
+  std::vector<uint8_t> bytes = writer.AnnexB();
+  MCL::MediaData input;
+  input.SetBufferPointer(bytes.data(), bytes.size());
+  input.SetDataSize(bytes.size());
+  MCL::VideoData output;
+  for (int calls = 0; input.GetDataSize() >= 4 && calls < 1000; ++calls) {
+    decoder.GetFrame(&input, &output);
+  }
+  while (decoder.GetFrame(nullptr, &output) == MCL::StatusOk) {
+  }
+  return collector.structures;
+}
+
+} // namespace
+
+// Each frame tells how it was coded, so that a deinterlacer downstream
+// knows: a pair of fields which came first (by order count, whatever the
+// decoding order), a lone field which it is, a frame of an interlaced
+// sequence its fields' order, and a sequence of frames only: progressive.
+TEST(H264FieldPictures, FramesTellTheirFieldOrderOrLoneField) {
+  CmH264StreamWriter writer;
+  writer.WriteSps(InterlacedSequence());
+  writer.WritePps(SmWriterPps{});
+  SmWriterSlice idr = Field(SmWriterSlice::I, 0, false, 0, 1);
+  idr.idr = true;
+  writer.WriteSlice(idr, IntraField(1));
+  writer.WriteSlice(Field(SmWriterSlice::P, 0, true, 1, 1), PredictedField({0}, 2));
+  // Bottom first in decoding order but top first in order count, then
+  // bottom first in both.
+  writer.WriteSlice(Field(SmWriterSlice::P, 1, true, 9, 1), PredictedField({0}, 3));
+  writer.WriteSlice(Field(SmWriterSlice::P, 1, false, 8, 1), PredictedField({0}, 4));
+  writer.WriteSlice(Field(SmWriterSlice::P, 2, true, 16, 1), PredictedField({0}, 5));
+  writer.WriteSlice(Field(SmWriterSlice::P, 2, false, 17, 1), PredictedField({0}, 6));
+  writer.WriteSlice(Field(SmWriterSlice::P, 3, false, 24, 1), PredictedField({0}, 7));
+  writer.WriteSlice(Field(SmWriterSlice::P, 4, true, 33, 1), PredictedField({0}, 8));
+  SmWriterSlice frame;
+  frame.type = SmWriterSlice::P;
+  frame.frameNum = 5;
+  frame.pocLsb = 40;
+  writer.WriteSlice(frame, std::vector<MB>(Width * Height));
+  EXPECT_EQ(DecodeStructures(writer),
+            (std::vector<int32_t>{MCL::FrameTopFieldFirst, MCL::FrameTopFieldFirst,
+                                  MCL::FrameBottomFieldFirst, MCL::TopField, MCL::BottomField,
+                                  MCL::FrameTopFieldFirst}));
+
+  CmH264StreamWriter progressive;
+  SmWriterSps sps = InterlacedSequence();
+  sps.frameMbsOnly = true;
+  progressive.WriteSps(sps);
+  progressive.WritePps(SmWriterPps{});
+  SmWriterSlice intra;
+  intra.idr = true;
+  std::vector<MB> mbs;
+  for (uint32_t a = 0; a < Width * Height; ++a) {
+    mbs.push_back(Textured(1, a));
+  }
+  progressive.WriteSlice(intra, mbs);
+  EXPECT_EQ(DecodeStructures(progressive), (std::vector<int32_t>{MCL::Frame}));
 }

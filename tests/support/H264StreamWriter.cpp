@@ -374,8 +374,8 @@ void CmH264StreamWriter::WriteSlice(const SmWriterSlice& s,
       continue;
     }
     coded[index] = 1;
-    w.PutUE(2);  // coded_block_pattern 1: the first 8x8 luma block
-    w.PutSE(0);  // mb_qp_delta
+    w.PutUE(2); // coded_block_pattern 1: the first 8x8 luma block
+    w.PutSE(0); // mb_qp_delta
     const uint32_t address = s.firstMb + static_cast<uint32_t>(index);
     const bool hasLeft = address % width != 0 && index >= 1;
     const bool hasTop = index >= width;

@@ -193,12 +193,12 @@ void DeblockPicture(CmPicture& picture, const std::vector<SmSliceFilterParameter
         // it is 0.
         const bool neighbourUniform =
             edge == 0 && moving[direction == 0 ? address - 1 : address - width] != 0;
-        const int motion = !uniform           ? -1
-                           : edge > 0         ? 0
-                           : neighbourUniform ? GetMotionStrength(p, direction == 0 ? 3 : 0,
-                                                                  direction == 0 ? 0 : 3, mb, 0, 0,
-                                                                  field ? 2 : 4)
-                                              : -1;
+        const int motion = !uniform   ? -1
+                           : edge > 0 ? 0
+                           : neighbourUniform
+                               ? GetMotionStrength(p, direction == 0 ? 3 : 0,
+                                                   direction == 0 ? 0 : 3, mb, 0, 0, field ? 2 : 4)
+                               : -1;
         int strengths[4];
         bool any = false;
         for (int k = 0; k < 4; ++k) {

@@ -107,10 +107,11 @@ std::vector<NmH264::SmReferenceFrame> H264DBPList::GetReferences() const {
   std::vector<NmH264::SmReferenceFrame> references;
   for (const H264DecoderFrame* frame = m_Head; frame != nullptr; frame = frame->next) {
     if (frame->IsReference()) {
-      references.push_back({&frame->GetPicture(), static_cast<uint32_t>(frame->frameNum),
-                            frame->IsLongTerm(), static_cast<uint32_t>(frame->longTermFrameIdx),
-                            static_cast<uint8_t>((frame->isShortRef[0] || frame->isLongRef[0] ? 1 : 0) |
-                                                 (frame->isShortRef[1] || frame->isLongRef[1] ? 2 : 0))});
+      references.push_back(
+          {&frame->GetPicture(), static_cast<uint32_t>(frame->frameNum), frame->IsLongTerm(),
+           static_cast<uint32_t>(frame->longTermFrameIdx),
+           static_cast<uint8_t>((frame->isShortRef[0] || frame->isLongRef[0] ? 1 : 0) |
+                                (frame->isShortRef[1] || frame->isLongRef[1] ? 2 : 0))});
     }
   }
   return references;

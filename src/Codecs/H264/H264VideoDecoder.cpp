@@ -144,7 +144,16 @@ Status H264VideoDecoder::Deliver(H264DecoderFrame& frame, MediaData* output) {
     decoded.SetPlanePointer(c, origin);
     decoded.SetPlanePitch(c, static_cast<size_t>(picture.GetStride(c)));
   }
-  decoded.SetPictureStructure(Frame);
+  // Interlaced frames say which field came first, by their order counts, so
+  // that a deinterlacer downstream knows; a lone field says which it is.
+  PictureStructure structure = Frame;
+  if (frame.loneField >= 0) {
+    structure = frame.loneField == 0 ? TopField : BottomField;
+  } else if (!frame.progressive) {
+    structure =
+        frame.picOrderCnt[1] < frame.picOrderCnt[0] ? FrameBottomFieldFirst : FrameTopFieldFirst;
+  }
+  decoded.SetPictureStructure(structure);
   if (frame.sarWidth != 0 && frame.sarHeight != 0) {
     decoded.SetAspectRatio(static_cast<int32_t>(frame.sarWidth),
                            static_cast<int32_t>(frame.sarHeight));

@@ -729,10 +729,9 @@ void CmSliceDecoder::PredictBlock(uint32_t address, int mbx, int mby, int bx, in
       } else {
         // A field's chroma lies a quarter sample lower in a bottom field than
         // in a top one: between fields of opposite parity the vector shifts.
-        const int parityShift =
-            m_Picture->GetParity() >= 0 && reference.GetParity() >= 0
-                ? 2 * (m_Picture->GetParity() - reference.GetParity())
-                : 0;
+        const int parityShift = m_Picture->GetParity() >= 0 && reference.GetParity() >= 0
+                                    ? 2 * (m_Picture->GetParity() - reference.GetParity())
+                                    : 0;
         PredictChroma(reference, c, px, py, mv[0], mv[1] + parityShift, w, h, out, outStride);
       }
     };

@@ -112,8 +112,8 @@ void CmPicture::SplitIntoFields() {
     for (int c = 0; c < planes; ++c) {
       const size_t width = c == 0 ? m_WidthInMbs * 16 : m_WidthInMbs * 8;
       const size_t fieldHeight = c == 0 ? field.m_HeightInMbs * 16 : field.m_HeightInMbs * 8;
-      CopyFieldLines(m_Origin[c], m_Stride[c], field.m_Origin[c], field.m_Stride[c], parity,
-                     width, fieldHeight, false);
+      CopyFieldLines(m_Origin[c], m_Stride[c], field.m_Origin[c], field.m_Stride[c], parity, width,
+                     fieldHeight, false);
     }
     field.ExtendBorders();
   }

@@ -121,8 +121,8 @@ int32_t GetReferencePoc(const SmReferenceFrame& frame) {
 // the current field's parity.
 int64_t GetFieldPicNum(const CmPicture& field, const SmReferenceFrame& frame, int parity,
                        uint32_t current, uint32_t maxFrameNum) {
-  const int64_t base = frame.longTerm ? int64_t{frame.longTermFrameIdx}
-                                      : GetPicNum(frame, current, maxFrameNum);
+  const int64_t base =
+      frame.longTerm ? int64_t{frame.longTermFrameIdx} : GetPicNum(frame, current, maxFrameNum);
   return 2 * base + (field.GetParity() == parity ? 1 : 0);
 }
 
