@@ -194,6 +194,12 @@ def h264_decoder():
         "cabac-gray": whole + ffmpeg(testsrc("32x32", 3) + ["-c:v", "libx264", "-pix_fmt", "gray",
                                                            "-x264-params", "bframes=1", "-f",
                                                            "h264"], ".h264"),
+        # Interlaced: macroblock pairs of both field orders. Field pictures,
+        # which x264 never writes, come from the stream writer of the tests:
+        # I, P and B field pairs and a frame between them, kept as written.
+        "field-pairs": open(os.path.join(ROOT, "H264", "field-pairs.h264"), "rb").read(),
+        "mbaff": whole + stream("32x64", 3, "cabac=0:interlaced=1:tff=1:bframes=1"),
+        "cabac-mbaff": whole + stream("32x64", 3, "interlaced=1:bff=1:bframes=1"),
     }
 
 
