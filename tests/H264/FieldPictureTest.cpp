@@ -403,3 +403,44 @@ TEST(H264FieldPictures, FramesTellTheirFieldOrderOrLoneField) {
   progressive.WriteSlice(intra, mbs);
   EXPECT_EQ(DecodeStructures(progressive), (std::vector<int32_t>{MCL::Frame}));
 }
+
+// The 8x8 transform in fields scans its coefficients by the 8x8 field scan:
+// one coefficient at each position lands where ffmpeg puts it, beside 4x4
+// blocks in the same field, with the loop filter off and on.
+TEST(H264FieldPictures, EightByEightFieldScanMatchesFfmpeg) {
+  REQUIRE_FFMPEG();
+  for (const uint32_t filter : {1u, 0u}) {
+    SCOPED_TRACE(filter);
+    CmH264StreamWriter writer;
+    SmWriterSps sps = InterlacedSequence();
+    sps.profileIdc = 100;
+    writer.WriteSps(sps);
+    SmWriterPps pps;
+    pps.transform8x8 = true;
+    writer.WritePps(pps);
+    SmWriterSlice idr = Field(SmWriterSlice::I, 0, false, 0, filter);
+    idr.idr = true;
+    writer.WriteSlice(idr, IntraField(1));
+    // Every scanning position from 1 to 15 of the interleaved 4x4 blocks,
+    // that is every fourth of the 8x8 block, over the fields that follow.
+    uint32_t position = 1;
+    for (uint32_t picture = 1; picture < 8; ++picture) {
+      const bool bottom = picture % 2 == 1;
+      std::vector<MB> mbs = PredictedField({0}, static_cast<int>(picture) + 1);
+      for (uint32_t a = 1; a < FieldCount; a += 2) {
+        mbs[a].transform8x8 = a % 4 == 1;
+        mbs[a].scanPosition = position;
+        position = position % 15 + 1;
+      }
+      writer.WriteSlice(Field(SmWriterSlice::P, picture / 2, bottom, picture, filter), mbs);
+    }
+    const SmDecoded ours = DecodeWithEngine(writer);
+    EXPECT_FALSE(ours.unsupported);
+    const Frames expected = DecodeWithFfmpeg(writer);
+    ASSERT_EQ(ours.frames.size(), 4u);
+    ASSERT_EQ(expected.size(), ours.frames.size());
+    for (size_t i = 0; i < expected.size(); ++i) {
+      EXPECT_TRUE(ours.frames[i] == expected[i]) << "frame " << i;
+    }
+  }
+}

@@ -113,6 +113,13 @@ void CmH264StreamWriter::WriteSps(const SmWriterSps& sps) {
   w.Put(0, 8); // constraint flags
   w.Put(sps.levelIdc, 8);
   w.PutUE(sps.id);
+  if (sps.profileIdc == 100) {
+    w.PutUE(1);       // chroma_format_idc: 4:2:0
+    w.PutUE(0);       // bit_depth_luma_minus8
+    w.PutUE(0);       // bit_depth_chroma_minus8
+    w.PutFlag(false); // qpprime_y_zero_transform_bypass_flag
+    w.PutFlag(false); // seq_scaling_matrix_present_flag
+  }
   w.PutUE(sps.log2MaxFrameNum - 4);
   w.PutUE(sps.pocType);
   if (sps.pocType == 0) {
@@ -199,6 +206,11 @@ void CmH264StreamWriter::WritePps(const SmWriterPps& pps) {
   w.PutFlag(pps.deblockingControl);
   w.PutFlag(pps.constrainedIntraPred);
   w.PutFlag(false); // redundant_pic_cnt_present_flag
+  if (pps.transform8x8) {
+    w.PutFlag(true);  // transform_8x8_mode_flag
+    w.PutFlag(false); // pic_scaling_matrix_present_flag
+    w.PutSE(pps.chromaQpIndexOffset);
+  }
   w.PutTrailingBits();
   WriteUnit(0x68, w.Bytes());
 }
@@ -375,6 +387,11 @@ void CmH264StreamWriter::WriteSlice(const SmWriterSlice& s,
     }
     coded[index] = 1;
     w.PutUE(2); // coded_block_pattern 1: the first 8x8 luma block
+    if (pps.transform8x8) {
+      // The 8x8 block's scan interleaves the four 4x4 blocks written below:
+      // the coefficient lands at four times its position.
+      w.PutFlag(mb.transform8x8);
+    }
     w.PutSE(0); // mb_qp_delta
     const uint32_t address = s.firstMb + static_cast<uint32_t>(index);
     const bool hasLeft = address % width != 0 && index >= 1;

@@ -75,6 +75,9 @@ struct SmWriterPps {
   bool deblockingControl = true;
   bool constrainedIntraPred = false;
   bool cabac = false; // entropy_coding_mode_flag
+  // transform_8x8_mode_flag, with the rest of the High profile's fields
+  // (which the SPS writes with profileIdc 100).
+  bool transform8x8 = false;
 };
 
 // One entry of pred_weight_table for a reference index; absent weights
@@ -139,6 +142,7 @@ struct SmWriterMacroblock {
   int32_t mvd[2][2] = {{0, 0}, {0, 0}};
   int32_t level = 0; // 0 for no residual
   uint32_t scanPosition = 0;
+  bool transform8x8 = false; // transform_size_8x8_flag, where the PPS allows it
   std::vector<uint8_t> samples;
 
   static SmWriterMacroblock Filled(uint8_t luma, uint8_t cb, uint8_t cr);

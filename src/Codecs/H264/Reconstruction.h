@@ -15,6 +15,7 @@ extern const std::array<uint8_t, 16> ZigZag4x4;
 // a field's vertical neighbours lie twice as far apart.
 extern const std::array<uint8_t, 16> FieldScan4x4;
 extern const std::array<uint8_t, 64> ZigZag8x8;
+extern const std::array<uint8_t, 64> FieldScan8x8;
 
 // Dequantisation factors by qP % 6, in raster order: the scaling lists times
 // the norm adjustment of clauses 8.5.9.

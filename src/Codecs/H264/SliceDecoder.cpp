@@ -426,7 +426,7 @@ void CmSliceDecoder::AddLumaResidual4x4(int blk, uint8_t* dst, ptrdiff_t stride,
 void CmSliceDecoder::AddLumaResidual8x8(int b8, uint8_t* dst, ptrdiff_t stride, int list, int qp) {
   int32_t coefficients[64];
   for (int k = 0; k < 64; ++k) {
-    coefficients[ZigZag8x8[static_cast<size_t>(k)]] = m_Levels8x8[b8][k];
+    coefficients[m_Scan8x8[k]] = m_Levels8x8[b8][k];
   }
   Scale8x8(coefficients, m_LevelScale.scale8x8[list][qp % 6], qp);
   NmPrimitives::H264AddInverseTransform8x8(coefficients, dst, stride);
@@ -465,6 +465,7 @@ CmSliceDecoder::SmResult CmSliceDecoder::Decode(CmBitReader& reader, const SmSli
   m_Pps = &pps;
   m_Picture = &picture;
   m_Scan4x4 = header.fieldPic ? FieldScan4x4.data() : ZigZag4x4.data();
+  m_Scan8x8 = header.fieldPic ? FieldScan8x8.data() : ZigZag8x8.data();
   m_Slice = sliceNumber;
   m_Lists = lists;
   m_Qp = header.sliceQp;

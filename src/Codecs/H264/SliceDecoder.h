@@ -184,6 +184,7 @@ private:
   SmLevelScale m_LevelScale;
   // The coefficient scan of 4x4 blocks: zigzag in frames, field scan in fields.
   const uint8_t* m_Scan4x4 = nullptr;
+  const uint8_t* m_Scan8x8 = nullptr;
 
   bool m_UseCabac = false;
   CmCabacDecoder m_Cabac;

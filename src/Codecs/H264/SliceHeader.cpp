@@ -277,11 +277,11 @@ SmParseResult ParseSliceHeader(CmBitReader& reader, uint8_t nalHeader,
       (sps->mbAdaptiveFrameField && !header.fieldPic)) {
     return ParseUnsupported;
   }
-  // Fields decode with the 4x4 transform, under the sliding window, in one
-  // slice group; the rest of field coding is still to come. (CABAC fields
-  // decode until a residual block needs the field significance contexts.)
-  if (header.fieldPic && (pps->transform8x8Mode || pps->numSliceGroups > 1 ||
-                          header.adaptiveMarking || header.longTermReference)) {
+  // Fields decode under the sliding window, in one slice group; the rest of
+  // field coding is still to come. (CABAC fields decode until a residual
+  // block needs the field significance contexts.)
+  if (header.fieldPic &&
+      (pps->numSliceGroups > 1 || header.adaptiveMarking || header.longTermReference)) {
     return ParseUnsupported;
   }
   return ParseOk;
