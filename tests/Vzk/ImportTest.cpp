@@ -12,6 +12,7 @@
 #include "PluginHost.h"
 #include "VzkTestSupport.h"
 #include "support/GenericByteDataBuilder.h"
+#include "support/H264StreamWriter.h"
 
 using namespace NmVzkTest;
 
@@ -214,6 +215,77 @@ TEST(VzkImport, DecodedClipsEqualFfmpegsDecode) {
                              reference.begin() + static_cast<std::ptrdiff_t>(f * frameSize)))
           << "picture " << f;
     }
+  }
+}
+
+// Frames of an interlaced H.264 sequence, imported and decoded by a
+// "video_decoder" with its deinterlacer off, come out woven: ffmpeg's own
+// pictures to the bit, comb and all.
+TEST(VzkImport, InterlacedH264ComesOutWovenWithTheDeinterlacerOff) {
+  using NmTestSupport::SmWriterMacroblock;
+  CmScratch scratch;
+  NmTestSupport::CmH264StreamWriter writer;
+  NmTestSupport::SmWriterSps sps;
+  sps.frameMbsOnly = false;
+  sps.widthInMbs = sps.heightInMbs = 4;
+  writer.WriteSps(sps);
+  writer.WritePps(NmTestSupport::SmWriterPps{});
+  // Fields far apart in brightness, as of a moving scene: a comb that the
+  // deinterlacer cannot leave alone.
+  std::vector<SmWriterMacroblock> combed;
+  for (uint32_t address = 0; address < 16; ++address) {
+    SmWriterMacroblock mb;
+    mb.kind = SmWriterMacroblock::Pcm;
+    for (int y = 0; y < 16; ++y) {
+      for (int x = 0; x < 16; ++x) {
+        mb.samples.push_back(static_cast<uint8_t>(y % 2 == 0 ? 40 + 3 * x + address : 200 - x));
+      }
+    }
+    mb.samples.resize(384, 128);
+    combed.push_back(mb);
+  }
+  NmTestSupport::SmWriterSlice idr;
+  idr.idr = true;
+  writer.WriteSlice(idr, combed);
+  for (uint32_t frame = 1; frame < 4; ++frame) {
+    NmTestSupport::SmWriterSlice p;
+    p.type = NmTestSupport::SmWriterSlice::P;
+    p.frameNum = frame;
+    p.pocLsb = 2 * frame;
+    std::vector<SmWriterMacroblock> moved;
+    for (uint32_t address = 0; address < 16; ++address) {
+      moved.push_back(SmWriterMacroblock::Predicted(SmWriterMacroblock::L0, 0,
+                                                    static_cast<int32_t>(frame + address % 3), 0));
+    }
+    writer.WriteSlice(p, moved);
+  }
+  const std::string stream = scratch.Path("interlaced.264");
+  WriteBytes(stream, writer.AnnexB());
+  const std::string clip = scratch.Path("clip.mp4");
+  Ffmpeg("-i '" + stream + "' -c copy", clip);
+  const size_t frameSize = 64 * 64 * 3 / 2;
+  const std::vector<uint8_t> reference =
+      Ffmpeg("-i '" + clip + "' -f rawvideo -pix_fmt yuv420p", scratch.Path("reference.yuv"));
+  ASSERT_EQ(reference.size(), 4 * frameSize);
+  const std::string recording = scratch.Path("clip.gbd");
+  ASSERT_EQ(RunVzk({"import", clip, recording}).status, 0);
+  const std::string tree = scratch.Write(
+      "decode.xml",
+      "<?xml version='1.0' encoding='UTF-8'?><toolkit type='source'><provider>vzk</provider>"
+      "<config><video_decoder deinterlacing_filter='none'><toolkit type='source'>"
+      "<provider>recording</provider><config><recording file='" +
+          recording + "'/></config></toolkit></video_decoder></config></toolkit>");
+  const SmResult run = RunVzk({"run", tree, "--format", "y4m", "--out", scratch.Path("out")});
+  ASSERT_EQ(run.status, 0) << run.err;
+  const std::string y4m = ReadText(scratch.Path("out/out.y4m"));
+  const size_t header = y4m.find('\n') + 1;
+  ASSERT_EQ(y4m.size(), header + 4 * (6 + frameSize));
+  for (size_t f = 0; f < 4; ++f) {
+    const auto begin = y4m.begin() + static_cast<std::ptrdiff_t>(header + f * (6 + frameSize) + 6);
+    EXPECT_TRUE(std::equal(begin, begin + static_cast<std::ptrdiff_t>(frameSize),
+                           reference.begin() + static_cast<std::ptrdiff_t>(f * frameSize),
+                           [](char a, uint8_t b) { return static_cast<uint8_t>(a) == b; }))
+        << "picture " << f;
   }
 }
 
