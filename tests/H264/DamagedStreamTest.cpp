@@ -210,3 +210,27 @@ TEST(H264DamagedStream, DamageCostsNothingBeyondTheNextIdr) {
     }
   }
 }
+
+// An intra-refresh stream joined in the middle, as a live stream is: the
+// decoder starts at the recovery point instead of waiting for an IDR that
+// does not come, keeps the pictures before the one the point names hidden,
+// and shows ffmpeg's pictures from there on. Before the recovery point, whose
+// access unit repeats the parameter sets, nothing can be decoded.
+TEST(H264DamagedStream, AStreamJoinedAtARecoveryPointShowsPicturesOnceTheyAreRight) {
+  if (!NmTestSupport::HaveProgram("ffmpeg")) {
+    GTEST_SKIP() << "ffmpeg is not installed";
+  }
+  CmTempDirectory directory;
+  constexpr size_t FrameSize = 64 * 48 * 3 / 2;
+  const SmClip clip =
+      MakeClip(directory, "cabac=1:bframes=0:keyint=8:intra-refresh=1", 30, FrameSize);
+  ASSERT_EQ(clip.pictures.size(), 30u);
+  // From the middle of the first refresh period.
+  const std::vector<std::vector<Unit>> joined(clip.accessUnits.begin() + 5, clip.accessUnits.end());
+  const std::vector<Picture> ours = Decode(joined);
+  ASSERT_GE(ours.size(), 12u);
+  ASSERT_LT(ours.size(), 22u) << "the pictures before recovery stay hidden";
+  for (size_t f = 0; f < ours.size(); ++f) {
+    EXPECT_EQ(ours[f], clip.pictures[30 - ours.size() + f]) << "picture " << f;
+  }
+}
