@@ -8,6 +8,8 @@ namespace NmMedia {
 namespace {
 
 constexpr uint8_t NalIdr = 5;
+constexpr uint8_t NalSei = 6;
+constexpr uint32_t SeiRecoveryPoint = 6;
 constexpr uint8_t NalSequenceParameterSet = 7;
 constexpr uint8_t NalPictureParameterSet = 8;
 constexpr uint8_t NalAccessUnitDelimiter = 9;
@@ -227,10 +229,73 @@ void CmH264AnnexBConverter::Remember(const SmNal& nal) {
   sets[*id].assign(nal.data, nal.data + nal.size);
 }
 
+std::optional<uint32_t> CmH264AnnexBConverter::RecoveryFrameCount(const uint8_t* nal, size_t size) {
+  // The payload without its emulation prevention bytes, then its messages:
+  // type and size each as a run of 255s and a last byte (D.1.1).
+  std::vector<uint8_t> payload;
+  payload.reserve(size);
+  for (size_t i = 1; i < size; ++i) {
+    if (i >= 3 && nal[i] == 3 && nal[i - 1] == 0 && nal[i - 2] == 0) {
+      continue;
+    }
+    payload.push_back(nal[i]);
+  }
+  size_t at = 0;
+  const auto number = [&payload, &at](uint32_t& value) {
+    value = 0;
+    while (at < payload.size() && payload[at] == 0xFF) {
+      value += 0xFF;
+      ++at;
+    }
+    if (at >= payload.size()) {
+      return false;
+    }
+    value += payload[at++];
+    return true;
+  };
+  uint32_t type = 0, length = 0;
+  // The last byte is the trailing bits.
+  while (at + 1 < payload.size() && number(type) && number(length)) {
+    if (type == SeiRecoveryPoint) {
+      // recovery_frame_cnt, the first field, as an Exp-Golomb code.
+      size_t bit = at * 8;
+      const auto read = [&payload, &bit]() -> int {
+        if (bit >= payload.size() * 8) {
+          return -1;
+        }
+        const int value = (payload[bit / 8] >> (7 - bit % 8)) & 1;
+        ++bit;
+        return value;
+      };
+      int zeros = 0;
+      int value = 0;
+      while ((value = read()) == 0 && zeros < 32) {
+        ++zeros;
+      }
+      if (value != 1) {
+        return std::nullopt;
+      }
+      uint64_t count = 1;
+      for (int z = 0; z < zeros; ++z) {
+        const int next = read();
+        if (next < 0) {
+          return std::nullopt;
+        }
+        count = count << 1 | static_cast<uint64_t>(next);
+      }
+      return count - 1 <= UINT32_MAX ? std::optional<uint32_t>(static_cast<uint32_t>(count - 1))
+                                     : std::nullopt;
+    }
+    at += length;
+  }
+  return std::nullopt;
+}
+
 bool CmH264AnnexBConverter::Convert(const uint8_t* data, size_t size, bool sync,
                                     std::vector<uint8_t>& out, bool& containsIdr) {
   out.clear();
   containsIdr = false;
+  m_RecoveryPoint = false;
   if (data == nullptr || size == 0) {
     return false;
   }
@@ -249,6 +314,11 @@ bool CmH264AnnexBConverter::Convert(const uint8_t* data, size_t size, bool sync,
   for (const SmNal& nal : nals) {
     const uint8_t type = NalType(nal.data);
     containsIdr = containsIdr || type == NalIdr;
+    // A recovery point that needs no frames to recover starts clean; one
+    // with a refresh period does not, for a host that starts decoding at
+    // a sync frame and keeps nothing from before it.
+    m_RecoveryPoint =
+        m_RecoveryPoint || (type == NalSei && RecoveryFrameCount(nal.data, nal.size) == 0u);
     if (type == NalSequenceParameterSet || type == NalPictureParameterSet) {
       if (const auto id = ParameterSetId(nal.data, nal.size)) {
         (type == NalSequenceParameterSet ? sequenceIds : pictureIds).insert(*id);
@@ -263,7 +333,7 @@ bool CmH264AnnexBConverter::Convert(const uint8_t* data, size_t size, bool sync,
     Append(out, nals[0].data, nals[0].size);
     next = 1;
   }
-  if (sync || containsIdr) {
+  if (sync || containsIdr || m_RecoveryPoint) {
     for (const auto& [id, nal] : m_Sequence) {
       if (sequenceIds.count(id) == 0) {
         Append(out, nal.data(), nal.size());

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <vector>
 
 namespace NmMedia {
@@ -26,11 +27,20 @@ public:
   bool Convert(const uint8_t* data, size_t size, bool sync, std::vector<uint8_t>& out,
                bool& containsIdr);
 
+  // Whether the packet converted last holds a recovery point message that
+  // needs no frames to recover: a place where decoding starts clean without
+  // the pictures before it.
+  bool HadRecoveryPoint() const { return m_RecoveryPoint; }
+  // The recovery_frame_cnt of the recovery point in an SEI unit (with its
+  // header byte), if it holds one.
+  static std::optional<uint32_t> RecoveryFrameCount(const uint8_t* nal, size_t size);
+
   // Bytes of each length prefix, or 0 for Annex B input.
   size_t GetLengthSize() const { return m_LengthSize; }
   size_t GetParameterSetCount() const { return m_Sequence.size() + m_Picture.size(); }
 
 private:
+  bool m_RecoveryPoint = false;
   struct SmNal {
     const uint8_t* data;
     size_t size;

@@ -63,9 +63,10 @@ bool CmMediaRecordBuilder::ConvertPayload(const SmMediaPacket& packet, bool& syn
     bool idr = false;
     const bool converted = m_H264.Convert(data, size, packet.key, m_Payload, idr);
     // Containers also flag I pictures that are no IDR as key frames (open
-    // GOPs, intra refresh), but only at an IDR may decoding start afresh:
-    // pictures after any other may refer to pictures before it.
-    sync = idr;
+    // GOPs, intra refresh), but only at an IDR, or a recovery point with
+    // nothing to recover, may decoding start afresh: pictures after any
+    // other may refer to pictures before it.
+    sync = idr || m_H264.HadRecoveryPoint();
     return converted;
   }
   case SmMediaStreamFormat::AAC:

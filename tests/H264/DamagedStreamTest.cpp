@@ -111,50 +111,76 @@ bool IsSlice(const Unit& unit) {
 
 } // namespace
 
-// A P picture that lost the middle one of its three slices still leaves:
-// the two slices it has are its own, and the rows of the lost one come from
-// the picture before it. The next pictures, which predict from it, differ
-// until the next IDR, and from there every picture is ffmpeg's again.
-TEST(H264DamagedStream, ALostSliceIsFilledFromTheNearestReference) {
+// A P picture that lost the middle one of its three slices, or has it cut
+// short, still leaves: the slices it has are its own, and the macroblocks
+// that were lost or broke off come from the picture before it, whole. The
+// next pictures, which predict from it, differ until the next IDR, and from
+// there every picture is ffmpeg's again.
+TEST(H264DamagedStream, ALostOrBrokenSliceIsFilledFromTheNearestReference) {
   if (!NmTestSupport::HaveProgram("ffmpeg")) {
     GTEST_SKIP() << "ffmpeg is not installed";
   }
   CmTempDirectory directory;
   constexpr size_t Width = 64, Height = 48, FrameSize = Width * Height * 3 / 2;
-  // Without the loop filter, so that rows meet their neighbours untouched.
-  SmClip clip =
+  // Without the loop filter, so that macroblocks meet their neighbours
+  // untouched; x264 cuts the 3 rows of macroblocks into a slice each.
+  const SmClip clip =
       MakeClip(directory, "cabac=0:bframes=0:slices=3:keyint=6:no-deblock=1:ref=1", 12, FrameSize);
   ASSERT_EQ(clip.accessUnits.size(), 12u);
   ASSERT_EQ(clip.pictures.size(), 12u);
-  std::vector<Unit>& damaged = clip.accessUnits[3];
-  size_t slices = 0;
-  for (auto unit = damaged.begin(); unit != damaged.end(); ++unit) {
-    if (IsSlice(*unit) && ++slices == 2) {
-      damaged.erase(unit);
-      break;
+  // Which of two pictures each luma macroblock of a row equals, if any.
+  const auto sources = [&](const Picture& ours, size_t mbRow) {
+    std::string found;
+    for (size_t mbX = 0; mbX < Width / 16; ++mbX) {
+      char from = '?';
+      for (const auto& [name, picture] :
+           {std::pair{'3', &clip.pictures[3]}, {'2', &clip.pictures[2]}}) {
+        bool same = true;
+        for (size_t y = mbRow * 16; y < mbRow * 16 + 16 && same; ++y) {
+          const size_t at = y * Width + mbX * 16;
+          same = std::equal(ours.begin() + static_cast<std::ptrdiff_t>(at),
+                            ours.begin() + static_cast<std::ptrdiff_t>(at + 16),
+                            picture->begin() + static_cast<std::ptrdiff_t>(at));
+        }
+        from = same && from == '?' ? name : from;
+      }
+      found += from;
     }
-  }
-  const std::vector<Picture> ours = Decode(clip.accessUnits);
-  ASSERT_EQ(ours.size(), 12u);
-  // x264 cuts 3 rows of macroblocks into slices of one row each.
-  const auto rowsEqual = [&](const Picture& a, const Picture& b, size_t mbRow) {
-    for (size_t y = mbRow * 16; y < mbRow * 16 + 16; ++y) {
-      if (!std::equal(a.begin() + static_cast<std::ptrdiff_t>(y * Width),
-                      a.begin() + static_cast<std::ptrdiff_t>((y + 1) * Width),
-                      b.begin() + static_cast<std::ptrdiff_t>(y * Width))) {
-        return false;
+    return found;
+  };
+  for (const bool cut : {false, true}) {
+    SCOPED_TRACE(cut ? "cut short" : "lost");
+    std::vector<std::vector<Unit>> damaged = clip.accessUnits;
+    size_t slices = 0;
+    for (auto unit = damaged[3].begin(); unit != damaged[3].end(); ++unit) {
+      if (IsSlice(*unit) && ++slices == 2) {
+        if (cut) {
+          unit->resize(unit->size() / 2);
+        } else {
+          damaged[3].erase(unit);
+        }
+        break;
       }
     }
-    return true;
-  };
-  EXPECT_TRUE(rowsEqual(ours[3], clip.pictures[3], 0));
-  EXPECT_TRUE(rowsEqual(ours[3], clip.pictures[2], 1)) << "the lost slice's rows";
-  EXPECT_TRUE(rowsEqual(ours[3], clip.pictures[3], 2));
-  EXPECT_NE(ours[3], clip.pictures[3]);
-  for (size_t f = 0; f < 12; ++f) {
-    EXPECT_EQ(ours[f].size(), FrameSize);
-    if (f < 3 || f >= 6) {
-      EXPECT_EQ(ours[f], clip.pictures[f]) << "picture " << f;
+    const std::vector<Picture> ours = Decode(damaged);
+    ASSERT_EQ(ours.size(), 12u);
+    EXPECT_EQ(sources(ours[3], 0), "3333");
+    EXPECT_EQ(sources(ours[3], 2), "3333");
+    const std::string middle = sources(ours[3], 1);
+    if (cut) {
+      // Those before the break are the picture's own, the rest come whole
+      // from the picture before.
+      EXPECT_NE(middle.find_first_of('2'), std::string::npos) << middle;
+      EXPECT_EQ(middle.find('?'), std::string::npos) << middle;
+      EXPECT_EQ(middle.find('3', middle.find('2')), std::string::npos) << middle;
+    } else {
+      EXPECT_EQ(middle, "2222");
+    }
+    for (size_t f = 0; f < 12; ++f) {
+      EXPECT_EQ(ours[f].size(), FrameSize);
+      if (f < 3 || f >= 6) {
+        EXPECT_EQ(ours[f], clip.pictures[f]) << "picture " << f;
+      }
     }
   }
 }
@@ -208,5 +234,29 @@ TEST(H264DamagedStream, DamageCostsNothingBeyondTheNextIdr) {
         EXPECT_EQ(ours[ours.size() - 20 + f], clip.pictures[10 + f]) << "picture " << 10 + f;
       }
     }
+  }
+}
+
+// An intra-refresh stream joined in the middle, as a live stream is: the
+// decoder starts at the recovery point instead of waiting for an IDR that
+// does not come, keeps the pictures before the one the point names hidden,
+// and shows ffmpeg's pictures from there on. Before the recovery point, whose
+// access unit repeats the parameter sets, nothing can be decoded.
+TEST(H264DamagedStream, AStreamJoinedAtARecoveryPointShowsPicturesOnceTheyAreRight) {
+  if (!NmTestSupport::HaveProgram("ffmpeg")) {
+    GTEST_SKIP() << "ffmpeg is not installed";
+  }
+  CmTempDirectory directory;
+  constexpr size_t FrameSize = 64 * 48 * 3 / 2;
+  const SmClip clip =
+      MakeClip(directory, "cabac=1:bframes=0:keyint=8:intra-refresh=1", 30, FrameSize);
+  ASSERT_EQ(clip.pictures.size(), 30u);
+  // From the middle of the first refresh period.
+  const std::vector<std::vector<Unit>> joined(clip.accessUnits.begin() + 5, clip.accessUnits.end());
+  const std::vector<Picture> ours = Decode(joined);
+  ASSERT_GE(ours.size(), 12u);
+  ASSERT_LT(ours.size(), 22u) << "the pictures before recovery stay hidden";
+  for (size_t f = 0; f < ours.size(); ++f) {
+    EXPECT_EQ(ours[f], clip.pictures[30 - ours.size() + f]) << "picture " << f;
   }
 }

@@ -4,6 +4,23 @@ namespace MCL {
 
 using namespace NmH264;
 
+namespace {
+
+// The macroblock at which a slice broke off is the last that the slice
+// began, in the order of addresses within its slice group: it counts as not
+// decoded, so that concealment fills it instead of leaving half of it.
+void ForgetBrokenMacroblock(CmPicture& picture, uint32_t sliceNumber) {
+  SmMacroblockInfo* macroblocks = picture.GetMacroblocks();
+  for (uint32_t address = picture.GetWidthInMbs() * picture.GetHeightInMbs(); address-- > 0;) {
+    if (macroblocks[address].slice == sliceNumber) {
+      macroblocks[address].slice = 0;
+      return;
+    }
+  }
+}
+
+} // namespace
+
 void H264SegmentDecoderMultiThreaded::DecodeSlices(H264PictureTask& task, size_t first,
                                                    size_t last) {
   const SmSequenceParameterSet& sps = *task.sps;
@@ -29,9 +46,13 @@ void H264SegmentDecoderMultiThreaded::DecodeSlices(H264PictureTask& task, size_t
     reader.Skip(slice.header.dataBitOffset);
     // Slice numbers index the loop filter's parameters; the slice decoder
     // tells the macroblocks of its own slice by them.
-    const CmSliceDecoder::SmResult result = m_SliceDecoder.Decode(
-        reader, slice.header, sps, *pps, static_cast<uint32_t>(index + 1), *task.picture, lists,
-        task.sliceGroups.empty() ? nullptr : &task.sliceGroups);
+    const uint32_t number = static_cast<uint32_t>(index + 1);
+    const CmSliceDecoder::SmResult result =
+        m_SliceDecoder.Decode(reader, slice.header, sps, *pps, number, *task.picture, lists,
+                              task.sliceGroups.empty() ? nullptr : &task.sliceGroups);
+    if (result == CmSliceDecoder::Damaged) {
+      ForgetBrokenMacroblock(*task.picture, number);
+    }
     task.unsupported = task.unsupported || result == CmSliceDecoder::Unsupported;
   }
 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <optional>
 #include <utility>
 
 #include "Codecs/H264/NalUnits.h"
@@ -38,6 +39,34 @@ bool IsNewPicture(const SmSliceHeader& a, const SmSliceHeader& b,
            a.deltaPicOrderCnt[1] != b.deltaPicOrderCnt[1];
   }
   return false;
+}
+
+// The recovery_frame_cnt of a recovery point message among the messages of
+// an SEI unit (D.1.8), if it holds one.
+std::optional<uint32_t> ReadRecoveryFrameCount(const std::vector<uint8_t>& rbsp) {
+  CmBitReader reader(rbsp.data(), rbsp.size());
+  while (reader.HasMoreData()) {
+    uint32_t type = 0, size = 0;
+    uint32_t byte = 0xFF;
+    while (byte == 0xFF && !reader.IsOverrun()) {
+      byte = reader.ReadBits(8);
+      type += byte;
+    }
+    byte = 0xFF;
+    while (byte == 0xFF && !reader.IsOverrun()) {
+      byte = reader.ReadBits(8);
+      size += byte;
+    }
+    if (reader.IsOverrun()) {
+      return std::nullopt;
+    }
+    if (type == 6) {
+      const uint32_t count = reader.ReadUE();
+      return reader.IsOverrun() ? std::nullopt : std::optional<uint32_t>(count);
+    }
+    reader.Skip(size_t{size} * 8);
+  }
+  return std::nullopt;
 }
 
 } // namespace
@@ -164,6 +193,10 @@ void TaskSupplier::HandleUnit(const uint8_t* unit, size_t size, double time, int
   }
   case NalSei:
     CompletePicture();
+    ExtractPayload(unit + 1, size - 1, rbsp);
+    if (const auto count = ReadRecoveryFrameCount(rbsp)) {
+      m_PendingRecoveryCount = count;
+    }
     return;
   case NalSequenceParameterSet: {
     ExtractPayload(unit + 1, size - 1, rbsp);
@@ -283,7 +316,9 @@ void TaskSupplier::AddSlice(H264Slice&& added, double time, int32_t frameId) {
     return;
   }
   if (m_WaitingForKeyUnit) {
-    if (!slice.header.IsIdr() || slice.header.sliceType != SliceI) {
+    // A recovery point is a place to start too: the pictures before the one
+    // it names stay hidden.
+    if (!m_PendingRecoveryCount && (!slice.header.IsIdr() || slice.header.sliceType != SliceI)) {
       return;
     }
     m_WaitingForKeyUnit = false;
@@ -361,7 +396,6 @@ bool TaskSupplier::StartPicture(const SmSliceHeader& header, const SmSequencePar
     field.SetId(m_NextPictureId++);
     field.SetPoc(m_Top);
     field.SetFieldDecoded(true);
-    frame->frameInfo[1 - m_CurrentField].state = H264DecoderFrameInfo::SecondFieldWaiting;
   }
   frame->frameNum = static_cast<int32_t>(header.frameNum);
   frame->time = time;
@@ -383,6 +417,23 @@ bool TaskSupplier::StartPicture(const SmSliceHeader& header, const SmSequencePar
     frame->frameInfo[1 - m_CurrentField].state = H264DecoderFrameInfo::SecondFieldWaiting;
   }
   m_CurrentFrame = frame;
+  // Decoding that starts at a recovery point, without the pictures before
+  // it, is right only from the picture that the point names on (in order
+  // of frame_num): the ones before it stay hidden, as any decoder hides
+  // them, and keep only their place in the order of times.
+  if (header.IsIdr()) {
+    m_RecoveryFrameNum.reset();
+  } else if (m_PendingRecoveryCount && m_References.frames.empty()) {
+    m_RecoveryFrameNum = (header.frameNum + *m_PendingRecoveryCount) % maxFrameNum;
+  }
+  m_PendingRecoveryCount.reset();
+  if (m_RecoveryFrameNum) {
+    if (header.frameNum == *m_RecoveryFrameNum) {
+      m_RecoveryFrameNum.reset();
+    } else {
+      frame->hideFromOutput = true;
+    }
+  }
   // A stream that begins on a P or B picture: one grey frame stands in for
   // its references, never shown.
   if (header.sliceType != SliceI && m_References.frames.empty()) {
@@ -607,6 +658,8 @@ void TaskSupplier::RecoveryReset() {
   m_NoFrameCounter = 0;
   m_ShownOrder.reset();
   m_LowDelayActive = m_Settings.lowDelay;
+  m_PendingRecoveryCount.reset();
+  m_RecoveryFrameNum.reset();
 }
 
 } // namespace MCL

@@ -137,6 +137,11 @@ private:
   int32_t m_DpbDelay = 1;
   int32_t m_ExtraFrames = 2;
   bool m_LowDelayActive = false;
+  // A recovery point message met for the picture to come: its frame count.
+  std::optional<uint32_t> m_PendingRecoveryCount;
+  // While decoding recovers from a start at a recovery point: the frame_num
+  // of the first picture to show.
+  std::optional<uint32_t> m_RecoveryFrameNum;
   // The order count of the picture shown last in this generation.
   std::optional<int32_t> m_ShownOrder;
   bool m_WaitingForKeyUnit = false;
