@@ -444,3 +444,59 @@ TEST(H264FieldPictures, EightByEightFieldScanMatchesFfmpeg) {
     }
   }
 }
+
+// Memory management in fields names single fields by field picture numbers:
+// unmarking one field leaves its sibling a reference, the lists of later
+// fields skip it, the sliding window counts the frame while either field is
+// left, and a second field may unmark its own first field.
+TEST(H264FieldPictures, MemoryManagementUnmarksSingleFields) {
+  REQUIRE_FFMPEG();
+  CmH264StreamWriter writer;
+  SmWriterSps sps = InterlacedSequence();
+  sps.maxNumRefFrames = 4;
+  sps.maxDecFrameBuffering = 4;
+  writer.WriteSps(sps);
+  writer.WritePps(SmWriterPps{});
+  SmWriterSlice idr = Field(SmWriterSlice::I, 0, false, 0, 0);
+  idr.idr = true;
+  writer.WriteSlice(idr, IntraField(1));
+  writer.WriteSlice(Field(SmWriterSlice::P, 0, true, 1, 0), PredictedField({0}, 2));
+  for (uint32_t frame = 1; frame < 3; ++frame) {
+    writer.WriteSlice(WithActive(Field(SmWriterSlice::P, frame, false, 8 * frame, 0), 2),
+                      PredictedField({0, 1}, static_cast<int>(frame) * 2 + 1));
+    writer.WriteSlice(WithActive(Field(SmWriterSlice::P, frame, true, 8 * frame + 1, 0), 2),
+                      PredictedField({1, 0}, static_cast<int>(frame) * 2 + 2));
+  }
+  // Top field of frame 3 (CurrPicNum 7) unmarks the bottom field of frame 1
+  // (PicNum 2) and the top field of frame 0 (PicNum 1).
+  SmWriterSlice unmark = WithActive(Field(SmWriterSlice::P, 3, false, 24, 0), 4);
+  unmark.adaptiveMarking = true;
+  unmark.mmcos = {SmWriterMmco{1, 4, 0}, SmWriterMmco{1, 5, 0}};
+  writer.WriteSlice(unmark, PredictedField({0, 1, 2, 3}, 7));
+  // Its bottom field's list: frame 2 bottom, frame 3 top, frame 0 bottom,
+  // frame 2 top, frame 1 top.
+  writer.WriteSlice(WithActive(Field(SmWriterSlice::P, 3, true, 25, 0), 5),
+                    PredictedField({4, 2, 0, 3, 1}, 8));
+  // Frame 4: the sliding window drops frame 0's bottom field; the bottom
+  // field unmarks its own top field (PicNum 8 of CurrPicNum 9).
+  writer.WriteSlice(WithActive(Field(SmWriterSlice::P, 4, false, 32, 0), 6),
+                    PredictedField({5, 4, 3, 2, 1, 0}, 9));
+  SmWriterSlice own = WithActive(Field(SmWriterSlice::P, 4, true, 33, 0), 6);
+  own.adaptiveMarking = true;
+  own.mmcos = {SmWriterMmco{1, 0, 0}};
+  writer.WriteSlice(own, PredictedField({0, 5, 1, 4, 2, 3}, 10));
+  // Frame 5 sees frame 4's bottom field alone.
+  writer.WriteSlice(WithActive(Field(SmWriterSlice::P, 5, false, 40, 0), 6),
+                    PredictedField({0, 1, 2, 3, 4, 5}, 11));
+  writer.WriteSlice(WithActive(Field(SmWriterSlice::P, 5, true, 41, 0), 6),
+                    PredictedField({5, 3, 1, 0, 2, 4}, 12));
+
+  const SmDecoded ours = DecodeWithEngine(writer);
+  EXPECT_FALSE(ours.unsupported);
+  const Frames expected = DecodeWithFfmpeg(writer);
+  ASSERT_EQ(ours.frames.size(), 6u);
+  ASSERT_EQ(expected.size(), ours.frames.size());
+  for (size_t i = 0; i < expected.size(); ++i) {
+    EXPECT_TRUE(ours.frames[i] == expected[i]) << "frame " << i;
+  }
+}

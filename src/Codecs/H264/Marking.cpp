@@ -17,6 +17,39 @@ template <typename F> bool RemoveIf(std::vector<SmReferenceFrame>& frames, F con
   return found;
 }
 
+// The commands of a field's dec_ref_pic_marking, which name single fields
+// by their field picture numbers: twice FrameNumWrap, plus one for the
+// current field's parity. Only 1, a short-term field unmarked, is carried
+// out; the slice header refuses fields with the others.
+bool MarkFieldsAdaptively(SmReferenceState& state, const SmSliceHeader& header, int parity,
+                          uint32_t maxFrameNum) {
+  std::vector<SmReferenceFrame>& frames = state.frames;
+  const int64_t currPicNum = 2 * int64_t{header.frameNum} + 1;
+  bool ok = true;
+  for (uint8_t i = 0; i < header.markingCount; ++i) {
+    const SmMarkingOperation& op = header.marking[i];
+    if (op.operation != 1) {
+      ok = false;
+      continue;
+    }
+    const int64_t picNumX = currPicNum - (int64_t{op.differenceOfPicNums} + 1);
+    bool found = false;
+    for (SmReferenceFrame& frame : frames) {
+      for (int p = 0; p < 2 && !frame.longTerm; ++p) {
+        const int64_t picNum =
+            2 * GetPicNum(frame, header.frameNum, maxFrameNum) + (p == parity ? 1 : 0);
+        if ((frame.fields & (1 << p)) != 0 && picNum == picNumX) {
+          frame.fields = static_cast<uint8_t>(frame.fields & ~(1 << p));
+          found = true;
+        }
+      }
+    }
+    RemoveIf(frames, [](const SmReferenceFrame& f) { return f.fields == 0; });
+    ok = ok && found;
+  }
+  return ok;
+}
+
 } // namespace
 
 bool MarkReferences(SmReferenceState& state, const SmSliceHeader& header, const CmPicture* current,
@@ -24,14 +57,22 @@ bool MarkReferences(SmReferenceState& state, const SmSliceHeader& header, const 
   std::vector<SmReferenceFrame>& frames = state.frames;
   SmReferenceFrame self{current, header.frameNum, false, 0,
                         static_cast<uint8_t>(parity < 0 ? 3 : 1 << parity)};
+  bool ok = true;
   if (parity >= 0) {
+    if (header.adaptiveMarking) {
+      ok = MarkFieldsAdaptively(state, header, parity, maxFrameNum);
+    }
     // The second field of a reference field pair: no sliding window, the
     // pair is one entry.
     for (SmReferenceFrame& frame : frames) {
       if (frame.picture == current) {
         frame.fields = static_cast<uint8_t>(frame.fields | self.fields);
-        return true;
+        return ok;
       }
+    }
+    if (header.adaptiveMarking) {
+      frames.push_back(self);
+      return ok;
     }
   }
   if (header.IsIdr()) {
@@ -41,7 +82,6 @@ bool MarkReferences(SmReferenceState& state, const SmSliceHeader& header, const 
     frames.push_back(self);
     return true;
   }
-  bool ok = true;
   bool selfLongTerm = false;
   if (header.adaptiveMarking) {
     const uint32_t currentNum = header.frameNum;
