@@ -157,6 +157,7 @@ SmDecoded DecodeWithEngine(const CmH264StreamWriter& writer) {
     take(false);
   }
   supplier.Flush();
+  decoded.unsupported = supplier.TakeUnsupported() || decoded.unsupported;
   take(true);
   return decoded;
 }
@@ -499,4 +500,40 @@ TEST(H264FieldPictures, MemoryManagementUnmarksSingleFields) {
   for (size_t i = 0; i < expected.size(); ++i) {
     EXPECT_TRUE(ours.frames[i] == expected[i]) << "frame " << i;
   }
+}
+
+// Field coding that is not decoded yet is refused with the unsupported
+// status, never decoded wrongly: long-term references in fields, and the
+// memory management commands other than 1.
+TEST(H264FieldPictures, FieldCodingNotDecodedYetIsRefused) {
+  const auto refused = [](const SmWriterSlice& slice) {
+    CmH264StreamWriter writer;
+    writer.WriteSps(InterlacedSequence());
+    writer.WritePps(SmWriterPps{});
+    writer.WriteSlice(slice,
+                      slice.type == SmWriterSlice::I ? IntraField(1) : PredictedField({0}, 2));
+    return DecodeWithEngine(writer);
+  };
+  SmWriterSlice longTerm = Field(SmWriterSlice::I, 0, false, 0, 1);
+  longTerm.idr = true;
+  longTerm.longTermReference = true;
+  SmDecoded decoded = refused(longTerm);
+  EXPECT_TRUE(decoded.unsupported);
+  EXPECT_TRUE(decoded.frames.empty());
+  for (const uint32_t operation : {2u, 3u, 4u, 5u, 6u}) {
+    SCOPED_TRACE(operation);
+    SmWriterSlice slice = Field(SmWriterSlice::I, 0, false, 0, 1);
+    slice.adaptiveMarking = true;
+    slice.mmcos = {SmWriterMmco{operation, 0, 0}};
+    decoded = refused(slice);
+    EXPECT_TRUE(decoded.unsupported);
+    EXPECT_TRUE(decoded.frames.empty());
+  }
+  // Command 1 is decoded.
+  SmWriterSlice one = Field(SmWriterSlice::I, 0, false, 0, 1);
+  one.adaptiveMarking = true;
+  one.mmcos = {SmWriterMmco{1, 0, 0}};
+  decoded = refused(one);
+  EXPECT_FALSE(decoded.unsupported);
+  EXPECT_EQ(decoded.frames.size(), 1u);
 }
