@@ -537,3 +537,91 @@ TEST(H264FieldPictures, FieldCodingNotDecodedYetIsRefused) {
   EXPECT_FALSE(decoded.unsupported);
   EXPECT_EQ(decoded.frames.size(), 1u);
 }
+
+namespace {
+
+// A frame picture of an interlaced sequence.
+SmWriterSlice FramePicture(uint32_t type, uint32_t frameNum, uint32_t pocLsb,
+                           bool reference = true) {
+  SmWriterSlice slice;
+  slice.type = type;
+  slice.frameNum = frameNum;
+  slice.pocLsb = pocLsb;
+  slice.nalRefIdc = reference ? 1 : 0;
+  slice.disableDeblocking = 0;
+  return slice;
+}
+
+// Direct (skipped) macroblocks between others of either list and of both.
+std::vector<MB> DirectMostly(uint32_t count, int seed) {
+  std::vector<MB> mbs;
+  for (uint32_t a = 0; a < count; ++a) {
+    switch (a % 5) {
+    case 1:
+      mbs.push_back(MB::Predicted(MB::L0, 0, seed - 3, 2));
+      break;
+    case 3:
+      mbs.push_back(MB::Predicted(MB::Bi, 0, 1, -2, 0, -1, seed));
+      break;
+    default:
+      mbs.push_back(MB{});
+    }
+  }
+  return mbs;
+}
+
+} // namespace
+
+// Direct prediction between a field and a frame-coded picture: a B field
+// whose first picture of list 1 was decoded as a frame takes the motion of
+// the frame's macroblock pair, halved; a B frame whose first picture of
+// list 1 was decoded as two fields takes that of the field nearer in order,
+// doubled. Temporal and spatial, against ffmpeg.
+TEST(H264FieldPictures, DirectPredictionBetweenFieldsAndFramesMatchesFfmpeg) {
+  REQUIRE_FFMPEG();
+  CmH264StreamWriter writer;
+  SmWriterSps sps = InterlacedSequence();
+  sps.maxNumRefFrames = 3;
+  writer.WriteSps(sps);
+  writer.WritePps(SmWriterPps{});
+  SmWriterSlice idr = FramePicture(SmWriterSlice::I, 0, 0);
+  idr.idr = true;
+  std::vector<MB> intra;
+  for (uint32_t a = 0; a < Width * Height; ++a) {
+    intra.push_back(Textured(1, a));
+  }
+  writer.WriteSlice(idr, intra);
+  std::vector<MB> moving;
+  for (uint32_t a = 0; a < Width * Height; ++a) {
+    moving.push_back(a == 6 ? Textured(2, a)
+                            : MB::Predicted(MB::L0, 0, static_cast<int32_t>(a % 4) * 3 - 5,
+                                            static_cast<int32_t>(a % 3) * 7 - 6));
+  }
+  writer.WriteSlice(FramePicture(SmWriterSlice::P, 1, 16), moving);
+  // B fields between the two frames: spatial, then temporal.
+  SmWriterSlice b0 = WithActive(Field(SmWriterSlice::B, 2, false, 8, 0, false), 4, 2);
+  writer.WriteSlice(b0, DirectMostly(FieldCount, 1));
+  SmWriterSlice b1 = WithActive(Field(SmWriterSlice::B, 2, true, 9, 0, false), 4, 2);
+  b1.directSpatial = false;
+  writer.WriteSlice(b1, DirectMostly(FieldCount, 2));
+  // A P field pair from the fields of frame 1 alone.
+  writer.WriteSlice(WithActive(Field(SmWriterSlice::P, 2, false, 24, 0), 2),
+                    PredictedField({0, 1}, 3));
+  writer.WriteSlice(WithActive(Field(SmWriterSlice::P, 2, true, 25, 0), 3),
+                    PredictedField({0, 2}, 4));
+  // B frames between frame 1 and that pair: temporal, then spatial.
+  SmWriterSlice b2 = WithActive(FramePicture(SmWriterSlice::B, 3, 20, false), 2, 1);
+  b2.directSpatial = false;
+  writer.WriteSlice(b2, DirectMostly(Width * Height, 3));
+  SmWriterSlice b3 = WithActive(FramePicture(SmWriterSlice::B, 3, 22, false), 2, 1);
+  writer.WriteSlice(b3, DirectMostly(Width * Height, 4));
+
+  const SmDecoded ours = DecodeWithEngine(writer);
+  EXPECT_FALSE(ours.unsupported);
+  const Frames expected = DecodeWithFfmpeg(writer);
+  ASSERT_EQ(ours.frames.size(), 6u);
+  ASSERT_EQ(expected.size(), ours.frames.size());
+  for (size_t i = 0; i < expected.size(); ++i) {
+    EXPECT_TRUE(ours.frames[i] == expected[i]) << "frame " << i;
+  }
+}

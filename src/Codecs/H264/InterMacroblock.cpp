@@ -207,33 +207,70 @@ bool CmSliceDecoder::PredictDirect(uint32_t address, unsigned mask) {
   if (list1.pictures.empty() || list1.pictures[0] == nullptr) {
     return false;
   }
-  const CmPicture& colPicture = *list1.pictures[0];
-  if (colPicture.GetWidthInMbs() != m_Picture->GetWidthInMbs() ||
-      colPicture.GetHeightInMbs() != m_Picture->GetHeightInMbs()) {
+  const CmPicture& list1First = *list1.pictures[0];
+  // Where the co-located motion lies (8.4.1.2.1): in the first picture of
+  // list 1 when it was coded the way the current one is; for a field whose
+  // reference was decoded as a frame, in that frame, whose vectors count
+  // frame lines; for a frame whose reference was decoded as two fields, in
+  // the field nearer in order, whose vectors count field lines.
+  enum { OneToOne, FrameToField, FieldToFrame } vertical = OneToOne;
+  const CmPicture* colPicture = &list1First;
+  const uint32_t width = m_Picture->GetWidthInMbs();
+  if (m_Picture->GetParity() >= 0 && !list1First.IsFieldDecoded()) {
+    vertical = FrameToField;
+    colPicture = list1First.GetFrame();
+  } else if (m_Picture->GetParity() < 0 && list1First.IsFieldDecoded()) {
+    vertical = FieldToFrame;
+    const CmPicture* top = list1First.FindField(0);
+    const CmPicture* bottom = list1First.FindField(1);
+    if (top == nullptr || bottom == nullptr) {
+      return false;
+    }
+    const int32_t current = m_Picture->GetPoc();
+    colPicture =
+        std::abs(top->GetPoc() - current) < std::abs(bottom->GetPoc() - current) ? top : bottom;
+  }
+  if (colPicture == nullptr || colPicture->GetWidthInMbs() != width) {
     return false;
   }
-  const SmMacroblockInfo& col = colPicture.GetMacroblocks()[address];
+  const uint32_t colCount = width * colPicture->GetHeightInMbs();
   const bool inference = m_Sps->direct8x8Inference;
-  // The co-located block of 4x4 block (x, y): with direct_8x8_inference
-  // the corner block of its 8x8 block.
-  const auto colBlock = [inference](int x, int y) {
-    return inference ? (x / 2) * 3 + 4 * ((y / 2) * 3) : x + 4 * y;
+  // The co-located macroblock and 4x4 block of 4x4 block (x, y): with
+  // direct_8x8_inference the corner block of its 8x8 block; between frame
+  // and field, the macroblock of the pair or of the other field's row that
+  // covers the same lines.
+  const auto locate = [&](int x, int y, int& block) -> const SmMacroblockInfo* {
+    const int xCol = inference ? (x / 2) * 3 : x;
+    const int yCol = inference ? (y / 2) * 12 : 4 * y; // luma lines
+    uint32_t colAddress = address;
+    int yM = yCol;
+    if (vertical == FrameToField) {
+      colAddress = 2 * width * (address / width) + address % width + width * (yCol / 8);
+      yM = (2 * yCol) % 16;
+    } else if (vertical == FieldToFrame) {
+      colAddress = width * (address / (2 * width)) + address % width;
+      yM = 8 * ((address / width) % 2) + 4 * (yCol / 8);
+    }
+    block = xCol + 4 * (yM / 4);
+    return colAddress < colCount ? &colPicture->GetMacroblocks()[colAddress] : nullptr;
   };
-  const auto colMotion = [&col](int block, int& refIdx, const int16_t*& mv, uint32_t& picture) {
+  static constexpr int16_t Zero[2] = {0, 0};
+  const auto colMotion = [&](int x, int y, int& refIdx, const int16_t*& mv, uint32_t& picture) {
+    int block = 0;
+    const SmMacroblockInfo* found = locate(x, y, block);
     const int b8 = (block % 4) / 2 + 2 * ((block / 4) / 2);
-    static constexpr int16_t Zero[2] = {0, 0};
-    if (IsIntra(col.kind)) {
+    if (found == nullptr || IsIntra(found->kind)) {
       refIdx = -1;
       mv = Zero;
       picture = 0;
-    } else if (col.refIdx[0][b8] >= 0) {
-      refIdx = col.refIdx[0][b8];
-      mv = col.mv[0][block];
-      picture = col.refPicture[0][b8];
+    } else if (found->refIdx[0][b8] >= 0) {
+      refIdx = found->refIdx[0][b8];
+      mv = found->mv[0][block];
+      picture = found->refPicture[0][b8];
     } else {
-      refIdx = col.refIdx[1][b8];
-      mv = col.mv[1][block];
-      picture = col.refPicture[1][b8];
+      refIdx = found->refIdx[1][b8];
+      mv = found->mv[1][block];
+      picture = found->refPicture[1][b8];
     }
   };
   // Each 4x4 block of the chosen 8x8 blocks with its co-located motion.
@@ -248,7 +285,7 @@ bool CmSliceDecoder::PredictDirect(uint32_t address, unsigned mask) {
           int colRef = -1;
           const int16_t* colMv = nullptr;
           uint32_t colPic = 0;
-          colMotion(colBlock(x, y), colRef, colMv, colPic);
+          colMotion(x, y, colRef, colMv, colPic);
           if (!use(x, y, colRef, colMv, colPic)) {
             return false;
           }
@@ -309,10 +346,28 @@ bool CmSliceDecoder::PredictDirect(uint32_t address, unsigned mask) {
     if (colRef >= 0) {
       // The lowest index of list 0 that names the picture the
       // co-located block referred to.
+      // Between frame and field, the field of the same parity of the frame
+      // referred to, or the frame of the field referred to.
       refIdx0 = -1;
       const SmReferenceList& list0 = m_Lists[0];
+      const auto names = [&](const CmPicture* candidate) {
+        if (candidate == nullptr) {
+          return false;
+        }
+        if (vertical == FrameToField) {
+          return candidate->GetFrame() != nullptr && candidate->GetFrame()->GetId() == colPic &&
+                 candidate->GetParity() == m_Picture->GetParity();
+        }
+        if (vertical == FieldToFrame) {
+          const CmPicture* top = candidate->FindField(0);
+          const CmPicture* bottom = candidate->FindField(1);
+          return (top != nullptr && top->GetId() == colPic) ||
+                 (bottom != nullptr && bottom->GetId() == colPic);
+        }
+        return candidate->GetId() == colPic;
+      };
       for (size_t k = 0; k < list0.pictures.size(); ++k) {
-        if (list0.pictures[k] != nullptr && list0.pictures[k]->GetId() == colPic) {
+        if (names(list0.pictures[k])) {
           refIdx0 = static_cast<int>(k);
           break;
         }
@@ -326,9 +381,15 @@ bool CmSliceDecoder::PredictDirect(uint32_t address, unsigned mask) {
       return false;
     }
     const CmPicture& pic0 = *m_Lists[0].pictures[static_cast<size_t>(refIdx0)];
+    // The co-located vector in the current picture's lines.
+    const int16_t mvCol[2] = {colMv[0],
+                              static_cast<int16_t>(vertical == FrameToField   ? colMv[1] / 2
+                                                   : vertical == FieldToFrame ? colMv[1] * 2
+                                                                              : colMv[1])};
+    colMv = mvCol;
     int16_t mv0[2], mv1[2];
     const int tb = PocDistance(currentPoc, pic0.GetPoc());
-    const int td = PocDistance(colPicture.GetPoc(), pic0.GetPoc());
+    const int td = PocDistance(list1First.GetPoc(), pic0.GetPoc());
     if (m_Lists[0].longTerm[static_cast<size_t>(refIdx0)] != 0 || td == 0) {
       mv0[0] = colMv[0], mv0[1] = colMv[1];
       mv1[0] = mv1[1] = 0;

@@ -71,6 +71,7 @@ CmPicture& CmPicture::GetField(int parity) {
   if (field == nullptr) {
     field = std::make_unique<CmPicture>();
     field->m_Parity = parity;
+    field->m_Frame = this;
   }
   field->Allocate(m_WidthInMbs, m_HeightInMbs / 2, m_Monochrome);
   return *field;

@@ -91,6 +91,8 @@ public:
   // The frame's two fields, made on first use with the frame's size.
   CmPicture& GetField(int parity);
   const CmPicture* FindField(int parity) const { return m_Fields[parity].get(); }
+  // The frame of a field; null for a frame.
+  const CmPicture* GetFrame() const { return m_Frame; }
   CmPicture* FindField(int parity) { return m_Fields[parity].get(); }
   // Copies a decoded field into every other line of the frame, or the
   // frame's lines out into its fields, borders included.
@@ -111,6 +113,7 @@ private:
   uint32_t m_Id = 0;
   int32_t m_Poc = 0;
   int m_Parity = -1;
+  const CmPicture* m_Frame = nullptr;
   bool m_FieldDecoded = false;
   std::unique_ptr<CmPicture> m_Fields[2];
   std::unique_ptr<uint8_t[]> m_Memory;

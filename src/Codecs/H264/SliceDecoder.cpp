@@ -455,11 +455,6 @@ CmSliceDecoder::SmResult CmSliceDecoder::Decode(CmBitReader& reader, const SmSli
       }
     }
   }
-  // Direct prediction from a co-located picture coded the other way (a
-  // field from a frame, a frame from a field pair) is not decoded yet.
-  if (b && (picture.GetParity() >= 0) != lists[1].pictures[0]->IsFieldDecoded()) {
-    return Unsupported;
-  }
   m_Header = &header;
   m_Sps = &sps;
   m_Pps = &pps;
