@@ -3,11 +3,13 @@
 #include <algorithm>
 #include <cstring>
 #include <limits>
+#include <mutex>
 #include <vector>
 
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavutil/frame.h>
+#include <libavutil/log.h>
 }
 
 #include "Codecs/MCL/VideoData.h"
@@ -85,6 +87,10 @@ Status LibavVideoDecoder::Init(BaseCodecParams* params) {
   if (base != StatusOk) {
     return base;
   }
+  // Damage is told through the statuses; libavcodec's own account of it
+  // would go to the host's standard error.
+  static std::once_flag quiet;
+  std::call_once(quiet, [] { av_log_set_level(AV_LOG_QUIET); });
   const AVCodec* codec =
       avcodec_find_decoder(m_Engine == Engine::MPEG4 ? AV_CODEC_ID_MPEG4 : AV_CODEC_ID_H263);
   if (codec == nullptr) {
@@ -166,11 +172,12 @@ Status LibavVideoDecoder::Feed(const uint8_t* data, size_t size, double time, in
   if (sent == AVERROR(EAGAIN)) {
     return StatusFrameHeld;
   }
-  state.waiting.push_back({state.nextOrder, time, frameId});
   ++state.nextOrder;
   if (sent < 0) {
+    // An input refused outright gives no picture, and so no time to hand on.
     return StatusOf(sent);
   }
+  state.waiting.push_back({state.nextOrder - 1, time, frameId});
   return StatusOk;
 }
 
