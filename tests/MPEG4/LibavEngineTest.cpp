@@ -42,6 +42,7 @@ const SmCase kCorpus[] = {
     kAdvancedSimple,
     {"B pictures and quarter-pel", true, "mkv",
      "-c:v mpeg4 -bf 2 -flags +qpel+cgop -sc_threshold 1000000000 -g 10 -q:v 4", 80, 48, 20},
+    {"open groups of B pictures", true, "avi", "-c:v mpeg4 -bf 2 -g 25 -q:v 4", 64, 48, 50},
     {"interlaced", true, "mkv", "-c:v mpeg4 -flags +ildct+ilme -bf 1 -g 6 -q:v 4", 96, 64, 12},
     {"H.263 sub-QCIF", false, "avi", "-c:v h263 -g 6 -q:v 5", 128, 96, 10},
     {"H.263 QCIF, overlapped blocks", false, "avi", "-c:v h263 -g 6 -obmc 1 -q:v 5", 176, 144, 10},
@@ -276,6 +277,41 @@ TEST(LibavEngine, AnalysersReadThePictureSize) {
     EXPECT_EQ(size, NmMediaProcessing::SmVideoSize(c.width, c.height));
     const std::vector<uint8_t> noise(200, 0x5A);
     EXPECT_FALSE(analyzer->Analyze(noise.data(), noise.size(), size));
+  }
+}
+
+} // namespace
+
+namespace {
+
+// Decoding that starts at the intra picture of an open group: the B pictures
+// behind it that refer to the group before are dropped, and every picture
+// that does come out has its own time and is ffmpeg's picture of that time.
+TEST(LibavEngine, StartingInsideAnOpenGroupKeepsTheTimesRight) {
+  CmTempDirectory dir;
+  const SmCase open{"open groups", true, "avi", "-c:v mpeg4 -bf 2 -g 12 -q:v 4", 64, 48, 30};
+  const std::string path = MakeClip(dir, open);
+  ASSERT_FALSE(path.empty());
+  const SmClip clip = Demux(path);
+  const auto reference = ReferencePictures(dir, path, open.width, open.height);
+  ASSERT_EQ(reference.size(), clip.pictures.size());
+  size_t start = 1;
+  while (start < clip.intra.size() && !clip.intra[start]) {
+    ++start;
+  }
+  ASSERT_LT(start, clip.intra.size());
+  SmClip tail;
+  tail.pictures.assign(clip.pictures.begin() + static_cast<std::ptrdiff_t>(start),
+                       clip.pictures.end());
+  tail.intra.assign(clip.intra.begin() + static_cast<std::ptrdiff_t>(start), clip.intra.end());
+  tail.times.assign(clip.times.begin() + static_cast<std::ptrdiff_t>(start), clip.times.end());
+  auto engine = OpenEngine(true);
+  const std::vector<SmPicture> pictures = DecodeClip(*engine, tail);
+  ASSERT_GE(pictures.size(), tail.pictures.size() - 2);
+  for (const SmPicture& picture : pictures) {
+    const size_t f = DisplayIndex(clip, picture.time);
+    ASSERT_LT(f, reference.size());
+    EXPECT_TRUE(picture.samples == reference[f]) << "picture at " << f;
   }
 }
 

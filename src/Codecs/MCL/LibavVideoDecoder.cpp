@@ -39,10 +39,23 @@ Status StatusOf(int error) {
   return StatusFailed;
 }
 
+// The coding type of the first MPEG-4 VOP of the data: 0 I, 1 P, 2 B, 3 S;
+// -1 when there is none.
+int FirstVopCodingType(const uint8_t* data, size_t size) {
+  for (size_t i = 0; i + 4 < size; ++i) {
+    if (data[i] == 0 && data[i + 1] == 0 && data[i + 2] == 1 && data[i + 3] == 0xB6) {
+      return data[i + 4] >> 6;
+    }
+  }
+  return -1;
+}
+
 struct Waiting {
   int64_t order;
   double time;
   int32_t frameId;
+  // The input of a picture that libavcodec dropped: only its time counts.
+  bool dropped = false;
 };
 
 } // namespace
@@ -67,6 +80,11 @@ struct LibavVideoDecoder::State {
   // Skipping modes give each picture its own time: the pictures dropped
   // before it would otherwise leave their earlier times behind.
   bool ownTimes = false;
+  // Pictures that others refer to, decoded since the start or the reset.
+  int anchors = 0;
+  // How many of the smallest waiting times belong to pictures that were
+  // dropped and never leave.
+  int timesToDrop = 0;
   int width = 0;
   int height = 0;
 };
@@ -177,6 +195,22 @@ Status LibavVideoDecoder::Feed(const uint8_t* data, size_t size, double time, in
     // An input refused outright gives no picture, and so no time to hand on.
     return StatusOf(sent);
   }
+  if (m_Engine == Engine::MPEG4) {
+    // libavcodec drops a B picture that lacks its earlier reference, as
+    // those of an open group do when decoding starts at its intra picture:
+    // such a picture never leaves, so its time must not wait for it.
+    // Those pictures come before the intra picture in display order, so it
+    // is the smallest times that go, not theirs.
+    const int type = FirstVopCodingType(data, size);
+    if (type == 2 && state.anchors < 2) {
+      state.waiting.push_back({state.nextOrder - 1, time, frameId, true});
+      ++state.timesToDrop;
+      return StatusOk;
+    }
+    if (type == 0 || type == 1 || type == 3) {
+      ++state.anchors;
+    }
+  }
   state.waiting.push_back({state.nextOrder - 1, time, frameId});
   return StatusOk;
 }
@@ -195,6 +229,9 @@ Status LibavVideoDecoder::GetFrame(MediaData* input, MediaData* output) {
       avcodec_flush_buffers(state.context);
       state.draining = false;
       state.waiting.clear();
+      state.awaitIntra = true;
+      state.anchors = 0;
+      state.timesToDrop = 0;
     }
     if (input->GetDataSize() == 0) {
       return StatusNotEnoughData;
@@ -243,6 +280,7 @@ Status LibavVideoDecoder::Deliver(MediaData* output) {
     ~Unref() { av_frame_unref(frame); }
   } unref{&frame};
 
+  DropTimesOfDroppedPictures();
   // The picture's own input, and the earliest time still waiting.
   const int64_t order = frame.pts;
   std::erase_if(state.waiting,
@@ -301,6 +339,33 @@ Status LibavVideoDecoder::Deliver(MediaData* output) {
   return m_PostProcessing->GetFrame(&decoded, output);
 }
 
+void LibavVideoDecoder::DropTimesOfDroppedPictures() {
+  State& state = *m_State;
+  if (state.timesToDrop == 0) {
+    return;
+  }
+  // The smallest times go; the others stay with the inputs still waiting,
+  // in the order of their times.
+  std::vector<double> times;
+  for (const Waiting& w : state.waiting) {
+    times.push_back(w.time);
+  }
+  std::sort(times.begin(), times.end());
+  const auto dropped = std::min<size_t>(static_cast<size_t>(state.timesToDrop), times.size());
+  times.erase(times.begin(), times.begin() + static_cast<std::ptrdiff_t>(dropped));
+  std::erase_if(state.waiting, [](const Waiting& w) { return w.dropped; });
+  std::vector<Waiting*> byTime;
+  for (Waiting& w : state.waiting) {
+    byTime.push_back(&w);
+  }
+  std::stable_sort(byTime.begin(), byTime.end(),
+                   [](const Waiting* a, const Waiting* b) { return a->time < b->time; });
+  for (size_t i = 0; i < byTime.size() && i < times.size(); ++i) {
+    byTime[i]->time = times[i];
+  }
+  state.timesToDrop = 0;
+}
+
 Status LibavVideoDecoder::GetInfo(BaseCodecParams* params) {
   auto* videoParams = dynamic_cast<VideoDecoderParams*>(params);
   if (videoParams == nullptr) {
@@ -344,6 +409,8 @@ Status LibavVideoDecoder::Reset() {
   m_State->waiting.clear();
   m_State->draining = false;
   m_State->awaitIntra = true;
+  m_State->anchors = 0;
+  m_State->timesToDrop = 0;
   return StatusOk;
 }
 

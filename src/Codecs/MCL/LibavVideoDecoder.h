@@ -37,6 +37,7 @@ private:
   struct State;
   Status Feed(const uint8_t* data, size_t size, double time, int32_t frameId);
   Status Deliver(MediaData* output);
+  void DropTimesOfDroppedPictures();
 
   Engine m_Engine;
   std::unique_ptr<State> m_State;
