@@ -53,11 +53,14 @@ SmMaterial MakeMaterial() {
   material.clip = (material.directory / "camera.avi").string();
   material.recording = (material.directory / "camera.gbd").string();
   material.tree = (material.directory / "tree.xml").string();
-  // A camera-like scene: moving test pattern with sensor noise, Advanced
-  // Simple with two B pictures between anchors.
+  // A camera-like scene: moving test pattern with sensor noise, two B
+  // pictures between anchors, in closed groups (the B pictures that open a
+  // group refer back across it and are lost when playback starts a group
+  // afresh, which would fail the run).
   if (!System("ffmpeg -nostdin -y -f lavfi -i testsrc2=size=1280x720:rate=25 -frames:v " +
               std::to_string(kPictures) +
-              " -vf noise=alls=8:allf=t -pix_fmt yuv420p -c:v mpeg4 -bf 2 -q:v 4 -g 25 " +
+              " -vf noise=alls=8:allf=t -pix_fmt yuv420p -c:v mpeg4 -bf 2 -flags +cgop "
+              "-sc_threshold 1000000000 -q:v 4 -g 25 " +
               Quote(material.clip))) {
     material.error = "ffmpeg could not make the clip";
     return material;
