@@ -77,6 +77,23 @@ std::vector<std::vector<uint8_t>> RunY4m(const CmScratch& scratch, const std::st
   return pictures;
 }
 
+// The coding types of the clip's pictures in display order ('I', 'P',
+// 'B', 'S'), as ffprobe sees them.
+std::string PictureTypes(const CmScratch& scratch, const std::string& clip) {
+  const std::string types = scratch.Path("types.txt");
+  const std::string command = "ffprobe -v error -threads 1 -select_streams v -show_entries "
+                              "frame=pict_type -of csv=p=0 '" +
+                              clip + "' > '" + types + "'";
+  EXPECT_EQ(std::system(command.c_str()), 0);
+  std::string listed;
+  for (const char c : ReadText(types)) {
+    if (c != '\n') {
+      listed.push_back(c);
+    }
+  }
+  return listed;
+}
+
 const SmClipCase kBFrames{"MPEG-4 with B pictures, closed groups",
                           "b.mp4",
                           "-c:v mpeg4 -bf 2 -flags +qpel+cgop -sc_threshold 1000000000 -g 8 -q:v 4",
@@ -142,27 +159,53 @@ TEST(VzkImportMPEG4, KeyFramesOnlyDecodesTheIntraPictures) {
   const auto pictures = RunY4m(
       scratch, scratch.Write("keys.xml", RecordingTree(recording, "key_frames_only_video_decoder")),
       frameSize, true);
-  // The places of the intra pictures in display order, as ffprobe sees them.
-  const std::string types = scratch.Path("types.txt");
-  ASSERT_EQ(std::system(("ffprobe -v error -threads 1 -select_streams v -show_entries "
-                         "frame=pict_type -of csv=p=0 '" +
-                         clip + "' > '" + types + "'")
-                            .c_str()),
-            0);
-  const std::string listed = ReadText(types);
+  const std::string listed = PictureTypes(scratch, clip);
   std::vector<size_t> intra;
-  for (size_t at = 0, f = 0; at < listed.size(); at = listed.find('\n', at) + 1, ++f) {
-    if (listed[at] == 'I') {
+  for (size_t f = 0; f < listed.size(); ++f) {
+    if (listed[f] == 'I') {
       intra.push_back(f);
-    }
-    if (listed.find('\n', at) == std::string::npos) {
-      break;
     }
   }
   ASSERT_GE(intra.size(), 3u);
   ASSERT_EQ(pictures.size(), intra.size());
   for (size_t k = 0; k < pictures.size(); ++k) {
     EXPECT_TRUE(pictures[k] == reference[intra[k]]) << "intra picture " << k;
+  }
+}
+
+// Open groups: playback decodes group by group, so the B pictures in front
+// of each later intra picture, which refer back into the group before, are
+// told as not delivered; every other picture is ffmpeg's, in its place.
+TEST(VzkImportMPEG4, OpenGroupsLoseOnlyTheirLeadingBPictures) {
+  CmScratch scratch;
+  const SmClipCase open{"open groups", "open.avi", "-c:v mpeg4 -bf 2 -g 12 -q:v 4", 64, 48, 30};
+  const std::string clip = MakeClip(scratch, open);
+  const size_t frameSize = 64 * 48 * 3 / 2;
+  const auto reference = Reference(scratch, clip, frameSize);
+  ASSERT_EQ(reference.size(), open.frames);
+  const std::string types = PictureTypes(scratch, clip);
+  ASSERT_EQ(types.size(), open.frames);
+  std::vector<bool> lost(open.frames, false);
+  for (size_t f = 1; f < types.size(); ++f) {
+    for (size_t b = f; types[f] == 'I' && b-- > 0 && types[b] == 'B';) {
+      lost[b] = true;
+    }
+  }
+  ASSERT_GE(std::count(lost.begin(), lost.end(), true), 2);
+  const std::string recording = scratch.Path("clip.gbd");
+  ASSERT_EQ(RunVzk({"import", clip, recording}).status, 0);
+  const auto pictures =
+      RunY4m(scratch, scratch.Write("decode.xml", RecordingTree(recording, "video_decoder")),
+             frameSize, true);
+  std::vector<std::vector<uint8_t>> expected;
+  for (size_t f = 0; f < reference.size(); ++f) {
+    if (!lost[f]) {
+      expected.push_back(reference[f]);
+    }
+  }
+  ASSERT_EQ(pictures.size(), expected.size());
+  for (size_t k = 0; k < pictures.size(); ++k) {
+    EXPECT_TRUE(pictures[k] == expected[k]) << "delivered picture " << k;
   }
 }
 
