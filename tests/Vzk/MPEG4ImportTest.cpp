@@ -178,7 +178,7 @@ TEST(VzkImportMPEG4, KeyFramesOnlyDecodesTheIntraPictures) {
 // told as not delivered; every other picture is ffmpeg's, in its place.
 TEST(VzkImportMPEG4, OpenGroupsLoseOnlyTheirLeadingBPictures) {
   CmScratch scratch;
-  const SmClipCase open{"open groups", "open.avi", "-c:v mpeg4 -bf 2 -g 12 -q:v 4", 64, 48, 30};
+  const SmClipCase open{"open groups", "open.avi", "-c:v mpeg4 -bf 2 -g 25 -q:v 4", 64, 48, 50};
   const std::string clip = MakeClip(scratch, open);
   const size_t frameSize = 64 * 48 * 3 / 2;
   const auto reference = Reference(scratch, clip, frameSize);
