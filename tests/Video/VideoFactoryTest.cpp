@@ -135,7 +135,7 @@ TEST(SmartVideoDecoderPointer, CodecChangesByValueAndFailedChangesKeepTheDecoder
 
   // The real factories: a codec without engine leaves no decoder behind.
   CmSmartVideoDecoderPointer real;
-  EXPECT_THROW(real.SetCodec(4), NmError::CmIntegrityError);
+  EXPECT_THROW(real.SetCodec(128), NmError::CmIntegrityError);
   EXPECT_FALSE(real.IsSet());
   real.SetCodec(8);
   EXPECT_TRUE(real.IsSet());
