@@ -209,6 +209,38 @@ TEST(VzkImportMPEG4, OpenGroupsLoseOnlyTheirLeadingBPictures) {
   }
 }
 
+// Live: the recording replayed as a camera through "video_decoder" gives
+// ffmpeg's pictures in display order, starting over at the end.
+TEST(VzkImportMPEG4, LiveDecodingGivesThePicturesInDisplayOrder) {
+  CmScratch scratch;
+  const std::string clip = MakeClip(scratch, kXvid);
+  const size_t frameSize = static_cast<size_t>(kXvid.width * kXvid.height * 3 / 2);
+  const auto reference = Reference(scratch, clip, frameSize);
+  ASSERT_GE(reference.size(), kXvid.frames - 2);
+  const std::string recording = scratch.Path("clip.gbd");
+  ASSERT_EQ(RunVzk({"import", clip, recording}).status, 0);
+  const std::string tree = scratch.Write(
+      "live.xml", "<toolkit type='source'><provider>vzk</provider><config><video_decoder>"
+                  "<synthetic_live><toolkit type='source'><provider>recording</provider><config>"
+                  "<recording file='" +
+                      recording +
+                      "'/></config></toolkit></synthetic_live></video_decoder></config></toolkit>");
+  const SmResult run = RunVzk({"run", tree, "--mode", "live", "--duration", "1", "--format", "y4m",
+                               "--out", scratch.Path("out")});
+  ASSERT_EQ(run.status, 0) << run.err;
+  const std::string stream = ReadText(scratch.Path("out/out.y4m"));
+  ASSERT_EQ(stream.rfind("YUV4MPEG2 ", 0), 0u);
+  size_t k = 0;
+  for (size_t at = stream.find('\n') + 1; at + 6 + frameSize <= stream.size();
+       at += 6 + frameSize, ++k) {
+    const std::vector<uint8_t> picture(stream.begin() + static_cast<std::ptrdiff_t>(at + 6),
+                                       stream.begin() +
+                                           static_cast<std::ptrdiff_t>(at + 6 + frameSize));
+    EXPECT_TRUE(picture == reference[k % reference.size()]) << "live picture " << k;
+  }
+  EXPECT_GE(k, 2u);
+}
+
 std::vector<uint8_t> PictureHere(NmToolkit::ImPlaybackSourceToolkit& playback, int64_t& time) {
   NmToolkit::ImData* raw = nullptr;
   const uint32_t status = playback.GetData(&raw);
