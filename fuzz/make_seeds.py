@@ -171,6 +171,23 @@ def jpeg_decoder():
     }
 
 
+def mpeg4_decoder():
+    # The first byte: bit 0 chooses H.263 over MPEG-4, bit 5 cuts the records
+    # at picture start codes; these seeds are cut so and decoded in full.
+    def stream(size, frames, codec, extra, form):
+        return ffmpeg(testsrc(size, frames) + ["-c:v", codec, "-pix_fmt", "yuv420p"] + extra +
+                      ["-f", form], "." + form)
+    return {
+        "mpeg4-b-qpel": b"\x20" + stream("32x32", 4, "mpeg4", ["-bf", "1", "-flags", "+qpel",
+                                                                "-g", "3"], "m4v"),
+        "mpeg4-interlaced": b"\x20" + stream("32x32", 3, "mpeg4", ["-flags", "+ildct+ilme"],
+                                              "m4v"),
+        "h263": b"\x21" + stream("128x96", 2, "h263", ["-q:v", "20"], "h263"),
+        "h263-plus": b"\x21" + stream("32x32", 3, "h263p", ["-flags", "+aic+loop", "-umv", "1",
+                                                               "-q:v", "20"], "h263"),
+    }
+
+
 def h264_decoder():
     # The first byte chooses the unit framing, skip mode, low delay and how
     # the stream is cut; these seeds are Annex B, fed whole.
@@ -398,6 +415,7 @@ TARGETS = {
     "GenericByteData/GenericByteDataFuzzer": generic_byte_data,
     "H264/fuzz_h264_decoder": h264_decoder,
     "Image/fuzz_image_transformations": image_transformations,
+    "MPEG4/fuzz_mpeg4_decoder": mpeg4_decoder,
     "JPEG/JPEGDecoderFuzzer": jpeg_decoder,
     "Media/fuzz_media_conversion": media_conversion,
     "MediaPlugin/fuzz_media_plugin": media_plugin,

@@ -122,7 +122,7 @@ TEST(StreamAnalyzer, SizeAnalysisUsesTheCodecsAnalyzer) {
   EXPECT_FALSE(Analyze(analyzer, Video(1, true, T0, {}, 8), size));
   EXPECT_EQ(size, (SmVideoSize{7, 7}));
   // A codec without an engine in this build raises through.
-  EXPECT_THROW(Analyze(analyzer, Video(2, true, T0, {}, 4), size), NmError::CmIntegrityError);
+  EXPECT_THROW(Analyze(analyzer, Video(2, true, T0, {}, 128), size), NmError::CmIntegrityError);
   // Codec 0 tells nothing.
   EXPECT_FALSE(Analyze(analyzer, Video(3, true, T0, {}, 0), size));
   const uint8_t bytes[4] = {1, 2, 3, 4};

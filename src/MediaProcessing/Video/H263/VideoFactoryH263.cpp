@@ -1,16 +1,16 @@
 #include "MediaProcessing/Video/H263/VideoFactoryH263.h"
 
 #include "Common/Error/Error.h"
-#include "MediaProcessing/Video/MissingCodecEngine.h"
+#include "MediaProcessing/Video/H263/VideoDecoderH263.h"
 
 namespace NmMediaProcessing {
 
 ImVideoDecoder* CmVideoFactoryH263::CreateDecoder() {
-  RaiseMissingCodecEngine(VZK_LOCATION, "decoder for H.263");
+  return new CmVideoDecoderH263();
 }
 
 ImVideoAnalyzer* CmVideoFactoryH263::CreateAnalyzer() {
-  RaiseMissingCodecEngine(VZK_LOCATION, "analyzer for H.263");
+  return new CmVideoAnalyzerH263();
 }
 
 ImVideoParser* CmVideoFactoryH263::CreateParser() {

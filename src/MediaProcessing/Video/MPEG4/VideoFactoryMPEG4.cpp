@@ -1,16 +1,16 @@
 #include "MediaProcessing/Video/MPEG4/VideoFactoryMPEG4.h"
 
 #include "Common/Error/Error.h"
-#include "MediaProcessing/Video/MissingCodecEngine.h"
+#include "MediaProcessing/Video/MPEG4/VideoDecoderMPEG4.h"
 
 namespace NmMediaProcessing {
 
 ImVideoDecoder* CmVideoFactoryMPEG4::CreateDecoder() {
-  RaiseMissingCodecEngine(VZK_LOCATION, "decoder for MPEG-4");
+  return new CmVideoDecoderMPEG4();
 }
 
 ImVideoAnalyzer* CmVideoFactoryMPEG4::CreateAnalyzer() {
-  RaiseMissingCodecEngine(VZK_LOCATION, "analyzer for MPEG-4");
+  return new CmVideoAnalyzerMPEG4();
 }
 
 ImVideoParser* CmVideoFactoryMPEG4::CreateParser() {

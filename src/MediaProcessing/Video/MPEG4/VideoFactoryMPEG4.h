@@ -4,8 +4,8 @@
 
 namespace NmMediaProcessing {
 
-// The MPEG-4 family. Its codec engine is not in this build yet: making a
-// decoder or an analyser raises a not-implemented integrity error.
+// The MPEG-4 family: decoder and analyser over the MCL engine; there is no
+// stand-alone parser, and asking for one raises an integrity error.
 class CmVideoFactoryMPEG4 : public ImVideoFactory {
 public:
   ImVideoDecoder* CreateDecoder() override;

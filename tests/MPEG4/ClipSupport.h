@@ -1,0 +1,126 @@
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <vector>
+
+extern "C" {
+#include <libavformat/avformat.h>
+}
+
+#include "Codecs/MCL/VideoData.h"
+#include "Codecs/MCL/VideoDecoder.h"
+#include "Codecs/MCL/VideoProcessing.h"
+#include "support/ExternalTools.h"
+
+namespace NmMPEG4Test {
+
+// A clip's coded pictures in decoding order, as a recording keeps them: the
+// stream headers in front of every intra picture, and the n-th picture timed
+// with the n-th smallest presentation time.
+struct SmClip {
+  std::vector<std::vector<uint8_t>> pictures;
+  std::vector<bool> intra;
+  std::vector<double> times;
+};
+
+inline SmClip Demux(const std::string& path) {
+  SmClip clip;
+  AVFormatContext* format = nullptr;
+  if (avformat_open_input(&format, path.c_str(), nullptr, nullptr) < 0) {
+    return clip;
+  }
+  if (avformat_find_stream_info(format, nullptr) < 0 || format->nb_streams < 1) {
+    avformat_close_input(&format);
+    return clip;
+  }
+  const AVCodecParameters& parameters = *format->streams[0]->codecpar;
+  const AVRational base = format->streams[0]->time_base;
+  const std::vector<uint8_t> headers(parameters.extradata,
+                                     parameters.extradata + parameters.extradata_size);
+  AVPacket* packet = av_packet_alloc();
+  std::vector<double> presentation;
+  while (av_read_frame(format, packet) >= 0) {
+    std::vector<uint8_t> bytes(packet->data, packet->data + packet->size);
+    bool intra = (packet->flags & AV_PKT_FLAG_KEY) != 0;
+    // AVI marks every H.263 picture as a key frame; a baseline picture header
+    // tells: the coding type bit follows the 22-bit start code, the 8-bit
+    // reference, 2 marker bits, 3 flags and the 3-bit source format.
+    if (parameters.codec_id == AV_CODEC_ID_H263 && packet->size >= 5 &&
+        ((packet->data[4] >> 2) & 7) != 7) {
+      intra = ((packet->data[4] >> 1) & 1) == 0;
+    }
+    if (intra && !headers.empty() &&
+        (bytes.size() < headers.size() ||
+         !std::equal(headers.begin(), headers.end(), bytes.begin()))) {
+      bytes.insert(bytes.begin(), headers.begin(), headers.end());
+    }
+    clip.pictures.push_back(std::move(bytes));
+    clip.intra.push_back(intra);
+    const int64_t pts = packet->pts != AV_NOPTS_VALUE ? packet->pts : packet->dts;
+    presentation.push_back(static_cast<double>(pts) * base.num / base.den);
+    av_packet_unref(packet);
+  }
+  av_packet_free(&packet);
+  avformat_close_input(&format);
+  std::sort(presentation.begin(), presentation.end());
+  clip.times = presentation;
+  return clip;
+}
+
+// Every picture of ffmpeg's own decode, planes tight, in display order.
+// libavcodec's interlaced MPEG-4 differs between one thread and several, so
+// the reference is made with the thread count of the decode it is for.
+inline std::vector<std::vector<uint8_t>>
+ReferencePictures(const NmTestSupport::CmTempDirectory& dir, const std::string& clip, int width,
+                  int height, int threads = 1) {
+  const std::string raw = dir / "reference.yuv";
+  if (!NmTestSupport::Run("ffmpeg -y -v error -threads " + std::to_string(threads) + " -i '" +
+                          clip + "' -vsync passthrough -f rawvideo -pix_fmt yuv420p '" + raw +
+                          "'")) {
+    return {};
+  }
+  const std::vector<uint8_t> bytes = NmTestSupport::ReadBytes(raw);
+  const size_t size =
+      static_cast<size_t>(width * height + 2 * ((width + 1) / 2) * ((height + 1) / 2));
+  std::vector<std::vector<uint8_t>> pictures;
+  for (size_t at = 0; at + size <= bytes.size(); at += size) {
+    pictures.emplace_back(bytes.begin() + static_cast<std::ptrdiff_t>(at),
+                          bytes.begin() + static_cast<std::ptrdiff_t>(at + size));
+  }
+  return pictures;
+}
+
+struct SmPicture {
+  std::vector<uint8_t> samples;
+  double time = -1.0;
+  int32_t frameId = -1;
+};
+
+// The post-processing stage of a test: keeps a tight copy of each picture.
+class CmCollectingStage : public MCL::VideoProcessing {
+public:
+  MCL::Status GetFrame(MCL::MediaData* input, MCL::MediaData*) override {
+    const auto* picture = dynamic_cast<const MCL::VideoData*>(input);
+    if (picture == nullptr) {
+      return MCL::StatusNullPointer;
+    }
+    SmPicture kept;
+    for (int c = 0; c < picture->GetPlaneCount(); ++c) {
+      for (int32_t y = 0; y < picture->GetPlaneHeight(c); ++y) {
+        const uint8_t* row = picture->GetPlanePointer(c) + y * picture->GetPlanePitch(c);
+        kept.samples.insert(kept.samples.end(), row, row + picture->GetPlaneWidth(c));
+      }
+    }
+    kept.time = picture->GetTime();
+    kept.frameId = picture->GetFrameId();
+    pictures.push_back(std::move(kept));
+    return MCL::StatusOk;
+  }
+
+  std::vector<SmPicture> pictures;
+};
+
+} // namespace NmMPEG4Test
