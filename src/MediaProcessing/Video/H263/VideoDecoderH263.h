@@ -2,39 +2,17 @@
 
 #include "Codecs/MCL/H263VideoDecoder.h"
 #include "Codecs/MCL/VideoDecoderParams.h"
-#include "MediaProcessing/Video/MCL/VideoAnalyzerBaseMCL.h"
-#include "MediaProcessing/Video/MCL/VideoDecoderBaseMCL.h"
+#include "MediaProcessing/Video/MCL/MCLCodecInstance.h"
 
 namespace NmMediaProcessing {
 
-// H.263 pictures through the MCL engine, written straight into the caller's
+// H.263 pictures through its engine over libavcodec, written straight into the caller's
 // image by the MCL adapter.
-class CmVideoDecoderH263 : public ImVideoDecoder {
-public:
-  bool Decode(const uint8_t* data, uint64_t size, int32_t imageId,
-              const NmTimeStamp::CmTimeStamp& time, CmImage& image,
-              SmVideoDecodeResult& result) override {
-    return m_Decoder.Decode(data, size, imageId, time, image, result);
-  }
-  void Reset() override { m_Decoder.Reset(); }
-  SmVideoDecodeParameters GetParameters() const override { return m_Decoder.GetParameters(); }
-  void SetParameters(const SmVideoDecodeParameters& parameters) override {
-    m_Decoder.SetParameters(parameters);
-  }
+class CmVideoDecoderH263
+    : public CmMCLVideoDecoderInstance<MCL::H263VideoDecoder, MCL::VideoDecoderParams, 3> {};
 
-private:
-  CmVideoDecoderBaseMCL<MCL::H263VideoDecoder, MCL::VideoDecoderParams, 3> m_Decoder;
-};
-
-// The picture size of a H.263 stream, from its picture headers.
-class CmVideoAnalyzerH263 : public ImVideoAnalyzer {
-public:
-  bool Analyze(const uint8_t* data, uint64_t size, SmVideoSize& result) override {
-    return m_Analyzer.Analyze(data, size, result);
-  }
-
-private:
-  CmVideoAnalyzerBaseMCL<MCL::H263VideoDecoder, MCL::VideoDecoderParams> m_Analyzer;
-};
+// The picture size of an H.263 stream, from its picture headers.
+class CmVideoAnalyzerH263
+    : public CmMCLVideoAnalyzerInstance<MCL::H263VideoDecoder, MCL::VideoDecoderParams> {};
 
 } // namespace NmMediaProcessing
