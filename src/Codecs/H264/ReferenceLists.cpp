@@ -1,10 +1,36 @@
 #include "Codecs/H264/ReferenceLists.h"
 
+#include <optional>
+
 #include <algorithm>
 
 namespace NmH264 {
 
 namespace {
+
+// The picture number that a list modification command names (8.2.4.3.1 and
+// 8.2.4.3.2): a short-term one from the predicted number and the difference
+// it codes, moving the prediction on; a long-term one as it stands. Frames
+// and fields differ only in the range of the numbers. Nothing for a
+// difference beyond that range.
+std::optional<int64_t> ModifiedPicNum(const SmListModification& command, int64_t maxPicNum,
+                                      int64_t currPicNum, int64_t& picNumPred) {
+  if (command.idc == 2) {
+    return int64_t{command.value};
+  }
+  const int64_t difference = int64_t{command.value} + 1;
+  if (difference > maxPicNum) {
+    return std::nullopt;
+  }
+  int64_t noWrap = command.idc == 0 ? picNumPred - difference : picNumPred + difference;
+  if (noWrap < 0) {
+    noWrap += maxPicNum;
+  } else if (noWrap >= maxPicNum) {
+    noWrap -= maxPicNum;
+  }
+  picNumPred = noWrap;
+  return noWrap > currPicNum ? noWrap - maxPicNum : noWrap;
+}
 
 // PicNum of a short-term frame: FrameNumWrap, which counts frames numbered
 // above the current one as from before the wrap.
@@ -27,28 +53,15 @@ bool Modify(const SmReferenceFrame* const* all, size_t count, const SmSliceHeade
     }
     const SmReferenceFrame* chosen = nullptr;
     const bool isLong = command.idc == 2;
-    int64_t number = 0;
-    if (!isLong) {
-      const int64_t difference = int64_t{command.value} + 1;
-      if (difference > maxFrameNum) {
-        return false;
-      }
-      int64_t noWrap = command.idc == 0 ? picNumPred - difference : picNumPred + difference;
-      if (noWrap < 0) {
-        noWrap += maxFrameNum;
-      } else if (noWrap >= maxFrameNum) {
-        noWrap -= maxFrameNum;
-      }
-      picNumPred = noWrap;
-      number = noWrap > current ? noWrap - maxFrameNum : noWrap;
-    } else {
-      number = command.value;
+    const std::optional<int64_t> number = ModifiedPicNum(command, maxFrameNum, current, picNumPred);
+    if (!number) {
+      return false;
     }
     for (size_t i = 0; i < count; ++i) {
       const SmReferenceFrame* frame = all[i];
       if (frame->longTerm == isLong &&
-          (isLong ? frame->longTermFrameIdx == number
-                  : GetPicNum(*frame, current, maxFrameNum) == number)) {
+          (isLong ? frame->longTermFrameIdx == *number
+                  : GetPicNum(*frame, current, maxFrameNum) == *number)) {
         chosen = frame;
       }
     }
@@ -63,8 +76,8 @@ bool Modify(const SmReferenceFrame* const* all, size_t count, const SmSliceHeade
     for (size_t i = refIdx; i <= active; ++i) {
       const SmReferenceFrame* entry = entries[i];
       const bool same = entry != nullptr && entry->longTerm == isLong &&
-                        (isLong ? entry->longTermFrameIdx == number
-                                : GetPicNum(*entry, current, maxFrameNum) == number);
+                        (isLong ? entry->longTermFrameIdx == *number
+                                : GetPicNum(*entry, current, maxFrameNum) == *number);
       if (!same) {
         entries[kept++] = entry;
       }
@@ -212,27 +225,15 @@ bool BuildFieldLists(const std::vector<SmReferenceFrame>& frames, const SmSliceH
           return false;
         }
         const bool isLong = command.idc == 2;
-        int64_t number = 0;
-        if (!isLong) {
-          const int64_t difference = int64_t{command.value} + 1;
-          if (difference > maxPicNum) {
-            return false;
-          }
-          int64_t noWrap = command.idc == 0 ? picNumPred - difference : picNumPred + difference;
-          if (noWrap < 0) {
-            noWrap += maxPicNum;
-          } else if (noWrap >= maxPicNum) {
-            noWrap -= maxPicNum;
-          }
-          picNumPred = noWrap;
-          number = noWrap > currPicNum ? noWrap - maxPicNum : noWrap;
-        } else {
-          number = command.value;
+        const std::optional<int64_t> number =
+            ModifiedPicNum(command, maxPicNum, currPicNum, picNumPred);
+        if (!number) {
+          return false;
         }
         const auto matches = [&](const CmPicture* field) {
           const SmReferenceFrame* frame = field == nullptr ? nullptr : frameOf(field);
           return frame != nullptr && frame->longTerm == isLong &&
-                 GetFieldPicNum(*field, *frame, parity, current, maxFrameNum) == number;
+                 GetFieldPicNum(*field, *frame, parity, current, maxFrameNum) == *number;
         };
         const CmPicture* chosen = nullptr;
         for (const SmField& f : all) {
