@@ -289,24 +289,6 @@ TEST(VzkImport, InterlacedH264ComesOutWovenWithTheDeinterlacerOff) {
   }
 }
 
-// The picture where a move landed, as the bytes of its planes one after the
-// other; empty when there is none.
-std::vector<uint8_t> PictureHere(NmToolkit::ImPlaybackSourceToolkit& playback, int64_t& time) {
-  NmToolkit::ImData* raw = nullptr;
-  const uint32_t status = playback.GetData(&raw);
-  const std::unique_ptr<NmToolkit::ImData> item(raw);
-  const auto* image = dynamic_cast<const NmToolkit::ImImage*>(item.get());
-  if (status != NmToolkit::StatusSuccess || image == nullptr) {
-    return {};
-  }
-  time = item->GetBeginTime();
-  std::vector<uint8_t> bytes;
-  for (const NmVzkTool::SmPlaneCopy& plane : NmVzkTool::CopyPlanes(*image)) {
-    bytes.insert(bytes.end(), plane.bytes.begin(), plane.bytes.end());
-  }
-  return bytes;
-}
-
 // H.264 that reorders its pictures, whose groups refer back across their
 // start, or that has one IDR and refreshes by stripes: imported and played
 // through "video_decoder", stepping forwards and backwards and jumping about

@@ -241,22 +241,6 @@ TEST(VzkImportMPEG4, LiveDecodingGivesThePicturesInDisplayOrder) {
   EXPECT_GE(k, 2u);
 }
 
-std::vector<uint8_t> PictureHere(NmToolkit::ImPlaybackSourceToolkit& playback, int64_t& time) {
-  NmToolkit::ImData* raw = nullptr;
-  const uint32_t status = playback.GetData(&raw);
-  const std::unique_ptr<NmToolkit::ImData> item(raw);
-  const auto* image = dynamic_cast<const NmToolkit::ImImage*>(item.get());
-  if (status != NmToolkit::StatusSuccess || image == nullptr) {
-    return {};
-  }
-  time = item->GetBeginTime();
-  std::vector<uint8_t> bytes;
-  for (const NmVzkTool::SmPlaneCopy& plane : NmVzkTool::CopyPlanes(*image)) {
-    bytes.insert(bytes.end(), plane.bytes.begin(), plane.bytes.end());
-  }
-  return bytes;
-}
-
 // MPEG-4 with B pictures, played through "video_decoder": forwards,
 // backwards and jumping about, each move lands on ffmpeg's picture of that
 // place.

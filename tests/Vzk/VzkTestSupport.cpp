@@ -1,5 +1,9 @@
 #include "VzkTestSupport.h"
 
+#include <memory>
+
+#include "PictureConversion.h"
+
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -187,6 +191,22 @@ std::vector<std::vector<uint8_t>> MakeRawJPEGRecording(const std::string& path, 
     }
   }
   return frames;
+}
+
+std::vector<uint8_t> PictureHere(NmToolkit::ImPlaybackSourceToolkit& playback, int64_t& time) {
+  NmToolkit::ImData* raw = nullptr;
+  const uint32_t status = playback.GetData(&raw);
+  const std::unique_ptr<NmToolkit::ImData> item(raw);
+  const auto* image = dynamic_cast<const NmToolkit::ImImage*>(item.get());
+  if (status != NmToolkit::StatusSuccess || image == nullptr) {
+    return {};
+  }
+  time = item->GetBeginTime();
+  std::vector<uint8_t> bytes;
+  for (const NmVzkTool::SmPlaneCopy& plane : NmVzkTool::CopyPlanes(*image)) {
+    bytes.insert(bytes.end(), plane.bytes.begin(), plane.bytes.end());
+  }
+  return bytes;
 }
 
 } // namespace NmVzkTest

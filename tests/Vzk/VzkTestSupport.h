@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "vzk/Toolkit.h"
+
 namespace NmVzkTest {
 
 std::string BinaryDirectory();
@@ -64,6 +66,10 @@ std::string TreeOver(const std::string& provider, const std::string& config,
                      const std::string& wrapper = "");
 // A tree over the recording plug-in reading `file`.
 std::string RecordingTree(const std::string& file, const std::string& wrapper = "");
+
+// The picture where a playback move landed, as the bytes of its planes one
+// after the other, and its time; empty when there is none.
+std::vector<uint8_t> PictureHere(NmToolkit::ImPlaybackSourceToolkit& playback, int64_t& time);
 
 // `count` JPEG frames of ffmpeg's test picture, back to back: a recording of
 // raw JPEG records. Returns the frames one by one.
