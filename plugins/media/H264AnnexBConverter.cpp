@@ -314,11 +314,11 @@ bool CmH264AnnexBConverter::Convert(const uint8_t* data, size_t size, bool sync,
   for (const SmNal& nal : nals) {
     const uint8_t type = NalType(nal.data);
     containsIdr = containsIdr || type == NalIdr;
-    // A recovery point that needs no frames to recover starts clean; one
-    // with a refresh period does not, for a host that starts decoding at
-    // a sync frame and keeps nothing from before it.
+    // Decoding may start at any recovery point. One with a refresh period
+    // shows its pictures from the frame it names on; the playback decoder
+    // starts from an earlier point for the pictures before.
     m_RecoveryPoint =
-        m_RecoveryPoint || (type == NalSei && RecoveryFrameCount(nal.data, nal.size) == 0u);
+        m_RecoveryPoint || (type == NalSei && RecoveryFrameCount(nal.data, nal.size).has_value());
     if (type == NalSequenceParameterSet || type == NalPictureParameterSet) {
       if (const auto id = ParameterSetId(nal.data, nal.size)) {
         (type == NalSequenceParameterSet ? sequenceIds : pictureIds).insert(*id);

@@ -350,9 +350,9 @@ TEST(MediaRecordBuilder, VideoRecordsCarryNumbersSyncAndSyncTimes) {
   }
   EXPECT_EQ(facts(), "0/10/0/1000/65535");
   EXPECT_EQ(build(LengthPrefixed({Slice}, 4), false, 2000, record), 0);
-  // A key frame of the container that holds no IDR is no place to start,
-  // nor is a recovery point with frames to recover (intra refresh); one with
-  // none is, behind a message of another kind and an escaped byte.
+  // A key frame of the container that holds no IDR is no place to start; a
+  // recovery point is, with frames to recover (intra refresh) or without,
+  // behind a message of another kind and an escaped byte.
   EXPECT_EQ(build(LengthPrefixed({Slice}, 4), true, 2040, record), 1);
   EXPECT_EQ(facts(), "0/10/2040/1000/1");
   const Bytes refresh = {0x06, 0x06, 0x01, 0x71, 0x80};
@@ -361,7 +361,7 @@ TEST(MediaRecordBuilder, VideoRecordsCarryNumbersSyncAndSyncTimes) {
   EXPECT_EQ(CmH264AnnexBConverter::RecoveryFrameCount(clean.data(), clean.size()), 0u);
   EXPECT_EQ(CmH264AnnexBConverter::RecoveryFrameCount(clean.data(), 6), std::nullopt);
   EXPECT_EQ(build(LengthPrefixed({refresh, Slice}, 4), false, 2080, record), 2);
-  EXPECT_EQ(facts(), "0/10/2080/1000/2");
+  EXPECT_EQ(facts(), "1/10/2080/2080/2");
   EXPECT_EQ(build(LengthPrefixed({clean, Slice}, 4), false, 2120, record), 3);
   EXPECT_EQ(facts(), "1/10/2120/2120/3");
 

@@ -423,6 +423,7 @@ bool TaskSupplier::StartPicture(const SmSliceHeader& header, const SmSequencePar
   // them, and keep only their place in the order of times.
   if (header.IsIdr()) {
     m_RecoveryFrameNum.reset();
+    m_RecoveredOrder.reset();
   } else if (m_PendingRecoveryCount && m_References.frames.empty()) {
     m_RecoveryFrameNum = (header.frameNum + *m_PendingRecoveryCount) % maxFrameNum;
   }
@@ -430,8 +431,19 @@ bool TaskSupplier::StartPicture(const SmSliceHeader& header, const SmSequencePar
   if (m_RecoveryFrameNum) {
     if (header.frameNum == *m_RecoveryFrameNum) {
       m_RecoveryFrameNum.reset();
+      m_RecoveredOrder = picture.GetPoc();
     } else {
       frame->hideFromOutput = true;
+    }
+  } else if (m_RecoveredOrder) {
+    // Recovery holds in output order: pictures decoded after the recovered
+    // one but shown before it (the leading pictures of an open group) may
+    // refer to pictures from before the start, and stay hidden. The first
+    // picture shown after it ends them.
+    if (picture.GetPoc() < *m_RecoveredOrder) {
+      frame->hideFromOutput = true;
+    } else {
+      m_RecoveredOrder.reset();
     }
   }
   // A stream that begins on a P or B picture: one grey frame stands in for
@@ -660,6 +672,7 @@ void TaskSupplier::RecoveryReset() {
   m_LowDelayActive = m_Settings.lowDelay;
   m_PendingRecoveryCount.reset();
   m_RecoveryFrameNum.reset();
+  m_RecoveredOrder.reset();
 }
 
 } // namespace MCL

@@ -142,6 +142,9 @@ private:
   // While decoding recovers from a start at a recovery point: the frame_num
   // of the first picture to show.
   std::optional<uint32_t> m_RecoveryFrameNum;
+  // After such a start, the order count of the first picture shown, while
+  // pictures that come before it in output order may still arrive.
+  std::optional<int32_t> m_RecoveredOrder;
   // The order count of the picture shown last in this generation.
   std::optional<int32_t> m_ShownOrder;
   bool m_WaitingForKeyUnit = false;

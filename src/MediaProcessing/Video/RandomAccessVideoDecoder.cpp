@@ -1,6 +1,7 @@
 #include "MediaProcessing/Video/RandomAccessVideoDecoder.h"
 
 #include "Common/Error/Error.h"
+#include "MediaProcessing/GenericByteData/VideoCodec.h"
 
 namespace NmMediaProcessing {
 
@@ -20,6 +21,11 @@ const CmTimeStamp Highest = CmTimeStamp::FromTicks(~0ULL);
 // Codecs that reorder may hold a frame for a few calls; a codec that keeps
 // asking to be called without ever giving an image is broken, not slow.
 constexpr int DecodeBudget = 1000;
+
+// How many sync frames further back a start may go for a picture that the
+// nearest one cannot show. One suffices for an open group and for a refresh
+// period no longer than the distance between recovery points.
+constexpr int EarlierSyncFrames = 2;
 
 CmTimeStamp LastImageTime(const CmRawVideoByteDataAccess& view) {
   CmTimeStamp last = view.GetTime();
@@ -356,18 +362,18 @@ CmRandomAccessVideoDecoder::CheckImages(const CmTimeStamp& target, bool newestOn
   return Passed;
 }
 
-bool CmRandomAccessVideoDecoder::FailDecoding() {
+void CmRandomAccessVideoDecoder::FailDecoding() {
   ResetDecoder();
-  return false;
 }
 
 bool CmRandomAccessVideoDecoder::IsContinuation() {
-  if (m_View.GetSync()) {
+  if (m_View.GetSync() && !RefersAcrossSyncFrames()) {
     return true;
   }
-  // A frame that depends on others can follow only the record right before
-  // it. For a codec that gives out each image as its record goes in, the
-  // last record fed is the one of its last image.
+  // A frame that depends on others, or a sync frame after which pictures
+  // may refer back across it, can follow only the record right before it.
+  // For a codec that gives out each image as its record goes in, the last
+  // record fed is the one of its last image.
   CmTimeStamp previousEnd;
   return m_LastFed && GetPreviousRecordEnd(previousEnd) && *m_LastFed == previousEnd;
 }
@@ -441,7 +447,7 @@ bool CmRandomAccessVideoDecoder::FindImage(const CmTimeStamp& time, SmTimeMatchT
     CmTimeStamp held;
     if (IsHeldByCodec(time, matchType, held)) {
       m_Target = held;
-      return DecodeLoop(held, time, matchType, image);
+      return DecodeLoop(held, time, matchType, image) == Found;
     }
     const bool steppingSingles =
         m_View.IsValid() && m_View.GetImageCount() == 1 && m_FeedState == RecordFinished;
@@ -491,11 +497,49 @@ bool CmRandomAccessVideoDecoder::FindImage(const CmTimeStamp& time, SmTimeMatchT
       }
     }
   }
-  return DecodeLoop(target, time, matchType, image);
+  const LoopResult result = DecodeLoop(target, time, matchType, image);
+  // Reduced decoding drops pictures on purpose; going back would not bring
+  // them.
+  if (result == PassedTarget && !continueDecoding && RefersAcrossSyncFrames() &&
+      m_Mode == SmVideoDecodeParameters::DecodeAll) {
+    return DecodeFromEarlierSyncFrames(target, time, matchType, image);
+  }
+  return result == Found;
 }
 
-bool CmRandomAccessVideoDecoder::DecodeLoop(const CmTimeStamp& target, const CmTimeStamp& time,
-                                            SmTimeMatchType matchType, CmImage& image) {
+bool CmRandomAccessVideoDecoder::RefersAcrossSyncFrames() const {
+  return m_View.IsValid() && !IsIntraOnlyCodec(m_View.GetCodec()) &&
+         m_Mode != SmVideoDecodeParameters::DecodeSyncFramesOnly;
+}
+
+bool CmRandomAccessVideoDecoder::DecodeFromEarlierSyncFrames(const CmTimeStamp& target,
+                                                             const CmTimeStamp& time,
+                                                             SmTimeMatchType matchType,
+                                                             CmImage& image) {
+  // The sync frame at or before the target is where the failed start was.
+  CmGenericByteData record;
+  if (!m_Store->GetByteData(target, TimeMatchAtOrBefore, true, record)) {
+    return false;
+  }
+  CmTimeStamp start = CmRawVideoByteDataAccess(record, false).GetTime();
+  for (int step = 0; step < EarlierSyncFrames; ++step) {
+    if (!GetByteData(start, TimeMatchBefore, true)) {
+      return false;
+    }
+    start = m_View.GetTime();
+    ResetDecoder();
+    m_Target = target;
+    const LoopResult result = DecodeLoop(target, time, matchType, image);
+    if (result != PassedTarget) {
+      return result == Found;
+    }
+  }
+  return false;
+}
+
+CmRandomAccessVideoDecoder::LoopResult
+CmRandomAccessVideoDecoder::DecodeLoop(const CmTimeStamp& target, const CmTimeStamp& time,
+                                       SmTimeMatchType matchType, CmImage& image) {
   const bool syncOnly = m_Mode == SmVideoDecodeParameters::DecodeSyncFramesOnly;
   const CmGenericByteData drainRecord;
   int budget = DecodeBudget;
@@ -505,8 +549,10 @@ bool CmRandomAccessVideoDecoder::DecodeLoop(const CmTimeStamp& target, const CmT
         m_FeedState = Draining;
       } else if (GetByteData(m_LastFed ? *m_LastFed : m_RecordLastTime, TimeMatchAfter, false)) {
         // A new sync frame starts a new group: what the target needs is all
-        // fed already, and only the codec's held frames remain.
-        m_FeedState = m_View.GetSync() ? Draining : Feeding;
+        // fed already, and only the codec's held frames remain. Unless the
+        // codec's pictures refer across it: then the held ones may be
+        // pictures that need the group before, and it goes on feeding.
+        m_FeedState = m_View.GetSync() && !RefersAcrossSyncFrames() ? Draining : Feeding;
       } else {
         m_FeedState = Draining;
       }
@@ -533,7 +579,8 @@ bool CmRandomAccessVideoDecoder::DecodeLoop(const CmTimeStamp& target, const CmT
     bool drainEnded = false;
     if (!decoded) {
       if (draining || HoldsExactly(target)) {
-        return FailDecoding();
+        FailDecoding();
+        return NotFound;
       }
       m_FeedState = RecordFinished;
       budget = DecodeBudget;
@@ -558,7 +605,7 @@ bool CmRandomAccessVideoDecoder::DecodeLoop(const CmTimeStamp& target, const CmT
         ResetDecoder();
       }
       m_LastDeliveredTime = image.GetAttributes().timeStamp;
-      return true;
+      return Found;
     }
     if (drainEnded) {
       // The codec is empty and the target has not come out of it. A sync
@@ -568,12 +615,12 @@ bool CmRandomAccessVideoDecoder::DecodeLoop(const CmTimeStamp& target, const CmT
           m_View.IsValid() && m_View.GetSync() && (!m_LastFed || m_View.GetTime() > *m_LastFed);
       ResetDecoder();
       if (!unfed) {
-        return false;
+        return NotFound;
       }
       budget = DecodeBudget;
     }
     if (check == Passed) {
-      return false;
+      return PassedTarget;
     }
     if (budget < 1) {
       ResetDecoder();

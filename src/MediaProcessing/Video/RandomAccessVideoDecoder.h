@@ -71,10 +71,22 @@ private:
   // stands, instead of from the group's start.
   bool IsHeldByCodec(const NmTimeStamp::CmTimeStamp& time, SmTimeMatchType matchType,
                      NmTimeStamp::CmTimeStamp& heldTime);
+  // Codecs whose pictures may refer back across a sync frame: the leading
+  // pictures of an open group, and the pictures of a recovery point that
+  // refreshes the picture over several frames.
+  bool RefersAcrossSyncFrames() const;
   bool FindImage(const NmTimeStamp::CmTimeStamp& time, SmTimeMatchType matchType, CmImage& image);
-  bool DecodeLoop(const NmTimeStamp::CmTimeStamp& target, const NmTimeStamp::CmTimeStamp& time,
-                  SmTimeMatchType matchType, CmImage& image);
-  bool FailDecoding();
+  enum LoopResult { Found, PassedTarget, NotFound };
+  LoopResult DecodeLoop(const NmTimeStamp::CmTimeStamp& target,
+                        const NmTimeStamp::CmTimeStamp& time, SmTimeMatchType matchType,
+                        CmImage& image);
+  // Decoding from the sync frame of the present record went past the
+  // target: the codec could not show it from there. Starts over from the
+  // sync frames before, which carry the references it needs.
+  bool DecodeFromEarlierSyncFrames(const NmTimeStamp::CmTimeStamp& target,
+                                   const NmTimeStamp::CmTimeStamp& time, SmTimeMatchType matchType,
+                                   CmImage& image);
+  void FailDecoding();
 
   CmGenericByteData m_Record;
   CmRawVideoByteDataAccess m_View;
