@@ -46,8 +46,9 @@ struct SmDemuxedPacket {
 class CmMediaDemuxer {
 public:
   // Throws CmMediaOpenError. `stop`, when given, aborts blocking reads as soon
-  // as it turns true.
-  CmMediaDemuxer(const std::string& url, bool network, const std::atomic<bool>* stop = nullptr);
+  // as it turns true. A network stream is paused once open unless `sending`.
+  CmMediaDemuxer(const std::string& url, bool network, const std::atomic<bool>* stop = nullptr,
+                 bool sending = false);
   ~CmMediaDemuxer();
   CmMediaDemuxer(const CmMediaDemuxer&) = delete;
   CmMediaDemuxer& operator=(const CmMediaDemuxer&) = delete;
@@ -105,6 +106,8 @@ private:
   std::optional<int> m_End;
   int64_t m_BaseTime = 0;
   int64_t m_Origin = 0;
+  // Packets come over RTP, through libavformat's RTSP or SDP input.
+  bool m_RealTimeTransport = false;
 };
 
 } // namespace NmMedia
