@@ -278,6 +278,12 @@ CmMediaDemuxer::CmMediaDemuxer(const std::string& url, bool network, const std::
       m_Streams.push_back(std::move(stream));
     }
     m_Timing.resize(m_Streams.size());
+    for (const SmMediaStream& stream : m_Streams) {
+      if (stream.format && stream.format->payload == SmMediaStreamFormat::H264) {
+        m_FieldPairs.AddStream(stream.index, stream.configuration.data(),
+                               stream.configuration.size());
+      }
+    }
     m_DecodeOrder.resize(m_Streams.size());
     for (const SmMediaStream& stream : m_Streams) {
       if (stream.format && stream.format->kind == SmMediaStreamFormat::Video &&
@@ -330,7 +336,7 @@ int CmMediaDemuxer::Read(SmDemuxedPacket& out) {
       return end;
     }
     av_packet_unref(m_Packet);
-    const int result = av_read_frame(m_Context, m_Packet);
+    const int result = m_FieldPairs.Read(m_Context, m_Packet);
     if (result == AVERROR(EAGAIN)) {
       return result;
     }
@@ -425,6 +431,7 @@ void CmMediaDemuxer::Deliver(SmDemuxedPacket& out, int64_t time) {
   out.packet.key = (m_Packet->flags & AV_PKT_FLAG_KEY) != 0;
   out.packet.time = time;
   out.packet.samples = 0;
+  out.packet.fieldPair = CmH264FieldPairJoiner::IsFieldPair(*m_Packet, out.packet.topFieldFirst);
   if (m_Packet->duration > 0 && stream.codecpar->sample_rate > 0) {
     const int64_t samples =
         av_rescale_q(m_Packet->duration, stream.time_base, {1, stream.codecpar->sample_rate});

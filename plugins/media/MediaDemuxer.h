@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "DecodeOrderTimes.h"
+#include "H264FieldPairJoiner.h"
 #include "MediaRecordBuilder.h"
 
 struct AVFormatContext;
@@ -102,6 +103,8 @@ private:
   // Per stream, for video streams only.
   std::vector<std::optional<CmDecodeOrderTimes>> m_DecodeOrder;
   std::deque<SmHeldPacket> m_Held;
+  // The two fields of a frame come out of reading as one packet.
+  CmH264FieldPairJoiner m_FieldPairs;
   // The result that ended reading, once the input is exhausted.
   std::optional<int> m_End;
   int64_t m_BaseTime = 0;
