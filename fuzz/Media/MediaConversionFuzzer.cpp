@@ -1,7 +1,8 @@
 // Arbitrary bytes as a container's codec configuration followed by packets:
 // the H.264 Annex B conversion, the AAC LOAS wrapping, the completion of JPEG
-// Huffman tables, the H.263 picture header and the record builder
-// around them must never crash, and what they accept must be well framed.
+// Huffman tables, the H.263 picture header, the H.264 field reader and the
+// record builder around them must never crash, and what they accept must be
+// well framed.
 
 #include <cstddef>
 #include <cstdint>
@@ -9,6 +10,7 @@
 
 #include "AACLoasWrapper.h"
 #include "H264AnnexBConverter.h"
+#include "H264FieldReader.h"
 #include "JPEGTableCompleter.h"
 #include "MediaRecordBuilder.h"
 #include "PictureCodingType.h"
@@ -65,7 +67,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   } else if (mode % 3 == 0) {
     NmMedia::CmH264AnnexBConverter converter;
     converter.Configure(pieces[0].data, pieces[0].size);
+    NmMedia::CmH264FieldReader fields;
+    fields.Configure(pieces[0].data, pieces[0].size);
     for (size_t i = 1; i < pieces.size(); ++i) {
+      fields.Read(pieces[i].data, pieces[i].size);
       bool idr = false;
       if (converter.Convert(pieces[i].data, pieces[i].size, (mode >> 2) & 1, out, idr)) {
         CheckAnnexB(out);

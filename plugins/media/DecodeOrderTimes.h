@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <optional>
 #include <set>
 #include <utility>
 
@@ -31,6 +32,11 @@ public:
 
   // The presentation time of the next frame in decoding order, in ms.
   void Push(int64_t time);
+  // A frame whose time the container lost, `frameDuration` ms long. It is
+  // taken to be shown first of the frames that reordering may put around
+  // it, as a sync frame that opens a stream is: it gets the earliest time of
+  // the window of frames after it, less one frame duration.
+  void PushUntimed(int64_t frameDuration);
   // Whether the oldest frame pushed can take its time now; at the end of the
   // stream every frame can.
   bool IsReady(bool atEnd) const;
@@ -40,7 +46,17 @@ public:
   size_t GetWindow() const { return m_Window; }
 
 private:
+  // The untimed frame that waits for the frames after it to tell its time.
+  struct SmUntimed {
+    uint64_t run = 0;
+    int64_t duration = 0;
+    size_t following = 0;
+    int64_t earliest = 0;
+  };
+  void SettleUntimed();
+
   size_t m_Window;
+  std::optional<SmUntimed> m_Untimed;
   // Frames waiting, oldest first: the run each belongs to.
   std::deque<uint64_t> m_Pending;
   // Their times, by run and then time: the smallest of the oldest run first.

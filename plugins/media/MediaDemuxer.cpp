@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <mutex>
+#include <string_view>
 
 extern "C" {
 #include <libavformat/avformat.h>
@@ -178,6 +179,14 @@ int64_t FloorDivide(int64_t value, int64_t divisor) {
   return (value % divisor != 0 && (value < 0) != (divisor < 0)) ? quotient - 1 : quotient;
 }
 
+// Milliseconds from one frame to the next, as far as the stream tells; 0
+// when it does not.
+int64_t FrameDuration(const AVStream& stream) {
+  const AVRational rate =
+      stream.avg_frame_rate.num > 0 ? stream.avg_frame_rate : stream.r_frame_rate;
+  return rate.num > 0 && rate.den > 0 ? av_rescale_q(1, av_inv_q(rate), {1, 1000}) : 0;
+}
+
 // libavcodec and libavformat build some tables once per process and keep them
 // for good. The plug-in may be unloaded and loaded again, but these libraries
 // must stay: unloading them with it would drop those tables on the floor.
@@ -212,7 +221,8 @@ int CmMediaDemuxer::Interrupt(void* opaque) {
   return self->m_OpenDeadline != 0 && av_gettime_relative() > self->m_OpenDeadline;
 }
 
-CmMediaDemuxer::CmMediaDemuxer(const std::string& url, bool network, const std::atomic<bool>* stop)
+CmMediaDemuxer::CmMediaDemuxer(const std::string& url, bool network, const std::atomic<bool>* stop,
+                               bool sending)
     : m_Stop(stop) {
   PinLibraries();
   m_Context = avformat_alloc_context();
@@ -238,6 +248,8 @@ CmMediaDemuxer::CmMediaDemuxer(const std::string& url, bool network, const std::
     }
   }
   m_OpenDeadline = 0;
+  m_RealTimeTransport = result >= 0 && (std::string_view(m_Context->iformat->name) == "rtsp" ||
+                                        std::string_view(m_Context->iformat->name) == "sdp");
   if (result < 0) {
     av_packet_free(&m_Packet);
     throw CmMediaOpenError("Could not open media '" + url + "': " + ErrorText(result) + "!");
@@ -266,6 +278,12 @@ CmMediaDemuxer::CmMediaDemuxer(const std::string& url, bool network, const std::
       m_Streams.push_back(std::move(stream));
     }
     m_Timing.resize(m_Streams.size());
+    for (const SmMediaStream& stream : m_Streams) {
+      if (stream.format && stream.format->payload == SmMediaStreamFormat::H264) {
+        m_FieldPairs.AddStream(stream.index, stream.configuration.data(),
+                               stream.configuration.size());
+      }
+    }
     m_DecodeOrder.resize(m_Streams.size());
     for (const SmMediaStream& stream : m_Streams) {
       if (stream.format && stream.format->kind == SmMediaStreamFormat::Video &&
@@ -285,7 +303,7 @@ CmMediaDemuxer::CmMediaDemuxer(const std::string& url, bool network, const std::
       m_BaseTime = NowMilliseconds();
     }
     m_Origin = m_Context->start_time != AV_NOPTS_VALUE ? m_Context->start_time : 0;
-    if (network) {
+    if (network && !sending) {
       // The streams are known only from what the server sent; from here on it
       // holds until the host starts the live stream.
       Pause();
@@ -318,7 +336,7 @@ int CmMediaDemuxer::Read(SmDemuxedPacket& out) {
       return end;
     }
     av_packet_unref(m_Packet);
-    const int result = av_read_frame(m_Context, m_Packet);
+    const int result = m_FieldPairs.Read(m_Context, m_Packet);
     if (result == AVERROR(EAGAIN)) {
       return result;
     }
@@ -334,6 +352,10 @@ int CmMediaDemuxer::Read(SmDemuxedPacket& out) {
       out.stream = -1;
       return 0;
     }
+    // Over RTP, libavformat's parser loses the time of a reordering stream's
+    // first frame, and guesses it one reordering delay early if at all.
+    const bool untimed = m_RealTimeTransport && m_Packet->pts == AV_NOPTS_VALUE &&
+                         !m_Timing[static_cast<size_t>(index)].seen;
     const int64_t time = PacketTime();
     auto& order = m_DecodeOrder[static_cast<size_t>(index)];
     if (!order) {
@@ -345,7 +367,12 @@ int CmMediaDemuxer::Read(SmDemuxedPacket& out) {
       return AVERROR(ENOMEM);
     }
     av_packet_move_ref(held.packet.get(), m_Packet);
-    order->Push(time);
+    const int64_t duration = FrameDuration(*m_Context->streams[index]);
+    if (untimed && duration > 0) {
+      order->PushUntimed(duration);
+    } else {
+      order->Push(time);
+    }
     m_Held.push_back(std::move(held));
   }
 }
@@ -404,6 +431,7 @@ void CmMediaDemuxer::Deliver(SmDemuxedPacket& out, int64_t time) {
   out.packet.key = (m_Packet->flags & AV_PKT_FLAG_KEY) != 0;
   out.packet.time = time;
   out.packet.samples = 0;
+  out.packet.fieldPair = CmH264FieldPairJoiner::IsFieldPair(*m_Packet, out.packet.topFieldFirst);
   if (m_Packet->duration > 0 && stream.codecpar->sample_rate > 0) {
     const int64_t samples =
         av_rescale_q(m_Packet->duration, stream.time_base, {1, stream.codecpar->sample_rate});

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "DecodeOrderTimes.h"
+#include "H264FieldPairJoiner.h"
 #include "MediaRecordBuilder.h"
 
 struct AVFormatContext;
@@ -46,8 +47,9 @@ struct SmDemuxedPacket {
 class CmMediaDemuxer {
 public:
   // Throws CmMediaOpenError. `stop`, when given, aborts blocking reads as soon
-  // as it turns true.
-  CmMediaDemuxer(const std::string& url, bool network, const std::atomic<bool>* stop = nullptr);
+  // as it turns true. A network stream is paused once open unless `sending`.
+  CmMediaDemuxer(const std::string& url, bool network, const std::atomic<bool>* stop = nullptr,
+                 bool sending = false);
   ~CmMediaDemuxer();
   CmMediaDemuxer(const CmMediaDemuxer&) = delete;
   CmMediaDemuxer& operator=(const CmMediaDemuxer&) = delete;
@@ -101,10 +103,14 @@ private:
   // Per stream, for video streams only.
   std::vector<std::optional<CmDecodeOrderTimes>> m_DecodeOrder;
   std::deque<SmHeldPacket> m_Held;
+  // The two fields of a frame come out of reading as one packet.
+  CmH264FieldPairJoiner m_FieldPairs;
   // The result that ended reading, once the input is exhausted.
   std::optional<int> m_End;
   int64_t m_BaseTime = 0;
   int64_t m_Origin = 0;
+  // Packets come over RTP, through libavformat's RTSP or SDP input.
+  bool m_RealTimeTransport = false;
 };
 
 } // namespace NmMedia

@@ -28,7 +28,6 @@ void CmMediaLiveReader::Start() {
     m_Ended = false;
   }
   m_Stop = false;
-  m_Demuxer->Play();
   m_Thread = std::thread(&CmMediaLiveReader::Run, this);
 }
 
@@ -40,10 +39,31 @@ void CmMediaLiveReader::Stop() {
   m_Thread.join();
   // The pause request must not be cut off by the stop flag.
   m_Stop = false;
-  m_Demuxer->Pause();
+  if (m_Demuxer) {
+    m_Demuxer->Pause();
+  }
 }
 
 void CmMediaLiveReader::Run() {
+  // A session that was paused does not resume cleanly: libavformat starts
+  // the times of what follows over at the position that the server names,
+  // which a server of stored streams takes from the frame it sends in
+  // decoding order, a server of live ones from the moment it resumes; times
+  // would jump back either way. A fresh session starts them right. The old
+  // one goes first: a server may hold a shared stream for a paused session,
+  // or allow one session only. A file served over HTTP just goes on.
+  if (IsLiveProtocol(m_Url)) {
+    m_Demuxer.reset();
+    m_Builders.clear();
+    if (!Open() && !Reconnect()) {
+      std::lock_guard lock(m_Mutex);
+      m_Ended = true;
+      m_Arrived.notify_all();
+      return;
+    }
+  } else {
+    m_Demuxer->Play();
+  }
   SmDemuxedPacket packet;
   while (!m_Stop) {
     const int result = m_Demuxer->Read(packet);
@@ -97,21 +117,24 @@ bool CmMediaLiveReader::Reconnect() {
     for (int step = 0; step < 20 && !m_Stop; ++step) {
       std::this_thread::sleep_for(std::chrono::milliseconds(50));
     }
-    if (m_Stop) {
-      break;
-    }
-    try {
-      auto demuxer = std::make_unique<CmMediaDemuxer>(m_Url, true, &m_Stop);
-      auto builders = CreateRecordBuilders(*demuxer, m_Url);
-      demuxer->Play();
-      m_Demuxer = std::move(demuxer);
-      m_Builders = std::move(builders);
+    if (!m_Stop && Open()) {
       return true;
-    } catch (const CmMediaOpenError&) {
-      // Not back yet.
     }
   }
   return false;
+}
+
+bool CmMediaLiveReader::Open() {
+  try {
+    auto demuxer = std::make_unique<CmMediaDemuxer>(m_Url, true, &m_Stop, true);
+    auto builders = CreateRecordBuilders(*demuxer, m_Url);
+    m_Demuxer = std::move(demuxer);
+    m_Builders = std::move(builders);
+    return true;
+  } catch (const CmMediaOpenError&) {
+    // Not there (yet), or stopped while opening.
+    return false;
+  }
 }
 
 bool CmMediaLiveReader::Next(SmLiveRecord& record, uint32_t timeout) {

@@ -35,7 +35,8 @@ public:
   CmMediaLiveReader(const CmMediaLiveReader&) = delete;
   CmMediaLiveReader& operator=(const CmMediaLiveReader&) = delete;
 
-  // Records from now on; what was queued before is dropped.
+  // Records from now on, from a session opened afresh; what was queued
+  // before is dropped.
   void Start();
   void Stop();
   // Waits up to `timeout` milliseconds for a record. False when none came,
@@ -52,6 +53,9 @@ private:
   void Run();
   // Opens the address again after the stream broke off; false once stopped.
   bool Reconnect();
+  // A new session in place of the current one, sending; false when the
+  // address does not open.
+  bool Open();
   static bool IsLiveProtocol(const std::string& url);
 
   std::string m_Url;

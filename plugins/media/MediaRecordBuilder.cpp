@@ -147,7 +147,10 @@ bool CmMediaRecordBuilder::BuildVideo(const SmMediaPacket& packet, bool sync,
   video.SetCodec(m_Format.codec);
   video.SetSequenceNumber(m_NextSequenceNumber);
   video.SetSync(sync);
-  if (m_Format.interlaced) {
+  // A frame of two field pictures tells its own order of fields.
+  if (packet.fieldPair) {
+    video.SetInterlacing(true, packet.topFieldFirst, 0);
+  } else if (m_Format.interlaced) {
     video.SetInterlacing(true, m_Format.topFieldFirst, 0);
   }
   video.SetFrameTime(WireTime(time));

@@ -61,6 +61,9 @@ struct SmMediaPacket {
   int64_t time = 0;
   // Samples per channel as the container timed them; 0 when unknown.
   uint32_t samples = 0;
+  // Video: the two fields of one frame, coded as two field pictures.
+  bool fieldPair = false;
+  bool topFieldFirst = false;
 };
 
 // What a built record says, for navigation.

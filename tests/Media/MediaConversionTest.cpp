@@ -410,6 +410,22 @@ TEST(MediaDecodeOrderTimes, FramesTakeTheSortedTimesInTheirOwnOrder) {
   EXPECT_EQ(run(jumps, {1000, 1080, 1040, 0, 80, 40, 60000, 59960}),
             (std::vector<int64_t>{1000, 1040, 1080, 0, 40, 80, 59960, 60000}));
   EXPECT_EQ(CmDecodeOrderTimes(100).GetWindow(), CmDecodeOrderTimes::MostReordering);
+  // A first frame without a time (libavformat over RTP) waits for the window
+  // after it and is shown one frame before the earliest of them; alone, it
+  // follows the frame before.
+  for (const size_t window : {1u, 2u}) {
+    CmDecodeOrderTimes untimed(window);
+    untimed.PushUntimed(40);
+    untimed.Push(160);
+    EXPECT_FALSE(untimed.IsReady(false));
+    EXPECT_EQ(run(untimed, {80, 120, 320, 200, 240}),
+              (std::vector<int64_t>{40, 80, 120, 160, 200, 240, 320}))
+        << window;
+  }
+  CmDecodeOrderTimes last(1);
+  last.Push(0);
+  last.PushUntimed(40);
+  EXPECT_EQ(run(last, {}), (std::vector<int64_t>{0, 40}));
 }
 
 TEST(MediaRecordBuilder, AudioRecordsCountSamplesAndNormalisePCM) {

@@ -18,6 +18,7 @@
 #include "Toolkits/ToolkitTestSupport.h"
 #include "Toolkits/VZKSourceToolkitPlugin/Tree/ToolkitFactory.h"
 #include "support/ExternalTools.h"
+#include "support/RtspTestServer.h"
 #include "support/SourceSession.h"
 #include "vzk/ToolkitError.h"
 
@@ -521,48 +522,7 @@ TEST_F(MediaSourceTest, CutFileKeepsWhatCameBefore) {
   EXPECT_EQ(Complaints(Dump(items, 16, "out.h264")), "") << "what is delivered decodes cleanly";
 }
 
-// A loopback RTSP server from GStreamer, started for the test and stopped
-// behind it.
-class CmRtspServer {
-public:
-  explicit CmRtspServer(int port = 0) {
-    int pipeEnds[2];
-    if (pipe(pipeEnds) != 0) {
-      return;
-    }
-    m_Process = fork();
-    if (m_Process == 0) {
-      dup2(pipeEnds[1], STDOUT_FILENO);
-      close(pipeEnds[0]);
-      close(pipeEnds[1]);
-      const std::string service = std::to_string(port);
-      execl("/usr/bin/python3", "python3", VZK_RTSP_TEST_SERVER, service.c_str(), nullptr);
-      _exit(127);
-    }
-    close(pipeEnds[1]);
-    FILE* output = fdopen(pipeEnds[0], "r");
-    char line[256] = {};
-    if (output != nullptr && fgets(line, sizeof line, output) != nullptr) {
-      std::sscanf(line, "PORT %d", &m_Port);
-    }
-    if (output != nullptr) {
-      fclose(output);
-    }
-  }
-  ~CmRtspServer() { Kill(); }
-  void Kill() {
-    if (m_Process > 0) {
-      kill(m_Process, SIGTERM);
-      waitpid(m_Process, nullptr, 0);
-      m_Process = -1;
-    }
-  }
-  int GetPort() const { return m_Port; }
-
-private:
-  pid_t m_Process = -1;
-  int m_Port = 0;
-};
+using CmRtspServer = NmTestSupport::CmRtspTestServer;
 
 TEST_F(MediaSourceTest, LiveRtspStreamFromALoopbackServer) {
   CmRtspServer server;

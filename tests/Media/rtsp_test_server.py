@@ -1,8 +1,11 @@
 #!/usr/bin/python3
-# A loopback RTSP server for the media plug-in's live test: H.264 video and
-# G.711 audio from test sources, paced as a camera would send them. Listens on
-# the port given as the argument, else on any free one; prints "PORT <n>" once
-# it listens, then serves until killed.
+# A loopback RTSP server for the tests. Without a clip: H.264 video and G.711
+# audio from test sources at /cam, paced as a camera would send them. With
+# CODEC and CLIP (codec "mpeg4" or "h264"; an .mp4, .mkv or .avi
+# file): the clip's video at /clip, from its start for every client, paced
+# by its own times, so that what a client receives can be compared with the
+# file. Listens on the port given as the first argument (0: any free one);
+# prints "PORT <n>" once it listens, then serves until killed.
 import sys
 
 import gi
@@ -11,12 +14,26 @@ gi.require_version("Gst", "1.0")
 gi.require_version("GstRtspServer", "1.0")
 from gi.repository import GLib, Gst, GstRtspServer  # noqa: E402
 
-PIPELINE = (
+CAMERA = (
     "( videotestsrc is-live=true pattern=ball ! video/x-raw,width=160,height=120,framerate=25/1 "
     "! openh264enc gop-size=10 ! h264parse ! rtph264pay name=pay0 pt=96 config-interval=-1 "
     "audiotestsrc is-live=true wave=sine ! audio/x-raw,rate=8000,channels=1 "
     "! mulawenc ! rtppcmupay name=pay1 pt=0 )"
 )
+
+DEMUXERS = {".mp4": "qtdemux", ".mkv": "matroskademux", ".avi": "avidemux"}
+# The configuration travels in the session description only, as many cameras
+# send it: a client must take it from there.
+PAYLOADERS = {
+    "mpeg4": "mpeg4videoparse ! rtpmp4vpay",
+    "h264": "h264parse ! rtph264pay",
+}
+
+
+def clip_pipeline(codec, clip):
+    demuxer = DEMUXERS[clip[clip.rfind("."):]]
+    return "( filesrc location=\"%s\" ! %s ! %s name=pay0 pt=96 )" % (
+        clip, demuxer, PAYLOADERS[codec])
 
 
 def main():
@@ -25,9 +42,15 @@ def main():
     server.set_address("127.0.0.1")
     server.set_service(sys.argv[1] if len(sys.argv) > 1 else "0")
     factory = GstRtspServer.RTSPMediaFactory()
-    factory.set_launch(PIPELINE)
-    factory.set_shared(True)
-    server.get_mount_points().add_factory("/cam", factory)
+    if len(sys.argv) > 3:
+        factory.set_launch(clip_pipeline(sys.argv[2], sys.argv[3]))
+        factory.set_shared(False)
+        mount = "/clip"
+    else:
+        factory.set_launch(CAMERA)
+        factory.set_shared(True)
+        mount = "/cam"
+    server.get_mount_points().add_factory(mount, factory)
     if server.attach(None) == 0:
         print("FAILED to attach", flush=True)
         return 1

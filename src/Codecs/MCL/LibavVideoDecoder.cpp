@@ -80,6 +80,8 @@ struct LibavVideoDecoder::State {
   // Skipping modes give each picture its own time: the pictures dropped
   // before it would otherwise leave their earlier times behind.
   bool ownTimes = false;
+  // Only the luma plane is decoded and handed on.
+  bool luminanceOnly = false;
   // Pictures that others refer to, decoded since the start or the reset.
   int anchors = 0;
   // How many of the smallest waiting times belong to pictures that were
@@ -146,6 +148,7 @@ Status LibavVideoDecoder::Init(BaseCodecParams* params) {
   }
   if ((flags & VideoDecoderParams::FlagLuminanceOnly) != 0) {
     context.flags |= AV_CODEC_FLAG_GRAY;
+    state->luminanceOnly = true;
   }
   const int opened = avcodec_open2(&context, codec, nullptr);
   if (opened < 0) {
@@ -317,11 +320,11 @@ Status LibavVideoDecoder::Deliver(MediaData* output) {
   state.width = frame.width;
   state.height = frame.height;
   VideoData decoded;
-  const Status init = decoded.Init(frame.width, frame.height, YUV420);
+  const Status init = decoded.Init(frame.width, frame.height, state.luminanceOnly ? GRAY : YUV420);
   if (init != StatusOk) {
     return init;
   }
-  for (int c = 0; c < 3; ++c) {
+  for (int c = 0; c < decoded.GetPlaneCount(); ++c) {
     decoded.SetPlanePointer(c, frame.data[c]);
     decoded.SetPlanePitch(c, static_cast<size_t>(frame.linesize[c]));
   }

@@ -13,17 +13,11 @@ Status VideoData::Init(int32_t width, int32_t height, ColorFormat format) {
   if (width <= 0 || height <= 0) {
     return StatusFailed;
   }
+  // A decoded picture may have any size, its subsampled chroma rounding up;
+  // whether an image of the caller can take it is the wrapper's concern.
   switch (format) {
   case YUV420:
-    if ((width | height) & 1) {
-      return StatusFailed;
-    }
-    break;
   case YUV422:
-    if (width & 1) {
-      return StatusFailed;
-    }
-    break;
   case YUV444:
   case BGR32:
   case BGR24:
@@ -58,7 +52,7 @@ int32_t VideoData::GetPlaneWidth(int index) const {
     return 0;
   }
   if (index > 0 && (m_Format == YUV420 || m_Format == YUV422)) {
-    return m_Width / 2;
+    return (m_Width + 1) / 2;
   }
   return m_Width;
 }
@@ -68,7 +62,7 @@ int32_t VideoData::GetPlaneHeight(int index) const {
     return 0;
   }
   if (index > 0 && m_Format == YUV420) {
-    return m_Height / 2;
+    return (m_Height + 1) / 2;
   }
   return m_Height;
 }

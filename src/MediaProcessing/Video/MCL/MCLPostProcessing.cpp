@@ -77,6 +77,7 @@ MCL::Status CmSpecialMCLVideoDecoderProcessing::GetFrame(MCL::MediaData* input,
     const uint64_t height =
         std::max<uint64_t>(1, static_cast<uint64_t>(picture->GetHeight()) / m_ScaleDivisor);
 
+    CmMCLVideoDataWrapper::CheckDimensions(targetFormat, width, height);
     CmImage& image = wrapper->GetImage();
     if (!image.IsValid() || image.GetWidth() != width || image.GetHeight() != height ||
         image.GetColorFormat() != targetFormat) {
@@ -105,6 +106,9 @@ MCL::Status CmSpecialMCLVideoDecoderProcessing::GetFrame(MCL::MediaData* input,
     return MCL::StatusOk;
   } catch (const std::bad_alloc&) {
     return MCL::StatusNoMemory;
+  } catch (const NmError::CmIntegrityError& refusal) {
+    m_Refusal = std::make_unique<NmError::CmIntegrityError>(refusal);
+    return MCL::StatusFailed;
   } catch (...) {
     return MCL::StatusFailed;
   }

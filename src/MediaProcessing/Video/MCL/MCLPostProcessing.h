@@ -1,6 +1,9 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
+
+#include "Common/Error/Error.h"
 
 #include "Codecs/MCL/VideoProcessing.h"
 
@@ -27,12 +30,16 @@ public:
   bool GetLuminanceOnly() const { return m_LuminanceOnly; }
   // True once a picture has gone through since Init.
   bool IsActive() const { return m_Active; }
+  // The refusal of the last picture that the caller's image could not take
+  // (an odd size in an even-only format), once; null when there was none.
+  std::unique_ptr<NmError::CmIntegrityError> TakeRefusal() { return std::move(m_Refusal); }
 
 private:
   uint64_t m_ScaleDivisor = 1;
   bool m_SkipOutput = false;
   bool m_LuminanceOnly = false;
   bool m_Active = false;
+  std::unique_ptr<NmError::CmIntegrityError> m_Refusal;
 };
 
 } // namespace NmMediaProcessing

@@ -112,11 +112,9 @@ Interlacing CmMCLVideoDataWrapper::FromPictureStructure(MCL::PictureStructure st
   }
 }
 
-void CmMCLVideoDataWrapper::SetImage(const CmImage& image) {
-  const ColorFormat format = image.GetColorFormat();
-  const MCL::ColorFormat mclFormat = ToMCLFormat(format);
-  const bool oddWidth = (image.GetWidth() & 1) != 0;
-  const bool oddHeight = (image.GetHeight() & 1) != 0;
+void CmMCLVideoDataWrapper::CheckDimensions(ColorFormat format, uint64_t width, uint64_t height) {
+  const bool oddWidth = (width & 1) != 0;
+  const bool oddHeight = (height & 1) != 0;
   if ((format == YCbCr420_Planar && (oddWidth || oddHeight)) ||
       (format == YCbCr422_Planar && oddWidth)) {
     throw CmIntegrityError(
@@ -124,6 +122,12 @@ void CmMCLVideoDataWrapper::SetImage(const CmImage& image) {
         "The combination of image format and dimensions is not supported for MCL operations",
         CmIntegrityErrorCode::OutOfRange);
   }
+}
+
+void CmMCLVideoDataWrapper::SetImage(const CmImage& image) {
+  const ColorFormat format = image.GetColorFormat();
+  const MCL::ColorFormat mclFormat = ToMCLFormat(format);
+  CheckDimensions(format, image.GetWidth(), image.GetHeight());
   ThrowStatus(Init(static_cast<int32_t>(image.GetWidth()), static_cast<int32_t>(image.GetHeight()),
                    mclFormat));
   SetAlignment(image.GetAlignment());

@@ -17,6 +17,9 @@ public:
 
   // Size and format of the image; refuses formats and sizes the codecs cannot write.
   void SetImage(const CmImage& image);
+  // Raises when an image of this format cannot have this size: 4:2:0 needs
+  // both even, 4:2:2 an even width.
+  static void CheckDimensions(ColorFormat format, uint64_t width, uint64_t height);
   // Picture structure, pixel aspect and time from the image's attributes.
   void SetAttributes(const CmStandardImageAttributes& attributes);
   // The same three, back into image attributes.

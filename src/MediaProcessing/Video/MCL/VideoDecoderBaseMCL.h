@@ -206,6 +206,12 @@ bool CmVideoDecoderBaseMCL<Decoder, Params, N>::Decode(const uint8_t* data, uint
   case MCL::StatusFailed:
     m_ResetRequested = true;
     failed = true;
+    // A picture that the image cannot hold is the caller's to hear of, in
+    // the words of the image's own rule.
+    if (auto refusal = m_Processing->TakeRefusal()) {
+      ClearReuse();
+      throw NmError::CmIntegrityError(*refusal);
+    }
     break;
   case MCL::StatusFrameIncomplete:
     failed = data != nullptr && input.GetDataSize() > 0;

@@ -1,0 +1,199 @@
+// MPEG-4 pictures of odd width or height. ffmpeg's encoder only makes even
+// sizes, so the streams here are even ones whose video object layer header
+// is rewritten to one sample less: the macroblock count stays, and ffmpeg
+// decodes them cropped. H.263 has no odd sizes to test: its custom picture
+// format counts in steps of four.
+
+#include <gtest/gtest.h>
+
+#include "Image/ImageFixtures.h"
+#include "MPEG4/ClipSupport.h"
+#include "MediaProcessing/Image/Image.h"
+#include "MediaProcessing/Video/MPEG4/VideoDecoderMPEG4.h"
+
+using namespace NmMPEG4Test;
+using namespace NmMediaProcessing;
+using NmTestSupport::CmTempDirectory;
+
+namespace {
+
+// Bits of a byte string, most significant first, read and overwritten in
+// place.
+class CmBitCursor {
+public:
+  CmBitCursor(std::vector<uint8_t>& bytes, size_t byte) : m_Bytes(bytes), m_Bit(byte * 8) {}
+  uint32_t Read(int count) {
+    uint32_t value = 0;
+    for (int i = 0; i < count; ++i, ++m_Bit) {
+      value = value << 1 | ((m_Bytes.at(m_Bit / 8) >> (7 - m_Bit % 8)) & 1);
+    }
+    return value;
+  }
+  void Write(uint32_t value, int count) {
+    for (int i = count - 1; i >= 0; --i, ++m_Bit) {
+      const uint8_t mask = static_cast<uint8_t>(0x80 >> (m_Bit % 8));
+      m_Bytes.at(m_Bit / 8) = static_cast<uint8_t>(((value >> i) & 1) ? m_Bytes[m_Bit / 8] | mask
+                                                                      : m_Bytes[m_Bit / 8] & ~mask);
+    }
+  }
+
+private:
+  std::vector<uint8_t>& m_Bytes;
+  size_t m_Bit;
+};
+
+// Rewrites the size in every video object layer header of a rectangular
+// MPEG-4 elementary stream (ISO/IEC 14496-2, 6.2.3; the encoder repeats the
+// header before each intra picture). False when there is none.
+bool SetLayerSize(std::vector<uint8_t>& stream, uint32_t width, uint32_t height) {
+  bool found = false;
+  for (size_t at = 0; at + 4 < stream.size(); ++at) {
+    if (stream[at] != 0 || stream[at + 1] != 0 || stream[at + 2] != 1 ||
+        (stream[at + 3] & 0xF0) != 0x20) {
+      continue;
+    }
+    CmBitCursor bits(stream, at + 4);
+    bits.Read(1 + 8); // random_accessible_vol, video_object_type_indication
+    if (bits.Read(1) != 0) {
+      bits.Read(4 + 3); // verid, priority
+    }
+    if (bits.Read(4) == 15) {
+      bits.Read(16); // extended pixel aspect ratio
+    }
+    if (bits.Read(1) != 0) {
+      bits.Read(2 + 1); // chroma_format, low_delay
+      if (bits.Read(1) != 0) {
+        bits.Read(79); // vbv parameters with their markers
+      }
+    }
+    if (bits.Read(2) != 0) {
+      return false; // not rectangular
+    }
+    bits.Read(1);
+    uint32_t resolution = bits.Read(16);
+    bits.Read(1);
+    if (bits.Read(1) != 0) {
+      int length = 1;
+      while ((1u << length) < resolution) {
+        ++length;
+      }
+      bits.Read(length); // fixed_vop_time_increment
+    }
+    bits.Read(1);
+    bits.Write(width, 13);
+    bits.Read(1);
+    bits.Write(height, 13);
+    found = true;
+  }
+  return found;
+}
+
+struct SmOddClip {
+  std::string path;
+  SmClip clip;
+};
+
+// A clip of the given size, made one sample wider and taller and then told
+// to be this size.
+SmOddClip MakeOddClip(const CmTempDirectory& dir, int width, int height) {
+  SmOddClip odd;
+  const std::string even = dir / "even.m4v";
+  if (!NmTestSupport::Run(
+          "ffmpeg -y -v error -f lavfi -i testsrc2=size=" + std::to_string(width + width % 2) +
+          "x" + std::to_string(height + height % 2) +
+          ":rate=25 -frames:v 8 -vf noise=alls=12:allf=t -pix_fmt yuv420p "
+          "-c:v mpeg4 -bf 1 -g 4 -q:v 4 -f m4v '" +
+          even + "'")) {
+    return odd;
+  }
+  std::vector<uint8_t> stream = NmTestSupport::ReadBytes(even);
+  if (!SetLayerSize(stream, static_cast<uint32_t>(width), static_cast<uint32_t>(height))) {
+    return odd;
+  }
+  odd.path = dir / "odd.m4v";
+  NmTestSupport::WriteBytes(odd.path, stream);
+  odd.clip = Demux(odd.path);
+  return odd;
+}
+
+// Every record fed as a toolkit feeds it, then the flush; the pictures that
+// come out, or the first error raised.
+struct SmOddDecode {
+  std::vector<CmImage> pictures;
+  std::string error;
+  uint32_t code = 0;
+};
+
+SmOddDecode DecodeAll(const SmClip& clip, bool luminanceOnly, ColorFormat given) {
+  CmVideoDecoderMPEG4 decoder;
+  SmVideoDecodeParameters parameters = decoder.GetParameters();
+  parameters.m_LuminanceOnly = luminanceOnly;
+  decoder.SetParameters(parameters);
+  SmOddDecode out;
+  try {
+    for (size_t i = 0; i <= clip.pictures.size(); ++i) {
+      const std::vector<uint8_t>* record = i < clip.pictures.size() ? &clip.pictures[i] : nullptr;
+      for (int calls = 0; calls < 16; ++calls) {
+        CmImage image;
+        if (given != ColorFormatNone) {
+          image.Allocate(16, 16, given);
+        }
+        SmVideoDecodeResult result;
+        const bool ok = decoder.Decode(
+            record ? record->data() : nullptr, record ? record->size() : 0, static_cast<int32_t>(i),
+            NmTimeStamp::CmTimeStamp::FromMilliseconds(1000 + 40 * i), image, result);
+        if (ok && result.m_ImageProduced) {
+          out.pictures.push_back(image);
+        }
+        if (!ok || !result.m_CallAgain) {
+          break;
+        }
+      }
+    }
+  } catch (const NmError::CmIntegrityError& error) {
+    out.error = error.GetDescription();
+    out.code = error.GetErrorCode();
+  } catch (const NmError::CmError& error) {
+    out.error = error.GetDescription();
+  }
+  return out;
+}
+
+TEST(MPEG4OddSize, EvenOnlyFormatsAreRefusedAndTheOthersDecodeAsFfmpeg) {
+  struct SmCase {
+    int width;
+    int height;
+  };
+  for (const SmCase size : {SmCase{95, 63}, SmCase{95, 64}, SmCase{96, 63}}) {
+    SCOPED_TRACE(std::to_string(size.width) + "x" + std::to_string(size.height));
+    CmTempDirectory dir;
+    const SmOddClip odd = MakeOddClip(dir, size.width, size.height);
+    ASSERT_FALSE(odd.path.empty());
+    const auto reference = ReferencePictures(dir, odd.path, size.width, size.height);
+    ASSERT_EQ(reference.size(), 8u);
+    ASSERT_EQ(odd.clip.pictures.size(), 8u);
+
+    const SmOddDecode planar = DecodeAll(odd.clip, false, ColorFormatNone);
+    EXPECT_TRUE(planar.pictures.empty());
+    EXPECT_EQ(planar.error,
+              "The combination of image format and dimensions is not supported for MCL operations");
+    EXPECT_EQ(planar.code, 3u);
+
+    const SmOddDecode grey = DecodeAll(odd.clip, true, ColorFormatNone);
+    EXPECT_EQ(grey.error, "");
+    ASSERT_EQ(grey.pictures.size(), reference.size());
+    const size_t lumaSize = static_cast<size_t>(size.width * size.height);
+    for (size_t f = 0; f < grey.pictures.size(); ++f) {
+      const CmImage& picture = grey.pictures[f];
+      EXPECT_EQ(picture.GetColorFormat(), Gray);
+      EXPECT_EQ(picture.GetWidth(), static_cast<uint64_t>(size.width));
+      EXPECT_EQ(picture.GetHeight(), static_cast<uint64_t>(size.height));
+      const std::vector<uint8_t> luma = NmImageTest::Planes(picture).at(0);
+      EXPECT_TRUE(std::equal(luma.begin(), luma.end(), reference[f].begin()) &&
+                  luma.size() == lumaSize)
+          << "picture " << f;
+    }
+  }
+}
+
+} // namespace
