@@ -7,12 +7,16 @@
 # every target ran clean.
 #
 #   scripts/fuzz-all.sh SECONDS [TARGET...]
+#   VZK_FUZZ_TIMEOUT=60 scripts/fuzz-all.sh ...   (seconds per input, default 25)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 seconds=${1:?usage: scripts/fuzz-all.sh SECONDS [TARGET...]}
 shift
 build=${VZK_FUZZ_BUILD:-build-fuzz}
+# Seconds one input may take. Big pictures under the sanitizers take a second
+# or two alone; on a machine busy with builds, give more.
+timeout=${VZK_FUZZ_TIMEOUT:-25}
 runs=$build/fuzz-runs
 
 launcher=()
@@ -60,7 +64,7 @@ for target in "${targets[@]}"; do
   log=$runs/$target/log
   echo "== $target: ${seconds}s ${flags[*]}"
   if ! nice -n 10 "$build/bin/$target" "$runs/$target/corpus" "$seeds" $regressions \
-    -max_total_time="$seconds" -timeout=25 -print_final_stats=1 \
+    -max_total_time="$seconds" -timeout="$timeout" -print_final_stats=1 \
     -artifact_prefix="$runs/$target/" "${flags[@]}" >"$log" 2>&1; then
     tail -n 60 "$log"
     reproducer=$(sed -n 's/.*Test unit written to \(.*\)$/\1/p' "$log" | tail -n 1)
