@@ -624,9 +624,9 @@ std::vector<uint8_t> Woven(const std::vector<MB>& top, const std::vector<MB>& bo
 // field that, as the standard requires of it, takes the same index by
 // command 6: the two are one long-term frame, and the next frame's fields,
 // copies of the long-term fields of their own parity, show both. ffmpeg
-// frees the index again for the second field and drops the first field
-// (its next top field then copies the bottom field), so the pictures here
-// are those that the writer's own samples make.
+// frees the index again for the second field and drops the first field, so
+// that its next top field is no copy of the first one; the pictures here are
+// those that the writer's own samples make.
 TEST(H264FieldPictures, SecondFieldJoinsItsLongTermFirstField) {
   CmH264StreamWriter writer;
   writer.WriteSps(InterlacedSequence());
