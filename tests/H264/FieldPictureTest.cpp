@@ -503,39 +503,196 @@ TEST(H264FieldPictures, MemoryManagementUnmarksSingleFields) {
 }
 
 // Field coding that is not decoded yet is refused with the unsupported
-// status, never decoded wrongly: long-term references in fields, and the
-// memory management commands other than 1.
+// status, never decoded wrongly: memory management command 5 in a field.
 TEST(H264FieldPictures, FieldCodingNotDecodedYetIsRefused) {
-  const auto refused = [](const SmWriterSlice& slice) {
+  const auto decode = [](const SmWriterSlice& slice) {
     CmH264StreamWriter writer;
     writer.WriteSps(InterlacedSequence());
     writer.WritePps(SmWriterPps{});
-    writer.WriteSlice(slice,
-                      slice.type == SmWriterSlice::I ? IntraField(1) : PredictedField({0}, 2));
+    writer.WriteSlice(slice, IntraField(1));
     return DecodeWithEngine(writer);
   };
-  SmWriterSlice longTerm = Field(SmWriterSlice::I, 0, false, 0, 1);
-  longTerm.idr = true;
-  longTerm.longTermReference = true;
-  SmDecoded decoded = refused(longTerm);
+  SmWriterSlice slice = Field(SmWriterSlice::I, 0, false, 0, 1);
+  slice.adaptiveMarking = true;
+  slice.mmcos = {SmWriterMmco{5, 0, 0}};
+  SmDecoded decoded = decode(slice);
   EXPECT_TRUE(decoded.unsupported);
   EXPECT_TRUE(decoded.frames.empty());
-  for (const uint32_t operation : {2u, 3u, 4u, 5u, 6u}) {
-    SCOPED_TRACE(operation);
-    SmWriterSlice slice = Field(SmWriterSlice::I, 0, false, 0, 1);
-    slice.adaptiveMarking = true;
-    slice.mmcos = {SmWriterMmco{operation, 0, 0}};
-    decoded = refused(slice);
-    EXPECT_TRUE(decoded.unsupported);
-    EXPECT_TRUE(decoded.frames.empty());
-  }
-  // Command 1 is decoded.
-  SmWriterSlice one = Field(SmWriterSlice::I, 0, false, 0, 1);
-  one.adaptiveMarking = true;
-  one.mmcos = {SmWriterMmco{1, 0, 0}};
-  decoded = refused(one);
+  // Command 4 alone, in the same place, is decoded.
+  slice.mmcos = {SmWriterMmco{4, 1, 0}};
+  decoded = decode(slice);
   EXPECT_FALSE(decoded.unsupported);
   EXPECT_EQ(decoded.frames.size(), 1u);
+}
+
+// Long-term fields: command 4 makes room for indices, command 3 makes one
+// field and then its sibling long-term under one index, lists take the
+// long-term fields after the short-term ones by index, alternating parity,
+// and modifications name them by LongTermPicNum (2 LongTermFrameIdx, plus
+// one for the current parity); command 2 unmarks one long-term field and
+// leaves its sibling, and the sliding window passes over long-term fields.
+// Against ffmpeg. (Command 6 follows below: ffmpeg decodes the streams that
+// use it in fields apart from the standard.)
+TEST(H264FieldPictures, LongTermFieldsMatchFfmpeg) {
+  REQUIRE_FFMPEG();
+  CmH264StreamWriter writer;
+  SmWriterSps sps = InterlacedSequence();
+  sps.maxNumRefFrames = 4;
+  sps.maxDecFrameBuffering = 4;
+  writer.WriteSps(sps);
+  writer.WritePps(SmWriterPps{});
+  SmWriterSlice idr = Field(SmWriterSlice::I, 0, false, 0, 1);
+  idr.idr = true;
+  writer.WriteSlice(idr, IntraField(1));
+  writer.WriteSlice(Field(SmWriterSlice::P, 0, true, 1, 1), PredictedField({0}, 2));
+  // Frame 1, top (CurrPicNum 3): indices up to 2, and frame 0's bottom
+  // field (PicNum 0) long-term with index 1, then its top field (PicNum 1)
+  // beside it. (ffmpeg keeps marks by frame: it would make both fields
+  // long-term at the first command.)
+  SmWriterSlice top1 = WithActive(Field(SmWriterSlice::P, 1, false, 8, 1), 2);
+  top1.adaptiveMarking = true;
+  top1.mmcos = {SmWriterMmco{4, 3, 0}, SmWriterMmco{3, 2, 1}, SmWriterMmco{3, 1, 1}};
+  writer.WriteSlice(top1, PredictedField({0, 1}, 3));
+  // Bottom: list frame 1 top, then frame 0 bottom and top, long-term.
+  writer.WriteSlice(WithActive(Field(SmWriterSlice::P, 1, true, 9, 1), 3),
+                    PredictedField({2, 0, 1}, 4));
+  // Frame 2, top: frame 0's bottom field (LongTermPicNum 2) moved to the
+  // front; then its top field (LongTermPicNum 3) unmarked.
+  SmWriterSlice top2 = WithActive(Field(SmWriterSlice::P, 2, false, 16, 1), 4);
+  top2.modifications[0] = {{2, 2}};
+  top2.adaptiveMarking = true;
+  top2.mmcos = {SmWriterMmco{2, 3, 0}};
+  writer.WriteSlice(top2, PredictedField({0, 1, 2, 3}, 5));
+  writer.WriteSlice(WithActive(Field(SmWriterSlice::P, 2, true, 17, 1), 4),
+                    PredictedField({3, 0, 1, 2}, 6));
+  // Frame 3 reaches the long-term bottom field of frame 0 by its number
+  // from either parity.
+  SmWriterSlice top3 = WithActive(Field(SmWriterSlice::P, 3, false, 24, 1), 4);
+  top3.modifications[0] = {{2, 2}};
+  writer.WriteSlice(top3, PredictedField({0, 1, 2, 3}, 7));
+  SmWriterSlice bottom3 = WithActive(Field(SmWriterSlice::P, 3, true, 25, 1), 6);
+  bottom3.modifications[0] = {{2, 3}};
+  writer.WriteSlice(bottom3, PredictedField({5, 4, 0, 1, 2, 3}, 8));
+  // Frame 4 by the sliding window, which drops frame 1 and keeps the
+  // long-term field of frame 0.
+  writer.WriteSlice(WithActive(Field(SmWriterSlice::P, 4, false, 32, 1), 6),
+                    PredictedField({4, 5, 0, 1, 2, 3}, 9));
+  writer.WriteSlice(WithActive(Field(SmWriterSlice::P, 4, true, 33, 1), 5),
+                    PredictedField({3, 4, 0, 1, 2}, 10));
+
+  const SmDecoded ours = DecodeWithEngine(writer);
+  EXPECT_FALSE(ours.unsupported);
+  const Frames expected = DecodeWithFfmpeg(writer);
+  ASSERT_EQ(ours.frames.size(), 5u);
+  ASSERT_EQ(expected.size(), ours.frames.size());
+  for (size_t i = 0; i < expected.size(); ++i) {
+    EXPECT_TRUE(ours.frames[i] == expected[i]) << "frame " << i;
+  }
+}
+
+// The frame whose two fields are I_PCM fields, woven: the samples that the
+// writer put in, where a field picture puts them.
+std::vector<uint8_t> Woven(const std::vector<MB>& top, const std::vector<MB>& bottom) {
+  std::vector<uint8_t> frame(FrameSize);
+  const size_t lumaWidth = Width * 16, chromaWidth = Width * 8;
+  const size_t chromaStart[2] = {lumaWidth * Height * 16,
+                                 lumaWidth * Height * 16 + chromaWidth * Height * 8};
+  for (int parity = 0; parity < 2; ++parity) {
+    const std::vector<MB>& field = parity == 0 ? top : bottom;
+    for (uint32_t a = 0; a < FieldCount; ++a) {
+      const size_t mbx = a % Width, mby = a / Width;
+      const std::vector<uint8_t>& samples = field[a].samples;
+      for (size_t y = 0; y < 16; ++y) {
+        const size_t row = 2 * (mby * 16 + y) + static_cast<size_t>(parity);
+        std::copy_n(samples.begin() + static_cast<std::ptrdiff_t>(y * 16), 16,
+                    frame.begin() + static_cast<std::ptrdiff_t>(row * lumaWidth + mbx * 16));
+      }
+      for (int c = 0; c < 2; ++c) {
+        for (size_t y = 0; y < 8; ++y) {
+          const size_t row = 2 * (mby * 8 + y) + static_cast<size_t>(parity);
+          std::copy_n(samples.begin() + static_cast<std::ptrdiff_t>(256 + c * 64 + y * 8), 8,
+                      frame.begin() + static_cast<std::ptrdiff_t>(chromaStart[c] +
+                                                                  row * chromaWidth + mbx * 8));
+        }
+      }
+    }
+  }
+  return frame;
+}
+
+// An IDR first field that is long-term by its slice header, and a second
+// field that, as the standard requires of it, takes the same index by
+// command 6: the two are one long-term frame, and the next frame's fields,
+// copies of the long-term fields of their own parity, show both. ffmpeg
+// frees the index again for the second field and drops the first field, so
+// that its next top field is no copy of the first one; the pictures here are
+// those that the writer's own samples make.
+TEST(H264FieldPictures, SecondFieldJoinsItsLongTermFirstField) {
+  CmH264StreamWriter writer;
+  writer.WriteSps(InterlacedSequence());
+  writer.WritePps(SmWriterPps{});
+  const std::vector<MB> top = IntraField(1), bottom = IntraField(2);
+  SmWriterSlice idr = Field(SmWriterSlice::I, 0, false, 0, 1);
+  idr.idr = true;
+  idr.longTermReference = true;
+  writer.WriteSlice(idr, top);
+  SmWriterSlice second = Field(SmWriterSlice::I, 0, true, 1, 1);
+  second.adaptiveMarking = true;
+  second.mmcos = {SmWriterMmco{6, 0, 0}};
+  writer.WriteSlice(second, bottom);
+  // Top: list frame 0 top, frame 0 bottom (both long-term). Bottom: frame 1
+  // top (short-term), then frame 0 bottom, frame 0 top.
+  const auto copies = [](uint32_t reference) {
+    return std::vector<MB>(FieldCount, MB::Predicted(MB::L0, reference, 0, 0));
+  };
+  writer.WriteSlice(WithActive(Field(SmWriterSlice::P, 1, false, 8, 1), 2), copies(0));
+  writer.WriteSlice(WithActive(Field(SmWriterSlice::P, 1, true, 9, 1), 3), copies(1));
+
+  const SmDecoded ours = DecodeWithEngine(writer);
+  EXPECT_FALSE(ours.unsupported);
+  ASSERT_EQ(ours.frames.size(), 2u);
+  const std::vector<uint8_t> expected = Woven(top, bottom);
+  EXPECT_TRUE(ours.frames[0] == expected);
+  EXPECT_TRUE(ours.frames[1] == expected) << "the next frame copies the long-term fields";
+}
+
+// Command 3 on one field of a frame makes that field long-term and leaves
+// its sibling short-term: a later field reaches the one by its short-term
+// number and the other by its long-term number. ffmpeg keeps marks by
+// frame and would make both long-term, so again the writer's samples tell.
+TEST(H264FieldPictures, ACommandOnOneFieldLeavesItsSiblingShortTerm) {
+  CmH264StreamWriter writer;
+  writer.WriteSps(InterlacedSequence());
+  writer.WritePps(SmWriterPps{});
+  const std::vector<MB> top0 = IntraField(1), bottom0 = IntraField(2), top1 = IntraField(3),
+                        bottom1 = IntraField(4);
+  SmWriterSlice idr = Field(SmWriterSlice::I, 0, false, 0, 1);
+  idr.idr = true;
+  writer.WriteSlice(idr, top0);
+  writer.WriteSlice(Field(SmWriterSlice::I, 0, true, 1, 1), bottom0);
+  // Frame 1, top (CurrPicNum 3): index 0 for frame 0's bottom field (PicNum 0).
+  SmWriterSlice mark = Field(SmWriterSlice::I, 1, false, 8, 1);
+  mark.adaptiveMarking = true;
+  mark.mmcos = {SmWriterMmco{4, 1, 0}, SmWriterMmco{3, 2, 0}};
+  writer.WriteSlice(mark, top1);
+  writer.WriteSlice(Field(SmWriterSlice::I, 1, true, 9, 1), bottom1);
+  // Frame 2 copies frame 0: its top field names frame 0's top field by
+  // PicNum 1 (CurrPicNum 5, a difference of 4), its bottom field frame 0's
+  // bottom field by LongTermPicNum 1.
+  const std::vector<MB> copies(FieldCount, MB::Predicted(MB::L0, 0, 0, 0));
+  SmWriterSlice top2 = Field(SmWriterSlice::P, 2, false, 16, 1);
+  top2.modifications[0] = {{0, 3}};
+  writer.WriteSlice(top2, copies);
+  SmWriterSlice bottom2 = Field(SmWriterSlice::P, 2, true, 17, 1);
+  bottom2.modifications[0] = {{2, 1}};
+  writer.WriteSlice(bottom2, copies);
+
+  const SmDecoded ours = DecodeWithEngine(writer);
+  EXPECT_FALSE(ours.unsupported);
+  ASSERT_EQ(ours.frames.size(), 3u);
+  EXPECT_TRUE(ours.frames[0] == Woven(top0, bottom0));
+  EXPECT_TRUE(ours.frames[1] == Woven(top1, bottom1));
+  EXPECT_TRUE(ours.frames[2] == Woven(top0, bottom0));
 }
 
 namespace {

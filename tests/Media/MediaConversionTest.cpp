@@ -6,12 +6,14 @@
 #include "AACLoasWrapper.h"
 #include "DecodeOrderTimes.h"
 #include "H264AnnexBConverter.h"
+#include "H264FieldReader.h"
 #include "JPEGTableCompleter.h"
 #include "MediaProcessing/GenericByteData/AudioCodec.h"
 #include "MediaProcessing/GenericByteData/GenericAudioStreamDataPacket.h"
 #include "MediaProcessing/GenericByteData/GenericVideoStreamDataPacket.h"
 #include "MediaRecordBuilder.h"
 #include "PictureCodingType.h"
+#include "support/H264StreamWriter.h"
 
 using namespace NmMedia;
 using Bytes = std::vector<uint8_t>;
@@ -578,4 +580,69 @@ TEST(MediaMPEG4, PictureCodingTypeFromTheFirstPlane) {
   const Bytes cut = {0, 0, 1, 0xB6};
   EXPECT_EQ(IsIntraMPEG4Picture(cut.data(), cut.size()), std::nullopt)
       << "the coding type is missing";
+}
+
+// The field reader tells the fields of a field-coded stream by parity,
+// frame_num, reference and IDR, from parameter sets in the container's
+// configuration (Main and High profile, frame_num of 4 and 9 bits), and
+// nothing for frame pictures and for slices whose parameter sets it has not
+// seen.
+TEST(MediaH264FieldReader, FieldsOfAFieldCodedStream) {
+  using NmTestSupport::SmWriterSlice;
+  for (const bool high : {false, true}) {
+    SCOPED_TRACE(high ? "High" : "Main");
+    NmTestSupport::CmH264StreamWriter writer;
+    NmTestSupport::SmWriterSps sps;
+    sps.frameMbsOnly = false;
+    sps.widthInMbs = sps.heightInMbs = 2;
+    sps.log2MaxFrameNum = high ? 9 : 4;
+    if (high) {
+      sps.profileIdc = 100;
+    }
+    writer.WriteSps(sps);
+    NmTestSupport::SmWriterPps pps;
+    pps.transform8x8 = high;
+    writer.WritePps(pps);
+    const uint32_t lastFrameNum = 300 % (1u << sps.log2MaxFrameNum);
+    const auto picture = [&](bool idr, uint32_t frameNum, bool bottom, bool frame) {
+      SmWriterSlice slice;
+      slice.idr = idr;
+      slice.type = SmWriterSlice::I;
+      slice.frameNum = frameNum;
+      slice.field = !frame;
+      slice.bottom = bottom;
+      writer.WriteSlice(slice,
+                        std::vector<NmTestSupport::SmWriterMacroblock>(
+                            frame ? 4 : 2, NmTestSupport::SmWriterMacroblock::Filled(1, 2, 3)));
+    };
+    picture(true, 0, false, false);
+    picture(false, 0, true, false);
+    picture(false, lastFrameNum, true, false);
+    picture(false, 2, false, true);
+    const auto annexB = [&writer](size_t unit) {
+      Bytes bytes = {0, 0, 0, 1};
+      bytes.insert(bytes.end(), writer.Units()[unit].begin(), writer.Units()[unit].end());
+      return bytes;
+    };
+    const Bytes firstField = annexB(2);
+    EXPECT_FALSE(CmH264FieldReader().Read(firstField.data(), firstField.size()));
+    CmH264FieldReader reader;
+    Bytes sets = annexB(0);
+    const Bytes pictureSet = annexB(1);
+    sets.insert(sets.end(), pictureSet.begin(), pictureSet.end());
+    reader.Configure(sets.data(), sets.size());
+    std::vector<std::optional<CmH264FieldReader::SmField>> read;
+    for (size_t unit = 2; unit < writer.Units().size(); ++unit) {
+      const Bytes bytes = annexB(unit);
+      read.push_back(reader.Read(bytes.data(), bytes.size()));
+    }
+    ASSERT_TRUE(read[0] && read[1] && read[2]);
+    EXPECT_FALSE(read[3]) << "a frame picture";
+    EXPECT_TRUE(read[0]->idr && !read[0]->bottom && read[0]->reference);
+    EXPECT_TRUE(!read[1]->idr && read[1]->bottom && read[1]->frameNum == 0);
+    EXPECT_EQ(read[2]->frameNum, lastFrameNum);
+    EXPECT_TRUE(CmH264FieldReader::Completes(*read[0], *read[1]));
+    EXPECT_FALSE(CmH264FieldReader::Completes(*read[1], *read[0])) << "an IDR starts a frame";
+    EXPECT_FALSE(CmH264FieldReader::Completes(*read[0], *read[2])) << "another frame_num";
+  }
 }

@@ -3,16 +3,17 @@
 # audio from test sources at /cam, paced as a camera would send them. With
 # CODEC and CLIP (codec "mpeg4" or "h264"; an .mp4, .mkv or .avi
 # file): the clip's video at /clip, from its start for every client, paced
-# by its own times, so that what a client receives can be compared with the
-# file. Listens on the port given as the first argument (0: any free one);
+# by its own times, over TCP only, so that what a client receives can be
+# compared with the file. Listens on the port given as the first argument (0: any free one);
 # prints "PORT <n>" once it listens, then serves until killed.
 import sys
 
 import gi
 
 gi.require_version("Gst", "1.0")
+gi.require_version("GstRtsp", "1.0")
 gi.require_version("GstRtspServer", "1.0")
-from gi.repository import GLib, Gst, GstRtspServer  # noqa: E402
+from gi.repository import GLib, Gst, GstRtsp, GstRtspServer  # noqa: E402
 
 CAMERA = (
     "( videotestsrc is-live=true pattern=ball ! video/x-raw,width=160,height=120,framerate=25/1 "
@@ -45,6 +46,9 @@ def main():
     if len(sys.argv) > 3:
         factory.set_launch(clip_pipeline(sys.argv[2], sys.argv[3]))
         factory.set_shared(False)
+        # Interleaved in the session's TCP connection: a loaded machine may
+        # drop datagrams, and a clip compared frame for frame must not lose any.
+        factory.set_protocols(GstRtsp.RTSPLowerTrans.TCP)
         mount = "/clip"
     else:
         factory.set_launch(CAMERA)

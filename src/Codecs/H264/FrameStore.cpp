@@ -106,12 +106,17 @@ H264DecoderFrame* H264DBPList::ChooseForOutput(int32_t dpbDelay, int32_t dpbSize
 std::vector<NmH264::SmReferenceFrame> H264DBPList::GetReferences() const {
   std::vector<NmH264::SmReferenceFrame> references;
   for (const H264DecoderFrame* frame = m_Head; frame != nullptr; frame = frame->next) {
-    if (frame->IsReference()) {
-      references.push_back(
-          {&frame->GetPicture(), static_cast<uint32_t>(frame->frameNum), frame->IsLongTerm(),
-           static_cast<uint32_t>(frame->longTermFrameIdx),
-           static_cast<uint8_t>((frame->isShortRef[0] || frame->isLongRef[0] ? 1 : 0) |
-                                (frame->isShortRef[1] || frame->isLongRef[1] ? 2 : 0))});
+    // Fields marked apart give an entry each.
+    const uint8_t shortFields =
+        static_cast<uint8_t>((frame->isShortRef[0] ? 1 : 0) | (frame->isShortRef[1] ? 2 : 0));
+    const uint8_t longFields =
+        static_cast<uint8_t>((frame->isLongRef[0] ? 1 : 0) | (frame->isLongRef[1] ? 2 : 0));
+    for (const bool longTerm : {false, true}) {
+      const uint8_t fields = longTerm ? longFields : shortFields;
+      if (fields != 0) {
+        references.push_back({&frame->GetPicture(), static_cast<uint32_t>(frame->frameNum),
+                              longTerm, static_cast<uint32_t>(frame->longTermFrameIdx), fields});
+      }
     }
   }
   return references;
@@ -119,19 +124,22 @@ std::vector<NmH264::SmReferenceFrame> H264DBPList::GetReferences() const {
 
 void H264DBPList::SetReferences(const std::vector<NmH264::SmReferenceFrame>& references) {
   for (H264DecoderFrame* frame = m_Head; frame != nullptr; frame = frame->next) {
-    const auto found = std::find_if(references.begin(), references.end(), [frame](const auto& r) {
-      return r.picture == &frame->GetPicture();
-    });
-    const bool isReference = found != references.end();
-    const bool longTerm = isReference && found->longTerm;
-    for (int parity = 0; parity < 2; ++parity) {
-      const bool field = isReference && (found->fields & (1 << parity)) != 0;
-      frame->isShortRef[parity] = field && !longTerm;
-      frame->isLongRef[parity] = field && longTerm;
-    }
-    if (isReference) {
-      frame->frameNum = static_cast<int32_t>(found->frameNum);
-      frame->longTermFrameIdx = static_cast<int32_t>(found->longTermFrameIdx);
+    // A frame whose fields are marked apart has an entry for each.
+    frame->isShortRef[0] = frame->isShortRef[1] = false;
+    frame->isLongRef[0] = frame->isLongRef[1] = false;
+    for (const NmH264::SmReferenceFrame& found : references) {
+      if (found.picture != &frame->GetPicture()) {
+        continue;
+      }
+      for (int parity = 0; parity < 2; ++parity) {
+        if ((found.fields & (1 << parity)) != 0) {
+          (found.longTerm ? frame->isLongRef : frame->isShortRef)[parity] = true;
+        }
+      }
+      frame->frameNum = static_cast<int32_t>(found.frameNum);
+      if (found.longTerm) {
+        frame->longTermFrameIdx = static_cast<int32_t>(found.longTermFrameIdx);
+      }
     }
   }
 }

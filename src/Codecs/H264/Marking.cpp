@@ -17,35 +17,128 @@ template <typename F> bool RemoveIf(std::vector<SmReferenceFrame>& frames, F con
   return found;
 }
 
+// Fields of one frame may be marked apart: one long-term and one
+// short-term, or one gone. An entry holds the fields of one frame that share
+// a marking, so a frame has two entries while its fields differ.
+
+// Unmarks the fields of `bit` (a mask) in the entries that `condition`
+// picks, dropping entries left without fields.
+template <typename F> bool UnmarkFields(std::vector<SmReferenceFrame>& frames, F condition) {
+  bool found = false;
+  for (SmReferenceFrame& frame : frames) {
+    for (int p = 0; p < 2; ++p) {
+      if ((frame.fields & (1 << p)) != 0 && condition(frame, p)) {
+        frame.fields = static_cast<uint8_t>(frame.fields & ~(1 << p));
+        found = true;
+      }
+    }
+  }
+  RemoveIf(frames, [](const SmReferenceFrame& f) { return f.fields == 0; });
+  return found;
+}
+
+// Gives the field of parity `p` of `picture` the long-term index, joining
+// its sibling when that holds the same index.
+void MarkFieldLongTerm(std::vector<SmReferenceFrame>& frames, const CmPicture* picture,
+                       uint32_t frameNum, int p, uint32_t index) {
+  for (SmReferenceFrame& frame : frames) {
+    if (frame.picture == picture && frame.longTerm && frame.longTermFrameIdx == index) {
+      frame.fields = static_cast<uint8_t>(frame.fields | (1 << p));
+      return;
+    }
+  }
+  frames.push_back({picture, frameNum, true, index, static_cast<uint8_t>(1 << p)});
+}
+
+// Frees a long-term index for a field of `keeper`: long-term frames and
+// fields that hold it go, except a field of keeper's own frame, whose
+// sibling may take the same index (8.2.5.4.3, 8.2.5.4.6).
+void FreeLongTermIndex(std::vector<SmReferenceFrame>& frames, uint32_t index,
+                       const CmPicture* keeper) {
+  UnmarkFields(frames, [&](const SmReferenceFrame& f, int) {
+    return f.longTerm && f.longTermFrameIdx == index && f.picture != keeper;
+  });
+}
+
 // The commands of a field's dec_ref_pic_marking, which name single fields
-// by their field picture numbers: twice FrameNumWrap, plus one for the
-// current field's parity. Only 1, a short-term field unmarked, is carried
-// out; the slice header refuses fields with the others.
+// by their field picture numbers (8.2.4.1): twice FrameNumWrap or
+// LongTermFrameIdx, plus one for the current field's parity. Command 5 is
+// refused by the slice header. `selfLongTerm` and `selfIndex` tell what
+// command 6 made of the current field.
 bool MarkFieldsAdaptively(SmReferenceState& state, const SmSliceHeader& header, int parity,
-                          uint32_t maxFrameNum) {
+                          uint32_t maxFrameNum, const CmPicture* current, bool& selfLongTerm,
+                          uint32_t& selfIndex) {
   std::vector<SmReferenceFrame>& frames = state.frames;
   const int64_t currPicNum = 2 * int64_t{header.frameNum} + 1;
+  const auto shortPicNum = [&](const SmReferenceFrame& f, int p) {
+    return 2 * GetPicNum(f, header.frameNum, maxFrameNum) + (p == parity ? 1 : 0);
+  };
   bool ok = true;
   for (uint8_t i = 0; i < header.markingCount; ++i) {
     const SmMarkingOperation& op = header.marking[i];
-    if (op.operation != 1) {
-      ok = false;
-      continue;
-    }
     const int64_t picNumX = currPicNum - (int64_t{op.differenceOfPicNums} + 1);
-    bool found = false;
-    for (SmReferenceFrame& frame : frames) {
-      for (int p = 0; p < 2 && !frame.longTerm; ++p) {
-        const int64_t picNum =
-            2 * GetPicNum(frame, header.frameNum, maxFrameNum) + (p == parity ? 1 : 0);
-        if ((frame.fields & (1 << p)) != 0 && picNum == picNumX) {
-          frame.fields = static_cast<uint8_t>(frame.fields & ~(1 << p));
-          found = true;
+    switch (op.operation) {
+    case 1:
+      ok = UnmarkFields(frames,
+                        [&](const SmReferenceFrame& f, int p) {
+                          return !f.longTerm && shortPicNum(f, p) == picNumX;
+                        }) &&
+           ok;
+      break;
+    case 2:
+      ok = UnmarkFields(frames,
+                        [&](const SmReferenceFrame& f, int p) {
+                          return f.longTerm &&
+                                 2 * int64_t{f.longTermFrameIdx} + (p == parity ? 1 : 0) ==
+                                     int64_t{op.longTermPicNum};
+                        }) &&
+           ok;
+      break;
+    case 3: {
+      const CmPicture* picture = nullptr;
+      uint32_t frameNum = 0;
+      int field = -1;
+      for (const SmReferenceFrame& f : frames) {
+        for (int p = 0; p < 2; ++p) {
+          if ((f.fields & (1 << p)) != 0 && !f.longTerm && shortPicNum(f, p) == picNumX) {
+            picture = f.picture;
+            frameNum = f.frameNum;
+            field = p;
+          }
         }
       }
+      if (field < 0 || int64_t{op.longTermFrameIdx} > state.maxLongTermFrameIdx) {
+        ok = false;
+        break;
+      }
+      FreeLongTermIndex(frames, op.longTermFrameIdx, picture);
+      UnmarkFields(frames, [&](const SmReferenceFrame& f, int p) {
+        return !f.longTerm && f.picture == picture && p == field;
+      });
+      MarkFieldLongTerm(frames, picture, frameNum, field, op.longTermFrameIdx);
+      break;
     }
-    RemoveIf(frames, [](const SmReferenceFrame& f) { return f.fields == 0; });
-    ok = ok && found;
+    case 4:
+      state.maxLongTermFrameIdx = int64_t{op.maxLongTermFrameIdxPlus1} - 1;
+      UnmarkFields(frames, [&](const SmReferenceFrame& f, int) {
+        return f.longTerm && int64_t{f.longTermFrameIdx} > state.maxLongTermFrameIdx;
+      });
+      break;
+    case 6:
+      if (int64_t{op.longTermFrameIdx} > state.maxLongTermFrameIdx) {
+        ok = false;
+        break;
+      }
+      // The first field of the current frame keeps the index that its
+      // second field takes too.
+      FreeLongTermIndex(frames, op.longTermFrameIdx, current);
+      selfLongTerm = true;
+      selfIndex = op.longTermFrameIdx;
+      break;
+    default:
+      ok = false;
+      break;
+    }
   }
   return ok;
 }
@@ -58,19 +151,26 @@ bool MarkReferences(SmReferenceState& state, const SmSliceHeader& header, const 
   SmReferenceFrame self{current, header.frameNum, false, 0,
                         static_cast<uint8_t>(parity < 0 ? 3 : 1 << parity)};
   bool ok = true;
-  if (parity >= 0) {
+  if (parity >= 0 && !header.IsIdr()) {
     if (header.adaptiveMarking) {
-      ok = MarkFieldsAdaptively(state, header, parity, maxFrameNum);
+      ok = MarkFieldsAdaptively(state, header, parity, maxFrameNum, current, self.longTerm,
+                                self.longTermFrameIdx);
     }
-    // The second field of a reference field pair: no sliding window, the
-    // pair is one entry.
+    // The second field of a reference field pair: no sliding window, and
+    // one entry with its first field when both are marked alike.
+    bool paired = false;
     for (SmReferenceFrame& frame : frames) {
-      if (frame.picture == current) {
+      if (frame.picture != current) {
+        continue;
+      }
+      paired = true;
+      if (frame.longTerm == self.longTerm &&
+          (!self.longTerm || frame.longTermFrameIdx == self.longTermFrameIdx)) {
         frame.fields = static_cast<uint8_t>(frame.fields | self.fields);
         return ok;
       }
     }
-    if (header.adaptiveMarking) {
+    if (paired || header.adaptiveMarking) {
       frames.push_back(self);
       return ok;
     }

@@ -277,18 +277,17 @@ SmParseResult ParseSliceHeader(CmBitReader& reader, uint8_t nalHeader,
       (sps->mbAdaptiveFrameField && !header.fieldPic)) {
     return ParseUnsupported;
   }
-  // Fields decode in one slice group, without long-term references; the
-  // rest of field coding is still to come. (CABAC fields decode until a
-  // residual block needs the field significance contexts.)
-  if (header.fieldPic && (pps->numSliceGroups > 1 || header.longTermReference)) {
+  // Fields decode in one slice group; the rest of field coding is still to
+  // come. (CABAC fields decode until a residual block needs the field
+  // significance contexts.)
+  if (header.fieldPic && pps->numSliceGroups > 1) {
     return ParseUnsupported;
   }
-  // Of the memory management commands, fields take those that unmark a
-  // short-term field.
-  for (uint8_t i = 0; header.fieldPic && i < header.markingCount; ++i) {
-    if (header.marking[i].operation != 1) {
-      return ParseUnsupported;
-    }
+  // Of the memory management commands, fields take all but the one that
+  // starts the numbering over, whose order counts in fields are still to
+  // come.
+  if (header.fieldPic && header.HasMemoryManagement5()) {
+    return ParseUnsupported;
   }
   return ParseOk;
 }
