@@ -9,100 +9,31 @@
 #include "Codecs/H264/NalUnits.h"
 #include "Codecs/H264/ParameterSets.h"
 #include "Codecs/H264/SliceDecoder.h"
-#include "Codecs/H264/TaskSupplier.h"
-#include "H264/VisibleSamples.h"
+#include "H264/ReferenceDecoding.h"
 #include "support/CabacEncoder.h"
-#include "support/ExternalTools.h"
 
 using namespace NmH264;
 using NmTestSupport::CmTempDirectory;
 
 namespace {
 
-// Decodes an Annex B stream through the task supplier, one unit at a time,
-// and returns each picture's visible samples, planar, in output order.
-std::vector<std::vector<uint8_t>> DecodeStream(const std::vector<uint8_t>& stream,
-                                               bool& allDecoded) {
-  MCL::TaskSupplier supplier(MCL::SmTaskSupplierSettings{});
-  std::vector<std::vector<uint8_t>> pictures;
-  const auto take = [&](bool force) {
-    while (MCL::H264DecoderFrame* frame = supplier.GetFrameToDisplay(force)) {
-      pictures.push_back(NmH264Test::VisibleSamples(*frame, *supplier.GetActiveSequence()));
-    }
-  };
-  size_t position = 0;
-  SmNalUnit unit;
-  allDecoded = true;
-  while (NextAnnexBUnit(stream.data(), stream.size(), position, true, unit)) {
-    allDecoded = supplier.AddSource(unit.data - 3, unit.size + 3, -1.0, -1) == 0 &&
-                 !supplier.TakeUnsupported() && allDecoded;
-    take(false);
-  }
-  supplier.Flush();
-  take(true);
-  return pictures;
-}
+using namespace NmH264Test;
 
-struct SmEncoding {
-  const char* size;
-  const char* pixelFormat;
-  const char* options;
-  int frames = 10;
-  const char* preset = "medium";
-};
+SmSupplied DecodeStream(const Bytes& stream) {
+  return DecodeWithSupplier(AnnexBUnits(stream));
+}
 
 // Encodes testsrc2 with x264 for each case and expects every picture to
 // equal ffmpeg's decode of the same stream, sample for sample.
-void ExpectSameAsReference(const std::vector<SmEncoding>& cases) {
-  CmTempDirectory directory;
-  for (const SmEncoding& c : cases) {
-    SCOPED_TRACE(std::string(c.options) + " " + c.pixelFormat + " " + c.size + " " + c.preset);
-    const std::string stream = directory / "clip.264";
-    const std::string decoded = directory / "clip.yuv";
-    const size_t frames = static_cast<size_t>(c.frames);
-    ASSERT_TRUE(NmTestSupport::Run(std::string("ffmpeg -y -f lavfi -i testsrc2=size=") + c.size +
-                                   ":rate=25 -frames:v " + std::to_string(c.frames) + " -pix_fmt " +
-                                   c.pixelFormat + " -c:v libx264 -preset " + c.preset +
-                                   " -x264-params '" + c.options + "' -f h264 '" + stream + "'"));
-    ASSERT_TRUE(NmTestSupport::Run("ffmpeg -y -i '" + stream + "' -f rawvideo -pix_fmt " +
-                                   c.pixelFormat + " '" + decoded + "'"));
-    bool allDecoded = false;
-    const auto pictures = DecodeStream(NmTestSupport::ReadBytes(stream), allDecoded);
-    EXPECT_TRUE(allDecoded);
-    const std::vector<uint8_t> expected = NmTestSupport::ReadBytes(decoded);
-    ASSERT_EQ(pictures.size(), frames);
-    const size_t frameSize = expected.size() / frames;
-    for (size_t i = 0; i < pictures.size(); ++i) {
-      ASSERT_EQ(pictures[i].size(), frameSize);
-      const std::vector<uint8_t> reference(
-          expected.begin() + static_cast<std::ptrdiff_t>(i * frameSize),
-          expected.begin() + static_cast<std::ptrdiff_t>((i + 1) * frameSize));
-      size_t firstDifference = 0;
-      while (firstDifference < frameSize &&
-             pictures[i][firstDifference] == reference[firstDifference]) {
-        ++firstDifference;
-      }
-      EXPECT_EQ(firstDifference, frameSize) << "picture " << i;
-    }
+void ExpectSameAsReference(const std::vector<SmX264Clip>& cases) {
+  for (const SmX264Clip& c : cases) {
+    SCOPED_TRACE(c.options + " " + c.pixelFormat + " " + c.size + " " + c.preset);
+    const SmEncoded encoded = EncodeWithX264(c);
+    ASSERT_EQ(encoded.pictures.size(), static_cast<size_t>(c.frames));
+    const SmSupplied ours = DecodeStream(encoded.stream);
+    EXPECT_TRUE(ours.allAccepted);
+    ExpectSameFrames(ours.pictures, encoded.pictures);
   }
-}
-
-// The decoded pictures of the stream at path against ffmpeg's decode of it.
-void ExpectStreamSameAsReference(const CmTempDirectory& directory, const std::string& path,
-                                 size_t frames) {
-  const std::string decoded = directory / "reference.yuv";
-  ASSERT_TRUE(NmTestSupport::Run("ffmpeg -y -v error -i '" + path +
-                                 "' -f rawvideo -pix_fmt yuv420p '" + decoded + "'"));
-  bool allDecoded = false;
-  const auto pictures = DecodeStream(NmTestSupport::ReadBytes(path), allDecoded);
-  EXPECT_TRUE(allDecoded);
-  const std::vector<uint8_t> expected = NmTestSupport::ReadBytes(decoded);
-  ASSERT_EQ(pictures.size(), frames);
-  std::vector<uint8_t> all;
-  for (const auto& picture : pictures) {
-    all.insert(all.end(), picture.begin(), picture.end());
-  }
-  EXPECT_TRUE(all == expected);
 }
 
 unsigned UeLength(uint32_t value) {
@@ -252,9 +183,7 @@ std::vector<uint8_t> ReplaceSlices(const std::vector<uint8_t>& stream,
 } // namespace
 
 TEST(H264Decode, PicturesEqualTheReferenceDecoder) {
-  if (!NmTestSupport::HaveProgram("ffmpeg")) {
-    GTEST_SKIP() << "ffmpeg is not installed";
-  }
+  REQUIRE_FFMPEG();
   ExpectSameAsReference({
       {"64x48", "yuv420p", "cabac=0:8x8dct=0:keyint=1:no-deblock=1:qp=30"},
       {"64x48", "yuv420p", "cabac=0:8x8dct=0:keyint=1:qp=30"},
@@ -292,9 +221,7 @@ TEST(H264Decode, PicturesEqualTheReferenceDecoder) {
 }
 
 TEST(H264Decode, CabacPicturesEqualTheReferenceDecoder) {
-  if (!NmTestSupport::HaveProgram("ffmpeg")) {
-    GTEST_SKIP() << "ffmpeg is not installed";
-  }
+  REQUIRE_FFMPEG();
   ExpectSameAsReference({
       // I slices: 4x4, 8x8 and 16x16 prediction, PCM at the lowest
       // quantisers, scaling matrices, several slices, monochrome.
@@ -331,10 +258,8 @@ TEST(H264Decode, CabacPicturesEqualTheReferenceDecoder) {
 // The encoder's presets span its choices of partitions, references, B
 // pictures and decisions.
 TEST(H264Decode, CabacPresetsEqualTheReferenceDecoder) {
-  if (!NmTestSupport::HaveProgram("ffmpeg")) {
-    GTEST_SKIP() << "ffmpeg is not installed";
-  }
-  std::vector<SmEncoding> cases;
+  REQUIRE_FFMPEG();
+  std::vector<SmX264Clip> cases;
   for (const char* preset : {"ultrafast", "superfast", "veryfast", "faster", "fast", "medium",
                              "slow", "slower", "veryslow"}) {
     // ultrafast turns CABAC off; it comes back on here.
@@ -350,47 +275,41 @@ TEST(H264Decode, CabacPresetsEqualTheReferenceDecoder) {
 // the same pictures in the rebuilt stream as in the original shows that the
 // rebuilding is faithful. Slices of idc 1 with 8x8 transforms are refused.
 TEST(H264Decode, CabacStreamsOfEveryInitTableEqualTheReferenceDecoder) {
-  if (!NmTestSupport::HaveProgram("ffmpeg")) {
-    GTEST_SKIP() << "ffmpeg is not installed";
-  }
+  REQUIRE_FFMPEG();
   CmTempDirectory directory;
   for (const bool transform8x8 : {false, true}) {
-    const std::string original = directory / "original.264";
-    ASSERT_TRUE(NmTestSupport::Run(
-        "ffmpeg -y -v error -f lavfi -i testsrc2=size=96x64:rate=25 -frames:v 12 "
-        "-vf noise=alls=12 -pix_fmt yuv420p -c:v libx264 -x264-params "
-        "'bframes=3:b-pyramid=normal:ref=3:weightp=2:partitions=all:direct=auto:slices=2:"
-        "crf=18:keyint=6:8x8dct=" +
-        std::to_string(transform8x8 ? 1 : 0) + "' -f h264 '" + original + "'"));
-    const std::vector<uint8_t> stream = NmTestSupport::ReadBytes(original);
+    const SmEncoded original = EncodeWithX264(
+        {"96x64", "yuv420p",
+         "bframes=3:b-pyramid=normal:ref=3:weightp=2:partitions=all:direct=auto:slices=2:crf=18:"
+         "keyint=6:8x8dct=" +
+             std::to_string(transform8x8 ? 1 : 0),
+         12, "medium", "noise=alls=12"});
+    ASSERT_EQ(original.pictures.size(), 12u);
     for (const uint32_t initIdc : {0u, 1u, 2u}) {
       SCOPED_TRACE("cabac_init_idc " + std::to_string(initIdc) + " 8x8 " +
                    std::to_string(transform8x8));
       // Rebuilt from the bins of the original, which decodes.
       CmInitTableTranscoder transcoder(initIdc);
       CmSliceDecoder::SetCabacObserver(&transcoder);
-      bool allDecoded = false;
-      const auto pictures = DecodeStream(stream, allDecoded);
+      const bool allDecoded = DecodeStream(original.stream).allAccepted;
       CmSliceDecoder::SetCabacObserver(nullptr);
       ASSERT_TRUE(allDecoded);
-      const std::vector<uint8_t> rebuilt = ReplaceSlices(stream, transcoder.GetSlices());
+      const Bytes rebuilt = ReplaceSlices(original.stream, transcoder.GetSlices());
       if (initIdc != 0) {
-        EXPECT_FALSE(rebuilt == stream);
+        EXPECT_FALSE(rebuilt == original.stream);
+      }
+      const SmSupplied ours = DecodeStream(rebuilt);
+      if (initIdc == 1 && transform8x8) {
+        EXPECT_LT(ours.pictures.size(), 12u);
+        EXPECT_FALSE(ours.allAccepted);
+        continue;
       }
       const std::string path = directory / "rebuilt.264";
       ASSERT_TRUE(NmTestSupport::WriteBytes(path, rebuilt));
-      const std::string a = directory / "a.yuv", b = directory / "b.yuv";
-      ASSERT_TRUE(NmTestSupport::Run("ffmpeg -y -v error -i '" + original + "' -f rawvideo '" + a +
-                                     "' && ffmpeg -y -v error -i '" + path + "' -f rawvideo '" + b +
-                                     "'"));
-      if (initIdc == 1 && transform8x8) {
-        bool decoded = true;
-        EXPECT_LT(DecodeStream(rebuilt, decoded).size(), 12u);
-        EXPECT_FALSE(decoded);
-        continue;
-      }
-      EXPECT_TRUE(NmTestSupport::ReadBytes(a) == NmTestSupport::ReadBytes(b));
-      ExpectStreamSameAsReference(directory, path, 12);
+      const Frames theirs = FfmpegPictures(path, directory / "rebuilt.yuv", 96 * 64 * 3 / 2);
+      EXPECT_TRUE(theirs == original.pictures);
+      EXPECT_TRUE(ours.allAccepted);
+      ExpectSameFrames(ours.pictures, theirs);
     }
   }
 }
