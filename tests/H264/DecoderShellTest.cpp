@@ -98,10 +98,14 @@ TEST(H264DecoderShell, LowDelayHoldsUntilAPictureComesOutOfOrder) {
     ASSERT_EQ(accessUnits.size(), Count);
 
     CmShell shell(MCL::VideoDecoderParams::FlagBase | MCL::VideoDecoderParams::FlagLowDelay);
-    size_t shownAtOnce = 0;
+    std::string shown; // per access unit, whether a picture left at once
     for (const Bytes& accessUnit : accessUnits) {
-      shownAtOnce += shell.Feed(accessUnit, 1) == MCL::StatusOk;
+      shown += shell.Feed(accessUnit, 1) == MCL::StatusOk ? '1' : '0';
     }
+    const size_t shownAtOnce = static_cast<size_t>(std::count(shown.begin(), shown.end(), '1'));
+    // The key picture leaves with its own access unit, and so does the
+    // picture after it.
+    EXPECT_EQ(shown.substr(0, 2), "11") << shown;
     shell.Flush();
     const Frames& ours = shell.collector.pictures;
     ASSERT_EQ(ours.size(), Count);
