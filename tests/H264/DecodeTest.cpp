@@ -182,77 +182,58 @@ std::vector<uint8_t> ReplaceSlices(const std::vector<uint8_t>& stream,
 
 } // namespace
 
-TEST(H264Decode, PicturesEqualTheReferenceDecoder) {
+// Each case with CAVLC and with CABAC.
+TEST(H264Decode, PicturesOfBothEntropyCodersEqualTheReferenceDecoder) {
   REQUIRE_FFMPEG();
-  ExpectSameAsReference({
-      {"64x48", "yuv420p", "cabac=0:8x8dct=0:keyint=1:no-deblock=1:qp=30"},
-      {"64x48", "yuv420p", "cabac=0:8x8dct=0:keyint=1:qp=30"},
-      {"100x60", "yuv420p", "cabac=0:keyint=1:8x8dct=1:qp=20:slices=3"},
-      {"96x64", "yuv420p",
-       "cabac=0:keyint=1:8x8dct=1:cqm=jvt:qp=36:chroma-qp-offset=5:deblock=3,-2"},
-      {"80x48", "yuv420p", "cabac=0:keyint=1:qp=1:deblock=-3,4"},
-      {"80x48", "yuv420p", "cabac=0:keyint=1:qp=51:8x8dct=1"},
-      {"64x64", "gray", "cabac=0:keyint=1:qp=24:8x8dct=1"},
-      // P frames: one reference, then several with every partition size.
-      {"64x48", "yuv420p", "cabac=0:bframes=0:ref=1:weightp=0:qp=26"},
-      {"96x64", "yuv420p", "cabac=0:bframes=0:ref=4:weightp=0:partitions=all:8x8dct=1:qp=30"},
-      {"100x60", "yuv420p",
-       "cabac=0:bframes=0:ref=3:weightp=0:partitions=all:8x8dct=0:slices=2:qp=22"},
-      {"64x64", "gray", "cabac=0:bframes=0:ref=2:weightp=0:qp=28"},
-      // Weighted prediction of P frames.
-      {"96x64", "yuv420p", "cabac=0:bframes=0:ref=3:weightp=2:qp=26"},
-      // B frames: spatial and temporal direct, pyramids, implicit and
-      // explicit weights.
-      {"176x144", "yuv420p", "cabac=0:bframes=2:b-pyramid=none:direct=spatial:weightb=0:qp=26"},
-      {"96x64", "yuv420p",
-       "cabac=0:bframes=3:b-pyramid=normal:direct=temporal:weightb=1:ref=4:qp=28"},
-      {"100x60", "yuv420p",
-       "cabac=0:bframes=3:b-pyramid=strict:direct=spatial:weightb=1:partitions=all:8x8dct=1:qp=24"},
-      // Constrained Baseline with many slices and references; 16 references
-      // under a B pyramid; open groups; intra refresh; constrained intra; a
-      // picture of 720 lines.
-      {"176x144", "yuv420p", "cabac=0:bframes=0:8x8dct=0:weightp=0:ref=8:slices=4:keyint=12", 24},
-      {"64x48", "yuv420p", "cabac=0:bframes=3:b-pyramid=normal:ref=16:keyint=40:qp=30", 36},
-      {"64x48", "yuv420p", "cabac=0:bframes=2:open-gop=1:keyint=8:min-keyint=8:scenecut=0", 24},
-      {"96x64", "yuv420p", "cabac=0:bframes=0:keyint=8:intra-refresh=1", 20},
-      {"96x64", "yuv420p", "cabac=0:bframes=2:constrained-intra=1:qp=20", 10},
-      {"1280x720", "yuv420p", "cabac=0:bframes=2:ref=2", 3},
-  });
-}
-
-TEST(H264Decode, CabacPicturesEqualTheReferenceDecoder) {
-  REQUIRE_FFMPEG();
-  ExpectSameAsReference({
+  const SmX264Clip cases[] = {
       // I slices: 4x4, 8x8 and 16x16 prediction, PCM at the lowest
-      // quantisers, scaling matrices, several slices, monochrome.
-      {"64x48", "yuv420p", "keyint=1:8x8dct=0:qp=30"},
+      // quantisers, scaling matrices, several slices, the loop filter off and
+      // at its offsets, monochrome.
+      {"64x48", "yuv420p", "8x8dct=0:keyint=1:no-deblock=1:qp=30"},
+      {"64x48", "yuv420p", "8x8dct=0:keyint=1:qp=30"},
       {"100x60", "yuv420p", "keyint=1:8x8dct=1:qp=20:slices=3"},
       {"96x64", "yuv420p", "keyint=1:8x8dct=1:cqm=jvt:qp=36:chroma-qp-offset=5:deblock=3,-2"},
-      {"80x48", "yuv420p", "keyint=1:qp=1"},
+      {"80x48", "yuv420p", "keyint=1:qp=1:deblock=-3,4"},
       {"80x48", "yuv420p", "keyint=1:qp=51:8x8dct=1"},
       {"64x64", "gray", "keyint=1:qp=24:8x8dct=1"},
-      // P slices.
+      // P slices: one reference, then several with every partition size;
+      // weighted prediction.
       {"64x48", "yuv420p", "bframes=0:ref=1:weightp=0:qp=26"},
       {"96x64", "yuv420p", "bframes=0:ref=4:weightp=0:partitions=all:8x8dct=1:qp=30"},
       {"100x60", "yuv420p", "bframes=0:ref=3:weightp=0:partitions=all:8x8dct=0:slices=2:qp=22"},
       {"64x64", "gray", "bframes=0:ref=2:weightp=0:qp=28:8x8dct=1"},
       {"96x64", "yuv420p", "bframes=0:ref=3:weightp=2:qp=26"},
-      // B slices.
+      // B slices: spatial and temporal direct, pyramids, implicit and
+      // explicit weights.
       {"176x144", "yuv420p", "bframes=2:b-pyramid=none:direct=spatial:weightb=0:qp=26"},
       {"96x64", "yuv420p", "bframes=3:b-pyramid=normal:direct=temporal:weightb=1:ref=4:qp=28"},
       {"100x60", "yuv420p",
        "bframes=3:b-pyramid=strict:direct=spatial:weightb=1:partitions=all:8x8dct=1:qp=24"},
       {"64x64", "gray", "bframes=2:direct=temporal:ref=2:qp=20:8x8dct=1"},
-      // Odd sizes, intra refresh, quantisers from the lowest to the
-      // highest, with and without trellis.
-      {"58x38", "yuv420p", "bframes=2:ref=2:qp=3:trellis=2"},
+      // Many slices and references; 16 references under a B pyramid; open
+      // groups; intra refresh; constrained intra; odd sizes; quantisers from
+      // the lowest to the highest, with and without trellis; a picture of 720
+      // lines.
+      {"176x144", "yuv420p", "bframes=0:8x8dct=0:weightp=0:ref=8:slices=4:keyint=12", 24},
+      {"64x48", "yuv420p", "bframes=3:b-pyramid=normal:ref=16:keyint=40:qp=30", 36},
+      {"64x48", "yuv420p", "bframes=2:open-gop=1:keyint=8:min-keyint=8:scenecut=0", 24},
+      {"96x64", "yuv420p", "bframes=0:keyint=8:intra-refresh=1", 20},
       {"70x50", "yuv420p", "bframes=0:intra-refresh=1:keyint=4:qp=20"},
+      {"96x64", "yuv420p", "bframes=2:constrained-intra=1:open-gop=1:keyint=8:qp=20", 20},
+      {"58x38", "yuv420p", "bframes=2:ref=2:qp=3:trellis=2"},
       {"80x48", "yuv420p", "bframes=1:qp=51"},
       {"80x48", "yuv420p", "bframes=2:crf=10:cqm=jvt:8x8dct=1:weightp=1"},
       {"96x80", "yuv420p", "bframes=3:b-adapt=2:b-pyramid=normal:crf=30:slices=4:ref=5"},
-      {"96x64", "yuv420p", "bframes=2:constrained-intra=1:open-gop=1:keyint=8:qp=20", 20},
-      {"64x48", "yuv420p", "bframes=3:b-pyramid=normal:ref=16:keyint=40:qp=30", 24},
-  });
+      {"1280x720", "yuv420p", "bframes=2:ref=2", 3},
+  };
+  std::vector<SmX264Clip> both;
+  for (const char* entropy : {"cabac=0:", "cabac=1:"}) {
+    for (SmX264Clip c : cases) {
+      c.options = entropy + c.options;
+      both.push_back(c);
+    }
+  }
+  ExpectSameAsReference(both);
 }
 
 // The encoder's presets span its choices of partitions, references, B
