@@ -6,6 +6,7 @@
 #include <string>
 
 #include "RecordingIndex.h"
+#include "Support/ByteReader.h"
 #include "Support/MemoryFile.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -19,10 +20,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   index.Update();
   for (const NmRecording::SmRecordEntry& entry : index.GetEntries()) {
     const std::vector<uint8_t> bytes = index.ReadRecord(entry);
-    if (bytes.size() != entry.length ||
-        NmRecording::RecordLength(bytes.data(), bytes.size()) != entry.length) {
-      __builtin_trap();
-    }
+    NmFuzz::Require(bytes.size() == entry.length &&
+                    NmRecording::RecordLength(bytes.data(), bytes.size()) == entry.length);
   }
   return 0;
 }

@@ -14,6 +14,7 @@
 #include <memory>
 #include <string>
 
+#include "Support/ByteReader.h"
 #include "Support/PluginUnderTest.h"
 #include "vzk/Toolkit.h"
 
@@ -21,17 +22,7 @@ namespace NmFuzz {
 
 using namespace NmToolkit;
 
-class CmScript {
-public:
-  CmScript(const uint8_t* data, size_t size) : m_Data(data), m_Size(size) {}
-  bool AtEnd() const { return m_Position >= m_Size; }
-  uint8_t Byte() { return m_Position < m_Size ? m_Data[m_Position++] : 0; }
-
-private:
-  const uint8_t* m_Data;
-  size_t m_Size;
-  size_t m_Position = 0;
-};
+using CmScript = CmByteReader;
 
 // An input is a file, then a script of calls, then one byte that gives the
 // script's length, so that mutations of the file and of the calls stay apart.

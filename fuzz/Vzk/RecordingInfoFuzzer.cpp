@@ -9,13 +9,13 @@
 
 #include "PluginHost.h"
 #include "RecordingInfo.h"
+#include "Support/ByteReader.h"
 #include "Support/MemoryFile.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const NmVzkTool::SmRecordFacts facts = NmVzkTool::ReadRecordFacts(data, size);
-  if (facts.jpeg != nullptr && (facts.jpeg < data || facts.jpeg + facts.jpegSize > data + size)) {
-    __builtin_trap();
-  }
+  NmFuzz::Require(facts.jpeg == nullptr ||
+                  (facts.jpeg >= data && facts.jpeg + facts.jpegSize <= data + size));
   uint32_t width = 0, height = 0;
   NmVzkTool::ReadJPEGSize(data, size, width, height);
 
