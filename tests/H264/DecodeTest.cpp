@@ -225,6 +225,9 @@ TEST(H264Decode, PicturesOfBothEntropyCodersEqualTheReferenceDecoder) {
       {"80x48", "yuv420p", "bframes=2:crf=10:cqm=jvt:8x8dct=1:weightp=1"},
       {"96x80", "yuv420p", "bframes=3:b-adapt=2:b-pyramid=normal:crf=30:slices=4:ref=5"},
       {"1280x720", "yuv420p", "bframes=2:ref=2", 3},
+      // Noise at a low quantiser: high frequencies in every transform, under
+      // the default matrices.
+      {"96x64", "yuv420p", "bframes=1:8x8dct=1:cqm=jvt:qp=8", 6, "medium", "noise=alls=40:allf=t"},
   };
   std::vector<SmX264Clip> both;
   for (const char* entropy : {"cabac=0:", "cabac=1:"}) {
