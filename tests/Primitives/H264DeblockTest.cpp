@@ -37,9 +37,9 @@ using IntraFilter = void (*)(uint8_t*, ptrdiff_t, int, int);
 
 } // namespace
 
-// Every target against the reference. The reference itself is held to the
-// standard by the decoder's tests, whose pictures equal ffmpeg's sample for
-// sample.
+// Every target against the reference. The reference is held to the standard
+// through the decoder, whose pictures, made by the dispatched target, equal
+// ffmpeg's sample for sample.
 VZK_TEST_ON_EVERY_TARGET(H264Deblock);
 
 TEST_P(H264Deblock, EveryEdgeMatchesTheReference) {

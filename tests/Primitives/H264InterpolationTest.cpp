@@ -46,9 +46,9 @@ struct SmSource {
 
 } // namespace
 
-// Every target against the reference. The reference itself is held to the
-// standard by the decoder's tests, whose pictures equal ffmpeg's sample for
-// sample.
+// Every target against the reference. The reference is held to the standard
+// through the decoder, whose pictures, made by the dispatched target, equal
+// ffmpeg's sample for sample.
 VZK_TEST_ON_EVERY_TARGET(H264Interpolation);
 
 TEST_P(H264Interpolation, LumaMatchesTheReferenceAtEveryPositionAndSize) {

@@ -7,9 +7,9 @@ using NmPrimitiveTest::ExpectSameWrites;
 using NmPrimitiveTest::SmTestPlane;
 using namespace NmPrimitives;
 
-// Every target against the reference. The reference itself is held to the
-// standard by the decoder's tests, whose pictures equal ffmpeg's sample for
-// sample.
+// Every target against the reference. The reference is held to the standard
+// through the decoder, whose pictures, made by the dispatched target, equal
+// ffmpeg's sample for sample.
 VZK_TEST_ON_EVERY_TARGET(H264Prediction);
 
 TEST_P(H264Prediction, MatchesTheReference) {
