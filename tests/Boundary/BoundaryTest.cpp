@@ -47,17 +47,13 @@ constexpr bool Sanitized = true;
 constexpr bool Sanitized = false;
 #endif
 
-std::string BinaryDirectory() {
-  const char* build = std::getenv("VZK_BUILD_DIR");
-  return std::string(build ? build : ".") + "/bin";
-}
-
 // Loaded, or the test stops and says why not.
 #define LOAD(variable, name)                                                                       \
   const NmTestSupport::SmLoadedPlugin variable(name);                                              \
   ASSERT_NE(variable.create, nullptr) << variable.error
 
 using CmLoadedPlugin = NmTestSupport::SmLoadedPlugin;
+using NmTestSupport::BinaryDirectory;
 
 std::string ConnectOutcome(const CmLoadedPlugin& plugin, const std::string& xml) {
   ImToolkit* root = plugin.create(xml.c_str());

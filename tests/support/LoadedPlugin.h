@@ -15,10 +15,15 @@
 
 namespace NmTestSupport {
 
+// Where the build puts the plug-ins: $VZK_BUILD_DIR/bin.
+inline std::string BinaryDirectory() {
+  const char* build = std::getenv("VZK_BUILD_DIR");
+  return std::string(build ? build : ".") + "/bin";
+}
+
 struct SmLoadedPlugin {
   explicit SmLoadedPlugin(const std::string& name) {
-    const char* build = std::getenv("VZK_BUILD_DIR");
-    const std::string path = std::string(build ? build : ".") + "/bin/" + name + ".so";
+    const std::string path = BinaryDirectory() + "/" + name + ".so";
     if (void* handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE)) {
       create = reinterpret_cast<VzkCreateInstanceFunction>(dlsym(handle, "CreateInstance"));
       destroy = reinterpret_cast<VzkDeleteInstanceFunction>(dlsym(handle, "DeleteInstance"));
