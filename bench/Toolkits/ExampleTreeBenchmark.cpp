@@ -6,27 +6,20 @@
 // shared machine does not count. The run ends with the ratio ffmpeg / ours and
 // the mean output size of each, which shows whether the qualities compare.
 
-#include <benchmark/benchmark.h>
-#include <sys/resource.h>
-#include <sys/wait.h>
 #include <turbojpeg.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <random>
 #include <string>
 #include <vector>
 
-#include "BenchmarkRatios.h"
+#include "ProgramRuns.h"
 
 namespace {
 
-namespace fs = std::filesystem;
+using namespace NmProgramRuns;
 
 constexpr int kWidth = 1920;
 constexpr int kHeight = 1080;
@@ -36,10 +29,6 @@ constexpr int kQuality = 75;
 // ffmpeg's MJPEG encoder has no IJG quality scale; the run picks the
 // quantiser scale whose pictures come closest in size to ours.
 constexpr int kFfmpegQscales[] = {2, 3, 4, 5, 6, 8};
-
-std::string Quote(const std::string& text) {
-  return "'" + text + "'";
-}
 
 // Pictures as a camera delivers them: gradients, an object that moves, edges
 // and sensor noise. The noise is drawn once and shifted per picture.
@@ -75,31 +64,20 @@ std::vector<uint8_t> CameraPicture(int index, const std::vector<int8_t>& noise) 
 
 // What both programs read: the pictures as one MJPEG stream for ffmpeg, and
 // the recording that vzk import makes of it for the tree.
-struct SmMaterial {
-  fs::path directory;
-  fs::path vzk;
-  std::string stream;
-  std::string recording;
-  std::string tree;
+struct SmPictures : SmMaterial {
+  std::string stream = (directory / "camera.mjpeg").string();
   int ffmpegQscale = 0;
-  std::string error;
+
+  SmPictures();
 };
 
-fs::path OwnDirectory() {
-  return fs::read_symlink("/proc/self/exe").parent_path();
-}
-
-bool System(const std::string& command) {
-  return std::system((command + " >/dev/null 2>&1").c_str()) == 0;
-}
-
-std::string VzkCommand(const SmMaterial& material, const std::string& out);
-std::string FfmpegCommand(const SmMaterial& material, const std::string& out);
+std::string VzkCommand(const SmPictures& material, const std::string& out);
+std::string FfmpegCommand(const SmPictures& material, const std::string& out);
 std::pair<size_t, double> Outputs(const std::string& command, const fs::path& directory);
 
 // The quantiser scale of ffmpeg whose pictures are closest in mean size to
 // those of the tree, which is as near to the same quality as the two come.
-int MatchingQscale(SmMaterial& material) {
+int MatchingQscale(SmPictures& material) {
   const fs::path ours = material.directory / "ours";
   const double target = Outputs(VzkCommand(material, ours.string()), ours).second;
   int best = 0;
@@ -116,19 +94,10 @@ int MatchingQscale(SmMaterial& material) {
   return target > 0 ? best : 0;
 }
 
-SmMaterial MakeMaterial() {
-  SmMaterial material;
-  std::string pattern = (fs::temp_directory_path() / "vzk-bench-XXXXXX").string();
-  if (mkdtemp(pattern.data()) == nullptr) {
-    material.error = "no scratch directory";
-    return material;
+SmPictures::SmPictures() {
+  if (!error.empty()) {
+    return;
   }
-  material.directory = pattern;
-  material.vzk = OwnDirectory() / "vzk";
-  material.stream = (material.directory / "camera.mjpeg").string();
-  material.recording = (material.directory / "camera.gbd").string();
-  material.tree = (material.directory / "tree.xml").string();
-
   std::mt19937 random(11);
   std::normal_distribution<double> grain(0.0, 4.0);
   std::vector<int8_t> noise(static_cast<size_t>(kWidth) * kHeight * 3 + 1);
@@ -136,116 +105,54 @@ SmMaterial MakeMaterial() {
     n = static_cast<int8_t>(std::clamp(std::lround(grain(random)), -127L, 127L));
   }
   tjhandle handle = tjInitCompress();
-  std::ofstream stream(material.stream, std::ios::binary);
+  std::ofstream out(stream, std::ios::binary);
   for (int i = 0; i < kPictures; ++i) {
     const std::vector<uint8_t> rgb = CameraPicture(i, noise);
     unsigned char* jpeg = nullptr;
     unsigned long size = 0;
     if (tjCompress2(handle, rgb.data(), kWidth, kWidth * 3, kHeight, TJPF_RGB, &jpeg, &size,
                     TJSAMP_420, 85, 0) != 0) {
-      material.error = "the camera pictures could not be encoded";
+      error = "the camera pictures could not be encoded";
     } else {
-      stream.write(reinterpret_cast<const char*>(jpeg), static_cast<std::streamsize>(size));
+      out.write(reinterpret_cast<const char*>(jpeg), static_cast<std::streamsize>(size));
     }
     tjFree(jpeg);
   }
   tjDestroy(handle);
-  stream.close();
-
-  if (!System(Quote(material.vzk.string()) + " import " + Quote(material.stream) + " " +
-              Quote(material.recording))) {
-    material.error = "vzk import of the camera pictures failed";
-  }
-  std::ofstream tree(material.tree);
-  tree << "<toolkit type=\"source\"><provider>vzk</provider><config>"
-       << "<jpeg_encoder quality=\"" << kQuality << "\">"
-       << "<image_resize width=\"640\" height=\"360\">"
-       << "<video_decoder luminance_only=\"false\">"
-       << "<toolkit type=\"source\"><provider>recording</provider>"
-       << "<config><recording file=\"" << material.recording << "\"/></config></toolkit>"
-       << "</video_decoder></image_resize></jpeg_encoder></config></toolkit>\n";
-  tree.close();
-  if (material.error.empty()) {
-    material.ffmpegQscale = MatchingQscale(material);
-    if (material.ffmpegQscale == 0) {
-      material.error = "the tree or ffmpeg delivered no pictures";
+  out.close();
+  ImportAndWriteTree(stream, kQuality, " luminance_only=\"false\"");
+  if (error.empty()) {
+    ffmpegQscale = MatchingQscale(*this);
+    if (ffmpegQscale == 0) {
+      error = "the tree or ffmpeg delivered no pictures";
     }
   }
+}
+
+const SmPictures& Material() {
+  static const SmPictures material;
   return material;
 }
 
-const SmMaterial& Material() {
-  static const SmMaterial material = MakeMaterial();
-  return material;
-}
-
-// Runs a command through the shell and returns the processor time (user and
-// system) of it and its children, or a negative value when it failed.
-double ChildProcessorSeconds(const std::string& command) {
-  const pid_t pid = fork();
-  if (pid == 0) {
-    execl("/bin/sh", "sh", "-c", (command + " >/dev/null 2>&1").c_str(), nullptr);
-    _exit(127);
-  }
-  int status = 0;
-  rusage usage{};
-  if (pid < 0 || wait4(pid, &status, 0, &usage) != pid || !WIFEXITED(status) ||
-      WEXITSTATUS(status) != 0) {
-    return -1.0;
-  }
-  const auto seconds = [](const timeval& t) { return t.tv_sec + t.tv_usec / 1e6; };
-  return seconds(usage.ru_utime) + seconds(usage.ru_stime);
-}
-
-std::string VzkCommand(const SmMaterial& material, const std::string& out) {
+std::string VzkCommand(const SmPictures& material, const std::string& out) {
   return Quote(material.vzk.string()) + " run " + Quote(material.tree) + " --quiet" +
          (out.empty() ? "" : " --out " + Quote(out));
 }
 
-std::string FfmpegCommand(const SmMaterial& material, const std::string& out) {
+std::string FfmpegCommand(const SmPictures& material, const std::string& out) {
   return "ffmpeg -nostdin -y -threads 1 -filter_threads 1 -f mjpeg -i " + Quote(material.stream) +
          " -vf scale=640:360:flags=bilinear -c:v mjpeg -threads 1 -q:v " +
          std::to_string(material.ffmpegQscale) +
          (out.empty() ? " -f null -" : " -f image2 " + Quote(out + "/frame-%06d.jpg"));
 }
 
-void Measure(benchmark::State& state, const std::string& command) {
-  const SmMaterial& material = Material();
-  if (!material.error.empty()) {
-    state.SkipWithError(material.error.c_str());
-    return;
-  }
-  for (auto _ : state) {
-    const double seconds = ChildProcessorSeconds(command);
-    if (seconds < 0) {
-      state.SkipWithError(("failed: " + command).c_str());
-      return;
-    }
-    state.SetIterationTime(seconds);
-  }
-  state.counters["pictures/s"] =
-      benchmark::Counter(static_cast<double>(kPictures) * static_cast<double>(state.iterations()),
-                         benchmark::Counter::kIsRate);
-}
-
 void Ours(benchmark::State& state) {
-  Measure(state, VzkCommand(Material(), ""));
+  Measure(state, Material().error, VzkCommand(Material(), ""), kPictures);
 }
 
 void Ffmpeg(benchmark::State& state) {
-  Measure(state, FfmpegCommand(Material(), ""));
+  Measure(state, Material().error, FfmpegCommand(Material(), ""), kPictures);
 }
-
-BENCHMARK(Ours)
-    ->Name("ExampleTree/ours")
-    ->UseManualTime()
-    ->Iterations(3)
-    ->Unit(benchmark::kMillisecond);
-BENCHMARK(Ffmpeg)
-    ->Name("ExampleTree/ffmpeg")
-    ->UseManualTime()
-    ->Iterations(3)
-    ->Unit(benchmark::kMillisecond);
 
 // Writes each program's pictures once and returns how many there are and
 // their mean size in bytes.
@@ -268,11 +175,9 @@ std::pair<size_t, double> Outputs(const std::string& command, const fs::path& di
 } // namespace
 
 int main(int argc, char** argv) {
-  benchmark::Initialize(&argc, argv);
-  NmBenchmark::CmRatioReporter reporter(true);
-  benchmark::RunSpecifiedBenchmarks(&reporter);
-  reporter.PrintRatio("ExampleTree", "ffmpeg");
-  const SmMaterial& material = Material();
+  RegisterPair("ExampleTree", Ours, Ffmpeg);
+  RunPair(&argc, argv, "ExampleTree");
+  const SmPictures& material = Material();
   if (material.error.empty()) {
     const auto ours = Outputs(VzkCommand(material, (material.directory / "ours").string()),
                               material.directory / "ours");
@@ -286,10 +191,7 @@ int main(int argc, char** argv) {
   } else {
     std::printf("%s\n", material.error.c_str());
   }
-  std::error_code ignored;
-  if (!material.directory.empty()) {
-    fs::remove_all(material.directory, ignored);
-  }
+  material.Remove();
   benchmark::Shutdown();
   return 0;
 }

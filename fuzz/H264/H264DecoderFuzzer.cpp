@@ -12,9 +12,8 @@
 #include "Codecs/H264/NalUnits.h"
 #include "Codecs/H264/ParameterSets.h"
 #include "Codecs/H264/TaskSupplier.h"
-#include "Common/Error/Error.h"
-#include "MediaProcessing/Image/Image.h"
 #include "MediaProcessing/Video/H264/VideoDecoderH264.h"
+#include "Support/VideoRecords.h"
 
 namespace {
 
@@ -47,27 +46,12 @@ bool HasHugeSequence(const uint8_t* data, size_t size, bool lengthPrefixed) {
 void ThroughTheAdapter(const uint8_t* data, size_t size, size_t piece, uint8_t choice) {
   using namespace NmMediaProcessing;
   CmVideoDecoderH264 decoder;
-  SmVideoDecodeParameters parameters;
-  parameters.m_DecodeMode = (choice >> 1) % 3;
-  parameters.m_LowDelay = parameters.m_DecodeMode == 2 || (choice & 8) != 0;
-  parameters.m_LuminanceOnly = (choice & 4) != 0;
-  parameters.m_ScaleDivisor = 1u << ((choice >> 6) & 3);
+  SmVideoDecodeParameters parameters = NmFuzz::DecodeParameters(choice);
+  parameters.m_LowDelay = parameters.m_LowDelay || parameters.m_DecodeMode == 2;
   decoder.SetParameters(parameters);
   CmImage image;
   const auto feed = [&](const uint8_t* record, size_t length, int32_t id) {
-    SmVideoDecodeResult result;
-    // A call that consumes nothing ends the record: the codec would only say the same again.
-    for (int calls = 0; calls < 64; ++calls) {
-      try {
-        if (!decoder.Decode(record, length, id, NmTimeStamp::CmTimeStamp::FromMilliseconds(40 * id),
-                            image, result) ||
-            !result.m_CallAgain || result.m_NothingConsumed) {
-          return;
-        }
-      } catch (const NmError::CmError&) {
-        return;
-      }
-    }
+    NmFuzz::FeedRecord(decoder, image, record, length, id);
   };
   int32_t id = 1;
   for (size_t offset = 0; offset < size; offset += piece, ++id) {

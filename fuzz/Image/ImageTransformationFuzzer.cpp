@@ -16,26 +16,13 @@
 #include "MediaProcessing/Image/ImageResize.h"
 #include "MediaProcessing/Image/ImageRotate90Right.h"
 #include "MediaProcessing/Image/NormalizeImage.h"
+#include "Support/ByteReader.h"
 
 using namespace NmMediaProcessing;
 
 namespace {
 
-class CmReader {
-public:
-  CmReader(const uint8_t* data, size_t size) : m_Data(data), m_Size(size) {}
-  uint8_t Byte() { return m_Position < m_Size ? m_Data[m_Position++] : 0; }
-  uint64_t Below(uint64_t limit) { return (Byte() | Byte() << 8) % limit; }
-  const uint8_t* Rest(size_t& size) const {
-    size = m_Size - std::min(m_Position, m_Size);
-    return m_Data + (m_Size - size);
-  }
-
-private:
-  const uint8_t* m_Data;
-  size_t m_Size;
-  size_t m_Position = 0;
-};
+using CmReader = NmFuzz::CmByteReader;
 
 Orientation ReadOrientation(CmReader& in) {
   const uint8_t b = in.Byte();
@@ -56,8 +43,7 @@ std::unique_ptr<ImImageTransformation> ReadTransformation(CmReader& in) {
     return std::make_unique<CmImageResize>(1 + in.Below(80), 1 + in.Below(80), in.Byte() % 2);
   case 2:
     return std::make_unique<CmImageBoundingRectangleResize>(in.Below(80), 1 + in.Below(80),
-                                                            in.Byte() % 3,
-                                                            0.25 + in.Byte() / 64.0);
+                                                            in.Byte() % 3, 0.25 + in.Byte() / 64.0);
   case 3:
     return std::make_unique<CmImageFilledRectangleResize>(1 + in.Below(80), 1 + in.Below(80),
                                                           0.25 + in.Byte() / 64.0, in.Byte() % 2);
@@ -88,9 +74,7 @@ void CheckPlanes(const CmImage& image) {
     const SmPlaneSize expected =
         GetPlaneSize(image.GetColorFormat(), p, image.GetWidth(), image.GetHeight());
     const auto plane = allocator.GetPlane(p);
-    if (plane.width != expected.width || plane.height != expected.height) {
-      __builtin_trap();
-    }
+    NmFuzz::Require(plane.width == expected.width && plane.height == expected.height);
   }
 }
 

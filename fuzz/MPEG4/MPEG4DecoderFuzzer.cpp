@@ -10,9 +10,9 @@
 #include <vector>
 
 #include "Common/Error/Error.h"
-#include "MediaProcessing/Image/Image.h"
 #include "MediaProcessing/Video/H263/VideoDecoderH263.h"
 #include "MediaProcessing/Video/MPEG4/VideoDecoderMPEG4.h"
+#include "Support/VideoRecords.h"
 
 namespace {
 
@@ -73,29 +73,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     decoder = std::make_unique<CmVideoDecoderH263>();
     analyzer = std::make_unique<CmVideoAnalyzerH263>();
   }
-  SmVideoDecodeParameters parameters;
-  parameters.m_DecodeMode = (choice >> 1) % 3;
-  parameters.m_LowDelay = (choice & 8) != 0;
-  parameters.m_LuminanceOnly = (choice & 4) != 0;
-  parameters.m_ScaleDivisor = 1u << ((choice >> 6) & 3);
+  SmVideoDecodeParameters parameters = NmFuzz::DecodeParameters(choice);
   parameters.m_ThreadCount = (choice & 16) != 0 ? 2 : 1;
   decoder->SetParameters(parameters);
 
   const auto records = Cut(data, size, mpeg4, (choice & 32) != 0, 1 + (choice >> 6) * 97);
   CmImage image;
   const auto feed = [&](const uint8_t* record, size_t length, int32_t id) {
-    SmVideoDecodeResult result;
-    for (int calls = 0; calls < 64; ++calls) {
-      try {
-        if (!decoder->Decode(record, length, id,
-                             NmTimeStamp::CmTimeStamp::FromMilliseconds(40 * id), image, result) ||
-            !result.m_CallAgain || result.m_NothingConsumed) {
-          return;
-        }
-      } catch (const NmError::CmError&) {
-        return;
-      }
-    }
+    NmFuzz::FeedRecord(*decoder, image, record, length, id);
   };
   int32_t id = 1;
   for (const auto& [offset, length] : records) {

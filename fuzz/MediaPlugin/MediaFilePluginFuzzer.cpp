@@ -5,45 +5,25 @@
 // properties are asked for; the rest are the calls. Everything libavformat
 // makes of the bytes must become records or a toolkit error.
 
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <string>
 
-#include "Support/PluginUnderTest.h"
 #include "Support/SourceSession.h"
 
-namespace {
-
-const NmFuzz::CmPluginUnderTest& Plugin() {
-  static const NmFuzz::CmPluginUnderTest plugin("ToolkitSourcePlugin_media.so");
-  return plugin;
-}
-
-} // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  static const NmFuzz::CmPluginUnderTest plugin("ToolkitSourcePlugin_media.so");
   if (size == 0) {
     return 0;
   }
   NmFuzz::SmSplitInput input = NmFuzz::SplitInput(data, size);
-  const size_t fileSize = input.fileSize;
-  NmFuzz::CmScript& script = input.script;
-  script.Byte();
-  const uint8_t properties = script.Byte();
-
+  input.script.Byte();
+  const uint8_t properties = input.script.Byte();
   NmFuzz::CmMemoryFile file;
-  file.Append(data, fileSize);
-  const std::string xml =
-      "<toolkit type=\"source\"><provider>media</provider><config><media url=\"" + file.Path() +
-      "\"/></config></toolkit>";
-  auto toolkit = Plugin().Create(xml);
-  if (!toolkit) {
-    __builtin_trap();
-  }
-  NmFuzz::CmSession session(*toolkit, file, nullptr, 0);
-  session.Connect(properties);
-  session.Run(script);
-  session.Disconnect();
+  file.Append(data, input.fileSize);
+  NmFuzz::RunSession(plugin,
+                     "<toolkit type=\"source\"><provider>media</provider><config><media url=\"" +
+                         file.Path() + "\"/></config></toolkit>",
+                     file, nullptr, 0, properties, input.script);
   return 0;
 }

@@ -9,36 +9,14 @@
 #include <cstring>
 
 #include "MediaProcessing/Image/ColorKeyOverlay.h"
+#include "Support/ByteReader.h"
 
 using namespace NmMediaProcessing;
 
 namespace {
 
-void Require(bool condition) {
-  if (!condition) {
-    std::abort();
-  }
-}
-
-class CmInput {
-public:
-  CmInput(const uint8_t* data, size_t size) : m_Data(data), m_Size(size) {}
-  uint8_t Byte() { return m_Position < m_Size ? m_Data[m_Position++] : 0; }
-  double Double() {
-    double value = 0;
-    uint8_t bytes[sizeof value] = {};
-    for (uint8_t& b : bytes) {
-      b = Byte();
-    }
-    std::memcpy(&value, bytes, sizeof value);
-    return value;
-  }
-
-private:
-  const uint8_t* m_Data;
-  size_t m_Size;
-  size_t m_Position = 0;
-};
+using CmInput = NmFuzz::CmByteReader;
+using NmFuzz::Require;
 
 const ColorFormat Formats[] = {Gray, RGB24, BGR24,           BGR32,           RGBA,
                                BGRA, RGB32, YCbCr420_Planar, YCbCr422_Planar, YCbCr444_Planar};

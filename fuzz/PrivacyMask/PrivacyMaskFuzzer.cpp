@@ -9,16 +9,13 @@
 #include <string_view>
 
 #include "MediaProcessing/Image/ColorMaskingOverlay.h"
+#include "Support/ByteReader.h"
 
 using namespace NmMediaProcessing;
 
 namespace {
 
-void Require(bool condition) {
-  if (!condition) {
-    std::abort();
-  }
-}
+using NmFuzz::Require;
 
 const ColorFormat Formats[] = {Gray, RGB24,           BGR24,           BGR32,
                                RGBA, YCbCr420_Planar, YCbCr422_Planar, YCbCr444_Planar};

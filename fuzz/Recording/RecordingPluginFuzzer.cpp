@@ -6,51 +6,26 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <string>
 
-#include "Support/PluginUnderTest.h"
 #include "Support/SourceSession.h"
 
-using namespace NmToolkit;
-
-namespace {
-
-const NmFuzz::CmPluginUnderTest& Plugin() {
-  static const NmFuzz::CmPluginUnderTest plugin("ToolkitSourcePlugin_recording.so");
-  return plugin;
-}
-
-} // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  static const NmFuzz::CmPluginUnderTest plugin("ToolkitSourcePlugin_recording.so");
   if (size == 0) {
     return 0;
   }
   NmFuzz::SmSplitInput input = NmFuzz::SplitInput(data, size);
-  const size_t fileSize = input.fileSize;
-  NmFuzz::CmScript& script = input.script;
-  const uint8_t heldBack = script.Byte();
-  const uint8_t properties = script.Byte();
-
+  const uint8_t heldBack = input.script.Byte();
+  const uint8_t properties = input.script.Byte();
   NmFuzz::CmMemoryFile file;
-  const size_t initial = fileSize - fileSize * heldBack / 255;
+  const size_t initial = input.fileSize - input.fileSize * heldBack / 255;
   file.Append(data, initial);
-  std::string xml = "<toolkit type=\"source\"><provider>recording</provider><config><recording "
-                    "file=\"" +
-                    file.Path() + "\"";
-  if (properties & 8) {
-    xml += " privacy_mask=\"2x1;10\"";
-  }
-  xml += "/></config></toolkit>";
-
-  auto toolkit = Plugin().Create(xml);
-  if (!toolkit) {
-    __builtin_trap();
-  }
-  NmFuzz::CmSession session(*toolkit, file, data + initial, fileSize - initial);
-  session.Connect(properties);
-  session.Run(script);
-  session.Disconnect();
+  const std::string xml =
+      "<toolkit type=\"source\"><provider>recording</provider><config><recording file=\"" +
+      file.Path() + "\"" + (properties & 8 ? " privacy_mask=\"2x1;10\"" : "") +
+      "/></config></toolkit>";
+  NmFuzz::RunSession(plugin, xml, file, data + initial, input.fileSize - initial, properties,
+                     input.script);
   return 0;
 }

@@ -6,7 +6,6 @@
 // coverage counters stay registered with libFuzzer.
 
 #include <dlfcn.h>
-#include <sys/mman.h>
 #include <unistd.h>
 
 #include <climits>
@@ -17,6 +16,7 @@
 #include <memory>
 #include <string>
 
+#include "Support/MemoryFile.h"
 #include "vzk/Data.h"
 #include "vzk/Plugin.h"
 #include "vzk/ToolkitError.h"
@@ -53,37 +53,6 @@ public:
 private:
   VzkCreateInstanceFunction m_Create = nullptr;
   VzkDeleteInstanceFunction m_Delete = nullptr;
-};
-
-// A file that lives only in memory: nothing is left behind on disk, whatever
-// happens to the run, and it can grow while a toolkit reads it.
-class CmMemoryFile {
-public:
-  CmMemoryFile() : m_Descriptor(memfd_create("fuzz-input", 0)) {
-    if (m_Descriptor < 0) {
-      std::perror("memfd_create");
-      std::abort();
-    }
-  }
-  ~CmMemoryFile() { close(m_Descriptor); }
-  CmMemoryFile(const CmMemoryFile&) = delete;
-  CmMemoryFile& operator=(const CmMemoryFile&) = delete;
-
-  void Append(const uint8_t* data, size_t size) {
-    while (size > 0) {
-      const ssize_t written = write(m_Descriptor, data, size);
-      if (written <= 0) {
-        std::perror("write");
-        std::abort();
-      }
-      data += written;
-      size -= static_cast<size_t>(written);
-    }
-  }
-  std::string Path() const { return "/proc/self/fd/" + std::to_string(m_Descriptor); }
-
-private:
-  int m_Descriptor;
 };
 
 // Touches the first and last byte of a buffer an item claims, so that a

@@ -12,7 +12,9 @@
 #include <cstdint>
 #include <limits>
 #include <memory>
+#include <string>
 
+#include "Support/ByteReader.h"
 #include "Support/PluginUnderTest.h"
 #include "vzk/Toolkit.h"
 
@@ -20,17 +22,7 @@ namespace NmFuzz {
 
 using namespace NmToolkit;
 
-class CmScript {
-public:
-  CmScript(const uint8_t* data, size_t size) : m_Data(data), m_Size(size) {}
-  bool AtEnd() const { return m_Position >= m_Size; }
-  uint8_t Byte() { return m_Position < m_Size ? m_Data[m_Position++] : 0; }
-
-private:
-  const uint8_t* m_Data;
-  size_t m_Size;
-  size_t m_Position = 0;
-};
+using CmScript = CmByteReader;
 
 // An input is a file, then a script of calls, then one byte that gives the
 // script's length, so that mutations of the file and of the calls stay apart.
@@ -176,11 +168,12 @@ private:
     }
   }
 
-  void GetData() {
-    if (m_Playback) {
+  // An item the call hands over: on success there must be one.
+  template <typename F> void Fetch(bool callable, F&& fetch) {
+    if (callable) {
       Call([&] {
         ImData* item = nullptr;
-        const uint32_t status = m_Playback->GetData(&item);
+        const uint32_t status = fetch(&item);
         if (status == StatusSuccess && item == nullptr) {
           __builtin_trap();
         }
@@ -188,18 +181,11 @@ private:
       });
     }
   }
-
+  void GetData() {
+    Fetch(m_Playback != nullptr, [&](ImData** item) { return m_Playback->GetData(item); });
+  }
   void GetLiveData() {
-    if (m_Live) {
-      Call([&] {
-        ImData* item = nullptr;
-        const uint32_t status = m_Live->GetLiveData(&item, 0);
-        if (status == StatusSuccess && item == nullptr) {
-          __builtin_trap();
-        }
-        Take(item);
-      });
-    }
+    Fetch(m_Live != nullptr, [&](ImData** item) { return m_Live->GetLiveData(item, 0); });
   }
 
   // Times near what the recording holds, and the ends of the range.
@@ -233,5 +219,20 @@ private:
   int64_t m_LastBegin = 0;
   int64_t m_LastEnd = 0;
 };
+
+// One session of the plug-in's toolkit over `xml`: connected with the
+// properties chosen, driven by the script, disconnected.
+inline void RunSession(const CmPluginUnderTest& plugin, const std::string& xml, CmMemoryFile& file,
+                       const uint8_t* heldBack, size_t heldBackSize, uint8_t properties,
+                       CmScript& script) {
+  auto toolkit = plugin.Create(xml);
+  if (!toolkit) {
+    __builtin_trap();
+  }
+  CmSession session(*toolkit, file, heldBack, heldBackSize);
+  session.Connect(properties);
+  session.Run(script);
+  session.Disconnect();
+}
 
 } // namespace NmFuzz

@@ -14,16 +14,11 @@
 #include "MediaProcessing/Video/JPEG2000/VideoAnalyzerJPEG2000.h"
 #include "MediaProcessing/Video/JPEG2000/VideoDecoderJPEG2000.h"
 #include "MediaProcessing/Video/StreamAnalyzer.h"
+#include "Support/ByteReader.h"
 
 using namespace NmMediaProcessing;
 
 namespace {
-
-void Check(bool condition) {
-  if (!condition) {
-    __builtin_trap();
-  }
-}
 
 // A sync video packet of codec 8 around the bytes: 32-byte header, big-endian,
 // with times in 2023.
@@ -57,7 +52,7 @@ void DecodeRecord(std::vector<uint8_t>& bytes) {
     // that it stops or keeps giving whole pictures.
     for (int round = 0; round < 4; ++round) {
       if (decoder.Decode(record, image, callAgain, gotImage) && gotImage) {
-        Check(image.IsValid());
+        NmFuzz::Require(image.IsValid());
       }
       if (!callAgain) {
         break;
@@ -87,7 +82,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     CmVideoAnalyzerJPEG2000 analyzer;
     SmVideoSize videoSize;
     if (analyzer.Analyze(data, size, videoSize)) {
-      Check(videoSize.first > 0 && videoSize.second > 0);
+      NmFuzz::Require(videoSize.first > 0 && videoSize.second > 0);
     }
   } catch (const NmError::CmIntegrityError&) {
   }
@@ -97,7 +92,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     SmVideoDecodeResult result;
     if (decoder.Decode(data, size, 1, NmTimeStamp::CmTimeStamp(), image, result) &&
         result.m_ImageProduced) {
-      Check(image.IsValid());
+      NmFuzz::Require(image.IsValid());
     }
   } catch (const NmError::CmIntegrityError&) {
   }

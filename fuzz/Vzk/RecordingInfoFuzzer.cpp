@@ -2,9 +2,6 @@
 // run's sorting of records: reading what they say must never crash, and a
 // JPEG found inside must lie inside the bytes.
 
-#include <sys/mman.h>
-#include <unistd.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <sstream>
@@ -12,29 +9,25 @@
 
 #include "PluginHost.h"
 #include "RecordingInfo.h"
+#include "Support/ByteReader.h"
+#include "Support/MemoryFile.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const NmVzkTool::SmRecordFacts facts = NmVzkTool::ReadRecordFacts(data, size);
-  if (facts.jpeg != nullptr && (facts.jpeg < data || facts.jpeg + facts.jpegSize > data + size)) {
-    __builtin_trap();
-  }
+  NmFuzz::Require(facts.jpeg == nullptr ||
+                  (facts.jpeg >= data && facts.jpeg + facts.jpegSize <= data + size));
   uint32_t width = 0, height = 0;
   NmVzkTool::ReadJPEGSize(data, size, width, height);
 
-  const int descriptor = memfd_create("recording", 0);
-  if (descriptor < 0) {
-    return 0;
+  NmFuzz::CmMemoryFile file;
+  file.Append(data, size);
+  NmVzkTool::SmInfoOptions options;
+  options.recording = file.Path();
+  options.perRecord = true;
+  std::ostringstream out;
+  try {
+    NmVzkTool::PrintRecordingInfo(options, out);
+  } catch (const NmVzkTool::CmRunError&) {
   }
-  if (write(descriptor, data, size) == static_cast<ssize_t>(size)) {
-    NmVzkTool::SmInfoOptions options;
-    options.recording = "/proc/self/fd/" + std::to_string(descriptor);
-    options.perRecord = true;
-    std::ostringstream out;
-    try {
-      NmVzkTool::PrintRecordingInfo(options, out);
-    } catch (const NmVzkTool::CmRunError&) {
-    }
-  }
-  close(descriptor);
   return 0;
 }

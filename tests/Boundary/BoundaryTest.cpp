@@ -20,6 +20,7 @@
 #include "FailingAllocator.h"
 #include "support/ExternalTools.h"
 #include "support/GenericByteDataBuilder.h"
+#include "support/LoadedPlugin.h"
 #include "vzk/vzk.h"
 
 using namespace NmToolkit;
@@ -46,26 +47,13 @@ constexpr bool Sanitized = true;
 constexpr bool Sanitized = false;
 #endif
 
-std::string BinaryDirectory() {
-  const char* build = std::getenv("VZK_BUILD_DIR");
-  return std::string(build ? build : ".") + "/bin";
-}
+// Loaded, or the test stops and says why not.
+#define LOAD(variable, name)                                                                       \
+  const NmTestSupport::SmLoadedPlugin variable(name);                                              \
+  ASSERT_NE(variable.create, nullptr) << variable.error
 
-// The plug-ins stay loaded until the process ends, so that the leak checker
-// can still name the code that allocated what it finds.
-class CmLoadedPlugin {
-public:
-  explicit CmLoadedPlugin(const std::string& name) {
-    void* handle = dlopen((BinaryDirectory() + "/" + name + ".so").c_str(), RTLD_NOW | RTLD_LOCAL);
-    if (handle != nullptr) {
-      create = reinterpret_cast<VzkCreateInstanceFunction>(dlsym(handle, "CreateInstance"));
-      destroy = reinterpret_cast<VzkDeleteInstanceFunction>(dlsym(handle, "DeleteInstance"));
-    }
-  }
-
-  VzkCreateInstanceFunction create = nullptr;
-  VzkDeleteInstanceFunction destroy = nullptr;
-};
+using CmLoadedPlugin = NmTestSupport::SmLoadedPlugin;
+using NmTestSupport::BinaryDirectory;
 
 std::string ConnectOutcome(const CmLoadedPlugin& plugin, const std::string& xml) {
   ImToolkit* root = plugin.create(xml.c_str());
@@ -114,8 +102,7 @@ std::string ScriptedFarEnd() {
 }
 
 TEST(BoundaryTest, NestingBeyondTheLimitIsAConfigurationFaultAtConnect) {
-  CmLoadedPlugin plugin("ToolkitSourcePlugin_vzk");
-  ASSERT_NE(plugin.create, nullptr) << dlerror();
+  LOAD(plugin, "ToolkitSourcePlugin_vzk");
 
   // Nested plug-in roots (each level a "toolkit" element of this library whose
   // one toolkit element is the next level), toolkits of the library inside
@@ -165,8 +152,7 @@ TEST(BoundaryTest, NestingBeyondTheLimitIsAConfigurationFaultAtConnect) {
       ConfigurationFault);
 
   // The source plug-ins parse their own configuration through the same reader.
-  CmLoadedPlugin recording("ToolkitSourcePlugin_recording");
-  ASSERT_NE(recording.create, nullptr) << dlerror();
+  LOAD(recording, "ToolkitSourcePlugin_recording");
   const std::string deep = "<toolkit type='source'><provider>recording</provider><config>"
                            "<recording file='/nonexistent'>" +
                            Nested("<a>", "</a>", 100000) + "</recording></config></toolkit>";
@@ -373,8 +359,7 @@ const std::string PictureChain =
 const std::string ScriptedChain = VzkRootOpen + ScriptedFarEnd() + VzkRootClose;
 
 TEST(BoundaryTest, EveryFailingAllocationEndsInAnAnswerOfTheInterfaces) {
-  CmLoadedPlugin plugin("ToolkitSourcePlugin_vzk");
-  ASSERT_NE(plugin.create, nullptr) << dlerror();
+  LOAD(plugin, "ToolkitSourcePlugin_vzk");
   for (const std::string* xml : {&ScriptedChain, &PictureChain}) {
     const SmTally tally = Sweep(plugin, *xml, false);
     // Each kind of answer occurs: allocation failures while building the tree
@@ -396,8 +381,7 @@ TEST(BoundaryTest, EveryFailingAllocationEndsInAnAnswerOfTheInterfaces) {
 // tree fails, the far end's toolkit goes back through its own library exactly
 // once: none stays alive, and the sanitizers see any that goes twice.
 TEST(BoundaryTest, AnUpstreamIsReleasedOnceWhereverBuildingItsDecoderFails) {
-  CmLoadedPlugin plugin("ToolkitSourcePlugin_vzk");
-  ASSERT_NE(plugin.create, nullptr) << dlerror();
+  LOAD(plugin, "ToolkitSourcePlugin_vzk");
   // The same file as the factory loads, so the same library and its count.
   void* scripted = dlopen((BinaryDirectory() + "/ToolkitSourcePlugin_scripted.so").c_str(),
                           RTLD_NOW | RTLD_LOCAL);
@@ -439,8 +423,7 @@ TEST(BoundaryTest, SourcePluginsAnswerFailingAllocationsThroughTheInterfaces) {
     records.insert(records.end(), record.begin(), record.end());
   }
   ASSERT_TRUE(WriteBytes(scratch / "r.gbd", records));
-  CmLoadedPlugin recording("ToolkitSourcePlugin_recording");
-  ASSERT_NE(recording.create, nullptr) << dlerror();
+  LOAD(recording, "ToolkitSourcePlugin_recording");
   const std::string recordingXml =
       "<toolkit type='source'><provider>recording</provider><config><recording file='" +
       scratch / "r.gbd" + "' privacy_mask='2x1;10'/></config></toolkit>";
@@ -449,8 +432,7 @@ TEST(BoundaryTest, SourcePluginsAnswerFailingAllocationsThroughTheInterfaces) {
   EXPECT_GT(tally.noItem, 0u);
 
   // The recording as the far end of a tree of the toolkit library.
-  CmLoadedPlugin plugin("ToolkitSourcePlugin_vzk");
-  ASSERT_NE(plugin.create, nullptr) << dlerror();
+  LOAD(plugin, "ToolkitSourcePlugin_vzk");
   tally = Sweep(plugin, VzkRootOpen + recordingXml + VzkRootClose, false);
   EXPECT_GT(tally.configurationFaults, 0u);
 
@@ -459,8 +441,7 @@ TEST(BoundaryTest, SourcePluginsAnswerFailingAllocationsThroughTheInterfaces) {
           scratch / "clip.avi")) {
     GTEST_SKIP() << "ffmpeg could not make a clip for the media plug-in";
   }
-  CmLoadedPlugin media("ToolkitSourcePlugin_media");
-  ASSERT_NE(media.create, nullptr) << dlerror();
+  LOAD(media, "ToolkitSourcePlugin_media");
   tally = Sweep(media,
                 "<toolkit type='source'><provider>media</provider><config><media url='" +
                     scratch / "clip.avi" + "'/></config></toolkit>",

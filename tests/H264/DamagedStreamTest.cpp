@@ -4,73 +4,28 @@
 #include <string>
 #include <vector>
 
-#include "Codecs/H264/H264VideoDecoder.h"
-#include "Codecs/MCL/MediaData.h"
-#include "Codecs/MCL/VideoData.h"
-#include "Codecs/MCL/VideoDecoderParams.h"
-#include "Codecs/MCL/VideoProcessing.h"
-#include "support/ExternalTools.h"
+#include "H264/ReferenceDecoding.h"
 
-using NmTestSupport::CmTempDirectory;
+using namespace NmH264Test;
 
 namespace {
 
-using Picture = std::vector<uint8_t>;
-using Unit = std::vector<uint8_t>;
+using Picture = Bytes;
+using Unit = Bytes;
 
-// Keeps each picture's visible samples, planar.
-class CmCollector : public MCL::VideoProcessing {
-public:
-  MCL::Status GetFrame(MCL::MediaData* input, MCL::MediaData*) override {
-    const auto* picture = dynamic_cast<MCL::VideoData*>(input);
-    Picture samples;
-    for (int c = 0; c < picture->GetPlaneCount(); ++c) {
-      for (int32_t y = 0; y < picture->GetPlaneHeight(c); ++y) {
-        const uint8_t* row = picture->GetPlanePointer(c) + y * picture->GetPlanePitch(c);
-        samples.insert(samples.end(), row, row + picture->GetPlaneWidth(c));
-      }
-    }
-    pictures.push_back(std::move(samples));
-    return MCL::StatusOk;
-  }
-  std::vector<Picture> pictures;
-};
-
-// An x264 stream cut into access units (at its delimiters), each a list of
-// units with their start codes, and ffmpeg's pictures of it.
+// An x264 stream of noisy pictures cut into access units (at its
+// delimiters), each a list of units with their start codes, and ffmpeg's
+// pictures of it.
 struct SmClip {
   std::vector<std::vector<Unit>> accessUnits;
-  std::vector<Picture> pictures;
+  Frames pictures;
 };
 
-SmClip MakeClip(const CmTempDirectory& directory, const std::string& settings, int frames,
-                size_t frameSize) {
-  SmClip clip;
-  const std::string stream = directory / "clip.264";
-  const std::string decoded = directory / "clip.yuv";
-  EXPECT_TRUE(
-      NmTestSupport::Run("ffmpeg -y -v error -f lavfi -i testsrc2=size=64x48:rate=25 -frames:v " +
-                         std::to_string(frames) +
-                         " -vf noise=alls=12:allf=t -pix_fmt yuv420p -c:v libx264 -x264-params '" +
-                         settings + ":aud=1' -f h264 '" + stream + "'"));
-  EXPECT_TRUE(NmTestSupport::Run("ffmpeg -y -v error -i '" + stream +
-                                 "' -f rawvideo -pix_fmt yuv420p '" + decoded + "'"));
-  const std::vector<uint8_t> bytes = NmTestSupport::ReadBytes(stream);
-  const std::vector<uint8_t> samples = NmTestSupport::ReadBytes(decoded);
-  for (size_t at = 0; at + frameSize <= samples.size(); at += frameSize) {
-    clip.pictures.emplace_back(samples.begin() + static_cast<std::ptrdiff_t>(at),
-                               samples.begin() + static_cast<std::ptrdiff_t>(at + frameSize));
-  }
-  std::vector<size_t> starts;
-  for (size_t i = 0; i + 3 < bytes.size(); ++i) {
-    if (bytes[i] == 0 && bytes[i + 1] == 0 && bytes[i + 2] == 1) {
-      starts.push_back(i);
-    }
-  }
-  starts.push_back(bytes.size());
-  for (size_t u = 0; u + 1 < starts.size(); ++u) {
-    Unit unit(bytes.begin() + static_cast<std::ptrdiff_t>(starts[u]),
-              bytes.begin() + static_cast<std::ptrdiff_t>(starts[u + 1]));
+SmClip MakeClip(const std::string& settings, int frames) {
+  const SmEncoded encoded = EncodeWithX264(
+      {"64x48", "yuv420p", settings + ":aud=1", frames, "medium", "noise=alls=12:allf=t"});
+  SmClip clip{{}, encoded.pictures};
+  for (Unit& unit : CutBefore(encoded.stream, [](int) { return true; })) {
     if ((unit[3] & 0x1F) == 9 || clip.accessUnits.empty()) {
       clip.accessUnits.emplace_back();
     }
@@ -80,28 +35,15 @@ SmClip MakeClip(const CmTempDirectory& directory, const std::string& settings, i
 }
 
 // One buffer a picture, as the toolkits feed records, then the flush.
-std::vector<Picture> Decode(const std::vector<std::vector<Unit>>& accessUnits) {
-  MCL::H264VideoDecoder decoder;
-  CmCollector collector;
-  MCL::H264VideoDecoderParams params;
-  EXPECT_EQ(decoder.Init(&params), MCL::StatusOk);
-  decoder.SetPostProcessing(&collector);
-  MCL::VideoData output;
+Frames Decode(const std::vector<std::vector<Unit>>& accessUnits) {
+  Frames buffers;
   for (const auto& accessUnit : accessUnits) {
-    std::vector<uint8_t> buffer;
+    buffers.emplace_back();
     for (const Unit& unit : accessUnit) {
-      buffer.insert(buffer.end(), unit.begin(), unit.end());
-    }
-    MCL::MediaData input;
-    input.SetBufferPointer(buffer.data(), buffer.size());
-    input.SetDataSize(buffer.size());
-    for (int calls = 0; input.GetDataSize() >= 4 && calls < 100; ++calls) {
-      decoder.GetFrame(&input, &output);
+      buffers.back().insert(buffers.back().end(), unit.begin(), unit.end());
     }
   }
-  while (decoder.GetFrame(nullptr, &output) == MCL::StatusOk) {
-  }
-  return collector.pictures;
+  return DecodeWithShell(buffers);
 }
 
 bool IsSlice(const Unit& unit) {
@@ -117,15 +59,11 @@ bool IsSlice(const Unit& unit) {
 // next pictures, which predict from it, differ until the next IDR, and from
 // there every picture is ffmpeg's again.
 TEST(H264DamagedStream, ALostOrBrokenSliceIsFilledFromTheNearestReference) {
-  if (!NmTestSupport::HaveProgram("ffmpeg")) {
-    GTEST_SKIP() << "ffmpeg is not installed";
-  }
-  CmTempDirectory directory;
+  REQUIRE_FFMPEG();
   constexpr size_t Width = 64, Height = 48, FrameSize = Width * Height * 3 / 2;
   // Without the loop filter, so that macroblocks meet their neighbours
   // untouched; x264 cuts the 3 rows of macroblocks into a slice each.
-  const SmClip clip =
-      MakeClip(directory, "cabac=0:bframes=0:slices=3:keyint=6:no-deblock=1:ref=1", 12, FrameSize);
+  const SmClip clip = MakeClip("cabac=0:bframes=0:slices=3:keyint=6:no-deblock=1:ref=1", 12);
   ASSERT_EQ(clip.accessUnits.size(), 12u);
   ASSERT_EQ(clip.pictures.size(), 12u);
   // Which of two pictures each luma macroblock of a row equals, if any.
@@ -189,14 +127,10 @@ TEST(H264DamagedStream, ALostOrBrokenSliceIsFilledFromTheNearestReference) {
 // decoding goes on, every picture that leaves has the stream's size, and
 // from the next IDR on every picture is ffmpeg's of the intact stream.
 TEST(H264DamagedStream, DamageCostsNothingBeyondTheNextIdr) {
-  if (!NmTestSupport::HaveProgram("ffmpeg")) {
-    GTEST_SKIP() << "ffmpeg is not installed";
-  }
-  CmTempDirectory directory;
+  REQUIRE_FFMPEG();
   constexpr size_t FrameSize = 64 * 48 * 3 / 2;
-  const SmClip clip = MakeClip(
-      directory, "cabac=0:bframes=2:b-pyramid=normal:slices=2:keyint=10:min-keyint=10:ref=3", 30,
-      FrameSize);
+  const SmClip clip =
+      MakeClip("cabac=0:bframes=2:b-pyramid=normal:slices=2:keyint=10:min-keyint=10:ref=3", 30);
   ASSERT_EQ(clip.pictures.size(), 30u);
   std::mt19937 random(11);
   for (int kind = 0; kind < 3; ++kind) {
@@ -243,13 +177,8 @@ TEST(H264DamagedStream, DamageCostsNothingBeyondTheNextIdr) {
 // and shows ffmpeg's pictures from there on. Before the recovery point, whose
 // access unit repeats the parameter sets, nothing can be decoded.
 TEST(H264DamagedStream, AStreamJoinedAtARecoveryPointShowsPicturesOnceTheyAreRight) {
-  if (!NmTestSupport::HaveProgram("ffmpeg")) {
-    GTEST_SKIP() << "ffmpeg is not installed";
-  }
-  CmTempDirectory directory;
-  constexpr size_t FrameSize = 64 * 48 * 3 / 2;
-  const SmClip clip =
-      MakeClip(directory, "cabac=1:bframes=0:keyint=8:intra-refresh=1", 30, FrameSize);
+  REQUIRE_FFMPEG();
+  const SmClip clip = MakeClip("cabac=1:bframes=0:keyint=8:intra-refresh=1", 30);
   ASSERT_EQ(clip.pictures.size(), 30u);
   // From the middle of the first refresh period.
   const std::vector<std::vector<Unit>> joined(clip.accessUnits.begin() + 5, clip.accessUnits.end());

@@ -1,77 +1,17 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
-#include "Codecs/H264/H264VideoDecoder.h"
-#include "Codecs/MCL/MediaData.h"
-#include "Codecs/MCL/VideoData.h"
-#include "Codecs/MCL/VideoDecoderParams.h"
-#include "Codecs/MCL/VideoProcessing.h"
-#include "support/ExternalTools.h"
+#include "H264/ReferenceDecoding.h"
 
-using NmTestSupport::CmTempDirectory;
+using namespace NmH264Test;
 
 namespace {
 
-// Keeps each picture's visible samples, planar, with its time.
-class CmPictureCollector : public MCL::VideoProcessing {
-public:
-  MCL::Status GetFrame(MCL::MediaData* input, MCL::MediaData*) override {
-    const auto* picture = dynamic_cast<MCL::VideoData*>(input);
-    if (picture == nullptr) {
-      return MCL::StatusNullPointer;
-    }
-    std::vector<uint8_t> samples;
-    for (int c = 0; c < picture->GetPlaneCount(); ++c) {
-      for (int32_t y = 0; y < picture->GetPlaneHeight(c); ++y) {
-        const uint8_t* row = picture->GetPlanePointer(c) + y * picture->GetPlanePitch(c);
-        samples.insert(samples.end(), row, row + picture->GetPlaneWidth(c));
-      }
-    }
-    pictures.push_back(std::move(samples));
-    times.push_back(picture->GetTime());
-    return MCL::StatusOk;
-  }
-
-  std::vector<std::vector<uint8_t>> pictures;
-  std::vector<double> times;
-};
-
-// Every picture of an Annex B stream given as one buffer, then flushed.
-std::vector<std::vector<uint8_t>> DecodeWhole(std::vector<uint8_t> bytes) {
-  MCL::H264VideoDecoder decoder;
-  CmPictureCollector collector;
-  MCL::H264VideoDecoderParams params;
-  EXPECT_EQ(decoder.Init(&params), MCL::StatusOk);
-  decoder.SetPostProcessing(&collector);
-  MCL::MediaData input;
-  input.SetBufferPointer(bytes.data(), bytes.size());
-  input.SetDataSize(bytes.size());
-  MCL::VideoData output;
-  for (int calls = 0; input.GetDataSize() >= 4 && calls < 1000; ++calls) {
-    decoder.GetFrame(&input, &output);
-  }
-  while (decoder.GetFrame(nullptr, &output) == MCL::StatusOk) {
-  }
-  return collector.pictures;
-}
-
-// The units of an Annex B stream, each with its start code.
-std::vector<std::vector<uint8_t>> Units(const std::vector<uint8_t>& bytes) {
-  std::vector<size_t> starts;
-  for (size_t i = 0; i + 3 < bytes.size(); ++i) {
-    if (bytes[i] == 0 && bytes[i + 1] == 0 && bytes[i + 2] == 1) {
-      starts.push_back(i);
-    }
-  }
-  starts.push_back(bytes.size());
-  std::vector<std::vector<uint8_t>> units;
-  for (size_t u = 0; u + 1 < starts.size(); ++u) {
-    units.emplace_back(bytes.begin() + static_cast<std::ptrdiff_t>(starts[u]),
-                       bytes.begin() + static_cast<std::ptrdiff_t>(starts[u + 1]));
-  }
-  return units;
+Frames AccessUnits(const Bytes& bytes) {
+  return CutBefore(bytes, [](int type) { return type == 9; });
 }
 
 } // namespace
@@ -79,20 +19,13 @@ std::vector<std::vector<uint8_t>> Units(const std::vector<uint8_t>& bytes) {
 // Parameter sets may be repeated anywhere, even between the slices of one
 // picture: an unchanged copy ends no picture.
 TEST(H264DecoderShell, RepeatedParameterSetsBetweenSlicesChangeNothing) {
-  if (!NmTestSupport::HaveProgram("ffmpeg")) {
-    GTEST_SKIP() << "ffmpeg is not installed";
-  }
-  CmTempDirectory directory;
-  const std::string stream = directory / "slices.264";
-  ASSERT_TRUE(NmTestSupport::Run(
-      "ffmpeg -y -v error -f lavfi -i testsrc2=size=64x48:rate=25 -frames:v 6 -pix_fmt yuv420p "
-      "-c:v libx264 -x264-params 'cabac=0:bframes=0:slices=3:keyint=3' -f h264 '" +
-      stream + "'"));
-  const std::vector<uint8_t> bytes = NmTestSupport::ReadBytes(stream);
-  const auto plain = DecodeWhole(bytes);
+  REQUIRE_FFMPEG();
+  const SmEncoded clip =
+      EncodeWithX264({"64x48", "yuv420p", "cabac=0:bframes=0:slices=3:keyint=3", 6});
+  const Frames plain = DecodeWithShell({clip.stream});
   ASSERT_EQ(plain.size(), 6u);
-  std::vector<uint8_t> sequence, picture, repeated;
-  for (const auto& unit : Units(bytes)) {
+  Bytes sequence, picture, repeated;
+  for (const Bytes& unit : CutBefore(clip.stream, [](int) { return true; })) {
     const int type = unit[3] & 0x1F;
     sequence = type == 7 ? unit : sequence;
     picture = type == 8 ? unit : picture;
@@ -104,8 +37,8 @@ TEST(H264DecoderShell, RepeatedParameterSetsBetweenSlicesChangeNothing) {
     }
     repeated.insert(repeated.end(), unit.begin(), unit.end());
   }
-  ASSERT_GT(repeated.size(), bytes.size() + 100);
-  EXPECT_EQ(DecodeWhole(repeated), plain);
+  ASSERT_GT(repeated.size(), clip.stream.size() + 100);
+  EXPECT_EQ(DecodeWithShell({repeated}), plain);
 }
 
 // The whole stream in one buffer, more pictures than the frame store holds:
@@ -114,76 +47,37 @@ TEST(H264DecoderShell, RepeatedParameterSetsBetweenSlicesChangeNothing) {
 // pictures are ffmpeg's, and with a time for each buffer fed piece by piece
 // the pictures leave with rising times in display order.
 TEST(H264DecoderShell, ABufferOfManyPicturesIsTakenInTurnsWithoutLoss) {
-  if (!NmTestSupport::HaveProgram("ffmpeg")) {
-    GTEST_SKIP() << "ffmpeg is not installed";
-  }
-  CmTempDirectory directory;
-  const std::string stream = directory / "pyramid.264";
-  const std::string decoded = directory / "pyramid.yuv";
-  constexpr size_t Frames = 40;
-  ASSERT_TRUE(NmTestSupport::Run(
-      "ffmpeg -y -v error -f lavfi -i testsrc2=size=64x48:rate=25 -frames:v 40 -pix_fmt yuv420p "
-      "-c:v libx264 -x264-params 'cabac=0:bframes=3:b-pyramid=normal:ref=2:keyint=40:aud=1' -f "
-      "h264 '" +
-      stream + "'"));
-  ASSERT_TRUE(NmTestSupport::Run("ffmpeg -y -v error -i '" + stream +
-                                 "' -f rawvideo -pix_fmt yuv420p '" + decoded + "'"));
-  std::vector<uint8_t> bytes = NmTestSupport::ReadBytes(stream);
-  const std::vector<uint8_t> expected = NmTestSupport::ReadBytes(decoded);
-  ASSERT_EQ(expected.size(), Frames * 64 * 48 * 3 / 2);
+  REQUIRE_FFMPEG();
+  constexpr size_t Count = 40;
+  const SmEncoded clip = EncodeWithX264(
+      {"64x48", "yuv420p", "cabac=0:bframes=3:b-pyramid=normal:ref=2:keyint=40:aud=1", Count});
+  ASSERT_EQ(clip.pictures.size(), Count);
 
-  MCL::H264VideoDecoder decoder;
-  CmPictureCollector collector;
-  MCL::H264VideoDecoderParams params;
-  ASSERT_EQ(decoder.Init(&params), MCL::StatusOk);
-  decoder.SetPostProcessing(&collector);
+  CmShell shell;
   MCL::MediaData input;
-  input.SetBufferPointer(bytes.data(), bytes.size());
-  input.SetDataSize(bytes.size());
-  MCL::VideoData output;
-  int calls = 0;
-  while (input.GetDataSize() >= 4 && calls++ < 1000) {
-    const MCL::Status status = decoder.GetFrame(&input, &output);
+  input.SetBufferPointer(clip.stream.data(), clip.stream.size());
+  input.SetDataSize(clip.stream.size());
+  for (int calls = 0; input.GetDataSize() >= 4 && calls < 1000; ++calls) {
+    const MCL::Status status = shell.decoder.GetFrame(&input, &shell.output);
     ASSERT_TRUE(status == MCL::StatusOk || status == MCL::StatusNotEnoughData) << status;
   }
-  EXPECT_LT(collector.pictures.size(), Frames) << "the store cannot hold them all at once";
-  while (decoder.GetFrame(nullptr, &output) == MCL::StatusOk) {
-  }
-  const size_t frameSize = expected.size() / Frames;
-  const auto expectPictures = [&] {
-    ASSERT_EQ(collector.pictures.size(), Frames);
-    for (size_t f = 0; f < Frames; ++f) {
-      EXPECT_TRUE(std::equal(collector.pictures[f].begin(), collector.pictures[f].end(),
-                             expected.begin() + static_cast<std::ptrdiff_t>(f * frameSize)))
-          << "picture " << f;
-    }
-  };
-  expectPictures();
+  EXPECT_LT(shell.collector.pictures.size(), Count) << "the store cannot hold them all at once";
+  shell.Flush();
+  ExpectSameFrames(shell.collector.pictures, clip.pictures);
 
   // One access unit a buffer, cut at the delimiters, each with the next time.
-  ASSERT_EQ(decoder.Reset(), MCL::StatusOk);
-  collector.pictures.clear();
-  collector.times.clear();
-  std::vector<size_t> starts;
-  for (size_t i = 0; i + 4 < bytes.size(); ++i) {
-    if (bytes[i] == 0 && bytes[i + 1] == 0 && bytes[i + 2] == 1 && (bytes[i + 3] & 0x1F) == 9) {
-      starts.push_back(i);
-    }
+  ASSERT_EQ(shell.decoder.Reset(), MCL::StatusOk);
+  shell.collector = {};
+  const Frames accessUnits = AccessUnits(clip.stream);
+  ASSERT_EQ(accessUnits.size(), Count);
+  for (size_t unit = 0; unit < Count; ++unit) {
+    shell.Feed(accessUnits[unit], 1, 1.0 + 0.04 * static_cast<double>(unit));
+    EXPECT_EQ(shell.left, 0u);
   }
-  ASSERT_EQ(starts.size(), Frames);
-  starts.push_back(bytes.size());
-  for (size_t unit = 0; unit < Frames; ++unit) {
-    input.SetBufferPointer(bytes.data() + starts[unit], starts[unit + 1] - starts[unit]);
-    input.SetDataSize(starts[unit + 1] - starts[unit]);
-    input.SetTime(1.0 + 0.04 * static_cast<double>(unit));
-    decoder.GetFrame(&input, &output);
-    EXPECT_EQ(input.GetDataSize(), 0u);
-  }
-  while (decoder.GetFrame(nullptr, &output) == MCL::StatusOk) {
-  }
-  expectPictures();
-  for (size_t f = 0; f < collector.times.size(); ++f) {
-    EXPECT_DOUBLE_EQ(collector.times[f], 1.0 + 0.04 * static_cast<double>(f)) << f;
+  shell.Flush();
+  ExpectSameFrames(shell.collector.pictures, clip.pictures);
+  for (size_t f = 0; f < shell.collector.times.size(); ++f) {
+    EXPECT_DOUBLE_EQ(shell.collector.times[f], 1.0 + 0.04 * static_cast<double>(f)) << f;
   }
 }
 
@@ -192,106 +86,57 @@ TEST(H264DecoderShell, ABufferOfManyPicturesIsTakenInTurnsWithoutLoss) {
 // with B pictures turns it off at the first picture that comes before one
 // shown, and from there pictures wait for their turn: none is lost.
 TEST(H264DecoderShell, LowDelayHoldsUntilAPictureComesOutOfOrder) {
-  if (!NmTestSupport::HaveProgram("ffmpeg")) {
-    GTEST_SKIP() << "ffmpeg is not installed";
-  }
-  CmTempDirectory directory;
-  constexpr size_t Frames = 12;
+  REQUIRE_FFMPEG();
+  constexpr size_t Count = 12;
   for (const bool reorders : {false, true}) {
     SCOPED_TRACE(reorders ? "B pictures" : "I and P pictures");
-    const std::string stream = directory / "low.264";
-    const std::string decoded = directory / "low.yuv";
-    ASSERT_TRUE(NmTestSupport::Run(
-        std::string("ffmpeg -y -v error -f lavfi -i testsrc2=size=48x32:rate=25 -frames:v 12 "
-                    "-pix_fmt yuv420p -c:v libx264 -x264-params 'cabac=0:aud=1:keyint=6:bframes=") +
-        (reorders ? "2" : "0") + "' -f h264 '" + stream + "'"));
-    ASSERT_TRUE(NmTestSupport::Run("ffmpeg -y -v error -i '" + stream +
-                                   "' -f rawvideo -pix_fmt yuv420p '" + decoded + "'"));
-    std::vector<uint8_t> bytes = NmTestSupport::ReadBytes(stream);
-    const std::vector<uint8_t> expected = NmTestSupport::ReadBytes(decoded);
-    const size_t frameSize = 48 * 32 * 3 / 2;
-    ASSERT_EQ(expected.size(), Frames * frameSize);
-    std::vector<size_t> starts;
-    for (size_t i = 0; i + 4 < bytes.size(); ++i) {
-      if (bytes[i] == 0 && bytes[i + 1] == 0 && bytes[i + 2] == 1 && (bytes[i + 3] & 0x1F) == 9) {
-        starts.push_back(i);
-      }
-    }
-    ASSERT_EQ(starts.size(), Frames);
-    starts.push_back(bytes.size());
+    const SmEncoded clip = EncodeWithX264(
+        {"48x32", "yuv420p",
+         std::string("cabac=0:aud=1:keyint=6:bframes=") + (reorders ? "2" : "0"), Count});
+    ASSERT_EQ(clip.pictures.size(), Count);
+    const Frames accessUnits = AccessUnits(clip.stream);
+    ASSERT_EQ(accessUnits.size(), Count);
 
-    MCL::H264VideoDecoder decoder;
-    CmPictureCollector collector;
-    MCL::H264VideoDecoderParams params;
-    params.flags = MCL::VideoDecoderParams::FlagBase | MCL::VideoDecoderParams::FlagLowDelay;
-    ASSERT_EQ(decoder.Init(&params), MCL::StatusOk);
-    decoder.SetPostProcessing(&collector);
-    MCL::MediaData input;
-    MCL::VideoData output;
-    size_t shownAtOnce = 0;
-    for (size_t unit = 0; unit < Frames; ++unit) {
-      input.SetBufferPointer(bytes.data() + starts[unit], starts[unit + 1] - starts[unit]);
-      input.SetDataSize(starts[unit + 1] - starts[unit]);
-      shownAtOnce += decoder.GetFrame(&input, &output) == MCL::StatusOk;
+    CmShell shell(MCL::VideoDecoderParams::FlagBase | MCL::VideoDecoderParams::FlagLowDelay);
+    std::string shown; // per access unit, whether a picture left at once
+    for (const Bytes& accessUnit : accessUnits) {
+      shown += shell.Feed(accessUnit, 1) == MCL::StatusOk ? '1' : '0';
     }
-    while (decoder.GetFrame(nullptr, &output) == MCL::StatusOk) {
-    }
-    ASSERT_EQ(collector.pictures.size(), Frames);
+    const size_t shownAtOnce = static_cast<size_t>(std::count(shown.begin(), shown.end(), '1'));
+    // The key picture leaves with its own access unit, and so does the
+    // picture after it.
+    EXPECT_EQ(shown.substr(0, 2), "11") << shown;
+    shell.Flush();
+    const Frames& ours = shell.collector.pictures;
+    ASSERT_EQ(ours.size(), Count);
     if (!reorders) {
-      EXPECT_EQ(shownAtOnce, Frames);
+      EXPECT_EQ(shownAtOnce, Count);
+      EXPECT_EQ(ours, clip.pictures);
+      continue;
     }
     // With B pictures: the I picture, then the first P picture too early;
     // every picture after those in its place.
-    std::vector<std::vector<uint8_t>> wanted;
-    for (size_t f = 0; f < Frames; ++f) {
-      const auto begin = expected.begin() + static_cast<std::ptrdiff_t>(f * frameSize);
-      wanted.emplace_back(begin, begin + static_cast<std::ptrdiff_t>(frameSize));
-    }
-    if (reorders) {
-      EXPECT_GE(shownAtOnce, 2u);
-      EXPECT_LT(shownAtOnce, Frames);
-      ASSERT_EQ(collector.pictures[0], wanted[0]);
-      wanted.erase(wanted.begin());
-      const auto early = std::find(wanted.begin(), wanted.end(), collector.pictures[1]);
-      ASSERT_NE(early, wanted.end()) << "the picture shown early is one of the stream's";
-      wanted.erase(early);
-    } else {
-      EXPECT_EQ(collector.pictures, wanted);
-      continue;
-    }
-    EXPECT_EQ(
-        std::vector<std::vector<uint8_t>>(collector.pictures.begin() + 2, collector.pictures.end()),
-        wanted);
+    EXPECT_GE(shownAtOnce, 2u);
+    EXPECT_LT(shownAtOnce, Count);
+    Frames wanted = clip.pictures;
+    ASSERT_EQ(ours[0], wanted[0]);
+    wanted.erase(wanted.begin());
+    const auto early = std::find(wanted.begin(), wanted.end(), ours[1]);
+    ASSERT_NE(early, wanted.end()) << "the picture shown early is one of the stream's";
+    wanted.erase(early);
+    EXPECT_EQ(Frames(ours.begin() + 2, ours.end()), wanted);
   }
 }
 
 // What this decoder does not decode yet gives no picture and the status of a
 // stream it cannot go on with; a stream it decodes works again after a reset.
 TEST(H264DecoderShell, CodingNotDecodedYetGivesNoPictureButAStatus) {
-  if (!NmTestSupport::HaveProgram("ffmpeg")) {
-    GTEST_SKIP() << "ffmpeg is not installed";
-  }
-  CmTempDirectory directory;
-  const auto encode = [&](const std::string& pixelFormat, const std::string& settings) {
-    const std::string stream = directory / "kind.264";
-    EXPECT_TRUE(NmTestSupport::Run(
-        "ffmpeg -y -v error -f lavfi -i testsrc2=size=64x48:rate=25 -frames:v 2 -pix_fmt " +
-        pixelFormat + " -c:v libx264 -x264-params '" + settings + "' -f h264 '" + stream + "'"));
-    return NmTestSupport::ReadBytes(stream);
-  };
-  MCL::H264VideoDecoder decoder;
-  CmPictureCollector collector;
-  MCL::H264VideoDecoderParams params;
-  ASSERT_EQ(decoder.Init(&params), MCL::StatusOk);
-  decoder.SetPostProcessing(&collector);
-  const auto decode = [&](std::vector<uint8_t> bytes) {
-    MCL::MediaData input;
-    input.SetBufferPointer(bytes.data(), bytes.size());
-    input.SetDataSize(bytes.size());
-    MCL::VideoData output;
-    const MCL::Status status = decoder.GetFrame(&input, &output);
-    while (decoder.GetFrame(nullptr, &output) == MCL::StatusOk) {
-    }
+  REQUIRE_FFMPEG();
+  CmShell shell;
+  const auto decode = [&](const std::string& pixelFormat, const std::string& settings) {
+    const MCL::Status status =
+        shell.Feed(EncodeWithX264({"64x48", pixelFormat, settings, 2}).stream, 1);
+    shell.Flush();
     return status;
   };
   const std::pair<const char*, const char*> kinds[] = {
@@ -304,43 +149,27 @@ TEST(H264DecoderShell, CodingNotDecodedYetGivesNoPictureButAStatus) {
   };
   for (const auto& [pixelFormat, settings] : kinds) {
     SCOPED_TRACE(std::string(pixelFormat) + " " + settings);
-    EXPECT_EQ(decode(encode(pixelFormat, settings)), MCL::StatusInvalidStreamSync);
-    EXPECT_TRUE(collector.pictures.empty());
-    ASSERT_EQ(decoder.Reset(), MCL::StatusOk);
+    EXPECT_EQ(decode(pixelFormat, settings), MCL::StatusInvalidStreamSync);
+    EXPECT_TRUE(shell.collector.pictures.empty());
+    ASSERT_EQ(shell.decoder.Reset(), MCL::StatusOk);
   }
-  decode(encode("yuv420p", "cabac=0"));
-  EXPECT_EQ(collector.pictures.size(), 2u);
-  decode(encode("yuv420p", "cabac=1"));
-  EXPECT_EQ(collector.pictures.size(), 4u);
+  decode("yuv420p", "cabac=0");
+  EXPECT_EQ(shell.collector.pictures.size(), 2u);
+  decode("yuv420p", "cabac=1");
+  EXPECT_EQ(shell.collector.pictures.size(), 4u);
 }
 
 // A stream whose size changes at an IDR while pictures of the old size still
 // wait for their turn: each leaves with its own size and crop.
 TEST(H264DecoderShell, PicturesLeaveWithTheSizeOfTheirOwnSequence) {
-  if (!NmTestSupport::HaveProgram("ffmpeg")) {
-    GTEST_SKIP() << "ffmpeg is not installed";
-  }
-  CmTempDirectory directory;
-  std::vector<uint8_t> joined;
-  std::vector<std::vector<uint8_t>> expected;
+  REQUIRE_FFMPEG();
+  Bytes joined;
+  Frames expected;
   for (const char* size : {"62x46", "100x60"}) {
-    const std::string stream = directory / "part.264";
-    const std::string decoded = directory / "part.yuv";
-    ASSERT_TRUE(
-        NmTestSupport::Run(std::string("ffmpeg -y -v error -f lavfi -i testsrc2=size=") + size +
-                           ":rate=25 -frames:v 6 -pix_fmt yuv420p -c:v libx264 -x264-params "
-                           "'cabac=0:bframes=2:b-pyramid=none' -f h264 '" +
-                           stream + "'"));
-    ASSERT_TRUE(NmTestSupport::Run("ffmpeg -y -v error -i '" + stream +
-                                   "' -f rawvideo -pix_fmt yuv420p '" + decoded + "'"));
-    const std::vector<uint8_t> part = NmTestSupport::ReadBytes(stream);
-    joined.insert(joined.end(), part.begin(), part.end());
-    const std::vector<uint8_t> pictures = NmTestSupport::ReadBytes(decoded);
-    const size_t frameSize = pictures.size() / 6;
-    for (size_t f = 0; f < 6; ++f) {
-      expected.emplace_back(pictures.begin() + static_cast<std::ptrdiff_t>(f * frameSize),
-                            pictures.begin() + static_cast<std::ptrdiff_t>((f + 1) * frameSize));
-    }
+    const SmEncoded part = EncodeWithX264({size, "yuv420p", "cabac=0:bframes=2:b-pyramid=none", 6});
+    ASSERT_EQ(part.pictures.size(), 6u);
+    joined.insert(joined.end(), part.stream.begin(), part.stream.end());
+    expected.insert(expected.end(), part.pictures.begin(), part.pictures.end());
   }
-  EXPECT_EQ(DecodeWhole(joined), expected);
+  EXPECT_EQ(DecodeWithShell({joined}), expected);
 }

@@ -1,41 +1,22 @@
 // A host as somebody else would write it: it sees the public headers only,
 // loads the library by path and drives whole trees through it.
 
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "support/LoadedPlugin.h"
 #include "vzk/vzk.h"
 
 using namespace NmToolkit;
 
 namespace {
 
-class LoadedPlugin {
-public:
-  LoadedPlugin() {
-    const char* build = std::getenv("VZK_BUILD_DIR");
-    const std::string path = std::string(build ? build : ".") + "/bin/ToolkitSourcePlugin_vzk.so";
-    // Kept mapped after dlclose: the plug-in pulls in libraries with
-    // thread-local storage, whose stale blocks LeakSanitizer's exit scan
-    // would otherwise read after they are unmapped, and die of.
-    m_Handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
-    if (m_Handle) {
-      create = reinterpret_cast<VzkCreateInstanceFunction>(dlsym(m_Handle, "CreateInstance"));
-      destroy = reinterpret_cast<VzkDeleteInstanceFunction>(dlsym(m_Handle, "DeleteInstance"));
-    }
-  }
-  ~LoadedPlugin() {
-    if (m_Handle) {
-      dlclose(m_Handle);
-    }
-  }
-  LoadedPlugin(const LoadedPlugin&) = delete;
-  LoadedPlugin& operator=(const LoadedPlugin&) = delete;
+// The vzk plug-in, and the roots of trees it makes.
+struct LoadedPlugin : NmTestSupport::SmLoadedPlugin {
+  LoadedPlugin() : SmLoadedPlugin("ToolkitSourcePlugin_vzk") {}
 
   // The root of a tree of one `config` element's content.
   std::shared_ptr<ImPlaybackSourceToolkit> Root(const std::string& config) {
@@ -47,12 +28,6 @@ public:
     return std::shared_ptr<ImPlaybackSourceToolkit>(dynamic_cast<ImPlaybackSourceToolkit*>(root),
                                                     [this, root](auto*) { destroy(root); });
   }
-
-  VzkCreateInstanceFunction create = nullptr;
-  VzkDeleteInstanceFunction destroy = nullptr;
-
-private:
-  void* m_Handle = nullptr;
 };
 
 std::string Scripted(const std::string& provider = "scripted") {
@@ -73,7 +48,7 @@ std::string Payload(ImData* raw) {
 
 TEST(HostTest, PullsEveryItemInPlaybackAndLive) {
   LoadedPlugin plugin;
-  ASSERT_NE(plugin.create, nullptr) << dlerror();
+  ASSERT_NE(plugin.create, nullptr) << plugin.error;
   ASSERT_NE(plugin.destroy, nullptr);
   const auto playback = plugin.Root(Scripted());
   ASSERT_NE(playback, nullptr);
@@ -145,7 +120,7 @@ TEST(HostTest, TransformsPicturesInsideThePlugin) {
   for (int round = 0; round < 2; ++round) {
     // Loaded and unloaded twice: text painting keeps its libraries' caches.
     LoadedPlugin plugin;
-    ASSERT_NE(plugin.create, nullptr) << dlerror();
+    ASSERT_NE(plugin.create, nullptr) << plugin.error;
     const std::string pictures =
         "<toolkit type='source'><provider>pictures</provider><config>"
         "<picture format='5' width='64' height='48' time='500' seed='3' padding='4'/>"

@@ -37,6 +37,9 @@ using IntraFilter = void (*)(uint8_t*, ptrdiff_t, int, int);
 
 } // namespace
 
+// Every target against the reference. The reference is held to the standard
+// through the decoder, whose pictures, made by the dispatched target, equal
+// ffmpeg's sample for sample.
 VZK_TEST_ON_EVERY_TARGET(H264Deblock);
 
 TEST_P(H264Deblock, EveryEdgeMatchesTheReference) {
@@ -85,44 +88,4 @@ TEST_P(H264Deblock, EveryEdgeMatchesTheReference) {
           [&](IntraFilter f, SmTestPlane& p) { f(q(p), stride, alpha, beta); }, "intra");
     }
   }
-}
-
-class H264DeblockReference : public ::NmKernelTest::CmSeededTest {};
-
-TEST_F(H264DeblockReference, WorkedValuesAndTheThresholds) {
-  // One column across a horizontal luma edge: p3..p0 = 60, q0..q3 = 70.
-  const auto column = [](int p, int q) {
-    std::vector<uint8_t> c(8 * 16);
-    for (int y = 0; y < 8; ++y) {
-      std::fill_n(c.begin() + 16 * y, 16, static_cast<uint8_t>(y < 4 ? p : q));
-    }
-    return c;
-  };
-  std::vector<uint8_t> area = column(60, 70);
-  const int8_t tc0[4] = {1, 1, 1, -1};
-  NmReference::H264FilterLumaHorizontalEdge(area.data() + 4 * 16, 16, 20, 5, tc0);
-  // delta = (4 * 10 - 10 + 4) >> 3 = 4, held to tc = 1 + 2 (both sides smooth).
-  EXPECT_EQ(area[3 * 16], 63);
-  EXPECT_EQ(area[4 * 16], 67);
-  // p1 moves by (60 + 65 - 120) >> 1 = 2, held to tc0 = 1.
-  EXPECT_EQ(area[2 * 16], 61);
-  // The last segment is left alone.
-  EXPECT_EQ(area[3 * 16 + 15], 60);
-  // A step of alpha or more is an edge of the picture, not of the blocks.
-  area = column(60, 80);
-  NmReference::H264FilterLumaHorizontalEdge(area.data() + 4 * 16, 16, 20, 5, tc0);
-  EXPECT_EQ(area, column(60, 80));
-  // Strength 4 on smooth sides: three samples each side from the strong filter.
-  area = column(60, 70);
-  NmReference::H264FilterLumaHorizontalEdgeIntra(area.data() + 4 * 16, 16, 40, 5);
-  EXPECT_EQ(area[3 * 16], (60 + 120 + 120 + 140 + 70 + 4) >> 3);
-  EXPECT_EQ(area[2 * 16], (60 + 60 + 60 + 70 + 2) >> 2);
-  EXPECT_EQ(area[1 * 16], (120 + 180 + 60 + 60 + 70 + 4) >> 3);
-  EXPECT_EQ(area[0 * 16], 60);
-  // Chroma adds 1 to tc0 (delta 4 held to 2) and changes p0 and q0 only.
-  area = column(60, 70);
-  NmReference::H264FilterChromaHorizontalEdge(area.data() + 4 * 16, 16, 20, 5, tc0);
-  EXPECT_EQ(area[3 * 16], 62);
-  EXPECT_EQ(area[4 * 16], 68);
-  EXPECT_EQ(area[2 * 16], 60);
 }

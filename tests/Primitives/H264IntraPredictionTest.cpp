@@ -25,6 +25,9 @@ SmTestPlane Neighbourhood(std::mt19937& random, int size, bool extreme) {
 
 } // namespace
 
+// Every target against the reference. The reference is held to the standard
+// through the decoder, whose pictures, made by the dispatched target, equal
+// ffmpeg's sample for sample.
 VZK_TEST_ON_EVERY_TARGET(H264IntraPrediction);
 
 TEST_P(H264IntraPrediction, EveryModeAndNeighbourhoodMatchesTheReference) {
@@ -58,47 +61,4 @@ TEST_P(H264IntraPrediction, EveryModeAndNeighbourhoodMatchesTheReference) {
       }
     }
   }
-}
-
-class H264IntraPredictionReference : public ::NmKernelTest::CmSeededTest {};
-
-TEST_F(H264IntraPredictionReference, WorkedValues) {
-  const SmH264IntraNeighbours all{true, true, true, true};
-  const SmH264IntraNeighbours none{false, false, false, false};
-  // A linear ramp around a 16x16 block: the plane mode carries it on.
-  constexpr int Stride = 33;
-  std::vector<uint8_t> plane(Stride * 17);
-  const auto at = [&](int x, int y) -> uint8_t& { return plane[(y + 1) * Stride + x + 1]; };
-  for (int y = -1; y < 16; ++y) {
-    for (int x = -1; x < 32; ++x) {
-      at(x, y) = static_cast<uint8_t>(100 + 2 * x + 3 * y);
-    }
-  }
-  NmReference::H264PredictIntra16x16(&at(0, 0), Stride, 3, all);
-  EXPECT_EQ(at(0, 0), 100);
-  EXPECT_EQ(at(15, 15), 100 + 30 + 45);
-  EXPECT_EQ(at(7, 3), 100 + 14 + 9);
-  // DC without neighbours is mid-grey; vertical repeats the row above.
-  NmReference::H264PredictIntra16x16(&at(0, 0), Stride, 2, none);
-  EXPECT_EQ(at(9, 9), 128);
-  NmReference::H264PredictIntra4x4(&at(0, 0), Stride, 0, all);
-  EXPECT_EQ(at(2, 3), at(2, -1));
-  // 4x4 diagonal down left without the top right repeats the last sample
-  // above: the bottom right corner then equals it.
-  at(3, -1) = 40;
-  NmReference::H264PredictIntra4x4(&at(0, 0), Stride, 3,
-                                   SmH264IntraNeighbours{true, true, false, true});
-  EXPECT_EQ(at(3, 3), 40);
-  // Chroma DC: the top right quarter takes the row above only.
-  for (int x = 0; x < 8; ++x) {
-    at(x, -1) = x < 4 ? 10 : 50;
-  }
-  for (int y = 0; y < 8; ++y) {
-    at(-1, y) = 90;
-  }
-  NmReference::H264PredictIntraChroma8x8(&at(0, 0), Stride, 0, all);
-  EXPECT_EQ(at(0, 0), (4 * 10 + 4 * 90 + 4) >> 3);
-  EXPECT_EQ(at(5, 1), 50);
-  EXPECT_EQ(at(1, 5), 90);
-  EXPECT_EQ(at(5, 5), (4 * 50 + 4 * 90 + 4) >> 3);
 }

@@ -32,6 +32,9 @@ template <size_t Count> std::array<int32_t, Count> Coefficients(std::mt19937& ra
 
 } // namespace
 
+// Every target against the reference. The reference is held to the standard
+// through the decoder, whose pictures, made by the dispatched target, equal
+// ffmpeg's sample for sample.
 VZK_TEST_ON_EVERY_TARGET(H264Transform);
 
 TEST_P(H264Transform, MatchesTheReference) {
@@ -68,38 +71,5 @@ TEST_P(H264Transform, MatchesTheReference) {
         &NmReference::H264AddDc8x8, &H264AddDc8x8, plane,
         [&](auto f, SmTestPlane& p) { f(dc, p.data(), static_cast<ptrdiff_t>(p.stride)); },
         "DC 8x8");
-  }
-}
-
-class H264TransformReference : public ::NmKernelTest::CmSeededTest {};
-
-TEST_F(H264TransformReference, DcOnlyBlocksAndWorkedValues) {
-  std::mt19937& random = Random();
-  // A block with only a DC is what the DC forms stand in for.
-  for (int round = 0; round < 100; ++round) {
-    const int32_t dc = static_cast<int32_t>(random() % 40001) - 20000;
-    SmTestPlane full(random, 8, 8);
-    SmTestPlane dcOnly = full;
-    std::array<int32_t, 64> c{};
-    c[0] = dc;
-    NmReference::H264AddInverseTransform4x4(c.data(), full.data(), full.stride);
-    NmReference::H264AddDc4x4(dc, dcOnly.data(), dcOnly.stride);
-    ASSERT_EQ(full.bytes, dcOnly.bytes) << "dc " << dc;
-    NmReference::H264AddInverseTransform8x8(c.data(), full.data(), full.stride);
-    NmReference::H264AddDc8x8(dc, dcOnly.data(), dcOnly.stride);
-    ASSERT_EQ(full.bytes, dcOnly.bytes) << "dc " << dc;
-  }
-  // The first horizontal frequency alone: 64 at (0, 1) becomes 64, 32, -32,
-  // -64 across each row, which round to +1, +1, 0, -1 on a flat 100.
-  uint8_t block[16];
-  std::fill_n(block, 16, uint8_t{100});
-  int32_t c[16] = {};
-  c[1] = 64;
-  NmReference::H264AddInverseTransform4x4(c, block, 4);
-  for (int y = 0; y < 4; ++y) {
-    EXPECT_EQ(block[4 * y + 0], 101);
-    EXPECT_EQ(block[4 * y + 1], 101);
-    EXPECT_EQ(block[4 * y + 2], 100);
-    EXPECT_EQ(block[4 * y + 3], 99);
   }
 }

@@ -1,0 +1,48 @@
+#pragma once
+
+// The parts of a fuzz input read in turn, and the one way a target reports
+// a finding.
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+namespace NmFuzz {
+
+// What a target proves must hold; anything else is a finding.
+inline void Require(bool condition) {
+  if (!condition) {
+    __builtin_trap();
+  }
+}
+
+// Reads an input a byte at a time; past its end every byte is 0.
+class CmByteReader {
+public:
+  CmByteReader(const uint8_t* data, size_t size) : m_Data(data), m_Size(size) {}
+  bool AtEnd() const { return m_Position >= m_Size; }
+  uint8_t Byte() { return m_Position < m_Size ? m_Data[m_Position++] : 0; }
+  uint64_t Below(uint64_t limit) { return (Byte() | Byte() << 8) % limit; }
+  double Double() {
+    uint8_t bytes[sizeof(double)] = {};
+    for (uint8_t& b : bytes) {
+      b = Byte();
+    }
+    double value = 0;
+    std::memcpy(&value, bytes, sizeof value);
+    return value;
+  }
+  // What is left unread.
+  const uint8_t* Rest(size_t& size) const {
+    size = m_Size - std::min(m_Position, m_Size);
+    return m_Data + (m_Size - size);
+  }
+
+private:
+  const uint8_t* m_Data;
+  size_t m_Size;
+  size_t m_Position = 0;
+};
+
+} // namespace NmFuzz

@@ -1,0 +1,243 @@
+#pragma once
+
+// The steps that the H.264 tests share: make a stream with x264, decode it
+// with ffmpeg as the oracle, decode it with the engine (through the task
+// supplier or through the decoder shell), and compare picture for picture.
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "Codecs/H264/H264VideoDecoder.h"
+#include "Codecs/H264/NalUnits.h"
+#include "Codecs/H264/TaskSupplier.h"
+#include "Codecs/MCL/MediaData.h"
+#include "Codecs/MCL/VideoData.h"
+#include "Codecs/MCL/VideoDecoderParams.h"
+#include "Codecs/MCL/VideoProcessing.h"
+#include "H264/VisibleSamples.h"
+#include "support/ExternalTools.h"
+
+#define REQUIRE_FFMPEG()                                                                           \
+  if (!NmTestSupport::HaveProgram("ffmpeg")) {                                                     \
+    GTEST_SKIP() << "ffmpeg is not installed";                                                     \
+  }
+
+namespace NmH264Test {
+
+using Bytes = std::vector<uint8_t>;
+using Frames = std::vector<Bytes>;
+
+inline Frames Split(const Bytes& bytes, size_t frameSize) {
+  Frames frames;
+  for (size_t at = 0; frameSize > 0 && at + frameSize <= bytes.size(); at += frameSize) {
+    frames.emplace_back(bytes.begin() + static_cast<std::ptrdiff_t>(at),
+                        bytes.begin() + static_cast<std::ptrdiff_t>(at + frameSize));
+  }
+  return frames;
+}
+
+// ffmpeg's pictures of the stream at `path`, every one it outputs, none
+// doubled, planar as raw video.
+inline Frames FfmpegPictures(const std::string& path, const std::string& decoded, size_t frameSize,
+                             const std::string& pixelFormat = "yuv420p",
+                             const std::string& inputOptions = "") {
+  if (!NmTestSupport::Run("ffmpeg -y -v error " + inputOptions + " -i '" + path +
+                          "' -fps_mode passthrough -f rawvideo -pix_fmt " + pixelFormat + " '" +
+                          decoded + "'")) {
+    return {};
+  }
+  return Split(NmTestSupport::ReadBytes(decoded), frameSize);
+}
+
+// A clip of ffmpeg's test pattern as x264 encodes it with `options`.
+struct SmX264Clip {
+  std::string size = "64x48";
+  std::string pixelFormat = "yuv420p";
+  std::string options;
+  int frames = 10;
+  std::string preset = "medium";
+  std::string filter = "null";
+};
+
+struct SmEncoded {
+  Bytes stream;
+  Frames pictures; // ffmpeg's decode of the stream
+};
+
+inline SmEncoded EncodeWithX264(const SmX264Clip& clip) {
+  NmTestSupport::CmTempDirectory directory;
+  const std::string stream = directory / "clip.264";
+  SmEncoded encoded;
+  if (!NmTestSupport::Run("ffmpeg -y -v error -f lavfi -i testsrc2=size=" + clip.size +
+                          ":rate=25 -frames:v " + std::to_string(clip.frames) + " -vf " +
+                          clip.filter + " -pix_fmt " + clip.pixelFormat + " -c:v libx264 -preset " +
+                          clip.preset + " -x264-params '" + clip.options + "' -f h264 '" + stream +
+                          "'")) {
+    ADD_FAILURE() << "x264 could not encode " << clip.options;
+    return encoded;
+  }
+  encoded.stream = NmTestSupport::ReadBytes(stream);
+  const std::string decoded = directory / "clip.yuv";
+  NmTestSupport::Run("ffmpeg -y -v error -i '" + stream + "' -f rawvideo -pix_fmt " +
+                     clip.pixelFormat + " '" + decoded + "'");
+  const Bytes samples = NmTestSupport::ReadBytes(decoded);
+  encoded.pictures = Split(samples, samples.size() / static_cast<size_t>(clip.frames));
+  return encoded;
+}
+
+// The units of an Annex B stream, each with a three-byte start code in front.
+inline Frames AnnexBUnits(const Bytes& stream) {
+  Frames units;
+  size_t position = 0;
+  NmH264::SmNalUnit unit;
+  while (NmH264::NextAnnexBUnit(stream.data(), stream.size(), position, true, unit)) {
+    units.push_back({0, 0, 1});
+    units.back().insert(units.back().end(), unit.data, unit.data + unit.size);
+  }
+  return units;
+}
+
+// The buffers of an Annex B stream cut in front of each start code whose
+// unit type passes; what comes before the first such unit is left out.
+template <typename Keep> Frames CutBefore(const Bytes& bytes, Keep keep) {
+  Frames pieces;
+  for (size_t i = 0; i < bytes.size(); ++i) {
+    if (i + 3 < bytes.size() && bytes[i] == 0 && bytes[i + 1] == 0 && bytes[i + 2] == 1 &&
+        keep(bytes[i + 3] & 0x1F)) {
+      pieces.emplace_back();
+    }
+    if (!pieces.empty()) {
+      pieces.back().push_back(bytes[i]);
+    }
+  }
+  return pieces;
+}
+
+// Units as the stream writer keeps them (header byte and payload), behind
+// start codes or four-byte lengths.
+inline Frames Framed(const Frames& units, bool lengthPrefixed = false) {
+  Frames framed;
+  for (const Bytes& unit : units) {
+    framed.push_back(lengthPrefixed ? Bytes{0, static_cast<uint8_t>(unit.size() >> 16),
+                                            static_cast<uint8_t>(unit.size() >> 8),
+                                            static_cast<uint8_t>(unit.size())}
+                                    : Bytes{0, 0, 1});
+    framed.back().insert(framed.back().end(), unit.begin(), unit.end());
+  }
+  return framed;
+}
+
+struct SmSupplied {
+  Frames pictures;
+  bool allAccepted = true; // every buffer taken without a status or anything unsupported
+};
+
+// Feeds the buffers one by one to the task supplier, taking every picture
+// as soon as it may leave, and returns their visible samples in output order.
+inline SmSupplied DecodeWithSupplier(const Frames& buffers,
+                                     MCL::SmTaskSupplierSettings settings = {}) {
+  MCL::TaskSupplier supplier(settings);
+  SmSupplied out;
+  const auto take = [&](bool force) {
+    while (MCL::H264DecoderFrame* frame = supplier.GetFrameToDisplay(force)) {
+      out.pictures.push_back(VisibleSamples(*frame, *supplier.GetActiveSequence()));
+    }
+  };
+  for (const Bytes& buffer : buffers) {
+    const int32_t status = supplier.AddSource(buffer.data(), buffer.size(), -1.0, -1);
+    out.allAccepted = out.allAccepted && status == 0 && !supplier.TakeUnsupported();
+    take(false);
+  }
+  supplier.Flush();
+  take(true);
+  return out;
+}
+
+// Keeps each picture that the decoder shell puts out: its visible samples,
+// planar, and its time.
+class CmPictureCollector : public MCL::VideoProcessing {
+public:
+  MCL::Status GetFrame(MCL::MediaData* input, MCL::MediaData*) override {
+    const auto* picture = dynamic_cast<MCL::VideoData*>(input);
+    if (picture == nullptr) {
+      return MCL::StatusNullPointer;
+    }
+    Bytes samples;
+    for (int c = 0; c < picture->GetPlaneCount(); ++c) {
+      for (int32_t y = 0; y < picture->GetPlaneHeight(c); ++y) {
+        const uint8_t* row = picture->GetPlanePointer(c) + y * picture->GetPlanePitch(c);
+        samples.insert(samples.end(), row, row + picture->GetPlaneWidth(c));
+      }
+    }
+    pictures.push_back(std::move(samples));
+    times.push_back(picture->GetTime());
+    return MCL::StatusOk;
+  }
+
+  Frames pictures;
+  std::vector<double> times;
+};
+
+// The decoder shell with a collector behind it, fed a buffer at a time.
+class CmShell {
+public:
+  explicit CmShell(uint32_t flags = 0) {
+    MCL::H264VideoDecoderParams params;
+    params.flags = flags;
+    EXPECT_EQ(decoder.Init(&params), MCL::StatusOk);
+    decoder.SetPostProcessing(&collector);
+  }
+  // Calls until the buffer is used up or the decoder takes no more (at most
+  // `calls` times); the status of the first call.
+  MCL::Status Feed(const Bytes& buffer, int calls = 1000, double time = -1.0) {
+    MCL::MediaData input;
+    input.SetBufferPointer(buffer.data(), buffer.size());
+    input.SetDataSize(buffer.size());
+    input.SetTime(time);
+    MCL::Status first = MCL::StatusOk;
+    for (int call = 0; call < calls && input.GetDataSize() >= 4; ++call) {
+      const MCL::Status status = decoder.GetFrame(&input, &output);
+      first = call == 0 ? status : first;
+    }
+    left = input.GetDataSize();
+    return first;
+  }
+  void Flush() {
+    while (decoder.GetFrame(nullptr, &output) == MCL::StatusOk) {
+    }
+  }
+
+  MCL::H264VideoDecoder decoder;
+  CmPictureCollector collector;
+  MCL::VideoData output;
+  size_t left = 0; // what the last buffer had left untaken
+};
+
+// Every picture of the buffers through the decoder shell, then the flush.
+inline Frames DecodeWithShell(const Frames& buffers) {
+  CmShell shell;
+  for (const Bytes& buffer : buffers) {
+    shell.Feed(buffer);
+  }
+  shell.Flush();
+  return shell.collector.pictures;
+}
+
+// Equal pictures in equal number; a difference names the picture and the
+// index of its first differing sample.
+inline void ExpectSameFrames(const Frames& ours, const Frames& expected) {
+  ASSERT_EQ(ours.size(), expected.size());
+  for (size_t i = 0; i < ours.size(); ++i) {
+    ASSERT_EQ(ours[i].size(), expected[i].size()) << "picture " << i;
+    size_t same = 0;
+    while (same < ours[i].size() && ours[i][same] == expected[i][same]) {
+      ++same;
+    }
+    EXPECT_EQ(same, ours[i].size()) << "picture " << i;
+  }
+}
+
+} // namespace NmH264Test
