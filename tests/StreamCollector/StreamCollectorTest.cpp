@@ -288,19 +288,21 @@ TEST(StreamCollector, GapsLetFramesInAndSyncFramesCloseTheGOP) {
 TEST(StreamCollector, TheFrameBeyondTheCountLimitClosesTheGOPAndIsLost) {
   CmCollectorDriver driver(true);
   ASSERT_TRUE(driver.Feed(Frame(0, true, T0, T0)));
-  uint16_t sequence = 1;
+  uint32_t sequence = 1; // frame number and milliseconds since the first
   for (; sequence < 65535; ++sequence) {
-    ASSERT_TRUE(driver.Feed(BuildVideoPacket({.sequenceNumber = sequence,
+    ASSERT_TRUE(driver.Feed(BuildVideoPacket({.sequenceNumber = static_cast<uint16_t>(sequence),
                                               .sync = false,
                                               .syncTime = T0,
                                               .frameTime = T0 + sequence,
-                                              .payload = {sequence & 0xFFu}})));
+                                              .payload = {static_cast<uint8_t>(sequence)}})));
   }
   EXPECT_EQ(driver->GetFrameCount(), 65535u);
   EXPECT_EQ(driver->GetBlockCount(), 0u);
-  const auto frame = [&](uint16_t n, bool sync, uint64_t time) {
-    return BuildVideoPacket(
-        {.sequenceNumber = n, .sync = sync, .syncTime = sync ? time : T0, .frameTime = time});
+  const auto frame = [&](uint32_t n, bool sync, uint64_t time) {
+    return BuildVideoPacket({.sequenceNumber = static_cast<uint16_t>(n),
+                             .sync = sync,
+                             .syncTime = sync ? time : T0,
+                             .frameTime = time});
   };
   EXPECT_FALSE(driver.Feed(frame(sequence, false, T0 + sequence)));
   EXPECT_EQ(driver.Code(), 4u);
@@ -322,7 +324,8 @@ TEST(StreamCollector, TheFrameBeyondTheCountLimitClosesTheGOPAndIsLost) {
   EXPECT_FALSE(driver.Feed(frame(sequence, true, T0 + sequence)));
   EXPECT_EQ(driver.Message(), "Invalid video stream size analysis result");
   ++sequence;
-  EXPECT_TRUE(driver.Feed(Frame(sequence, true, T0 + sequence, T0 + sequence)));
+  EXPECT_TRUE(
+      driver.Feed(Frame(static_cast<uint16_t>(sequence), true, T0 + sequence, T0 + sequence)));
   EXPECT_EQ(driver->GetFrameCount(), 1u);
 }
 
@@ -397,11 +400,9 @@ TEST(StreamCollector, LegacyJPEGTakesTheTimeGivenOnce) {
   EXPECT_EQ(block->GetImageWidth(), 48u);
   EXPECT_EQ(block->GetImageHeight(), 32u);
   EXPECT_EQ(BlockPayload(*block), jpeg);
-  // Without a time the picture lies at the very start of 1970.
-  const auto untimed =
-      converter.Convert({{jpeg.data(), jpeg.size()}}, CmTimeStamp(), false, true, false);
-  ASSERT_TRUE(untimed);
-  EXPECT_EQ(Wire(untimed->GetBeginTime()), 0u);
+  // Without a time the picture lies at the very start of 1970, where no
+  // stream can start.
+  EXPECT_FALSE(converter.Convert({{jpeg.data(), jpeg.size()}}, CmTimeStamp(), false, true, false));
   // The time serves the first picture only: the second falls back to 1970.
   EXPECT_FALSE(converter.Convert({{jpeg.data(), jpeg.size()}, {jpeg.data(), jpeg.size()}}, given,
                                  false, true, false));

@@ -133,10 +133,11 @@ const NmMediaProcessing::CmGenericByteDataBlock* CmMediaDataVector::GetBlock() c
     records.emplace_back(element->GetDataPointer(), element->GetDataSize());
   }
   try {
-    // Frames that the analysers cannot take make no block, as a null result
-    // does; neither is tried again.
+    // Legacy JPEG has no time of its own and takes the vector's. Frames that
+    // the analysers cannot take make no block, as a null result does; neither
+    // is tried again.
     m_Block = NmMediaProcessing::CmVideoStreamConverter().Convert(
-        records, NmTimeStamp::CmTimeStamp(), false, true, false);
+        records, NmTimeStamp::CmTimeStamp::FromMilliseconds(GetBeginTime()), false, true, false);
   } catch (const NmError::CmError&) {
     m_Block.reset();
   }
