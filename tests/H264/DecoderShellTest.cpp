@@ -289,7 +289,12 @@ TEST(H264DecoderShell, CodingNotDecodedYetGivesNoPictureButAStatus) {
     input.SetBufferPointer(bytes.data(), bytes.size());
     input.SetDataSize(bytes.size());
     MCL::VideoData output;
+    // A buffer of several frames goes in one frame a call.
     const MCL::Status status = decoder.GetFrame(&input, &output);
+    for (MCL::Status more = status;
+         input.GetDataSize() >= 4 && (more >= MCL::StatusOk || more == MCL::StatusNotEnoughData);) {
+      more = decoder.GetFrame(&input, &output);
+    }
     while (decoder.GetFrame(nullptr, &output) == MCL::StatusOk) {
     }
     return status;
