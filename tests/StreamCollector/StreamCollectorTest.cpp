@@ -255,6 +255,11 @@ TEST(StreamCollector, BrokenStreamsCloseTheGOPAndRefuseTheFrame) {
     EXPECT_EQ(driver.Message(), c.message);
     EXPECT_EQ(driver.Code(), c.code);
     ASSERT_EQ(driver->GetBlockCount(), c.blocksBefore);
+    if (c.blocksBefore == 0) {
+      EXPECT_EQ(driver->GetLastError()->GetLocation().rfind(
+                    Collector + "SetDataError (line VideoStreamCollector.cpp, ", 0),
+                0u);
+    }
     if (c.blocksBefore == 1) {
       const auto blocks = driver.Blocks();
       EXPECT_EQ(blocks[0].GetImageCount(), 2u);
