@@ -105,9 +105,9 @@ void ExpectSamePlayback(NmVzkTool::CmPluginLibrary& library, const std::string& 
 
 } // namespace
 
-// H.264 with a B pyramid and Motion JPEG, each imported frame by frame and
-// as blocks, play to the same pictures at the same times; vzk info counts the
-// blocks and their images.
+// H.264 with a B pyramid, MPEG-4 with B pictures, H.263 and Motion JPEG,
+// each imported frame by frame and as blocks, play to the same pictures at
+// the same times; vzk info counts the blocks and their images.
 TEST(VzkBlockImport, BlocksPlayAsTheFramesTheyHold) {
   const struct {
     const char* name;
@@ -120,6 +120,10 @@ TEST(VzkBlockImport, BlocksPlayAsTheFramesTheyHold) {
        "-c:v libx264 -x264-params "
        "cabac=1:bframes=3:b-pyramid=normal:keyint=12:min-keyint=12:scenecut=0:ref=3",
        3, "3 blocks hold 30 images, 6 to 12 a block"},
+      {"MPEG-4 B pictures", "mpeg4.mp4",
+       "-c:v mpeg4 -bf 2 -flags +cgop -sc_threshold 1000000000 -g 8 -q:v 4", 5,
+       "5 blocks hold 30 images, 2 to 7 a block"},
+      {"H.263", "h263.avi", "-c:v h263 -s 176x144 -g 6", 5, "5 blocks hold 30 images, 6 a block"},
       {"Motion JPEG", "mjpeg.avi", "-c:v mjpeg -q:v 5", 30, "30 blocks hold 30 images, 1 a block"},
   };
   constexpr size_t Frames = 30;
