@@ -152,7 +152,8 @@ TEST(VzkBlockImport, BlocksPlayAsTheFramesTheyHold) {
 }
 
 // A stream that breaks: the import says which block closed early and why,
-// leaves out what it cannot take and says so.
+// leaves out what it cannot take and says so, and stores legacy JPEG as a
+// block at the time playback gives it.
 TEST(VzkBlockImport, BrokenStreamsCloseBlocksEarlyAndSaySo) {
   using namespace NmTestSupport;
   CmScratch scratch;
@@ -174,11 +175,13 @@ TEST(VzkBlockImport, BrokenStreamsCloseBlocksEarlyAndSaySo) {
   add(3, true, t0 + 80, t0 + 80);
   const CmBytes audio = BuildAudioPacket({.time = t0 + 100});
   all.insert(all.end(), audio.begin(), audio.end());
+  // Legacy JPEG takes the time that playback gives it.
+  all.insert(all.end(), jpeg.begin(), jpeg.end());
   WriteBytes(scratch.Path("source.gbd"), all);
   const SmResult imported =
       RunVzk({"import", scratch.Path("source.gbd"), scratch.Path("blocks.gbd"), "--blocks"});
   EXPECT_EQ(imported.status, 1);
-  EXPECT_NE(imported.out.find("Imported 5 records as 3 blocks"), std::string::npos) << imported.out;
+  EXPECT_NE(imported.out.find("Imported 6 records as 4 blocks"), std::string::npos) << imported.out;
   EXPECT_NE(imported.out.find("Block 2 was closed early: Skipping frame due to time warp."),
             std::string::npos)
       << imported.out;

@@ -31,7 +31,7 @@ CmBlockImport::CmBlockImport(CmWrite write) : m_Write(std::move(write)) {
 }
 
 void CmBlockImport::Take(std::shared_ptr<const NmToolkit::ImData> owner, const uint8_t* data,
-                         size_t size) {
+                         size_t size, int64_t time) {
   const CmRecordPointer record(new CmItemRecord(std::move(owner), data, size));
   if (record->GetType() == SmByteDataType::AudioStreamDataPacket) {
     ++m_AudioLeftOut;
@@ -40,6 +40,7 @@ void CmBlockImport::Take(std::shared_ptr<const NmToolkit::ImData> owner, const u
   const uint64_t queued = m_Collector.GetBlockCount();
   std::string refusal;
   try {
+    m_Collector.SetExplicitTime(NmTimeStamp::CmTimeStamp::FromMilliseconds(time));
     if (!m_Collector.HandleData(record)) {
       const auto* error = m_Collector.GetLastError();
       refusal = error ? error->GetDescription() : "refused";

@@ -22,7 +22,10 @@ public:
   using CmWrite = std::function<void(const uint8_t* data, size_t size)>;
   explicit CmBlockImport(CmWrite write);
 
-  void Take(std::shared_ptr<const NmToolkit::ImData> owner, const uint8_t* data, size_t size);
+  // `time` (milliseconds since 1970) is the time of legacy JPEG, which has
+  // none of its own.
+  void Take(std::shared_ptr<const NmToolkit::ImData> owner, const uint8_t* data, size_t size,
+            int64_t time);
   // Closes the last group and writes it.
   void Finish();
 

@@ -134,7 +134,7 @@ void CmImport::Write(const ImData& item, const std::shared_ptr<const ImData>& ow
   }
   m_Last = std::max(m_Last, item.GetEndTime());
   if (m_BlockImport) {
-    m_BlockImport->Take(owner, data, size);
+    m_BlockImport->Take(owner, data, size, item.GetBeginTime());
   } else {
     m_File.Write(data, size);
   }
