@@ -18,11 +18,11 @@ cmake --build build-asan --target host_tests boundary_tests toolkit_tests record
   media_conversion_tests media_source_tests ToolkitSourcePlugin_media \
   overlay_tests textoverlay_tests vzk_tests vzk image_tests video_tests random_access_video_tests \
   jpeg_encoder_tests \
-  jpeg_tests GenericByteDataTest plugin_common_tests h264_tests mcl_tests mpeg4_tests
+  jpeg_tests GenericByteDataTest plugin_common_tests h264_tests mcl_tests mpeg4_tests stream_collector_tests
 # LeakSanitizer's own tracer now and then dies of a signal while it stops the
 # process at exit ("Tracer caught signal"), after every check has passed. Only
 # tests that failed that way run once more; any other failure stands.
-if ! ctest --test-dir build-asan --output-on-failure -j2 -R 'Host|Boundary|Toolkit|Plugin|Recording|Cache|MediaData|ImageData|SyntheticLive|SetProperty|Media|Mask|Overlay|CairoImageAllocator|Vzk|Image|Orientation|Video|StreamAnalyzer|JPEG2000|JPEGEncoder\.|SimpleJPEGEncoder\.|SimpleJPEGEncoderWrapper|JPEGStreams|JPEGDecoder\.|TimeMatch|IndexedNavigation|H264|MCL|LibavEngine|MPEG4Adapter|MPEG4OddSize' \
+if ! ctest --test-dir build-asan --output-on-failure -j2 -R 'Host|Boundary|Toolkit|Plugin|Recording|Cache|MediaData|ImageData|SyntheticLive|SetProperty|Media|Mask|Overlay|CairoImageAllocator|Vzk|Image|Orientation|Video|StreamAnalyzer|JPEG2000|JPEGEncoder\.|SimpleJPEGEncoder\.|SimpleJPEGEncoderWrapper|JPEGStreams|JPEGDecoder\.|TimeMatch|IndexedNavigation|H264|MCL|LibavEngine|MPEG4Adapter|MPEG4OddSize|StreamCollector' \
   | tee build-asan/sanitized-tests.log; then
   if grep -q 'Tracer caught signal' build-asan/sanitized-tests.log; then
     ctest --test-dir build-asan --output-on-failure --rerun-failed

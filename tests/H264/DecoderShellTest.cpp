@@ -135,7 +135,7 @@ TEST(H264DecoderShell, CodingNotDecodedYetGivesNoPictureButAStatus) {
   CmShell shell;
   const auto decode = [&](const std::string& pixelFormat, const std::string& settings) {
     const MCL::Status status =
-        shell.Feed(EncodeWithX264({"64x48", pixelFormat, settings, 2}).stream, 1);
+        shell.Feed(EncodeWithX264({"64x48", pixelFormat, settings, 2}).stream);
     shell.Flush();
     return status;
   };

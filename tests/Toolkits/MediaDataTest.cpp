@@ -4,6 +4,7 @@
 
 #include "Toolkits/VZKSourceToolkitPlugin/Items/MediaData.h"
 #include "Toolkits/VZKSourceToolkitPlugin/Items/SharedData.h"
+#include "support/FlatJPEG.h"
 #include "support/GenericByteDataBuilder.h"
 
 using namespace NmToolkit;
@@ -101,3 +102,29 @@ TEST(MediaDataTest, VectorSpansItsElementsAndWrapsAsAVector) {
 }
 
 } // namespace
+
+TEST(MediaDataTest, VectorOffersItsFramesAsOneBlockMadeOnce) {
+  SmVideoPacketFields fields;
+  fields.codec = 1;
+  fields.frameTime = fields.syncTime = 1700000000000ULL;
+  fields.payload = FlatJPEG(70);
+  const CmBytes frame = BuildVideoPacket(fields);
+  CmMediaDataVector one;
+  EXPECT_EQ(one.GetBlock(), nullptr) << "no frames, no block";
+  one.AddElement(std::make_unique<CmToolkitMediaDataSinglePacket>(frame.data(), frame.size()));
+  const auto* block = one.GetBlock();
+  ASSERT_NE(block, nullptr);
+  EXPECT_EQ(block->GetImageCount(), 1u);
+  EXPECT_EQ(block->GetImageWidth(), 48u);
+  EXPECT_EQ(block->GetPayloadLength(), fields.payload.size());
+  EXPECT_EQ(one.GetBlock(), block) << "built once";
+  // Two JPEG frames are two groups of pictures: no single block.
+  fields.frameTime = fields.syncTime = fields.frameTime + 40;
+  const CmBytes second = BuildVideoPacket(fields);
+  CmMediaDataVector two;
+  for (const CmBytes* bytes : {&frame, &second}) {
+    two.AddElement(std::make_unique<CmToolkitMediaDataSinglePacket>(bytes->data(), bytes->size()));
+  }
+  EXPECT_EQ(two.GetBlock(), nullptr);
+  EXPECT_EQ(two.GetBlock(), nullptr);
+}

@@ -79,6 +79,8 @@ vzk import MEDIA OUT.gbd [options]
 
   --count N              import at most N records
   --duration S           stop after S seconds of media time
+  --blocks               store video as one block record per group of pictures
+                         instead of one record per frame; audio is left out
   --plugin PATH          load this toolkit plug-in instead of the one beside vzk
 )";
 
@@ -356,6 +358,11 @@ SmImportOptions ParseImport(const std::vector<std::string>& arguments) {
       SetOnce(options.duration, ParseSeconds(argument, reader.TakeValue(argument)), argument);
     } else if (argument == "--plugin") {
       SetOnce(options.plugin, reader.TakeValue(argument), argument);
+    } else if (argument == "--blocks") {
+      if (options.blocks) {
+        throw CmUsageError("The option --blocks is given twice.");
+      }
+      options.blocks = true;
     } else {
       throw CmUsageError(UnknownOption("import", argument));
     }

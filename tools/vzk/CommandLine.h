@@ -40,6 +40,7 @@ struct SmImportOptions {
   std::optional<uint64_t> count;
   std::optional<double> duration;
   std::optional<std::string> plugin;
+  bool blocks = false; // video as one block per group of pictures
 };
 
 struct SmInfoOptions {

@@ -12,6 +12,7 @@
 #include <optional>
 #include <vector>
 
+#include "BlockImport.h"
 #include "Commands.h"
 #include "OutputFile.h"
 #include "PluginHost.h"
@@ -75,7 +76,8 @@ private:
     return StopRequested() || (m_Options.count && m_Records >= *m_Options.count) || m_Ended;
   }
   void Take(ImData* raw);
-  void Write(const ImData& item);
+  // `owner` holds the item's bytes (the item itself, or the vector it is in).
+  void Write(const ImData& item, const std::shared_ptr<const ImData>& owner);
   // Reading: what must hold before anything is loaded, then the source.
   void CheckPaths() const;
   void CheckMediaPlugin(const std::string& pluginPath) const;
@@ -93,6 +95,8 @@ private:
   std::ostream& m_Out;
   std::ostream& m_Err;
   CmOutputFile m_File;
+  // With --blocks: video gathered into one block per group of pictures.
+  std::unique_ptr<CmBlockImport> m_BlockImport;
   uint64_t m_Records = 0;
   uint64_t m_Skipped = 0;
   std::optional<int64_t> m_First;
@@ -100,7 +104,7 @@ private:
   bool m_Ended = false;
 };
 
-void CmImport::Write(const ImData& item) {
+void CmImport::Write(const ImData& item, const std::shared_ptr<const ImData>& owner) {
   if (Limited()) {
     return;
   }
@@ -129,12 +133,16 @@ void CmImport::Write(const ImData& item) {
     m_First = item.GetBeginTime();
   }
   m_Last = std::max(m_Last, item.GetEndTime());
-  m_File.Write(data, size);
+  if (m_BlockImport) {
+    m_BlockImport->Take(owner, data, size, item.GetBeginTime());
+  } else {
+    m_File.Write(data, size);
+  }
   ++m_Records;
 }
 
 void CmImport::Take(ImData* raw) {
-  std::unique_ptr<ImData> item(raw);
+  const std::shared_ptr<const ImData> item(raw);
   if (!item) {
     return;
   }
@@ -143,12 +151,12 @@ void CmImport::Take(ImData* raw) {
     vector->GetElements(elements);
     for (const ImMediaData* element : elements) {
       if (element != nullptr) {
-        Write(*element);
+        Write(*element, item);
       }
     }
     return;
   }
-  Write(*item);
+  Write(*item, item);
 }
 
 void CmImport::CheckPaths() const {
@@ -244,7 +252,7 @@ void CmImport::PullPlayback(ImPlaybackSourceToolkit& source) {
 
 void CmImport::Commit(const std::string& partial) const {
   const std::string& output = m_Options.output;
-  if (m_Records == 0) {
+  if (m_Records == 0 || (m_BlockImport && m_BlockImport->GetBlockCount() == 0)) {
     std::remove(partial.c_str());
     throw CmRunError(m_Options.media + " delivered no records, so " + output + " was not written.");
   }
@@ -255,8 +263,11 @@ void CmImport::Commit(const std::string& partial) const {
 }
 
 int CmImport::Report() const {
-  m_Out << "Imported " << m_Records << " record" << (m_Records == 1 ? "" : "s") << " ("
-        << m_File.GetSize() << " bytes";
+  m_Out << "Imported " << m_Records << " record" << (m_Records == 1 ? "" : "s")
+        << (m_BlockImport ? " as " + std::to_string(m_BlockImport->GetBlockCount()) + " block" +
+                                (m_BlockImport->GetBlockCount() == 1 ? "" : "s")
+                          : "")
+        << " (" << m_File.GetSize() << " bytes";
   if (m_First) {
     m_Out << ", " << (m_Last - *m_First) << " ms of media";
   }
@@ -267,12 +278,13 @@ int CmImport::Report() const {
   // What the recording plug-in passed over never reached this import.
   const bool damaged =
       EndsWith(m_Options.media, ".gbd") && ReportRecordingDamage({m_Options.media}, true, m_Err);
+  const bool refused = m_BlockImport && m_BlockImport->Report(m_Out, m_Err);
   if (m_Skipped != 0) {
     m_Err << "vzk: " << m_Skipped << " item" << (m_Skipped == 1 ? " was" : "s were")
           << " left out.\n";
     return 1;
   }
-  return damaged ? 1 : 0;
+  return damaged || refused ? 1 : 0;
 }
 
 int CmImport::Execute() {
@@ -287,7 +299,14 @@ int CmImport::Execute() {
   // that looks complete.
   const std::string partial = m_Options.output + ".part";
   m_File.Open(partial);
+  if (m_Options.blocks) {
+    m_BlockImport = std::make_unique<CmBlockImport>(
+        [this](const uint8_t* data, size_t size) { m_File.Write(data, size); });
+  }
   const std::string failure = Pull(tree, live);
+  if (m_BlockImport) {
+    m_BlockImport->Finish();
+  }
   m_File.Close();
   if (!failure.empty()) {
     m_Err << "vzk: " << failure << " What was imported so far is in " << partial << ".\n";

@@ -378,6 +378,8 @@ struct SmRecordingTally {
   std::map<std::string, uint64_t> analysis;
   uint64_t records = 0, videoRecords = 0, syncRecords = 0, totalBytes = 0;
   uint64_t smallest = UINT64_MAX, largest = 0;
+  // Blocks: the images they hold, and the fewest and most in one.
+  uint64_t blocks = 0, blockImages = 0, fewestImages = UINT64_MAX, mostImages = 0;
   bool anyTime = false, untimedJPEG = false;
   int64_t first = 0, last = 0;
   std::vector<SmSequence> sequences;
@@ -401,6 +403,12 @@ void SmRecordingTally::Add(const NmRecording::SmRecordEntry& entry, bool startsS
     ++audioForms[facts.codecName + ", " + std::to_string(facts.samplingFrequency) + " Hz, " +
                  Plural(facts.channels, "channel") + ", " + std::to_string(facts.bitsPerSample) +
                  " bits"];
+  }
+  if (facts.kind == "block") {
+    ++blocks;
+    blockImages += facts.imageCount;
+    fewestImages = std::min(fewestImages, facts.imageCount);
+    mostImages = std::max(mostImages, facts.imageCount);
   }
   if (facts.isVideo) {
     ++videoRecords;
@@ -439,8 +447,11 @@ void PrintRecordLine(std::ostream& out, uint64_t number, const NmRecording::SmRe
   const std::string time = facts.timed ? FormatUtc(facts.beginTime) : "untimed";
   const std::string sequenceNumber =
       facts.hasSequenceNumber ? std::to_string(facts.sequenceNumber) : "-";
-  const std::string picture =
+  std::string picture =
       facts.width != 0 ? std::to_string(facts.width) + "x" + std::to_string(facts.height) : "-";
+  if (facts.kind == "block") {
+    picture += " x" + std::to_string(facts.imageCount);
+  }
   std::snprintf(
       line, sizeof line, "  %6llu %11llu %9llu  %-13s %-13s %-27s %-5s %-7s %-10s %s\n",
       static_cast<unsigned long long>(number), static_cast<unsigned long long>(entry.offset),
@@ -478,6 +489,14 @@ void PrintSummary(std::ostream& out, const SmRecordingTally& tally) {
   if (tally.untimedJPEG) {
     out << "  untimed:    raw JPEG records carry no time; playback numbers them 40 ms apart "
            "from the time the file was last written\n";
+  }
+  if (tally.blocks != 0) {
+    out << "  blocks:     " << Plural(tally.blocks, "block") << " hold "
+        << Plural(tally.blockImages, "image") << ", " << tally.fewestImages;
+    if (tally.mostImages != tally.fewestImages) {
+      out << " to " << tally.mostImages;
+    }
+    out << " a block\n";
   }
   if (tally.videoRecords != 0) {
     out << "  sync:       " << tally.syncRecords << " of "

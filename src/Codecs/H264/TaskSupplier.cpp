@@ -113,6 +113,8 @@ int32_t TaskSupplier::AddSource(const uint8_t* data, size_t size, double time, i
                                 size_t* consumed) {
   m_MayStall = consumed != nullptr;
   m_Stalled = false;
+  m_FrameTaken = false;
+  m_Split = false;
   // Bytes of an Annex B unit whose end has not come yet wait for the next
   // input, unless every input ends its frame; length-prefixed units end
   // where their length says.
@@ -130,7 +132,7 @@ int32_t TaskSupplier::AddSource(const uint8_t* data, size_t size, double time, i
   }
   if (consumed != nullptr) {
     // What waits inside counts as taken.
-    *consumed = wait || !m_Stalled ? given : position;
+    *consumed = wait || (!m_Stalled && !m_Split) ? given : position;
   }
   if (m_Settings.wholeFramePerBuffer && !m_Stalled) {
     CompletePicture();
@@ -148,6 +150,11 @@ int32_t TaskSupplier::TakeUnits(const uint8_t* data, size_t size, bool atEnd, do
        m_Settings.lengthPrefixed ? NextLengthPrefixedUnit(data, size, position, 4, unit)
                                  : NextAnnexBUnit(data, size, position, atEnd, unit);
        start = position) {
+    if (m_Settings.wholeFramePerBuffer && m_MayStall && StartsAnotherFrame(unit.data, unit.size)) {
+      position = start;
+      m_Split = true;
+      break;
+    }
     HandleUnit(unit.data, unit.size, time, frameId);
     if (m_Stalled) {
       // The unit is taken again once a frame has left.
@@ -179,12 +186,26 @@ void TaskSupplier::Flush() {
   m_MayStall = false;
 }
 
+bool TaskSupplier::StartsAnotherFrame(const uint8_t* unit, size_t size) const {
+  const uint8_t type = unit[0] & 0x1F;
+  if (!m_FrameTaken || (type != NalSlice && type != NalIdrSlice) || size < 2) {
+    return false;
+  }
+  // first_mb_in_slice is the slice header's first ue(v): 0 is a single 1 bit.
+  const bool firstSlice = (unit[1] & 0x80) != 0;
+  // Fields stay together: the second field of a pair belongs to the frame.
+  const bool fields =
+      m_FirstField != nullptr || (!m_Slices.empty() && m_Slices.front().header.fieldPic);
+  return firstSlice && !fields;
+}
+
 void TaskSupplier::HandleUnit(const uint8_t* unit, size_t size, double time, int32_t frameId) {
   const uint8_t type = unit[0] & 0x1F;
   std::vector<uint8_t> rbsp;
   switch (type) {
   case NalSlice:
   case NalIdrSlice: {
+    m_FrameTaken = true;
     H264Slice slice = TakeSlice();
     ExtractPayload(unit + 1, size - 1, slice.rbsp);
     slice.nalHeader = unit[0];

@@ -94,6 +94,10 @@ private:
   int32_t TakeUnits(const uint8_t* data, size_t size, bool atEnd, double time, int32_t frameId,
                     size_t& position);
   void HandleUnit(const uint8_t* unit, size_t size, double time, int32_t frameId);
+  // A buffer that holds a whole group of pictures gives one frame a call, so
+  // that each frame carries the time its caller gives it: true before the
+  // first slice of a frame that follows a frame taken in this call.
+  bool StartsAnotherFrame(const uint8_t* unit, size_t size) const;
   void AddSlice(H264Slice&& slice, double time, int32_t frameId);
   // A slice object from the pool, or a new one.
   H264Slice TakeSlice();
@@ -149,8 +153,10 @@ private:
   std::optional<int32_t> m_ShownOrder;
   bool m_WaitingForKeyUnit = false;
   int32_t m_NoFrameCounter = 0;
-  bool m_MayStall = false; // the caller can let a frame leave and come back
-  bool m_Stalled = false;  // the intake stopped for want of a free frame
+  bool m_MayStall = false;   // the caller can let a frame leave and come back
+  bool m_Stalled = false;    // the intake stopped for want of a free frame
+  bool m_FrameTaken = false; // a slice went in during this call
+  bool m_Split = false;      // the intake stopped before the next frame
   bool m_Unsupported = false;
   double m_LocalTime = 0.0;
   uint32_t m_LastFrameNum = 0;

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <limits>
 #include <mutex>
+#include <string>
 #include <vector>
 
 extern "C" {
@@ -50,6 +51,62 @@ int FirstVopCodingType(const uint8_t* data, size_t size) {
   return -1;
 }
 
+bool StartCodeAt(const uint8_t* data, size_t size, size_t i) {
+  return i + 3 < size && data[i] == 0 && data[i + 1] == 0 && data[i + 2] == 1;
+}
+
+// DivX's "packed" streams put a B VOP behind the P VOP that it precedes, in
+// one input; their user data ends in "p". Such a pair stays together.
+bool SaysPacked(const uint8_t* data, size_t size) {
+  for (size_t i = 0; i < size; ++i) {
+    if (!StartCodeAt(data, size, i) || data[i + 3] != 0xB2) {
+      continue;
+    }
+    size_t end = i + 4;
+    while (end < size && !StartCodeAt(data, size, end)) {
+      ++end;
+    }
+    while (end > i + 4 && data[end - 1] == 0) {
+      --end;
+    }
+    const std::string text(reinterpret_cast<const char*>(data + i + 4), end - i - 4);
+    if (text.rfind("DivX", 0) == 0 && !text.empty() && text.back() == 'p') {
+      return true;
+    }
+  }
+  return false;
+}
+
+// Where the first picture of the data ends: before the next VOP or the
+// headers of one (MPEG-4), or the next picture start code (H.263). An input
+// that holds a whole group of pictures is taken one picture a call, so that
+// each picture keeps the time its caller gives it.
+size_t FirstPictureLength(bool mpeg4, const uint8_t* data, size_t size) {
+  bool picture = false;
+  for (size_t i = 0; i + 3 < size; ++i) {
+    if (!StartCodeAt(data, size, i) &&
+        !(!mpeg4 && data[i] == 0 && data[i + 1] == 0 && (data[i + 2] & 0xFC) == 0x80)) {
+      continue;
+    }
+    if (!mpeg4) {
+      if (picture) {
+        return i;
+      }
+      picture = true;
+      i += 2;
+      continue;
+    }
+    const uint8_t code = data[i + 3];
+    const bool headers = code == 0xB0 || code == 0xB3 || code == 0xB5 || code <= 0x2F;
+    if (picture && (code == 0xB6 || headers)) {
+      return i;
+    }
+    picture = picture || code == 0xB6;
+    i += 3;
+  }
+  return size;
+}
+
 struct Waiting {
   int64_t order;
   double time;
@@ -89,6 +146,8 @@ struct LibavVideoDecoder::State {
   int timesToDrop = 0;
   int width = 0;
   int height = 0;
+  // The stream packs B VOPs behind P VOPs (told by its configuration).
+  bool packed = false;
 };
 
 LibavVideoDecoder::LibavVideoDecoder(Engine engine) : m_Engine(engine) {}
@@ -239,10 +298,17 @@ Status LibavVideoDecoder::GetFrame(MediaData* input, MediaData* output) {
     if (input->GetDataSize() == 0) {
       return StatusNotEnoughData;
     }
-    const Status fed =
-        Feed(input->GetDataPointer(), input->GetDataSize(), input->GetTime(), input->GetFrameId());
+    const uint8_t* data = input->GetDataPointer();
+    size_t size = input->GetDataSize();
+    if (m_Engine == Engine::MPEG4 && SaysPacked(data, size)) {
+      state.packed = true;
+    }
+    if (!state.packed) {
+      size = FirstPictureLength(m_Engine == Engine::MPEG4, data, size);
+    }
+    const Status fed = Feed(data, size, input->GetTime(), input->GetFrameId());
     if (fed != StatusFrameHeld) {
-      input->MoveDataPointer(input->GetDataSize());
+      input->MoveDataPointer(size);
     }
     if (fed != StatusOk && fed != StatusFrameHeld) {
       return fed;

@@ -3,6 +3,7 @@
 #include "Common/Error/Error.h"
 #include "MediaProcessing/GenericByteData/GenericAudioStreamDataPacket.h"
 #include "MediaProcessing/GenericByteData/GenericVideoStreamDataPacket.h"
+#include "MediaProcessing/StreamCollector/VideoStreamConverter.h"
 
 namespace NmToolkit {
 
@@ -123,6 +124,27 @@ const uint8_t* CmMediaDataVector::GetPayloadPointer() const {
 const ImProperty* CmMediaDataVector::GetProperty(const std::string& name) const {
   return FindIn(m_Properties, name);
 }
+const NmMediaProcessing::CmGenericByteDataBlock* CmMediaDataVector::GetBlock() const {
+  if (m_Block || m_BlockFailed || m_Elements.empty()) {
+    return m_Block.get();
+  }
+  std::vector<NmMediaProcessing::SmRecordBytes> records;
+  for (const auto& element : m_Elements) {
+    records.emplace_back(element->GetDataPointer(), element->GetDataSize());
+  }
+  try {
+    // Legacy JPEG has no time of its own and takes the vector's. Frames that
+    // the analysers cannot take make no block, as a null result does; neither
+    // is tried again.
+    m_Block = NmMediaProcessing::CmVideoStreamConverter().Convert(
+        records, NmTimeStamp::CmTimeStamp::FromMilliseconds(GetBeginTime()), false, true, false);
+  } catch (const NmError::CmError&) {
+    m_Block.reset();
+  }
+  m_BlockFailed = !m_Block;
+  return m_Block.get();
+}
+
 void CmMediaDataVector::GetElements(std::vector<ImMediaData*>& elements) const {
   elements.clear();
   for (const auto& element : m_Elements) {

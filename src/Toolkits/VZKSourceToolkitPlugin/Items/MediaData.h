@@ -71,9 +71,9 @@ public:
                   std::unique_ptr<CmVZKSourceToolkitProperties> properties = nullptr);
   size_t GetElementCount() const { return m_Elements.size(); }
   const CmVZKSourceToolkitProperties* GetElementProperties(size_t index) const;
-  // The frames as one block. Not available yet: the conversion of frames
-  // into a block comes with the stream collector, so this reports none.
-  const NmMediaProcessing::CmGenericByteDataBlock* GetBlock() const { return nullptr; }
+  // The frames as one block, made at the first request and kept; null when
+  // there are no frames or they make no single block, which is remembered.
+  const NmMediaProcessing::CmGenericByteDataBlock* GetBlock() const;
 
   int64_t GetBeginTime() const override;
   int64_t GetEndTime() const override;
@@ -88,6 +88,8 @@ private:
   std::vector<std::unique_ptr<ImMediaData>> m_Elements;
   std::unique_ptr<CmVZKSourceToolkitProperties> m_Properties;
   std::vector<std::unique_ptr<CmVZKSourceToolkitProperties>> m_ElementProperties;
+  mutable std::unique_ptr<NmMediaProcessing::CmGenericVideoByteDataBlock> m_Block;
+  mutable bool m_BlockFailed = false;
 };
 
 // The elements of a vector item, or the item itself: where the records of an

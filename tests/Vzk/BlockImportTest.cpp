@@ -1,0 +1,193 @@
+// vzk import --blocks: video stored as one block per group of pictures plays
+// exactly as the same media stored frame by frame.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <random>
+
+#include "PluginHost.h"
+#include "VzkTestSupport.h"
+#include "support/GenericByteDataBuilder.h"
+
+using namespace NmVzkTest;
+
+namespace {
+
+void Ffmpeg(const std::string& arguments, const std::string& output) {
+  const std::string command = "ffmpeg -nostdin -v error -y " + arguments + " '" + output + "'";
+  ASSERT_EQ(std::system(command.c_str()), 0) << command;
+}
+
+// A playback tree over a recording through "video_decoder", connected.
+class CmDecodedRecording {
+public:
+  CmDecodedRecording(NmVzkTool::CmPluginLibrary& library, const std::string& recording)
+      : m_Tree(library, RecordingTree(recording, "video_decoder")) {
+    NmToolkit::CmPropertyNameSet supported;
+    m_Tree.Playback().Connect({}, supported, 0);
+    m_Tree.MarkConnected();
+  }
+  ~CmDecodedRecording() { m_Tree.DisconnectQuietly(); }
+  NmToolkit::ImPlaybackSourceToolkit& operator->() { return m_Tree.Playback(); }
+  NmToolkit::ImPlaybackSourceToolkit& Get() { return m_Tree.Playback(); }
+
+private:
+  NmVzkTool::CmToolkitTree m_Tree;
+};
+
+struct SmPicture {
+  std::vector<uint8_t> bytes;
+  int64_t time = 0;
+  bool operator==(const SmPicture&) const = default;
+};
+
+void PrintTo(const SmPicture& picture, std::ostream* out) {
+  *out << picture.bytes.size() << " bytes at " << picture.time;
+}
+
+// The picture where a move landed, its time counted from `origin`: each
+// import takes the moment it opens the file as the clip's start.
+SmPicture Here(NmToolkit::ImPlaybackSourceToolkit& playback, int64_t origin) {
+  SmPicture picture;
+  picture.bytes = PictureHere(playback, picture.time);
+  picture.time -= origin;
+  return picture;
+}
+
+// Steps through both recordings forwards and backwards, then jumps about in
+// them, and wants the same picture at the same time from each at every step.
+void ExpectSamePlayback(NmVzkTool::CmPluginLibrary& library, const std::string& frames,
+                        const std::string& blocks, size_t count) {
+  CmDecodedRecording byFrame(library, frames);
+  CmDecodedRecording byBlock(library, blocks);
+  std::vector<int64_t> times;
+  ASSERT_EQ(byFrame.Get().MoveFirst(), NmToolkit::StatusSuccess);
+  ASSERT_EQ(byBlock.Get().MoveFirst(), NmToolkit::StatusSuccess);
+  int64_t frameOrigin = 0, blockOrigin = 0;
+  PictureHere(byFrame.Get(), frameOrigin);
+  PictureHere(byBlock.Get(), blockOrigin);
+  for (size_t f = 0; f < count; ++f) {
+    if (f > 0) {
+      ASSERT_EQ(byFrame.Get().MoveNext(), NmToolkit::StatusSuccess) << f;
+      ASSERT_EQ(byBlock.Get().MoveNext(), NmToolkit::StatusSuccess) << f;
+    }
+    const SmPicture expected = Here(byFrame.Get(), frameOrigin);
+    ASSERT_FALSE(expected.bytes.empty()) << f;
+    EXPECT_EQ(Here(byBlock.Get(), blockOrigin), expected) << "forwards, picture " << f;
+    times.push_back(expected.time);
+  }
+  EXPECT_EQ(byBlock.Get().MoveNext(), NmToolkit::StatusNoItem);
+  for (size_t f = count - 1; f-- > 0;) {
+    ASSERT_EQ(byFrame.Get().MovePrevious(), NmToolkit::StatusSuccess) << f;
+    ASSERT_EQ(byBlock.Get().MovePrevious(), NmToolkit::StatusSuccess) << f;
+    EXPECT_EQ(Here(byBlock.Get(), blockOrigin), Here(byFrame.Get(), frameOrigin))
+        << "backwards, picture " << f;
+  }
+  std::vector<size_t> order(count);
+  for (size_t f = 0; f < count; ++f) {
+    order[f] = f;
+  }
+  std::shuffle(order.begin(), order.end(), std::mt19937(11));
+  for (const size_t f : order) {
+    // Exactly there, and just behind it looking back.
+    const bool behind = f % 2 == 1;
+    const int64_t time = behind ? times[f] + 1 : times[f];
+    const auto mode = behind ? NmToolkit::MoveAtOrBefore : NmToolkit::MoveAtOrAfter;
+    ASSERT_EQ(byFrame.Get().MoveTo(frameOrigin + time, mode), NmToolkit::StatusSuccess);
+    ASSERT_EQ(byBlock.Get().MoveTo(blockOrigin + time, mode), NmToolkit::StatusSuccess);
+    const SmPicture expected = Here(byFrame.Get(), frameOrigin);
+    EXPECT_EQ(expected.time, times[f]);
+    EXPECT_EQ(Here(byBlock.Get(), blockOrigin), expected) << "jump to picture " << f;
+  }
+}
+
+} // namespace
+
+// H.264 with a B pyramid, MPEG-4 with B pictures, H.263 and Motion JPEG,
+// each imported frame by frame and as blocks, play to the same pictures at
+// the same times; vzk info counts the blocks and their images.
+TEST(VzkBlockImport, BlocksPlayAsTheFramesTheyHold) {
+  const struct {
+    const char* name;
+    const char* file;
+    const char* encoding;
+    size_t blocks;
+    const char* images;
+  } clips[] = {
+      {"H.264 B pyramid", "h264.mp4",
+       "-c:v libx264 -x264-params "
+       "cabac=1:bframes=3:b-pyramid=normal:keyint=12:min-keyint=12:scenecut=0:ref=3",
+       3, "3 blocks hold 30 images, 6 to 12 a block"},
+      {"MPEG-4 B pictures", "mpeg4.mp4",
+       "-c:v mpeg4 -bf 2 -flags +cgop -sc_threshold 1000000000 -g 8 -q:v 4", 5,
+       "5 blocks hold 30 images, 2 to 7 a block"},
+      {"H.263", "h263.avi", "-c:v h263 -s 176x144 -g 6", 5, "5 blocks hold 30 images, 6 a block"},
+      {"Motion JPEG", "mjpeg.avi", "-c:v mjpeg -q:v 5", 30, "30 blocks hold 30 images, 1 a block"},
+  };
+  constexpr size_t Frames = 30;
+  NmVzkTool::CmPluginLibrary library(NmVzkTool::DefaultPluginPath());
+  for (const auto& clip : clips) {
+    SCOPED_TRACE(clip.name);
+    CmScratch scratch;
+    const std::string media = scratch.Path(clip.file);
+    Ffmpeg(std::string("-f lavfi -i testsrc2=size=64x48:rate=25 -frames:v 30 -vf noise=alls=20 "
+                       "-pix_fmt yuv420p ") +
+               clip.encoding,
+           media);
+    const std::string frames = scratch.Path("frames.gbd"), blocks = scratch.Path("blocks.gbd");
+    ASSERT_EQ(RunVzk({"import", media, frames}).status, 0);
+    const SmResult imported = RunVzk({"import", media, blocks, "--blocks"});
+    ASSERT_EQ(imported.status, 0) << imported.err;
+    EXPECT_NE(
+        imported.out.find("Imported 30 records as " + std::to_string(clip.blocks) + " blocks"),
+        std::string::npos)
+        << imported.out;
+    const SmResult info = RunVzk({"info", blocks});
+    EXPECT_NE(info.out.find(std::string("blocks:     ") + clip.images), std::string::npos)
+        << info.out;
+    ExpectSamePlayback(library, frames, blocks, Frames);
+  }
+}
+
+// A stream that breaks: the import says which block closed early and why,
+// leaves out what it cannot take and says so, and stores legacy JPEG as a
+// block at the time playback gives it.
+TEST(VzkBlockImport, BrokenStreamsCloseBlocksEarlyAndSaySo) {
+  using namespace NmTestSupport;
+  CmScratch scratch;
+  const CmBytes jpeg = MakeRawJPEGRecording(scratch.Path("raw.gbd"), 1).front();
+  const uint64_t t0 = 1700000000000ULL;
+  CmBytes all;
+  const auto add = [&](uint16_t n, bool sync, uint64_t syncTime, uint64_t frameTime) {
+    const CmBytes record = BuildVideoPacket({.codec = 1,
+                                             .sequenceNumber = n,
+                                             .sync = sync,
+                                             .syncTime = syncTime,
+                                             .frameTime = frameTime,
+                                             .payload = jpeg});
+    all.insert(all.end(), record.begin(), record.end());
+  };
+  add(0, true, t0, t0);
+  add(1, true, t0 + 40, t0 + 40);
+  add(2, true, t0 + 20, t0 + 20); // back in time: refused
+  add(3, true, t0 + 80, t0 + 80);
+  const CmBytes audio = BuildAudioPacket({.time = t0 + 100});
+  all.insert(all.end(), audio.begin(), audio.end());
+  // Legacy JPEG takes the time that playback gives it.
+  all.insert(all.end(), jpeg.begin(), jpeg.end());
+  WriteBytes(scratch.Path("source.gbd"), all);
+  const SmResult imported =
+      RunVzk({"import", scratch.Path("source.gbd"), scratch.Path("blocks.gbd"), "--blocks"});
+  EXPECT_EQ(imported.status, 1);
+  EXPECT_NE(imported.out.find("Imported 6 records as 4 blocks"), std::string::npos) << imported.out;
+  EXPECT_NE(imported.out.find("Block 2 was closed early: Skipping frame due to time warp."),
+            std::string::npos)
+      << imported.out;
+  EXPECT_NE(imported.out.find("1 audio record was left out"), std::string::npos) << imported.out;
+  EXPECT_NE(imported.err.find("1 record was left out of the blocks: Skipping frame due to time "
+                              "warp."),
+            std::string::npos)
+      << imported.err;
+}

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "MediaProcessing/StreamCollector/VideoStreamConverter.h"
+#include "vzk/Data.h"
+
+namespace NmVzkTool {
+
+// Gathers the video records of an import into one block record per group of
+// pictures and hands each finished block to the writer. The records are not
+// copied while they wait: the item that holds them lives until their block is
+// written.
+class CmBlockImport {
+public:
+  using CmWrite = std::function<void(const uint8_t* data, size_t size)>;
+  explicit CmBlockImport(CmWrite write);
+
+  // `time` (milliseconds since 1970) is the time of legacy JPEG, which has
+  // none of its own.
+  void Take(std::shared_ptr<const NmToolkit::ImData> owner, const uint8_t* data, size_t size,
+            int64_t time);
+  // Closes the last group and writes it.
+  void Finish();
+
+  uint64_t GetBlockCount() const { return m_Blocks; }
+  uint64_t GetRefusedCount() const;
+  // Which blocks a broken stream or a block limit closed early, and what was
+  // refused. True when records were refused.
+  bool Report(std::ostream& out, std::ostream& err) const;
+
+private:
+  void WriteFinishedBlocks();
+
+  CmWrite m_Write;
+  NmMediaProcessing::CmVideoStreamConverterImpl m_Collector;
+  uint64_t m_Blocks = 0;
+  uint64_t m_AudioLeftOut = 0;
+  std::map<std::string, uint64_t> m_Refused;
+  std::vector<std::string> m_EarlyClosings;
+};
+
+} // namespace NmVzkTool
