@@ -50,17 +50,6 @@ bool Feed(ImVideoDecoder& decoder, const std::vector<uint8_t>* record, int32_t i
   return ok;
 }
 
-std::string MakeClip(const CmTempDirectory& dir, const std::string& name, const std::string& size,
-                     int frames, const std::string& options) {
-  const std::string clip = dir / name;
-  return NmTestSupport::Run("ffmpeg -y -v error -f lavfi -i testsrc2=size=" + size +
-                            ":rate=25 -frames:v " + std::to_string(frames) +
-                            " -vf noise=alls=12:allf=t -pix_fmt yuv420p " + options + " '" + clip +
-                            "'")
-             ? clip
-             : std::string();
-}
-
 // Records with B pictures, fed through the repeat protocol and flushed, give
 // ffmpeg's pictures in display order. A change of luminance only rebuilds the
 // decoder, which shows nothing until the next intra picture and then grey
@@ -68,7 +57,7 @@ std::string MakeClip(const CmTempDirectory& dir, const std::string& name, const 
 // right again.
 TEST(MPEG4Adapter, PicturesRebuildsAndResets) {
   CmTempDirectory dir;
-  const std::string path = MakeClip(dir, "clip.avi", "96x64", 20,
+  const std::string path = MakeClip(dir, "clip.avi", 96, 64, 20,
                                     "-c:v libxvid -bf 2 -flags +qpel+cgop -gmc 1 -g 9 -q:v 5");
   ASSERT_FALSE(path.empty());
   const SmClip clip = Demux(path);
@@ -144,7 +133,7 @@ TEST(MPEG4Adapter, PicturesRebuildsAndResets) {
 // record.
 TEST(MPEG4Adapter, H263PicturesCarryTheirRecordIds) {
   CmTempDirectory dir;
-  const std::string path = MakeClip(dir, "clip.avi", "176x144", 6, "-c:v h263 -g 3 -q:v 6");
+  const std::string path = MakeClip(dir, "clip.avi", 176, 144, 6, "-c:v h263 -g 3 -q:v 6");
   ASSERT_FALSE(path.empty());
   const SmClip clip = Demux(path);
   const auto reference = ReferencePictures(dir, path, 176, 144);

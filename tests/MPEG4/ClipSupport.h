@@ -70,6 +70,19 @@ inline SmClip Demux(const std::string& path) {
   return clip;
 }
 
+// `frames` pictures of ffmpeg's noisy test picture coded with `options`;
+// empty when ffmpeg fails.
+inline std::string MakeClip(const NmTestSupport::CmTempDirectory& dir, const std::string& name,
+                            int width, int height, int frames, const std::string& options) {
+  const std::string clip = dir / name;
+  return NmTestSupport::Run(
+             "ffmpeg -y -v error -f lavfi -i testsrc2=size=" + std::to_string(width) + "x" +
+             std::to_string(height) + ":rate=25 -frames:v " + std::to_string(frames) +
+             " -vf noise=alls=12:allf=t -pix_fmt yuv420p " + options + " '" + clip + "'")
+             ? clip
+             : std::string();
+}
+
 // Every picture of ffmpeg's own decode, planes tight, in display order.
 // libavcodec's interlaced MPEG-4 differs between one thread and several, so
 // the reference is made with the thread count of the decode it is for.

@@ -97,13 +97,9 @@ struct SmOddClip {
 // to be this size.
 SmOddClip MakeOddClip(const CmTempDirectory& dir, int width, int height) {
   SmOddClip odd;
-  const std::string even = dir / "even.m4v";
-  if (!NmTestSupport::Run(
-          "ffmpeg -y -v error -f lavfi -i testsrc2=size=" + std::to_string(width + width % 2) +
-          "x" + std::to_string(height + height % 2) +
-          ":rate=25 -frames:v 8 -vf noise=alls=12:allf=t -pix_fmt yuv420p "
-          "-c:v mpeg4 -bf 1 -g 4 -q:v 4 -f m4v '" +
-          even + "'")) {
+  const std::string even = MakeClip(dir, "even.m4v", width + width % 2, height + height % 2, 8,
+                                    "-c:v mpeg4 -bf 1 -g 4 -q:v 4 -f m4v");
+  if (even.empty()) {
     return odd;
   }
   std::vector<uint8_t> stream = NmTestSupport::ReadBytes(even);
