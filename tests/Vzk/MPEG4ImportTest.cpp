@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <sstream>
+
 #include "VzkTestSupport.h"
 #include "support/RtspTestServer.h"
 
@@ -24,17 +26,21 @@ struct SmClipCase {
   }
 };
 
-// The coding types of the clip's pictures in display order ('I', 'P',
-// 'B', 'S'), as ffprobe sees them.
-std::string PictureTypes(const CmScratch& scratch, const std::string& clip) {
-  const std::string types = scratch.Path("types.txt");
-  const std::string command = "ffprobe -v error -threads 1 -select_streams v -show_entries "
-                              "frame=pict_type -of csv=p=0 '" +
-                              clip + "' > '" + types + "'";
+// What ffprobe tells of the clip's video, a line for each frame or packet:
+// "frame=pict_type" gives the coding types in display order, "packet=flags"
+// the flags of the packets in the order stored ('K' for a key frame).
+std::vector<std::string> Probe(const CmScratch& scratch, const std::string& clip,
+                               const std::string& entries) {
+  const std::string listed = scratch.Path("probed.txt");
+  const std::string command = "ffprobe -v error -threads 1 -select_streams v -show_entries " +
+                              entries + " -of csv=p=0 '" + clip + "' > '" + listed + "'";
   EXPECT_EQ(std::system(command.c_str()), 0);
-  std::string listed = ReadText(types);
-  std::erase(listed, '\n');
-  return listed;
+  std::vector<std::string> lines;
+  std::istringstream text(ReadText(listed));
+  for (std::string line; std::getline(text, line);) {
+    lines.push_back(line);
+  }
+  return lines;
 }
 
 // Imported from AVI, MP4 and MKV, the clips decode through "video_decoder"
@@ -82,10 +88,10 @@ TEST(VzkImportMPEG4, DecodedClipsEqualFfmpegsDecodeWhereverPlaybackGoes) {
     if (c.also == SmClipCase::KeyFrames) {
       const CmPictures pictures = RunY4m(
           scratch, RecordingTree(recording, "key_frames_only_video_decoder"), c.FrameSize(), true);
-      const std::string listed = PictureTypes(scratch, clip);
+      const std::vector<std::string> types = Probe(scratch, clip, "frame=pict_type");
       CmPictures intra;
-      for (size_t f = 0; f < listed.size(); ++f) {
-        if (listed[f] == 'I') {
+      for (size_t f = 0; f < types.size(); ++f) {
+        if (types[f] == "I") {
           intra.push_back(reference.at(f));
         }
       }
@@ -102,24 +108,6 @@ TEST(VzkImportMPEG4, DecodedClipsEqualFfmpegsDecodeWhereverPlaybackGoes) {
       }
     }
   }
-}
-
-// Whether each packet of the clip, in the order stored, is a key frame.
-std::vector<bool> KeyFlags(const CmScratch& scratch, const std::string& clip) {
-  const std::string flags = scratch.Path("flags.txt");
-  const std::string command = "ffprobe -v error -select_streams v -show_entries packet=flags "
-                              "-of csv=p=0 '" +
-                              clip + "' > '" + flags + "'";
-  EXPECT_EQ(std::system(command.c_str()), 0);
-  std::vector<bool> keys;
-  const std::string listed = ReadText(flags);
-  for (size_t at = 0; at < listed.size(); at = listed.find('\n', at) + 1) {
-    keys.push_back(listed[at] == 'K');
-    if (listed.find('\n', at) == std::string::npos) {
-      break;
-    }
-  }
-  return keys;
 }
 
 // Clips served over RTSP by a loopback server, the configuration in the
@@ -159,12 +147,12 @@ TEST(VzkImportMPEG4, ClipsServedOverRtspImportFrameForFrame) {
                 recording, "--count", std::to_string(c.clip.frames), "--duration", "20"});
     ASSERT_EQ(imported.status, 0) << imported.err;
     const std::vector<SmStoredFrame> frames = StoredFrames(recording);
-    const std::vector<bool> keys = KeyFlags(scratch, clip);
+    const std::vector<std::string> keys = Probe(scratch, clip, "packet=flags");
     ASSERT_EQ(frames.size(), c.clip.frames);
     ASSERT_EQ(keys.size(), c.clip.frames);
     for (size_t f = 0; f < frames.size(); ++f) {
       EXPECT_EQ(frames[f].codec, c.codecValue) << "frame " << f;
-      EXPECT_EQ(frames[f].sync, keys[f]) << "frame " << f;
+      EXPECT_EQ(frames[f].sync, keys[f].rfind('K', 0) == 0) << "frame " << f;
       EXPECT_EQ(frames[f].time - frames[0].time, static_cast<int64_t>(40 * f)) << "frame " << f;
     }
     ExpectSamePictures(

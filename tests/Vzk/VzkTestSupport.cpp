@@ -327,6 +327,7 @@ std::vector<int64_t> ExpectPlaybackLandsOnReference(const std::string& treeXml,
   playback.Connect({}, supported, 0);
   tree.MarkConnected();
   const auto walk = [&] {
+    ASSERT_GT(frames, 0u);
     ASSERT_EQ(playback.MoveFirst(), NmToolkit::StatusSuccess);
     for (size_t f = 0; f < frames; ++f) {
       if (f > 0) {
