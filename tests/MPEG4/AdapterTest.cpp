@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include "Image/ImageFixtures.h"
 #include "MPEG4/ClipSupport.h"
 #include "MediaProcessing/Image/Image.h"
 #include "MediaProcessing/Video/H263/VideoDecoderH263.h"
@@ -14,41 +13,6 @@ using namespace NmMediaProcessing;
 using NmTestSupport::CmTempDirectory;
 
 namespace {
-
-struct SmDecoded {
-  std::vector<uint8_t> samples;
-  int32_t id = -1;
-  ColorFormat format = Gray;
-};
-
-std::vector<uint8_t> Flat(const CmImage& image) {
-  std::vector<uint8_t> flat;
-  for (const auto& plane : NmImageTest::Planes(image)) {
-    flat.insert(flat.end(), plane.begin(), plane.end());
-  }
-  return flat;
-}
-
-// One record (or the flush, with null data) as a toolkit gives it: again
-// while the decoder asks for it. Every picture delivered is kept.
-bool Feed(ImVideoDecoder& decoder, const std::vector<uint8_t>* record, int32_t id,
-          std::vector<SmDecoded>& out) {
-  bool ok = true;
-  for (int calls = 0; calls < 64; ++calls) {
-    CmImage image;
-    SmVideoDecodeResult result;
-    ok = decoder.Decode(record != nullptr ? record->data() : nullptr,
-                        record != nullptr ? record->size() : 0, id,
-                        NmTimeStamp::CmTimeStamp::FromMilliseconds(1000 + 40 * id), image, result);
-    if (ok && result.m_ImageProduced) {
-      out.push_back({Flat(image), result.m_ImageId, image.GetColorFormat()});
-    }
-    if (!ok || !result.m_CallAgain) {
-      break;
-    }
-  }
-  return ok;
-}
 
 // Records with B pictures, fed through the repeat protocol and flushed, give
 // ffmpeg's pictures in display order. A change of luminance only rebuilds the
