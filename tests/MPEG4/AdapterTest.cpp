@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include "Image/ImageFixtures.h"
 #include "MPEG4/ClipSupport.h"
 #include "MediaProcessing/Image/Image.h"
 #include "MediaProcessing/Video/H263/VideoDecoderH263.h"
@@ -15,52 +14,6 @@ using NmTestSupport::CmTempDirectory;
 
 namespace {
 
-struct SmDecoded {
-  std::vector<uint8_t> samples;
-  int32_t id = -1;
-  ColorFormat format = Gray;
-};
-
-std::vector<uint8_t> Flat(const CmImage& image) {
-  std::vector<uint8_t> flat;
-  for (const auto& plane : NmImageTest::Planes(image)) {
-    flat.insert(flat.end(), plane.begin(), plane.end());
-  }
-  return flat;
-}
-
-// One record (or the flush, with null data) as a toolkit gives it: again
-// while the decoder asks for it. Every picture delivered is kept.
-bool Feed(ImVideoDecoder& decoder, const std::vector<uint8_t>* record, int32_t id,
-          std::vector<SmDecoded>& out) {
-  bool ok = true;
-  for (int calls = 0; calls < 64; ++calls) {
-    CmImage image;
-    SmVideoDecodeResult result;
-    ok = decoder.Decode(record != nullptr ? record->data() : nullptr,
-                        record != nullptr ? record->size() : 0, id,
-                        NmTimeStamp::CmTimeStamp::FromMilliseconds(1000 + 40 * id), image, result);
-    if (ok && result.m_ImageProduced) {
-      out.push_back({Flat(image), result.m_ImageId, image.GetColorFormat()});
-    }
-    if (!ok || !result.m_CallAgain) {
-      break;
-    }
-  }
-  return ok;
-}
-
-std::string MakeClip(const CmTempDirectory& dir, const std::string& name, const std::string& size,
-                     int frames, const std::string& options) {
-  const std::string clip = dir / name;
-  return NmTestSupport::Run("ffmpeg -y -v error -f lavfi -i testsrc2=size=" + size +
-                            ":rate=25 -frames:v " + std::to_string(frames) +
-                            " -vf noise=alls=12:allf=t -pix_fmt yuv420p " + options + " '" + clip +
-                            "'")
-             ? clip
-             : std::string();
-}
-
 // Records with B pictures, fed through the repeat protocol and flushed, give
 // ffmpeg's pictures in display order. A change of luminance only rebuilds the
 // decoder, which shows nothing until the next intra picture and then grey
@@ -68,7 +21,7 @@ std::string MakeClip(const CmTempDirectory& dir, const std::string& name, const 
 // right again.
 TEST(MPEG4Adapter, PicturesRebuildsAndResets) {
   CmTempDirectory dir;
-  const std::string path = MakeClip(dir, "clip.avi", "96x64", 20,
+  const std::string path = MakeClip(dir, "clip.avi", 96, 64, 20,
                                     "-c:v libxvid -bf 2 -flags +qpel+cgop -gmc 1 -g 9 -q:v 5");
   ASSERT_FALSE(path.empty());
   const SmClip clip = Demux(path);
@@ -144,7 +97,7 @@ TEST(MPEG4Adapter, PicturesRebuildsAndResets) {
 // record.
 TEST(MPEG4Adapter, H263PicturesCarryTheirRecordIds) {
   CmTempDirectory dir;
-  const std::string path = MakeClip(dir, "clip.avi", "176x144", 6, "-c:v h263 -g 3 -q:v 6");
+  const std::string path = MakeClip(dir, "clip.avi", 176, 144, 6, "-c:v h263 -g 3 -q:v 6");
   ASSERT_FALSE(path.empty());
   const SmClip clip = Demux(path);
   const auto reference = ReferencePictures(dir, path, 176, 144);

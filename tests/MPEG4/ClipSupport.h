@@ -13,6 +13,8 @@ extern "C" {
 #include "Codecs/MCL/VideoData.h"
 #include "Codecs/MCL/VideoDecoder.h"
 #include "Codecs/MCL/VideoProcessing.h"
+#include "Image/ImageFixtures.h"
+#include "MediaProcessing/Video/VideoDecoder.h"
 #include "support/ExternalTools.h"
 
 namespace NmMPEG4Test {
@@ -70,6 +72,19 @@ inline SmClip Demux(const std::string& path) {
   return clip;
 }
 
+// `frames` pictures of ffmpeg's noisy test picture coded with `options`;
+// empty when ffmpeg fails.
+inline std::string MakeClip(const NmTestSupport::CmTempDirectory& dir, const std::string& name,
+                            int width, int height, int frames, const std::string& options) {
+  const std::string clip = dir / name;
+  return NmTestSupport::Run(
+             "ffmpeg -y -v error -f lavfi -i testsrc2=size=" + std::to_string(width) + "x" +
+             std::to_string(height) + ":rate=25 -frames:v " + std::to_string(frames) +
+             " -vf noise=alls=12:allf=t -pix_fmt yuv420p " + options + " '" + clip + "'")
+             ? clip
+             : std::string();
+}
+
 // Every picture of ffmpeg's own decode, planes tight, in display order.
 // libavcodec's interlaced MPEG-4 differs between one thread and several, so
 // the reference is made with the thread count of the decode it is for.
@@ -122,5 +137,44 @@ public:
 
   std::vector<SmPicture> pictures;
 };
+
+// A picture that a toolkit's decoder delivered, planes tight.
+struct SmDecoded {
+  std::vector<uint8_t> samples;
+  int32_t id = -1;
+  NmMediaProcessing::ColorFormat format = NmMediaProcessing::Gray;
+  uint64_t width = 0;
+  uint64_t height = 0;
+};
+
+inline std::vector<uint8_t> Flat(const NmMediaProcessing::CmImage& image) {
+  std::vector<uint8_t> flat;
+  for (const auto& plane : NmImageTest::Planes(image)) {
+    flat.insert(flat.end(), plane.begin(), plane.end());
+  }
+  return flat;
+}
+
+// One record (or the flush, with null data) as a toolkit gives it: again
+// while the decoder asks for it. Every picture delivered is kept.
+inline bool Feed(NmMediaProcessing::ImVideoDecoder& decoder, const std::vector<uint8_t>* record,
+                 int32_t id, std::vector<SmDecoded>& out) {
+  bool ok = true;
+  for (int calls = 0; calls < 64; ++calls) {
+    NmMediaProcessing::CmImage image;
+    NmMediaProcessing::SmVideoDecodeResult result;
+    ok = decoder.Decode(record != nullptr ? record->data() : nullptr,
+                        record != nullptr ? record->size() : 0, id,
+                        NmTimeStamp::CmTimeStamp::FromMilliseconds(1000 + 40 * id), image, result);
+    if (ok && result.m_ImageProduced) {
+      out.push_back({Flat(image), result.m_ImageId, image.GetColorFormat(), image.GetWidth(),
+                     image.GetHeight()});
+    }
+    if (!ok || !result.m_CallAgain) {
+      break;
+    }
+  }
+  return ok;
+}
 
 } // namespace NmMPEG4Test

@@ -6,7 +6,6 @@
 
 #include <gtest/gtest.h>
 
-#include "Image/ImageFixtures.h"
 #include "MPEG4/ClipSupport.h"
 #include "MediaProcessing/Image/Image.h"
 #include "MediaProcessing/Video/MPEG4/VideoDecoderMPEG4.h"
@@ -97,13 +96,9 @@ struct SmOddClip {
 // to be this size.
 SmOddClip MakeOddClip(const CmTempDirectory& dir, int width, int height) {
   SmOddClip odd;
-  const std::string even = dir / "even.m4v";
-  if (!NmTestSupport::Run(
-          "ffmpeg -y -v error -f lavfi -i testsrc2=size=" + std::to_string(width + width % 2) +
-          "x" + std::to_string(height + height % 2) +
-          ":rate=25 -frames:v 8 -vf noise=alls=12:allf=t -pix_fmt yuv420p "
-          "-c:v mpeg4 -bf 1 -g 4 -q:v 4 -f m4v '" +
-          even + "'")) {
+  const std::string even = MakeClip(dir, "even.m4v", width + width % 2, height + height % 2, 8,
+                                    "-c:v mpeg4 -bf 1 -g 4 -q:v 4 -f m4v");
+  if (even.empty()) {
     return odd;
   }
   std::vector<uint8_t> stream = NmTestSupport::ReadBytes(even);
@@ -119,12 +114,12 @@ SmOddClip MakeOddClip(const CmTempDirectory& dir, int width, int height) {
 // Every record fed as a toolkit feeds it, then the flush; the pictures that
 // come out, or the first error raised.
 struct SmOddDecode {
-  std::vector<CmImage> pictures;
+  std::vector<SmDecoded> pictures;
   std::string error;
   uint32_t code = 0;
 };
 
-SmOddDecode DecodeAll(const SmClip& clip, bool luminanceOnly, ColorFormat given) {
+SmOddDecode DecodeAll(const SmClip& clip, bool luminanceOnly) {
   CmVideoDecoderMPEG4 decoder;
   SmVideoDecodeParameters parameters = decoder.GetParameters();
   parameters.m_LuminanceOnly = luminanceOnly;
@@ -132,23 +127,8 @@ SmOddDecode DecodeAll(const SmClip& clip, bool luminanceOnly, ColorFormat given)
   SmOddDecode out;
   try {
     for (size_t i = 0; i <= clip.pictures.size(); ++i) {
-      const std::vector<uint8_t>* record = i < clip.pictures.size() ? &clip.pictures[i] : nullptr;
-      for (int calls = 0; calls < 16; ++calls) {
-        CmImage image;
-        if (given != ColorFormatNone) {
-          image.Allocate(16, 16, given);
-        }
-        SmVideoDecodeResult result;
-        const bool ok = decoder.Decode(
-            record ? record->data() : nullptr, record ? record->size() : 0, static_cast<int32_t>(i),
-            NmTimeStamp::CmTimeStamp::FromMilliseconds(1000 + 40 * i), image, result);
-        if (ok && result.m_ImageProduced) {
-          out.pictures.push_back(image);
-        }
-        if (!ok || !result.m_CallAgain) {
-          break;
-        }
-      }
+      Feed(decoder, i < clip.pictures.size() ? &clip.pictures[i] : nullptr, static_cast<int32_t>(i),
+           out.pictures);
     }
   } catch (const NmError::CmIntegrityError& error) {
     out.error = error.GetDescription();
@@ -173,24 +153,24 @@ TEST(MPEG4OddSize, EvenOnlyFormatsAreRefusedAndTheOthersDecodeAsFfmpeg) {
     ASSERT_EQ(reference.size(), 8u);
     ASSERT_EQ(odd.clip.pictures.size(), 8u);
 
-    const SmOddDecode planar = DecodeAll(odd.clip, false, ColorFormatNone);
+    const SmOddDecode planar = DecodeAll(odd.clip, false);
     EXPECT_TRUE(planar.pictures.empty());
     EXPECT_EQ(planar.error,
               "The combination of image format and dimensions is not supported for MCL operations");
     EXPECT_EQ(planar.code, 3u);
 
-    const SmOddDecode grey = DecodeAll(odd.clip, true, ColorFormatNone);
+    const SmOddDecode grey = DecodeAll(odd.clip, true);
     EXPECT_EQ(grey.error, "");
     ASSERT_EQ(grey.pictures.size(), reference.size());
     const size_t lumaSize = static_cast<size_t>(size.width * size.height);
     for (size_t f = 0; f < grey.pictures.size(); ++f) {
-      const CmImage& picture = grey.pictures[f];
-      EXPECT_EQ(picture.GetColorFormat(), Gray);
-      EXPECT_EQ(picture.GetWidth(), static_cast<uint64_t>(size.width));
-      EXPECT_EQ(picture.GetHeight(), static_cast<uint64_t>(size.height));
-      const std::vector<uint8_t> luma = NmImageTest::Planes(picture).at(0);
-      EXPECT_TRUE(std::equal(luma.begin(), luma.end(), reference[f].begin()) &&
-                  luma.size() == lumaSize)
+      const SmDecoded& picture = grey.pictures[f];
+      EXPECT_EQ(picture.format, Gray);
+      EXPECT_EQ(picture.width, static_cast<uint64_t>(size.width));
+      EXPECT_EQ(picture.height, static_cast<uint64_t>(size.height));
+      EXPECT_TRUE(
+          std::equal(picture.samples.begin(), picture.samples.end(), reference[f].begin()) &&
+          picture.samples.size() == lumaSize)
           << "picture " << f;
     }
   }

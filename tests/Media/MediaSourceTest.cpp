@@ -211,16 +211,6 @@ TEST_F(MediaSourceTest, H264FromMP4DecodesLikeTheOriginal) {
   const std::string expected = Decoded("-i " + mp4);
   EXPECT_EQ(expected.rfind("MD5=", 0), 0u) << expected;
   EXPECT_EQ(Decoded("-f h264 -i " + Dump(items, 16, "out.h264")), expected);
-
-  // Decoding from a sync frame in the middle works alone.
-  std::vector<SmItem> tail(items.begin() + 10, items.end());
-  ASSERT_TRUE(tail.front().Video().GetSync());
-  const std::string annexB = Dump(tail, 16, "tail.h264");
-  EXPECT_EQ(Complaints(annexB), "");
-  EXPECT_EQ(Capture("ffprobe -v error -count_frames -select_streams v -show_entries "
-                    "stream=nb_read_frames -of csv=p=0 " +
-                    annexB),
-            "20\n");
 }
 
 TEST_F(MediaSourceTest, RawAnnexBFromX264AndAACInBothFramings) {

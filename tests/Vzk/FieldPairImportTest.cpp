@@ -3,14 +3,8 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-
 #include "Image/ImageFixtures.h"
-#include "MediaProcessing/GenericByteData/GenericByteData.h"
-#include "MediaProcessing/GenericByteData/RawVideoByteDataAccess.h"
 #include "MediaProcessing/Image/ImageColorFormatConvert.h"
-#include "PluginHost.h"
-#include "RecordCheck.h"
 #include "VzkTestSupport.h"
 #include "support/H264StreamWriter.h"
 
@@ -25,12 +19,6 @@ constexpr size_t FrameSize = WidthInMbs * HeightInMbs * 384;
 // A frame as the decoding toolkit hands it on: its fields' chroma apart, in 4:2:2.
 constexpr size_t ShownSize = WidthInMbs * HeightInMbs * 512;
 constexpr size_t Frames = 6;
-
-std::vector<uint8_t> Ffmpeg(const std::string& arguments, const std::string& output) {
-  const std::string command = "ffmpeg -nostdin -v error -y " + arguments + " '" + output + "'";
-  EXPECT_EQ(std::system(command.c_str()), 0) << command;
-  return ReadBytes(output);
-}
 
 // I_PCM samples of one field, different for each seed.
 std::vector<SmWriterMacroblock> IntraField(int seed) {
@@ -124,37 +112,11 @@ std::vector<uint8_t> Shown(const std::vector<uint8_t>& woven) {
   return flat;
 }
 
-struct SmStoredFrame {
-  bool sync = false;
-  bool interlaced = false;
-  bool topFieldFirst = false;
-  int64_t time = 0;
-};
-
-std::vector<SmStoredFrame> StoredFrames(const std::string& recording) {
-  std::vector<uint8_t> bytes = ReadBytes(recording);
-  std::vector<SmStoredFrame> frames;
-  for (size_t at = 0; at < bytes.size();) {
-    const uint64_t length = NmRecording::RecordLength(bytes.data() + at, bytes.size() - at);
-    if (length == 0 || length > bytes.size() - at) {
-      ADD_FAILURE() << "no record at " << at;
-      break;
-    }
-    const NmMediaProcessing::CmGenericByteData record(bytes.data() + at, length);
-    const NmMediaProcessing::CmRawVideoByteDataAccess access(record, false);
-    frames.push_back({access.GetSync(), access.GetInterlaced(), access.GetTopFieldFirst(),
-                      access.GetTime().GetMilliseconds()});
-    at += length;
-  }
-  return frames;
-}
-
 // A field-coded stream stored in MP4 and in Matroska imports as one record a
 // frame, at the frame's time, sync where the frame opens with an IDR field;
-// played, it gives ffmpeg's woven frames, and a move to any frame's time
-// lands on that frame.
+// with the deinterlacer's filter off it gives ffmpeg's woven frames, played
+// through or moved about in.
 TEST(VzkImportFieldPairs, EachFramesTwoFieldsBecomeOneRecord) {
-  NmVzkTool::CmPluginLibrary library(NmVzkTool::DefaultPluginPath());
   // Each field a packet 20 ms after the one before, in the time units that
   // ffmpeg gives each container for 50 pictures a second.
   for (const auto& [container, fieldTicks] : {std::pair{"mp4", "256"}, {"mkv", "20"}}) {
@@ -164,18 +126,13 @@ TEST(VzkImportFieldPairs, EachFramesTwoFieldsBecomeOneRecord) {
     WriteBytes(stream, FieldPairStream());
     const std::string clip = scratch.Path(std::string("clip.") + container);
     Ffmpeg("-r 50 -i '" + stream + "' -c copy -bsf:v setts=ts=N*" + fieldTicks, clip);
-    const std::vector<uint8_t> reference =
-        Ffmpeg("-i '" + clip + "' -fps_mode passthrough -f rawvideo -pix_fmt yuv420p",
-               scratch.Path("reference.yuv"));
-    ASSERT_EQ(reference.size(), Frames * FrameSize);
-    const auto expected = [&](size_t f) {
-      const auto begin = reference.begin() + static_cast<std::ptrdiff_t>(f * FrameSize);
-      return std::vector<uint8_t>(begin, begin + static_cast<std::ptrdiff_t>(FrameSize));
-    };
+    CmPictures reference = ReferencePictures(scratch, clip, FrameSize);
+    ASSERT_EQ(reference.size(), Frames);
+    for (auto& picture : reference) {
+      picture = Shown(picture);
+    }
 
-    const std::string recording = scratch.Path("clip.gbd");
-    const SmResult imported = RunVzk({"import", clip, recording});
-    ASSERT_EQ(imported.status, 0) << imported.err;
+    const std::string recording = Import(scratch, clip);
     const std::vector<SmStoredFrame> frames = StoredFrames(recording);
     ASSERT_EQ(frames.size(), Frames);
     for (size_t f = 0; f < Frames; ++f) {
@@ -185,41 +142,12 @@ TEST(VzkImportFieldPairs, EachFramesTwoFieldsBecomeOneRecord) {
       EXPECT_EQ(frames[f].time - frames[0].time, static_cast<int64_t>(40 * f)) << "frame " << f;
     }
 
-    const std::string y4m = scratch.Path("out/out.y4m");
-    // The deinterlacer's filter off: the frames come out woven.
-    const std::string tree =
-        "<?xml version='1.0' encoding='UTF-8'?><toolkit type='source'><provider>vzk</provider>"
-        "<config><video_decoder deinterlacing_filter='none'><toolkit type='source'>"
-        "<provider>recording</provider><config><recording file='" +
-        recording + "'/></config></toolkit></video_decoder></config></toolkit>";
-    const SmResult run = RunVzk({"run", scratch.Write("decode.xml", tree), "--format", "y4m",
-                                 "--out", scratch.Path("out")});
-    EXPECT_EQ(run.status, 0) << run.err;
-    const std::string woven = ReadText(y4m);
-    const size_t header = woven.find('\n') + 1;
-    ASSERT_EQ(woven.size(), header + Frames * (6 + ShownSize));
+    const std::string tree = RecordingTree(recording, "video_decoder deinterlacing_filter='none'");
+    ExpectSamePictures(RunY4m(scratch, tree, ShownSize), reference);
+    const std::vector<int64_t> times = ExpectPlaybackLandsOnReference(tree, reference);
     for (size_t f = 0; f < Frames; ++f) {
-      const auto begin =
-          woven.begin() + static_cast<std::ptrdiff_t>(header + f * (6 + ShownSize) + 6);
-      EXPECT_TRUE(std::equal(begin, begin + static_cast<std::ptrdiff_t>(ShownSize),
-                             Shown(expected(f)).begin(),
-                             [](char a, uint8_t b) { return static_cast<uint8_t>(a) == b; }))
-          << "picture " << f;
+      EXPECT_EQ(times[f], frames[f].time) << "frame " << f;
     }
-
-    NmVzkTool::CmToolkitTree played(library, tree);
-    NmToolkit::ImPlaybackSourceToolkit& playback = played.Playback();
-    NmToolkit::CmPropertyNameSet supported;
-    playback.Connect({}, supported, 0);
-    played.MarkConnected();
-    for (const size_t f : {4u, 1u, 5u, 0u, 3u, 2u}) {
-      ASSERT_EQ(playback.MoveTo(frames[f].time, NmToolkit::MoveAtOrAfter),
-                NmToolkit::StatusSuccess);
-      int64_t time = 0;
-      EXPECT_TRUE(PictureHere(playback, time) == Shown(expected(f))) << "jump to frame " << f;
-      EXPECT_EQ(time, frames[f].time);
-    }
-    played.DisconnectQuietly();
   }
 }
 

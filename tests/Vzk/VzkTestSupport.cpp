@@ -2,7 +2,11 @@
 
 #include <memory>
 
+#include "MediaProcessing/GenericByteData/GenericByteData.h"
+#include "MediaProcessing/GenericByteData/RawVideoByteDataAccess.h"
 #include "PictureConversion.h"
+#include "PluginHost.h"
+#include "RecordCheck.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -15,6 +19,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <random>
 #include <stdexcept>
 
 extern char** environ;
@@ -155,13 +160,28 @@ std::vector<std::string> ListDirectory(const std::string& path) {
   return names;
 }
 
+namespace {
+
+// The end tags of the elements that `wrapper` opens, innermost first.
+std::string Closing(const std::string& wrapper) {
+  std::string closing;
+  for (size_t at = 0, end = 0; end != std::string::npos; at = end + 2) {
+    end = wrapper.find("><", at);
+    const std::string element = wrapper.substr(at, end - at);
+    closing = "</" + element.substr(0, element.find(' ')) + ">" + closing;
+  }
+  return closing;
+}
+
+} // namespace
+
 std::string TreeOver(const std::string& provider, const std::string& config,
                      const std::string& wrapper) {
   const std::string source = "<toolkit type='source'><provider>" + provider +
                              "</provider><config>" + config + "</config></toolkit>";
   return "<?xml version='1.0' encoding='UTF-8'?><toolkit type='source'><provider>vzk</provider>"
          "<config>" +
-         (wrapper.empty() ? source : "<" + wrapper + ">" + source + "</" + wrapper + ">") +
+         (wrapper.empty() ? source : "<" + wrapper + ">" + source + Closing(wrapper)) +
          "</config></toolkit>";
 }
 
@@ -207,6 +227,161 @@ std::vector<uint8_t> PictureHere(NmToolkit::ImPlaybackSourceToolkit& playback, i
     bytes.insert(bytes.end(), plane.bytes.begin(), plane.bytes.end());
   }
   return bytes;
+}
+
+std::vector<uint8_t> Ffmpeg(const std::string& arguments, const std::string& output) {
+  const std::string command = "ffmpeg -nostdin -v error -y " + arguments + " '" + output + "'";
+  EXPECT_EQ(std::system(command.c_str()), 0) << command;
+  return ReadBytes(output);
+}
+
+std::string MakeClip(const CmScratch& scratch, const std::string& file, const std::string& options,
+                     int width, int height, size_t count, const std::string& noise) {
+  const std::string clip = scratch.Path(file);
+  Ffmpeg("-f lavfi -i testsrc2=size=" + std::to_string(width) + "x" + std::to_string(height) +
+             ":rate=25 -frames:v " + std::to_string(count) + " -vf noise=" + noise +
+             " -pix_fmt yuv420p " + options,
+         clip);
+  return clip;
+}
+
+namespace {
+
+CmPictures Split(const std::string& bytes, size_t at, size_t frameSize, size_t skip) {
+  CmPictures pictures;
+  for (; at + skip + frameSize <= bytes.size(); at += skip + frameSize) {
+    pictures.emplace_back(bytes.begin() + static_cast<std::ptrdiff_t>(at + skip),
+                          bytes.begin() + static_cast<std::ptrdiff_t>(at + skip + frameSize));
+  }
+  if (at != bytes.size()) {
+    ADD_FAILURE() << bytes.size() - at << " bytes after the last whole picture";
+  }
+  return pictures;
+}
+
+} // namespace
+
+CmPictures ReferencePictures(const CmScratch& scratch, const std::string& clip, size_t frameSize,
+                             const std::string& pixelFormat) {
+  const std::vector<uint8_t> bytes = Ffmpeg(
+      "-threads 1 -i '" + clip + "' -fps_mode passthrough -f rawvideo -pix_fmt " + pixelFormat,
+      scratch.Path("reference.yuv"));
+  return Split(std::string(bytes.begin(), bytes.end()), 0, frameSize, 0);
+}
+
+std::string Import(const CmScratch& scratch, const std::string& clip) {
+  const std::string recording = scratch.Path("clip.gbd");
+  const SmResult imported = RunVzk({"import", clip, recording});
+  EXPECT_EQ(imported.status, 0) << imported.err;
+  return recording;
+}
+
+CmPictures Y4mPictures(const std::string& path, size_t frameSize) {
+  // One header line, then each picture behind its own "FRAME" line.
+  const std::string stream = ReadText(path);
+  if (stream.rfind("YUV4MPEG2 ", 0) != 0) {
+    ADD_FAILURE() << "no y4m stream in " << path;
+    return {};
+  }
+  const size_t header = stream.find('\n') + 1;
+  for (size_t at = header; at < stream.size(); at += 6 + frameSize) {
+    if (stream.compare(at, 6, "FRAME\n") != 0) {
+      ADD_FAILURE() << "no FRAME line at " << at;
+      return {};
+    }
+  }
+  return Split(stream, header, frameSize, 6);
+}
+
+CmPictures RunY4m(const CmScratch& scratch, const std::string& tree, size_t frameSize,
+                  bool lossesAllowed, const std::vector<std::string>& more) {
+  // Each run writes into a directory of its own.
+  static int runs = 0;
+  const std::string name = "y4m-" + std::to_string(++runs);
+  const std::string out = scratch.Path(name);
+  std::vector<std::string> arguments = {
+      "run", scratch.Write(name + ".xml", tree), "--format", "y4m", "--out", out};
+  arguments.insert(arguments.end(), more.begin(), more.end());
+  const SmResult run = RunVzk(arguments);
+  if (!lossesAllowed) {
+    EXPECT_EQ(run.status, 0) << run.err;
+  }
+  return Y4mPictures(out + "/out.y4m", frameSize);
+}
+
+void ExpectSamePictures(const CmPictures& pictures, const CmPictures& reference) {
+  ASSERT_EQ(pictures.size(), reference.size());
+  for (size_t f = 0; f < pictures.size(); ++f) {
+    EXPECT_TRUE(pictures[f] == reference[f]) << "picture " << f;
+  }
+}
+
+std::vector<int64_t> ExpectPlaybackLandsOnReference(const std::string& treeXml,
+                                                    const CmPictures& reference) {
+  const size_t frames = reference.size();
+  std::vector<int64_t> times(frames);
+  NmVzkTool::CmPluginLibrary library(NmVzkTool::DefaultPluginPath());
+  NmVzkTool::CmToolkitTree tree(library, treeXml);
+  NmToolkit::ImPlaybackSourceToolkit& playback = tree.Playback();
+  NmToolkit::CmPropertyNameSet supported;
+  playback.Connect({}, supported, 0);
+  tree.MarkConnected();
+  const auto walk = [&] {
+    ASSERT_GT(frames, 0u);
+    ASSERT_EQ(playback.MoveFirst(), NmToolkit::StatusSuccess);
+    for (size_t f = 0; f < frames; ++f) {
+      if (f > 0) {
+        ASSERT_EQ(playback.MoveNext(), NmToolkit::StatusSuccess) << f;
+      }
+      EXPECT_TRUE(PictureHere(playback, times[f]) == reference[f]) << "forwards, picture " << f;
+      if (f > 0) {
+        EXPECT_GT(times[f], times[f - 1]);
+      }
+    }
+    EXPECT_EQ(playback.MoveNext(), NmToolkit::StatusNoItem);
+    for (size_t f = frames - 1; f-- > 0;) {
+      ASSERT_EQ(playback.MovePrevious(), NmToolkit::StatusSuccess) << f;
+      int64_t time = 0;
+      EXPECT_TRUE(PictureHere(playback, time) == reference[f]) << "backwards, picture " << f;
+      EXPECT_EQ(time, times[f]);
+    }
+    std::vector<size_t> order(frames);
+    for (size_t f = 0; f < frames; ++f) {
+      order[f] = f;
+    }
+    std::shuffle(order.begin(), order.end(), std::mt19937(7));
+    for (const size_t f : order) {
+      // Exactly there, and just behind it looking back.
+      const bool behind = f % 2 == 1;
+      ASSERT_EQ(playback.MoveTo(behind ? times[f] + 1 : times[f],
+                                behind ? NmToolkit::MoveAtOrBefore : NmToolkit::MoveAtOrAfter),
+                NmToolkit::StatusSuccess);
+      int64_t time = 0;
+      EXPECT_TRUE(PictureHere(playback, time) == reference[f]) << "jump to picture " << f;
+      EXPECT_EQ(time, times[f]);
+    }
+  };
+  walk();
+  tree.DisconnectQuietly();
+  return times;
+}
+
+std::vector<SmStoredFrame> StoredFrames(const std::string& recording) {
+  std::vector<uint8_t> bytes = ReadBytes(recording);
+  std::vector<SmStoredFrame> frames;
+  for (size_t at = 0; at < bytes.size();) {
+    const uint64_t length = NmRecording::RecordLength(bytes.data() + at, bytes.size() - at);
+    if (length == 0 || length > bytes.size() - at) {
+      ADD_FAILURE() << "no record at " << at;
+      break;
+    }
+    const NmMediaProcessing::CmGenericByteData record(bytes.data() + at, length);
+    const NmMediaProcessing::CmRawVideoByteDataAccess access(record, false);
+    frames.push_back({access.GetCodec(), access.GetSync(), access.GetInterlaced(),
+                      access.GetTopFieldFirst(), access.GetTime().GetMilliseconds()});
+    at += length;
+  }
+  return frames;
 }
 
 } // namespace NmVzkTest

@@ -5,6 +5,8 @@
 #include <png.h>
 #include <turbojpeg.h>
 
+#include <map>
+
 #include "JpegPicture.h"
 #include "PictureConversion.h"
 #include "PicturePattern.h"
@@ -103,29 +105,19 @@ TEST_F(VzkWriters, PngHoldsExactlyThePixelsDelivered) {
     const std::vector<uint8_t> source = PlaneBytes(p, 0);
     std::vector<uint8_t> expected;
     const uint32_t pixels = p.width * p.height;
-    switch (p.format) {
-    case 0: // gray stays gray
-    case 1: // RGB24 as it is
-    case 8: // RGBA as it is
-      expected = source;
-      break;
-    case 2: // BGR24
-    case 3: // RGB32, the fourth byte dropped
-    case 4: // BGR32
-      for (uint32_t k = 0; k < pixels; ++k) {
-        const uint32_t step = p.format == 2 ? 3 : 4;
-        const bool swap = p.format != 3;
-        const uint8_t* s = &source[k * step];
-        expected.insert(expected.end(), {swap ? s[2] : s[0], s[1], swap ? s[0] : s[2]});
+    // Packed formats: the source bytes of each pixel that PNG stores, in its
+    // order; gray stays gray, and the fourth byte of RGB32 and BGR32 goes.
+    const std::map<uint32_t, std::vector<uint32_t>> packed = {
+        {0, {0}},       {1, {0, 1, 2}},    {2, {2, 1, 0}},   {3, {0, 1, 2}},
+        {4, {2, 1, 0}}, {8, {0, 1, 2, 3}}, {9, {2, 1, 0, 3}}};
+    const auto order = packed.find(p.format);
+    const uint32_t step = NmTestPictures::PlaneShapes(p.format, p.width, p.height)[0].pixelStride;
+    for (uint32_t k = 0; order != packed.end() && k < pixels; ++k) {
+      for (const uint32_t byte : order->second) {
+        expected.push_back(source[k * step + byte]);
       }
-      break;
-    case 9: // BGRA
-      for (uint32_t k = 0; k < pixels; ++k) {
-        const uint8_t* s = &source[k * 4];
-        expected.insert(expected.end(), {s[2], s[1], s[0], s[3]});
-      }
-      break;
-    default: { // planar YCbCr: each pixel takes the chroma sample of its cell
+    }
+    if (order == packed.end()) { // planar YCbCr: each pixel takes the chroma sample of its cell
       const std::vector<uint8_t> cb = PlaneBytes(p, 1);
       const std::vector<uint8_t> cr = PlaneBytes(p, 2);
       const auto shape = NmTestPictures::PlaneShapes(p.format, p.width, p.height)[1];
@@ -139,7 +131,6 @@ TEST_F(VzkWriters, PngHoldsExactlyThePixelsDelivered) {
           expected.insert(expected.end(), rgb, rgb + 3);
         }
       }
-    }
     }
     EXPECT_EQ(png.channels, expected.size() / pixels) << name;
     EXPECT_EQ(png.pixels, expected) << name;
