@@ -15,11 +15,6 @@ using namespace NmVzkTest;
 
 namespace {
 
-void Ffmpeg(const std::string& arguments, const std::string& output) {
-  const std::string command = "ffmpeg -nostdin -v error -y " + arguments + " '" + output + "'";
-  ASSERT_EQ(std::system(command.c_str()), 0) << command;
-}
-
 // A playback tree over a recording through "video_decoder", connected.
 class CmDecodedRecording {
 public:
