@@ -199,9 +199,14 @@ TEST(H264WrittenStream, LongTermReferencesAndMemoryManagementMatchFfmpeg) {
     // List [f4, LT1, LT2]; the largest index drops to 1, and LT2 with it.
     write(WithOps(WithActive(Slice(SmWriterSlice::P, 5), 3), {Op{4, 2, 0}}),
           PredictedPicture({2, 1, 0}, 6));
-    // List [f5, f4, LT1] reordered to [f4, LT1, f5]; then everything goes and
-    // the picture counts as frame 0.
-    SmWriterSlice sixth = WithOps(WithActive(Slice(SmWriterSlice::P, 6), 3), {Op{5, 0, 0}});
+    // Three references and room for a fourth: f6 joins them without sliding
+    // (a dropped index kept by mistake would push f4 out here)...
+    write(Slice(SmWriterSlice::P, 6), PredictedPicture({0}, 13));
+    // ...so that the list [f6, f5, f4] still reaches f4.
+    write(WithActive(Slice(SmWriterSlice::P, 7), 3), PredictedPicture({2, 1, 0}, 14));
+    // The window slid past f4: list [f7, f6, f5] reordered to [f6, LT1, f7];
+    // then everything goes and the picture counts as frame 0.
+    SmWriterSlice sixth = WithOps(WithActive(Slice(SmWriterSlice::P, 8), 3), {Op{5, 0, 0}});
     sixth.modifications[0] = {{0, 1}, {2, 1}};
     write(sixth, PredictedPicture({1, 0, 2}, 7));
     write(Slice(SmWriterSlice::P, 1), PredictedPicture({0}, 8));
@@ -214,7 +219,7 @@ TEST(H264WrittenStream, LongTermReferencesAndMemoryManagementMatchFfmpeg) {
     write(Idr(1), IntraPicture(11));
     write(Slice(SmWriterSlice::P, 1), PredictedPicture({0}, 12));
 
-    ExpectSameAsFfmpeg(writer, 12);
+    ExpectSameAsFfmpeg(writer, 14);
   }
 }
 
