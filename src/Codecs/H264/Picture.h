@@ -39,6 +39,9 @@ struct SmMacroblockInfo {
   uint8_t chromaPredMode = 0;
   uint8_t directBlocks = 0;
   bool direct16x16 = false;
+  // mb_field_decoding_flag: in a frame of field and frame macroblock pairs,
+  // whether this macroblock holds every other line of its pair.
+  bool field = false;
 };
 
 enum SmMacroblockKind : uint8_t {
@@ -52,6 +55,27 @@ enum SmMacroblockKind : uint8_t {
 
 inline bool IsIntra(uint8_t kind) {
   return kind >= MbI4x4 && kind <= MbIPcm;
+}
+
+// In a frame of macroblock pairs, the macroblock of the pair to the left
+// that holds the line beside line yN of the current macroblock (top or
+// bottom of its pair, field or frame), and that line in the macroblock's
+// own counting; maxH is 16 for luma and 8 for 4:2:0 chroma. Lines of a
+// field macroblock lie every other frame line, so beside a pair of the
+// other kind the neighbour alternates or changes half way.
+inline void LocateLeftInPair(bool field, bool top, bool leftField, int yN, int maxH, bool& bottom,
+                             int& yM) {
+  if (field == leftField) {
+    bottom = !top;
+    yM = yN;
+  } else if (!field) {
+    bottom = yN % 2 != 0;
+    yM = top ? yN >> 1 : (yN + maxH) >> 1;
+  } else {
+    const int frameLine = 2 * yN + (top ? 0 : 1);
+    bottom = frameLine >= maxH;
+    yM = frameLine - (bottom ? maxH : 0);
+  }
 }
 
 // A decoded picture: three planes (or one for 4:0:0) with a border around
@@ -105,6 +129,10 @@ public:
   // then tell nothing.
   bool IsFieldDecoded() const { return m_FieldDecoded; }
   void SetFieldDecoded(bool fieldDecoded) { m_FieldDecoded = fieldDecoded; }
+  // Whether the frame is coded in macroblock pairs, each either two frame
+  // or two field macroblocks; its records stay in raster order.
+  bool IsMbaff() const { return m_Mbaff; }
+  void SetMbaff(bool mbaff) { m_Mbaff = mbaff; }
 
 private:
   uint32_t m_WidthInMbs = 0;
@@ -115,6 +143,7 @@ private:
   int m_Parity = -1;
   const CmPicture* m_Frame = nullptr;
   bool m_FieldDecoded = false;
+  bool m_Mbaff = false;
   std::unique_ptr<CmPicture> m_Fields[2];
   std::unique_ptr<uint8_t[]> m_Memory;
   uint8_t* m_Origin[3] = {};

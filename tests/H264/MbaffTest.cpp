@@ -1,0 +1,124 @@
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "Codecs/H264/NalUnits.h"
+#include "Codecs/H264/TaskSupplier.h"
+#include "H264/VisibleSamples.h"
+#include "support/ExternalTools.h"
+
+using namespace NmH264;
+using NmTestSupport::CmTempDirectory;
+
+namespace {
+
+struct SmDecoded {
+  std::vector<std::vector<uint8_t>> pictures;
+  bool allDecoded = true;
+  // Whether every picture came out as an interlaced frame, and whether the
+  // first said its top field came first.
+  bool allInterlaced = true;
+  bool topFieldFirst = false;
+};
+
+SmDecoded Decode(const std::vector<uint8_t>& stream) {
+  MCL::TaskSupplier supplier(MCL::SmTaskSupplierSettings{});
+  SmDecoded decoded;
+  const auto take = [&](bool force) {
+    while (MCL::H264DecoderFrame* frame = supplier.GetFrameToDisplay(force)) {
+      if (decoded.pictures.empty()) {
+        decoded.topFieldFirst = frame->picOrderCnt[0] <= frame->picOrderCnt[1];
+      }
+      decoded.allInterlaced = decoded.allInterlaced && !frame->progressive;
+      decoded.pictures.push_back(NmH264Test::VisibleSamples(*frame, *supplier.GetActiveSequence()));
+    }
+  };
+  size_t position = 0;
+  SmNalUnit unit;
+  while (NextAnnexBUnit(stream.data(), stream.size(), position, true, unit)) {
+    decoded.allDecoded = supplier.AddSource(unit.data - 3, unit.size + 3, -1.0, -1) == 0 &&
+                         !supplier.TakeUnsupported() && decoded.allDecoded;
+    take(false);
+  }
+  supplier.Flush();
+  take(true);
+  return decoded;
+}
+
+const char* const Combing =
+    "geq=lum='if(eq(mod(trunc(X/16)+trunc(Y/32)+N\\,3)\\,0)*mod(Y\\,2)\\,255-lum(X\\,Y)\\,lum(X\\,"
+    "Y))'"
+    ":cb='cb(X,Y)'"
+    ":cr='if(lt(mod(X+N*8\\,32)\\,16)*mod(Y\\,2)\\,255-cr(X\\,Y)\\,cr(X\\,Y))'";
+
+struct SmClip {
+  const char* size;
+  const char* options; // x264's, besides interlaced and the field order
+  int frames;
+  bool topFieldFirst = true;
+};
+
+// Encodes each clip with x264 as a frame of field and frame macroblock
+// pairs and expects every picture to equal ffmpeg's decode, sample for
+// sample, and to come out as an interlaced frame of the coded field order.
+void ExpectSameAsReference(const std::vector<SmClip>& clips) {
+  CmTempDirectory directory;
+  for (const SmClip& clip : clips) {
+    const std::string order = clip.topFieldFirst ? "tff" : "bff";
+    SCOPED_TRACE(std::string(clip.size) + " " + clip.options + " " + order);
+    const std::string stream = directory / "clip.264";
+    const std::string reference = directory / "clip.yuv";
+    // Odd lines inverted in bands that move from picture to picture make
+    // x264 code field pairs there and frame pairs elsewhere, in luma and in
+    // chroma. The field order x264 codes is the one its input frames carry.
+    ASSERT_TRUE(NmTestSupport::Run(std::string("ffmpeg -y -v error -f lavfi -i testsrc2=size=") +
+                                   clip.size + ":rate=25 -frames:v " + std::to_string(clip.frames) +
+                                   " -vf \"" + Combing + ",setfield=" + order +
+                                   "\" -pix_fmt yuv420p -c:v libx264 -x264-params 'interlaced=1:" +
+                                   order + "=1:" + clip.options + "' -f h264 '" + stream + "'"));
+    ASSERT_TRUE(NmTestSupport::Run("ffmpeg -y -v error -i '" + stream +
+                                   "' -f rawvideo -pix_fmt yuv420p '" + reference + "'"));
+    const SmDecoded decoded = Decode(NmTestSupport::ReadBytes(stream));
+    EXPECT_TRUE(decoded.allDecoded);
+    EXPECT_TRUE(decoded.allInterlaced);
+    EXPECT_EQ(decoded.topFieldFirst, clip.topFieldFirst);
+    const std::vector<uint8_t> expected = NmTestSupport::ReadBytes(reference);
+    const size_t frames = static_cast<size_t>(clip.frames);
+    ASSERT_EQ(decoded.pictures.size(), frames);
+    const size_t frameSize = expected.size() / frames;
+    for (size_t i = 0; i < frames; ++i) {
+      const std::vector<uint8_t>& picture = decoded.pictures[i];
+      ASSERT_EQ(picture.size(), frameSize);
+      size_t first = 0;
+      while (first < frameSize && picture[first] == expected[i * frameSize + first]) {
+        ++first;
+      }
+      EXPECT_EQ(first, frameSize) << "picture " << i << " differs first at sample " << first;
+    }
+  }
+}
+
+bool HaveTools() {
+  return NmTestSupport::HaveProgram("ffmpeg");
+}
+
+} // namespace
+
+// Intra pictures in CAVLC: pair addressing, the field flag, neighbours
+// across pairs of either kind for prediction and coefficient counts, field
+// scans, and the loop filter over mixed edges. 80 lines are two and a half
+// pairs: x264 pads to whole pairs and crops.
+TEST(H264Mbaff, IntraCavlcPairsEqualTheReferenceDecoder) {
+  if (!HaveTools()) {
+    GTEST_SKIP() << "ffmpeg is not installed";
+  }
+  ExpectSameAsReference({
+      {"64x64", "keyint=1:cabac=0", 3},
+      {"64x64", "keyint=1:cabac=0", 3, false},
+      {"96x80", "keyint=1:cabac=0:8x8dct=0:slices=3", 3},
+      {"96x80", "keyint=1:cabac=0:no-deblock=1", 2, false},
+      {"80x96", "keyint=1:cabac=0:qp=3:deblock=2,1", 2},
+      {"64x64", "keyint=1:cabac=0:qp=40:deblock=-2,-1", 2, false},
+  });
+}
