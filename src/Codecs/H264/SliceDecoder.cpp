@@ -29,29 +29,6 @@ constexpr uint8_t InterCbp[48] = {0,  16, 1,  2,  4,  8,  32, 3,  5,  10, 12, 15
                                   17, 18, 20, 24, 19, 21, 26, 28, 23, 27, 29, 30, 22, 25, 38, 41};
 constexpr uint8_t InterCbpMonochrome[16] = {0, 1, 2, 4, 8, 3, 5, 10, 12, 15, 7, 11, 13, 14, 6, 9};
 
-// Puts the sample two lines above a block's top left neighbour in that
-// neighbour's place while in use, and the neighbour back when not, or at the
-// latest when it goes out of scope.
-class CmCornerSample {
-public:
-  CmCornerSample(uint8_t* origin, ptrdiff_t stride, bool active)
-      : m_At(active ? origin - stride - 1 : nullptr), m_Saved(active ? *m_At : 0),
-        m_Replacement(active ? origin[-2 * stride - 1] : 0) {}
-  CmCornerSample(const CmCornerSample&) = delete;
-  CmCornerSample& operator=(const CmCornerSample&) = delete;
-  ~CmCornerSample() { Use(false); }
-  void Use(bool use) {
-    if (m_At != nullptr) {
-      *m_At = use ? m_Replacement : m_Saved;
-    }
-  }
-
-private:
-  uint8_t* m_At;
-  uint8_t m_Saved;
-  uint8_t m_Replacement;
-};
-
 } // namespace
 
 bool CmSliceDecoder::IsAvailable(const SmMacroblockInfo* info) const {
@@ -161,10 +138,11 @@ CmSliceDecoder::SmLocation CmSliceDecoder::Locate(uint32_t address, int xN, int 
   }
   if (yN < 0) {
     if (xN < 0 && !m_MbField && !currentTop) {
-      // Top left of a bottom frame macroblock: in the pair to the left.
+      // Top left of a bottom frame macroblock: in the pair to the left, the
+      // line just above, which of a field pair is the bottom field's middle.
       pair = pairTop(mbx - 1, pairRow);
-      bottom = false;
-      yM = pair != nullptr && pair->field ? (yN + maxH) >> 1 : yN + maxH;
+      bottom = pair != nullptr && pair->field;
+      yM = bottom ? (yN + maxH) >> 1 : yN + maxH;
     } else if (xN >= maxW && !m_MbField && !currentTop) {
       return none;
     } else {
@@ -438,13 +416,6 @@ void CmSliceDecoder::ReconstructIntra(uint32_t address, int intra16x16Mode, int 
   const ptrdiff_t stride = GetMbStride(0);
   uint8_t* luma = GetSamples(address, 0);
   const int qp = mb.qp;
-  // A bottom frame macroblock beside a field pair takes its top left
-  // sample from the top field's middle line, two frame lines up rather than
-  // one; the prediction reads it from the usual place, so it stands in there
-  // for the while.
-  const bool cornerTwoUp = m_Mbaff && !m_MbField && d && n.topLeft->field &&
-                           address / m_Picture->GetWidthInMbs() % 2 == 1;
-  CmCornerSample lumaCorner(luma, stride, cornerTwoUp);
 
   if (mb.kind == MbI4x4) {
     for (int blk = 0; blk < 16; ++blk) {
@@ -456,7 +427,6 @@ void CmSliceDecoder::ReconstructIntra(uint32_t address, int intra16x16Mode, int 
       edge.hasTopRight =
           y == 0 ? (x < 3 ? b : c) : (x < 3 && BlockIndex[x + 1 + 4 * (y - 1)] < blk);
       uint8_t* dst = luma + 4 * y * stride + 4 * x;
-      lumaCorner.Use(blk == 0);
       NmPrimitives::H264PredictIntra4x4(dst, stride, mb.intraModes[x + 4 * y], edge);
       if (mb.totalCoeff[x + 4 * y] != 0) {
         AddLumaResidual4x4(blk, dst, stride, 0, qp);
@@ -471,7 +441,6 @@ void CmSliceDecoder::ReconstructIntra(uint32_t address, int intra16x16Mode, int 
       edge.hasCorner = b8 == 3 ? true : (b8 == 2 ? a : (b8 == 1 ? b : d));
       edge.hasTopRight = b8 == 0 ? b : (b8 == 1 ? c : b8 == 2);
       uint8_t* dst = luma + 4 * y * stride + 4 * x;
-      lumaCorner.Use(b8 == 0);
       NmPrimitives::H264PredictIntra8x8(dst, stride, mb.intraModes[x + 4 * y], edge);
       bool coded = false;
       for (int sub = 0; sub < 4; ++sub) {
@@ -483,9 +452,7 @@ void CmSliceDecoder::ReconstructIntra(uint32_t address, int intra16x16Mode, int 
     }
   } else {
     SmIntraNeighbours edge{a, b, false, d};
-    lumaCorner.Use(true);
     NmPrimitives::H264PredictIntra16x16(luma, stride, intra16x16Mode, edge);
-    lumaCorner.Use(false);
     int32_t dc[16];
     for (int k = 0; k < 16; ++k) {
       dc[m_Scan4x4[k]] = m_DcLevels[k];
@@ -513,10 +480,7 @@ void CmSliceDecoder::ReconstructIntra(uint32_t address, int intra16x16Mode, int 
   if (m_Sps->GetChromaArrayType() != 1) {
     return;
   }
-  lumaCorner.Use(false);
   for (int plane = 1; plane < 3; ++plane) {
-    CmCornerSample chromaCorner(GetSamples(address, plane), GetMbStride(plane), cornerTwoUp);
-    chromaCorner.Use(true);
     NmPrimitives::H264PredictIntraChroma8x8(GetSamples(address, plane), GetMbStride(plane),
                                             chromaMode, SmIntraNeighbours{a, b, false, d});
   }
