@@ -122,3 +122,23 @@ TEST(H264Mbaff, IntraCavlcPairsEqualTheReferenceDecoder) {
       {"64x64", "keyint=1:cabac=0:qp=40:deblock=-2,-1", 2, false},
   });
 }
+
+// P pictures in CAVLC: vectors predicted from neighbours of the other kind
+// (scaled), P_Skip, reference fields of frame entries for field
+// macroblocks, explicit weights by frame entry, and the loop filter's
+// strengths between field and frame motion.
+TEST(H264Mbaff, PredictedCavlcPairsEqualTheReferenceDecoder) {
+  if (!HaveTools()) {
+    GTEST_SKIP() << "ffmpeg is not installed";
+  }
+  ExpectSameAsReference({
+      {"64x64", "bframes=0:cabac=0", 6},
+      {"96x80", "bframes=0:cabac=0:ref=3:8x8dct=0", 6, false},
+      {"96x80", "bframes=0:cabac=0:weightp=2:slices=3", 6},
+      {"64x64", "bframes=0:cabac=0:ref=2:no-deblock=1:subme=7", 5, false},
+      {"80x96", "bframes=0:cabac=0:qp=10", 4},
+      // Coarse: pairs skipped whole infer their kind, a skipped top takes
+      // its coded bottom's.
+      {"96x64", "bframes=0:cabac=0:qp=42", 8, false},
+  });
+}

@@ -313,7 +313,11 @@ private:
         const ptrdiff_t stride = m_Picture.GetStride(plane) * (mb.field ? 2 : 1);
         uint8_t* origin = Origin(mbx, mby, mb.field, plane);
         for (int k = 0; k < lines; ++k) {
-          const int strength = strengths[plane == 0 ? k : 2 * k];
+          // A frame macroblock's chroma line beside a field pair takes the
+          // strength of a luma line whose neighbour lies in the same field
+          // as the chroma line's.
+          const int lumaLine = plane == 0 ? k : 2 * k + (!mb.field && left->field ? k % 2 : 0);
+          const int strength = strengths[lumaLine];
           if (strength == 0) {
             continue;
           }

@@ -98,6 +98,13 @@ public:
   // PicOrderCnt of the frame: the smaller of its two fields' counts.
   int32_t GetPoc() const { return m_Poc; }
   void SetPoc(int32_t poc) { m_Poc = poc; }
+  // The counts of a frame's two fields, which its field macroblocks weigh
+  // and scale by while the fields themselves are not yet made.
+  int32_t GetFieldPoc(int parity) const { return m_FieldPoc[parity]; }
+  void SetFieldPocs(int32_t top, int32_t bottom) {
+    m_FieldPoc[0] = top;
+    m_FieldPoc[1] = bottom;
+  }
   SmMacroblockInfo* GetMacroblocks() { return m_Macroblocks.data(); }
   const SmMacroblockInfo* GetMacroblocks() const { return m_Macroblocks.data(); }
   // Forgets which slices decoded what, before the picture is decoded anew.
@@ -140,6 +147,7 @@ private:
   bool m_Monochrome = false;
   uint32_t m_Id = 0;
   int32_t m_Poc = 0;
+  int32_t m_FieldPoc[2] = {0, 0};
   int m_Parity = -1;
   const CmPicture* m_Frame = nullptr;
   bool m_FieldDecoded = false;

@@ -87,6 +87,21 @@ bool CmSliceDecoder::InferMbField(uint32_t address) const {
   return false;
 }
 
+const CmPicture* CmSliceDecoder::GetReference(int list, int refIdx) const {
+  if (refIdx < 0) {
+    return nullptr;
+  }
+  const std::vector<const CmPicture*>& pictures = m_Lists[list].pictures;
+  const size_t entry = static_cast<size_t>(m_MbField ? refIdx >> 1 : refIdx);
+  if (entry >= pictures.size() || pictures[entry] == nullptr) {
+    return nullptr;
+  }
+  if (!m_MbField) {
+    return pictures[entry];
+  }
+  return pictures[entry]->FindField(GetCurrentParity() ^ (refIdx & 1));
+}
+
 void CmSliceDecoder::SelectScans() {
   const bool field = m_Header->fieldPic || m_MbField;
   m_Scan4x4 = field ? FieldScan4x4.data() : ZigZag4x4.data();
@@ -609,6 +624,7 @@ CmSliceDecoder::SmResult CmSliceDecoder::Decode(CmBitReader& reader, const SmSli
           return Damaged;
         }
         const uint32_t address = ToRaster(mbAddr);
+        m_Address = address;
         if (m_Mbaff && mbAddr % 2 == 0) {
           // A skipped top takes the flag its coded bottom carries, which
           // follows the run at once; a pair skipped whole infers it.
@@ -631,6 +647,7 @@ CmSliceDecoder::SmResult CmSliceDecoder::Decode(CmBitReader& reader, const SmSli
       return Damaged;
     }
     const uint32_t address = ToRaster(mbAddr);
+    m_Address = address;
     if (m_Mbaff) {
       // A coded bottom follows either a coded top, which carried the flag,
       // or a skipped one, which took it already.

@@ -147,8 +147,11 @@ private:
   void PredictMotionVector(uint32_t address, int list, int x, int y, int width, int height,
                            int refIdx, int shape, int16_t* mvp) const;
   // The motion of a neighbouring 4x4 block at (x, y) relative to the
-  // current macroblock; false when that block is not available.
-  bool GetNeighbourMotion(uint32_t address, int list, int x, int y, int& refIdx, int16_t* mv) const;
+  // current macroblock, scaled to the current macroblock's lines; false
+  // when that block is not available. above: the neighbour lies above the
+  // partition (B, C or D), and is the block holding the line just above it.
+  bool GetNeighbourMotion(uint32_t address, int list, int x, int y, int& refIdx, int16_t* mv,
+                          bool above = false) const;
   void SetMotion(uint32_t address, int list, int x, int y, int width, int height, int refIdx,
                  const int16_t* mv);
   // The 4x4 blocks of a partition whose motion is now known to the
@@ -186,6 +189,25 @@ private:
   uint8_t* GetSamples(uint32_t address, int plane) const;
   ptrdiff_t GetMbStride(int plane) const {
     return m_Picture->GetStride(plane) * (m_MbField ? 2 : 1);
+  }
+  // The picture that refIdx of a list names for the current macroblock:
+  // the list's entry, or for a field macroblock of a frame in pairs a field
+  // of entry refIdx / 2, of the macroblock's own parity for even indices
+  // and of the other for odd ones. Null where none does.
+  const CmPicture* GetReference(int list, int refIdx) const;
+  // How many indices of a list the current macroblock may use.
+  uint32_t GetActiveReferences(int list) const {
+    return m_Header->numRefIdxActive[list] * (m_MbField ? 2u : 1u);
+  }
+  // The parity of the current macroblock's lines when they are one field's:
+  // a field picture's, or a field macroblock's of a frame in pairs; else -1.
+  int32_t GetCurrentPoc() const {
+    const int parity = GetCurrentParity();
+    return m_MbField ? m_Picture->GetFieldPoc(parity) : m_Picture->GetPoc();
+  }
+  int GetCurrentParity() const {
+    return m_MbField ? static_cast<int>(m_Address / m_Picture->GetWidthInMbs() % 2)
+                     : m_Picture->GetParity();
   }
   // mb_field_decoding_flag of a pair that does not carry it: as the pair
   // to the left, else as the pair above, else frame.
