@@ -142,3 +142,19 @@ TEST(H264Mbaff, PredictedCavlcPairsEqualTheReferenceDecoder) {
       {"96x64", "bframes=0:cabac=0:qp=42", 8, false},
   });
 }
+
+// B pictures in CAVLC: spatial and temporal direct prediction with the
+// co-located macroblock chosen by the kinds of both pairs, implicit weights
+// by the distances of fields for field macroblocks, and b-pyramid.
+TEST(H264Mbaff, BiPredictedCavlcPairsEqualTheReferenceDecoder) {
+  if (!HaveTools()) {
+    GTEST_SKIP() << "ffmpeg is not installed";
+  }
+  ExpectSameAsReference({
+      {"64x64", "bframes=2:cabac=0:direct=spatial", 7},
+      {"64x64", "bframes=2:cabac=0:direct=temporal", 7, false},
+      {"96x80", "bframes=3:b-pyramid=normal:cabac=0:weightb=1:ref=3", 9},
+      {"96x80", "bframes=2:cabac=0:direct=temporal:weightb=1:8x8dct=0:slices=3", 7, false},
+      {"80x96", "bframes=2:cabac=0:qp=38:direct=spatial", 8},
+  });
+}

@@ -233,26 +233,66 @@ bool CmSliceDecoder::PredictDirect(uint32_t address, unsigned mask) {
   }
   const CmPicture& list1First = *list1.pictures[0];
   // Where the co-located motion lies (8.4.1.2.1): in the first picture of
-  // list 1 when it was coded the way the current one is; for a field whose
-  // reference was decoded as a frame, in that frame, whose vectors count
-  // frame lines; for a frame whose reference was decoded as two fields, in
-  // the field nearer in order, whose vectors count field lines.
+  // list 1 when it was coded the way the current macroblock is; for field
+  // lines whose reference was decoded as frame lines, in the frame
+  // macroblocks that cover them, whose vectors count frame lines; for frame
+  // lines whose reference was decoded as fields, in the field nearer in
+  // order, whose vectors count field lines. In a frame of macroblock pairs
+  // that holds for each pair by the kinds of the two pairs.
   enum { OneToOne, FrameToField, FieldToFrame } vertical = OneToOne;
   const CmPicture* colPicture = &list1First;
   const uint32_t width = m_Picture->GetWidthInMbs();
-  if (m_Picture->GetParity() >= 0 && !list1First.IsFieldDecoded()) {
-    vertical = FrameToField;
-    colPicture = list1First.GetFrame();
-  } else if (m_Picture->GetParity() < 0 && list1First.IsFieldDecoded()) {
-    vertical = FieldToFrame;
-    const CmPicture* top = list1First.FindField(0);
-    const CmPicture* bottom = list1First.FindField(1);
+  const uint32_t row = address / width, mbx = address % width;
+  // The co-located macroblock (one to one, field to frame) or the top of
+  // the co-located frame pair (frame to field), and for field to frame
+  // which half of the field macroblock the current one covers.
+  uint32_t colBase = address;
+  int colHalf = 0;
+  const auto nearerField = [&](const CmPicture& frame) -> int {
+    const CmPicture* top = frame.FindField(0);
+    const CmPicture* bottom = frame.FindField(1);
     if (top == nullptr || bottom == nullptr) {
-      return false;
+      return -1;
     }
     const int32_t current = m_Picture->GetPoc();
-    colPicture =
-        std::abs(top->GetPoc() - current) < std::abs(bottom->GetPoc() - current) ? top : bottom;
+    return std::abs(top->GetPoc() - current) < std::abs(bottom->GetPoc() - current) ? 0 : 1;
+  };
+  if (m_Picture->GetParity() >= 0 && !list1First.IsFieldDecoded()) {
+    colPicture = list1First.GetFrame();
+    if (colPicture == nullptr) {
+      return false;
+    }
+    colBase = 2 * width * row + mbx;
+    vertical = FrameToField;
+    if (colPicture->IsMbaff() && colBase < width * colPicture->GetHeightInMbs() &&
+        colPicture->GetMacroblocks()[colBase].field) {
+      vertical = OneToOne;
+      colBase += static_cast<uint32_t>(m_Picture->GetParity()) * width;
+    }
+  } else if (m_Picture->GetParity() < 0 && list1First.IsFieldDecoded()) {
+    const int parity = m_MbField ? GetCurrentParity() : nearerField(list1First);
+    if (parity < 0) {
+      return false;
+    }
+    colPicture = list1First.FindField(parity);
+    colBase = width * (row / 2) + mbx;
+    colHalf = static_cast<int>(row % 2);
+    vertical = m_MbField ? OneToOne : FieldToFrame;
+  } else if (m_Mbaff) {
+    const uint32_t pairTop = 2 * width * (row / 2) + mbx;
+    const bool colField = list1First.IsMbaff() && list1First.GetMacroblocks()[pairTop].field;
+    if (m_MbField && !colField) {
+      vertical = FrameToField;
+      colBase = pairTop;
+    } else if (!m_MbField && colField) {
+      const int parity = nearerField(list1First);
+      if (parity < 0) {
+        return false;
+      }
+      vertical = FieldToFrame;
+      colBase = pairTop + static_cast<uint32_t>(parity) * width;
+      colHalf = static_cast<int>(row % 2);
+    }
   }
   if (colPicture == nullptr || colPicture->GetWidthInMbs() != width) {
     return false;
@@ -266,14 +306,13 @@ bool CmSliceDecoder::PredictDirect(uint32_t address, unsigned mask) {
   const auto locate = [&](int x, int y, int& block) -> const SmMacroblockInfo* {
     const int xCol = inference ? (x / 2) * 3 : x;
     const int yCol = inference ? (y / 2) * 12 : 4 * y; // luma lines
-    uint32_t colAddress = address;
+    uint32_t colAddress = colBase;
     int yM = yCol;
     if (vertical == FrameToField) {
-      colAddress = 2 * width * (address / width) + address % width + width * (yCol / 8);
+      colAddress = colBase + width * static_cast<uint32_t>(yCol / 8);
       yM = (2 * yCol) % 16;
     } else if (vertical == FieldToFrame) {
-      colAddress = width * (address / (2 * width)) + address % width;
-      yM = 8 * ((address / width) % 2) + 4 * (yCol / 8);
+      yM = 8 * colHalf + 4 * (yCol / 8);
     }
     block = xCol + 4 * (yM / 4);
     return colAddress < colCount ? &colPicture->GetMacroblocks()[colAddress] : nullptr;
@@ -363,8 +402,14 @@ bool CmSliceDecoder::PredictDirect(uint32_t address, unsigned mask) {
     });
   }
   // Temporal: each block follows the co-located block's motion, scaled by
-  // the distances in picture order.
-  const int32_t currentPoc = m_Picture->GetPoc();
+  // the distances in picture order; a field macroblock's, by those of its
+  // own field and the reference fields.
+  const int32_t currentPoc = GetCurrentPoc();
+  const CmPicture* pic1 = GetReference(1, 0);
+  if (pic1 == nullptr) {
+    return false;
+  }
+  const int shift = m_MbField ? 1 : 0;
   return eachBlock([&](int x, int y, int colRef, const int16_t* colMv, uint32_t colPic) {
     int refIdx0 = 0;
     if (colRef >= 0) {
@@ -373,14 +418,13 @@ bool CmSliceDecoder::PredictDirect(uint32_t address, unsigned mask) {
       // Between frame and field, the field of the same parity of the frame
       // referred to, or the frame of the field referred to.
       refIdx0 = -1;
-      const SmReferenceList& list0 = m_Lists[0];
       const auto names = [&](const CmPicture* candidate) {
         if (candidate == nullptr) {
           return false;
         }
         if (vertical == FrameToField) {
           return candidate->GetFrame() != nullptr && candidate->GetFrame()->GetId() == colPic &&
-                 candidate->GetParity() == m_Picture->GetParity();
+                 candidate->GetParity() == GetCurrentParity();
         }
         if (vertical == FieldToFrame) {
           const CmPicture* top = candidate->FindField(0);
@@ -390,9 +434,10 @@ bool CmSliceDecoder::PredictDirect(uint32_t address, unsigned mask) {
         }
         return candidate->GetId() == colPic;
       };
-      for (size_t k = 0; k < list0.pictures.size(); ++k) {
-        if (names(list0.pictures[k])) {
-          refIdx0 = static_cast<int>(k);
+      const int candidates = static_cast<int>(m_Lists[0].pictures.size()) << shift;
+      for (int k = 0; k < candidates; ++k) {
+        if (names(GetReference(0, k))) {
+          refIdx0 = k;
           break;
         }
       }
@@ -400,11 +445,10 @@ bool CmSliceDecoder::PredictDirect(uint32_t address, unsigned mask) {
         return false;
       }
     }
-    if (m_Lists[0].pictures.empty() ||
-        m_Lists[0].pictures[static_cast<size_t>(refIdx0)] == nullptr) {
+    if (GetReference(0, refIdx0) == nullptr) {
       return false;
     }
-    const CmPicture& pic0 = *m_Lists[0].pictures[static_cast<size_t>(refIdx0)];
+    const CmPicture& pic0 = *GetReference(0, refIdx0);
     // The co-located vector in the current picture's lines.
     const int16_t mvCol[2] = {colMv[0],
                               static_cast<int16_t>(vertical == FrameToField   ? colMv[1] / 2
@@ -413,8 +457,8 @@ bool CmSliceDecoder::PredictDirect(uint32_t address, unsigned mask) {
     colMv = mvCol;
     int16_t mv0[2], mv1[2];
     const int tb = PocDistance(currentPoc, pic0.GetPoc());
-    const int td = PocDistance(list1First.GetPoc(), pic0.GetPoc());
-    if (m_Lists[0].longTerm[static_cast<size_t>(refIdx0)] != 0 || td == 0) {
+    const int td = PocDistance(pic1->GetPoc(), pic0.GetPoc());
+    if (m_Lists[0].longTerm[static_cast<size_t>(refIdx0 >> shift)] != 0 || td == 0) {
       mv0[0] = colMv[0], mv0[1] = colMv[1];
       mv1[0] = mv1[1] = 0;
     } else {

@@ -279,9 +279,8 @@ SmParseResult ParseSliceHeader(CmBitReader& reader, uint8_t nalHeader,
   if (header.sliceType == SliceSP || header.sliceType == SliceSI) {
     return ParseUnsupported;
   }
-  // Of frames in macroblock pairs, intra and P slices in CAVLC decode so
-  // far.
-  if (mbaff && (header.sliceType == SliceB || pps->entropyCodingMode || pps->numSliceGroups > 1)) {
+  // Frames in macroblock pairs decode in CAVLC so far.
+  if (mbaff && (pps->entropyCodingMode || pps->numSliceGroups > 1)) {
     return ParseUnsupported;
   }
   // Fields decode in one slice group, without long-term references; the
