@@ -137,6 +137,9 @@ TEST(H264Mbaff, PredictedCavlcPairsEqualTheReferenceDecoder) {
       {"96x80", "bframes=0:cabac=0:weightp=2:slices=3", 6},
       {"64x64", "bframes=0:cabac=0:ref=2:no-deblock=1:subme=7", 5, false},
       {"80x96", "bframes=0:cabac=0:qp=10", 4},
+      // Intra macroblocks that may not predict from inter ones, beside
+      // pairs of the other kind.
+      {"96x80", "bframes=0:cabac=0:constrained-intra=1:keyint=4", 6},
       // Coarse: pairs skipped whole infer their kind, a skipped top takes
       // its coded bottom's.
       {"96x64", "bframes=0:cabac=0:qp=42", 8, false},
@@ -157,4 +160,63 @@ TEST(H264Mbaff, BiPredictedCavlcPairsEqualTheReferenceDecoder) {
       {"96x80", "bframes=2:cabac=0:direct=temporal:weightb=1:8x8dct=0:slices=3", 7, false},
       {"80x96", "bframes=2:cabac=0:qp=38:direct=spatial", 8},
   });
+}
+
+// Decoding that starts at a later IDR picture, with only the parameter sets
+// of the stream's start before it, gives from there on the pictures that
+// decoding from the start gives: nothing of a frame in pairs outlives it.
+TEST(H264Mbaff, DecodingFromEachIdrGivesTheSamePictures) {
+  if (!HaveTools()) {
+    GTEST_SKIP() << "ffmpeg is not installed";
+  }
+  CmTempDirectory directory;
+  const std::string stream = directory / "clip.264";
+  ASSERT_TRUE(NmTestSupport::Run(
+      std::string(
+          "ffmpeg -y -v error -f lavfi -i testsrc2=size=64x64:rate=25 -frames:v 24 -vf \"") +
+      Combing +
+      ",setfield=tff\" -pix_fmt yuv420p -c:v libx264 -x264-params 'interlaced=1:cabac=0:"
+      "bframes=2:keyint=8:min-keyint=8:scenecut=0' -f h264 '" +
+      stream + "'"));
+  const std::vector<uint8_t> bytes = NmTestSupport::ReadBytes(stream);
+  const SmDecoded whole = Decode(bytes);
+  ASSERT_TRUE(whole.allDecoded);
+  ASSERT_EQ(whole.pictures.size(), 24u);
+  // The units, each behind a start code; the parameter sets; where each
+  // IDR picture begins.
+  std::vector<std::vector<uint8_t>> units;
+  std::vector<uint8_t> parameterSets;
+  std::vector<size_t> idrStarts;
+  size_t position = 0;
+  SmNalUnit unit;
+  bool previousIdr = false;
+  while (NextAnnexBUnit(bytes.data(), bytes.size(), position, true, unit)) {
+    std::vector<uint8_t> framed = {0, 0, 1};
+    framed.insert(framed.end(), unit.data, unit.data + unit.size);
+    const int type = unit.data[0] & 0x1F;
+    if (type == 7 || type == 8) {
+      parameterSets.insert(parameterSets.end(), framed.begin(), framed.end());
+    }
+    if (type == 5 && !previousIdr) {
+      idrStarts.push_back(units.size());
+    }
+    if (type == 1 || type == 5) {
+      previousIdr = type == 5;
+    }
+    units.push_back(std::move(framed));
+  }
+  ASSERT_EQ(idrStarts.size(), 3u);
+  for (size_t k = 1; k < idrStarts.size(); ++k) {
+    SCOPED_TRACE("from IDR " + std::to_string(k));
+    std::vector<uint8_t> tail = parameterSets;
+    for (size_t u = idrStarts[k]; u < units.size(); ++u) {
+      tail.insert(tail.end(), units[u].begin(), units[u].end());
+    }
+    const SmDecoded part = Decode(tail);
+    EXPECT_TRUE(part.allDecoded);
+    ASSERT_EQ(part.pictures.size(), 24 - 8 * k);
+    for (size_t f = 0; f < part.pictures.size(); ++f) {
+      EXPECT_TRUE(part.pictures[f] == whole.pictures[8 * k + f]) << "picture " << 8 * k + f;
+    }
+  }
 }

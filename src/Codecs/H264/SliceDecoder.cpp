@@ -29,6 +29,38 @@ constexpr uint8_t InterCbp[48] = {0,  16, 1,  2,  4,  8,  32, 3,  5,  10, 12, 15
                                   17, 18, 20, 24, 19, 21, 26, 28, 23, 27, 29, 30, 22, 25, 38, 41};
 constexpr uint8_t InterCbpMonochrome[16] = {0, 1, 2, 4, 8, 3, 5, 10, 12, 15, 7, 11, 13, 14, 6, 9};
 
+// Chroma DC prediction of 4:2:0 where only one half of the left samples may
+// be used (a field macroblock beside a frame pair under constrained intra
+// prediction): each 4x4 block averages the neighbours of its own rows.
+void PredictChromaDcByHalves(uint8_t* dst, ptrdiff_t stride, bool upperLeft, bool lowerLeft,
+                             bool top) {
+  for (int by = 0; by < 2; ++by) {
+    const bool hasLeft = by == 0 ? upperLeft : lowerLeft;
+    for (int bx = 0; bx < 2; ++bx) {
+      int topSum = 0, leftSum = 0;
+      for (int k = 0; k < 4; ++k) {
+        topSum += top ? dst[-stride + 4 * bx + k] : 0;
+        leftSum += hasLeft ? dst[(4 * by + k) * stride - 1] : 0;
+      }
+      // The corner blocks use both sides; the others prefer the side they
+      // touch (top for the upper right, left for the lower left).
+      int value = 128;
+      const bool corner = bx == by;
+      const bool preferTop = bx == 1 && by == 0;
+      if (corner && top && hasLeft) {
+        value = (topSum + leftSum + 4) >> 3;
+      } else if (preferTop ? top : hasLeft) {
+        value = ((preferTop ? topSum : leftSum) + 2) >> 2;
+      } else if (preferTop ? hasLeft : top) {
+        value = ((preferTop ? leftSum : topSum) + 2) >> 2;
+      }
+      for (int y = 0; y < 4; ++y) {
+        std::memset(dst + (4 * by + y) * stride + 4 * bx, value, 4);
+      }
+    }
+  }
+}
+
 } // namespace
 
 bool CmSliceDecoder::IsAvailable(const SmMacroblockInfo* info) const {
@@ -424,9 +456,16 @@ void CmSliceDecoder::ReconstructIntra(uint32_t address, int intra16x16Mode, int 
   const auto usable = [this](const SmMacroblockInfo* info) {
     return info != nullptr && (IsIntra(info->kind) || !m_Pps->constrainedIntraPred);
   };
-  // Beside a pair of the other kind, the left samples come from both of
-  // its macroblocks.
-  const bool a = usable(n.left) && (!m_Mbaff || usable(Locate(address, -1, 15, 16, 16).mb));
+  // Beside a pair of the other kind, the left samples of a block may come
+  // from both macroblocks of that pair, which constrained intra prediction
+  // may find of different kinds: a block has its left samples when all are
+  // usable, and its top left one when the left samples of the block above
+  // are. lines: of 16 for luma, of 8 for chroma.
+  const auto left = [&](int first, int last, int lines) {
+    return usable(Locate(address, -1, first, lines, lines).mb) &&
+           usable(Locate(address, -1, last, lines, lines).mb);
+  };
+  const bool a = left(0, 15, 16);
   const bool b = usable(n.top), c = usable(n.topRight), d = usable(n.topLeft);
   const ptrdiff_t stride = GetMbStride(0);
   uint8_t* luma = GetSamples(address, 0);
@@ -436,9 +475,10 @@ void CmSliceDecoder::ReconstructIntra(uint32_t address, int intra16x16Mode, int 
     for (int blk = 0; blk < 16; ++blk) {
       const int x = BlockX[blk], y = BlockY[blk];
       SmIntraNeighbours edge{};
-      edge.hasLeft = x > 0 || a;
+      edge.hasLeft = x > 0 || left(4 * y, 4 * y + 3, 16);
       edge.hasTop = y > 0 || b;
-      edge.hasCorner = x > 0 && y > 0 ? true : (y > 0 ? a : (x > 0 ? b : d));
+      edge.hasCorner =
+          x > 0 && y > 0 ? true : (y > 0 ? left(4 * y - 4, 4 * y - 1, 16) : (x > 0 ? b : d));
       edge.hasTopRight =
           y == 0 ? (x < 3 ? b : c) : (x < 3 && BlockIndex[x + 1 + 4 * (y - 1)] < blk);
       uint8_t* dst = luma + 4 * y * stride + 4 * x;
@@ -451,9 +491,9 @@ void CmSliceDecoder::ReconstructIntra(uint32_t address, int intra16x16Mode, int 
     for (int b8 = 0; b8 < 4; ++b8) {
       const int x = 2 * (b8 % 2), y = 2 * (b8 / 2);
       SmIntraNeighbours edge{};
-      edge.hasLeft = x > 0 || a;
+      edge.hasLeft = x > 0 || left(4 * y, 4 * y + 7, 16);
       edge.hasTop = y > 0 || b;
-      edge.hasCorner = b8 == 3 ? true : (b8 == 2 ? a : (b8 == 1 ? b : d));
+      edge.hasCorner = b8 == 3 ? true : (b8 == 2 ? left(0, 7, 16) : (b8 == 1 ? b : d));
       edge.hasTopRight = b8 == 0 ? b : (b8 == 1 ? c : b8 == 2);
       uint8_t* dst = luma + 4 * y * stride + 4 * x;
       NmPrimitives::H264PredictIntra8x8(dst, stride, mb.intraModes[x + 4 * y], edge);
@@ -495,7 +535,13 @@ void CmSliceDecoder::ReconstructIntra(uint32_t address, int intra16x16Mode, int 
   if (m_Sps->GetChromaArrayType() != 1) {
     return;
   }
+  const bool upperLeft = left(0, 3, 8), lowerLeft = left(4, 7, 8);
   for (int plane = 1; plane < 3; ++plane) {
+    if (chromaMode == 0 && upperLeft != lowerLeft) {
+      PredictChromaDcByHalves(GetSamples(address, plane), GetMbStride(plane), upperLeft, lowerLeft,
+                              b);
+      continue;
+    }
     NmPrimitives::H264PredictIntraChroma8x8(GetSamples(address, plane), GetMbStride(plane),
                                             chromaMode, SmIntraNeighbours{a, b, false, d});
   }
