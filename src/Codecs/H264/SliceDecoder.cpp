@@ -631,6 +631,15 @@ CmSliceDecoder::SmResult CmSliceDecoder::Decode(CmBitReader& reader, const SmSli
   m_Picture = &picture;
   m_Mbaff = picture.IsMbaff();
   m_MbField = false;
+  // Field macroblocks predict from the fields of the frames in the lists.
+  for (int list = 0; m_Mbaff && list < (b ? 2 : (p ? 1 : 0)); ++list) {
+    for (const CmPicture* reference : lists[list].pictures) {
+      if (reference != nullptr &&
+          (reference->FindField(0) == nullptr || reference->FindField(1) == nullptr)) {
+        return Damaged;
+      }
+    }
+  }
   SelectScans();
   m_Slice = sliceNumber;
   m_Lists = lists;
