@@ -665,9 +665,6 @@ CmSliceDecoder::SmResult CmSliceDecoder::Decode(CmBitReader& reader, const SmSli
   // In a frame of macroblock pairs, mbAddr counts pair by pair; address is
   // always the raster record.
   uint32_t mbAddr = header.firstMbInSlice * (m_Mbaff ? 2 : 1);
-  // The bottom macroblock of a pair carries the pair's field flag where the
-  // top one was skipped; it was then read already, for the skipped top.
-  bool fieldFlagRead = false;
   for (;;) {
     if (p || b) {
       const uint32_t skipRun = reader.ReadUE();
@@ -683,8 +680,8 @@ CmSliceDecoder::SmResult CmSliceDecoder::Decode(CmBitReader& reader, const SmSli
         if (m_Mbaff && mbAddr % 2 == 0) {
           // A skipped top takes the flag its coded bottom carries, which
           // follows the run at once; a pair skipped whole infers it.
-          fieldFlagRead = i + 1 == skipRun && reader.HasMoreData();
-          m_MbField = fieldFlagRead ? reader.ReadFlag() : InferMbField(address);
+          const bool bottomCoded = i + 1 == skipRun && reader.HasMoreData();
+          m_MbField = bottomCoded ? reader.ReadFlag() : InferMbField(address);
           SelectScans();
         }
         if (p) {
@@ -709,7 +706,6 @@ CmSliceDecoder::SmResult CmSliceDecoder::Decode(CmBitReader& reader, const SmSli
       if (mbAddr % 2 == 0) {
         m_MbField = reader.ReadFlag();
       }
-      fieldFlagRead = false;
       SelectScans();
     }
     const uint32_t mbType = reader.ReadUE();
