@@ -220,3 +220,81 @@ TEST(H264Mbaff, DecodingFromEachIdrGivesTheSamePictures) {
     }
   }
 }
+
+// A P picture whose middle slice breaks off: the macroblocks it decoded
+// before the break are its own, and the rest, the one it broke in included,
+// come whole from the picture before, in the order of pairs, top before
+// bottom. Cuts at several places make some break in a top macroblock.
+TEST(H264Mbaff, ASliceBrokenInAPairLeavesNoMacroblockHalfDecoded) {
+  if (!HaveTools()) {
+    GTEST_SKIP() << "ffmpeg is not installed";
+  }
+  CmTempDirectory directory;
+  const std::string stream = directory / "clip.264";
+  // Frame pairs throughout (x264 finds the plain pattern's lines alike),
+  // one row of pairs per slice, without the loop filter so that
+  // macroblocks keep their own samples.
+  ASSERT_TRUE(NmTestSupport::Run(
+      "ffmpeg -y -v error -f lavfi -i testsrc2=size=64x96:rate=25 -frames:v 6 -pix_fmt yuv420p "
+      "-c:v libx264 -x264-params 'interlaced=1:cabac=0:bframes=0:slices=3:no-deblock=1:ref=1' "
+      "-f h264 '" +
+      stream + "'"));
+  const std::vector<uint8_t> bytes = NmTestSupport::ReadBytes(stream);
+  const SmDecoded whole = Decode(bytes);
+  ASSERT_EQ(whole.pictures.size(), 6u);
+  std::vector<std::vector<uint8_t>> units;
+  size_t position = 0;
+  SmNalUnit unit;
+  while (NextAnnexBUnit(bytes.data(), bytes.size(), position, true, unit)) {
+    units.emplace_back(unit.data, unit.data + unit.size);
+  }
+  // The middle slice of picture 3.
+  size_t slices = 0, middle = 0;
+  for (size_t u = 0; u < units.size(); ++u) {
+    const int type = units[u][0] & 0x1F;
+    if ((type == 1 || type == 5) && slices++ == 3 * 3 + 1) {
+      middle = u;
+    }
+  }
+  ASSERT_NE(middle, 0u);
+  constexpr size_t Width = 64;
+  // Which picture each 16x16 block of the middle row of pairs equals, in
+  // the order of pairs: '3' its own, '2' the one before, '=' both (a still
+  // part), '?' neither.
+  const auto sources = [&](const std::vector<uint8_t>& ours) {
+    std::string found;
+    for (size_t pairX = 0; pairX < Width / 16; ++pairX) {
+      for (size_t half = 0; half < 2; ++half) {
+        std::string from;
+        for (const size_t p : {size_t{3}, size_t{2}}) {
+          bool same = true;
+          for (size_t y = 32 + 16 * half; y < 48 + 16 * half && same; ++y) {
+            const size_t at = y * Width + pairX * 16;
+            same = std::equal(ours.begin() + static_cast<std::ptrdiff_t>(at),
+                              ours.begin() + static_cast<std::ptrdiff_t>(at + 16),
+                              whole.pictures[p].begin() + static_cast<std::ptrdiff_t>(at));
+          }
+          from += same ? std::string(1, static_cast<char>('0' + p)) : "";
+        }
+        found += from.empty() ? '?' : (from.size() == 2 ? '=' : from[0]);
+      }
+    }
+    return found;
+  };
+  for (const size_t percent : {20, 35, 50, 65, 80}) {
+    SCOPED_TRACE("cut at " + std::to_string(percent) + "%");
+    std::vector<uint8_t> damaged;
+    for (size_t u = 0; u < units.size(); ++u) {
+      const size_t size = u == middle ? units[u].size() * percent / 100 : units[u].size();
+      damaged.insert(damaged.end(), {0, 0, 1});
+      damaged.insert(damaged.end(), units[u].begin(),
+                     units[u].begin() + static_cast<std::ptrdiff_t>(size));
+    }
+    const SmDecoded ours = Decode(damaged);
+    ASSERT_EQ(ours.pictures.size(), 6u);
+    const std::string found = sources(ours.pictures[3]);
+    EXPECT_EQ(found.find('?'), std::string::npos) << found;
+    EXPECT_NE(found.find('2'), std::string::npos) << found;
+    EXPECT_EQ(found.find('3', found.find('2')), std::string::npos) << found;
+  }
+}
