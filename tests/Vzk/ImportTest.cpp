@@ -227,6 +227,47 @@ TEST(VzkImport, InterlacedH264ComesOutWovenWithTheDeinterlacerOff) {
   }
 }
 
+// x264's frames of field and frame macroblock pairs through "video_decoder"
+// with its deinterlacer off come out woven: ffmpeg's luma to the bit. (The
+// recording says the clip is interlaced, and interleaved 4:2:0 chroma
+// leaves as 4:2:2 made field by field.)
+TEST(VzkImport, MacroblockPairFramesComeOutWovenWithTheDeinterlacerOff) {
+  CmScratch scratch;
+  const std::string clip = scratch.Path("clip.mp4");
+  // Odd lines inverted in moving blocks: field pairs there, frame pairs
+  // elsewhere.
+  Ffmpeg("-f lavfi -i testsrc2=size=64x48:rate=25 -frames:v 6 -vf \"geq=lum='if(eq(mod(trunc(X/"
+         "16)+trunc(Y/32)+N\\,3)\\,0)*mod(Y\\,2)\\,255-lum(X\\,Y)\\,lum(X\\,Y))':cb='cb(X,"
+         "Y)':cr='cr(X,Y)',setfield=bff\" -pix_fmt yuv420p -c:v libx264 -x264-params "
+         "interlaced=1:bff=1:cabac=0:bframes=2",
+         clip);
+  const size_t lumaSize = 64 * 48, frameSize = lumaSize * 3 / 2, wovenSize = lumaSize * 2;
+  const std::vector<uint8_t> reference =
+      Ffmpeg("-i '" + clip + "' -f rawvideo -pix_fmt yuv420p", scratch.Path("reference.yuv"));
+  ASSERT_EQ(reference.size(), 6 * frameSize);
+  const std::string recording = scratch.Path("clip.gbd");
+  ASSERT_EQ(RunVzk({"import", clip, recording}).status, 0);
+  const std::string tree = scratch.Write(
+      "decode.xml",
+      "<?xml version='1.0' encoding='UTF-8'?><toolkit type='source'><provider>vzk</provider>"
+      "<config><video_decoder deinterlacing_filter='none'><toolkit type='source'>"
+      "<provider>recording</provider><config><recording file='" +
+          recording + "'/></config></toolkit></video_decoder></config></toolkit>");
+  const SmResult run = RunVzk({"run", tree, "--format", "y4m", "--out", scratch.Path("out")});
+  ASSERT_EQ(run.status, 0) << run.err;
+  const std::string y4m = ReadText(scratch.Path("out/out.y4m"));
+  const size_t header = y4m.find('\n') + 1;
+  EXPECT_NE(y4m.substr(0, header).find(" C422"), std::string::npos) << y4m.substr(0, header);
+  ASSERT_EQ(y4m.size(), header + 6 * (6 + wovenSize));
+  for (size_t f = 0; f < 6; ++f) {
+    const auto begin = y4m.begin() + static_cast<std::ptrdiff_t>(header + f * (6 + wovenSize) + 6);
+    EXPECT_TRUE(std::equal(begin, begin + static_cast<std::ptrdiff_t>(lumaSize),
+                           reference.begin() + static_cast<std::ptrdiff_t>(f * frameSize),
+                           [](char a, uint8_t b) { return static_cast<uint8_t>(a) == b; }))
+        << "picture " << f;
+  }
+}
+
 // H.264 of an odd size, cropped, imported and decoded through
 // "video_decoder" gives ffmpeg's pictures to the bit, and stepping forwards
 // and backwards and jumping about lands each time on ffmpeg's picture of that

@@ -166,7 +166,7 @@ uint32_t CmSliceDecoder::ReadSubMbType(CmBitReader& reader) {
 }
 
 uint32_t CmSliceDecoder::ReadRefIdx(CmBitReader& reader, int list, int x, int y) {
-  const uint32_t references = m_Header->numRefIdxActive[list];
+  const uint32_t references = GetActiveReferences(list);
   if (references <= 1) {
     return 0;
   }

@@ -151,9 +151,285 @@ bool HasUniformMotion(const SmMacroblockInfo& mb) {
   return true;
 }
 
+// Frames of macroblock pairs filter line by line: beside a pair of the
+// other kind, the neighbour, its quantiser and the strength change from one
+// line to the next.
+
+int Clip1(int value) {
+  return std::clamp(value, 0, 255);
+}
+
+// One line of samples across an edge: q points at q0, and p_i lies
+// (i + 1) steps before it, q_i i steps after.
+void FilterLumaLine(uint8_t* q, ptrdiff_t step, int strength, const SmEdgeParameters& e) {
+  const int p0 = q[-step], p1 = q[-2 * step], p2 = q[-3 * step];
+  const int q0 = q[0], q1 = q[step], q2 = q[2 * step];
+  if (std::abs(p0 - q0) >= e.alpha || std::abs(p1 - p0) >= e.beta || std::abs(q1 - q0) >= e.beta) {
+    return;
+  }
+  const bool ap = std::abs(p2 - p0) < e.beta, aq = std::abs(q2 - q0) < e.beta;
+  if (strength < 4) {
+    const int tc0 = Tc0[e.indexA][strength - 1];
+    const int tc = tc0 + (ap ? 1 : 0) + (aq ? 1 : 0);
+    const int delta = std::clamp(((q0 - p0) * 4 + (p1 - q1) + 4) >> 3, -tc, tc);
+    q[-step] = static_cast<uint8_t>(Clip1(p0 + delta));
+    q[0] = static_cast<uint8_t>(Clip1(q0 - delta));
+    if (ap) {
+      q[-2 * step] = static_cast<uint8_t>(
+          p1 + std::clamp((p2 + ((p0 + q0 + 1) >> 1) - (p1 << 1)) >> 1, -tc0, tc0));
+    }
+    if (aq) {
+      q[step] = static_cast<uint8_t>(
+          q1 + std::clamp((q2 + ((p0 + q0 + 1) >> 1) - (q1 << 1)) >> 1, -tc0, tc0));
+    }
+    return;
+  }
+  const int p3 = q[-4 * step], q3 = q[3 * step];
+  const bool close = std::abs(p0 - q0) < ((e.alpha >> 2) + 2);
+  if (ap && close) {
+    q[-step] = static_cast<uint8_t>((p2 + 2 * p1 + 2 * p0 + 2 * q0 + q1 + 4) >> 3);
+    q[-2 * step] = static_cast<uint8_t>((p2 + p1 + p0 + q0 + 2) >> 2);
+    q[-3 * step] = static_cast<uint8_t>((2 * p3 + 3 * p2 + p1 + p0 + q0 + 4) >> 3);
+  } else {
+    q[-step] = static_cast<uint8_t>((2 * p1 + p0 + q1 + 2) >> 2);
+  }
+  if (aq && close) {
+    q[0] = static_cast<uint8_t>((p1 + 2 * p0 + 2 * q0 + 2 * q1 + q2 + 4) >> 3);
+    q[step] = static_cast<uint8_t>((p0 + q0 + q1 + q2 + 2) >> 2);
+    q[2 * step] = static_cast<uint8_t>((2 * q3 + 3 * q2 + q1 + q0 + p0 + 4) >> 3);
+  } else {
+    q[0] = static_cast<uint8_t>((2 * q1 + q0 + p1 + 2) >> 2);
+  }
+}
+
+void FilterChromaLine(uint8_t* q, ptrdiff_t step, int strength, const SmEdgeParameters& e) {
+  const int p0 = q[-step], p1 = q[-2 * step], q0 = q[0], q1 = q[step];
+  if (std::abs(p0 - q0) >= e.alpha || std::abs(p1 - p0) >= e.beta || std::abs(q1 - q0) >= e.beta) {
+    return;
+  }
+  if (strength < 4) {
+    const int tc = Tc0[e.indexA][strength - 1] + 1;
+    const int delta = std::clamp(((q0 - p0) * 4 + (p1 - q1) + 4) >> 3, -tc, tc);
+    q[-step] = static_cast<uint8_t>(Clip1(p0 + delta));
+    q[0] = static_cast<uint8_t>(Clip1(q0 - delta));
+    return;
+  }
+  q[-step] = static_cast<uint8_t>((2 * p1 + p0 + q1 + 2) >> 2);
+  q[0] = static_cast<uint8_t>((2 * q1 + q0 + p1 + 2) >> 2);
+}
+
+// Strength between blocks of a frame of macroblock pairs. An edge between
+// a field and a frame macroblock (mixed) is an edge of motion whatever the
+// vectors; an intra macroblock edge is strongest only where the lines on
+// both sides are neighbours, which across a horizontal edge holds between
+// frame macroblocks alone.
+int GetPairStrength(const SmMacroblockInfo& mbP, int px, int py, const SmMacroblockInfo& mbQ,
+                    int qx, int qy, bool macroblockEdge, bool verticalEdge) {
+  const bool mixed = mbP.field != mbQ.field;
+  if (IsIntra(mbP.kind) || IsIntra(mbQ.kind)) {
+    return macroblockEdge && (verticalEdge || (!mbP.field && !mbQ.field)) ? 4 : 3;
+  }
+  if (HasCoefficients(mbP, px, py) || HasCoefficients(mbQ, qx, qy)) {
+    return 2;
+  }
+  if (mixed) {
+    return 1;
+  }
+  return GetMotionStrength(mbP, px, py, mbQ, qx, qy, mbQ.field ? 2 : 4);
+}
+
+int QpOf(const SmMacroblockInfo& m) {
+  return m.kind == MbIPcm ? 0 : int{m.qp};
+}
+
+class CmPairDeblocker {
+public:
+  CmPairDeblocker(CmPicture& picture, const std::vector<SmSliceFilterParameters>& slices)
+      : m_Picture(picture), m_Slices(slices), m_Width(picture.GetWidthInMbs()),
+        m_Mbs(picture.GetMacroblocks()), m_Planes(picture.IsMonochrome() ? 1 : 3) {}
+
+  void Run() {
+    const uint32_t pairs = m_Width * (m_Picture.GetHeightInMbs() / 2);
+    for (uint32_t pair = 0; pair < pairs; ++pair) {
+      for (uint32_t bottom = 0; bottom < 2; ++bottom) {
+        const uint32_t mbx = pair % m_Width, mby = 2 * (pair / m_Width) + bottom;
+        Filter(mbx, mby);
+      }
+    }
+  }
+
+private:
+  // A horizontal macroblock edge as filtered: the macroblock above, which
+  // frame line of the current macroblock holds q0, and how many frame lines
+  // lie between the lines of the edge.
+  struct SmPass {
+    const SmMacroblockInfo* p;
+    int firstLine;
+    int lineStep;
+  };
+
+  uint8_t* Origin(uint32_t mbx, uint32_t mby, bool field, int plane) const {
+    const int size = plane == 0 ? 16 : 8;
+    const ptrdiff_t line = field ? (mby & ~1u) * size + (mby & 1u) : mby * size;
+    return m_Picture.GetPlane(plane) + line * m_Picture.GetStride(plane) + mbx * size;
+  }
+
+  SmEdgeParameters Parameters(const SmMacroblockInfo& p, const SmMacroblockInfo& q, int plane,
+                              const SmSliceFilterParameters& slice) const {
+    if (plane == 0) {
+      return GetParameters((QpOf(p) + QpOf(q) + 1) >> 1, slice);
+    }
+    const int offset = slice.chromaQpOffset[plane - 1];
+    const int qpp = ChromaQp(std::clamp(QpOf(p) + offset, 0, 51));
+    const int qpq = ChromaQp(std::clamp(QpOf(q) + offset, 0, 51));
+    return GetParameters((qpp + qpq + 1) >> 1, slice);
+  }
+
+  void Filter(uint32_t mbx, uint32_t mby) {
+    const uint32_t address = mby * m_Width + mbx;
+    const SmMacroblockInfo& mb = m_Mbs[address];
+    if (mb.slice == 0 || mb.slice >= m_Slices.size()) {
+      return;
+    }
+    const SmSliceFilterParameters& slice = m_Slices[mb.slice];
+    if (slice.disableIdc == 1) {
+      return;
+    }
+    const bool top = mby % 2 == 0;
+    const uint32_t pairTop = address - (top ? 0 : m_Width);
+    int strengths[16];
+    // Left edge, line by line.
+    if (mbx > 0 && (slice.disableIdc != 2 || m_Mbs[pairTop - 1].slice == mb.slice)) {
+      const SmMacroblockInfo* left = m_Mbs + pairTop - 1;
+      for (int k = 0; k < 16; ++k) {
+        bool bottom = false;
+        int yM = 0;
+        LocateLeftInPair(mb.field, top, left->field, k, 16, bottom, yM);
+        const SmMacroblockInfo& p = left[bottom ? m_Width : 0];
+        strengths[k] = GetPairStrength(p, 3, yM / 4, mb, 0, k / 4, true, true);
+      }
+      for (int plane = 0; plane < m_Planes; ++plane) {
+        const int lines = plane == 0 ? 16 : 8;
+        const ptrdiff_t stride = m_Picture.GetStride(plane) * (mb.field ? 2 : 1);
+        uint8_t* origin = Origin(mbx, mby, mb.field, plane);
+        for (int k = 0; k < lines; ++k) {
+          // A frame macroblock's chroma line beside a field pair takes the
+          // strength of a luma line whose neighbour lies in the same field
+          // as the chroma line's.
+          const int lumaLine = plane == 0 ? k : 2 * k + (!mb.field && left->field ? k % 2 : 0);
+          const int strength = strengths[lumaLine];
+          if (strength == 0) {
+            continue;
+          }
+          bool bottom = false;
+          int yM = 0;
+          LocateLeftInPair(mb.field, top, left->field, k, lines, bottom, yM);
+          const SmMacroblockInfo& p = left[bottom ? m_Width : 0];
+          FilterLine(plane, origin + k * stride, 1, strength, Parameters(p, mb, plane, slice));
+        }
+      }
+    }
+    // Inner vertical edges.
+    for (int edge = 1; edge < 4; ++edge) {
+      for (int k = 0; k < 16; ++k) {
+        strengths[k] = GetPairStrength(mb, edge - 1, k / 4, mb, edge, k / 4, false, true);
+      }
+      FilterInnerEdge(mbx, mby, mb, slice, edge, true, strengths);
+    }
+    // Top edge: one pass, or, for a frame macroblock below a field pair,
+    // one per field of the pair above.
+    SmPass passes[2];
+    int count = 0;
+    const uint32_t pairRow = mby / 2;
+    if (!top && !mb.field) {
+      passes[count++] = {m_Mbs + address - m_Width, 0, 1};
+    } else if (pairRow > 0) {
+      const SmMacroblockInfo* aboveTop = m_Mbs + pairTop - 2 * m_Width;
+      const SmMacroblockInfo* aboveBottom = aboveTop + m_Width;
+      if (slice.disableIdc != 2 || aboveTop->slice == mb.slice) {
+        if (!mb.field && aboveTop->field) {
+          passes[count++] = {aboveTop, 0, 2};
+          passes[count++] = {aboveBottom, 1, 2};
+        } else if (!mb.field) {
+          passes[count++] = {aboveBottom, 0, 1};
+        } else {
+          passes[count++] = {top && aboveTop->field ? aboveTop : aboveBottom, 0, 2};
+        }
+      }
+    }
+    for (int n = 0; n < count; ++n) {
+      const SmPass& pass = passes[n];
+      for (int k = 0; k < 16; ++k) {
+        strengths[k] = GetPairStrength(*pass.p, k / 4, 3, mb, k / 4, 0, true, false);
+      }
+      for (int plane = 0; plane < m_Planes; ++plane) {
+        const int samples = plane == 0 ? 16 : 8;
+        const ptrdiff_t stride = m_Picture.GetStride(plane);
+        uint8_t* q = Origin(mbx, mby, mb.field, plane) + pass.firstLine * stride;
+        const SmEdgeParameters e = Parameters(*pass.p, mb, plane, slice);
+        for (int k = 0; k < samples; ++k) {
+          const int strength = strengths[plane == 0 ? k : 2 * k];
+          if (strength != 0) {
+            FilterLine(plane, q + k, pass.lineStep * stride, strength, e);
+          }
+        }
+      }
+    }
+    // Inner horizontal edges.
+    for (int edge = 1; edge < 4; ++edge) {
+      for (int k = 0; k < 16; ++k) {
+        strengths[k] = GetPairStrength(mb, k / 4, edge - 1, mb, k / 4, edge, false, false);
+      }
+      FilterInnerEdge(mbx, mby, mb, slice, edge, false, strengths);
+    }
+  }
+
+  void FilterInnerEdge(uint32_t mbx, uint32_t mby, const SmMacroblockInfo& mb,
+                       const SmSliceFilterParameters& slice, int edge, bool vertical,
+                       const int* strengths) {
+    for (int plane = 0; plane < m_Planes; ++plane) {
+      // The 8x8 transform leaves no luma edges inside its blocks; 4:2:0
+      // chroma has one inner edge, on luma edge 2.
+      if (plane == 0 ? (mb.transform8x8 && edge % 2 == 1) : edge != 2) {
+        continue;
+      }
+      const int samples = plane == 0 ? 16 : 8;
+      const ptrdiff_t stride = m_Picture.GetStride(plane) * (mb.field ? 2 : 1);
+      const int offset = plane == 0 ? 4 * edge : 4;
+      uint8_t* q = Origin(mbx, mby, mb.field, plane) + (vertical ? offset : offset * stride);
+      const SmEdgeParameters e = Parameters(mb, mb, plane, slice);
+      for (int k = 0; k < samples; ++k) {
+        const int strength = strengths[plane == 0 ? k : 2 * k];
+        if (strength != 0) {
+          FilterLine(plane, vertical ? q + k * stride : q + k, vertical ? 1 : stride, strength, e);
+        }
+      }
+    }
+  }
+
+  static void FilterLine(int plane, uint8_t* q, ptrdiff_t step, int strength,
+                         const SmEdgeParameters& e) {
+    if (plane == 0) {
+      FilterLumaLine(q, step, strength, e);
+    } else {
+      FilterChromaLine(q, step, strength, e);
+    }
+  }
+
+  CmPicture& m_Picture;
+  const std::vector<SmSliceFilterParameters>& m_Slices;
+  const uint32_t m_Width;
+  const SmMacroblockInfo* m_Mbs;
+  const int m_Planes;
+};
+
 } // namespace
 
 void DeblockPicture(CmPicture& picture, const std::vector<SmSliceFilterParameters>& slices) {
+  if (picture.IsMbaff()) {
+    CmPairDeblocker(picture, slices).Run();
+    return;
+  }
   const uint32_t width = picture.GetWidthInMbs();
   const uint32_t height = picture.GetHeightInMbs();
   const SmMacroblockInfo* mbs = picture.GetMacroblocks();

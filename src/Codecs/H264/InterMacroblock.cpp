@@ -62,7 +62,7 @@ int PocDistance(int32_t a, int32_t b) {
 } // namespace
 
 bool CmSliceDecoder::GetNeighbourMotion(uint32_t address, int list, int x, int y, int& refIdx,
-                                        int16_t* mv) const {
+                                        int16_t* mv, bool above) const {
   const uint32_t width = m_Picture->GetWidthInMbs();
   const SmMacroblockInfo* mbs = m_Picture->GetMacroblocks();
   const SmMacroblockInfo* info = nullptr;
@@ -72,6 +72,17 @@ bool CmSliceDecoder::GetNeighbourMotion(uint32_t address, int list, int x, int y
       return false; // later in decoding order
     }
     info = mbs + address;
+  } else if (m_Mbaff) {
+    // A neighbour above a partition is the one holding the line just above
+    // it, which beside a pair of the other kind may lie in the other
+    // macroblock than the block row's first line.
+    const SmLocation at = Locate(address, 4 * x, 4 * y + (above ? 3 : 0), 16, 16);
+    if (at.mb == nullptr) {
+      return false;
+    }
+    info = at.mb;
+    bx = at.x / 4;
+    by = at.y / 4;
   } else {
     const int64_t mbx = static_cast<int64_t>(address % width) + (x < 0 ? -1 : (x >= 4 ? 1 : 0));
     const int64_t mby = static_cast<int64_t>(address / width) + (y < 0 ? -1 : 0);
@@ -92,6 +103,18 @@ bool CmSliceDecoder::GetNeighbourMotion(uint32_t address, int list, int x, int y
   } else {
     mv[0] = info->mv[list][bx + 4 * by][0];
     mv[1] = info->mv[list][bx + 4 * by][1];
+    // A neighbour of the other kind counts its lines and references the
+    // other way: a field's index names half a frame entry, and its vertical
+    // vector spans half as many frame lines.
+    if (info->field != m_MbField && m_Mbaff) {
+      if (m_MbField) {
+        mv[1] = static_cast<int16_t>(mv[1] / 2);
+        refIdx *= 2;
+      } else {
+        mv[1] = static_cast<int16_t>(mv[1] * 2);
+        refIdx >>= 1;
+      }
+    }
   }
   return true;
 }
@@ -102,10 +125,10 @@ void CmSliceDecoder::PredictMotionVector(uint32_t address, int list, int x, int 
   int refA = -1, refB = -1, refC = -1;
   int16_t mvA[2] = {}, mvB[2] = {}, mvC[2] = {};
   const bool hasA = GetNeighbourMotion(address, list, x - 1, y, refA, mvA);
-  const bool hasB = GetNeighbourMotion(address, list, x, y - 1, refB, mvB);
-  bool hasC = GetNeighbourMotion(address, list, x + width, y - 1, refC, mvC);
+  const bool hasB = GetNeighbourMotion(address, list, x, y - 1, refB, mvB, true);
+  bool hasC = GetNeighbourMotion(address, list, x + width, y - 1, refC, mvC, true);
   if (!hasC) {
-    hasC = GetNeighbourMotion(address, list, x - 1, y - 1, refC, mvC);
+    hasC = GetNeighbourMotion(address, list, x - 1, y - 1, refC, mvC, true);
   }
   if (shape == Shape16x8) {
     if (y == 0 && refB == refIdx) {
@@ -150,7 +173,7 @@ void CmSliceDecoder::SetMotion(uint32_t address, int list, int x, int y, int wid
       mb.mv[list][i + 4 * j][1] = refIdx >= 0 ? mv[1] : int16_t{0};
       mb.refIdx[list][(i / 2) + 2 * (j / 2)] = static_cast<int8_t>(refIdx);
       mb.refPicture[list][(i / 2) + 2 * (j / 2)] =
-          refIdx >= 0 ? m_Lists[list].pictures[static_cast<size_t>(refIdx)]->GetId() : 0;
+          refIdx >= 0 ? GetReference(list, refIdx)->GetId() : 0;
     }
   }
 }
@@ -159,6 +182,7 @@ void CmSliceDecoder::StartInterMacroblock(uint32_t address, uint8_t kind) {
   SmMacroblockInfo& mb = m_Picture->GetMacroblocks()[address];
   mb = SmMacroblockInfo();
   mb.slice = m_Slice;
+  mb.field = m_MbField;
   mb.kind = kind;
   // Skipped macroblocks keep the quantiser; coded ones set it with their
   // residual.
@@ -182,7 +206,7 @@ void CmSliceDecoder::DecodeSkippedMacroblock(uint32_t address) {
   int refA = -1, refB = -1;
   int16_t mvA[2] = {}, mvB[2] = {};
   const bool hasA = GetNeighbourMotion(address, 0, -1, 0, refA, mvA);
-  const bool hasB = GetNeighbourMotion(address, 0, 0, -1, refB, mvB);
+  const bool hasB = GetNeighbourMotion(address, 0, 0, -1, refB, mvB, true);
   int16_t mv[2] = {0, 0};
   if (hasA && hasB && !(refA == 0 && mvA[0] == 0 && mvA[1] == 0) &&
       !(refB == 0 && mvB[0] == 0 && mvB[1] == 0)) {
@@ -209,26 +233,66 @@ bool CmSliceDecoder::PredictDirect(uint32_t address, unsigned mask) {
   }
   const CmPicture& list1First = *list1.pictures[0];
   // Where the co-located motion lies (8.4.1.2.1): in the first picture of
-  // list 1 when it was coded the way the current one is; for a field whose
-  // reference was decoded as a frame, in that frame, whose vectors count
-  // frame lines; for a frame whose reference was decoded as two fields, in
-  // the field nearer in order, whose vectors count field lines.
+  // list 1 when it was coded the way the current macroblock is; for field
+  // lines whose reference was decoded as frame lines, in the frame
+  // macroblocks that cover them, whose vectors count frame lines; for frame
+  // lines whose reference was decoded as fields, in the field nearer in
+  // order, whose vectors count field lines. In a frame of macroblock pairs
+  // that holds for each pair by the kinds of the two pairs.
   enum { OneToOne, FrameToField, FieldToFrame } vertical = OneToOne;
   const CmPicture* colPicture = &list1First;
   const uint32_t width = m_Picture->GetWidthInMbs();
-  if (m_Picture->GetParity() >= 0 && !list1First.IsFieldDecoded()) {
-    vertical = FrameToField;
-    colPicture = list1First.GetFrame();
-  } else if (m_Picture->GetParity() < 0 && list1First.IsFieldDecoded()) {
-    vertical = FieldToFrame;
-    const CmPicture* top = list1First.FindField(0);
-    const CmPicture* bottom = list1First.FindField(1);
+  const uint32_t row = address / width, mbx = address % width;
+  // The co-located macroblock (one to one, field to frame) or the top of
+  // the co-located frame pair (frame to field), and for field to frame
+  // which half of the field macroblock the current one covers.
+  uint32_t colBase = address;
+  int colHalf = 0;
+  const auto nearerField = [&](const CmPicture& frame) -> int {
+    const CmPicture* top = frame.FindField(0);
+    const CmPicture* bottom = frame.FindField(1);
     if (top == nullptr || bottom == nullptr) {
-      return false;
+      return -1;
     }
     const int32_t current = m_Picture->GetPoc();
-    colPicture =
-        std::abs(top->GetPoc() - current) < std::abs(bottom->GetPoc() - current) ? top : bottom;
+    return std::abs(top->GetPoc() - current) < std::abs(bottom->GetPoc() - current) ? 0 : 1;
+  };
+  if (m_Picture->GetParity() >= 0 && !list1First.IsFieldDecoded()) {
+    colPicture = list1First.GetFrame();
+    if (colPicture == nullptr) {
+      return false;
+    }
+    colBase = 2 * width * row + mbx;
+    vertical = FrameToField;
+    if (colPicture->IsMbaff() && colBase < width * colPicture->GetHeightInMbs() &&
+        colPicture->GetMacroblocks()[colBase].field) {
+      vertical = OneToOne;
+      colBase += static_cast<uint32_t>(m_Picture->GetParity()) * width;
+    }
+  } else if (m_Picture->GetParity() < 0 && list1First.IsFieldDecoded()) {
+    const int parity = m_MbField ? GetCurrentParity() : nearerField(list1First);
+    if (parity < 0) {
+      return false;
+    }
+    colPicture = list1First.FindField(parity);
+    colBase = width * (row / 2) + mbx;
+    colHalf = static_cast<int>(row % 2);
+    vertical = m_MbField ? OneToOne : FieldToFrame;
+  } else if (m_Mbaff) {
+    const uint32_t pairTop = 2 * width * (row / 2) + mbx;
+    const bool colField = list1First.IsMbaff() && list1First.GetMacroblocks()[pairTop].field;
+    if (m_MbField && !colField) {
+      vertical = FrameToField;
+      colBase = pairTop;
+    } else if (!m_MbField && colField) {
+      const int parity = nearerField(list1First);
+      if (parity < 0) {
+        return false;
+      }
+      vertical = FieldToFrame;
+      colBase = pairTop + static_cast<uint32_t>(parity) * width;
+      colHalf = static_cast<int>(row % 2);
+    }
   }
   if (colPicture == nullptr || colPicture->GetWidthInMbs() != width) {
     return false;
@@ -242,14 +306,13 @@ bool CmSliceDecoder::PredictDirect(uint32_t address, unsigned mask) {
   const auto locate = [&](int x, int y, int& block) -> const SmMacroblockInfo* {
     const int xCol = inference ? (x / 2) * 3 : x;
     const int yCol = inference ? (y / 2) * 12 : 4 * y; // luma lines
-    uint32_t colAddress = address;
+    uint32_t colAddress = colBase;
     int yM = yCol;
     if (vertical == FrameToField) {
-      colAddress = 2 * width * (address / width) + address % width + width * (yCol / 8);
+      colAddress = colBase + width * static_cast<uint32_t>(yCol / 8);
       yM = (2 * yCol) % 16;
     } else if (vertical == FieldToFrame) {
-      colAddress = width * (address / (2 * width)) + address % width;
-      yM = 8 * ((address / width) % 2) + 4 * (yCol / 8);
+      yM = 8 * colHalf + 4 * (yCol / 8);
     }
     block = xCol + 4 * (yM / 4);
     return colAddress < colCount ? &colPicture->GetMacroblocks()[colAddress] : nullptr;
@@ -304,9 +367,9 @@ bool CmSliceDecoder::PredictDirect(uint32_t address, unsigned mask) {
       int refA = -1, refB = -1, refC = -1;
       int16_t mvA[2], mvB[2], mvC[2];
       GetNeighbourMotion(address, list, -1, 0, refA, mvA);
-      GetNeighbourMotion(address, list, 0, -1, refB, mvB);
-      if (!GetNeighbourMotion(address, list, 4, -1, refC, mvC)) {
-        GetNeighbourMotion(address, list, -1, -1, refC, mvC);
+      GetNeighbourMotion(address, list, 0, -1, refB, mvB, true);
+      if (!GetNeighbourMotion(address, list, 4, -1, refC, mvC, true)) {
+        GetNeighbourMotion(address, list, -1, -1, refC, mvC, true);
       }
       refIdx[list] = MinPositive(refA, MinPositive(refB, refC));
     }
@@ -339,8 +402,14 @@ bool CmSliceDecoder::PredictDirect(uint32_t address, unsigned mask) {
     });
   }
   // Temporal: each block follows the co-located block's motion, scaled by
-  // the distances in picture order.
-  const int32_t currentPoc = m_Picture->GetPoc();
+  // the distances in picture order; a field macroblock's, by those of its
+  // own field and the reference fields.
+  const int32_t currentPoc = GetCurrentPoc();
+  const CmPicture* pic1 = GetReference(1, 0);
+  if (pic1 == nullptr) {
+    return false;
+  }
+  const int shift = m_MbField ? 1 : 0;
   return eachBlock([&](int x, int y, int colRef, const int16_t* colMv, uint32_t colPic) {
     int refIdx0 = 0;
     if (colRef >= 0) {
@@ -349,14 +418,13 @@ bool CmSliceDecoder::PredictDirect(uint32_t address, unsigned mask) {
       // Between frame and field, the field of the same parity of the frame
       // referred to, or the frame of the field referred to.
       refIdx0 = -1;
-      const SmReferenceList& list0 = m_Lists[0];
       const auto names = [&](const CmPicture* candidate) {
         if (candidate == nullptr) {
           return false;
         }
         if (vertical == FrameToField) {
           return candidate->GetFrame() != nullptr && candidate->GetFrame()->GetId() == colPic &&
-                 candidate->GetParity() == m_Picture->GetParity();
+                 candidate->GetParity() == GetCurrentParity();
         }
         if (vertical == FieldToFrame) {
           const CmPicture* top = candidate->FindField(0);
@@ -366,9 +434,10 @@ bool CmSliceDecoder::PredictDirect(uint32_t address, unsigned mask) {
         }
         return candidate->GetId() == colPic;
       };
-      for (size_t k = 0; k < list0.pictures.size(); ++k) {
-        if (names(list0.pictures[k])) {
-          refIdx0 = static_cast<int>(k);
+      const int candidates = static_cast<int>(m_Lists[0].pictures.size()) << shift;
+      for (int k = 0; k < candidates; ++k) {
+        if (names(GetReference(0, k))) {
+          refIdx0 = k;
           break;
         }
       }
@@ -376,11 +445,10 @@ bool CmSliceDecoder::PredictDirect(uint32_t address, unsigned mask) {
         return false;
       }
     }
-    if (m_Lists[0].pictures.empty() ||
-        m_Lists[0].pictures[static_cast<size_t>(refIdx0)] == nullptr) {
+    if (GetReference(0, refIdx0) == nullptr) {
       return false;
     }
-    const CmPicture& pic0 = *m_Lists[0].pictures[static_cast<size_t>(refIdx0)];
+    const CmPicture& pic0 = *GetReference(0, refIdx0);
     // The co-located vector in the current picture's lines.
     const int16_t mvCol[2] = {colMv[0],
                               static_cast<int16_t>(vertical == FrameToField   ? colMv[1] / 2
@@ -389,8 +457,8 @@ bool CmSliceDecoder::PredictDirect(uint32_t address, unsigned mask) {
     colMv = mvCol;
     int16_t mv0[2], mv1[2];
     const int tb = PocDistance(currentPoc, pic0.GetPoc());
-    const int td = PocDistance(list1First.GetPoc(), pic0.GetPoc());
-    if (m_Lists[0].longTerm[static_cast<size_t>(refIdx0)] != 0 || td == 0) {
+    const int td = PocDistance(pic1->GetPoc(), pic0.GetPoc());
+    if (m_Lists[0].longTerm[static_cast<size_t>(refIdx0 >> shift)] != 0 || td == 0) {
       mv0[0] = colMv[0], mv0[1] = colMv[1];
       mv1[0] = mv1[1] = 0;
     } else {
@@ -409,16 +477,15 @@ bool CmSliceDecoder::PredictDirect(uint32_t address, unsigned mask) {
 
 bool CmSliceDecoder::DecodeInterMacroblock(CmBitReader& reader, uint32_t mbType, uint32_t address) {
   StartInterMacroblock(address, MbInter);
-  const uint32_t references = m_Header->numRefIdxActive[0];
-  const SmReferenceList& list = m_Lists[0];
+  const uint32_t references = GetActiveReferences(0);
   // An index beyond the list, or to an entry that no picture fills, is
   // damage.
   SmMacroblockInfo& mb = m_Picture->GetMacroblocks()[address];
   // The index read is kept at once: the contexts of the indices after it
   // look at it.
-  const auto readRef = [this, &reader, references, &list, &mb](int x, int y, int w, int h) -> int {
+  const auto readRef = [this, &reader, references, &mb](int x, int y, int w, int h) -> int {
     const uint32_t value = ReadRefIdx(reader, 0, x, y);
-    if (value >= references || list.pictures[value] == nullptr) {
+    if (value >= references || GetReference(0, static_cast<int>(value)) == nullptr) {
       return -1;
     }
     for (int j = y; j < y + h; j += 2) {
@@ -468,7 +535,7 @@ bool CmSliceDecoder::DecodeInterMacroblock(CmBitReader& reader, uint32_t mbType,
       int& ref = refs[b8];
       // P_8x8ref0 takes reference 0 without saying so.
       ref = mbType == 3 ? readRef(2 * (b8 % 2), 2 * (b8 / 2), 2, 2) : 0;
-      if (ref < 0 || list.pictures[static_cast<size_t>(ref)] == nullptr) {
+      if (ref < 0 || GetReference(0, ref) == nullptr) {
         return false;
       }
     }
@@ -498,9 +565,9 @@ bool CmSliceDecoder::DecodeBMacroblock(CmBitReader& reader, uint32_t mbType, uin
   StartInterMacroblock(address, MbInter);
   SmMacroblockInfo& mb = m_Picture->GetMacroblocks()[address];
   const auto readRef = [this, &reader, &mb](int list, int x, int y, int w, int h) -> int {
-    const uint32_t references = m_Header->numRefIdxActive[list];
+    const uint32_t references = GetActiveReferences(list);
     const uint32_t value = ReadRefIdx(reader, list, x, y);
-    if (value >= references || m_Lists[list].pictures[value] == nullptr) {
+    if (value >= references || GetReference(list, static_cast<int>(value)) == nullptr) {
       return -1;
     }
     for (int j = y; j < y + h; j += 2) {
@@ -651,9 +718,8 @@ bool CmSliceDecoder::ReadInterResidualAndReconstruct(CmBitReader& reader, uint32
     return false;
   }
   PredictInter(address);
-  const uint32_t width = m_Picture->GetWidthInMbs();
-  const ptrdiff_t stride = m_Picture->GetStride(0);
-  uint8_t* luma = m_Picture->GetPlane(0) + (address / width) * 16 * stride + (address % width) * 16;
+  const ptrdiff_t stride = GetMbStride(0);
+  uint8_t* luma = GetSamples(address, 0);
   if (mb.transform8x8) {
     for (int b8 = 0; b8 < 4; ++b8) {
       if ((cbp & (1 << b8)) != 0) {
@@ -685,13 +751,15 @@ void CmSliceDecoder::GetWeights(int refIdx0, int refIdx1, int component, int& w0
     weighted = true;
     logWD = component == 0 ? static_cast<int>(m_Header->lumaLog2WeightDenom)
                            : static_cast<int>(m_Header->chromaLog2WeightDenom);
+    // A field macroblock weighs both fields of a frame entry alike.
+    const int shift = m_MbField ? 1 : 0;
     if (refIdx0 >= 0) {
-      const SmPredictionWeight& w = m_Header->weights[0][static_cast<size_t>(refIdx0)];
+      const SmPredictionWeight& w = m_Header->weights[0][static_cast<size_t>(refIdx0 >> shift)];
       w0 = w.weight[component];
       o0 = w.offset[component];
     }
     if (refIdx1 >= 0) {
-      const SmPredictionWeight& w = m_Header->weights[1][static_cast<size_t>(refIdx1)];
+      const SmPredictionWeight& w = m_Header->weights[1][static_cast<size_t>(refIdx1 >> shift)];
       w1 = w.weight[component];
       o1 = w.offset[component];
     }
@@ -702,10 +770,12 @@ void CmSliceDecoder::GetWeights(int refIdx0, int refIdx1, int component, int& w0
     weighted = true;
     logWD = 5;
     w0 = w1 = 32;
-    const size_t i0 = static_cast<size_t>(refIdx0), i1 = static_cast<size_t>(refIdx1);
-    const int32_t poc0 = m_Lists[0].pictures[i0]->GetPoc();
-    const int32_t poc1 = m_Lists[1].pictures[i1]->GetPoc();
-    const int tb = PocDistance(m_Picture->GetPoc(), poc0);
+    const int shift = m_MbField ? 1 : 0;
+    const size_t i0 = static_cast<size_t>(refIdx0 >> shift),
+                 i1 = static_cast<size_t>(refIdx1 >> shift);
+    const int32_t poc0 = GetReference(0, refIdx0)->GetPoc();
+    const int32_t poc1 = GetReference(1, refIdx1)->GetPoc();
+    const int tb = PocDistance(GetCurrentPoc(), poc0);
     const int td = PocDistance(poc1, poc0);
     if (td == 0 || m_Lists[0].longTerm[i0] != 0 || m_Lists[1].longTerm[i1] != 0) {
       return;
@@ -724,11 +794,14 @@ void CmSliceDecoder::PredictInter(uint32_t address) {
   const SmMacroblockInfo& mb = m_Picture->GetMacroblocks()[address];
   const uint32_t width = m_Picture->GetWidthInMbs();
   const int mbx = static_cast<int>(address % width) * 16;
-  const int mby = static_cast<int>(address / width) * 16;
+  // A field macroblock's lines are those of its pair in the field's own
+  // counting.
+  const int row = static_cast<int>(address / width);
+  const int mby = (m_MbField ? row / 2 : row) * 16;
   const int list = mb.refIdx[0][0] >= 0 ? 0 : 1;
   if (mb.refIdx[list][0] >= 0) {
-    PrefetchAhead(*m_Lists[list].pictures[static_cast<size_t>(mb.refIdx[list][0])], mbx, mby,
-                  mb.mv[list][0][0], mb.mv[list][0][1]);
+    PrefetchAhead(*GetReference(list, mb.refIdx[list][0]), mbx, mby, mb.mv[list][0][0],
+                  mb.mv[list][0][1]);
   }
   // Blocks of 4x4 with the same motion are predicted as one: the whole
   // macroblock, each 8x8 block, or each 4x4 block.
@@ -776,23 +849,24 @@ void CmSliceDecoder::PredictBlock(uint32_t address, int mbx, int mby, int bx, in
     const int w = c == 0 ? width : width / 2, h = c == 0 ? height : height / 2;
     const int px = c == 0 ? mbx + 4 * bx : mbx / 2 + 2 * bx;
     const int py = c == 0 ? mby + 4 * by : mby / 2 + 2 * by;
-    const ptrdiff_t stride = m_Picture->GetStride(c);
-    uint8_t* dst = m_Picture->GetPlane(c) + py * stride + px;
+    const ptrdiff_t stride = GetMbStride(c);
+    uint8_t* dst =
+        GetSamples(address, c) + (c == 0 ? 4 * by * stride + 4 * bx : 2 * by * stride + 2 * bx);
     int w0, w1, o0, o1, logWD;
     bool weighted;
     GetWeights(refs[0], refs[1], c, w0, w1, o0, o1, logWD, weighted);
     const bool both = refs[0] >= 0 && refs[1] >= 0;
     const auto predict = [&](int list, uint8_t* out, ptrdiff_t outStride) {
-      const CmPicture& reference = *m_Lists[list].pictures[static_cast<size_t>(refs[list])];
+      const CmPicture& reference = *GetReference(list, refs[list]);
       const int16_t* mv = mb.mv[list][bx + 4 * by];
       if (c == 0) {
         PredictLuma(reference, px, py, mv[0], mv[1], w, h, out, outStride);
       } else {
         // A field's chroma lies a quarter sample lower in a bottom field than
         // in a top one: between fields of opposite parity the vector shifts.
-        const int parityShift = m_Picture->GetParity() >= 0 && reference.GetParity() >= 0
-                                    ? 2 * (m_Picture->GetParity() - reference.GetParity())
-                                    : 0;
+        const int parity = GetCurrentParity();
+        const int parityShift =
+            parity >= 0 && reference.GetParity() >= 0 ? 2 * (parity - reference.GetParity()) : 0;
         PredictChroma(reference, c, px, py, mv[0], mv[1] + parityShift, w, h, out, outStride);
       }
     };

@@ -39,6 +39,9 @@ struct SmMacroblockInfo {
   uint8_t chromaPredMode = 0;
   uint8_t directBlocks = 0;
   bool direct16x16 = false;
+  // mb_field_decoding_flag: in a frame of field and frame macroblock pairs,
+  // whether this macroblock holds every other line of its pair.
+  bool field = false;
 };
 
 enum SmMacroblockKind : uint8_t {
@@ -52,6 +55,27 @@ enum SmMacroblockKind : uint8_t {
 
 inline bool IsIntra(uint8_t kind) {
   return kind >= MbI4x4 && kind <= MbIPcm;
+}
+
+// In a frame of macroblock pairs, the macroblock of the pair to the left
+// that holds the line beside line yN of the current macroblock (top or
+// bottom of its pair, field or frame), and that line in the macroblock's
+// own counting; maxH is 16 for luma and 8 for 4:2:0 chroma. Lines of a
+// field macroblock lie every other frame line, so beside a pair of the
+// other kind the neighbour alternates or changes half way.
+inline void LocateLeftInPair(bool field, bool top, bool leftField, int yN, int maxH, bool& bottom,
+                             int& yM) {
+  if (field == leftField) {
+    bottom = !top;
+    yM = yN;
+  } else if (!field) {
+    bottom = yN % 2 != 0;
+    yM = top ? yN >> 1 : (yN + maxH) >> 1;
+  } else {
+    const int frameLine = 2 * yN + (top ? 0 : 1);
+    bottom = frameLine >= maxH;
+    yM = frameLine - (bottom ? maxH : 0);
+  }
 }
 
 // A decoded picture: three planes (or one for 4:0:0) with a border around
@@ -74,6 +98,13 @@ public:
   // PicOrderCnt of the frame: the smaller of its two fields' counts.
   int32_t GetPoc() const { return m_Poc; }
   void SetPoc(int32_t poc) { m_Poc = poc; }
+  // The counts of a frame's two fields, which its field macroblocks weigh
+  // and scale by while the fields themselves are not yet made.
+  int32_t GetFieldPoc(int parity) const { return m_FieldPoc[parity]; }
+  void SetFieldPocs(int32_t top, int32_t bottom) {
+    m_FieldPoc[0] = top;
+    m_FieldPoc[1] = bottom;
+  }
   SmMacroblockInfo* GetMacroblocks() { return m_Macroblocks.data(); }
   const SmMacroblockInfo* GetMacroblocks() const { return m_Macroblocks.data(); }
   // Forgets which slices decoded what, before the picture is decoded anew.
@@ -105,6 +136,10 @@ public:
   // then tell nothing.
   bool IsFieldDecoded() const { return m_FieldDecoded; }
   void SetFieldDecoded(bool fieldDecoded) { m_FieldDecoded = fieldDecoded; }
+  // Whether the frame is coded in macroblock pairs, each either two frame
+  // or two field macroblocks; its records stay in raster order.
+  bool IsMbaff() const { return m_Mbaff; }
+  void SetMbaff(bool mbaff) { m_Mbaff = mbaff; }
 
 private:
   uint32_t m_WidthInMbs = 0;
@@ -112,9 +147,11 @@ private:
   bool m_Monochrome = false;
   uint32_t m_Id = 0;
   int32_t m_Poc = 0;
+  int32_t m_FieldPoc[2] = {0, 0};
   int m_Parity = -1;
   const CmPicture* m_Frame = nullptr;
   bool m_FieldDecoded = false;
+  bool m_Mbaff = false;
   std::unique_ptr<CmPicture> m_Fields[2];
   std::unique_ptr<uint8_t[]> m_Memory;
   uint8_t* m_Origin[3] = {};

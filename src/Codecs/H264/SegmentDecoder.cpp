@@ -11,9 +11,20 @@ namespace {
 // decoded, so that concealment fills it instead of leaving half of it.
 void ForgetBrokenMacroblock(CmPicture& picture, uint32_t sliceNumber) {
   SmMacroblockInfo* macroblocks = picture.GetMacroblocks();
-  for (uint32_t address = picture.GetWidthInMbs() * picture.GetHeightInMbs(); address-- > 0;) {
-    if (macroblocks[address].slice == sliceNumber) {
-      macroblocks[address].slice = 0;
+  const uint32_t width = picture.GetWidthInMbs();
+  // In a frame of macroblock pairs the order goes pair by pair, top before
+  // bottom, while the records lie in raster order.
+  const auto record = [&picture, width](uint32_t address) {
+    if (!picture.IsMbaff()) {
+      return address;
+    }
+    const uint32_t pair = address / 2;
+    return (2 * (pair / width) + address % 2) * width + pair % width;
+  };
+  for (uint32_t address = width * picture.GetHeightInMbs(); address-- > 0;) {
+    SmMacroblockInfo& mb = macroblocks[record(address)];
+    if (mb.slice == sliceNumber) {
+      mb.slice = 0;
       return;
     }
   }

@@ -29,6 +29,38 @@ constexpr uint8_t InterCbp[48] = {0,  16, 1,  2,  4,  8,  32, 3,  5,  10, 12, 15
                                   17, 18, 20, 24, 19, 21, 26, 28, 23, 27, 29, 30, 22, 25, 38, 41};
 constexpr uint8_t InterCbpMonochrome[16] = {0, 1, 2, 4, 8, 3, 5, 10, 12, 15, 7, 11, 13, 14, 6, 9};
 
+// Chroma DC prediction of 4:2:0 where only one half of the left samples may
+// be used (a field macroblock beside a frame pair under constrained intra
+// prediction): each 4x4 block averages the neighbours of its own rows.
+void PredictChromaDcByHalves(uint8_t* dst, ptrdiff_t stride, bool upperLeft, bool lowerLeft,
+                             bool top) {
+  for (int by = 0; by < 2; ++by) {
+    const bool hasLeft = by == 0 ? upperLeft : lowerLeft;
+    for (int bx = 0; bx < 2; ++bx) {
+      int topSum = 0, leftSum = 0;
+      for (int k = 0; k < 4; ++k) {
+        topSum += top ? dst[-stride + 4 * bx + k] : 0;
+        leftSum += hasLeft ? dst[(4 * by + k) * stride - 1] : 0;
+      }
+      // The corner blocks use both sides; the others prefer the side they
+      // touch (top for the upper right, left for the lower left).
+      int value = 128;
+      const bool corner = bx == by;
+      const bool preferTop = bx == 1 && by == 0;
+      if (corner && top && hasLeft) {
+        value = (topSum + leftSum + 4) >> 3;
+      } else if (preferTop ? top : hasLeft) {
+        value = ((preferTop ? topSum : leftSum) + 2) >> 2;
+      } else if (preferTop ? hasLeft : top) {
+        value = ((preferTop ? leftSum : topSum) + 2) >> 2;
+      }
+      for (int y = 0; y < 4; ++y) {
+        std::memset(dst + (4 * by + y) * stride + 4 * bx, value, 4);
+      }
+    }
+  }
+}
+
 } // namespace
 
 bool CmSliceDecoder::IsAvailable(const SmMacroblockInfo* info) const {
@@ -36,6 +68,10 @@ bool CmSliceDecoder::IsAvailable(const SmMacroblockInfo* info) const {
 }
 
 CmSliceDecoder::SmNeighbours CmSliceDecoder::GetNeighbours(uint32_t address) const {
+  if (m_Mbaff) {
+    return SmNeighbours{Locate(address, -1, 0, 16, 16).mb, Locate(address, 0, -1, 16, 16).mb,
+                        Locate(address, 16, -1, 16, 16).mb, Locate(address, -1, -1, 16, 16).mb};
+  }
   const uint32_t width = m_Picture->GetWidthInMbs();
   const uint32_t x = address % width;
   const uint32_t y = address / width;
@@ -51,83 +87,204 @@ CmSliceDecoder::SmNeighbours CmSliceDecoder::GetNeighbours(uint32_t address) con
   return n;
 }
 
-int CmSliceDecoder::GetLumaNc(uint32_t address, int x, int y) const {
+uint32_t CmSliceDecoder::ToRaster(uint32_t mbAddr) const {
+  if (!m_Mbaff) {
+    return mbAddr;
+  }
+  const uint32_t width = m_Picture->GetWidthInMbs();
+  const uint32_t pair = mbAddr / 2;
+  return (2 * (pair / width) + mbAddr % 2) * width + pair % width;
+}
+
+uint8_t* CmSliceDecoder::GetSamples(uint32_t address, int plane) const {
+  const uint32_t width = m_Picture->GetWidthInMbs();
+  const int size = plane == 0 ? 16 : 8;
+  const ptrdiff_t stride = m_Picture->GetStride(plane);
+  const uint32_t mbx = address % width, mby = address / width;
+  // A field macroblock starts on the first or second line of its pair.
+  const ptrdiff_t line = m_MbField ? (mby & ~1u) * size + (mby & 1u) : mby * size;
+  return m_Picture->GetPlane(plane) + line * stride + mbx * size;
+}
+
+bool CmSliceDecoder::InferMbField(uint32_t address) const {
+  const uint32_t width = m_Picture->GetWidthInMbs();
+  const uint32_t mbx = address % width, top = address - (address / width % 2) * width;
   const SmMacroblockInfo* mbs = m_Picture->GetMacroblocks();
-  const SmNeighbours n = GetNeighbours(address);
-  const SmMacroblockInfo* left = x > 0 ? mbs + address : n.left;
-  const SmMacroblockInfo* top = y > 0 ? mbs + address : n.top;
-  const auto count = [](const SmMacroblockInfo* info, int bx, int by) {
-    return info->kind == MbIPcm ? 16 : static_cast<int>(info->totalCoeff[bx + 4 * by]);
+  if (mbx > 0 && IsAvailable(mbs + top - 1)) {
+    return mbs[top - 1].field;
+  }
+  if (top >= 2 * width && IsAvailable(mbs + top - 2 * width)) {
+    return mbs[top - 2 * width].field;
+  }
+  return false;
+}
+
+const CmPicture* CmSliceDecoder::GetReference(int list, int refIdx) const {
+  if (refIdx < 0) {
+    return nullptr;
+  }
+  const std::vector<const CmPicture*>& pictures = m_Lists[list].pictures;
+  const size_t entry = static_cast<size_t>(m_MbField ? refIdx >> 1 : refIdx);
+  if (entry >= pictures.size() || pictures[entry] == nullptr) {
+    return nullptr;
+  }
+  if (!m_MbField) {
+    return pictures[entry];
+  }
+  return pictures[entry]->FindField(GetCurrentParity() ^ (refIdx & 1));
+}
+
+void CmSliceDecoder::SelectScans() {
+  const bool field = m_Header->fieldPic || m_MbField;
+  m_Scan4x4 = field ? FieldScan4x4.data() : ZigZag4x4.data();
+  m_Scan8x8 = field ? FieldScan8x8.data() : ZigZag8x8.data();
+}
+
+CmSliceDecoder::SmLocation CmSliceDecoder::Locate(uint32_t address, int xN, int yN, int maxW,
+                                                  int maxH) const {
+  const SmMacroblockInfo* mbs = m_Picture->GetMacroblocks();
+  if (xN >= 0 && xN < maxW && yN >= 0 && yN < maxH) {
+    return {mbs + address, xN, yN};
+  }
+  const SmLocation none{nullptr, 0, 0};
+  if (yN >= maxH || (xN >= maxW && yN >= 0)) {
+    return none;
+  }
+  const int width = static_cast<int>(m_Picture->GetWidthInMbs());
+  const int mbx = static_cast<int>(address) % width, mby = static_cast<int>(address) / width;
+  const int dx = xN < 0 ? -1 : (xN >= maxW ? 1 : 0);
+  const int xW = xN - dx * maxW;
+  if (mbx + dx < 0 || mbx + dx >= width) {
+    return none;
+  }
+  if (!m_Mbaff) {
+    const int dy = yN < 0 ? -1 : 0;
+    const SmMacroblockInfo* info = mbs + address + dx + dy * width;
+    if (mby + dy < 0 || !IsAvailable(info)) {
+      return none;
+    }
+    return {info, xW, yN - dy * maxH};
+  }
+  // Pairs: the neighbouring pair X, then which of its macroblocks holds the
+  // line, counted in that macroblock's own lines (yM).
+  const bool currentTop = mby % 2 == 0;
+  const int pairRow = mby / 2;
+  const auto pairTop = [&](int px, int pairY) -> const SmMacroblockInfo* {
+    if (pairY < 0) {
+      return nullptr;
+    }
+    const SmMacroblockInfo* info = mbs + (2 * pairY) * width + px;
+    return IsAvailable(info) ? info : nullptr;
   };
-  if (left != nullptr && top != nullptr) {
-    return (count(left, (x + 3) % 4, y) + count(top, x, (y + 3) % 4) + 1) >> 1;
+  const SmMacroblockInfo* pair = nullptr;
+  bool bottom = false;
+  int yM = 0;
+  if (xN >= 0 && xN < maxW && currentTop == false && !m_MbField) {
+    // Above a frame macroblock at the bottom of its pair lies its top.
+    return {mbs + address - width, xW, yN + maxH};
   }
-  if (left != nullptr) {
-    return count(left, (x + 3) % 4, y);
+  if (yN < 0) {
+    if (xN < 0 && !m_MbField && !currentTop) {
+      // Top left of a bottom frame macroblock: in the pair to the left, the
+      // line just above, which of a field pair is the bottom field's middle.
+      pair = pairTop(mbx - 1, pairRow);
+      bottom = pair != nullptr && pair->field;
+      yM = bottom ? (yN + maxH) >> 1 : yN + maxH;
+    } else if (xN >= maxW && !m_MbField && !currentTop) {
+      return none;
+    } else {
+      pair = pairTop(mbx + dx, pairRow - 1);
+      if (pair != nullptr && m_MbField && currentTop) {
+        bottom = !pair->field;
+        yM = pair->field ? yN : 2 * yN;
+      } else {
+        bottom = true;
+        yM = yN;
+      }
+    }
+  } else {
+    pair = pairTop(mbx - 1, pairRow);
+    if (pair == nullptr) {
+      return none;
+    }
+    LocateLeftInPair(m_MbField, currentTop, pair->field, yN, maxH, bottom, yM);
   }
-  if (top != nullptr) {
-    return count(top, x, (y + 3) % 4);
+  if (pair == nullptr) {
+    return none;
+  }
+  return {pair + (bottom ? width : 0), xW, (yM + maxH) % maxH};
+}
+
+int CmSliceDecoder::GetLumaNc(uint32_t address, int x, int y) const {
+  const auto count = [](const SmLocation& l) {
+    return l.mb->kind == MbIPcm ? 16 : static_cast<int>(l.mb->totalCoeff[l.x / 4 + l.y / 4 * 4]);
+  };
+  const SmLocation left = Locate(address, 4 * x - 1, 4 * y, 16, 16);
+  const SmLocation top = Locate(address, 4 * x, 4 * y - 1, 16, 16);
+  if (left.mb != nullptr && top.mb != nullptr) {
+    return (count(left) + count(top) + 1) >> 1;
+  }
+  if (left.mb != nullptr) {
+    return count(left);
+  }
+  if (top.mb != nullptr) {
+    return count(top);
   }
   return 0;
 }
 
 int CmSliceDecoder::GetChromaNc(uint32_t address, int component, int x, int y) const {
-  const SmMacroblockInfo* mbs = m_Picture->GetMacroblocks();
-  const SmNeighbours n = GetNeighbours(address);
-  const SmMacroblockInfo* left = x > 0 ? mbs + address : n.left;
-  const SmMacroblockInfo* top = y > 0 ? mbs + address : n.top;
-  const auto count = [component](const SmMacroblockInfo* info, int bx, int by) {
-    return info->kind == MbIPcm ? 16
-                                : static_cast<int>(info->totalCoeffChroma[component][bx + 2 * by]);
+  const auto count = [component](const SmLocation& l) {
+    return l.mb->kind == MbIPcm
+               ? 16
+               : static_cast<int>(l.mb->totalCoeffChroma[component][l.x / 4 + l.y / 4 * 2]);
   };
-  if (left != nullptr && top != nullptr) {
-    return (count(left, 1 - x, y) + count(top, x, 1 - y) + 1) >> 1;
+  const SmLocation left = Locate(address, 4 * x - 1, 4 * y, 8, 8);
+  const SmLocation top = Locate(address, 4 * x, 4 * y - 1, 8, 8);
+  if (left.mb != nullptr && top.mb != nullptr) {
+    return (count(left) + count(top) + 1) >> 1;
   }
-  if (left != nullptr) {
-    return count(left, 1 - x, y);
+  if (left.mb != nullptr) {
+    return count(left);
   }
-  if (top != nullptr) {
-    return count(top, x, 1 - y);
+  if (top.mb != nullptr) {
+    return count(top);
   }
   return 0;
 }
 
 int CmSliceDecoder::PredictIntraMode(uint32_t address, int x, int y) const {
-  const SmMacroblockInfo* mbs = m_Picture->GetMacroblocks();
-  const SmNeighbours n = GetNeighbours(address);
-  const SmMacroblockInfo* left = x > 0 ? mbs + address : n.left;
-  const SmMacroblockInfo* top = y > 0 ? mbs + address : n.top;
+  const SmLocation left = Locate(address, 4 * x - 1, 4 * y, 16, 16);
+  const SmLocation top = Locate(address, 4 * x, 4 * y - 1, 16, 16);
   const auto unusable = [this](const SmMacroblockInfo* info) {
     return info == nullptr || (!IsIntra(info->kind) && m_Pps->constrainedIntraPred);
   };
-  if (unusable(left) || unusable(top)) {
+  if (unusable(left.mb) || unusable(top.mb)) {
     return 2;
   }
-  const auto mode = [](const SmMacroblockInfo* info, int bx, int by) {
-    return info->kind == MbI4x4 || info->kind == MbI8x8 ? info->intraModes[bx + 4 * by] : 2;
+  const auto mode = [](const SmLocation& l) {
+    return l.mb->kind == MbI4x4 || l.mb->kind == MbI8x8 ? l.mb->intraModes[l.x / 4 + l.y / 4 * 4]
+                                                        : 2;
   };
-  return std::min(mode(left, (x + 3) % 4, y), mode(top, x, (y + 3) % 4));
+  return std::min(mode(left), mode(top));
 }
 
 bool CmSliceDecoder::ReadPcm(CmBitReader& reader, uint32_t address) {
   SmMacroblockInfo& mb = m_Picture->GetMacroblocks()[address];
   mb.kind = MbIPcm;
   reader.AlignToByte();
-  const uint32_t width = m_Picture->GetWidthInMbs();
-  const uint32_t mbx = address % width;
-  const uint32_t mby = address / width;
-  uint8_t* luma = m_Picture->GetPlane(0) + mby * 16 * m_Picture->GetStride(0) + mbx * 16;
+  uint8_t* luma = GetSamples(address, 0);
   for (int y = 0; y < 16; ++y) {
     for (int x = 0; x < 16; ++x) {
-      luma[y * m_Picture->GetStride(0) + x] = static_cast<uint8_t>(reader.ReadBits(8));
+      luma[y * GetMbStride(0) + x] = static_cast<uint8_t>(reader.ReadBits(8));
     }
   }
   if (!m_Picture->IsMonochrome()) {
     for (int c = 1; c < 3; ++c) {
-      uint8_t* chroma = m_Picture->GetPlane(c) + mby * 8 * m_Picture->GetStride(c) + mbx * 8;
+      uint8_t* chroma = GetSamples(address, c);
       for (int y = 0; y < 8; ++y) {
         for (int x = 0; x < 8; ++x) {
-          chroma[y * m_Picture->GetStride(c) + x] = static_cast<uint8_t>(reader.ReadBits(8));
+          chroma[y * GetMbStride(c) + x] = static_cast<uint8_t>(reader.ReadBits(8));
         }
       }
     }
@@ -231,6 +388,7 @@ bool CmSliceDecoder::DecodeIntraMacroblock(CmBitReader& reader, uint32_t mbType,
   SmMacroblockInfo& mb = m_Picture->GetMacroblocks()[address];
   mb = SmMacroblockInfo();
   mb.slice = m_Slice;
+  mb.field = m_MbField;
   if (mbType == 25) {
     return m_UseCabac ? ReadPcmCabac(reader) : ReadPcm(reader, address);
   }
@@ -298,19 +456,29 @@ void CmSliceDecoder::ReconstructIntra(uint32_t address, int intra16x16Mode, int 
   const auto usable = [this](const SmMacroblockInfo* info) {
     return info != nullptr && (IsIntra(info->kind) || !m_Pps->constrainedIntraPred);
   };
-  const bool a = usable(n.left), b = usable(n.top), c = usable(n.topRight), d = usable(n.topLeft);
-  const uint32_t width = m_Picture->GetWidthInMbs();
-  const ptrdiff_t stride = m_Picture->GetStride(0);
-  uint8_t* luma = m_Picture->GetPlane(0) + (address / width) * 16 * stride + (address % width) * 16;
+  // Beside a pair of the other kind, the left samples of a block may come
+  // from both macroblocks of that pair, which constrained intra prediction
+  // may find of different kinds: a block has its left samples when all are
+  // usable, and its top left one when the left samples of the block above
+  // are. lines: of 16 for luma, of 8 for chroma.
+  const auto left = [&](int first, int last, int lines) {
+    return usable(Locate(address, -1, first, lines, lines).mb) &&
+           usable(Locate(address, -1, last, lines, lines).mb);
+  };
+  const bool a = left(0, 15, 16);
+  const bool b = usable(n.top), c = usable(n.topRight), d = usable(n.topLeft);
+  const ptrdiff_t stride = GetMbStride(0);
+  uint8_t* luma = GetSamples(address, 0);
   const int qp = mb.qp;
 
   if (mb.kind == MbI4x4) {
     for (int blk = 0; blk < 16; ++blk) {
       const int x = BlockX[blk], y = BlockY[blk];
       SmIntraNeighbours edge{};
-      edge.hasLeft = x > 0 || a;
+      edge.hasLeft = x > 0 || left(4 * y, 4 * y + 3, 16);
       edge.hasTop = y > 0 || b;
-      edge.hasCorner = x > 0 && y > 0 ? true : (y > 0 ? a : (x > 0 ? b : d));
+      edge.hasCorner =
+          x > 0 && y > 0 ? true : (y > 0 ? left(4 * y - 4, 4 * y - 1, 16) : (x > 0 ? b : d));
       edge.hasTopRight =
           y == 0 ? (x < 3 ? b : c) : (x < 3 && BlockIndex[x + 1 + 4 * (y - 1)] < blk);
       uint8_t* dst = luma + 4 * y * stride + 4 * x;
@@ -323,9 +491,9 @@ void CmSliceDecoder::ReconstructIntra(uint32_t address, int intra16x16Mode, int 
     for (int b8 = 0; b8 < 4; ++b8) {
       const int x = 2 * (b8 % 2), y = 2 * (b8 / 2);
       SmIntraNeighbours edge{};
-      edge.hasLeft = x > 0 || a;
+      edge.hasLeft = x > 0 || left(4 * y, 4 * y + 7, 16);
       edge.hasTop = y > 0 || b;
-      edge.hasCorner = b8 == 3 ? true : (b8 == 2 ? a : (b8 == 1 ? b : d));
+      edge.hasCorner = b8 == 3 ? true : (b8 == 2 ? left(0, 7, 16) : (b8 == 1 ? b : d));
       edge.hasTopRight = b8 == 0 ? b : (b8 == 1 ? c : b8 == 2);
       uint8_t* dst = luma + 4 * y * stride + 4 * x;
       NmPrimitives::H264PredictIntra8x8(dst, stride, mb.intraModes[x + 4 * y], edge);
@@ -367,24 +535,26 @@ void CmSliceDecoder::ReconstructIntra(uint32_t address, int intra16x16Mode, int 
   if (m_Sps->GetChromaArrayType() != 1) {
     return;
   }
+  const bool upperLeft = left(0, 3, 8), lowerLeft = left(4, 7, 8);
   for (int plane = 1; plane < 3; ++plane) {
-    const ptrdiff_t cstride = m_Picture->GetStride(plane);
-    NmPrimitives::H264PredictIntraChroma8x8(
-        m_Picture->GetPlane(plane) + (address / width) * 8 * cstride + (address % width) * 8,
-        cstride, chromaMode, SmIntraNeighbours{a, b, false, d});
+    if (chromaMode == 0 && upperLeft != lowerLeft) {
+      PredictChromaDcByHalves(GetSamples(address, plane), GetMbStride(plane), upperLeft, lowerLeft,
+                              b);
+      continue;
+    }
+    NmPrimitives::H264PredictIntraChroma8x8(GetSamples(address, plane), GetMbStride(plane),
+                                            chromaMode, SmIntraNeighbours{a, b, false, d});
   }
   AddChromaResidual(address, true);
 }
 
 void CmSliceDecoder::AddChromaResidual(uint32_t address, bool intra) {
   const SmMacroblockInfo& mb = m_Picture->GetMacroblocks()[address];
-  const uint32_t width = m_Picture->GetWidthInMbs();
   const int qp = mb.qp;
   for (int component = 0; component < 2; ++component) {
     const int plane = component + 1;
-    const ptrdiff_t cstride = m_Picture->GetStride(plane);
-    uint8_t* chroma =
-        m_Picture->GetPlane(plane) + (address / width) * 8 * cstride + (address % width) * 8;
+    const ptrdiff_t cstride = GetMbStride(plane);
+    uint8_t* chroma = GetSamples(address, plane);
     const int offset =
         component == 0 ? m_Pps->chromaQpIndexOffset : m_Pps->secondChromaQpIndexOffset;
     const int qpc = ChromaQp(std::clamp(qp + offset, 0, 51));
@@ -459,8 +629,18 @@ CmSliceDecoder::SmResult CmSliceDecoder::Decode(CmBitReader& reader, const SmSli
   m_Sps = &sps;
   m_Pps = &pps;
   m_Picture = &picture;
-  m_Scan4x4 = header.fieldPic ? FieldScan4x4.data() : ZigZag4x4.data();
-  m_Scan8x8 = header.fieldPic ? FieldScan8x8.data() : ZigZag8x8.data();
+  m_Mbaff = picture.IsMbaff();
+  m_MbField = false;
+  // Field macroblocks predict from the fields of the frames in the lists.
+  for (int list = 0; m_Mbaff && list < (b ? 2 : (p ? 1 : 0)); ++list) {
+    for (const CmPicture* reference : lists[list].pictures) {
+      if (reference != nullptr &&
+          (reference->FindField(0) == nullptr || reference->FindField(1) == nullptr)) {
+        return Damaged;
+      }
+    }
+  }
+  SelectScans();
   m_Slice = sliceNumber;
   m_Lists = lists;
   m_Qp = header.sliceQp;
@@ -476,33 +656,57 @@ CmSliceDecoder::SmResult CmSliceDecoder::Decode(CmBitReader& reader, const SmSli
   if (m_UseCabac) {
     return DecodeCabacSlice(reader, count, sliceGroups);
   }
+  if (m_Mbaff && sliceGroups != nullptr) {
+    return Unsupported;
+  }
   const auto next = [sliceGroups](uint32_t address) {
     return sliceGroups != nullptr ? NextMacroblockAddress(*sliceGroups, address) : address + 1;
   };
-  uint32_t address = header.firstMbInSlice;
+  // In a frame of macroblock pairs, mbAddr counts pair by pair; address is
+  // always the raster record.
+  uint32_t mbAddr = header.firstMbInSlice * (m_Mbaff ? 2 : 1);
   for (;;) {
     if (p || b) {
       const uint32_t skipRun = reader.ReadUE();
-      if (reader.IsOverrun() || skipRun > count - address) {
+      if (reader.IsOverrun() || skipRun > count - mbAddr) {
         return Damaged;
       }
       for (uint32_t i = 0; i < skipRun; ++i) {
-        if (address >= count) {
+        if (mbAddr >= count) {
           return Damaged;
+        }
+        const uint32_t address = ToRaster(mbAddr);
+        m_Address = address;
+        if (m_Mbaff && mbAddr % 2 == 0) {
+          // A skipped top takes the flag its coded bottom carries, which
+          // follows the run at once; a pair skipped whole infers it.
+          const bool bottomCoded = i + 1 == skipRun && reader.HasMoreData();
+          m_MbField = bottomCoded ? reader.ReadFlag() : InferMbField(address);
+          SelectScans();
         }
         if (p) {
           DecodeSkippedMacroblock(address);
         } else if (!DecodeBSkippedMacroblock(address)) {
           return Damaged;
         }
-        address = next(address);
+        mbAddr = next(mbAddr);
       }
       if (skipRun > 0 && !reader.HasMoreData()) {
         return Decoded;
       }
     }
-    if (address >= count) {
+    if (mbAddr >= count) {
       return Damaged;
+    }
+    const uint32_t address = ToRaster(mbAddr);
+    m_Address = address;
+    if (m_Mbaff) {
+      // A coded bottom follows either a coded top, which carried the flag,
+      // or a skipped one, which took it already.
+      if (mbAddr % 2 == 0) {
+        m_MbField = reader.ReadFlag();
+      }
+      SelectScans();
     }
     const uint32_t mbType = reader.ReadUE();
     bool ok = false;
@@ -520,7 +724,7 @@ CmSliceDecoder::SmResult CmSliceDecoder::Decode(CmBitReader& reader, const SmSli
     if (!reader.HasMoreData()) {
       return Decoded;
     }
-    address = next(address);
+    mbAddr = next(mbAddr);
   }
 }
 

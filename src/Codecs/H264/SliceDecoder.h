@@ -147,8 +147,11 @@ private:
   void PredictMotionVector(uint32_t address, int list, int x, int y, int width, int height,
                            int refIdx, int shape, int16_t* mvp) const;
   // The motion of a neighbouring 4x4 block at (x, y) relative to the
-  // current macroblock; false when that block is not available.
-  bool GetNeighbourMotion(uint32_t address, int list, int x, int y, int& refIdx, int16_t* mv) const;
+  // current macroblock, scaled to the current macroblock's lines; false
+  // when that block is not available. above: the neighbour lies above the
+  // partition (B, C or D), and is the block holding the line just above it.
+  bool GetNeighbourMotion(uint32_t address, int list, int x, int y, int& refIdx, int16_t* mv,
+                          bool above = false) const;
   void SetMotion(uint32_t address, int list, int x, int y, int width, int height, int refIdx,
                  const int16_t* mv);
   // The 4x4 blocks of a partition whose motion is now known to the
@@ -167,6 +170,50 @@ private:
   bool ReadResidual(CmBitReader& reader, uint32_t address, bool intra16x16, uint8_t cbp);
   void ReconstructIntra(uint32_t address, int intra16x16Mode, int chromaMode);
   SmNeighbours GetNeighbours(uint32_t address) const;
+  // Where a location beside or inside the current macroblock lies: the
+  // macroblock holding it (null when not available) and the position in
+  // that macroblock. xN and yN count samples of a maxW x maxH block grid
+  // (16 x 16 for luma, 8 x 8 for 4:2:0 chroma) from the current one's top
+  // left; in a frame of macroblock pairs a field and a frame neighbour
+  // count their lines differently.
+  struct SmLocation {
+    const SmMacroblockInfo* mb;
+    int x, y;
+  };
+  SmLocation Locate(uint32_t address, int xN, int yN, int maxW, int maxH) const;
+  // The raster record of macroblock address mbAddr, which in a frame of
+  // macroblock pairs counts pair by pair, top before bottom.
+  uint32_t ToRaster(uint32_t mbAddr) const;
+  // The current macroblock's top left sample of a plane, and the distance
+  // between its lines: two frame lines apart for a field macroblock.
+  uint8_t* GetSamples(uint32_t address, int plane) const;
+  ptrdiff_t GetMbStride(int plane) const {
+    return m_Picture->GetStride(plane) * (m_MbField ? 2 : 1);
+  }
+  // The picture that refIdx of a list names for the current macroblock:
+  // the list's entry, or for a field macroblock of a frame in pairs a field
+  // of entry refIdx / 2, of the macroblock's own parity for even indices
+  // and of the other for odd ones. Null where none does.
+  const CmPicture* GetReference(int list, int refIdx) const;
+  // How many indices of a list the current macroblock may use.
+  uint32_t GetActiveReferences(int list) const {
+    return m_Header->numRefIdxActive[list] * (m_MbField ? 2u : 1u);
+  }
+  // The parity of the current macroblock's lines when they are one field's:
+  // a field picture's, or a field macroblock's of a frame in pairs; else -1.
+  int32_t GetCurrentPoc() const {
+    const int parity = GetCurrentParity();
+    return m_MbField ? m_Picture->GetFieldPoc(parity) : m_Picture->GetPoc();
+  }
+  int GetCurrentParity() const {
+    return m_MbField ? static_cast<int>(m_Address / m_Picture->GetWidthInMbs() % 2)
+                     : m_Picture->GetParity();
+  }
+  // mb_field_decoding_flag of a pair that does not carry it: as the pair
+  // to the left, else as the pair above, else frame.
+  bool InferMbField(uint32_t address) const;
+  // Chooses the coefficient scans for the current macroblock.
+  void SelectScans();
   bool IsAvailable(const SmMacroblockInfo* info) const;
   int GetLumaNc(uint32_t address, int x, int y) const;
   int GetChromaNc(uint32_t address, int component, int x, int y) const;
@@ -178,6 +225,10 @@ private:
   CmPicture* m_Picture = nullptr;
   uint32_t m_Slice = 0;
   const SmReferenceList* m_Lists = nullptr;
+  // A frame of field and frame macroblock pairs, and whether the current
+  // pair is a field pair.
+  bool m_Mbaff = false;
+  bool m_MbField = false;
   // 4x4 blocks of the current macroblock whose motion is known, raster bits.
   uint16_t m_KnownBlocks = 0;
   int m_Qp = 0;

@@ -269,12 +269,18 @@ SmParseResult ParseSliceHeader(CmBitReader& reader, uint8_t nalHeader,
     return ParseDamaged;
   }
   header.dataBitOffset = reader.GetPosition();
-  if (header.fieldPic &&
+  // Fields, and frames coded in macroblock pairs, count their first
+  // macroblock in pairs of lines.
+  const bool mbaff = sps->mbAdaptiveFrameField && !header.fieldPic;
+  if ((header.fieldPic || mbaff) &&
       header.firstMbInSlice >= sps->widthInMbs * sps->GetFrameHeightInMbs() / 2) {
     return ParseDamaged;
   }
-  if (header.sliceType == SliceSP || header.sliceType == SliceSI ||
-      (sps->mbAdaptiveFrameField && !header.fieldPic)) {
+  if (header.sliceType == SliceSP || header.sliceType == SliceSI) {
+    return ParseUnsupported;
+  }
+  // Frames in macroblock pairs decode in CAVLC so far.
+  if (mbaff && (pps->entropyCodingMode || pps->numSliceGroups > 1)) {
     return ParseUnsupported;
   }
   // Fields decode in one slice group; the rest of field coding is still to

@@ -409,6 +409,8 @@ bool TaskSupplier::StartPicture(const SmSliceHeader& header, const SmSequencePar
   frame->picOrderCnt[1] = m_Bottom;
   frame->progressive = sps.frameMbsOnly;
   picture.SetFieldDecoded(header.fieldPic);
+  picture.SetMbaff(sps.mbAdaptiveFrameField && !header.fieldPic);
+  picture.SetFieldPocs(m_Top, m_Bottom);
   m_CurrentField = -1;
   if (header.fieldPic) {
     // Until its partner comes, the field's count stands for the frame's.
