@@ -167,8 +167,8 @@ Frames DecodeWithFfmpeg(const CmH264StreamWriter& writer) {
   const std::string stream = directory / "fields.264";
   const std::string decoded = directory / "fields.yuv";
   if (!WriteBytes(stream, writer.AnnexB()) ||
-      !Run("ffmpeg -y -i '" + stream + "' -fps_mode passthrough -f rawvideo -pix_fmt yuv420p '" +
-           decoded + "'")) {
+      !Run("ffmpeg -y -threads 1 -i '" + stream +
+           "' -fps_mode passthrough -f rawvideo -pix_fmt yuv420p '" + decoded + "'")) {
     return {};
   }
   Frames frames;

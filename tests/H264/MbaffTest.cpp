@@ -77,7 +77,7 @@ void ExpectSameAsReference(const std::vector<SmClip>& clips) {
                                    " -vf \"" + Combing + ",setfield=" + order +
                                    "\" -pix_fmt yuv420p -c:v libx264 -x264-params 'interlaced=1:" +
                                    order + "=1:" + clip.options + "' -f h264 '" + stream + "'"));
-    ASSERT_TRUE(NmTestSupport::Run("ffmpeg -y -v error -i '" + stream +
+    ASSERT_TRUE(NmTestSupport::Run("ffmpeg -y -v error -threads 1 -i '" + stream +
                                    "' -f rawvideo -pix_fmt yuv420p '" + reference + "'"));
     const SmDecoded decoded = Decode(NmTestSupport::ReadBytes(stream));
     EXPECT_TRUE(decoded.allDecoded);

@@ -40,11 +40,13 @@ inline Frames Split(const Bytes& bytes, size_t frameSize) {
 }
 
 // ffmpeg's pictures of the stream at `path`, every one it outputs, none
-// doubled, planar as raw video.
+// doubled, planar as raw video. One thread: ffmpeg's frame threads race on
+// some unusual written streams (direct prediction between fields and
+// frames), and an oracle must give the same answer every time.
 inline Frames FfmpegPictures(const std::string& path, const std::string& decoded, size_t frameSize,
                              const std::string& pixelFormat = "yuv420p",
                              const std::string& inputOptions = "") {
-  if (!NmTestSupport::Run("ffmpeg -y -v error " + inputOptions + " -i '" + path +
+  if (!NmTestSupport::Run("ffmpeg -y -v error -threads 1 " + inputOptions + " -i '" + path +
                           "' -fps_mode passthrough -f rawvideo -pix_fmt " + pixelFormat + " '" +
                           decoded + "'")) {
     return {};
@@ -81,7 +83,7 @@ inline SmEncoded EncodeWithX264(const SmX264Clip& clip) {
   }
   encoded.stream = NmTestSupport::ReadBytes(stream);
   const std::string decoded = directory / "clip.yuv";
-  NmTestSupport::Run("ffmpeg -y -v error -i '" + stream + "' -f rawvideo -pix_fmt " +
+  NmTestSupport::Run("ffmpeg -y -v error -threads 1 -i '" + stream + "' -f rawvideo -pix_fmt " +
                      clip.pixelFormat + " '" + decoded + "'");
   const Bytes samples = NmTestSupport::ReadBytes(decoded);
   encoded.pictures = Split(samples, samples.size() / static_cast<size_t>(clip.frames));
