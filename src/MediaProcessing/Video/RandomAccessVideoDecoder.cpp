@@ -500,7 +500,7 @@ bool CmRandomAccessVideoDecoder::FindImage(const CmTimeStamp& time, SmTimeMatchT
   const LoopResult result = DecodeLoop(target, time, matchType, image);
   // Reduced decoding drops pictures on purpose; going back would not bring
   // them.
-  if (result == PassedTarget && !continueDecoding && RefersAcrossSyncFrames() &&
+  if (result == MissedTarget && !continueDecoding && RefersAcrossSyncFrames() &&
       m_Mode == SmVideoDecodeParameters::DecodeAll) {
     return DecodeFromEarlierSyncFrames(target, time, matchType, image);
   }
@@ -530,7 +530,7 @@ bool CmRandomAccessVideoDecoder::DecodeFromEarlierSyncFrames(const CmTimeStamp& 
     ResetDecoder();
     m_Target = target;
     const LoopResult result = DecodeLoop(target, time, matchType, image);
-    if (result != PassedTarget) {
+    if (result != MissedTarget) {
       return result == Found;
     }
   }
@@ -615,12 +615,15 @@ CmRandomAccessVideoDecoder::DecodeLoop(const CmTimeStamp& target, const CmTimeSt
           m_View.IsValid() && m_View.GetSync() && (!m_LastFed || m_View.GetTime() > *m_LastFed);
       ResetDecoder();
       if (!unfed) {
-        return NotFound;
+        // The stream ended without showing the target: from this start the
+        // codec could not (its leading pictures, or a refresh that ends
+        // beyond the last frame).
+        return MissedTarget;
       }
       budget = DecodeBudget;
     }
     if (check == Passed) {
-      return PassedTarget;
+      return MissedTarget;
     }
     if (budget < 1) {
       ResetDecoder();

@@ -76,12 +76,14 @@ private:
   // refreshes the picture over several frames.
   bool RefersAcrossSyncFrames() const;
   bool FindImage(const NmTimeStamp::CmTimeStamp& time, SmTimeMatchType matchType, CmImage& image);
-  enum LoopResult { Found, PassedTarget, NotFound };
+  // MissedTarget: the codec went past the target, or ran dry, without
+  // showing it.
+  enum LoopResult { Found, MissedTarget, NotFound };
   LoopResult DecodeLoop(const NmTimeStamp::CmTimeStamp& target,
                         const NmTimeStamp::CmTimeStamp& time, SmTimeMatchType matchType,
                         CmImage& image);
-  // Decoding from the sync frame of the present record went past the
-  // target: the codec could not show it from there. Starts over from the
+  // Decoding from the sync frame of the present record missed the target:
+  // the codec could not show it from there. Starts over from the
   // sync frames before, which carry the references it needs.
   bool DecodeFromEarlierSyncFrames(const NmTimeStamp::CmTimeStamp& target,
                                    const NmTimeStamp::CmTimeStamp& time, SmTimeMatchType matchType,
