@@ -72,7 +72,8 @@ bool CmMediaRecordBuilder::ConvertPayload(const SmMediaPacket& packet, bool& syn
   case SmMediaStreamFormat::AAC:
     return m_AAC.Wrap(data, size, m_Payload);
   case SmMediaStreamFormat::MPEG4:
-    if (const auto intra = IsIntraMPEG4Picture(data, size)) {
+    if (const auto intra = IsIntraMPEG4Picture(
+            data, size, MPEG4TimeIncrementBits(m_Configuration.data(), m_Configuration.size()))) {
       sync = *intra;
     }
     m_Payload.clear();

@@ -13,7 +13,14 @@ namespace NmMedia {
 std::optional<bool> IsIntraH263Picture(const uint8_t* data, size_t size);
 
 // The same for MPEG-4 part 2, from the coding type of the first video object
-// plane (ISO/IEC 14496-2 6.2.5). Nothing when the bytes hold no plane.
-std::optional<bool> IsIntraMPEG4Picture(const uint8_t* data, size_t size);
+// plane (ISO/IEC 14496-2 6.2.5), which must also be coded; reading that flag
+// needs the width of vop_time_increment, from the layer's header in the data
+// or else as given. Nothing when the bytes hold no plane.
+std::optional<bool> IsIntraMPEG4Picture(const uint8_t* data, size_t size,
+                                        std::optional<unsigned> timeIncrementBits = {});
+
+// The width of vop_time_increment from the first video object layer header
+// in the data; nothing without one.
+std::optional<unsigned> MPEG4TimeIncrementBits(const uint8_t* data, size_t size);
 
 } // namespace NmMedia

@@ -61,6 +61,9 @@ TEST(VzkImportMPEG4, DecodedClipsEqualFfmpegsDecodeWhereverPlaybackGoes) {
       // B pictures in front of the intra picture refer back into the group before.
       {"open groups", "open.avi", "-c:v mpeg4 -bf 2 -g 25 -q:v 4", 64, 48, 50,
        SmClipCase::Playback},
+      // Packed, in open groups: behind each packed pair a plane that is not
+      // coded, marked intra and a key frame, which is no place to start.
+      {"Xvid packed, open groups", "packed.avi", "-c:v libxvid -bf 2 -g 9 -q:v 5", 64, 48, 30},
       {"MPEG-4 interlaced", "interlaced.mkv", "-c:v mpeg4 -flags +ildct+ilme -g 6 -q:v 4", 96, 64,
        10},
       {"H.263+ with annexes", "plus.mkv",
@@ -72,7 +75,8 @@ TEST(VzkImportMPEG4, DecodedClipsEqualFfmpegsDecodeWhereverPlaybackGoes) {
     CmScratch scratch;
     const std::string clip = c.Make(scratch);
     const CmPictures reference = ReferencePictures(scratch, clip, c.FrameSize());
-    ASSERT_GE(reference.size(), c.frames - 1);
+    // Xvid keeps up to two held-back B pictures out of the file.
+    ASSERT_GE(reference.size(), c.frames - 2);
     const std::string recording = Import(scratch, clip);
     const SmResult info = RunVzk({"info", recording});
     const std::string codec =

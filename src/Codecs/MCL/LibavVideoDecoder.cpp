@@ -80,9 +80,12 @@ bool SaysPacked(const uint8_t* data, size_t size) {
 // Where the first picture of the data ends: before the next VOP or the
 // headers of one (MPEG-4), or the next picture start code (H.263). An input
 // that holds a whole group of pictures is taken one picture a call, so that
-// each picture keeps the time its caller gives it.
-size_t FirstPictureLength(bool mpeg4, const uint8_t* data, size_t size) {
+// each picture keeps the time its caller gives it. In a packed stream a B VOP
+// right behind an I, P or S VOP went in with it, and goes in with it again.
+size_t FirstPictureLength(bool mpeg4, bool packed, const uint8_t* data, size_t size) {
   bool picture = false;
+  int vops = 0;
+  int firstType = -1;
   for (size_t i = 0; i + 3 < size; ++i) {
     if (!StartCodeAt(data, size, i) &&
         !(!mpeg4 && data[i] == 0 && data[i + 1] == 0 && (data[i + 2] & 0xFC) == 0x80)) {
@@ -98,10 +101,18 @@ size_t FirstPictureLength(bool mpeg4, const uint8_t* data, size_t size) {
     }
     const uint8_t code = data[i + 3];
     const bool headers = code == 0xB0 || code == 0xB3 || code == 0xB5 || code <= 0x2F;
+    const int type = code == 0xB6 && i + 4 < size ? data[i + 4] >> 6 : -1;
     if (picture && (code == 0xB6 || headers)) {
-      return i;
+      const bool packedPair = packed && vops == 1 && firstType != 2 && type == 2;
+      if (!packedPair) {
+        return i;
+      }
     }
-    picture = picture || code == 0xB6;
+    if (code == 0xB6) {
+      firstType = vops == 0 ? type : firstType;
+      ++vops;
+      picture = true;
+    }
     i += 3;
   }
   return size;
@@ -303,9 +314,7 @@ Status LibavVideoDecoder::GetFrame(MediaData* input, MediaData* output) {
     if (m_Engine == Engine::MPEG4 && SaysPacked(data, size)) {
       state.packed = true;
     }
-    if (!state.packed) {
-      size = FirstPictureLength(m_Engine == Engine::MPEG4, data, size);
-    }
+    size = FirstPictureLength(m_Engine == Engine::MPEG4, state.packed, data, size);
     const Status fed = Feed(data, size, input->GetTime(), input->GetFrameId());
     if (fed != StatusFrameHeld) {
       input->MoveDataPointer(size);
