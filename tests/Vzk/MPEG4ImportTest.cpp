@@ -63,7 +63,8 @@ TEST(VzkImportMPEG4, DecodedClipsEqualFfmpegsDecodeWhereverPlaybackGoes) {
        SmClipCase::Playback},
       // Packed, in open groups: behind each packed pair a plane that is not
       // coded, marked intra and a key frame, which is no place to start.
-      {"Xvid packed, open groups", "packed.avi", "-c:v libxvid -bf 2 -g 9 -q:v 5", 64, 48, 30},
+      {"Xvid packed, open groups", "packed.avi", "-c:v libxvid -bf 2 -g 9 -q:v 5", 64, 48, 30,
+       SmClipCase::Playback},
       {"MPEG-4 interlaced", "interlaced.mkv", "-c:v mpeg4 -flags +ildct+ilme -g 6 -q:v 4", 96, 64,
        10},
       {"H.263+ with annexes", "plus.mkv",

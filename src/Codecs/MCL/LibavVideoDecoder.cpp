@@ -40,15 +40,17 @@ Status StatusOf(int error) {
   return StatusFailed;
 }
 
-// The coding type of the first MPEG-4 VOP of the data: 0 I, 1 P, 2 B, 3 S;
-// -1 when there is none.
-int FirstVopCodingType(const uint8_t* data, size_t size) {
+// The coding types of the MPEG-4 VOPs of the data, in order: 0 I, 1 P, 2 B,
+// 3 S.
+std::vector<int> VopCodingTypes(const uint8_t* data, size_t size) {
+  std::vector<int> types;
   for (size_t i = 0; i + 4 < size; ++i) {
     if (data[i] == 0 && data[i + 1] == 0 && data[i + 2] == 1 && data[i + 3] == 0xB6) {
-      return data[i + 4] >> 6;
+      types.push_back(data[i + 4] >> 6);
+      i += 3;
     }
   }
-  return -1;
+  return types;
 }
 
 bool StartCodeAt(const uint8_t* data, size_t size, size_t i) {
@@ -274,14 +276,21 @@ Status LibavVideoDecoder::Feed(const uint8_t* data, size_t size, double time, in
     // such a picture never leaves, so its time must not wait for it.
     // Those pictures come before the intra picture in display order, so it
     // is the smallest times that go, not theirs.
-    const int type = FirstVopCodingType(data, size);
-    if (type == 2 && state.anchors < 2) {
-      state.waiting.push_back({state.nextOrder - 1, time, frameId, true});
-      ++state.timesToDrop;
-      return StatusOk;
-    }
-    if (type == 0 || type == 1 || type == 3) {
-      ++state.anchors;
+    // A packed input holds a B picture behind its anchor; that B picture
+    // shares the input's time, which the plane that is not coded after it
+    // makes up for.
+    bool first = true;
+    for (const int type : VopCodingTypes(data, size)) {
+      if (type == 2 && state.anchors < 2) {
+        ++state.timesToDrop;
+        if (first) {
+          state.waiting.push_back({state.nextOrder - 1, time, frameId, true});
+          return StatusOk;
+        }
+      } else if (type == 0 || type == 1 || type == 3) {
+        ++state.anchors;
+      }
+      first = false;
     }
   }
   state.waiting.push_back({state.nextOrder - 1, time, frameId});
