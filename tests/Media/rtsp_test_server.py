@@ -1,7 +1,7 @@
 #!/usr/bin/python3
 # A loopback RTSP server for the tests. Without a clip: H.264 video and G.711
 # audio from test sources at /cam, paced as a camera would send them. With
-# CODEC and CLIP (codec "mpeg4" or "h264"; an .mp4, .mkv or .avi
+# CODEC and CLIP (codec "mpeg4", "h264" or "h263"; an .mp4, .mkv or .avi
 # file): the clip's video at /clip, from its start for every client, paced
 # by its own times, over TCP only, so that what a client receives can be
 # compared with the file. Listens on the port given as the first argument (0: any free one);
@@ -28,6 +28,8 @@ DEMUXERS = {".mp4": "qtdemux", ".mkv": "matroskademux", ".avi": "avidemux"}
 PAYLOADERS = {
     "mpeg4": "mpeg4videoparse ! rtpmp4vpay",
     "h264": "h264parse ! rtph264pay",
+    # The payloader takes H.263 only with its version named.
+    "h263": "h263parse ! video/x-h263,variant=itu,h263version=h263 ! rtph263ppay",
 }
 
 
