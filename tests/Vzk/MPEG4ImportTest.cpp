@@ -126,6 +126,10 @@ TEST(VzkImportMPEG4, ClipsServedOverRtspImportFrameForFrame) {
     const char* codec;
     uint32_t codecValue;
     SmClipCase clip;
+    // Containers call every H.263 frame a key frame; the import reads the
+    // picture type, and so does the check. The server stamps the first H.263
+    // packet a few milliseconds late, and the import keeps the stream's times.
+    bool h263 = false;
   };
   const SmRtspCase cases[] = {
       {"mpeg4",
@@ -133,6 +137,7 @@ TEST(VzkImportMPEG4, ClipsServedOverRtspImportFrameForFrame) {
        {"MPEG-4 with B pictures", "b.mp4",
         "-c:v mpeg4 -bf 2 -flags +cgop -sc_threshold 1000000000 -g 10 -q:v 4", 96, 64, 30}},
       {"h264", 10, {"H.264 with a B pyramid", "h264.mkv", "-c:v libx264 -bf 3 -g 12", 96, 64, 30}},
+      {"h263", 7, {"H.263 QCIF", "qcif.mkv", "-c:v h263 -g 6 -q:v 5", 176, 144, 30}, true},
   };
   for (const SmRtspCase& c : cases) {
     SCOPED_TRACE(c.clip.name);
@@ -153,14 +158,20 @@ TEST(VzkImportMPEG4, ClipsServedOverRtspImportFrameForFrame) {
                 recording, "--count", std::to_string(c.clip.frames), "--duration", "20"});
     ASSERT_EQ(imported.status, 0) << imported.err;
     const std::vector<SmStoredFrame> frames = StoredFrames(recording);
-    const std::vector<std::string> keys = Probe(scratch, clip, "packet=flags");
+    const std::vector<std::string> keys =
+        Probe(scratch, clip, c.h263 ? "frame=pict_type" : "packet=flags");
     ASSERT_EQ(frames.size(), c.clip.frames);
     ASSERT_EQ(keys.size(), c.clip.frames);
+    const size_t from = c.h263 ? 1 : 0;
     for (size_t f = 0; f < frames.size(); ++f) {
       EXPECT_EQ(frames[f].codec, c.codecValue) << "frame " << f;
-      EXPECT_EQ(frames[f].sync, keys[f].rfind('K', 0) == 0) << "frame " << f;
-      EXPECT_EQ(frames[f].time - frames[0].time, static_cast<int64_t>(40 * f)) << "frame " << f;
+      EXPECT_EQ(frames[f].sync, keys[f].rfind(c.h263 ? 'I' : 'K', 0) == 0) << "frame " << f;
+      if (f >= from) {
+        EXPECT_EQ(frames[f].time - frames[from].time, static_cast<int64_t>(40 * (f - from)))
+            << "frame " << f;
+      }
     }
+    EXPECT_LT(frames[0].time, frames[1].time);
     ExpectSamePictures(
         RunY4m(scratch, RecordingTree(recording, "video_decoder"), c.clip.FrameSize()), reference);
   }
