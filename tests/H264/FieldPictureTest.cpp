@@ -180,6 +180,18 @@ Frames DecodeWithFfmpeg(const CmH264StreamWriter& writer) {
   return frames;
 }
 
+// Our frames, every field decoded, `count` of them, each equal to ffmpeg's.
+void ExpectSameAsFfmpeg(const CmH264StreamWriter& writer, size_t count) {
+  const SmDecoded ours = DecodeWithEngine(writer);
+  EXPECT_FALSE(ours.unsupported);
+  const Frames expected = DecodeWithFfmpeg(writer);
+  ASSERT_EQ(ours.frames.size(), count);
+  ASSERT_EQ(expected.size(), ours.frames.size());
+  for (size_t i = 0; i < expected.size(); ++i) {
+    EXPECT_TRUE(ours.frames[i] == expected[i]) << "frame " << i;
+  }
+}
+
 // The lines of one parity of a planar 4:2:0 frame.
 std::vector<uint8_t> FieldLines(const std::vector<uint8_t>& frame, int parity) {
   std::vector<uint8_t> lines;
@@ -435,14 +447,7 @@ TEST(H264FieldPictures, EightByEightFieldScanMatchesFfmpeg) {
       }
       writer.WriteSlice(Field(SmWriterSlice::P, picture / 2, bottom, picture, filter), mbs);
     }
-    const SmDecoded ours = DecodeWithEngine(writer);
-    EXPECT_FALSE(ours.unsupported);
-    const Frames expected = DecodeWithFfmpeg(writer);
-    ASSERT_EQ(ours.frames.size(), 4u);
-    ASSERT_EQ(expected.size(), ours.frames.size());
-    for (size_t i = 0; i < expected.size(); ++i) {
-      EXPECT_TRUE(ours.frames[i] == expected[i]) << "frame " << i;
-    }
+    ExpectSameAsFfmpeg(writer, 4);
   }
 }
 
@@ -492,14 +497,7 @@ TEST(H264FieldPictures, MemoryManagementUnmarksSingleFields) {
   writer.WriteSlice(WithActive(Field(SmWriterSlice::P, 5, true, 41, 0), 6),
                     PredictedField({5, 3, 1, 0, 2, 4}, 12));
 
-  const SmDecoded ours = DecodeWithEngine(writer);
-  EXPECT_FALSE(ours.unsupported);
-  const Frames expected = DecodeWithFfmpeg(writer);
-  ASSERT_EQ(ours.frames.size(), 6u);
-  ASSERT_EQ(expected.size(), ours.frames.size());
-  for (size_t i = 0; i < expected.size(); ++i) {
-    EXPECT_TRUE(ours.frames[i] == expected[i]) << "frame " << i;
-  }
+  ExpectSameAsFfmpeg(writer, 6);
 }
 
 // Field coding that is not decoded yet is refused with the unsupported
@@ -580,14 +578,7 @@ TEST(H264FieldPictures, LongTermFieldsMatchFfmpeg) {
   writer.WriteSlice(WithActive(Field(SmWriterSlice::P, 4, true, 33, 1), 5),
                     PredictedField({3, 4, 0, 1, 2}, 10));
 
-  const SmDecoded ours = DecodeWithEngine(writer);
-  EXPECT_FALSE(ours.unsupported);
-  const Frames expected = DecodeWithFfmpeg(writer);
-  ASSERT_EQ(ours.frames.size(), 5u);
-  ASSERT_EQ(expected.size(), ours.frames.size());
-  for (size_t i = 0; i < expected.size(); ++i) {
-    EXPECT_TRUE(ours.frames[i] == expected[i]) << "frame " << i;
-  }
+  ExpectSameAsFfmpeg(writer, 5);
 }
 
 // The frame whose two fields are I_PCM fields, woven: the samples that the
@@ -773,12 +764,5 @@ TEST(H264FieldPictures, DirectPredictionBetweenFieldsAndFramesMatchesFfmpeg) {
   SmWriterSlice b3 = WithActive(FramePicture(SmWriterSlice::B, 3, 22, false), 2, 1);
   writer.WriteSlice(b3, DirectMostly(Width * Height, 4));
 
-  const SmDecoded ours = DecodeWithEngine(writer);
-  EXPECT_FALSE(ours.unsupported);
-  const Frames expected = DecodeWithFfmpeg(writer);
-  ASSERT_EQ(ours.frames.size(), 6u);
-  ASSERT_EQ(expected.size(), ours.frames.size());
-  for (size_t i = 0; i < expected.size(); ++i) {
-    EXPECT_TRUE(ours.frames[i] == expected[i]) << "frame " << i;
-  }
+  ExpectSameAsFfmpeg(writer, 6);
 }

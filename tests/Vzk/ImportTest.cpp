@@ -156,6 +156,18 @@ TEST(VzkImport, DecodedMJPEGIsWithinOneOfFfmpegsDecode) {
   }
 }
 
+// `clip` imported and run through "video_decoder" with its deinterlacer
+// off: the y4m stream that vzk writes.
+std::string WovenY4m(const CmScratch& scratch, const std::string& clip) {
+  const std::string recording = scratch.Path("clip.gbd");
+  EXPECT_EQ(RunVzk({"import", clip, recording}).status, 0);
+  const std::string tree = scratch.Write(
+      "decode.xml", RecordingTree(recording, "video_decoder deinterlacing_filter='none'"));
+  const SmResult run = RunVzk({"run", tree, "--format", "y4m", "--out", scratch.Path("out")});
+  EXPECT_EQ(run.status, 0) << run.err;
+  return ReadText(scratch.Path("out/out.y4m"));
+}
+
 // Frames of an interlaced H.264 sequence, imported and decoded by a
 // "video_decoder" with its deinterlacer off, come out woven: ffmpeg's own
 // pictures to the bit, comb and all.
@@ -205,17 +217,7 @@ TEST(VzkImport, InterlacedH264ComesOutWovenWithTheDeinterlacerOff) {
   const std::vector<uint8_t> reference =
       Ffmpeg("-i '" + clip + "' -f rawvideo -pix_fmt yuv420p", scratch.Path("reference.yuv"));
   ASSERT_EQ(reference.size(), 4 * frameSize);
-  const std::string recording = scratch.Path("clip.gbd");
-  ASSERT_EQ(RunVzk({"import", clip, recording}).status, 0);
-  const std::string tree = scratch.Write(
-      "decode.xml",
-      "<?xml version='1.0' encoding='UTF-8'?><toolkit type='source'><provider>vzk</provider>"
-      "<config><video_decoder deinterlacing_filter='none'><toolkit type='source'>"
-      "<provider>recording</provider><config><recording file='" +
-          recording + "'/></config></toolkit></video_decoder></config></toolkit>");
-  const SmResult run = RunVzk({"run", tree, "--format", "y4m", "--out", scratch.Path("out")});
-  ASSERT_EQ(run.status, 0) << run.err;
-  const std::string y4m = ReadText(scratch.Path("out/out.y4m"));
+  const std::string y4m = WovenY4m(scratch, clip);
   const size_t header = y4m.find('\n') + 1;
   ASSERT_EQ(y4m.size(), header + 4 * (6 + frameSize));
   for (size_t f = 0; f < 4; ++f) {
@@ -245,17 +247,7 @@ TEST(VzkImport, MacroblockPairFramesComeOutWovenWithTheDeinterlacerOff) {
   const std::vector<uint8_t> reference =
       Ffmpeg("-i '" + clip + "' -f rawvideo -pix_fmt yuv420p", scratch.Path("reference.yuv"));
   ASSERT_EQ(reference.size(), 6 * frameSize);
-  const std::string recording = scratch.Path("clip.gbd");
-  ASSERT_EQ(RunVzk({"import", clip, recording}).status, 0);
-  const std::string tree = scratch.Write(
-      "decode.xml",
-      "<?xml version='1.0' encoding='UTF-8'?><toolkit type='source'><provider>vzk</provider>"
-      "<config><video_decoder deinterlacing_filter='none'><toolkit type='source'>"
-      "<provider>recording</provider><config><recording file='" +
-          recording + "'/></config></toolkit></video_decoder></config></toolkit>");
-  const SmResult run = RunVzk({"run", tree, "--format", "y4m", "--out", scratch.Path("out")});
-  ASSERT_EQ(run.status, 0) << run.err;
-  const std::string y4m = ReadText(scratch.Path("out/out.y4m"));
+  const std::string y4m = WovenY4m(scratch, clip);
   const size_t header = y4m.find('\n') + 1;
   EXPECT_NE(y4m.substr(0, header).find(" C422"), std::string::npos) << y4m.substr(0, header);
   ASSERT_EQ(y4m.size(), header + 6 * (6 + wovenSize));
