@@ -40,6 +40,24 @@ int64_t GetPicNum(const SmReferenceFrame& frame, uint32_t currentFrameNum, uint3
 
 using SmEntries = std::vector<const SmReferenceFrame*>;
 
+// Puts the picture that a modification chose at refIdx, moving the entries
+// after it back one place, and drops the later entry that names the same
+// picture (8.2.4.3.1, 8.2.4.3.2).
+template <typename Entries, typename Matches>
+void PlaceModified(Entries& entries, size_t active, size_t& refIdx,
+                   typename Entries::value_type chosen, const Matches& matches) {
+  for (size_t i = active; i > refIdx; --i) {
+    entries[i] = entries[i - 1];
+  }
+  entries[refIdx++] = chosen;
+  size_t kept = refIdx;
+  for (size_t i = refIdx; i <= active; ++i) {
+    if (!matches(entries[i])) {
+      entries[kept++] = entries[i];
+    }
+  }
+}
+
 bool Modify(const SmReferenceFrame* const* all, size_t count, const SmSliceHeader& header, int list,
             uint32_t maxFrameNum, SmEntries& entries) {
   const uint32_t current = header.frameNum;
@@ -57,31 +75,20 @@ bool Modify(const SmReferenceFrame* const* all, size_t count, const SmSliceHeade
     if (!number) {
       return false;
     }
+    const auto matches = [&](const SmReferenceFrame* frame) {
+      return frame != nullptr && frame->longTerm == isLong &&
+             (isLong ? frame->longTermFrameIdx == *number
+                     : GetPicNum(*frame, current, maxFrameNum) == *number);
+    };
     for (size_t i = 0; i < count; ++i) {
-      const SmReferenceFrame* frame = all[i];
-      if (frame->longTerm == isLong &&
-          (isLong ? frame->longTermFrameIdx == *number
-                  : GetPicNum(*frame, current, maxFrameNum) == *number)) {
-        chosen = frame;
+      if (matches(all[i])) {
+        chosen = all[i];
       }
     }
     if (chosen == nullptr) {
       return false;
     }
-    for (size_t i = active; i > refIdx; --i) {
-      entries[i] = entries[i - 1];
-    }
-    entries[refIdx++] = chosen;
-    size_t kept = refIdx;
-    for (size_t i = refIdx; i <= active; ++i) {
-      const SmReferenceFrame* entry = entries[i];
-      const bool same = entry != nullptr && entry->longTerm == isLong &&
-                        (isLong ? entry->longTermFrameIdx == *number
-                                : GetPicNum(*entry, current, maxFrameNum) == *number);
-      if (!same) {
-        entries[kept++] = entry;
-      }
-    }
+    PlaceModified(entries, active, refIdx, chosen, matches);
   }
   return true;
 }
@@ -244,16 +251,7 @@ bool BuildFieldLists(const std::vector<SmReferenceFrame>& frames, const SmSliceH
         if (chosen == nullptr) {
           return false;
         }
-        for (size_t i = active; i > refIdx; --i) {
-          entries[i] = entries[i - 1];
-        }
-        entries[refIdx++] = chosen;
-        size_t kept = refIdx;
-        for (size_t i = refIdx; i <= active; ++i) {
-          if (!matches(entries[i])) {
-            entries[kept++] = entries[i];
-          }
-        }
+        PlaceModified(entries, active, refIdx, chosen, matches);
       }
     }
     lists[list].pictures.assign(active, nullptr);
