@@ -17,7 +17,7 @@ constexpr int CtxMbTypeI = 3, CtxSkipP = 11, CtxMbTypeP = 14, CtxMbTypeIntraP = 
               CtxSubTypeP = 21, CtxSkipB = 24, CtxMbTypeB = 27, CtxMbTypeIntraB = 32,
               CtxSubTypeB = 36, CtxMvdX = 40, CtxMvdY = 47, CtxRefIdx = 54, CtxQpDelta = 60,
               CtxChromaMode = 64, CtxPrevIntraMode = 68, CtxRemIntraMode = 69, CtxCbpLuma = 73,
-              CtxCbpChroma = 77, CtxTransform8x8 = 399;
+              CtxCbpChroma = 77, CtxTransform8x8 = 399, CtxFieldDecoding = 70;
 
 // Per block category (luma DC, luma AC, luma 4x4, chroma DC, chroma AC,
 // luma 8x8): where its coded_block_flag, significance maps and levels
@@ -26,6 +26,10 @@ constexpr int CtxCodedBlock[5] = {85, 89, 93, 97, 101};
 constexpr int CtxSignificant[6] = {105, 120, 134, 149, 152, 402};
 constexpr int CtxLast[6] = {166, 181, 195, 210, 213, 417};
 constexpr int CtxLevel[6] = {227, 237, 247, 257, 266, 426};
+// Field macroblocks, of field pictures or of pairs, have significance maps
+// of their own: their coefficients cluster differently along the scan.
+constexpr int CtxSignificantField[6] = {277, 292, 306, 321, 324, 436};
+constexpr int CtxLastField[6] = {338, 353, 367, 382, 385, 451};
 
 // ctxIdxInc of significant_coeff_flag and last_significant_coeff_flag in
 // the 8x8 blocks of frame macroblocks, by scanning position.
@@ -33,6 +37,10 @@ constexpr uint8_t Significant8x8[63] = {
     0,  1,  2, 3, 4, 5,  5,  4,  4,  3, 3, 4,  4,  4,  5,  5,  4,  4,  4,  4,  3,
     3,  6,  7, 7, 7, 8,  9,  10, 9,  8, 7, 7,  6,  11, 12, 13, 11, 6,  7,  8,  9,
     14, 10, 9, 8, 6, 11, 12, 13, 11, 6, 9, 14, 10, 9,  11, 12, 13, 11, 14, 10, 12};
+constexpr uint8_t Significant8x8Field[63] = {
+    0,  1,  1,  2,  2,  3,  3,  4,  5,  6,  7,  7,  7, 8,  4,  5,  6,  9,  10, 10, 8,
+    11, 12, 11, 9,  9,  10, 10, 8,  11, 12, 11, 9,  9, 10, 10, 8,  11, 12, 11, 9,  9,
+    10, 10, 8,  13, 13, 9,  9,  10, 10, 8,  13, 13, 9, 9,  10, 10, 14, 14, 14, 14, 14};
 constexpr uint8_t Last8x8[63] = {0, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 2, 2, 2, 2, 2,
                                  2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 3, 3, 3, 3, 3, 3, 3, 3, 4, 4,
                                  4, 4, 4, 4, 4, 4, 5, 5, 5, 5, 6, 6, 6, 6, 7, 7, 7, 7, 8, 8, 8};
@@ -43,6 +51,14 @@ constexpr uint8_t BlockY[16] = {0, 0, 1, 1, 0, 0, 1, 1, 2, 2, 3, 3, 2, 2, 3, 3};
 } // namespace
 
 const SmMacroblockInfo* CmSliceDecoder::LocateBlock(int x, int y, int& bx, int& by) const {
+  if (m_Mbaff && (x < 0 || y < 0)) {
+    // Pairs of either kind: the neighbouring line may lie in either
+    // macroblock of the neighbouring pair.
+    const SmLocation location = Locate(m_Address, x < 0 ? -1 : 4 * x, y < 0 ? -1 : 4 * y, 16, 16);
+    bx = location.x / 4;
+    by = location.y / 4;
+    return location.mb;
+  }
   bx = (x + 4) % 4;
   by = (y + 4) % 4;
   if (x >= 0 && y >= 0) {
@@ -182,7 +198,9 @@ uint32_t CmSliceDecoder::ReadRefIdx(CmBitReader& reader, int list, int x, int y)
       return 0;
     }
     const int b8 = bx / 2 + 2 * (by / 2);
-    return (n->directBlocks >> b8 & 1) == 0 && n->refIdx[list][b8] > 0 ? 1 : 0;
+    // A field neighbour of a frame macroblock counts its indices in fields.
+    const int first = m_Mbaff && !m_MbField && n->field ? 1 : 0;
+    return (n->directBlocks >> b8 & 1) == 0 && n->refIdx[list][b8] > first ? 1 : 0;
   };
   const int increment = beyondFirst(x - 1, y) + 2 * beyondFirst(x, y - 1);
   if (Decision(CtxRefIdx + increment) == 0) {
@@ -207,7 +225,13 @@ int32_t CmSliceDecoder::ReadMvd(CmBitReader& reader, int list, int component, in
     if (n == nullptr || n->kind == MbSkip || IsIntra(n->kind)) {
       return 0;
     }
-    return static_cast<int>(n->mvd[list][bx + 4 * by][component]);
+    const int value = n->mvd[list][bx + 4 * by][component];
+    // Vertical differences of field and frame macroblocks count different
+    // lines.
+    if (component == 1 && m_Mbaff && n->field != m_MbField) {
+      return m_MbField ? value / 2 : value * 2;
+    }
+    return value;
   };
   const int sum = size(x - 1, y) + size(x, y - 1);
   const int base = component == 0 ? CtxMvdX : CtxMvdY;
@@ -301,8 +325,19 @@ int CmSliceDecoder::ReadCbpCabac() {
       }
       return other != nullptr && (other->cbp >> otherB8 & 1) == 0 ? 1 : 0;
     };
-    const int a = uncoded(m_MbA, b8 % 2 == 1 ? b8 - 1 : -1, b8 + 1);
-    const int b = uncoded(m_MbB, b8 >= 2 ? b8 - 2 : -1, b8 + 2);
+    int a = 0, b = 0;
+    if (m_Mbaff) {
+      // The neighbouring 8x8 block depends on both pairs' kinds.
+      const auto outside = [&](int xN, int yN) {
+        const SmLocation l = Locate(m_Address, xN, yN, 16, 16);
+        return uncoded(l.mb, -1, l.x / 8 + 2 * (l.y / 8));
+      };
+      a = b8 % 2 == 1 ? uncoded(nullptr, b8 - 1, 0) : outside(-1, 8 * (b8 / 2));
+      b = b8 >= 2 ? uncoded(nullptr, b8 - 2, 0) : outside(8 * (b8 % 2), -1);
+    } else {
+      a = uncoded(m_MbA, b8 % 2 == 1 ? b8 - 1 : -1, b8 + 1);
+      b = uncoded(m_MbB, b8 >= 2 ? b8 - 2 : -1, b8 + 2);
+    }
     luma |= Decision(CtxCbpLuma + a + 2 * b) << b8;
   }
   if (m_Sps->GetChromaArrayType() != 1 && m_Sps->GetChromaArrayType() != 2) {
@@ -342,18 +377,21 @@ int CmSliceDecoder::ReadBlockCabac(int category, int codedInc, int maxNumCoeff, 
   if (codedInc >= 0 && Decision(CtxCodedBlock[category] + codedInc) == 0) {
     return 0;
   }
-  // The significance maps of field macroblocks have contexts of their own,
-  // whose initial values this decoder does not have yet.
-  if (m_Header->fieldPic) {
-    m_NeedsFieldContexts = true;
+  const bool field = m_Header->fieldPic || m_MbField;
+  // The initial values of the 8x8 significance maps of field macroblocks
+  // in P and B slices are not in this decoder yet: refused, never guessed.
+  if (category == 5 && field && m_Header->sliceType != SliceI) {
+    m_NeedsUnknownContexts = true;
     return -1;
   }
   uint8_t positions[64];
   int count = 0;
-  const int sigBase = CtxSignificant[category], lastBase = CtxLast[category];
+  const int sigBase = field ? CtxSignificantField[category] : CtxSignificant[category];
+  const int lastBase = field ? CtxLastField[category] : CtxLast[category];
+  const uint8_t* significant8x8 = field ? Significant8x8Field : Significant8x8;
   bool ended = false;
   for (int i = 0; i < maxNumCoeff - 1; ++i) {
-    const int sigInc = category == 5 ? Significant8x8[i] : (category == 3 ? std::min(i, 2) : i);
+    const int sigInc = category == 5 ? significant8x8[i] : (category == 3 ? std::min(i, 2) : i);
     if (Decision(sigBase + sigInc) != 0) {
       positions[count++] = static_cast<uint8_t>(i);
       const int lastInc = category == 5 ? Last8x8[i] : (category == 3 ? std::min(i, 2) : i);
@@ -511,9 +549,23 @@ bool CmSliceDecoder::ReadResidualCabac(bool intra16x16, uint8_t cbp) {
         const int x = blk % 2, y = blk / 2;
         const SmMacroblockInfo* a = x > 0 ? self : m_MbA;
         const SmMacroblockInfo* b = y > 0 ? self : m_MbB;
+        int blockA = 1 - x + 2 * y, blockB = x + 2 * (1 - y);
+        if (m_Mbaff) {
+          // Which block row of a neighbouring pair lies beside this one
+          // depends on both pairs' kinds.
+          if (x == 0) {
+            const SmLocation l = Locate(m_Address, -1, 4 * y, 8, 8);
+            a = l.mb;
+            blockA = l.x / 4 + 2 * (l.y / 4);
+          }
+          if (y == 0) {
+            const SmLocation l = Locate(m_Address, 4 * x, -1, 8, 8);
+            b = l.mb;
+            blockB = l.x / 4 + 2 * (l.y / 4);
+          }
+        }
         const auto coded = [&](const SmMacroblockInfo* n, int which) {
-          const int nx = which == 0 ? 1 - x : x, ny = which == 0 ? y : 1 - y;
-          return (n->cbp >> 4) == 2 && n->totalCoeffChroma[c][nx + 2 * ny] != 0;
+          return (n->cbp >> 4) == 2 && n->totalCoeffChroma[c][which == 0 ? blockA : blockB] != 0;
         };
         const int inc = CodedBlockIncrement(a, b, coded);
         const int count = ReadBlockCabac(4, inc, 15, m_ChromaAcLevels[c][blk]);
@@ -546,10 +598,34 @@ bool CmSliceDecoder::ReadPcmCabac(CmBitReader& reader) {
   return true;
 }
 
+bool CmSliceDecoder::ReadSkipFlagCabac(const SmNeighbours& neighbours) {
+  const auto notSkipped = [](const SmMacroblockInfo* n) {
+    return n != nullptr && n->kind != MbSkip ? 1 : 0;
+  };
+  const int base = m_Header->sliceType == SliceP ? CtxSkipP : CtxSkipB;
+  return Decision(base + notSkipped(neighbours.left) + notSkipped(neighbours.top)) != 0;
+}
+
+bool CmSliceDecoder::ReadFieldFlagCabac(uint32_t address) {
+  // The context counts the field pairs to the left and above.
+  const uint32_t width = m_Picture->GetWidthInMbs();
+  const uint32_t top = address - (address / width % 2) * width;
+  const SmMacroblockInfo* mbs = m_Picture->GetMacroblocks();
+  const auto fieldPair = [this](const SmMacroblockInfo* n) {
+    return IsAvailable(n) && n->field ? 1 : 0;
+  };
+  const int left = top % width > 0 ? fieldPair(mbs + top - 1) : 0;
+  const int above = top >= 2 * width ? fieldPair(mbs + top - 2 * width) : 0;
+  return Decision(CtxFieldDecoding + left + above) != 0;
+}
+
 CmSliceDecoder::SmResult CmSliceDecoder::DecodeCabacSlice(CmBitReader& reader, uint32_t count,
                                                           const std::vector<uint8_t>* sliceGroups) {
   const bool p = m_Header->sliceType == SliceP;
   const bool b = m_Header->sliceType == SliceB;
+  if (m_Mbaff && sliceGroups != nullptr) {
+    return Unsupported;
+  }
   m_Observer = Observer.load();
   if (m_Observer != nullptr) {
     m_Observer->OnSliceData(*m_Header, *m_Pps, reader);
@@ -563,25 +639,55 @@ CmSliceDecoder::SmResult CmSliceDecoder::DecodeCabacSlice(CmBitReader& reader, u
   m_Cabac.Start(reader.GetData(), reader.GetSizeInBits() / 8, reader.GetPosition() / 8);
   m_PrevQpDeltaNonZero = m_QpDeltaNonZero = false;
   m_Damaged = false;
-  m_NeedsFieldContexts = false;
-  uint32_t address = m_Header->firstMbInSlice;
+  m_NeedsUnknownContexts = false;
+  const uint32_t width = m_Picture->GetWidthInMbs();
+  // In a frame of macroblock pairs mbAddr counts pair by pair, top before
+  // bottom; address is always the raster record.
+  uint32_t mbAddr = m_Header->firstMbInSlice * (m_Mbaff ? 2 : 1);
+  // A pair's mb_field_decoding_flag comes with its first coded macroblock.
+  // A skipped top needs its bottom's mb_skip_flag, and the flag that may
+  // follow it, before its own motion can be derived.
+  bool fieldKnown = false;
+  int bottomSkipped = -1;
   for (;;) {
-    if (address >= count) {
+    if (mbAddr >= count) {
       return Damaged;
     }
+    const uint32_t address = ToRaster(mbAddr);
+    const bool pairTop = m_Mbaff && mbAddr % 2 == 0;
     m_Address = address;
-    const SmNeighbours neighbours = GetNeighbours(address);
-    m_MbA = neighbours.left;
-    m_MbB = neighbours.top;
+    if (pairTop) {
+      // Until the pair says otherwise, the contexts see the inferred kind.
+      m_MbField = InferMbField(address);
+      SelectScans();
+      fieldKnown = false;
+      bottomSkipped = -1;
+    }
     m_PrevQpDeltaNonZero = m_QpDeltaNonZero;
     m_QpDeltaNonZero = false;
+    SmNeighbours neighbours = GetNeighbours(address);
     bool skipped = false;
     if (p || b) {
-      const auto notSkipped = [](const SmMacroblockInfo* n) {
-        return n != nullptr && n->kind != MbSkip ? 1 : 0;
-      };
-      skipped = Decision((p ? CtxSkipP : CtxSkipB) + notSkipped(m_MbA) + notSkipped(m_MbB)) != 0;
+      skipped = !pairTop && bottomSkipped >= 0 ? bottomSkipped != 0 : ReadSkipFlagCabac(neighbours);
     }
+    if (skipped && pairTop) {
+      // The bottom's neighbour above may be this top: it is skipped.
+      SmMacroblockInfo& mb = m_Picture->GetMacroblocks()[address];
+      mb.slice = m_Slice;
+      mb.kind = MbSkip;
+      mb.field = m_MbField;
+      m_Address = address + width;
+      bottomSkipped = ReadSkipFlagCabac(GetNeighbours(address + width)) ? 1 : 0;
+      if (bottomSkipped == 0) {
+        m_MbField = ReadFieldFlagCabac(address);
+        SelectScans();
+        fieldKnown = true;
+        neighbours = GetNeighbours(address);
+      }
+      m_Address = address;
+    }
+    m_MbA = neighbours.left;
+    m_MbB = neighbours.top;
     bool ok = true;
     if (skipped) {
       if (p) {
@@ -590,6 +696,14 @@ CmSliceDecoder::SmResult CmSliceDecoder::DecodeCabacSlice(CmBitReader& reader, u
         ok = DecodeBSkippedMacroblock(address);
       }
     } else {
+      if (m_Mbaff && !fieldKnown) {
+        m_MbField = ReadFieldFlagCabac(address);
+        SelectScans();
+        fieldKnown = true;
+        neighbours = GetNeighbours(address);
+        m_MbA = neighbours.left;
+        m_MbB = neighbours.top;
+      }
       const uint32_t mbType = ReadMbTypeCabac();
       if (p && mbType < 5) {
         ok = DecodeInterMacroblock(reader, mbType, address);
@@ -600,16 +714,17 @@ CmSliceDecoder::SmResult CmSliceDecoder::DecodeCabacSlice(CmBitReader& reader, u
         ok = intraType <= 25 && DecodeIntraMacroblock(reader, intraType, address);
       }
     }
-    if (m_NeedsFieldContexts) {
+    if (m_NeedsUnknownContexts) {
       return Unsupported;
     }
     if (!ok || m_Damaged || m_Cabac.IsOverrun()) {
       return Damaged;
     }
-    if (Terminate() != 0) {
+    // A pair ends a slice only after its bottom.
+    if (!pairTop && Terminate() != 0) {
       return Decoded;
     }
-    address = sliceGroups != nullptr ? NextMacroblockAddress(*sliceGroups, address) : address + 1;
+    mbAddr = sliceGroups != nullptr ? NextMacroblockAddress(*sliceGroups, mbAddr) : mbAddr + 1;
   }
 }
 

@@ -114,6 +114,10 @@ private:
     return bin;
   }
   uint32_t ReadMbTypeCabac();
+  // mb_skip_flag of the macroblock with these neighbours.
+  bool ReadSkipFlagCabac(const SmNeighbours& neighbours);
+  // mb_field_decoding_flag of the pair holding address.
+  bool ReadFieldFlagCabac(uint32_t address);
   uint32_t ReadIntraMbTypeCabac(bool intraSlice);
   int ReadCbpCabac();
   // One residual block of the given category; codedInc is the context
@@ -249,7 +253,7 @@ private:
   bool m_PrevQpDeltaNonZero = false;
   bool m_QpDeltaNonZero = false;
   bool m_Damaged = false;
-  bool m_NeedsFieldContexts = false; // a field's residual met contexts not yet filled in
+  bool m_NeedsUnknownContexts = false; // a residual needs contexts without initial values
   ImCabacObserver* m_Observer = nullptr;
 
   // The current macroblock's coefficients in raster order per block.

@@ -279,14 +279,8 @@ SmParseResult ParseSliceHeader(CmBitReader& reader, uint8_t nalHeader,
   if (header.sliceType == SliceSP || header.sliceType == SliceSI) {
     return ParseUnsupported;
   }
-  // Frames in macroblock pairs decode in CAVLC so far.
-  if (mbaff && (pps->entropyCodingMode || pps->numSliceGroups > 1)) {
-    return ParseUnsupported;
-  }
-  // Fields decode in one slice group; the rest of field coding is still to
-  // come. (CABAC fields decode until a residual block needs the field
-  // significance contexts.)
-  if (header.fieldPic && pps->numSliceGroups > 1) {
+  // Frames in macroblock pairs and fields decode in one slice group so far.
+  if ((mbaff || header.fieldPic) && pps->numSliceGroups > 1) {
     return ParseUnsupported;
   }
   // Of the memory management commands, fields take all but the one that
