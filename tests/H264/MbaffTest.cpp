@@ -5,10 +5,12 @@
 
 #include "Codecs/H264/NalUnits.h"
 #include "Codecs/H264/TaskSupplier.h"
+#include "H264/ReferenceDecoding.h"
 #include "H264/VisibleSamples.h"
 #include "support/ExternalTools.h"
 
 using namespace NmH264;
+using NmH264Test::Combing;
 using NmTestSupport::CmTempDirectory;
 
 namespace {
@@ -45,12 +47,6 @@ SmDecoded Decode(const std::vector<uint8_t>& stream) {
   take(true);
   return decoded;
 }
-
-const char* const Combing =
-    "geq=lum='if(eq(mod(trunc(X/16)+trunc(Y/32)+N\\,3)\\,0)*mod(Y\\,2)\\,255-lum(X\\,Y)\\,lum(X\\,"
-    "Y))'"
-    ":cb='cb(X,Y)'"
-    ":cr='if(lt(mod(X+N*8\\,32)\\,16)*mod(Y\\,2)\\,255-cr(X\\,Y)\\,cr(X\\,Y))'";
 
 struct SmClip {
   const char* size;

@@ -55,6 +55,15 @@ inline Frames FfmpegPictures(const std::string& path, const std::string& decoded
 }
 
 // A clip of ffmpeg's test pattern as x264 encodes it with `options`.
+// Odd lines inverted in bands that move from picture to picture: x264
+// codes field macroblock pairs there and frame pairs elsewhere, in luma and
+// in chroma.
+inline constexpr const char* Combing =
+    "geq=lum='if(eq(mod(trunc(X/16)+trunc(Y/32)+N\\,3)\\,0)*mod(Y\\,2)\\,255-lum(X\\,Y)\\,lum(X\\,"
+    "Y))'"
+    ":cb='cb(X,Y)'"
+    ":cr='if(lt(mod(X+N*8\\,32)\\,16)*mod(Y\\,2)\\,255-cr(X\\,Y)\\,cr(X\\,Y))'";
+
 struct SmX264Clip {
   std::string size = "64x48";
   std::string pixelFormat = "yuv420p";
@@ -74,10 +83,10 @@ inline SmEncoded EncodeWithX264(const SmX264Clip& clip) {
   const std::string stream = directory / "clip.264";
   SmEncoded encoded;
   if (!NmTestSupport::Run("ffmpeg -y -v error -f lavfi -i testsrc2=size=" + clip.size +
-                          ":rate=25 -frames:v " + std::to_string(clip.frames) + " -vf " +
-                          clip.filter + " -pix_fmt " + clip.pixelFormat + " -c:v libx264 -preset " +
-                          clip.preset + " -x264-params '" + clip.options + "' -f h264 '" + stream +
-                          "'")) {
+                          ":rate=25 -frames:v " + std::to_string(clip.frames) + " -vf \"" +
+                          clip.filter + "\" -pix_fmt " + clip.pixelFormat +
+                          " -c:v libx264 -preset " + clip.preset + " -x264-params '" +
+                          clip.options + "' -f h264 '" + stream + "'")) {
     ADD_FAILURE() << "x264 could not encode " << clip.options;
     return encoded;
   }
