@@ -130,8 +130,7 @@ TEST(H264Mbaff, IntraPairsEqualTheReferenceDecoder) {
 // read), P_Skip, a skipped top whose bottom carries the pair's kind,
 // reference fields of frame entries for field macroblocks, explicit weights
 // by frame entry, and the loop filter's strengths between field and frame
-// motion. CABAC without the 8x8 transform, whose field contexts in P and B
-// slices are refused (below).
+// motion.
 TEST(H264Mbaff, PredictedPairsEqualTheReferenceDecoder) {
   if (!HaveTools()) {
     GTEST_SKIP() << "ffmpeg is not installed";
@@ -169,26 +168,6 @@ TEST(H264Mbaff, BiPredictedPairsEqualTheReferenceDecoder) {
           {"80x96", "bframes=2:qp=38:direct=spatial", 8},
       },
       "cabac=1:8x8dct=0:");
-}
-
-// The 8x8 residual blocks of field macroblocks in P and B slices under
-// CABAC need initial contexts that this decoder does not have yet: such
-// slices are refused, while the intra picture before them decodes.
-TEST(H264Mbaff, CabacFieldEightByEightBlocksOfPredictedSlicesAreRefused) {
-  if (!HaveTools()) {
-    GTEST_SKIP() << "ffmpeg is not installed";
-  }
-  CmTempDirectory directory;
-  const std::string stream = directory / "clip.264";
-  ASSERT_TRUE(NmTestSupport::Run(std::string("ffmpeg -y -v error -f lavfi -i testsrc2=size=96x80:"
-                                             "rate=25 -frames:v 4 -vf \"") +
-                                 Combing +
-                                 "\" -pix_fmt yuv420p -c:v libx264 -x264-params "
-                                 "'interlaced=1:cabac=1:8x8dct=1:bframes=0' -f h264 '" +
-                                 stream + "'"));
-  const SmDecoded decoded = Decode(NmTestSupport::ReadBytes(stream));
-  EXPECT_FALSE(decoded.allDecoded);
-  EXPECT_GE(decoded.pictures.size(), 1u);
 }
 
 // Decoding that starts at a later IDR picture, with only the parameter sets

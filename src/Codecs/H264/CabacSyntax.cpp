@@ -379,8 +379,9 @@ int CmSliceDecoder::ReadBlockCabac(int category, int codedInc, int maxNumCoeff, 
   }
   const bool field = m_Header->fieldPic || m_MbField;
   // The initial values of the 8x8 significance maps of field macroblocks
-  // in P and B slices are not in this decoder yet: refused, never guessed.
-  if (category == 5 && field && m_Header->sliceType != SliceI) {
+  // for cabac_init_idc 1 and 2 are not in this decoder yet: refused, never
+  // guessed.
+  if (category == 5 && field && m_Header->sliceType != SliceI && m_Header->cabacInitIdc != 0) {
     m_NeedsUnknownContexts = true;
     return -1;
   }

@@ -30,9 +30,9 @@ public:
 };
 
 // Whether the slice's entropy coding is one this decoder decodes. The
-// initial contexts of 8x8 transform blocks for cabac_init_idc 1 are not
-// yet confirmed against streams that use them, so slices with both are
-// refused rather than decoded wrongly.
+// initial contexts of 8x8 transform blocks for cabac_init_idc 1 are not in
+// this decoder yet, so slices with both are refused rather than decoded
+// wrongly.
 inline bool IsEntropyCodingDecoded(const SmSliceHeader& header, const SmPictureParameterSet& pps) {
   return !(pps.entropyCodingMode && pps.transform8x8Mode && header.cabacInitIdc == 1 &&
            (header.sliceType == SliceP || header.sliceType == SliceB));
