@@ -234,29 +234,36 @@ TEST(VzkImport, InterlacedH264ComesOutWovenWithTheDeinterlacerOff) {
 // recording says the clip is interlaced, and interleaved 4:2:0 chroma
 // leaves as 4:2:2 made field by field.)
 TEST(VzkImport, MacroblockPairFramesComeOutWovenWithTheDeinterlacerOff) {
-  CmScratch scratch;
-  const std::string clip = scratch.Path("clip.mp4");
-  // Odd lines inverted in moving blocks: field pairs there, frame pairs
-  // elsewhere.
-  Ffmpeg("-f lavfi -i testsrc2=size=64x48:rate=25 -frames:v 6 -vf \"geq=lum='if(eq(mod(trunc(X/"
-         "16)+trunc(Y/32)+N\\,3)\\,0)*mod(Y\\,2)\\,255-lum(X\\,Y)\\,lum(X\\,Y))':cb='cb(X,"
-         "Y)':cr='cr(X,Y)',setfield=bff\" -pix_fmt yuv420p -c:v libx264 -x264-params "
-         "interlaced=1:bff=1:cabac=0:bframes=2",
-         clip);
-  const size_t lumaSize = 64 * 48, frameSize = lumaSize * 3 / 2, wovenSize = lumaSize * 2;
-  const std::vector<uint8_t> reference =
-      Ffmpeg("-i '" + clip + "' -f rawvideo -pix_fmt yuv420p", scratch.Path("reference.yuv"));
-  ASSERT_EQ(reference.size(), 6 * frameSize);
-  const std::string y4m = WovenY4m(scratch, clip);
-  const size_t header = y4m.find('\n') + 1;
-  EXPECT_NE(y4m.substr(0, header).find(" C422"), std::string::npos) << y4m.substr(0, header);
-  ASSERT_EQ(y4m.size(), header + 6 * (6 + wovenSize));
-  for (size_t f = 0; f < 6; ++f) {
-    const auto begin = y4m.begin() + static_cast<std::ptrdiff_t>(header + f * (6 + wovenSize) + 6);
-    EXPECT_TRUE(std::equal(begin, begin + static_cast<std::ptrdiff_t>(lumaSize),
-                           reference.begin() + static_cast<std::ptrdiff_t>(f * frameSize),
-                           [](char a, uint8_t b) { return static_cast<uint8_t>(a) == b; }))
-        << "picture " << f;
+  // Bottom field first in CAVLC, top field first in CABAC.
+  for (const auto& [order, entropy] : {std::pair{"bff", "cabac=0"}, std::pair{"tff", "cabac=1"}}) {
+    SCOPED_TRACE(entropy);
+    CmScratch scratch;
+    const std::string clip = scratch.Path("clip.mp4");
+    // Odd lines inverted in moving blocks: field pairs there, frame pairs
+    // elsewhere.
+    Ffmpeg(
+        std::string("-f lavfi -i testsrc2=size=64x48:rate=25 -frames:v 6 -vf \"geq=lum='if(eq(mod("
+                    "trunc(X/16)+trunc(Y/32)+N\\,3)\\,0)*mod(Y\\,2)\\,255-lum(X\\,Y)\\,lum(X\\,Y))'"
+                    ":cb='cb(X,Y)':cr='cr(X,Y)',setfield=") +
+            order + "\" -pix_fmt yuv420p -c:v libx264 -x264-params interlaced=1:" + order +
+            "=1:" + entropy + ":bframes=2",
+        clip);
+    const size_t lumaSize = 64 * 48, frameSize = lumaSize * 3 / 2, wovenSize = lumaSize * 2;
+    const std::vector<uint8_t> reference =
+        Ffmpeg("-i '" + clip + "' -f rawvideo -pix_fmt yuv420p", scratch.Path("reference.yuv"));
+    ASSERT_EQ(reference.size(), 6 * frameSize);
+    const std::string y4m = WovenY4m(scratch, clip);
+    const size_t header = y4m.find('\n') + 1;
+    EXPECT_NE(y4m.substr(0, header).find(" C422"), std::string::npos) << y4m.substr(0, header);
+    ASSERT_EQ(y4m.size(), header + 6 * (6 + wovenSize));
+    for (size_t f = 0; f < 6; ++f) {
+      const auto begin =
+          y4m.begin() + static_cast<std::ptrdiff_t>(header + f * (6 + wovenSize) + 6);
+      EXPECT_TRUE(std::equal(begin, begin + static_cast<std::ptrdiff_t>(lumaSize),
+                             reference.begin() + static_cast<std::ptrdiff_t>(f * frameSize),
+                             [](char a, uint8_t b) { return static_cast<uint8_t>(a) == b; }))
+          << "picture " << f;
+    }
   }
 }
 
