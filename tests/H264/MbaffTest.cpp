@@ -183,7 +183,7 @@ TEST(H264Mbaff, DecodingFromEachIdrGivesTheSamePictures) {
       std::string(
           "ffmpeg -y -v error -f lavfi -i testsrc2=size=64x64:rate=25 -frames:v 24 -vf \"") +
       Combing +
-      ",setfield=tff\" -pix_fmt yuv420p -c:v libx264 -x264-params 'interlaced=1:cabac=0:"
+      ",setfield=tff\" -pix_fmt yuv420p -c:v libx264 -x264-params 'interlaced=1:cabac=1:"
       "bframes=2:keyint=8:min-keyint=8:scenecut=0' -f h264 '" +
       stream + "'"));
   const std::vector<uint8_t> bytes = NmTestSupport::ReadBytes(stream);
