@@ -226,6 +226,13 @@ def h264_decoder():
              "cabac=0:interlaced=1:bframes=1:constrained-intra=1:weightp=2", "-f", "h264"],
             ".h264"),
         "cabac-mbaff": whole + stream("32x64", 3, "interlaced=1:bff=1:bframes=1"),
+        "cabac-mbaff-mixed": whole + ffmpeg(
+            testsrc("48x64", 4) +
+            ["-vf", "geq=lum='if(eq(mod(trunc(X/16)+trunc(Y/32)+N,3),0)*mod(Y,2),"
+                    "255-lum(X,Y),lum(X,Y))':cb='cb(X,Y)':cr='cr(X,Y)'",
+             "-c:v", "libx264", "-pix_fmt", "yuv420p", "-x264-params",
+             "interlaced=1:bframes=1:8x8dct=1:weightp=2", "-f", "h264"],
+            ".h264"),
     }
 
 
