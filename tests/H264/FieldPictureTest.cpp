@@ -501,26 +501,75 @@ TEST(H264FieldPictures, MemoryManagementUnmarksSingleFields) {
 }
 
 // Field coding that is not decoded yet is refused with the unsupported
-// status, never decoded wrongly: memory management command 5 in a field.
+// status, never decoded wrongly: slice groups in fields.
 TEST(H264FieldPictures, FieldCodingNotDecodedYetIsRefused) {
-  const auto decode = [](const SmWriterSlice& slice) {
+  const auto decode = [](uint32_t groups) {
     CmH264StreamWriter writer;
     writer.WriteSps(InterlacedSequence());
-    writer.WritePps(SmWriterPps{});
+    SmWriterPps pps;
+    pps.numSliceGroups = groups;
+    writer.WritePps(pps);
+    SmWriterSlice slice = Field(SmWriterSlice::I, 0, false, 0, 1);
+    slice.idr = true;
     writer.WriteSlice(slice, IntraField(1));
     return DecodeWithEngine(writer);
   };
-  SmWriterSlice slice = Field(SmWriterSlice::I, 0, false, 0, 1);
-  slice.adaptiveMarking = true;
-  slice.mmcos = {SmWriterMmco{5, 0, 0}};
-  SmDecoded decoded = decode(slice);
+  SmDecoded decoded = decode(2);
   EXPECT_TRUE(decoded.unsupported);
   EXPECT_TRUE(decoded.frames.empty());
-  // Command 4 alone, in the same place, is decoded.
-  slice.mmcos = {SmWriterMmco{4, 1, 0}};
-  decoded = decode(slice);
+  decoded = decode(1);
   EXPECT_FALSE(decoded.unsupported);
   EXPECT_EQ(decoded.frames.size(), 1u);
+}
+
+// Command 5 in a field: every reference goes, the first field of its own
+// frame too when the second field carries it; the field's frame counts
+// from frame_num 0 and order count 0 on, so its second field pairs with
+// frame_num 0, and the frames before it leave first although their counts
+// are higher. Against ffmpeg.
+TEST(H264FieldPictures, ResetInAFieldStartsTheCountsOver) {
+  REQUIRE_FFMPEG();
+  for (const bool inSecondField : {false, true}) {
+    SCOPED_TRACE(inSecondField ? "second field" : "first field");
+    CmH264StreamWriter writer;
+    writer.WriteSps(InterlacedSequence());
+    writer.WritePps(SmWriterPps{});
+    SmWriterSlice idr = Field(SmWriterSlice::I, 0, false, 0, 0);
+    idr.idr = true;
+    writer.WriteSlice(idr, IntraField(1));
+    writer.WriteSlice(Field(SmWriterSlice::P, 0, true, 1, 0), PredictedField({0}, 2));
+    writer.WriteSlice(WithActive(Field(SmWriterSlice::P, 1, false, 40, 0), 2),
+                      PredictedField({0, 1}, 3));
+    writer.WriteSlice(WithActive(Field(SmWriterSlice::P, 1, true, 41, 0), 2),
+                      PredictedField({1, 0}, 4));
+    // Frame 2 resets; its counts are the highest so far.
+    SmWriterSlice reset = WithActive(Field(SmWriterSlice::P, 2, false, 80, 0), 2);
+    SmWriterSlice second = WithActive(Field(SmWriterSlice::P, 2, true, 81, 0), 2);
+    SmWriterSlice& carrier = inSecondField ? second : reset;
+    carrier.adaptiveMarking = true;
+    carrier.mmcos = {SmWriterMmco{5, 0, 0}};
+    if (!inSecondField) {
+      second.frameNum = 0;
+      second.pocLsb = 1;
+      second = WithActive(second, 1);
+    }
+    writer.WriteSlice(reset, PredictedField({0, 1}, 5));
+    writer.WriteSlice(
+        second,
+        PredictedField(inSecondField ? std::vector<uint32_t>{1, 0} : std::vector<uint32_t>{0}, 6));
+    // Frame 3 predicts from what is left: frame 2's second field alone when
+    // it reset, both fields of frame 2 when its first field did.
+    const uint32_t frameNum = 1;
+    const uint32_t active = inSecondField ? 1 : 2;
+    writer.WriteSlice(
+        WithActive(Field(SmWriterSlice::P, frameNum, false, 8, 0), active),
+        PredictedField(active == 1 ? std::vector<uint32_t>{0} : std::vector<uint32_t>{0, 1}, 7));
+    writer.WriteSlice(
+        WithActive(Field(SmWriterSlice::P, frameNum, true, 9, 0), active + 1),
+        PredictedField(active == 1 ? std::vector<uint32_t>{0, 1} : std::vector<uint32_t>{0, 1, 2},
+                       8));
+    ExpectSameAsFfmpeg(writer, 4);
+  }
 }
 
 // Long-term fields: command 4 makes room for indices, command 3 makes one

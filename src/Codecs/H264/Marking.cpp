@@ -62,9 +62,8 @@ void FreeLongTermIndex(std::vector<SmReferenceFrame>& frames, uint32_t index,
 
 // The commands of a field's dec_ref_pic_marking, which name single fields
 // by their field picture numbers (8.2.4.1): twice FrameNumWrap or
-// LongTermFrameIdx, plus one for the current field's parity. Command 5 is
-// refused by the slice header. `selfLongTerm` and `selfIndex` tell what
-// command 6 made of the current field.
+// LongTermFrameIdx, plus one for the current field's parity. `selfLongTerm`
+// and `selfIndex` tell what command 6 made of the current field.
 bool MarkFieldsAdaptively(SmReferenceState& state, const SmSliceHeader& header, int parity,
                           uint32_t maxFrameNum, const CmPicture* current, bool& selfLongTerm,
                           uint32_t& selfIndex) {
@@ -124,6 +123,11 @@ bool MarkFieldsAdaptively(SmReferenceState& state, const SmSliceHeader& header, 
         return f.longTerm && int64_t{f.longTermFrameIdx} > state.maxLongTermFrameIdx;
       });
       break;
+    case 5:
+      // Every reference goes, the first field of the current frame too.
+      frames.clear();
+      state.maxLongTermFrameIdx = -1;
+      break;
     case 6:
       if (int64_t{op.longTermFrameIdx} > state.maxLongTermFrameIdx) {
         ok = false;
@@ -155,6 +159,9 @@ bool MarkReferences(SmReferenceState& state, const SmSliceHeader& header, const 
     if (header.adaptiveMarking) {
       ok = MarkFieldsAdaptively(state, header, parity, maxFrameNum, current, self.longTerm,
                                 self.longTermFrameIdx);
+      if (header.HasMemoryManagement5()) {
+        self.frameNum = 0; // the frame counts from zero again
+      }
     }
     // The second field of a reference field pair: no sliding window, and
     // one entry with its first field when both are marked alike.

@@ -283,12 +283,6 @@ SmParseResult ParseSliceHeader(CmBitReader& reader, uint8_t nalHeader,
   if ((mbaff || header.fieldPic) && pps->numSliceGroups > 1) {
     return ParseUnsupported;
   }
-  // Of the memory management commands, fields take all but the one that
-  // starts the numbering over, whose order counts in fields are still to
-  // come.
-  if (header.fieldPic && header.HasMemoryManagement5()) {
-    return ParseUnsupported;
-  }
   return ParseOk;
 }
 

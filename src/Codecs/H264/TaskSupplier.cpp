@@ -357,9 +357,11 @@ bool TaskSupplier::StartPicture(const SmSliceHeader& header, const SmSequencePar
                                 double time, int32_t frameId) {
   // The second field of a frame: the opposite parity, the same frame_num,
   // and both fields references or neither, right after the first.
+  // A first field that started the numbering over has frame_num 0.
+  const uint32_t firstFrameNum =
+      m_FirstFieldHeader.HasMemoryManagement5() ? 0 : m_FirstFieldHeader.frameNum;
   if (m_FirstField != nullptr && header.fieldPic &&
-      header.bottomField != m_FirstFieldHeader.bottomField &&
-      header.frameNum == m_FirstFieldHeader.frameNum &&
+      header.bottomField != m_FirstFieldHeader.bottomField && header.frameNum == firstFrameNum &&
       header.IsReference() == m_FirstFieldHeader.IsReference() && m_Active != nullptr &&
       *m_Active == sps) {
     H264DecoderFrame* frame = std::exchange(m_FirstField, nullptr);
@@ -586,10 +588,25 @@ void TaskSupplier::CompletePicture() {
   if (first.HasMemoryManagement5()) {
     // The picture becomes the origin of the order counts after it (8.2.1):
     // it leaves before them, and later B slices place it by its new count.
-    const int32_t origin = frame.GetPicOrderCnt();
-    frame.picOrderCnt[0] -= origin;
-    frame.picOrderCnt[1] -= origin;
-    picture.SetPoc(0);
+    // A field moves its own count; a first field's stands for its frame's
+    // until the second comes.
+    if (m_CurrentField >= 0) {
+      const bool secondField =
+          frame.frameInfo[1 - m_CurrentField].state == H264DecoderFrameInfo::Done;
+      frame.picOrderCnt[m_CurrentField] = 0;
+      if (!secondField) {
+        frame.picOrderCnt[1 - m_CurrentField] = 0;
+      }
+      picture.GetField(m_CurrentField).SetPoc(0);
+      picture.SetPoc(frame.GetPicOrderCnt());
+    } else {
+      const int32_t origin = frame.GetPicOrderCnt();
+      frame.picOrderCnt[0] -= origin;
+      frame.picOrderCnt[1] -= origin;
+      picture.SetPoc(0);
+    }
+    picture.SetFieldPocs(frame.picOrderCnt[0], frame.picOrderCnt[1]);
+    frame.frameNum = 0;
     m_Frames.StartNewGeneration();
     m_ShownOrder.reset();
     frame.resetCount[0] = frame.resetCount[1] = 0;
