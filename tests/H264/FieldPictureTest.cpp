@@ -500,26 +500,46 @@ TEST(H264FieldPictures, MemoryManagementUnmarksSingleFields) {
   ExpectSameAsFfmpeg(writer, 6);
 }
 
-// Field coding that is not decoded yet is refused with the unsupported
-// status, never decoded wrongly: slice groups in fields.
-TEST(H264FieldPictures, FieldCodingNotDecodedYetIsRefused) {
-  const auto decode = [](uint32_t groups) {
+// Slice groups in field pictures: a map unit is one macroblock of the
+// field. Each field cut into two slice groups, its upper and lower half,
+// decodes as the same halves written as two plain slices, which ffmpeg
+// decodes (it has no slice groups itself).
+TEST(H264FieldPictures, SliceGroupsInFieldsDecodeAsTheSameSlicesWithout) {
+  REQUIRE_FFMPEG();
+  const auto write = [](bool groups) {
     CmH264StreamWriter writer;
     writer.WriteSps(InterlacedSequence());
     SmWriterPps pps;
-    pps.numSliceGroups = groups;
+    if (groups) {
+      pps.numSliceGroups = 2;
+      pps.mapType = 6;
+      pps.sliceGroupId = {0, 0, 0, 0, 1, 1, 1, 1};
+    }
     writer.WritePps(pps);
-    SmWriterSlice slice = Field(SmWriterSlice::I, 0, false, 0, 1);
-    slice.idr = true;
-    writer.WriteSlice(slice, IntraField(1));
-    return DecodeWithEngine(writer);
+    const auto halves = [&writer](SmWriterSlice slice, const std::vector<MB>& mbs) {
+      constexpr uint32_t Half = FieldCount / 2;
+      for (uint32_t half = 0; half < 2; ++half) {
+        slice.firstMb = half * Half;
+        writer.WriteSlice(
+            slice, std::vector<MB>(mbs.begin() + half * Half, mbs.begin() + (half + 1) * Half));
+      }
+    };
+    SmWriterSlice idr = Field(SmWriterSlice::I, 0, false, 0, 0);
+    idr.idr = true;
+    halves(idr, IntraField(1));
+    halves(Field(SmWriterSlice::P, 0, true, 1, 0), PredictedField({0}, 2));
+    halves(WithActive(Field(SmWriterSlice::P, 1, false, 8, 0), 2), PredictedField({0, 1}, 3));
+    halves(WithActive(Field(SmWriterSlice::P, 1, true, 9, 0), 3), PredictedField({2, 0, 1}, 4));
+    return writer;
   };
-  SmDecoded decoded = decode(2);
-  EXPECT_TRUE(decoded.unsupported);
-  EXPECT_TRUE(decoded.frames.empty());
-  decoded = decode(1);
-  EXPECT_FALSE(decoded.unsupported);
-  EXPECT_EQ(decoded.frames.size(), 1u);
+  const SmDecoded ours = DecodeWithEngine(write(true));
+  EXPECT_FALSE(ours.unsupported);
+  const Frames expected = DecodeWithFfmpeg(write(false));
+  ASSERT_EQ(expected.size(), 2u);
+  ASSERT_EQ(ours.frames.size(), expected.size());
+  for (size_t i = 0; i < expected.size(); ++i) {
+    EXPECT_TRUE(ours.frames[i] == expected[i]) << "frame " << i;
+  }
 }
 
 // Command 5 in a field: every reference goes, the first field of its own

@@ -5,7 +5,7 @@
 namespace NmH264 {
 
 bool BuildSliceGroupMap(const SmSequenceParameterSet& sps, const SmPictureParameterSet& pps,
-                        uint32_t changeCycle, std::vector<uint8_t>& map) {
+                        uint32_t changeCycle, std::vector<uint8_t>& map, bool fieldPic) {
   const int64_t w = sps.widthInMbs;
   const int64_t h = sps.heightInMapUnits;
   const int64_t units = w * h;
@@ -112,12 +112,13 @@ bool BuildSliceGroupMap(const SmSequenceParameterSet& sps, const SmPictureParame
     }
     break;
   }
-  // Map units to macroblocks: one each in frame-only sequences, else a map
-  // unit spans a macroblock and the one below it.
-  const int64_t mbs = w * sps.GetFrameHeightInMbs();
+  // Map units to macroblocks: one each in frame-only sequences and in field
+  // pictures, else a map unit spans a macroblock and the one below it.
+  const bool oneEach = sps.frameMbsOnly || fieldPic;
+  const int64_t mbs = oneEach ? units : w * sps.GetFrameHeightInMbs();
   map.resize(static_cast<size_t>(mbs));
   for (int64_t i = 0; i < mbs; ++i) {
-    map[static_cast<size_t>(i)] = sps.frameMbsOnly ? at(i) : at((i / (2 * w)) * w + (i % w));
+    map[static_cast<size_t>(i)] = oneEach ? at(i) : at((i / (2 * w)) * w + (i % w));
   }
   return true;
 }

@@ -279,8 +279,8 @@ SmParseResult ParseSliceHeader(CmBitReader& reader, uint8_t nalHeader,
   if (header.sliceType == SliceSP || header.sliceType == SliceSI) {
     return ParseUnsupported;
   }
-  // Frames in macroblock pairs and fields decode in one slice group so far.
-  if ((mbaff || header.fieldPic) && pps->numSliceGroups > 1) {
+  // Frames in macroblock pairs decode in one slice group so far.
+  if (mbaff && pps->numSliceGroups > 1) {
     return ParseUnsupported;
   }
   return ParseOk;

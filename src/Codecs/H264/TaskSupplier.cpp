@@ -566,7 +566,8 @@ void TaskSupplier::CompletePicture() {
   // One map for the picture: every slice of it tells the same change cycle.
   const SmPictureParameterSet* pps = task.pictureParameterSets[first.ppsId];
   if (pps != nullptr && pps->numSliceGroups > 1 &&
-      !BuildSliceGroupMap(sps, *pps, first.sliceGroupChangeCycle, task.sliceGroups)) {
+      !BuildSliceGroupMap(sps, *pps, first.sliceGroupChangeCycle, task.sliceGroups,
+                          first.fieldPic)) {
     task.slices = &m_NoSlices;
   }
   m_Broker->DecodePicture(task);
