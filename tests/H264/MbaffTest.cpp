@@ -4,10 +4,12 @@
 #include <vector>
 
 #include "Codecs/H264/NalUnits.h"
+#include "Codecs/H264/ParameterSets.h"
 #include "Codecs/H264/TaskSupplier.h"
 #include "H264/ReferenceDecoding.h"
 #include "H264/VisibleSamples.h"
 #include "support/ExternalTools.h"
+#include "support/H264StreamWriter.h"
 
 using namespace NmH264;
 using NmH264Test::Combing;
@@ -168,6 +170,85 @@ TEST(H264Mbaff, BiPredictedPairsEqualTheReferenceDecoder) {
           {"80x96", "bframes=2:qp=38:direct=spatial", 8},
       },
       "cabac=1:8x8dct=0:");
+}
+
+// Slice groups in a frame of pairs: a map unit is a pair. x264's slices of
+// three pairs each (pairs 0-2, 3-5, 6-7 of a 4x2 frame) go into two slice
+// groups, the middle slice into the second, through a picture parameter set
+// written anew with an explicit map; the slices stay as they are and decode
+// to ffmpeg's pictures of the original (ffmpeg has no slice groups of its
+// own).
+TEST(H264Mbaff, SliceGroupsOfPairsDecodeAsThePlainSlices) {
+  if (!HaveTools()) {
+    GTEST_SKIP() << "ffmpeg is not installed";
+  }
+  CmTempDirectory directory;
+  const std::string stream = directory / "clip.264";
+  const std::string reference = directory / "clip.yuv";
+  ASSERT_TRUE(NmTestSupport::Run(
+      std::string("ffmpeg -y -v error -f lavfi -i testsrc2=size=64x64:rate=25 -frames:v 4 -vf \"") +
+      Combing +
+      ",setfield=tff\" -pix_fmt yuv420p -c:v libx264 -x264-params 'interlaced=1:cabac=0:"
+      "8x8dct=0:slice-max-mbs=6:bframes=0:weightp=0' -f h264 '" +
+      stream + "'"));
+  ASSERT_TRUE(NmTestSupport::Run("ffmpeg -y -v error -threads 1 -i '" + stream +
+                                 "' -f rawvideo -pix_fmt yuv420p '" + reference + "'"));
+  const std::vector<uint8_t> bytes = NmTestSupport::ReadBytes(stream);
+  std::vector<uint8_t> grouped;
+  const SmSequenceParameterSet* table[32] = {};
+  SmSequenceParameterSet sps;
+  size_t position = 0;
+  SmNalUnit unit;
+  bool rewritten = false;
+  while (NextAnnexBUnit(bytes.data(), bytes.size(), position, true, unit)) {
+    std::vector<uint8_t> rbsp;
+    ExtractPayload(unit.data + 1, unit.size - 1, rbsp);
+    CmBitReader reader(rbsp.data(), rbsp.size());
+    const int type = unit.data[0] & 0x1F;
+    if (type == 7) {
+      ASSERT_EQ(ParseSequenceParameterSet(reader, sps), ParseOk);
+      table[sps.id] = &sps;
+    }
+    if (type != 8) {
+      grouped.insert(grouped.end(), {0, 0, 1});
+      grouped.insert(grouped.end(), unit.data, unit.data + unit.size);
+      continue;
+    }
+    SmPictureParameterSet pps;
+    ASSERT_EQ(ParsePictureParameterSet(reader, table, pps), ParseOk);
+    ASSERT_FALSE(pps.transform8x8Mode || pps.entropyCodingMode);
+    NmTestSupport::SmWriterPps written;
+    written.id = pps.id;
+    written.spsId = pps.spsId;
+    written.bottomFieldPicOrderInFramePresent = pps.bottomFieldPicOrderInFramePresent;
+    written.numRefIdxActive[0] = pps.numRefIdxActive[0];
+    written.numRefIdxActive[1] = pps.numRefIdxActive[1];
+    written.weightedPred = pps.weightedPred;
+    written.weightedBipredIdc = pps.weightedBipredIdc;
+    written.picInitQp = pps.picInitQp;
+    written.chromaQpIndexOffset = pps.chromaQpIndexOffset;
+    written.deblockingControl = pps.deblockingFilterControlPresent;
+    written.constrainedIntraPred = pps.constrainedIntraPred;
+    written.numSliceGroups = 2;
+    written.mapType = 6;
+    written.sliceGroupId = {0, 0, 0, 1, 1, 1, 0, 0};
+    NmTestSupport::CmH264StreamWriter writer;
+    writer.WritePps(written);
+    const std::vector<uint8_t> rewrittenUnit = writer.AnnexB();
+    grouped.insert(grouped.end(), rewrittenUnit.begin(), rewrittenUnit.end());
+    rewritten = true;
+  }
+  ASSERT_TRUE(rewritten);
+  const SmDecoded decoded = Decode(grouped);
+  EXPECT_TRUE(decoded.allDecoded);
+  const std::vector<uint8_t> expected = NmTestSupport::ReadBytes(reference);
+  ASSERT_EQ(decoded.pictures.size(), 4u);
+  const size_t frameSize = expected.size() / 4;
+  for (size_t i = 0; i < 4; ++i) {
+    EXPECT_TRUE(std::equal(decoded.pictures[i].begin(), decoded.pictures[i].end(),
+                           expected.begin() + static_cast<std::ptrdiff_t>(i * frameSize)))
+        << "picture " << i;
+  }
 }
 
 // Decoding that starts at a later IDR picture, with only the parameter sets

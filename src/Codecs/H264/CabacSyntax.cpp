@@ -624,9 +624,6 @@ CmSliceDecoder::SmResult CmSliceDecoder::DecodeCabacSlice(CmBitReader& reader, u
                                                           const std::vector<uint8_t>* sliceGroups) {
   const bool p = m_Header->sliceType == SliceP;
   const bool b = m_Header->sliceType == SliceB;
-  if (m_Mbaff && sliceGroups != nullptr) {
-    return Unsupported;
-  }
   m_Observer = Observer.load();
   if (m_Observer != nullptr) {
     m_Observer->OnSliceData(*m_Header, *m_Pps, reader);

@@ -656,9 +656,6 @@ CmSliceDecoder::SmResult CmSliceDecoder::Decode(CmBitReader& reader, const SmSli
   if (m_UseCabac) {
     return DecodeCabacSlice(reader, count, sliceGroups);
   }
-  if (m_Mbaff && sliceGroups != nullptr) {
-    return Unsupported;
-  }
   const auto next = [sliceGroups](uint32_t address) {
     return sliceGroups != nullptr ? NextMacroblockAddress(*sliceGroups, address) : address + 1;
   };

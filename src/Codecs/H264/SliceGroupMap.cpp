@@ -5,7 +5,7 @@
 namespace NmH264 {
 
 bool BuildSliceGroupMap(const SmSequenceParameterSet& sps, const SmPictureParameterSet& pps,
-                        uint32_t changeCycle, std::vector<uint8_t>& map, bool fieldPic) {
+                        uint32_t changeCycle, std::vector<uint8_t>& map, SmMacroblockOrder order) {
   const int64_t w = sps.widthInMbs;
   const int64_t h = sps.heightInMapUnits;
   const int64_t units = w * h;
@@ -113,12 +113,16 @@ bool BuildSliceGroupMap(const SmSequenceParameterSet& sps, const SmPictureParame
     break;
   }
   // Map units to macroblocks: one each in frame-only sequences and in field
-  // pictures, else a map unit spans a macroblock and the one below it.
-  const bool oneEach = sps.frameMbsOnly || fieldPic;
+  // pictures, else a map unit spans a macroblock and the one below it, which
+  // in a frame of pairs are the two of a pair.
+  const bool oneEach = sps.frameMbsOnly || order == SmMacroblockOrder::Field;
   const int64_t mbs = oneEach ? units : w * sps.GetFrameHeightInMbs();
   map.resize(static_cast<size_t>(mbs));
   for (int64_t i = 0; i < mbs; ++i) {
-    map[static_cast<size_t>(i)] = oneEach ? at(i) : at((i / (2 * w)) * w + (i % w));
+    map[static_cast<size_t>(i)] = oneEach ? at(i)
+                                  : order == SmMacroblockOrder::Pairs
+                                      ? at(i / 2)
+                                      : at((i / (2 * w)) * w + (i % w));
   }
   return true;
 }

@@ -279,10 +279,6 @@ SmParseResult ParseSliceHeader(CmBitReader& reader, uint8_t nalHeader,
   if (header.sliceType == SliceSP || header.sliceType == SliceSI) {
     return ParseUnsupported;
   }
-  // Frames in macroblock pairs decode in one slice group so far.
-  if (mbaff && pps->numSliceGroups > 1) {
-    return ParseUnsupported;
-  }
   return ParseOk;
 }
 

@@ -567,7 +567,9 @@ void TaskSupplier::CompletePicture() {
   const SmPictureParameterSet* pps = task.pictureParameterSets[first.ppsId];
   if (pps != nullptr && pps->numSliceGroups > 1 &&
       !BuildSliceGroupMap(sps, *pps, first.sliceGroupChangeCycle, task.sliceGroups,
-                          first.fieldPic)) {
+                          first.fieldPic             ? SmMacroblockOrder::Field
+                          : sps.mbAdaptiveFrameField ? SmMacroblockOrder::Pairs
+                                                     : SmMacroblockOrder::Frame)) {
     task.slices = &m_NoSlices;
   }
   m_Broker->DecodePicture(task);
