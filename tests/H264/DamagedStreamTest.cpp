@@ -21,9 +21,10 @@ struct SmClip {
   Frames pictures;
 };
 
-SmClip MakeClip(const std::string& settings, int frames) {
-  const SmEncoded encoded = EncodeWithX264(
-      {"64x48", "yuv420p", settings + ":aud=1", frames, "medium", "noise=alls=12:allf=t"});
+SmClip MakeClip(const std::string& settings, int frames,
+                const std::string& filter = "noise=alls=12:allf=t") {
+  const SmEncoded encoded =
+      EncodeWithX264({"64x48", "yuv420p", settings + ":aud=1", frames, "medium", filter});
   SmClip clip{{}, encoded.pictures};
   for (Unit& unit : CutBefore(encoded.stream, [](int) { return true; })) {
     if ((unit[3] & 0x1F) == 9 || clip.accessUnits.empty()) {
@@ -125,47 +126,51 @@ TEST(H264DamagedStream, ALostOrBrokenSliceIsFilledFromTheNearestReference) {
 
 // Units dropped, cut short, or with bits flipped, in the first group only:
 // decoding goes on, every picture that leaves has the stream's size, and
-// from the next IDR on every picture is ffmpeg's of the intact stream.
+// from the next IDR on every picture is ffmpeg's of the intact stream. In
+// CAVLC, and in CABAC with frames of field and frame macroblock pairs.
 TEST(H264DamagedStream, DamageCostsNothingBeyondTheNextIdr) {
   REQUIRE_FFMPEG();
   constexpr size_t FrameSize = 64 * 48 * 3 / 2;
-  const SmClip clip =
-      MakeClip("cabac=0:bframes=2:b-pyramid=normal:slices=2:keyint=10:min-keyint=10:ref=3", 30);
-  ASSERT_EQ(clip.pictures.size(), 30u);
-  std::mt19937 random(11);
-  for (int kind = 0; kind < 3; ++kind) {
-    for (int round = 0; round < 8; ++round) {
-      SCOPED_TRACE(testing::Message() << "damage " << kind << " round " << round);
-      std::vector<std::vector<Unit>> damaged = clip.accessUnits;
-      size_t counted = 0;
-      // The access units of the first group, after its IDR.
-      for (size_t a = 1; a < 10; ++a) {
-        std::vector<Unit>& units = damaged[a];
-        for (size_t u = 0; u < units.size(); ++u) {
-          if (!IsSlice(units[u])) {
-            continue;
-          }
-          Unit& unit = units[u];
-          if (kind == 0 && ++counted % (2 + round % 3) == 0) {
-            units.erase(units.begin() + static_cast<std::ptrdiff_t>(u--));
-          } else if (kind == 1 && random() % 3 == 0) {
-            unit.resize(5 + random() % (unit.size() - 5));
-          } else if (kind == 2) {
-            for (int flips = 0; flips < 1 + round; ++flips) {
-              // Past the start code and the unit's header byte.
-              const size_t at = 5 + random() % (unit.size() - 5);
-              unit[at] ^= static_cast<uint8_t>(1u << (random() % 8));
+  const char* const group = "bframes=2:b-pyramid=normal:slices=2:keyint=10:min-keyint=10:ref=3";
+  for (const SmClip& clip : {MakeClip(std::string("cabac=0:") + group, 30),
+                             MakeClip(std::string("cabac=1:interlaced=1:") + group, 30,
+                                      std::string(Combing) + ",noise=alls=12:allf=t")}) {
+    ASSERT_EQ(clip.pictures.size(), 30u);
+    std::mt19937 random(11);
+    for (int kind = 0; kind < 3; ++kind) {
+      for (int round = 0; round < 8; ++round) {
+        SCOPED_TRACE(testing::Message() << "damage " << kind << " round " << round);
+        std::vector<std::vector<Unit>> damaged = clip.accessUnits;
+        size_t counted = 0;
+        // The access units of the first group, after its IDR.
+        for (size_t a = 1; a < 10; ++a) {
+          std::vector<Unit>& units = damaged[a];
+          for (size_t u = 0; u < units.size(); ++u) {
+            if (!IsSlice(units[u])) {
+              continue;
+            }
+            Unit& unit = units[u];
+            if (kind == 0 && ++counted % (2 + round % 3) == 0) {
+              units.erase(units.begin() + static_cast<std::ptrdiff_t>(u--));
+            } else if (kind == 1 && random() % 3 == 0) {
+              unit.resize(5 + random() % (unit.size() - 5));
+            } else if (kind == 2) {
+              for (int flips = 0; flips < 1 + round; ++flips) {
+                // Past the start code and the unit's header byte.
+                const size_t at = 5 + random() % (unit.size() - 5);
+                unit[at] ^= static_cast<uint8_t>(1u << (random() % 8));
+              }
             }
           }
         }
-      }
-      const std::vector<Picture> ours = Decode(damaged);
-      ASSERT_GE(ours.size(), 20u);
-      for (const Picture& picture : ours) {
-        EXPECT_EQ(picture.size(), FrameSize);
-      }
-      for (size_t f = 0; f < 20; ++f) {
-        EXPECT_EQ(ours[ours.size() - 20 + f], clip.pictures[10 + f]) << "picture " << 10 + f;
+        const std::vector<Picture> ours = Decode(damaged);
+        ASSERT_GE(ours.size(), 20u);
+        for (const Picture& picture : ours) {
+          EXPECT_EQ(picture.size(), FrameSize);
+        }
+        for (size_t f = 0; f < 20; ++f) {
+          EXPECT_EQ(ours[ours.size() - 20 + f], clip.pictures[10 + f]) << "picture " << 10 + f;
+        }
       }
     }
   }
