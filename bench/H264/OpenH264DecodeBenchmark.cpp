@@ -179,7 +179,15 @@ std::string OpenH264Refusal(const CmPackets& packets) {
         if (index < reference.size() &&
             (picture.width != reference[index].width || picture.height != reference[index].height ||
              picture.planes != reference[index].planes)) {
-          refusal = "OpenH264's picture " + std::to_string(index) + " differs from libavcodec's";
+          // Another order, or other pictures?
+          size_t same = 0;
+          while (same < reference.size() && reference[same].planes != picture.planes) {
+            ++same;
+          }
+          refusal = "OpenH264's picture " + std::to_string(index) + " differs from libavcodec's" +
+                    (same < reference.size()
+                         ? " (it is libavcodec's picture " + std::to_string(same) + ")"
+                         : " and from each of its first " + std::to_string(reference.size()));
           return false;
         }
         return ++index < reference.size();
@@ -251,8 +259,8 @@ int main(int argc, char** argv) {
   benchmark::RunSpecifiedBenchmarks(&reporter);
   for (const NmH264Bench::SmStream& stream : NmH264Bench::Streams) {
     const std::string& refusal = Refusal(stream.name);
-    std::printf("%s: OpenH264 %s\n", stream.name,
-                refusal.empty() ? "decodes it to libavcodec's pictures" : refusal.c_str());
+    std::printf("%s: %s\n", stream.name,
+                refusal.empty() ? "OpenH264 decodes it to libavcodec's pictures" : refusal.c_str());
   }
   reporter.PrintRatios("ours", {"openh264"});
   benchmark::Shutdown();
