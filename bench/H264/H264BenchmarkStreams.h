@@ -9,6 +9,7 @@ extern "C" {
 }
 
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
@@ -41,8 +42,11 @@ inline CmPackets MadePackets(const std::string& path, const std::string& options
     const std::string command =
         "ffmpeg -v error -y -f lavfi -i testsrc2=size=1920x1080:rate=25 -frames:v 300 "
         "-pix_fmt yuv420p -c:v libx264 -preset fast " +
-        options + " -f h264 " + path;
-    if (std::system(command.c_str()) != 0) {
+        options + " -f h264 " + path + ".part";
+    // Under its own name only when whole: a run cut short leaves no stream
+    // that a later run would take for one.
+    if (std::system(command.c_str()) != 0 ||
+        std::rename((path + ".part").c_str(), path.c_str()) != 0) {
       return {};
     }
   }

@@ -24,12 +24,16 @@ struct SmClip : SmMaterial {
   std::string clip = (fs::current_path() / kClip).string();
 
   SmClip() {
-    // A camera-like scene: moving test pattern with sensor noise.
+    // A camera-like scene: moving test pattern with sensor noise. Made in
+    // the scratch directory and moved here whole, so that a run cut short
+    // leaves no clip that a later run would take for one.
+    const std::string made = (directory / kClip).string();
     if (error.empty() && !std::ifstream(clip) &&
-        !System("ffmpeg -nostdin -y -f lavfi -i testsrc2=size=1920x1080:rate=25 -frames:v " +
-                std::to_string(kPictures) +
-                " -vf noise=alls=8:allf=t -pix_fmt yuv420p -c:v libx264 -preset medium " +
-                Quote(clip))) {
+        (!System("ffmpeg -nostdin -y -f lavfi -i testsrc2=size=1920x1080:rate=25 -frames:v " +
+                 std::to_string(kPictures) +
+                 " -vf noise=alls=8:allf=t -pix_fmt yuv420p -c:v libx264 -preset medium " +
+                 Quote(made)) ||
+         !System("mv " + Quote(made) + " " + Quote(clip)))) {
       error = "ffmpeg could not make the clip";
     }
     ImportAndWriteTree(clip, 75, "");
