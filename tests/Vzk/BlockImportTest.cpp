@@ -7,7 +7,10 @@
 #include <cstdlib>
 #include <random>
 
+#include "MediaProcessing/GenericByteData/GenericByteData.h"
+#include "MediaProcessing/GenericByteData/RawVideoByteDataAccess.h"
 #include "PluginHost.h"
+#include "RecordCheck.h"
 #include "VzkTestSupport.h"
 #include "support/GenericByteDataBuilder.h"
 
@@ -201,4 +204,56 @@ TEST(VzkBlockImport, BrokenStreamsCloseBlocksEarlyAndSaySo) {
                               "warp."),
             std::string::npos)
       << imported.err;
+}
+
+// A block spaces its pictures evenly. A group with a picture 19 ms off its
+// place among pictures 40 ms apart still makes a block; one 20 ms off, half
+// the step, would stand as near another picture's place as its own, and
+// its group keeps its frames, at their own times.
+TEST(VzkBlockImport, GroupsThatABlockWouldMistimeKeepTheirFrames) {
+  CmScratch scratch;
+  const std::string clip = MakeClip(scratch, "h263.avi", "-c:v h263 -g 6", 176, 144, 30);
+  const std::vector<uint8_t> frames = ReadBytes(Import(scratch, clip));
+  const uint64_t t0 = 1700000000000ULL;
+  const auto late = [](size_t f) -> uint64_t { return f == 8 ? 19 : f == 14 ? 20 : 0; };
+  std::vector<uint8_t> retimed;
+  uint64_t syncTime = 0;
+  size_t f = 0;
+  for (size_t at = 0; at < frames.size(); ++f) {
+    const uint64_t length = NmRecording::RecordLength(frames.data() + at, frames.size() - at);
+    ASSERT_GT(length, 0u);
+    const NmMediaProcessing::CmGenericByteData record(const_cast<uint8_t*>(frames.data() + at),
+                                                      length);
+    const NmMediaProcessing::CmRawVideoByteDataAccess view(record, false);
+    ASSERT_TRUE(view.IsValid());
+    const uint64_t time = t0 + 40 * f + late(f);
+    syncTime = view.GetSync() ? time : syncTime;
+    const auto packet = NmTestSupport::BuildVideoPacket(
+        {.codec = static_cast<uint16_t>(view.GetCodec()),
+         .sequenceNumber = static_cast<uint16_t>(f),
+         .sync = view.GetSync(),
+         .syncTime = syncTime,
+         .frameTime = time,
+         .payload = {view.GetData(), view.GetData() + view.GetDataSize()}});
+    retimed.insert(retimed.end(), packet.begin(), packet.end());
+    at += length;
+  }
+  ASSERT_EQ(f, 30u);
+  WriteBytes(scratch.Path("retimed.gbd"), retimed);
+  const SmResult imported =
+      RunVzk({"import", scratch.Path("retimed.gbd"), scratch.Path("blocks.gbd"), "--blocks"});
+  ASSERT_EQ(imported.status, 0) << imported.err;
+  EXPECT_NE(imported.out.find("Imported 30 records as 4 blocks and 6 frames ("), std::string::npos)
+      << imported.out;
+  EXPECT_NE(imported.out.find("1 group of pictures (6 frames) kept its frames"), std::string::npos)
+      << imported.out;
+  // Two blocks, the third group as its six frames, two blocks.
+  const std::vector<SmStoredFrame> stored = StoredFrames(scratch.Path("blocks.gbd"));
+  ASSERT_EQ(stored.size(), 10u);
+  for (size_t k = 0; k < 6; ++k) {
+    EXPECT_EQ(stored[2 + k].time, static_cast<int64_t>(t0 + 40 * (12 + k) + late(12 + k))) << k;
+    EXPECT_EQ(stored[2 + k].sync, k == 0) << k;
+  }
+  EXPECT_EQ(stored[1].time, static_cast<int64_t>(t0 + 240));
+  EXPECT_EQ(stored[8].time, static_cast<int64_t>(t0 + 720));
 }
