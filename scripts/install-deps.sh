@@ -9,7 +9,7 @@ PACKAGES=(
   libgtest-dev libgmock-dev libbenchmark-dev
   libavcodec-dev libavformat-dev libavutil-dev libswscale-dev
   libpango1.0-dev libcairo2-dev fonts-dejavu-core libopenjp2-7-dev
-  ffmpeg x264 libjpeg-turbo-progs libturbojpeg0-dev libyuv-dev libpng-dev
+  ffmpeg x264 libjpeg-turbo-progs libturbojpeg0-dev libyuv-dev libpng-dev libopenh264-dev
   python3-gi gir1.2-gst-rtsp-server-1.0 gstreamer1.0-plugins-good gstreamer1.0-plugins-bad
 )
 

@@ -7,7 +7,6 @@
 
 extern "C" {
 #include <libavcodec/avcodec.h>
-#include <libavformat/avformat.h>
 }
 
 #include <benchmark/benchmark.h>
@@ -20,75 +19,17 @@ extern "C" {
 #include <vector>
 
 #include "BenchmarkRatios.h"
-#include "Codecs/H264/NalUnits.h"
-#include "Codecs/H264/TaskSupplier.h"
+#include "H264/H264BenchmarkStreams.h"
 
 namespace {
 
-struct SmStream {
-  const char* name;
-  const char* options;
-};
-constexpr SmStream Streams[] = {
-    {"Baseline1080p", "-profile:v baseline -x264-params ref=3"},
-    {"HighCavlc1080p",
-     "-profile:v high -x264-params cabac=0:bframes=3:b-pyramid=normal:ref=4:8x8dct=1:weightp=2"},
-    {"HighCabac1080p",
-     "-profile:v high -x264-params cabac=1:bframes=3:b-pyramid=normal:ref=4:8x8dct=1:weightp=2"},
-};
-
-// The stream's packets as libavformat's raw H.264 reader cuts them.
-std::vector<std::vector<uint8_t>> Packets(const std::string& name) {
-  static std::vector<std::vector<std::vector<uint8_t>>> cache(std::size(Streams));
-  size_t index = 0;
-  while (Streams[index].name != name) {
-    ++index;
-  }
-  if (!cache[index].empty()) {
-    return cache[index];
-  }
-  const std::string path = std::string(name) + ".264";
-  if (!std::ifstream(path)) {
-    const std::string command =
-        "ffmpeg -v error -y -f lavfi -i testsrc2=size=1920x1080:rate=25 -frames:v 300 "
-        "-pix_fmt yuv420p -c:v libx264 -preset fast " +
-        std::string(Streams[index].options) + " -f h264 " + path;
-    if (std::system(command.c_str()) != 0) {
-      return {};
-    }
-  }
-  AVFormatContext* context = nullptr;
-  if (avformat_open_input(&context, path.c_str(), nullptr, nullptr) < 0) {
-    return {};
-  }
-  AVPacket* packet = av_packet_alloc();
-  while (av_read_frame(context, packet) >= 0) {
-    cache[index].emplace_back(packet->data, packet->data + packet->size);
-    av_packet_unref(packet);
-  }
-  av_packet_free(&packet);
-  avformat_close_input(&context);
-  return cache[index];
-}
+using NmH264Bench::Packets;
 
 void Ours(benchmark::State& state, const std::string& name) {
   const auto packets = Packets(name);
   int pictures = 0;
   for (auto _ : state) {
-    MCL::SmTaskSupplierSettings settings;
-    settings.wholeFramePerBuffer = true;
-    MCL::TaskSupplier supplier(settings);
-    pictures = 0;
-    for (const auto& packet : packets) {
-      supplier.AddSource(packet.data(), packet.size(), -1.0, -1);
-      while (supplier.GetFrameToDisplay(false) != nullptr) {
-        ++pictures;
-      }
-    }
-    supplier.Flush();
-    while (supplier.GetFrameToDisplay(true) != nullptr) {
-      ++pictures;
-    }
+    pictures = NmH264Bench::DecodeWithOurs(packets);
   }
   state.counters["pictures"] = pictures;
 }
@@ -127,7 +68,7 @@ void Libavcodec(benchmark::State& state, const std::string& name) {
 } // namespace
 
 int main(int argc, char** argv) {
-  for (const SmStream& stream : Streams) {
+  for (const NmH264Bench::SmStream& stream : NmH264Bench::Streams) {
     const std::string name = stream.name;
     benchmark::RegisterBenchmark((name + "/ours").c_str(), Ours, name)
         ->Unit(benchmark::kMillisecond)

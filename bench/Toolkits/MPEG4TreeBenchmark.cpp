@@ -43,16 +43,12 @@ const SmClip& Material() {
 
 void Ours(benchmark::State& state) {
   const SmClip& material = Material();
-  Measure(state, material.error,
-          Quote(material.vzk.string()) + " run " + Quote(material.tree) + " --quiet", kPictures);
+  Measure(state, material.error, VzkRunCommand(material), kPictures);
 }
 
 void Ffmpeg(benchmark::State& state) {
   const SmClip& material = Material();
-  Measure(state, material.error,
-          "ffmpeg -nostdin -y -threads 1 -filter_threads 1 -i " + Quote(material.clip) +
-              " -vf scale=640:360:flags=bilinear -c:v mjpeg -threads 1 -q:v 4 -f null -",
-          kPictures);
+  Measure(state, material.error, FfmpegTreeCommand(material.clip, 4), kPictures);
 }
 
 } // namespace

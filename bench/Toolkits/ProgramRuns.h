@@ -118,6 +118,19 @@ inline void Measure(benchmark::State& state, const std::string& error, const std
                          benchmark::Counter::kIsRate);
 }
 
+// The host's run of the tree, every item pulled and dropped.
+inline std::string VzkRunCommand(const SmMaterial& material) {
+  return Quote(material.vzk.string()) + " run " + Quote(material.tree) + " --quiet";
+}
+
+// The tree's job on the ffmpeg command line, one thread throughout: decode,
+// scale to 640 x 360, encode every picture as JPEG at the quantiser scale.
+inline std::string FfmpegTreeCommand(const std::string& clip, int qscale) {
+  return "ffmpeg -nostdin -y -threads 1 -filter_threads 1 -i " + Quote(clip) +
+         " -vf scale=640:360:flags=bilinear -c:v mjpeg -threads 1 -q:v " + std::to_string(qscale) +
+         " -f null -";
+}
+
 // Registers NAME/ours and NAME/ffmpeg, three runs each, timed by hand.
 template <typename Ours, typename Ffmpeg>
 void RegisterPair(const std::string& name, Ours ours, Ffmpeg ffmpeg) {

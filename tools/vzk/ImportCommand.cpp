@@ -252,7 +252,8 @@ void CmImport::PullPlayback(ImPlaybackSourceToolkit& source) {
 
 void CmImport::Commit(const std::string& partial) const {
   const std::string& output = m_Options.output;
-  if (m_Records == 0 || (m_BlockImport && m_BlockImport->GetBlockCount() == 0)) {
+  if (m_Records == 0 || (m_BlockImport && m_BlockImport->GetBlockCount() == 0 &&
+                         m_BlockImport->GetKeptFrameCount() == 0)) {
     std::remove(partial.c_str());
     throw CmRunError(m_Options.media + " delivered no records, so " + output + " was not written.");
   }
@@ -267,6 +268,10 @@ int CmImport::Report() const {
         << (m_BlockImport ? " as " + std::to_string(m_BlockImport->GetBlockCount()) + " block" +
                                 (m_BlockImport->GetBlockCount() == 1 ? "" : "s")
                           : "")
+        << (m_BlockImport && m_BlockImport->GetKeptFrameCount() != 0
+                ? " and " + std::to_string(m_BlockImport->GetKeptFrameCount()) + " frame" +
+                      (m_BlockImport->GetKeptFrameCount() == 1 ? "" : "s")
+                : "")
         << " (" << m_File.GetSize() << " bytes";
   if (m_First) {
     m_Out << ", " << (m_Last - *m_First) << " ms of media";

@@ -379,14 +379,18 @@ Status LibavVideoDecoder::Deliver(MediaData* output) {
   if (own != state.waiting.end()) {
     frameId = own->frameId;
     time = own->time;
-    if (!state.ownTimes && time >= 0) {
-      auto earliest = own;
+    if (!state.ownTimes) {
+      // The earliest time waiting is this picture's; an input whose time
+      // went to a dropped picture takes one from the others.
+      auto earliest = state.waiting.end();
       for (auto it = state.waiting.begin(); it != state.waiting.end(); ++it) {
-        if (it->time >= 0 && it->time < earliest->time) {
+        if (it->time >= 0 && (earliest == state.waiting.end() || it->time < earliest->time)) {
           earliest = it;
         }
       }
-      std::swap(own->time, earliest->time);
+      if (earliest != state.waiting.end()) {
+        std::swap(own->time, earliest->time);
+      }
       time = own->time;
     }
     if (state.ownTimes) {
@@ -435,7 +439,9 @@ void LibavVideoDecoder::DropTimesOfDroppedPictures() {
   // in the order of their times.
   std::vector<double> times;
   for (const Waiting& w : state.waiting) {
-    times.push_back(w.time);
+    if (w.time >= 0) {
+      times.push_back(w.time);
+    }
   }
   std::sort(times.begin(), times.end());
   const auto dropped = std::min<size_t>(static_cast<size_t>(state.timesToDrop), times.size());
@@ -445,10 +451,15 @@ void LibavVideoDecoder::DropTimesOfDroppedPictures() {
   for (Waiting& w : state.waiting) {
     byTime.push_back(&w);
   }
-  std::stable_sort(byTime.begin(), byTime.end(),
-                   [](const Waiting* a, const Waiting* b) { return a->time < b->time; });
-  for (size_t i = 0; i < byTime.size() && i < times.size(); ++i) {
-    byTime[i]->time = times[i];
+  // Inputs that hold no time stay behind those that do.
+  std::stable_sort(byTime.begin(), byTime.end(), [](const Waiting* a, const Waiting* b) {
+    return (a->time < 0) != (b->time < 0) ? b->time < 0 : a->time < b->time;
+  });
+  // A packed input whose B picture was dropped still waits for its anchor:
+  // there are then more inputs than times left, and the latest inputs hold
+  // none. Keeping their old times would hand one time to two pictures.
+  for (size_t i = 0; i < byTime.size(); ++i) {
+    byTime[i]->time = i < times.size() ? times[i] : -1.0;
   }
   state.timesToDrop = 0;
 }
