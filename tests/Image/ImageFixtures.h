@@ -59,6 +59,19 @@ inline std::vector<uint8_t> Column(const NmMediaProcessing::CmImage& image, uint
   return column;
 }
 
+// Byte x of row y of plane p holds 64 p + 16 y + x (modulo 256): planes, rows
+// and columns tell themselves apart from their neighbours.
+inline void FillPattern(NmMediaProcessing::ImImageMemoryAllocation& allocation) {
+  for (uint64_t p = 0; p < allocation.GetPlaneCount(); ++p) {
+    const auto plane = allocation.GetWriteablePlane(p);
+    for (uint64_t y = 0; y < plane.height; ++y) {
+      for (uint64_t x = 0; x < plane.width * plane.pixelStride; ++x) {
+        plane.data[y * plane.rowStride + x] = static_cast<uint8_t>(64 * p + 16 * y + x);
+      }
+    }
+  }
+}
+
 // A rotation in quarter turns clockwise and the mirrors.
 inline NmMediaProcessing::Orientation MakeOrientation(uint32_t rotation, bool vertical,
                                                       bool horizontal) {
