@@ -75,8 +75,10 @@ TEST(BitReader, ThirtyTwoBitsAndNoMore) {
   CmBitReader reader(buffer);
   EXPECT_EQ(reader.ReadBits(32), 0x80000001u);
   // 33 is refused before anything is consumed.
-  ExpectBitStreamError([&] { reader.ReadBits(33); }, 2,
-                       "Cannot read more than 32 bits at the time");
+  for (const unsigned count : {33u, 1000u}) {
+    ExpectBitStreamError([&] { reader.ReadBits(count); }, 2,
+                         "Cannot read more than 32 bits at the time");
+  }
   EXPECT_EQ(reader.GetBitPosition(), 32);
   EXPECT_EQ(Read(reader, 1), SmRead(1, 33));
   EXPECT_EQ(Read(reader, 32), SmRead(0xFFFFFFFF, 65));

@@ -315,6 +315,8 @@ TEST(Xml, ConversionsAndTheirErrors) {
               "Error converting attribute value '12abc' to type int!");
   expectError([&] { root->GetAttributeValue("big", integer); },
               "Error converting attribute value '99999999999' to type int!");
+  expectError([&] { root->GetAttributeValue("e", integer); },
+              "Error converting attribute value '' to type int!");
   expectError([&] { root->GetAttributeValue("f", integer); },
               "Error converting attribute value '2.5' to type int!");
   unsigned unsignedValue = 0;
@@ -406,6 +408,8 @@ TEST(Xml, NullNodes) {
   expectIntegrity([&] { null.AddChild(document->GetDocumentElement()); },
                   "Error adding child node. Invalid DOM tree node given!");
   const CmXmlNodePtr root = document->GetDocumentElement();
+  expectIntegrity([&] { root->AddChild(nullptr); },
+                  "Error adding child node. Cannot add a null node!");
   expectIntegrity([&] { root->AddChild(std::make_shared<CmXmlNodeWrapper>(document, nullptr)); },
                   "Error adding child node. Cannot add a null node!");
   std::vector<CmXmlNodePtr> children;

@@ -160,10 +160,11 @@ TEST(GenericByteDataFieldSetters, RangeChecksRefuseAndWriteNothing) {
   CmGenericAudioStreamDataPacket audio(true);
   ASSERT_TRUE(audio.Allocate(2));
   const CmBytes before = Bytes(audio);
-  EXPECT_FALSE(audio.SetSampleCount(1) || audio.SetChannelCount(0) || audio.SetChannelCount(256) ||
-               audio.SetBitsPerSample(0) || audio.SetBitsPerSample(256) ||
-               audio.SetSamplingFrequency(1) || audio.SetCodecOption(0x10000));
-  for (uint32_t codec : {0u, 13u, 21u, 0x10011u}) {
+  EXPECT_FALSE(audio.SetSampleCount(1) || audio.SetSampleCount(0) || audio.SetChannelCount(0) ||
+               audio.SetChannelCount(256) || audio.SetBitsPerSample(0) ||
+               audio.SetBitsPerSample(256) || audio.SetSamplingFrequency(1) ||
+               audio.SetCodecOption(0x10000));
+  for (uint32_t codec : {0u, 13u, 15u, 21u, 0x10011u}) {
     EXPECT_FALSE(audio.SetCodec(codec)) << codec;
   }
   EXPECT_EQ(Bytes(audio), before);

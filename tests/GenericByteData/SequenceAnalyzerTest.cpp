@@ -127,6 +127,10 @@ TEST(ByteDataSequenceAnalyzer, AudioStreamsAndMixingErrors) {
   ExpectError([&] { video.Audio(1, 200); },
               "Cannot analyze audio packets after other types of Generic Byte Data", 0);
 
+  CmFeeder afterBlock;
+  afterBlock.Block(100, 200, 2);
+  EXPECT_THROW(afterBlock.Audio(1, 300), NmError::CmIntegrityError);
+
   // A multi packet is analysed through its audio first, else its video.
   CmFeeder mixed;
   EXPECT_EQ(mixed.Feed(BuildMultiPacket(

@@ -50,6 +50,7 @@ TEST(CairoImageAllocator, AllocatesOneUprightPlaneThatCairoPaints) {
               "Cannot change color format on this device", 2);
 
   ExpectError([&] { allocator.Allocate(0, 1, BGR32); }, "Image width is out of range", 2);
+  ExpectError([&] { allocator.Allocate(1, 0, BGR32); }, "Image height is out of range", 2);
   ExpectError([&] { allocator.Allocate(1, 32768, BGR32); }, "Image height is out of range", 2);
   // Cairo stores B G R X only; and rows of four-byte pixels cannot be padded
   // further.

@@ -46,8 +46,10 @@ TEST(OverlayParameters, ConstructorRefusesContradictions) {
   const std::string exact = "Exact positioning of overlay requires top and left flags to be set";
   ExpectRefusals({
       {make(OverlayScale | OverlayLeft | OverlayRight, 0.0), scale, 2},
+      {make(OverlayScale, -1.0), scale, 2},
       {make(OverlayLeft | OverlayRight), "Overlay cannot be both left- and right-aligned", 2},
       {make(OverlayTop | OverlayBottom), "Overlay cannot be both top- and bottom-aligned", 2},
+      {make(OverlayLeft, 1.0, 0.5, 0.5), exact, 2},
       {make(OverlayTop, 1.0, -1.0, 0.5), exact, 2},
       {make(OverlayLeft | OverlayTop | OverlayScale, 1.0, 0.5, 0.5),
        "Exact positioned overlays cannot be scaled", 2},

@@ -108,6 +108,7 @@ TEST(ImageBufferHelpers, CopiesCheckShapeInOrderAndKeepStrideGaps) {
       {copy(4, 2, RGB32), "Pixel strides do not match", 3, name},
       {copy(4, 2, Gray), "Planes have different number of bytes per pixel", 3, name},
       {copy(4, 2, BGR24), "Plane widths do not match", 3, name},
+      {copy(5, 2, BGR24), "Plane heights do not match", 3, name},
       {copy(5, 4, BGR24), "Plane heights do not match", 3, name},
       {[&] { CopyAllocatorContents(narrow, other); }, "Allocators have different formats", 2,
        Helpers + "CopyAllocatorContents"},

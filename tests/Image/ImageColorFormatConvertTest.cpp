@@ -142,6 +142,7 @@ TEST(ImageColorFormatConvert, SubColorFormatRulesAndMissingRoutes) {
       {convert(unknown, RGB24),
        "Unable to convert from the given YCbCr format to the given RGB format", 0,
        name + "PerformConversionYCbCrToRGB"},
+      {convert(yuv, BGRA), yuvTypes, 0},
       {convert(rgb, YCbCr444_Planar), rgbTypes, 0, name + "PerformConversionRGBToYCbCr"},
   });
 }

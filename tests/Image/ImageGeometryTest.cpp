@@ -42,6 +42,7 @@ TEST(ImageCrop, SharesPlanesAndChecksItsRectangle) {
 
   ExpectError([] { CmImageCrop(0, 0, 0, 1); }, "Cropping area width out of range", 2,
               "NmMediaProcessing::CmImageCrop::CmImageCrop");
+  ExpectError([] { CmImageCrop(0, 0, 32768, 1); }, "Cropping area width out of range", 2);
   ExpectError([] { CmImageCrop(0, 0, 1, 0); }, "Cropping area height out of range", 2);
   EXPECT_THROW(CmImageCrop(8, 0, 4, 4).Execute(source, cropped), NmError::CmIntegrityError);
 

@@ -149,6 +149,7 @@ TEST(ImageResize, RefusesWhatItCannotDo) {
   const std::string constructor = "NmMediaProcessing::CmImageResize::CmImageResize";
   ExpectError([] { CmImageResize(0, 10, true); }, "Resized width out of range", 2, constructor);
   ExpectError([] { CmImageResize(32768, 10, true); }, "Resized width out of range", 2);
+  ExpectError([] { CmImageResize(10, 0, true); }, "Resized height out of range", 2);
   ExpectError([] { CmImageResize(10, 32768, true); }, "Resized height out of range", 2);
   EXPECT_NO_THROW(CmImageResize(32767, 32767, true));
   CmImage result;
@@ -234,6 +235,8 @@ TEST(ImageFilledRectangleResize, CentresOnBlackOfTheRightRange) {
   const CmImage full = MakeImage(64, 48, Gray);
   exact.Execute(full, result);
   EXPECT_EQ(result.Allocator().GetPlane(0).data, full.Allocator().GetPlane(0).data);
+  ExpectError([] { CmImageFilledRectangleResize(0, 10, 1.0, true); },
+              "Bounding rectangle width out of range", 2);
   ExpectError([] { CmImageFilledRectangleResize(10, 0, 1.0, true); },
               "Bounding rectangle height out of range", 2);
 }

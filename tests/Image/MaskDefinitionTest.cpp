@@ -106,13 +106,16 @@ TEST(MaskDefinition, ArgumentChecksInOrderAndEquality) {
   ExpectRefusals({
       {grid(0, 0, {1}), zero + " for non-empty grid vector", 3,
        "NmMediaProcessing::CmGridBasedMaskDefinition::CmGridBasedMaskDefinition"},
+      {grid(0, 1, {1}), zero, 3},
       {grid(1, 0, {}), zero, 3},
       {grid(10001, 1, std::vector<uint8_t>(10001, 1)), large, 3},
       {grid(1, 10001, {}), large, 3},
+      {grid(2, 2, {1, 1, 1}), "Mask grid dimensions do not match the grid vector size", 3},
       {grid(2, 2, {1, 1, 1, 1, 1}), "Mask grid dimensions do not match the grid vector size", 3},
       {[&] { a.IsMaskedAtPosition(0, 1, 0, 0); },
        "Invalid mask position dimensions (width/height = 0)", 3, base + "IsMaskedAtPosition"},
-      {[&] { a.IsMaskedAtPosition(4, 4, 0, 4); }, outside, 3, base + "IsMaskedAtPosition"},
+      {[&] { a.IsMaskedAtPosition(4, 4, 4, 0); }, outside, 3, base + "IsMaskedAtPosition"},
+      {[&] { a.IsMaskedAtPosition(4, 4, 0, 4); }, outside, 3},
       // Argument checks hold for an empty mask too.
       {[] { CmAllEmptyMaskDefinition().IsMaskedAtPosition(2, 2, 2, 0); }, outside, 3},
       {[&] { a.CreateMaskImage(0, 4, image); }, "Invalid mask image dimensions (width/height = 0)",

@@ -31,6 +31,7 @@ TEST(ReferenceCountingImageAllocator, RefusesBadArgumentsInOrderAndMissingImages
       {allocate(1, 1, Gray, 65537), "Image alignment is out of range", 2, name},
       {allocate(0, 0, Gray, 65537), "Image width is out of range", 2, name},
       {allocate(1, 1, 10, 32), "Unsupported color format", 2, name},
+      {allocate(1, 1, ColorFormatNone, 32), "Unsupported color format", 2, name},
       {[&] { (void)a.GetColorFormat(); }, none, 1},
       {[&] { (void)a.GetPlane(0); }, none, 1},
       {[&] { a.Crop(0, 0, 1, 1); }, none, 1},
@@ -144,6 +145,7 @@ TEST(ReferenceCountingImageAllocator, CropOfEveryShape) {
   EXPECT_EQ(c.GetPlane(0).data, lumaBefore.data);
   EXPECT_EQ(c.GetPlane(1).width, 5u);
   ExpectError([&] { c.Crop(0, 0, 0, 4); }, "Clipping region is empty", 2);
+  ExpectError([&] { c.Crop(0, 1, 1, 4); }, "Clipping region is outside plane", 3);
 
   CmReferenceCountingImageAllocator d;
   d.Allocate(4, 4, RGBA);
@@ -168,6 +170,7 @@ TEST(ReferenceCountingImageAllocator, ReinterpretFormatTable) {
   a.Allocate(5, 3, RGB24);
   a.ReinterpretFormat(BGR24);
   EXPECT_EQ(a.GetColorFormat(), BGR24);
+  ExpectError([&] { a.ReinterpretFormat(Gray); }, "Invalid color format conversion", 2);
   ExpectError([&] { a.ReinterpretFormat(BGRA); }, "Invalid color format conversion", 2);
 
   a.Allocate(11, 5, Gray, 16);

@@ -47,6 +47,7 @@ TEST(StaticImageAllocator, ConstructionChecksEveryPlane) {
       {Wrap(4, 4, Gray, {{4, p}, {4, p}}), count, 0, 3},
       {Wrap(4, 4, static_cast<ColorFormat>(11), {{4, p}}), "Unknown image color format", 0, 2},
       {Wrap(4, 4, Gray, {{4, nullptr}}), "Static buffer pointer cannot be NULL", 0, 2},
+      {Wrap(0, 4, Gray, {{4, p}}), "Image width is out of range", 0, 2},
       {Wrap(32768, 4, Gray, {{40000, p}}), "Image width is out of range", 0, 2},
       {Wrap(4, 32768, Gray, {{4, p}}), "Image height is out of range", 0, 2},
       {Wrap(4, 4, RGB32, {{15, p}}), stride, 0, 3},
@@ -58,6 +59,8 @@ TEST(StaticImageAllocator, ConstructionChecksEveryPlane) {
   // The largest side the limit allows still wraps.
   std::vector<uint8_t> longRow(32767);
   EXPECT_NO_THROW(CmStaticImageAllocator(32767, 1, Gray, Buffers{{32767, longRow.data()}}));
+  // A static allocator's errors are integrity errors to catchers that know no more.
+  EXPECT_THROW(Wrap(4, 4, Gray, {{4, nullptr}})(), NmError::CmIntegrityError);
   EXPECT_EQ(a.GetPlane(2).width, 4u);
   EXPECT_EQ(a.GetPlane(2).data, p + 200);
   EXPECT_FALSE(a.IsAllocated());

@@ -187,6 +187,7 @@ TEST(TextOverlay, LaysWhiteAndBlackInThePlanarImagesOwnRange) {
       {YCbCr422_Planar, SubColorFormatFullRange, 255, 0},
       {YCbCr444_Planar, SubColorFormatFullRange, 255, 0},
       {Gray, SubColorFormatPlainGray, 255, 0},
+      {Gray, SubColorFormatVideoRange, 235, 16},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(std::to_string(c.format) + "/" + std::to_string(c.range));

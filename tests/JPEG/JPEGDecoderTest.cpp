@@ -314,6 +314,7 @@ TEST(JPEGDecoder, ColourConventions) {
   ASSERT_LT(noTables.size(), jfif.size());
   ASSERT_EQ(d.Open(jfif), JStatusOk);
   EXPECT_TRUE(d.decoder.SawJFIF());
+  EXPECT_FALSE(d.decoder.SawAdobe()) << "what an earlier stream held is forgotten";
   ASSERT_EQ(d.Open(adobe), JStatusOk);
   EXPECT_FALSE(d.decoder.SawJFIF());
   EXPECT_TRUE(d.decoder.SawAdobe());

@@ -135,6 +135,7 @@ TEST(SimpleJPEGEncoder, HeaderSegmentsQualityAndAspectRatio) {
   ExpectError([&] { encoder.Encode(image, 101, data, size, false); },
               "Invalid value of encoding quality level (> max.)!", 2,
               "NmMediaProcessing::CmSimpleJPEGEncoder::Encode");
+  EXPECT_EQ(data, nullptr);
   EXPECT_EQ(size, 0u);
   // An invalid image encodes to nothing.
   EXPECT_FALSE(encoder.Encode(CmImage(), 50, data, size, false));

@@ -110,6 +110,7 @@ TEST(ImageTransformToolkit, BoxedAndFilledResizeKeepTheShape) {
            {"image_boxed_resize width='0' height='100'", "200x100"},
            {"image_filled_resize width='200' height='200' allow_upscaling='false'", "200x200"},
            {"image_filled_resize pixel_aspect_ratio='0'", "0x0"},
+           {"image_filled_resize pixel_aspect_ratio='-1'", "0x0"},
            {"image_filled_resize pixel_aspect_ratio='nan'", "0x0"},
            {"image_filled_resize pixel_aspect_ratio='inf'", "0x0"}}) {
     CmTransformChain chain(element, wide);

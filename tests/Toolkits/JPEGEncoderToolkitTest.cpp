@@ -77,7 +77,7 @@ TEST(JPEGEncoderToolkit, EncodesPicturesThatDecodeToTheirSizeAndPixels) {
   for (uint32_t format : {5u, 6u, 7u, 3u, 9u}) {
     CmTransformChain chain("jpeg_encoder", {{format, 17, 9, 1000, 3, 1}});
     const SmDecoded decoded = DecodeElement(chain.Fetch().get(), false);
-    EXPECT_EQ(decoded.width * decoded.height, 17 * 9) << format;
+    EXPECT_EQ(std::make_pair(decoded.width, decoded.height), std::make_pair(17, 9)) << format;
   }
 }
 

@@ -304,6 +304,7 @@ TEST(GenericVideoDecoder, FailuresAndBadInputLeaveTheDecoderUsable) {
   // Records that are no valid video.
   ExpectError([&] { h.Feed(Block(10, T0, T0, 0)); }, "Invalid source data for decoding", 2,
               "NmMediaProcessing::CmGenericVideoDecoder::Decode");
+  ExpectError([&] { h.Feed(Packet(8, T0, {}, false)); }, "Invalid source data for decoding", 2);
   ExpectError([&] { h.Feed(BuildAudioPacket({})); }, "Invalid source data for decoding", 2);
   // Bytes that no record class attaches to are no record at all: a flush.
   EXPECT_EQ(h.Summary(CmBytes(40, 0xAB)), "none");
