@@ -118,7 +118,9 @@ SmFetched Fetched(uint32_t status, ImData* raw) {
   return out;
 }
 
-SmFetched Fetch(ImPlaybackSourceToolkit& toolkit) {
+// The item in hand, after a move that must have succeeded.
+SmFetched Fetch(ImPlaybackSourceToolkit& toolkit, uint32_t moved = StatusSuccess) {
+  EXPECT_EQ(moved, StatusSuccess);
   ImData* raw = nullptr;
   const uint32_t status = toolkit.GetData(&raw);
   return Fetched(status, raw);
@@ -159,8 +161,7 @@ TEST(VideoDecoderToolkit, SteppingAroundThePictureMakesNoUpstreamCall) {
   CmVZKSourceToolkit root(Decoder(Pictures(Form::Packet)).c_str());
   CmPropertyNameSet supported;
   root.Connect({"Next_Begin_Time", "Prev_Begin_Time"}, supported, 0);
-  ASSERT_EQ(root.MoveTo(TimeOf(2), MoveAtOrAfter), StatusSuccess);
-  ASSERT_EQ(Fetch(root).time, TimeOf(2));
+  ASSERT_EQ(Fetch(root, root.MoveTo(TimeOf(2), MoveAtOrAfter)).time, TimeOf(2));
   journal.Clear();
   ASSERT_EQ(root.MoveNext(), StatusSuccess);
   ASSERT_EQ(root.MovePrevious(), StatusSuccess);
@@ -172,8 +173,7 @@ TEST(VideoDecoderToolkit, SteppingAroundThePictureMakesNoUpstreamCall) {
   // Further steps go upstream, a step at a time.
   journal.Clear();
   for (int i = 3; i < PictureCount; ++i) {
-    ASSERT_EQ(root.MoveNext(), StatusSuccess);
-    ASSERT_EQ(Fetch(root).time, TimeOf(i));
+    ASSERT_EQ(Fetch(root, root.MoveNext()).time, TimeOf(i));
   }
   EXPECT_LE(Count(journal.Text(), "GetData"), 2u * (PictureCount - 3)) << journal.Text();
 }
@@ -194,8 +194,7 @@ TEST(VideoDecoderToolkit, PropertiesOfEachPicture) {
                                           "Next_Begin_Time", "Next_End_Time", "Transcoded"}))
       << "the mask is fetched for the decoder only";
 
-  ASSERT_EQ(root.MoveFirst(), StatusSuccess);
-  SmFetched first = Fetch(root);
+  SmFetched first = Fetch(root, root.MoveFirst());
   ASSERT_TRUE(first.item);
   EXPECT_EQ(StringProperty(*first.item, "Sequence_Number"), "100");
   EXPECT_EQ(first.item->GetProperty("Privacy_Mask"), nullptr);
@@ -205,10 +204,8 @@ TEST(VideoDecoderToolkit, PropertiesOfEachPicture) {
   ASSERT_NE(transcoded, nullptr);
   EXPECT_TRUE(transcoded->GetValue());
 
-  ASSERT_EQ(root.MoveNext(), StatusSuccess);
-  EXPECT_EQ(TimeProperty(*Fetch(root).item, "Prev_End_Time"), TimeOf(0));
-  ASSERT_EQ(root.MoveLast(), StatusSuccess);
-  SmFetched last = Fetch(root);
+  EXPECT_EQ(TimeProperty(*Fetch(root, root.MoveNext()).item, "Prev_End_Time"), TimeOf(0));
+  SmFetched last = Fetch(root, root.MoveLast());
   EXPECT_EQ(StringProperty(*last.item, "Sequence_Number"), "102");
   EXPECT_EQ(TimeProperty(*last.item, "Next_Begin_Time"), -1) << "nothing after the last";
 }
@@ -220,12 +217,9 @@ TEST(VideoDecoderToolkit, ItemsWithoutVideoAreSteppedOver) {
                             JPEGItem(Form::Packet, 2);
   CmVZKSourceToolkit root(Decoder(items).c_str());
   root.Connect(0);
-  ASSERT_EQ(root.MoveTo(TimeOf(0), MoveAfter), StatusSuccess);
-  EXPECT_EQ(Fetch(root).time, TimeOf(2));
-  ASSERT_EQ(root.MoveTo(TimeOf(2), MoveBefore), StatusSuccess);
-  EXPECT_EQ(Fetch(root).time, TimeOf(0));
-  ASSERT_EQ(root.MoveNext(), StatusSuccess);
-  EXPECT_EQ(Fetch(root).time, TimeOf(2));
+  EXPECT_EQ(Fetch(root, root.MoveTo(TimeOf(0), MoveAfter)).time, TimeOf(2));
+  EXPECT_EQ(Fetch(root, root.MoveTo(TimeOf(2), MoveBefore)).time, TimeOf(0));
+  EXPECT_EQ(Fetch(root, root.MoveNext()).time, TimeOf(2));
 }
 
 TEST(VideoDecoderToolkit, LiveDecodesTheStreamAsItComes) {
@@ -265,8 +259,7 @@ TEST(VideoDecoderToolkit, OutputKeys) {
     CmVZKSourceToolkit root(Decoder(JPEGItem(Form::Packet, 2), keys).c_str());
     CmPropertyNameSet supported;
     root.Connect({"Privacy_Mask"}, supported, 0);
-    ASSERT_EQ(root.MoveFirst(), StatusSuccess);
-    const SmFetched picture = Fetch(root);
+    const SmFetched picture = Fetch(root, root.MoveFirst());
     auto* image = dynamic_cast<CmImageData*>(picture.item.get());
     ASSERT_NE(image, nullptr);
     EXPECT_NEAR(picture.luma, LevelOf(2), 3);
@@ -337,8 +330,7 @@ TEST(KeyFramesOnlyVideoDecoderToolkit, DecodesEachItemAloneWhereverTheMovesGo) {
     ASSERT_TRUE(root.IsConfigured());
     CmPropertyNameSet supported;
     root.Connect({"Sequence_Number", "Prev_Begin_Time", "Next_End_Time"}, supported, 0);
-    ASSERT_EQ(root.MoveFirst(), StatusSuccess);
-    SmFetched picture = Fetch(root);
+    SmFetched picture = Fetch(root, root.MoveFirst());
     ASSERT_EQ(picture.status, StatusSuccess);
     EXPECT_EQ(StringProperty(*picture.item, "Sequence_Number"), "100");
     for (int i = 0; i < PictureCount; ++i) {
@@ -366,8 +358,7 @@ TEST(KeyFramesOnlyVideoDecoderToolkit, DecodesEachItemAloneWhereverTheMovesGo) {
     // Nothing begins before the earliest time, and everything at or after it.
     const int64_t earliest = std::numeric_limits<int64_t>::min();
     EXPECT_EQ(root.MoveTo(earliest, MoveBefore), StatusNoItem);
-    ASSERT_EQ(root.MoveTo(earliest, MoveAtOrAfter), StatusSuccess);
-    EXPECT_NEAR(Fetch(root).luma, LevelOf(0), 3);
+    EXPECT_NEAR(Fetch(root, root.MoveTo(earliest, MoveAtOrAfter)).luma, LevelOf(0), 3);
   }
 }
 
@@ -457,8 +448,7 @@ TEST(ConditionalVideoDecoderToolkit, RecordsBeyondTimeAreDecodedOrNothing) {
   root.Connect(0);
   EXPECT_NO_THROW(root.MoveTo(TimeOf(1), MoveAtOrBefore));
   EXPECT_NO_THROW(Fetch(root));
-  ASSERT_EQ(root.MoveFirst(), StatusSuccess);
-  EXPECT_NE(Fetch(root).item, nullptr);
+  EXPECT_NE(Fetch(root, root.MoveFirst()).item, nullptr);
 }
 
 namespace {
@@ -528,7 +518,9 @@ TEST(VideoDecoderToolkit, PlaybackLandsOnEveryPictureAndPassesOverThoseThatDoNot
                      supported, 0);
         EXPECT_EQ(Fetch(root).status, StatusNoItem) << "nothing before the first move";
         int at = -1;
-        auto expectAt = [&](int i) {
+        // The picture a successful move landed on is picture i.
+        auto expectAt = [&](int i, uint32_t moved = StatusSuccess) {
+          ASSERT_EQ(moved, StatusSuccess) << "to picture " << i;
           at = i;
           SmFetched picture = Fetch(root);
           if (bad(i)) {
@@ -547,37 +539,27 @@ TEST(VideoDecoderToolkit, PlaybackLandsOnEveryPictureAndPassesOverThoseThatDoNot
           }
         };
 
-        ASSERT_EQ(root.MoveFirst(), StatusSuccess);
-        expectAt(0);
+        expectAt(0, root.MoveFirst());
         for (int i = 1; i < PictureCount; ++i) {
-          ASSERT_EQ(root.MoveNext(), StatusSuccess) << i;
-          expectAt(i);
+          expectAt(i, root.MoveNext());
         }
         EXPECT_EQ(root.MoveNext(), StatusNoItem);
         expectAt(PictureCount - 1);
         for (int i = PictureCount - 2; i >= 0; --i) {
-          ASSERT_EQ(root.MovePrevious(), StatusSuccess) << i;
-          expectAt(i);
+          expectAt(i, root.MovePrevious());
         }
         EXPECT_EQ(root.MovePrevious(), StatusNoItem);
-        ASSERT_EQ(root.MoveNext(), StatusSuccess);
-        expectAt(1);
+        expectAt(1, root.MoveNext());
 
         // Sequences start at pictures 0 and 3.
         ASSERT_EQ(root.MoveFirst(), StatusSuccess);
-        ASSERT_EQ(root.MoveNextSequence(), StatusSuccess);
-        expectAt(3);
+        expectAt(3, root.MoveNextSequence());
         EXPECT_EQ(root.MoveNextSequence(), StatusNoItem) << "the last sequence has no next one";
-        ASSERT_EQ(root.MoveNext(), StatusSuccess);
-        expectAt(4);
-        ASSERT_EQ(root.MovePreviousSequence(), StatusSuccess);
-        expectAt(0);
-        ASSERT_EQ(root.MoveLast(), StatusSuccess);
-        expectAt(PictureCount - 1);
-        ASSERT_EQ(root.MovePreviousSequence(), StatusSuccess);
-        expectAt(0);
-        ASSERT_EQ(root.MoveNext(), StatusSuccess);
-        expectAt(1);
+        expectAt(4, root.MoveNext());
+        expectAt(0, root.MovePreviousSequence());
+        expectAt(PictureCount - 1, root.MoveLast());
+        expectAt(0, root.MovePreviousSequence());
+        expectAt(1, root.MoveNext());
 
         for (const SmMoveMode mode :
              {MoveClosest, MoveBefore, MoveAtOrBefore, MoveAfter, MoveAtOrAfter}) {
@@ -593,10 +575,8 @@ TEST(VideoDecoderToolkit, PlaybackLandsOnEveryPictureAndPassesOverThoseThatDoNot
             expectAt(expected ? *expected : at);
             // Stepping on from there goes to the neighbour, bad or not.
             if (expected && *expected + 1 < PictureCount) {
-              ASSERT_EQ(root.MoveNext(), StatusSuccess);
-              expectAt(*expected + 1);
-              ASSERT_EQ(root.MovePrevious(), StatusSuccess);
-              expectAt(*expected);
+              expectAt(*expected + 1, root.MoveNext());
+              expectAt(*expected, root.MovePrevious());
             }
           }
         }
