@@ -205,8 +205,7 @@ TEST(ColorKeyOverlay, KeyLetsTheImageThroughInEveryPath) {
   plane.data[2] = 3; // B G R of pixel (0, 0) is the key
   const CmImage background = MakeImage(6, 4, RGB24, 7);
   CmColorKeyOverlay overlay(picture, Parameters(0), 1, 2, 3, 0);
-  CmImage result;
-  overlay.Execute(background, result);
+  CmImage result = NmImageTest::Applied(overlay, background);
   EXPECT_EQ(Sample(result, 0, 0, 0, 2), Sample(background, 0, 0, 0, 2));
   EXPECT_EQ(Sample(result, 0, 1, 0, 0), Sample(picture, 0, 1, 0, 2)); // R moved to byte 0
 

@@ -183,8 +183,7 @@ TEST(ColorMaskingOverlay, LeavesImagesAloneWithoutAMaskAndRefusesBadImages) {
   // The two-image form paints a copy and leaves the source alone.
   const CmImage source = MakeImage(4, 4, Gray, 8, Progressive, SubColorFormatPlainGray);
   const uint8_t before = Sample(source, 0, 3, 3);
-  CmImage destination;
-  all.Execute(source, destination);
+  CmImage destination = NmImageTest::Applied(all, source);
   EXPECT_EQ(Sample(destination, 0, 3, 3), 255);
   EXPECT_EQ(Sample(source, 0, 3, 3), before);
 }

@@ -22,8 +22,7 @@ CmImage Noise(uint64_t width, uint64_t height, ColorFormat format, SubColorForma
 }
 
 CmImage Converted(const CmImage& source, ColorFormat format) {
-  CmImage result;
-  CmImageColorFormatConvert(format).Execute(source, result);
+  CmImage result = NmImageTest::Applied(CmImageColorFormatConvert(format), source);
   return result;
 }
 
@@ -94,8 +93,7 @@ TEST(ImageColorFormatConvert, GrayAndPlanarRelabels) {
 
   // The same format shares planes, unless the requested alignment differs.
   EXPECT_EQ(Converted(image, Gray).Allocator().GetPlane(0).data, luma);
-  CmImage copy;
-  CmImageColorFormatConvert(Gray, 64).Execute(image, copy);
+  CmImage copy = NmImageTest::Applied(CmImageColorFormatConvert(Gray, 64), image);
   EXPECT_EQ(copy.Allocator().GetPlane(0).rowStride, 64u);
   EXPECT_TRUE(SamePicture(copy, image));
 }
@@ -199,8 +197,7 @@ TEST(ImageColorFormatConvert, EveryPairOfFormatsKeepsAFlatColour) {
         }
       }
       for (const ColorFormat from : AllFormats) {
-        CmImage source;
-        CmImageColorFormatConvert(from).Execute(rgb, source);
+        CmImage source = NmImageTest::Applied(CmImageColorFormatConvert(from), rgb);
         for (const Interlacing interlacing : {Progressive, InterleavedTopFirst}) {
           source.GetAttributes().interlacing = interlacing;
           for (const ColorFormat to : AllFormats) {
@@ -213,8 +210,7 @@ TEST(ImageColorFormatConvert, EveryPairOfFormatsKeepsAFlatColour) {
             EXPECT_EQ(converted.GetAttributes().interlacing, interlacing);
             EXPECT_EQ(converted.GetAttributes().subColorFormat == NotApplicable,
                       IsPackedFormat(to));
-            CmImage back;
-            CmImageColorFormatConvert(RGB24).Execute(converted, back);
+            CmImage back = NmImageTest::Applied(CmImageColorFormatConvert(RGB24), converted);
             int result[3];
             GetRgb(back, width - 1, height - 1, result);
             if (from == Gray || to == Gray) {
@@ -236,11 +232,9 @@ TEST(ImageColorFormatConvert, EveryPairOfFormatsKeepsAFlatColour) {
 TEST(ImageColorFormatConvert, RgbThroughFullRangeFourFourFourAndBack) {
   for (const ColorFormat format : {RGB24, BGR24}) {
     const CmImage rgb = Noise(33, 9, format, NotApplicable);
-    CmImage ycc;
-    CmImageColorFormatConvert(YCbCr444_Planar).Execute(rgb, ycc);
+    CmImage ycc = NmImageTest::Applied(CmImageColorFormatConvert(YCbCr444_Planar), rgb);
     EXPECT_EQ(ycc.GetAttributes().subColorFormat, SubColorFormatFullRange);
-    CmImage back;
-    CmImageColorFormatConvert(format).Execute(ycc, back);
+    CmImage back = NmImageTest::Applied(CmImageColorFormatConvert(format), ycc);
     int worst = 0;
     for (uint64_t y = 0; y < 9; ++y) {
       for (uint64_t x = 0; x < 33; ++x) {
@@ -259,8 +253,8 @@ TEST(ImageColorFormatConvert, RgbThroughFullRangeFourFourFourAndBack) {
                 {BGRA, YCbCr444_Planar, SubColorFormatVideoRange},
                 {RGBA, Gray, SubColorFormatFullRange}};
   for (const auto& route : routes) {
-    CmImage out;
-    CmImageColorFormatConvert(route.to).Execute(Noise(5, 3, route.from, NotApplicable), out);
+    CmImage out = NmImageTest::Applied(CmImageColorFormatConvert(route.to),
+                                       Noise(5, 3, route.from, NotApplicable));
     EXPECT_EQ(out.GetAttributes().subColorFormat, route.sub) << route.from << " to " << route.to;
   }
 }
@@ -275,8 +269,7 @@ TEST(ImageColorFormatConvert, GreyToRgbFollowsItsRange) {
   for (const SubColorFormat sub :
        {SubColorFormatFullRange, SubColorFormatVideoRange, SubColorFormatPlainGray}) {
     gray.GetAttributes().subColorFormat = sub;
-    CmImage rgb;
-    CmImageColorFormatConvert(BGRA).Execute(gray, rgb);
+    CmImage rgb = NmImageTest::Applied(CmImageColorFormatConvert(BGRA), gray);
     const bool video = sub == SubColorFormatVideoRange;
     EXPECT_EQ(Sample(rgb, 0, 0, 0, 1), video ? 0 : 16);
     EXPECT_EQ(Sample(rgb, 0, 1, 0, 0), video ? 255 : 235);
@@ -293,8 +286,7 @@ TEST(ImageColorFormatConvert, FullRangeSubsampledChromaIsInterpolatedWithoutSeam
     for (const uint64_t width : {40u, 41u}) {
       const uint64_t height = 37;
       CmImage source = Noise(width, height, format, SubColorFormatFullRange);
-      CmImage rgb;
-      CmImageColorFormatConvert(RGB24).Execute(source, rgb);
+      CmImage rgb = NmImageTest::Applied(CmImageColorFormatConvert(RGB24), source);
 
       const auto cb = source.Allocator().GetPlane(1);
       const auto cr = source.Allocator().GetPlane(2);
@@ -339,8 +331,7 @@ TEST(ImageColorFormatConvert, FullRangeSubsampledChromaIsInterpolatedWithoutSeam
     allocator.GetWriteablePlane(2).GetPixelAddress(0, y)[0] = 100;
     allocator.GetWriteablePlane(2).GetPixelAddress(1, y)[0] = 200;
   }
-  CmImage stepped;
-  CmImageColorFormatConvert(RGB24).Execute(video, stepped);
+  CmImage stepped = NmImageTest::Applied(CmImageColorFormatConvert(RGB24), video);
   EXPECT_EQ(Sample(stepped, 0, 0, 0), Sample(stepped, 0, 1, 0));
   EXPECT_LT(Sample(stepped, 0, 1, 0) + 100, Sample(stepped, 0, 2, 0));
 }

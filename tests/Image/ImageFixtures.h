@@ -87,6 +87,15 @@ inline bool SamePicture(const NmMediaProcessing::CmImage& a, const NmMediaProces
          Planes(a) == Planes(b);
 }
 
+// What a transformation makes of a picture, the picture left as it is.
+template <typename Transformation>
+NmMediaProcessing::CmImage Applied(Transformation&& transformation,
+                                   const NmMediaProcessing::CmImage& source) {
+  NmMediaProcessing::CmImage result;
+  transformation.Execute(source, result);
+  return result;
+}
+
 // A bare allocator of the given shape, for the shape checks of helpers.
 inline NmMediaProcessing::CmReferenceCountingImageAllocator
 Allocated(uint64_t width, uint64_t height, NmMediaProcessing::ColorFormat format,

@@ -13,8 +13,7 @@ using NmImageTest::Sample;
 
 TEST(ImageCrop, SharesPlanesAndChecksItsRectangle) {
   const CmImage source = MakeImage(10, 8, YCbCr420_Planar);
-  CmImage cropped;
-  CmImageCrop(2, 4, 5, 3).Execute(source, cropped);
+  CmImage cropped = NmImageTest::Applied(CmImageCrop(2, 4, 5, 3), source);
   EXPECT_EQ(cropped.GetAttributes().subColorFormat, SubColorFormatVideoRange);
   EXPECT_EQ(cropped.Allocator().GetPlane(0).data,
             source.Allocator().GetPlane(0).GetPixelAddress(2, 4));
@@ -36,8 +35,7 @@ TEST(ImageCrop, SharesPlanesAndChecksItsRectangle) {
   }
   CmImage wrapped(std::make_unique<CmStaticImageAllocator>(
       4, 4, RGB24, std::vector<std::pair<uint64_t, uint8_t*>>{{12, buffer.data()}}));
-  CmImage piece;
-  CmImageCrop(1, 2, 2, 2).Execute(wrapped, piece);
+  CmImage piece = NmImageTest::Applied(CmImageCrop(1, 2, 2, 2), wrapped);
   EXPECT_EQ(Sample(piece, 0, 1, 1, 2), buffer[36 + 6 + 2]);
 
   ExpectError([] { CmImageCrop(0, 0, 0, 1); }, "Cropping area width out of range", 2,
@@ -58,8 +56,7 @@ TEST(ImageCrop, SharesPlanesAndChecksItsRectangle) {
 
 TEST(ImageFlip, MirrorsPixelsAndRecordsTheMirror) {
   const CmImage source = MakeImage(5, 4, RGB24);
-  CmImage flipped;
-  CmImageFlipHorizontally().Execute(source, flipped);
+  CmImage flipped = NmImageTest::Applied(CmImageFlipHorizontally(), source);
   EXPECT_EQ(Sample(flipped, 0, 0, 1, 2), Sample(source, 0, 4, 1, 2));
   EXPECT_TRUE(flipped.GetAttributes().orientation.flippedHorizontally);
   CmImageFlipVertically().Execute(flipped);
@@ -91,8 +88,7 @@ TEST(ImageFlip, MirrorsPixelsAndRecordsTheMirror) {
 TEST(ImageRotate90Right, TurnsPixelsOrientationAndAspect) {
   CmImage source = MakeImage(3, 2, BGRA);
   source.GetAttributes().aspectRatio = 2.0;
-  CmImage turned;
-  CmImageRotate90Right().Execute(source, turned);
+  CmImage turned = NmImageTest::Applied(CmImageRotate90Right(), source);
   EXPECT_EQ(Sample(turned, 0, 0, 0, 3), Sample(source, 0, 0, 1, 3));
   EXPECT_EQ(Sample(turned, 0, 1, 2, 1), Sample(source, 0, 2, 0, 1));
   EXPECT_EQ(turned.GetAttributes().orientation.rotation, 1u);

@@ -50,8 +50,7 @@ TEST(ImageResize, ChoosesTheInterpolationByOptions) {
   for (const auto& c : cases) {
     CmImageResize resize(c.width, c.height, true);
     resize.SetOptions(c.options);
-    CmImage result;
-    resize.Execute(source, result);
+    CmImage result = NmImageTest::Applied(resize, source);
     // A clone resizes the same way.
     std::unique_ptr<ImImageTransformation> clone(resize.Clone());
     clone->Execute(source, result);
@@ -64,8 +63,7 @@ TEST(ImageResize, FormatsSizesAndAspect) {
   // Every format resizes, each plane to its own size.
   for (const ColorFormat format :
        {Gray, RGB24, BGR32, RGBA, YCbCr420_Planar, YCbCr422_Planar, YCbCr444_Planar}) {
-    CmImage result;
-    CmImageResize(31, 17, true).Execute(MakeImage(64, 48, format), result);
+    CmImage result = NmImageTest::Applied(CmImageResize(31, 17, true), MakeImage(64, 48, format));
     EXPECT_EQ(result.GetColorFormat(), format);
     EXPECT_EQ(result.Allocator().GetPlane(result.Allocator().GetPlaneCount() - 1).width,
               format == YCbCr420_Planar || format == YCbCr422_Planar ? 16u : 31u);
@@ -73,8 +71,7 @@ TEST(ImageResize, FormatsSizesAndAspect) {
   // High quality takes odd 4:2:0 through 4:4:4 and stays there.
   CmImageResize highQuality(50, 40, true);
   highQuality.SetOptions(ImImageTransformation::OptionHighQuality);
-  CmImage result;
-  highQuality.Execute(MakeImage(101, 80, YCbCr420_Planar), result);
+  CmImage result = NmImageTest::Applied(highQuality, MakeImage(101, 80, YCbCr420_Planar));
   EXPECT_EQ(result.GetColorFormat(), YCbCr444_Planar);
   CmImageResize(51, 40, true).Execute(MakeImage(101, 80, YCbCr420_Planar), result);
   EXPECT_EQ(result.GetColorFormat(), YCbCr420_Planar);
@@ -120,14 +117,12 @@ TEST(ImageResize, AWindowIsTheCropOfTheWhole) {
                                         << "x" << wh << " options " << options);
       CmImageResize whole(w, h, false);
       whole.SetOptions(options);
-      CmImage expected;
-      whole.Execute(source, expected);
+      CmImage expected = NmImageTest::Applied(whole, source);
       CmImageCrop(x, y, ww, wh).Execute(expected);
       CmImageResize windowed(w, h, false);
       windowed.SetOptions(options);
       windowed.SetOutputWindow(x, y, ww, wh);
-      CmImage actual;
-      windowed.Execute(source, actual);
+      CmImage actual = NmImageTest::Applied(windowed, source);
       ASSERT_EQ(actual.GetHeight(), wh);
       EXPECT_TRUE(NmImageTest::SamePicture(actual, expected));
       EXPECT_DOUBLE_EQ(actual.GetAttributes().aspectRatio, expected.GetAttributes().aspectRatio);
@@ -135,8 +130,7 @@ TEST(ImageResize, AWindowIsTheCropOfTheWhole) {
   }
   // A window of the source's own size is a crop, also in place.
   CmImage image = MakeImage(30, 20, YCbCr420_Planar);
-  CmImage expected;
-  CmImageCrop(3, 5, 10, 9).Execute(image, expected);
+  CmImage expected = NmImageTest::Applied(CmImageCrop(3, 5, 10, 9), image);
   CmImageResize same(30, 20, true);
   same.SetOutputWindow(3, 5, 10, 9);
   same.Execute(image);
@@ -186,8 +180,7 @@ TEST(ImageBoundingRectangleResize, FitsCoversAndDerives) {
     CmImage source = MakeImage(c.width, c.height, RGB24);
     source.GetAttributes().aspectRatio = c.aspect;
     CmImageBoundingRectangleResize resize(c.boxWidth, c.boxHeight, c.mode, 1.0);
-    CmImage result;
-    resize.Execute(source, result);
+    CmImage result = NmImageTest::Applied(resize, source);
     EXPECT_EQ(std::make_pair(result.GetWidth(), result.GetHeight()),
               std::make_pair(c.expectedWidth, c.expectedHeight))
         << c.boxWidth << "x" << c.boxHeight;
@@ -218,8 +211,7 @@ TEST(ImageFilledRectangleResize, CentresOnBlackOfTheRightRange) {
   for (const uint64_t x : {0u, 7u, 56u, 63u}) {
     EXPECT_EQ(Sample(result, 0, x, 20, 0) + Sample(result, 0, x, 20, 2), 0) << x;
   }
-  CmImage fitted;
-  CmImageResize(48, 48, false).Execute(rgb, fitted);
+  CmImage fitted = NmImageTest::Applied(CmImageResize(48, 48, false), rgb);
   EXPECT_EQ(Sample(result, 0, 8, 0, 1), Sample(fitted, 0, 0, 0, 1));
   EXPECT_EQ(Sample(result, 0, 55, 47, 2), Sample(fitted, 0, 47, 47, 2));
 

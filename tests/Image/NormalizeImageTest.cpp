@@ -40,19 +40,16 @@ TEST(NormalizeImageOrientation, UndoesAnySequenceOfTurnsAndMirrors) {
         }
       }
       SCOPED_TRACE(::testing::Message() << "format " << format << " steps " << steps);
-      CmImage normal;
-      CmNormalizeImageOrientation(Orientation()).Execute(turned, normal);
+      CmImage normal = NmImageTest::Applied(CmNormalizeImageOrientation(Orientation()), turned);
       EXPECT_TRUE(SamePicture(normal, upright));
       CmImage inPlace(turned);
       CmNormalizeImageOrientation(Orientation()).Execute(inPlace);
       EXPECT_TRUE(SamePicture(inPlace, upright));
 
       const Orientation target = MakeOrientation(random() % 4, random() % 2, random() % 2);
-      CmImage other;
-      CmNormalizeImageOrientation(target).Execute(turned, other);
+      CmImage other = NmImageTest::Applied(CmNormalizeImageOrientation(target), turned);
       EXPECT_TRUE(other.GetAttributes().orientation == target);
-      CmImage back;
-      CmNormalizeImageOrientation(Orientation()).Execute(other, back);
+      CmImage back = NmImageTest::Applied(CmNormalizeImageOrientation(Orientation()), other);
       EXPECT_TRUE(SamePicture(back, upright));
       EXPECT_DOUBLE_EQ(back.GetAttributes().aspectRatio, upright.GetAttributes().aspectRatio);
     }
@@ -97,8 +94,7 @@ TEST(NormalizeImageOrientation, CheapCasesAndLimits) {
 TEST(NormalizeImage, DeinterlacesTurnsAndSquaresPixels) {
   CmImage wide = MakeImage(100, 40, RGB24);
   wide.GetAttributes().aspectRatio = 1.5;
-  CmImage result;
-  CmNormalizeImage(true, Orientation()).Execute(wide, result);
+  CmImage result = NmImageTest::Applied(CmNormalizeImage(true, Orientation()), wide);
   EXPECT_EQ(result.GetWidth(), 150u);
   EXPECT_DOUBLE_EQ(result.GetAttributes().aspectRatio, 1.0);
   CmImage tall = MakeImage(100, 40, Gray);
@@ -113,8 +109,7 @@ TEST(NormalizeImage, DeinterlacesTurnsAndSquaresPixels) {
   // Separate fields, stored turned: woven, then turned upright.
   CmImage fields = MakeImage(6, 10, Gray);
   fields.GetAttributes().interlacing = SeparateTopFirst;
-  CmImage woven;
-  CmImageDeinterlace(false).Execute(fields, woven);
+  CmImage woven = NmImageTest::Applied(CmImageDeinterlace(false), fields);
   CmImage turned(fields);
   turned.GetAttributes().orientation = MakeOrientation(0, false, true);
   CmNormalizeImage(false, Orientation()).Execute(turned, result);
