@@ -130,8 +130,10 @@ TEST(SimpleJPEGEncoder, HeaderSegmentsQualityAndAspectRatio) {
 
   // Quality 0 is quality 1; above 100 is refused.
   EXPECT_EQ(Encoded(encoder, image, 0), Encoded(encoder, image, 1));
-  const uint8_t* data = nullptr;
-  uint64_t size = 0;
+  // What the caller held before is not left behind.
+  const uint8_t stale = 0;
+  const uint8_t* data = &stale;
+  uint64_t size = 1;
   ExpectError([&] { encoder.Encode(image, 101, data, size, false); },
               "Invalid value of encoding quality level (> max.)!", 2,
               "NmMediaProcessing::CmSimpleJPEGEncoder::Encode");
