@@ -258,6 +258,7 @@ TEST(GenericVideoDecoder, SplitFieldsComeOneCallAfterTheOther) {
   EXPECT_EQ(h.Summary(Packet(10, T0 + 300, {.interlaced = true, .topFieldFirst = true})), "300h4+");
   const size_t applied = h.m_Script->parameters.size();
   h.m_Decoder.Reset();
+  EXPECT_EQ(h.m_Script->resets, 1u);
   EXPECT_EQ(h.m_Script->parameters.size(), applied + 1);
   EXPECT_EQ(h.m_Script->parameters.back().m_ScaleDivisor, 2u);
   EXPECT_EQ(h.Summary({}), "none");
@@ -289,6 +290,7 @@ TEST(GenericVideoDecoder, SyncFramesOnlyDropsTheRestOfABlock) {
   EXPECT_TRUE(h.m_Decoder.GetParameters().m_LowDelay);
   h.Script({{.produce = true, .callAgain = true}});
   EXPECT_EQ(h.Summary(Block(10, T0, T0 + 80, 3)), "0h8");
+  EXPECT_EQ(h.m_Script->resets, 1u);
   EXPECT_EQ(h.m_Decoder.GetFrameTracker().GetEntryCount(), 0u);
   ASSERT_FALSE(h.m_Script->parameters.empty());
   EXPECT_TRUE(h.m_Script->parameters.back().m_LowDelay);
