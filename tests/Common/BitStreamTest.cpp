@@ -37,6 +37,7 @@ TEST(ReadBuffer, CopiesWhatIsLeft) {
   CmReadBuffer buffer(data, sizeof data);
   uint8_t out[8] = {};
   EXPECT_EQ(buffer.Read(out, 2, ImStreamTypes::Blocking), 2u);
+  EXPECT_EQ(out[0] << 8 | out[1], 0x0102);
   EXPECT_EQ(buffer.Read(out, 0, ImStreamTypes::Default), 0u);
   EXPECT_EQ(buffer.Read(out, 8, ImStreamTypes::Default), 3u);
   EXPECT_EQ(out[2], 5);

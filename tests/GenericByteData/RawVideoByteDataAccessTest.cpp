@@ -111,6 +111,7 @@ TEST(RawVideoByteDataAccess, StrictRefusesWhatLenientPassesOver) {
     EXPECT_FALSE(view.IsValid() || view.IsLenient()) << fields.type << " " << fields.imageCount;
     view.Initialize(block.record, true);
     ASSERT_TRUE(view.IsValid());
+    EXPECT_EQ(view.GetCodec(), fields.type);
     EXPECT_EQ(view.GetImageCount(), fields.imageCount);
   }
   // An invalid type is refused even leniently.

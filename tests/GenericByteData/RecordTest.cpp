@@ -58,6 +58,7 @@ TEST(GenericByteDataAttach, BufferAndDeclaredLengthBoundaries) {
   CmBytes extended = BuildBlock({.extension = Pattern(5, 0x90), .payload = Pattern(8)});
   const auto block = View<CmGenericByteDataBlock>(extended);
   EXPECT_EQ(block.GetPayload(), extended.data() + 41);
+  EXPECT_EQ(block.GetPayloadLength(), 8u);
   CmBytes noPayload = BuildBlock({.payload = {}});
   EXPECT_TRUE(View<CmGenericByteDataBlock>(noPayload).IsEmpty());
   CmBytes longExtension = BuildBlock({.extensionLength = 100, .payload = Pattern(8)});
@@ -71,6 +72,7 @@ TEST(GenericByteDataAttach, BufferAndDeclaredLengthBoundaries) {
   EXPECT_TRUE(!wrongView.IsEmpty() && !wrongView.IsTypeValid());
   EXPECT_FALSE(wrongView.SetCodec(10));
   EXPECT_EQ(wrongView.GetCodec(), 0u);
+  EXPECT_EQ(audio[7], 2);
 }
 
 TEST(GenericByteDataTypes, ValidTypesAndHeaderLengthsPerClass) {
@@ -154,6 +156,7 @@ TEST(GenericByteDataCopy, DeepCopyAssignmentCopyToAndCopyPayloadFrom) {
   const auto view = View<CmVideoView>(packet);
   CmVideoView copy(view);
   EXPECT_NE(copy.GetData(), packet.data());
+  EXPECT_TRUE(copy.GetOwnsBuffer());
   EXPECT_EQ(CmBytes(copy.GetData(), copy.GetData() + copy.GetLength()), packet);
   ASSERT_TRUE(copy.SetSequenceNumber(10));
   EXPECT_EQ(view.GetSequenceNumber(), 9);
@@ -217,6 +220,7 @@ TEST(GenericByteDataSetType, ReinterpretsWithinTheRecordLength) {
   EXPECT_FALSE(base.SetType(5));
   EXPECT_TRUE(base.SetType(17));
   EXPECT_EQ(packet[1], 17);
+  EXPECT_EQ(base.GetPayloadLength(), 14u);
 }
 
 TEST(GenericByteDataLock, IsRecursiveAndExcludesOtherThreads) {

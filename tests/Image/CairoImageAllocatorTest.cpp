@@ -25,6 +25,7 @@ TEST(CairoImageAllocator, AllocatesOneUprightPlaneThatCairoPaints) {
   ASSERT_EQ(allocator.GetPlaneCount(), 1u);
   EXPECT_EQ(allocator.GetAlignment(), 4u);
   EXPECT_EQ(allocator.GetPlane(0).rowStride, 20u);
+  EXPECT_EQ(allocator.GetPlane(0).bytesPerPixel, 3u);
   ExpectError([&] { allocator.GetPlane(1); }, "Plane index out of range", 2);
 
   // Red painted at the top left lands in row 0 as B G R.

@@ -40,6 +40,8 @@ TEST(ImageBufferHelpers, CroppedPlanesRefuseEmptyOrOutsideRegions) {
   const CmPlane cropped = GetCroppedPlane(plane, {7, 3, 1, 1});
   EXPECT_EQ(cropped.data, plane.data + 7 + 3 * plane.rowStride);
   EXPECT_EQ(GetCroppedPlane(a.GetWriteablePlane(0), GetFullRegion(plane)).height, 4u);
+  EXPECT_EQ(GetSize(plane).width, 8);
+  EXPECT_EQ(GetSize(cropped).height, 1);
 }
 
 TEST(ImageBufferHelpers, FieldViewsOfEveryLayout) {
@@ -70,7 +72,11 @@ TEST(ImageBufferHelpers, FieldViewsOfEveryLayout) {
   EXPECT_EQ(GetFieldPlane(plane, SeparateTopFirst, upsideDown, 0).data,
             plane.data + 2 * plane.rowStride);
   EXPECT_EQ(GetFieldPlane(plane, SeparateTopFirst, upsideDown, 1).data, plane.data);
-  EXPECT_EQ(GetFieldPlane(plane, BottomFieldOnly, upright, 1).height, 5u);
+  // A picture of one field, or of a layout no one knows, is its whole plane.
+  for (const uint32_t single : {+TopFieldOnly, +BottomFieldOnly, 9u}) {
+    EXPECT_EQ(GetFieldPlane(plane, static_cast<Interlacing>(single), upright, single == 6).height,
+              5u);
+  }
 
   const std::string name = Helpers + "GetFieldPlane";
   const auto field = [&](Interlacing interlacing, const Orientation& o, uint32_t which) {
@@ -210,6 +216,11 @@ TEST(ImageBufferHelpers, ThrowStatusSortsStatuses) {
   EXPECT_THROW(ThrowStatus(-4), std::bad_alloc);
   ExpectError<CmSPLError>([] { ThrowStatus(-7); }, "Signal Primitives Library (SPL) error -7", 2,
                           "NmMediaProcessing::ThrowStatus");
+  try {
+    ThrowStatus(-7);
+  } catch (const CmSPLError& error) {
+    EXPECT_EQ(error.GetStatus(), -7);
+  }
 }
 
 TEST(ImageBufferHelpers, MaskedCopiesCheckTheirPlanesInOrder) {

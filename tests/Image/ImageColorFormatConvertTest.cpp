@@ -48,6 +48,7 @@ TEST(ImageColorFormatConvert, ChromaRoundTripsAreExactForEveryHeightAndLayout) {
         const CmImage up = Converted(source, route.to);
         ASSERT_EQ(up.GetColorFormat(), route.to);
         EXPECT_EQ(up.Allocator().GetPlane(2).width, route.to == YCbCr444_Planar ? 9u : 5u);
+        EXPECT_EQ(up.Allocator().GetPlane(1).height, height);
         EXPECT_TRUE(SamePicture(Converted(up, route.from), source));
       }
     }

@@ -14,6 +14,7 @@ using NmImageTest::Sample;
 TEST(ImageCrop, SharesPlanesAndChecksItsRectangle) {
   const CmImage source = MakeImage(10, 8, YCbCr420_Planar);
   CmImage cropped = NmImageTest::Applied(CmImageCrop(2, 4, 5, 3), source);
+  EXPECT_EQ(std::make_pair(cropped.GetWidth(), cropped.GetHeight()), std::make_pair(5ul, 3ul));
   EXPECT_EQ(cropped.GetAttributes().subColorFormat, SubColorFormatVideoRange);
   EXPECT_EQ(cropped.Allocator().GetPlane(0).data,
             source.Allocator().GetPlane(0).GetPixelAddress(2, 4));
@@ -36,6 +37,7 @@ TEST(ImageCrop, SharesPlanesAndChecksItsRectangle) {
   CmImage wrapped(std::make_unique<CmStaticImageAllocator>(
       4, 4, RGB24, std::vector<std::pair<uint64_t, uint8_t*>>{{12, buffer.data()}}));
   CmImage piece = NmImageTest::Applied(CmImageCrop(1, 2, 2, 2), wrapped);
+  EXPECT_NE(piece.Allocator().GetPlane(0).data, buffer.data() + 24 + 3);
   EXPECT_EQ(Sample(piece, 0, 1, 1, 2), buffer[36 + 6 + 2]);
 
   ExpectError([] { CmImageCrop(0, 0, 0, 1); }, "Cropping area width out of range", 2,

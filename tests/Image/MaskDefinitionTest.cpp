@@ -201,8 +201,10 @@ TEST(MaskRepository, SingularHoldsForAllTimeAndReportsChanges) {
 
   const CmGridBasedMaskDefinition grid(2, 1, {1, 0});
   repository.Add(grid, CmTimeSpan{t, t});
+  EXPECT_FALSE(repository.IsEmpty());
   EXPECT_TRUE(repository.GetMaskAt(t, false, mask, span));
   EXPECT_TRUE(mask->IsEqual(grid));
+  EXPECT_EQ(span, CmTimeSpan::AllTime());
   EXPECT_FALSE(repository.GetMaskAt(CmTimeStamp::FromMilliseconds(-5), false, mask, span));
   // The repository keeps its own copy, and a clone is independent.
   const auto clone = repository.Clone();
@@ -220,4 +222,6 @@ TEST(MaskRepository, SingularHoldsForAllTimeAndReportsChanges) {
               3, "NmMediaProcessing::CmMaskRepositoryBase::Remove");
   repository.Remove(CmTimeSpan{t, t});
   EXPECT_TRUE(repository.IsEmpty());
+  clone->Clear();
+  EXPECT_TRUE(clone->IsEmpty());
 }

@@ -42,6 +42,7 @@ TEST(NormalizeImageOrientation, UndoesAnySequenceOfTurnsAndMirrors) {
       SCOPED_TRACE(::testing::Message() << "format " << format << " steps " << steps);
       CmImage normal = NmImageTest::Applied(CmNormalizeImageOrientation(Orientation()), turned);
       EXPECT_TRUE(SamePicture(normal, upright));
+      EXPECT_TRUE(normal.GetAttributes().orientation == Orientation());
       CmImage inPlace(turned);
       CmNormalizeImageOrientation(Orientation()).Execute(inPlace);
       EXPECT_TRUE(SamePicture(inPlace, upright));
@@ -113,6 +114,7 @@ TEST(NormalizeImage, DeinterlacesTurnsAndSquaresPixels) {
   CmImage turned(fields);
   turned.GetAttributes().orientation = MakeOrientation(0, false, true);
   CmNormalizeImage(false, Orientation()).Execute(turned, result);
+  EXPECT_EQ(result.GetAttributes().interlacing, Progressive);
   EXPECT_TRUE(result.GetAttributes().orientation == Orientation());
   EXPECT_EQ(Sample(result, 0, 0, 1), Sample(woven, 0, 5, 1));
   CmNormalizeImage inPlace(false, Orientation(), CmImageDeinterlace(true));

@@ -84,8 +84,9 @@ TEST(ReferenceCountingImageAllocator, SharingAndCopyOnWrite) {
   CmReferenceCountingImageAllocator c;
   c.CopyFrom(a);
   c.Crop(3, 2, 4, 2);
+  EXPECT_TRUE(c.IsSharedPlane(0));
   const auto cropped = c.GetWriteablePlane(0);
-  EXPECT_EQ(cropped.height, 2u);
+  EXPECT_EQ(std::make_pair(cropped.width, cropped.height), std::make_pair(4ul, 2ul));
   EXPECT_EQ(cropped.data[cropped.rowStride + 3], a.GetPlane(0).GetPixelAddress(6, 3)[0]);
   const auto chroma = c.GetWriteablePlane(2);
   EXPECT_EQ(chroma.data[0], a.GetPlane(2).GetPixelAddress(1, 1)[0]);
@@ -154,6 +155,7 @@ TEST(ReferenceCountingImageAllocator, CropOfEveryShape) {
   EXPECT_EQ(d.GetPlane(0).data, before.data + 4 + 2 * before.rowStride);
   EXPECT_TRUE(MatchesAlignment(d, 32)); // 12 bytes still round to 32
   EXPECT_FALSE(MatchesAlignment(d, 16));
+  EXPECT_TRUE(MatchesAlignment(d, 0));
 }
 
 TEST(ReferenceCountingImageAllocator, ReinterpretFormatTable) {
@@ -161,6 +163,7 @@ TEST(ReferenceCountingImageAllocator, ReinterpretFormatTable) {
   a.Allocate(5, 3, RGBA);
   a.ReinterpretFormat(RGB32);
   EXPECT_EQ(a.GetPlane(0).bytesPerPixel, 3u);
+  EXPECT_EQ(a.GetPlane(0).pixelStride, 4u);
   a.ReinterpretFormat(BGRA);
   EXPECT_EQ(a.GetPlane(0).bytesPerPixel, 4u);
   ExpectError([&] { a.ReinterpretFormat(RGB24); }, "Invalid color format conversion", 2);
@@ -178,7 +181,7 @@ TEST(ReferenceCountingImageAllocator, ReinterpretFormatTable) {
   a.ReinterpretFormat(YCbCr420_Planar);
   ASSERT_EQ(a.GetPlaneCount(), 3u);
   EXPECT_EQ(a.GetPlane(0).data, luma);
-  EXPECT_EQ(a.GetPlane(2).height, 3u);
+  EXPECT_EQ(std::make_pair(a.GetPlane(1).width, a.GetPlane(2).height), std::make_pair(6ul, 3ul));
   EXPECT_EQ(a.GetPlane(1).rowStride, 16u);
   a.ReinterpretFormat(Gray);
   EXPECT_EQ(a.GetPlaneCount(), 1u);

@@ -117,6 +117,7 @@ TEST(StaticImageAllocator, CopiesSwapsCropsAndRelabelsInPlace) {
     }
   }
   a.CopyFrom(source);
+  EXPECT_TRUE(a.IsAllocated());
   EXPECT_EQ(memory[0], 1);
   EXPECT_EQ(memory[12 + 8], 18);
   EXPECT_EQ(memory[9], 0); // stride gap untouched
@@ -125,6 +126,7 @@ TEST(StaticImageAllocator, CopiesSwapsCropsAndRelabelsInPlace) {
   CmStaticImageAllocator b(2, 2, RGBA, Buffers{{8, rgba.data()}});
   b.ReinterpretFormat(BGR32);
   EXPECT_EQ(b.GetPlane(0).bytesPerPixel, 3u);
+  EXPECT_EQ(b.GetPlane(0).pixelStride, 4u);
   CmStaticImageAllocator g(4, 2, Gray, Buffers{{4, memory.data()}});
   const std::string invalid = "Invalid color format conversion";
   ExpectStaticErrors({

@@ -111,6 +111,7 @@ TEST(SimpleJPEGEncoder, HeaderSegmentsQualityAndAspectRatio) {
   EXPECT_EQ(*parsed.Find(0xFE), (CmBytes{'Q', 'X'}));
   // Quality 75 halves the example tables: 16 becomes 8, 17 becomes 9.
   EXPECT_EQ(parsed.segments[2].second[1], 8);
+  EXPECT_EQ(parsed.segments[3].second[0], 1); // the chroma table's number
   EXPECT_EQ(parsed.segments[3].second[1], 9);
   EXPECT_EQ(*parsed.Find(0xC0), (CmBytes{8, 0, 30, 0, 50, 3, 1, 0x22, 0, 2, 0x11, 1, 3, 0x11, 1}));
   EXPECT_EQ(*parsed.Find(0xDA), (CmBytes{3, 1, 0x00, 2, 0x11, 3, 0x11, 0, 63, 0}));
@@ -279,6 +280,7 @@ TEST(SimpleJPEGEncoder, OutputBufferGrowsByAQuarterAndRefusesBeyond16MiB) {
     ++accepted;
   }
   EXPECT_EQ(status, JStatusEndOfData);
+  EXPECT_EQ(written, 0u);
   EXPECT_GT(accepted, 10);
   EXPECT_LE(buffer.GetCapacity(), CmSimpleJPEGEncoder::CmMemoryDataOutputBuffer::MaxCapacity);
   EXPECT_EQ(buffer.GetUsed(), 276609u + static_cast<uint64_t>(accepted) * chunk.size());

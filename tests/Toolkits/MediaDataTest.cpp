@@ -87,6 +87,7 @@ TEST(MediaDataTest, VectorSpansItsElementsAndWrapsAsAVector) {
                 ->GetValue(),
             "180");
   EXPECT_EQ(vector->GetElementProperties(3), nullptr);
+  EXPECT_EQ(vector->GetBlock(), nullptr) << "frames of no JPEG make no block";
 
   std::unique_ptr<ImData> wrapper(WrapSharedData(vector));
   auto* asVector = dynamic_cast<ImMediaDataVector*>(wrapper.get());

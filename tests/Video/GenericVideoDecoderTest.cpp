@@ -150,6 +150,7 @@ TEST(GenericVideoDecoder, CodecChangeDrainsTheOldCodecFirst) {
 
   // A codec that cannot be made: the drained decoder stays the present one.
   ExpectError([&] { h.Feed(Packet(12, T0 + 120)); }, "Codec type not supported", 1);
+  EXPECT_EQ(h.m_Decoder.GetCodec(), 4u);
   EXPECT_EQ(h.Summary(Packet(4, T0 + 160)), "160h8");
 }
 
@@ -175,6 +176,7 @@ TEST(GenericVideoDecoder, FrameTrackerIdsWrapTrimAndRebase) {
   attributes.attribute0 = 1;
   ASSERT_TRUE(tracker.Apply(1, attributes));
   EXPECT_EQ(attributes.interlacing, InterleavedTopFirst);
+  EXPECT_EQ(attributes.orientation.rotation, 1u);
   EXPECT_TRUE(attributes.orientation.flippedVertically);
   // Wrapped: ids 5000 to 10000 go, 1 to 4999 stay.
   auto expectEntries = [&](size_t count, std::initializer_list<std::pair<int32_t, bool>> ids) {
@@ -200,6 +202,7 @@ TEST(GenericVideoDecoder, FrameTrackerIdsWrapTrimAndRebase) {
 
   // Continuation ids copy the last entry; without one the same id returns.
   EXPECT_EQ(tracker.GetContinuationId(), 6001);
+  EXPECT_TRUE(tracker.HasEntry(6001));
   tracker.ClearFrames();
   EXPECT_EQ(tracker.GetContinuationId(), 6001);
 
@@ -246,6 +249,7 @@ TEST(GenericVideoDecoder, SplitFieldsComeOneCallAfterTheOther) {
       h.Feed(Packet(10, T0 + 80, {.interlaced = true, .topFieldFirst = true, .layout = 3}));
   EXPECT_FALSE(single.callAgain);
   EXPECT_EQ(single.image.GetHeight(), 8u);
+  EXPECT_EQ(single.image.GetAttributes().interlacing, TopFieldOnly);
 
   // A block's further images and a split field: the field first, then the
   // block goes on.
@@ -271,7 +275,7 @@ TEST(GenericVideoDecoder, InterlacedPicturesOnTheirSideAreTurnedFirst) {
   SmOutput out = h.Feed(
       Packet(10, T0, {.interlaced = true, .topFieldFirst = true, .rotatedQuarterTurn = true}));
   ASSERT_TRUE(out.gotImage);
-  EXPECT_EQ(out.image.GetWidth(), 8u);
+  EXPECT_EQ(std::make_pair(out.image.GetWidth(), out.image.GetHeight()), std::make_pair(8ul, 16ul));
   const CmStandardImageAttributes& a = out.image.GetAttributes();
   EXPECT_TRUE(a.orientation.rotation == 0 && a.orientation.flippedVertically &&
               a.orientation.flippedHorizontally);

@@ -103,6 +103,7 @@ TEST(StreamAnalyzer, AttributesChangeWithinSequencesOnly) {
                                   .endTime = T0 + 300}),
                       r));
   EXPECT_EQ(r.m_Status, 0u);
+  EXPECT_EQ(r.m_Codec, 4u);
   EXPECT_EQ(r.m_PictureFormat, 2u);
   ASSERT_TRUE(Analyze(analyzer, BuildRawJPEG(64), r));
   EXPECT_EQ(r.m_Codec, 1u);

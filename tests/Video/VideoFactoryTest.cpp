@@ -103,6 +103,7 @@ TEST(SmartVideoDecoderPointer, CodecChangesByValueAndFailedChangesKeepTheDecoder
   ImVideoDecoder* const before = pointer.operator->();
   ExpectError([&] { pointer.SetCodec(12); }, "Codec type not supported", Code::InvalidPointer);
   EXPECT_EQ(pointer.operator->(), before);
+  EXPECT_EQ(pointer.GetCodec(), 4u);
   pointer.SetCodec(5);
   EXPECT_EQ(script->madeCodecs, (std::vector<uint32_t>{4, 5}));
 
