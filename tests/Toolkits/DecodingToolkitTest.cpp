@@ -11,8 +11,7 @@
 #include "Toolkits/VZKSourceToolkitPlugin/Items/ImageData.h"
 #include "Toolkits/VZKSourceToolkitPlugin/Tree/ToolkitErrors.h"
 #include "Toolkits/VZKSourceToolkitPlugin/Tree/VZKSourceToolkit.h"
-#include "support/FlatJPEG.h"
-#include "support/GenericByteDataBuilder.h"
+#include "support/JPEGRecords.h"
 
 using namespace NmToolkit;
 using namespace NmToolkitTest;
@@ -41,45 +40,14 @@ int64_t TimeOf(int picture) {
   return T0 + 40 * picture;
 }
 
-enum class Form { RawJPEG, Block, Packet, MultiPacket };
+using Form = NmTestSupport::SmJPEGForm;
 
 // One scripted item holding a JPEG picture in the given form.
 std::string JPEGItem(Form form, int picture, const std::string& inner = "",
                      const CmBytes* replacement = nullptr) {
   const CmBytes jpeg = replacement ? *replacement : NmTestSupport::FlatJPEG(LevelOf(picture));
   const uint64_t t = static_cast<uint64_t>(TimeOf(picture));
-  CmBytes record;
-  switch (form) {
-  case Form::RawJPEG:
-    record = jpeg;
-    break;
-  case Form::Block:
-    record = NmTestSupport::BuildBlock({.type = 1,
-                                        .beginTime = t,
-                                        .endTime = t,
-                                        .width = 48,
-                                        .height = 32,
-                                        .imageCount = 1,
-                                        .payload = jpeg});
-    break;
-  case Form::Packet:
-    record = NmTestSupport::BuildVideoPacket(
-        {.codec = 1, .sync = true, .syncTime = t, .frameTime = t, .payload = jpeg});
-    break;
-  case Form::MultiPacket:
-    // The sound of the moment first: the picture is the first video packet.
-    record = NmTestSupport::BuildMultiPacket(
-        {.packets = {
-             NmTestSupport::BuildAudioPacket({.time = t}),
-             NmTestSupport::BuildVideoPacket(
-                 {.codec = 1, .sync = true, .syncTime = t, .frameTime = t, .payload = jpeg}),
-             NmTestSupport::BuildVideoPacket({.codec = 1,
-                                              .sync = true,
-                                              .syncTime = t + 1,
-                                              .frameTime = t + 1,
-                                              .payload = NmTestSupport::FlatJPEG(0)})}});
-    break;
-  }
+  const CmBytes record = NmTestSupport::JPEGRecord(form, t, jpeg);
   return "<item begin='" + std::to_string(t) + "' sequence='" + std::to_string(picture / 3) +
          "' payload_hex='" + Hex(record) + "'>" + inner + "</item>";
 }
@@ -224,7 +192,7 @@ TEST(VideoDecoderToolkit, ItemsWithoutVideoAreSteppedOver) {
 
 TEST(VideoDecoderToolkit, LiveDecodesTheStreamAsItComes) {
   const CmBytes garbage = NmTestSupport::Pattern(100, 3);
-  const std::string items = JPEGItem(Form::Packet, 0) + JPEGItem(Form::RawJPEG, 1) +
+  const std::string items = JPEGItem(Form::Packet, 0) + JPEGItem(Form::Raw, 1) +
                             "<item kind='outofband' begin='5' payload='note'/>" +
                             JPEGItem(Form::Packet, 2, "", &garbage) + JPEGItem(Form::Block, 3);
   CmVZKSourceToolkit root(Decoder(items).c_str());
@@ -324,7 +292,7 @@ TEST(VideoDecoderToolkit, PrivacyMaskIsBurntIn) {
 
 // Each item decoded alone; moves go to the items upstream.
 TEST(KeyFramesOnlyVideoDecoderToolkit, DecodesEachItemAloneWhereverTheMovesGo) {
-  for (const Form form : {Form::RawJPEG, Form::Block, Form::Packet, Form::MultiPacket}) {
+  for (const Form form : {Form::Raw, Form::Block, Form::Packet, Form::MultiPacket}) {
     SCOPED_TRACE(static_cast<int>(form));
     CmVZKSourceToolkit root(Decoder(Pictures(form), "", "key_frames_only_video_decoder").c_str());
     ASSERT_TRUE(root.IsConfigured());
@@ -499,13 +467,13 @@ TEST(VideoDecoderToolkit, PlaybackLandsOnEveryPictureAndPassesOverThoseThatDoNot
   // decoder keep them decoded beside the current picture, and step through them.
   for (const bool damaged : {false, true})
     for (const bool neighbours : {false, true})
-      for (const Form form : {Form::RawJPEG, Form::Block, Form::Packet, Form::MultiPacket}) {
+      for (const Form form : {Form::Raw, Form::Block, Form::Packet, Form::MultiPacket}) {
         SCOPED_TRACE(testing::Message() << "form " << static_cast<int>(form) << " neighbours "
                                         << neighbours << " damaged " << damaged);
         auto bad = [&](int i) { return damaged && (i == 0 || i == 3 || i == 5); };
         // Raw JPEG that is no JPEG at all is no picture, and is stepped over.
-        const CmBytes* replacements[] = {
-            &huge, nullptr, nullptr, &headless, nullptr, form == Form::RawJPEG ? &huge : &garbage};
+        const CmBytes* replacements[] = {&huge,     nullptr, nullptr,
+                                         &headless, nullptr, form == Form::Raw ? &huge : &garbage};
         std::string items;
         for (int i = 0; i < PictureCount; ++i) {
           items += JPEGItem(form, i, "", bad(i) ? replacements[i] : nullptr);
