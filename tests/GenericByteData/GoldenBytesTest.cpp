@@ -192,7 +192,6 @@ TEST(GenericByteDataFieldSetters, RangeChecksRefuseAndWriteNothing) {
   EXPECT_FALSE(block.SetImageWidth(65536) || block.SetImageHeight(70000) ||
                block.SetImageCount(65536) || block.SetComponentCount(65536));
   EXPECT_TRUE(block.SetImageWidth(65535));
-  EXPECT_EQ(block.GetImageWidth(), 65535u);
 
   // Getters and setters of an empty record give 0, false and wire time 0.
   CmGenericVideoStreamDataPacket empty;

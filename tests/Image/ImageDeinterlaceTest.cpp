@@ -12,8 +12,7 @@ using NmImageTest::Sample;
 
 TEST(ImageDeinterlace, WeavesSeparateFields) {
   const CmImage source = MakeImage(3, 5, Gray, 1, SeparateTopFirst);
-  CmImage woven;
-  CmImageDeinterlace(false).Execute(source, woven);
+  CmImage woven = NmImageTest::Applied(CmImageDeinterlace(false), source);
   EXPECT_EQ(woven.GetAttributes().interlacing, Progressive);
   EXPECT_EQ(Column(woven, 0, 1, {0, 2, 4}), Column(source, 0, 1, {0, 1, 2}));
   EXPECT_EQ(Column(woven, 0, 2, {1, 3}), Column(source, 0, 2, {3, 4}));
@@ -55,8 +54,7 @@ TEST(ImageDeinterlace, InterleavedAndSingleFields) {
 
 TEST(ImageDeinterlaceCAVT, FiltersEveryPlaneOrLeavesWhatItCannotTake) {
   const CmImage source = MakeImage(9, 8, YCbCr420_Planar, 1, InterleavedTopFirst);
-  CmImage filtered;
-  CmImageDeinterlaceCAVT(false, 40).Execute(source, filtered);
+  CmImage filtered = NmImageTest::Applied(CmImageDeinterlaceCAVT(false, 40), source);
   ASSERT_EQ(filtered.GetColorFormat(), YCbCr422_Planar);
   EXPECT_EQ(filtered.GetAttributes().interlacing, Progressive);
   // Plane 0 is the filter applied to the luma as it was.

@@ -59,6 +59,19 @@ inline std::vector<uint8_t> Column(const NmMediaProcessing::CmImage& image, uint
   return column;
 }
 
+// Byte x of row y of plane p holds 64 p + 16 y + x (modulo 256): planes, rows
+// and columns tell themselves apart from their neighbours.
+inline void FillPattern(NmMediaProcessing::ImImageMemoryAllocation& allocation) {
+  for (uint64_t p = 0; p < allocation.GetPlaneCount(); ++p) {
+    const auto plane = allocation.GetWriteablePlane(p);
+    for (uint64_t y = 0; y < plane.height; ++y) {
+      for (uint64_t x = 0; x < plane.width * plane.pixelStride; ++x) {
+        plane.data[y * plane.rowStride + x] = static_cast<uint8_t>(64 * p + 16 * y + x);
+      }
+    }
+  }
+}
+
 // A rotation in quarter turns clockwise and the mirrors.
 inline NmMediaProcessing::Orientation MakeOrientation(uint32_t rotation, bool vertical,
                                                       bool horizontal) {
@@ -72,6 +85,15 @@ inline NmMediaProcessing::Orientation MakeOrientation(uint32_t rotation, bool ve
 inline bool SamePicture(const NmMediaProcessing::CmImage& a, const NmMediaProcessing::CmImage& b) {
   return a.GetColorFormat() == b.GetColorFormat() && a.GetWidth() == b.GetWidth() &&
          Planes(a) == Planes(b);
+}
+
+// What a transformation makes of a picture, the picture left as it is.
+template <typename Transformation>
+NmMediaProcessing::CmImage Applied(Transformation&& transformation,
+                                   const NmMediaProcessing::CmImage& source) {
+  NmMediaProcessing::CmImage result;
+  transformation.Execute(source, result);
+  return result;
 }
 
 // A bare allocator of the given shape, for the shape checks of helpers.

@@ -29,6 +29,8 @@ protected:
     journal->Clear();
   }
   void TearDown() override { cache.reset(); }
+  // What the move landed on, fetched.
+  std::string At(uint32_t status) { return status == StatusSuccess ? Fetch() : "no move"; }
   std::string Fetch() {
     ImData* raw = nullptr;
     if (cache->GetData(&raw) != StatusSuccess) {
@@ -46,29 +48,22 @@ protected:
 
 TEST_F(CacheTest, SteppingInsideTheListMakesNoUpstreamCall) {
   Build();
-  ASSERT_EQ(cache->MoveFirst(), StatusSuccess);
-  EXPECT_EQ(Fetch(), "a");
+  EXPECT_EQ(At(cache->MoveFirst()), "a");
   EXPECT_EQ(Fetch(), "a");
   EXPECT_EQ(Count(journal->Text(), "GetData"), 1u) << "a second GetData is served from the list";
   ASSERT_EQ(cache->MoveNext(), StatusSuccess);
-  ASSERT_EQ(cache->MoveNext(), StatusSuccess);
-  EXPECT_EQ(Fetch(), "c");
+  EXPECT_EQ(At(cache->MoveNext()), "c");
   EXPECT_EQ(cache->GetEntryCount(), 3u);
   const std::string before = journal->Text();
   EXPECT_EQ(before, "MoveFirst;GetData;MoveNext;GetData;MoveNext;GetData;")
       << "steps next to the last fetched item are single upstream steps";
 
   journal->Clear();
-  ASSERT_EQ(cache->MovePrevious(), StatusSuccess);
-  EXPECT_EQ(Fetch(), "b");
-  ASSERT_EQ(cache->MovePrevious(), StatusSuccess);
-  EXPECT_EQ(Fetch(), "a");
-  ASSERT_EQ(cache->MoveNext(), StatusSuccess);
-  EXPECT_EQ(Fetch(), "b");
-  ASSERT_EQ(cache->MoveTo(1045, MoveClosest), StatusSuccess);
-  EXPECT_EQ(Fetch(), "b");
-  ASSERT_EQ(cache->MoveTo(1039, MoveAtOrBefore), StatusSuccess);
-  EXPECT_EQ(Fetch(), "a");
+  EXPECT_EQ(At(cache->MovePrevious()), "b");
+  EXPECT_EQ(At(cache->MovePrevious()), "a");
+  EXPECT_EQ(At(cache->MoveNext()), "b");
+  EXPECT_EQ(At(cache->MoveTo(1045, MoveClosest)), "b");
+  EXPECT_EQ(At(cache->MoveTo(1039, MoveAtOrBefore)), "a");
   EXPECT_EQ(journal->Text(), "") << "all of these lie in the list";
 
   // Leaving the list goes upstream by time.
@@ -85,11 +80,9 @@ TEST_F(CacheTest, SteppingInsideTheListMakesNoUpstreamCall) {
   cache->MovePrevious();
   EXPECT_EQ(Fetch(), "a");
   journal->Clear();
-  ASSERT_EQ(cache->MoveNextSequence(), StatusSuccess);
-  EXPECT_EQ(Fetch(), "c");
+  EXPECT_EQ(At(cache->MoveNextSequence()), "c");
   EXPECT_EQ(journal->Text(), "MoveTo(1000,2);MoveNextSequence;GetData;");
-  ASSERT_EQ(cache->MovePreviousSequence(), StatusSuccess);
-  EXPECT_EQ(Fetch(), "a");
+  EXPECT_EQ(At(cache->MovePreviousSequence()), "a");
 }
 
 TEST_F(CacheTest, ListKeepsAtMostFiveItems) {
@@ -113,16 +106,13 @@ TEST_F(CacheTest, ListKeepsAtMostFiveItems) {
     EXPECT_EQ(Fetch(), std::to_string(i));
   }
   EXPECT_EQ(journal->Text(), "");
-  ASSERT_EQ(cache->MovePrevious(), StatusSuccess);
-  EXPECT_EQ(Fetch(), "2");
+  EXPECT_EQ(At(cache->MovePrevious()), "2");
   EXPECT_EQ(journal->Text(), "MoveTo(300,1);GetData;");
   EXPECT_EQ(cache->GetEntryCount(), CmCache::Limit)
       << "an item just before the list goes to its front, and the far end drops";
   journal->Clear();
-  ASSERT_EQ(cache->MoveNext(), StatusSuccess);
-  EXPECT_EQ(Fetch(), "3");
-  ASSERT_EQ(cache->MoveTo(650, MoveAtOrAfter), StatusSuccess);
-  EXPECT_EQ(Fetch(), "7");
+  EXPECT_EQ(At(cache->MoveNext()), "3");
+  EXPECT_EQ(At(cache->MoveTo(650, MoveAtOrAfter)), "7");
   EXPECT_EQ(journal->Text(), "MoveTo(650,4);GetData;") << "7 was dropped from the far end";
   EXPECT_EQ(cache->GetEntryCount(), 1u) << "a jump by time starts afresh";
 }
@@ -141,12 +131,9 @@ TEST_F(CacheTest, ListAnswersAcrossTheWholeTimeRange) {
   journal->Clear();
   ASSERT_EQ(cache->MoveTo(0, MoveClosest), StatusSuccess);
   EXPECT_EQ(Fetch(), "b") << "0 lies a millisecond nearer to the top of the range";
-  ASSERT_EQ(cache->MoveTo(-1, MoveClosest), StatusSuccess);
-  EXPECT_EQ(Fetch(), "a");
-  ASSERT_EQ(cache->MoveTo(std::numeric_limits<int64_t>::max(), MoveBefore), StatusSuccess);
-  EXPECT_EQ(Fetch(), "a");
-  ASSERT_EQ(cache->MoveTo(std::numeric_limits<int64_t>::min(), MoveAfter), StatusSuccess);
-  EXPECT_EQ(Fetch(), "b");
+  EXPECT_EQ(At(cache->MoveTo(-1, MoveClosest)), "a");
+  EXPECT_EQ(At(cache->MoveTo(std::numeric_limits<int64_t>::max(), MoveBefore)), "a");
+  EXPECT_EQ(At(cache->MoveTo(std::numeric_limits<int64_t>::min(), MoveAfter)), "b");
   EXPECT_EQ(journal->Text(), "") << "all of these lie in the list";
 }
 

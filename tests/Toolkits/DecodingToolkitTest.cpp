@@ -11,8 +11,7 @@
 #include "Toolkits/VZKSourceToolkitPlugin/Items/ImageData.h"
 #include "Toolkits/VZKSourceToolkitPlugin/Tree/ToolkitErrors.h"
 #include "Toolkits/VZKSourceToolkitPlugin/Tree/VZKSourceToolkit.h"
-#include "support/FlatJPEG.h"
-#include "support/GenericByteDataBuilder.h"
+#include "support/JPEGRecords.h"
 
 using namespace NmToolkit;
 using namespace NmToolkitTest;
@@ -41,45 +40,14 @@ int64_t TimeOf(int picture) {
   return T0 + 40 * picture;
 }
 
-enum class Form { RawJPEG, Block, Packet, MultiPacket };
+using Form = NmTestSupport::SmJPEGForm;
 
 // One scripted item holding a JPEG picture in the given form.
 std::string JPEGItem(Form form, int picture, const std::string& inner = "",
                      const CmBytes* replacement = nullptr) {
   const CmBytes jpeg = replacement ? *replacement : NmTestSupport::FlatJPEG(LevelOf(picture));
   const uint64_t t = static_cast<uint64_t>(TimeOf(picture));
-  CmBytes record;
-  switch (form) {
-  case Form::RawJPEG:
-    record = jpeg;
-    break;
-  case Form::Block:
-    record = NmTestSupport::BuildBlock({.type = 1,
-                                        .beginTime = t,
-                                        .endTime = t,
-                                        .width = 48,
-                                        .height = 32,
-                                        .imageCount = 1,
-                                        .payload = jpeg});
-    break;
-  case Form::Packet:
-    record = NmTestSupport::BuildVideoPacket(
-        {.codec = 1, .sync = true, .syncTime = t, .frameTime = t, .payload = jpeg});
-    break;
-  case Form::MultiPacket:
-    // The sound of the moment first: the picture is the first video packet.
-    record = NmTestSupport::BuildMultiPacket(
-        {.packets = {
-             NmTestSupport::BuildAudioPacket({.time = t}),
-             NmTestSupport::BuildVideoPacket(
-                 {.codec = 1, .sync = true, .syncTime = t, .frameTime = t, .payload = jpeg}),
-             NmTestSupport::BuildVideoPacket({.codec = 1,
-                                              .sync = true,
-                                              .syncTime = t + 1,
-                                              .frameTime = t + 1,
-                                              .payload = NmTestSupport::FlatJPEG(0)})}});
-    break;
-  }
+  const CmBytes record = NmTestSupport::JPEGRecord(form, t, jpeg);
   return "<item begin='" + std::to_string(t) + "' sequence='" + std::to_string(picture / 3) +
          "' payload_hex='" + Hex(record) + "'>" + inner + "</item>";
 }
@@ -118,7 +86,9 @@ SmFetched Fetched(uint32_t status, ImData* raw) {
   return out;
 }
 
-SmFetched Fetch(ImPlaybackSourceToolkit& toolkit) {
+// The item in hand, after a move that must have succeeded.
+SmFetched Fetch(ImPlaybackSourceToolkit& toolkit, uint32_t moved = StatusSuccess) {
+  EXPECT_EQ(moved, StatusSuccess);
   ImData* raw = nullptr;
   const uint32_t status = toolkit.GetData(&raw);
   return Fetched(status, raw);
@@ -159,8 +129,7 @@ TEST(VideoDecoderToolkit, SteppingAroundThePictureMakesNoUpstreamCall) {
   CmVZKSourceToolkit root(Decoder(Pictures(Form::Packet)).c_str());
   CmPropertyNameSet supported;
   root.Connect({"Next_Begin_Time", "Prev_Begin_Time"}, supported, 0);
-  ASSERT_EQ(root.MoveTo(TimeOf(2), MoveAtOrAfter), StatusSuccess);
-  ASSERT_EQ(Fetch(root).time, TimeOf(2));
+  ASSERT_EQ(Fetch(root, root.MoveTo(TimeOf(2), MoveAtOrAfter)).time, TimeOf(2));
   journal.Clear();
   ASSERT_EQ(root.MoveNext(), StatusSuccess);
   ASSERT_EQ(root.MovePrevious(), StatusSuccess);
@@ -172,8 +141,7 @@ TEST(VideoDecoderToolkit, SteppingAroundThePictureMakesNoUpstreamCall) {
   // Further steps go upstream, a step at a time.
   journal.Clear();
   for (int i = 3; i < PictureCount; ++i) {
-    ASSERT_EQ(root.MoveNext(), StatusSuccess);
-    ASSERT_EQ(Fetch(root).time, TimeOf(i));
+    ASSERT_EQ(Fetch(root, root.MoveNext()).time, TimeOf(i));
   }
   EXPECT_LE(Count(journal.Text(), "GetData"), 2u * (PictureCount - 3)) << journal.Text();
 }
@@ -194,8 +162,7 @@ TEST(VideoDecoderToolkit, PropertiesOfEachPicture) {
                                           "Next_Begin_Time", "Next_End_Time", "Transcoded"}))
       << "the mask is fetched for the decoder only";
 
-  ASSERT_EQ(root.MoveFirst(), StatusSuccess);
-  SmFetched first = Fetch(root);
+  SmFetched first = Fetch(root, root.MoveFirst());
   ASSERT_TRUE(first.item);
   EXPECT_EQ(StringProperty(*first.item, "Sequence_Number"), "100");
   EXPECT_EQ(first.item->GetProperty("Privacy_Mask"), nullptr);
@@ -205,10 +172,8 @@ TEST(VideoDecoderToolkit, PropertiesOfEachPicture) {
   ASSERT_NE(transcoded, nullptr);
   EXPECT_TRUE(transcoded->GetValue());
 
-  ASSERT_EQ(root.MoveNext(), StatusSuccess);
-  EXPECT_EQ(TimeProperty(*Fetch(root).item, "Prev_End_Time"), TimeOf(0));
-  ASSERT_EQ(root.MoveLast(), StatusSuccess);
-  SmFetched last = Fetch(root);
+  EXPECT_EQ(TimeProperty(*Fetch(root, root.MoveNext()).item, "Prev_End_Time"), TimeOf(0));
+  SmFetched last = Fetch(root, root.MoveLast());
   EXPECT_EQ(StringProperty(*last.item, "Sequence_Number"), "102");
   EXPECT_EQ(TimeProperty(*last.item, "Next_Begin_Time"), -1) << "nothing after the last";
 }
@@ -220,17 +185,14 @@ TEST(VideoDecoderToolkit, ItemsWithoutVideoAreSteppedOver) {
                             JPEGItem(Form::Packet, 2);
   CmVZKSourceToolkit root(Decoder(items).c_str());
   root.Connect(0);
-  ASSERT_EQ(root.MoveTo(TimeOf(0), MoveAfter), StatusSuccess);
-  EXPECT_EQ(Fetch(root).time, TimeOf(2));
-  ASSERT_EQ(root.MoveTo(TimeOf(2), MoveBefore), StatusSuccess);
-  EXPECT_EQ(Fetch(root).time, TimeOf(0));
-  ASSERT_EQ(root.MoveNext(), StatusSuccess);
-  EXPECT_EQ(Fetch(root).time, TimeOf(2));
+  EXPECT_EQ(Fetch(root, root.MoveTo(TimeOf(0), MoveAfter)).time, TimeOf(2));
+  EXPECT_EQ(Fetch(root, root.MoveTo(TimeOf(2), MoveBefore)).time, TimeOf(0));
+  EXPECT_EQ(Fetch(root, root.MoveNext()).time, TimeOf(2));
 }
 
 TEST(VideoDecoderToolkit, LiveDecodesTheStreamAsItComes) {
   const CmBytes garbage = NmTestSupport::Pattern(100, 3);
-  const std::string items = JPEGItem(Form::Packet, 0) + JPEGItem(Form::RawJPEG, 1) +
+  const std::string items = JPEGItem(Form::Packet, 0) + JPEGItem(Form::Raw, 1) +
                             "<item kind='outofband' begin='5' payload='note'/>" +
                             JPEGItem(Form::Packet, 2, "", &garbage) + JPEGItem(Form::Block, 3);
   CmVZKSourceToolkit root(Decoder(items).c_str());
@@ -265,8 +227,7 @@ TEST(VideoDecoderToolkit, OutputKeys) {
     CmVZKSourceToolkit root(Decoder(JPEGItem(Form::Packet, 2), keys).c_str());
     CmPropertyNameSet supported;
     root.Connect({"Privacy_Mask"}, supported, 0);
-    ASSERT_EQ(root.MoveFirst(), StatusSuccess);
-    const SmFetched picture = Fetch(root);
+    const SmFetched picture = Fetch(root, root.MoveFirst());
     auto* image = dynamic_cast<CmImageData*>(picture.item.get());
     ASSERT_NE(image, nullptr);
     EXPECT_NEAR(picture.luma, LevelOf(2), 3);
@@ -331,14 +292,13 @@ TEST(VideoDecoderToolkit, PrivacyMaskIsBurntIn) {
 
 // Each item decoded alone; moves go to the items upstream.
 TEST(KeyFramesOnlyVideoDecoderToolkit, DecodesEachItemAloneWhereverTheMovesGo) {
-  for (const Form form : {Form::RawJPEG, Form::Block, Form::Packet, Form::MultiPacket}) {
+  for (const Form form : {Form::Raw, Form::Block, Form::Packet, Form::MultiPacket}) {
     SCOPED_TRACE(static_cast<int>(form));
     CmVZKSourceToolkit root(Decoder(Pictures(form), "", "key_frames_only_video_decoder").c_str());
     ASSERT_TRUE(root.IsConfigured());
     CmPropertyNameSet supported;
     root.Connect({"Sequence_Number", "Prev_Begin_Time", "Next_End_Time"}, supported, 0);
-    ASSERT_EQ(root.MoveFirst(), StatusSuccess);
-    SmFetched picture = Fetch(root);
+    SmFetched picture = Fetch(root, root.MoveFirst());
     ASSERT_EQ(picture.status, StatusSuccess);
     EXPECT_EQ(StringProperty(*picture.item, "Sequence_Number"), "100");
     for (int i = 0; i < PictureCount; ++i) {
@@ -366,8 +326,7 @@ TEST(KeyFramesOnlyVideoDecoderToolkit, DecodesEachItemAloneWhereverTheMovesGo) {
     // Nothing begins before the earliest time, and everything at or after it.
     const int64_t earliest = std::numeric_limits<int64_t>::min();
     EXPECT_EQ(root.MoveTo(earliest, MoveBefore), StatusNoItem);
-    ASSERT_EQ(root.MoveTo(earliest, MoveAtOrAfter), StatusSuccess);
-    EXPECT_NEAR(Fetch(root).luma, LevelOf(0), 3);
+    EXPECT_NEAR(Fetch(root, root.MoveTo(earliest, MoveAtOrAfter)).luma, LevelOf(0), 3);
   }
 }
 
@@ -457,8 +416,7 @@ TEST(ConditionalVideoDecoderToolkit, RecordsBeyondTimeAreDecodedOrNothing) {
   root.Connect(0);
   EXPECT_NO_THROW(root.MoveTo(TimeOf(1), MoveAtOrBefore));
   EXPECT_NO_THROW(Fetch(root));
-  ASSERT_EQ(root.MoveFirst(), StatusSuccess);
-  EXPECT_NE(Fetch(root).item, nullptr);
+  EXPECT_NE(Fetch(root, root.MoveFirst()).item, nullptr);
 }
 
 namespace {
@@ -509,13 +467,13 @@ TEST(VideoDecoderToolkit, PlaybackLandsOnEveryPictureAndPassesOverThoseThatDoNot
   // decoder keep them decoded beside the current picture, and step through them.
   for (const bool damaged : {false, true})
     for (const bool neighbours : {false, true})
-      for (const Form form : {Form::RawJPEG, Form::Block, Form::Packet, Form::MultiPacket}) {
+      for (const Form form : {Form::Raw, Form::Block, Form::Packet, Form::MultiPacket}) {
         SCOPED_TRACE(testing::Message() << "form " << static_cast<int>(form) << " neighbours "
                                         << neighbours << " damaged " << damaged);
         auto bad = [&](int i) { return damaged && (i == 0 || i == 3 || i == 5); };
         // Raw JPEG that is no JPEG at all is no picture, and is stepped over.
-        const CmBytes* replacements[] = {
-            &huge, nullptr, nullptr, &headless, nullptr, form == Form::RawJPEG ? &huge : &garbage};
+        const CmBytes* replacements[] = {&huge,     nullptr, nullptr,
+                                         &headless, nullptr, form == Form::Raw ? &huge : &garbage};
         std::string items;
         for (int i = 0; i < PictureCount; ++i) {
           items += JPEGItem(form, i, "", bad(i) ? replacements[i] : nullptr);
@@ -528,7 +486,9 @@ TEST(VideoDecoderToolkit, PlaybackLandsOnEveryPictureAndPassesOverThoseThatDoNot
                      supported, 0);
         EXPECT_EQ(Fetch(root).status, StatusNoItem) << "nothing before the first move";
         int at = -1;
-        auto expectAt = [&](int i) {
+        // The picture a successful move landed on is picture i.
+        auto expectAt = [&](int i, uint32_t moved = StatusSuccess) {
+          ASSERT_EQ(moved, StatusSuccess) << "to picture " << i;
           at = i;
           SmFetched picture = Fetch(root);
           if (bad(i)) {
@@ -547,37 +507,27 @@ TEST(VideoDecoderToolkit, PlaybackLandsOnEveryPictureAndPassesOverThoseThatDoNot
           }
         };
 
-        ASSERT_EQ(root.MoveFirst(), StatusSuccess);
-        expectAt(0);
+        expectAt(0, root.MoveFirst());
         for (int i = 1; i < PictureCount; ++i) {
-          ASSERT_EQ(root.MoveNext(), StatusSuccess) << i;
-          expectAt(i);
+          expectAt(i, root.MoveNext());
         }
         EXPECT_EQ(root.MoveNext(), StatusNoItem);
         expectAt(PictureCount - 1);
         for (int i = PictureCount - 2; i >= 0; --i) {
-          ASSERT_EQ(root.MovePrevious(), StatusSuccess) << i;
-          expectAt(i);
+          expectAt(i, root.MovePrevious());
         }
         EXPECT_EQ(root.MovePrevious(), StatusNoItem);
-        ASSERT_EQ(root.MoveNext(), StatusSuccess);
-        expectAt(1);
+        expectAt(1, root.MoveNext());
 
         // Sequences start at pictures 0 and 3.
         ASSERT_EQ(root.MoveFirst(), StatusSuccess);
-        ASSERT_EQ(root.MoveNextSequence(), StatusSuccess);
-        expectAt(3);
+        expectAt(3, root.MoveNextSequence());
         EXPECT_EQ(root.MoveNextSequence(), StatusNoItem) << "the last sequence has no next one";
-        ASSERT_EQ(root.MoveNext(), StatusSuccess);
-        expectAt(4);
-        ASSERT_EQ(root.MovePreviousSequence(), StatusSuccess);
-        expectAt(0);
-        ASSERT_EQ(root.MoveLast(), StatusSuccess);
-        expectAt(PictureCount - 1);
-        ASSERT_EQ(root.MovePreviousSequence(), StatusSuccess);
-        expectAt(0);
-        ASSERT_EQ(root.MoveNext(), StatusSuccess);
-        expectAt(1);
+        expectAt(4, root.MoveNext());
+        expectAt(0, root.MovePreviousSequence());
+        expectAt(PictureCount - 1, root.MoveLast());
+        expectAt(0, root.MovePreviousSequence());
+        expectAt(1, root.MoveNext());
 
         for (const SmMoveMode mode :
              {MoveClosest, MoveBefore, MoveAtOrBefore, MoveAfter, MoveAtOrAfter}) {
@@ -593,10 +543,8 @@ TEST(VideoDecoderToolkit, PlaybackLandsOnEveryPictureAndPassesOverThoseThatDoNot
             expectAt(expected ? *expected : at);
             // Stepping on from there goes to the neighbour, bad or not.
             if (expected && *expected + 1 < PictureCount) {
-              ASSERT_EQ(root.MoveNext(), StatusSuccess);
-              expectAt(*expected + 1);
-              ASSERT_EQ(root.MovePrevious(), StatusSuccess);
-              expectAt(*expected);
+              expectAt(*expected + 1, root.MoveNext());
+              expectAt(*expected, root.MovePrevious());
             }
           }
         }

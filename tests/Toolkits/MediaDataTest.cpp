@@ -50,7 +50,6 @@ TEST(MediaDataTest, PacketsAndBlocksCopyTheRecordAndReadTheirTimes) {
   const CmMediaData blockItem(blockBytes.data(), blockBytes.size());
   EXPECT_EQ(blockItem.GetBeginTime(), 1000);
   EXPECT_EQ(blockItem.GetEndTime(), 1999);
-  EXPECT_EQ(blockItem.GetDataSize(), blockBytes.size());
   EXPECT_EQ(blockItem.GetPayloadSize(), block.payload.size());
 
   // Damaged records never throw: unreadable fields read as 0.
@@ -88,7 +87,7 @@ TEST(MediaDataTest, VectorSpansItsElementsAndWrapsAsAVector) {
                 ->GetValue(),
             "180");
   EXPECT_EQ(vector->GetElementProperties(3), nullptr);
-  EXPECT_EQ(vector->GetBlock(), nullptr);
+  EXPECT_EQ(vector->GetBlock(), nullptr) << "frames of no JPEG make no block";
 
   std::unique_ptr<ImData> wrapper(WrapSharedData(vector));
   auto* asVector = dynamic_cast<ImMediaDataVector*>(wrapper.get());
@@ -114,7 +113,6 @@ TEST(MediaDataTest, VectorOffersItsFramesAsOneBlockMadeOnce) {
   one.AddElement(std::make_unique<CmToolkitMediaDataSinglePacket>(frame.data(), frame.size()));
   const auto* block = one.GetBlock();
   ASSERT_NE(block, nullptr);
-  EXPECT_EQ(block->GetImageCount(), 1u);
   EXPECT_EQ(block->GetImageWidth(), 48u);
   EXPECT_EQ(block->GetPayloadLength(), fields.payload.size());
   EXPECT_EQ(one.GetBlock(), block) << "built once";

@@ -12,8 +12,8 @@
 #include "Toolkits/VZKSourceToolkitPlugin/Decoding/VideoDataAccessAdapter.h"
 #include "Toolkits/VZKSourceToolkitPlugin/Items/MediaData.h"
 #include "Toolkits/VZKSourceToolkitPlugin/Stream/Cache.h"
-#include "support/FlatJPEG.h"
 #include "support/GenericByteDataBuilder.h"
+#include "support/JPEGRecords.h"
 #include "support/TimeMatchOracle.h"
 
 using namespace NmToolkit;
@@ -112,9 +112,7 @@ uint8_t LevelOf(size_t frame) {
 }
 
 CmBytes JPEGPacket(int64_t time, const CmBytes& jpeg) {
-  const auto t = static_cast<uint64_t>(time);
-  return BuildVideoPacket(
-      {.codec = 1, .sync = true, .syncTime = t, .frameTime = t, .payload = jpeg});
+  return JPEGRecord(SmJPEGForm::Packet, static_cast<uint64_t>(time), jpeg);
 }
 
 enum class Form { Packet, Vector };

@@ -14,9 +14,9 @@
 #include "MediaProcessing/Video/RandomAccessVideoDecoder.h"
 #include "MediaProcessing/Video/VideoFactory.h"
 #include "ScriptedVideoCodec.h"
-#include "support/FlatJPEG.h"
 #include "support/GenericByteDataBuilder.h"
 #include "support/ImageTestSupport.h"
+#include "support/JPEGRecords.h"
 #include "support/TimeMatchOracle.h"
 
 using namespace NmMediaProcessing;
@@ -99,28 +99,14 @@ uint8_t LevelOf(size_t frame) {
   return static_cast<uint8_t>(30 + 25 * frame);
 }
 
-enum class Form { Packet, Block, MultiPacket };
+using Form = SmJPEGForm;
 
 // Five single-image JPEG records 40 ms apart in the given form.
 std::vector<int64_t> FillJPEGStore(CmMemoryStore& store, Form form, size_t count = 5) {
   std::vector<int64_t> times;
   for (size_t i = 0; i < count; ++i) {
     const int64_t t = T0 + 40 * static_cast<int64_t>(i);
-    const CmBytes jpeg = FlatJPEG(LevelOf(i));
-    const uint64_t wire = static_cast<uint64_t>(t);
-    const CmBytes packet = BuildVideoPacket(
-        {.codec = 1, .sync = true, .syncTime = wire, .frameTime = wire, .payload = jpeg});
-    store.Add(form == Form::Packet ? packet
-              : form == Form::Block
-                  ? BuildBlock({.type = 1,
-                                .beginTime = wire,
-                                .endTime = wire,
-                                .width = 48,
-                                .height = 32,
-                                .imageCount = 1,
-                                .payload = jpeg})
-                  : BuildMultiPacket({.packets = {BuildAudioPacket({.time = wire}), packet}}),
-              {t});
+    store.Add(JPEGRecord(form, static_cast<uint64_t>(t), FlatJPEG(LevelOf(i))), {t});
     times.push_back(t);
   }
   return times;
