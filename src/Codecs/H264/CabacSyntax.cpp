@@ -606,6 +606,7 @@ CmSliceDecoder::SmResult CmSliceDecoder::DecodeCabacSlice(CmBitReader& reader, u
     if (!ok || m_Damaged || m_Cabac.IsOverrun()) {
       return Damaged;
     }
+    TellDone(address);
     if (Terminate() != 0) {
       return Decoded;
     }

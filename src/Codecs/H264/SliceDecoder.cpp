@@ -689,6 +689,7 @@ CmSliceDecoder::SmResult CmSliceDecoder::Decode(CmBitReader& reader, const SmSli
         } else if (!DecodeBSkippedMacroblock(address)) {
           return Damaged;
         }
+        TellDone(mbAddr);
         mbAddr = next(mbAddr);
       }
       if (skipRun > 0 && !reader.HasMoreData()) {
@@ -721,6 +722,7 @@ CmSliceDecoder::SmResult CmSliceDecoder::Decode(CmBitReader& reader, const SmSli
     if (!ok) {
       return Damaged;
     }
+    TellDone(mbAddr);
     if (!reader.HasMoreData()) {
       return Decoded;
     }

@@ -1,6 +1,9 @@
 #include "Codecs/H264/TaskBroker.h"
 
+#include <optional>
+
 #include "Codecs/H264/Concealment.h"
+#include "Codecs/H264/Deblocking.h"
 
 namespace MCL {
 
@@ -13,6 +16,155 @@ void TaskBroker::FinishPicture(H264PictureTask& task) {
 void TaskBrokerSingleThread::DecodePicture(H264PictureTask& task) {
   m_Decoders.front()->DecodeSlices(task, 0, task.slices->size());
   FinishPicture(task);
+}
+
+namespace {
+
+// Whether each slice begins behind the one before it, so that none can
+// write over macroblocks that an earlier one decoded.
+bool SlicesFollowEachOther(const H264PictureTask& task) {
+  if (!task.sliceGroups.empty()) {
+    return false;
+  }
+  for (size_t index = 1; index < task.slices->size(); ++index) {
+    if ((*task.slices)[index].header.firstMbInSlice <=
+        (*task.slices)[index - 1].header.firstMbInSlice) {
+      return false;
+    }
+  }
+  return true;
+}
+
+} // namespace
+
+// Counts the macroblocks that are decoded for good, from the first one on
+// without a hole, and releases each row to the filter once the row below
+// it is complete too. A macroblock counts only once the next one is done or
+// its slice ended intact, because a slice that breaks off takes back the
+// last one it began, and never beyond the start of the next slice, which
+// may decode the same macroblocks again; concealment later fills whatever
+// was not counted, before the filter reaches it.
+class CmFilterFollower final : public ImSliceProgress {
+public:
+  CmFilterFollower(TaskBrokerTwoThread& broker, const H264PictureTask& task)
+      : m_Broker(broker), m_Task(task),
+        m_MbsPerRow(task.picture->GetWidthInMbs() * (task.picture->IsMbaff() ? 2 : 1)),
+        m_Count(task.picture->GetWidthInMbs() * task.picture->GetHeightInMbs()) {}
+
+  void OnSliceStart(size_t index) override {
+    m_Pending.reset();
+    const auto& slices = *m_Task.slices;
+    m_Limit = index + 1 < slices.size() ? ToDecodingOrder(slices[index + 1].header.firstMbInSlice)
+                                        : m_Count;
+  }
+  void OnMacroblockDone(uint32_t mbAddr) override {
+    Count();
+    m_Pending = mbAddr;
+  }
+  void OnSliceEnd(bool intact) override {
+    if (intact) {
+      Count();
+    }
+    m_Pending.reset();
+  }
+
+private:
+  uint32_t ToDecodingOrder(uint32_t firstMbInSlice) const {
+    return firstMbInSlice * (m_Task.picture->IsMbaff() ? 2 : 1);
+  }
+  void Count() {
+    if (!m_Pending || *m_Pending != m_Decoded || m_Decoded >= m_Limit) {
+      return;
+    }
+    ++m_Decoded;
+    if (m_Decoded % m_MbsPerRow == 0 && m_Decoded / m_MbsPerRow >= 2) {
+      m_Broker.Release(m_Decoded / m_MbsPerRow - 1);
+    }
+  }
+
+  TaskBrokerTwoThread& m_Broker;
+  const H264PictureTask& m_Task;
+  const uint32_t m_MbsPerRow;
+  const uint32_t m_Count;
+  uint32_t m_Decoded = 0; // macroblocks in decoding order that are final
+  uint32_t m_Limit = 0;   // where the next slice begins
+  std::optional<uint32_t> m_Pending;
+};
+
+TaskBrokerTwoThread::TaskBrokerTwoThread(
+    std::vector<std::unique_ptr<H264SegmentDecoderMultiThreaded>>& decoders)
+    : TaskBroker(decoders), m_Worker([this](const std::stop_token& stop) { FilterRows(stop); }) {}
+
+TaskBrokerTwoThread::~TaskBrokerTwoThread() {
+  m_Worker.request_stop();
+  m_Worker.join();
+}
+
+void TaskBrokerTwoThread::FilterRows(const std::stop_token& stop) {
+  std::unique_lock lock(m_Mutex);
+  for (;;) {
+    m_Changed.wait(lock, stop,
+                   [this] { return m_Task != nullptr && m_FilteredRows < m_ReleasedRows; });
+    if (stop.stop_requested()) {
+      return;
+    }
+    H264PictureTask& task = *m_Task;
+    const uint32_t first = m_FilteredRows, end = m_ReleasedRows;
+    m_Filtering = true;
+    lock.unlock();
+    NmH264::DeblockRows(*task.picture, task.filters, first, end);
+    lock.lock();
+    m_Filtering = false;
+    m_FilteredRows = end;
+    m_Changed.notify_all();
+  }
+}
+
+void TaskBrokerTwoThread::Release(uint32_t rows) {
+  {
+    const std::lock_guard lock(m_Mutex);
+    m_ReleasedRows = rows;
+  }
+  m_Changed.notify_all();
+}
+
+void TaskBrokerTwoThread::WaitForFilter() {
+  std::unique_lock lock(m_Mutex);
+  m_Changed.wait(lock, [this] { return !m_Filtering && m_FilteredRows >= m_ReleasedRows; });
+  m_Task = nullptr;
+}
+
+void TaskBrokerTwoThread::DecodePicture(H264PictureTask& task) {
+  if (!SlicesFollowEachOther(task)) {
+    m_Decoders.front()->DecodeSlices(task, 0, task.slices->size());
+    FinishPicture(task);
+    return;
+  }
+  {
+    const std::lock_guard lock(m_Mutex);
+    m_Task = &task;
+    m_ReleasedRows = m_FilteredRows = 0;
+  }
+  // Whatever leaves early, an exception included, must not leave the worker
+  // inside the task: it takes no new rows and is waited for.
+  struct SmGuard {
+    TaskBrokerTwoThread& broker;
+    ~SmGuard() {
+      {
+        const std::lock_guard lock(broker.m_Mutex);
+        broker.m_ReleasedRows = broker.m_FilteredRows;
+      }
+      broker.WaitForFilter();
+    }
+  } guard{*this};
+  CmFilterFollower follower(*this, task);
+  m_Decoders.front()->DecodeSlices(task, 0, task.slices->size(), &follower);
+  // Concealment fills only macroblocks that were never released, in rows
+  // below those the worker may be filtering now.
+  task.concealed = NmH264::ConcealMissingMacroblocks(*task.picture, *task.references);
+  Release(NmH264::GetDeblockingRowCount(*task.picture));
+  WaitForFilter();
+  task.picture->ExtendBorders();
 }
 
 } // namespace MCL
