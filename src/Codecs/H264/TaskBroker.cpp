@@ -122,14 +122,14 @@ void TaskBrokerTwoThread::FilterRows(const std::stop_token& stop) {
   }
 }
 
-void TaskBrokerTwoThread::Release(uint32_t rows, bool last) {
+void TaskBrokerTwoThread::Release(uint32_t rows) {
   bool wake = false;
   {
     const std::lock_guard lock(m_Mutex);
     m_ReleasedRows = rows;
     // Waking the worker costs about as much as filtering a row of 1080p:
     // a sleeping worker is woken for a few rows at once.
-    wake = m_Asleep && (last || rows >= m_FilteredRows + RowsPerWake);
+    wake = m_Asleep && rows >= m_FilteredRows + RowsPerWake;
   }
   if (wake) {
     m_Changed.notify_all();
@@ -140,6 +140,22 @@ void TaskBrokerTwoThread::WaitForFilter() {
   std::unique_lock lock(m_Mutex);
   m_Changed.wait(lock, [this] { return !m_Filtering && m_FilteredRows >= m_ReleasedRows; });
   m_Task = nullptr;
+}
+
+void TaskBrokerTwoThread::FilterTheRest(H264PictureTask& task) {
+  const uint32_t rows = NmH264::GetDeblockingRowCount(*task.picture);
+  uint32_t first = 0;
+  {
+    std::unique_lock lock(m_Mutex);
+    m_Changed.wait(lock, [this] { return !m_Filtering; });
+    // The rows left are the caller's: waking the worker for them and
+    // waiting for it would cost two trips through the scheduler a picture,
+    // which on a busy machine take longer than the rows.
+    first = m_FilteredRows;
+    m_ReleasedRows = m_FilteredRows = rows;
+    m_Task = nullptr;
+  }
+  NmH264::DeblockRows(*task.picture, task.filters, first, rows);
 }
 
 void TaskBrokerTwoThread::Stop() {
@@ -172,8 +188,7 @@ void TaskBrokerTwoThread::DecodePicture(H264PictureTask& task) {
   // Concealment fills only macroblocks that were never released, in rows
   // below those the worker may be filtering now.
   task.concealed = NmH264::ConcealMissingMacroblocks(*task.picture, *task.references);
-  Release(NmH264::GetDeblockingRowCount(*task.picture), true);
-  WaitForFilter();
+  FilterTheRest(task);
   task.picture->ExtendBorders();
 }
 

@@ -62,9 +62,12 @@ public:
 private:
   friend class CmFilterFollower;
   void FilterRows(const std::stop_token& stop);
-  // Rows up to `rows` may be filtered now; last when that is all of them.
-  void Release(uint32_t rows, bool last = false);
+  // Rows up to `rows` may be filtered now.
+  void Release(uint32_t rows);
   static constexpr uint32_t RowsPerWake = 4;
+  // Once every slice is decoded and concealment is done: the rows that the
+  // worker has not begun are filtered on the caller's thread.
+  void FilterTheRest(H264PictureTask& task);
   // Blocks until the worker has filtered every released row and holds no
   // reference to the task.
   void WaitForFilter();
