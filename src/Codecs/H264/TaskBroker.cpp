@@ -127,8 +127,8 @@ void TaskBrokerTwoThread::Release(uint32_t rows) {
   {
     const std::lock_guard lock(m_Mutex);
     m_ReleasedRows = rows;
-    // Waking the worker costs about as much as filtering a row of 1080p:
-    // a sleeping worker is woken for a few rows at once.
+    // Each wake is a trip through the scheduler, and on a busy machine a
+    // long one: a sleeping worker is woken for a few rows at once.
     wake = m_Asleep && rows >= m_FilteredRows + RowsPerWake;
   }
   if (wake) {
