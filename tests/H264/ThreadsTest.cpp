@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "Codecs/H264/FilterFollower.h"
 #include "H264/ReferenceDecoding.h"
 
 using namespace NmH264Test;
@@ -48,7 +49,65 @@ bool IsSlice(const Bytes& unit) {
   return type == 1 || type == 5;
 }
 
+// One slice of a script for the follower: where it begins, the macroblocks
+// it finishes in turn, and whether it ends intact.
+struct SmScriptSlice {
+  uint32_t start;
+  uint32_t first, end; // finished: first up to end
+  bool intact = true;
+};
+
+// The rows released, each with the number of slices that had ended by then
+// (or were ending).
+std::vector<std::pair<uint32_t, size_t>> Follow(uint32_t width, uint32_t height, bool mbaff,
+                                                const std::vector<SmScriptSlice>& script) {
+  std::vector<std::pair<uint32_t, size_t>> released;
+  std::vector<uint32_t> starts;
+  for (const SmScriptSlice& slice : script) {
+    starts.push_back(slice.start);
+  }
+  size_t ended = 0;
+  MCL::CmFilterFollower follower(width, height, mbaff, starts,
+                                 [&](uint32_t rows) { released.emplace_back(rows, ended); });
+  for (size_t index = 0; index < script.size(); ++index) {
+    follower.OnSliceStart(index);
+    for (uint32_t mbAddr = script[index].first; mbAddr < script[index].end; ++mbAddr) {
+      follower.OnMacroblockDone(mbAddr);
+    }
+    ++ended;
+    follower.OnSliceEnd(script[index].intact);
+  }
+  return released;
+}
+
 } // namespace
+
+// A row goes to the filter once the row below it is final: never past a
+// macroblock that a broken slice may take back, nor past a hole that
+// concealment fills later, nor past the start of a slice that decodes
+// macroblocks again that the slice before it ran into.
+TEST(H264FilterFollower, ReleasesARowOnceTheRowBelowIsFinal) {
+  using Released = std::vector<std::pair<uint32_t, size_t>>;
+  // 3 x 4 macroblocks in one slice: row r when row r + 1 is done, the last
+  // when the slice ends.
+  EXPECT_EQ(Follow(3, 4, false, {{0, 0, 12}}), (Released{{1, 0}, {2, 0}, {3, 1}}));
+  // In two slices that meet inside a row.
+  EXPECT_EQ(Follow(3, 4, false, {{0, 0, 5}, {5, 5, 12}}), (Released{{1, 1}, {2, 1}, {3, 2}}));
+  // The first slice breaks off after its last macroblock, which it takes
+  // back: nothing after it counts.
+  EXPECT_EQ(Follow(3, 4, false, {{0, 0, 6, false}, {6, 6, 12}}), Released{});
+  // Broken within its third row: the rows above the one that lost a
+  // macroblock may go, the rest waits for concealment.
+  EXPECT_EQ(Follow(3, 5, false, {{0, 0, 8, false}, {9, 9, 15}}), (Released{{1, 0}}));
+  // A slice lost in between leaves a hole.
+  EXPECT_EQ(Follow(3, 4, false, {{0, 0, 3}, {6, 6, 12}}), Released{});
+  // A damaged slice runs on into the next one's macroblocks, which that
+  // one decodes again: it counts only up to where the next begins.
+  EXPECT_EQ(Follow(3, 4, false, {{0, 0, 8}, {5, 5, 12}}), (Released{{1, 1}, {2, 1}, {3, 2}}));
+  // A frame of macroblock pairs goes in rows of pairs: 2 x 6 macroblocks
+  // are 3 rows of 4 in decoding order.
+  EXPECT_EQ(Follow(2, 6, true, {{0, 0, 12}}), (Released{{1, 0}, {2, 1}}));
+}
 
 // Pictures big enough for the loop filter's thread to run behind the
 // decoding by many rows: each thread count gives ffmpeg's pictures in

@@ -1,9 +1,11 @@
 #include "Codecs/H264/TaskBroker.h"
 
-#include <optional>
+#include <utility>
+#include <vector>
 
 #include "Codecs/H264/Concealment.h"
 #include "Codecs/H264/Deblocking.h"
+#include "Codecs/H264/FilterFollower.h"
 
 namespace MCL {
 
@@ -36,60 +38,6 @@ bool SlicesFollowEachOther(const H264PictureTask& task) {
 }
 
 } // namespace
-
-// Counts the macroblocks that are decoded for good, from the first one on
-// without a hole, and releases each row to the filter once the row below
-// it is complete too. A macroblock counts only once the next one is done or
-// its slice ended intact, because a slice that breaks off takes back the
-// last one it began, and never beyond the start of the next slice, which
-// may decode the same macroblocks again; concealment later fills whatever
-// was not counted, before the filter reaches it.
-class CmFilterFollower final : public ImSliceProgress {
-public:
-  CmFilterFollower(TaskBrokerTwoThread& broker, const H264PictureTask& task)
-      : m_Broker(broker), m_Task(task),
-        m_MbsPerRow(task.picture->GetWidthInMbs() * (task.picture->IsMbaff() ? 2 : 1)),
-        m_Count(task.picture->GetWidthInMbs() * task.picture->GetHeightInMbs()) {}
-
-  void OnSliceStart(size_t index) override {
-    m_Pending.reset();
-    const auto& slices = *m_Task.slices;
-    m_Limit = index + 1 < slices.size() ? ToDecodingOrder(slices[index + 1].header.firstMbInSlice)
-                                        : m_Count;
-  }
-  void OnMacroblockDone(uint32_t mbAddr) override {
-    Count();
-    m_Pending = mbAddr;
-  }
-  void OnSliceEnd(bool intact) override {
-    if (intact) {
-      Count();
-    }
-    m_Pending.reset();
-  }
-
-private:
-  uint32_t ToDecodingOrder(uint32_t firstMbInSlice) const {
-    return firstMbInSlice * (m_Task.picture->IsMbaff() ? 2 : 1);
-  }
-  void Count() {
-    if (!m_Pending || *m_Pending != m_Decoded || m_Decoded >= m_Limit) {
-      return;
-    }
-    ++m_Decoded;
-    if (m_Decoded % m_MbsPerRow == 0 && m_Decoded / m_MbsPerRow >= 2) {
-      m_Broker.Release(m_Decoded / m_MbsPerRow - 1);
-    }
-  }
-
-  TaskBrokerTwoThread& m_Broker;
-  const H264PictureTask& m_Task;
-  const uint32_t m_MbsPerRow;
-  const uint32_t m_Count;
-  uint32_t m_Decoded = 0; // macroblocks in decoding order that are final
-  uint32_t m_Limit = 0;   // where the next slice begins
-  std::optional<uint32_t> m_Pending;
-};
 
 TaskBrokerTwoThread::TaskBrokerTwoThread(
     std::vector<std::unique_ptr<H264SegmentDecoderMultiThreaded>>& decoders)
@@ -183,7 +131,13 @@ void TaskBrokerTwoThread::DecodePicture(H264PictureTask& task) {
     TaskBrokerTwoThread& broker;
     ~SmGuard() { broker.Stop(); }
   } guard{*this};
-  CmFilterFollower follower(*this, task);
+  const bool mbaff = task.picture->IsMbaff();
+  std::vector<uint32_t> sliceStarts;
+  for (const H264Slice& slice : *task.slices) {
+    sliceStarts.push_back(slice.header.firstMbInSlice * (mbaff ? 2 : 1));
+  }
+  CmFilterFollower follower(task.picture->GetWidthInMbs(), task.picture->GetHeightInMbs(), mbaff,
+                            std::move(sliceStarts), [this](uint32_t rows) { Release(rows); });
   m_Decoders.front()->DecodeSlices(task, 0, task.slices->size(), &follower);
   // Concealment fills only macroblocks that were never released, in rows
   // below those the worker may be filtering now.

@@ -60,7 +60,6 @@ public:
   void Stop() override;
 
 private:
-  friend class CmFilterFollower;
   void FilterRows(const std::stop_token& stop);
   // Rows up to `rows` may be filtered now.
   void Release(uint32_t rows);
