@@ -82,9 +82,10 @@ inline CmPackets Packets(const std::string& name) {
 }
 
 // Decodes all packets with our decoder and gives the number of pictures.
-inline int DecodeWithOurs(const CmPackets& packets) {
+inline int DecodeWithOurs(const CmPackets& packets, int threads = 1) {
   MCL::SmTaskSupplierSettings settings;
   settings.wholeFramePerBuffer = true;
+  settings.threadCount = threads;
   MCL::TaskSupplier supplier(settings);
   int pictures = 0;
   for (const auto& packet : packets) {

@@ -1,10 +1,10 @@
 // Arbitrary bytes as an H.264 stream through the task supplier: Annex B or
 // length-prefixed units, fed whole or in pieces, with the skip modes and low
-// delay that the first byte chooses, and every picture taken out as it may
-// leave. Then the same pieces as records through the decoder that the
-// toolkits use (the MCL adapter over the engine's shell), with the repeat
-// protocol, a decode mode, a scale and luminance only. Damage is expected;
-// faults and hangs are findings.
+// delay that the first byte chooses, with one thread or two, and every
+// picture taken out as it may leave. Then the same pieces as records
+// through the decoder that the toolkits use (the MCL adapter over the
+// engine's shell), with the repeat protocol, a decode mode, a scale and
+// luminance only. Damage is expected; faults and hangs are findings.
 
 #include <cstddef>
 #include <cstdint>
@@ -74,6 +74,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   settings.skipMode = (choice >> 1) % 3;
   settings.lowDelay = (choice & 8) != 0;
   settings.wholeFramePerBuffer = (choice & 16) != 0;
+  // Every bit of the choice is taken: the length's parity puts the loop
+  // filter on a second thread.
+  settings.threadCount = 1 + static_cast<int32_t>(size % 2);
   if (HasHugeSequence(data, size, settings.lengthPrefixed)) {
     return 0;
   }

@@ -140,8 +140,10 @@ struct SmDecoded {
   bool unsupported = false;
 };
 
-SmDecoded DecodeWithEngine(const CmH264StreamWriter& writer) {
-  MCL::TaskSupplier supplier({});
+SmDecoded DecodeWithEngine(const CmH264StreamWriter& writer, int32_t threads = 1) {
+  MCL::SmTaskSupplierSettings settings;
+  settings.threadCount = threads;
+  MCL::TaskSupplier supplier(settings);
   SmDecoded decoded;
   const auto take = [&](bool force) {
     while (MCL::H264DecoderFrame* frame = supplier.GetFrameToDisplay(force)) {
@@ -283,6 +285,7 @@ TEST(H264FieldPictures, FieldPairsOfIPAndBFieldsMatchFfmpeg) {
 
         const SmDecoded ours = DecodeWithEngine(writer);
         EXPECT_FALSE(ours.unsupported);
+        EXPECT_TRUE(DecodeWithEngine(writer, 2).frames == ours.frames) << "2 threads";
         const Frames expected = DecodeWithFfmpeg(writer);
         ASSERT_EQ(ours.frames.size(), 5u);
         ASSERT_EQ(expected.size(), ours.frames.size());

@@ -26,8 +26,10 @@ struct SmDecoded {
   bool topFieldFirst = false;
 };
 
-SmDecoded Decode(const std::vector<uint8_t>& stream) {
-  MCL::TaskSupplier supplier(MCL::SmTaskSupplierSettings{});
+SmDecoded Decode(const std::vector<uint8_t>& stream, int32_t threads = 1) {
+  MCL::SmTaskSupplierSettings settings;
+  settings.threadCount = threads;
+  MCL::TaskSupplier supplier(settings);
   SmDecoded decoded;
   const auto take = [&](bool force) {
     while (MCL::H264DecoderFrame* frame = supplier.GetFrameToDisplay(force)) {
@@ -98,6 +100,11 @@ void ExpectSameAsReference(const std::vector<SmClip>& clips,
         }
         EXPECT_EQ(first, frameSize) << "picture " << i << " differs first at sample " << first;
       }
+    }
+    // The loop filter on a second thread follows rows of pairs.
+    for (const int32_t threads : {2, 3}) {
+      EXPECT_TRUE(Decode(NmTestSupport::ReadBytes(stream), threads).pictures == decoded.pictures)
+          << threads << " threads";
     }
   }
 }

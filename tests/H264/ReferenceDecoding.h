@@ -195,9 +195,10 @@ public:
 // The decoder shell with a collector behind it, fed a buffer at a time.
 class CmShell {
 public:
-  explicit CmShell(uint32_t flags = 0) {
+  explicit CmShell(uint32_t flags = 0, int32_t threads = 1) {
     MCL::H264VideoDecoderParams params;
     params.flags = flags;
+    params.numThreads = threads;
     EXPECT_EQ(decoder.Init(&params), MCL::StatusOk);
     decoder.SetPostProcessing(&collector);
   }
@@ -228,8 +229,8 @@ public:
 };
 
 // Every picture of the buffers through the decoder shell, then the flush.
-inline Frames DecodeWithShell(const Frames& buffers) {
-  CmShell shell;
+inline Frames DecodeWithShell(const Frames& buffers, int32_t threads = 1) {
+  CmShell shell(0, threads);
   for (const Bytes& buffer : buffers) {
     shell.Feed(buffer);
   }

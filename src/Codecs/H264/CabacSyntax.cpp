@@ -718,6 +718,7 @@ CmSliceDecoder::SmResult CmSliceDecoder::DecodeCabacSlice(CmBitReader& reader, u
     if (!ok || m_Damaged || m_Cabac.IsOverrun()) {
       return Damaged;
     }
+    TellDone(mbAddr);
     // A pair ends a slice only after its bottom.
     if (!pairTop && Terminate() != 0) {
       return Decoded;

@@ -248,9 +248,9 @@ public:
       : m_Picture(picture), m_Slices(slices), m_Width(picture.GetWidthInMbs()),
         m_Mbs(picture.GetMacroblocks()), m_Planes(picture.IsMonochrome() ? 1 : 3) {}
 
-  void Run() {
-    const uint32_t pairs = m_Width * (m_Picture.GetHeightInMbs() / 2);
-    for (uint32_t pair = 0; pair < pairs; ++pair) {
+  // Pair rows from first up to end.
+  void Run(uint32_t firstRow, uint32_t endRow) {
+    for (uint32_t pair = firstRow * m_Width; pair < endRow * m_Width; ++pair) {
       for (uint32_t bottom = 0; bottom < 2; ++bottom) {
         const uint32_t mbx = pair % m_Width, mby = 2 * (pair / m_Width) + bottom;
         Filter(mbx, mby);
@@ -426,20 +426,34 @@ private:
 } // namespace
 
 void DeblockPicture(CmPicture& picture, const std::vector<SmSliceFilterParameters>& slices) {
+  DeblockRows(picture, slices, 0, GetDeblockingRowCount(picture));
+}
+
+uint32_t GetDeblockingRowCount(const CmPicture& picture) {
+  return picture.GetHeightInMbs() / (picture.IsMbaff() ? 2 : 1);
+}
+
+void DeblockRows(CmPicture& picture, const std::vector<SmSliceFilterParameters>& slices,
+                 uint32_t firstRow, uint32_t endRow) {
+  endRow = std::min(endRow, GetDeblockingRowCount(picture));
+  if (firstRow >= endRow) {
+    return;
+  }
   if (picture.IsMbaff()) {
-    CmPairDeblocker(picture, slices).Run();
+    CmPairDeblocker(picture, slices).Run(firstRow, endRow);
     return;
   }
   const uint32_t width = picture.GetWidthInMbs();
-  const uint32_t height = picture.GetHeightInMbs();
   const SmMacroblockInfo* mbs = picture.GetMacroblocks();
   const int planes = picture.IsMonochrome() ? 1 : 3;
   const bool field = picture.GetParity() >= 0;
-  std::vector<uint8_t> moving(width * height);
-  for (uint32_t address = 0; address < width * height; ++address) {
+  // The edges of a row reach into the row above, so its motion counts too.
+  const uint32_t firstKnown = (firstRow > 0 ? firstRow - 1 : 0) * width;
+  std::vector<uint8_t> moving(endRow * width);
+  for (uint32_t address = firstKnown; address < endRow * width; ++address) {
     moving[address] = HasUniformMotion(mbs[address]) ? 1 : 0;
   }
-  for (uint32_t address = 0; address < width * height; ++address) {
+  for (uint32_t address = firstRow * width; address < endRow * width; ++address) {
     const SmMacroblockInfo& mb = mbs[address];
     if (mb.slice == 0 || mb.slice >= slices.size()) {
       continue;

@@ -19,4 +19,16 @@ struct SmSliceFilterParameters {
 // by macroblock in raster order. slices[n] belongs to slice number n.
 void DeblockPicture(CmPicture& picture, const std::vector<SmSliceFilterParameters>& slices);
 
+// The rows in which the filter goes: macroblock rows, or rows of macroblock
+// pairs in a frame of pairs.
+uint32_t GetDeblockingRowCount(const CmPicture& picture);
+
+// The filter over rows firstRow up to endRow, after the rows above them.
+// Filtering a row changes the lowest lines of the row above and every line
+// of its own, the last ones included, which intra prediction of the row
+// below reads unfiltered: a row may be filtered once the row below it is
+// decoded, and the result is the same as DeblockPicture's.
+void DeblockRows(CmPicture& picture, const std::vector<SmSliceFilterParameters>& slices,
+                 uint32_t firstRow, uint32_t endRow);
+
 } // namespace NmH264

@@ -32,40 +32,53 @@ void ForgetBrokenMacroblock(CmPicture& picture, uint32_t sliceNumber) {
 
 } // namespace
 
-void H264SegmentDecoderMultiThreaded::DecodeSlices(H264PictureTask& task, size_t first,
-                                                   size_t last) {
-  const SmSequenceParameterSet& sps = *task.sps;
+void H264SegmentDecoderMultiThreaded::DecodeSlices(H264PictureTask& task, size_t first, size_t last,
+                                                   ImSliceProgress* progress) {
+  m_SliceDecoder.SetProgress(progress);
   for (size_t index = first; index < last && index < task.slices->size(); ++index) {
-    const H264Slice& slice = (*task.slices)[index];
-    const SmPictureParameterSet* pps = task.pictureParameterSets[slice.header.ppsId];
-    if (pps == nullptr) {
-      continue;
+    if (progress != nullptr) {
+      progress->OnSliceStart(index);
     }
-    SmReferenceList lists[2];
-    if (slice.header.sliceType != SliceI &&
-        !BuildReferenceLists(*task.references, slice.header, sps.GetMaxFrameNum(),
-                             task.picture->GetPoc(), lists)) {
-      continue;
+    const bool intact = DecodeSlice(task, index);
+    if (progress != nullptr) {
+      progress->OnSliceEnd(intact);
     }
-    SmSliceFilterParameters& filter = task.filters.at(index + 1);
-    filter.disableIdc = slice.header.disableDeblockingFilterIdc;
-    filter.alphaOffset = slice.header.sliceAlphaC0Offset;
-    filter.betaOffset = slice.header.sliceBetaOffset;
-    filter.chromaQpOffset[0] = pps->chromaQpIndexOffset;
-    filter.chromaQpOffset[1] = pps->secondChromaQpIndexOffset;
-    CmBitReader reader(slice.rbsp.data(), slice.rbsp.size());
-    reader.Skip(slice.header.dataBitOffset);
-    // Slice numbers index the loop filter's parameters; the slice decoder
-    // tells the macroblocks of its own slice by them.
-    const uint32_t number = static_cast<uint32_t>(index + 1);
-    const CmSliceDecoder::SmResult result =
-        m_SliceDecoder.Decode(reader, slice.header, sps, *pps, number, *task.picture, lists,
-                              task.sliceGroups.empty() ? nullptr : &task.sliceGroups);
-    if (result == CmSliceDecoder::Damaged) {
-      ForgetBrokenMacroblock(*task.picture, number);
-    }
-    task.unsupported = task.unsupported || result == CmSliceDecoder::Unsupported;
   }
+  m_SliceDecoder.SetProgress(nullptr);
+}
+
+bool H264SegmentDecoderMultiThreaded::DecodeSlice(H264PictureTask& task, size_t index) {
+  const SmSequenceParameterSet& sps = *task.sps;
+  const H264Slice& slice = (*task.slices)[index];
+  const SmPictureParameterSet* pps = task.pictureParameterSets[slice.header.ppsId];
+  if (pps == nullptr) {
+    return false;
+  }
+  SmReferenceList lists[2];
+  if (slice.header.sliceType != SliceI &&
+      !BuildReferenceLists(*task.references, slice.header, sps.GetMaxFrameNum(),
+                           task.picture->GetPoc(), lists)) {
+    return false;
+  }
+  SmSliceFilterParameters& filter = task.filters.at(index + 1);
+  filter.disableIdc = slice.header.disableDeblockingFilterIdc;
+  filter.alphaOffset = slice.header.sliceAlphaC0Offset;
+  filter.betaOffset = slice.header.sliceBetaOffset;
+  filter.chromaQpOffset[0] = pps->chromaQpIndexOffset;
+  filter.chromaQpOffset[1] = pps->secondChromaQpIndexOffset;
+  CmBitReader reader(slice.rbsp.data(), slice.rbsp.size());
+  reader.Skip(slice.header.dataBitOffset);
+  // Slice numbers index the loop filter's parameters; the slice decoder
+  // tells the macroblocks of its own slice by them.
+  const uint32_t number = static_cast<uint32_t>(index + 1);
+  const CmSliceDecoder::SmResult result =
+      m_SliceDecoder.Decode(reader, slice.header, sps, *pps, number, *task.picture, lists,
+                            task.sliceGroups.empty() ? nullptr : &task.sliceGroups);
+  if (result == CmSliceDecoder::Damaged) {
+    ForgetBrokenMacroblock(*task.picture, number);
+  }
+  task.unsupported = task.unsupported || result == CmSliceDecoder::Unsupported;
+  return result == CmSliceDecoder::Decoded;
 }
 
 } // namespace MCL

@@ -42,6 +42,15 @@ struct H264PictureTask {
   bool unsupported = false;
 };
 
+// Follows the decoding of a picture's slices macroblock by macroblock.
+class ImSliceProgress : public NmH264::ImMacroblockProgress {
+public:
+  // Slice `index` of the task's list begins.
+  virtual void OnSliceStart(size_t index) = 0;
+  // It ends; intact unless it broke off or was passed over.
+  virtual void OnSliceEnd(bool intact) = 0;
+};
+
 // Decodes slices of a picture: parsing, prediction and reconstruction, not
 // the loop filter. Each worker of the broker has one, with its own buffers.
 class H264SegmentDecoderMultiThreaded {
@@ -52,9 +61,13 @@ public:
   // Decodes the slices from first up to last of the task. A slice whose
   // parameter set is missing or whose references cannot be had is passed
   // over, and so is the rest of one that turns out damaged.
-  void DecodeSlices(H264PictureTask& task, size_t first, size_t last);
+  void DecodeSlices(H264PictureTask& task, size_t first, size_t last,
+                    ImSliceProgress* progress = nullptr);
 
 private:
+  // False when the slice was passed over or broke off.
+  bool DecodeSlice(H264PictureTask& task, size_t index);
+
   int32_t m_Number;
   NmH264::CmSliceDecoder m_SliceDecoder;
 };

@@ -686,6 +686,7 @@ CmSliceDecoder::SmResult CmSliceDecoder::Decode(CmBitReader& reader, const SmSli
         } else if (!DecodeBSkippedMacroblock(address)) {
           return Damaged;
         }
+        TellDone(mbAddr);
         mbAddr = next(mbAddr);
       }
       if (skipRun > 0 && !reader.HasMoreData()) {
@@ -718,6 +719,7 @@ CmSliceDecoder::SmResult CmSliceDecoder::Decode(CmBitReader& reader, const SmSli
     if (!ok) {
       return Damaged;
     }
+    TellDone(mbAddr);
     if (!reader.HasMoreData()) {
       return Decoded;
     }

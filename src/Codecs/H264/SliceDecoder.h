@@ -29,6 +29,17 @@ public:
   virtual void OnPcm(const uint8_t* samples, size_t size) = 0;
 };
 
+// Hears of each macroblock as soon as its samples and record are final,
+// so that a loop filter on another thread can follow close behind.
+class ImMacroblockProgress {
+public:
+  virtual ~ImMacroblockProgress() = default;
+  // mbAddr counts in decoding order: pair by pair, top before bottom, in a
+  // frame of macroblock pairs. A slice that breaks off later may still take
+  // back the last macroblock it told of.
+  virtual void OnMacroblockDone(uint32_t mbAddr) = 0;
+};
+
 // Whether the slice's entropy coding is one this decoder decodes. The
 // initial contexts of 8x8 transform blocks for cabac_init_idc 1 are not in
 // this decoder yet, so slices with both are refused rather than decoded
@@ -53,6 +64,8 @@ public:
   // several; null for one.
   // Null to stop observing.
   static void SetCabacObserver(ImCabacObserver* observer);
+  // Null for none.
+  void SetProgress(ImMacroblockProgress* progress) { m_Progress = progress; }
 
   SmResult Decode(CmBitReader& reader, const SmSliceHeader& header,
                   const SmSequenceParameterSet& sps, const SmPictureParameterSet& pps,
@@ -255,6 +268,12 @@ private:
   bool m_Damaged = false;
   bool m_NeedsUnknownContexts = false; // a residual needs contexts without initial values
   ImCabacObserver* m_Observer = nullptr;
+  ImMacroblockProgress* m_Progress = nullptr;
+  void TellDone(uint32_t mbAddr) const {
+    if (m_Progress != nullptr) {
+      m_Progress->OnMacroblockDone(mbAddr);
+    }
+  }
 
   // The current macroblock's coefficients in raster order per block.
   int16_t m_Levels[16][16]; // luma levels as read, in scan order, by block index

@@ -1,6 +1,11 @@
 #include "Codecs/H264/TaskBroker.h"
 
+#include <utility>
+#include <vector>
+
 #include "Codecs/H264/Concealment.h"
+#include "Codecs/H264/Deblocking.h"
+#include "Codecs/H264/FilterFollower.h"
 
 namespace MCL {
 
@@ -13,6 +18,132 @@ void TaskBroker::FinishPicture(H264PictureTask& task) {
 void TaskBrokerSingleThread::DecodePicture(H264PictureTask& task) {
   m_Decoders.front()->DecodeSlices(task, 0, task.slices->size());
   FinishPicture(task);
+}
+
+namespace {
+
+// Whether each slice begins behind the one before it, so that none can
+// write over macroblocks that an earlier one decoded.
+bool SlicesFollowEachOther(const H264PictureTask& task) {
+  if (!task.sliceGroups.empty()) {
+    return false;
+  }
+  for (size_t index = 1; index < task.slices->size(); ++index) {
+    if ((*task.slices)[index].header.firstMbInSlice <=
+        (*task.slices)[index - 1].header.firstMbInSlice) {
+      return false;
+    }
+  }
+  return true;
+}
+
+} // namespace
+
+TaskBrokerTwoThread::TaskBrokerTwoThread(
+    std::vector<std::unique_ptr<H264SegmentDecoderMultiThreaded>>& decoders)
+    : TaskBroker(decoders), m_Worker([this](const std::stop_token& stop) { FilterRows(stop); }) {}
+
+TaskBrokerTwoThread::~TaskBrokerTwoThread() {
+  m_Worker.request_stop();
+  m_Worker.join();
+}
+
+void TaskBrokerTwoThread::FilterRows(const std::stop_token& stop) {
+  std::unique_lock lock(m_Mutex);
+  for (;;) {
+    m_Asleep = true;
+    m_Changed.wait(lock, stop,
+                   [this] { return m_Task != nullptr && m_FilteredRows < m_ReleasedRows; });
+    m_Asleep = false;
+    if (stop.stop_requested()) {
+      return;
+    }
+    H264PictureTask& task = *m_Task;
+    const uint32_t first = m_FilteredRows, end = m_ReleasedRows;
+    m_Filtering = true;
+    lock.unlock();
+    NmH264::DeblockRows(*task.picture, task.filters, first, end);
+    lock.lock();
+    m_Filtering = false;
+    m_FilteredRows = end;
+    m_Changed.notify_all();
+  }
+}
+
+void TaskBrokerTwoThread::Release(uint32_t rows) {
+  bool wake = false;
+  {
+    const std::lock_guard lock(m_Mutex);
+    m_ReleasedRows = rows;
+    // Each wake is a trip through the scheduler, and on a busy machine a
+    // long one: a sleeping worker is woken for a few rows at once.
+    wake = m_Asleep && rows >= m_FilteredRows + RowsPerWake;
+  }
+  if (wake) {
+    m_Changed.notify_all();
+  }
+}
+
+void TaskBrokerTwoThread::WaitForFilter() {
+  std::unique_lock lock(m_Mutex);
+  m_Changed.wait(lock, [this] { return !m_Filtering && m_FilteredRows >= m_ReleasedRows; });
+  m_Task = nullptr;
+}
+
+void TaskBrokerTwoThread::FilterTheRest(H264PictureTask& task) {
+  const uint32_t rows = NmH264::GetDeblockingRowCount(*task.picture);
+  uint32_t first = 0;
+  {
+    std::unique_lock lock(m_Mutex);
+    m_Changed.wait(lock, [this] { return !m_Filtering; });
+    // The rows left are the caller's: waking the worker for them and
+    // waiting for it would cost two trips through the scheduler a picture,
+    // which on a busy machine take longer than the rows.
+    first = m_FilteredRows;
+    m_ReleasedRows = m_FilteredRows = rows;
+    m_Task = nullptr;
+  }
+  NmH264::DeblockRows(*task.picture, task.filters, first, rows);
+}
+
+void TaskBrokerTwoThread::Stop() {
+  {
+    const std::lock_guard lock(m_Mutex);
+    m_ReleasedRows = m_FilteredRows;
+  }
+  WaitForFilter();
+}
+
+void TaskBrokerTwoThread::DecodePicture(H264PictureTask& task) {
+  if (!SlicesFollowEachOther(task)) {
+    m_Decoders.front()->DecodeSlices(task, 0, task.slices->size());
+    FinishPicture(task);
+    return;
+  }
+  {
+    const std::lock_guard lock(m_Mutex);
+    m_Task = &task;
+    m_ReleasedRows = m_FilteredRows = 0;
+  }
+  // Whatever leaves early, an exception included, must not leave the worker
+  // inside the task.
+  struct SmGuard {
+    TaskBrokerTwoThread& broker;
+    ~SmGuard() { broker.Stop(); }
+  } guard{*this};
+  const bool mbaff = task.picture->IsMbaff();
+  std::vector<uint32_t> sliceStarts;
+  for (const H264Slice& slice : *task.slices) {
+    sliceStarts.push_back(slice.header.firstMbInSlice * (mbaff ? 2 : 1));
+  }
+  CmFilterFollower follower(task.picture->GetWidthInMbs(), task.picture->GetHeightInMbs(), mbaff,
+                            std::move(sliceStarts), [this](uint32_t rows) { Release(rows); });
+  m_Decoders.front()->DecodeSlices(task, 0, task.slices->size(), &follower);
+  // Concealment fills only macroblocks that were never released, in rows
+  // below those the worker may be filtering now.
+  task.concealed = NmH264::ConcealMissingMacroblocks(*task.picture, *task.references);
+  FilterTheRest(task);
+  task.picture->ExtendBorders();
 }
 
 } // namespace MCL

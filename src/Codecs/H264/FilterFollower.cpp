@@ -1,0 +1,40 @@
+#include "Codecs/H264/FilterFollower.h"
+
+#include <utility>
+
+namespace MCL {
+
+CmFilterFollower::CmFilterFollower(uint32_t widthInMbs, uint32_t heightInMbs, bool mbaff,
+                                   std::vector<uint32_t> sliceStarts,
+                                   std::function<void(uint32_t)> release)
+    : m_MbsPerRow(widthInMbs * (mbaff ? 2 : 1)), m_Count(widthInMbs * heightInMbs),
+      m_SliceStarts(std::move(sliceStarts)), m_Release(std::move(release)) {}
+
+void CmFilterFollower::OnSliceStart(size_t index) {
+  m_Pending.reset();
+  m_Limit = index + 1 < m_SliceStarts.size() ? m_SliceStarts[index + 1] : m_Count;
+}
+
+void CmFilterFollower::OnMacroblockDone(uint32_t mbAddr) {
+  Count();
+  m_Pending = mbAddr;
+}
+
+void CmFilterFollower::OnSliceEnd(bool intact) {
+  if (intact) {
+    Count();
+  }
+  m_Pending.reset();
+}
+
+void CmFilterFollower::Count() {
+  if (!m_Pending || *m_Pending != m_Decoded || m_Decoded >= m_Limit) {
+    return;
+  }
+  ++m_Decoded;
+  if (m_Decoded % m_MbsPerRow == 0 && m_Decoded / m_MbsPerRow >= 2) {
+    m_Release(m_Decoded / m_MbsPerRow - 1);
+  }
+}
+
+} // namespace MCL
