@@ -100,11 +100,11 @@ void ExpectSameAsReference(const std::vector<SmClip>& clips,
         }
         EXPECT_EQ(first, frameSize) << "picture " << i << " differs first at sample " << first;
       }
-    }
-    // The loop filter on a second thread follows rows of pairs.
-    for (const int32_t threads : {2, 3}) {
-      EXPECT_TRUE(Decode(NmTestSupport::ReadBytes(stream), threads).pictures == decoded.pictures)
-          << threads << " threads";
+      // The loop filter on a second thread follows rows of pairs.
+      for (const int32_t threads : {2, 3}) {
+        EXPECT_TRUE(Decode(NmTestSupport::ReadBytes(stream), threads).pictures == decoded.pictures)
+            << threads << " threads";
+      }
     }
   }
 }
