@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <stdexcept>
 
 namespace NmH264 {
@@ -297,18 +298,23 @@ int ReadResidualBlockCavlc(CmBitReader& reader, int nC, int startIdx, int endIdx
   }
   int32_t levels[16];
   int suffixLength = totalCoeff > 10 && trailingOnes < 3 ? 1 : 0;
-  for (int i = 0; i < totalCoeff; ++i) {
-    if (i < trailingOnes) {
-      levels[i] = reader.ReadFlag() ? -1 : 1;
-      continue;
+  // The signs of the trailing ones in one read.
+  if (trailingOnes > 0) {
+    const uint32_t signs = reader.ReadBits(static_cast<unsigned>(trailingOnes));
+    for (int i = 0; i < trailingOnes; ++i) {
+      levels[i] = 1 - 2 * static_cast<int32_t>(signs >> (trailingOnes - 1 - i) & 1);
     }
-    // level_prefix: the number of zeros before a one.
-    int prefix = 0;
-    while (!reader.ReadFlag()) {
-      if (++prefix > 32 || reader.IsOverrun()) {
-        return -1;
-      }
+  }
+  for (int i = trailingOnes; i < totalCoeff; ++i) {
+    // level_prefix: the number of zeros before a one, counted at once. A
+    // prefix that fills the whole window gives a level beyond 16 bits in
+    // any case, which is damage.
+    const uint32_t window = reader.PeekBits(32);
+    if (window == 0) {
+      return -1;
     }
+    const int prefix = std::countl_zero(window);
+    reader.Skip(static_cast<size_t>(prefix) + 1);
     int suffixSize = suffixLength;
     if (prefix == 14 && suffixLength == 0) {
       suffixSize = 4;

@@ -68,6 +68,21 @@ bool HasCoefficients(const SmMacroblockInfo& mb, int x, int y) {
   return mb.totalCoeff[x + 4 * y] != 0;
 }
 
+// HasCoefficients of all sixteen blocks, bit x + 4 y.
+uint16_t GetCodedBlocks(const SmMacroblockInfo& mb) {
+  unsigned bits = 0;
+  for (int k = 0; k < 16; ++k) {
+    bits |= mb.totalCoeff[k] != 0 ? 1u << k : 0u;
+  }
+  if (mb.transform8x8) {
+    // An 8x8 block counts as coded in all its four 4x4 blocks.
+    for (const unsigned quarter : {0x0033u, 0x00CCu, 0x3300u, 0xCC00u}) {
+      bits |= (bits & quarter) != 0 ? quarter : 0u;
+    }
+  }
+  return static_cast<uint16_t>(bits);
+}
+
 int GetMotionStrength(const SmMacroblockInfo& mbP, int px, int py, const SmMacroblockInfo& mbQ,
                       int qx, int qy, int verticalLimit);
 
@@ -436,8 +451,12 @@ void DeblockPicture(CmPicture& picture, const std::vector<SmSliceFilterParameter
   const int planes = picture.IsMonochrome() ? 1 : 3;
   const bool field = picture.GetParity() >= 0;
   std::vector<uint8_t> moving(width * height);
+  // Which 4x4 blocks of each macroblock have coefficients, as raster bits:
+  // the strengths of all its edges test them, so they are gathered once.
+  std::vector<uint16_t> coded(width * height);
   for (uint32_t address = 0; address < width * height; ++address) {
     moving[address] = HasUniformMotion(mbs[address]) ? 1 : 0;
+    coded[address] = GetCodedBlocks(mbs[address]);
   }
   for (uint32_t address = 0; address < width * height; ++address) {
     const SmMacroblockInfo& mb = mbs[address];
@@ -464,6 +483,9 @@ void DeblockPicture(CmPicture& picture, const std::vector<SmSliceFilterParameter
           continue;
         }
         const SmMacroblockInfo& p = edge == 0 ? *neighbour : mb;
+        const unsigned codedP =
+            edge > 0 ? coded[address] : coded[direction == 0 ? address - 1 : address - width];
+        const unsigned codedQ = coded[address];
         // Between two macroblocks that each move as one piece, the motion
         // part of the strength is the same along the whole edge; inside one,
         // it is 0.
@@ -482,9 +504,14 @@ void DeblockPicture(CmPicture& picture, const std::vector<SmSliceFilterParameter
           const int qx = direction == 0 ? edge : k, qy = direction == 0 ? k : edge;
           const int px = direction == 0 ? (qx + 3) % 4 : qx,
                     py = direction == 0 ? qy : (qy + 3) % 4;
-          strengths[k] =
-              motion >= 0 ? (HasCoefficients(p, px, py) || HasCoefficients(mb, qx, qy) ? 2 : motion)
-                          : GetStrength(p, px, py, mb, qx, qy, edge == 0, field, direction == 0);
+          if (motion >= 0) {
+            strengths[k] =
+                ((codedP >> (px + 4 * py)) & 1) != 0 || ((codedQ >> (qx + 4 * qy)) & 1) != 0
+                    ? 2
+                    : motion;
+          } else {
+            strengths[k] = GetStrength(p, px, py, mb, qx, qy, edge == 0, field, direction == 0);
+          }
           any = any || strengths[k] != 0;
         }
         if (!any) {

@@ -84,8 +84,10 @@ bool CmSliceDecoder::GetNeighbourMotion(uint32_t address, int list, int x, int y
     bx = at.x / 4;
     by = at.y / 4;
   } else {
-    const int64_t mbx = static_cast<int64_t>(address % width) + (x < 0 ? -1 : (x >= 4 ? 1 : 0));
-    const int64_t mby = static_cast<int64_t>(address / width) + (y < 0 ? -1 : 0);
+    uint32_t column = 0, row = 0;
+    GetPosition(address, column, row);
+    const int64_t mbx = int64_t{column} + (x < 0 ? -1 : (x >= 4 ? 1 : 0));
+    const int64_t mby = int64_t{row} + (y < 0 ? -1 : 0);
     if (mbx < 0 || mbx >= static_cast<int64_t>(width) || mby < 0) {
       return false;
     }
@@ -167,13 +169,21 @@ void CmSliceDecoder::PredictMotionVector(uint32_t address, int list, int x, int 
 void CmSliceDecoder::SetMotion(uint32_t address, int list, int x, int y, int width, int height,
                                int refIdx, const int16_t* mv) {
   SmMacroblockInfo& mb = m_Picture->GetMacroblocks()[address];
+  // The reference is looked up once per partition, not once per 4x4 block:
+  // direct prediction calls this for every block of a macroblock.
+  const int16_t mvx = refIdx >= 0 ? mv[0] : int16_t{0};
+  const int16_t mvy = refIdx >= 0 ? mv[1] : int16_t{0};
+  const uint32_t picture = refIdx >= 0 ? GetReference(list, refIdx)->GetId() : 0;
   for (int j = y; j < y + height; ++j) {
     for (int i = x; i < x + width; ++i) {
-      mb.mv[list][i + 4 * j][0] = refIdx >= 0 ? mv[0] : int16_t{0};
-      mb.mv[list][i + 4 * j][1] = refIdx >= 0 ? mv[1] : int16_t{0};
-      mb.refIdx[list][(i / 2) + 2 * (j / 2)] = static_cast<int8_t>(refIdx);
-      mb.refPicture[list][(i / 2) + 2 * (j / 2)] =
-          refIdx >= 0 ? GetReference(list, refIdx)->GetId() : 0;
+      mb.mv[list][i + 4 * j][0] = mvx;
+      mb.mv[list][i + 4 * j][1] = mvy;
+    }
+  }
+  for (int j = y / 2; j <= (y + height - 1) / 2; ++j) {
+    for (int i = x / 2; i <= (x + width - 1) / 2; ++i) {
+      mb.refIdx[list][i + 2 * j] = static_cast<int8_t>(refIdx);
+      mb.refPicture[list][i + 2 * j] = picture;
     }
   }
 }
@@ -242,7 +252,8 @@ bool CmSliceDecoder::PredictDirect(uint32_t address, unsigned mask) {
   enum { OneToOne, FrameToField, FieldToFrame } vertical = OneToOne;
   const CmPicture* colPicture = &list1First;
   const uint32_t width = m_Picture->GetWidthInMbs();
-  const uint32_t row = address / width, mbx = address % width;
+  uint32_t mbx = 0, row = 0;
+  GetPosition(address, mbx, row);
   // The co-located macroblock (one to one, field to frame) or the top of
   // the co-located frame pair (frame to field), and for field to frame
   // which half of the field macroblock the current one covers.
@@ -792,11 +803,12 @@ void CmSliceDecoder::GetWeights(int refIdx0, int refIdx1, int component, int& w0
 
 void CmSliceDecoder::PredictInter(uint32_t address) {
   const SmMacroblockInfo& mb = m_Picture->GetMacroblocks()[address];
-  const uint32_t width = m_Picture->GetWidthInMbs();
-  const int mbx = static_cast<int>(address % width) * 16;
+  uint32_t column = 0, mbRow = 0;
+  GetPosition(address, column, mbRow);
+  const int mbx = static_cast<int>(column) * 16;
   // A field macroblock's lines are those of its pair in the field's own
   // counting.
-  const int row = static_cast<int>(address / width);
+  const int row = static_cast<int>(mbRow);
   const int mby = (m_MbField ? row / 2 : row) * 16;
   const int list = mb.refIdx[0][0] >= 0 ? 0 : 1;
   if (mb.refIdx[list][0] >= 0) {
