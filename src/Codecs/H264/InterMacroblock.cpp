@@ -190,7 +190,10 @@ void CmSliceDecoder::SetMotion(uint32_t address, int list, int x, int y, int wid
 
 void CmSliceDecoder::StartInterMacroblock(uint32_t address, uint8_t kind) {
   SmMacroblockInfo& mb = m_Picture->GetMacroblocks()[address];
-  mb = SmMacroblockInfo();
+  // Copied from a ready record: assigning a new temporary builds it on the
+  // stack first and then copies it.
+  static const SmMacroblockInfo Blank;
+  mb = Blank;
   mb.slice = m_Slice;
   mb.field = m_MbField;
   mb.kind = kind;
@@ -347,14 +350,18 @@ bool CmSliceDecoder::PredictDirect(uint32_t address, unsigned mask) {
       picture = found->refPicture[1][b8];
     }
   };
-  // Each 4x4 block of the chosen 8x8 blocks with its co-located motion.
+  // Each 4x4 block of the chosen 8x8 blocks with its co-located motion,
+  // given as a square of size blocks. With direct_8x8_inference all four
+  // blocks of an 8x8 block share the co-located corner block, so the
+  // 8x8 block is derived once.
+  const int size = inference ? 2 : 1;
   const auto eachBlock = [&](auto&& use) {
     for (int b8 = 0; b8 < 4; ++b8) {
       if ((mask & (1u << b8)) == 0) {
         continue;
       }
-      for (int j = 0; j < 2; ++j) {
-        for (int i = 0; i < 2; ++i) {
+      for (int j = 0; j < 2; j += size) {
+        for (int i = 0; i < 2; i += size) {
           const int x = 2 * (b8 % 2) + i, y = 2 * (b8 / 2) + j;
           int colRef = -1;
           const int16_t* colMv = nullptr;
@@ -407,7 +414,7 @@ bool CmSliceDecoder::PredictDirect(uint32_t address, unsigned mask) {
           mv[0] = mvp[list][0];
           mv[1] = mvp[list][1];
         }
-        SetMotion(address, list, x, y, 1, 1, refIdx[list], mv);
+        SetMotion(address, list, x, y, size, size, refIdx[list], mv);
       }
       return true;
     });
@@ -480,8 +487,8 @@ bool CmSliceDecoder::PredictDirect(uint32_t address, unsigned mask) {
         mv1[c] = static_cast<int16_t>(mv0[c] - colMv[c]);
       }
     }
-    SetMotion(address, 0, x, y, 1, 1, refIdx0, mv0);
-    SetMotion(address, 1, x, y, 1, 1, 0, mv1);
+    SetMotion(address, 0, x, y, size, size, refIdx0, mv0);
+    SetMotion(address, 1, x, y, size, size, 0, mv1);
     return true;
   });
 }
