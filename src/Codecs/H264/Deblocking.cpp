@@ -450,16 +450,18 @@ void DeblockPicture(CmPicture& picture, const std::vector<SmSliceFilterParameter
   const SmMacroblockInfo* mbs = picture.GetMacroblocks();
   const int planes = picture.IsMonochrome() ? 1 : 3;
   const bool field = picture.GetParity() >= 0;
+  // Whether each macroblock moves as one piece, and which of its 4x4 blocks
+  // have coefficients as raster bits: the strengths of all its edges and of
+  // the edges of the macroblocks right of and below it test them, so they
+  // are gathered once, as each macroblock comes up (its left and top
+  // neighbours came up before it). The records are large; one pass over
+  // them instead of two saves reading them all again.
   std::vector<uint8_t> moving(width * height);
-  // Which 4x4 blocks of each macroblock have coefficients, as raster bits:
-  // the strengths of all its edges test them, so they are gathered once.
   std::vector<uint16_t> coded(width * height);
   for (uint32_t address = 0; address < width * height; ++address) {
-    moving[address] = HasUniformMotion(mbs[address]) ? 1 : 0;
-    coded[address] = GetCodedBlocks(mbs[address]);
-  }
-  for (uint32_t address = 0; address < width * height; ++address) {
     const SmMacroblockInfo& mb = mbs[address];
+    moving[address] = HasUniformMotion(mb) ? 1 : 0;
+    coded[address] = GetCodedBlocks(mb);
     if (mb.slice == 0 || mb.slice >= slices.size()) {
       continue;
     }
