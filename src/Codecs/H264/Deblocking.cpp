@@ -83,6 +83,12 @@ uint16_t GetCodedBlocks(const SmMacroblockInfo& mb) {
   return static_cast<uint16_t>(bits);
 }
 
+// Column x of raster block bits as four bits, one per row.
+unsigned ColumnBits(unsigned bits, int x) {
+  bits >>= x;
+  return (bits & 1u) | ((bits >> 3) & 2u) | ((bits >> 6) & 4u) | ((bits >> 9) & 8u);
+}
+
 int GetMotionStrength(const SmMacroblockInfo& mbP, int px, int py, const SmMacroblockInfo& mbQ,
                       int qx, int qy, int verticalLimit);
 
@@ -501,20 +507,30 @@ void DeblockPicture(CmPicture& picture, const std::vector<SmSliceFilterParameter
                                : -1;
         int strengths[4];
         bool any = false;
-        for (int k = 0; k < 4; ++k) {
-          // Block q at (edge, k) for vertical edges, (k, edge) for horizontal.
-          const int qx = direction == 0 ? edge : k, qy = direction == 0 ? k : edge;
-          const int px = direction == 0 ? (qx + 3) % 4 : qx,
-                    py = direction == 0 ? qy : (qy + 3) % 4;
-          if (motion >= 0) {
-            strengths[k] =
-                ((codedP >> (px + 4 * py)) & 1) != 0 || ((codedQ >> (qx + 4 * qy)) & 1) != 0
-                    ? 2
-                    : motion;
-          } else {
-            strengths[k] = GetStrength(p, px, py, mb, qx, qy, edge == 0, field, direction == 0);
+        if (motion >= 0) {
+          // The coded blocks on both sides of the edge as four bits, bit k
+          // for the k-th block along it: 2 where either is coded, else the
+          // motion strength.
+          const int pLine = (edge + 3) % 4;
+          const unsigned coded4 =
+              direction == 0 ? ColumnBits(codedP, pLine) | ColumnBits(codedQ, edge)
+                             : ((codedP >> (4 * pLine)) | (codedQ >> (4 * edge))) & 15u;
+          if (coded4 == 0 && motion == 0) {
+            continue;
           }
-          any = any || strengths[k] != 0;
+          for (int k = 0; k < 4; ++k) {
+            strengths[k] = ((coded4 >> k) & 1) != 0 ? 2 : motion;
+          }
+          any = true;
+        } else {
+          for (int k = 0; k < 4; ++k) {
+            // Block q at (edge, k) for vertical edges, (k, edge) for horizontal.
+            const int qx = direction == 0 ? edge : k, qy = direction == 0 ? k : edge;
+            const int px = direction == 0 ? (qx + 3) % 4 : qx,
+                      py = direction == 0 ? qy : (qy + 3) % 4;
+            strengths[k] = GetStrength(p, px, py, mb, qx, qy, edge == 0, field, direction == 0);
+            any = any || strengths[k] != 0;
+          }
         }
         if (!any) {
           continue;
