@@ -512,9 +512,9 @@ void DeblockPicture(CmPicture& picture, const std::vector<SmSliceFilterParameter
           // for the k-th block along it: 2 where either is coded, else the
           // motion strength.
           const int pLine = (edge + 3) % 4;
-          const unsigned coded4 =
-              direction == 0 ? ColumnBits(codedP, pLine) | ColumnBits(codedQ, edge)
-                             : ((codedP >> (4 * pLine)) | (codedQ >> (4 * edge))) & 15u;
+          const unsigned coded4 = direction == 0
+                                      ? ColumnBits(codedP, pLine) | ColumnBits(codedQ, edge)
+                                      : ((codedP >> (4 * pLine)) | (codedQ >> (4 * edge))) & 15u;
           if (coded4 == 0 && motion == 0) {
             continue;
           }
