@@ -47,11 +47,10 @@ public:
     Refill();
     --m_Available;
     const uint64_t scaledRange = uint64_t{m_Range} << m_Available;
-    if (m_Value >= scaledRange) {
-      m_Value -= scaledRange;
-      return 1;
-    }
-    return 0;
+    // Bypass bins (signs, mostly) are even odds: no branch.
+    const unsigned bin = m_Value >= scaledRange ? 1u : 0u;
+    m_Value -= scaledRange & (0 - uint64_t{bin});
+    return static_cast<int>(bin);
   }
 
   // The bin of end_of_slice_flag and of the I_PCM choice in mb_type; after

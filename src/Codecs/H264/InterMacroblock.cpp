@@ -864,6 +864,11 @@ void CmSliceDecoder::PredictBlock(uint32_t address, int mbx, int mby, int bx, in
   const int b8 = bx / 2 + 2 * (by / 2);
   const int refs[2] = {mb.refIdx[0][b8], mb.refIdx[1][b8]};
   const int planes = m_Sps->GetChromaArrayType() == 1 ? 3 : 1;
+  // Implicit weights are those of luma for chroma too, and cost a division:
+  // they are derived once per block.
+  const bool implicit = m_Header->sliceType == SliceB && m_Pps->weightedBipredIdc == 2;
+  int w0 = 1, w1 = 1, o0 = 0, o1 = 0, logWD = 0;
+  bool weighted = false;
   for (int c = 0; c < planes; ++c) {
     const int w = c == 0 ? width : width / 2, h = c == 0 ? height : height / 2;
     const int px = c == 0 ? mbx + 4 * bx : mbx / 2 + 2 * bx;
@@ -871,9 +876,17 @@ void CmSliceDecoder::PredictBlock(uint32_t address, int mbx, int mby, int bx, in
     const ptrdiff_t stride = GetMbStride(c);
     uint8_t* dst =
         GetSamples(address, c) + (c == 0 ? 4 * by * stride + 4 * bx : 2 * by * stride + 2 * bx);
-    int w0, w1, o0, o1, logWD;
-    bool weighted;
-    GetWeights(refs[0], refs[1], c, w0, w1, o0, o1, logWD, weighted);
+    if (c == 0 || !implicit) {
+      GetWeights(refs[0], refs[1], c, w0, w1, o0, o1, logWD, weighted);
+      // Weights of one and offsets of zero (what a reference without
+      // weights of its own gets) give exactly the plain prediction or
+      // average, which need no buffers.
+      const int unit = 1 << logWD;
+      if (weighted && (refs[0] < 0 || (w0 == unit && o0 == 0)) &&
+          (refs[1] < 0 || (w1 == unit && o1 == 0))) {
+        weighted = false;
+      }
+    }
     const bool both = refs[0] >= 0 && refs[1] >= 0;
     const auto predict = [&](int list, uint8_t* out, ptrdiff_t outStride) {
       const CmPicture& reference = *GetReference(list, refs[list]);
