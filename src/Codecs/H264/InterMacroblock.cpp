@@ -121,49 +121,64 @@ bool CmSliceDecoder::GetNeighbourMotion(uint32_t address, int list, int x, int y
   return true;
 }
 
-void CmSliceDecoder::PredictMotionVector(uint32_t address, int list, int x, int y, int width,
-                                         int /*height*/, int refIdx, int shape,
-                                         int16_t* mvp) const {
-  int refA = -1, refB = -1, refC = -1;
-  int16_t mvA[2] = {}, mvB[2] = {}, mvC[2] = {};
-  const bool hasA = GetNeighbourMotion(address, list, x - 1, y, refA, mvA);
-  const bool hasB = GetNeighbourMotion(address, list, x, y - 1, refB, mvB, true);
-  bool hasC = GetNeighbourMotion(address, list, x + width, y - 1, refC, mvC, true);
-  if (!hasC) {
-    hasC = GetNeighbourMotion(address, list, x - 1, y - 1, refC, mvC, true);
-  }
+namespace {
+
+// What motion vector prediction reads of a neighbouring block.
+struct SmNeighbourMotion {
+  bool available = false;
+  int refIdx = -1;
+  int16_t mv[2] = {0, 0};
+};
+
+// 8.4.1.3 from neighbours A, B and C (D where C is not available) of the
+// partition at 4x4 block (x, y).
+void PredictFromNeighbours(SmNeighbourMotion a, SmNeighbourMotion b, SmNeighbourMotion c, int x,
+                           int y, int refIdx, int shape, int16_t* mvp) {
   if (shape == Shape16x8) {
-    if (y == 0 && refB == refIdx) {
-      mvp[0] = mvB[0], mvp[1] = mvB[1];
+    if (y == 0 && b.refIdx == refIdx) {
+      mvp[0] = b.mv[0], mvp[1] = b.mv[1];
       return;
     }
-    if (y != 0 && refA == refIdx) {
-      mvp[0] = mvA[0], mvp[1] = mvA[1];
+    if (y != 0 && a.refIdx == refIdx) {
+      mvp[0] = a.mv[0], mvp[1] = a.mv[1];
       return;
     }
   } else if (shape == Shape8x16) {
-    if (x == 0 && refA == refIdx) {
-      mvp[0] = mvA[0], mvp[1] = mvA[1];
+    if (x == 0 && a.refIdx == refIdx) {
+      mvp[0] = a.mv[0], mvp[1] = a.mv[1];
       return;
     }
-    if (x != 0 && refC == refIdx) {
-      mvp[0] = mvC[0], mvp[1] = mvC[1];
+    if (x != 0 && c.refIdx == refIdx) {
+      mvp[0] = c.mv[0], mvp[1] = c.mv[1];
       return;
     }
   }
-  if (!hasB && !hasC && hasA) {
-    refB = refC = refA;
-    mvB[0] = mvC[0] = mvA[0];
-    mvB[1] = mvC[1] = mvA[1];
+  if (!b.available && !c.available && a.available) {
+    b = c = a;
   }
-  const int matches = (refA == refIdx) + (refB == refIdx) + (refC == refIdx);
+  const int matches = (a.refIdx == refIdx) + (b.refIdx == refIdx) + (c.refIdx == refIdx);
   if (matches == 1) {
-    const int16_t* one = refA == refIdx ? mvA : (refB == refIdx ? mvB : mvC);
+    const int16_t* one = a.refIdx == refIdx ? a.mv : (b.refIdx == refIdx ? b.mv : c.mv);
     mvp[0] = one[0], mvp[1] = one[1];
     return;
   }
-  mvp[0] = static_cast<int16_t>(Median(mvA[0], mvB[0], mvC[0]));
-  mvp[1] = static_cast<int16_t>(Median(mvA[1], mvB[1], mvC[1]));
+  mvp[0] = static_cast<int16_t>(Median(a.mv[0], b.mv[0], c.mv[0]));
+  mvp[1] = static_cast<int16_t>(Median(a.mv[1], b.mv[1], c.mv[1]));
+}
+
+} // namespace
+
+void CmSliceDecoder::PredictMotionVector(uint32_t address, int list, int x, int y, int width,
+                                         int /*height*/, int refIdx, int shape,
+                                         int16_t* mvp) const {
+  SmNeighbourMotion a, b, c;
+  a.available = GetNeighbourMotion(address, list, x - 1, y, a.refIdx, a.mv);
+  b.available = GetNeighbourMotion(address, list, x, y - 1, b.refIdx, b.mv, true);
+  c.available = GetNeighbourMotion(address, list, x + width, y - 1, c.refIdx, c.mv, true);
+  if (!c.available) {
+    c.available = GetNeighbourMotion(address, list, x - 1, y - 1, c.refIdx, c.mv, true);
+  }
+  PredictFromNeighbours(a, b, c, x, y, refIdx, shape, mvp);
 }
 
 void CmSliceDecoder::SetMotion(uint32_t address, int list, int x, int y, int width, int height,
@@ -379,31 +394,33 @@ bool CmSliceDecoder::PredictDirect(uint32_t address, unsigned mask) {
     // One reference per list for the whole macroblock, from the neighbours
     // of a 16x16 partition; the vectors as predicted for it, or zero where
     // the co-located block stands still.
+    // The neighbours lie outside the macroblock, so the motion read for the
+    // references also gives the vector predictions of the 16x16 partition.
     int refIdx[2];
     int16_t mvp[2][2] = {};
+    SmNeighbourMotion neighbours[2][3];
     for (int list = 0; list < 2; ++list) {
-      int refA = -1, refB = -1, refC = -1;
-      int16_t mvA[2], mvB[2], mvC[2];
-      GetNeighbourMotion(address, list, -1, 0, refA, mvA);
-      GetNeighbourMotion(address, list, 0, -1, refB, mvB, true);
-      if (!GetNeighbourMotion(address, list, 4, -1, refC, mvC, true)) {
-        GetNeighbourMotion(address, list, -1, -1, refC, mvC, true);
+      SmNeighbourMotion& a = neighbours[list][0];
+      SmNeighbourMotion& b = neighbours[list][1];
+      SmNeighbourMotion& c = neighbours[list][2];
+      a.available = GetNeighbourMotion(address, list, -1, 0, a.refIdx, a.mv);
+      b.available = GetNeighbourMotion(address, list, 0, -1, b.refIdx, b.mv, true);
+      c.available = GetNeighbourMotion(address, list, 4, -1, c.refIdx, c.mv, true);
+      if (!c.available) {
+        c.available = GetNeighbourMotion(address, list, -1, -1, c.refIdx, c.mv, true);
       }
-      refIdx[list] = MinPositive(refA, MinPositive(refB, refC));
+      refIdx[list] = MinPositive(a.refIdx, MinPositive(b.refIdx, c.refIdx));
     }
     const bool zero = refIdx[0] < 0 && refIdx[1] < 0;
     if (zero) {
       refIdx[0] = refIdx[1] = 0;
     }
-    // The neighbours are read before this macroblock has any motion.
-    const uint16_t known = m_KnownBlocks;
-    m_KnownBlocks = 0;
     for (int list = 0; list < 2; ++list) {
       if (!zero && refIdx[list] >= 0) {
-        PredictMotionVector(address, list, 0, 0, 4, 4, refIdx[list], ShapeOther, mvp[list]);
+        PredictFromNeighbours(neighbours[list][0], neighbours[list][1], neighbours[list][2], 0, 0,
+                              refIdx[list], ShapeOther, mvp[list]);
       }
     }
-    m_KnownBlocks = known;
     const bool colShortTerm = list1.longTerm[0] == 0;
     return eachBlock([&](int x, int y, int colRef, const int16_t* colMv, uint32_t) {
       const bool colZero =
