@@ -63,6 +63,7 @@ int PocDistance(int32_t a, int32_t b) {
 
 bool CmSliceDecoder::GetNeighbourMotion(uint32_t address, int list, int x, int y, int& refIdx,
                                         int16_t* mv, bool above) const {
+  const uint32_t width = m_Picture->GetWidthInMbs();
   const SmMacroblockInfo* mbs = m_Picture->GetMacroblocks();
   const SmMacroblockInfo* info = nullptr;
   int bx = x, by = y;
@@ -83,12 +84,18 @@ bool CmSliceDecoder::GetNeighbourMotion(uint32_t address, int list, int x, int y
     bx = at.x / 4;
     by = at.y / 4;
   } else {
-    // Right of the macroblock in its own rows lies nothing decoded yet.
-    const SmNeighbours& n = GetKnownNeighbours(address);
-    info = x < 0 ? (y < 0 ? n.topLeft : n.left) : (y >= 0 ? nullptr : x >= 4 ? n.topRight : n.top);
-    if (info == nullptr) {
+    uint32_t column = 0, row = 0;
+    GetPosition(address, column, row);
+    const int64_t mbx = int64_t{column} + (x < 0 ? -1 : (x >= 4 ? 1 : 0));
+    const int64_t mby = int64_t{row} + (y < 0 ? -1 : 0);
+    if (mbx < 0 || mbx >= static_cast<int64_t>(width) || mby < 0) {
       return false;
     }
+    const SmMacroblockInfo* candidate = mbs + mby * width + mbx;
+    if (!IsAvailable(candidate)) {
+      return false;
+    }
+    info = candidate;
     bx = (x + 4) % 4;
     by = (y + 4) % 4;
   }

@@ -632,7 +632,6 @@ CmSliceDecoder::SmResult CmSliceDecoder::Decode(CmBitReader& reader, const SmSli
   m_Pps = &pps;
   m_Picture = &picture;
   m_PositionAddress = ~0u;
-  m_NeighboursAddress = ~0u;
   m_Mbaff = picture.IsMbaff();
   m_MbField = false;
   // Field macroblocks predict from the fields of the frames in the lists.

@@ -172,15 +172,6 @@ private:
   bool ReadResidual(CmBitReader& reader, uint32_t address, bool intra16x16, uint8_t cbp);
   void ReconstructIntra(uint32_t address, int intra16x16Mode, int chromaMode);
   SmNeighbours GetNeighbours(uint32_t address) const;
-  // The same, kept for the macroblock last asked about: motion vector
-  // prediction asks for them many times per macroblock.
-  const SmNeighbours& GetKnownNeighbours(uint32_t address) const {
-    if (address != m_NeighboursAddress) {
-      m_Neighbours = GetNeighbours(address);
-      m_NeighboursAddress = address;
-    }
-    return m_Neighbours;
-  }
   // Where a location beside or inside the current macroblock lies: the
   // macroblock holding it (null when not available) and the position in
   // that macroblock. xN and yN count samples of a maxW x maxH block grid
@@ -267,8 +258,6 @@ private:
   // The current macroblock and its neighbours A and B, when available.
   uint32_t m_Address = 0;
   mutable uint32_t m_PositionAddress = ~0u;
-  mutable uint32_t m_NeighboursAddress = ~0u;
-  mutable SmNeighbours m_Neighbours{};
   mutable uint32_t m_PositionX = 0;
   mutable uint32_t m_PositionY = 0;
   const SmMacroblockInfo* m_MbA = nullptr;
