@@ -551,6 +551,35 @@ void DeblockPicture(CmPicture& picture, const std::vector<SmSliceFilterParameter
         if (edge % 2 == 1) {
           continue;
         }
+        if (planes == 3 && direction == 0) {
+          // The vertical edge of both planes in one pass: alone, each fills
+          // only half of the kernel's vectors.
+          const ptrdiff_t stride = picture.GetStride(1);
+          const ptrdiff_t at = mby * 8 * stride + mbx * 8 + 2 * edge;
+          int alpha[2], beta[2];
+          int8_t tc0[8];
+          for (int c = 0; c < 2; ++c) {
+            const int offset = slice.chromaQpOffset[c];
+            const int qpp = ChromaQp(std::clamp(qpOf(p) + offset, 0, 51));
+            const int qpq = ChromaQp(std::clamp(qpOf(mb) + offset, 0, 51));
+            const SmEdgeParameters e = GetParameters((qpp + qpq + 1) >> 1, slice);
+            alpha[c] = e.alpha;
+            beta[c] = e.beta;
+            for (int k = 0; k < 4; ++k) {
+              tc0[4 * c + k] = strengths[k] == 0 || strengths[k] == 4
+                                   ? int8_t{-1}
+                                   : static_cast<int8_t>(Tc0[e.indexA][strengths[k] - 1]);
+            }
+          }
+          uint8_t* cb = picture.GetPlane(1) + at;
+          uint8_t* cr = picture.GetPlane(2) + at;
+          if (strengths[0] == 4) {
+            NmPrimitives::H264FilterChromaVerticalEdgesIntra(cb, cr, stride, alpha, beta);
+          } else {
+            NmPrimitives::H264FilterChromaVerticalEdges(cb, cr, stride, alpha, beta, tc0);
+          }
+          continue;
+        }
         for (int c = 1; c < planes; ++c) {
           const ptrdiff_t stride = picture.GetStride(c);
           uint8_t* origin = picture.GetPlane(c) + mby * 8 * stride + mbx * 8;
