@@ -552,6 +552,10 @@ void CmSliceDecoder::ReconstructIntra(uint32_t address, int intra16x16Mode, int 
 
 void CmSliceDecoder::AddChromaResidual(uint32_t address, bool intra) {
   const SmMacroblockInfo& mb = m_Picture->GetMacroblocks()[address];
+  // Without chroma coefficients every level is zero and adds nothing.
+  if ((mb.cbp >> 4) == 0) {
+    return;
+  }
   const int qp = mb.qp;
   for (int component = 0; component < 2; ++component) {
     const int plane = component + 1;
