@@ -207,7 +207,7 @@ void CmSliceDecoder::StartInterMacroblock(uint32_t address, uint8_t kind) {
   SmMacroblockInfo& mb = m_Picture->GetMacroblocks()[address];
   // Copied from a ready record: assigning a new temporary builds it on the
   // stack first and then copies it.
-  static const SmMacroblockInfo Blank;
+  static const SmMacroblockInfo Blank{};
   mb = Blank;
   mb.slice = m_Slice;
   mb.field = m_MbField;
