@@ -175,6 +175,20 @@ template <typename Filter> void DeblockFrameIntra(Filter filter, bool vertical, 
   });
 }
 
+// The pair kernel over every vertical chroma edge, each block's edge taken
+// together with the one of the block below as the other plane's.
+template <typename Filter> void DeblockFramePair(Filter filter) {
+  SmFrame& frame = SmoothFrame();
+  const int8_t tc0[8] = {1, 2, -1, 3, 0, 2, 1, -1};
+  const int alpha[2] = {40, 36}, beta[2] = {6, 5};
+  ForEachBlock(8, [&](int x, int y, int) {
+    for (int edge = 0; edge < 8; edge += 4) {
+      uint8_t* q = frame.data() + y * Width + x + edge;
+      filter(q, q + 8 * Width, Width, alpha, beta, tc0);
+    }
+  });
+}
+
 void RegisterH264() {
   namespace P = NmPrimitives;
   namespace R = NmPrimitives::NmReference;
@@ -248,6 +262,10 @@ void RegisterH264() {
            [] { DeblockFrame(P::H264FilterChromaVerticalEdge, true, 8); });
   Register("H264DeblockChromaV", "reference",
            [] { DeblockFrame(R::H264FilterChromaVerticalEdge, true, 8); });
+  Register("H264DeblockChromaPairV", "ours",
+           [] { DeblockFramePair(P::H264FilterChromaVerticalEdges); });
+  Register("H264DeblockChromaPairV", "reference",
+           [] { DeblockFramePair(R::H264FilterChromaVerticalEdges); });
   Register("H264DeblockChromaH", "ours",
            [] { DeblockFrame(P::H264FilterChromaHorizontalEdge, false, 8); });
   Register("H264DeblockChromaH", "reference",

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <utility>
+
 #include "Codecs/Primitives/H264Deblock.h"
 #include "Primitives/PrimitiveTestSupport.h"
 
@@ -87,5 +89,57 @@ TEST_P(H264Deblock, EveryEdgeMatchesTheReference) {
           c.referenceIntra, c.kernelIntra, area,
           [&](IntraFilter f, SmTestPlane& p) { f(q(p), stride, alpha, beta); }, "intra");
     }
+  }
+}
+
+// Both chroma planes in one pass against the reference, which filters them
+// one after the other: each plane must keep to its own alpha, beta and tc0,
+// so they differ between the planes in most rounds.
+TEST_P(H264Deblock, BothChromaPlanesMatchTheReference) {
+  std::mt19937& random = Random();
+  using PairFilter = void (*)(uint8_t*, uint8_t*, ptrdiff_t, const int*, const int*, const int8_t*);
+  using PairIntraFilter = void (*)(uint8_t*, uint8_t*, ptrdiff_t, const int*, const int*);
+  for (int round = 0; round < 500; ++round) {
+    int alpha[2], beta[2];
+    int8_t tc0[8];
+    for (int plane = 0; plane < 2; ++plane) {
+      alpha[plane] = round % 10 == plane ? 255 : static_cast<int>(random() % 256);
+      beta[plane] = static_cast<int>(random() % 19);
+    }
+    for (int8_t& t : tc0) {
+      t = static_cast<int8_t>(random() % 5 == 0 ? -1 : static_cast<int>(random() % 26));
+    }
+    SCOPED_TRACE(::testing::Message() << "round " << round << " alpha " << alpha[0] << "/"
+                                      << alpha[1] << " beta " << beta[0] << "/" << beta[1]);
+    // Cb's area above Cr's in one plane, each with the edge through its
+    // middle; the gap between them shows writes beyond eight rows.
+    const SmTestPlane cb = EdgeArea(random, true), cr = EdgeArea(random, true);
+    SmTestPlane both = cb;
+    both.bytes.resize(2 * cb.stride * 16 + 1);
+    for (size_t y = 0; y < 16; ++y) {
+      for (size_t x = 0; x < 16; ++x) {
+        both.bytes[(16 + y) * both.stride + x] = cr.bytes[y * cr.stride + x];
+      }
+    }
+    const ptrdiff_t stride = static_cast<ptrdiff_t>(both.stride);
+    const auto edges = [&](SmTestPlane& p) {
+      return std::pair{p.data() + 4 * stride + 8, p.data() + 20 * stride + 8};
+    };
+    ExpectSameWrites(
+        PairFilter{&NmReference::H264FilterChromaVerticalEdges},
+        PairFilter{&H264FilterChromaVerticalEdges}, both,
+        [&](PairFilter f, SmTestPlane& p) {
+          const auto [qCb, qCr] = edges(p);
+          f(qCb, qCr, stride, alpha, beta, tc0);
+        },
+        "normal");
+    ExpectSameWrites(
+        PairIntraFilter{&NmReference::H264FilterChromaVerticalEdgesIntra},
+        PairIntraFilter{&H264FilterChromaVerticalEdgesIntra}, both,
+        [&](PairIntraFilter f, SmTestPlane& p) {
+          const auto [qCb, qCr] = edges(p);
+          f(qCb, qCr, stride, alpha, beta);
+        },
+        "intra");
   }
 }

@@ -30,6 +30,9 @@ public:
     return count == 0 ? 0 : static_cast<uint32_t>(Peek() >> (64 - count));
   }
   void Skip(size_t count) { m_Position += count; }
+  // The next 64 bits, of which at least the first 57 are the stream's
+  // (zeros beyond its end), for readers that take many short codes at once.
+  uint64_t PeekWindow() const { return Peek(); }
 
   // ue(v): Exp-Golomb code of up to 32 leading zeros.
   uint32_t ReadUE() {

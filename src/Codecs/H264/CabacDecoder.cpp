@@ -54,6 +54,15 @@ constexpr std::array<uint8_t, 128> MakeTransition(bool mps) {
 
 const std::array<uint8_t, 128> CmCabacDecoder::TransitionMps = MakeTransition(true);
 const std::array<uint8_t, 128> CmCabacDecoder::TransitionLps = MakeTransition(false);
+const std::array<uint8_t, 256> CmCabacDecoder::Transitions = [] {
+  std::array<uint8_t, 256> both{};
+  const std::array<uint8_t, 128> mps = MakeTransition(true), lps = MakeTransition(false);
+  for (size_t i = 0; i < 128; ++i) {
+    both[i] = mps[i];
+    both[128 + i] = lps[i];
+  }
+  return both;
+}();
 
 void CmCabacDecoder::Start(const uint8_t* data, size_t size, size_t start) {
   m_Data = data;

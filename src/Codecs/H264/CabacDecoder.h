@@ -23,38 +23,34 @@ public:
 
   int DecodeDecision(uint8_t& context) {
     Refill();
-    const unsigned state = context >> 1;
-    const uint32_t lps = RangeTabLps[state][(m_Range >> 6) & 3];
-    m_Range -= lps;
-    const uint64_t scaledRange = uint64_t{m_Range} << m_Available;
-    int bin;
-    if (m_Value < scaledRange) {
-      bin = context & 1;
-      context = TransitionMps[context];
-      if (m_Range < 256) {
-        m_Range <<= 1;
-        --m_Available;
-      }
-    } else {
-      m_Value -= scaledRange;
-      bin = (context & 1) ^ 1;
-      context = TransitionLps[context];
-      const int shift = std::countl_zero(lps) - 23;
-      m_Range = lps << shift;
-      m_Available -= shift;
-    }
-    return bin;
+    const unsigned current = context;
+    const uint32_t lps = RangeTabLps[current >> 1][(m_Range >> 6) & 3];
+    const uint32_t mpsRange = m_Range - lps;
+    const uint64_t scaledRange = uint64_t{mpsRange} << m_Available;
+    // Both symbols by masks instead of a branch: which one comes is as hard
+    // to foresee as its probability says, and a mispredicted branch costs
+    // more than the whole decision.
+    const unsigned isLps = m_Value >= scaledRange ? 1u : 0u;
+    const uint64_t mask = 0 - uint64_t{isLps};
+    m_Value -= scaledRange & mask;
+    const uint32_t range = mpsRange ^ ((mpsRange ^ lps) & static_cast<uint32_t>(mask));
+    context = Transitions[isLps << 7 | current];
+    // Renormalises to at least 256 in one step: an MPS shifts by at most
+    // one, an LPS by up to six.
+    const int shift = std::countl_zero(range) - 23;
+    m_Range = range << shift;
+    m_Available -= shift;
+    return static_cast<int>((current & 1) ^ isLps);
   }
 
   int DecodeBypass() {
     Refill();
     --m_Available;
     const uint64_t scaledRange = uint64_t{m_Range} << m_Available;
-    if (m_Value >= scaledRange) {
-      m_Value -= scaledRange;
-      return 1;
-    }
-    return 0;
+    // Bypass bins (signs, mostly) are even odds: no branch.
+    const unsigned bin = m_Value >= scaledRange ? 1u : 0u;
+    m_Value -= scaledRange & (0 - uint64_t{bin});
+    return static_cast<int>(bin);
   }
 
   // The bin of end_of_slice_flag and of the I_PCM choice in mb_type; after
@@ -83,6 +79,8 @@ public:
   // Both transitions indexed by the whole context byte.
   static const std::array<uint8_t, 128> TransitionMps;
   static const std::array<uint8_t, 128> TransitionLps;
+  // TransitionMps followed by TransitionLps, indexed by the symbol too.
+  static const std::array<uint8_t, 256> Transitions;
 
 private:
   void Refill() {

@@ -385,20 +385,59 @@ int CmSliceDecoder::ReadBlockCabac(int category, int codedInc, int maxNumCoeff, 
     m_NeedsUnknownContexts = true;
     return -1;
   }
+  return m_Observer != nullptr ? ReadLevelsCabac<true>(category, maxNumCoeff, levels)
+                               : ReadLevelsCabac<false>(category, maxNumCoeff, levels);
+}
+
+template <bool Observed>
+int CmSliceDecoder::ReadLevelsCabac(int category, int maxNumCoeff, int16_t* levels) {
+  // The engine works on a copy of its own: contexts are bytes, which may
+  // alias anything, so with the member's state every context update would
+  // store the engine's state and load it again.
+  CmCabacDecoder engine = m_Cabac;
+  uint8_t* const contexts = m_Contexts;
+  const auto decision = [&](int ctxIdx) {
+    const int bin = engine.DecodeDecision(contexts[ctxIdx]);
+    if constexpr (Observed) {
+      m_Observer->OnDecision(ctxIdx, bin);
+    }
+    return bin;
+  };
+  const auto bypass = [&] {
+    const int bin = engine.DecodeBypass();
+    if constexpr (Observed) {
+      m_Observer->OnBypass(bin);
+    }
+    return bin;
+  };
   uint8_t positions[64];
   int count = 0;
+  const bool field = m_Header->fieldPic || m_MbField;
   const int sigBase = field ? CtxSignificantField[category] : CtxSignificant[category];
   const int lastBase = field ? CtxLastField[category] : CtxLast[category];
   const uint8_t* significant8x8 = field ? Significant8x8Field : Significant8x8;
   bool ended = false;
-  for (int i = 0; i < maxNumCoeff - 1; ++i) {
-    const int sigInc = category == 5 ? significant8x8[i] : (category == 3 ? std::min(i, 2) : i);
-    if (Decision(sigBase + sigInc) != 0) {
-      positions[count++] = static_cast<uint8_t>(i);
-      const int lastInc = category == 5 ? Last8x8[i] : (category == 3 ? std::min(i, 2) : i);
-      if (Decision(lastBase + lastInc) != 0) {
-        ended = true;
-        break;
+  // Only 8x8 blocks map scanning positions to context increments by table;
+  // the others use the position itself (the 2x2 chroma DC of 4:2:0 has
+  // positions 0 to 2 only, where Min(i, 2) is i).
+  if (category == 5) {
+    for (int i = 0; i < 63; ++i) {
+      if (decision(sigBase + significant8x8[i]) != 0) {
+        positions[count++] = static_cast<uint8_t>(i);
+        if (decision(lastBase + Last8x8[i]) != 0) {
+          ended = true;
+          break;
+        }
+      }
+    }
+  } else {
+    for (int i = 0; i < maxNumCoeff - 1; ++i) {
+      if (decision(sigBase + i) != 0) {
+        positions[count++] = static_cast<uint8_t>(i);
+        if (decision(lastBase + i) != 0) {
+          ended = true;
+          break;
+        }
       }
     }
   }
@@ -412,23 +451,24 @@ int CmSliceDecoder::ReadBlockCabac(int category, int codedInc, int maxNumCoeff, 
   int greater = 0, ones = 0;
   for (int k = count - 1; k >= 0; --k) {
     int32_t level = 1;
-    if (Decision(levelBase + (greater != 0 ? 0 : std::min(4, 1 + ones))) != 0) {
+    if (decision(levelBase + (greater != 0 ? 0 : std::min(4, 1 + ones))) != 0) {
       const int context = levelBase + 5 + std::min(gt1Limit, greater);
       int32_t prefix = 1;
-      while (prefix < 14 && Decision(context) != 0) {
+      while (prefix < 14 && decision(context) != 0) {
         ++prefix;
       }
       if (prefix >= 14) {
         // Exp-Golomb suffix of order 0.
         int bits = 0;
-        while (Bypass() != 0) {
+        while (bypass() != 0) {
           prefix += 1 << bits;
           if (++bits > 20) {
+            m_Cabac = engine;
             return -1;
           }
         }
         while (bits-- > 0) {
-          prefix += Bypass() << bits;
+          prefix += bypass() << bits;
         }
       }
       level = prefix + 1;
@@ -437,8 +477,9 @@ int CmSliceDecoder::ReadBlockCabac(int category, int codedInc, int maxNumCoeff, 
       ++ones;
     }
     const int32_t clamped = std::min<int32_t>(level, 32767);
-    levels[positions[k]] = static_cast<int16_t>(Bypass() != 0 ? -clamped : clamped);
+    levels[positions[k]] = static_cast<int16_t>(bypass() != 0 ? -clamped : clamped);
   }
+  m_Cabac = engine;
   return count;
 }
 

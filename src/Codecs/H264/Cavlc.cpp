@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <stdexcept>
 
 namespace NmH264 {
@@ -279,11 +280,54 @@ int GetCoeffTokenClass(int nC) {
 
 } // namespace
 
-int ReadResidualBlockCavlc(CmBitReader& reader, int nC, int startIdx, int endIdx, int maxNumCoeff,
+namespace {
+
+// The reader's next bits held in a register for the codes of one block: the
+// reader's position moves only when the window runs low, instead of a load,
+// byte swap and shift for every code.
+class CmBitWindow {
+public:
+  explicit CmBitWindow(CmBitReader& reader) : m_Reader(reader), m_Bits(reader.PeekWindow()) {}
+  CmBitWindow(const CmBitWindow&) = delete;
+  CmBitWindow& operator=(const CmBitWindow&) = delete;
+  // Hands the bits taken back to the reader.
+  ~CmBitWindow() { m_Reader.Skip(m_Used); }
+
+  // The next 32 bits; of the 57 the window holds, a code of up to 32 bits
+  // fits as long as no more than 25 are taken.
+  uint32_t Peek() {
+    if (m_Used > 25) {
+      m_Reader.Skip(m_Used);
+      m_Bits = m_Reader.PeekWindow();
+      m_Used = 0;
+    }
+    return static_cast<uint32_t>((m_Bits << m_Used) >> 32);
+  }
+  void Skip(unsigned count) { m_Used += count; }
+  // 1 to 32 bits.
+  uint32_t Read(unsigned count) {
+    const uint32_t bits = Peek() >> (32 - count);
+    m_Used += count;
+    return bits;
+  }
+  int Decode(const CmVlcTable& table) {
+    unsigned length = 0;
+    const int symbol = table.Decode(Peek() >> 16, length);
+    m_Used += length;
+    return symbol;
+  }
+
+private:
+  CmBitReader& m_Reader;
+  uint64_t m_Bits;
+  unsigned m_Used = 0;
+};
+
+int ReadResidualBlockCavlc(CmBitWindow& reader, int nC, int startIdx, int endIdx, int maxNumCoeff,
                            int16_t* coefficients) {
   const SmTables& tables = GetTables();
   std::fill(coefficients + startIdx, coefficients + endIdx + 1, int16_t{0});
-  const int token = tables.coeffToken[static_cast<size_t>(GetCoeffTokenClass(nC))].Decode(reader);
+  const int token = reader.Decode(tables.coeffToken[static_cast<size_t>(GetCoeffTokenClass(nC))]);
   if (token < 0) {
     return -1;
   }
@@ -297,18 +341,23 @@ int ReadResidualBlockCavlc(CmBitReader& reader, int nC, int startIdx, int endIdx
   }
   int32_t levels[16];
   int suffixLength = totalCoeff > 10 && trailingOnes < 3 ? 1 : 0;
-  for (int i = 0; i < totalCoeff; ++i) {
-    if (i < trailingOnes) {
-      levels[i] = reader.ReadFlag() ? -1 : 1;
-      continue;
+  // The signs of the trailing ones in one read.
+  if (trailingOnes > 0) {
+    const uint32_t signs = reader.Read(static_cast<unsigned>(trailingOnes));
+    for (int i = 0; i < trailingOnes; ++i) {
+      levels[i] = 1 - 2 * static_cast<int32_t>(signs >> (trailingOnes - 1 - i) & 1);
     }
-    // level_prefix: the number of zeros before a one.
-    int prefix = 0;
-    while (!reader.ReadFlag()) {
-      if (++prefix > 32 || reader.IsOverrun()) {
-        return -1;
-      }
+  }
+  for (int i = trailingOnes; i < totalCoeff; ++i) {
+    // level_prefix: the number of zeros before a one, counted at once. A
+    // prefix that fills the whole window gives a level beyond 16 bits in
+    // any case, which is damage.
+    const uint32_t window = reader.Peek();
+    if (window == 0) {
+      return -1;
     }
+    const int prefix = std::countl_zero(window);
+    reader.Skip(static_cast<unsigned>(prefix) + 1);
     int suffixSize = suffixLength;
     if (prefix == 14 && suffixLength == 0) {
       suffixSize = 4;
@@ -318,7 +367,7 @@ int ReadResidualBlockCavlc(CmBitReader& reader, int nC, int startIdx, int endIdx
     if (suffixSize > 31) {
       return -1;
     }
-    const int64_t suffix = suffixSize > 0 ? reader.ReadBits(static_cast<unsigned>(suffixSize)) : 0;
+    const int64_t suffix = suffixSize > 0 ? reader.Read(static_cast<unsigned>(suffixSize)) : 0;
     int64_t levelCode = (int64_t{std::min(15, prefix)} << suffixLength) + suffix;
     if (prefix >= 15 && suffixLength == 0) {
       levelCode += 15;
@@ -349,7 +398,7 @@ int ReadResidualBlockCavlc(CmBitReader& reader, int nC, int startIdx, int endIdx
     if (static_cast<size_t>(totalCoeff) > table.size()) {
       return -1;
     }
-    zerosLeft = table[static_cast<size_t>(totalCoeff - 1)].Decode(reader);
+    zerosLeft = reader.Decode(table[static_cast<size_t>(totalCoeff - 1)]);
     if (zerosLeft < 0 || zerosLeft > endIdx - startIdx + 1 - totalCoeff) {
       return -1;
     }
@@ -363,7 +412,7 @@ int ReadResidualBlockCavlc(CmBitReader& reader, int nC, int startIdx, int endIdx
     }
     int run = 0;
     if (zerosLeft > 0) {
-      run = tables.runBefore[static_cast<size_t>(std::min(zerosLeft, 7) - 1)].Decode(reader);
+      run = reader.Decode(tables.runBefore[static_cast<size_t>(std::min(zerosLeft, 7) - 1)]);
       if (run < 0 || run > zerosLeft) {
         return -1;
       }
@@ -371,7 +420,18 @@ int ReadResidualBlockCavlc(CmBitReader& reader, int nC, int startIdx, int endIdx
     }
     position -= run + 1;
   }
-  return reader.IsOverrun() ? -1 : totalCoeff;
+  return totalCoeff;
+}
+
+} // namespace
+
+int ReadResidualBlockCavlc(CmBitReader& reader, int nC, int startIdx, int endIdx, int maxNumCoeff,
+                           int16_t* coefficients) {
+  const int total = [&] {
+    CmBitWindow window(reader);
+    return ReadResidualBlockCavlc(window, nC, startIdx, endIdx, maxNumCoeff, coefficients);
+  }();
+  return total < 0 || reader.IsOverrun() ? -1 : total;
 }
 
 } // namespace NmH264

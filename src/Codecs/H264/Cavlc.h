@@ -31,17 +31,21 @@ public:
   explicit CmVlcTable(const std::vector<SmVlcSymbol>& codes);
   // The symbol, or -1 when no code matches.
   int Decode(CmBitReader& reader) const {
-    const uint32_t bits = reader.PeekBits(16);
+    unsigned length = 0;
+    const int symbol = Decode(reader.PeekBits(16), length);
+    reader.Skip(length);
+    return symbol;
+  }
+  // The symbol whose code begins the 16 bits, and the code's length (0 for
+  // no code).
+  int Decode(uint32_t bits, unsigned& length) const {
     const SmSlot* slot = &m_Slots[bits >> (16 - RootBits)];
     if (slot->length == 0 && slot->subtable != 0) {
       const unsigned width = slot->width;
       slot = &m_Slots[slot->subtable + ((bits >> (16 - RootBits - width)) & ((1u << width) - 1))];
     }
-    if (slot->length == 0) {
-      return -1;
-    }
-    reader.Skip(slot->length);
-    return slot->symbol;
+    length = slot->length;
+    return slot->length == 0 ? -1 : slot->symbol;
   }
 
 private:

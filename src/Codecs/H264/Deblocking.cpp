@@ -68,6 +68,27 @@ bool HasCoefficients(const SmMacroblockInfo& mb, int x, int y) {
   return mb.totalCoeff[x + 4 * y] != 0;
 }
 
+// HasCoefficients of all sixteen blocks, bit x + 4 y.
+uint16_t GetCodedBlocks(const SmMacroblockInfo& mb) {
+  unsigned bits = 0;
+  for (int k = 0; k < 16; ++k) {
+    bits |= mb.totalCoeff[k] != 0 ? 1u << k : 0u;
+  }
+  if (mb.transform8x8) {
+    // An 8x8 block counts as coded in all its four 4x4 blocks.
+    for (const unsigned quarter : {0x0033u, 0x00CCu, 0x3300u, 0xCC00u}) {
+      bits |= (bits & quarter) != 0 ? quarter : 0u;
+    }
+  }
+  return static_cast<uint16_t>(bits);
+}
+
+// Column x of raster block bits as four bits, one per row.
+unsigned ColumnBits(unsigned bits, int x) {
+  bits >>= x;
+  return (bits & 1u) | ((bits >> 3) & 2u) | ((bits >> 6) & 4u) | ((bits >> 9) & 8u);
+}
+
 int GetMotionStrength(const SmMacroblockInfo& mbP, int px, int py, const SmMacroblockInfo& mbQ,
                       int qx, int qy, int verticalLimit);
 
@@ -447,14 +468,24 @@ void DeblockRows(CmPicture& picture, const std::vector<SmSliceFilterParameters>&
   const SmMacroblockInfo* mbs = picture.GetMacroblocks();
   const int planes = picture.IsMonochrome() ? 1 : 3;
   const bool field = picture.GetParity() >= 0;
-  // The edges of a row reach into the row above, so its motion counts too.
-  const uint32_t firstKnown = (firstRow > 0 ? firstRow - 1 : 0) * width;
+  // Whether each macroblock moves as one piece, and which of its 4x4 blocks
+  // have coefficients as raster bits: the strengths of all its edges and of
+  // the edges of the macroblocks right of and below it test them, so they
+  // are gathered once, as each macroblock comes up (its left and top
+  // neighbours came up before it; those of the row above the first are
+  // gathered first). The records are large; one pass over them instead of
+  // two saves reading them all again.
   std::vector<uint8_t> moving(endRow * width);
-  for (uint32_t address = firstKnown; address < endRow * width; ++address) {
+  std::vector<uint16_t> coded(endRow * width);
+  for (uint32_t address = (firstRow > 0 ? firstRow - 1 : 0) * width; address < firstRow * width;
+       ++address) {
     moving[address] = HasUniformMotion(mbs[address]) ? 1 : 0;
+    coded[address] = GetCodedBlocks(mbs[address]);
   }
   for (uint32_t address = firstRow * width; address < endRow * width; ++address) {
     const SmMacroblockInfo& mb = mbs[address];
+    moving[address] = HasUniformMotion(mb) ? 1 : 0;
+    coded[address] = GetCodedBlocks(mb);
     if (mb.slice == 0 || mb.slice >= slices.size()) {
       continue;
     }
@@ -478,6 +509,9 @@ void DeblockRows(CmPicture& picture, const std::vector<SmSliceFilterParameters>&
           continue;
         }
         const SmMacroblockInfo& p = edge == 0 ? *neighbour : mb;
+        const unsigned codedP =
+            edge > 0 ? coded[address] : coded[direction == 0 ? address - 1 : address - width];
+        const unsigned codedQ = coded[address];
         // Between two macroblocks that each move as one piece, the motion
         // part of the strength is the same along the whole edge; inside one,
         // it is 0.
@@ -491,15 +525,30 @@ void DeblockRows(CmPicture& picture, const std::vector<SmSliceFilterParameters>&
                                : -1;
         int strengths[4];
         bool any = false;
-        for (int k = 0; k < 4; ++k) {
-          // Block q at (edge, k) for vertical edges, (k, edge) for horizontal.
-          const int qx = direction == 0 ? edge : k, qy = direction == 0 ? k : edge;
-          const int px = direction == 0 ? (qx + 3) % 4 : qx,
-                    py = direction == 0 ? qy : (qy + 3) % 4;
-          strengths[k] =
-              motion >= 0 ? (HasCoefficients(p, px, py) || HasCoefficients(mb, qx, qy) ? 2 : motion)
-                          : GetStrength(p, px, py, mb, qx, qy, edge == 0, field, direction == 0);
-          any = any || strengths[k] != 0;
+        if (motion >= 0) {
+          // The coded blocks on both sides of the edge as four bits, bit k
+          // for the k-th block along it: 2 where either is coded, else the
+          // motion strength.
+          const int pLine = (edge + 3) % 4;
+          const unsigned coded4 = direction == 0
+                                      ? ColumnBits(codedP, pLine) | ColumnBits(codedQ, edge)
+                                      : ((codedP >> (4 * pLine)) | (codedQ >> (4 * edge))) & 15u;
+          if (coded4 == 0 && motion == 0) {
+            continue;
+          }
+          for (int k = 0; k < 4; ++k) {
+            strengths[k] = ((coded4 >> k) & 1) != 0 ? 2 : motion;
+          }
+          any = true;
+        } else {
+          for (int k = 0; k < 4; ++k) {
+            // Block q at (edge, k) for vertical edges, (k, edge) for horizontal.
+            const int qx = direction == 0 ? edge : k, qy = direction == 0 ? k : edge;
+            const int px = direction == 0 ? (qx + 3) % 4 : qx,
+                      py = direction == 0 ? qy : (qy + 3) % 4;
+            strengths[k] = GetStrength(p, px, py, mb, qx, qy, edge == 0, field, direction == 0);
+            any = any || strengths[k] != 0;
+          }
         }
         if (!any) {
           continue;
@@ -518,6 +567,35 @@ void DeblockRows(CmPicture& picture, const std::vector<SmSliceFilterParameters>&
         }
         // Chroma of 4:2:0: the edges that fall on luma edges 0 and 2.
         if (edge % 2 == 1) {
+          continue;
+        }
+        if (planes == 3 && direction == 0) {
+          // The vertical edge of both planes in one pass: alone, each fills
+          // only half of the kernel's vectors.
+          const ptrdiff_t stride = picture.GetStride(1);
+          const ptrdiff_t at = mby * 8 * stride + mbx * 8 + 2 * edge;
+          int alpha[2], beta[2];
+          int8_t tc0[8];
+          for (int c = 0; c < 2; ++c) {
+            const int offset = slice.chromaQpOffset[c];
+            const int qpp = ChromaQp(std::clamp(qpOf(p) + offset, 0, 51));
+            const int qpq = ChromaQp(std::clamp(qpOf(mb) + offset, 0, 51));
+            const SmEdgeParameters e = GetParameters((qpp + qpq + 1) >> 1, slice);
+            alpha[c] = e.alpha;
+            beta[c] = e.beta;
+            for (int k = 0; k < 4; ++k) {
+              tc0[4 * c + k] = strengths[k] == 0 || strengths[k] == 4
+                                   ? int8_t{-1}
+                                   : static_cast<int8_t>(Tc0[e.indexA][strengths[k] - 1]);
+            }
+          }
+          uint8_t* cb = picture.GetPlane(1) + at;
+          uint8_t* cr = picture.GetPlane(2) + at;
+          if (strengths[0] == 4) {
+            NmPrimitives::H264FilterChromaVerticalEdgesIntra(cb, cr, stride, alpha, beta);
+          } else {
+            NmPrimitives::H264FilterChromaVerticalEdges(cb, cr, stride, alpha, beta, tc0);
+          }
           continue;
         }
         for (int c = 1; c < planes; ++c) {

@@ -84,8 +84,10 @@ bool CmSliceDecoder::GetNeighbourMotion(uint32_t address, int list, int x, int y
     bx = at.x / 4;
     by = at.y / 4;
   } else {
-    const int64_t mbx = static_cast<int64_t>(address % width) + (x < 0 ? -1 : (x >= 4 ? 1 : 0));
-    const int64_t mby = static_cast<int64_t>(address / width) + (y < 0 ? -1 : 0);
+    uint32_t column = 0, row = 0;
+    GetPosition(address, column, row);
+    const int64_t mbx = int64_t{column} + (x < 0 ? -1 : (x >= 4 ? 1 : 0));
+    const int64_t mby = int64_t{row} + (y < 0 ? -1 : 0);
     if (mbx < 0 || mbx >= static_cast<int64_t>(width) || mby < 0) {
       return false;
     }
@@ -119,68 +121,94 @@ bool CmSliceDecoder::GetNeighbourMotion(uint32_t address, int list, int x, int y
   return true;
 }
 
-void CmSliceDecoder::PredictMotionVector(uint32_t address, int list, int x, int y, int width,
-                                         int /*height*/, int refIdx, int shape,
-                                         int16_t* mvp) const {
-  int refA = -1, refB = -1, refC = -1;
-  int16_t mvA[2] = {}, mvB[2] = {}, mvC[2] = {};
-  const bool hasA = GetNeighbourMotion(address, list, x - 1, y, refA, mvA);
-  const bool hasB = GetNeighbourMotion(address, list, x, y - 1, refB, mvB, true);
-  bool hasC = GetNeighbourMotion(address, list, x + width, y - 1, refC, mvC, true);
-  if (!hasC) {
-    hasC = GetNeighbourMotion(address, list, x - 1, y - 1, refC, mvC, true);
-  }
+namespace {
+
+// What motion vector prediction reads of a neighbouring block.
+struct SmNeighbourMotion {
+  bool available = false;
+  int refIdx = -1;
+  int16_t mv[2] = {0, 0};
+};
+
+// 8.4.1.3 from neighbours A, B and C (D where C is not available) of the
+// partition at 4x4 block (x, y).
+void PredictFromNeighbours(SmNeighbourMotion a, SmNeighbourMotion b, SmNeighbourMotion c, int x,
+                           int y, int refIdx, int shape, int16_t* mvp) {
   if (shape == Shape16x8) {
-    if (y == 0 && refB == refIdx) {
-      mvp[0] = mvB[0], mvp[1] = mvB[1];
+    if (y == 0 && b.refIdx == refIdx) {
+      mvp[0] = b.mv[0], mvp[1] = b.mv[1];
       return;
     }
-    if (y != 0 && refA == refIdx) {
-      mvp[0] = mvA[0], mvp[1] = mvA[1];
+    if (y != 0 && a.refIdx == refIdx) {
+      mvp[0] = a.mv[0], mvp[1] = a.mv[1];
       return;
     }
   } else if (shape == Shape8x16) {
-    if (x == 0 && refA == refIdx) {
-      mvp[0] = mvA[0], mvp[1] = mvA[1];
+    if (x == 0 && a.refIdx == refIdx) {
+      mvp[0] = a.mv[0], mvp[1] = a.mv[1];
       return;
     }
-    if (x != 0 && refC == refIdx) {
-      mvp[0] = mvC[0], mvp[1] = mvC[1];
+    if (x != 0 && c.refIdx == refIdx) {
+      mvp[0] = c.mv[0], mvp[1] = c.mv[1];
       return;
     }
   }
-  if (!hasB && !hasC && hasA) {
-    refB = refC = refA;
-    mvB[0] = mvC[0] = mvA[0];
-    mvB[1] = mvC[1] = mvA[1];
+  if (!b.available && !c.available && a.available) {
+    b = c = a;
   }
-  const int matches = (refA == refIdx) + (refB == refIdx) + (refC == refIdx);
+  const int matches = (a.refIdx == refIdx) + (b.refIdx == refIdx) + (c.refIdx == refIdx);
   if (matches == 1) {
-    const int16_t* one = refA == refIdx ? mvA : (refB == refIdx ? mvB : mvC);
+    const int16_t* one = a.refIdx == refIdx ? a.mv : (b.refIdx == refIdx ? b.mv : c.mv);
     mvp[0] = one[0], mvp[1] = one[1];
     return;
   }
-  mvp[0] = static_cast<int16_t>(Median(mvA[0], mvB[0], mvC[0]));
-  mvp[1] = static_cast<int16_t>(Median(mvA[1], mvB[1], mvC[1]));
+  mvp[0] = static_cast<int16_t>(Median(a.mv[0], b.mv[0], c.mv[0]));
+  mvp[1] = static_cast<int16_t>(Median(a.mv[1], b.mv[1], c.mv[1]));
+}
+
+} // namespace
+
+void CmSliceDecoder::PredictMotionVector(uint32_t address, int list, int x, int y, int width,
+                                         int /*height*/, int refIdx, int shape,
+                                         int16_t* mvp) const {
+  SmNeighbourMotion a, b, c;
+  a.available = GetNeighbourMotion(address, list, x - 1, y, a.refIdx, a.mv);
+  b.available = GetNeighbourMotion(address, list, x, y - 1, b.refIdx, b.mv, true);
+  c.available = GetNeighbourMotion(address, list, x + width, y - 1, c.refIdx, c.mv, true);
+  if (!c.available) {
+    c.available = GetNeighbourMotion(address, list, x - 1, y - 1, c.refIdx, c.mv, true);
+  }
+  PredictFromNeighbours(a, b, c, x, y, refIdx, shape, mvp);
 }
 
 void CmSliceDecoder::SetMotion(uint32_t address, int list, int x, int y, int width, int height,
                                int refIdx, const int16_t* mv) {
   SmMacroblockInfo& mb = m_Picture->GetMacroblocks()[address];
+  // The reference is looked up once per partition, not once per 4x4 block:
+  // direct prediction calls this for every block of a macroblock.
+  const int16_t mvx = refIdx >= 0 ? mv[0] : int16_t{0};
+  const int16_t mvy = refIdx >= 0 ? mv[1] : int16_t{0};
+  const uint32_t picture = refIdx >= 0 ? GetReference(list, refIdx)->GetId() : 0;
   for (int j = y; j < y + height; ++j) {
     for (int i = x; i < x + width; ++i) {
-      mb.mv[list][i + 4 * j][0] = refIdx >= 0 ? mv[0] : int16_t{0};
-      mb.mv[list][i + 4 * j][1] = refIdx >= 0 ? mv[1] : int16_t{0};
-      mb.refIdx[list][(i / 2) + 2 * (j / 2)] = static_cast<int8_t>(refIdx);
-      mb.refPicture[list][(i / 2) + 2 * (j / 2)] =
-          refIdx >= 0 ? GetReference(list, refIdx)->GetId() : 0;
+      mb.mv[list][i + 4 * j][0] = mvx;
+      mb.mv[list][i + 4 * j][1] = mvy;
+    }
+  }
+  for (int j = y / 2; j <= (y + height - 1) / 2; ++j) {
+    for (int i = x / 2; i <= (x + width - 1) / 2; ++i) {
+      mb.refIdx[list][i + 2 * j] = static_cast<int8_t>(refIdx);
+      mb.refPicture[list][i + 2 * j] = picture;
     }
   }
 }
 
 void CmSliceDecoder::StartInterMacroblock(uint32_t address, uint8_t kind) {
   SmMacroblockInfo& mb = m_Picture->GetMacroblocks()[address];
-  mb = SmMacroblockInfo();
+  // Copied from a ready record: assigning a new temporary builds it on the
+  // stack first and then copies it.
+  static const SmMacroblockInfo Blank{};
+  mb = Blank;
   mb.slice = m_Slice;
   mb.field = m_MbField;
   mb.kind = kind;
@@ -242,7 +270,8 @@ bool CmSliceDecoder::PredictDirect(uint32_t address, unsigned mask) {
   enum { OneToOne, FrameToField, FieldToFrame } vertical = OneToOne;
   const CmPicture* colPicture = &list1First;
   const uint32_t width = m_Picture->GetWidthInMbs();
-  const uint32_t row = address / width, mbx = address % width;
+  uint32_t mbx = 0, row = 0;
+  GetPosition(address, mbx, row);
   // The co-located macroblock (one to one, field to frame) or the top of
   // the co-located frame pair (frame to field), and for field to frame
   // which half of the field macroblock the current one covers.
@@ -336,14 +365,18 @@ bool CmSliceDecoder::PredictDirect(uint32_t address, unsigned mask) {
       picture = found->refPicture[1][b8];
     }
   };
-  // Each 4x4 block of the chosen 8x8 blocks with its co-located motion.
+  // Each 4x4 block of the chosen 8x8 blocks with its co-located motion,
+  // given as a square of size blocks. With direct_8x8_inference all four
+  // blocks of an 8x8 block share the co-located corner block, so the
+  // 8x8 block is derived once.
+  const int size = inference ? 2 : 1;
   const auto eachBlock = [&](auto&& use) {
     for (int b8 = 0; b8 < 4; ++b8) {
       if ((mask & (1u << b8)) == 0) {
         continue;
       }
-      for (int j = 0; j < 2; ++j) {
-        for (int i = 0; i < 2; ++i) {
+      for (int j = 0; j < 2; j += size) {
+        for (int i = 0; i < 2; i += size) {
           const int x = 2 * (b8 % 2) + i, y = 2 * (b8 / 2) + j;
           int colRef = -1;
           const int16_t* colMv = nullptr;
@@ -361,31 +394,33 @@ bool CmSliceDecoder::PredictDirect(uint32_t address, unsigned mask) {
     // One reference per list for the whole macroblock, from the neighbours
     // of a 16x16 partition; the vectors as predicted for it, or zero where
     // the co-located block stands still.
+    // The neighbours lie outside the macroblock, so the motion read for the
+    // references also gives the vector predictions of the 16x16 partition.
     int refIdx[2];
     int16_t mvp[2][2] = {};
+    SmNeighbourMotion neighbours[2][3];
     for (int list = 0; list < 2; ++list) {
-      int refA = -1, refB = -1, refC = -1;
-      int16_t mvA[2], mvB[2], mvC[2];
-      GetNeighbourMotion(address, list, -1, 0, refA, mvA);
-      GetNeighbourMotion(address, list, 0, -1, refB, mvB, true);
-      if (!GetNeighbourMotion(address, list, 4, -1, refC, mvC, true)) {
-        GetNeighbourMotion(address, list, -1, -1, refC, mvC, true);
+      SmNeighbourMotion& a = neighbours[list][0];
+      SmNeighbourMotion& b = neighbours[list][1];
+      SmNeighbourMotion& c = neighbours[list][2];
+      a.available = GetNeighbourMotion(address, list, -1, 0, a.refIdx, a.mv);
+      b.available = GetNeighbourMotion(address, list, 0, -1, b.refIdx, b.mv, true);
+      c.available = GetNeighbourMotion(address, list, 4, -1, c.refIdx, c.mv, true);
+      if (!c.available) {
+        c.available = GetNeighbourMotion(address, list, -1, -1, c.refIdx, c.mv, true);
       }
-      refIdx[list] = MinPositive(refA, MinPositive(refB, refC));
+      refIdx[list] = MinPositive(a.refIdx, MinPositive(b.refIdx, c.refIdx));
     }
     const bool zero = refIdx[0] < 0 && refIdx[1] < 0;
     if (zero) {
       refIdx[0] = refIdx[1] = 0;
     }
-    // The neighbours are read before this macroblock has any motion.
-    const uint16_t known = m_KnownBlocks;
-    m_KnownBlocks = 0;
     for (int list = 0; list < 2; ++list) {
       if (!zero && refIdx[list] >= 0) {
-        PredictMotionVector(address, list, 0, 0, 4, 4, refIdx[list], ShapeOther, mvp[list]);
+        PredictFromNeighbours(neighbours[list][0], neighbours[list][1], neighbours[list][2], 0, 0,
+                              refIdx[list], ShapeOther, mvp[list]);
       }
     }
-    m_KnownBlocks = known;
     const bool colShortTerm = list1.longTerm[0] == 0;
     return eachBlock([&](int x, int y, int colRef, const int16_t* colMv, uint32_t) {
       const bool colZero =
@@ -396,7 +431,7 @@ bool CmSliceDecoder::PredictDirect(uint32_t address, unsigned mask) {
           mv[0] = mvp[list][0];
           mv[1] = mvp[list][1];
         }
-        SetMotion(address, list, x, y, 1, 1, refIdx[list], mv);
+        SetMotion(address, list, x, y, size, size, refIdx[list], mv);
       }
       return true;
     });
@@ -469,8 +504,8 @@ bool CmSliceDecoder::PredictDirect(uint32_t address, unsigned mask) {
         mv1[c] = static_cast<int16_t>(mv0[c] - colMv[c]);
       }
     }
-    SetMotion(address, 0, x, y, 1, 1, refIdx0, mv0);
-    SetMotion(address, 1, x, y, 1, 1, 0, mv1);
+    SetMotion(address, 0, x, y, size, size, refIdx0, mv0);
+    SetMotion(address, 1, x, y, size, size, 0, mv1);
     return true;
   });
 }
@@ -792,11 +827,12 @@ void CmSliceDecoder::GetWeights(int refIdx0, int refIdx1, int component, int& w0
 
 void CmSliceDecoder::PredictInter(uint32_t address) {
   const SmMacroblockInfo& mb = m_Picture->GetMacroblocks()[address];
-  const uint32_t width = m_Picture->GetWidthInMbs();
-  const int mbx = static_cast<int>(address % width) * 16;
+  uint32_t column = 0, mbRow = 0;
+  GetPosition(address, column, mbRow);
+  const int mbx = static_cast<int>(column) * 16;
   // A field macroblock's lines are those of its pair in the field's own
   // counting.
-  const int row = static_cast<int>(address / width);
+  const int row = static_cast<int>(mbRow);
   const int mby = (m_MbField ? row / 2 : row) * 16;
   const int list = mb.refIdx[0][0] >= 0 ? 0 : 1;
   if (mb.refIdx[list][0] >= 0) {
@@ -845,6 +881,11 @@ void CmSliceDecoder::PredictBlock(uint32_t address, int mbx, int mby, int bx, in
   const int b8 = bx / 2 + 2 * (by / 2);
   const int refs[2] = {mb.refIdx[0][b8], mb.refIdx[1][b8]};
   const int planes = m_Sps->GetChromaArrayType() == 1 ? 3 : 1;
+  // Implicit weights are those of luma for chroma too, and cost a division:
+  // they are derived once per block.
+  const bool implicit = m_Header->sliceType == SliceB && m_Pps->weightedBipredIdc == 2;
+  int w0 = 1, w1 = 1, o0 = 0, o1 = 0, logWD = 0;
+  bool weighted = false;
   for (int c = 0; c < planes; ++c) {
     const int w = c == 0 ? width : width / 2, h = c == 0 ? height : height / 2;
     const int px = c == 0 ? mbx + 4 * bx : mbx / 2 + 2 * bx;
@@ -852,9 +893,17 @@ void CmSliceDecoder::PredictBlock(uint32_t address, int mbx, int mby, int bx, in
     const ptrdiff_t stride = GetMbStride(c);
     uint8_t* dst =
         GetSamples(address, c) + (c == 0 ? 4 * by * stride + 4 * bx : 2 * by * stride + 2 * bx);
-    int w0, w1, o0, o1, logWD;
-    bool weighted;
-    GetWeights(refs[0], refs[1], c, w0, w1, o0, o1, logWD, weighted);
+    if (c == 0 || !implicit) {
+      GetWeights(refs[0], refs[1], c, w0, w1, o0, o1, logWD, weighted);
+      // Weights of one and offsets of zero (what a reference without
+      // weights of its own gets) give exactly the plain prediction or
+      // average, which need no buffers.
+      const int unit = 1 << logWD;
+      if (weighted && (refs[0] < 0 || (w0 == unit && o0 == 0)) &&
+          (refs[1] < 0 || (w1 == unit && o1 == 0))) {
+        weighted = false;
+      }
+    }
     const bool both = refs[0] >= 0 && refs[1] >= 0;
     const auto predict = [&](int list, uint8_t* out, ptrdiff_t outStride) {
       const CmPicture& reference = *GetReference(list, refs[list]);

@@ -73,8 +73,8 @@ CmSliceDecoder::SmNeighbours CmSliceDecoder::GetNeighbours(uint32_t address) con
                         Locate(address, 16, -1, 16, 16).mb, Locate(address, -1, -1, 16, 16).mb};
   }
   const uint32_t width = m_Picture->GetWidthInMbs();
-  const uint32_t x = address % width;
-  const uint32_t y = address / width;
+  uint32_t x = 0, y = 0;
+  GetPosition(address, x, y);
   const SmMacroblockInfo* mbs = m_Picture->GetMacroblocks();
   const auto pick = [this](const SmMacroblockInfo* info) {
     return IsAvailable(info) ? info : nullptr;
@@ -97,10 +97,10 @@ uint32_t CmSliceDecoder::ToRaster(uint32_t mbAddr) const {
 }
 
 uint8_t* CmSliceDecoder::GetSamples(uint32_t address, int plane) const {
-  const uint32_t width = m_Picture->GetWidthInMbs();
   const int size = plane == 0 ? 16 : 8;
   const ptrdiff_t stride = m_Picture->GetStride(plane);
-  const uint32_t mbx = address % width, mby = address / width;
+  uint32_t mbx = 0, mby = 0;
+  GetPosition(address, mbx, mby);
   // A field macroblock starts on the first or second line of its pair.
   const ptrdiff_t line = m_MbField ? (mby & ~1u) * size + (mby & 1u) : mby * size;
   return m_Picture->GetPlane(plane) + line * stride + mbx * size;
@@ -151,7 +151,9 @@ CmSliceDecoder::SmLocation CmSliceDecoder::Locate(uint32_t address, int xN, int 
     return none;
   }
   const int width = static_cast<int>(m_Picture->GetWidthInMbs());
-  const int mbx = static_cast<int>(address) % width, mby = static_cast<int>(address) / width;
+  uint32_t column = 0, row = 0;
+  GetPosition(address, column, row);
+  const int mbx = static_cast<int>(column), mby = static_cast<int>(row);
   const int dx = xN < 0 ? -1 : (xN >= maxW ? 1 : 0);
   const int xW = xN - dx * maxW;
   if (mbx + dx < 0 || mbx + dx >= width) {
@@ -550,6 +552,10 @@ void CmSliceDecoder::ReconstructIntra(uint32_t address, int intra16x16Mode, int 
 
 void CmSliceDecoder::AddChromaResidual(uint32_t address, bool intra) {
   const SmMacroblockInfo& mb = m_Picture->GetMacroblocks()[address];
+  // Without chroma coefficients every level is zero and adds nothing.
+  if ((mb.cbp >> 4) == 0) {
+    return;
+  }
   const int qp = mb.qp;
   for (int component = 0; component < 2; ++component) {
     const int plane = component + 1;
@@ -629,6 +635,7 @@ CmSliceDecoder::SmResult CmSliceDecoder::Decode(CmBitReader& reader, const SmSli
   m_Sps = &sps;
   m_Pps = &pps;
   m_Picture = &picture;
+  m_PositionAddress = ~0u;
   m_Mbaff = picture.IsMbaff();
   m_MbField = false;
   // Field macroblocks predict from the fields of the frames in the lists.

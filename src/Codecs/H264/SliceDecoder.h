@@ -137,6 +137,8 @@ private:
   // increment of its coded_block_flag, or -1 where the block has none.
   // Returns the number of non-zero levels, or -1 for damage.
   int ReadBlockCabac(int category, int codedInc, int maxNumCoeff, int16_t* levels);
+  // The significance map and levels of a coded block.
+  template <bool Observed> int ReadLevelsCabac(int category, int maxNumCoeff, int16_t* levels);
   template <typename Coded>
   int CodedBlockIncrement(const SmMacroblockInfo* a, const SmMacroblockInfo* b,
                           const Coded& coded) const;
@@ -201,6 +203,19 @@ private:
   // The raster record of macroblock address mbAddr, which in a frame of
   // macroblock pairs counts pair by pair, top before bottom.
   uint32_t ToRaster(uint32_t mbAddr) const;
+  // The column and row of a macroblock. Decoding asks for them many times
+  // per macroblock, mostly of the current one, so the division is done
+  // once per address.
+  void GetPosition(uint32_t address, uint32_t& x, uint32_t& y) const {
+    if (address != m_PositionAddress) {
+      const uint32_t width = m_Picture->GetWidthInMbs();
+      m_PositionAddress = address;
+      m_PositionX = address % width;
+      m_PositionY = address / width;
+    }
+    x = m_PositionX;
+    y = m_PositionY;
+  }
   // The current macroblock's top left sample of a plane, and the distance
   // between its lines: two frame lines apart for a field macroblock.
   uint8_t* GetSamples(uint32_t address, int plane) const;
@@ -259,6 +274,9 @@ private:
   uint8_t m_Contexts[1024];
   // The current macroblock and its neighbours A and B, when available.
   uint32_t m_Address = 0;
+  mutable uint32_t m_PositionAddress = ~0u;
+  mutable uint32_t m_PositionX = 0;
+  mutable uint32_t m_PositionY = 0;
   const SmMacroblockInfo* m_MbA = nullptr;
   const SmMacroblockInfo* m_MbB = nullptr;
   // Whether the previous and the current macroblock of the slice changed

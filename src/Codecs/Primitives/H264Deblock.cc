@@ -306,8 +306,99 @@ void ChromaHorizontalIntraImpl(uint8_t* q, ptrdiff_t stride, int alpha, int beta
   ChromaIntra(q, stride, alpha, beta);
 }
 
+// The vertical edge of both chroma planes: eight rows of p1 .. q1 of each
+// are 16 rows of four bytes, which three rounds of byte interleaves turn
+// into four vectors of 16 lanes, one per distance from the edge. Each lane
+// filters with its own plane's alpha, beta and tc0; p0 and q0 go back.
+// Alone, a chroma edge fills half a vector and costs its transposes all
+// the same.
+template <bool Intra>
+HWY_INLINE void ChromaPairAcrossVerticalEdge(uint8_t* qCb, uint8_t* qCr, ptrdiff_t stride,
+                                             const int* alpha, const int* beta, const int8_t* tc0) {
+  const D8 d8;
+  HWY_ALIGN uint8_t rows[16 * 4];
+  for (int i = 0; i < 8; ++i) {
+    std::memcpy(rows + 4 * i, qCb + i * stride - 2, 4);
+    std::memcpy(rows + 32 + 4 * i, qCr + i * stride - 2, 4);
+  }
+  const hn::Vec<D8> v0 = hn::Load(d8, rows), v1 = hn::Load(d8, rows + 16);
+  const hn::Vec<D8> v2 = hn::Load(d8, rows + 32), v3 = hn::Load(d8, rows + 48);
+  // Rows r and r + 4 byte by byte, then r, r + 2, r + 4, r + 6, then all
+  // eight of a plane in order, two columns per vector.
+  const hn::Vec<D8> a0 = hn::InterleaveLower(d8, v0, v1), a1 = hn::InterleaveUpper(d8, v0, v1);
+  const hn::Vec<D8> a2 = hn::InterleaveLower(d8, v2, v3), a3 = hn::InterleaveUpper(d8, v2, v3);
+  const hn::Vec<D8> b0 = hn::InterleaveLower(d8, a0, a1), b1 = hn::InterleaveUpper(d8, a0, a1);
+  const hn::Vec<D8> b2 = hn::InterleaveLower(d8, a2, a3), b3 = hn::InterleaveUpper(d8, a2, a3);
+  const hn::Vec<D8> c0 = hn::InterleaveLower(d8, b0, b1), c1 = hn::InterleaveUpper(d8, b0, b1);
+  const hn::Vec<D8> c2 = hn::InterleaveLower(d8, b2, b3), c3 = hn::InterleaveUpper(d8, b2, b3);
+  HWY_ALIGN uint8_t columns[4 * 16];
+  hn::Store(ZipLower<uint64_t>(c0, c2), d8, columns);      // p1
+  hn::Store(ZipUpper<uint64_t>(c0, c2), d8, columns + 16); // p0
+  hn::Store(ZipLower<uint64_t>(c1, c3), d8, columns + 32); // q0
+  hn::Store(ZipUpper<uint64_t>(c1, c3), d8, columns + 48); // q1
+  HWY_ALIGN int16_t alphas[16], betas[16], tcs[16];
+  for (int i = 0; i < 16; ++i) {
+    alphas[i] = static_cast<int16_t>(alpha[i / 8]);
+    betas[i] = static_cast<int16_t>(beta[i / 8]);
+    tcs[i] = Intra ? int16_t{0} : int16_t{tc0[i / 2]};
+  }
+  const Tag<16> d;
+  for (size_t x = 0; x < 16; x += hn::Lanes(d)) {
+    uint8_t* c = columns + x;
+    const auto p1 = LoadRow(d, c), p0 = LoadRow(d, c + 16), q0 = LoadRow(d, c + 32),
+               q1 = LoadRow(d, c + 48);
+    const auto b = hn::LoadU(d, betas + x);
+    auto filter = hn::And(hn::And(hn::Lt(hn::Abs(hn::Sub(p0, q0)), hn::LoadU(d, alphas + x)),
+                                  hn::Lt(hn::Abs(hn::Sub(p1, p0)), b)),
+                          hn::Lt(hn::Abs(hn::Sub(q1, q0)), b));
+    if constexpr (Intra) {
+      const auto two = hn::Set(d, 2);
+      const auto p0New =
+          hn::ShiftRight<2>(hn::Add(hn::Add(hn::ShiftLeft<1>(p1), p0), hn::Add(q1, two)));
+      const auto q0New =
+          hn::ShiftRight<2>(hn::Add(hn::Add(hn::ShiftLeft<1>(q1), q0), hn::Add(p1, two)));
+      StoreRow(d, hn::IfThenElse(filter, p0New, p0), c + 16);
+      StoreRow(d, hn::IfThenElse(filter, q0New, q0), c + 32);
+    } else {
+      const auto t0 = hn::LoadU(d, tcs + x);
+      filter = hn::And(filter, hn::Gt(t0, hn::Set(d, -1)));
+      const auto delta = Delta(p1, p0, q0, q1, hn::Add(t0, hn::Set(d, 1)));
+      StoreRow(d, hn::IfThenElse(filter, hn::Add(p0, delta), p0), c + 16);
+      StoreRow(d, hn::IfThenElse(filter, hn::Sub(q0, delta), q0), c + 32);
+    }
+  }
+  // p0 and q0 side by side per row: rows 0 .. 7 (Cb), then 8 .. 15 (Cr).
+  const hn::Vec<D8> p0New = hn::Load(d8, columns + 16), q0New = hn::Load(d8, columns + 32);
+  HWY_ALIGN uint8_t pairs[16 * 2];
+  hn::Store(hn::InterleaveLower(d8, p0New, q0New), d8, pairs);
+  hn::Store(hn::InterleaveUpper(d8, p0New, q0New), d8, pairs + 16);
+  for (int i = 0; i < 8; ++i) {
+    std::memcpy(qCb + i * stride - 1, pairs + 2 * i, 2);
+    std::memcpy(qCr + i * stride - 1, pairs + 16 + 2 * i, 2);
+  }
+}
+
+void ChromaVerticalPairImpl(uint8_t* qCb, uint8_t* qCr, ptrdiff_t stride, const int* alpha,
+                            const int* beta, const int8_t* tc0) {
+  ChromaPairAcrossVerticalEdge<false>(qCb, qCr, stride, alpha, beta, tc0);
+}
+
+void ChromaVerticalPairIntraImpl(uint8_t* qCb, uint8_t* qCr, ptrdiff_t stride, const int* alpha,
+                                 const int* beta) {
+  ChromaPairAcrossVerticalEdge<true>(qCb, qCr, stride, alpha, beta, nullptr);
+}
+
 #else
 // One lane a vector gains nothing: the scalar target runs the plain loops.
+void ChromaVerticalPairImpl(uint8_t* qCb, uint8_t* qCr, ptrdiff_t stride, const int* alpha,
+                            const int* beta, const int8_t* tc0) {
+  NmReference::H264FilterChromaVerticalEdges(qCb, qCr, stride, alpha, beta, tc0);
+}
+void ChromaVerticalPairIntraImpl(uint8_t* qCb, uint8_t* qCr, ptrdiff_t stride, const int* alpha,
+                                 const int* beta) {
+  NmReference::H264FilterChromaVerticalEdgesIntra(qCb, qCr, stride, alpha, beta);
+}
+
 void LumaVerticalImpl(uint8_t* q, ptrdiff_t stride, int alpha, int beta, const int8_t* tc0) {
   NmReference::H264FilterLumaVerticalEdge(q, stride, alpha, beta, tc0);
 }
@@ -349,6 +440,18 @@ HWY_EXPORT(ChromaVerticalImpl);
 HWY_EXPORT(ChromaHorizontalImpl);
 HWY_EXPORT(ChromaVerticalIntraImpl);
 HWY_EXPORT(ChromaHorizontalIntraImpl);
+HWY_EXPORT(ChromaVerticalPairImpl);
+HWY_EXPORT(ChromaVerticalPairIntraImpl);
+
+void H264FilterChromaVerticalEdges(uint8_t* qCb, uint8_t* qCr, ptrdiff_t stride, const int* alpha,
+                                   const int* beta, const int8_t* tc0) {
+  HWY_DYNAMIC_DISPATCH(ChromaVerticalPairImpl)(qCb, qCr, stride, alpha, beta, tc0);
+}
+
+void H264FilterChromaVerticalEdgesIntra(uint8_t* qCb, uint8_t* qCr, ptrdiff_t stride,
+                                        const int* alpha, const int* beta) {
+  HWY_DYNAMIC_DISPATCH(ChromaVerticalPairIntraImpl)(qCb, qCr, stride, alpha, beta);
+}
 
 void H264FilterLumaVerticalEdge(uint8_t* q, ptrdiff_t stride, int alpha, int beta,
                                 const int8_t* tc0) {

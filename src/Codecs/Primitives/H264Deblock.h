@@ -27,6 +27,13 @@ void H264FilterChromaHorizontalEdge(uint8_t* q, ptrdiff_t stride, int alpha, int
                                     const int8_t* tc0);
 void H264FilterChromaVerticalEdgeIntra(uint8_t* q, ptrdiff_t stride, int alpha, int beta);
 void H264FilterChromaHorizontalEdgeIntra(uint8_t* q, ptrdiff_t stride, int alpha, int beta);
+// The same vertical edge of both chroma planes (qCb and qCr, one stride) in
+// one pass: alpha[0], beta[0] and tc0[0..3] are Cb's, alpha[1], beta[1] and
+// tc0[4..7] Cr's, whose quantisers may differ.
+void H264FilterChromaVerticalEdges(uint8_t* qCb, uint8_t* qCr, ptrdiff_t stride, const int* alpha,
+                                   const int* beta, const int8_t* tc0);
+void H264FilterChromaVerticalEdgesIntra(uint8_t* qCb, uint8_t* qCr, ptrdiff_t stride,
+                                        const int* alpha, const int* beta);
 
 namespace NmReference {
 void H264FilterLumaVerticalEdge(uint8_t* q, ptrdiff_t stride, int alpha, int beta,
@@ -41,6 +48,10 @@ void H264FilterChromaHorizontalEdge(uint8_t* q, ptrdiff_t stride, int alpha, int
                                     const int8_t* tc0);
 void H264FilterChromaVerticalEdgeIntra(uint8_t* q, ptrdiff_t stride, int alpha, int beta);
 void H264FilterChromaHorizontalEdgeIntra(uint8_t* q, ptrdiff_t stride, int alpha, int beta);
+void H264FilterChromaVerticalEdges(uint8_t* qCb, uint8_t* qCr, ptrdiff_t stride, const int* alpha,
+                                   const int* beta, const int8_t* tc0);
+void H264FilterChromaVerticalEdgesIntra(uint8_t* qCb, uint8_t* qCr, ptrdiff_t stride,
+                                        const int* alpha, const int* beta);
 } // namespace NmReference
 
 } // namespace NmPrimitives

@@ -125,4 +125,17 @@ void H264FilterChromaHorizontalEdgeIntra(uint8_t* q, ptrdiff_t stride, int alpha
   FilterEdge(q, stride, 1, 8, alpha, beta, nullptr, FilterChroma);
 }
 
+// Both planes are simply filtered one after the other.
+void H264FilterChromaVerticalEdges(uint8_t* qCb, uint8_t* qCr, ptrdiff_t stride, const int* alpha,
+                                   const int* beta, const int8_t* tc0) {
+  H264FilterChromaVerticalEdge(qCb, stride, alpha[0], beta[0], tc0);
+  H264FilterChromaVerticalEdge(qCr, stride, alpha[1], beta[1], tc0 + 4);
+}
+
+void H264FilterChromaVerticalEdgesIntra(uint8_t* qCb, uint8_t* qCr, ptrdiff_t stride,
+                                        const int* alpha, const int* beta) {
+  H264FilterChromaVerticalEdgeIntra(qCb, stride, alpha[0], beta[0]);
+  H264FilterChromaVerticalEdgeIntra(qCr, stride, alpha[1], beta[1]);
+}
+
 } // namespace NmPrimitives::NmReference
