@@ -5,6 +5,7 @@
 // beside the benchmark; every decoder gets the same access units from memory.
 
 extern "C" {
+#include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
 }
 
@@ -82,7 +83,9 @@ inline CmPackets Packets(const std::string& name) {
 }
 
 // Decodes all packets with our decoder and gives the number of pictures.
-inline int DecodeWithOurs(const CmPackets& packets, int threads = 1) {
+// inspect sees the supplier once every picture is out, before it goes.
+template <typename Inspect>
+int DecodeWithOurs(const CmPackets& packets, int threads, const Inspect& inspect) {
   MCL::SmTaskSupplierSettings settings;
   settings.wholeFramePerBuffer = true;
   settings.threadCount = threads;
@@ -98,7 +101,44 @@ inline int DecodeWithOurs(const CmPackets& packets, int threads = 1) {
   while (supplier.GetFrameToDisplay(true) != nullptr) {
     ++pictures;
   }
+  inspect(supplier);
   return pictures;
+}
+
+inline int DecodeWithOurs(const CmPackets& packets, int threads = 1) {
+  return DecodeWithOurs(packets, threads, [](const MCL::TaskSupplier&) {});
+}
+
+// libavcodec over the packets with its default division of threads; take
+// sees each frame as it leaves, and says false to stop there.
+template <typename Take>
+void DecodeWithLibavcodec(const CmPackets& packets, int threads, const Take& take) {
+  const AVCodec* codec = avcodec_find_decoder(AV_CODEC_ID_H264);
+  AVCodecContext* context = avcodec_alloc_context3(codec);
+  context->thread_count = threads;
+  avcodec_open2(context, codec, nullptr);
+  AVPacket* packet = av_packet_alloc();
+  AVFrame* frame = av_frame_alloc();
+  bool more = true;
+  const auto drain = [&] {
+    while (more && avcodec_receive_frame(context, frame) == 0) {
+      more = take(*frame);
+    }
+  };
+  for (const auto& data : packets) {
+    if (!more) {
+      break;
+    }
+    packet->data = const_cast<uint8_t*>(data.data());
+    packet->size = static_cast<int>(data.size());
+    avcodec_send_packet(context, packet);
+    drain();
+  }
+  avcodec_send_packet(context, nullptr);
+  drain();
+  av_frame_free(&frame);
+  av_packet_free(&packet);
+  avcodec_free_context(&context);
 }
 
 } // namespace NmH264Bench

@@ -54,29 +54,11 @@ void Libavcodec(benchmark::State& state, const std::string& name, int threads) {
   const auto packets = Packets(name);
   int pictures = 0;
   for (auto _ : state) {
-    const AVCodec* codec = avcodec_find_decoder(AV_CODEC_ID_H264);
-    AVCodecContext* context = avcodec_alloc_context3(codec);
-    context->thread_count = threads;
-    avcodec_open2(context, codec, nullptr);
-    AVPacket* packet = av_packet_alloc();
-    AVFrame* frame = av_frame_alloc();
     pictures = 0;
-    const auto drain = [&] {
-      while (avcodec_receive_frame(context, frame) == 0) {
-        ++pictures;
-      }
-    };
-    for (const auto& data : packets) {
-      packet->data = const_cast<uint8_t*>(data.data());
-      packet->size = static_cast<int>(data.size());
-      avcodec_send_packet(context, packet);
-      drain();
-    }
-    avcodec_send_packet(context, nullptr);
-    drain();
-    av_frame_free(&frame);
-    av_packet_free(&packet);
-    avcodec_free_context(&context);
+    NmH264Bench::DecodeWithLibavcodec(packets, threads, [&](const AVFrame&) {
+      ++pictures;
+      return true;
+    });
   }
   state.counters["pictures"] = pictures;
 }

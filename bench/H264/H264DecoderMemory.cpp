@@ -113,24 +113,11 @@ int main(int argc, char** argv) {
   int32_t dpbSize = 0;
   size_t frames = 0;
   int32_t extraFrames = 0;
-  {
-    MCL::SmTaskSupplierSettings settings;
-    settings.wholeFramePerBuffer = true;
-    MCL::TaskSupplier supplier(settings);
-    for (const auto& packet : packets) {
-      supplier.AddSource(packet.data(), packet.size(), -1.0, -1);
-      while (supplier.GetFrameToDisplay(false) != nullptr) {
-        ++pictures;
-      }
-    }
-    supplier.Flush();
-    while (supplier.GetFrameToDisplay(true) != nullptr) {
-      ++pictures;
-    }
+  pictures = NmH264Bench::DecodeWithOurs(packets, 1, [&](const MCL::TaskSupplier& supplier) {
     dpbSize = supplier.GetDpbSize();
     frames = supplier.GetFrameCount();
     extraFrames = supplier.GetExtraFrames();
-  }
+  });
   const int64_t peak = g_Peak.load() - before;
   const int64_t left = g_Current.load() - before;
   const double planes = static_cast<double>(Width) * Height * 1.5;

@@ -128,37 +128,16 @@ int DecodeWithOpenH264(const CmPackets& packets,
 // libavcodec's first `count` pictures, in display order, one thread.
 std::vector<SmPicture> LibavcodecPictures(const CmPackets& packets, size_t count) {
   std::vector<SmPicture> pictures;
-  const AVCodec* codec = avcodec_find_decoder(AV_CODEC_ID_H264);
-  AVCodecContext* context = avcodec_alloc_context3(codec);
-  context->thread_count = 1;
-  avcodec_open2(context, codec, nullptr);
-  AVPacket* packet = av_packet_alloc();
-  AVFrame* frame = av_frame_alloc();
-  const auto drain = [&] {
-    while (pictures.size() < count && avcodec_receive_frame(context, frame) == 0) {
-      SmPicture picture{frame->width, frame->height, {}};
-      AppendPlane(picture.planes, frame->data[0], frame->linesize[0], frame->width, frame->height);
-      for (int c = 1; c < 3; ++c) {
-        AppendPlane(picture.planes, frame->data[c], frame->linesize[c], frame->width / 2,
-                    frame->height / 2);
-      }
-      pictures.push_back(std::move(picture));
+  NmH264Bench::DecodeWithLibavcodec(packets, 1, [&](const AVFrame& frame) {
+    SmPicture picture{frame.width, frame.height, {}};
+    AppendPlane(picture.planes, frame.data[0], frame.linesize[0], frame.width, frame.height);
+    for (int c = 1; c < 3; ++c) {
+      AppendPlane(picture.planes, frame.data[c], frame.linesize[c], frame.width / 2,
+                  frame.height / 2);
     }
-  };
-  for (const auto& data : packets) {
-    if (pictures.size() >= count) {
-      break;
-    }
-    packet->data = const_cast<uint8_t*>(data.data());
-    packet->size = static_cast<int>(data.size());
-    avcodec_send_packet(context, packet);
-    drain();
-  }
-  avcodec_send_packet(context, nullptr);
-  drain();
-  av_frame_free(&frame);
-  av_packet_free(&packet);
-  avcodec_free_context(&context);
+    pictures.push_back(std::move(picture));
+    return pictures.size() < count;
+  });
   return pictures;
 }
 

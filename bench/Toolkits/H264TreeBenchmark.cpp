@@ -40,31 +40,8 @@ struct SmClip : SmMaterial {
   }
 };
 
-const SmClip& Material() {
-  static const SmClip material;
-  return material;
-}
-
-void Ours(benchmark::State& state) {
-  const SmClip& material = Material();
-  Measure(state, material.error, VzkRunCommand(material), kPictures);
-}
-
-void Ffmpeg(benchmark::State& state) {
-  const SmClip& material = Material();
-  Measure(state, material.error, FfmpegTreeCommand(material.clip, 4), kPictures);
-}
-
 } // namespace
 
 int main(int argc, char** argv) {
-  RegisterPair("H264Tree", Ours, Ffmpeg);
-  RunPair(&argc, argv, "H264Tree");
-  const SmClip& material = Material();
-  if (!material.error.empty()) {
-    std::printf("%s\n", material.error.c_str());
-  }
-  material.Remove();
-  benchmark::Shutdown();
-  return 0;
+  return RunTreeBenchmark<SmClip>(&argc, argv, "H264Tree", kPictures);
 }

@@ -36,31 +36,8 @@ struct SmClip : SmMaterial {
   }
 };
 
-const SmClip& Material() {
-  static const SmClip material;
-  return material;
-}
-
-void Ours(benchmark::State& state) {
-  const SmClip& material = Material();
-  Measure(state, material.error, VzkRunCommand(material), kPictures);
-}
-
-void Ffmpeg(benchmark::State& state) {
-  const SmClip& material = Material();
-  Measure(state, material.error, FfmpegTreeCommand(material.clip, 4), kPictures);
-}
-
 } // namespace
 
 int main(int argc, char** argv) {
-  RegisterPair("MPEG4Tree", Ours, Ffmpeg);
-  RunPair(&argc, argv, "MPEG4Tree");
-  const SmClip& material = Material();
-  if (!material.error.empty()) {
-    std::printf("%s\n", material.error.c_str());
-  }
-  material.Remove();
-  benchmark::Shutdown();
-  return 0;
+  return RunTreeBenchmark<SmClip>(&argc, argv, "MPEG4Tree", kPictures);
 }

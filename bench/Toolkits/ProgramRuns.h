@@ -151,4 +151,27 @@ inline void RunPair(int* argc, char** argv, const std::string& name) {
   reporter.PrintRatio(name, "ffmpeg");
 }
 
+// The whole run of a tree benchmark over the clip that Clip (derived from
+// SmMaterial, with a `clip` path) makes once: our tree and the ffmpeg
+// command over the same pictures, the ratio, and the scratch removed.
+template <typename Clip>
+int RunTreeBenchmark(int* argc, char** argv, const char* name, int pictures) {
+  static const Clip material;
+  static const int count = pictures;
+  const auto ours = [](benchmark::State& state) {
+    Measure(state, material.error, VzkRunCommand(material), count);
+  };
+  const auto ffmpeg = [](benchmark::State& state) {
+    Measure(state, material.error, FfmpegTreeCommand(material.clip, 4), count);
+  };
+  RegisterPair(name, +ours, +ffmpeg);
+  RunPair(argc, argv, name);
+  if (!material.error.empty()) {
+    std::printf("%s\n", material.error.c_str());
+  }
+  material.Remove();
+  benchmark::Shutdown();
+  return 0;
+}
+
 } // namespace NmProgramRuns
