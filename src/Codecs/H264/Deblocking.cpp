@@ -475,17 +475,21 @@ void DeblockRows(CmPicture& picture, const std::vector<SmSliceFilterParameters>&
   // neighbours came up before it; those of the row above the first are
   // gathered first). The records are large; one pass over them instead of
   // two saves reading them all again.
-  std::vector<uint8_t> moving(endRow * width);
-  std::vector<uint16_t> coded(endRow * width);
-  for (uint32_t address = (firstRow > 0 ? firstRow - 1 : 0) * width; address < firstRow * width;
-       ++address) {
-    moving[address] = HasUniformMotion(mbs[address]) ? 1 : 0;
-    coded[address] = GetCodedBlocks(mbs[address]);
+  // Indexed from the first macroblock gathered, so that a few rows cost a
+  // few rows.
+  const uint32_t base = (firstRow > 0 ? firstRow - 1 : 0) * width;
+  std::vector<uint8_t> movingRows(endRow * width - base);
+  std::vector<uint16_t> codedRows(endRow * width - base);
+  const auto moving = [&](uint32_t address) -> uint8_t& { return movingRows[address - base]; };
+  const auto coded = [&](uint32_t address) -> uint16_t& { return codedRows[address - base]; };
+  for (uint32_t address = base; address < firstRow * width; ++address) {
+    moving(address) = HasUniformMotion(mbs[address]) ? 1 : 0;
+    coded(address) = GetCodedBlocks(mbs[address]);
   }
   for (uint32_t address = firstRow * width; address < endRow * width; ++address) {
     const SmMacroblockInfo& mb = mbs[address];
-    moving[address] = HasUniformMotion(mb) ? 1 : 0;
-    coded[address] = GetCodedBlocks(mb);
+    moving(address) = HasUniformMotion(mb) ? 1 : 0;
+    coded(address) = GetCodedBlocks(mb);
     if (mb.slice == 0 || mb.slice >= slices.size()) {
       continue;
     }
@@ -501,7 +505,7 @@ void DeblockRows(CmPicture& picture, const std::vector<SmSliceFilterParameters>&
       top = top != nullptr && top->slice == mb.slice ? top : nullptr;
     }
     const auto qpOf = [](const SmMacroblockInfo& m) { return m.kind == MbIPcm ? 0 : int{m.qp}; };
-    const bool uniform = moving[address] != 0;
+    const bool uniform = moving(address) != 0;
     for (int direction = 0; direction < 2; ++direction) {
       const SmMacroblockInfo* neighbour = direction == 0 ? left : top;
       for (int edge = 0; edge < 4; ++edge) {
@@ -510,13 +514,13 @@ void DeblockRows(CmPicture& picture, const std::vector<SmSliceFilterParameters>&
         }
         const SmMacroblockInfo& p = edge == 0 ? *neighbour : mb;
         const unsigned codedP =
-            edge > 0 ? coded[address] : coded[direction == 0 ? address - 1 : address - width];
-        const unsigned codedQ = coded[address];
+            edge > 0 ? coded(address) : coded(direction == 0 ? address - 1 : address - width);
+        const unsigned codedQ = coded(address);
         // Between two macroblocks that each move as one piece, the motion
         // part of the strength is the same along the whole edge; inside one,
         // it is 0.
         const bool neighbourUniform =
-            edge == 0 && moving[direction == 0 ? address - 1 : address - width] != 0;
+            edge == 0 && moving(direction == 0 ? address - 1 : address - width) != 0;
         const int motion = !uniform   ? -1
                            : edge > 0 ? 0
                            : neighbourUniform
