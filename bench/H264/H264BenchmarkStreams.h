@@ -36,13 +36,13 @@ inline constexpr SmStream Streams[] = {
 using CmPackets = std::vector<std::vector<uint8_t>>;
 
 // The packets of the raw H.264 stream at `path`, as libavformat's reader
-// cuts them; x264 makes the stream (300 pictures of 1080p, with these
+// cuts them; x264 makes the stream (300 pictures of 1080p, preset medium, with these
 // options) when it is not there. Empty when it cannot be made or read.
 inline CmPackets MadePackets(const std::string& path, const std::string& options) {
   if (!std::ifstream(path)) {
     const std::string command =
         "ffmpeg -v error -y -f lavfi -i testsrc2=size=1920x1080:rate=25 -frames:v 300 "
-        "-pix_fmt yuv420p -c:v libx264 -preset fast " +
+        "-pix_fmt yuv420p -c:v libx264 -preset medium " +
         options + " -f h264 " + path + ".part";
     // Under its own name only when whole: a run cut short leaves no stream
     // that a later run would take for one.
