@@ -134,6 +134,23 @@ SmWriterSps InterlacedSequence() {
   return sps;
 }
 
+// A stream of interlaced fields that begins with an IDR frame of two
+// fields: an intra top field and a bottom field predicted from it, both with
+// the loop filter setting `filter`.
+CmH264StreamWriter StartWithIntraPair(uint32_t filter, uint32_t maxNumRefFrames = 3) {
+  CmH264StreamWriter writer;
+  SmWriterSps sps = InterlacedSequence();
+  sps.maxNumRefFrames = maxNumRefFrames;
+  sps.maxDecFrameBuffering = maxNumRefFrames;
+  writer.WriteSps(sps);
+  writer.WritePps(SmWriterPps{});
+  SmWriterSlice idr = Field(SmWriterSlice::I, 0, false, 0, filter);
+  idr.idr = true;
+  writer.WriteSlice(idr, IntraField(1));
+  writer.WriteSlice(Field(SmWriterSlice::P, 0, true, 1, filter), PredictedField({0}, 2));
+  return writer;
+}
+
 struct SmDecoded {
   Frames frames;
   std::vector<int32_t> loneFields; // per frame, -1 for a pair
@@ -300,13 +317,7 @@ TEST(H264FieldPictures, FieldPairsOfIPAndBFieldsMatchFfmpeg) {
 
 TEST(H264FieldPictures, AFieldWithoutPartnerLeavesAloneAndServesAsReference) {
   REQUIRE_FFMPEG();
-  CmH264StreamWriter writer;
-  writer.WriteSps(InterlacedSequence());
-  writer.WritePps(SmWriterPps{});
-  SmWriterSlice idr = Field(SmWriterSlice::I, 0, false, 0, 1);
-  idr.idr = true;
-  writer.WriteSlice(idr, IntraField(1));
-  writer.WriteSlice(Field(SmWriterSlice::P, 0, true, 1, 1), PredictedField({0}, 2));
+  CmH264StreamWriter writer = StartWithIntraPair(1);
   // Frame 1: a top field alone; frame 2 brings both fields again, the top
   // one predicting from the lone field, the bottom one from the pair before.
   writer.WriteSlice(Field(SmWriterSlice::P, 1, false, 8, 1), PredictedField({0}, 3));
@@ -380,13 +391,7 @@ std::vector<int32_t> DecodeStructures(const CmH264StreamWriter& writer) {
 // decoding order), a lone field which it is, a frame of an interlaced
 // sequence its fields' order, and a sequence of frames only: progressive.
 TEST(H264FieldPictures, FramesTellTheirFieldOrderOrLoneField) {
-  CmH264StreamWriter writer;
-  writer.WriteSps(InterlacedSequence());
-  writer.WritePps(SmWriterPps{});
-  SmWriterSlice idr = Field(SmWriterSlice::I, 0, false, 0, 1);
-  idr.idr = true;
-  writer.WriteSlice(idr, IntraField(1));
-  writer.WriteSlice(Field(SmWriterSlice::P, 0, true, 1, 1), PredictedField({0}, 2));
+  CmH264StreamWriter writer = StartWithIntraPair(1);
   // Bottom first in decoding order but top first in order count, then
   // bottom first in both.
   writer.WriteSlice(Field(SmWriterSlice::P, 1, true, 9, 1), PredictedField({0}, 3));
@@ -460,16 +465,7 @@ TEST(H264FieldPictures, EightByEightFieldScanMatchesFfmpeg) {
 // left, and a second field may unmark its own first field.
 TEST(H264FieldPictures, MemoryManagementUnmarksSingleFields) {
   REQUIRE_FFMPEG();
-  CmH264StreamWriter writer;
-  SmWriterSps sps = InterlacedSequence();
-  sps.maxNumRefFrames = 4;
-  sps.maxDecFrameBuffering = 4;
-  writer.WriteSps(sps);
-  writer.WritePps(SmWriterPps{});
-  SmWriterSlice idr = Field(SmWriterSlice::I, 0, false, 0, 0);
-  idr.idr = true;
-  writer.WriteSlice(idr, IntraField(1));
-  writer.WriteSlice(Field(SmWriterSlice::P, 0, true, 1, 0), PredictedField({0}, 2));
+  CmH264StreamWriter writer = StartWithIntraPair(0, 4);
   for (uint32_t frame = 1; frame < 3; ++frame) {
     writer.WriteSlice(WithActive(Field(SmWriterSlice::P, frame, false, 8 * frame, 0), 2),
                       PredictedField({0, 1}, static_cast<int>(frame) * 2 + 1));
@@ -554,13 +550,7 @@ TEST(H264FieldPictures, ResetInAFieldStartsTheCountsOver) {
   REQUIRE_FFMPEG();
   for (const bool inSecondField : {false, true}) {
     SCOPED_TRACE(inSecondField ? "second field" : "first field");
-    CmH264StreamWriter writer;
-    writer.WriteSps(InterlacedSequence());
-    writer.WritePps(SmWriterPps{});
-    SmWriterSlice idr = Field(SmWriterSlice::I, 0, false, 0, 0);
-    idr.idr = true;
-    writer.WriteSlice(idr, IntraField(1));
-    writer.WriteSlice(Field(SmWriterSlice::P, 0, true, 1, 0), PredictedField({0}, 2));
+    CmH264StreamWriter writer = StartWithIntraPair(0);
     writer.WriteSlice(WithActive(Field(SmWriterSlice::P, 1, false, 40, 0), 2),
                       PredictedField({0, 1}, 3));
     writer.WriteSlice(WithActive(Field(SmWriterSlice::P, 1, true, 41, 0), 2),
@@ -605,16 +595,7 @@ TEST(H264FieldPictures, ResetInAFieldStartsTheCountsOver) {
 // use it in fields apart from the standard.)
 TEST(H264FieldPictures, LongTermFieldsMatchFfmpeg) {
   REQUIRE_FFMPEG();
-  CmH264StreamWriter writer;
-  SmWriterSps sps = InterlacedSequence();
-  sps.maxNumRefFrames = 4;
-  sps.maxDecFrameBuffering = 4;
-  writer.WriteSps(sps);
-  writer.WritePps(SmWriterPps{});
-  SmWriterSlice idr = Field(SmWriterSlice::I, 0, false, 0, 1);
-  idr.idr = true;
-  writer.WriteSlice(idr, IntraField(1));
-  writer.WriteSlice(Field(SmWriterSlice::P, 0, true, 1, 1), PredictedField({0}, 2));
+  CmH264StreamWriter writer = StartWithIntraPair(1, 4);
   // Frame 1, top (CurrPicNum 3): indices up to 2, and frame 0's bottom
   // field (PicNum 0) long-term with index 1, then its top field (PicNum 1)
   // beside it. (ffmpeg keeps marks by frame: it would make both fields

@@ -217,12 +217,15 @@ CmSliceDecoder::SmLocation CmSliceDecoder::Locate(uint32_t address, int xN, int 
   return {pair + (bottom ? width : 0), xW, (yM + maxH) % maxH};
 }
 
-int CmSliceDecoder::GetLumaNc(uint32_t address, int x, int y) const {
-  const auto count = [](const SmLocation& l) {
-    return l.mb->kind == MbIPcm ? 16 : static_cast<int>(l.mb->totalCoeff[l.x / 4 + l.y / 4 * 4]);
-  };
-  const SmLocation left = Locate(address, 4 * x - 1, 4 * y, 16, 16);
-  const SmLocation top = Locate(address, 4 * x, 4 * y - 1, 16, 16);
+namespace {
+
+// nC of a block from the coefficient counts of the blocks to its left and
+// above (size: the plane's block grid of the macroblock in samples):
+// their rounded mean where both are there, else the one that is.
+template <typename Locator, typename Count>
+int PredictCoefficientCount(const Locator& locate, int x, int y, int size, const Count& count) {
+  const auto left = locate(4 * x - 1, 4 * y, size);
+  const auto top = locate(4 * x, 4 * y - 1, size);
   if (left.mb != nullptr && top.mb != nullptr) {
     return (count(left) + count(top) + 1) >> 1;
   }
@@ -235,24 +238,25 @@ int CmSliceDecoder::GetLumaNc(uint32_t address, int x, int y) const {
   return 0;
 }
 
+} // namespace
+
+int CmSliceDecoder::GetLumaNc(uint32_t address, int x, int y) const {
+  return PredictCoefficientCount(
+      [&](int xN, int yN, int size) { return Locate(address, xN, yN, size, size); }, x, y, 16,
+      [](const SmLocation& l) {
+        return l.mb->kind == MbIPcm ? 16
+                                    : static_cast<int>(l.mb->totalCoeff[l.x / 4 + l.y / 4 * 4]);
+      });
+}
+
 int CmSliceDecoder::GetChromaNc(uint32_t address, int component, int x, int y) const {
-  const auto count = [component](const SmLocation& l) {
-    return l.mb->kind == MbIPcm
-               ? 16
-               : static_cast<int>(l.mb->totalCoeffChroma[component][l.x / 4 + l.y / 4 * 2]);
-  };
-  const SmLocation left = Locate(address, 4 * x - 1, 4 * y, 8, 8);
-  const SmLocation top = Locate(address, 4 * x, 4 * y - 1, 8, 8);
-  if (left.mb != nullptr && top.mb != nullptr) {
-    return (count(left) + count(top) + 1) >> 1;
-  }
-  if (left.mb != nullptr) {
-    return count(left);
-  }
-  if (top.mb != nullptr) {
-    return count(top);
-  }
-  return 0;
+  return PredictCoefficientCount(
+      [&](int xN, int yN, int size) { return Locate(address, xN, yN, size, size); }, x, y, 8,
+      [component](const SmLocation& l) {
+        return l.mb->kind == MbIPcm
+                   ? 16
+                   : static_cast<int>(l.mb->totalCoeffChroma[component][l.x / 4 + l.y / 4 * 2]);
+      });
 }
 
 int CmSliceDecoder::PredictIntraMode(uint32_t address, int x, int y) const {
