@@ -8,7 +8,7 @@ namespace NmH264 {
 void CmPicture::Allocate(uint32_t widthInMbs, uint32_t heightInMbs, bool monochrome) {
   if (m_Memory && widthInMbs == m_WidthInMbs && heightInMbs == m_HeightInMbs &&
       monochrome == m_Monochrome) {
-    ClearMacroblocks();
+    m_Motion.Release();
     return;
   }
   m_WidthInMbs = widthInMbs;
@@ -30,7 +30,7 @@ void CmPicture::Allocate(uint32_t widthInMbs, uint32_t heightInMbs, bool monochr
     // A monochrome picture is shown with neutral chroma.
     std::memset(base, 128, chromaBytes);
   }
-  m_Macroblocks.assign(size_t{widthInMbs} * heightInMbs, SmMacroblockInfo());
+  m_Motion.Release();
 }
 
 void CmPicture::Fill(uint8_t value) {
@@ -131,10 +131,6 @@ void CmPicture::RepeatField(int parity) {
       std::memcpy(missing, present, width);
     }
   }
-}
-
-void CmPicture::ClearMacroblocks() {
-  std::fill(m_Macroblocks.begin(), m_Macroblocks.end(), SmMacroblockInfo());
 }
 
 } // namespace NmH264

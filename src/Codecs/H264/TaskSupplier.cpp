@@ -572,7 +572,19 @@ void TaskSupplier::CompletePicture() {
                                                      : SmMacroblockOrder::Frame)) {
     task.slices = &m_NoSlices;
   }
-  m_Broker->DecodePicture(task);
+  {
+    const CmDecodingRecords::CmLease lease = m_Records.Lend(*target);
+    m_Broker->DecodePicture(task);
+    // Only a reference picture can be the co-located picture of a later
+    // B slice, and only in a sequence that may have B slices: one that
+    // keeps to the Baseline profile has none.
+    const bool baseline = sps.profileIdc == 66 || (sps.constraintFlags & 0x80) != 0;
+    if (first.IsReference() && !baseline) {
+      target->GetMotion().Store(
+          target->GetMacroblocks(), target->GetWidthInMbs() * target->GetHeightInMbs(),
+          target->IsMbaff(), CmMotionRecord::LayoutFor(sps.direct8x8Inference, sps.frameMbsOnly));
+    }
+  }
   if (task.unsupported) {
     m_Unsupported = true;
     frame.hideFromOutput = true;

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "Codecs/H264/Deblocking.h"
+#include "Codecs/H264/DecodingRecords.h"
 #include "Codecs/H264/FrameStore.h"
 #include "Codecs/H264/Marking.h"
 #include "Codecs/H264/ParameterSets.h"
@@ -124,6 +125,8 @@ private:
   // picture's work among them.
   std::vector<std::unique_ptr<H264SegmentDecoderMultiThreaded>> m_SegmentDecoders;
   std::unique_ptr<TaskBroker> m_Broker;
+  // The full macroblock records of the picture in decoding.
+  NmH264::CmDecodingRecords m_Records;
   NmH264::CmPictureOrderCounter m_Order;
   NmH264::SmReferenceState m_References;
   std::vector<H264Slice> m_Slices; // of the picture in progress
