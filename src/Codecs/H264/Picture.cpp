@@ -1,6 +1,5 @@
 #include "Codecs/H264/Picture.h"
 
-#include <algorithm>
 #include <cstring>
 
 namespace NmH264 {
