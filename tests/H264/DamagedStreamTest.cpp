@@ -13,11 +13,10 @@ namespace {
 using Picture = Bytes;
 using Unit = Bytes;
 
-// An x264 stream of noisy pictures cut into access units (at its
-// delimiters), each a list of units with their start codes, and ffmpeg's
+// An x264 stream of noisy pictures cut into access units, and ffmpeg's
 // pictures of it.
 struct SmClip {
-  std::vector<std::vector<Unit>> accessUnits;
+  std::vector<AccessUnit> accessUnits;
   Frames pictures;
 };
 
@@ -25,31 +24,12 @@ SmClip MakeClip(const std::string& settings, int frames,
                 const std::string& filter = "noise=alls=12:allf=t") {
   const SmEncoded encoded =
       EncodeWithX264({"64x48", "yuv420p", settings + ":aud=1", frames, "medium", filter});
-  SmClip clip{{}, encoded.pictures};
-  for (Unit& unit : CutBefore(encoded.stream, [](int) { return true; })) {
-    if ((unit[3] & 0x1F) == 9 || clip.accessUnits.empty()) {
-      clip.accessUnits.emplace_back();
-    }
-    clip.accessUnits.back().push_back(std::move(unit));
-  }
-  return clip;
+  return {AccessUnits(encoded.stream), encoded.pictures};
 }
 
 // One buffer a picture, as the toolkits feed records, then the flush.
-Frames Decode(const std::vector<std::vector<Unit>>& accessUnits, int32_t threads = 1) {
-  Frames buffers;
-  for (const auto& accessUnit : accessUnits) {
-    buffers.emplace_back();
-    for (const Unit& unit : accessUnit) {
-      buffers.back().insert(buffers.back().end(), unit.begin(), unit.end());
-    }
-  }
-  return DecodeWithShell(buffers, threads);
-}
-
-bool IsSlice(const Unit& unit) {
-  const int type = unit[3] & 0x1F;
-  return type == 1 || type == 5;
+Frames Decode(const std::vector<AccessUnit>& accessUnits, int32_t threads = 1) {
+  return DecodeWithShell(Joined(accessUnits), threads);
 }
 
 } // namespace
@@ -71,19 +51,8 @@ TEST(H264DamagedStream, ALostOrBrokenSliceIsFilledFromTheNearestReference) {
   const auto sources = [&](const Picture& ours, size_t mbRow) {
     std::string found;
     for (size_t mbX = 0; mbX < Width / 16; ++mbX) {
-      char from = '?';
-      for (const auto& [name, picture] :
-           {std::pair{'3', &clip.pictures[3]}, {'2', &clip.pictures[2]}}) {
-        bool same = true;
-        for (size_t y = mbRow * 16; y < mbRow * 16 + 16 && same; ++y) {
-          const size_t at = y * Width + mbX * 16;
-          same = std::equal(ours.begin() + static_cast<std::ptrdiff_t>(at),
-                            ours.begin() + static_cast<std::ptrdiff_t>(at + 16),
-                            picture->begin() + static_cast<std::ptrdiff_t>(at));
-        }
-        from = same && from == '?' ? name : from;
-      }
-      found += from;
+      found +=
+          SourceOf(ours, clip.pictures[3], clip.pictures[2], "32", Width, mbX * 16, mbRow * 16);
     }
     return found;
   };
