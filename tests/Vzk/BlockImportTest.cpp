@@ -56,8 +56,7 @@ TEST(VzkBlockImport, BlocksPlayAsTheFramesTheyHold) {
            media);
     const std::string frames = scratch.Path("frames.gbd"), blocks = scratch.Path("blocks.gbd");
     ASSERT_EQ(RunVzk({"import", media, frames}).status, 0);
-    const SmResult imported = RunVzk({"import", media, blocks, "--blocks"});
-    ASSERT_EQ(imported.status, 0) << imported.err;
+    const SmResult imported = ExpectSuccess({"import", media, blocks, "--blocks"});
     EXPECT_NE(imported.out.find(std::string("Imported ") + clip.imported), std::string::npos)
         << imported.out;
     const SmResult info = RunVzk({"info", blocks});
@@ -157,9 +156,8 @@ TEST(VzkBlockImport, GroupsThatABlockWouldMistimeKeepTheirFrames) {
   }
   ASSERT_EQ(f, 30u);
   WriteBytes(scratch.Path("retimed.gbd"), retimed);
-  const SmResult imported =
-      RunVzk({"import", scratch.Path("retimed.gbd"), scratch.Path("blocks.gbd"), "--blocks"});
-  ASSERT_EQ(imported.status, 0) << imported.err;
+  const SmResult imported = ExpectSuccess(
+      {"import", scratch.Path("retimed.gbd"), scratch.Path("blocks.gbd"), "--blocks"});
   EXPECT_NE(imported.out.find("Imported 30 records as 4 blocks and 6 frames ("), std::string::npos)
       << imported.out;
   EXPECT_NE(imported.out.find("1 group of pictures (6 frames) kept its frames"), std::string::npos)
