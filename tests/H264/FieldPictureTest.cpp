@@ -284,11 +284,7 @@ TEST(H264FieldPictures, FramesTellTheirFieldOrderOrLoneField) {
   progressive.WritePps(SmWriterPps{});
   SmWriterSlice intra;
   intra.idr = true;
-  std::vector<MB> mbs;
-  for (uint32_t a = 0; a < Width * Height; ++a) {
-    mbs.push_back(Textured(1, a));
-  }
-  progressive.WriteSlice(intra, mbs);
+  progressive.WriteSlice(intra, IntraPicture(1, Width * Height, Width));
   EXPECT_EQ(DecodeStructures(progressive), (std::vector<int32_t>{MCL::Frame}));
 }
 
@@ -626,11 +622,7 @@ TEST(H264FieldPictures, DirectPredictionBetweenFieldsAndFramesMatchesFfmpeg) {
   writer.WritePps(SmWriterPps{});
   SmWriterSlice idr = FramePicture(SmWriterSlice::I, 0, 0);
   idr.idr = true;
-  std::vector<MB> intra;
-  for (uint32_t a = 0; a < Width * Height; ++a) {
-    intra.push_back(Textured(1, a));
-  }
-  writer.WriteSlice(idr, intra);
+  writer.WriteSlice(idr, IntraPicture(1, Width * Height, Width));
   std::vector<MB> moving;
   for (uint32_t a = 0; a < Width * Height; ++a) {
     moving.push_back(a == 6 ? Textured(2, a)
