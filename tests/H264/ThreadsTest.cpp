@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -88,62 +87,6 @@ TEST(H264Threads, EveryThreadCountGivesTheReferencePictures) {
           {"352x288", "yuv420p", "cabac=0:interlaced=1:bframes=2:slices=3:keyint=4", 8},
       },
       true);
-}
-
-// Slices cut short inside a row, with bits flipped, lost, swapped or
-// repeated: concealment, slices that decode past the start of the next one,
-// slices out of order and the recovery reset after a failure give with two
-// threads what they give with one, and nothing hangs.
-TEST(H264Threads, DamagedStreamsGiveThePicturesOfOneThread) {
-  REQUIRE_FFMPEG();
-  for (const char* options : {"cabac=0:bframes=2:slices=4:keyint=6:ref=3:aud=1",
-                              "cabac=1:bframes=2:b-pyramid=normal:slices=3:keyint=6:aud=1"}) {
-    const SmEncoded encoded =
-        EncodeWithX264({"176x144", "yuv420p", options, 18, "medium", "noise=alls=10:allf=t"});
-    const std::vector<AccessUnit> clean = AccessUnits(encoded.stream);
-    ASSERT_EQ(clean.size(), 18u);
-    std::mt19937 random(5);
-    for (int kind = 0; kind < 5; ++kind) {
-      SCOPED_TRACE(std::string(options) + " damage " + std::to_string(kind));
-      std::vector<AccessUnit> damaged = clean;
-      for (size_t a = 1; a < damaged.size(); ++a) {
-        AccessUnit& units = damaged[a];
-        std::vector<size_t> slices;
-        for (size_t u = 0; u < units.size(); ++u) {
-          if (IsSlice(units[u])) {
-            slices.push_back(u);
-          }
-        }
-        if (slices.size() < 2 || random() % 2 == 0) {
-          continue;
-        }
-        Bytes& unit = units[slices[random() % slices.size()]];
-        switch (kind) {
-        case 0:
-          unit.resize(6 + random() % (unit.size() - 6));
-          break;
-        case 1:
-          for (int flips = 0; flips < 3; ++flips) {
-            unit[5 + random() % (unit.size() - 5)] ^= static_cast<uint8_t>(1u << (random() % 8));
-          }
-          break;
-        case 2:
-          units.erase(units.begin() + static_cast<std::ptrdiff_t>(slices.back()));
-          break;
-        case 3:
-          std::swap(units[slices[0]], units[slices[1]]);
-          break;
-        default:
-          units.insert(units.begin() + static_cast<std::ptrdiff_t>(slices.back()) + 1,
-                       units[slices[0]]);
-          break;
-        }
-      }
-      const Frames one = DecodeWithShell(Joined(damaged), 1);
-      EXPECT_GE(one.size(), 6u);
-      EXPECT_TRUE(DecodeWithShell(Joined(damaged), 2) == one);
-    }
-  }
 }
 
 // Reset and flush between pictures, and a decoder closed with pictures
