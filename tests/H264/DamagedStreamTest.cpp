@@ -95,7 +95,8 @@ TEST(H264DamagedStream, ALostOrBrokenSliceIsFilledFromTheNearestReference) {
   }
 }
 
-// Slices dropped, cut short, with bits flipped, swapped or repeated, in the
+// Slices dropped, cut short, with bits flipped, swapped, or the second one
+// repeated at the end (which decodes its rows again), in the
 // first group only: decoding goes on, every picture that leaves has the
 // stream's size, and from the next IDR on every picture is ffmpeg's of the
 // intact stream. In CAVLC, and in CABAC with frames of field and frame
@@ -130,7 +131,7 @@ TEST(H264DamagedStream, DamageCostsNothingBeyondTheNextIdr) {
             std::swap(units[slices[0]], units[slices[1]]);
           } else if (kind == 4 && random() % 2 == 0) {
             units.insert(units.begin() + static_cast<std::ptrdiff_t>(slices.back()) + 1,
-                         units[slices[0]]);
+                         units[slices[1]]);
           }
           for (size_t u = 0; u < units.size() && kind < 3; ++u) {
             if (!IsSlice(units[u])) {
