@@ -72,17 +72,13 @@ TEST_F(RecordingSourceTest, NavigatesPacketsInEveryModeAndBySequence) {
   EXPECT_EQ(Current(), 2040) << "the cut record is not part of the recording";
   EXPECT_EQ(playback->MoveNext(), StatusNoItem);
 
-  EXPECT_EQ(At(1040, MoveClosest), 1040);
-  EXPECT_EQ(At(1061, MoveClosest), 1080);
+  // Each mode at the edges that the index itself decides; the choice among
+  // items is the time match's own.
   EXPECT_EQ(At(1060, MoveClosest), 1080) << "a tie goes to the later item, as in a cache above";
-  EXPECT_EQ(At(1040, MoveBefore), 1000);
   EXPECT_EQ(At(1000, MoveBefore), -1);
-  EXPECT_EQ(At(1040, MoveAtOrBefore), 1040);
   EXPECT_EQ(At(999, MoveAtOrBefore), -1);
-  EXPECT_EQ(At(1040, MoveAfter), 1080);
   EXPECT_EQ(At(2040, MoveAfter), -1);
   EXPECT_EQ(At(1041, MoveAtOrAfter), 1080);
-  EXPECT_EQ(At(5000, MoveClosest), 2040);
 
   ASSERT_EQ(playback->MoveTo(1040, MoveAtOrAfter), StatusSuccess);
   ASSERT_EQ(playback->MoveNextSequence(), StatusSuccess);
