@@ -277,13 +277,6 @@ TEST_F(MCLVideoDecoderTest, FlagWordAndThreadsReachTheDecoder) {
          p.m_SplitFields = true;
        },
        0x4u},
-      {[](auto& p) {
-         p.m_LowDelay = true;
-         p.m_DecodeMode = 2;
-         p.m_FilterMode = 1;
-         p.m_LuminanceOnly = true;
-       },
-       0xB8000004u},
   };
   for (size_t i = 0; i < flags.size(); ++i) {
     SCOPED_TRACE(i);
