@@ -20,11 +20,8 @@ namespace {
 std::unique_ptr<ImVideoDecoder> MakeDecoder(uint32_t divisor = 1, bool grayOnly = false,
                                             bool produce = true) {
   std::unique_ptr<ImVideoDecoder> decoder(CmVideoFactory::CreateFromCodec(1)->CreateDecoder());
-  SmVideoDecodeParameters parameters;
-  parameters.m_ScaleDivisor = divisor;
-  parameters.m_LuminanceOnly = grayOnly;
-  parameters.m_ProduceImage = produce;
-  decoder->SetParameters(parameters);
+  decoder->SetParameters(
+      {.m_ProduceImage = produce, .m_LuminanceOnly = grayOnly, .m_ScaleDivisor = divisor});
   return decoder;
 }
 

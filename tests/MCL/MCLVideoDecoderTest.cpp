@@ -297,9 +297,7 @@ TEST_F(MCLVideoDecoderTest, FlagWordAndThreadsReachTheDecoder) {
     SCOPED_TRACE(count);
     Script() = SmFakeScript();
     CmFakeVideoDecoder decoder;
-    SmVideoDecodeParameters parameters;
-    parameters.m_ThreadCount = count;
-    decoder.SetParameters(parameters);
+    decoder.SetParameters({.m_ThreadCount = count});
     DecodeOnce(decoder, m_Source);
     EXPECT_EQ(Script().threads, expected);
   }
@@ -457,9 +455,7 @@ TEST_F(MCLVideoDecoderTest, DeliveredImageTakesThePicturesAttributes) {
 
 TEST_F(MCLVideoDecoderTest, PostProcessingSkipsScalesAndReducesToLuminance) {
   // No image wanted: the frame still counts and its id comes back.
-  SmVideoDecodeParameters parameters;
-  parameters.m_ProduceImage = false;
-  m_Decoder.SetParameters(parameters);
+  m_Decoder.SetParameters({.m_ProduceImage = false});
   CmImage image = NmImageTest::MakeImage(16, 8, YCbCr420_Planar, 9);
   const auto before = NmImageTest::Planes(image);
   Script().steps.push_back(FrameStep(SmFakePicture(), 4, 100));
@@ -482,10 +478,8 @@ TEST_F(MCLVideoDecoderTest, PostProcessingSkipsScalesAndReducesToLuminance) {
   for (const SmScaling& scaling : scalings) {
     SCOPED_TRACE(testing::Message() << scaling.format << " / " << scaling.divisor << " luma "
                                     << scaling.luminanceOnly);
-    parameters = SmVideoDecodeParameters();
-    parameters.m_ScaleDivisor = scaling.divisor;
-    parameters.m_LuminanceOnly = scaling.luminanceOnly;
-    m_Decoder.SetParameters(parameters);
+    m_Decoder.SetParameters(
+        {.m_LuminanceOnly = scaling.luminanceOnly, .m_ScaleDivisor = scaling.divisor});
     SmFakePicture picture;
     picture.format = scaling.format;
     picture.width = 64;

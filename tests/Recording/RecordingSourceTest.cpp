@@ -94,18 +94,12 @@ TEST_F(RecordingSourceTest, ReadsEveryRecordKind) {
   CmScratchFile file;
   file.Append(SmallJPEG(0x11));
   file.Append(SmallJPEG(0x22));
-  SmBlockFields block;
-  block.beginTime = 5000;
-  block.endTime = 5999;
-  block.imageCount = 25;
-  block.extension = Pattern(4);
-  file.Append(BuildBlock(block));
+  file.Append(
+      BuildBlock({.extension = Pattern(4), .beginTime = 5000, .endTime = 5999, .imageCount = 25}));
   SmMultiPacketFields multi;
   multi.packets = {VideoPacket(7000, 1, true), VideoPacket(7040, 2, false, 7000)};
   file.Append(BuildMultiPacket(multi));
-  SmAudioPacketFields audio;
-  audio.time = 8000;
-  file.Append(BuildAudioPacket(audio));
+  file.Append(BuildAudioPacket({.time = 8000}));
   Open(RecordingXml(file.path));
   playback->Connect(0);
 

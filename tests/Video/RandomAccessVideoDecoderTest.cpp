@@ -10,6 +10,7 @@
 #include "Common/Error/Error.h"
 #include "GenericByteData/TestTimes.h"
 #include "MediaProcessing/GenericByteData/RawVideoByteDataAccess.h"
+#include "MediaProcessing/GenericByteData/TimeMatch.h"
 #include "MediaProcessing/Video/RandomAccessVideoDecoder.h"
 #include "MediaProcessing/Video/VideoFactory.h"
 #include "ScriptedVideoCodec.h"
@@ -35,7 +36,6 @@ struct SmStoredRecord {
   int64_t begin;
   int64_t end;
   bool sync;
-  std::vector<int64_t> imageTimes;
 };
 
 // A store of records searched by time as a recording index would: by the
@@ -43,40 +43,30 @@ struct SmStoredRecord {
 // fetches.
 class CmMemoryStore : public ImVideoDataAccess {
 public:
-  void Add(CmBytes bytes, std::vector<int64_t> imageTimes, bool sync = true) {
-    const int64_t begin = imageTimes.front();
-    const int64_t end = imageTimes.back();
-    m_Records.push_back({std::move(bytes), begin, end, sync, std::move(imageTimes)});
+  void Add(CmBytes bytes, const std::vector<int64_t>& imageTimes, bool sync = true) {
+    m_Records.push_back({std::move(bytes), imageTimes.front(), imageTimes.back(), sync});
   }
 
   bool GetByteData(const CmTimeStamp& time, SmTimeMatchType matchType, bool syncFramesOnly,
                    CmGenericByteData& recordOut) override {
     ++m_Calls;
-    const int64_t t = time.GetMilliseconds();
-    const SmStoredRecord* found = nullptr;
-    int64_t best = 0;
+    // Asked for sync frames only, a record is its first frame.
+    std::vector<const SmStoredRecord*> candidates;
     for (const auto& r : m_Records) {
-      // Asked for sync frames only, a record is its first frame.
-      const int64_t end = syncFramesOnly ? r.begin : r.end;
-      const int64_t distance = t < r.begin ? r.begin - t : t > end ? t - end : 0;
-      const bool exact =
-          std::find(r.imageTimes.begin(), r.imageTimes.end(), t) != r.imageTimes.end();
-      const bool fits[] = {end > t && !found,
-                           r.begin < t,
-                           end >= t && !found,
-                           r.begin <= t, // ties of the nearest go to the later record,
-                           !found || distance <= best,
-                           exact}; // as inside the decoder
-      static_assert(TimeMatchAfter == 0 && TimeMatchExact == 5);
-      if ((r.sync || !syncFramesOnly) && fits[matchType]) {
-        found = &r;
-        best = distance;
+      if (r.sync || !syncFramesOnly) {
+        candidates.push_back(&r);
       }
     }
-    if (found == nullptr) {
+    const auto chosen = NmTimeMatch::Select(
+        matchType, NmTimeMatch::SmReading::Frames, time.GetMilliseconds(), candidates.size(),
+        [&](size_t i) {
+          return std::pair(candidates[i]->begin,
+                           syncFramesOnly ? candidates[i]->begin : candidates[i]->end);
+        });
+    if (!chosen) {
       return false;
     }
-    CmBytes copy = found->bytes;
+    CmBytes copy = candidates[*chosen]->bytes;
     recordOut = CmGenericByteData(copy.data(), copy.size()); // a deep copy, which owns its bytes
     if (m_HandOutViews) {
       // The store keeps the bytes, as the owner of a view would.
@@ -214,11 +204,7 @@ struct SmChainHarness {
     decoder.SetDataAccess(&store);
     SetMode(mode);
   }
-  void SetMode(uint32_t mode) {
-    SmVideoDecodeParameters parameters;
-    parameters.m_DecodeMode = mode;
-    decoder.SetParameters(parameters);
-  }
+  void SetMode(uint32_t mode) { decoder.SetParameters({.m_DecodeMode = mode}); }
   // The time of the picture given, which must show its own frame; -1 for none.
   int64_t Get(int64_t t, SmTimeMatchType type) {
     CmImage image;
@@ -308,11 +294,10 @@ void ExpectAnswer(CmRandomAccessVideoDecoder& decoder, const std::vector<int64_t
 
 TEST(RandomAccessVideoDecoder, RefusesParametersItCannotServeInOrder) {
   CmRandomAccessVideoDecoder decoder;
-  SmVideoDecodeParameters all;
-  all.m_VideoStreamTimestamping = 1;
-  all.m_SplitFields = true;
-  all.m_ProduceImage = false;
-  all.m_LowDelay = true;
+  SmVideoDecodeParameters all{.m_VideoStreamTimestamping = 1,
+                              .m_ProduceImage = false,
+                              .m_SplitFields = true,
+                              .m_LowDelay = true};
   const char* const messages[] = {
       "Video-stream timestamping parameter is not supported by this decoder",
       "Split-fields decoding parameter is not supported by this decoder",
@@ -376,8 +361,7 @@ TEST(RandomAccessVideoDecoder, FindsTheRightPictureInEveryForm) {
     for (const uint32_t mode : {0u, 1u, 2u}) {
       SCOPED_TRACE(testing::Message()
                    << "JPEG form " << static_cast<int>(form) << " mode " << mode);
-      SmVideoDecodeParameters parameters;
-      parameters.m_DecodeMode = mode;
+      const SmVideoDecodeParameters parameters{.m_DecodeMode = mode};
       CmRandomAccessVideoDecoder kept;
       kept.SetParameters(parameters);
       kept.SetDataAccess(&store);
