@@ -17,6 +17,7 @@
 #include "MediaProcessing/GenericByteData/GenericVideoStreamDataPacket.h"
 #include "Toolkits/ToolkitTestSupport.h"
 #include "Toolkits/VZKSourceToolkitPlugin/Tree/ToolkitFactory.h"
+#include "support/CaughtError.h"
 #include "support/ExternalTools.h"
 #include "support/RtspTestServer.h"
 #include "support/SourceSession.h"
@@ -470,11 +471,7 @@ TEST_F(MediaSourceTest, ConfigurationAndFileErrorsShowAtConnect) {
   Open("/nonexistent/clip.mp4");
   EXPECT_EQ(ConnectError(),
             "Could not open media '/nonexistent/clip.mp4': No such file or directory!");
-  try {
-    playback->Connect(0);
-  } catch (const ImFileError& error) {
-    EXPECT_EQ(error.GetErrorCode(), 6u);
-  }
+  EXPECT_EQ(NmTestSupport::Caught<ImFileError>([&] { playback->Connect(0); })->GetErrorCode(), 6u);
   const std::string garbage = scratch / "garbage.mp4";
   NmTestSupport::WriteBytes(garbage, Bytes(3000, 0x5A));
   Open(garbage);
