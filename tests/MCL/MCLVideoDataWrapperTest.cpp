@@ -19,9 +19,12 @@ using NmTimeStamp::CmTimeStamp;
 
 TEST(MCLThrowStatusTest, StatusesBecomeTheirErrors) {
   EXPECT_NO_THROW(ThrowStatus(MCL::StatusOk));
-  EXPECT_STREQ(
-      NmTestSupport::Caught<std::bad_alloc>([] { ThrowStatus(MCL::StatusNoMemory); })->what(),
-      "bad allocation");
+  try {
+    ThrowStatus(MCL::StatusNoMemory);
+    ADD_FAILURE() << "no error";
+  } catch (const std::bad_alloc& error) {
+    EXPECT_STREQ(error.what(), "bad allocation");
+  }
   for (const int32_t status : {-882, -879, -897, -995, -996, -998, -999, 1, 2, -4, -9}) {
     SCOPED_TRACE(status);
     const auto error =

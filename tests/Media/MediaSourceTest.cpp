@@ -12,12 +12,12 @@
 #include <string>
 #include <vector>
 
+#include "JPEG/JPEGTestSupport.h"
 #include "MediaProcessing/GenericByteData/AudioCodec.h"
 #include "MediaProcessing/GenericByteData/GenericAudioStreamDataPacket.h"
 #include "MediaProcessing/GenericByteData/GenericVideoStreamDataPacket.h"
 #include "Toolkits/ToolkitTestSupport.h"
 #include "Toolkits/VZKSourceToolkitPlugin/Tree/ToolkitFactory.h"
-#include "support/CaughtError.h"
 #include "support/ExternalTools.h"
 #include "support/RtspTestServer.h"
 #include "support/SourceSession.h"
@@ -372,22 +372,6 @@ TEST_F(MediaSourceTest, CoverArtIsNoVideoAndInterlacingIsMarked) {
   }
 }
 
-// The frame without its DHT segments, as many cameras write Motion JPEG.
-Bytes WithoutHuffmanTables(const Bytes& frame) {
-  Bytes out(frame.begin(), frame.begin() + 2);
-  size_t at = 2;
-  while (at + 4 <= frame.size() && frame[at + 1] != 0xDA) {
-    const size_t length = static_cast<size_t>(frame[at + 2] << 8 | frame[at + 3]);
-    if (frame[at + 1] != 0xC4) {
-      out.insert(out.end(), frame.begin() + static_cast<ptrdiff_t>(at),
-                 frame.begin() + static_cast<ptrdiff_t>(at + 2 + length));
-    }
-    at += 2 + length;
-  }
-  out.insert(out.end(), frame.begin() + static_cast<ptrdiff_t>(at), frame.end());
-  return out;
-}
-
 TEST_F(MediaSourceTest, MotionJPEGWithoutHuffmanTablesGetsThem) {
   const std::string avi =
       Make("cam.avi", "-f lavfi -i testsrc=size=64x48:rate=5 -t 1 -c:v mjpeg -huffman default");
@@ -395,7 +379,7 @@ TEST_F(MediaSourceTest, MotionJPEGWithoutHuffmanTablesGetsThem) {
   ASSERT_EQ(original.size(), 5u);
   Bytes stripped;
   for (const SmItem& item : original) {
-    const Bytes frame = WithoutHuffmanTables(item.Payload());
+    const Bytes frame = NmJPEGTest::WithoutHuffmanTables(item.Payload());
     ASSERT_LT(frame.size(), item.Payload().size());
     stripped.insert(stripped.end(), frame.begin(), frame.end());
   }
@@ -404,7 +388,7 @@ TEST_F(MediaSourceTest, MotionJPEGWithoutHuffmanTablesGetsThem) {
   ASSERT_EQ(completed.size(), 5u);
   for (size_t i = 0; i < completed.size(); ++i) {
     EXPECT_EQ(completed[i].Payload().size(),
-              WithoutHuffmanTables(original[i].Payload()).size() + 420);
+              NmJPEGTest::WithoutHuffmanTables(original[i].Payload()).size() + 420);
   }
   EXPECT_EQ(Decoded("-f mjpeg -i " + Dump(completed, 16, "out.mjpeg")), Decoded("-i " + avi));
 }
@@ -471,7 +455,12 @@ TEST_F(MediaSourceTest, ConfigurationAndFileErrorsShowAtConnect) {
   Open("/nonexistent/clip.mp4");
   EXPECT_EQ(ConnectError(),
             "Could not open media '/nonexistent/clip.mp4': No such file or directory!");
-  EXPECT_EQ(NmTestSupport::Caught<ImFileError>([&] { playback->Connect(0); })->GetErrorCode(), 6u);
+  try {
+    playback->Connect(0);
+    ADD_FAILURE() << "connected to a missing file";
+  } catch (const ImFileError& error) {
+    EXPECT_EQ(error.GetErrorCode(), 6u);
+  }
   const std::string garbage = scratch / "garbage.mp4";
   NmTestSupport::WriteBytes(garbage, Bytes(3000, 0x5A));
   Open(garbage);

@@ -10,7 +10,6 @@
 #include "Common/Error/Error.h"
 #include "GenericByteData/TestTimes.h"
 #include "MediaProcessing/GenericByteData/RawVideoByteDataAccess.h"
-#include "MediaProcessing/GenericByteData/TimeMatch.h"
 #include "MediaProcessing/Video/RandomAccessVideoDecoder.h"
 #include "MediaProcessing/Video/VideoFactory.h"
 #include "ScriptedVideoCodec.h"
@@ -36,6 +35,7 @@ struct SmStoredRecord {
   int64_t begin;
   int64_t end;
   bool sync;
+  std::vector<int64_t> imageTimes;
 };
 
 // A store of records searched by time as a recording index would: by the
@@ -43,30 +43,40 @@ struct SmStoredRecord {
 // fetches.
 class CmMemoryStore : public ImVideoDataAccess {
 public:
-  void Add(CmBytes bytes, const std::vector<int64_t>& imageTimes, bool sync = true) {
-    m_Records.push_back({std::move(bytes), imageTimes.front(), imageTimes.back(), sync});
+  void Add(CmBytes bytes, std::vector<int64_t> imageTimes, bool sync = true) {
+    const int64_t begin = imageTimes.front();
+    const int64_t end = imageTimes.back();
+    m_Records.push_back({std::move(bytes), begin, end, sync, std::move(imageTimes)});
   }
 
   bool GetByteData(const CmTimeStamp& time, SmTimeMatchType matchType, bool syncFramesOnly,
                    CmGenericByteData& recordOut) override {
     ++m_Calls;
-    // Asked for sync frames only, a record is its first frame.
-    std::vector<const SmStoredRecord*> candidates;
+    const int64_t t = time.GetMilliseconds();
+    const SmStoredRecord* found = nullptr;
+    int64_t best = 0;
     for (const auto& r : m_Records) {
-      if (r.sync || !syncFramesOnly) {
-        candidates.push_back(&r);
+      // Asked for sync frames only, a record is its first frame.
+      const int64_t end = syncFramesOnly ? r.begin : r.end;
+      const int64_t distance = t < r.begin ? r.begin - t : t > end ? t - end : 0;
+      const bool exact =
+          std::find(r.imageTimes.begin(), r.imageTimes.end(), t) != r.imageTimes.end();
+      const bool fits[] = {end > t && !found,
+                           r.begin < t,
+                           end >= t && !found,
+                           r.begin <= t, // ties of the nearest go to the later record,
+                           !found || distance <= best,
+                           exact}; // as inside the decoder
+      static_assert(TimeMatchAfter == 0 && TimeMatchExact == 5);
+      if ((r.sync || !syncFramesOnly) && fits[matchType]) {
+        found = &r;
+        best = distance;
       }
     }
-    const auto chosen = NmTimeMatch::Select(
-        matchType, NmTimeMatch::SmReading::Frames, time.GetMilliseconds(), candidates.size(),
-        [&](size_t i) {
-          return std::pair(candidates[i]->begin,
-                           syncFramesOnly ? candidates[i]->begin : candidates[i]->end);
-        });
-    if (!chosen) {
+    if (found == nullptr) {
       return false;
     }
-    CmBytes copy = candidates[*chosen]->bytes;
+    CmBytes copy = found->bytes;
     recordOut = CmGenericByteData(copy.data(), copy.size()); // a deep copy, which owns its bytes
     if (m_HandOutViews) {
       // The store keeps the bytes, as the owner of a view would.
