@@ -119,20 +119,56 @@ TEST(RawVideoByteDataAccess, StrictRefusesWhatLenientPassesOver) {
   EXPECT_FALSE(CmRawVideoByteDataAccess(bad.record, true).IsValid());
 }
 
-// Which image each match type takes inside a block is proven through the
-// random-access decoder; here the sync-only reading, single frames and misuse.
-TEST(ByteDataVideoAccess, SyncFramesOnlyAndSingleImagesAndMisuse) {
-  CmRecord block(BuildBlock({.beginTime = 1000, .endTime = 1400, .imageCount = 5}));
-  const CmRawVideoByteDataAccess view(block.record, false);
-  CmTimeStamp matched;
-  const auto inBlock = [&](int64_t ms, SmTimeMatchType type, CmTimeStamp* out) {
-    return CmByteDataVideoAccess::IsByteDataMatched(Ms(ms), type, true, block.record, view, out);
+namespace {
+// A block of five images at 0, 100, 200, 300, 400 ms (end time inclusive).
+struct CmFiveImages {
+  CmFiveImages()
+      : block(BuildBlock({.beginTime = 1000, .endTime = 1400, .imageCount = 5})),
+        view(block.record, false) {}
+  bool Match(int64_t ms, SmTimeMatchType type, CmTimeStamp* matched, bool syncOnly = false) {
+    return CmByteDataVideoAccess::IsByteDataMatched(Ms(ms), type, syncOnly, block.record, view,
+                                                    matched);
+  }
+  CmRecord block;
+  CmRawVideoByteDataAccess view;
+};
+} // namespace
+
+TEST(ByteDataVideoAccess, EachMatchTypeAtTheEdgesAndBetweenImages) {
+  CmFiveImages f;
+  ASSERT_TRUE(f.view.IsValid());
+  // Per time, the image each type matches (0: none), in the order After,
+  // Before, AtOrAfter, AtOrBefore, Nearest, Exact.
+  const std::pair<int64_t, std::array<int64_t, 6>> table[] = {
+      {999, {1000, 0, 1000, 0, 1000, 0}},           // before the first image
+      {1000, {1100, 0, 1000, 1000, 1000, 1000}},    // at the first image
+      {1130, {1200, 1100, 1200, 1100, 1100, 0}},    // between images
+      {1150, {1200, 1100, 1200, 1100, 1200, 0}},    // a tie goes to the later image
+      {1170, {1200, 1100, 1200, 1100, 1200, 0}},    //
+      {1200, {1300, 1100, 1200, 1200, 1200, 1200}}, // on an inner image
+      {1400, {0, 1300, 1400, 1400, 1400, 1400}},    // at the last image
+      {1401, {0, 1400, 0, 1400, 1400, 0}},          // behind the last image
   };
+  for (const auto& [time, wanted] : table) {
+    for (uint32_t type = 0; type < 6; ++type) {
+      CmTimeStamp matched = Ms(1);
+      const bool result = f.Match(time, static_cast<SmTimeMatchType>(type), &matched);
+      EXPECT_EQ(result ? matched.GetMilliseconds() : 0, wanted[type]) << time << " type " << type;
+      // Without an output the answer is the same.
+      EXPECT_EQ(f.Match(time, static_cast<SmTimeMatchType>(type), nullptr), wanted[type] != 0)
+          << time << " type " << type;
+    }
+  }
+}
+
+TEST(ByteDataVideoAccess, SyncFramesOnlyAndSingleImagesAndMisuse) {
+  CmFiveImages f;
+  CmTimeStamp matched;
   // With sync frames only a block is its first image.
-  ASSERT_TRUE(inBlock(1300, TimeMatchAtOrBefore, &matched));
+  ASSERT_TRUE(f.Match(1300, TimeMatchAtOrBefore, &matched, true));
   EXPECT_EQ(matched, Ms(1000));
-  EXPECT_FALSE(inBlock(1000, TimeMatchAfter, &matched));
-  EXPECT_FALSE(inBlock(1200, TimeMatchExact, nullptr));
+  EXPECT_FALSE(f.Match(1000, TimeMatchAfter, &matched, true));
+  EXPECT_FALSE(f.Match(1200, TimeMatchExact, &matched, true));
 
   CmRecord frame(BuildVideoPacket({.sync = false, .syncTime = 0, .frameTime = 500}));
   const CmRawVideoByteDataAccess frameView(frame.record, false);
@@ -150,14 +186,14 @@ TEST(ByteDataVideoAccess, SyncFramesOnlyAndSingleImagesAndMisuse) {
   // Misuse: an empty record, an invalid view, an unknown match type.
   const CmRawVideoByteDataAccess invalid;
   EXPECT_THROW(CmByteDataVideoAccess::IsByteDataMatched(Ms(0), TimeMatchNearest, false,
-                                                        CmGenericByteData(), view, nullptr),
+                                                        CmGenericByteData(), f.view, nullptr),
                NmError::CmIntegrityError);
   NmImageTest::ExpectError(
       [&] {
-        CmByteDataVideoAccess::IsByteDataMatched(Ms(0), TimeMatchNearest, false, block.record,
+        CmByteDataVideoAccess::IsByteDataMatched(Ms(0), TimeMatchNearest, false, f.block.record,
                                                  invalid, nullptr);
       },
       "Byte data is not valid for video access", 2);
-  NmImageTest::ExpectError([&] { inBlock(1000, static_cast<SmTimeMatchType>(6), nullptr); },
+  NmImageTest::ExpectError([&] { f.Match(1000, static_cast<SmTimeMatchType>(6), nullptr); },
                            "Unknown time match type", 2);
 }

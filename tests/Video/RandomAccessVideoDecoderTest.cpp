@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <deque>
 #include <memory>
 #include <optional>
@@ -414,6 +415,27 @@ TEST(RandomAccessVideoDecoder, FindsTheRightPictureInEveryForm) {
         EXPECT_TRUE(mode != 2 || (tag - 1) % 4 == 0) << tag;
       }
     }
+  }
+}
+
+TEST(RandomAccessVideoDecoder, RawJPEGTakesTheClockTime) {
+  CmMemoryStore store;
+  store.Add(FlatJPEG(LevelOf(2)), {T0});
+  CmRandomAccessVideoDecoder decoder;
+  decoder.SetDataAccess(&store);
+  const auto now = [] {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(
+               std::chrono::system_clock::now().time_since_epoch())
+        .count();
+  };
+  for (const auto type : {TimeMatchNearest, TimeMatchAtOrAfter, TimeMatchAfter}) {
+    const int64_t before = now();
+    CmImage image;
+    ASSERT_TRUE(decoder.GetImage(Ms(T0 - 10), type, image)) << type;
+    const int64_t time = image.GetAttributes().timeStamp.GetMilliseconds();
+    EXPECT_GE(time, before);
+    EXPECT_LE(time, now());
+    EXPECT_NEAR(MiddleLuma(image), LevelOf(2), 3);
   }
 }
 
