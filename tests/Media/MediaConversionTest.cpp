@@ -235,6 +235,7 @@ TEST(MediaAACLoas, RawFramesWrapWithTheirConfigurationAtEveryLengthBoundary) {
   const Bytes config = {0x12, 0x10}; // AAC LC, 44100 Hz, stereo
   CmAACLoasWrapper wrapper;
   ASSERT_TRUE(wrapper.Configure(config.data(), config.size()));
+  EXPECT_EQ(wrapper.GetConfig().samplingFrequency, 44100u);
   for (const size_t size : {1u, 254u, 255u, 256u, 509u, 510u, 511u, 6000u}) {
     Bytes out;
     ASSERT_TRUE(wrapper.Wrap(Filler(size).data(), size, out)) << size;
