@@ -90,9 +90,9 @@ TEST(TimeMatch, SelectionAmongSpansWithTiesEmptySetsAndTheWholeRange) {
   EXPECT_EQ(SelectIn(far, TimeMatchAtOrBefore, SmReading::Items, Max), 2u);
 }
 
-// Which frame of a record each match type picks is proven against the
-// definitions through the random-access decoder, at every time around every
-// frame; here the stand-in between two frames at its edges.
+// Which frame of a record each match type picks is proven by the record's own
+// match table and through the random-access decoder, at every time around
+// every frame; here the stand-in between two frames at its edges.
 TEST(TimeMatch, StandInBetweenTwoFrames) {
   EXPECT_EQ(StandInBetween<int64_t>(TimeMatchBefore, 20, 10, 20), SmStandIn::Older);
   EXPECT_EQ(StandInBetween<int64_t>(TimeMatchAtOrBefore, 20, 10, 20), SmStandIn::Newer);
