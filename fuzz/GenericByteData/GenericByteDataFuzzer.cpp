@@ -15,6 +15,7 @@
 #include "MediaProcessing/GenericByteData/GenericByteDataMultiPacket.h"
 #include "MediaProcessing/GenericByteData/GenericVideoStreamDataPacket.h"
 #include "MediaProcessing/GenericByteData/RawVideoByteDataAccess.h"
+#include "Support/ByteReader.h"
 
 using namespace NmMediaProcessing;
 using NmTimeStamp::CmTimeStamp;
@@ -33,11 +34,7 @@ void Consume(const CmTimeStamp& time) {
 }
 
 template <typename F> void Guarded(F&& f) {
-  try {
-    f();
-  } catch (const NmTimeStamp::CmTimeError&) {
-  } catch (const NmError::CmIntegrityError&) {
-  }
+  NmFuzz::Tolerate<NmTimeStamp::CmTimeError, NmError::CmIntegrityError>(f);
 }
 
 void ReadBase(const CmGenericByteData& r) {
