@@ -48,14 +48,12 @@ public:
 
   void Connect(uint8_t choice) {
     CmPropertyNameSet requested;
-    if (choice & 1) {
-      requested.insert(NmPropertyNames::SequenceNumber);
-    }
-    if (choice & 2) {
-      requested.insert(NmPropertyNames::PrivacyMask);
-    }
-    if (choice & 4) {
-      requested.insert(NmPropertyNames::HasMotion);
+    const char* const names[] = {NmPropertyNames::SequenceNumber, NmPropertyNames::PrivacyMask,
+                                 NmPropertyNames::HasMotion};
+    for (int i = 0; i < 3; ++i) {
+      if (choice >> i & 1) {
+        requested.insert(names[i]);
+      }
     }
     Call([&] {
       CmPropertyNameSet supported;
