@@ -825,6 +825,21 @@ void CmSliceDecoder::GetWeights(int refIdx0, int refIdx1, int component, int& w0
   }
 }
 
+// Weights of one and offsets of zero (what a reference without weights of
+// its own gets) give exactly the plain prediction or average, which need no
+// buffers.
+bool CmSliceDecoder::IsUnitWeight(const int* refs, int w0, int w1, int o0, int o1, int logWD) {
+  const int unit = 1 << logWD;
+  return (refs[0] < 0 || (w0 == unit && o0 == 0)) && (refs[1] < 0 || (w1 == unit && o1 == 0));
+}
+
+bool CmSliceDecoder::IsWeighted(const int* refs, int component) const {
+  int w0 = 1, w1 = 1, o0 = 0, o1 = 0, logWD = 0;
+  bool weighted = false;
+  GetWeights(refs[0], refs[1], component, w0, w1, o0, o1, logWD, weighted);
+  return weighted && !IsUnitWeight(refs, w0, w1, o0, o1, logWD);
+}
+
 void CmSliceDecoder::PredictInter(uint32_t address) {
   const SmMacroblockInfo& mb = m_Picture->GetMacroblocks()[address];
   uint32_t column = 0, mbRow = 0;
@@ -895,28 +910,43 @@ void CmSliceDecoder::PredictBlock(uint32_t address, int mbx, int mby, int bx, in
         GetSamples(address, c) + (c == 0 ? 4 * by * stride + 4 * bx : 2 * by * stride + 2 * bx);
     if (c == 0 || !implicit) {
       GetWeights(refs[0], refs[1], c, w0, w1, o0, o1, logWD, weighted);
-      // Weights of one and offsets of zero (what a reference without
-      // weights of its own gets) give exactly the plain prediction or
-      // average, which need no buffers.
-      const int unit = 1 << logWD;
-      if (weighted && (refs[0] < 0 || (w0 == unit && o0 == 0)) &&
-          (refs[1] < 0 || (w1 == unit && o1 == 0))) {
-        weighted = false;
-      }
+      weighted = weighted && !IsUnitWeight(refs, w0, w1, o0, o1, logWD);
     }
     const bool both = refs[0] >= 0 && refs[1] >= 0;
+    // A field's chroma lies a quarter sample lower in a bottom field than in
+    // a top one: between fields of opposite parity the vector shifts.
+    const auto parityShift = [this](const CmPicture& reference) {
+      const int parity = GetCurrentParity();
+      return parity >= 0 && reference.GetParity() >= 0 ? 2 * (parity - reference.GetParity()) : 0;
+    };
+    if (c == 1 && planes == 3 && !weighted && (implicit || !IsWeighted(refs, 2))) {
+      // Cb and Cr unweighted alike: both planes through one kernel call.
+      uint8_t* dstCr = GetSamples(address, 2) + 2 * by * stride + 2 * bx;
+      const auto predictBoth = [&](int list, uint8_t* outCb, uint8_t* outCr, ptrdiff_t outStride) {
+        const CmPicture& reference = *GetReference(list, refs[list]);
+        const int16_t* mv = mb.mv[list][bx + 4 * by];
+        PredictChromaPair(reference, px, py, mv[0], mv[1] + parityShift(reference), w, h, outCb,
+                          outCr, outStride);
+      };
+      if (!both) {
+        predictBoth(refs[0] >= 0 ? 0 : 1, dst, dstCr, stride);
+        return;
+      }
+      uint8_t second[2][8 * 8];
+      predictBoth(0, dst, dstCr, stride);
+      predictBoth(1, second[0], second[1], w);
+      NmPrimitives::H264Average(dst, stride, second[0], w, dst, stride, w, h);
+      NmPrimitives::H264Average(dstCr, stride, second[1], w, dstCr, stride, w, h);
+      return;
+    }
     const auto predict = [&](int list, uint8_t* out, ptrdiff_t outStride) {
       const CmPicture& reference = *GetReference(list, refs[list]);
       const int16_t* mv = mb.mv[list][bx + 4 * by];
       if (c == 0) {
         PredictLuma(reference, px, py, mv[0], mv[1], w, h, out, outStride);
       } else {
-        // A field's chroma lies a quarter sample lower in a bottom field than
-        // in a top one: between fields of opposite parity the vector shifts.
-        const int parity = GetCurrentParity();
-        const int parityShift =
-            parity >= 0 && reference.GetParity() >= 0 ? 2 * (parity - reference.GetParity()) : 0;
-        PredictChroma(reference, c, px, py, mv[0], mv[1] + parityShift, w, h, out, outStride);
+        PredictChroma(reference, c, px, py, mv[0], mv[1] + parityShift(reference), w, h, out,
+                      outStride);
       }
     };
     if (!both && !weighted) {

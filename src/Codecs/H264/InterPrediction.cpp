@@ -61,6 +61,25 @@ void PredictChroma(const CmPicture& reference, int component, int x, int y, int 
   NmPrimitives::H264InterpolateChroma(src, s, dst, dstStride, width, height, mvx & 7, mvy & 7);
 }
 
+void PredictChromaPair(const CmPicture& reference, int x, int y, int mvx, int mvy, int width,
+                       int height, uint8_t* dstCb, uint8_t* dstCr, ptrdiff_t dstStride) {
+  const int x0 = x + (mvx >> 3), y0 = y + (mvy >> 3);
+  const int pictureWidth = static_cast<int>(reference.GetWidthInMbs() * 8);
+  const int pictureHeight = static_cast<int>(reference.GetHeightInMbs() * 8);
+  // Both planes have the same size and stride, so both are read in place
+  // or both from edge-extended copies.
+  uint8_t copies[2][Span * Span];
+  ptrdiff_t s = 0;
+  const uint8_t* cb =
+      GetSource(reference.GetPlane(1), reference.GetStride(1), pictureWidth, pictureHeight,
+                CmPicture::LumaBorder / 2, x0, y0, width, height, copies[0], s);
+  const uint8_t* cr =
+      GetSource(reference.GetPlane(2), reference.GetStride(2), pictureWidth, pictureHeight,
+                CmPicture::LumaBorder / 2, x0, y0, width, height, copies[1], s);
+  NmPrimitives::H264InterpolateChromaPair(cb, cr, s, dstCb, dstCr, dstStride, width, height,
+                                          mvx & 7, mvy & 7);
+}
+
 void PrefetchAhead(const CmPicture& reference, int x, int y, int mvx, int mvy) {
   // Four rows of luma and two of each chroma plane, 64 samples to the right
   // and a quarter of a macroblock lower for each step along the row, so that

@@ -19,6 +19,10 @@ void PredictLuma(const CmPicture& reference, int x, int y, int mvx, int mvy, int
 void PredictChroma(const CmPicture& reference, int component, int x, int y, int mvx, int mvy,
                    int width, int height, uint8_t* dst, ptrdiff_t dstStride);
 
+// Both chroma planes of the same block, with one stride for dstCb and dstCr.
+void PredictChromaPair(const CmPicture& reference, int x, int y, int mvx, int mvy, int width,
+                       int height, uint8_t* dstCb, uint8_t* dstCr, ptrdiff_t dstStride);
+
 // Asks for reference rows that the macroblocks a little further along the
 // row will probably read, if they move like the one at (x, y).
 void PrefetchAhead(const CmPicture& reference, int x, int y, int mvx, int mvy);
