@@ -849,10 +849,12 @@ void CmSliceDecoder::PredictInter(uint32_t address) {
   // counting.
   const int row = static_cast<int>(mbRow);
   const int mby = (m_MbField ? row / 2 : row) * 16;
-  const int list = mb.refIdx[0][0] >= 0 ? 0 : 1;
-  if (mb.refIdx[list][0] >= 0) {
-    PrefetchAhead(*GetReference(list, mb.refIdx[list][0]), mbx, mby, mb.mv[list][0][0],
-                  mb.mv[list][0][1]);
+  // Both lists: a bi-predicted macroblock reads two pictures.
+  for (int list = 0; list < 2; ++list) {
+    if (mb.refIdx[list][0] >= 0) {
+      PrefetchAhead(*GetReference(list, mb.refIdx[list][0]), mbx, mby, mb.mv[list][0][0],
+                    mb.mv[list][0][1]);
+    }
   }
   // Blocks of 4x4 with the same motion are predicted as one: the whole
   // macroblock, each 8x8 block, or each 4x4 block.

@@ -308,13 +308,27 @@ void ChromaPair2(const uint8_t* cb, const uint8_t* cr, ptrdiff_t s, uint8_t* dCb
   }
 }
 
+// Copies of a known width, which compile to single moves; a copy of a
+// width known only at run time is a library call.
+template <int Width>
+void CopyPair(const uint8_t* cb, const uint8_t* cr, ptrdiff_t s, uint8_t* dCb, uint8_t* dCr,
+              ptrdiff_t ds, int height) {
+  for (int j = 0; j < height; ++j) {
+    std::memcpy(dCb + j * ds, cb + j * s, Width);
+    std::memcpy(dCr + j * ds, cr + j * s, Width);
+  }
+}
+
 void InterpolateChromaPairImpl(const uint8_t* cb, const uint8_t* cr, ptrdiff_t s, uint8_t* dCb,
                                uint8_t* dCr, ptrdiff_t ds, int width, int height, int dx, int dy) {
   if (dx == 0 && dy == 0) {
     // Whole-sample vectors, frequent where the scene stands still.
-    for (int j = 0; j < height; ++j) {
-      std::memcpy(dCb + j * ds, cb + j * s, static_cast<size_t>(width));
-      std::memcpy(dCr + j * ds, cr + j * s, static_cast<size_t>(width));
+    if (width == 8) {
+      CopyPair<8>(cb, cr, s, dCb, dCr, ds, height);
+    } else if (width == 4) {
+      CopyPair<4>(cb, cr, s, dCb, dCr, ds, height);
+    } else {
+      CopyPair<2>(cb, cr, s, dCb, dCr, ds, height);
     }
     return;
   }
