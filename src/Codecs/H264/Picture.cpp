@@ -19,13 +19,17 @@ constexpr size_t HugePage = size_t{2} << 20;
 // references it outgrows the processor's translation buffers, so that
 // reference reads miss there as well as in the caches. Pictures of a
 // huge page and more are therefore laid on huge pages where the system
-// grants them.
+// grants them. A last huge page filled only in part costs memory; where
+// that would be more than an eighth, the remainder stays in small pages.
 uint8_t* AllocateSamples(size_t bytes) {
   const bool huge = bytes >= HugePage;
-  const size_t alignment = huge ? HugePage : 64;
-  const size_t rounded = (bytes + alignment - 1) / alignment * alignment;
-  void* memory = std::aligned_alloc(alignment, rounded);
-  if (memory == nullptr) {
+  const auto roundUp = [bytes](size_t unit) { return (bytes + unit - 1) / unit * unit; };
+  size_t rounded = roundUp(HugePage);
+  if (rounded - bytes > bytes / 8) {
+    rounded = roundUp(4096);
+  }
+  void* memory = nullptr;
+  if (posix_memalign(&memory, huge ? HugePage : 64, rounded) != 0) {
     throw std::bad_alloc();
   }
   if (huge) {
