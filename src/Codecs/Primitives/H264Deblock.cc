@@ -47,16 +47,27 @@ template <class V> HWY_INLINE V Delta(V p1, V p0, V q0, V q1, V tc) {
 // Lengths 16 (luma) or 8 (chroma): one vector of up to that many lanes.
 template <int Length> using Tag = hn::CappedTag<int16_t, Length>;
 
-// The tc0 of each sample along the edge, from the four segments' values.
-template <int Length> HWY_INLINE void SpreadTc0(const int8_t* tc0, int16_t* lanes) {
-  for (int i = 0; i < Length; ++i) {
-    lanes[i] = tc0[i / (Length / 4)];
+// The tc0 of each sample along the edge, from the four segments' values,
+// as bytes of one vector store: lanes spread by scalar stores and read
+// back by one wide load would wait for the stores to complete.
+template <int Length> HWY_INLINE void SpreadTc0(const int8_t* tc0, int8_t* lanes) {
+  const hn::FixedTag<int8_t, 16> d8;
+  uint32_t segments;
+  std::memcpy(&segments, tc0, 4);
+  auto spread = hn::BitCast(d8, hn::Set(hn::FixedTag<uint32_t, 4>(), segments));
+  for (int repeat = 1; repeat < Length / 4; repeat *= 2) {
+    spread = hn::InterleaveLower(d8, spread, spread);
   }
+  hn::Store(spread, d8, lanes);
+}
+
+template <class D> HWY_INLINE hn::Vec<D> LoadTc0(D d, const int8_t* lanes) {
+  return hn::PromoteTo(d, hn::LoadU(hn::Rebind<int8_t, D>(), lanes));
 }
 
 void LumaNormal(uint8_t* q, ptrdiff_t stride, int alpha, int beta, const int8_t* tc0) {
   const Tag<16> d;
-  int16_t tcLanes[16];
+  HWY_ALIGN int8_t tcLanes[16];
   SpreadTc0<16>(tc0, tcLanes);
   const auto b = hn::Set(d, static_cast<int16_t>(beta));
   const auto one = hn::Set(d, 1);
@@ -65,7 +76,7 @@ void LumaNormal(uint8_t* q, ptrdiff_t stride, int alpha, int beta, const int8_t*
     const auto p2 = LoadRow(d, c - 3 * stride), p1 = LoadRow(d, c - 2 * stride),
                p0 = LoadRow(d, c - stride), q0 = LoadRow(d, c), q1 = LoadRow(d, c + stride),
                q2 = LoadRow(d, c + 2 * stride);
-    const auto t0 = hn::LoadU(d, tcLanes + x);
+    const auto t0 = LoadTc0(d, tcLanes + x);
     const auto filter =
         hn::And(EdgeMask(d, p1, p0, q0, q1, alpha, beta), hn::Gt(t0, hn::Set(d, -1)));
     if (hn::AllFalse(d, filter)) {
@@ -135,13 +146,13 @@ void LumaIntra(uint8_t* q, ptrdiff_t stride, int alpha, int beta) {
 
 void ChromaNormal(uint8_t* q, ptrdiff_t stride, int alpha, int beta, const int8_t* tc0) {
   const Tag<8> d;
-  int16_t tcLanes[8];
+  HWY_ALIGN int8_t tcLanes[16];
   SpreadTc0<8>(tc0, tcLanes);
   for (size_t x = 0; x < 8; x += hn::Lanes(d)) {
     uint8_t* c = q + x;
     const auto p1 = LoadRow(d, c - 2 * stride), p0 = LoadRow(d, c - stride), q0 = LoadRow(d, c),
                q1 = LoadRow(d, c + stride);
-    const auto t0 = hn::LoadU(d, tcLanes + x);
+    const auto t0 = LoadTc0(d, tcLanes + x);
     const auto filter =
         hn::And(EdgeMask(d, p1, p0, q0, q1, alpha, beta), hn::Gt(t0, hn::Set(d, -1)));
     const auto delta = Delta(p1, p0, q0, q1, hn::Add(t0, hn::Set(d, 1)));
