@@ -833,13 +833,6 @@ bool CmSliceDecoder::IsUnitWeight(const int* refs, int w0, int w1, int o0, int o
   return (refs[0] < 0 || (w0 == unit && o0 == 0)) && (refs[1] < 0 || (w1 == unit && o1 == 0));
 }
 
-bool CmSliceDecoder::IsWeighted(const int* refs, int component) const {
-  int w0 = 1, w1 = 1, o0 = 0, o1 = 0, logWD = 0;
-  bool weighted = false;
-  GetWeights(refs[0], refs[1], component, w0, w1, o0, o1, logWD, weighted);
-  return weighted && !IsUnitWeight(refs, w0, w1, o0, o1, logWD);
-}
-
 void CmSliceDecoder::PredictInter(uint32_t address) {
   const SmMacroblockInfo& mb = m_Picture->GetMacroblocks()[address];
   uint32_t column = 0, mbRow = 0;
@@ -921,35 +914,72 @@ void CmSliceDecoder::PredictBlock(uint32_t address, int mbx, int mby, int bx, in
       const int parity = GetCurrentParity();
       return parity >= 0 && reference.GetParity() >= 0 ? 2 * (parity - reference.GetParity()) : 0;
     };
-    if (c == 1 && planes == 3 && !weighted && (implicit || !IsWeighted(refs, 2))) {
-      // Cb and Cr unweighted alike: both planes through one kernel call.
-      uint8_t* dstCr = GetSamples(address, 2) + 2 * by * stride + 2 * bx;
+    if (c == 1 && planes == 3) {
+      // Both chroma planes through one kernel call each list; weighted, if
+      // at all, plane by plane (explicit weights may differ between them).
+      uint8_t* const dsts[2] = {dst, GetSamples(address, 2) + 2 * by * stride + 2 * bx};
+      struct SmWeights {
+        int w0, w1, o0, o1, logWD;
+        bool weighted;
+      } weights[2] = {{w0, w1, o0, o1, logWD, weighted}, {w0, w1, o0, o1, logWD, weighted}};
+      if (!implicit) {
+        SmWeights& cr = weights[1];
+        GetWeights(refs[0], refs[1], 2, cr.w0, cr.w1, cr.o0, cr.o1, cr.logWD, cr.weighted);
+        cr.weighted = cr.weighted && !IsUnitWeight(refs, cr.w0, cr.w1, cr.o0, cr.o1, cr.logWD);
+      }
       const auto predictBoth = [&](int list, uint8_t* outCb, uint8_t* outCr, ptrdiff_t outStride) {
         const CmPicture& reference = *GetReference(list, refs[list]);
         const int16_t* mv = mb.mv[list][bx + 4 * by];
         PredictChromaPair(reference, px, py, mv[0], mv[1] + parityShift(reference), w, h, outCb,
                           outCr, outStride);
       };
-      if (!both) {
-        predictBoth(refs[0] >= 0 ? 0 : 1, dst, dstCr, stride);
+      const int single = refs[0] >= 0 ? 0 : 1;
+      if (!weights[0].weighted && !weights[1].weighted) {
+        if (!both) {
+          predictBoth(single, dsts[0], dsts[1], stride);
+          return;
+        }
+        uint8_t second[2][8 * 8];
+        predictBoth(0, dsts[0], dsts[1], stride);
+        predictBoth(1, second[0], second[1], w);
+        for (int plane = 0; plane < 2; ++plane) {
+          NmPrimitives::H264Average(dsts[plane], stride, second[plane], w, dsts[plane], stride, w,
+                                    h);
+        }
         return;
       }
-      uint8_t second[2][8 * 8];
-      predictBoth(0, dst, dstCr, stride);
-      predictBoth(1, second[0], second[1], w);
-      NmPrimitives::H264Average(dst, stride, second[0], w, dst, stride, w, h);
-      NmPrimitives::H264Average(dstCr, stride, second[1], w, dstCr, stride, w, h);
+      uint8_t predictions[2][2][8 * 8]; // list, plane
+      for (int list = 0; list < 2; ++list) {
+        if (refs[list] >= 0) {
+          predictBoth(list, predictions[list][0], predictions[list][1], w);
+        }
+      }
+      for (int plane = 0; plane < 2; ++plane) {
+        const SmWeights& q = weights[plane];
+        uint8_t* out = dsts[plane];
+        if (both && q.weighted) {
+          NmPrimitives::H264WeightBi(predictions[0][plane], w, predictions[1][plane], w, out,
+                                     stride, w, h, q.logWD, q.w0, q.w1, (q.o0 + q.o1 + 1) >> 1);
+        } else if (both) {
+          NmPrimitives::H264Average(predictions[0][plane], w, predictions[1][plane], w, out, stride,
+                                    w, h);
+        } else if (q.weighted) {
+          NmPrimitives::H264Weight(predictions[single][plane], w, out, stride, w, h, q.logWD,
+                                   single == 0 ? q.w0 : q.w1, single == 0 ? q.o0 : q.o1);
+        } else {
+          for (int j = 0; j < h; ++j) {
+            std::memcpy(out + j * stride, predictions[single][plane] + j * w,
+                        static_cast<size_t>(w));
+          }
+        }
+      }
       return;
     }
+    // Luma: chroma returned above.
     const auto predict = [&](int list, uint8_t* out, ptrdiff_t outStride) {
       const CmPicture& reference = *GetReference(list, refs[list]);
       const int16_t* mv = mb.mv[list][bx + 4 * by];
-      if (c == 0) {
-        PredictLuma(reference, px, py, mv[0], mv[1], w, h, out, outStride);
-      } else {
-        PredictChroma(reference, c, px, py, mv[0], mv[1] + parityShift(reference), w, h, out,
-                      outStride);
-      }
+      PredictLuma(reference, px, py, mv[0], mv[1], w, h, out, outStride);
     };
     if (!both && !weighted) {
       // The common case: one list, no weights; straight into the picture.

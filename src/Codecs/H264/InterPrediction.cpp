@@ -49,18 +49,6 @@ void PredictLuma(const CmPicture& reference, int x, int y, int mvx, int mvy, int
   NmPrimitives::H264InterpolateLuma(src, s, dst, dstStride, width, height, mvx & 3, mvy & 3);
 }
 
-void PredictChroma(const CmPicture& reference, int component, int x, int y, int mvx, int mvy,
-                   int width, int height, uint8_t* dst, ptrdiff_t dstStride) {
-  const int x0 = x + (mvx >> 3), y0 = y + (mvy >> 3);
-  uint8_t copy[Span * Span];
-  ptrdiff_t s = 0;
-  const uint8_t* src = GetSource(reference.GetPlane(component), reference.GetStride(component),
-                                 static_cast<int>(reference.GetWidthInMbs() * 8),
-                                 static_cast<int>(reference.GetHeightInMbs() * 8),
-                                 CmPicture::LumaBorder / 2, x0, y0, width, height, copy, s);
-  NmPrimitives::H264InterpolateChroma(src, s, dst, dstStride, width, height, mvx & 7, mvy & 7);
-}
-
 void PredictChromaPair(const CmPicture& reference, int x, int y, int mvx, int mvy, int width,
                        int height, uint8_t* dstCb, uint8_t* dstCr, ptrdiff_t dstStride) {
   const int x0 = x + (mvx >> 3), y0 = y + (mvy >> 3);

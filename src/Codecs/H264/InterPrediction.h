@@ -14,12 +14,9 @@ namespace NmH264 {
 void PredictLuma(const CmPicture& reference, int x, int y, int mvx, int mvy, int width, int height,
                  uint8_t* dst, ptrdiff_t dstStride);
 
-// Chroma of 4:2:0 (8.4.2.2.2): eighth-sample bilinear interpolation; x, y
-// and the block size in chroma samples, mv in luma quarter samples.
-void PredictChroma(const CmPicture& reference, int component, int x, int y, int mvx, int mvy,
-                   int width, int height, uint8_t* dst, ptrdiff_t dstStride);
-
-// Both chroma planes of the same block, with one stride for dstCb and dstCr.
+// Chroma of 4:2:0 (8.4.2.2.2) in both planes, which share a stride:
+// eighth-sample bilinear interpolation; x, y and the block size in chroma
+// samples, mv in luma quarter samples.
 void PredictChromaPair(const CmPicture& reference, int x, int y, int mvx, int mvy, int width,
                        int height, uint8_t* dstCb, uint8_t* dstCr, ptrdiff_t dstStride);
 

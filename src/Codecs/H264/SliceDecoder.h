@@ -162,8 +162,6 @@ private:
   void GetWeights(int refIdx0, int refIdx1, int component, int& w0, int& w1, int& o0, int& o1,
                   int& logWD, bool& weighted) const;
   static bool IsUnitWeight(const int* refs, int w0, int w1, int o0, int o1, int logWD);
-  // Whether explicit weights change the prediction of the component.
-  bool IsWeighted(const int* refs, int component) const;
   // The motion vector prediction of 8.4.1.3 for the partition of the
   // current macroblock at (x, y) and of the given size, in 4x4 blocks.
   void PredictMotionVector(uint32_t address, int list, int x, int y, int width, int height,
