@@ -842,6 +842,7 @@ void CmSliceDecoder::PredictInter(uint32_t address) {
   // counting.
   const int row = static_cast<int>(mbRow);
   const int mby = (m_MbField ? row / 2 : row) * 16;
+  PrefetchForWriting(*m_Picture, mbx, mby);
   // Both lists: a bi-predicted macroblock reads two pictures.
   for (int list = 0; list < 2; ++list) {
     if (mb.refIdx[list][0] >= 0) {
@@ -939,12 +940,14 @@ void CmSliceDecoder::PredictBlock(uint32_t address, int mbx, int mby, int bx, in
           predictBoth(single, dsts[0], dsts[1], stride);
           return;
         }
-        uint8_t second[2][8 * 8];
-        predictBoth(0, dsts[0], dsts[1], stride);
+        // Both lists beside the picture and only the average into it: the
+        // picture's lines are new to the cache here, and reading them back
+        // would wait for their way from memory.
+        uint8_t first[2][8 * 8], second[2][8 * 8];
+        predictBoth(0, first[0], first[1], w);
         predictBoth(1, second[0], second[1], w);
         for (int plane = 0; plane < 2; ++plane) {
-          NmPrimitives::H264Average(dsts[plane], stride, second[plane], w, dsts[plane], stride, w,
-                                    h);
+          NmPrimitives::H264Average(first[plane], w, second[plane], w, dsts[plane], stride, w, h);
         }
         return;
       }
@@ -987,11 +990,11 @@ void CmSliceDecoder::PredictBlock(uint32_t address, int mbx, int mby, int bx, in
       continue;
     }
     if (both && !weighted) {
-      // List 0 straight into the picture, list 1 beside it, averaged in place.
-      uint8_t second[16 * 16];
-      predict(0, dst, stride);
+      // Both lists beside the picture, as for chroma.
+      uint8_t first[16 * 16], second[16 * 16];
+      predict(0, first, w);
       predict(1, second, w);
-      NmPrimitives::H264Average(dst, stride, second, w, dst, stride, w, h);
+      NmPrimitives::H264Average(first, w, second, w, dst, stride, w, h);
       continue;
     }
     uint8_t predictions[2][16 * 16];

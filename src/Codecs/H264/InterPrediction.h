@@ -24,4 +24,8 @@ void PredictChromaPair(const CmPicture& reference, int x, int y, int mvx, int mv
 // row will probably read, if they move like the one at (x, y).
 void PrefetchAhead(const CmPicture& reference, int x, int y, int mvx, int mvy);
 
+// Asks, with the intent to write, for the lines of the picture being decoded
+// that the macroblocks a little further along the row will fill.
+void PrefetchForWriting(const CmPicture& picture, int x, int y);
+
 } // namespace NmH264
