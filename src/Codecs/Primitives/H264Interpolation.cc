@@ -263,22 +263,63 @@ void ChromaPair8(const uint8_t* cb, const uint8_t* cr, ptrdiff_t s, uint8_t* dCb
   }
 }
 
-// Four wide: a row of Cb and the same row of Cr share a vector.
-void ChromaPair4(const uint8_t* cb, const uint8_t* cr, ptrdiff_t s, uint8_t* dCb, uint8_t* dCr,
-                 ptrdiff_t ds, int height, const SmChromaWeights& w) {
+// Eight wide where a vector holds 16 lanes of 16 bits: Cb's row in the
+// lower half, Cr's in the upper.
+template <class D16>
+void ChromaPair8Wide(D16 d16, const uint8_t* cb, const uint8_t* cr, ptrdiff_t s, uint8_t* dCb,
+                     uint8_t* dCr, ptrdiff_t ds, int height, int dx, int dy) {
+  const hn::FixedTag<uint8_t, 16> d8;
+  const D8x8 d8h;
+  const auto left = hn::Set(d16, static_cast<uint16_t>(8 - dx));
+  const auto right = hn::Set(d16, static_cast<uint16_t>(dx));
+  const auto top = hn::Set(d16, static_cast<uint16_t>(8 - dy));
+  const auto bottom = hn::Set(d16, static_cast<uint16_t>(dy));
   const auto across = [&](ptrdiff_t offset) {
-    const uint64_t a = Load<uint32_t>(cb + offset) | Load<uint32_t>(cr + offset) << 32;
-    const uint64_t b = Load<uint32_t>(cb + offset + 1) | Load<uint32_t>(cr + offset + 1) << 32;
-    return w.Across(FromBits(a), FromBits(b));
+    const auto a = hn::Combine(d8, hn::LoadU(d8h, cr + offset), hn::LoadU(d8h, cb + offset));
+    const auto b =
+        hn::Combine(d8, hn::LoadU(d8h, cr + offset + 1), hn::LoadU(d8h, cb + offset + 1));
+    return hn::Add(hn::Mul(left, hn::PromoteTo(d16, a)), hn::Mul(right, hn::PromoteTo(d16, b)));
   };
   auto upper = across(0);
   for (int j = 0; j < height; ++j) {
     const auto lower = across((j + 1) * s);
-    const uint64_t out = ToBits(w.Down(upper, lower));
-    const uint32_t outCb = static_cast<uint32_t>(out), outCr = static_cast<uint32_t>(out >> 32);
-    std::memcpy(dCb + j * ds, &outCb, 4);
-    std::memcpy(dCr + j * ds, &outCr, 4);
+    const auto sum =
+        hn::Add(hn::Add(hn::Mul(top, upper), hn::Mul(bottom, lower)), hn::Set(d16, 32));
+    const auto out =
+        hn::DemoteTo(d8, hn::BitCast(hn::RebindToSigned<D16>(), hn::ShiftRight<6>(sum)));
+    hn::StoreU(hn::LowerHalf(d8h, out), d8h, dCb + j * ds);
+    hn::StoreU(hn::UpperHalf(d8h, out), d8h, dCr + j * ds);
     upper = lower;
+  }
+}
+
+// Four wide: a vector of four lanes per plane and row, whose loads widen
+// as they read; joining both planes in one vector costs more than it saves.
+void ChromaPair4(const uint8_t* cb, const uint8_t* cr, ptrdiff_t s, uint8_t* dCb, uint8_t* dCr,
+                 ptrdiff_t ds, int height, int dx, int dy) {
+  const hn::FixedTag<uint16_t, 4> d16;
+  const hn::FixedTag<uint8_t, 4> d8;
+  const auto left = hn::Set(d16, static_cast<uint16_t>(8 - dx));
+  const auto right = hn::Set(d16, static_cast<uint16_t>(dx));
+  const auto top = hn::Set(d16, static_cast<uint16_t>(8 - dy));
+  const auto bottom = hn::Set(d16, static_cast<uint16_t>(dy));
+  const auto across = [&](const uint8_t* p) {
+    return hn::Add(hn::Mul(left, hn::PromoteTo(d16, hn::LoadU(d8, p))),
+                   hn::Mul(right, hn::PromoteTo(d16, hn::LoadU(d8, p + 1))));
+  };
+  const auto down = [&](hn::Vec<decltype(d16)> upper, hn::Vec<decltype(d16)> lower) {
+    const auto sum =
+        hn::Add(hn::Add(hn::Mul(top, upper), hn::Mul(bottom, lower)), hn::Set(d16, 32));
+    return hn::DemoteTo(d8,
+                        hn::BitCast(hn::RebindToSigned<decltype(d16)>(), hn::ShiftRight<6>(sum)));
+  };
+  auto upperCb = across(cb), upperCr = across(cr);
+  for (int j = 0; j < height; ++j) {
+    const auto lowerCb = across(cb + (j + 1) * s), lowerCr = across(cr + (j + 1) * s);
+    hn::StoreU(down(upperCb, lowerCb), d8, dCb + j * ds);
+    hn::StoreU(down(upperCr, lowerCr), d8, dCr + j * ds);
+    upperCb = lowerCb;
+    upperCr = lowerCr;
   }
 }
 
@@ -332,11 +373,17 @@ void InterpolateChromaPairImpl(const uint8_t* cb, const uint8_t* cr, ptrdiff_t s
     }
     return;
   }
+  const hn::CappedTag<uint16_t, 16> d16;
+  if constexpr (hn::MaxLanes(d16) == 16) {
+    if (width == 8) {
+      return ChromaPair8Wide(d16, cb, cr, s, dCb, dCr, ds, height, dx, dy);
+    }
+  }
   const SmChromaWeights w(dx, dy);
   if (width == 8) {
     ChromaPair8(cb, cr, s, dCb, dCr, ds, height, w);
   } else if (width == 4) {
-    ChromaPair4(cb, cr, s, dCb, dCr, ds, height, w);
+    ChromaPair4(cb, cr, s, dCb, dCr, ds, height, dx, dy);
   } else {
     ChromaPair2(cb, cr, s, dCb, dCr, ds, height, dx, dy, w);
   }
