@@ -374,7 +374,7 @@ void InterpolateChromaPairImpl(const uint8_t* cb, const uint8_t* cr, ptrdiff_t s
     return;
   }
   const hn::CappedTag<uint16_t, 16> d16;
-  if constexpr (hn::MaxLanes(d16) == 16) {
+  if constexpr (hn::MaxLanes(hn::CappedTag<uint16_t, 16>()) == 16) {
     if (width == 8) {
       return ChromaPair8Wide(d16, cb, cr, s, dCb, dCr, ds, height, dx, dy);
     }
