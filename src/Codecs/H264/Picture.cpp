@@ -2,6 +2,8 @@
 
 #include <sys/mman.h>
 
+#include <atomic>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -12,6 +14,8 @@ namespace {
 
 constexpr size_t HugePage = size_t{2} << 20;
 
+std::atomic<size_t> g_MappedSampleBytes{0};
+
 // Zeroed sample memory. Prediction reads blocks at scattered places of
 // several reference pictures, each of them megabytes large: in pages of
 // 4 KiB a 1080p picture spans some 900 of them, and together with its
@@ -20,28 +24,55 @@ constexpr size_t HugePage = size_t{2} << 20;
 // huge page and more are therefore laid on huge pages where the system
 // grants them. A last huge page filled only in part costs memory; where
 // that would be more than an eighth, the remainder stays in small pages.
-uint8_t* AllocateSamples(size_t bytes) {
-  const bool huge = bytes >= HugePage;
+std::unique_ptr<uint8_t[], CmPicture::SmFreeSamples> AllocateSamples(size_t bytes) {
   const auto roundUp = [bytes](size_t unit) { return (bytes + unit - 1) / unit * unit; };
+  if (bytes < HugePage) {
+    void* memory = nullptr;
+    if (posix_memalign(&memory, 64, bytes) != 0) {
+      throw std::bad_alloc();
+    }
+    std::memset(memory, 0, bytes);
+    return std::unique_ptr<uint8_t[], CmPicture::SmFreeSamples>(static_cast<uint8_t*>(memory));
+  }
   size_t rounded = roundUp(HugePage);
   if (rounded - bytes > bytes / 8) {
     rounded = roundUp(4096);
   }
-  void* memory = nullptr;
-  if (posix_memalign(&memory, huge ? HugePage : 64, rounded) != 0) {
+  // One huge page more than needed, then what lies before the first huge
+  // page boundary and after the picture goes back: fresh mappings are zero.
+  const size_t span = rounded + HugePage;
+  void* base = mmap(nullptr, span, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  if (base == MAP_FAILED) {
     throw std::bad_alloc();
   }
-  if (huge) {
-    madvise(memory, rounded, MADV_HUGEPAGE);
+  const auto address = reinterpret_cast<uintptr_t>(base);
+  const uintptr_t start = (address + HugePage - 1) & ~(uintptr_t{HugePage} - 1);
+  const size_t lead = start - address;
+  if (lead > 0) {
+    munmap(base, lead);
   }
-  std::memset(memory, 0, bytes);
-  return static_cast<uint8_t*>(memory);
+  if (span - lead > rounded) {
+    munmap(reinterpret_cast<void*>(start + rounded), span - lead - rounded);
+  }
+  madvise(reinterpret_cast<void*>(start), rounded, MADV_HUGEPAGE);
+  g_MappedSampleBytes.fetch_add(rounded, std::memory_order_relaxed);
+  return std::unique_ptr<uint8_t[], CmPicture::SmFreeSamples>(reinterpret_cast<uint8_t*>(start),
+                                                              CmPicture::SmFreeSamples{rounded});
 }
 
 } // namespace
 
 void CmPicture::SmFreeSamples::operator()(uint8_t* memory) const {
-  std::free(memory);
+  if (mapped == 0) {
+    std::free(memory);
+    return;
+  }
+  munmap(memory, mapped);
+  g_MappedSampleBytes.fetch_sub(mapped, std::memory_order_relaxed);
+}
+
+size_t CmPicture::GetMappedSampleBytes() {
+  return g_MappedSampleBytes.load(std::memory_order_relaxed);
 }
 
 void CmPicture::Allocate(uint32_t widthInMbs, uint32_t heightInMbs, bool monochrome) {
@@ -59,7 +90,7 @@ void CmPicture::Allocate(uint32_t widthInMbs, uint32_t heightInMbs, bool monochr
   const size_t chromaRows = heightInMbs * 8 + LumaBorder;
   const size_t lumaBytes = lumaStride * lumaRows;
   const size_t chromaBytes = chromaStride * chromaRows;
-  m_Memory.reset(AllocateSamples(lumaBytes + 2 * chromaBytes));
+  m_Memory = AllocateSamples(lumaBytes + 2 * chromaBytes);
   m_Stride[0] = static_cast<ptrdiff_t>(lumaStride);
   m_Origin[0] = m_Memory.get() + LumaBorder * lumaStride + LumaBorder;
   for (int c = 1; c < 3; ++c) {

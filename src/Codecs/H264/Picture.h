@@ -112,6 +112,9 @@ public:
   }
   // The full records, one per macroblock in raster order, while the
   // picture is decoded and filtered; null otherwise.
+  // The sample memory mapped apart from the heap by all pictures together,
+  // for a count of what a decoder holds.
+  static size_t GetMappedSampleBytes();
   SmMacroblockInfo* GetMacroblocks() { return m_Macroblocks; }
   const SmMacroblockInfo* GetMacroblocks() const { return m_Macroblocks; }
   void LendMacroblocks(SmMacroblockInfo* macroblocks) { m_Macroblocks = macroblocks; }
@@ -163,9 +166,19 @@ private:
   bool m_FieldDecoded = false;
   bool m_Mbaff = false;
   std::unique_ptr<CmPicture> m_Fields[2];
+
+public:
+  // Sample memory comes from its own mapping (huge pages want an alignment
+  // that the heap would pay for with a huge page of slack), or from the
+  // heap where it is small: `mapped` tells which and how much.
   struct SmFreeSamples {
+    SmFreeSamples() noexcept : mapped(0) {}
+    explicit SmFreeSamples(size_t bytes) noexcept : mapped(bytes) {}
     void operator()(uint8_t* memory) const;
+    size_t mapped;
   };
+
+private:
   std::unique_ptr<uint8_t[], SmFreeSamples> m_Memory;
   uint8_t* m_Origin[3] = {};
   ptrdiff_t m_Stride[3] = {};
