@@ -326,6 +326,8 @@ bool CmSliceDecoder::PredictDirect(uint32_t address, unsigned mask) {
   if (colPicture == nullptr || colPicture->GetWidthInMbs() != width) {
     return false;
   }
+  // Its records are written before its lines are final.
+  colPicture->WaitForLine(static_cast<int32_t>(colBase / width + 2) * 16);
   const uint32_t colCount = width * colPicture->GetHeightInMbs();
   const bool inference = m_Sps->direct8x8Inference;
   // The co-located macroblock and 4x4 block of 4x4 block (x, y): with
@@ -909,6 +911,10 @@ void CmSliceDecoder::PredictBlock(uint32_t address, int mbx, int mby, int bx, in
       const CmPicture& reference = *GetReference(list, refs[list]);
       const int16_t* mv = mb.mv[list][bx + 4 * by];
       if (c == 0) {
+        // A reference decoding beside this picture: its lines that the
+        // interpolation reads (and the chroma lines beside them) must be
+        // final.
+        reference.WaitForLine(py + (mv[1] >> 2) + h + 3);
         PredictLuma(reference, px, py, mv[0], mv[1], w, h, out, outStride);
       } else {
         // A field's chroma lies a quarter sample lower in a bottom field than
