@@ -53,6 +53,7 @@ public:
   // Pictures decoding on workers that write or read this frame's picture:
   // it is not taken for another picture while any is.
   int32_t readers = 0;
+  bool inFlight = false; // its own picture decodes on a worker
 
   // What output hands on with the picture.
   double time = -1.0;     // seconds, from the input of its first slice; -1 for none

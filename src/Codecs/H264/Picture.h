@@ -130,7 +130,6 @@ public:
   // Luma lines below `lines` (and the chroma lines beside them) are final.
   void PublishLines(int32_t lines);
   void MarkComplete() { PublishLines(INT32_MAX); }
-  bool IsComplete() const { return m_ReadyLines.load(std::memory_order_acquire) == INT32_MAX; }
   // Blocks until luma line `line` is final; a line below the picture, which
   // only its border holds, needs the whole picture.
   void WaitForLine(int32_t line) const;

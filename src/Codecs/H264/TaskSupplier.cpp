@@ -653,8 +653,10 @@ void TaskSupplier::CompletePicture() {
 }
 
 bool TaskSupplier::MayDecodeAside(const SmSliceHeader& first) const {
-  if (m_Workers == nullptr || !m_Active->frameMbsOnly || m_CurrentField >= 0 ||
-      first.HasMemoryManagement5()) {
+  // Low delay shows each picture before the next comes in, so there is no
+  // next picture to decode beside it.
+  if (m_Workers == nullptr || m_LowDelayActive || !m_Active->frameMbsOnly ||
+      m_CurrentField >= 0 || first.HasMemoryManagement5()) {
     return false;
   }
   const SmPictureParameterSet* pps = m_Headers.picture[first.ppsId].get();
@@ -689,6 +691,7 @@ void TaskSupplier::StartAside(H264DecoderFrame& frame) {
     }
   }
   job->frame = &frame;
+  frame.inFlight = true;
   ++frame.readers;
   for (H264DecoderFrame* other = m_Frames.GetHead(); other != nullptr; other = other->next) {
     for (const SmReferenceFrame& reference : job->references) {
@@ -713,6 +716,7 @@ void TaskSupplier::CollectJobs(bool all) {
     }
     std::unique_ptr<SmPictureJob> taken = std::move(m_Jobs.front());
     m_Jobs.pop_front();
+    taken->frame->inFlight = false;
     --taken->frame->readers;
     for (H264DecoderFrame* read : taken->readFrames) {
       --read->readers;
@@ -783,18 +787,17 @@ H264DecoderFrame* TaskSupplier::GetFrameToDisplay(bool force) {
       frame->wasOutputted = true;
       continue; // a frame made up for a gap costs no output
     }
-    if (!frame->GetPicture().IsComplete()) {
+    if (frame->inFlight) {
       // While a worker is free, the caller brings the next picture for it
       // rather than wait: so pictures decode side by side, one picture
       // later.
       if (!force && m_Jobs.size() < m_Workers->GetWorkerCount()) {
         return nullptr;
       }
-      while (!frame->GetPicture().IsComplete()) {
+      while (frame->inFlight) {
         m_Workers->Wait(*m_Jobs.front());
         CollectJobs(false);
       }
-      CollectJobs(false);
       if (frame->hideFromOutput) {
         frame->wasOutputted = true;
         continue;
