@@ -15,6 +15,7 @@
 #include "MediaProcessing/GenericByteData/GenericByteDataMultiPacket.h"
 #include "MediaProcessing/GenericByteData/GenericVideoStreamDataPacket.h"
 #include "MediaProcessing/GenericByteData/RawVideoByteDataAccess.h"
+#include "Support/ByteReader.h"
 
 using namespace NmMediaProcessing;
 using NmTimeStamp::CmTimeStamp;
@@ -33,11 +34,7 @@ void Consume(const CmTimeStamp& time) {
 }
 
 template <typename F> void Guarded(F&& f) {
-  try {
-    f();
-  } catch (const NmTimeStamp::CmTimeError&) {
-  } catch (const NmError::CmIntegrityError&) {
-  }
+  NmFuzz::Tolerate<NmTimeStamp::CmTimeError, NmError::CmIntegrityError>(f);
 }
 
 void ReadBase(const CmGenericByteData& r) {
@@ -52,14 +49,19 @@ void ReadBase(const CmGenericByteData& r) {
   }
 }
 
-void ReadBlock(const CmGenericByteDataBlock& b) {
-  ReadBase(b);
+// The image form that blocks and video packets both carry.
+template <typename Record> void ReadForm(const Record& r) {
+  ReadBase(r);
   bool interlaced = false;
   bool top = false;
   uint32_t layout = 0;
   uint32_t format = 0;
-  Consume(b.GetInterlacing(interlaced, top, layout) + interlaced + top + layout);
-  Consume(b.GetPictureFormat(format) + format);
+  Consume(r.GetInterlacing(interlaced, top, layout) + interlaced + top + layout);
+  Consume(r.GetPictureFormat(format) + format);
+}
+
+void ReadBlock(const CmGenericByteDataBlock& b) {
+  ReadForm(b);
   Consume(b.GetImageWidth() + b.GetImageHeight() + b.GetImageCount() + b.IsEndTimeExclusive());
   Guarded([&] {
     Consume(b.GetBeginTime());
@@ -82,12 +84,7 @@ void ReadBlock(const CmGenericByteDataBlock& b) {
 }
 
 void ReadVideo(const CmGenericVideoStreamDataPacket& p) {
-  ReadBase(p);
-  bool interlaced = false;
-  bool top = false;
-  uint32_t layout = 0;
-  uint32_t format = 0;
-  Consume(p.GetInterlacing(interlaced, top, layout) + p.GetPictureFormat(format) + format);
+  ReadForm(p);
   Consume(p.GetCodec() + p.GetSequenceNumber() + p.GetPreviousSequenceNumber() + p.GetSync());
   Guarded([&] {
     Consume(p.GetSyncTime());

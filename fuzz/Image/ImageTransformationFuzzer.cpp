@@ -17,21 +17,13 @@
 #include "MediaProcessing/Image/ImageRotate90Right.h"
 #include "MediaProcessing/Image/NormalizeImage.h"
 #include "Support/ByteReader.h"
+#include "Support/Images.h"
 
 using namespace NmMediaProcessing;
 
 namespace {
 
 using CmReader = NmFuzz::CmByteReader;
-
-Orientation ReadOrientation(CmReader& in) {
-  const uint8_t b = in.Byte();
-  Orientation o;
-  o.rotation = b % 4;
-  o.flippedVertically = (b & 4) != 0;
-  o.flippedHorizontally = (b & 8) != 0;
-  return o;
-}
 
 std::unique_ptr<ImImageTransformation> ReadTransformation(CmReader& in) {
   const uint8_t kind = in.Byte() % 11;
@@ -57,9 +49,10 @@ std::unique_ptr<ImImageTransformation> ReadTransformation(CmReader& in) {
   case 7:
     return std::make_unique<CmImageRotate90Right>();
   case 8:
-    return std::make_unique<CmNormalizeImageOrientation>(ReadOrientation(in));
+    return std::make_unique<CmNormalizeImageOrientation>(NmFuzz::OrientationFrom(in.Byte()));
   case 9:
-    return std::make_unique<CmNormalizeImage>(in.Byte() % 2, ReadOrientation(in), in.Byte() % 2);
+    return std::make_unique<CmNormalizeImage>(in.Byte() % 2, NmFuzz::OrientationFrom(in.Byte()),
+                                              in.Byte() % 2);
   default:
     return std::make_unique<CmImageDeinterlaceCAVT>(in.Byte() % 2, in.Byte());
   }
@@ -90,7 +83,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   auto& attributes = image.GetAttributes();
   attributes.subColorFormat = static_cast<SubColorFormat>(in.Byte() % 5);
   attributes.interlacing = static_cast<Interlacing>(in.Byte() % 8);
-  attributes.orientation = ReadOrientation(in);
+  attributes.orientation = NmFuzz::OrientationFrom(in.Byte());
   attributes.aspectRatio = 0.25 + in.Byte() / 32.0;
   std::unique_ptr<ImImageTransformation> transformation;
   try {
@@ -101,15 +94,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   transformation->SetOptions(in.Byte() % 8);
   size_t pixelBytes = 0;
   const uint8_t* pixels = in.Rest(pixelBytes);
-  for (uint64_t p = 0; p < image.Allocator().GetPlaneCount(); ++p) {
-    const auto plane = image.Allocator().GetWriteablePlane(p);
-    for (uint64_t y = 0; y < plane.height; ++y) {
-      for (uint64_t x = 0; x < plane.width * plane.pixelStride; ++x) {
-        plane.data[y * plane.rowStride + x] =
-            pixelBytes ? pixels[(y * plane.width * plane.pixelStride + x) % pixelBytes] : 0;
-      }
-    }
-  }
+  size_t next = 0;
+  NmFuzz::FillPlanes(image, [&](auto...) { return pixelBytes ? pixels[next++ % pixelBytes] : 0; });
   const bool inPlace = in.Byte() % 2;
   try {
     CmImage result;

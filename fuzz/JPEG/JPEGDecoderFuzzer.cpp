@@ -13,6 +13,7 @@
 #include "MediaProcessing/JPEG/MemBuffInput.h"
 #include "MediaProcessing/Video/JPEG/VideoAnalyzerJPEG.h"
 #include "MediaProcessing/Video/JPEG/VideoDecoderJPEG.h"
+#include "Support/ByteReader.h"
 
 namespace {
 
@@ -79,10 +80,10 @@ void DecodeDirectly(const uint8_t* data, size_t size, uint8_t choice) {
 }
 
 void DecodeAsVideo(const uint8_t* data, size_t size, uint8_t choice) {
-  NmMediaProcessing::CmVideoAnalyzerJPEG analyzer;
   NmMediaProcessing::SmVideoSize found;
-  try {
-    if (!analyzer.Analyze(data, size, found) || found.first * found.second > kMaximumFuzzedPixels) {
+  NmFuzz::Tolerate<NmError::CmIntegrityError>([&] {
+    if (!NmMediaProcessing::CmVideoAnalyzerJPEG().Analyze(data, size, found) ||
+        found.first * found.second > kMaximumFuzzedPixels) {
       return;
     }
     NmMediaProcessing::CmVideoDecoderJPEG decoder;
@@ -93,8 +94,7 @@ void DecodeAsVideo(const uint8_t* data, size_t size, uint8_t choice) {
     NmMediaProcessing::CmImage image;
     NmMediaProcessing::SmVideoDecodeResult result;
     decoder.Decode(data, size, 1, NmTimeStamp::CmTimeStamp(), image, result);
-  } catch (const NmError::CmIntegrityError&) {
-  }
+  });
 }
 
 } // namespace

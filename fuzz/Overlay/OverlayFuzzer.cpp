@@ -10,6 +10,7 @@
 
 #include "MediaProcessing/Image/ColorKeyOverlay.h"
 #include "Support/ByteReader.h"
+#include "Support/Images.h"
 
 using namespace NmMediaProcessing;
 
@@ -28,18 +29,10 @@ CmImage MakeImage(CmInput& input, uint8_t fill) {
   const uint8_t shape = input.Byte();
   CmImage image;
   image.Allocate(width, height, format);
-  for (uint64_t p = 0; p < image.Allocator().GetPlaneCount(); ++p) {
-    const auto plane = image.Allocator().GetWriteablePlane(p);
-    for (uint64_t y = 0; y < plane.height; ++y) {
-      std::memset(plane.data + y * plane.rowStride, fill, plane.width * plane.pixelStride);
-    }
-  }
+  NmFuzz::FillPlanes(image, [fill](auto...) { return fill; });
   const bool planar = format == Gray || IsMultiPlaneFormat(format);
   image.GetAttributes().subColorFormat = planar ? SubColorFormatVideoRange : NotApplicable;
-  Orientation& orientation = image.GetAttributes().orientation;
-  orientation.rotation = shape & 3;
-  orientation.flippedVertically = (shape & 4) != 0;
-  orientation.flippedHorizontally = (shape & 8) != 0;
+  image.GetAttributes().orientation = NmFuzz::OrientationFrom(shape);
   // Pixel aspects from a quarter to four.
   image.GetAttributes().aspectRatio = std::pow(2.0, ((shape >> 4) - 8) / 4.0);
   return image;
@@ -63,20 +56,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   // Every third picture pixel is the key; a planar picture has neutral
   // chroma everywhere, which is also the key's, so that luma alone decides
   // and no colour conversion can turn the picture's own pixels into 0.
-  const bool planar = picture.Allocator().GetPlaneCount() > 1;
-  for (uint64_t p = 1; p < picture.Allocator().GetPlaneCount(); ++p) {
-    const auto chroma = picture.Allocator().GetWriteablePlane(p);
-    for (uint64_t y = 0; y < chroma.height; ++y) {
-      std::memset(chroma.data + y * chroma.rowStride, 128, chroma.width);
-    }
-  }
-  const uint8_t keyChroma = planar ? 128 : 0;
-  const auto plane = picture.Allocator().GetWriteablePlane(0);
-  for (uint64_t i = 0; i < plane.width * plane.height; i += 3) {
-    std::memset(plane.data + (i / plane.width) * plane.rowStride +
-                    (i % plane.width) * plane.pixelStride,
-                0, plane.pixelStride);
-  }
+  const auto luma = picture.Allocator().GetPlane(0);
+  NmFuzz::FillPlanes(picture, [&](uint64_t p, uint64_t x, uint64_t y) {
+    return p > 0 ? 128 : (y * luma.width + x / luma.pixelStride) % 3 == 0 ? 0 : 200;
+  });
+  const uint8_t keyChroma = picture.Allocator().GetPlaneCount() > 1 ? 128 : 0;
   try {
     CmColorKeyOverlay overlay(picture, parameters, 0, keyChroma, keyChroma, 0);
     overlay.Execute(image);

@@ -10,6 +10,7 @@
 
 #include "MediaProcessing/Image/ColorMaskingOverlay.h"
 #include "Support/ByteReader.h"
+#include "Support/Images.h"
 
 using namespace NmMediaProcessing;
 
@@ -61,21 +62,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
   CmImage image;
   image.Allocate(width, height, format);
-  for (uint64_t p = 0; p < image.Allocator().GetPlaneCount(); ++p) {
-    const auto plane = image.Allocator().GetWriteablePlane(p);
-    for (uint64_t y = 0; y < plane.height; ++y) {
-      for (uint64_t x = 0; x < plane.width * plane.pixelStride; ++x) {
-        plane.data[y * plane.rowStride + x] = static_cast<uint8_t>(x * 7 + y * 13 + p);
-      }
-    }
-  }
+  NmFuzz::FillPlanes(image, [](uint64_t p, uint64_t x, uint64_t y) { return x * 7 + y * 13 + p; });
   const bool packed = format != Gray && !IsMultiPlaneFormat(format);
   image.GetAttributes().subColorFormat =
       packed ? NotApplicable
              : ((options & 1) != 0 ? SubColorFormatVideoRange : SubColorFormatFullRange);
-  image.GetAttributes().orientation.rotation = (options >> 1) & 3;
-  image.GetAttributes().orientation.flippedVertically = (options & 8) != 0;
-  image.GetAttributes().orientation.flippedHorizontally = (options & 16) != 0;
+  image.GetAttributes().orientation = NmFuzz::OrientationFrom(options >> 1);
   const CmImage original(image);
 
   CmColorMaskingOverlay overlay(*repository, options, static_cast<uint8_t>(options * 3), 77);

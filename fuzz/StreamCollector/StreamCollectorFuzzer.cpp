@@ -9,12 +9,12 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <deque>
 #include <vector>
 
 #include "MediaProcessing/GenericByteData/RawVideoByteDataAccess.h"
 #include "MediaProcessing/StreamCollector/VideoStreamConverter.h"
+#include "Support/ByteReader.h"
 #include "support/FlatJPEG.h"
 #include "support/GenericByteDataBuilder.h"
 #include "support/H264StreamWriter.h"
@@ -24,12 +24,10 @@ using namespace NmTestSupport;
 
 namespace {
 
-class CmInput {
+// The input, read a byte at a time, with runs of bytes as they are.
+class CmInput : public NmFuzz::CmByteReader {
 public:
-  CmInput(const uint8_t* data, size_t size) : m_Data(data), m_Size(size) {}
-  bool AtEnd() const { return m_Position >= m_Size; }
-  uint8_t Byte() { return AtEnd() ? 0 : m_Data[m_Position++]; }
-  uint16_t Word() { return static_cast<uint16_t>(Byte() << 8 | Byte()); }
+  using CmByteReader::CmByteReader;
   CmBytes Bytes(size_t count) {
     CmBytes bytes;
     while (count-- > 0 && !AtEnd()) {
@@ -37,11 +35,6 @@ public:
     }
     return bytes;
   }
-
-private:
-  const uint8_t* m_Data;
-  size_t m_Size;
-  size_t m_Position = 0;
 };
 
 const CmBytes& ParameterSets() {
@@ -167,13 +160,9 @@ private:
 
 // What comes out must be a block that the decoders can read.
 void CheckBlock(const CmGenericVideoByteDataBlock& block) {
-  if (block.IsEmpty() || !block.AreTimesValid() || block.GetImageCount() == 0) {
-    std::abort();
-  }
+  NmFuzz::Require(!block.IsEmpty() && block.AreTimesValid() && block.GetImageCount() != 0);
   const CmRawVideoByteDataAccess view(block, false);
-  if (!view.IsValid() || view.GetImageCount() != block.GetImageCount()) {
-    std::abort();
-  }
+  NmFuzz::Require(view.IsValid() && view.GetImageCount() == block.GetImageCount());
 }
 
 } // namespace
@@ -194,19 +183,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     for (const CmBytes& record : records) {
       list.emplace_back(record.data(), record.size());
     }
-    try {
+    NmFuzz::Tolerate<NmError::CmError>([&] {
       CmVideoStreamConverter converter;
       const auto block =
           converter.Convert(list, NmTimeStamp::CmTimeStamp::FromMilliseconds(1700000000000LL),
                             (options & 8) != 0, endTimeIsLastFrame, keyFramesOnly);
       if (block) {
         CheckBlock(*block);
-        if (!block->GetOwnsBuffer()) {
-          std::abort();
-        }
+        NmFuzz::Require(block->GetOwnsBuffer());
       }
-    } catch (const NmError::CmError&) {
-    }
+    });
     return 0;
   }
   CmVideoStreamConverterImpl collector;

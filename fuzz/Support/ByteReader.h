@@ -1,7 +1,7 @@
 #pragma once
 
-// The parts of a fuzz input read in turn, and the one way a target reports
-// a finding.
+// The parts of a fuzz input read in turn, the one way a target reports a
+// finding, and the errors a target lets pass as answers.
 
 #include <algorithm>
 #include <cstddef>
@@ -17,12 +17,28 @@ inline void Require(bool condition) {
   }
 }
 
+// Runs `f`; the errors listed are answers of the code under test, anything
+// else that leaves it is a finding.
+template <typename F> void Tolerate(F&& f) {
+  f();
+}
+template <typename Error, typename... Others, typename F> void Tolerate(F&& f) {
+  try {
+    Tolerate<Others...>(f);
+  } catch (const Error&) {
+  }
+}
+
 // Reads an input a byte at a time; past its end every byte is 0.
 class CmByteReader {
 public:
   CmByteReader(const uint8_t* data, size_t size) : m_Data(data), m_Size(size) {}
   bool AtEnd() const { return m_Position >= m_Size; }
   uint8_t Byte() { return m_Position < m_Size ? m_Data[m_Position++] : 0; }
+  uint16_t Word() {
+    const uint16_t high = Byte();
+    return static_cast<uint16_t>(high << 8 | Byte());
+  }
   uint64_t Below(uint64_t limit) { return (Byte() | Byte() << 8) % limit; }
   double Double() {
     uint8_t bytes[sizeof(double)] = {};

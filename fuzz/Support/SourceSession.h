@@ -48,14 +48,12 @@ public:
 
   void Connect(uint8_t choice) {
     CmPropertyNameSet requested;
-    if (choice & 1) {
-      requested.insert(NmPropertyNames::SequenceNumber);
-    }
-    if (choice & 2) {
-      requested.insert(NmPropertyNames::PrivacyMask);
-    }
-    if (choice & 4) {
-      requested.insert(NmPropertyNames::HasMotion);
+    const char* const names[] = {NmPropertyNames::SequenceNumber, NmPropertyNames::PrivacyMask,
+                                 NmPropertyNames::HasMotion};
+    for (int i = 0; i < 3; ++i) {
+      if (choice >> i & 1) {
+        requested.insert(names[i]);
+      }
     }
     Call([&] {
       CmPropertyNameSet supported;
@@ -67,25 +65,19 @@ public:
     for (int step = 0; step < 96 && !script.AtEnd(); ++step) {
       const uint8_t op = script.Byte();
       const uint8_t argument = op >> 4;
+      // The plain moves first, in the order of the interface.
+      static constexpr uint32_t (ImPlaybackSourceToolkit::*Moves[])() = {
+          &ImPlaybackSourceToolkit::MoveFirst,
+          &ImPlaybackSourceToolkit::MoveLast,
+          &ImPlaybackSourceToolkit::MoveNext,
+          &ImPlaybackSourceToolkit::MovePrevious,
+          &ImPlaybackSourceToolkit::MoveNextSequence,
+          &ImPlaybackSourceToolkit::MovePreviousSequence};
+      if ((op & 15) < 6) {
+        Move([&] { return (m_Playback->*Moves[op & 15])(); });
+        continue;
+      }
       switch (op & 15) {
-      case 0:
-        Move([&] { return m_Playback->MoveFirst(); });
-        break;
-      case 1:
-        Move([&] { return m_Playback->MoveLast(); });
-        break;
-      case 2:
-        Move([&] { return m_Playback->MoveNext(); });
-        break;
-      case 3:
-        Move([&] { return m_Playback->MovePrevious(); });
-        break;
-      case 4:
-        Move([&] { return m_Playback->MoveNextSequence(); });
-        break;
-      case 5:
-        Move([&] { return m_Playback->MovePreviousSequence(); });
-        break;
       case 6: {
         const int64_t time = Time(argument / 5, script);
         const auto mode = static_cast<SmMoveMode>(argument % 5);

@@ -6,13 +6,14 @@
 #include <string>
 
 #include "Common/Error/Error.h"
+#include "Support/ByteReader.h"
 #include "Toolkits/VZKSourceToolkitPlugin/Tree/VZKSourceToolkit.h"
 #include "vzk/ToolkitError.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::string text(reinterpret_cast<const char*>(data), size);
   NmToolkit::CmVZKSourceToolkit root(text.c_str());
-  try {
+  NmFuzz::Tolerate<NmToolkit::ImToolkitError>([&] {
     NmToolkit::CmPropertyNameSet supported;
     root.Connect({"Sequence_Number", "Privacy_Mask", "Other"}, supported, 0);
     root.UpdateValues({{"a", "b"}, {"a", "c"}});
@@ -21,7 +22,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       delete item;
     }
     root.Disconnect();
-  } catch (const NmToolkit::ImToolkitError&) {
-  }
+  });
   return 0;
 }

@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <string>
 
+#include "Support/ByteReader.h"
 #include "Toolkits/VZKSourceToolkitPlugin/Tree/VZKSourceToolkit.h"
 #include "vzk/ToolkitError.h"
 
@@ -81,7 +82,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       items + "</script></config></toolkit></" + element + "></config></toolkit>";
 
   NmToolkit::CmVZKSourceToolkit root(configuration.c_str());
-  try {
+  NmFuzz::Tolerate<NmToolkit::ImToolkitError>([&] {
     NmToolkit::CmPropertyNameSet supported;
     root.Connect({"Sequence_Number", "Next_Begin_Time", "Prev_End_Time", "Transcoded"}, supported,
                  0);
@@ -112,9 +113,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       root.GetData(&item);
       Drain(item);
     }
-  } catch (const NmToolkit::ImToolkitError&) {
-  }
-  try {
+  });
+  NmFuzz::Tolerate<NmToolkit::ImToolkitError>([&] {
     root.StartLiveStream();
     for (int step = 0; step < 6; ++step) {
       NmToolkit::ImData* item = nullptr;
@@ -122,7 +122,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       Drain(item);
     }
     root.StopLiveStream();
-  } catch (const NmToolkit::ImToolkitError&) {
-  }
+  });
   return 0;
 }

@@ -11,8 +11,10 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
+#include "Support/ByteReader.h"
 #include "Toolkits/VZKSourceToolkitPlugin/Tree/VZKSourceToolkit.h"
 #include "vzk/ToolkitError.h"
 
@@ -38,70 +40,40 @@ const std::vector<SmElement>& Elements() {
   return elements;
 }
 
-// Values that sit on the edges of what the keys accept, beside random text.
-const std::vector<const char*> Interesting = {"0",
-                                              "1",
-                                              "-1",
-                                              "2",
-                                              "0.5",
-                                              "1.0",
-                                              "1.5",
-                                              "7",
-                                              "32767",
-                                              "32768",
-                                              "100",
-                                              "101",
-                                              "1e300",
-                                              "-1e300",
-                                              "nan",
-                                              "inf",
-                                              "true",
-                                              "false",
-                                              "",
-                                              "Gray",
-                                              "RGB24",
-                                              "BGRA",
-                                              "YCbCr420_Planar",
-                                              "2x1;10",
-                                              "0x0",
-                                              "1x1;1",
-                                              "3x2;101;010",
-                                              "10000x1;1",
-                                              "2x1;1",
-                                              "64",
-                                              "4096",
-                                              "abc"};
+// Values that sit on the edges of what the keys accept, beside random text;
+// between two bars the empty text.
+const std::vector<std::string>& Interesting() {
+  static const std::vector<std::string> values = [] {
+    std::vector<std::string> split(1);
+    for (const char c :
+         std::string_view("0|1|-1|2|0.5|1.0|1.5|7|32767|32768|100|101|1e300|-1e300|"
+                          "nan|inf|true|false||Gray|RGB24|BGRA|YCbCr420_Planar|"
+                          "2x1;10|0x0|1x1;1|3x2;101;010|10000x1;1|2x1;1|64|4096|abc")) {
+      c == '|' ? split.emplace_back() : split.back() += c;
+    }
+    return split;
+  }();
+  return values;
+}
 
 std::string Escaped(const std::string& text) {
   std::string out;
   for (const char c : text) {
-    switch (c) {
-    case '&':
-      out += "&amp;";
-      break;
-    case '<':
-      out += "&lt;";
-      break;
-    case '>':
-      out += "&gt;";
-      break;
-    case '\'':
-      out += "&apos;";
-      break;
-    case '"':
-      out += "&quot;";
-      break;
-    default:
-      // Only what an attribute can hold; XML has no form for the rest.
-      out += (c >= 0x20 && c < 0x7F) ? c : '?';
-    }
+    const char* entity = c == '&'    ? "&amp;"
+                         : c == '<'  ? "&lt;"
+                         : c == '>'  ? "&gt;"
+                         : c == '\'' ? "&apos;"
+                         : c == '"'  ? "&quot;"
+                                     : nullptr;
+    // Only what an attribute can hold; XML has no form for the rest.
+    out += entity ? entity : std::string(1, c >= 0x20 && c < 0x7F ? c : '?');
   }
   return out;
 }
 
 std::string Value(FuzzedDataProvider& input) {
   if (input.ConsumeBool()) {
-    return Interesting[input.ConsumeIntegralInRange<size_t>(0, Interesting.size() - 1)];
+    return Interesting()[input.ConsumeIntegralInRange<size_t>(0, Interesting().size() - 1)];
   }
   return input.ConsumeRandomLengthString(24);
 }
@@ -171,7 +143,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       requested.insert(name);
     }
   }
-  try {
+  NmFuzz::Tolerate<NmToolkit::ImToolkitError>([&] {
     NmToolkit::CmPropertyNameSet supported;
     root.Connect(requested, supported, 0);
     const bool live = input.ConsumeBool();
@@ -185,15 +157,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       }
       NmToolkit::ImData* item = nullptr;
       uint32_t status = NmToolkit::StatusNoItem;
-      try {
+      // A refused item leaves the stream going on.
+      NmFuzz::Tolerate<NmToolkit::ImToolkitError>([&] {
         if (live) {
           status = root.GetLiveData(&item, 0);
         } else if ((step == 0 ? root.MoveFirst() : root.MoveNext()) == NmToolkit::StatusSuccess) {
           status = root.GetData(&item);
         }
-      } catch (const NmToolkit::ImToolkitError&) {
-        // A refused item; the stream goes on.
-      }
+      });
       std::unique_ptr<NmToolkit::ImData> owned(item);
       if (status == NmToolkit::StatusSuccess && owned) {
         // Every answer of the item must be safe to ask for.
@@ -211,7 +182,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       }
     }
     root.Disconnect();
-  } catch (const NmToolkit::ImToolkitError&) {
-  }
+  });
   return 0;
 }

@@ -15,35 +15,15 @@
 #include "MediaProcessing/Video/JPEG2000/VideoDecoderJPEG2000.h"
 #include "MediaProcessing/Video/StreamAnalyzer.h"
 #include "Support/ByteReader.h"
+#include "support/GenericByteDataBuilder.h"
 
 using namespace NmMediaProcessing;
 
 namespace {
 
-// A sync video packet of codec 8 around the bytes: 32-byte header, big-endian,
-// with times in 2023.
-std::vector<uint8_t> WrapInPacket(const uint8_t* data, size_t size) {
-  std::vector<uint8_t> packet(32 + size, 0);
-  const uint32_t total = static_cast<uint32_t>(packet.size());
-  packet[1] = 16;
-  packet[2] = static_cast<uint8_t>(total >> 24);
-  packet[3] = static_cast<uint8_t>(total >> 16);
-  packet[4] = static_cast<uint8_t>(total >> 8);
-  packet[5] = static_cast<uint8_t>(total);
-  packet[7] = 8;
-  packet[11] = 0x01;
-  const uint64_t time = 1700000000000ULL;
-  for (int i = 0; i < 8; ++i) {
-    packet[12 + i] = static_cast<uint8_t>(time >> (56 - 8 * i));
-    packet[20 + i] = static_cast<uint8_t>(time >> (56 - 8 * i));
-  }
-  std::copy(data, data + size, packet.begin() + 32);
-  return packet;
-}
-
 void DecodeRecord(std::vector<uint8_t>& bytes) {
   const CmGenericByteData record(bytes.data(), bytes.size());
-  try {
+  NmFuzz::Tolerate<NmError::CmError>([&] {
     CmGenericVideoDecoder decoder;
     CmImage image;
     bool callAgain = false;
@@ -58,45 +38,40 @@ void DecodeRecord(std::vector<uint8_t>& bytes) {
         break;
       }
     }
-  } catch (const NmError::CmError&) {
-  }
-  try {
-    CmVideoSizeKeyFrameStreamAnalyzer sizes;
+  });
+  NmFuzz::Tolerate<NmError::CmError>([&] {
     SmVideoSize videoSize;
-    sizes.Analyze(record, videoSize);
-  } catch (const NmError::CmError&) {
-  }
-  try {
+    CmVideoSizeKeyFrameStreamAnalyzer().Analyze(record, videoSize);
+  });
+  NmFuzz::Tolerate<NmError::CmError>([&] {
     CmVideoStreamAttributesStreamAnalyzer attributes;
     SmVideoStreamAttributes result;
     attributes.Analyze(record, result);
     attributes.Analyze(record, result);
-  } catch (const NmError::CmError&) {
-  }
+  });
 }
 
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  try {
-    CmVideoAnalyzerJPEG2000 analyzer;
+  NmFuzz::Tolerate<NmError::CmIntegrityError>([&] {
     SmVideoSize videoSize;
-    if (analyzer.Analyze(data, size, videoSize)) {
+    if (CmVideoAnalyzerJPEG2000().Analyze(data, size, videoSize)) {
       NmFuzz::Require(videoSize.first > 0 && videoSize.second > 0);
     }
-  } catch (const NmError::CmIntegrityError&) {
-  }
-  try {
-    CmVideoDecoderJPEG2000 decoder;
+  });
+  NmFuzz::Tolerate<NmError::CmIntegrityError>([&] {
     CmImage image;
     SmVideoDecodeResult result;
-    if (decoder.Decode(data, size, 1, NmTimeStamp::CmTimeStamp(), image, result) &&
+    if (CmVideoDecoderJPEG2000().Decode(data, size, 1, NmTimeStamp::CmTimeStamp(), image, result) &&
         result.m_ImageProduced) {
       NmFuzz::Require(image.IsValid());
     }
-  } catch (const NmError::CmIntegrityError&) {
-  }
-  std::vector<uint8_t> packet = WrapInPacket(data, size);
+  });
+  // Wrapped in a sync video packet of codec 8, and taken as a record of its own.
+  const uint64_t time = 1700000000000ULL;
+  std::vector<uint8_t> packet = NmTestSupport::BuildVideoPacket(
+      {.codec = 8, .syncTime = time, .frameTime = time, .payload = {data, data + size}});
   std::vector<uint8_t> bare(data, data + size);
   DecodeRecord(packet);
   DecodeRecord(bare);

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "Common/Xerces/Xerces.h"
+#include "Support/ByteReader.h"
 
 namespace {
 
@@ -13,10 +14,7 @@ using NmXerces::CmXmlNodePtr;
 
 // The wrapper's own errors are answers; anything else is a finding.
 template <typename F> void Tolerating(F&& f) {
-  try {
-    f();
-  } catch (const NmXerces::CmXmlError&) {
-  }
+  NmFuzz::Tolerate<NmXerces::CmXmlError>(f);
 }
 
 void Walk(const CmXmlNodePtr& node, int depth) {

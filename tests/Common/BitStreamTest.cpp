@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "Common/BitStream/BitStream.h"
+#include "support/CaughtError.h"
 
 using NmBitStream::CmBitReader;
 using NmBitStream::CmBitStreamError;
@@ -14,13 +15,9 @@ using NmCommon::ImStreamTypes;
 namespace {
 
 void ExpectBitStreamError(const std::function<void()>& action, uint32_t code, const char* message) {
-  try {
-    action();
-    ADD_FAILURE() << "no error, expected \"" << message << "\"";
-  } catch (const CmBitStreamError& e) {
-    EXPECT_EQ(e.GetCode(), code);
-    EXPECT_STREQ(e.what(), message);
-  }
+  const auto e = NmTestSupport::Caught<CmBitStreamError>(action);
+  EXPECT_EQ(e->GetCode(), code);
+  EXPECT_STREQ(e->what(), message);
 }
 
 // Reads `count` bits: the value, and the bit position after the read.

@@ -216,16 +216,6 @@ TEST(Error, CloneKeepsDynamicTypeAndCodes) {
   EXPECT_EQ(dynamic_cast<const CmTestCodedError*>(timeClone.get()), nullptr);
 }
 
-TEST(Error, LastErrorKeepsACopy) {
-  NmError::CmLastError<CmVideoError> holder;
-  EXPECT_EQ(holder.GetLastError(), nullptr);
-  holder.SetLastError(CmVideoError("L", "gone", 3));
-  ASSERT_NE(holder.GetLastError(), nullptr);
-  EXPECT_EQ(Printed(*holder.GetLastError()), "L: gone: error code 3\n");
-  holder.ClearLastError();
-  EXPECT_EQ(holder.GetLastError(), nullptr);
-}
-
 TEST(SystemError, AppendsTheSystemTextOfErrno) {
   errno = ENOENT;
   const NmError::CmSystemError known("L", "Opening failed!");

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "Common/TimeStamp/TimeStamp.h"
+#include "support/CaughtError.h"
 
 using NmTimeStamp::CmTimeError;
 using NmTimeStamp::CmTimeRange;
@@ -16,13 +17,11 @@ using NmTimeStamp::NmDetail::CmTimeCorrector;
 namespace {
 
 void ExpectInvalidMilliseconds(int64_t milliseconds) {
-  try {
-    CmTimeStamp::FromMilliseconds(milliseconds);
-    ADD_FAILURE() << milliseconds << " was accepted";
-  } catch (const CmTimeError& e) {
-    EXPECT_EQ(e.GetCode(), 0u);
-    EXPECT_STREQ(e.what(), "Error initializing time stamp. Invalid number of milliseconds given!");
-  }
+  SCOPED_TRACE(milliseconds);
+  const auto e =
+      NmTestSupport::Caught<CmTimeError>([&] { CmTimeStamp::FromMilliseconds(milliseconds); });
+  EXPECT_EQ(e->GetCode(), 0u);
+  EXPECT_STREQ(e->what(), "Error initializing time stamp. Invalid number of milliseconds given!");
 }
 
 } // namespace

@@ -4,6 +4,7 @@
 
 #include "MediaProcessing/GenericByteData/GenericByteDataBlock.h"
 #include "TestTimes.h"
+#include "support/CaughtError.h"
 #include "support/GenericByteDataBuilder.h"
 
 using namespace NmMediaProcessing;
@@ -120,13 +121,10 @@ TEST(GenericByteDataBlockTimes, WireTimesBeyondTheTimeStampRangeRaise) {
     EXPECT_THROW(beyond.block.AreTimesValid(), NmTimeStamp::CmTimeError) << wire;
   }
   CmBlockFixture beyondEnd({.beginTime = 0, .endTime = ~uint64_t{0}, .imageCount = 2});
-  try {
-    beyondEnd.block.GetEndTime();
-    FAIL() << "no error";
-  } catch (const NmTimeStamp::CmTimeError& error) {
-    EXPECT_EQ(error.GetDescription(),
-              "Error initializing time stamp. Invalid number of milliseconds given!");
-  }
+  EXPECT_EQ(NmTestSupport::Caught<NmTimeStamp::CmTimeError>([&] {
+              beyondEnd.block.GetEndTime();
+            })->GetDescription(),
+            "Error initializing time stamp. Invalid number of milliseconds given!");
 }
 
 TEST(GenericByteDataBlockFlags, EndTimeExclusiveLeavesOtherBitsAlone) {

@@ -19,35 +19,6 @@ namespace {
 
 using namespace NmH264Test;
 
-SmSupplied DecodeStream(const Bytes& stream, int32_t threads = 1) {
-  MCL::SmTaskSupplierSettings settings;
-  settings.threadCount = threads;
-  return DecodeWithSupplier(AnnexBUnits(stream), settings);
-}
-
-// Encodes testsrc2 with x264 for each case and expects every picture to
-// equal ffmpeg's decode of the same stream, sample for sample, with one
-// thread and with two; every fifth case and the largest pictures with three
-// and eight too.
-void ExpectSameAsReference(const std::vector<SmX264Clip>& cases) {
-  for (size_t index = 0; index < cases.size(); ++index) {
-    const SmX264Clip& c = cases[index];
-    SCOPED_TRACE(c.options + " " + c.pixelFormat + " " + c.size + " " + c.preset);
-    const SmEncoded encoded = EncodeWithX264(c);
-    ASSERT_EQ(encoded.pictures.size(), static_cast<size_t>(c.frames));
-    std::vector<int32_t> threadCounts = {1, 2};
-    if (index % 5 == 0 || c.size == "1280x720") {
-      threadCounts.insert(threadCounts.end(), {3, 8});
-    }
-    for (const int32_t threads : threadCounts) {
-      SCOPED_TRACE(std::to_string(threads) + " threads");
-      const SmSupplied ours = DecodeStream(encoded.stream, threads);
-      EXPECT_TRUE(ours.allAccepted);
-      ExpectSameFrames(ours.pictures, encoded.pictures);
-    }
-  }
-}
-
 unsigned UeLength(uint32_t value) {
   return 2 * static_cast<unsigned>(std::bit_width(value + 1) - 1) + 1;
 }

@@ -8,14 +8,6 @@
 
 using namespace NmH264Test;
 
-namespace {
-
-Frames AccessUnits(const Bytes& bytes) {
-  return CutBefore(bytes, [](int type) { return type == 9; });
-}
-
-} // namespace
-
 // Parameter sets may be repeated anywhere, even between the slices of one
 // picture: an unchanged copy ends no picture.
 TEST(H264DecoderShell, RepeatedParameterSetsBetweenSlicesChangeNothing) {
@@ -68,7 +60,7 @@ TEST(H264DecoderShell, ABufferOfManyPicturesIsTakenInTurnsWithoutLoss) {
   // One access unit a buffer, cut at the delimiters, each with the next time.
   ASSERT_EQ(shell.decoder.Reset(), MCL::StatusOk);
   shell.collector = {};
-  const Frames accessUnits = AccessUnits(clip.stream);
+  const Frames accessUnits = Joined(AccessUnits(clip.stream));
   ASSERT_EQ(accessUnits.size(), Count);
   for (size_t unit = 0; unit < Count; ++unit) {
     shell.Feed(accessUnits[unit], 1, 1.0 + 0.04 * static_cast<double>(unit));
@@ -94,7 +86,7 @@ TEST(H264DecoderShell, LowDelayHoldsUntilAPictureComesOutOfOrder) {
         {"48x32", "yuv420p",
          std::string("cabac=0:aud=1:keyint=6:bframes=") + (reorders ? "2" : "0"), Count});
     ASSERT_EQ(clip.pictures.size(), Count);
-    const Frames accessUnits = AccessUnits(clip.stream);
+    const Frames accessUnits = Joined(AccessUnits(clip.stream));
     ASSERT_EQ(accessUnits.size(), Count);
 
     CmShell shell(MCL::VideoDecoderParams::FlagBase | MCL::VideoDecoderParams::FlagLowDelay);

@@ -6,19 +6,10 @@
 #include <string>
 #include <vector>
 
-#include "Codecs/H264/H264VideoDecoder.h"
-#include "Codecs/H264/TaskSupplier.h"
-#include "Codecs/MCL/MediaData.h"
-#include "Codecs/MCL/VideoData.h"
-#include "Codecs/MCL/VideoDecoderParams.h"
-#include "Codecs/MCL/VideoProcessing.h"
-#include "H264/VisibleSamples.h"
-#include "support/ExternalTools.h"
-#include "support/H264StreamWriter.h"
+#include "H264/WrittenStreams.h"
 
 using namespace NmTestSupport;
-using MB = SmWriterMacroblock;
-using Frames = std::vector<std::vector<uint8_t>>;
+using namespace NmH264Test;
 
 namespace {
 
@@ -26,36 +17,12 @@ namespace {
 constexpr uint32_t Width = 4, Height = 4, FieldCount = Width * Height / 2;
 constexpr size_t FrameSize = Width * Height * 384;
 
-// I_PCM content with texture, different per seed and macroblock, so that a
-// wrong reference field, vector or chroma shift shows.
 MB Textured(int seed, uint32_t address) {
-  MB mb;
-  mb.kind = MB::Pcm;
-  const int x0 = static_cast<int>(address % Width) * 16,
-            y0 = static_cast<int>(address / Width) * 16;
-  for (int y = 0; y < 16; ++y) {
-    for (int x = 0; x < 16; ++x) {
-      const int X = x0 + x, Y = y0 + y;
-      mb.samples.push_back(static_cast<uint8_t>(seed * 37 + X * 7 + Y * 13 + ((X ^ Y) & 5) * 11));
-    }
-  }
-  for (int c = 1; c < 3; ++c) {
-    for (int y = 0; y < 8; ++y) {
-      for (int x = 0; x < 8; ++x) {
-        const int X = x0 / 2 + x, Y = y0 / 2 + y;
-        mb.samples.push_back(static_cast<uint8_t>(seed * 23 * c + X * 9 * c + Y * 17 + (X | Y)));
-      }
-    }
-  }
-  return mb;
+  return NmH264Test::Textured(seed, address, Width);
 }
 
 std::vector<MB> IntraField(int seed) {
-  std::vector<MB> mbs;
-  for (uint32_t a = 0; a < FieldCount; ++a) {
-    mbs.push_back(Textured(seed, a));
-  }
-  return mbs;
+  return IntraPicture(seed, FieldCount, Width);
 }
 
 // A P field whose macroblocks cycle through the given references with
@@ -114,13 +81,6 @@ SmWriterSlice Field(uint32_t type, uint32_t frameNum, bool bottom, uint32_t pocL
   return slice;
 }
 
-SmWriterSlice WithActive(SmWriterSlice slice, uint32_t l0, uint32_t l1 = 1) {
-  slice.overrideRefIdx = true;
-  slice.numRefIdxActive[0] = l0;
-  slice.numRefIdxActive[1] = l1;
-  return slice;
-}
-
 SmWriterSps InterlacedSequence() {
   SmWriterSps sps;
   sps.frameMbsOnly = false;
@@ -151,64 +111,15 @@ CmH264StreamWriter StartWithIntraPair(uint32_t filter, uint32_t maxNumRefFrames 
   return writer;
 }
 
-struct SmDecoded {
-  Frames frames;
-  std::vector<int32_t> loneFields; // per frame, -1 for a pair
-  bool unsupported = false;
-};
-
-SmDecoded DecodeWithEngine(const CmH264StreamWriter& writer, int32_t threads = 1) {
+SmSupplied DecodeWithEngine(const CmH264StreamWriter& writer, int32_t threads = 1) {
   MCL::SmTaskSupplierSettings settings;
   settings.threadCount = threads;
-  MCL::TaskSupplier supplier(settings);
-  SmDecoded decoded;
-  const auto take = [&](bool force) {
-    while (MCL::H264DecoderFrame* frame = supplier.GetFrameToDisplay(force)) {
-      decoded.frames.push_back(NmH264Test::VisibleSamples(*frame, *supplier.GetActiveSequence()));
-      decoded.loneFields.push_back(frame->loneField);
-    }
-  };
-  for (const std::vector<uint8_t>& unit : writer.Units()) {
-    std::vector<uint8_t> bytes = {0, 0, 1};
-    bytes.insert(bytes.end(), unit.begin(), unit.end());
-    supplier.AddSource(bytes.data(), bytes.size(), -1.0, -1);
-    decoded.unsupported = supplier.TakeUnsupported() || decoded.unsupported;
-    take(false);
-  }
-  supplier.Flush();
-  decoded.unsupported = supplier.TakeUnsupported() || decoded.unsupported;
-  take(true);
-  return decoded;
-}
-
-Frames DecodeWithFfmpeg(const CmH264StreamWriter& writer) {
-  CmTempDirectory directory;
-  const std::string stream = directory / "fields.264";
-  const std::string decoded = directory / "fields.yuv";
-  if (!WriteBytes(stream, writer.AnnexB()) ||
-      !Run("ffmpeg -y -threads 1 -i '" + stream +
-           "' -fps_mode passthrough -f rawvideo -pix_fmt yuv420p '" + decoded + "'")) {
-    return {};
-  }
-  Frames frames;
-  const std::vector<uint8_t> bytes = ReadBytes(decoded);
-  for (size_t at = 0; at + FrameSize <= bytes.size(); at += FrameSize) {
-    frames.emplace_back(bytes.begin() + static_cast<std::ptrdiff_t>(at),
-                        bytes.begin() + static_cast<std::ptrdiff_t>(at + FrameSize));
-  }
-  return frames;
+  return DecodeWritten(writer, settings);
 }
 
 // Our frames, every field decoded, `count` of them, each equal to ffmpeg's.
 void ExpectSameAsFfmpeg(const CmH264StreamWriter& writer, size_t count) {
-  const SmDecoded ours = DecodeWithEngine(writer);
-  EXPECT_FALSE(ours.unsupported);
-  const Frames expected = DecodeWithFfmpeg(writer);
-  ASSERT_EQ(ours.frames.size(), count);
-  ASSERT_EQ(expected.size(), ours.frames.size());
-  for (size_t i = 0; i < expected.size(); ++i) {
-    EXPECT_TRUE(ours.frames[i] == expected[i]) << "frame " << i;
-  }
+  ExpectWrittenSameAsFfmpeg(writer, count, FrameSize);
 }
 
 // The lines of one parity of a planar 4:2:0 frame.
@@ -227,11 +138,6 @@ std::vector<uint8_t> FieldLines(const std::vector<uint8_t>& frame, int parity) {
   }
   return lines;
 }
-
-#define REQUIRE_FFMPEG()                                                                           \
-  if (!HaveProgram("ffmpeg")) {                                                                    \
-    GTEST_SKIP() << "ffmpeg is not installed";                                                     \
-  }
 
 } // namespace
 
@@ -300,16 +206,8 @@ TEST(H264FieldPictures, FieldPairsOfIPAndBFieldsMatchFfmpeg) {
         b1.directSpatial = false;
         writer.WriteSlice(b1, BiPredictedField(8));
 
-        const SmDecoded ours = DecodeWithEngine(writer);
-        EXPECT_FALSE(ours.unsupported);
-        EXPECT_TRUE(DecodeWithEngine(writer, 2).frames == ours.frames) << "2 threads";
-        const Frames expected = DecodeWithFfmpeg(writer);
-        ASSERT_EQ(ours.frames.size(), 5u);
-        ASSERT_EQ(expected.size(), ours.frames.size());
-        for (size_t i = 0; i < expected.size(); ++i) {
-          EXPECT_EQ(ours.loneFields[i], -1) << "frame " << i;
-          EXPECT_TRUE(ours.frames[i] == expected[i]) << "frame " << i;
-        }
+        const Frames expected = ExpectWrittenSameAsFfmpeg(writer, 5, FrameSize);
+        ExpectSameFrames(DecodeWithEngine(writer, 2).pictures, expected);
       }
     }
   }
@@ -329,62 +227,31 @@ TEST(H264FieldPictures, AFieldWithoutPartnerLeavesAloneAndServesAsReference) {
   // and the stream ends on a lone bottom field.
   writer.WriteSlice(Field(SmWriterSlice::P, 3, true, 25, 1), PredictedField({0}, 6));
 
-  const SmDecoded ours = DecodeWithEngine(writer);
-  EXPECT_FALSE(ours.unsupported);
-  ASSERT_EQ(ours.frames.size(), 4u);
-  EXPECT_EQ(ours.loneFields, (std::vector<int32_t>{-1, 0, -1, 1}));
+  const SmSupplied decoded = DecodeWithEngine(writer);
+  EXPECT_TRUE(decoded.allAccepted);
+  const Frames& ours = decoded.pictures;
+  ASSERT_EQ(ours.size(), 4u);
+  EXPECT_EQ(CollectWithShell({writer.AnnexB()}).structures,
+            (std::vector<int32_t>{MCL::FrameTopFieldFirst, MCL::TopField, MCL::FrameTopFieldFirst,
+                                  MCL::BottomField}));
   // ffmpeg shows no lone field; the pairs it shows are ours, and the second
   // one predicts from the lone top field, so that field was right as well.
-  const Frames expected = DecodeWithFfmpeg(writer);
+  const Frames expected = FfmpegOfWritten(writer, FrameSize);
   ASSERT_EQ(expected.size(), 2u);
-  EXPECT_TRUE(ours.frames[0] == expected[0]);
-  EXPECT_TRUE(ours.frames[2] == expected[1]);
+  EXPECT_TRUE(ours[0] == expected[0]);
+  EXPECT_TRUE(ours[2] == expected[1]);
   // A lone field shows with its lines doubled, never with stale lines of
   // the frame buffer in between.
   for (const size_t lone : {size_t{1}, size_t{3}}) {
-    const int parity = ours.loneFields[lone];
-    EXPECT_TRUE(FieldLines(ours.frames[lone], 0) == FieldLines(ours.frames[lone], 1)) << lone;
-    EXPECT_FALSE(FieldLines(ours.frames[lone], parity) == FieldLines(ours.frames[lone - 1], parity))
-        << lone;
+    const int parity = lone == 1 ? 0 : 1;
+    EXPECT_TRUE(FieldLines(ours[lone], 0) == FieldLines(ours[lone], 1)) << lone;
+    EXPECT_FALSE(FieldLines(ours[lone], parity) == FieldLines(ours[lone - 1], parity)) << lone;
   }
 }
-
-namespace {
-
-// The picture structure of every picture that the decoder hands on.
-class CmStructureCollector : public MCL::VideoProcessing {
-public:
-  MCL::Status GetFrame(MCL::MediaData* input, MCL::MediaData*) override {
-    const auto* picture = dynamic_cast<MCL::VideoData*>(input);
-    if (picture == nullptr) {
-      return MCL::StatusNullPointer;
-    }
-    structures.push_back(picture->GetPictureStructure());
-    return MCL::StatusOk;
-  }
-  std::vector<int32_t> structures;
-};
 
 std::vector<int32_t> DecodeStructures(const CmH264StreamWriter& writer) {
-  MCL::H264VideoDecoder decoder;
-  CmStructureCollector collector;
-  MCL::H264VideoDecoderParams params;
-  EXPECT_EQ(decoder.Init(&params), MCL::StatusOk);
-  decoder.SetPostProcessing(&collector);
-  std::vector<uint8_t> bytes = writer.AnnexB();
-  MCL::MediaData input;
-  input.SetBufferPointer(bytes.data(), bytes.size());
-  input.SetDataSize(bytes.size());
-  MCL::VideoData output;
-  for (int calls = 0; input.GetDataSize() >= 4 && calls < 1000; ++calls) {
-    decoder.GetFrame(&input, &output);
-  }
-  while (decoder.GetFrame(nullptr, &output) == MCL::StatusOk) {
-  }
-  return collector.structures;
+  return CollectWithShell({writer.AnnexB()}).structures;
 }
-
-} // namespace
 
 // Each frame tells how it was coded, so that a deinterlacer downstream
 // knows: a pair of fields which came first (by order count, whatever the
@@ -417,11 +284,7 @@ TEST(H264FieldPictures, FramesTellTheirFieldOrderOrLoneField) {
   progressive.WritePps(SmWriterPps{});
   SmWriterSlice intra;
   intra.idr = true;
-  std::vector<MB> mbs;
-  for (uint32_t a = 0; a < Width * Height; ++a) {
-    mbs.push_back(Textured(1, a));
-  }
-  progressive.WriteSlice(intra, mbs);
+  progressive.WriteSlice(intra, IntraPicture(1, Width * Height, Width));
   EXPECT_EQ(DecodeStructures(progressive), (std::vector<int32_t>{MCL::Frame}));
 }
 
@@ -531,14 +394,11 @@ TEST(H264FieldPictures, SliceGroupsInFieldsDecodeAsTheSameSlicesWithout) {
     halves(WithActive(Field(SmWriterSlice::P, 1, true, 9, 0), 3), PredictedField({2, 0, 1}, 4));
     return writer;
   };
-  const SmDecoded ours = DecodeWithEngine(write(true));
-  EXPECT_FALSE(ours.unsupported);
-  const Frames expected = DecodeWithFfmpeg(write(false));
+  const SmSupplied ours = DecodeWithEngine(write(true));
+  EXPECT_TRUE(ours.allAccepted);
+  const Frames expected = FfmpegOfWritten(write(false), FrameSize);
   ASSERT_EQ(expected.size(), 2u);
-  ASSERT_EQ(ours.frames.size(), expected.size());
-  for (size_t i = 0; i < expected.size(); ++i) {
-    EXPECT_TRUE(ours.frames[i] == expected[i]) << "frame " << i;
-  }
+  ExpectSameFrames(ours.pictures, expected);
 }
 
 // Command 5 in a field: every reference goes, the first field of its own
@@ -637,30 +497,9 @@ TEST(H264FieldPictures, LongTermFieldsMatchFfmpeg) {
 // The frame whose two fields are I_PCM fields, woven: the samples that the
 // writer put in, where a field picture puts them.
 std::vector<uint8_t> Woven(const std::vector<MB>& top, const std::vector<MB>& bottom) {
-  std::vector<uint8_t> frame(FrameSize);
-  const size_t lumaWidth = Width * 16, chromaWidth = Width * 8;
-  const size_t chromaStart[2] = {lumaWidth * Height * 16,
-                                 lumaWidth * Height * 16 + chromaWidth * Height * 8};
-  for (int parity = 0; parity < 2; ++parity) {
-    const std::vector<MB>& field = parity == 0 ? top : bottom;
-    for (uint32_t a = 0; a < FieldCount; ++a) {
-      const size_t mbx = a % Width, mby = a / Width;
-      const std::vector<uint8_t>& samples = field[a].samples;
-      for (size_t y = 0; y < 16; ++y) {
-        const size_t row = 2 * (mby * 16 + y) + static_cast<size_t>(parity);
-        std::copy_n(samples.begin() + static_cast<std::ptrdiff_t>(y * 16), 16,
-                    frame.begin() + static_cast<std::ptrdiff_t>(row * lumaWidth + mbx * 16));
-      }
-      for (int c = 0; c < 2; ++c) {
-        for (size_t y = 0; y < 8; ++y) {
-          const size_t row = 2 * (mby * 8 + y) + static_cast<size_t>(parity);
-          std::copy_n(samples.begin() + static_cast<std::ptrdiff_t>(256 + c * 64 + y * 8), 8,
-                      frame.begin() + static_cast<std::ptrdiff_t>(chromaStart[c] +
-                                                                  row * chromaWidth + mbx * 8));
-        }
-      }
-    }
-  }
+  Bytes frame;
+  Place(frame, top, Width, Height, 2, 0);
+  Place(frame, bottom, Width, Height, 2, 1);
   return frame;
 }
 
@@ -692,12 +531,10 @@ TEST(H264FieldPictures, SecondFieldJoinsItsLongTermFirstField) {
   writer.WriteSlice(WithActive(Field(SmWriterSlice::P, 1, false, 8, 1), 2), copies(0));
   writer.WriteSlice(WithActive(Field(SmWriterSlice::P, 1, true, 9, 1), 3), copies(1));
 
-  const SmDecoded ours = DecodeWithEngine(writer);
-  EXPECT_FALSE(ours.unsupported);
-  ASSERT_EQ(ours.frames.size(), 2u);
-  const std::vector<uint8_t> expected = Woven(top, bottom);
-  EXPECT_TRUE(ours.frames[0] == expected);
-  EXPECT_TRUE(ours.frames[1] == expected) << "the next frame copies the long-term fields";
+  const SmSupplied ours = DecodeWithEngine(writer);
+  EXPECT_TRUE(ours.allAccepted);
+  // The next frame copies the long-term fields.
+  ExpectSameFrames(ours.pictures, {Woven(top, bottom), Woven(top, bottom)});
 }
 
 // Command 3 on one field of a frame makes that field long-term and leaves
@@ -731,12 +568,10 @@ TEST(H264FieldPictures, ACommandOnOneFieldLeavesItsSiblingShortTerm) {
   bottom2.modifications[0] = {{2, 1}};
   writer.WriteSlice(bottom2, copies);
 
-  const SmDecoded ours = DecodeWithEngine(writer);
-  EXPECT_FALSE(ours.unsupported);
-  ASSERT_EQ(ours.frames.size(), 3u);
-  EXPECT_TRUE(ours.frames[0] == Woven(top0, bottom0));
-  EXPECT_TRUE(ours.frames[1] == Woven(top1, bottom1));
-  EXPECT_TRUE(ours.frames[2] == Woven(top0, bottom0));
+  const SmSupplied ours = DecodeWithEngine(writer);
+  EXPECT_TRUE(ours.allAccepted);
+  ExpectSameFrames(ours.pictures,
+                   {Woven(top0, bottom0), Woven(top1, bottom1), Woven(top0, bottom0)});
 }
 
 namespace {
@@ -787,11 +622,7 @@ TEST(H264FieldPictures, DirectPredictionBetweenFieldsAndFramesMatchesFfmpeg) {
   writer.WritePps(SmWriterPps{});
   SmWriterSlice idr = FramePicture(SmWriterSlice::I, 0, 0);
   idr.idr = true;
-  std::vector<MB> intra;
-  for (uint32_t a = 0; a < Width * Height; ++a) {
-    intra.push_back(Textured(1, a));
-  }
-  writer.WriteSlice(idr, intra);
+  writer.WriteSlice(idr, IntraPicture(1, Width * Height, Width));
   std::vector<MB> moving;
   for (uint32_t a = 0; a < Width * Height; ++a) {
     moving.push_back(a == 6 ? Textured(2, a)

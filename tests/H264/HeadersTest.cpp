@@ -5,7 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <string>
 
 #include "Codecs/H264/NalUnits.h"
@@ -14,22 +13,6 @@
 
 using namespace NmH264;
 using namespace NmH264Test;
-
-namespace {
-
-std::string Capture(const std::string& command) {
-  std::string out;
-  if (FILE* pipe = popen(command.c_str(), "r")) {
-    char buffer[4096];
-    for (size_t n = 0; (n = fread(buffer, 1, sizeof buffer, pipe)) > 0;) {
-      out.append(buffer, n);
-    }
-    pclose(pipe);
-  }
-  return out;
-}
-
-} // namespace
 
 TEST(H264Headers, SequenceParameterSetsAgreeWithFfprobe) {
   REQUIRE_FFMPEG();
@@ -66,9 +49,11 @@ TEST(H264Headers, SequenceParameterSetsAgreeWithFfprobe) {
         std::to_string(sps.GetVisibleWidth()) + " " + std::to_string(sps.GetVisibleHeight()) + " " +
         std::to_string(sps.vui.sarWidth) + ":" + std::to_string(sps.vui.sarHeight) + " " +
         std::to_string(sps.levelIdc) + "\n";
-    EXPECT_EQ(ours,
-              Capture("ffprobe -v error -select_streams v:0 -show_entries "
-                      "stream=width,height,level,sample_aspect_ratio -of default=nw=1:nk=1 '" +
-                      path + "' | paste -sd' '"));
+    ASSERT_TRUE(NmTestSupport::Run("(ffprobe -v error -select_streams v:0 -show_entries "
+                                   "stream=width,height,level,sample_aspect_ratio -of "
+                                   "default=nw=1:nk=1 '" +
+                                   path + "' | paste -sd' ' > '" + path + ".txt')"));
+    const Bytes theirs = NmTestSupport::ReadBytes(path + ".txt");
+    EXPECT_EQ(ours, std::string(theirs.begin(), theirs.end()));
   }
 }

@@ -10,14 +10,15 @@
 #include <string>
 #include <vector>
 
+#include "Codecs/H264/FrameStore.h"
 #include "Codecs/H264/H264VideoDecoder.h"
 #include "Codecs/H264/NalUnits.h"
+#include "Codecs/H264/ParameterSets.h"
 #include "Codecs/H264/TaskSupplier.h"
 #include "Codecs/MCL/MediaData.h"
 #include "Codecs/MCL/VideoData.h"
 #include "Codecs/MCL/VideoDecoderParams.h"
 #include "Codecs/MCL/VideoProcessing.h"
-#include "H264/VisibleSamples.h"
 #include "support/ExternalTools.h"
 
 #define REQUIRE_FFMPEG()                                                                           \
@@ -127,6 +128,35 @@ template <typename Keep> Frames CutBefore(const Bytes& bytes, Keep keep) {
   return pieces;
 }
 
+// An x264 stream with delimiters cut into access units, each a list of
+// its units with their start codes; and the access units joined, one
+// buffer each, as the toolkits feed records.
+using AccessUnit = std::vector<Bytes>;
+inline std::vector<AccessUnit> AccessUnits(const Bytes& stream) {
+  std::vector<AccessUnit> accessUnits;
+  for (Bytes& unit : CutBefore(stream, [](int) { return true; })) {
+    if ((unit[3] & 0x1F) == 9 || accessUnits.empty()) {
+      accessUnits.emplace_back();
+    }
+    accessUnits.back().push_back(std::move(unit));
+  }
+  return accessUnits;
+}
+inline Frames Joined(const std::vector<AccessUnit>& accessUnits) {
+  Frames buffers;
+  for (const AccessUnit& accessUnit : accessUnits) {
+    buffers.emplace_back();
+    for (const Bytes& unit : accessUnit) {
+      buffers.back().insert(buffers.back().end(), unit.begin(), unit.end());
+    }
+  }
+  return buffers;
+}
+inline bool IsSlice(const Bytes& unit) {
+  const int type = unit[3] & 0x1F;
+  return type == 1 || type == 5;
+}
+
 // Units as the stream writer keeps them (header byte and payload), behind
 // start codes or four-byte lengths.
 inline Frames Framed(const Frames& units, bool lengthPrefixed = false) {
@@ -145,6 +175,23 @@ struct SmSupplied {
   Frames pictures;
   bool allAccepted = true; // every buffer taken without a status or anything unsupported
 };
+
+// A decoded frame's visible samples, the crop of its sequence applied: the
+// planes one after the other, rows tight, as ffmpeg writes raw video.
+inline std::vector<uint8_t> VisibleSamples(const MCL::H264DecoderFrame& frame,
+                                           const NmH264::SmSequenceParameterSet& sps) {
+  const NmH264::CmPicture& picture = frame.GetPicture();
+  std::vector<uint8_t> out;
+  for (int c = 0; c < (picture.IsMonochrome() ? 1 : 3); ++c) {
+    const uint32_t shift = c == 0 ? 0 : 1;
+    for (uint32_t y = sps.cropTop >> shift; y < (sps.GetHeight() - sps.cropBottom) >> shift; ++y) {
+      const uint8_t* row = picture.GetPlane(c) + y * picture.GetStride(c);
+      out.insert(out.end(), row + (sps.cropLeft >> shift),
+                 row + ((sps.GetWidth() - sps.cropRight) >> shift));
+    }
+  }
+  return out;
+}
 
 // Feeds the buffers one by one to the task supplier, taking every picture
 // as soon as it may leave, and returns their visible samples in output order.
@@ -167,6 +214,13 @@ inline SmSupplied DecodeWithSupplier(const Frames& buffers,
   return out;
 }
 
+// An Annex B stream a unit at a time through the task supplier.
+inline SmSupplied DecodeStream(const Bytes& stream, int32_t threads = 1) {
+  MCL::SmTaskSupplierSettings settings;
+  settings.threadCount = threads;
+  return DecodeWithSupplier(AnnexBUnits(stream), settings);
+}
+
 // Keeps each picture that the decoder shell puts out: its visible samples,
 // planar, and its time.
 class CmPictureCollector : public MCL::VideoProcessing {
@@ -185,11 +239,13 @@ public:
     }
     pictures.push_back(std::move(samples));
     times.push_back(picture->GetTime());
+    structures.push_back(picture->GetPictureStructure());
     return MCL::StatusOk;
   }
 
   Frames pictures;
   std::vector<double> times;
+  std::vector<int32_t> structures; // which field first, or which lone field
 };
 
 // The decoder shell with a collector behind it, fed a buffer at a time.
@@ -229,13 +285,32 @@ public:
 };
 
 // Every picture of the buffers through the decoder shell, then the flush.
-inline Frames DecodeWithShell(const Frames& buffers, int32_t threads = 1) {
+inline CmPictureCollector CollectWithShell(const Frames& buffers, int32_t threads = 1) {
   CmShell shell(0, threads);
   for (const Bytes& buffer : buffers) {
     shell.Feed(buffer);
   }
   shell.Flush();
-  return shell.collector.pictures;
+  return std::move(shell.collector);
+}
+inline Frames DecodeWithShell(const Frames& buffers, int32_t threads = 1) {
+  return CollectWithShell(buffers, threads).pictures;
+}
+
+// Which of two pictures the 16x16 luma block at (x, y) of `ours` equals:
+// `names` of the one, '=' of both (a still part), '?' of neither.
+inline char SourceOf(const Bytes& ours, const Bytes& first, const Bytes& second, const char* names,
+                     size_t width, size_t x, size_t y) {
+  std::string from;
+  for (const auto& [picture, name] : {std::pair{&first, names[0]}, {&second, names[1]}}) {
+    bool same = true;
+    for (size_t row = y; row < y + 16 && same; ++row) {
+      const auto at = static_cast<std::ptrdiff_t>(row * width + x);
+      same = std::equal(ours.begin() + at, ours.begin() + at + 16, picture->begin() + at);
+    }
+    from += same ? std::string(1, name) : "";
+  }
+  return from.empty() ? '?' : (from.size() == 2 ? '=' : from[0]);
 }
 
 // Equal pictures in equal number; a difference names the picture and the
@@ -249,6 +324,30 @@ inline void ExpectSameFrames(const Frames& ours, const Frames& expected) {
       ++same;
     }
     EXPECT_EQ(same, ours[i].size()) << "picture " << i;
+  }
+}
+
+// Encodes testsrc2 with x264 for each case and expects every picture to
+// equal ffmpeg's decode of the same stream, sample for sample, with one
+// thread and with two; every fifth case, the largest pictures, and every
+// case when `allThreadCounts`, with three and eight too.
+inline void ExpectSameAsReference(const std::vector<SmX264Clip>& cases,
+                                  bool allThreadCounts = false) {
+  for (size_t index = 0; index < cases.size(); ++index) {
+    const SmX264Clip& c = cases[index];
+    SCOPED_TRACE(c.options + " " + c.pixelFormat + " " + c.size + " " + c.preset);
+    const SmEncoded encoded = EncodeWithX264(c);
+    ASSERT_EQ(encoded.pictures.size(), static_cast<size_t>(c.frames));
+    std::vector<int32_t> threadCounts = {1, 2};
+    if (allThreadCounts || index % 5 == 0 || c.size == "1280x720") {
+      threadCounts.insert(threadCounts.end(), {3, 8});
+    }
+    for (const int32_t threads : threadCounts) {
+      SCOPED_TRACE(std::to_string(threads) + " threads");
+      const SmSupplied ours = DecodeStream(encoded.stream, threads);
+      EXPECT_TRUE(ours.allAccepted);
+      ExpectSameFrames(ours.pictures, encoded.pictures);
+    }
   }
 }
 

@@ -10,11 +10,9 @@
 #include "Codecs/H264/H264VideoDecoder.h"
 #include "Codecs/H264/TaskSupplier.h"
 #include "Codecs/MCL/VideoDecoderParams.h"
-#include "H264/ReferenceDecoding.h"
-#include "support/H264StreamWriter.h"
+#include "H264/WrittenStreams.h"
 
 using namespace NmTestSupport;
-using MB = SmWriterMacroblock;
 using namespace NmH264Test;
 
 namespace {
@@ -22,64 +20,17 @@ namespace {
 constexpr uint32_t Width = 4, Height = 3, Count = Width * Height; // macroblocks
 constexpr size_t FrameSize = Count * 384;
 
-// I_PCM content that differs from picture to picture and macroblock to
-// macroblock, with enough texture that a wrong motion vector or reference
-// shows.
 MB Textured(int seed, uint32_t address) {
-  MB mb;
-  mb.kind = MB::Pcm;
-  const int x0 = static_cast<int>(address % Width) * 16,
-            y0 = static_cast<int>(address / Width) * 16;
-  for (int y = 0; y < 16; ++y) {
-    for (int x = 0; x < 16; ++x) {
-      const int X = x0 + x, Y = y0 + y;
-      mb.samples.push_back(static_cast<uint8_t>(seed * 53 + X * 5 + Y * 3 + ((X ^ Y) & 7) * 9));
-    }
-  }
-  for (int c = 1; c < 3; ++c) {
-    for (int y = 0; y < 8; ++y) {
-      for (int x = 0; x < 8; ++x) {
-        const int X = x0 / 2 + x, Y = y0 / 2 + y;
-        mb.samples.push_back(static_cast<uint8_t>(seed * 29 * c + X * 7 * c + Y * 11 + (X & Y)));
-      }
-    }
-  }
-  return mb;
+  return NmH264Test::Textured(seed, address, Width);
 }
 
 std::vector<MB> IntraPicture(int seed) {
-  std::vector<MB> mbs;
-  for (uint32_t a = 0; a < Count; ++a) {
-    mbs.push_back(Textured(seed, a));
-  }
-  return mbs;
+  return NmH264Test::IntraPicture(seed, Count, Width);
 }
 
-SmSupplied DecodeWithEngine(const CmH264StreamWriter& writer,
-                            MCL::SmTaskSupplierSettings settings = {}) {
-  return DecodeWithSupplier(Framed(writer.Units(), settings.lengthPrefixed), settings);
-}
-
-Frames DecodeWithFfmpeg(const CmH264StreamWriter& writer, size_t frameSize = FrameSize,
-                        const std::string& inputOptions = "") {
-  CmTempDirectory directory;
-  const std::string stream = directory / "written.264";
-  if (!WriteBytes(stream, writer.AnnexB())) {
-    return {};
-  }
-  return FfmpegPictures(stream, directory / "written.yuv", frameSize, "yuv420p", inputOptions);
-}
-
-// Our pictures, every unit accepted, `count` of them, each equal to ffmpeg's;
-// returns ffmpeg's.
 Frames ExpectSameAsFfmpeg(const CmH264StreamWriter& writer, size_t count,
                           size_t frameSize = FrameSize, const std::string& inputOptions = "") {
-  const SmSupplied ours = DecodeWithEngine(writer);
-  EXPECT_TRUE(ours.allAccepted);
-  EXPECT_EQ(ours.pictures.size(), count);
-  Frames theirs = DecodeWithFfmpeg(writer, frameSize, inputOptions);
-  ExpectSameFrames(ours.pictures, theirs);
-  return theirs;
+  return ExpectWrittenSameAsFfmpeg(writer, count, frameSize, inputOptions);
 }
 
 // A sequence whose bitstream restriction bounds the reordering and the store.
@@ -112,13 +63,6 @@ SmWriterSlice Idr(uint32_t idrPicId = 0) {
 SmWriterSlice WithOps(SmWriterSlice slice, std::vector<SmWriterMmco> ops) {
   slice.adaptiveMarking = true;
   slice.mmcos = std::move(ops);
-  return slice;
-}
-
-SmWriterSlice WithActive(SmWriterSlice slice, uint32_t l0, uint32_t l1 = 1) {
-  slice.overrideRefIdx = true;
-  slice.numRefIdxActive[0] = l0;
-  slice.numRefIdxActive[1] = l1;
   return slice;
 }
 
@@ -285,11 +229,11 @@ TEST(H264WrittenStream, MemoryManagement5StartsTheOrderCountsAfresh) {
   last.pocLsb = 8;
   writer.WriteSlice(last, PredictedPicture({0}, 5));
 
-  const SmSupplied decoded = DecodeWithEngine(writer);
+  const SmSupplied decoded = DecodeWritten(writer);
   const Frames& ours = decoded.pictures;
   EXPECT_TRUE(decoded.allAccepted);
   ASSERT_EQ(ours.size(), 5u);
-  const Frames theirs = DecodeWithFfmpeg(writer);
+  const Frames theirs = FfmpegOfWritten(writer, FrameSize);
   ASSERT_EQ(theirs.size(), 5u);
   // ffmpeg keeps the old count of 20 for the B picture's lists and so
   // swaps the two; the other pictures agree.
@@ -438,7 +382,7 @@ TEST(H264WrittenStream, ExplicitAndImplicitWeightsInBSlicesMatchFfmpeg) {
         inDecodingOrder.push_back(expected[i]);
       }
     }
-    ExpectSameFrames(DecodeWithEngine(writer, fast).pictures, inDecodingOrder);
+    ExpectSameFrames(DecodeWritten(writer, fast).pictures, inDecodingOrder);
   }
 }
 
@@ -507,22 +451,19 @@ TEST(H264WrittenStream, SliceGroupsOfEveryMapTypeInAnySliceOrder) {
       pps.sliceGroupId.push_back(static_cast<uint32_t>(*unit - '0'));
     }
     writer.WritePps(pps);
-    std::vector<MB> expected;
+    // The P picture copies two of every three macroblocks, one of them skipped.
+    Frames known(2);
     for (int picture = 0; picture < 2; ++picture) {
       const std::string map = c.maps[picture];
-      std::vector<MB> byAddress;
+      std::vector<MB> byAddress, shown;
       for (uint32_t a = 0; a < Count; ++a) {
         const bool copied = picture == 1 && a % 3 != 0;
-        byAddress.push_back(copied ? MB::Predicted(MB::L0, 0, 0, 0) : Textured(picture, a));
-        if (copied && a % 3 == 2) {
-          byAddress.back() = MB{};
-        }
-        if (!copied) {
-          expected.push_back(byAddress.back());
-        } else {
-          expected.push_back(expected[a]);
-        }
+        byAddress.push_back(!copied      ? Textured(picture, a)
+                            : a % 3 == 2 ? MB{}
+                                         : MB::Predicted(MB::L0, 0, 0, 0));
+        shown.push_back(Textured(copied ? 0 : picture, a));
       }
+      Place(known[static_cast<size_t>(picture)], shown, Width, Height);
       // Slices of at most two macroblocks of one group, written last first,
       // so that the slice at macroblock 0 comes late.
       std::vector<std::vector<uint32_t>> slices;
@@ -551,31 +492,13 @@ TEST(H264WrittenStream, SliceGroupsOfEveryMapTypeInAnySliceOrder) {
         writer.WriteSlice(header, mbs);
       }
     }
-    const SmSupplied ours = DecodeWithEngine(writer);
+    const SmSupplied ours = DecodeWritten(writer);
     EXPECT_TRUE(ours.allAccepted);
-    Frames known(2);
-    for (int picture = 0; picture < 2; ++picture) {
-      std::vector<uint8_t>& frame = known[static_cast<size_t>(picture)];
-      frame.assign(FrameSize, 0);
-      for (uint32_t a = 0; a < Count; ++a) {
-        const std::vector<uint8_t>& samples = expected[picture * Count + a].samples;
-        const uint32_t x = a % Width, y = a / Width;
-        for (int i = 0; i < 256; ++i) {
-          frame[(y * 16 + i / 16) * Width * 16 + x * 16 + i % 16] = samples[i];
-        }
-        for (int c2 = 0; c2 < 2; ++c2) {
-          for (int i = 0; i < 64; ++i) {
-            frame[Count * 256 + c2 * Count * 64 + (y * 8 + i / 8) * Width * 8 + x * 8 + i % 8] =
-                samples[256 + 64 * c2 + i];
-          }
-        }
-      }
-    }
     ExpectSameFrames(ours.pictures, known);
     // The same units behind lengths instead of start codes.
     MCL::SmTaskSupplierSettings prefixed;
     prefixed.lengthPrefixed = true;
-    ExpectSameFrames(DecodeWithEngine(writer, prefixed).pictures, known);
+    ExpectSameFrames(DecodeWritten(writer, prefixed).pictures, known);
   }
 }
 

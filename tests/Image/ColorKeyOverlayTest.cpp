@@ -4,12 +4,12 @@
 
 #include "Image/ImageFixtures.h"
 #include "MediaProcessing/Image/ColorKeyOverlay.h"
+#include "MediaProcessing/Image/ImageBufferHelpers.h"
 #include "MediaProcessing/Image/NormalizeImage.h"
 
 using namespace NmMediaProcessing;
 using NmImageTest::ExpectError;
 using NmImageTest::ExpectRefusals;
-using NmImageTest::FillRandom;
 using NmImageTest::MakeImage;
 using NmImageTest::MakeOrientation;
 using NmImageTest::Planes;
@@ -152,7 +152,6 @@ TEST(ColorKeyOverlay, LandsAndClipsAlikeUnderEveryOrientation) {
     double x, y;
   };
   const SmExact exacts[] = {{0.9, 0.2}, {0.0, 0.75}, {0.45, 0.0}};
-  int checked = 0;
   for (const auto& size : pictures) {
     CmImage picture = MakeImage(size.width, size.height, Gray, 5);
     // Every third pixel is the key and lets the image through.
@@ -175,10 +174,7 @@ TEST(ColorKeyOverlay, LandsAndClipsAlikeUnderEveryOrientation) {
           // The stored image is 12 x 8 whatever its orientation, so that the
           // upright picture is 8 x 12 for odd turns.
           CmImage stored = MakeImage(12, 8, Gray, rotation * 4 + flips);
-          Orientation& o = stored.GetAttributes().orientation;
-          o.rotation = rotation;
-          o.flippedVertically = (flips & 1) != 0;
-          o.flippedHorizontally = (flips & 2) != 0;
+          stored.GetAttributes().orientation = MakeOrientation(rotation, flips & 1, flips & 2);
           CmImage upright = Upright(stored);
           CmColorKeyOverlay onStored(picture, p, 0, 0, 0, 0);
           CmColorKeyOverlay onUpright(picture, p, 0, 0, 0, 0);
@@ -187,12 +183,10 @@ TEST(ColorKeyOverlay, LandsAndClipsAlikeUnderEveryOrientation) {
           ASSERT_TRUE(Planes(Upright(stored)) == Planes(upright))
               << "picture " << size.width << "x" << size.height << " flags " << p.flags << " x "
               << p.x << " y " << p.y << " rotation " << rotation << " flips " << flips;
-          ++checked;
         }
       }
     }
   }
-  EXPECT_EQ(checked, 4 * 12 * 16);
 }
 
 TEST(ColorKeyOverlay, KeyLetsTheImageThroughInEveryPath) {
@@ -200,9 +194,8 @@ TEST(ColorKeyOverlay, KeyLetsTheImageThroughInEveryPath) {
   // the image's byte order.
   CmImage picture = MakeImage(6, 4, BGR24, 6);
   auto plane = picture.Allocator().GetWriteablePlane(0);
-  plane.data[0] = 1;
-  plane.data[1] = 2;
-  plane.data[2] = 3; // B G R of pixel (0, 0) is the key
+  const uint8_t key[3] = {1, 2, 3};
+  std::copy_n(key, 3, plane.data); // B G R of pixel (0, 0) is the key
   const CmImage background = MakeImage(6, 4, RGB24, 7);
   CmColorKeyOverlay overlay(picture, Parameters(0), 1, 2, 3, 0);
   CmImage result = NmImageTest::Applied(overlay, background);
@@ -212,14 +205,10 @@ TEST(ColorKeyOverlay, KeyLetsTheImageThroughInEveryPath) {
   // A 32-bit picture takes its first pixel's fourth byte into the key.
   CmImage padded = MakeImage(3, 2, BGR32, 8);
   auto p32 = padded.Allocator().GetWriteablePlane(0);
-  for (uint64_t y = 0; y < 2; ++y) {
-    for (uint64_t x = 0; x < 3; ++x) {
-      p32.data[y * p32.rowStride + 4 * x + 3] = 0x5A;
-    }
+  for (uint64_t x = 0; x < 3; ++x) {
+    p32.data[4 * x + 3] = p32.data[p32.rowStride + 4 * x + 3] = 0x5A;
   }
-  p32.data[4 * 2 + 0] = 9;
-  p32.data[4 * 2 + 1] = 9;
-  p32.data[4 * 2 + 2] = 9; // pixel (2, 0) is the key
+  std::fill_n(p32.data + 4 * 2, 3, 9); // pixel (2, 0) is the key
   CmColorKeyOverlay keyed(padded, Parameters(OverlayLeft | OverlayTop), 9, 9, 9, 0);
   EXPECT_EQ(keyed.GetKey(3), 0x5A);
   CmImage target = MakeImage(7, 5, BGRA, 9);
@@ -239,16 +228,10 @@ TEST(ColorKeyOverlay, KeyLetsTheImageThroughInEveryPath) {
 }
 
 TEST(ColorKeyOverlay, PlanarPicturesNeedTheKeyInEveryPlane) {
-  CmImage picture;
-  picture.Allocate(4, 4, YCbCr420_Planar);
-  picture.GetAttributes().subColorFormat = SubColorFormatVideoRange;
-  FillRandom(picture, 11);
-  auto y = picture.Allocator().GetWriteablePlane(0);
+  CmImage picture = MakeImage(4, 4, YCbCr420_Planar, 11);
+  CmImageBufferHelpers::SetPlane(16, picture.Allocator().GetWriteablePlane(0));
   auto cb = picture.Allocator().GetWriteablePlane(1);
   auto cr = picture.Allocator().GetWriteablePlane(2);
-  for (uint64_t i = 0; i < 4; ++i) {
-    std::fill_n(y.data + i * y.rowStride, 4, 16);
-  }
   // Chroma of the left half is the key, the right half's is not.
   for (uint64_t i = 0; i < 2; ++i) {
     cb.data[i * cb.rowStride] = 128;
@@ -256,10 +239,7 @@ TEST(ColorKeyOverlay, PlanarPicturesNeedTheKeyInEveryPlane) {
     cb.data[i * cb.rowStride + 1] = 5;
     cr.data[i * cr.rowStride + 1] = 128;
   }
-  CmImage image;
-  image.Allocate(8, 6, YCbCr420_Planar);
-  image.GetAttributes().subColorFormat = SubColorFormatVideoRange;
-  FillRandom(image, 12);
+  CmImage image = MakeImage(8, 6, YCbCr420_Planar, 12);
   const uint8_t through = Sample(image, 0, 0, 0);
   CmColorKeyOverlay overlay(picture, Parameters(OverlayLeft | OverlayTop), 16, 128, 128, 0);
   overlay.Execute(image);

@@ -195,9 +195,8 @@ TEST(ColorMaskingOverlay, MaskLiesOnStoredPixelsOfTurnedImages) {
   for (uint32_t rotation = 0; rotation < 4; ++rotation) {
     for (int flips = 0; flips < 4; ++flips) {
       CmImage image = MakeImage(12, 8, Gray, rotation * 4 + flips);
-      image.GetAttributes().orientation.rotation = rotation;
-      image.GetAttributes().orientation.flippedVertically = (flips & 1) != 0;
-      image.GetAttributes().orientation.flippedHorizontally = (flips & 2) != 0;
+      image.GetAttributes().orientation =
+          NmImageTest::MakeOrientation(rotation, flips & 1, flips & 2);
       CmColorMaskingOverlay overlay(*ParseMaskString("3x2;100;001"), 0, 0, 0);
       overlay.Execute(image);
       for (uint64_t y = 0; y < 8; ++y) {

@@ -188,14 +188,10 @@ TEST(ImageColorFormatConvert, EveryPairOfFormatsKeepsAFlatColour) {
     for (const uint64_t height : {5u, 8u}) {
       CmImage rgb;
       rgb.Allocate(width, height, RGB24);
-      const auto plane = rgb.Allocator().GetWriteablePlane(0);
-      for (uint64_t y = 0; y < height; ++y) {
-        for (uint64_t x = 0; x < width; ++x) {
-          uint8_t* p = plane.GetPixelAddress(x, y);
-          p[0] = 200;
-          p[1] = 100;
-          p[2] = 40;
-        }
+      const uint8_t colour[3] = {200, 100, 40};
+      for (uint64_t i = 0; i < width * height; ++i) {
+        std::copy_n(colour, 3,
+                    rgb.Allocator().GetWriteablePlane(0).GetPixelAddress(i % width, i / width));
       }
       for (const ColorFormat from : AllFormats) {
         CmImage source = NmImageTest::Applied(CmImageColorFormatConvert(from), rgb);
@@ -318,17 +314,11 @@ TEST(ImageColorFormatConvert, FullRangeSubsampledChromaIsInterpolatedWithoutSeam
   }
   // Video range takes the nearest chroma sample: two neighbours that differ
   // in chroma show it as a hard step.
-  CmImage video;
-  video.Allocate(4, 2, YCbCr422_Planar);
-  video.GetAttributes().subColorFormat = SubColorFormatVideoRange;
+  CmImage video = Noise(4, 2, YCbCr422_Planar, SubColorFormatVideoRange);
   auto& allocator = video.Allocator();
-  NmImageTest::FillRandom(video, 1);
   for (uint64_t y = 0; y < 2; ++y) {
-    for (uint64_t x = 0; x < 4; ++x) {
-      allocator.GetWriteablePlane(0).GetPixelAddress(x, y)[0] = 120;
-    }
-    allocator.GetWriteablePlane(1).GetPixelAddress(0, y)[0] = 128;
-    allocator.GetWriteablePlane(1).GetPixelAddress(1, y)[0] = 128;
+    std::fill_n(allocator.GetWriteablePlane(0).GetPixelAddress(0, y), 4, 120);
+    std::fill_n(allocator.GetWriteablePlane(1).GetPixelAddress(0, y), 2, 128);
     allocator.GetWriteablePlane(2).GetPixelAddress(0, y)[0] = 100;
     allocator.GetWriteablePlane(2).GetPixelAddress(1, y)[0] = 200;
   }

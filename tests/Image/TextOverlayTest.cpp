@@ -3,6 +3,7 @@
 #include <set>
 #include <string>
 
+#include "MediaProcessing/Image/ImageBufferHelpers.h"
 #include "MediaProcessing/Image/TextOverlay.h"
 #include "support/ImageTestSupport.h"
 
@@ -196,10 +197,7 @@ TEST(TextOverlay, LaysWhiteAndBlackInThePlanarImagesOwnRange) {
     image.Allocate(97, 31, c.format);
     image.GetAttributes().subColorFormat = c.range;
     for (uint64_t p = 0; p < image.Allocator().GetPlaneCount(); ++p) {
-      const auto plane = image.Allocator().GetWriteablePlane(p);
-      for (uint64_t y = 0; y < plane.height; ++y) {
-        std::fill_n(plane.data + y * plane.rowStride, plane.width, p == 0 ? 100 : 128);
-      }
+      CmImageBufferHelpers::SetPlane(p == 0 ? 100 : 128, image.Allocator().GetWriteablePlane(p));
     }
     CmTextOverlay overlay("Gate 3", Parameters(OverlayRight | OverlayTop));
     overlay.Execute(image);

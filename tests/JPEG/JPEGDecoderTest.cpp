@@ -304,13 +304,7 @@ TEST(JPEGDecoder, ColourConventions) {
   const CmBytes adobe = ReplaceJFIFWithAdobe(jfif, 1);
   const CmBytes exif = InsertSegment(jfif, 0xE1, {'E', 'x', 'i', 'f', 0, 0, 'M', 'M', 0, 42});
   const CmBytes jfxx = InsertSegment(jfif, 0xE0, {'J', 'F', 'X', 'X', 0, 0x10});
-  CmBytes noTables = jfif;
-  for (size_t at = FindMarker(noTables, 0xC4); at < noTables.size();
-       at = FindMarker(noTables, 0xC4)) {
-    noTables.erase(noTables.begin() + static_cast<std::ptrdiff_t>(at),
-                   noTables.begin() + static_cast<std::ptrdiff_t>(
-                                          at + 2 + (noTables[at + 2] << 8 | noTables[at + 3])));
-  }
+  const CmBytes noTables = WithoutHuffmanTables(jfif);
   ASSERT_LT(noTables.size(), jfif.size());
   ASSERT_EQ(d.Open(jfif), JStatusOk);
   EXPECT_TRUE(d.decoder.SawJFIF());

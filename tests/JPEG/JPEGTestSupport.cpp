@@ -16,6 +16,7 @@
 
 #include <unistd.h>
 
+#include "Image/ImageFixtures.h"
 #include "support/ExternalTools.h"
 
 namespace NmJPEGTest {
@@ -105,16 +106,10 @@ CmBytes MakeLosslessJPEG(const std::string& name, int width, int height,
 
 SmPlanes PlanesOf(const NmMediaProcessing::CmImage& image) {
   SmPlanes out;
-  const auto& allocator = image.Allocator();
-  for (uint64_t p = 0; p < allocator.GetPlaneCount(); ++p) {
-    const auto plane = allocator.GetPlane(p);
-    out.width[p] = static_cast<int>(plane.width);
-    out.height[p] = static_cast<int>(plane.height);
-    out.planes.emplace_back();
-    for (uint64_t y = 0; y < plane.height; ++y) {
-      const uint8_t* row = plane.data + y * plane.rowStride;
-      out.planes.back().insert(out.planes.back().end(), row, row + plane.width);
-    }
+  out.planes = NmImageTest::Planes(image);
+  for (size_t p = 0; p < out.planes.size(); ++p) {
+    out.width[p] = static_cast<int>(image.Allocator().GetPlane(p).width);
+    out.height[p] = static_cast<int>(image.Allocator().GetPlane(p).height);
   }
   return out;
 }

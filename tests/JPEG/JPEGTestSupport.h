@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -60,5 +61,21 @@ bool DjpegDecodeRGB(const CmBytes& jpeg, int& width, int& height, CmBytes& rgb);
 CmBytes ReplaceJFIFWithAdobe(const CmBytes& jpeg, uint8_t transform);
 // Inserts a segment right after SOI.
 CmBytes InsertSegment(const CmBytes& jpeg, uint8_t marker, const CmBytes& body);
+
+// The frame without its DHT segments, as many cameras write Motion JPEG.
+inline CmBytes WithoutHuffmanTables(const CmBytes& frame) {
+  CmBytes out(frame.begin(), frame.begin() + 2);
+  size_t at = 2;
+  while (at + 4 <= frame.size() && frame[at + 1] != 0xDA) {
+    const size_t length = static_cast<size_t>(frame[at + 2] << 8 | frame[at + 3]);
+    if (frame[at + 1] != 0xC4) {
+      out.insert(out.end(), frame.begin() + static_cast<std::ptrdiff_t>(at),
+                 frame.begin() + static_cast<std::ptrdiff_t>(at + 2 + length));
+    }
+    at += 2 + length;
+  }
+  out.insert(out.end(), frame.begin() + static_cast<std::ptrdiff_t>(at), frame.end());
+  return out;
+}
 
 } // namespace NmJPEGTest

@@ -10,6 +10,7 @@
 #include "MediaProcessing/Video/JPEG/VideoAnalyzerJPEG.h"
 #include "MediaProcessing/Video/JPEG/VideoDecoderJPEG.h"
 #include "MediaProcessing/Video/VideoFactory.h"
+#include "support/ImageTestSupport.h"
 
 using namespace NmJPEGTest;
 using namespace NmMediaProcessing;
@@ -20,11 +21,8 @@ namespace {
 std::unique_ptr<ImVideoDecoder> MakeDecoder(uint32_t divisor = 1, bool grayOnly = false,
                                             bool produce = true) {
   std::unique_ptr<ImVideoDecoder> decoder(CmVideoFactory::CreateFromCodec(1)->CreateDecoder());
-  SmVideoDecodeParameters parameters;
-  parameters.m_ScaleDivisor = divisor;
-  parameters.m_LuminanceOnly = grayOnly;
-  parameters.m_ProduceImage = produce;
-  decoder->SetParameters(parameters);
+  decoder->SetParameters(
+      {.m_ProduceImage = produce, .m_LuminanceOnly = grayOnly, .m_ScaleDivisor = divisor});
   return decoder;
 }
 
@@ -96,13 +94,9 @@ TEST(VideoDecoderJPEG, RefusesWhatItCannotDecodeAndKeepsWhatATruncatedFrameHolds
   EXPECT_FALSE(result.m_ImageProduced);
   const CmBytes jpeg = MakeJPEG("video100x75", 100, 75, false, "-quality 80 -sample 2x2");
   for (const uint64_t size : {uint64_t{0}, uint64_t{0x80000000}}) {
-    try {
-      decoder->Decode(jpeg.data(), size, 1, kTime, image, result);
-      ADD_FAILURE() << size;
-    } catch (const NmError::CmIntegrityError& error) {
-      EXPECT_EQ(error.GetErrorCode(), NmError::CmIntegrityErrorCode::OutOfRange);
-      EXPECT_EQ(error.GetDescription(), "Invalid source data length for non-NULL source data");
-    }
+    NmImageTest::ExpectError([&] { decoder->Decode(jpeg.data(), size, 1, kTime, image, result); },
+                             "Invalid source data length for non-NULL source data",
+                             NmError::CmIntegrityErrorCode::OutOfRange);
   }
   // Decoding switched off: the id comes back, no image.
   auto idle = MakeDecoder(1, false, false);
@@ -125,13 +119,10 @@ TEST(VideoDecoderJPEG, RefusesWhatItCannotDecodeAndKeepsWhatATruncatedFrameHolds
   }
   EXPECT_EQ(Shape(CmBytes(500, 0x5A), image), "refused");
 
-  // A frame cut in the middle of its data: the top is decoded, and it is a
-  // picture.
+  // A frame cut in the middle of its data is a picture (that its top rows
+  // are right is the codec's own test).
   const CmBytes whole = MakeJPEG("video640x480", 640, 480, false, "-quality 75 -sample 2x1");
   EXPECT_EQ(Shape(CmBytes(whole.begin(), whole.begin() + whole.size() / 2), image), "422 640x480");
-  SmPlanes turbo;
-  ASSERT_TRUE(TurboDecodePlanes(whole, 0, turbo));
-  EXPECT_LE(Compare(PlanesOf(image), turbo, 0, 64).worst, 1); // the first rows are complete
 }
 
 TEST(VideoAnalyzerJPEG, ReadsTheSizeFromTheHeaderAndFeedsRawJPEGConversion) {

@@ -8,7 +8,9 @@
 #include "Codecs/MCL/VideoDecoderParams.h"
 #include "MCL/FakeMCLDecoder.h"
 #include "MediaProcessing/Image/StaticImageAllocator.h"
+#include "MediaProcessing/Video/MCL/MCLError.h"
 #include "MediaProcessing/Video/MCL/VideoDecoderBaseMCL.h"
+#include "support/CaughtError.h"
 
 namespace NmMCLTest {
 
@@ -21,6 +23,12 @@ protected:
   void SetUp() override { Script() = SmFakeScript(); }
   void TearDown() override { Script() = SmFakeScript(); }
 };
+
+// The status of the MCL error that the call raises; one that raises none
+// fails the test.
+template <typename Call> auto RaisedStatus(Call&& call) {
+  return NmTestSupport::Caught<NmMediaProcessing::CmMCLError>(call)->GetStatus();
+}
 
 inline SmFakeStep Step(MCL::Status status, size_t consume = 0, int32_t frameId = -1) {
   SmFakeStep step;

@@ -72,12 +72,7 @@ TEST_F(MCLVideoAnalyzerTest, SizeOnlyFromAWholeAnswer) {
       SCOPED_TRACE(testing::Message() << status << (atInit ? " at Init" : " at GetInfo"));
       Script().initStatus = atInit ? status : MCL::StatusOk;
       Script().infoStatus = atInit ? MCL::StatusOk : status;
-      try {
-        analyzer.Analyze(data.data(), data.size(), size);
-        ADD_FAILURE() << "no error";
-      } catch (const CmMCLError& error) {
-        EXPECT_EQ(error.GetStatus(), status);
-      }
+      EXPECT_EQ(RaisedStatus([&] { analyzer.Analyze(data.data(), data.size(), size); }), status);
     }
   }
   Script().initStatus = MCL::StatusOk;

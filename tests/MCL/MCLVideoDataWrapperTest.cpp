@@ -27,19 +27,16 @@ TEST(MCLThrowStatusTest, StatusesBecomeTheirErrors) {
   }
   for (const int32_t status : {-882, -879, -897, -995, -996, -998, -999, 1, 2, -4, -9}) {
     SCOPED_TRACE(status);
-    try {
-      ThrowStatus(static_cast<MCL::Status>(status));
-      ADD_FAILURE() << "no error";
-    } catch (const CmMCLError& error) {
-      EXPECT_EQ(error.GetDescription(), "Media Codec Layer (MCL) error " + std::to_string(status));
-      EXPECT_EQ(error.GetErrorCode(), 2u);
-      EXPECT_EQ(error.GetStatus(), status);
-      EXPECT_EQ(error.GetLocation().rfind("NmMediaProcessing::ThrowStatus (line ", 0), 0u);
-      std::unique_ptr<NmError::CmError> clone(error.Clone());
-      auto* copy = dynamic_cast<CmMCLError*>(clone.get());
-      ASSERT_NE(copy, nullptr);
-      EXPECT_EQ(copy->GetStatus(), status);
-    }
+    const auto error =
+        NmTestSupport::Caught<CmMCLError>([&] { ThrowStatus(static_cast<MCL::Status>(status)); });
+    EXPECT_EQ(error->GetDescription(), "Media Codec Layer (MCL) error " + std::to_string(status));
+    EXPECT_EQ(error->GetErrorCode(), 2u);
+    EXPECT_EQ(error->GetStatus(), status);
+    EXPECT_EQ(error->GetLocation().rfind("NmMediaProcessing::ThrowStatus (line ", 0), 0u);
+    std::unique_ptr<NmError::CmError> clone(error->Clone());
+    auto* copy = dynamic_cast<CmMCLError*>(clone.get());
+    ASSERT_NE(copy, nullptr);
+    EXPECT_EQ(copy->GetStatus(), status);
   }
   // The plane primitives keep their own meaning of small negative numbers.
   EXPECT_THROW(ThrowStatus(-9), std::bad_alloc);
@@ -168,12 +165,8 @@ TEST(MCLVideoDataWrapperTest, InterlacingAspectAndTimeMapBothWays) {
   for (const double ratio : {0.0, -1.0, 1e-6}) {
     SCOPED_TRACE(ratio);
     image.GetAttributes().aspectRatio = ratio;
-    try {
-      wrapper.SetAttributes(image.GetAttributes());
-      ADD_FAILURE() << "no error";
-    } catch (const CmMCLError& error) {
-      EXPECT_EQ(error.GetStatus(), MCL::StatusInvalidStream);
-    }
+    EXPECT_EQ(RaisedStatus([&] { wrapper.SetAttributes(image.GetAttributes()); }),
+              MCL::StatusInvalidStream);
   }
   image.GetAttributes().aspectRatio = 1.0;
 

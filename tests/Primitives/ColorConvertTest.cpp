@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 
 #include "Codecs/Primitives/ColorConvert.h"
@@ -82,14 +83,14 @@ TEST_P(ColorConvert, MatchesTheReference) {
                        << " bytes " << pixelBytes << " blue first " << layout.blueFirst);
           const size_t cw = ChromaWidth(chroma, width), ch = ChromaHeight(chroma, height);
           const SmTestPlane y(random, width, height), cb(random, cw, ch), cr(random, cw, ch);
-          SmTestPlane expected(random, width * pixelBytes, height);
-          SmTestPlane actual = expected;
           const SmYCbCrSource source{y.data(),  y.stride,  cb.data(),
                                      cb.stride, cr.data(), cr.stride};
-          NmReference::YCbCrToRgb(source, chroma, expected.data(), expected.stride, layout, width,
-                                  height, matrix);
-          YCbCrToRgb(source, chroma, actual.data(), actual.stride, layout, width, height, matrix);
-          ASSERT_EQ(actual.bytes, expected.bytes) << "to RGB";
+          ExpectSameWrites(
+              NmReference::YCbCrToRgb, YCbCrToRgb, SmTestPlane(random, width * pixelBytes, height),
+              [&](auto convert, SmTestPlane& out) {
+                convert(source, chroma, out.data(), out.stride, layout, width, height, matrix);
+              },
+              "to RGB");
 
           SmTestPlane rgb(random, width * pixelBytes, height);
           if (round % 4 == 3) {
@@ -100,24 +101,21 @@ TEST_P(ColorConvert, MatchesTheReference) {
               b = (b & 1) != 0 ? 255 : 0;
             }
           }
-          SmTestPlane y1(random, width, height), cb1(random, cw, ch), cr1(random, cw, ch);
-          SmTestPlane y2 = y1, cb2 = cb1, cr2 = cr1;
-          const auto to = [lumaOnly = random() % 4 == 0](SmTestPlane& y, SmTestPlane& cb,
-                                                         SmTestPlane& cr) {
-            return SmYCbCrDestination{y.data(),
-                                      y.stride,
-                                      lumaOnly ? nullptr : cb.data(),
-                                      cb.stride,
-                                      lumaOnly ? nullptr : cr.data(),
-                                      cr.stride};
-          };
-          const SmYCbCrDestination to1 = to(y1, cb1, cr1), to2 = to(y2, cb2, cr2);
-          NmReference::RgbToYCbCr(rgb.data(), rgb.stride, layout, to1, chroma, width, height,
-                                  matrix);
-          RgbToYCbCr(rgb.data(), rgb.stride, layout, to2, chroma, width, height, matrix);
-          ASSERT_EQ(y2.bytes, y1.bytes) << "luma";
-          ASSERT_EQ(cb2.bytes, cb1.bytes) << "Cb";
-          ASSERT_EQ(cr2.bytes, cr1.bytes) << "Cr";
+          const bool lumaOnly = random() % 4 == 0;
+          ExpectSameWrites(
+              NmReference::RgbToYCbCr, RgbToYCbCr,
+              std::array{SmTestPlane(random, width, height), SmTestPlane(random, cw, ch),
+                         SmTestPlane(random, cw, ch)},
+              [&](auto convert, std::array<SmTestPlane, 3>& out) {
+                const SmYCbCrDestination to{out[0].data(),
+                                            out[0].stride,
+                                            lumaOnly ? nullptr : out[1].data(),
+                                            out[1].stride,
+                                            lumaOnly ? nullptr : out[2].data(),
+                                            out[2].stride};
+                convert(rgb.data(), rgb.stride, layout, to, chroma, width, height, matrix);
+              },
+              "to YCbCr");
         }
       }
     }

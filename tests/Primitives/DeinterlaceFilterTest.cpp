@@ -27,15 +27,13 @@ TEST_P(DeinterlaceFilter, MatchesTheReference) {
         }
       }
     }
-    SmTestPlane expected(random, width, height);
-    SmTestPlane actual = expected;
-    ASSERT_EQ(NmReference::DeinterlaceCAVT(source.data(), source.stride, expected.data(),
-                                           expected.stride, width, height, threshold),
-              0);
-    ASSERT_EQ(DeinterlaceCAVT(source.data(), source.stride, actual.data(), actual.stride, width,
-                              height, threshold),
-              0);
-    ASSERT_EQ(actual.bytes, expected.bytes);
+    ExpectSameWrites(
+        NmReference::DeinterlaceCAVT, DeinterlaceCAVT, SmTestPlane(random, width, height),
+        [&](auto filter, SmTestPlane& out) {
+          return filter(source.data(), source.stride, out.data(), out.stride, width, height,
+                        threshold);
+        },
+        "filter");
   }
 }
 

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "Codecs/Primitives/JPEGHuffman.h"
+#include "Codecs/Primitives/JPEGHuffmanEncode.h"
 #include "Codecs/Primitives/JPEGTables.h"
 #include "support/KernelTestSupport.h"
 
@@ -60,55 +61,6 @@ SmRandomTable MakeTable(std::mt19937& random, std::vector<uint8_t> symbols) {
   }
 }
 
-// Writes bits most significant first, with a zero stuffed after every 0xFF.
-class CBitWriter {
-public:
-  void Put(uint32_t value, int count) {
-    for (int i = count - 1; i >= 0; --i) {
-      m_Byte = static_cast<uint8_t>(m_Byte << 1 | ((value >> i) & 1));
-      if (++m_Count == 8) {
-        Emit();
-      }
-    }
-  }
-  void Symbol(const SmRandomTable& table, int symbol) {
-    ASSERT_NE(table.encode.size[symbol], 0);
-    Put(table.encode.code[symbol], table.encode.size[symbol]);
-  }
-  // Category and extra bits of a signed value (T.81 F.1.2.1).
-  static int Category(int value) {
-    int magnitude = value < 0 ? -value : value;
-    int category = 0;
-    while (magnitude > 0) {
-      ++category;
-      magnitude >>= 1;
-    }
-    return category;
-  }
-  void Extra(int value, int category) {
-    Put(static_cast<uint32_t>(value < 0 ? value - 1 : value) & ((1u << category) - 1), category);
-  }
-  std::vector<uint8_t> Finish() {
-    while (m_Count != 0) {
-      Put(1, 1);
-    }
-    return bytes;
-  }
-  std::vector<uint8_t> bytes;
-
-private:
-  void Emit() {
-    bytes.push_back(m_Byte);
-    if (m_Byte == 0xFF) {
-      bytes.push_back(0);
-    }
-    m_Byte = 0;
-    m_Count = 0;
-  }
-  uint8_t m_Byte = 0;
-  int m_Count = 0;
-};
-
 std::vector<uint8_t> Range(int first, int last) {
   std::vector<uint8_t> symbols;
   for (int s = first; s <= last; ++s) {
@@ -137,42 +89,26 @@ TEST_F(JPEGHuffman, SequentialBlocksRoundTripThroughBothPaths) {
     const SmRandomTable dc = MakeTable(random, Range(0, 11));
     const SmRandomTable ac = MakeTable(random, ACSymbols());
     std::vector<std::vector<int16_t>> blocks(1 + random() % 30, std::vector<int16_t>(64));
-    CBitWriter writer;
-    int previous = 0;
+    // The stream as the encoder's reference writes it, which the encoder's
+    // tests hold to libjpeg-turbo.
+    std::vector<uint8_t> stream;
+    SmHuffmanBitWriter writer;
+    int32_t previous = 0;
     for (auto& block : blocks) {
       const int density = static_cast<int>(random() % 64);
       for (int k = 0; k < 64; ++k) {
         if (k == 0 || static_cast<int>(random() % 64) < density) {
-          const int limit = 1023;
           block[kJPEGNaturalOrder[k]] =
-              static_cast<int16_t>(static_cast<int>(random() % (2 * limit + 1)) - limit);
+              static_cast<int16_t>(static_cast<int>(random() % 2047) - 1023);
         }
       }
-      const int diff = block[0] - previous;
-      previous = block[0];
-      const int category = CBitWriter::Category(diff);
-      writer.Symbol(dc, category);
-      writer.Extra(diff, category);
-      int run = 0;
-      for (int k = 1; k < 64; ++k) {
-        const int value = block[kJPEGNaturalOrder[k]];
-        if (value == 0) {
-          ++run;
-          continue;
-        }
-        for (; run >= 16; run -= 16) {
-          writer.Symbol(ac, 0xF0);
-        }
-        const int size = CBitWriter::Category(value);
-        writer.Symbol(ac, run << 4 | size);
-        writer.Extra(value, size);
-        run = 0;
-      }
-      if (run > 0) {
-        writer.Symbol(ac, 0x00);
-      }
+      uint8_t bytes[kMaxHuffmanBlockBytes];
+      stream.insert(stream.end(), bytes,
+                    bytes + NmReference::EncodeBlockSequential(block.data(), previous, dc.encode,
+                                                               ac.encode, writer, bytes));
     }
-    std::vector<uint8_t> stream = writer.Finish();
+    uint8_t tail[2];
+    stream.insert(stream.end(), tail, tail + FlushHuffmanBits(writer, tail));
     stream.push_back(0xFF);
     stream.push_back(0xD9);
     // Runs of MCUs of three blocks, in pieces as a reserve cuts them, with

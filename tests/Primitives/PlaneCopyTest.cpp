@@ -67,19 +67,16 @@ TEST_P(PlaneCopy, MatchesTheReference) {
       const auto reference = pixelBytes == 3 ? Ref::SwapChannels3 : Ref::SwapChannels4;
       const SmTestPlane source(random, pixelBytes * width, height);
       SmTestPlane expected(random, pixelBytes * width, height);
-      SmTestPlane actual = expected;
-      reference(source.data(), source.stride, expected.data(), expected.stride, width, height);
-      swap(source.data(), source.stride, actual.data(), actual.stride, width, height);
-      EXPECT_EQ(actual.bytes, expected.bytes) << "swap " << pixelBytes;
+      const auto call = [&](auto f, SmTestPlane& out) {
+        f(source.data(), source.stride, out.data(), out.stride, width, height);
+      };
+      ExpectSameWrites(reference, swap, expected, call, "swap");
+      call(reference, expected);
       // In place, the result is the same as out of place.
-      SmTestPlane inPlace = source;
-      swap(inPlace.data(), inPlace.stride, inPlace.data(), inPlace.stride, width, height);
-      for (size_t y = 0; y < height; ++y) {
-        EXPECT_TRUE(std::equal(inPlace.data() + y * inPlace.stride,
-                               inPlace.data() + y * inPlace.stride + pixelBytes * width,
-                               expected.data() + y * expected.stride))
-            << "in-place swap " << pixelBytes;
-      }
+      ExpectSameInPlace(
+          source, expected, pixelBytes * width,
+          [&](SmTestPlane& p) { swap(p.data(), p.stride, p.data(), p.stride, width, height); },
+          "in-place swap");
     }
   }
 }

@@ -19,21 +19,17 @@ TEST_P(PlaneFlip, MatchesTheReferenceOutOfPlaceAndInPlace) {
                      << width << "x" << height << " bytes " << pixelBytes << " axis " << axis);
         const SmTestPlane source(random, width * pixelBytes, height);
         SmTestPlane expected(random, width * pixelBytes, height);
-        SmTestPlane actual = expected;
-        NmReference::FlipPlane(source.data(), source.stride, expected.data(), expected.stride,
-                               width, height, pixelBytes, axis);
-        FlipPlane(source.data(), source.stride, actual.data(), actual.stride, width, height,
-                  pixelBytes, axis);
-        ASSERT_EQ(actual.bytes, expected.bytes);
-
-        SmTestPlane inPlace = source;
-        FlipPlaneInPlace(inPlace.data(), inPlace.stride, width, height, pixelBytes, axis);
-        for (size_t y = 0; y < height; ++y) {
-          ASSERT_TRUE(std::equal(inPlace.data() + y * inPlace.stride,
-                                 inPlace.data() + y * inPlace.stride + width * pixelBytes,
-                                 expected.data() + y * expected.stride))
-              << "row " << y;
-        }
+        const auto flip = [&](auto f, SmTestPlane& out) {
+          f(source.data(), source.stride, out.data(), out.stride, width, height, pixelBytes, axis);
+        };
+        ExpectSameWrites(NmReference::FlipPlane, FlipPlane, expected, flip, "out of place");
+        flip(NmReference::FlipPlane, expected);
+        ExpectSameInPlace(
+            source, expected, width * pixelBytes,
+            [&](SmTestPlane& p) {
+              FlipPlaneInPlace(p.data(), p.stride, width, height, pixelBytes, axis);
+            },
+            "in place");
       }
     }
   }

@@ -21,13 +21,14 @@ TEST_P(PlaneTranspose, MatchesTheReference) {
         SCOPED_TRACE(::testing::Message() << width << "x" << height << " bytes " << pixelBytes
                                           << " columns " << flipColumns << " rows " << flipRows);
         const SmTestPlane source(random, width * pixelBytes, height);
-        SmTestPlane expected(random, height * pixelBytes, width);
-        SmTestPlane actual = expected;
-        NmReference::TransposePlane(source.data(), source.stride, expected.data(), expected.stride,
-                                    width, height, pixelBytes, flipColumns, flipRows);
-        TransposePlane(source.data(), source.stride, actual.data(), actual.stride, width, height,
-                       pixelBytes, flipColumns, flipRows);
-        ASSERT_EQ(actual.bytes, expected.bytes);
+        ExpectSameWrites(
+            NmReference::TransposePlane, TransposePlane,
+            SmTestPlane(random, height * pixelBytes, width),
+            [&](auto transpose, SmTestPlane& out) {
+              transpose(source.data(), source.stride, out.data(), out.stride, width, height,
+                        pixelBytes, flipColumns, flipRows);
+            },
+            "transpose");
       }
     }
   }

@@ -98,18 +98,15 @@ TEST_P(Resize, MatchesTheReference) {
         window.bottom = window.top + 1 + random() % (dh - window.top);
         window.left = random() % dw;
         window.right = window.left + 1 + random() % (dw - window.left);
-        SmTestPlane expected(random, (window.right - window.left) * bytes,
-                             window.bottom - window.top);
-        SmTestPlane actual = expected;
         auto scratch = Scratch(sw, sh, dw, dh, bytes, mode);
-        ASSERT_EQ(NmReference::ResizePlane(source.data(), source.stride, sw, sh, expected.data(),
-                                           expected.stride, dw, dh, bytes, mode, scratch.data(),
-                                           scratch.size(), window),
-                  ResizeOk);
-        ASSERT_EQ(ResizePlane(source.data(), source.stride, sw, sh, actual.data(), actual.stride,
-                              dw, dh, bytes, mode, scratch.data(), scratch.size(), window),
-                  ResizeOk);
-        ASSERT_EQ(actual.bytes, expected.bytes);
+        ExpectSameWrites(
+            NmReference::ResizePlane, ResizePlane,
+            SmTestPlane(random, (window.right - window.left) * bytes, window.bottom - window.top),
+            [&](auto resize, SmTestPlane& out) {
+              return resize(source.data(), source.stride, sw, sh, out.data(), out.stride, dw, dh,
+                            bytes, mode, scratch.data(), scratch.size(), window);
+            },
+            "resize");
       }
     }
   }

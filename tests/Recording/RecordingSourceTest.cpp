@@ -72,17 +72,13 @@ TEST_F(RecordingSourceTest, NavigatesPacketsInEveryModeAndBySequence) {
   EXPECT_EQ(Current(), 2040) << "the cut record is not part of the recording";
   EXPECT_EQ(playback->MoveNext(), StatusNoItem);
 
-  EXPECT_EQ(At(1040, MoveClosest), 1040);
-  EXPECT_EQ(At(1061, MoveClosest), 1080);
+  // Each mode at the edges that the index itself decides; the choice among
+  // items is the time match's own.
   EXPECT_EQ(At(1060, MoveClosest), 1080) << "a tie goes to the later item, as in a cache above";
-  EXPECT_EQ(At(1040, MoveBefore), 1000);
   EXPECT_EQ(At(1000, MoveBefore), -1);
-  EXPECT_EQ(At(1040, MoveAtOrBefore), 1040);
   EXPECT_EQ(At(999, MoveAtOrBefore), -1);
-  EXPECT_EQ(At(1040, MoveAfter), 1080);
   EXPECT_EQ(At(2040, MoveAfter), -1);
   EXPECT_EQ(At(1041, MoveAtOrAfter), 1080);
-  EXPECT_EQ(At(5000, MoveClosest), 2040);
 
   ASSERT_EQ(playback->MoveTo(1040, MoveAtOrAfter), StatusSuccess);
   ASSERT_EQ(playback->MoveNextSequence(), StatusSuccess);
@@ -98,18 +94,12 @@ TEST_F(RecordingSourceTest, ReadsEveryRecordKind) {
   CmScratchFile file;
   file.Append(SmallJPEG(0x11));
   file.Append(SmallJPEG(0x22));
-  SmBlockFields block;
-  block.beginTime = 5000;
-  block.endTime = 5999;
-  block.imageCount = 25;
-  block.extension = Pattern(4);
-  file.Append(BuildBlock(block));
+  file.Append(
+      BuildBlock({.extension = Pattern(4), .beginTime = 5000, .endTime = 5999, .imageCount = 25}));
   SmMultiPacketFields multi;
   multi.packets = {VideoPacket(7000, 1, true), VideoPacket(7040, 2, false, 7000)};
   file.Append(BuildMultiPacket(multi));
-  SmAudioPacketFields audio;
-  audio.time = 8000;
-  file.Append(BuildAudioPacket(audio));
+  file.Append(BuildAudioPacket({.time = 8000}));
   Open(RecordingXml(file.path));
   playback->Connect(0);
 

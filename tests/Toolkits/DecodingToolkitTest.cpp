@@ -12,6 +12,7 @@
 #include "Toolkits/VZKSourceToolkitPlugin/Tree/ToolkitErrors.h"
 #include "Toolkits/VZKSourceToolkitPlugin/Tree/VZKSourceToolkit.h"
 #include "support/JPEGRecords.h"
+#include "support/TimeMatchOracle.h"
 
 using namespace NmToolkit;
 using namespace NmToolkitTest;
@@ -103,20 +104,15 @@ SmFetched FetchLive(ImLiveSourceToolkit& toolkit, uint32_t timeout = 1000) {
 // The picture a move selects among pictures 0 .. PictureCount - 1; a tie for
 // the closest goes to the later one.
 std::optional<int> Expected(int64_t t, SmMoveMode mode) {
-  std::optional<int> out;
+  using namespace NmMediaProcessing;
+  const SmTimeMatchType types[] = {TimeMatchNearest, TimeMatchBefore, TimeMatchAtOrBefore,
+                                   TimeMatchAfter, TimeMatchAtOrAfter};
+  std::vector<int64_t> times;
   for (int i = 0; i < PictureCount; ++i) {
-    const int64_t f = TimeOf(i);
-    const bool take = mode == MoveAfter       ? f > t && !out
-                      : mode == MoveAtOrAfter ? f >= t && !out
-                      : mode == MoveBefore    ? f < t
-                      : mode == MoveAtOrBefore
-                          ? f <= t
-                          : !out || std::llabs(f - t) <= std::llabs(TimeOf(*out) - t);
-    if (take) {
-      out = i;
-    }
+    times.push_back(TimeOf(i));
   }
-  return out;
+  const std::optional<int64_t> wanted = NmTestSupport::WantedFrame(times, types[mode], t);
+  return wanted ? std::optional<int>((*wanted - T0) / 40) : std::nullopt;
 }
 
 } // namespace

@@ -138,20 +138,15 @@ TEST(ImageTransformToolkit, BoxedAndFilledResizeKeepTheShape) {
 
 TEST(ImageTransformToolkit, CropInFractionsAndInPixels) {
   const SmPicture picture{0, 10, 8, 1000, 4, 2};
-  {
-    CmTransformChain chain("image_crop width='0.5' height='0.5' offset_x='1.0' offset_y='1.0'",
-                           {picture});
+  // Fractions outside the picture are pulled back in.
+  for (const auto& [keys, size, dx, dy] :
+       std::vector<std::tuple<std::string, std::string, int, int>>{
+           {"width='0.5' height='0.5' offset_x='1.0' offset_y='1.0'", "5x4", 5, 4},
+           {"width='0.0' height='7' offset_x='-2' offset_y='0.25'", "1x8", 0, 0}}) {
+    CmTransformChain chain("image_crop " + keys, {picture});
     const auto item = chain.Fetch();
-    ASSERT_EQ(Size(item), "5x4");
-    ExpectPattern(AsImage(item), picture, 5, 4);
-  }
-  {
-    // Fractions outside the picture are pulled back in.
-    CmTransformChain chain("image_crop width='0.0' height='7' offset_x='-2' offset_y='0.25'",
-                           {picture});
-    const auto item = chain.Fetch();
-    ASSERT_EQ(Size(item), "1x8");
-    ExpectPattern(AsImage(item), picture, 0, 0);
+    ASSERT_EQ(Size(item), size);
+    ExpectPattern(AsImage(item), picture, dx, dy);
   }
   {
     CmTransformChain chain("image_crop relative='false' offset_x='2' offset_y='3' width='4' "

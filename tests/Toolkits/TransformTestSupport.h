@@ -18,19 +18,14 @@ namespace NmToolkitTest {
 
 // One picture of the "pictures" source.
 struct SmPicture {
-  SmPicture(uint32_t format, uint32_t width, uint32_t height, int64_t time, uint32_t seed,
-            uint32_t padding = 0, uint32_t interlacing = 0)
-      : format(format), width(width), height(height), time(time), seed(seed), padding(padding),
-        interlacing(interlacing) {}
-
   uint32_t format;
   uint32_t width;
   uint32_t height;
   int64_t time;
   uint32_t seed;
-  uint32_t padding;
-  uint32_t interlacing;
-  std::string mask;
+  uint32_t padding = 0;
+  uint32_t interlacing = 0;
+  std::string mask = "";
   bool broken = false;
   bool hasMask = false;
 };

@@ -50,32 +50,19 @@ public:
   uint32_t MovePreviousSequence() override { return ++calls, StatusNoItem; }
   uint32_t MoveTo(int64_t time, SmMoveMode mode) override {
     ++calls;
+    const auto distance = [time](const SmItem& it) {
+      return time < it.begin ? it.begin - time : time > it.end ? time - it.end : 0;
+    };
     int found = -1;
     for (int i = 0; i < static_cast<int>(m_Items.size()); ++i) {
-      const auto& item = m_Items[i];
-      switch (mode) {
-      case MoveBefore:
-        found = item.end < time ? i : found;
-        break;
-      case MoveAtOrBefore:
-        found = item.begin <= time ? i : found;
-        break;
-      case MoveAfter:
-        found = found < 0 && item.begin > time ? i : found;
-        break;
-      case MoveAtOrAfter:
-        found = found < 0 && item.begin >= time ? i : found;
-        break;
-      case MoveClosest: {
-        auto distance = [time](const SmItem& it) {
-          return time < it.begin ? it.begin - time : time > it.end ? time - it.end : 0;
-        };
-        if (found < 0 || distance(item) <= distance(m_Items[found])) {
-          found = i;
-        }
-        break;
-      }
-      }
+      const SmItem& item = m_Items[i];
+      const bool take = mode == MoveBefore       ? item.end < time
+                        : mode == MoveAtOrBefore ? item.begin <= time
+                        : mode == MoveAfter      ? found < 0 && item.begin > time
+                        : mode == MoveAtOrAfter
+                            ? found < 0 && item.begin >= time
+                            : found < 0 || distance(item) <= distance(m_Items[found]);
+      found = take ? i : found;
     }
     return Go(found);
   }

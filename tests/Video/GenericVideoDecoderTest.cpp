@@ -111,22 +111,11 @@ TEST(GenericVideoDecoder, BlockImagesGetTheBlockTimesThenEstimatedOnes) {
   EXPECT_EQ(h.Summary(Packet(10, T0 + 2040)).back(), '~');
 }
 
-TEST(GenericVideoDecoder, FlushesBeforeAndAfterData) {
-  CmHarness h;
+TEST(GenericVideoDecoder, CodecChangeDrainsTheOldCodecFirst) {
+  CmHarness h({.m_ThreadCount = 3});
+  // A flush before any data makes no codec.
   EXPECT_EQ(h.Summary({}), "none");
   EXPECT_TRUE(h.m_Script->madeCodecs.empty());
-
-  // A reordering codec gives its held frame out at the flush.
-  h.Script({{.produce = false}, {.produce = true}});
-  EXPECT_EQ(h.Summary(Packet(10, T0)), "none");
-  EXPECT_EQ(h.Summary({}), "0h8");
-  EXPECT_TRUE(h.m_Script->calls.back().flush);
-}
-
-TEST(GenericVideoDecoder, CodecChangeDrainsTheOldCodecFirst) {
-  SmVideoDecodeParameters parameters;
-  parameters.m_ThreadCount = 3;
-  CmHarness h(parameters);
   h.Script({{.produce = false},
             {.produce = true, .back = 1},
             // the drain: one held frame, then none
@@ -234,10 +223,7 @@ TEST(GenericVideoDecoder, FrameTrackerIdsWrapTrimAndRebase) {
 // the source; a reset drops a pending field, applies the parameters again
 // and starts the ids over.
 TEST(GenericVideoDecoder, SplitFieldsComeOneCallAfterTheOther) {
-  SmVideoDecodeParameters parameters;
-  parameters.m_SplitFields = true;
-  parameters.m_ScaleDivisor = 2;
-  CmHarness h(parameters);
+  CmHarness h({.m_SplitFields = true, .m_ScaleDivisor = 2});
   EXPECT_EQ(h.Summary(Packet(10, T0, {.interlaced = true, .topFieldFirst = true})), "0h4+");
   const size_t calls = h.m_Script->calls.size();
   EXPECT_EQ(h.Summary({}), "0h4");
@@ -287,10 +273,7 @@ TEST(GenericVideoDecoder, InterlacedPicturesOnTheirSideAreTurnedFirst) {
 }
 
 TEST(GenericVideoDecoder, SyncFramesOnlyDropsTheRestOfABlock) {
-  SmVideoDecodeParameters parameters;
-  parameters.m_DecodeMode = SmVideoDecodeParameters::DecodeSyncFramesOnly;
-  parameters.m_LowDelay = false;
-  CmHarness h(parameters);
+  CmHarness h({.m_DecodeMode = SmVideoDecodeParameters::DecodeSyncFramesOnly, .m_LowDelay = false});
   EXPECT_TRUE(h.m_Decoder.GetParameters().m_LowDelay);
   h.Script({{.produce = true, .callAgain = true}});
   EXPECT_EQ(h.Summary(Block(10, T0, T0 + 80, 3)), "0h8");

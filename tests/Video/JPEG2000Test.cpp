@@ -2,6 +2,7 @@
 
 #include <random>
 
+#include "Image/ImageFixtures.h"
 #include "MediaProcessing/Video/GenericVideoDecoder.h"
 #include "MediaProcessing/Video/JPEG2000/OpenJPEG2000.h"
 #include "MediaProcessing/Video/JPEG2000/VideoAnalyzerJPEG2000.h"
@@ -51,13 +52,8 @@ CmBytes MakePicture(const std::string& pixelFormat, uint64_t width, uint64_t hei
 // The picture's samples as ffmpeg lays them out, from an image of ours.
 CmBytes RawOf(const CmImage& image) {
   CmBytes out;
-  const auto& allocator = image.Allocator();
-  for (uint64_t i = 0; i < allocator.GetPlaneCount(); ++i) {
-    const auto plane = allocator.GetPlane(i);
-    for (uint64_t y = 0; y < plane.height; ++y) {
-      const uint8_t* row = plane.GetPixelAddress(0, y);
-      out.insert(out.end(), row, row + plane.width * plane.pixelStride);
-    }
+  for (const CmBytes& plane : NmImageTest::Planes(image)) {
+    out.insert(out.end(), plane.begin(), plane.end());
   }
   return out;
 }
@@ -111,9 +107,7 @@ TEST(VideoDecoderJPEG2000, AdapterAroundACodecThatDecodesNothing) {
   EXPECT_FALSE(result.m_CallAgain);
   EXPECT_FALSE(image.IsValid());
 
-  SmVideoDecodeParameters parameters;
-  parameters.m_ProduceImage = false;
-  decoder.SetParameters(parameters);
+  decoder.SetParameters({.m_ProduceImage = false});
   EXPECT_TRUE(decoder.Decode(data, sizeof data, 3, NmTimeStamp::CmTimeStamp(), image, result));
   EXPECT_EQ(result.m_ImageId, 3);
   EXPECT_FALSE(result.m_ImageProduced);
@@ -205,10 +199,8 @@ TEST(OpenJPEG2000, RecordsDecodeThroughTheGenericDecoder) {
   for (const auto& [divisor, expected] : std::vector<std::pair<uint32_t, SmVideoSize>>{
            {1, {48, 32}}, {2, {24, 16}}, {5, {9, 6}}, {64, {1, 1}}, {0, {0, 0}}}) {
     SCOPED_TRACE(divisor);
-    SmVideoDecodeParameters parameters;
-    parameters.m_ScaleDivisor = std::max(divisor, 1u);
-    parameters.m_ProduceImage = divisor != 0;
-    decoder.SetParameters(parameters);
+    decoder.SetParameters(
+        {.m_ProduceImage = divisor != 0, .m_ScaleDivisor = std::max(divisor, 1u)});
     CmImage image;
     bool callAgain = true;
     bool gotImage = false;

@@ -215,11 +215,7 @@ struct SmChainHarness {
     decoder.SetDataAccess(&store);
     SetMode(mode);
   }
-  void SetMode(uint32_t mode) {
-    SmVideoDecodeParameters parameters;
-    parameters.m_DecodeMode = mode;
-    decoder.SetParameters(parameters);
-  }
+  void SetMode(uint32_t mode) { decoder.SetParameters({.m_DecodeMode = mode}); }
   // The time of the picture given, which must show its own frame; -1 for none.
   int64_t Get(int64_t t, SmTimeMatchType type) {
     CmImage image;
@@ -309,11 +305,10 @@ void ExpectAnswer(CmRandomAccessVideoDecoder& decoder, const std::vector<int64_t
 
 TEST(RandomAccessVideoDecoder, RefusesParametersItCannotServeInOrder) {
   CmRandomAccessVideoDecoder decoder;
-  SmVideoDecodeParameters all;
-  all.m_VideoStreamTimestamping = 1;
-  all.m_SplitFields = true;
-  all.m_ProduceImage = false;
-  all.m_LowDelay = true;
+  SmVideoDecodeParameters all{.m_VideoStreamTimestamping = 1,
+                              .m_ProduceImage = false,
+                              .m_SplitFields = true,
+                              .m_LowDelay = true};
   const char* const messages[] = {
       "Video-stream timestamping parameter is not supported by this decoder",
       "Split-fields decoding parameter is not supported by this decoder",
@@ -377,8 +372,7 @@ TEST(RandomAccessVideoDecoder, FindsTheRightPictureInEveryForm) {
     for (const uint32_t mode : {0u, 1u, 2u}) {
       SCOPED_TRACE(testing::Message()
                    << "JPEG form " << static_cast<int>(form) << " mode " << mode);
-      SmVideoDecodeParameters parameters;
-      parameters.m_DecodeMode = mode;
+      const SmVideoDecodeParameters parameters{.m_DecodeMode = mode};
       CmRandomAccessVideoDecoder kept;
       kept.SetParameters(parameters);
       kept.SetDataAccess(&store);

@@ -29,13 +29,11 @@ struct SmStep {
   bool nothingConsumed = false;
   // Produce is reported but the image is left empty.
   bool leaveImageEmpty = false;
-  uint32_t attribute0 = 1;
 };
 
 struct SmCall {
   uint32_t codec;
   bool flush;
-  uint64_t size;
   int32_t id;
   int64_t timeMs;
 };
@@ -46,8 +44,6 @@ struct CmScript {
   std::vector<uint32_t> madeCodecs;
   std::vector<SmVideoDecodeParameters> parameters;
   uint32_t resets = 0;
-  uint64_t imageWidth = 16;
-  uint64_t imageHeight = 8;
 };
 
 class CmScriptedDecoder : public ImVideoDecoder {
@@ -55,12 +51,11 @@ public:
   CmScriptedDecoder(std::shared_ptr<CmScript> script, uint32_t codec)
       : m_Script(std::move(script)), m_Codec(codec) {}
 
-  bool Decode(const uint8_t* data, uint64_t size, int32_t imageId,
-              const NmTimeStamp::CmTimeStamp& time, CmImage& image,
-              SmVideoDecodeResult& result) override {
+  bool Decode(const uint8_t* data, uint64_t, int32_t imageId, const NmTimeStamp::CmTimeStamp& time,
+              CmImage& image, SmVideoDecodeResult& result) override {
     result = SmVideoDecodeResult();
     const bool flush = data == nullptr;
-    m_Script->calls.push_back({m_Codec, flush, size, imageId, time.GetMilliseconds()});
+    m_Script->calls.push_back({m_Codec, flush, imageId, time.GetMilliseconds()});
     if (!flush) {
       m_Fed.push_back({imageId, time.GetMilliseconds()});
     }
@@ -80,10 +75,10 @@ public:
       const auto& frame = m_Fed.at(m_Fed.size() - 1 - step.back);
       image.Reset();
       if (!step.leaveImageEmpty) {
-        image.Allocate(m_Script->imageWidth, m_Script->imageHeight, YCbCr420_Planar);
+        image.Allocate(16, 8, YCbCr420_Planar);
         image.GetAttributes().timeStamp =
             NmTimeStamp::CmTimeStamp::FromMilliseconds(step.timeMs.value_or(frame.second));
-        image.GetAttributes().attribute0 = step.attribute0;
+        image.GetAttributes().attribute0 = 1;
       }
       result.m_ImageProduced = true;
       result.m_ImageId = step.id.value_or(frame.first);

@@ -3,10 +3,10 @@
 
 #include <gtest/gtest.h>
 
+#include "H264/WrittenStreams.h"
 #include "Image/ImageFixtures.h"
 #include "MediaProcessing/Image/ImageColorFormatConvert.h"
 #include "VzkTestSupport.h"
-#include "support/H264StreamWriter.h"
 
 using namespace NmVzkTest;
 using NmTestSupport::SmWriterMacroblock;
@@ -19,23 +19,6 @@ constexpr size_t FrameSize = WidthInMbs * HeightInMbs * 384;
 // A frame as the decoding toolkit hands it on: its fields' chroma apart, in 4:2:2.
 constexpr size_t ShownSize = WidthInMbs * HeightInMbs * 512;
 constexpr size_t Frames = 6;
-
-// I_PCM samples of one field, different for each seed.
-std::vector<SmWriterMacroblock> IntraField(int seed) {
-  std::vector<SmWriterMacroblock> mbs;
-  for (uint32_t address = 0; address < WidthInMbs * HeightInMbs / 2; ++address) {
-    SmWriterMacroblock mb;
-    mb.kind = SmWriterMacroblock::Pcm;
-    for (int y = 0; y < 16; ++y) {
-      for (int x = 0; x < 16; ++x) {
-        mb.samples.push_back(static_cast<uint8_t>(seed * 41 + x * 5 + y * 9 + address * 3));
-      }
-    }
-    mb.samples.resize(384, static_cast<uint8_t>(100 + seed * 7));
-    mbs.push_back(mb);
-  }
-  return mbs;
-}
 
 std::vector<SmWriterMacroblock> PredictedField(int seed) {
   std::vector<SmWriterMacroblock> mbs;
@@ -76,7 +59,8 @@ std::vector<uint8_t> FieldPairStream() {
       SmWriterSlice idr = Field(SmWriterSlice::I, 0, false, 0);
       idr.idr = true;
       idr.idrPicId = frame / 3;
-      writer.WriteSlice(idr, IntraField(seed));
+      writer.WriteSlice(idr,
+                        NmH264Test::IntraPicture(seed, WidthInMbs * HeightInMbs / 2, WidthInMbs));
     } else {
       writer.WriteSlice(Field(SmWriterSlice::P, inGroup, false, 4 * inGroup), PredictedField(seed));
     }

@@ -47,8 +47,7 @@ TEST(VzkInfo, SummaryPerRecordAndSequences) {
   WriteBytes(path, BuildBlock(block), true);
   WriteBytes(path, CmBytes{1, 2, 3, 4, 5, 6, 7}, true);
 
-  const SmResult result = RunVzk({"info", path});
-  ASSERT_EQ(result.status, 0) << result.err;
+  const SmResult result = ExpectSuccess({"info", path});
   const std::string& text = result.out;
   const auto has = [&text](const std::string& part) {
     EXPECT_NE(text.find(part), std::string::npos) << "missing: " << part << "\n" << text;
@@ -69,8 +68,7 @@ TEST(VzkInfo, SummaryPerRecordAndSequences) {
   has("  damaged:    the last 7 bytes form no whole record (a damaged or half-written record)\n");
   EXPECT_EQ(text.find("untimed"), std::string::npos);
 
-  const SmResult records = RunVzk({"info", "--records", path});
-  ASSERT_EQ(records.status, 0);
+  const SmResult records = ExpectSuccess({"info", "--records", path});
   EXPECT_NE(records.out.find("  record      offset     bytes  kind"), std::string::npos);
   const std::string first =
       "       1           0       " + std::to_string(32 + 100) +
@@ -92,12 +90,10 @@ TEST(VzkInfo, UnreadableAndEmptyRecordings) {
   ExpectRun({"info", scratch.GetPath()}, 1,
             "vzk: The recording " + scratch.GetPath() + " is a directory, not a file.\n");
   WriteText(scratch.Path("empty.gbd"), "");
-  const SmResult empty = RunVzk({"info", scratch.Path("empty.gbd")});
-  EXPECT_EQ(empty.status, 0);
+  const SmResult empty = ExpectSuccess({"info", scratch.Path("empty.gbd")});
   EXPECT_EQ(empty.out, scratch.Path("empty.gbd") + ": 0 records, 0 bytes\n");
   WriteText(scratch.Path("junk.gbd"), "not a recording");
-  const SmResult junk = RunVzk({"info", scratch.Path("junk.gbd")});
-  EXPECT_EQ(junk.status, 0);
+  const SmResult junk = ExpectSuccess({"info", scratch.Path("junk.gbd")});
   EXPECT_NE(junk.out.find("0 records, 15 bytes\n  damaged:    the last 15 bytes form no whole "
                           "record"),
             std::string::npos)

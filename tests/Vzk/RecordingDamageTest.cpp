@@ -66,8 +66,7 @@ TEST_F(VzkRecordingDamage, RunImportAndInfoPlayTheRestAndTellTheSkippedBytes) {
   }
   EXPECT_EQ(ReadBytes(m_Scratch.Path("copy.gbd")), expected);
 
-  const SmResult info = RunVzk({"info", m_Path});
-  EXPECT_EQ(info.status, 0);
+  const SmResult info = ExpectSuccess({"info", m_Path});
   EXPECT_NE(info.out.find("  damaged:    " + std::to_string(m_Frames[10].size()) +
                           " bytes at offset " + std::to_string(m_Offset) +
                           " hold no valid record and were skipped\n"),
@@ -75,8 +74,8 @@ TEST_F(VzkRecordingDamage, RunImportAndInfoPlayTheRestAndTellTheSkippedBytes) {
       << info.out;
 
   // A whole recording says nothing and exits 0.
-  const SmResult clean = RunVzk({"run", Tree("clean.xml", m_Scratch.Path("clean.gbd"), true)});
-  EXPECT_EQ(clean.status, 0) << clean.err;
+  const SmResult clean =
+      ExpectSuccess({"run", Tree("clean.xml", m_Scratch.Path("clean.gbd"), true)});
   EXPECT_EQ(clean.err.find("damaged"), std::string::npos);
 }
 
@@ -120,15 +119,14 @@ TEST_F(VzkRecordingDamage, EveryNeighbourEndsInASentenceNeverASignal) {
           << run.err;
     }
     ExpectRun({"import", path, m_Scratch.Path(name + ".copy.gbd")}, 1, "vzk: ");
-    const SmResult info = RunVzk({"info", path});
-    EXPECT_EQ(info.status, 0) << info.err;
+    const SmResult info = ExpectSuccess({"info", path});
     EXPECT_NE(info.out.find("  damaged:    "), std::string::npos) << info.out;
   }
 
   // An empty recording loses nothing.
   WriteText(m_Scratch.Path("empty.gbd"), "");
-  const SmResult empty = RunVzk({"run", Tree("empty.xml", m_Scratch.Path("empty.gbd"), true)});
-  EXPECT_EQ(empty.status, 0) << empty.err;
+  const SmResult empty =
+      ExpectSuccess({"run", Tree("empty.xml", m_Scratch.Path("empty.gbd"), true)});
   EXPECT_EQ(empty.err, "vzk: The tree has no items.\n");
 
   // A directory is no recording, for run and for import.

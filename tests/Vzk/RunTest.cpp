@@ -90,8 +90,7 @@ TEST_F(VzkRun, PlaybackWritesEveryRecordAndKeepsToItsLimits) {
   EXPECT_EQ(beyond.out.rfind("0 items in ", 0), 0u);
 
   // Without --out, items are pulled and dropped: the timing run.
-  const SmResult timing = RunVzk({"run", m_Tree, "--count", "4"});
-  EXPECT_EQ(timing.status, 0);
+  const SmResult timing = ExpectSuccess({"run", m_Tree, "--count", "4"});
   EXPECT_EQ(timing.out.rfind("4 items in ", 0), 0u);
   EXPECT_EQ(timing.out.find("Output in"), std::string::npos);
 }
@@ -99,15 +98,12 @@ TEST_F(VzkRun, PlaybackWritesEveryRecordAndKeepsToItsLimits) {
 TEST_F(VzkRun, LiveReplayAndItsWallClockLimit) {
   const std::string replay =
       m_Scratch.Write("replay.xml", RecordingTree(m_Recording, "synthetic_live"));
-  const SmResult replayed =
-      RunVzk({"run", replay, "--mode", "live", "--count", "3", "--out", m_Scratch.Path("live")});
-  ASSERT_EQ(replayed.status, 0) << replayed.err;
+  ExpectSuccess({"run", replay, "--mode", "live", "--count", "3", "--out", m_Scratch.Path("live")});
   EXPECT_EQ(ReadBytes(m_Scratch.Path("live/jpeg-000002.jpg")), m_Frames[1]);
   EXPECT_FALSE(Exists(m_Scratch.Path("live/jpeg-000004.jpg")));
 
   // Nothing is appended: the wall-clock limit ends the run with nothing.
-  const SmResult idle = RunVzk({"run", m_Tree, "--mode", "live", "--duration", "0.3"});
-  EXPECT_EQ(idle.status, 0) << idle.err;
+  const SmResult idle = ExpectSuccess({"run", m_Tree, "--mode", "live", "--duration", "0.3"});
   EXPECT_EQ(idle.out.rfind("0 items in ", 0), 0u);
 }
 

@@ -191,16 +191,12 @@ std::string RecordingTree(const std::string& file, const std::string& wrapper) {
 
 std::vector<std::vector<uint8_t>> MakeRawJPEGRecording(const std::string& path, int count,
                                                        int width, int height) {
-  const std::string command =
-      "ffmpeg -nostdin -v error -y -f lavfi -i testsrc=size=" + std::to_string(width) + "x" +
-      std::to_string(height) + ":rate=25 -frames:v " + std::to_string(count) +
-      " -q:v 5 -f mjpeg '" + path + "'";
-  if (std::system(command.c_str()) != 0) {
-    throw std::runtime_error("ffmpeg could not make " + path);
-  }
   // ffmpeg's frames have no entropy-coded 0xFFD9, so the end-of-image marker
   // splits them.
-  const std::vector<uint8_t> bytes = ReadBytes(path);
+  const std::vector<uint8_t> bytes =
+      Ffmpeg("-f lavfi -i testsrc=size=" + std::to_string(width) + "x" + std::to_string(height) +
+                 ":rate=25 -frames:v " + std::to_string(count) + " -q:v 5 -f mjpeg",
+             path);
   std::vector<std::vector<uint8_t>> frames;
   size_t start = 0;
   for (size_t i = 0; i + 1 < bytes.size(); ++i) {
@@ -271,8 +267,7 @@ CmPictures ReferencePictures(const CmScratch& scratch, const std::string& clip, 
 
 std::string Import(const CmScratch& scratch, const std::string& clip) {
   const std::string recording = scratch.Path("clip.gbd");
-  const SmResult imported = RunVzk({"import", clip, recording});
-  EXPECT_EQ(imported.status, 0) << imported.err;
+  ExpectSuccess({"import", clip, recording});
   return recording;
 }
 

@@ -23,6 +23,9 @@ SmResult RunVzk(const std::vector<std::string>& arguments);
 
 // Runs vzk and checks its exit status and that its standard error holds `told`.
 SmResult ExpectRun(const std::vector<std::string>& arguments, int status, const std::string& told);
+inline SmResult ExpectSuccess(const std::vector<std::string>& arguments) {
+  return ExpectRun(arguments, 0, "");
+}
 
 // A fresh directory under the build tree, removed with everything in it.
 class CmScratch {

@@ -593,15 +593,4 @@ std::vector<uint8_t> CmH264StreamWriter::AnnexB() const {
   return stream;
 }
 
-std::vector<uint8_t> CmH264StreamWriter::LengthPrefixed() const {
-  std::vector<uint8_t> stream;
-  for (const auto& unit : m_Units) {
-    const size_t n = unit.size();
-    stream.insert(stream.end(), {static_cast<uint8_t>(n >> 24), static_cast<uint8_t>(n >> 16),
-                                 static_cast<uint8_t>(n >> 8), static_cast<uint8_t>(n)});
-    stream.insert(stream.end(), unit.begin(), unit.end());
-  }
-  return stream;
-}
-
 } // namespace NmTestSupport

@@ -156,7 +156,7 @@ void WriteCabacSliceData(CmBitWriter& w, const SmWriterSlice& slice,
                          const std::vector<SmWriterMacroblock>& macroblocks,
                          const uint32_t active[2], uint32_t widthInMbs, int sliceQp);
 
-// Gathers NAL units and hands them out as Annex B or length-prefixed.
+// Gathers NAL units and hands them out as Annex B, or as units to frame.
 class CmH264StreamWriter {
 public:
   void WriteSps(const SmWriterSps& sps);
@@ -168,7 +168,6 @@ public:
   void WriteUnit(uint8_t header, const std::vector<uint8_t>& rbsp);
 
   std::vector<uint8_t> AnnexB() const;
-  std::vector<uint8_t> LengthPrefixed() const;
   const std::vector<std::vector<uint8_t>>& Units() const { return m_Units; }
 
 private:

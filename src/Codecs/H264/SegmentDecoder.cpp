@@ -25,6 +25,12 @@ void ForgetBrokenMacroblock(CmPicture& picture, uint32_t sliceNumber) {
     SmMacroblockInfo& mb = macroblocks[record(address)];
     if (mb.slice == sliceNumber) {
       mb.slice = 0;
+      // The field macroblocks of a pair share its lines: the top alone
+      // leaves every other line of the pair's upper half unwritten, so a
+      // broken bottom takes its top along to concealment.
+      if (picture.IsMbaff() && address % 2 == 1 && mb.field) {
+        macroblocks[record(address - 1)].slice = 0;
+      }
       return;
     }
   }
