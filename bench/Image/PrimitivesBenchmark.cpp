@@ -141,6 +141,15 @@ template <typename Chroma> void InterpolateChromaFrame(Chroma chroma, int size) 
   });
 }
 
+// Both planes of every block, the second plane's block in another frame.
+template <typename Chroma> void InterpolateChromaPairFrame(Chroma chroma, int size) {
+  ForEachBlock(size, [&](int x, int y, int index) {
+    const int offset = y * Width + x;
+    chroma(gray.data() + offset, rgb.data() + offset, Width, gray2.data() + offset,
+           rgb2.data() + offset, Width, size, size, index % 8, (index / 8) % 8);
+  });
+}
+
 template <typename Transform> void TransformFrame(Transform transform, int size) {
   static const std::vector<int32_t> coefficients = [] {
     std::vector<int32_t> c(64);
@@ -201,6 +210,11 @@ void RegisterH264() {
     const std::string name = "H264Chroma" + std::to_string(size);
     Register(name, "ours", [size] { InterpolateChromaFrame(P::H264InterpolateChroma, size); });
     Register(name, "reference", [size] { InterpolateChromaFrame(R::H264InterpolateChroma, size); });
+    const std::string pair = "H264ChromaPair" + std::to_string(size);
+    Register(pair, "ours",
+             [size] { InterpolateChromaPairFrame(P::H264InterpolateChromaPair, size); });
+    Register(pair, "reference",
+             [size] { InterpolateChromaPairFrame(R::H264InterpolateChromaPair, size); });
   }
   const auto average = [](auto f) {
     ForEachBlock(16, [&](int x, int y, int) {

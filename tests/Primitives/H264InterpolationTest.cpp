@@ -94,6 +94,17 @@ TEST_P(H264Interpolation, ChromaMatchesTheReferenceAtEveryPositionAndSize) {
                 height, dx, dy);
             },
             "chroma");
+        // Both planes in one call: Cr from its own buffer, written below Cb.
+        const SmSource cr(random, width, height, 0, 1, round == 2 ? 1 : 0);
+        const SmTestPlane both(random, static_cast<size_t>(width), 2 * static_cast<size_t>(height));
+        NmPrimitiveTest::ExpectSameWrites(
+            &NmReference::H264InterpolateChromaPair, &H264InterpolateChromaPair, both,
+            [&](auto f, SmTestPlane& p) {
+              const auto stride = static_cast<ptrdiff_t>(p.stride);
+              f(source.block(), cr.block(), source.stride, p.data(), p.data() + height * stride,
+                stride, width, height, dx, dy);
+            },
+            "chroma pair");
       }
     }
   }

@@ -27,19 +27,23 @@ public:
     const uint32_t lps = RangeTabLps[current >> 1][(m_Range >> 6) & 3];
     const uint32_t mpsRange = m_Range - lps;
     const uint64_t scaledRange = uint64_t{mpsRange} << m_Available;
+    // Each symbol's renormalisation is known before the comparison decides
+    // between them: an MPS range needs at most one shift, an LPS range's
+    // shift follows from the table value alone. After the comparison only
+    // selections remain, which shortens the chain from one decision to the
+    // next.
+    const int mpsShift = mpsRange < 256 ? 1 : 0;
+    const int lpsShift = std::countl_zero(lps) - 23;
+    const uint32_t mpsNext = mpsRange << mpsShift, lpsNext = lps << lpsShift;
     // Both symbols by masks instead of a branch: which one comes is as hard
     // to foresee as its probability says, and a mispredicted branch costs
     // more than the whole decision.
     const unsigned isLps = m_Value >= scaledRange ? 1u : 0u;
     const uint64_t mask = 0 - uint64_t{isLps};
     m_Value -= scaledRange & mask;
-    const uint32_t range = mpsRange ^ ((mpsRange ^ lps) & static_cast<uint32_t>(mask));
+    m_Range = mpsNext ^ ((mpsNext ^ lpsNext) & static_cast<uint32_t>(mask));
+    m_Available -= mpsShift ^ ((mpsShift ^ lpsShift) & static_cast<int>(mask));
     context = Transitions[isLps << 7 | current];
-    // Renormalises to at least 256 in one step: an MPS shifts by at most
-    // one, an LPS by up to six.
-    const int shift = std::countl_zero(range) - 23;
-    m_Range = range << shift;
-    m_Available -= shift;
     return static_cast<int>((current & 1) ^ isLps);
   }
 

@@ -827,6 +827,14 @@ void CmSliceDecoder::GetWeights(int refIdx0, int refIdx1, int component, int& w0
   }
 }
 
+// Weights of one and offsets of zero (what a reference without weights of
+// its own gets) give exactly the plain prediction or average, which need no
+// buffers.
+bool CmSliceDecoder::IsUnitWeight(const int* refs, int w0, int w1, int o0, int o1, int logWD) {
+  const int unit = 1 << logWD;
+  return (refs[0] < 0 || (w0 == unit && o0 == 0)) && (refs[1] < 0 || (w1 == unit && o1 == 0));
+}
+
 void CmSliceDecoder::PredictInter(uint32_t address) {
   const SmMacroblockInfo& mb = m_Picture->GetMacroblocks()[address];
   uint32_t column = 0, mbRow = 0;
@@ -836,10 +844,13 @@ void CmSliceDecoder::PredictInter(uint32_t address) {
   // counting.
   const int row = static_cast<int>(mbRow);
   const int mby = (m_MbField ? row / 2 : row) * 16;
-  const int list = mb.refIdx[0][0] >= 0 ? 0 : 1;
-  if (mb.refIdx[list][0] >= 0) {
-    PrefetchAhead(*GetReference(list, mb.refIdx[list][0]), mbx, mby, mb.mv[list][0][0],
-                  mb.mv[list][0][1]);
+  PrefetchForWriting(*m_Picture, mbx, mby);
+  // Both lists: a bi-predicted macroblock reads two pictures.
+  for (int list = 0; list < 2; ++list) {
+    if (mb.refIdx[list][0] >= 0) {
+      PrefetchAhead(*GetReference(list, mb.refIdx[list][0]), mbx, mby, mb.mv[list][0][0],
+                    mb.mv[list][0][1]);
+    }
   }
   // Blocks of 4x4 with the same motion are predicted as one: the whole
   // macroblock, each 8x8 block, or each 4x4 block.
@@ -897,33 +908,87 @@ void CmSliceDecoder::PredictBlock(uint32_t address, int mbx, int mby, int bx, in
         GetSamples(address, c) + (c == 0 ? 4 * by * stride + 4 * bx : 2 * by * stride + 2 * bx);
     if (c == 0 || !implicit) {
       GetWeights(refs[0], refs[1], c, w0, w1, o0, o1, logWD, weighted);
-      // Weights of one and offsets of zero (what a reference without
-      // weights of its own gets) give exactly the plain prediction or
-      // average, which need no buffers.
-      const int unit = 1 << logWD;
-      if (weighted && (refs[0] < 0 || (w0 == unit && o0 == 0)) &&
-          (refs[1] < 0 || (w1 == unit && o1 == 0))) {
-        weighted = false;
-      }
+      weighted = weighted && !IsUnitWeight(refs, w0, w1, o0, o1, logWD);
     }
     const bool both = refs[0] >= 0 && refs[1] >= 0;
+    // A field's chroma lies a quarter sample lower in a bottom field than in
+    // a top one: between fields of opposite parity the vector shifts.
+    const auto parityShift = [this](const CmPicture& reference) {
+      const int parity = GetCurrentParity();
+      return parity >= 0 && reference.GetParity() >= 0 ? 2 * (parity - reference.GetParity()) : 0;
+    };
+    if (c == 1 && planes == 3) {
+      // Both chroma planes through one kernel call each list; weighted, if
+      // at all, plane by plane (explicit weights may differ between them).
+      uint8_t* const dsts[2] = {dst, GetSamples(address, 2) + 2 * by * stride + 2 * bx};
+      struct SmWeights {
+        int w0, w1, o0, o1, logWD;
+        bool weighted;
+      } weights[2] = {{w0, w1, o0, o1, logWD, weighted}, {w0, w1, o0, o1, logWD, weighted}};
+      if (!implicit) {
+        SmWeights& cr = weights[1];
+        GetWeights(refs[0], refs[1], 2, cr.w0, cr.w1, cr.o0, cr.o1, cr.logWD, cr.weighted);
+        cr.weighted = cr.weighted && !IsUnitWeight(refs, cr.w0, cr.w1, cr.o0, cr.o1, cr.logWD);
+      }
+      const auto predictBoth = [&](int list, uint8_t* outCb, uint8_t* outCr, ptrdiff_t outStride) {
+        const CmPicture& reference = *GetReference(list, refs[list]);
+        const int16_t* mv = mb.mv[list][bx + 4 * by];
+        PredictChromaPair(reference, px, py, mv[0], mv[1] + parityShift(reference), w, h, outCb,
+                          outCr, outStride);
+      };
+      const int single = refs[0] >= 0 ? 0 : 1;
+      if (!weights[0].weighted && !weights[1].weighted) {
+        if (!both) {
+          predictBoth(single, dsts[0], dsts[1], stride);
+          return;
+        }
+        // Both lists beside the picture and only the average into it: the
+        // picture's lines are new to the cache here, and reading them back
+        // would wait for their way from memory.
+        uint8_t first[2][8 * 8], second[2][8 * 8];
+        predictBoth(0, first[0], first[1], w);
+        predictBoth(1, second[0], second[1], w);
+        for (int plane = 0; plane < 2; ++plane) {
+          NmPrimitives::H264Average(first[plane], w, second[plane], w, dsts[plane], stride, w, h);
+        }
+        return;
+      }
+      uint8_t predictions[2][2][8 * 8]; // list, plane
+      for (int list = 0; list < 2; ++list) {
+        if (refs[list] >= 0) {
+          predictBoth(list, predictions[list][0], predictions[list][1], w);
+        }
+      }
+      for (int plane = 0; plane < 2; ++plane) {
+        const SmWeights& q = weights[plane];
+        uint8_t* out = dsts[plane];
+        if (both && q.weighted) {
+          NmPrimitives::H264WeightBi(predictions[0][plane], w, predictions[1][plane], w, out,
+                                     stride, w, h, q.logWD, q.w0, q.w1, (q.o0 + q.o1 + 1) >> 1);
+        } else if (both) {
+          NmPrimitives::H264Average(predictions[0][plane], w, predictions[1][plane], w, out, stride,
+                                    w, h);
+        } else if (q.weighted) {
+          NmPrimitives::H264Weight(predictions[single][plane], w, out, stride, w, h, q.logWD,
+                                   single == 0 ? q.w0 : q.w1, single == 0 ? q.o0 : q.o1);
+        } else {
+          for (int j = 0; j < h; ++j) {
+            std::memcpy(out + j * stride, predictions[single][plane] + j * w,
+                        static_cast<size_t>(w));
+          }
+        }
+      }
+      return;
+    }
+    // Luma: chroma returned above.
     const auto predict = [&](int list, uint8_t* out, ptrdiff_t outStride) {
       const CmPicture& reference = *GetReference(list, refs[list]);
       const int16_t* mv = mb.mv[list][bx + 4 * by];
-      if (c == 0) {
-        // A reference decoding beside this picture: its lines that the
-        // interpolation reads (and the chroma lines beside them) must be
-        // final.
-        reference.WaitForLine(py + (mv[1] >> 2) + h + 3);
-        PredictLuma(reference, px, py, mv[0], mv[1], w, h, out, outStride);
-      } else {
-        // A field's chroma lies a quarter sample lower in a bottom field than
-        // in a top one: between fields of opposite parity the vector shifts.
-        const int parity = GetCurrentParity();
-        const int parityShift =
-            parity >= 0 && reference.GetParity() >= 0 ? 2 * (parity - reference.GetParity()) : 0;
-        PredictChroma(reference, c, px, py, mv[0], mv[1] + parityShift, w, h, out, outStride);
-      }
+      // A reference decoding beside this picture: its lines that the
+      // interpolation reads, and the chroma lines beside them, which are
+      // predicted after the luma, must be final.
+      reference.WaitForLine(py + (mv[1] >> 2) + h + 3);
+      PredictLuma(reference, px, py, mv[0], mv[1], w, h, out, outStride);
     };
     if (!both && !weighted) {
       // The common case: one list, no weights; straight into the picture.
@@ -931,11 +996,11 @@ void CmSliceDecoder::PredictBlock(uint32_t address, int mbx, int mby, int bx, in
       continue;
     }
     if (both && !weighted) {
-      // List 0 straight into the picture, list 1 beside it, averaged in place.
-      uint8_t second[16 * 16];
-      predict(0, dst, stride);
+      // Both lists beside the picture, as for chroma.
+      uint8_t first[16 * 16], second[16 * 16];
+      predict(0, first, w);
       predict(1, second, w);
-      NmPrimitives::H264Average(dst, stride, second, w, dst, stride, w, h);
+      NmPrimitives::H264Average(first, w, second, w, dst, stride, w, h);
       continue;
     }
     uint8_t predictions[2][16 * 16];

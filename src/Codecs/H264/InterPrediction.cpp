@@ -49,16 +49,23 @@ void PredictLuma(const CmPicture& reference, int x, int y, int mvx, int mvy, int
   NmPrimitives::H264InterpolateLuma(src, s, dst, dstStride, width, height, mvx & 3, mvy & 3);
 }
 
-void PredictChroma(const CmPicture& reference, int component, int x, int y, int mvx, int mvy,
-                   int width, int height, uint8_t* dst, ptrdiff_t dstStride) {
+void PredictChromaPair(const CmPicture& reference, int x, int y, int mvx, int mvy, int width,
+                       int height, uint8_t* dstCb, uint8_t* dstCr, ptrdiff_t dstStride) {
   const int x0 = x + (mvx >> 3), y0 = y + (mvy >> 3);
-  uint8_t copy[Span * Span];
+  const int pictureWidth = static_cast<int>(reference.GetWidthInMbs() * 8);
+  const int pictureHeight = static_cast<int>(reference.GetHeightInMbs() * 8);
+  // Both planes have the same size and stride, so both are read in place
+  // or both from edge-extended copies.
+  uint8_t copies[2][Span * Span];
   ptrdiff_t s = 0;
-  const uint8_t* src = GetSource(reference.GetPlane(component), reference.GetStride(component),
-                                 static_cast<int>(reference.GetWidthInMbs() * 8),
-                                 static_cast<int>(reference.GetHeightInMbs() * 8),
-                                 CmPicture::LumaBorder / 2, x0, y0, width, height, copy, s);
-  NmPrimitives::H264InterpolateChroma(src, s, dst, dstStride, width, height, mvx & 7, mvy & 7);
+  const uint8_t* cb =
+      GetSource(reference.GetPlane(1), reference.GetStride(1), pictureWidth, pictureHeight,
+                CmPicture::LumaBorder / 2, x0, y0, width, height, copies[0], s);
+  const uint8_t* cr =
+      GetSource(reference.GetPlane(2), reference.GetStride(2), pictureWidth, pictureHeight,
+                CmPicture::LumaBorder / 2, x0, y0, width, height, copies[1], s);
+  NmPrimitives::H264InterpolateChromaPair(cb, cr, s, dstCb, dstCr, dstStride, width, height,
+                                          mvx & 7, mvy & 7);
 }
 
 void PrefetchAhead(const CmPicture& reference, int x, int y, int mvx, int mvy) {
@@ -84,6 +91,24 @@ void PrefetchAhead(const CmPicture& reference, int x, int y, int mvx, int mvy) {
     }
     if (reference.IsMonochrome()) {
       return;
+    }
+  }
+}
+
+void PrefetchForWriting(const CmPicture& picture, int x, int y) {
+  // A prediction's stores to lines not yet in the cache wait there for
+  // them, and once enough wait, every later store does too. As in
+  // PrefetchAhead, four neighbouring macroblocks each take a quarter of the
+  // rows, 64 samples ahead: luma four macroblocks on, chroma eight.
+  const int step = (x / 16) & 3;
+  for (int component = 0; component < (picture.IsMonochrome() ? 1 : 3); ++component) {
+    const int shift = component == 0 ? 0 : 1;
+    const int rows = component == 0 ? 4 : 2;
+    const ptrdiff_t stride = picture.GetStride(component);
+    const uint8_t* start =
+        picture.GetPlane(component) + ((y >> shift) + step * rows) * stride + (x >> shift) + 64;
+    for (int j = 0; j < rows; ++j) {
+      __builtin_prefetch(start + j * stride, 1);
     }
   }
 }

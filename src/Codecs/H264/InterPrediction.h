@@ -14,13 +14,18 @@ namespace NmH264 {
 void PredictLuma(const CmPicture& reference, int x, int y, int mvx, int mvy, int width, int height,
                  uint8_t* dst, ptrdiff_t dstStride);
 
-// Chroma of 4:2:0 (8.4.2.2.2): eighth-sample bilinear interpolation; x, y
-// and the block size in chroma samples, mv in luma quarter samples.
-void PredictChroma(const CmPicture& reference, int component, int x, int y, int mvx, int mvy,
-                   int width, int height, uint8_t* dst, ptrdiff_t dstStride);
+// Chroma of 4:2:0 (8.4.2.2.2) in both planes, which share a stride:
+// eighth-sample bilinear interpolation; x, y and the block size in chroma
+// samples, mv in luma quarter samples.
+void PredictChromaPair(const CmPicture& reference, int x, int y, int mvx, int mvy, int width,
+                       int height, uint8_t* dstCb, uint8_t* dstCr, ptrdiff_t dstStride);
 
 // Asks for reference rows that the macroblocks a little further along the
 // row will probably read, if they move like the one at (x, y).
 void PrefetchAhead(const CmPicture& reference, int x, int y, int mvx, int mvy);
+
+// Asks, with the intent to write, for the lines of the picture being decoded
+// that the macroblocks a little further along the row will fill.
+void PrefetchForWriting(const CmPicture& picture, int x, int y);
 
 } // namespace NmH264

@@ -173,7 +173,10 @@ private:
   bool m_FieldDecoded = false;
   bool m_Mbaff = false;
   std::unique_ptr<CmPicture> m_Fields[2];
-  std::unique_ptr<uint8_t[]> m_Memory;
+  struct SmFreeSamples {
+    void operator()(uint8_t* memory) const;
+  };
+  std::unique_ptr<uint8_t[], SmFreeSamples> m_Memory;
   uint8_t* m_Origin[3] = {};
   ptrdiff_t m_Stride[3] = {};
   std::vector<SmMacroblockInfo> m_Macroblocks;

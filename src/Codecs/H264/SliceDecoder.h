@@ -161,6 +161,7 @@ private:
   bool PredictDirect(uint32_t address, unsigned mask);
   void GetWeights(int refIdx0, int refIdx1, int component, int& w0, int& w1, int& o0, int& o1,
                   int& logWD, bool& weighted) const;
+  static bool IsUnitWeight(const int* refs, int w0, int w1, int o0, int o1, int logWD);
   // The motion vector prediction of 8.4.1.3 for the partition of the
   // current macroblock at (x, y) and of the given size, in 4x4 blocks.
   void PredictMotionVector(uint32_t address, int list, int x, int y, int width, int height,

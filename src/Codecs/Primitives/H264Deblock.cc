@@ -47,16 +47,27 @@ template <class V> HWY_INLINE V Delta(V p1, V p0, V q0, V q1, V tc) {
 // Lengths 16 (luma) or 8 (chroma): one vector of up to that many lanes.
 template <int Length> using Tag = hn::CappedTag<int16_t, Length>;
 
-// The tc0 of each sample along the edge, from the four segments' values.
-template <int Length> HWY_INLINE void SpreadTc0(const int8_t* tc0, int16_t* lanes) {
-  for (int i = 0; i < Length; ++i) {
-    lanes[i] = tc0[i / (Length / 4)];
+// The tc0 of each sample along the edge, from the four segments' values,
+// as bytes of one vector store: lanes spread by scalar stores and read
+// back by one wide load would wait for the stores to complete.
+template <int Length> HWY_INLINE void SpreadTc0(const int8_t* tc0, int8_t* lanes) {
+  const hn::FixedTag<int8_t, 16> d8;
+  uint32_t segments;
+  std::memcpy(&segments, tc0, 4);
+  auto spread = hn::BitCast(d8, hn::Set(hn::FixedTag<uint32_t, 4>(), segments));
+  for (int repeat = 1; repeat < Length / 4; repeat *= 2) {
+    spread = hn::InterleaveLower(d8, spread, spread);
   }
+  hn::Store(spread, d8, lanes);
+}
+
+template <class D> HWY_INLINE hn::Vec<D> LoadTc0(D d, const int8_t* lanes) {
+  return hn::PromoteTo(d, hn::LoadU(hn::Rebind<int8_t, D>(), lanes));
 }
 
 void LumaNormal(uint8_t* q, ptrdiff_t stride, int alpha, int beta, const int8_t* tc0) {
   const Tag<16> d;
-  int16_t tcLanes[16];
+  HWY_ALIGN int8_t tcLanes[16];
   SpreadTc0<16>(tc0, tcLanes);
   const auto b = hn::Set(d, static_cast<int16_t>(beta));
   const auto one = hn::Set(d, 1);
@@ -65,7 +76,7 @@ void LumaNormal(uint8_t* q, ptrdiff_t stride, int alpha, int beta, const int8_t*
     const auto p2 = LoadRow(d, c - 3 * stride), p1 = LoadRow(d, c - 2 * stride),
                p0 = LoadRow(d, c - stride), q0 = LoadRow(d, c), q1 = LoadRow(d, c + stride),
                q2 = LoadRow(d, c + 2 * stride);
-    const auto t0 = hn::LoadU(d, tcLanes + x);
+    const auto t0 = LoadTc0(d, tcLanes + x);
     const auto filter =
         hn::And(EdgeMask(d, p1, p0, q0, q1, alpha, beta), hn::Gt(t0, hn::Set(d, -1)));
     if (hn::AllFalse(d, filter)) {
@@ -135,13 +146,13 @@ void LumaIntra(uint8_t* q, ptrdiff_t stride, int alpha, int beta) {
 
 void ChromaNormal(uint8_t* q, ptrdiff_t stride, int alpha, int beta, const int8_t* tc0) {
   const Tag<8> d;
-  int16_t tcLanes[8];
+  HWY_ALIGN int8_t tcLanes[16];
   SpreadTc0<8>(tc0, tcLanes);
   for (size_t x = 0; x < 8; x += hn::Lanes(d)) {
     uint8_t* c = q + x;
     const auto p1 = LoadRow(d, c - 2 * stride), p0 = LoadRow(d, c - stride), q0 = LoadRow(d, c),
                q1 = LoadRow(d, c + stride);
-    const auto t0 = hn::LoadU(d, tcLanes + x);
+    const auto t0 = LoadTc0(d, tcLanes + x);
     const auto filter =
         hn::And(EdgeMask(d, p1, p0, q0, q1, alpha, beta), hn::Gt(t0, hn::Set(d, -1)));
     const auto delta = Delta(p1, p0, q0, q1, hn::Add(t0, hn::Set(d, 1)));
@@ -308,21 +319,28 @@ void ChromaHorizontalIntraImpl(uint8_t* q, ptrdiff_t stride, int alpha, int beta
 
 // The vertical edge of both chroma planes: eight rows of p1 .. q1 of each
 // are 16 rows of four bytes, which three rounds of byte interleaves turn
-// into four vectors of 16 lanes, one per distance from the edge. Each lane
-// filters with its own plane's alpha, beta and tc0; p0 and q0 go back.
-// Alone, a chroma edge fills half a vector and costs its transposes all
-// the same.
+// into four vectors of 16 lanes, one per distance from the edge: Cb in the
+// lower half, Cr in the upper. Each half filters with its own plane's
+// alpha, beta and tc0; p0 and q0 go back. Alone, a chroma edge fills half a
+// vector and costs its transposes all the same. Everything stays in
+// registers: rows gathered by small stores and read back by wide loads
+// would wait for each store to complete, which cost more than the filter.
 template <bool Intra>
 HWY_INLINE void ChromaPairAcrossVerticalEdge(uint8_t* qCb, uint8_t* qCr, ptrdiff_t stride,
                                              const int* alpha, const int* beta, const int8_t* tc0) {
   const D8 d8;
-  HWY_ALIGN uint8_t rows[16 * 4];
-  for (int i = 0; i < 8; ++i) {
-    std::memcpy(rows + 4 * i, qCb + i * stride - 2, 4);
-    std::memcpy(rows + 32 + 4 * i, qCr + i * stride - 2, 4);
-  }
-  const hn::Vec<D8> v0 = hn::Load(d8, rows), v1 = hn::Load(d8, rows + 16);
-  const hn::Vec<D8> v2 = hn::Load(d8, rows + 32), v3 = hn::Load(d8, rows + 48);
+  const D64x2 d64;
+  // Rows i .. i + 3 of a plane, four bytes each, in one vector.
+  const auto rows = [&](const uint8_t* q, int i) {
+    const auto word = [&](int r) {
+      uint32_t value;
+      std::memcpy(&value, q + r * stride - 2, 4);
+      return uint64_t{value};
+    };
+    return hn::BitCast(d8, hn::InterleaveLower(d64, hn::Set(d64, word(i) | word(i + 1) << 32),
+                                               hn::Set(d64, word(i + 2) | word(i + 3) << 32)));
+  };
+  const hn::Vec<D8> v0 = rows(qCb, 0), v1 = rows(qCb, 4), v2 = rows(qCr, 0), v3 = rows(qCr, 4);
   // Rows r and r + 4 byte by byte, then r, r + 2, r + 4, r + 6, then all
   // eight of a plane in order, two columns per vector.
   const hn::Vec<D8> a0 = hn::InterleaveLower(d8, v0, v1), a1 = hn::InterleaveUpper(d8, v0, v1);
@@ -331,47 +349,45 @@ HWY_INLINE void ChromaPairAcrossVerticalEdge(uint8_t* qCb, uint8_t* qCr, ptrdiff
   const hn::Vec<D8> b2 = hn::InterleaveLower(d8, a2, a3), b3 = hn::InterleaveUpper(d8, a2, a3);
   const hn::Vec<D8> c0 = hn::InterleaveLower(d8, b0, b1), c1 = hn::InterleaveUpper(d8, b0, b1);
   const hn::Vec<D8> c2 = hn::InterleaveLower(d8, b2, b3), c3 = hn::InterleaveUpper(d8, b2, b3);
-  HWY_ALIGN uint8_t columns[4 * 16];
-  hn::Store(ZipLower<uint64_t>(c0, c2), d8, columns);      // p1
-  hn::Store(ZipUpper<uint64_t>(c0, c2), d8, columns + 16); // p0
-  hn::Store(ZipLower<uint64_t>(c1, c3), d8, columns + 32); // q0
-  hn::Store(ZipUpper<uint64_t>(c1, c3), d8, columns + 48); // q1
-  HWY_ALIGN int16_t alphas[16], betas[16], tcs[16];
-  for (int i = 0; i < 16; ++i) {
-    alphas[i] = static_cast<int16_t>(alpha[i / 8]);
-    betas[i] = static_cast<int16_t>(beta[i / 8]);
-    tcs[i] = Intra ? int16_t{0} : int16_t{tc0[i / 2]};
-  }
-  const Tag<16> d;
-  for (size_t x = 0; x < 16; x += hn::Lanes(d)) {
-    uint8_t* c = columns + x;
-    const auto p1 = LoadRow(d, c), p0 = LoadRow(d, c + 16), q0 = LoadRow(d, c + 32),
-               q1 = LoadRow(d, c + 48);
-    const auto b = hn::LoadU(d, betas + x);
-    auto filter = hn::And(hn::And(hn::Lt(hn::Abs(hn::Sub(p0, q0)), hn::LoadU(d, alphas + x)),
-                                  hn::Lt(hn::Abs(hn::Sub(p1, p0)), b)),
-                          hn::Lt(hn::Abs(hn::Sub(q1, q0)), b));
+  const hn::Vec<D8> p1 = ZipLower<uint64_t>(c0, c2), p0 = ZipUpper<uint64_t>(c0, c2);
+  const hn::Vec<D8> q0 = ZipLower<uint64_t>(c1, c3), q1 = ZipUpper<uint64_t>(c1, c3);
+  const hn::Half<D8> d8h;
+  const hn::FixedTag<int16_t, 8> d;
+  const auto widen = [&](hn::Vec<D8> v, int plane) {
+    const auto half = plane == 0 ? hn::LowerHalf(d8h, v) : hn::UpperHalf(d8h, v);
+    return hn::BitCast(d, hn::PromoteTo(hn::RebindToUnsigned<decltype(d)>(), half));
+  };
+  hn::Vec<decltype(d8h)> p0New[2], q0New[2];
+  for (int plane = 0; plane < 2; ++plane) {
+    const auto sp1 = widen(p1, plane), sp0 = widen(p0, plane), sq0 = widen(q0, plane),
+               sq1 = widen(q1, plane);
+    auto filter = EdgeMask(d, sp1, sp0, sq0, sq1, alpha[plane], beta[plane]);
+    hn::Vec<decltype(d)> newP0, newQ0;
     if constexpr (Intra) {
       const auto two = hn::Set(d, 2);
-      const auto p0New =
-          hn::ShiftRight<2>(hn::Add(hn::Add(hn::ShiftLeft<1>(p1), p0), hn::Add(q1, two)));
-      const auto q0New =
-          hn::ShiftRight<2>(hn::Add(hn::Add(hn::ShiftLeft<1>(q1), q0), hn::Add(p1, two)));
-      StoreRow(d, hn::IfThenElse(filter, p0New, p0), c + 16);
-      StoreRow(d, hn::IfThenElse(filter, q0New, q0), c + 32);
+      newP0 = hn::ShiftRight<2>(hn::Add(hn::Add(hn::ShiftLeft<1>(sp1), sp0), hn::Add(sq1, two)));
+      newQ0 = hn::ShiftRight<2>(hn::Add(hn::Add(hn::ShiftLeft<1>(sq1), sq0), hn::Add(sp1, two)));
     } else {
-      const auto t0 = hn::LoadU(d, tcs + x);
+      // Each segment's tc0 twice: a segment is two rows of chroma.
+      uint32_t segments;
+      std::memcpy(&segments, tc0 + 4 * plane, 4);
+      const hn::FixedTag<int8_t, 16> di8;
+      const auto bytes = hn::BitCast(di8, hn::Set(D32x4(), segments));
+      const auto t0 = hn::PromoteTo(d, hn::LowerHalf(hn::InterleaveLower(di8, bytes, bytes)));
       filter = hn::And(filter, hn::Gt(t0, hn::Set(d, -1)));
-      const auto delta = Delta(p1, p0, q0, q1, hn::Add(t0, hn::Set(d, 1)));
-      StoreRow(d, hn::IfThenElse(filter, hn::Add(p0, delta), p0), c + 16);
-      StoreRow(d, hn::IfThenElse(filter, hn::Sub(q0, delta), q0), c + 32);
+      const auto delta = Delta(sp1, sp0, sq0, sq1, hn::Add(t0, hn::Set(d, 1)));
+      newP0 = hn::Add(sp0, delta);
+      newQ0 = hn::Sub(sq0, delta);
     }
+    p0New[plane] = hn::DemoteTo(d8h, hn::IfThenElse(filter, newP0, sp0));
+    q0New[plane] = hn::DemoteTo(d8h, hn::IfThenElse(filter, newQ0, sq0));
   }
   // p0 and q0 side by side per row: rows 0 .. 7 (Cb), then 8 .. 15 (Cr).
-  const hn::Vec<D8> p0New = hn::Load(d8, columns + 16), q0New = hn::Load(d8, columns + 32);
+  const hn::Vec<D8> p0All = hn::Combine(d8, p0New[1], p0New[0]);
+  const hn::Vec<D8> q0All = hn::Combine(d8, q0New[1], q0New[0]);
   HWY_ALIGN uint8_t pairs[16 * 2];
-  hn::Store(hn::InterleaveLower(d8, p0New, q0New), d8, pairs);
-  hn::Store(hn::InterleaveUpper(d8, p0New, q0New), d8, pairs + 16);
+  hn::Store(hn::InterleaveLower(d8, p0All, q0All), d8, pairs);
+  hn::Store(hn::InterleaveUpper(d8, p0All, q0All), d8, pairs + 16);
   for (int i = 0; i < 8; ++i) {
     std::memcpy(qCb + i * stride - 1, pairs + 2 * i, 2);
     std::memcpy(qCr + i * stride - 1, pairs + 16 + 2 * i, 2);

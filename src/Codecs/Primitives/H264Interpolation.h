@@ -21,11 +21,21 @@ void H264InterpolateLuma(const uint8_t* src, ptrdiff_t srcStride, uint8_t* dst, 
 void H264InterpolateChroma(const uint8_t* src, ptrdiff_t srcStride, uint8_t* dst,
                            ptrdiff_t dstStride, int width, int height, int dx, int dy);
 
+// The same block of both chroma planes, which share one vector and one
+// stride: Cb and Cr always move together, and a 2 or 4 wide block of one
+// plane alone fills too little of a vector to pay for its call.
+void H264InterpolateChromaPair(const uint8_t* srcCb, const uint8_t* srcCr, ptrdiff_t srcStride,
+                               uint8_t* dstCb, uint8_t* dstCr, ptrdiff_t dstStride, int width,
+                               int height, int dx, int dy);
+
 namespace NmReference {
 void H264InterpolateLuma(const uint8_t* src, ptrdiff_t srcStride, uint8_t* dst, ptrdiff_t dstStride,
                          int width, int height, int dx, int dy);
 void H264InterpolateChroma(const uint8_t* src, ptrdiff_t srcStride, uint8_t* dst,
                            ptrdiff_t dstStride, int width, int height, int dx, int dy);
+void H264InterpolateChromaPair(const uint8_t* srcCb, const uint8_t* srcCr, ptrdiff_t srcStride,
+                               uint8_t* dstCb, uint8_t* dstCr, ptrdiff_t dstStride, int width,
+                               int height, int dx, int dy);
 } // namespace NmReference
 
 } // namespace NmPrimitives

@@ -137,4 +137,11 @@ void H264InterpolateChroma(const uint8_t* src, ptrdiff_t s, uint8_t* dst, ptrdif
   }
 }
 
+void H264InterpolateChromaPair(const uint8_t* srcCb, const uint8_t* srcCr, ptrdiff_t srcStride,
+                               uint8_t* dstCb, uint8_t* dstCr, ptrdiff_t dstStride, int width,
+                               int height, int dx, int dy) {
+  H264InterpolateChroma(srcCb, srcStride, dstCb, dstStride, width, height, dx, dy);
+  H264InterpolateChroma(srcCr, srcStride, dstCr, dstStride, width, height, dx, dy);
+}
+
 } // namespace NmPrimitives::NmReference
