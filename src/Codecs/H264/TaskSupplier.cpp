@@ -787,13 +787,20 @@ H264DecoderFrame* TaskSupplier::GetFrameToDisplay(bool force) {
       frame->wasOutputted = true;
       continue; // a frame made up for a gap costs no output
     }
-    if (frame->inFlight) {
-      // While a worker is free, the caller brings the next picture for it
-      // rather than wait: so pictures decode side by side, one picture
-      // later.
-      if (!force && m_Jobs.size() < m_Workers->GetWorkerCount()) {
+    if (frame->inFlight && !force) {
+      // A picture among the newest a worker may take next: the caller
+      // brings the next picture rather than wait, so that the pictures
+      // decode side by side, and this one leaves a call later. An older one
+      // is waited for while the newer ones go on.
+      const size_t newer = static_cast<size_t>(
+          std::find_if(m_Jobs.rbegin(), m_Jobs.rend(),
+                       [frame](const auto& job) { return job->frame == frame; }) -
+          m_Jobs.rbegin());
+      if (newer + 1 < m_Workers->GetWorkerCount()) {
         return nullptr;
       }
+    }
+    if (frame->inFlight) {
       while (frame->inFlight) {
         m_Workers->Wait(*m_Jobs.front());
         CollectJobs(false);
