@@ -1,7 +1,8 @@
 // How much heap one H.264 decoder holds at its peak on 1080p with sixteen
 // reference frames, beside what its frame store must hold: the frames it
 // keeps (the decoded picture buffer and the picture in progress), each
-// 1920 x 1088 luma and two quarter-size chroma planes. Every allocation of
+// 1920 x 1088 luma and two quarter-size chroma planes, and the same planes
+// with the border that prediction reads beyond the edges. Every allocation of
 // the process is counted through the allocator's own entry points, by the
 // size that the allocator really gives (malloc_usable_size), so the peak
 // is exact. x264 makes the stream on the first run; it is kept beside the
@@ -15,6 +16,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "Codecs/H264/Picture.h"
 #include "H264/H264BenchmarkStreams.h"
 
 extern "C" {
@@ -122,6 +124,10 @@ int main(int argc, char** argv) {
   const int64_t left = g_Current.load() - before;
   const double planes = static_cast<double>(Width) * Height * 1.5;
   const double store = static_cast<double>(frames) * planes;
+  constexpr int Border = NmH264::CmPicture::LumaBorder;
+  const double padded = static_cast<double>(Width + 2 * Border) * (Height + 2 * Border) +
+                        2.0 * (Width / 2 + Border) * (Height / 2 + Border);
+  const double paddedStore = static_cast<double>(frames) * padded;
   std::printf("pictures decoded:        %d of %zu packets\n", pictures, packets.size());
   std::printf("decoded picture buffer:  %d frames; the store held %zu frames (%d extra)\n", dpbSize,
               frames, extraFrames);
@@ -131,6 +137,12 @@ int main(int argc, char** argv) {
               "macroblock of a frame held\n",
               (peak - store) / MiB, (peak - store) / 1024.0 / static_cast<double>(frames),
               (peak - store) / static_cast<double>(frames) / Macroblocks);
+  std::printf("frame store with borders: %.2f MiB\n", paddedStore / MiB);
+  std::printf("overhead beyond those:   %.2f MiB, %.0f KiB a frame held, %.0f bytes a "
+              "macroblock of a frame held\n",
+              (peak - paddedStore) / MiB,
+              (peak - paddedStore) / 1024.0 / static_cast<double>(frames),
+              (peak - paddedStore) / static_cast<double>(frames) / Macroblocks);
   std::printf("heap left after the decoder went: %lld bytes\n", static_cast<long long>(left));
   return 0;
 }

@@ -293,8 +293,7 @@ bool CmSliceDecoder::PredictDirect(uint32_t address, unsigned mask) {
     }
     colBase = 2 * width * row + mbx;
     vertical = FrameToField;
-    if (colPicture->IsMbaff() && colBase < width * colPicture->GetHeightInMbs() &&
-        colPicture->GetMacroblocks()[colBase].field) {
+    if (colPicture->IsMbaff() && colPicture->GetMotion().IsField(colBase)) {
       vertical = OneToOne;
       colBase += static_cast<uint32_t>(m_Picture->GetParity()) * width;
     }
@@ -309,7 +308,7 @@ bool CmSliceDecoder::PredictDirect(uint32_t address, unsigned mask) {
     vertical = m_MbField ? OneToOne : FieldToFrame;
   } else if (m_Mbaff) {
     const uint32_t pairTop = 2 * width * (row / 2) + mbx;
-    const bool colField = list1First.IsMbaff() && list1First.GetMacroblocks()[pairTop].field;
+    const bool colField = list1First.IsMbaff() && list1First.GetMotion().IsField(pairTop);
     if (m_MbField && !colField) {
       vertical = FrameToField;
       colBase = pairTop;
@@ -326,15 +325,16 @@ bool CmSliceDecoder::PredictDirect(uint32_t address, unsigned mask) {
   if (colPicture == nullptr || colPicture->GetWidthInMbs() != width) {
     return false;
   }
-  // Its records are written before its lines are final.
-  colPicture->WaitForLine(static_cast<int32_t>(colBase / width + 2) * 16);
+  // A picture decoding beside this one keeps its motion once it is done.
+  colPicture->WaitUntilComplete();
   const uint32_t colCount = width * colPicture->GetHeightInMbs();
   const bool inference = m_Sps->direct8x8Inference;
-  // The co-located macroblock and 4x4 block of 4x4 block (x, y): with
-  // direct_8x8_inference the corner block of its 8x8 block; between frame
-  // and field, the macroblock of the pair or of the other field's row that
-  // covers the same lines.
-  const auto locate = [&](int x, int y, int& block) -> const SmMacroblockInfo* {
+  // The co-located motion of 4x4 block (x, y): with direct_8x8_inference
+  // that of the corner block of its 8x8 block; between frame and field, in
+  // the macroblock of the pair or of the other field's row that covers the
+  // same lines.
+  const CmMotionRecord& colMotionRecord = colPicture->GetMotion();
+  const auto colMotion = [&](int x, int y) {
     const int xCol = inference ? (x / 2) * 3 : x;
     const int yCol = inference ? (y / 2) * 12 : 4 * y; // luma lines
     uint32_t colAddress = colBase;
@@ -345,27 +345,8 @@ bool CmSliceDecoder::PredictDirect(uint32_t address, unsigned mask) {
     } else if (vertical == FieldToFrame) {
       yM = 8 * colHalf + 4 * (yCol / 8);
     }
-    block = xCol + 4 * (yM / 4);
-    return colAddress < colCount ? &colPicture->GetMacroblocks()[colAddress] : nullptr;
-  };
-  static constexpr int16_t Zero[2] = {0, 0};
-  const auto colMotion = [&](int x, int y, int& refIdx, const int16_t*& mv, uint32_t& picture) {
-    int block = 0;
-    const SmMacroblockInfo* found = locate(x, y, block);
-    const int b8 = (block % 4) / 2 + 2 * ((block / 4) / 2);
-    if (found == nullptr || IsIntra(found->kind)) {
-      refIdx = -1;
-      mv = Zero;
-      picture = 0;
-    } else if (found->refIdx[0][b8] >= 0) {
-      refIdx = found->refIdx[0][b8];
-      mv = found->mv[0][block];
-      picture = found->refPicture[0][b8];
-    } else {
-      refIdx = found->refIdx[1][b8];
-      mv = found->mv[1][block];
-      picture = found->refPicture[1][b8];
-    }
+    return colAddress < colCount ? colMotionRecord.Read(colAddress, xCol, yM / 4)
+                                 : CmMotionRecord::SmColocated();
   };
   // Each 4x4 block of the chosen 8x8 blocks with its co-located motion,
   // given as a square of size blocks. With direct_8x8_inference all four
@@ -380,11 +361,8 @@ bool CmSliceDecoder::PredictDirect(uint32_t address, unsigned mask) {
       for (int j = 0; j < 2; j += size) {
         for (int i = 0; i < 2; i += size) {
           const int x = 2 * (b8 % 2) + i, y = 2 * (b8 / 2) + j;
-          int colRef = -1;
-          const int16_t* colMv = nullptr;
-          uint32_t colPic = 0;
-          colMotion(x, y, colRef, colMv, colPic);
-          if (!use(x, y, colRef, colMv, colPic)) {
+          const CmMotionRecord::SmColocated col = colMotion(x, y);
+          if (!use(x, y, col.refIdx, col.mv, col.picture)) {
             return false;
           }
         }

@@ -48,7 +48,7 @@ void CmPicture::SmFreeSamples::operator()(uint8_t* memory) const {
 void CmPicture::Allocate(uint32_t widthInMbs, uint32_t heightInMbs, bool monochrome) {
   if (m_Memory && widthInMbs == m_WidthInMbs && heightInMbs == m_HeightInMbs &&
       monochrome == m_Monochrome) {
-    ClearMacroblocks();
+    m_Motion.Release();
     return;
   }
   m_WidthInMbs = widthInMbs;
@@ -70,7 +70,7 @@ void CmPicture::Allocate(uint32_t widthInMbs, uint32_t heightInMbs, bool monochr
     // A monochrome picture is shown with neutral chroma.
     std::memset(base, 128, chromaBytes);
   }
-  m_Macroblocks.assign(size_t{widthInMbs} * heightInMbs, SmMacroblockInfo());
+  m_Motion.Release();
 }
 
 void CmPicture::Fill(uint8_t value) {
@@ -194,10 +194,6 @@ void CmPicture::RepeatField(int parity) {
       std::memcpy(missing, present, width);
     }
   }
-}
-
-void CmPicture::ClearMacroblocks() {
-  std::fill(m_Macroblocks.begin(), m_Macroblocks.end(), SmMacroblockInfo());
 }
 
 } // namespace NmH264

@@ -7,10 +7,14 @@
 #include <memory>
 #include <vector>
 
+#include "Codecs/H264/MotionRecord.h"
+
 namespace NmH264 {
 
 // What the neighbours of a macroblock need to know of it, and what the
-// deblocking filter and later pictures read back.
+// deblocking filter reads back: the full record, held only while its
+// picture is decoded and filtered. Later pictures read the CmMotionRecord
+// made from it.
 struct SmMacroblockInfo {
   uint32_t slice = 0; // the slice number that decoded it; 0 while not decoded
   uint8_t kind = 0;   // SmMacroblockKind
@@ -82,7 +86,8 @@ inline void LocateLeftInPair(bool field, bool top, bool leftField, int yN, int m
 
 // A decoded picture: three planes (or one for 4:0:0) with a border around
 // them, so that motion vectors pointing outside need no clamping in the
-// inner loops, and the macroblock records of the picture.
+// inner loops, and what later pictures read of its motion. While it is
+// decoded, the full macroblock records lent to it.
 class CmPicture {
 public:
   static constexpr int LumaBorder = 32;
@@ -107,10 +112,15 @@ public:
     m_FieldPoc[0] = top;
     m_FieldPoc[1] = bottom;
   }
-  SmMacroblockInfo* GetMacroblocks() { return m_Macroblocks.data(); }
-  const SmMacroblockInfo* GetMacroblocks() const { return m_Macroblocks.data(); }
-  // Forgets which slices decoded what, before the picture is decoded anew.
-  void ClearMacroblocks();
+  // The full records, one per macroblock in raster order, while the
+  // picture is decoded and filtered; null otherwise.
+  SmMacroblockInfo* GetMacroblocks() { return m_Macroblocks; }
+  const SmMacroblockInfo* GetMacroblocks() const { return m_Macroblocks; }
+  void LendMacroblocks(SmMacroblockInfo* macroblocks) { m_Macroblocks = macroblocks; }
+  // What direct prediction of later pictures reads, kept once the picture
+  // is decoded; empty after Allocate.
+  CmMotionRecord& GetMotion() { return m_Motion; }
+  const CmMotionRecord& GetMotion() const { return m_Motion; }
   // Sets every sample, for pictures that stand in for missing ones.
   void Fill(uint8_t value);
   // Repeats the edge samples into the border, once the picture is decoded,
@@ -179,7 +189,8 @@ private:
   std::unique_ptr<uint8_t[], SmFreeSamples> m_Memory;
   uint8_t* m_Origin[3] = {};
   ptrdiff_t m_Stride[3] = {};
-  std::vector<SmMacroblockInfo> m_Macroblocks;
+  SmMacroblockInfo* m_Macroblocks = nullptr;
+  CmMotionRecord m_Motion;
   std::atomic<int32_t> m_ReadyLines{INT32_MAX};
 };
 

@@ -12,7 +12,7 @@ using namespace NmH264;
 
 CmPictureWorkers::CmPictureWorkers(
     std::vector<std::unique_ptr<H264SegmentDecoderMultiThreaded>>& decoders)
-    : m_Decoders(decoders), m_Assigned(decoders.size(), nullptr) {
+    : m_Decoders(decoders), m_Assigned(decoders.size(), nullptr), m_Records(decoders.size()) {
   for (size_t index = 0; index < decoders.size(); ++index) {
     m_Workers.emplace_back([this, index](const std::stop_token& stop) { Run(stop, index); });
   }
@@ -56,7 +56,7 @@ void CmPictureWorkers::Run(const std::stop_token& stop, size_t index) {
     }
     SmPictureJob& job = *m_Assigned[index];
     lock.unlock();
-    Decode(*m_Decoders[index], job);
+    Decode(*m_Decoders[index], m_Records[index], job);
     lock.lock();
     m_Assigned[index] = nullptr;
     job.done.store(true, std::memory_order_release);
@@ -64,13 +64,15 @@ void CmPictureWorkers::Run(const std::stop_token& stop, size_t index) {
   }
 }
 
-void CmPictureWorkers::Decode(H264SegmentDecoderMultiThreaded& decoder, SmPictureJob& job) {
+void CmPictureWorkers::Decode(H264SegmentDecoderMultiThreaded& decoder, CmDecodingRecords& records,
+                              SmPictureJob& job) {
   H264PictureTask& task = job.task;
   CmPicture& picture = *task.picture;
   const auto height = static_cast<int32_t>(picture.GetHeightInMbs() * 16);
   uint32_t filtered = 0;
   int32_t final = 0;
   try {
+    const CmDecodingRecords::CmLease lease = records.Lend(picture);
     // The filter of a row changes the last lines of the row above it, so
     // lines are final one row behind the filter.
     const auto filterUpTo = [&](uint32_t rows) {
@@ -99,6 +101,11 @@ void CmPictureWorkers::Decode(H264SegmentDecoderMultiThreaded& decoder, SmPictur
       reference.picture->WaitUntilComplete();
     }
     task.concealed = ConcealMissingMacroblocks(picture, job.references);
+    if (job.keepsMotion) {
+      picture.GetMotion().Store(picture.GetMacroblocks(),
+                                picture.GetWidthInMbs() * picture.GetHeightInMbs(), false,
+                                job.motionLayout);
+    }
     DeblockRows(picture, task.filters, filtered, GetDeblockingRowCount(picture));
     picture.ExtendBordersOfLines(final, height);
   } catch (...) {

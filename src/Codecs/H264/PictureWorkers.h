@@ -10,6 +10,8 @@
 #include <thread>
 #include <vector>
 
+#include "Codecs/H264/DecodingRecords.h"
+#include "Codecs/H264/MotionRecord.h"
 #include "Codecs/H264/ParameterSets.h"
 #include "Codecs/H264/ReferenceLists.h"
 #include "Codecs/H264/SegmentDecoder.h"
@@ -27,6 +29,10 @@ struct SmPictureJob {
   std::shared_ptr<const NmH264::SmSequenceParameterSet> sps;
   std::vector<std::shared_ptr<const NmH264::SmPictureParameterSet>> pictureParameterSets;
   std::vector<NmH264::SmReferenceFrame> references;
+  // Whether later pictures may take it as co-located, and what of its
+  // motion they read then.
+  bool keepsMotion = false;
+  NmH264::CmMotionRecord::SmLayout motionLayout = NmH264::CmMotionRecord::SmLayout::Corners;
   // The frame it decodes into and the frames whose pictures it reads: none
   // of them may be taken for another picture until the job is collected.
   H264DecoderFrame* frame = nullptr;
@@ -56,12 +62,15 @@ public:
 
 private:
   void Run(const std::stop_token& stop, size_t index);
-  static void Decode(H264SegmentDecoderMultiThreaded& decoder, SmPictureJob& job);
+  static void Decode(H264SegmentDecoderMultiThreaded& decoder, NmH264::CmDecodingRecords& records,
+                     SmPictureJob& job);
 
   std::vector<std::unique_ptr<H264SegmentDecoderMultiThreaded>>& m_Decoders;
   std::mutex m_Mutex;
   std::condition_variable_any m_Changed;
   std::vector<SmPictureJob*> m_Assigned; // each worker's job, null while free
+  // Each worker's full macroblock records for the picture it decodes.
+  std::vector<NmH264::CmDecodingRecords> m_Records;
   // Last, so that they start when the rest exists and stop before it goes.
   std::vector<std::jthread> m_Workers;
 };

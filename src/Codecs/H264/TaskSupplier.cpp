@@ -71,6 +71,18 @@ std::optional<uint32_t> ReadRecoveryFrameCount(const std::vector<uint8_t>& rbsp)
 
 } // namespace
 
+namespace {
+
+// Only a reference picture can be the co-located picture of a later B
+// slice, and only in a sequence that may have B slices: one that keeps to
+// the Baseline profile has none.
+bool KeepsMotion(const SmSliceHeader& first, const SmSequenceParameterSet& sps) {
+  const bool baseline = sps.profileIdc == 66 || (sps.constraintFlags & 0x80) != 0;
+  return first.IsReference() && !baseline;
+}
+
+} // namespace
+
 std::array<const SmSequenceParameterSet*, 32> Headers::GetSequenceTable() const {
   std::array<const SmSequenceParameterSet*, 32> table{};
   for (size_t i = 0; i < table.size(); ++i) {
@@ -584,7 +596,16 @@ void TaskSupplier::CompletePicture() {
                                                        : SmMacroblockOrder::Frame)) {
       task.slices = &m_NoSlices;
     }
-    m_Broker->DecodePicture(task);
+    {
+      const CmDecodingRecords::CmLease lease = m_Records.Lend(*target);
+      m_Broker->DecodePicture(task);
+      if (KeepsMotion(first, sps)) {
+        target->GetMotion().Store(target->GetMacroblocks(),
+                                  target->GetWidthInMbs() * target->GetHeightInMbs(),
+                                  target->IsMbaff(),
+                                  CmMotionRecord::LayoutFor(sps.direct8x8Inference, sps.frameMbsOnly));
+      }
+    }
     if (task.unsupported) {
       m_Unsupported = true;
       frame.hideFromOutput = true;
@@ -677,6 +698,9 @@ void TaskSupplier::StartAside(H264DecoderFrame& frame) {
   m_Slices.clear();
   job->sps = m_Active;
   job->references = m_References.frames;
+  job->keepsMotion = KeepsMotion(job->slices.front().header, *m_Active);
+  job->motionLayout =
+      CmMotionRecord::LayoutFor(m_Active->direct8x8Inference, m_Active->frameMbsOnly);
   H264PictureTask& task = job->task;
   task.picture = &frame.GetPicture();
   task.slices = &job->slices;

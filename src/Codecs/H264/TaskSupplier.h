@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "Codecs/H264/Deblocking.h"
+#include "Codecs/H264/DecodingRecords.h"
 #include "Codecs/H264/FrameStore.h"
 #include "Codecs/H264/Marking.h"
 #include "Codecs/H264/ParameterSets.h"
@@ -141,6 +142,8 @@ private:
   // picture's work among them.
   std::vector<std::unique_ptr<H264SegmentDecoderMultiThreaded>> m_SegmentDecoders;
   std::unique_ptr<TaskBroker> m_Broker;
+  // The full macroblock records of the picture in decoding.
+  NmH264::CmDecodingRecords m_Records;
   // Pictures decoding on workers, oldest first; before the workers, which
   // must stop before the jobs go.
   std::deque<std::unique_ptr<SmPictureJob>> m_Jobs;

@@ -1,0 +1,144 @@
+#include "Codecs/H264/MotionRecord.h"
+
+#include <algorithm>
+
+#include "Codecs/H264/Picture.h"
+
+namespace NmH264 {
+
+namespace {
+
+constexpr uint8_t FirstEntry = 0x80;
+constexpr uint8_t TableBits = 0x7f;
+
+} // namespace
+
+int CmMotionRecord::VectorsPerMacroblock() const {
+  return m_Layout == SmLayout::All ? 16 : m_Layout == SmLayout::Columns ? 8 : 4;
+}
+
+int CmMotionRecord::VectorIndex(int x, int y) const {
+  switch (m_Layout) {
+  case SmLayout::All:
+    return x + 4 * y;
+  case SmLayout::Columns:
+    return x / 2 + 2 * y;
+  case SmLayout::Corners:
+    break;
+  }
+  return x / 2 + 2 * (y / 2);
+}
+
+uint8_t CmMotionRecord::Code(int refIdx, uint32_t picture) {
+  if (refIdx < 0) {
+    return 0;
+  }
+  auto found = std::find(m_Pictures.begin(), m_Pictures.end(), picture);
+  if (found == m_Pictures.end()) {
+    if (m_Pictures.size() >= TableBits) {
+      return 0;
+    }
+    found = m_Pictures.insert(m_Pictures.end(), picture);
+  }
+  const auto index = static_cast<uint8_t>(found - m_Pictures.begin() + 1);
+  return static_cast<uint8_t>(index | (refIdx == 0 ? FirstEntry : 0));
+}
+
+void CmMotionRecord::Store(const SmMacroblockInfo* macroblocks, uint32_t count, bool mbaff,
+                           SmLayout layout) {
+  m_Layout = layout;
+  m_Count = count;
+  m_Pictures.clear();
+  if (mbaff) {
+    m_Field.resize(count);
+    for (uint32_t address = 0; address < count; ++address) {
+      m_Field[address] = macroblocks[address].field ? 1 : 0;
+    }
+  } else {
+    std::vector<uint8_t>().swap(m_Field);
+  }
+  const int perMb = VectorsPerMacroblock();
+  m_References.resize(size_t{count} * 4);
+  m_Vectors.resize(size_t{count} * perMb);
+  // The blocks whose vectors are kept, in the order VectorIndex counts.
+  int keptX[16], keptY[16];
+  for (int y = 0; y < 4; ++y) {
+    for (int x = 0; x < 4; ++x) {
+      const bool kept = layout == SmLayout::All ||
+                        ((x == 0 || x == 3) && (layout == SmLayout::Columns || y == 0 || y == 3));
+      if (kept) {
+        keptX[VectorIndex(x, y)] = x;
+        keptY[VectorIndex(x, y)] = y;
+      }
+    }
+  }
+  bool anyMotion = false;
+  uint8_t* references = m_References.data();
+  SmVector* vectors = m_Vectors.data();
+  // The last picture coded, since neighbouring blocks mostly name the same.
+  uint32_t lastPicture = 0;
+  int lastRefIdx = -1;
+  uint8_t lastCode = 0;
+  for (uint32_t address = 0; address < count; ++address, references += 4, vectors += perMb) {
+    const SmMacroblockInfo& mb = macroblocks[address];
+    if (IsIntra(mb.kind)) {
+      std::fill_n(references, 4, uint8_t{0});
+      std::fill_n(vectors, perMb, SmVector{0, 0});
+      continue;
+    }
+    int list[4];
+    for (int b8 = 0; b8 < 4; ++b8) {
+      list[b8] = mb.refIdx[0][b8] >= 0 ? 0 : 1;
+      const int refIdx = mb.refIdx[list[b8]][b8];
+      const uint32_t picture = mb.refPicture[list[b8]][b8];
+      if (refIdx >= 0 &&
+          (lastRefIdx < 0 || (refIdx == 0) != (lastRefIdx == 0) || picture != lastPicture)) {
+        lastCode = Code(refIdx, picture);
+        lastRefIdx = refIdx;
+        lastPicture = picture;
+      }
+      references[b8] = refIdx >= 0 ? lastCode : uint8_t{0};
+      anyMotion = anyMotion || refIdx >= 0;
+    }
+    // The vector of the list chosen for the block's 8x8 block, even where
+    // that list is unused: temporal prediction scales it all the same.
+    for (int k = 0; k < perMb; ++k) {
+      const int block = keptX[k] + 4 * keptY[k];
+      const int16_t* mv = mb.mv[list[keptX[k] / 2 + 2 * (keptY[k] / 2)]][block];
+      vectors[k] = SmVector{mv[0], mv[1]};
+      anyMotion = anyMotion || mv[0] != 0 || mv[1] != 0;
+    }
+  }
+  if (!anyMotion) {
+    // Every block reads as standing still without a reference all the same.
+    m_Count = 0;
+    std::vector<uint8_t>().swap(m_References);
+    std::vector<SmVector>().swap(m_Vectors);
+  }
+}
+
+void CmMotionRecord::Release() {
+  m_Count = 0;
+  std::vector<uint8_t>().swap(m_References);
+  std::vector<SmVector>().swap(m_Vectors);
+  std::vector<uint32_t>().swap(m_Pictures);
+  std::vector<uint8_t>().swap(m_Field);
+}
+
+CmMotionRecord::SmColocated CmMotionRecord::Read(uint32_t address, int x, int y) const {
+  SmColocated colocated;
+  if (address >= m_Count) {
+    return colocated;
+  }
+  const uint8_t code = m_References[size_t{address} * 4 + x / 2 + 2 * (y / 2)];
+  const SmVector& mv = m_Vectors[size_t{address} * VectorsPerMacroblock() + VectorIndex(x, y)];
+  colocated.mv[0] = mv.x;
+  colocated.mv[1] = mv.y;
+  if (code != 0) {
+    colocated.refIdx = (code & FirstEntry) != 0 ? 0 : 1;
+    colocated.picture = m_Pictures[(code & TableBits) - 1];
+  }
+  return colocated;
+}
+
+} // namespace NmH264

@@ -1,0 +1,79 @@
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+namespace NmH264 {
+
+struct SmMacroblockInfo;
+
+// What later pictures read of a reference picture's macroblocks: the
+// co-located motion of direct prediction, and in a frame of macroblock
+// pairs which pairs are field pairs. A stored frame keeps only this; the
+// full records of a picture live only while it is decoded and filtered.
+//
+// Direct prediction takes, per 8x8 block, list 0's motion where list 0 is
+// used and list 1's otherwise, and asks of the reference index only whether
+// it is none, the first or a later one, and which picture it named; so each
+// 8x8 block keeps one byte, the picture as an index into a small table. Of
+// the vectors only the 4x4 blocks that can be co-located are kept: with
+// direct_8x8_inference the corner blocks of the macroblock in a sequence of
+// frames only, the two outer columns where frames and fields meet (a field
+// line can fall into any row), all sixteen without the inference.
+class CmMotionRecord {
+public:
+  enum class SmLayout : uint8_t { Corners, Columns, All };
+
+  // The motion of a co-located 4x4 block. refIdx is -1 for none (intra, or
+  // no list used), 0 for the first entry of its list and 1 for any later
+  // one; picture is the identity of the picture it named.
+  struct SmColocated {
+    int refIdx = -1;
+    int16_t mv[2] = {0, 0};
+    uint32_t picture = 0;
+  };
+
+  // Which vectors a picture coded under a sequence with these flags must
+  // keep for the pictures that take it as co-located.
+  static SmLayout LayoutFor(bool direct8x8Inference, bool frameMbsOnly) {
+    return !direct8x8Inference ? SmLayout::All
+           : frameMbsOnly      ? SmLayout::Corners
+                               : SmLayout::Columns;
+  }
+
+  // Keeps what later pictures read of the records of a decoded picture,
+  // in raster order. A picture without a single inter block keeps no
+  // motion at all.
+  void Store(const SmMacroblockInfo* macroblocks, uint32_t count, bool mbaff, SmLayout layout);
+  // Lets the memory go: the picture is co-located for no later picture,
+  // and until it is stored again every block reads as having no motion.
+  void Release();
+
+  bool IsField(uint32_t address) const { return address < m_Field.size() && m_Field[address] != 0; }
+  // The motion of 4x4 block (x, y) of macroblock address. A block whose
+  // vector was not kept (a sequence that broke the rules of its flags)
+  // reads the kept one of its 8x8 block's outer corner.
+  SmColocated Read(uint32_t address, int x, int y) const;
+
+private:
+  struct SmVector {
+    int16_t x, y;
+  };
+  // Index of the kept vector of block (x, y) within its macroblock.
+  int VectorIndex(int x, int y) const;
+  int VectorsPerMacroblock() const;
+  // The table entry of a picture identity, added on first sight; 0 when
+  // the table is full, which the reference lists of one picture never fill.
+  uint8_t Code(int refIdx, uint32_t picture);
+
+  SmLayout m_Layout = SmLayout::Corners;
+  uint32_t m_Count = 0; // macroblocks with motion kept; 0 for none
+  // Per 8x8 block: 0 for no reference, else the table index + 1 in bits 0
+  // to 6 and in bit 7 whether the reference index was 0.
+  std::vector<uint8_t> m_References;
+  std::vector<SmVector> m_Vectors;
+  std::vector<uint32_t> m_Pictures;
+  std::vector<uint8_t> m_Field; // per macroblock of a frame of pairs; else empty
+};
+
+} // namespace NmH264
