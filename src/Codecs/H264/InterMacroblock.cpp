@@ -325,8 +325,9 @@ bool CmSliceDecoder::PredictDirect(uint32_t address, unsigned mask) {
   if (colPicture == nullptr || colPicture->GetWidthInMbs() != width) {
     return false;
   }
-  // A picture decoding beside this one keeps its motion once it is done.
-  colPicture->WaitUntilComplete();
+  // A picture decoding beside this one keeps its motion row by row before
+  // its lines are final.
+  colPicture->WaitForLine(static_cast<int32_t>(colBase / width + 2) * 16);
   const uint32_t colCount = width * colPicture->GetHeightInMbs();
   const bool inference = m_Sps->direct8x8Inference;
   // The co-located motion of 4x4 block (x, y): with direct_8x8_inference

@@ -73,12 +73,27 @@ void CmPictureWorkers::Decode(H264SegmentDecoderMultiThreaded& decoder, CmDecodi
   int32_t final = 0;
   try {
     const CmDecodingRecords::CmLease lease = records.Lend(picture);
+    // Motion is kept row by row as rows become final, so that a picture
+    // decoding beside this one may take it as co-located before it is done.
+    const uint32_t width = picture.GetWidthInMbs();
+    const uint32_t count = width * picture.GetHeightInMbs();
+    uint32_t stored = 0;
+    if (job.keepsMotion) {
+      picture.GetMotion().Begin(count, job.motionLayout);
+    }
+    const auto storeMotion = [&](uint32_t end) {
+      if (job.keepsMotion && end > stored) {
+        picture.GetMotion().StoreRange(picture.GetMacroblocks(), stored, end);
+        stored = end;
+      }
+    };
     // The filter of a row changes the last lines of the row above it, so
     // lines are final one row behind the filter.
     const auto filterUpTo = [&](uint32_t rows) {
       if (rows <= filtered) {
         return;
       }
+      storeMotion(rows * width);
       DeblockRows(picture, task.filters, filtered, rows);
       filtered = rows;
       const int32_t lines = static_cast<int32_t>(filtered - 1) * 16;
@@ -101,11 +116,7 @@ void CmPictureWorkers::Decode(H264SegmentDecoderMultiThreaded& decoder, CmDecodi
       reference.picture->WaitUntilComplete();
     }
     task.concealed = ConcealMissingMacroblocks(picture, job.references);
-    if (job.keepsMotion) {
-      picture.GetMotion().Store(picture.GetMacroblocks(),
-                                picture.GetWidthInMbs() * picture.GetHeightInMbs(), false,
-                                job.motionLayout);
-    }
+    storeMotion(count);
     DeblockRows(picture, task.filters, filtered, GetDeblockingRowCount(picture));
     picture.ExtendBordersOfLines(final, height);
   } catch (...) {
