@@ -50,6 +50,10 @@ public:
   int32_t longTermPicNum = 0;
   int32_t longTermFrameIdx = 0;
   H264DecoderFrameInfo frameInfo[2];
+  // Pictures decoding on workers that write or read this frame's picture:
+  // it is not taken for another picture while any is.
+  int32_t readers = 0;
+  bool inFlight = false; // its own picture decodes on a worker
 
   // What output hands on with the picture.
   double time = -1.0;     // seconds, from the input of its first slice; -1 for none
@@ -92,7 +96,8 @@ public:
   bool IsReference() const { return IsShortTerm() || IsLongTerm(); }
   // Free: no reference, output or never to be shown, and not in decoding.
   bool IsFree() const {
-    return !IsReference() && (wasOutputted || !isDisplayable) && decodingState == 0;
+    return !IsReference() && (wasOutputted || !isDisplayable) && decodingState == 0 &&
+           readers == 0;
   }
   int32_t GetResetGeneration() const { return std::max(resetCount[0], resetCount[1]); }
   int32_t GetPicOrderCnt() const { return std::min(picOrderCnt[0], picOrderCnt[1]); }

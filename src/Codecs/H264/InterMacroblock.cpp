@@ -325,6 +325,9 @@ bool CmSliceDecoder::PredictDirect(uint32_t address, unsigned mask) {
   if (colPicture == nullptr || colPicture->GetWidthInMbs() != width) {
     return false;
   }
+  // A picture decoding beside this one keeps its motion row by row before
+  // its lines are final.
+  colPicture->WaitForLine(static_cast<int32_t>(colBase / width + 2) * 16);
   const uint32_t colCount = width * colPicture->GetHeightInMbs();
   const bool inference = m_Sps->direct8x8Inference;
   // The co-located motion of 4x4 block (x, y): with direct_8x8_inference
@@ -960,6 +963,10 @@ void CmSliceDecoder::PredictBlock(uint32_t address, int mbx, int mby, int bx, in
     const auto predict = [&](int list, uint8_t* out, ptrdiff_t outStride) {
       const CmPicture& reference = *GetReference(list, refs[list]);
       const int16_t* mv = mb.mv[list][bx + 4 * by];
+      // A reference decoding beside this picture: its lines that the
+      // interpolation reads, and the chroma lines beside them, which are
+      // predicted after the luma, must be final.
+      reference.WaitForLine(py + (mv[1] >> 2) + h + 3);
       PredictLuma(reference, px, py, mv[0], mv[1], w, h, out, outStride);
     };
     if (!both && !weighted) {

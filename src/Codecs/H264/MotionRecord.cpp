@@ -46,26 +46,43 @@ uint8_t CmMotionRecord::Code(int refIdx, uint32_t picture) {
 
 void CmMotionRecord::Store(const SmMacroblockInfo* macroblocks, uint32_t count, bool mbaff,
                            SmLayout layout) {
-  m_Layout = layout;
-  m_Count = count;
-  m_Pictures.clear();
+  Begin(count, layout);
   if (mbaff) {
     m_Field.resize(count);
     for (uint32_t address = 0; address < count; ++address) {
       m_Field[address] = macroblocks[address].field ? 1 : 0;
     }
-  } else {
-    std::vector<uint8_t>().swap(m_Field);
   }
-  const int perMb = VectorsPerMacroblock();
+  if (!StoreRange(macroblocks, 0, count)) {
+    // Every block reads as standing still without a reference all the same.
+    m_Count = 0;
+    std::vector<uint8_t>().swap(m_References);
+    std::vector<SmVector>().swap(m_Vectors);
+  }
+}
+
+void CmMotionRecord::Begin(uint32_t count, SmLayout layout) {
+  m_Layout = layout;
+  m_Count = count;
+  m_Pictures.clear();
+  // Never moved while the picture is decoded, so that pictures decoding
+  // beside it may read the entries made so far.
+  m_Pictures.reserve(TableBits);
+  std::vector<uint8_t>().swap(m_Field);
   m_References.resize(size_t{count} * 4);
-  m_Vectors.resize(size_t{count} * perMb);
+  m_Vectors.resize(size_t{count} * VectorsPerMacroblock());
+}
+
+bool CmMotionRecord::StoreRange(const SmMacroblockInfo* macroblocks, uint32_t first,
+                                uint32_t end) {
+  const int perMb = VectorsPerMacroblock();
   // The blocks whose vectors are kept, in the order VectorIndex counts.
   int keptX[16], keptY[16];
   for (int y = 0; y < 4; ++y) {
     for (int x = 0; x < 4; ++x) {
-      const bool kept = layout == SmLayout::All ||
-                        ((x == 0 || x == 3) && (layout == SmLayout::Columns || y == 0 || y == 3));
+      const bool kept =
+          m_Layout == SmLayout::All ||
+          ((x == 0 || x == 3) && (m_Layout == SmLayout::Columns || y == 0 || y == 3));
       if (kept) {
         keptX[VectorIndex(x, y)] = x;
         keptY[VectorIndex(x, y)] = y;
@@ -73,13 +90,13 @@ void CmMotionRecord::Store(const SmMacroblockInfo* macroblocks, uint32_t count, 
     }
   }
   bool anyMotion = false;
-  uint8_t* references = m_References.data();
-  SmVector* vectors = m_Vectors.data();
+  uint8_t* references = m_References.data() + size_t{first} * 4;
+  SmVector* vectors = m_Vectors.data() + size_t{first} * perMb;
   // The last picture coded, since neighbouring blocks mostly name the same.
   uint32_t lastPicture = 0;
   int lastRefIdx = -1;
   uint8_t lastCode = 0;
-  for (uint32_t address = 0; address < count; ++address, references += 4, vectors += perMb) {
+  for (uint32_t address = first; address < end; ++address, references += 4, vectors += perMb) {
     const SmMacroblockInfo& mb = macroblocks[address];
     if (IsIntra(mb.kind)) {
       std::fill_n(references, 4, uint8_t{0});
@@ -109,12 +126,7 @@ void CmMotionRecord::Store(const SmMacroblockInfo* macroblocks, uint32_t count, 
       anyMotion = anyMotion || mv[0] != 0 || mv[1] != 0;
     }
   }
-  if (!anyMotion) {
-    // Every block reads as standing still without a reference all the same.
-    m_Count = 0;
-    std::vector<uint8_t>().swap(m_References);
-    std::vector<SmVector>().swap(m_Vectors);
-  }
+  return anyMotion;
 }
 
 void CmMotionRecord::Release() {

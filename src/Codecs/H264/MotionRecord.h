@@ -45,6 +45,11 @@ public:
   // in raster order. A picture without a single inter block keeps no
   // motion at all.
   void Store(const SmMacroblockInfo* macroblocks, uint32_t count, bool mbaff, SmLayout layout);
+  // The same for a frame (no macroblock pairs) kept row by row while it is
+  // decoded: Begin, then StoreRange for macroblocks that are final, each
+  // before any other picture reads them. Gives whether the range had motion.
+  void Begin(uint32_t count, SmLayout layout);
+  bool StoreRange(const SmMacroblockInfo* macroblocks, uint32_t first, uint32_t end);
   // Lets the memory go: the picture is co-located for no later picture,
   // and until it is stored again every block reads as having no motion.
   void Release();

@@ -115,24 +115,47 @@ void CmPicture::Fill(uint8_t value) {
 }
 
 void CmPicture::ExtendBorders() {
+  ExtendBordersOfLines(0, static_cast<int32_t>(m_HeightInMbs * 16));
+}
+
+void CmPicture::ExtendBordersOfLines(int32_t firstLine, int32_t endLine) {
   const int planes = m_Monochrome ? 1 : 3;
   for (int c = 0; c < planes; ++c) {
     const ptrdiff_t border = c == 0 ? LumaBorder : LumaBorder / 2;
     const ptrdiff_t width = c == 0 ? m_WidthInMbs * 16 : m_WidthInMbs * 8;
-    const ptrdiff_t height = c == 0 ? m_HeightInMbs * 16 : m_HeightInMbs * 8;
     const ptrdiff_t stride = m_Stride[c];
     uint8_t* origin = m_Origin[c];
-    for (ptrdiff_t y = 0; y < height; ++y) {
+    const ptrdiff_t first = c == 0 ? firstLine : firstLine / 2;
+    const ptrdiff_t end = c == 0 ? endLine : endLine / 2;
+    for (ptrdiff_t y = first; y < end; ++y) {
       uint8_t* row = origin + y * stride;
       std::memset(row - border, row[0], static_cast<size_t>(border));
       std::memset(row + width, row[width - 1], static_cast<size_t>(border));
     }
-    for (ptrdiff_t y = 1; y <= border; ++y) {
-      std::memcpy(origin - y * stride - border, origin - border,
-                  static_cast<size_t>(width + 2 * border));
-      std::memcpy(origin + (height - 1 + y) * stride - border,
-                  origin + (height - 1) * stride - border, static_cast<size_t>(width + 2 * border));
+    const ptrdiff_t height = c == 0 ? m_HeightInMbs * 16 : m_HeightInMbs * 8;
+    for (ptrdiff_t y = 1; y <= border && first < end; ++y) {
+      if (first == 0) {
+        std::memcpy(origin - y * stride - border, origin - border,
+                    static_cast<size_t>(width + 2 * border));
+      }
+      if (end == height) {
+        std::memcpy(origin + (height - 1 + y) * stride - border,
+                    origin + (height - 1) * stride - border, static_cast<size_t>(width + 2 * border));
+      }
     }
+  }
+}
+
+void CmPicture::PublishLines(int32_t lines) {
+  m_ReadyLines.store(lines, std::memory_order_release);
+  m_ReadyLines.notify_all();
+}
+
+void CmPicture::WaitForLine(int32_t line) const {
+  const int32_t needed = line >= static_cast<int32_t>(m_HeightInMbs * 16) ? INT32_MAX : line + 1;
+  for (int32_t ready = m_ReadyLines.load(std::memory_order_acquire); ready < needed;
+       ready = m_ReadyLines.load(std::memory_order_acquire)) {
+    m_ReadyLines.wait(ready, std::memory_order_acquire);
   }
 }
 

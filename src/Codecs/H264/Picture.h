@@ -1,5 +1,7 @@
 #pragma once
 
+#include <atomic>
+#include <climits>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -127,6 +129,24 @@ public:
   // Repeats the edge samples into the border, once the picture is decoded,
   // so that prediction from it may read there as if clamped.
   void ExtendBorders();
+  // The left and right borders of luma lines [firstLine, endLine) and of the
+  // chroma lines beside them, with the border above when the range starts
+  // at the top and the one below when it ends at the bottom: for a picture
+  // whose rows become final one after another.
+  void ExtendBordersOfLines(int32_t firstLine, int32_t endLine);
+
+  // While another thread decodes the picture, how far its lines are final,
+  // borders included, so that a picture decoded beside it may predict from
+  // them. A picture is complete unless BeginDecoding said otherwise, so
+  // that pictures decoded on the caller's thread never wait.
+  void BeginDecoding() { m_ReadyLines.store(0, std::memory_order_relaxed); }
+  // Luma lines below `lines` (and the chroma lines beside them) are final.
+  void PublishLines(int32_t lines);
+  void MarkComplete() { PublishLines(INT32_MAX); }
+  // Blocks until luma line `line` is final; a line below the picture, which
+  // only its border holds, needs the whole picture.
+  void WaitForLine(int32_t line) const;
+  void WaitUntilComplete() const { WaitForLine(INT32_MAX - 1); }
 
   // A field is a picture of its own, with its own border: a field predicts
   // from fields, and its border must repeat its own edge lines, not the
@@ -184,6 +204,7 @@ private:
   ptrdiff_t m_Stride[3] = {};
   SmMacroblockInfo* m_Macroblocks = nullptr;
   CmMotionRecord m_Motion;
+  std::atomic<int32_t> m_ReadyLines{INT32_MAX};
 };
 
 // A reference picture list of a slice: its pictures (null where no picture

@@ -42,14 +42,13 @@ public:
   void DecodePicture(H264PictureTask& task) override;
 };
 
-// The form for two threads and more: the caller's thread decodes the slices
-// while a worker runs the loop filter behind it, each row as soon as the row
-// below it is decoded. On 1080p the filter is 18 to 29 per cent of a
-// picture's time, and the rest, parsing and reconstruction, stays on one
-// thread, so a third thread would find nothing to do: one worker, whatever
-// the count, started with the broker and waiting between pictures.
-// Pictures whose slices don't follow each other in raster order (slice
-// groups, arbitrary order) leave the filter to the end.
+// The form for two threads and more, for the pictures that cannot decode
+// beside the next one (fields, frames of macroblock pairs, slice groups,
+// low delay; see CmPictureWorkers for the others): the caller's thread
+// decodes the slices while a worker runs the loop filter behind it, each
+// row as soon as the row below it is decoded. Pictures whose slices don't
+// follow each other in raster order (slice groups, arbitrary order) leave
+// the filter to the end.
 class TaskBrokerTwoThread : public TaskBroker {
 public:
   explicit TaskBrokerTwoThread(

@@ -71,6 +71,18 @@ std::optional<uint32_t> ReadRecoveryFrameCount(const std::vector<uint8_t>& rbsp)
 
 } // namespace
 
+namespace {
+
+// Only a reference picture can be the co-located picture of a later B
+// slice, and only in a sequence that may have B slices: one that keeps to
+// the Baseline profile has none.
+bool KeepsMotion(const SmSliceHeader& first, const SmSequenceParameterSet& sps) {
+  const bool baseline = sps.profileIdc == 66 || (sps.constraintFlags & 0x80) != 0;
+  return first.IsReference() && !baseline;
+}
+
+} // namespace
+
 std::array<const SmSequenceParameterSet*, 32> Headers::GetSequenceTable() const {
   std::array<const SmSequenceParameterSet*, 32> table{};
   for (size_t i = 0; i < table.size(); ++i) {
@@ -106,6 +118,13 @@ TaskSupplier::TaskSupplier(const SmTaskSupplierSettings& settings)
     m_Broker = std::make_unique<TaskBrokerSingleThread>(m_SegmentDecoders);
   } else {
     m_Broker = std::make_unique<TaskBrokerTwoThread>(m_SegmentDecoders);
+    m_Workers = std::make_unique<CmPictureWorkers>(m_SegmentDecoders);
+  }
+}
+
+TaskSupplier::~TaskSupplier() {
+  for (const auto& job : m_Jobs) {
+    m_Workers->Wait(*job);
   }
 }
 
@@ -285,7 +304,7 @@ void TaskSupplier::Activate(const SmSequenceParameterSet& sps) {
     m_References = SmReferenceState();
     m_Frames.DropAllReferences();
   }
-  m_Active = std::make_unique<SmSequenceParameterSet>(sps);
+  m_Active = std::make_shared<SmSequenceParameterSet>(sps);
   m_DpbSize = static_cast<int32_t>(sps.GetDpbFrames());
   // Streams that never reorder leave in decoding order at once; the others
   // wait until the store is full, which no conforming order can outrun.
@@ -385,7 +404,7 @@ bool TaskSupplier::StartPicture(const SmSliceHeader& header, const SmSequencePar
       header.frameNum != (m_LastFrameNum + 1) % maxFrameNum && sps.gapsInFrameNumAllowed) {
     InsertGapFrames(header, sps);
   }
-  H264DecoderFrame* frame = m_Frames.GetFreeFrame(static_cast<size_t>(m_ExtraFrames + m_DpbSize));
+  H264DecoderFrame* frame = TakeFreeFrame(static_cast<size_t>(m_ExtraFrames + m_DpbSize));
   if (frame == nullptr) {
     const H264DecoderFrame* waiting = m_Frames.ChooseForOutput(m_DpbDelay, m_DpbSize);
     if (m_MayStall && waiting != nullptr && waiting->decodingState < Gathering) {
@@ -474,7 +493,7 @@ bool TaskSupplier::StartPicture(const SmSliceHeader& header, const SmSequencePar
   // A stream that begins on a P or B picture: one grey frame stands in for
   // its references, never shown.
   if (header.sliceType != SliceI && m_References.frames.empty()) {
-    H264DecoderFrame* stand = m_Frames.GetFreeFrame(static_cast<size_t>(m_ExtraFrames + m_DpbSize));
+    H264DecoderFrame* stand = TakeFreeFrame(static_cast<size_t>(m_ExtraFrames + m_DpbSize));
     if (stand != nullptr) {
       CmPicture& grey = stand->GetPicture();
       grey.Allocate(sps.widthInMbs, sps.GetFrameHeightInMbs(), sps.chromaFormatIdc == 0);
@@ -495,8 +514,7 @@ void TaskSupplier::InsertGapFrames(const SmSliceHeader& header, const SmSequence
   const uint32_t maxFrameNum = sps.GetMaxFrameNum();
   uint32_t frameNum = (m_LastFrameNum + 1) % maxFrameNum;
   for (int32_t count = 0; frameNum != header.frameNum && count < m_DpbSize; ++count) {
-    H264DecoderFrame* frame =
-        m_Frames.GetFreeFrame(static_cast<size_t>(m_ExtraFrames + 2 * m_DpbSize));
+    H264DecoderFrame* frame = TakeFreeFrame(static_cast<size_t>(m_ExtraFrames + 2 * m_DpbSize));
     if (frame == nullptr) {
       break;
     }
@@ -555,39 +573,43 @@ void TaskSupplier::CompletePicture() {
     m_CurrentFrame = nullptr;
     return;
   }
-  CmPicture* target = m_CurrentField >= 0 ? picture.FindField(m_CurrentField) : &picture;
-  H264PictureTask task;
-  task.picture = target;
-  task.slices = &m_Slices;
-  task.sps = &sps;
-  task.pictureParameterSets = m_Headers.GetPictureTable();
-  task.references = &m_References.frames;
-  task.filters.resize(m_Slices.size() + 1);
-  // One map for the picture: every slice of it tells the same change cycle.
-  const SmPictureParameterSet* pps = task.pictureParameterSets[first.ppsId];
-  if (pps != nullptr && pps->numSliceGroups > 1 &&
-      !BuildSliceGroupMap(sps, *pps, first.sliceGroupChangeCycle, task.sliceGroups,
-                          first.fieldPic             ? SmMacroblockOrder::Field
-                          : sps.mbAdaptiveFrameField ? SmMacroblockOrder::Pairs
-                                                     : SmMacroblockOrder::Frame)) {
-    task.slices = &m_NoSlices;
-  }
-  {
-    const CmDecodingRecords::CmLease lease = m_Records.Lend(*target);
-    m_Broker->DecodePicture(task);
-    // Only a reference picture can be the co-located picture of a later
-    // B slice, and only in a sequence that may have B slices: one that
-    // keeps to the Baseline profile has none.
-    const bool baseline = sps.profileIdc == 66 || (sps.constraintFlags & 0x80) != 0;
-    if (first.IsReference() && !baseline) {
-      target->GetMotion().Store(
-          target->GetMacroblocks(), target->GetWidthInMbs() * target->GetHeightInMbs(),
-          target->IsMbaff(), CmMotionRecord::LayoutFor(sps.direct8x8Inference, sps.frameMbsOnly));
+  if (MayDecodeAside(first)) {
+    StartAside(frame);
+  } else {
+    // The broker's decoders are the workers' too, and the picture may
+    // predict from any of theirs.
+    CollectJobs(true);
+    CmPicture* target = m_CurrentField >= 0 ? picture.FindField(m_CurrentField) : &picture;
+    H264PictureTask task;
+    task.picture = target;
+    task.slices = &m_Slices;
+    task.sps = &sps;
+    task.pictureParameterSets = m_Headers.GetPictureTable();
+    task.references = &m_References.frames;
+    task.filters.resize(m_Slices.size() + 1);
+    // One map for the picture: every slice of it tells the same change cycle.
+    const SmPictureParameterSet* pps = task.pictureParameterSets[first.ppsId];
+    if (pps != nullptr && pps->numSliceGroups > 1 &&
+        !BuildSliceGroupMap(sps, *pps, first.sliceGroupChangeCycle, task.sliceGroups,
+                            first.fieldPic             ? SmMacroblockOrder::Field
+                            : sps.mbAdaptiveFrameField ? SmMacroblockOrder::Pairs
+                                                       : SmMacroblockOrder::Frame)) {
+      task.slices = &m_NoSlices;
     }
-  }
-  if (task.unsupported) {
-    m_Unsupported = true;
-    frame.hideFromOutput = true;
+    {
+      const CmDecodingRecords::CmLease lease = m_Records.Lend(*target);
+      m_Broker->DecodePicture(task);
+      if (KeepsMotion(first, sps)) {
+        target->GetMotion().Store(target->GetMacroblocks(),
+                                  target->GetWidthInMbs() * target->GetHeightInMbs(),
+                                  target->IsMbaff(),
+                                  CmMotionRecord::LayoutFor(sps.direct8x8Inference, sps.frameMbsOnly));
+      }
+    }
+    if (task.unsupported) {
+      m_Unsupported = true;
+      frame.hideFromOutput = true;
+    }
   }
   if (m_CurrentField >= 0) {
     picture.WeaveField(m_CurrentField);
@@ -651,6 +673,104 @@ void TaskSupplier::CompletePicture() {
   frame.frameInfo[0].state = frame.frameInfo[1].state = H264DecoderFrameInfo::Done;
 }
 
+bool TaskSupplier::MayDecodeAside(const SmSliceHeader& first) const {
+  // Low delay shows each picture before the next comes in, so there is no
+  // next picture to decode beside it.
+  if (m_Workers == nullptr || m_LowDelayActive || !m_Active->frameMbsOnly ||
+      m_CurrentField >= 0 || first.HasMemoryManagement5()) {
+    return false;
+  }
+  const SmPictureParameterSet* pps = m_Headers.picture[first.ppsId].get();
+  if (pps == nullptr || pps->numSliceGroups > 1) {
+    return false;
+  }
+  for (size_t index = 1; index < m_Slices.size(); ++index) {
+    if (m_Slices[index].header.firstMbInSlice <= m_Slices[index - 1].header.firstMbInSlice) {
+      return false;
+    }
+  }
+  return true;
+}
+
+void TaskSupplier::StartAside(H264DecoderFrame& frame) {
+  auto job = std::make_unique<SmPictureJob>();
+  job->slices = std::move(m_Slices);
+  m_Slices.clear();
+  job->sps = m_Active;
+  job->references = m_References.frames;
+  job->keepsMotion = KeepsMotion(job->slices.front().header, *m_Active);
+  job->motionLayout =
+      CmMotionRecord::LayoutFor(m_Active->direct8x8Inference, m_Active->frameMbsOnly);
+  H264PictureTask& task = job->task;
+  task.picture = &frame.GetPicture();
+  task.slices = &job->slices;
+  task.sps = job->sps.get();
+  task.references = &job->references;
+  task.filters.resize(job->slices.size() + 1);
+  for (const H264Slice& slice : job->slices) {
+    const auto& pps = m_Headers.picture[slice.header.ppsId];
+    if (task.pictureParameterSets[slice.header.ppsId] == nullptr && pps != nullptr) {
+      task.pictureParameterSets[slice.header.ppsId] = pps.get();
+      job->pictureParameterSets.push_back(pps);
+    }
+  }
+  job->frame = &frame;
+  frame.inFlight = true;
+  ++frame.readers;
+  for (H264DecoderFrame* other = m_Frames.GetHead(); other != nullptr; other = other->next) {
+    for (const SmReferenceFrame& reference : job->references) {
+      if (reference.picture == &other->GetPicture()) {
+        ++other->readers;
+        job->readFrames.push_back(other);
+        break;
+      }
+    }
+  }
+  m_Workers->Start(*job);
+  m_Jobs.push_back(std::move(job));
+}
+
+void TaskSupplier::CollectJobs(bool all) {
+  while (!m_Jobs.empty()) {
+    SmPictureJob& job = *m_Jobs.front();
+    if (all) {
+      m_Workers->Wait(job);
+    } else if (!job.done.load(std::memory_order_acquire)) {
+      return;
+    }
+    std::unique_ptr<SmPictureJob> taken = std::move(m_Jobs.front());
+    m_Jobs.pop_front();
+    taken->frame->inFlight = false;
+    --taken->frame->readers;
+    for (H264DecoderFrame* read : taken->readFrames) {
+      --read->readers;
+    }
+    if (taken->task.unsupported) {
+      m_Unsupported = true;
+      taken->frame->hideFromOutput = true;
+    }
+    for (H264Slice& slice : taken->slices) {
+      if (m_SlicePool.size() < MostPooledSlices) {
+        m_SlicePool.push_back(std::move(slice));
+      }
+    }
+    if (taken->error) {
+      std::rethrow_exception(taken->error);
+    }
+  }
+}
+
+H264DecoderFrame* TaskSupplier::TakeFreeFrame(size_t limit) {
+  for (;;) {
+    CollectJobs(false);
+    H264DecoderFrame* frame = m_Frames.GetFreeFrame(limit);
+    if (frame != nullptr || m_Jobs.empty()) {
+      return frame;
+    }
+    m_Workers->Wait(*m_Jobs.front());
+  }
+}
+
 void TaskSupplier::FinishLoneField() {
   H264DecoderFrame* frame = std::exchange(m_FirstField, nullptr);
   if (frame == nullptr) {
@@ -691,6 +811,29 @@ H264DecoderFrame* TaskSupplier::GetFrameToDisplay(bool force) {
       frame->wasOutputted = true;
       continue; // a frame made up for a gap costs no output
     }
+    if (frame->inFlight && !force) {
+      // A picture among the newest a worker may take next: the caller
+      // brings the next picture rather than wait, so that the pictures
+      // decode side by side, and this one leaves a call later. An older one
+      // is waited for while the newer ones go on.
+      const size_t newer = static_cast<size_t>(
+          std::find_if(m_Jobs.rbegin(), m_Jobs.rend(),
+                       [frame](const auto& job) { return job->frame == frame; }) -
+          m_Jobs.rbegin());
+      if (newer + 1 < m_Workers->GetWorkerCount()) {
+        return nullptr;
+      }
+    }
+    if (frame->inFlight) {
+      while (frame->inFlight) {
+        m_Workers->Wait(*m_Jobs.front());
+        CollectJobs(false);
+      }
+      if (frame->hideFromOutput) {
+        frame->wasOutputted = true;
+        continue;
+      }
+    }
     m_Frames.TakeEarliestWaitingTime(*frame);
     frame->wasOutputted = true;
     m_ShownOrder = frame->GetPicOrderCnt();
@@ -711,6 +854,14 @@ void TaskSupplier::Reset() {
 
 void TaskSupplier::RecoveryReset() {
   m_Broker->Stop();
+  for (;;) {
+    try {
+      CollectJobs(true);
+      break;
+    } catch (...) {
+      // Whatever failed in a picture being reset away is forgotten with it.
+    }
+  }
   m_Pending.clear();
   m_Frames.Clear();
   m_References = SmReferenceState();

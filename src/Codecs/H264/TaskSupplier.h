@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdint>
+#include <deque>
 #include <memory>
 #include <optional>
 #include <utility>
@@ -13,6 +14,7 @@
 #include "Codecs/H264/Marking.h"
 #include "Codecs/H264/ParameterSets.h"
 #include "Codecs/H264/PictureOrder.h"
+#include "Codecs/H264/PictureWorkers.h"
 #include "Codecs/H264/SliceDecoder.h"
 #include "Codecs/H264/SliceHeader.h"
 #include "Codecs/H264/TaskBroker.h"
@@ -34,8 +36,10 @@ struct SmTaskSupplierSettings {
 // The parameter sets known to the decoder, each a complete copy by id.
 class Headers {
 public:
-  std::array<std::unique_ptr<NmH264::SmSequenceParameterSet>, 32> sequence;
-  std::array<std::unique_ptr<NmH264::SmPictureParameterSet>, 256> picture;
+  // Shared with the pictures that decode on workers while newer copies
+  // come in.
+  std::array<std::shared_ptr<NmH264::SmSequenceParameterSet>, 32> sequence;
+  std::array<std::shared_ptr<const NmH264::SmPictureParameterSet>, 256> picture;
 
   std::array<const NmH264::SmSequenceParameterSet*, 32> GetSequenceTable() const;
   std::array<const NmH264::SmPictureParameterSet*, 256> GetPictureTable() const;
@@ -47,6 +51,9 @@ public:
 class TaskSupplier {
 public:
   explicit TaskSupplier(const SmTaskSupplierSettings& settings);
+  ~TaskSupplier();
+  TaskSupplier(const TaskSupplier&) = delete;
+  TaskSupplier& operator=(const TaskSupplier&) = delete;
 
   // Takes one buffer of units with its time in seconds (-1 for none) and
   // frame number. Returns a status: 0, or -882 for a stream that cannot go
@@ -115,10 +122,20 @@ private:
   // field pictures after it.
   void PrepareFields(NmH264::CmPicture& picture, const H264DecoderFrame& frame);
   void Activate(const NmH264::SmSequenceParameterSet& sps);
+  // Whether the picture gathered now may decode on a worker while the
+  // pictures after it come in: a frame of a sequence of frames, slices in
+  // order, and nothing that changes the picture after its decoding.
+  bool MayDecodeAside(const NmH264::SmSliceHeader& first) const;
+  void StartAside(H264DecoderFrame& frame);
+  // Takes in the pictures that their workers finished (all of them, waiting,
+  // with `all`): their frames may be reused, and what they met is told.
+  void CollectJobs(bool all);
+  // The oldest free frame, after waiting for workers that keep frames busy.
+  H264DecoderFrame* TakeFreeFrame(size_t limit);
 
   SmTaskSupplierSettings m_Settings;
   Headers m_Headers;
-  std::unique_ptr<NmH264::SmSequenceParameterSet> m_Active; // the SPS of the current sequence
+  std::shared_ptr<NmH264::SmSequenceParameterSet> m_Active; // the SPS of the current sequence
   const NmH264::SmSequenceParameterSet* m_Latest = nullptr; // the SPS read last
   H264DBPList m_Frames;
   // One segment decoder for each thread, and the broker that shares a
@@ -127,6 +144,10 @@ private:
   std::unique_ptr<TaskBroker> m_Broker;
   // The full macroblock records of the picture in decoding.
   NmH264::CmDecodingRecords m_Records;
+  // Pictures decoding on workers, oldest first; before the workers, which
+  // must stop before the jobs go.
+  std::deque<std::unique_ptr<SmPictureJob>> m_Jobs;
+  std::unique_ptr<CmPictureWorkers> m_Workers; // with two threads or more
   NmH264::CmPictureOrderCounter m_Order;
   NmH264::SmReferenceState m_References;
   std::vector<H264Slice> m_Slices; // of the picture in progress
