@@ -38,6 +38,15 @@ void ForgetBrokenMacroblock(CmPicture& picture, uint32_t sliceNumber) {
 
 } // namespace
 
+bool SlicesFollowEachOther(const std::vector<H264Slice>& slices) {
+  for (size_t index = 1; index < slices.size(); ++index) {
+    if (slices[index].header.firstMbInSlice <= slices[index - 1].header.firstMbInSlice) {
+      return false;
+    }
+  }
+  return true;
+}
+
 void H264SegmentDecoderMultiThreaded::DecodeSlices(H264PictureTask& task, size_t first, size_t last,
                                                    ImSliceProgress* progress) {
   m_SliceDecoder.SetProgress(progress);

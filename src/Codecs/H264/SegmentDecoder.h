@@ -21,6 +21,10 @@ struct H264Slice {
   uint8_t nalHeader = 0;
 };
 
+// Whether each slice begins behind the one before it, so that none can
+// write over macroblocks that an earlier one decoded.
+bool SlicesFollowEachOther(const std::vector<H264Slice>& slices);
+
 // Everything the decoding of one picture needs, gathered by the supplier.
 // The supplier keeps it all alive and unchanged until the broker is done.
 struct H264PictureTask {

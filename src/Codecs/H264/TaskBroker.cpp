@@ -20,25 +20,6 @@ void TaskBrokerSingleThread::DecodePicture(H264PictureTask& task) {
   FinishPicture(task);
 }
 
-namespace {
-
-// Whether each slice begins behind the one before it, so that none can
-// write over macroblocks that an earlier one decoded.
-bool SlicesFollowEachOther(const H264PictureTask& task) {
-  if (!task.sliceGroups.empty()) {
-    return false;
-  }
-  for (size_t index = 1; index < task.slices->size(); ++index) {
-    if ((*task.slices)[index].header.firstMbInSlice <=
-        (*task.slices)[index - 1].header.firstMbInSlice) {
-      return false;
-    }
-  }
-  return true;
-}
-
-} // namespace
-
 TaskBrokerTwoThread::TaskBrokerTwoThread(
     std::vector<std::unique_ptr<H264SegmentDecoderMultiThreaded>>& decoders)
     : TaskBroker(decoders), m_Worker([this](const std::stop_token& stop) { FilterRows(stop); }) {}
@@ -115,7 +96,7 @@ void TaskBrokerTwoThread::Stop() {
 }
 
 void TaskBrokerTwoThread::DecodePicture(H264PictureTask& task) {
-  if (!SlicesFollowEachOther(task)) {
+  if (!task.sliceGroups.empty() || !SlicesFollowEachOther(*task.slices)) {
     m_Decoders.front()->DecodeSlices(task, 0, task.slices->size());
     FinishPicture(task);
     return;

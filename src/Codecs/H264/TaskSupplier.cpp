@@ -69,10 +69,6 @@ std::optional<uint32_t> ReadRecoveryFrameCount(const std::vector<uint8_t>& rbsp)
   return std::nullopt;
 }
 
-} // namespace
-
-namespace {
-
 // Only a reference picture can be the co-located picture of a later B
 // slice, and only in a sequence that may have B slices: one that keeps to
 // the Baseline profile has none.
@@ -324,15 +320,16 @@ H264Slice TaskSupplier::TakeSlice() {
 }
 
 void TaskSupplier::ReleaseSlices() {
-  // A picture's slices go back to the pool with their buffers, so that the
-  // next picture's payloads need no allocation; a burst of many slices is
-  // not kept for ever.
-  for (H264Slice& slice : m_Slices) {
+  PoolSlices(m_Slices);
+  m_Slices.clear();
+}
+
+void TaskSupplier::PoolSlices(std::vector<H264Slice>& slices) {
+  for (H264Slice& slice : slices) {
     if (m_SlicePool.size() < MostPooledSlices) {
       m_SlicePool.push_back(std::move(slice));
     }
   }
-  m_Slices.clear();
 }
 
 void TaskSupplier::AddSlice(H264Slice&& added, double time, int32_t frameId) {
@@ -600,10 +597,9 @@ void TaskSupplier::CompletePicture() {
       const CmDecodingRecords::CmLease lease = m_Records.Lend(*target);
       m_Broker->DecodePicture(task);
       if (KeepsMotion(first, sps)) {
-        target->GetMotion().Store(target->GetMacroblocks(),
-                                  target->GetWidthInMbs() * target->GetHeightInMbs(),
-                                  target->IsMbaff(),
-                                  CmMotionRecord::LayoutFor(sps.direct8x8Inference, sps.frameMbsOnly));
+        target->GetMotion().Store(
+            target->GetMacroblocks(), target->GetWidthInMbs() * target->GetHeightInMbs(),
+            target->IsMbaff(), CmMotionRecord::LayoutFor(sps.direct8x8Inference, sps.frameMbsOnly));
       }
     }
     if (task.unsupported) {
@@ -676,20 +672,12 @@ void TaskSupplier::CompletePicture() {
 bool TaskSupplier::MayDecodeAside(const SmSliceHeader& first) const {
   // Low delay shows each picture before the next comes in, so there is no
   // next picture to decode beside it.
-  if (m_Workers == nullptr || m_LowDelayActive || !m_Active->frameMbsOnly ||
-      m_CurrentField >= 0 || first.HasMemoryManagement5()) {
+  if (m_Workers == nullptr || m_LowDelayActive || !m_Active->frameMbsOnly || m_CurrentField >= 0 ||
+      first.HasMemoryManagement5()) {
     return false;
   }
   const SmPictureParameterSet* pps = m_Headers.picture[first.ppsId].get();
-  if (pps == nullptr || pps->numSliceGroups > 1) {
-    return false;
-  }
-  for (size_t index = 1; index < m_Slices.size(); ++index) {
-    if (m_Slices[index].header.firstMbInSlice <= m_Slices[index - 1].header.firstMbInSlice) {
-      return false;
-    }
-  }
-  return true;
+  return pps != nullptr && pps->numSliceGroups == 1 && SlicesFollowEachOther(m_Slices);
 }
 
 void TaskSupplier::StartAside(H264DecoderFrame& frame) {
@@ -749,11 +737,7 @@ void TaskSupplier::CollectJobs(bool all) {
       m_Unsupported = true;
       taken->frame->hideFromOutput = true;
     }
-    for (H264Slice& slice : taken->slices) {
-      if (m_SlicePool.size() < MostPooledSlices) {
-        m_SlicePool.push_back(std::move(slice));
-      }
-    }
+    PoolSlices(taken->slices);
     if (taken->error) {
       std::rethrow_exception(taken->error);
     }

@@ -111,6 +111,10 @@ private:
   H264Slice TakeSlice();
   // The slices of the picture in progress go back to the pool.
   void ReleaseSlices();
+  // Slices whose picture is done go back to the pool with their buffers, so
+  // that later payloads need no allocation; a burst of many slices is not
+  // kept for ever.
+  void PoolSlices(std::vector<H264Slice>& slices);
   bool StartPicture(const NmH264::SmSliceHeader& header, const NmH264::SmSequenceParameterSet& sps,
                     double time, int32_t frameId);
   void InsertGapFrames(const NmH264::SmSliceHeader& header,
