@@ -252,6 +252,10 @@ void RegisterH264() {
       f(gray2.data() + y * Width + x, Width, index % modes, all);
     });
   };
+  Register("H264Intra4x4", "ours", [intra] { intra(P::H264PredictIntra4x4, 4, 9); });
+  Register("H264Intra4x4", "reference", [intra] { intra(R::H264PredictIntra4x4, 4, 9); });
+  Register("H264Intra8x8", "ours", [intra] { intra(P::H264PredictIntra8x8, 8, 9); });
+  Register("H264Intra8x8", "reference", [intra] { intra(R::H264PredictIntra8x8, 8, 9); });
   Register("H264Intra16x16", "ours", [intra] { intra(P::H264PredictIntra16x16, 16, 4); });
   Register("H264Intra16x16", "reference", [intra] { intra(R::H264PredictIntra16x16, 16, 4); });
   Register("H264IntraChroma", "ours", [intra] { intra(P::H264PredictIntraChroma8x8, 8, 4); });

@@ -37,9 +37,9 @@ TEST_P(H264IntraPrediction, EveryModeAndNeighbourhoodMatchesTheReference) {
     int size, modes;
     Predictor reference, kernel;
   };
-  // 4x4 and 8x8 luma run the plain loops on every target; they join this
-  // list when they get vector versions.
   const SmCase cases[] = {
+      {"4x4", 4, 9, &NmReference::H264PredictIntra4x4, &H264PredictIntra4x4},
+      {"8x8", 8, 9, &NmReference::H264PredictIntra8x8, &H264PredictIntra8x8},
       {"16x16", 16, 4, &NmReference::H264PredictIntra16x16, &H264PredictIntra16x16},
       {"chroma 8x8", 8, 4, &NmReference::H264PredictIntraChroma8x8, &H264PredictIntraChroma8x8},
   };

@@ -1,7 +1,9 @@
-// Intra prediction of the large blocks, 16x16 luma and 8x8 chroma, in vectors
-// of a row, compiled once per Highway target. The 4x4 and 8x8 luma modes
-// stay the plain loops on every target: their cost is in gathering and
-// filtering a handful of neighbours, not in filling the block.
+// Intra prediction in vectors, compiled once per Highway target. The large
+// blocks (16x16 luma, 8x8 chroma) fill rows from a vector each. The 4x4 and
+// 8x8 luma blocks lay their neighbours out on one line and smooth it once with
+// both filters of the directional modes; every row of every mode is then a
+// window of a smoothed line, so a block costs a handful of vector operations
+// and one copy a row instead of a formula per sample.
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "Codecs/Primitives/H264IntraPrediction.cc"
 #include <hwy/foreach_target.h> // IWYU pragma: keep
@@ -16,15 +18,234 @@ namespace NmPrimitives {
 namespace HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
+#if HWY_TARGET != HWY_SCALAR
+
+// The neighbours of a Size x Size block on one line, from the bottom of the
+// left column up through the corner and along the row above to its right
+// end: at(Size - 1 - y) is p(-1, y), at(Size) is p(-1, -1), at(Size + 1 + x)
+// is p(x, -1). Samples that are not available read as 0, and the top right
+// ones repeat the last sample above when only they are missing. Both ends
+// repeat their last sample for a few places, which is what the modes that
+// reach past the neighbours use.
+class CmIntraLine {
+public:
+  static constexpr int kPad = 16; // room below the left column's end
+
+  uint8_t* at(int position) { return m_Samples + kPad + position; }
+  const uint8_t* at(int position) const { return m_Samples + kPad + position; }
+
+  template <int Size>
+  void Read(const uint8_t* dst, ptrdiff_t stride, const SmH264IntraNeighbours& n) {
+    uint8_t* top = at(Size + 1);
+    *at(Size) = n.hasCorner ? dst[-stride - 1] : 0;
+    if (n.hasTop) {
+      std::memcpy(top, dst - stride, Size);
+      if (n.hasTopRight) {
+        std::memcpy(top + Size, dst - stride + Size, Size);
+      } else {
+        std::memset(top + Size, dst[-stride + Size - 1], Size);
+      }
+    } else {
+      std::memset(top, 0, 2 * Size);
+    }
+    for (int y = 0; y < Size; ++y) {
+      *at(Size - 1 - y) = n.hasLeft ? dst[y * stride - 1] : 0;
+    }
+  }
+
+  // Repeats the ends: the last sample above to the end of the line, p(-1,
+  // Size - 1) down the padding below.
+  template <int Size> void Extend() {
+    std::memset(at(3 * Size + 1), *at(3 * Size), sizeof m_Samples - kPad - 3 * Size - 1);
+    std::memset(m_Samples, *at(0), kPad);
+  }
+
+  // The two filters of the directional modes at every position p of the
+  // line: half[p] = (at(p) + at(p + 1) + 1) >> 1 and
+  // third[p] = (at(p - 1) + 2 at(p) + at(p + 1) + 2) >> 2. The three-tap
+  // filter is the rounded mean of at(p) and the floored mean of its two
+  // neighbours, exactly, which keeps it in 8-bit lanes.
+  template <int Size> void Smooth(CmIntraLine& half, CmIntraLine& third) const {
+    const hn::CappedTag<uint8_t, 16> d8;
+    const auto one = hn::Set(d8, uint8_t{1});
+    for (int p = -8; p < 3 * Size + 2; p += static_cast<int>(hn::Lanes(d8))) {
+      const auto before = hn::LoadU(d8, at(p - 1));
+      const auto here = hn::LoadU(d8, at(p));
+      const auto after = hn::LoadU(d8, at(p + 1));
+      const auto flooredMean =
+          hn::Sub(hn::AverageRound(before, after), hn::And(hn::Xor(before, after), one));
+      hn::StoreU(hn::AverageRound(here, after), d8, half.at(p));
+      hn::StoreU(hn::AverageRound(here, flooredMean), d8, third.at(p));
+    }
+  }
+
+private:
+  // Left uninitialised: Read and Extend write every sample that is read.
+  uint8_t m_Samples[kPad + 64];
+};
+
+// 8x8 luma predicts from its neighbours filtered with [1 2 1]; the ends of
+// each run of available samples weigh themselves three times instead of a
+// missing neighbour.
+void FilterNeighbours8x8(CmIntraLine& line, const SmH264IntraNeighbours& n) {
+  CmIntraLine half, third;
+  line.Smooth<8>(half, third);
+  const int corner = *line.at(8);
+  const auto t = [&line](int x) { return int{*line.at(9 + x)}; };
+  const auto l = [&line](int y) { return int{*line.at(7 - y)}; };
+  uint8_t ends[5] = {};
+  if (n.hasTop) {
+    ends[0] = static_cast<uint8_t>(n.hasCorner ? (corner + 2 * t(0) + t(1) + 2) >> 2
+                                               : (3 * t(0) + t(1) + 2) >> 2);
+    ends[1] = static_cast<uint8_t>((t(14) + 3 * t(15) + 2) >> 2);
+  }
+  if (n.hasLeft) {
+    ends[2] = static_cast<uint8_t>(n.hasCorner ? (corner + 2 * l(0) + l(1) + 2) >> 2
+                                               : (3 * l(0) + l(1) + 2) >> 2);
+    ends[3] = static_cast<uint8_t>((l(6) + 3 * l(7) + 2) >> 2);
+  }
+  ends[4] = static_cast<uint8_t>(corner);
+  if (n.hasCorner && (n.hasTop || n.hasLeft)) {
+    ends[4] = static_cast<uint8_t>(n.hasTop && n.hasLeft ? (t(0) + 2 * corner + l(0) + 2) >> 2
+                                   : n.hasTop            ? (3 * corner + t(0) + 2) >> 2
+                                                         : (3 * corner + l(0) + 2) >> 2);
+  }
+  if (n.hasTop) {
+    std::memcpy(line.at(10), third.at(10), 14);
+    *line.at(9) = ends[0];
+    *line.at(24) = ends[1];
+  }
+  if (n.hasLeft) {
+    std::memcpy(line.at(1), third.at(1), 6);
+    *line.at(7) = ends[2];
+    *line.at(0) = ends[3];
+  }
+  *line.at(8) = ends[4];
+}
+
+template <int Size, int Log2> int LineDc(const CmIntraLine& line, const SmH264IntraNeighbours& n) {
+  int top = 0, left = 0;
+  for (int i = 0; i < Size; ++i) {
+    top += *line.at(Size + 1 + i);
+    left += *line.at(i);
+  }
+  if (n.hasTop && n.hasLeft) {
+    return (top + left + Size) >> (Log2 + 1);
+  }
+  if (n.hasTop || n.hasLeft) {
+    return ((n.hasLeft ? left : top) + Size / 2) >> Log2;
+  }
+  return 128;
+}
+
+// Predicts a 4x4 or 8x8 block from its (filtered) line. With x and y the
+// sample's place, each directional mode reads one of the two smoothed lines
+// at a position that moves by one per sample along a row, so a row is a
+// window: for the modes that alternate the two filters along a row or down
+// the rows, the window is taken from the two lines woven together.
+template <int Size, int Log2>
+void PredictFromLine(uint8_t* dst, ptrdiff_t stride, int mode, const SmH264IntraNeighbours& n,
+                     const CmIntraLine& line) {
+  const auto put = [&](int y, const uint8_t* row) { std::memcpy(dst + y * stride, row, Size); };
+  switch (mode) {
+  case 0:
+    for (int y = 0; y < Size; ++y) {
+      put(y, line.at(Size + 1));
+    }
+    return;
+  case 1:
+    for (int y = 0; y < Size; ++y) {
+      std::memset(dst + y * stride, *line.at(Size - 1 - y), Size);
+    }
+    return;
+  case 2: {
+    const int dc = LineDc<Size, Log2>(line, n);
+    for (int y = 0; y < Size; ++y) {
+      std::memset(dst + y * stride, dc, Size);
+    }
+    return;
+  }
+  default:
+    break;
+  }
+  CmIntraLine half, third;
+  line.Smooth<Size>(half, third);
+  uint8_t woven[4 * Size];
+  switch (mode) {
+  case 3: // diagonal down left: third at Size + 2 + x + y
+    for (int y = 0; y < Size; ++y) {
+      put(y, third.at(Size + 2 + y));
+    }
+    return;
+  case 4: // diagonal down right: third at Size + x - y
+    for (int y = 0; y < Size; ++y) {
+      put(y, third.at(Size - y));
+    }
+    return;
+  case 5: { // vertical right
+    // Row 2k: half at Size + x - k where x >= k, third at Size + 1 + 2 (x - k)
+    // before; row 2k + 1: third at Size + x - k, and Size + 2 (x - k) before.
+    constexpr int Base = Size / 2;
+    uint8_t odd[2 * Size];
+    for (int m = 0; m < Size; ++m) {
+      woven[Base + m] = *half.at(Size + m);
+      odd[Base + m] = *third.at(Size + m);
+    }
+    for (int d = 1; d <= Base; ++d) {
+      woven[Base - d] = *third.at(Size + 1 - 2 * d);
+      odd[Base - d] = *third.at(Size - 2 * d);
+    }
+    for (int y = 0; y < Size; ++y) {
+      put(y, (y % 2 == 0 ? woven : odd) + Base - y / 2);
+    }
+    return;
+  }
+  case 6: // horizontal down: half and third alternate up the left column,
+          // then third runs on along the row above
+    for (int i = 0; i < Size; ++i) {
+      woven[2 * i] = *half.at(i);
+      woven[2 * i + 1] = *third.at(i + 1);
+    }
+    for (int m = 0; m < Size - 2; ++m) {
+      woven[2 * Size + m] = *third.at(Size + 1 + m);
+    }
+    for (int y = 0; y < Size; ++y) {
+      put(y, woven + 2 * (Size - 1 - y));
+    }
+    return;
+  case 7: // vertical left: half at Size + 1 + x + y / 2 on even rows, third one further on odd
+    for (int y = 0; y < Size; ++y) {
+      put(y, y % 2 == 0 ? half.at(Size + 1 + y / 2) : third.at(Size + 2 + y / 2));
+    }
+    return;
+  default: // 8, horizontal up: half and third alternate down the left column
+           // and past its end, where the repeated last sample finishes the rows
+    for (int j = 0; j < 3 * Size / 2; ++j) {
+      woven[2 * j] = *half.at(Size - 2 - j);
+      woven[2 * j + 1] = *third.at(Size - 2 - j);
+    }
+    for (int y = 0; y < Size; ++y) {
+      put(y, woven + 2 * y);
+    }
+    return;
+  }
+}
+
 void PredictIntra4x4Impl(uint8_t* dst, ptrdiff_t stride, int mode, const SmH264IntraNeighbours& n) {
-  NmReference::H264PredictIntra4x4(dst, stride, mode, n);
+  CmIntraLine line;
+  line.Read<4>(dst, stride, n);
+  line.Extend<4>();
+  PredictFromLine<4, 2>(dst, stride, mode, n, line);
 }
 
 void PredictIntra8x8Impl(uint8_t* dst, ptrdiff_t stride, int mode, const SmH264IntraNeighbours& n) {
-  NmReference::H264PredictIntra8x8(dst, stride, mode, n);
+  CmIntraLine line;
+  line.Read<8>(dst, stride, n);
+  line.Extend<8>();
+  FilterNeighbours8x8(line, n);
+  line.Extend<8>();
+  PredictFromLine<8, 3>(dst, stride, mode, n, line);
 }
-
-#if HWY_TARGET != HWY_SCALAR
 
 // Fills a Size x Size block with one value.
 template <int Size> HWY_INLINE void FillFlat(uint8_t* dst, ptrdiff_t stride, int value) {
@@ -203,6 +424,14 @@ void PredictIntraChroma8x8Impl(uint8_t* dst, ptrdiff_t stride, int mode,
 #else
 
 // One lane a vector gains nothing: the scalar target runs the plain loops.
+void PredictIntra4x4Impl(uint8_t* dst, ptrdiff_t stride, int mode, const SmH264IntraNeighbours& n) {
+  NmReference::H264PredictIntra4x4(dst, stride, mode, n);
+}
+
+void PredictIntra8x8Impl(uint8_t* dst, ptrdiff_t stride, int mode, const SmH264IntraNeighbours& n) {
+  NmReference::H264PredictIntra8x8(dst, stride, mode, n);
+}
+
 void PredictIntra16x16Impl(uint8_t* dst, ptrdiff_t stride, int mode,
                            const SmH264IntraNeighbours& n) {
   NmReference::H264PredictIntra16x16(dst, stride, mode, n);
