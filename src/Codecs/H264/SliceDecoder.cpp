@@ -467,11 +467,15 @@ void CmSliceDecoder::ReconstructIntra(uint32_t address, int intra16x16Mode, int 
   // may find of different kinds: a block has its left samples when all are
   // usable, and its top left one when the left samples of the block above
   // are. lines: of 16 for luma, of 8 for chroma.
-  const auto left = [&](int first, int last, int lines) {
+  const auto leftOfLines = [&](int first, int last, int lines) {
     return usable(Locate(address, -1, first, lines, lines).mb) &&
            usable(Locate(address, -1, last, lines, lines).mb);
   };
-  const bool a = left(0, 15, 16);
+  const bool a = leftOfLines(0, 15, 16);
+  // Outside pairs one macroblock lies left of every line.
+  const auto left = [&](int first, int last, int lines) {
+    return m_Mbaff ? leftOfLines(first, last, lines) : a;
+  };
   const bool b = usable(n.top), c = usable(n.topRight), d = usable(n.topLeft);
   const ptrdiff_t stride = GetMbStride(0);
   uint8_t* luma = GetSamples(address, 0);
