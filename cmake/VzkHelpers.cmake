@@ -32,3 +32,26 @@ function(vzk_add_test NAME)
   target_link_libraries(${NAME} PRIVATE ${ARG_LIBS} GTest::gtest GTest::gtest_main Threads::Threads)
   gtest_discover_tests(${NAME} DISCOVERY_TIMEOUT 60 PROPERTIES ENVIRONMENT "VZK_BUILD_DIR=${CMAKE_BINARY_DIR}")
 endfunction()
+
+# The H.264 decoder spends its time in small functions called across files
+# and in loops that gain from unrolling: its components build with -O3 and
+# keep their intermediate code for inlining at link time (GCC, optimised,
+# unsanitised builds; measured 10 % on 1080p Baseline). The objects stay fat,
+# so a target linked without vzk_link_optimized uses their machine code.
+# GCC 12's -O3 reports writes past arrays on indexed stores whose index
+# ranges it cannot bound (known false positives); the sanitizer builds, at
+# their own optimisation level, keep checking those stores for real.
+set(VZK_OPTIMIZED "$<AND:$<CXX_COMPILER_ID:GNU>,$<NOT:$<CONFIG:Debug>>>")
+
+function(vzk_optimize_hot TARGET)
+  if(NOT VZK_SANITIZE AND NOT VZK_TSAN)
+    target_compile_options(${TARGET} PRIVATE "$<${VZK_OPTIMIZED}:-O3;-flto=auto;-ffat-lto-objects;-Wno-stringop-overflow>")
+  endif()
+endfunction()
+
+# Links TARGET with the link-time inlining of the components above.
+function(vzk_link_optimized TARGET)
+  if(NOT VZK_SANITIZE AND NOT VZK_TSAN)
+    target_link_options(${TARGET} PRIVATE "$<${VZK_OPTIMIZED}:-O3;-flto=auto;-Wno-stringop-overflow>")
+  endif()
+endfunction()
