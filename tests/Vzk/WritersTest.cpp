@@ -181,15 +181,20 @@ TEST_F(VzkWriters, Y4mKeepsPlanesAndStartsANewStreamForEachNewForm) {
 
 TEST_F(VzkWriters, PicturesThatCannotBeWrittenAreErrorsInWords) {
   // JPEG pictures go through the toolkit's own encoder.
-  const SmResult jpeg = Run(PictureTree({{0, 8, 8, 1000, 0}, {5, 8, 8, 1040, 0}}),
-                            {"--out", m_Scratch.Path("j"), "--format", "jpg", "--quality", "100"});
+  const std::string tree = PictureTree({{0, 8, 8, 1000, 0}, {5, 8, 8, 1040, 0}});
+  for (const std::string quality : {"100", "10"}) {
+    Run(tree, {"--out", m_Scratch.Path("j" + quality), "--format", "jpg", "--quality", quality});
+  }
+  EXPECT_LT(ReadBytes(m_Scratch.Path("j10/image-000002.jpg")).size(),
+            ReadBytes(m_Scratch.Path("j100/image-000002.jpg")).size())
+      << "the quality reaches the encoder";
   const std::vector<uint8_t> expected = PlaneBytes({0, 8, 8, 1000, 0}, 0);
-  for (const std::string name : {"j/image-000001.jpg", "j/image-000002.jpg"}) {
+  for (const std::string name : {"j100/image-000001.jpg", "j100/image-000002.jpg"}) {
     const std::vector<uint8_t> file = ReadBytes(m_Scratch.Path(name));
     const NmToolkitTest::SmDecoded decoded = NmToolkitTest::Decode(file.data(), file.size(), true);
     EXPECT_EQ(std::make_pair(decoded.width, decoded.height), std::make_pair(8, 8)) << name;
     // A smooth gray ramp at quality 100 comes back within a step or two.
-    for (size_t i = 0; i < 64 && name == "j/image-000001.jpg"; ++i) {
+    for (size_t i = 0; i < 64 && name == "j100/image-000001.jpg"; ++i) {
       EXPECT_NEAR(decoded.pixels.at(i), expected[i], 3) << i;
     }
   }
