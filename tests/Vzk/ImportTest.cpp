@@ -100,43 +100,4 @@ TEST(VzkImport, MediaFilesThroughTheMediaPlugin) {
   EXPECT_EQ(written, stream);
 }
 
-// x264's frames of field and frame macroblock pairs through "video_decoder"
-// with its deinterlacer off come out woven: ffmpeg's luma to the bit. (The
-// recording says the clip is interlaced, and interleaved 4:2:0 chroma
-// leaves as 4:2:2 made field by field.) Through the deinterlacer, every
-// move of playback lands on the picture that decoding from the start gives
-// at that place.
-TEST(VzkImport, MacroblockPairFramesComeOutWovenAndLandWherePlaybackGoes) {
-  // Bottom field first in CAVLC, top field first in CABAC.
-  for (const auto& [order, entropy] : {std::pair{"bff", "cabac=0"}, std::pair{"tff", "cabac=1"}}) {
-    SCOPED_TRACE(entropy);
-    CmScratch scratch;
-    const std::string clip = scratch.Path("clip.mp4");
-    // Odd lines inverted in moving blocks: field pairs there, frame pairs
-    // elsewhere.
-    Ffmpeg(
-        std::string("-f lavfi -i testsrc2=size=64x48:rate=25 -frames:v 24 -vf \"geq=lum='if(eq(mod("
-                    "trunc(X/16)+trunc(Y/32)+N\\,3)\\,0)*mod(Y\\,2)\\,255-lum(X\\,Y)\\,lum(X\\,Y))'"
-                    ":cb='cb(X,Y)':cr='cr(X,Y)',setfield=") +
-            order + "\" -pix_fmt yuv420p -c:v libx264 -x264-params interlaced=1:" + order +
-            "=1:" + entropy + ":bframes=2:b-pyramid=none:keyint=8:min-keyint=8:scenecut=0",
-        clip);
-    const size_t lumaSize = 64 * 48, wovenSize = lumaSize * 2;
-    const CmPictures reference = ReferencePictures(scratch, clip, lumaSize * 3 / 2);
-    ASSERT_EQ(reference.size(), 24u);
-    const std::string recording = Import(scratch, clip);
-    const CmPictures woven = RunY4m(
-        scratch, RecordingTree(recording, "video_decoder deinterlacing_filter='none'"), wovenSize);
-    ASSERT_EQ(woven.size(), 24u);
-    for (size_t f = 0; f < woven.size(); ++f) {
-      EXPECT_TRUE(std::equal(woven[f].begin(), woven[f].begin() + lumaSize, reference[f].begin()))
-          << "picture " << f;
-    }
-    const std::string tree = RecordingTree(recording, "video_decoder");
-    const CmPictures sequential = RunY4m(scratch, tree, wovenSize);
-    ASSERT_EQ(sequential.size(), 24u);
-    ExpectPlaybackLandsOnReference(tree, sequential);
-  }
-}
-
 } // namespace
