@@ -143,12 +143,9 @@ TEST(VideoDecoderToolkit, SteppingAroundThePictureMakesNoUpstreamCall) {
 }
 
 TEST(VideoDecoderToolkit, PropertiesOfEachPicture) {
-  const std::string items =
-      JPEGItem(Form::Packet, 0,
-               "<property name='Sequence_Number' value='100'/>"
-               "<property name='Privacy_Mask' value='2x1;10'/>") +
-      JPEGItem(Form::Packet, 1, "<property name='Sequence_Number' value='101'/>") +
-      JPEGItem(Form::Packet, 2, "<property name='Sequence_Number' value='102'/>");
+  const std::string items = JPEGItem(Form::Packet, 0,
+                                     "<property name='Sequence_Number' value='100'/>"
+                                     "<property name='Privacy_Mask' value='2x1;10'/>");
   CmVZKSourceToolkit root(Decoder(items).c_str());
   CmPropertyNameSet supported;
   root.Connect({"Sequence_Number", "Prev_Begin_Time", "Prev_End_Time", "Next_Begin_Time",
@@ -162,16 +159,10 @@ TEST(VideoDecoderToolkit, PropertiesOfEachPicture) {
   ASSERT_TRUE(first.item);
   EXPECT_EQ(StringProperty(*first.item, "Sequence_Number"), "100");
   EXPECT_EQ(first.item->GetProperty("Privacy_Mask"), nullptr);
-  EXPECT_EQ(TimeProperty(*first.item, "Next_Begin_Time"), TimeOf(1));
   const auto* transcoded =
       dynamic_cast<const ImBooleanProperty*>(first.item->GetProperty("Transcoded"));
   ASSERT_NE(transcoded, nullptr);
   EXPECT_TRUE(transcoded->GetValue());
-
-  EXPECT_EQ(TimeProperty(*Fetch(root, root.MoveNext()).item, "Prev_End_Time"), TimeOf(0));
-  SmFetched last = Fetch(root, root.MoveLast());
-  EXPECT_EQ(StringProperty(*last.item, "Sequence_Number"), "102");
-  EXPECT_EQ(TimeProperty(*last.item, "Next_Begin_Time"), -1) << "nothing after the last";
 }
 
 // An item that holds no video at all is stepped over in both directions.
@@ -186,7 +177,7 @@ TEST(VideoDecoderToolkit, ItemsWithoutVideoAreSteppedOver) {
   EXPECT_EQ(Fetch(root, root.MoveNext()).time, TimeOf(2));
 }
 
-TEST(VideoDecoderToolkit, LiveDecodesTheStreamAsItComes) {
+TEST(VideoDecoderToolkit, LiveDecodesTheStreamAsItComesAndKeyFramesOnlyEachItem) {
   const CmBytes garbage = NmTestSupport::Pattern(100, 3);
   const std::string items = JPEGItem(Form::Packet, 0) + JPEGItem(Form::Raw, 1) +
                             "<item kind='outofband' begin='5' payload='note'/>" +
@@ -212,6 +203,22 @@ TEST(VideoDecoderToolkit, LiveDecodesTheStreamAsItComes) {
   EXPECT_THROW(root.MoveFirst(), ImInvalidOperationError);
   root.StopLiveStream();
   EXPECT_EQ(root.MoveFirst(), StatusSuccess);
+
+  // Key frames only, each item gives a picture, an empty one for what does
+  // not decode.
+  CmVZKSourceToolkit alone(Decoder(JPEGItem(Form::Packet, 0) +
+                                       JPEGItem(Form::Packet, 1, "", &garbage) +
+                                       JPEGItem(Form::Block, 2),
+                                   "", "key_frames_only_video_decoder")
+                               .c_str());
+  alone.Connect(0);
+  alone.StartLiveStream();
+  for (const int i : {0, 1, 2}) {
+    picture = FetchLive(alone, 100);
+    ASSERT_EQ(picture.status, StatusSuccess);
+    ASSERT_NE(dynamic_cast<CmImageData*>(picture.item.get()), nullptr);
+    EXPECT_NEAR(picture.luma, i == 1 ? -1 : LevelOf(i), i == 1 ? 0 : 3);
+  }
 }
 
 TEST(VideoDecoderToolkit, OutputKeys) {
@@ -283,62 +290,6 @@ TEST(VideoDecoderToolkit, PrivacyMaskIsBurntIn) {
         EXPECT_NEAR(LumaAt(pictures[2].get(), 5, 16), LevelOf(5), 3);
       }
     }
-  }
-}
-
-// Each item decoded alone; moves go to the items upstream.
-TEST(KeyFramesOnlyVideoDecoderToolkit, DecodesEachItemAloneWhereverTheMovesGo) {
-  for (const Form form : {Form::Raw, Form::Block, Form::Packet, Form::MultiPacket}) {
-    SCOPED_TRACE(static_cast<int>(form));
-    CmVZKSourceToolkit root(Decoder(Pictures(form), "", "key_frames_only_video_decoder").c_str());
-    ASSERT_TRUE(root.IsConfigured());
-    CmPropertyNameSet supported;
-    root.Connect({"Sequence_Number", "Prev_Begin_Time", "Next_End_Time"}, supported, 0);
-    SmFetched picture = Fetch(root, root.MoveFirst());
-    ASSERT_EQ(picture.status, StatusSuccess);
-    EXPECT_EQ(StringProperty(*picture.item, "Sequence_Number"), "100");
-    for (int i = 0; i < PictureCount; ++i) {
-      ASSERT_EQ(i == 0 ? StatusSuccess : root.MoveNext(), StatusSuccess);
-      picture = Fetch(root);
-      EXPECT_NEAR(picture.luma, LevelOf(i), 3) << i;
-      EXPECT_EQ(TimeProperty(*picture.item, "Prev_Begin_Time"), i > 0 ? TimeOf(i - 1) : -1);
-      EXPECT_EQ(TimeProperty(*picture.item, "Next_End_Time"),
-                i + 1 < PictureCount ? TimeOf(i + 1) : -1);
-    }
-    EXPECT_EQ(root.MoveNext(), StatusNoItem);
-
-    // The item times of raw JPEG are the source's; the others carry their own.
-    for (const SmMoveMode mode :
-         {MoveClosest, MoveBefore, MoveAtOrBefore, MoveAfter, MoveAtOrAfter}) {
-      for (const int64_t t : {T0 - 5, TimeOf(2), TimeOf(2) + 15, TimeOf(2) + 25, TimeOf(5) + 5}) {
-        SCOPED_TRACE(testing::Message() << "mode " << mode << " at T0+" << t - T0);
-        const std::optional<int> expected = Expected(t, mode);
-        ASSERT_EQ(root.MoveTo(t, mode), expected ? StatusSuccess : StatusNoItem);
-        if (expected) {
-          EXPECT_NEAR(Fetch(root).luma, LevelOf(*expected), 3);
-        }
-      }
-    }
-    // Nothing begins before the earliest time, and everything at or after it.
-    const int64_t earliest = std::numeric_limits<int64_t>::min();
-    EXPECT_EQ(root.MoveTo(earliest, MoveBefore), StatusNoItem);
-    EXPECT_NEAR(Fetch(root, root.MoveTo(earliest, MoveAtOrAfter)).luma, LevelOf(0), 3);
-  }
-}
-
-// Live, each item gives a picture, an empty one for what does not decode.
-TEST(KeyFramesOnlyVideoDecoderToolkit, LiveGivesAPictureForEveryItem) {
-  const CmBytes garbage = NmTestSupport::Pattern(100, 3);
-  const std::string items = JPEGItem(Form::Packet, 0) + JPEGItem(Form::Packet, 1, "", &garbage) +
-                            JPEGItem(Form::Block, 2);
-  CmVZKSourceToolkit root(Decoder(items, "", "key_frames_only_video_decoder").c_str());
-  root.Connect(0);
-  root.StartLiveStream();
-  for (const int i : {0, 1, 2}) {
-    const SmFetched picture = FetchLive(root, 100);
-    ASSERT_EQ(picture.status, StatusSuccess);
-    ASSERT_NE(dynamic_cast<CmImageData*>(picture.item.get()), nullptr);
-    EXPECT_NEAR(picture.luma, i == 1 ? -1 : LevelOf(i), i == 1 ? 0 : 3);
   }
 }
 
@@ -435,10 +386,12 @@ CmBytes ClaimingSize(CmBytes jpeg, uint16_t width, uint16_t height) {
 } // namespace
 
 // Every move lands on the right picture in every form of record, at the ends,
-// between pictures and beyond both ends; a failed move keeps the picture there
-// was. A picture that cannot be decoded does not end playback: a move lands on
-// it and says so through GetData, and the next step goes past it, in both
-// directions, at the first and last picture and at the start of a sequence
+// between pictures and beyond both ends, with its properties and neighbours'
+// times; a failed move
+// keeps the picture there was. The key-frames-only decoder decodes each item
+// alone wherever the moves go, and raw JPEG takes the source's item times. A picture that cannot be
+// decoded does not end playback: a move lands on it and says so through GetData, and the next step
+// goes past it, in both directions, at the first and last picture and at the start of a sequence
 // too. Sequence moves land on a sequence's first picture, wherever reading
 // ahead has left the upstream.
 TEST(VideoDecoderToolkit, PlaybackLandsOnEveryPictureAndPassesOverThoseThatDoNotDecode) {
@@ -461,88 +414,117 @@ TEST(VideoDecoderToolkit, PlaybackLandsOnEveryPictureAndPassesOverThoseThatDoNot
   // With damage, pictures 0, 3 and 5 are bad: the first, the first of the
   // second sequence and the last. Asking for the neighbours' times makes the
   // decoder keep them decoded beside the current picture, and step through them.
-  for (const bool damaged : {false, true})
-    for (const bool neighbours : {false, true})
-      for (const Form form : {Form::Raw, Form::Block, Form::Packet, Form::MultiPacket}) {
-        SCOPED_TRACE(testing::Message() << "form " << static_cast<int>(form) << " neighbours "
-                                        << neighbours << " damaged " << damaged);
-        auto bad = [&](int i) { return damaged && (i == 0 || i == 3 || i == 5); };
-        // Raw JPEG that is no JPEG at all is no picture, and is stepped over.
-        const CmBytes* replacements[] = {&huge,     nullptr, nullptr,
-                                         &headless, nullptr, form == Form::Raw ? &huge : &garbage};
-        std::string items;
-        for (int i = 0; i < PictureCount; ++i) {
-          items += JPEGItem(form, i, "", bad(i) ? replacements[i] : nullptr);
-        }
-        CmVZKSourceToolkit root(Decoder(items).c_str());
-        ASSERT_TRUE(root.IsConfigured());
-        CmPropertyNameSet supported;
-        root.Connect(neighbours ? CmPropertyNameSet{"Prev_Begin_Time", "Next_End_Time"}
-                                : CmPropertyNameSet{},
-                     supported, 0);
-        EXPECT_EQ(Fetch(root).status, StatusNoItem) << "nothing before the first move";
-        int at = -1;
-        // The picture a successful move landed on is picture i.
-        auto expectAt = [&](int i, uint32_t moved = StatusSuccess) {
-          ASSERT_EQ(moved, StatusSuccess) << "to picture " << i;
-          at = i;
-          SmFetched picture = Fetch(root);
-          if (bad(i)) {
-            EXPECT_EQ(picture.status, StatusNoItem) << "picture " << i;
-            EXPECT_EQ(picture.item, nullptr);
-            return;
+  for (const std::string element : {"video_decoder", "key_frames_only_video_decoder"})
+    for (const bool damaged : {false, true})
+      for (const bool neighbours : {false, true})
+        for (const Form form : {Form::Raw, Form::Block, Form::Packet, Form::MultiPacket}) {
+          if (damaged && element != "video_decoder") {
+            continue;
           }
-          EXPECT_EQ(picture.status, StatusSuccess) << "picture " << i;
-          EXPECT_EQ(picture.time, TimeOf(i));
-          EXPECT_NEAR(picture.luma, LevelOf(i), 3);
-          if (neighbours && picture.item) {
-            // A neighbour that does not decode is a neighbour all the same.
-            EXPECT_EQ(TimeProperty(*picture.item, "Prev_Begin_Time"), i > 0 ? TimeOf(i - 1) : -1);
-            EXPECT_EQ(TimeProperty(*picture.item, "Next_End_Time"),
-                      i + 1 < PictureCount ? TimeOf(i + 1) : -1);
-          }
-        };
-
-        expectAt(0, root.MoveFirst());
-        for (int i = 1; i < PictureCount; ++i) {
-          expectAt(i, root.MoveNext());
-        }
-        EXPECT_EQ(root.MoveNext(), StatusNoItem);
-        expectAt(PictureCount - 1);
-        for (int i = PictureCount - 2; i >= 0; --i) {
-          expectAt(i, root.MovePrevious());
-        }
-        EXPECT_EQ(root.MovePrevious(), StatusNoItem);
-        expectAt(1, root.MoveNext());
-
-        // Sequences start at pictures 0 and 3.
-        ASSERT_EQ(root.MoveFirst(), StatusSuccess);
-        expectAt(3, root.MoveNextSequence());
-        EXPECT_EQ(root.MoveNextSequence(), StatusNoItem) << "the last sequence has no next one";
-        expectAt(4, root.MoveNext());
-        expectAt(0, root.MovePreviousSequence());
-        expectAt(PictureCount - 1, root.MoveLast());
-        expectAt(0, root.MovePreviousSequence());
-        expectAt(1, root.MoveNext());
-
-        for (const SmMoveMode mode :
-             {MoveClosest, MoveBefore, MoveAtOrBefore, MoveAfter, MoveAtOrAfter}) {
-          std::vector<int64_t> probes{T0 - 1000, TimeOf(PictureCount - 1) + 1000};
+          SCOPED_TRACE(testing::Message()
+                       << element << " form " << static_cast<int>(form) << " neighbours "
+                       << neighbours << " damaged " << damaged);
+          auto bad = [&](int i) { return damaged && (i == 0 || i == 3 || i == 5); };
+          // Raw JPEG that is no JPEG at all is no picture, and is stepped over.
+          const CmBytes* replacements[] = {
+              &huge, nullptr, nullptr, &headless, nullptr, form == Form::Raw ? &huge : &garbage};
+          std::string items;
           for (int i = 0; i < PictureCount; ++i) {
-            probes.insert(probes.end(), {TimeOf(i) - 1, TimeOf(i), TimeOf(i) + 1, TimeOf(i) + 20,
-                                         TimeOf(i) + 21});
+            items += JPEGItem(form, i,
+                              "<property name='Sequence_Number' value='" + std::to_string(100 + i) +
+                                  "'/>",
+                              bad(i) ? replacements[i] : nullptr);
           }
-          for (const int64_t t : probes) {
-            SCOPED_TRACE(testing::Message() << "mode " << mode << " at T0+" << t - T0);
-            const std::optional<int> expected = Expected(t, mode);
-            ASSERT_EQ(root.MoveTo(t, mode), expected ? StatusSuccess : StatusNoItem);
-            expectAt(expected ? *expected : at);
-            // Stepping on from there goes to the neighbour, bad or not.
-            if (expected && *expected + 1 < PictureCount) {
-              expectAt(*expected + 1, root.MoveNext());
-              expectAt(*expected, root.MovePrevious());
+          CmVZKSourceToolkit root(Decoder(items, "", element).c_str());
+          ASSERT_TRUE(root.IsConfigured());
+          CmPropertyNameSet supported;
+          root.Connect(
+              neighbours ? CmPropertyNameSet{"Sequence_Number", "Prev_Begin_Time", "Next_End_Time"}
+                         : CmPropertyNameSet{},
+              supported, 0);
+          EXPECT_EQ(Fetch(root).status, StatusNoItem) << "nothing before the first move";
+          int at = -1;
+          // The picture a successful move landed on is picture i.
+          auto expectAt = [&](int i, uint32_t moved = StatusSuccess) {
+            ASSERT_EQ(moved, StatusSuccess) << "to picture " << i;
+            at = i;
+            SmFetched picture = Fetch(root);
+            if (bad(i)) {
+              EXPECT_EQ(picture.status, StatusNoItem) << "picture " << i;
+              EXPECT_EQ(picture.item, nullptr);
+              return;
+            }
+            EXPECT_EQ(picture.status, StatusSuccess) << "picture " << i;
+            // Decoded alone, a raw JPEG has no time of its own.
+            if (element == "video_decoder" || form != Form::Raw) {
+              EXPECT_EQ(picture.time, TimeOf(i));
+            }
+            EXPECT_NEAR(picture.luma, LevelOf(i), 3);
+            if (neighbours && picture.item) {
+              EXPECT_EQ(StringProperty(*picture.item, "Sequence_Number"), std::to_string(100 + i));
+              // A neighbour that does not decode is a neighbour all the same;
+              // asking for one time of a side gives both.
+              for (const char* name : {"Prev_Begin_Time", "Prev_End_Time"}) {
+                EXPECT_EQ(TimeProperty(*picture.item, name), i > 0 ? TimeOf(i - 1) : -1) << name;
+              }
+              for (const char* name : {"Next_Begin_Time", "Next_End_Time"}) {
+                EXPECT_EQ(TimeProperty(*picture.item, name),
+                          i + 1 < PictureCount ? TimeOf(i + 1) : -1)
+                    << name;
+              }
+            }
+          };
+
+          expectAt(0, root.MoveFirst());
+          for (int i = 1; i < PictureCount; ++i) {
+            expectAt(i, root.MoveNext());
+          }
+          EXPECT_EQ(root.MoveNext(), StatusNoItem);
+          expectAt(PictureCount - 1);
+          for (int i = PictureCount - 2; i >= 0; --i) {
+            expectAt(i, root.MovePrevious());
+          }
+          EXPECT_EQ(root.MovePrevious(), StatusNoItem);
+          expectAt(1, root.MoveNext());
+
+          // Sequences start at pictures 0 and 3.
+          ASSERT_EQ(root.MoveFirst(), StatusSuccess);
+          expectAt(3, root.MoveNextSequence());
+          EXPECT_EQ(root.MoveNextSequence(), StatusNoItem) << "the last sequence has no next one";
+          expectAt(4, root.MoveNext());
+          expectAt(0, root.MovePreviousSequence());
+          expectAt(PictureCount - 1, root.MoveLast());
+          expectAt(0, root.MovePreviousSequence());
+          expectAt(1, root.MoveNext());
+
+          for (const SmMoveMode mode :
+               {MoveClosest, MoveBefore, MoveAtOrBefore, MoveAfter, MoveAtOrAfter}) {
+            std::vector<int64_t> probes{T0 - 1000, TimeOf(PictureCount - 1) + 1000};
+            for (int i = 0; i < PictureCount; ++i) {
+              probes.insert(probes.end(), {TimeOf(i) - 1, TimeOf(i), TimeOf(i) + 1, TimeOf(i) + 20,
+                                           TimeOf(i) + 21});
+            }
+            for (const int64_t t : probes) {
+              SCOPED_TRACE(testing::Message() << "mode " << mode << " at T0+" << t - T0);
+              const std::optional<int> expected = Expected(t, mode);
+              ASSERT_EQ(root.MoveTo(t, mode), expected ? StatusSuccess : StatusNoItem);
+              // Only the decoder that plays keeps the picture of a failed move.
+              if (expected || element == "video_decoder") {
+                expectAt(expected ? *expected : at);
+              }
+              // Stepping on from there goes to the neighbour, bad or not.
+              if (expected && *expected + 1 < PictureCount) {
+                expectAt(*expected + 1, root.MoveNext());
+                expectAt(*expected, root.MovePrevious());
+              }
             }
           }
+          // Nothing begins before the earliest time, and everything at or
+          // after it; the key-frames-only decoder hands the time on as it is.
+          if (element == "key_frames_only_video_decoder") {
+            const int64_t earliest = std::numeric_limits<int64_t>::min();
+            EXPECT_EQ(root.MoveTo(earliest, MoveBefore), StatusNoItem);
+            expectAt(0, root.MoveTo(earliest, MoveAtOrAfter));
+          }
         }
-      }
 }

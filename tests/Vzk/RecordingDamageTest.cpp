@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <random>
 
 #include "RecordingDamage.h"
 #include "VzkTestSupport.h"
@@ -79,9 +78,10 @@ TEST_F(VzkRecordingDamage, RunImportAndInfoPlayTheRestAndTellTheSkippedBytes) {
   EXPECT_EQ(clean.err.find("damaged"), std::string::npos);
 }
 
-// Whatever the file is, vzk ends with a sentence and status 0 or 1.
+// A cut recording, a length claim beyond the file, an empty file and a
+// directory each end in a sentence and status 0 or 1; arbitrary files are
+// the fuzzers' to try.
 TEST_F(VzkRecordingDamage, EveryNeighbourEndsInASentenceNeverASignal) {
-  std::mt19937 random(5);
   std::vector<std::pair<std::string, std::vector<uint8_t>>> files;
   files.emplace_back("cut.gbd", std::vector<uint8_t>(m_Damaged.begin(), m_Damaged.end() - 100));
   NmTestSupport::SmVideoPacketFields packet;
@@ -97,16 +97,6 @@ TEST_F(VzkRecordingDamage, EveryNeighbourEndsInASentenceNeverASignal) {
     claims.insert(claims.end(), record.begin(), record.end());
   }
   files.emplace_back("claims4GiB.gbd", claims);
-  std::vector<uint8_t> noise(300000);
-  for (uint8_t& byte : noise) {
-    byte = static_cast<uint8_t>(random());
-  }
-  files.emplace_back("random.gbd", noise);
-  std::vector<uint8_t> flipped = m_Damaged;
-  for (int flip = 0; flip < 3000; ++flip) {
-    flipped[random() % flipped.size()] ^= static_cast<uint8_t>(1u << (random() % 8));
-  }
-  files.emplace_back("flipped.gbd", flipped);
 
   for (const auto& [name, bytes] : files) {
     SCOPED_TRACE(name);

@@ -321,7 +321,7 @@ std::vector<int64_t> ExpectPlaybackLandsOnReference(const std::string& treeXml,
   NmToolkit::CmPropertyNameSet supported;
   playback.Connect({}, supported, 0);
   tree.MarkConnected();
-  const auto walk = [&] {
+  [&] {
     ASSERT_GT(frames, 0u);
     ASSERT_EQ(playback.MoveFirst(), NmToolkit::StatusSuccess);
     for (size_t f = 0; f < frames; ++f) {
@@ -355,8 +355,7 @@ std::vector<int64_t> ExpectPlaybackLandsOnReference(const std::string& treeXml,
       EXPECT_TRUE(PictureHere(playback, time) == reference[f]) << "jump to picture " << f;
       EXPECT_EQ(time, times[f]);
     }
-  };
-  walk();
+  }();
   tree.DisconnectQuietly();
   return times;
 }
