@@ -1,7 +1,7 @@
 // Streams that no encoder here makes, written bit by bit: long-term
 // references and memory management commands, frame_num gaps, slice groups
 // in any order, explicit and implicit weights in B slices, and streams that
-// begin without an IDR picture; CABAC with I_PCM and every cabac_init_idc.
+// begin without an IDR picture.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -606,58 +606,4 @@ TEST(H264WrittenStream, LongTermReferencesUnderWeightsAndTemporalDirect) {
   writer.WriteSlice(last, PredictedPicture({0}, 6));
 
   ExpectWrittenSameAsFfmpeg(writer, 6, FrameSize);
-}
-
-// The same kinds of pictures in CABAC, with the contexts of P and B slices
-// started from each cabac_init_idc: I_PCM in I, P and B slices (the
-// arithmetic decoder starts anew behind the samples), skips, references
-// chosen from up to three, vector differences small and large enough for
-// their Exp-Golomb suffix, one slice or two to a picture.
-TEST(H264WrittenStream, CabacOfEveryInitTableWithPcmAndLargeVectorsMatchesFfmpeg) {
-  REQUIRE_FFMPEG();
-  for (const uint32_t initIdc : {0u, 1u, 2u}) {
-    for (const uint32_t filter : {0u, 2u}) {
-      SCOPED_TRACE("cabac_init_idc " + std::to_string(initIdc) + " filter " +
-                   std::to_string(filter));
-      CmH264StreamWriter writer;
-      CmFilteredPictures write(writer, filter);
-      SmWriterSps sps = Sequence(3, 4, 5, 1);
-      sps.offsetForRefFrame = {6};
-      sps.offsetForNonRefPic = -4;
-      writer.WriteSps(sps);
-      SmWriterPps pps;
-      pps.cabac = true;
-      writer.WritePps(pps);
-      SmWriterPps implicitWeights = pps;
-      implicitWeights.id = 1;
-      implicitWeights.weightedBipredIdc = 2;
-      implicitWeights.numRefIdxActive[0] = implicitWeights.numRefIdxActive[1] = 2;
-      writer.WritePps(implicitWeights);
-      const auto slice = [initIdc](uint32_t type, uint32_t frameNum, bool reference = true) {
-        SmWriterSlice s = Slice(type, frameNum, reference);
-        s.cabacInitIdc = initIdc;
-        return s;
-      };
-      std::vector<MB> far;
-      for (uint32_t a = 0; a < Count; ++a) {
-        const int32_t sign = a % 2 == 0 ? 1 : -1;
-        far.push_back(a == 4 ? Textured(11, a)
-                             : MB::Predicted(MB::L0, a % 3, sign * static_cast<int32_t>(a * 9),
-                                             -sign * static_cast<int32_t>(60 - a * 7)));
-      }
-
-      write(Idr(), IntraPicture(1, Count));                        // 0
-      write(slice(SmWriterSlice::P, 1), PredictedPicture({0}, 2)); // 6
-      write(WithActive(slice(SmWriterSlice::P, 2), 2),             // 12
-            PredictedPicture({0, 1}, 3));
-      SmWriterSlice b = slice(SmWriterSlice::B, 3, false);
-      b.ppsId = 1;
-      write(b, BiPredictedPicture(4)); // 8
-      b.deltaPoc[0] = 2;
-      write(WithActive(b, 3, 3), BiPredictedPicture(5, 3, 3)); // 10
-      write(WithActive(slice(SmWriterSlice::P, 3), 3), far);   // 18
-
-      ExpectWrittenSameAsFfmpeg(writer, 6, FrameSize);
-    }
-  }
 }
