@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <cstdint>
 #include <random>
 #include <vector>
@@ -110,41 +109,6 @@ TEST(H264Cabac, EngineFollowsTheEncoderThroughEveryKindOfBin) {
     cut.DecodeBypass();
   }
   EXPECT_TRUE(cut.IsOverrun());
-}
-
-// The tables of the engine against the probability model they come from:
-// state s stands for a probability 0.5 * a^s of the less probable symbol,
-// a = (0.01875 / 0.5)^(1/63); a range's share for it is about that much of
-// the quantised range, and after a less probable symbol the state moves to
-// the one nearest a * p + 1 - a. Typing errors in the tables break this.
-TEST(H264Cabac, EngineTablesFollowTheProbabilityModel) {
-  const double a = std::pow(0.01875 / 0.5, 1.0 / 63);
-  const auto probability = [a](int state) { return 0.5 * std::pow(a, state); };
-  for (int state = 0; state < 63; ++state) {
-    for (int q = 0; q < 4; ++q) {
-      const double expected = (288 + 64 * q) * probability(state);
-      EXPECT_NEAR(CmCabacDecoder::RangeTabLps[state][q], expected, 0.12 * expected + 1)
-          << state << " " << q;
-      if (state > 0) {
-        EXPECT_LE(CmCabacDecoder::RangeTabLps[state][q], CmCabacDecoder::RangeTabLps[state - 1][q]);
-      }
-      if (q > 0) {
-        EXPECT_GT(CmCabacDecoder::RangeTabLps[state][q], CmCabacDecoder::RangeTabLps[state][q - 1]);
-      }
-    }
-    const int next = CmCabacDecoder::TransitionLps[2 * state] >> 1;
-    int nearest = 0;
-    const double target = a * probability(state) + 1 - a;
-    for (int s = 0; s < 63; ++s) {
-      if (std::abs(probability(s) - target) < std::abs(probability(nearest) - target)) {
-        nearest = s;
-      }
-    }
-    EXPECT_LE(std::abs(next - nearest), 1) << state;
-    // valMPS flips only from state 0; the more probable symbol climbs to 62.
-    EXPECT_EQ(CmCabacDecoder::TransitionLps[2 * state] & 1, state == 0 ? 1 : 0);
-    EXPECT_EQ(CmCabacDecoder::TransitionMps[2 * state + 1], std::min(state + 1, 62) << 1 | 1);
-  }
 }
 
 // Initial states: the formula, and its clipping points in QP and in the
