@@ -37,59 +37,71 @@ Frames Decode(const std::vector<AccessUnit>& accessUnits, int32_t threads = 1) {
 
 // A P picture that lost the middle one of its three slices, or has it cut
 // short, still leaves: the slices it has are its own, and the macroblocks
-// that were lost or broke off come from the picture before it, whole. The
-// next pictures, which predict from it, differ until the next IDR, and from
-// there every picture is ffmpeg's again.
+// that were lost or broke off come whole from the picture before it, in
+// decoding order (in a frame of macroblock pairs: pair by pair, top before
+// bottom, so some cuts break in a top macroblock). The next pictures, which
+// predict from it, differ until the next IDR, and from there every picture
+// is ffmpeg's again.
 TEST(H264DamagedStream, ALostOrBrokenSliceIsFilledFromTheNearestReference) {
   REQUIRE_FFMPEG();
-  constexpr size_t Width = 64, Height = 48, FrameSize = Width * Height * 3 / 2;
-  // Without the loop filter, so that macroblocks meet their neighbours
-  // untouched; x264 cuts the 3 rows of macroblocks into a slice each.
-  const SmClip clip = MakeClip("cabac=0:bframes=0:slices=3:keyint=6:no-deblock=1:ref=1", 12);
-  ASSERT_EQ(clip.accessUnits.size(), 12u);
-  ASSERT_EQ(clip.pictures.size(), 12u);
-  // Which of two pictures each luma macroblock of a row equals, if any.
-  const auto sources = [&](const Picture& ours, size_t mbRow) {
-    std::string found;
-    for (size_t mbX = 0; mbX < Width / 16; ++mbX) {
-      found +=
-          SourceOf(ours, clip.pictures[3], clip.pictures[2], "32", Width, mbX * 16, mbRow * 16);
-    }
-    return found;
-  };
-  for (const bool cut : {false, true}) {
-    SCOPED_TRACE(cut ? "cut short" : "lost");
-    std::vector<std::vector<Unit>> damaged = clip.accessUnits;
-    size_t slices = 0;
-    for (auto unit = damaged[3].begin(); unit != damaged[3].end(); ++unit) {
-      if (IsSlice(*unit) && ++slices == 2) {
-        if (cut) {
-          unit->resize(unit->size() / 2);
-        } else {
-          damaged[3].erase(unit);
-        }
-        break;
+  for (const bool pairs : {false, true}) {
+    SCOPED_TRACE(pairs ? "macroblock pairs" : "frame");
+    // Without the loop filter, so that macroblocks meet their neighbours
+    // untouched; x264 cuts the 3 rows of macroblocks (or of pairs, all of
+    // them frame pairs in the plain pattern) into a slice each.
+    const size_t width = 64, rowHeight = pairs ? 32 : 16;
+    const SmClip clip =
+        MakeClip(std::string("cabac=0:bframes=0:slices=3:keyint=6:no-deblock=1:ref=1") +
+                     (pairs ? ":interlaced=1:tff=1" : ""),
+                 12, pairs ? "null" : "noise=alls=12:allf=t", pairs ? "64x96" : "64x48");
+    ASSERT_EQ(clip.accessUnits.size(), 12u);
+    ASSERT_EQ(clip.pictures.size(), 12u);
+    // Which of pictures 3 and 2 each luma macroblock of a slice equals, in
+    // decoding order.
+    const auto sources = [&](const Picture& ours, size_t slice) {
+      std::string found;
+      for (size_t mb = 0; mb < width / 16 * (pairs ? 2 : 1); ++mb) {
+        const size_t x = (pairs ? mb / 2 : mb) * 16,
+                     y = slice * rowHeight + (pairs ? mb % 2 * 16 : 0);
+        found += SourceOf(ours, clip.pictures[3], clip.pictures[2], "32", width, x, y);
       }
-    }
-    const std::vector<Picture> ours = Decode(damaged);
-    EXPECT_TRUE(Decode(damaged, 2) == ours) << "2 threads";
-    ASSERT_EQ(ours.size(), 12u);
-    EXPECT_EQ(sources(ours[3], 0), "3333");
-    EXPECT_EQ(sources(ours[3], 2), "3333");
-    const std::string middle = sources(ours[3], 1);
-    if (cut) {
-      // Those before the break are the picture's own, the rest come whole
-      // from the picture before.
-      EXPECT_NE(middle.find_first_of('2'), std::string::npos) << middle;
-      EXPECT_EQ(middle.find('?'), std::string::npos) << middle;
-      EXPECT_EQ(middle.find('3', middle.find('2')), std::string::npos) << middle;
-    } else {
-      EXPECT_EQ(middle, "2222");
-    }
-    for (size_t f = 0; f < 12; ++f) {
-      EXPECT_EQ(ours[f].size(), FrameSize);
-      if (f < 3 || f >= 6) {
-        EXPECT_EQ(ours[f], clip.pictures[f]) << "picture " << f;
+      return found;
+    };
+    for (const size_t percent : {0, 20, 35, 50, 65, 80}) {
+      SCOPED_TRACE(percent == 0 ? "lost" : "cut at " + std::to_string(percent) + "%");
+      std::vector<std::vector<Unit>> damaged = clip.accessUnits;
+      size_t slices = 0;
+      for (auto unit = damaged[3].begin(); unit != damaged[3].end(); ++unit) {
+        if (IsSlice(*unit) && ++slices == 2) {
+          if (percent != 0) {
+            unit->resize(4 + (unit->size() - 4) * percent / 100);
+          } else {
+            damaged[3].erase(unit);
+          }
+          break;
+        }
+      }
+      const std::vector<Picture> ours = Decode(damaged);
+      EXPECT_TRUE(Decode(damaged, 2) == ours) << "2 threads";
+      ASSERT_EQ(ours.size(), 12u);
+      // '=' where the two pictures agree.
+      EXPECT_EQ(sources(ours[3], 0).find_first_of("2?"), std::string::npos);
+      EXPECT_EQ(sources(ours[3], 2).find_first_of("2?"), std::string::npos);
+      const std::string middle = sources(ours[3], 1);
+      if (percent != 0) {
+        // Those before the break are the picture's own, the rest come whole
+        // from the picture before.
+        EXPECT_NE(middle.find_first_of('2'), std::string::npos) << middle;
+        EXPECT_EQ(middle.find('?'), std::string::npos) << middle;
+        EXPECT_EQ(middle.find('3', middle.find('2')), std::string::npos) << middle;
+      } else {
+        EXPECT_EQ(middle.find_first_of("3?"), std::string::npos) << middle;
+      }
+      for (size_t f = 0; f < 12; ++f) {
+        EXPECT_EQ(ours[f].size(), clip.pictures[0].size());
+        if (f < 3 || f >= 6) {
+          EXPECT_EQ(ours[f], clip.pictures[f]) << "picture " << f;
+        }
       }
     }
   }

@@ -17,7 +17,7 @@ using MB = NmTestSupport::SmWriterMacroblock;
 // I_PCM content that differs from picture to picture and macroblock to
 // macroblock, with enough texture that a wrong motion vector, reference or
 // chroma shift shows.
-inline MB Textured(int seed, uint32_t address, uint32_t widthInMbs) {
+inline MB Textured(int seed, uint32_t address, uint32_t widthInMbs = 4) {
   MB mb;
   mb.kind = MB::Pcm;
   const int x0 = static_cast<int>(address % widthInMbs) * 16,
@@ -39,7 +39,7 @@ inline MB Textured(int seed, uint32_t address, uint32_t widthInMbs) {
   return mb;
 }
 
-inline std::vector<MB> IntraPicture(int seed, uint32_t count, uint32_t widthInMbs) {
+inline std::vector<MB> IntraPicture(int seed, uint32_t count, uint32_t widthInMbs = 4) {
   std::vector<MB> mbs;
   for (uint32_t a = 0; a < count; ++a) {
     mbs.push_back(Textured(seed, a, widthInMbs));

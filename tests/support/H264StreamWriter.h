@@ -18,8 +18,6 @@ public:
   void PutFlag(bool value) { Put(value ? 1 : 0, 1); }
   void PutUE(uint64_t value);
   void PutSE(int64_t value);
-  // te(v): one inverted bit when the range is 1, else ue(v).
-  void PutTE(uint32_t value, uint32_t range);
   void AlignWithZeros();
   // rbsp_trailing_bits: the stop bit and zeros up to the byte.
   void PutTrailingBits();
@@ -38,10 +36,8 @@ struct SmWriterSps {
   uint32_t log2MaxFrameNum = 4;
   uint32_t pocType = 0;
   uint32_t log2MaxPocLsb = 6;
-  // Order count type 1.
-  bool deltaPicOrderAlwaysZero = false;
+  // Order count type 1, with delta_pic_order_always_zero_flag 0.
   int32_t offsetForNonRefPic = 0;
-  int32_t offsetForTopToBottomField = 0;
   std::vector<int32_t> offsetForRefFrame;
   uint32_t maxNumRefFrames = 1;
   bool gapsAllowed = false;
@@ -64,8 +60,7 @@ struct SmWriterPps {
   uint32_t mapType = 0;
   std::array<uint32_t, 8> runLengthMinus1{};
   std::array<uint32_t, 8> topLeft{}, bottomRight{};
-  bool changeDirection = false;
-  uint32_t changeRateMinus1 = 0;
+  bool changeDirection = false;       // and a change rate of one map unit
   std::vector<uint32_t> sliceGroupId; // map type 6, one per map unit
   uint32_t numRefIdxActive[2] = {1, 1};
   bool weightedPred = false;
@@ -119,7 +114,6 @@ struct SmWriterSlice {
   std::vector<std::array<uint32_t, 2>> modifications[2];
   uint32_t lumaLog2Denom = 0, chromaLog2Denom = 0;
   std::vector<SmWriterWeight> weights[2]; // one per active reference when weighted
-  bool noOutputOfPriorPics = false;
   bool longTermReference = false;
   bool adaptiveMarking = false;
   std::vector<SmWriterMmco> mmcos;
@@ -149,12 +143,6 @@ struct SmWriterMacroblock {
   static SmWriterMacroblock Predicted(SmKind kind, uint32_t ref0, int32_t mvx, int32_t mvy,
                                       uint32_t ref1 = 0, int32_t mvx1 = 0, int32_t mvy1 = 0);
 };
-
-// slice_data in CABAC for macroblocks of one slice, consecutive and
-// without slice groups.
-void WriteCabacSliceData(CmBitWriter& w, const SmWriterSlice& slice,
-                         const std::vector<SmWriterMacroblock>& macroblocks,
-                         const uint32_t active[2], uint32_t widthInMbs, int sliceQp);
 
 // Gathers NAL units and hands them out as Annex B, or as units to frame.
 class CmH264StreamWriter {
