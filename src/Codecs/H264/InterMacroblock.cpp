@@ -222,6 +222,28 @@ void CmSliceDecoder::StartInterMacroblock(uint32_t address, uint8_t kind) {
   m_KnownBlocks = 0;
   if (!m_Mbaff) {
     m_InterNeighbours = GetNeighbours(address);
+    // The next macroblock's record and the one above right of it, which
+    // its motion prediction reads, have long left the caches: they are
+    // asked for now, a macroblock ahead.
+    const uint32_t width = m_Picture->GetWidthInMbs();
+    const SmMacroblockInfo* mbs = m_Picture->GetMacroblocks();
+    const size_t count = size_t{width} * m_Picture->GetHeightInMbs();
+    const auto prefetch = [](const SmMacroblockInfo* record, int write) {
+      const auto* bytes = reinterpret_cast<const char*>(record);
+      for (size_t offset = 0; offset < sizeof(SmMacroblockInfo); offset += 64) {
+        if (write != 0) {
+          __builtin_prefetch(bytes + offset, 1);
+        } else {
+          __builtin_prefetch(bytes + offset, 0);
+        }
+      }
+    };
+    if (address + 1 < count) {
+      prefetch(mbs + address + 1, 1);
+    }
+    if (address + 2 >= width && address + 2 - width < count) {
+      prefetch(mbs + address + 2 - width, 0);
+    }
   }
 }
 
