@@ -3,6 +3,9 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 #include "Codecs/H264/InterPrediction.h"
 #include "Codecs/H264/Reconstruction.h"
@@ -208,17 +211,31 @@ void CmSliceDecoder::SetMotion(uint32_t address, int list, int x, int y, int wid
 
 void CmSliceDecoder::StartInterMacroblock(uint32_t address, uint8_t kind) {
   SmMacroblockInfo& mb = m_Picture->GetMacroblocks()[address];
-  // Copied from a ready record: assigning a new temporary builds it on the
-  // stack first and then copies it.
-  static const SmMacroblockInfo Blank{};
+  // Copied from a ready record, in 16-byte pieces: assigning a temporary
+  // builds it on the stack first, and a plain copy of the record's size
+  // becomes a string move that takes longer to start than to finish.
+  static const SmMacroblockInfo Blank = [] {
+    SmMacroblockInfo blank;
+    std::fill(std::begin(blank.intraModes), std::end(blank.intraModes), int8_t{2});
+    return blank;
+  }();
+#if defined(__SSE2__)
+  static_assert(sizeof(SmMacroblockInfo) % 16 == 0);
+  const auto* from = reinterpret_cast<const __m128i*>(&Blank);
+  auto* to = reinterpret_cast<__m128i*>(&mb);
+#pragma GCC unroll 18
+  for (size_t k = 0; k < sizeof(SmMacroblockInfo) / 16; ++k) {
+    _mm_storeu_si128(to + k, _mm_loadu_si128(from + k));
+  }
+#else
   mb = Blank;
+#endif
   mb.slice = m_Slice;
   mb.field = m_MbField;
   mb.kind = kind;
   // Skipped macroblocks keep the quantiser; coded ones set it with their
   // residual.
   mb.qp = static_cast<int8_t>(m_Qp);
-  std::fill(std::begin(mb.intraModes), std::end(mb.intraModes), int8_t{2});
   m_KnownBlocks = 0;
   if (!m_Mbaff) {
     m_InterNeighbours = GetNeighbours(address);
@@ -988,9 +1005,11 @@ void CmSliceDecoder::PredictInter(uint32_t address) {
     const int8_t* refs = mb.refIdx[list];
     whole = refs[1] == refs[0] && refs[2] == refs[0] && refs[3] == refs[0];
     if (whole && refs[0] >= 0) {
-      for (int k = 1; k < 16; ++k) {
-        whole = whole && vectors[list][k] == vectors[list][0];
+      uint32_t differ = 0;
+      for (int k = 0; k < 16; ++k) {
+        differ |= vectors[list][k] ^ vectors[list][0];
       }
+      whole = differ == 0;
     }
   }
   if (whole) {
