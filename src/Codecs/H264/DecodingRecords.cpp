@@ -18,21 +18,22 @@ namespace {
 void FillBlank(SmMacroblockInfo* records, size_t count) {
   static const SmMacroblockInfo Blank{};
 #if defined(__SSE2__)
-  static_assert(sizeof(SmMacroblockInfo) % 16 == 0);
-  constexpr size_t Vectors = sizeof(SmMacroblockInfo) / 16;
-  if (reinterpret_cast<uintptr_t>(records) % 16 == 0) {
-    __m128i pattern[Vectors];
-    std::memcpy(pattern, &Blank, sizeof Blank);
-    auto* out = reinterpret_cast<__m128i*>(records);
-    for (size_t k = 0; k < count; ++k, out += Vectors) {
-      for (size_t v = 0; v < Vectors; ++v) {
-        _mm_stream_si128(out + v, pattern[v]);
+  constexpr size_t Vectors = (sizeof(SmMacroblockInfo) + 15) / 16;
+  if constexpr (sizeof(SmMacroblockInfo) % 16 == 0) {
+    if (reinterpret_cast<uintptr_t>(records) % 16 == 0) {
+      __m128i pattern[Vectors];
+      std::memcpy(pattern, &Blank, sizeof Blank);
+      auto* out = reinterpret_cast<__m128i*>(records);
+      for (size_t k = 0; k < count; ++k, out += Vectors) {
+        for (size_t v = 0; v < Vectors; ++v) {
+          _mm_stream_si128(out + v, pattern[v]);
+        }
       }
+      // Streamed stores are weakly ordered: they must be seen before the
+      // picture is handed to the threads that read its records.
+      _mm_sfence();
+      return;
     }
-    // Streamed stores are weakly ordered: they must be seen before the
-    // picture is handed to the threads that read its records.
-    _mm_sfence();
-    return;
   }
 #endif
   std::fill_n(records, count, Blank);

@@ -220,12 +220,15 @@ void CmSliceDecoder::StartInterMacroblock(uint32_t address, uint8_t kind) {
     return blank;
   }();
 #if defined(__SSE2__)
-  static_assert(sizeof(SmMacroblockInfo) % 16 == 0);
-  const auto* from = reinterpret_cast<const __m128i*>(&Blank);
-  auto* to = reinterpret_cast<__m128i*>(&mb);
-#pragma GCC unroll 18
-  for (size_t k = 0; k < sizeof(SmMacroblockInfo) / 16; ++k) {
-    _mm_storeu_si128(to + k, _mm_loadu_si128(from + k));
+  if constexpr (sizeof(SmMacroblockInfo) % 16 == 0) {
+    const auto* from = reinterpret_cast<const __m128i*>(&Blank);
+    auto* to = reinterpret_cast<__m128i*>(&mb);
+#pragma GCC unroll 32
+    for (size_t k = 0; k < sizeof(SmMacroblockInfo) / 16; ++k) {
+      _mm_storeu_si128(to + k, _mm_loadu_si128(from + k));
+    }
+  } else {
+    mb = Blank;
   }
 #else
   mb = Blank;
