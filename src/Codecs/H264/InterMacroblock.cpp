@@ -3,6 +3,9 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 #include "Codecs/H264/InterPrediction.h"
 #include "Codecs/H264/Reconstruction.h"
@@ -63,15 +66,13 @@ int PocDistance(int32_t a, int32_t b) {
 
 bool CmSliceDecoder::GetNeighbourMotion(uint32_t address, int list, int x, int y, int& refIdx,
                                         int16_t* mv, bool above) const {
-  const uint32_t width = m_Picture->GetWidthInMbs();
-  const SmMacroblockInfo* mbs = m_Picture->GetMacroblocks();
   const SmMacroblockInfo* info = nullptr;
   int bx = x, by = y;
   if (x >= 0 && x < 4 && y >= 0) {
     if ((m_KnownBlocks & (1u << (x + 4 * y))) == 0) {
       return false; // later in decoding order
     }
-    info = mbs + address;
+    info = m_Picture->GetMacroblocks() + address;
   } else if (m_Mbaff) {
     // A neighbour above a partition is the one holding the line just above
     // it, which beside a pair of the other kind may lie in the other
@@ -84,20 +85,16 @@ bool CmSliceDecoder::GetNeighbourMotion(uint32_t address, int list, int x, int y
     bx = at.x / 4;
     by = at.y / 4;
   } else {
-    uint32_t column = 0, row = 0;
-    GetPosition(address, column, row);
-    const int64_t mbx = int64_t{column} + (x < 0 ? -1 : (x >= 4 ? 1 : 0));
-    const int64_t mby = int64_t{row} + (y < 0 ? -1 : 0);
-    if (mbx < 0 || mbx >= static_cast<int64_t>(width) || mby < 0) {
+    // Right of the macroblock, and not above it, nothing is decoded yet.
+    info = y >= 0  ? (x < 0 ? m_InterNeighbours.left : nullptr)
+           : x < 0 ? m_InterNeighbours.topLeft
+           : x < 4 ? m_InterNeighbours.top
+                   : m_InterNeighbours.topRight;
+    if (info == nullptr) {
       return false;
     }
-    const SmMacroblockInfo* candidate = mbs + mby * width + mbx;
-    if (!IsAvailable(candidate)) {
-      return false;
-    }
-    info = candidate;
-    bx = (x + 4) % 4;
-    by = (y + 4) % 4;
+    bx = x & 3;
+    by = y & 3;
   }
   refIdx = info->refIdx[list][(bx / 2) + 2 * (by / 2)];
   if (refIdx < 0) {
@@ -186,13 +183,22 @@ void CmSliceDecoder::SetMotion(uint32_t address, int list, int x, int y, int wid
   SmMacroblockInfo& mb = m_Picture->GetMacroblocks()[address];
   // The reference is looked up once per partition, not once per 4x4 block:
   // direct prediction calls this for every block of a macroblock.
-  const int16_t mvx = refIdx >= 0 ? mv[0] : int16_t{0};
-  const int16_t mvy = refIdx >= 0 ? mv[1] : int16_t{0};
+  const int16_t vector[2] = {refIdx >= 0 ? mv[0] : int16_t{0}, refIdx >= 0 ? mv[1] : int16_t{0}};
+  uint32_t packed = 0;
+  std::memcpy(&packed, vector, sizeof packed);
   const uint32_t picture = refIdx >= 0 ? GetReference(list, refIdx)->GetId() : 0;
+  if (width == 4 && height == 4) {
+    // The whole macroblock, the common case, in a few wide stores.
+    uint32_t vectors[16];
+    std::fill_n(vectors, 16, packed);
+    std::memcpy(mb.mv[list], vectors, sizeof vectors);
+    std::memset(mb.refIdx[list], refIdx, sizeof mb.refIdx[list]);
+    std::fill_n(mb.refPicture[list], 4, picture);
+    return;
+  }
   for (int j = y; j < y + height; ++j) {
     for (int i = x; i < x + width; ++i) {
-      mb.mv[list][i + 4 * j][0] = mvx;
-      mb.mv[list][i + 4 * j][1] = mvy;
+      std::memcpy(mb.mv[list][i + 4 * j], &packed, sizeof packed);
     }
   }
   for (int j = y / 2; j <= (y + height - 1) / 2; ++j) {
@@ -205,18 +211,60 @@ void CmSliceDecoder::SetMotion(uint32_t address, int list, int x, int y, int wid
 
 void CmSliceDecoder::StartInterMacroblock(uint32_t address, uint8_t kind) {
   SmMacroblockInfo& mb = m_Picture->GetMacroblocks()[address];
-  // Copied from a ready record: assigning a new temporary builds it on the
-  // stack first and then copies it.
-  static const SmMacroblockInfo Blank{};
+  // Copied from a ready record, in 16-byte pieces: assigning a temporary
+  // builds it on the stack first, and a plain copy of the record's size
+  // becomes a string move that takes longer to start than to finish.
+  static const SmMacroblockInfo Blank = [] {
+    SmMacroblockInfo blank;
+    std::fill(std::begin(blank.intraModes), std::end(blank.intraModes), int8_t{2});
+    return blank;
+  }();
+#if defined(__SSE2__)
+  if constexpr (sizeof(SmMacroblockInfo) % 16 == 0) {
+    const auto* from = reinterpret_cast<const __m128i*>(&Blank);
+    auto* to = reinterpret_cast<__m128i*>(&mb);
+#pragma GCC unroll 32
+    for (size_t k = 0; k < sizeof(SmMacroblockInfo) / 16; ++k) {
+      _mm_storeu_si128(to + k, _mm_loadu_si128(from + k));
+    }
+  } else {
+    mb = Blank;
+  }
+#else
   mb = Blank;
+#endif
   mb.slice = m_Slice;
   mb.field = m_MbField;
   mb.kind = kind;
   // Skipped macroblocks keep the quantiser; coded ones set it with their
   // residual.
   mb.qp = static_cast<int8_t>(m_Qp);
-  std::fill(std::begin(mb.intraModes), std::end(mb.intraModes), int8_t{2});
   m_KnownBlocks = 0;
+  if (!m_Mbaff) {
+    m_InterNeighbours = GetNeighbours(address);
+    // The next macroblock's record and the one above right of it, which
+    // its motion prediction reads, have long left the caches: they are
+    // asked for now, a macroblock ahead.
+    const uint32_t width = m_Picture->GetWidthInMbs();
+    const SmMacroblockInfo* mbs = m_Picture->GetMacroblocks();
+    const size_t count = size_t{width} * m_Picture->GetHeightInMbs();
+    const auto prefetch = [](const SmMacroblockInfo* record, int write) {
+      const auto* bytes = reinterpret_cast<const char*>(record);
+      for (size_t offset = 0; offset < sizeof(SmMacroblockInfo); offset += 64) {
+        if (write != 0) {
+          __builtin_prefetch(bytes + offset, 1);
+        } else {
+          __builtin_prefetch(bytes + offset, 0);
+        }
+      }
+    };
+    if (address + 1 < count) {
+      prefetch(mbs + address + 1, 1);
+    }
+    if (address + 2 >= width && address + 2 - width < count) {
+      prefetch(mbs + address + 2 - width, 0);
+    }
+  }
 }
 
 void CmSliceDecoder::MarkKnown(int x, int y, int width, int height) {
@@ -231,14 +279,19 @@ void CmSliceDecoder::DecodeSkippedMacroblock(uint32_t address) {
   StartInterMacroblock(address, MbSkip);
   // P_Skip: reference 0 and a zero vector when a neighbour above or to the
   // left is missing or stands still on reference 0, else the prediction.
-  int refA = -1, refB = -1;
-  int16_t mvA[2] = {}, mvB[2] = {};
-  const bool hasA = GetNeighbourMotion(address, 0, -1, 0, refA, mvA);
-  const bool hasB = GetNeighbourMotion(address, 0, 0, -1, refB, mvB, true);
+  // A and B, once read, serve the prediction too.
+  SmNeighbourMotion a, b;
+  a.available = GetNeighbourMotion(address, 0, -1, 0, a.refIdx, a.mv);
+  b.available = GetNeighbourMotion(address, 0, 0, -1, b.refIdx, b.mv, true);
   int16_t mv[2] = {0, 0};
-  if (hasA && hasB && !(refA == 0 && mvA[0] == 0 && mvA[1] == 0) &&
-      !(refB == 0 && mvB[0] == 0 && mvB[1] == 0)) {
-    PredictMotionVector(address, 0, 0, 0, 4, 4, 0, ShapeOther, mv);
+  if (a.available && b.available && !(a.refIdx == 0 && a.mv[0] == 0 && a.mv[1] == 0) &&
+      !(b.refIdx == 0 && b.mv[0] == 0 && b.mv[1] == 0)) {
+    SmNeighbourMotion c;
+    c.available = GetNeighbourMotion(address, 0, 4, -1, c.refIdx, c.mv, true);
+    if (!c.available) {
+      c.available = GetNeighbourMotion(address, 0, -1, -1, c.refIdx, c.mv, true);
+    }
+    PredictFromNeighbours(a, b, c, 0, 0, 0, ShapeOther, mv);
   }
   SetMotion(address, 0, 0, 0, 4, 4, 0, mv);
   PredictInter(address);
@@ -403,12 +456,59 @@ bool CmSliceDecoder::PredictDirect(uint32_t address, unsigned mask) {
       }
     }
     const bool colShortTerm = list1.longTerm[0] == 0;
-    return eachBlock([&](int x, int y, int colRef, const int16_t* colMv, uint32_t) {
-      const bool colZero =
-          colShortTerm && colRef == 0 && std::abs(colMv[0]) <= 1 && std::abs(colMv[1]) <= 1;
+    const auto setBlocks = [&](unsigned blocks, bool colZero) {
       for (int list = 0; list < 2; ++list) {
         int16_t mv[2] = {0, 0};
         if (refIdx[list] >= 0 && !zero && !(refIdx[list] == 0 && colZero)) {
+          mv[0] = mvp[list][0];
+          mv[1] = mvp[list][1];
+        }
+        if (blocks == 15) {
+          SetMotion(address, list, 0, 0, 4, 4, refIdx[list], mv);
+          continue;
+        }
+        for (int b8 = 0; b8 < 4; ++b8) {
+          if ((blocks & (1u << b8)) != 0) {
+            SetMotion(address, list, 2 * (b8 % 2), 2 * (b8 / 2), 2, 2, refIdx[list], mv);
+          }
+        }
+      }
+    };
+    // The co-located block matters only to a list that takes index 0 with
+    // a vector other than zero; elsewhere all blocks move alike.
+    const auto movesOnFirst = [&](int list) {
+      return refIdx[list] == 0 && (mvp[list][0] != 0 || mvp[list][1] != 0);
+    };
+    if (zero || !colShortTerm || (!movesOnFirst(0) && !movesOnFirst(1))) {
+      setBlocks(mask, false);
+      return true;
+    }
+    const auto isColZero = [](int colRef, const int16_t* colMv) {
+      return colRef == 0 && std::abs(colMv[0]) <= 1 && std::abs(colMv[1]) <= 1;
+    };
+    if (inference) {
+      // One co-located block per 8x8 block; where all four agree, one
+      // store for the macroblock.
+      unsigned still = 0;
+      for (int b8 = 0; b8 < 4; ++b8) {
+        if ((mask & (1u << b8)) != 0) {
+          const CmMotionRecord::SmColocated col = colMotion(2 * (b8 % 2), 2 * (b8 / 2));
+          still |= isColZero(col.refIdx, col.mv) ? 1u << b8 : 0u;
+        }
+      }
+      if ((still & mask) != 0) {
+        setBlocks(still & mask, true);
+      }
+      if ((~still & mask) != 0) {
+        setBlocks(~still & mask, false);
+      }
+      return true;
+    }
+    return eachBlock([&](int x, int y, int colRef, const int16_t* colMv, uint32_t) {
+      const bool colZero = isColZero(colRef, colMv);
+      for (int list = 0; list < 2; ++list) {
+        int16_t mv[2] = {0, 0};
+        if (refIdx[list] >= 0 && !(refIdx[list] == 0 && colZero)) {
           mv[0] = mvp[list][0];
           mv[1] = mvp[list][1];
         }
@@ -426,9 +526,17 @@ bool CmSliceDecoder::PredictDirect(uint32_t address, unsigned mask) {
     return false;
   }
   const int shift = m_MbField ? 1 : 0;
+  // Neighbouring blocks mostly refer to the same picture: the last search
+  // and the last scale are kept.
+  uint32_t lastColPic = 0;
+  int lastFound = -1;
+  int lastScaled = -1, lastScale = 0;
+  bool lastCopied = false;
   return eachBlock([&](int x, int y, int colRef, const int16_t* colMv, uint32_t colPic) {
     int refIdx0 = 0;
-    if (colRef >= 0) {
+    if (colRef >= 0 && lastFound >= 0 && colPic == lastColPic) {
+      refIdx0 = lastFound;
+    } else if (colRef >= 0) {
       // The lowest index of list 0 that names the picture the
       // co-located block referred to.
       // Between frame and field, the field of the same parity of the frame
@@ -460,6 +568,8 @@ bool CmSliceDecoder::PredictDirect(uint32_t address, unsigned mask) {
       if (refIdx0 < 0) {
         return false;
       }
+      lastColPic = colPic;
+      lastFound = refIdx0;
     }
     if (GetReference(0, refIdx0) == nullptr) {
       return false;
@@ -472,14 +582,21 @@ bool CmSliceDecoder::PredictDirect(uint32_t address, unsigned mask) {
                                                                               : colMv[1])};
     colMv = mvCol;
     int16_t mv0[2], mv1[2];
-    const int tb = PocDistance(currentPoc, pic0.GetPoc());
-    const int td = PocDistance(pic1->GetPoc(), pic0.GetPoc());
-    if (m_Lists[0].longTerm[static_cast<size_t>(refIdx0 >> shift)] != 0 || td == 0) {
+    if (refIdx0 != lastScaled) {
+      const int tb = PocDistance(currentPoc, pic0.GetPoc());
+      const int td = PocDistance(pic1->GetPoc(), pic0.GetPoc());
+      lastScaled = refIdx0;
+      lastCopied = m_Lists[0].longTerm[static_cast<size_t>(refIdx0 >> shift)] != 0 || td == 0;
+      if (!lastCopied) {
+        const int tx = (16384 + std::abs(td / 2)) / td;
+        lastScale = std::clamp((tb * tx + 32) >> 6, -1024, 1023);
+      }
+    }
+    if (lastCopied) {
       mv0[0] = colMv[0], mv0[1] = colMv[1];
       mv1[0] = mv1[1] = 0;
     } else {
-      const int tx = (16384 + std::abs(td / 2)) / td;
-      const int scale = std::clamp((tb * tx + 32) >> 6, -1024, 1023);
+      const int scale = lastScale;
       for (int c = 0; c < 2; ++c) {
         mv0[c] = static_cast<int16_t>((scale * colMv[c] + 128) >> 8);
         mv1[c] = static_cast<int16_t>(mv0[c] - colMv[c]);
@@ -782,27 +899,77 @@ void CmSliceDecoder::GetWeights(int refIdx0, int refIdx1, int component, int& w0
     return;
   }
   if (!p && m_Pps->weightedBipredIdc == 2 && refIdx0 >= 0 && refIdx1 >= 0) {
-    // Implicit weights from the distances in picture order (8.4.2.3.1).
     weighted = true;
     logWD = 5;
-    w0 = w1 = 32;
-    const int shift = m_MbField ? 1 : 0;
-    const size_t i0 = static_cast<size_t>(refIdx0 >> shift),
-                 i1 = static_cast<size_t>(refIdx1 >> shift);
-    const int32_t poc0 = GetReference(0, refIdx0)->GetPoc();
-    const int32_t poc1 = GetReference(1, refIdx1)->GetPoc();
-    const int tb = PocDistance(GetCurrentPoc(), poc0);
-    const int td = PocDistance(poc1, poc0);
-    if (td == 0 || m_Lists[0].longTerm[i0] != 0 || m_Lists[1].longTerm[i1] != 0) {
+    GetImplicitWeights(refIdx0, refIdx1, w0, w1);
+  }
+}
+
+void CmSliceDecoder::GetImplicitWeights(int refIdx0, int refIdx1, int& w0, int& w1) const {
+  // Frame macroblocks of a slice share the current count, so each pair of
+  // indices is derived once per slice; a field macroblock's count depends
+  // on its parity.
+  SmImplicitWeight* cached = nullptr;
+  if (!m_MbField && refIdx0 < 32 && refIdx1 < 32) {
+    cached = &m_ImplicitWeights[refIdx0][refIdx1];
+    if (cached->stamp == m_WeightStamp) {
+      w0 = cached->w0;
+      w1 = cached->w1;
       return;
     }
-    const int tx = (16384 + std::abs(td / 2)) / td;
-    const int scale = std::clamp((tb * tx + 32) >> 6, -1024, 1023);
-    if ((scale >> 2) < -64 || (scale >> 2) > 128) {
-      return;
+  }
+  ComputeImplicitWeights(refIdx0, refIdx1, w0, w1);
+  if (cached != nullptr) {
+    *cached = {m_WeightStamp, static_cast<int16_t>(w0), static_cast<int16_t>(w1)};
+  }
+}
+
+void CmSliceDecoder::ComputeImplicitWeights(int refIdx0, int refIdx1, int& w0, int& w1) const {
+  // Implicit weights from the distances in picture order (8.4.2.3.1).
+  w0 = w1 = 32;
+  const int shift = m_MbField ? 1 : 0;
+  const size_t i0 = static_cast<size_t>(refIdx0 >> shift),
+               i1 = static_cast<size_t>(refIdx1 >> shift);
+  const int32_t poc0 = GetReference(0, refIdx0)->GetPoc();
+  const int32_t poc1 = GetReference(1, refIdx1)->GetPoc();
+  const int tb = PocDistance(GetCurrentPoc(), poc0);
+  const int td = PocDistance(poc1, poc0);
+  if (td == 0 || m_Lists[0].longTerm[i0] != 0 || m_Lists[1].longTerm[i1] != 0) {
+    return;
+  }
+  const int tx = (16384 + std::abs(td / 2)) / td;
+  const int scale = std::clamp((tb * tx + 32) >> 6, -1024, 1023);
+  if ((scale >> 2) < -64 || (scale >> 2) > 128) {
+    return;
+  }
+  w0 = 64 - (scale >> 2);
+  w1 = scale >> 2;
+}
+
+void CmSliceDecoder::PrepareWeights() {
+  const bool p = m_Header->sliceType == SliceP;
+  m_Weighting = (p ? m_Pps->weightedPred : m_Pps->weightedBipredIdc == 1) ? WeightExplicit
+                : !p && m_Pps->weightedBipredIdc == 2                     ? WeightImplicit
+                                                                          : WeightNone;
+  if (++m_WeightStamp == 0) {
+    // After four billion slices the stamps come round: forget them all.
+    for (auto& row : m_ImplicitWeights) {
+      std::fill(std::begin(row), std::end(row), SmImplicitWeight{});
     }
-    w0 = 64 - (scale >> 2);
-    w1 = scale >> 2;
+    m_WeightStamp = 1;
+  }
+  const int logWD[3] = {static_cast<int>(m_Header->lumaLog2WeightDenom),
+                        static_cast<int>(m_Header->chromaLog2WeightDenom),
+                        static_cast<int>(m_Header->chromaLog2WeightDenom)};
+  for (int list = 0; list < 2; ++list) {
+    for (size_t entry = 0; entry < 32; ++entry) {
+      const SmPredictionWeight& w = m_Header->weights[list][entry];
+      bool unit = true;
+      for (int c = 0; c < 3; ++c) {
+        unit = unit && logWD[c] < 16 && w.weight[c] == 1 << logWD[c] && w.offset[c] == 0;
+      }
+      m_UnitWeight[list][entry] = unit;
+    }
   }
 }
 
@@ -832,21 +999,21 @@ void CmSliceDecoder::PredictInter(uint32_t address) {
     }
   }
   // Blocks of 4x4 with the same motion are predicted as one: the whole
-  // macroblock, each 8x8 block, or each 4x4 block.
-  const auto same = [&mb](int a, int b) {
-    const int a8 = (a % 4) / 2 + 2 * ((a / 4) / 2), b8 = (b % 4) / 2 + 2 * ((b / 4) / 2);
-    for (int list = 0; list < 2; ++list) {
-      if (mb.refIdx[list][a8] != mb.refIdx[list][b8] ||
-          (mb.refIdx[list][a8] >= 0 &&
-           (mb.mv[list][a][0] != mb.mv[list][b][0] || mb.mv[list][a][1] != mb.mv[list][b][1]))) {
-        return false;
-      }
-    }
-    return true;
-  };
+  // macroblock, each 8x8 block, or each 4x4 block. A list's vectors count
+  // only where the list is used.
+  uint32_t vectors[2][16];
+  std::memcpy(vectors, mb.mv, sizeof vectors);
   bool whole = true;
-  for (int k = 1; k < 16 && whole; ++k) {
-    whole = same(0, k);
+  for (int list = 0; list < 2 && whole; ++list) {
+    const int8_t* refs = mb.refIdx[list];
+    whole = refs[1] == refs[0] && refs[2] == refs[0] && refs[3] == refs[0];
+    if (whole && refs[0] >= 0) {
+      uint32_t differ = 0;
+      for (int k = 0; k < 16; ++k) {
+        differ |= vectors[list][k] ^ vectors[list][0];
+      }
+      whole = differ == 0;
+    }
   }
   if (whole) {
     PredictBlock(address, mbx, mby, 0, 0, 16, 16);
@@ -855,7 +1022,12 @@ void CmSliceDecoder::PredictInter(uint32_t address) {
   for (int b8 = 0; b8 < 4; ++b8) {
     const int x = 2 * (b8 % 2), y = 2 * (b8 / 2);
     const int first = x + 4 * y;
-    if (same(first, first + 1) && same(first, first + 4) && same(first, first + 5)) {
+    bool same = true;
+    for (int list = 0; list < 2; ++list) {
+      const uint32_t* v = vectors[list] + first;
+      same = same && (mb.refIdx[list][b8] < 0 || (v[1] == v[0] && v[4] == v[0] && v[5] == v[0]));
+    }
+    if (same) {
       PredictBlock(address, mbx, mby, x, y, 8, 8);
       continue;
     }
@@ -869,6 +1041,85 @@ void CmSliceDecoder::PredictInter(uint32_t address) {
 
 void CmSliceDecoder::PredictBlock(uint32_t address, int mbx, int mby, int bx, int by, int width,
                                   int height) {
+  const SmMacroblockInfo& mb = m_Picture->GetMacroblocks()[address];
+  const int b8 = bx / 2 + 2 * (by / 2);
+  const int refs[2] = {mb.refIdx[0][b8], mb.refIdx[1][b8]};
+  const bool both = refs[0] >= 0 && refs[1] >= 0;
+  // Whether the weights, if any, leave the prediction as it is: decided
+  // from the tables of the slice, without deriving a weight.
+  bool plain = true;
+  if (m_Weighting == WeightExplicit) {
+    const int shift = m_MbField ? 1 : 0;
+    plain = (refs[0] < 0 || m_UnitWeight[0][refs[0] >> shift]) &&
+            (refs[1] < 0 || m_UnitWeight[1][refs[1] >> shift]);
+  } else if (m_Weighting == WeightImplicit && both) {
+    int w0 = 0, w1 = 0;
+    GetImplicitWeights(refs[0], refs[1], w0, w1);
+    plain = w0 == 32 && w1 == 32;
+  }
+  if (!plain) {
+    PredictWeightedBlock(address, mbx, mby, bx, by, width, height);
+    return;
+  }
+  const CmPicture* references[2] = {GetReference(0, refs[0]), GetReference(1, refs[1])};
+  const int16_t* mvs[2] = {mb.mv[0][bx + 4 * by], mb.mv[1][bx + 4 * by]};
+  const int single = refs[0] >= 0 ? 0 : 1;
+  {
+    const int px = mbx + 4 * bx, py = mby + 4 * by;
+    const ptrdiff_t stride = GetMbStride(0);
+    uint8_t* dst = GetSamples(address, 0) + 4 * by * stride + 4 * bx;
+    const auto predict = [&](int list, uint8_t* out, ptrdiff_t outStride) {
+      const CmPicture& reference = *references[list];
+      // A reference decoding beside this picture: its lines that the
+      // interpolation reads, and the chroma lines beside them, which are
+      // predicted after the luma, must be final.
+      reference.WaitForLine(py + (mvs[list][1] >> 2) + height + 3);
+      PredictLuma(reference, px, py, mvs[list][0], mvs[list][1], width, height, out, outStride);
+    };
+    if (!both) {
+      predict(single, dst, stride);
+    } else {
+      // Both lists beside the picture and only the average into it: the
+      // picture's lines are new to the cache here, and reading them back
+      // would wait for their way from memory.
+      uint8_t first[16 * 16], second[16 * 16];
+      predict(0, first, width);
+      predict(1, second, width);
+      NmPrimitives::H264Average(first, width, second, width, dst, stride, width, height);
+    }
+  }
+  if (m_Sps->GetChromaArrayType() != 1) {
+    return;
+  }
+  const int w = width / 2, h = height / 2;
+  const int px = mbx / 2 + 2 * bx, py = mby / 2 + 2 * by;
+  const ptrdiff_t stride = GetMbStride(1);
+  uint8_t* const dsts[2] = {GetSamples(address, 1) + 2 * by * stride + 2 * bx,
+                            GetSamples(address, 2) + 2 * by * stride + 2 * bx};
+  const int parity = GetCurrentParity();
+  const auto predict = [&](int list, uint8_t* outCb, uint8_t* outCr, ptrdiff_t outStride) {
+    const CmPicture& reference = *references[list];
+    // A field's chroma lies a quarter sample lower in a bottom field than
+    // in a top one: between fields of opposite parity the vector shifts.
+    const int shift =
+        parity >= 0 && reference.GetParity() >= 0 ? 2 * (parity - reference.GetParity()) : 0;
+    PredictChromaPair(reference, px, py, mvs[list][0], mvs[list][1] + shift, w, h, outCb, outCr,
+                      outStride);
+  };
+  if (!both) {
+    predict(single, dsts[0], dsts[1], stride);
+    return;
+  }
+  uint8_t first[2][8 * 8], second[2][8 * 8];
+  predict(0, first[0], first[1], w);
+  predict(1, second[0], second[1], w);
+  for (int plane = 0; plane < 2; ++plane) {
+    NmPrimitives::H264Average(first[plane], w, second[plane], w, dsts[plane], stride, w, h);
+  }
+}
+
+void CmSliceDecoder::PredictWeightedBlock(uint32_t address, int mbx, int mby, int bx, int by,
+                                          int width, int height) {
   const SmMacroblockInfo& mb = m_Picture->GetMacroblocks()[address];
   const int b8 = bx / 2 + 2 * (by / 2);
   const int refs[2] = {mb.refIdx[0][b8], mb.refIdx[1][b8]};

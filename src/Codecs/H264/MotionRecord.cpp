@@ -6,29 +6,6 @@
 
 namespace NmH264 {
 
-namespace {
-
-constexpr uint8_t FirstEntry = 0x80;
-constexpr uint8_t TableBits = 0x7f;
-
-} // namespace
-
-int CmMotionRecord::VectorsPerMacroblock() const {
-  return m_Layout == SmLayout::All ? 16 : m_Layout == SmLayout::Columns ? 8 : 4;
-}
-
-int CmMotionRecord::VectorIndex(int x, int y) const {
-  switch (m_Layout) {
-  case SmLayout::All:
-    return x + 4 * y;
-  case SmLayout::Columns:
-    return x / 2 + 2 * y;
-  case SmLayout::Corners:
-    break;
-  }
-  return x / 2 + 2 * (y / 2);
-}
-
 uint8_t CmMotionRecord::Code(int refIdx, uint32_t picture) {
   if (refIdx < 0) {
     return 0;
@@ -73,16 +50,14 @@ void CmMotionRecord::Begin(uint32_t count, SmLayout layout) {
   m_Vectors.resize(size_t{count} * VectorsPerMacroblock());
 }
 
-bool CmMotionRecord::StoreRange(const SmMacroblockInfo* macroblocks, uint32_t first,
-                                uint32_t end) {
+bool CmMotionRecord::StoreRange(const SmMacroblockInfo* macroblocks, uint32_t first, uint32_t end) {
   const int perMb = VectorsPerMacroblock();
   // The blocks whose vectors are kept, in the order VectorIndex counts.
   int keptX[16], keptY[16];
   for (int y = 0; y < 4; ++y) {
     for (int x = 0; x < 4; ++x) {
-      const bool kept =
-          m_Layout == SmLayout::All ||
-          ((x == 0 || x == 3) && (m_Layout == SmLayout::Columns || y == 0 || y == 3));
+      const bool kept = m_Layout == SmLayout::All ||
+                        ((x == 0 || x == 3) && (m_Layout == SmLayout::Columns || y == 0 || y == 3));
       if (kept) {
         keptX[VectorIndex(x, y)] = x;
         keptY[VectorIndex(x, y)] = y;
@@ -135,22 +110,6 @@ void CmMotionRecord::Release() {
   std::vector<SmVector>().swap(m_Vectors);
   std::vector<uint32_t>().swap(m_Pictures);
   std::vector<uint8_t>().swap(m_Field);
-}
-
-CmMotionRecord::SmColocated CmMotionRecord::Read(uint32_t address, int x, int y) const {
-  SmColocated colocated;
-  if (address >= m_Count) {
-    return colocated;
-  }
-  const uint8_t code = m_References[size_t{address} * 4 + x / 2 + 2 * (y / 2)];
-  const SmVector& mv = m_Vectors[size_t{address} * VectorsPerMacroblock() + VectorIndex(x, y)];
-  colocated.mv[0] = mv.x;
-  colocated.mv[1] = mv.y;
-  if (code != 0) {
-    colocated.refIdx = (code & FirstEntry) != 0 ? 0 : 1;
-    colocated.picture = m_Pictures[(code & TableBits) - 1];
-  }
-  return colocated;
 }
 
 } // namespace NmH264

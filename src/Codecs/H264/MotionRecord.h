@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
@@ -58,15 +59,42 @@ public:
   // The motion of 4x4 block (x, y) of macroblock address. A block whose
   // vector was not kept (a sequence that broke the rules of its flags)
   // reads the kept one of its 8x8 block's outer corner.
-  SmColocated Read(uint32_t address, int x, int y) const;
+  // Direct prediction reads it for every block, so it is inline.
+  SmColocated Read(uint32_t address, int x, int y) const {
+    SmColocated colocated;
+    if (address >= m_Count) {
+      return colocated;
+    }
+    const uint8_t code = m_References[size_t{address} * 4 + x / 2 + 2 * (y / 2)];
+    const SmVector& mv = m_Vectors[size_t{address} * VectorsPerMacroblock() + VectorIndex(x, y)];
+    colocated.mv[0] = mv.x;
+    colocated.mv[1] = mv.y;
+    if (code != 0) {
+      colocated.refIdx = (code & FirstEntry) != 0 ? 0 : 1;
+      colocated.picture = m_Pictures[(code & TableBits) - 1];
+    }
+    return colocated;
+  }
 
 private:
+  static constexpr uint8_t FirstEntry = 0x80;
+  static constexpr uint8_t TableBits = 0x7f;
+  // Index of the kept vector of each block x + 4y within its macroblock,
+  // per layout.
+  static constexpr uint8_t VectorIndices[3][16] = {
+      {0, 0, 1, 1, 0, 0, 1, 1, 2, 2, 3, 3, 2, 2, 3, 3},
+      {0, 0, 1, 1, 2, 2, 3, 3, 4, 4, 5, 5, 6, 6, 7, 7},
+      {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15}};
+
   struct SmVector {
     int16_t x, y;
   };
-  // Index of the kept vector of block (x, y) within its macroblock.
-  int VectorIndex(int x, int y) const;
-  int VectorsPerMacroblock() const;
+  int VectorIndex(int x, int y) const {
+    return VectorIndices[static_cast<int>(m_Layout)][x + 4 * y];
+  }
+  int VectorsPerMacroblock() const {
+    return m_Layout == SmLayout::All ? 16 : m_Layout == SmLayout::Columns ? 8 : 4;
+  }
   // The table entry of a picture identity, added on first sight; 0 when
   // the table is full, which the reference lists of one picture never fill.
   uint8_t Code(int refIdx, uint32_t picture);

@@ -119,17 +119,14 @@ bool CmSliceDecoder::InferMbField(uint32_t address) const {
   return false;
 }
 
-const CmPicture* CmSliceDecoder::GetReference(int list, int refIdx) const {
+const CmPicture* CmSliceDecoder::GetFieldReference(int list, int refIdx) const {
   if (refIdx < 0) {
     return nullptr;
   }
   const std::vector<const CmPicture*>& pictures = m_Lists[list].pictures;
-  const size_t entry = static_cast<size_t>(m_MbField ? refIdx >> 1 : refIdx);
+  const size_t entry = static_cast<size_t>(refIdx >> 1);
   if (entry >= pictures.size() || pictures[entry] == nullptr) {
     return nullptr;
-  }
-  if (!m_MbField) {
-    return pictures[entry];
   }
   return pictures[entry]->FindField(GetCurrentParity() ^ (refIdx & 1));
 }
@@ -658,6 +655,7 @@ CmSliceDecoder::SmResult CmSliceDecoder::Decode(CmBitReader& reader, const SmSli
   SelectScans();
   m_Slice = sliceNumber;
   m_Lists = lists;
+  PrepareWeights();
   m_Qp = header.sliceQp;
   SmScalingMatrices matrices;
   DeriveScalingMatrices(sps, pps, matrices);

@@ -161,6 +161,8 @@ private:
   bool PredictDirect(uint32_t address, unsigned mask);
   void GetWeights(int refIdx0, int refIdx1, int component, int& w0, int& w1, int& o0, int& o1,
                   int& logWD, bool& weighted) const;
+  void GetImplicitWeights(int refIdx0, int refIdx1, int& w0, int& w1) const;
+  void ComputeImplicitWeights(int refIdx0, int refIdx1, int& w0, int& w1) const;
   static bool IsUnitWeight(const int* refs, int w0, int w1, int o0, int o1, int logWD);
   // The motion vector prediction of 8.4.1.3 for the partition of the
   // current macroblock at (x, y) and of the given size, in 4x4 blocks.
@@ -183,6 +185,9 @@ private:
   // One block of width x height samples at 4x4 block (bx, by) whose motion
   // is uniform.
   void PredictBlock(uint32_t address, int mbx, int mby, int bx, int by, int width, int height);
+  // The same where a weight other than one or an offset applies.
+  void PredictWeightedBlock(uint32_t address, int mbx, int mby, int bx, int by, int width,
+                            int height);
   void AddChromaResidual(uint32_t address, bool intra);
   void AddLumaResidual4x4(int blk, uint8_t* dst, ptrdiff_t stride, int list, int qp);
   void AddLumaResidual8x8(int b8, uint8_t* dst, ptrdiff_t stride, int list, int qp);
@@ -227,7 +232,21 @@ private:
   // the list's entry, or for a field macroblock of a frame in pairs a field
   // of entry refIdx / 2, of the macroblock's own parity for even indices
   // and of the other for odd ones. Null where none does.
-  const CmPicture* GetReference(int list, int refIdx) const;
+  const CmPicture* GetReference(int list, int refIdx) const {
+    if (!m_MbField) {
+      // Frame macroblocks take the list's entry as it stands.
+      const std::vector<const CmPicture*>& pictures = m_Lists[list].pictures;
+      return refIdx >= 0 && static_cast<size_t>(refIdx) < pictures.size() ? pictures[refIdx]
+                                                                          : nullptr;
+    }
+    return GetFieldReference(list, refIdx);
+  }
+  const CmPicture* GetFieldReference(int list, int refIdx) const;
+  // How the slice weighs its predictions, and which entries of each list
+  // weigh every plane by one with no offset, so that the plain prediction
+  // serves; both set once per slice.
+  enum SmWeighting : uint8_t { WeightNone, WeightExplicit, WeightImplicit };
+  void PrepareWeights();
   // How many indices of a list the current macroblock may use.
   uint32_t GetActiveReferences(int list) const {
     return m_Header->numRefIdxActive[list] * (m_MbField ? 2u : 1u);
@@ -264,6 +283,19 @@ private:
   bool m_MbField = false;
   // 4x4 blocks of the current macroblock whose motion is known, raster bits.
   uint16_t m_KnownBlocks = 0;
+  // The available neighbours of the current inter macroblock outside a
+  // frame of pairs, fetched once per macroblock for its motion prediction.
+  SmNeighbours m_InterNeighbours{};
+  SmWeighting m_Weighting = WeightNone;
+  bool m_UnitWeight[2][32] = {};
+  // Implicit weights of frame macroblocks per pair of indices, valid where
+  // the stamp is the slice's.
+  struct SmImplicitWeight {
+    uint32_t stamp = 0;
+    int16_t w0 = 0, w1 = 0;
+  };
+  mutable SmImplicitWeight m_ImplicitWeights[32][32];
+  uint32_t m_WeightStamp = 0;
   int m_Qp = 0;
   SmLevelScale m_LevelScale;
   // The coefficient scan of 4x4 blocks: zigzag in frames, field scan in fields.
