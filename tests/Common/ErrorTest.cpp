@@ -139,7 +139,7 @@ TEST(ErrorLocation, QualifiedNamesFromCompilerSignaturesAndFilesFromTheirCompone
             "NmA::F (line File.cpp, 12)");
 }
 
-TEST(Error, TextsOfAChain) {
+TEST(Error, TextsOfAChainAndCodes) {
   const CmError first("L1", "first");
   const CmError second("L2", "second", first);
   const CmError third("L3", "third", second);
@@ -164,9 +164,7 @@ TEST(Error, TextsOfAChain) {
   copy = first;
   copy = copy;
   EXPECT_EQ(copy.GetFullText(), "L1: first");
-}
 
-TEST(Error, CodedErrorsPrintTheirCodes) {
   const CmError cause("L0", "cause");
   const CmVideoError video("L1", "video", CmVideoCodes::Broken, cause);
   EXPECT_EQ(Printed(video), "L1: video: error code 7\nL0: cause\n");

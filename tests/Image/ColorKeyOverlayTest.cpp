@@ -59,7 +59,7 @@ TEST(OverlayParameters, ConstructorRefusesContradictions) {
   make(OverlayScale, 0.01)();
 }
 
-TEST(OverlayGeometry, SizesFollowScaleAspectAndRoom) {
+TEST(OverlayGeometry, SizesFollowScaleAspectAndRoomAlignmentWhatTheViewerSees) {
   const CmImage image = MakeImage(100, 50, Gray, 2);
   const CmImage picture = MakeImage(40, 20, Gray, 3);
   CmImage wide = image; // pixels twice as wide as high
@@ -117,14 +117,12 @@ TEST(OverlayGeometry, SizesFollowScaleAspectAndRoom) {
   EXPECT_TRUE(plain.IsOverlayMatching(slightly, picture, picture));
   slightly.GetAttributes().aspectRatio = 1.06;
   EXPECT_FALSE(plain.IsOverlayMatching(slightly, picture, picture));
-}
 
-TEST(OverlayGeometry, AlignmentFlagsSpeakOfWhatTheViewerSees) {
-  const CmImage picture = MakeImage(4, 2, Gray, 4);
+  const CmImage small = MakeImage(4, 2, Gray, 4);
   // Where a 4 x 2 picture lands: x, y, width and height.
   const auto place = [&](CmOverlayParameters p, uint64_t width, uint64_t height, Orientation o) {
     const SmOverlayRectangle r =
-        CmColorKeyOverlay(picture, p, 0, 0, 0, 0).Position(width, height, o, 4, 2);
+        CmColorKeyOverlay(small, p, 0, 0, 0, 0).Position(width, height, o, 4, 2);
     return std::vector<uint64_t>{r.x, r.y, r.width, r.height};
   };
   const auto at = [](std::vector<uint64_t> where) {

@@ -8,7 +8,6 @@
 
 using namespace NmMediaProcessing;
 using NmImageTest::Column;
-using NmImageTest::ExpectError;
 using NmImageTest::ExpectRefusals;
 using NmImageTest::SamePicture;
 using NmImageTest::Sample;

@@ -196,12 +196,7 @@ TEST(Image, SplitFieldsOfEveryLayout) {
   EXPECT_EQ(Column(second, 0, 0), Column(image, 0, 0, {1, 3}));
   EXPECT_TRUE(first.GetAttributes().orientation.flippedVertically);
 
-  // A rotated picture has no rows to split.
   image.GetAttributes().orientation = Orientation();
-  image.GetAttributes().orientation.rotation = 1;
-  ExpectError([&] { image.SplitFields(first, second); },
-              "Can not get an interleaved field from a rotated image", 1);
-
   // Planar formats split every plane, each to its own height.
   image.Allocate(6, 8, YCbCr420_Planar);
   FillPattern(image);

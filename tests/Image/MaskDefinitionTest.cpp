@@ -40,7 +40,7 @@ std::unique_ptr<ImMaskDefinition> DefinitionOf(const std::string& text) {
 
 } // namespace
 
-TEST(MaskText, AcceptsExactlyTheGrammar) {
+TEST(MaskText, AcceptsExactlyTheGrammarReadsRowByRowAndAllZeroIsNoMask) {
   for (const char* text : {"0x0", "2x1;01", "3x2;010;101", "1x1;0", "10x1;0000000001"}) {
     EXPECT_TRUE(Parses(text)) << text;
   }
@@ -69,9 +69,7 @@ TEST(MaskText, AcceptsExactlyTheGrammar) {
   EXPECT_TRUE(Parses(tall));
   tall.pop_back();
   EXPECT_FALSE(Parses(tall));
-}
 
-TEST(MaskText, GridReadsRowByRowAndAllZeroIsNoMask) {
   uint64_t columns = 0;
   uint64_t rows = 0;
   std::vector<uint8_t> grid;

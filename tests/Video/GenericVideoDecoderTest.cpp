@@ -9,7 +9,6 @@
 using namespace NmMediaProcessing;
 using namespace NmTestSupport;
 using NmImageTest::ExpectError;
-using NmTimeStamp::CmTimeStamp;
 using NmVideoTest::CmScript;
 using NmVideoTest::SmStep;
 
