@@ -94,7 +94,7 @@ TEST(GenericByteDataBlockTimes, ImageTimesWithAndWithoutLastImageAtEndTime) {
   EXPECT_EQ(Shown(none, 5).first + Shown(backwards, 7).first, -2);
 }
 
-TEST(GenericByteDataBlockTimes, IntervalIsDividedRoundingDownAndTheModeIsRestored) {
+TEST(GenericByteDataBlockTimes, IntervalIsDividedRoundingDownAndWireTimesBeyondTheRangeRaise) {
   // 29 ms over 7 intervals: a quotient rounded to nearest lies above 29/7 and
   // would put the last image at 30 ms, behind the end of the block.
   CmBlockFixture f({.lastImageAtEndTime = true, .endTime = 29, .imageCount = 8});
@@ -109,9 +109,7 @@ TEST(GenericByteDataBlockTimes, IntervalIsDividedRoundingDownAndTheModeIsRestore
   // Far-apart times must not overflow the index arithmetic.
   CmBlockFixture wide({.endTime = 1800000000000000, .imageCount = 65535});
   EXPECT_EQ(Shown(wide, 1799999999999999).first, 65533);
-}
 
-TEST(GenericByteDataBlockTimes, WireTimesBeyondTheTimeStampRangeRaise) {
   const uint64_t limit = 1844674407370956ULL - 11644473600000ULL;
   CmBlockFixture edge({.beginTime = limit - 1, .endTime = limit - 1});
   EXPECT_EQ(edge.block.GetBeginTime().GetMilliseconds(), static_cast<int64_t>(limit - 1));

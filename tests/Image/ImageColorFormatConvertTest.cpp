@@ -75,7 +75,7 @@ TEST(ImageColorFormatConvert, InterleavedChromaStaysInItsField) {
             (std::vector<uint8_t>{10, 10, 201, 201, 12, 12, 203, 203}));
 }
 
-TEST(ImageColorFormatConvert, GrayAndPlanarRelabels) {
+TEST(ImageColorFormatConvert, RelabelsAndPackedFormatsBetweenEachOther) {
   const CmImage gray = Noise(5, 3, Gray, SubColorFormatPlainGray);
   const CmImage planar = Converted(gray, YCbCr420_Planar);
   EXPECT_EQ(Sample(planar, 2, 2, 1), 128);
@@ -96,9 +96,7 @@ TEST(ImageColorFormatConvert, GrayAndPlanarRelabels) {
   CmImage copy = NmImageTest::Applied(CmImageColorFormatConvert(Gray, 64), image);
   EXPECT_EQ(copy.Allocator().GetPlane(0).rowStride, 64u);
   EXPECT_TRUE(SamePicture(copy, image));
-}
 
-TEST(ImageColorFormatConvert, PackedFormatsBetweenEachOther) {
   const CmImage rgb = Noise(9, 3, RGB24, NotApplicable);
   const uint8_t* in = rgb.Allocator().GetPlane(0).GetPixelAddress(8, 2);
   const CmImage bgra = Converted(rgb, BGRA);
@@ -108,13 +106,13 @@ TEST(ImageColorFormatConvert, PackedFormatsBetweenEachOther) {
   EXPECT_TRUE(SamePicture(Converted(rgb32, RGB24), rgb));
 
   // In place: RGB32 to BGRA swaps, relabels and makes alpha opaque.
-  CmImage image(rgb32);
-  CmImageColorFormatConvert(BGRA).Execute(image);
-  EXPECT_EQ(Sample(image, 0, 0, 0, 0), Sample(rgb, 0, 0, 0, 2));
-  EXPECT_EQ(Sample(image, 0, 0, 0, 3), 255);
+  CmImage swapped(rgb32);
+  CmImageColorFormatConvert(BGRA).Execute(swapped);
+  EXPECT_EQ(Sample(swapped, 0, 0, 0, 0), Sample(rgb, 0, 0, 0, 2));
+  EXPECT_EQ(Sample(swapped, 0, 0, 0, 3), 255);
   EXPECT_EQ(Sample(rgb32, 0, 0, 0, 0), Sample(rgb, 0, 0, 0, 0));
-  CmImageColorFormatConvert(BGR32).Execute(image);
-  EXPECT_EQ(image.Allocator().GetPlane(0).bytesPerPixel, 3u);
+  CmImageColorFormatConvert(BGR32).Execute(swapped);
+  EXPECT_EQ(swapped.Allocator().GetPlane(0).bytesPerPixel, 3u);
 }
 
 TEST(ImageColorFormatConvert, SubColorFormatRulesAndMissingRoutes) {

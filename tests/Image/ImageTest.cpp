@@ -26,7 +26,7 @@ void FillPattern(CmImage& image) {
 
 } // namespace
 
-TEST(Image, EmptyImageRefusesPixelAccess) {
+TEST(Image, EmptyImageRefusesPixelAccessAllocateResetsAttributes) {
   CmImage image;
   EXPECT_FALSE(image.IsValid());
   EXPECT_EQ(image.GetWidth() + image.GetHeight(), 0u);
@@ -38,10 +38,7 @@ TEST(Image, EmptyImageRefusesPixelAccess) {
       {[&] { (void)image.Allocator(); }, "No valid image data", 1, name + "Allocator"},
       {[&] { (void)constant.Allocator(); }, "No valid image data", 1, name + "Allocator"},
   });
-}
 
-TEST(Image, AllocateResetsAttributesAndReusesPlanes) {
-  CmImage image;
   image.Allocate(64, 48, YCbCr420_Planar);
   const uint8_t* before = image.Allocator().GetPlane(2).data;
   image.GetAttributes().aspectRatio = 2.0;

@@ -5,10 +5,10 @@
 
 #include "MediaProcessing/GenericByteData/GenericByteDataBlock.h"
 #include "MediaProcessing/StreamCollector/VideoStreamConverter.h"
-#include "support/CaughtError.h"
 #include "support/FlatJPEG.h"
 #include "support/GenericByteDataBuilder.h"
 #include "support/H264StreamWriter.h"
+#include "support/ImageTestSupport.h"
 
 using namespace NmMediaProcessing;
 using namespace NmTestSupport;
@@ -197,16 +197,11 @@ TEST(StreamCollector, GatheredFramesViewTheirRecords) {
   EXPECT_EQ(record.UseCount(), 2u);
   driver->FlushGOP();
   EXPECT_EQ(record.UseCount(), 1u);
-  const auto empty = Caught<NmError::CmIntegrityError>([&] { driver->GetKeyFrame(); });
-  EXPECT_EQ(empty->GetDescription(), "GOP buffer is empty");
-  EXPECT_EQ(empty->GetErrorCode(), 1u);
-  EXPECT_EQ(
-      Caught<NmError::CmIntegrityError>([&] { driver->GetLastTimeStamp(); })->GetDescription(),
-      "GOP buffer is empty");
+  NmImageTest::ExpectError([&] { driver->GetKeyFrame(); }, "GOP buffer is empty", 1);
+  NmImageTest::ExpectError([&] { driver->GetLastTimeStamp(); }, "GOP buffer is empty", 1);
   driver.Blocks();
-  const auto noBlock = Caught<NmError::CmIntegrityError>([&] { driver->RetrieveBlock(); });
-  EXPECT_EQ(noBlock->GetDescription(), "No video block is ready for retrieval");
-  EXPECT_EQ(noBlock->GetErrorCode(), 1u);
+  NmImageTest::ExpectError([&] { driver->RetrieveBlock(); },
+                           "No video block is ready for retrieval", 1);
 }
 
 TEST(StreamCollector, BrokenStreamsCloseTheGOPAndRefuseTheFrame) {
