@@ -143,4 +143,7 @@ TEST(VideoAnalyzerJPEG, ReadsTheSizeFromTheHeaderAndFeedsRawJPEGConversion) {
       converter.Convert(jpeg.data(), jpeg.size(), CmTimeStamp::FromMilliseconds(5000), true);
   ASSERT_NE(block, nullptr);
   EXPECT_EQ(block->GetImageHeight(), 75u);
+  // SOI and then nothing that the analyser can read: refused.
+  CmBytes headless = {0xFF, 0xD8, 0xFF, 0xD9, 0, 0, 0, 0};
+  EXPECT_EQ(converter.Convert(headless.data(), headless.size(), CmTimeStamp(), true), nullptr);
 }
