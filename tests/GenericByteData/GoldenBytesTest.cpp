@@ -141,13 +141,11 @@ TEST(GenericByteDataGoldenBytes, SettersWriteAndGettersReadTheWireLayout) {
 // The builder of the other tests is checked by them against these classes;
 // the multi packet, which nothing here writes, is pinned through the builder
 // that the multi packet tests read with these classes.
-TEST(GenericByteDataGoldenBytes, MultiPacketLayout) {
+TEST(GenericByteDataGoldenBytes, MultiPacketLayoutAndRangeChecksThatWriteNothing) {
   CmBytes golden = {0xFE, 0xF0, 0x00, 0x00, 0x00, 0x33, 0x00, 0x01, 0, 0, 0, 0, 0, 0, 0, 0};
   golden.insert(golden.end(), GoldenVideoPacket.begin(), GoldenVideoPacket.end());
   EXPECT_EQ(NmTestSupport::BuildMultiPacket({.packets = {GoldenVideoPacket}}), golden);
-}
 
-TEST(GenericByteDataFieldSetters, RangeChecksRefuseAndWriteNothing) {
   CmGenericAudioStreamDataPacket audio(true);
   ASSERT_TRUE(audio.Allocate(2));
   const CmBytes before = Bytes(audio);

@@ -27,7 +27,7 @@ std::optional<size_t> SelectIn(const CmSpans& spans, SmTimeMatchType type, SmRea
 } // namespace
 
 // A span is judged by a different edge in each reading; instants agree.
-TEST(TimeMatch, ItemsAndFramesReadSpansAtTheirEdges) {
+TEST(TimeMatch, EdgesOfEachReadingAndSelectionWithTiesEmptySetsAndTheWholeRange) {
   // Whether the span from 10 to 20 qualifies: an item that ends at the time
   // is not before it, but a record that begins before holds a frame before.
   constexpr SmReading I = SmReading::Items;
@@ -54,9 +54,7 @@ TEST(TimeMatch, ItemsAndFramesReadSpansAtTheirEdges) {
           << type << " at " << time;
     }
   }
-}
 
-TEST(TimeMatch, SelectionAmongSpansWithTiesEmptySetsAndTheWholeRange) {
   for (const SmTimeMatchType type : NmTestSupport::AllTimeMatchTypes) {
     EXPECT_FALSE(SelectIn({}, type, SmReading::Items, 0)) << type;
   }

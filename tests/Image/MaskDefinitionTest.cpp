@@ -126,7 +126,7 @@ TEST(MaskDefinition, ArgumentChecksInOrderAndEquality) {
   EXPECT_EQ(Sample(image, 0, 2, 1), 255);
 }
 
-TEST(MaskCells, StartsAndPixelsAgreeAtEveryEdge) {
+TEST(MaskCells, StartsPixelsAndMaskImagesAgreeAtEveryEdgeAndSize) {
   EXPECT_EQ((std::vector<uint64_t>{CellStart(100, 3, 0), CellStart(100, 3, 1), CellStart(100, 3, 2),
                                    CellStart(100, 3, 3)}),
             (std::vector<uint64_t>{0, 33, 67, 100}));
@@ -149,9 +149,7 @@ TEST(MaskCells, StartsAndPixelsAgreeAtEveryEdge) {
   EXPECT_EQ(CellOfPixel(100, 3, 33), 1u);
   EXPECT_EQ(std::fegetround(), FE_UPWARD);
   std::fesetround(FE_TONEAREST);
-}
 
-TEST(MaskCells, MaskImageMatchesPositionsAtAnySize) {
   const auto mask = DefinitionOf("5x3;10010;01001;00110");
   // Larger, equal and smaller than the grid, odd sizes included.
   for (uint64_t width : {1u, 2u, 4u, 5u, 7u, 31u, 64u}) {

@@ -99,7 +99,7 @@ TEST(TextOverlay, PaintsOnlyTextShadowAndUntouchedPixels) {
   }
 }
 
-TEST(TextOverlay, WrapsAtTheImageWidthAndGrowsItsSurfaceOnce) {
+TEST(TextOverlay, WrapsScalesAndRepaintsOnlyForANewHeight) {
   const std::string text = "one two three four five six seven eight nine ten";
   CmImage narrow = MakeImage(90, 200, BGR32);
   CmTextOverlay wrapped(text, Parameters(OverlayLeft | OverlayTop));
@@ -121,9 +121,7 @@ TEST(TextOverlay, WrapsAtTheImageWidthAndGrowsItsSurfaceOnce) {
   const SmColours placed = Count(right);
   EXPECT_GE(placed.right, 290u);
   EXPECT_GE(placed.bottom, 40u);
-}
 
-TEST(TextOverlay, ScalesWithTheImageAndRepaintsOnlyForANewHeight) {
   CmTextOverlay overlay("Scale", Parameters(OverlayScale | OverlayLeft | OverlayTop, 0.1));
   CmImage small = MakeImage(400, 300, BGR32);
   overlay.Execute(small);

@@ -368,7 +368,7 @@ TEST_F(MediaSourceTest, CoverArtIsNoVideoAndInterlacingIsMarked) {
   }
 }
 
-TEST_F(MediaSourceTest, MotionJPEGWithoutHuffmanTablesGetsThem) {
+TEST_F(MediaSourceTest, MotionJPEGGetsHuffmanTablesAndG726PCMH263MPEGAudioKeepWhatTheyHold) {
   const std::string avi =
       Make("cam.avi", "-f lavfi -i testsrc=size=64x48:rate=5 -t 1 -c:v mjpeg -huffman default");
   const std::vector<SmItem> original = Load(avi);
@@ -387,9 +387,7 @@ TEST_F(MediaSourceTest, MotionJPEGWithoutHuffmanTablesGetsThem) {
               NmJPEGTest::WithoutHuffmanTables(original[i].Payload()).size() + 420);
   }
   EXPECT_EQ(Decoded("-f mjpeg -i " + Dump(completed, 16, "out.mjpeg")), Decoded("-i " + avi));
-}
 
-TEST_F(MediaSourceTest, G726PCMH263AndMPEGAudioKeepWhatTheyHold) {
   // 32 kbit/s G.726 is four bits a code word, packed from the most significant
   // bit; big-endian PCM becomes little-endian.
   const struct {
