@@ -59,7 +59,7 @@ TEST(ImageColorFormatConvert, ChromaRoundTripsAreExactForEveryHeightAndLayout) {
   EXPECT_EQ(Sample(full, 2, 4, 3), Sample(source, 2, 2, 1));
 }
 
-TEST(ImageColorFormatConvert, InterleavedChromaStaysInItsField) {
+TEST(ImageColorFormatConvert, InterleavedChromaStaysInItsFieldRelabelsAndPackedFormats) {
   // 4:2:0 chroma rows alternate between the fields; a 4:2:2 row may only
   // take its value from a chroma row of its own field.
   CmImage source = Noise(2, 8, YCbCr420_Planar, SubColorFormatFullRange, InterleavedTopFirst);
@@ -73,9 +73,7 @@ TEST(ImageColorFormatConvert, InterleavedChromaStaysInItsField) {
   source.GetAttributes().interlacing = Progressive;
   EXPECT_EQ(Column(Converted(source, YCbCr422_Planar), 1, 0),
             (std::vector<uint8_t>{10, 10, 201, 201, 12, 12, 203, 203}));
-}
 
-TEST(ImageColorFormatConvert, RelabelsAndPackedFormatsBetweenEachOther) {
   const CmImage gray = Noise(5, 3, Gray, SubColorFormatPlainGray);
   const CmImage planar = Converted(gray, YCbCr420_Planar);
   EXPECT_EQ(Sample(planar, 2, 2, 1), 128);
@@ -115,7 +113,7 @@ TEST(ImageColorFormatConvert, RelabelsAndPackedFormatsBetweenEachOther) {
   EXPECT_EQ(swapped.Allocator().GetPlane(0).bytesPerPixel, 3u);
 }
 
-TEST(ImageColorFormatConvert, SubColorFormatRulesAndMissingRoutes) {
+TEST(ImageColorFormatConvert, SubColorFormatRulesMissingRoutesAndOddFourTwoZeroFields) {
   CmImage result;
   CmImage rgb = Noise(4, 4, RGB24, SubColorFormatFullRange);
   CmImage yuv = Noise(4, 4, YCbCr420_Planar, NotApplicable);
@@ -141,9 +139,7 @@ TEST(ImageColorFormatConvert, SubColorFormatRulesAndMissingRoutes) {
       {convert(yuv, BGRA), yuvTypes, 0},
       {convert(rgb, YCbCr444_Planar), rgbTypes, 0, name + "PerformConversionRGBToYCbCr"},
   });
-}
 
-TEST(ImageColorFormatConvert, SplitFieldsOfOddFourTwoZeroGoesThroughFourTwoTwo) {
   const CmImage source =
       Noise(6, 6, YCbCr420_Planar, SubColorFormatVideoRange, InterleavedBottomFirst);
   CmImage first;

@@ -57,7 +57,7 @@ TEST(Image, EmptyImageRefusesPixelAccessAllocateResetsAttributes) {
   EXPECT_EQ(image.GetColorFormat(), YCbCr420_Planar);
 }
 
-TEST(Image, CopiesSharePlanesUntilWritten) {
+TEST(Image, CopiesSharePlanesUntilWrittenAllocatorsAndAttributesHandOver) {
   CmImage source;
   source.Allocate(10, 6, RGB24);
   FillPattern(source);
@@ -92,9 +92,7 @@ TEST(Image, CopiesSharePlanesUntilWritten) {
   target = CmImage();
   EXPECT_FALSE(target.IsValid());
   EXPECT_EQ(target.GetExtendedAttributes(), nullptr);
-}
 
-TEST(Image, AllocatorHandOverSharedReleaseAndAttributeCopies) {
   CmImage image;
   image.GetAttributes().aspectRatio = 3.0;
   auto allocator = std::make_unique<CmReferenceCountingImageAllocator>();

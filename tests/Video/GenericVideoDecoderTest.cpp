@@ -110,7 +110,7 @@ TEST(GenericVideoDecoder, BlockImagesGetTheBlockTimesThenEstimatedOnes) {
   EXPECT_EQ(h.Summary(Packet(10, T0 + 2040)).back(), '~');
 }
 
-TEST(GenericVideoDecoder, CodecChangeDrainsTheOldCodecFirst) {
+TEST(GenericVideoDecoder, CodecChangeDrainsTheOldCodecAndTrackerIdsWrapTrimAndRebase) {
   CmHarness h({.m_ThreadCount = 3});
   // A flush before any data makes no codec.
   EXPECT_EQ(h.Summary({}), "none");
@@ -140,9 +140,7 @@ TEST(GenericVideoDecoder, CodecChangeDrainsTheOldCodecFirst) {
   ExpectError([&] { h.Feed(Packet(12, T0 + 120)); }, "Codec type not supported", 1);
   EXPECT_EQ(h.m_Decoder.GetCodec(), 4u);
   EXPECT_EQ(h.Summary(Packet(4, T0 + 160)), "160h8");
-}
 
-TEST(GenericVideoDecoder, FrameTrackerIdsWrapTrimAndRebase) {
   CmDecodedFrameTracker tracker;
   tracker.Reset();
   CmBytes bytes = Packet(10, T0,

@@ -32,7 +32,7 @@ CmBytes Video(uint16_t sequence, bool sync, uint64_t time, SmImageForm form = {}
 } // namespace
 
 // Every instance shares the one template check; one stands for them all.
-TEST(StreamAnalyzer, EmptyRecordsAreRefusedInTheNameOfTheInstance) {
+TEST(StreamAnalyzer, EmptyRecordsAreRefusedAndAttributesChangeWithinSequencesOnly) {
   const CmGenericByteData empty;
   const std::string prefix = "NmMediaProcessing::CmStreamAnalyzer<struct NmMediaProcessing::";
   CmByteDataSequenceAnalyzer sequence;
@@ -53,9 +53,7 @@ TEST(StreamAnalyzer, EmptyRecordsAreRefusedInTheNameOfTheInstance) {
   EXPECT_TRUE(Analyze(sequence, Video(1, true, T0), sequenceResult));
   EXPECT_TRUE(Analyze(sequence, Video(3, false, T0 + 80), sequenceResult));
   EXPECT_EQ(sequenceResult.m_Status, SmByteDataSequenceResult::SequenceGap);
-}
 
-TEST(StreamAnalyzer, AttributesChangeWithinSequencesOnly) {
   CmVideoStreamAttributesStreamAnalyzer analyzer;
   SmVideoStreamAttributes r;
   const SmImageForm interleaved{.interlaced = true, .topFieldFirst = true, .layout = 0};
