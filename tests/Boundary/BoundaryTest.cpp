@@ -10,9 +10,7 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 #include <exception>
-#include <functional>
 #include <memory>
 #include <string>
 #include <typeinfo>
@@ -121,14 +119,7 @@ TEST(BoundaryTest, NestingBeyondTheLimitIsAConfigurationFaultAtConnect) {
               ConfigurationFault)
         << levels << " nested unknown elements";
   }
-  // Elements that entities expand into nest as deep as written ones.
-  std::string entities = "<!DOCTYPE toolkit [<!ENTITY e0 '<a/>'>";
-  for (int i = 1; i <= 120; ++i) {
-    entities += "<!ENTITY e" + std::to_string(i) + " '<a>&e" + std::to_string(i - 1) + ";</a>'>";
-  }
-  entities += "]>";
-  EXPECT_EQ(ConnectOutcome(plugin, entities + VzkRootOpen + "<x>&e120;</x>" + VzkRootClose),
-            ConfigurationFault);
+  // That elements from entities count like written ones is the XML reader's test.
 
   // Right at the limit the tree is built and works; one more level is refused.
   const size_t limit = 64;
@@ -436,11 +427,9 @@ TEST(BoundaryTest, SourcePluginsAnswerFailingAllocationsThroughTheInterfaces) {
   tally = Sweep(plugin, VzkRootOpen + recordingXml + VzkRootClose, false);
   EXPECT_GT(tally.configurationFaults, 0u);
 
-  if (!NmTestSupport::Run(
-          "ffmpeg -nostdin -y -f lavfi -i testsrc=size=32x24:rate=10 -t 0.5 -c:v mjpeg " +
-          scratch / "clip.avi")) {
-    GTEST_SKIP() << "ffmpeg could not make a clip for the media plug-in";
-  }
+  ASSERT_TRUE(NmTestSupport::Run(
+      "ffmpeg -nostdin -y -f lavfi -i testsrc=size=32x24:rate=10 -t 0.5 -c:v mjpeg " +
+      scratch / "clip.avi"));
   LOAD(media, "ToolkitSourcePlugin_media");
   tally = Sweep(media,
                 "<toolkit type='source'><provider>media</provider><config><media url='" +

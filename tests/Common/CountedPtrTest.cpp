@@ -54,12 +54,10 @@ template <typename Count> void ExerciseOwnership() {
 
 } // namespace
 
-TEST(CountedPtr, BothCountsOwnAndRelease) {
+TEST(CountedPtr, BothCountsOwnAndReleaseAlsoFromSeveralThreads) {
   ExerciseOwnership<CmUnserializedReferenceCount>();
   ExerciseOwnership<CmSerializedReferenceCount>();
-}
 
-TEST(CountedPtr, SerializedCountFromSeveralThreads) {
   int alive = 0;
   using Ptr = CmCountedPtr<CmTracked, CmSerializedReferenceCount>;
   Ptr shared(new CmTracked(alive));

@@ -45,7 +45,7 @@ using CmTestCodedError = NmError::CmCodedError<CmTestTag>;
 
 using namespace NmErrorTest;
 
-TEST(ErrorLocation, ThrowSitesAndPreconditionsNameFunctionLineFileAndNumber) {
+TEST(ErrorLocation, ThrowSitesPreconditionsQualifiedNamesAndFiles) {
   // Thrown in the test body itself, not in a lambda, whose name differs
   // between compilers.
   const int line = __LINE__ + 3;
@@ -55,10 +55,9 @@ TEST(ErrorLocation, ThrowSitesAndPreconditionsNameFunctionLineFileAndNumber) {
   } catch (const CmError& e) {
     location = e.GetLocation();
   }
-  EXPECT_EQ(location,
-            "ErrorLocation_ThrowSitesAndPreconditionsNameFunctionLineFileAndNumber_Test::TestBody "
-            "(line ErrorTest.cpp, " +
-                std::to_string(line) + ")");
+  EXPECT_EQ(location, "ErrorLocation_ThrowSitesPreconditionsQualifiedNamesAndFiles_Test::TestBody "
+                      "(line ErrorTest.cpp, " +
+                          std::to_string(line) + ")");
 
   // A static member of a class in a namespace.
   int thrownAt = 0;
@@ -99,9 +98,7 @@ TEST(ErrorLocation, ThrowSitesAndPreconditionsNameFunctionLineFileAndNumber) {
   EXPECT_EQ(seven->GetErrorCode(), 7u);
   EXPECT_EQ(seven->GetBaseErrorCode(), 3u);
   EXPECT_EQ(built, 2);
-}
 
-TEST(ErrorLocation, QualifiedNamesFromCompilerSignaturesAndFilesFromTheirComponent) {
   const std::pair<const char*, const char*> names[] = {
       {"void NmA::CmB::F(int) const", "NmA::CmB::F"},
       {"NmA::CmB::CmB(const std::string&)", "NmA::CmB::CmB"},
@@ -139,7 +136,7 @@ TEST(ErrorLocation, QualifiedNamesFromCompilerSignaturesAndFilesFromTheirCompone
             "NmA::F (line File.cpp, 12)");
 }
 
-TEST(Error, TextsOfAChain) {
+TEST(Error, TextsOfAChainAndCodes) {
   const CmError first("L1", "first");
   const CmError second("L2", "second", first);
   const CmError third("L3", "third", second);
@@ -164,9 +161,7 @@ TEST(Error, TextsOfAChain) {
   copy = first;
   copy = copy;
   EXPECT_EQ(copy.GetFullText(), "L1: first");
-}
 
-TEST(Error, CodedErrorsPrintTheirCodes) {
   const CmError cause("L0", "cause");
   const CmVideoError video("L1", "video", CmVideoCodes::Broken, cause);
   EXPECT_EQ(Printed(video), "L1: video: error code 7\nL0: cause\n");

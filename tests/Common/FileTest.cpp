@@ -8,16 +8,14 @@
 
 using NmFile::CmFile;
 
-TEST(File, Joining) {
+TEST(File, JoiningPartsAndExistence) {
   EXPECT_EQ(CmFile("", "name.so").GetPath(), "name.so");
   EXPECT_EQ(CmFile("/dir", "").GetPath(), "/dir");
   EXPECT_EQ(CmFile("/dir", "name.so").GetPath(), "/dir/name.so");
   // A directory that already ends in a separator gets no second one.
   EXPECT_EQ(CmFile("/dir/", "name.so").GetPath(), "/dir/name.so");
   EXPECT_EQ(CmFile("C:\\dir\\", "name.so").GetPath(), "C:\\dir\\name.so");
-}
 
-TEST(File, PartsAndExistence) {
   // Path, directory, name and extension. Whichever separator comes last
   // counts; a separator at the very start stays with the directory; without
   // one there is no directory and all is name.

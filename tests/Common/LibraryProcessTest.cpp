@@ -59,7 +59,7 @@ TEST(Library, LoadFailureNamesTheLibraryAndTheLoaderText) {
       << text;
 }
 
-TEST(Library, LoadLookupAndUnload) {
+TEST(Library, LoadLookupUnloadAndLoadTwice) {
   ASSERT_FALSE(IsResident(ModulePath));
   {
     CmLibrary library;
@@ -83,9 +83,7 @@ TEST(Library, LoadLookupAndUnload) {
   }
   // Destruction unloads.
   EXPECT_FALSE(IsResident(ModulePath));
-}
 
-TEST(Library, LoadTwiceFreesTheFirstModule) {
   // A copy under another name is a module of its own for the loader.
   const std::string copy = ::testing::TempDir() + "vzk_common_test_module_copy.so";
   std::filesystem::copy_file(ModulePath, copy, std::filesystem::copy_options::overwrite_existing);

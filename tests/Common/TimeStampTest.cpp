@@ -26,7 +26,7 @@ void ExpectInvalidMilliseconds(int64_t milliseconds) {
 
 } // namespace
 
-TEST(TimeStamp, KindsLimitsAndMillisecondConversions) {
+TEST(TimeStamp, KindsLimitsConversionsComparisonsArithmeticAndRanges) {
   EXPECT_EQ(CmTimeStamp().GetTicks(), 116444736000000000ULL);
   EXPECT_EQ(CmTimeStamp(CmTimeStamp::Earliest).GetMilliseconds(), -11644473600000LL);
   EXPECT_EQ(CmTimeStamp(CmTimeStamp::Latest).GetMilliseconds(), 1833029933770955LL);
@@ -52,9 +52,7 @@ TEST(TimeStamp, KindsLimitsAndMillisecondConversions) {
   // Sub-millisecond ticks are cut, counting from 1601, not from 1970.
   EXPECT_EQ(CmTimeStamp::FromTicks(116444736000000000ULL - 1).GetMilliseconds(), -1);
   EXPECT_EQ(CmTimeStamp::FromTicks(116444736000000000ULL + 9999).GetMilliseconds(), 0);
-}
 
-TEST(TimeStamp, ComparisonsArithmeticSpansAndRanges) {
   const CmTimeStamp a = CmTimeStamp::FromMilliseconds(1000);
   const CmTimeStamp b = CmTimeStamp::FromMilliseconds(3500);
   EXPECT_TRUE(a < b && b > a && a == CmTimeStamp::FromMilliseconds(1000));
@@ -131,64 +129,60 @@ constexpr int64_t CounterSecond = 1000; // a counter of 1 kHz
 constexpr uint64_t Base = 133000000000000000ULL;
 } // namespace
 
-TEST(TimeCorrector, CounterReplacesSmallClockSteps) {
-  CmTimeCorrector corrector(CounterSecond);
-  EXPECT_EQ(corrector.Correct(Base, 0), Base);
-
-  // The clock moved by 15.6 ms in a coarse step, the counter by 10 ms: the
-  // counter wins.
-  EXPECT_EQ(corrector.Correct(Base + 156000, 10), Base + 100000);
-  // The clock did not move at all while the counter advanced 5 ms.
-  EXPECT_EQ(corrector.Correct(Base + 100000, 15), Base + 150000);
-  // Clock and counter disagree by exactly 0.1 s: still the counter.
-  EXPECT_EQ(corrector.Correct(Base + 150000 + Second / 10 + 20000, 17), Base + 170000);
-}
-
-TEST(TimeCorrector, LargeDisagreementsFollowTheClock) {
-  CmTimeCorrector corrector(CounterSecond);
-  corrector.Correct(Base, 0);
-  // The clock jumped 5 s ahead while the counter saw 10 ms: a real change.
-  EXPECT_EQ(corrector.Correct(Base + 5 * Second, 10), Base + 5 * Second);
-  // The clock moved 0.1 s + 1 tick more than the counter: the clock.
-  EXPECT_EQ(corrector.Correct(Base + 5 * Second + Second / 10 + 1 + 100000, 20),
-            Base + 5 * Second + Second / 10 + 1 + 100000);
-
-  // Beyond 10 s of clock advance the counter is never taken, even when it
-  // agrees exactly.
-  CmTimeCorrector far(CounterSecond);
-  far.Correct(Base, 0);
-  EXPECT_EQ(far.Correct(Base + 10 * Second + 1, 10 * CounterSecond + 1), Base + 10 * Second + 1);
-}
-
-TEST(TimeCorrector, SmallBackwardStepsAreHeld) {
-  CmTimeCorrector corrector(CounterSecond);
-  corrector.Correct(Base, 0);
-  // A counter that ran backwards is not used; the clock moved back 0.05 s,
-  // which is held at the last value.
-  EXPECT_EQ(corrector.Correct(Base - Second / 20, -5), Base);
-  // Exactly 0.1 s back: still held.
-  EXPECT_EQ(corrector.Correct(Base - Second / 10, -100), Base);
-  // More than 0.1 s back is a real change of the system time.
-  EXPECT_EQ(corrector.Correct(Base - Second / 10 - 1, -200), Base - Second / 10 - 1);
-}
-
-TEST(TimeCorrector, BypassedWithoutCounterOrForHugeStamps) {
-  CmTimeCorrector noCounter(0);
-  noCounter.Correct(Base, 0);
-  EXPECT_EQ(noCounter.Correct(Base + 156000, 10), Base + 156000);
-
-  CmTimeCorrector corrector(CounterSecond);
+// Each run feeds a fresh corrector clock and counter readings in turn and
+// expects the corrected clock after every one.
+TEST(TimeCorrector, CounterWinsSmallStepsClockWinsLargeOnesAndBackStepsAreHeld) {
+  struct SmReading {
+    uint64_t clock;
+    int64_t counter;
+    uint64_t corrected;
+  };
   const uint64_t huge = (uint64_t{2000000000} + 1) << 32;
-  corrector.Correct(huge, 0);
-  EXPECT_EQ(corrector.Correct(huge + 156000, 10), huge + 156000);
-  // The largest high word still smoothed.
-  CmTimeCorrector edge(CounterSecond);
   const uint64_t top = uint64_t{2000000000} << 32;
-  edge.Correct(top, 0);
-  EXPECT_EQ(edge.Correct(top + 156000, 10), top + 100000);
-
-  // Extreme counter readings must not overflow the arithmetic.
-  CmTimeCorrector extreme(CounterSecond);
-  extreme.Correct(Base, std::numeric_limits<int64_t>::min());
-  EXPECT_EQ(extreme.Correct(Base + Second, std::numeric_limits<int64_t>::max()), Base + Second);
+  const uint64_t past = Base + 5 * Second + Second / 10 + 1 + 100000;
+  const struct {
+    const char* name;
+    int64_t frequency;
+    std::vector<SmReading> readings;
+  } runs[] = {
+      // A coarse clock step of 15.6 ms against 10 ms of counter, a clock
+      // that did not move, and exactly 0.1 s of disagreement: the counter.
+      {"small steps",
+       CounterSecond,
+       {{Base, 0, Base},
+        {Base + 156000, 10, Base + 100000},
+        {Base + 100000, 15, Base + 150000},
+        {Base + 150000 + Second / 10 + 20000, 17, Base + 170000}}},
+      // A jump of 5 s, then 0.1 s and a tick more than the counter: the clock.
+      {"large",
+       CounterSecond,
+       {{Base, 0, Base}, {Base + 5 * Second, 10, Base + 5 * Second}, {past, 20, past}}},
+      // Beyond 10 s of clock advance the counter is never taken.
+      {"far",
+       CounterSecond,
+       {{Base, 0, Base}, {Base + 10 * Second + 1, 10 * CounterSecond + 1, Base + 10 * Second + 1}}},
+      // Backwards by 0.05 s and by exactly 0.1 s is held; more is a real change.
+      {"backwards",
+       CounterSecond,
+       {{Base, 0, Base},
+        {Base - Second / 20, -5, Base},
+        {Base - Second / 10, -100, Base},
+        {Base - Second / 10 - 1, -200, Base - Second / 10 - 1}}},
+      {"no counter", 0, {{Base, 0, Base}, {Base + 156000, 10, Base + 156000}}},
+      // Stamps above the largest smoothed high word pass unchanged.
+      {"huge", CounterSecond, {{huge, 0, huge}, {huge + 156000, 10, huge + 156000}}},
+      {"edge", CounterSecond, {{top, 0, top}, {top + 156000, 10, top + 100000}}},
+      // Extreme counter readings must not overflow the arithmetic.
+      {"extreme",
+       CounterSecond,
+       {{Base, std::numeric_limits<int64_t>::min(), Base},
+        {Base + Second, std::numeric_limits<int64_t>::max(), Base + Second}}},
+  };
+  for (const auto& run : runs) {
+    CmTimeCorrector corrector(run.frequency);
+    for (size_t i = 0; i < run.readings.size(); ++i) {
+      const SmReading& r = run.readings[i];
+      EXPECT_EQ(corrector.Correct(r.clock, r.counter), r.corrected) << run.name << " " << i;
+    }
+  }
 }

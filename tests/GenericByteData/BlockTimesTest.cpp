@@ -58,7 +58,7 @@ SmShown Shown(const CmBlockFixture& f, int64_t ms) {
 }
 } // namespace
 
-TEST(GenericByteDataBlockTimes, ImageTimesWithAndWithoutLastImageAtEndTime) {
+TEST(GenericByteDataBlockTimes, ImageTimesIntervalsRoundingAndWireTimesBeyondTheRange) {
   // Last image at the end time: two images at 0 and 1000 ms.
   CmBlockFixture closed({.lastImageAtEndTime = true, .endTime = 1000, .imageCount = 2});
   EXPECT_EQ(Shown(closed, 1000), SmShown(1, 1000));
@@ -92,9 +92,7 @@ TEST(GenericByteDataBlockTimes, ImageTimesWithAndWithoutLastImageAtEndTime) {
   CmBlockFixture backwards({.beginTime = 10, .endTime = 5, .imageCount = 2});
   EXPECT_EQ(ImageTime(none, 0) + ImageTime(backwards, 0), -2);
   EXPECT_EQ(Shown(none, 5).first + Shown(backwards, 7).first, -2);
-}
 
-TEST(GenericByteDataBlockTimes, IntervalIsDividedRoundingDownAndTheModeIsRestored) {
   // 29 ms over 7 intervals: a quotient rounded to nearest lies above 29/7 and
   // would put the last image at 30 ms, behind the end of the block.
   CmBlockFixture f({.lastImageAtEndTime = true, .endTime = 29, .imageCount = 8});
@@ -109,9 +107,7 @@ TEST(GenericByteDataBlockTimes, IntervalIsDividedRoundingDownAndTheModeIsRestore
   // Far-apart times must not overflow the index arithmetic.
   CmBlockFixture wide({.endTime = 1800000000000000, .imageCount = 65535});
   EXPECT_EQ(Shown(wide, 1799999999999999).first, 65533);
-}
 
-TEST(GenericByteDataBlockTimes, WireTimesBeyondTheTimeStampRangeRaise) {
   const uint64_t limit = 1844674407370956ULL - 11644473600000ULL;
   CmBlockFixture edge({.beginTime = limit - 1, .endTime = limit - 1});
   EXPECT_EQ(edge.block.GetBeginTime().GetMilliseconds(), static_cast<int64_t>(limit - 1));

@@ -27,7 +27,7 @@ SmFound FirstVideo(CmBytes& bytes) {
 }
 } // namespace
 
-TEST(GenericByteDataMultiPacket, FindsPacketsByTypeAndIndex) {
+TEST(GenericByteDataMultiPacket, FindsPacketsByTypeAndIndexAndNothingInDamagedLists) {
   const CmBytes audio = BuildAudioPacket({.sequenceNumber = 1});
   const CmBytes video1 = BuildVideoPacket({.sequenceNumber = 2});
   const CmBytes unknown = BuildVideoPacket({.type = 100});
@@ -53,15 +53,13 @@ TEST(GenericByteDataMultiPacket, FindsPacketsByTypeAndIndex) {
        {Find(multi, 16, 2), Find(multi, 16, 5), Find(multi, 32, 1), Find(multi, 5, 0)}) {
     EXPECT_EQ(miss, Missing);
   }
-}
 
-TEST(GenericByteDataMultiPacket, DamagedListsYieldNothing) {
   const CmBytes video = BuildVideoPacket({});
   // The first packet claims more than the payload holds: nothing is found,
   // not even the well-formed second packet.
   CmBytes overrun = BuildVideoPacket({.totalLength = 1000});
-  CmBytes bytes = BuildMultiPacket({.packetCount = 2, .packets = {overrun, video}});
-  EXPECT_EQ(FirstVideo(bytes), Missing);
+  CmBytes damaged = BuildMultiPacket({.packetCount = 2, .packets = {overrun, video}});
+  EXPECT_EQ(FirstVideo(damaged), Missing);
 
   // No packets announced, or more announced than present.
   CmBytes none = BuildMultiPacket({.packetCount = 0, .packets = {video}});

@@ -134,7 +134,7 @@ struct CmFiveImages {
 };
 } // namespace
 
-TEST(ByteDataVideoAccess, EachMatchTypeAtTheEdgesAndBetweenImages) {
+TEST(ByteDataVideoAccess, EachMatchTypeSyncFramesOnlySingleImagesAndMisuse) {
   CmFiveImages f;
   ASSERT_TRUE(f.view.IsValid());
   // Per time, the image each type matches (0: none), in the order After,
@@ -159,10 +159,7 @@ TEST(ByteDataVideoAccess, EachMatchTypeAtTheEdgesAndBetweenImages) {
           << time << " type " << type;
     }
   }
-}
 
-TEST(ByteDataVideoAccess, SyncFramesOnlyAndSingleImagesAndMisuse) {
-  CmFiveImages f;
   CmTimeStamp matched;
   // With sync frames only a block is its first image.
   ASSERT_TRUE(f.Match(1300, TimeMatchAtOrBefore, &matched, true));

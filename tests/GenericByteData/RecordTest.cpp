@@ -217,7 +217,7 @@ TEST(GenericByteDataSetType, ReinterpretsWithinTheRecordLength) {
   EXPECT_EQ(base.GetPayloadLength(), 14u);
 }
 
-TEST(GenericByteDataLock, IsRecursiveAndExcludesOtherThreads) {
+TEST(GenericByteDataLock, IsRecursiveAndExcludesOtherThreadsAndCodecTable) {
   CmVideoView packet(true);
   ASSERT_TRUE(packet.Allocate(4));
   packet.GetLock().Lock();
@@ -235,9 +235,7 @@ TEST(GenericByteDataLock, IsRecursiveAndExcludesOtherThreads) {
   packet.GetLock().Unlock();
   std::thread after([&] { EXPECT_EQ(packet.GetSequenceNumber(), 3); });
   after.join();
-}
 
-TEST(GenericByteDataCodecTable, BlockTypesAndCodecValuesBothWays) {
   // Codecs 1 to 10 are their own types; the rest are listed.
   std::vector<std::pair<uint32_t, int32_t>> table = {{12, 11}, {13, 12}, {128, 15}};
   for (uint32_t codec = 1; codec <= 10; ++codec) {

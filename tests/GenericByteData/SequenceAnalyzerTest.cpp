@@ -110,7 +110,7 @@ TEST(ByteDataSequenceAnalyzer, BlocksAndTheirJoinsWithPackets) {
   EXPECT_EQ(f.m_Analyzer.GetLastKind(), 0u);
 }
 
-TEST(ByteDataSequenceAnalyzer, AudioStreamsAndMixingErrors) {
+TEST(ByteDataSequenceAnalyzer, AudioStreamsMixingErrorsAndRecordsThatCannotBeAnalysed) {
   CmFeeder audio;
   EXPECT_EQ(audio.Audio(65535, 100), Result::SequenceContinuous);
   EXPECT_EQ(audio.Audio(0, 120), Result::SequenceContinuous);
@@ -143,9 +143,7 @@ TEST(ByteDataSequenceAnalyzer, AudioStreamsAndMixingErrors) {
                 {.packets = {BuildVideoPacket({.syncTime = 50, .frameTime = 50})}})),
             Result::SequenceContinuous);
   EXPECT_EQ(videoMulti.m_Analyzer.GetLastKind(), 0u);
-}
 
-TEST(ByteDataSequenceAnalyzer, RecordsThatCannotBeAnalysedLeaveTheStateAlone) {
   CmFeeder f;
   f.Video(1, true, 100, 100);
   const CmBytes rejects[] = {

@@ -27,7 +27,7 @@ std::optional<size_t> SelectIn(const CmSpans& spans, SmTimeMatchType type, SmRea
 } // namespace
 
 // A span is judged by a different edge in each reading; instants agree.
-TEST(TimeMatch, ItemsAndFramesReadSpansAtTheirEdges) {
+TEST(TimeMatch, EdgesOfEachReadingAndSelectionWithTiesEmptySetsAndTheWholeRange) {
   // Whether the span from 10 to 20 qualifies: an item that ends at the time
   // is not before it, but a record that begins before holds a frame before.
   constexpr SmReading I = SmReading::Items;
@@ -54,9 +54,7 @@ TEST(TimeMatch, ItemsAndFramesReadSpansAtTheirEdges) {
           << type << " at " << time;
     }
   }
-}
 
-TEST(TimeMatch, SelectionAmongSpansWithTiesEmptySetsAndTheWholeRange) {
   for (const SmTimeMatchType type : NmTestSupport::AllTimeMatchTypes) {
     EXPECT_FALSE(SelectIn({}, type, SmReading::Items, 0)) << type;
   }
@@ -85,6 +83,7 @@ TEST(TimeMatch, SelectionAmongSpansWithTiesEmptySetsAndTheWholeRange) {
   EXPECT_EQ(SelectIn(far, TimeMatchNearest, SmReading::Items, Max / 2 - 100), 1u);
   EXPECT_EQ(SelectIn(far, TimeMatchNearest, SmReading::Items, Max / 2 + 100), 2u);
   EXPECT_EQ(SelectIn(far, TimeMatchNearest, SmReading::Items, Min / 2 - 100), 0u);
+  EXPECT_EQ(SelectIn(far, TimeMatchNearest, SmReading::Items, Min / 2 + 100), 1u);
   EXPECT_FALSE(SelectIn(far, TimeMatchBefore, SmReading::Items, Min));
   EXPECT_FALSE(SelectIn(far, TimeMatchAfter, SmReading::Items, Max));
   EXPECT_EQ(SelectIn(far, TimeMatchAtOrBefore, SmReading::Items, Max), 2u);
@@ -93,7 +92,7 @@ TEST(TimeMatch, SelectionAmongSpansWithTiesEmptySetsAndTheWholeRange) {
 // Which frame of a record each match type picks is proven by the record's own
 // match table and through the random-access decoder, at every time around
 // every frame; here the stand-in between two frames at its edges.
-TEST(TimeMatch, StandInBetweenTwoFrames) {
+TEST(TimeMatch, StandInBetweenTwoFramesMovesAndMatchTypes) {
   EXPECT_EQ(StandInBetween<int64_t>(TimeMatchBefore, 20, 10, 20), SmStandIn::Older);
   EXPECT_EQ(StandInBetween<int64_t>(TimeMatchAtOrBefore, 20, 10, 20), SmStandIn::Newer);
   EXPECT_EQ(StandInBetween<int64_t>(TimeMatchAtOrBefore, 19, 10, 20), SmStandIn::Older);
@@ -101,9 +100,7 @@ TEST(TimeMatch, StandInBetweenTwoFrames) {
   EXPECT_EQ(StandInBetween<int64_t>(TimeMatchNearest, 14, 10, 20), SmStandIn::Older);
   EXPECT_EQ(StandInBetween<int64_t>(TimeMatchNearest, 0, Min, Max), SmStandIn::Newer);
   EXPECT_EQ(StandInBetween<int64_t>(TimeMatchAfter, 15, 10, 20), SmStandIn::None);
-}
 
-TEST(TimeMatch, MovesAndMatchTypesTranslate) {
   for (uint32_t mode = 0; IsMoveMode(mode); ++mode) {
     const auto move = static_cast<NmToolkit::SmMoveMode>(mode);
     EXPECT_EQ(ForMatch(ForMove(move)), move) << mode;

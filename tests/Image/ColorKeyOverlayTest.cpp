@@ -59,7 +59,7 @@ TEST(OverlayParameters, ConstructorRefusesContradictions) {
   make(OverlayScale, 0.01)();
 }
 
-TEST(OverlayGeometry, SizesFollowScaleAspectAndRoom) {
+TEST(OverlayGeometry, SizesFollowScaleAspectAndRoomAlignmentWhatTheViewerSees) {
   const CmImage image = MakeImage(100, 50, Gray, 2);
   const CmImage picture = MakeImage(40, 20, Gray, 3);
   CmImage wide = image; // pixels twice as wide as high
@@ -117,14 +117,12 @@ TEST(OverlayGeometry, SizesFollowScaleAspectAndRoom) {
   EXPECT_TRUE(plain.IsOverlayMatching(slightly, picture, picture));
   slightly.GetAttributes().aspectRatio = 1.06;
   EXPECT_FALSE(plain.IsOverlayMatching(slightly, picture, picture));
-}
 
-TEST(OverlayGeometry, AlignmentFlagsSpeakOfWhatTheViewerSees) {
-  const CmImage picture = MakeImage(4, 2, Gray, 4);
+  const CmImage small = MakeImage(4, 2, Gray, 4);
   // Where a 4 x 2 picture lands: x, y, width and height.
   const auto place = [&](CmOverlayParameters p, uint64_t width, uint64_t height, Orientation o) {
     const SmOverlayRectangle r =
-        CmColorKeyOverlay(picture, p, 0, 0, 0, 0).Position(width, height, o, 4, 2);
+        CmColorKeyOverlay(small, p, 0, 0, 0, 0).Position(width, height, o, 4, 2);
     return std::vector<uint64_t>{r.x, r.y, r.width, r.height};
   };
   const auto at = [](std::vector<uint64_t> where) {
@@ -227,7 +225,7 @@ TEST(ColorKeyOverlay, KeyLetsTheImageThroughInEveryPath) {
   EXPECT_EQ(Sample(painted, 0, 0, 0, 0), Sample(padded, 0, 0, 0, 0));
 }
 
-TEST(ColorKeyOverlay, PlanarPicturesNeedTheKeyInEveryPlane) {
+TEST(ColorKeyOverlay, KeyInEveryPlaneAndNotInBytesThePictureLacks) {
   CmImage picture = MakeImage(4, 4, YCbCr420_Planar, 11);
   CmImageBufferHelpers::SetPlane(16, picture.Allocator().GetWriteablePlane(0));
   auto cb = picture.Allocator().GetWriteablePlane(1);
@@ -246,9 +244,7 @@ TEST(ColorKeyOverlay, PlanarPicturesNeedTheKeyInEveryPlane) {
   EXPECT_EQ(Sample(image, 0, 0, 0), through);
   EXPECT_EQ(Sample(image, 0, 3, 3), 16);
   EXPECT_EQ(Sample(image, 1, 1, 0), 5);
-}
 
-TEST(ColorKeyOverlay, KeyHoldsWhenTheImageHasBytesThePictureLacks) {
   // Same size, so the key primitive is tempting; but the alpha that the
   // conversion adds is no part of the key.
   for (const ColorFormat target : {BGRA, RGBA, BGR32, RGB24}) {

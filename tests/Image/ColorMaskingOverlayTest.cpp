@@ -150,7 +150,7 @@ TEST(ColorMaskingOverlay, NoColourBleedsThroughSharedChroma) {
   }
 }
 
-TEST(ColorMaskingOverlay, LeavesImagesAloneWithoutAMaskAndRefusesBadImages) {
+TEST(ColorMaskingOverlay, LeavesImagesAloneRefusesBadOnesAndMasksStoredPixels) {
   CmSingularMaskRepository nothing;
   CmImage image = MakeImage(6, 4, YCbCr420_Planar, 5);
   CmImage shared(image);
@@ -186,9 +186,7 @@ TEST(ColorMaskingOverlay, LeavesImagesAloneWithoutAMaskAndRefusesBadImages) {
   CmImage destination = NmImageTest::Applied(all, source);
   EXPECT_EQ(Sample(destination, 0, 3, 3), 255);
   EXPECT_EQ(Sample(source, 0, 3, 3), before);
-}
 
-TEST(ColorMaskingOverlay, MaskLiesOnStoredPixelsOfTurnedImages) {
   // Masks are made in the image's own orientation: what is stored is masked
   // by the grid as stored, whatever the orientation says about showing it.
   const auto definition = Definition("3x2;100;001");

@@ -8,7 +8,6 @@
 
 using namespace NmMediaProcessing;
 using NmImageTest::Column;
-using NmImageTest::ExpectError;
 using NmImageTest::ExpectRefusals;
 using NmImageTest::SamePicture;
 using NmImageTest::Sample;
@@ -60,7 +59,7 @@ TEST(ImageColorFormatConvert, ChromaRoundTripsAreExactForEveryHeightAndLayout) {
   EXPECT_EQ(Sample(full, 2, 4, 3), Sample(source, 2, 2, 1));
 }
 
-TEST(ImageColorFormatConvert, InterleavedChromaStaysInItsField) {
+TEST(ImageColorFormatConvert, InterleavedChromaStaysInItsFieldRelabelsAndPackedFormats) {
   // 4:2:0 chroma rows alternate between the fields; a 4:2:2 row may only
   // take its value from a chroma row of its own field.
   CmImage source = Noise(2, 8, YCbCr420_Planar, SubColorFormatFullRange, InterleavedTopFirst);
@@ -74,9 +73,7 @@ TEST(ImageColorFormatConvert, InterleavedChromaStaysInItsField) {
   source.GetAttributes().interlacing = Progressive;
   EXPECT_EQ(Column(Converted(source, YCbCr422_Planar), 1, 0),
             (std::vector<uint8_t>{10, 10, 201, 201, 12, 12, 203, 203}));
-}
 
-TEST(ImageColorFormatConvert, GrayAndPlanarRelabels) {
   const CmImage gray = Noise(5, 3, Gray, SubColorFormatPlainGray);
   const CmImage planar = Converted(gray, YCbCr420_Planar);
   EXPECT_EQ(Sample(planar, 2, 2, 1), 128);
@@ -97,9 +94,7 @@ TEST(ImageColorFormatConvert, GrayAndPlanarRelabels) {
   CmImage copy = NmImageTest::Applied(CmImageColorFormatConvert(Gray, 64), image);
   EXPECT_EQ(copy.Allocator().GetPlane(0).rowStride, 64u);
   EXPECT_TRUE(SamePicture(copy, image));
-}
 
-TEST(ImageColorFormatConvert, PackedFormatsBetweenEachOther) {
   const CmImage rgb = Noise(9, 3, RGB24, NotApplicable);
   const uint8_t* in = rgb.Allocator().GetPlane(0).GetPixelAddress(8, 2);
   const CmImage bgra = Converted(rgb, BGRA);
@@ -109,16 +104,16 @@ TEST(ImageColorFormatConvert, PackedFormatsBetweenEachOther) {
   EXPECT_TRUE(SamePicture(Converted(rgb32, RGB24), rgb));
 
   // In place: RGB32 to BGRA swaps, relabels and makes alpha opaque.
-  CmImage image(rgb32);
-  CmImageColorFormatConvert(BGRA).Execute(image);
-  EXPECT_EQ(Sample(image, 0, 0, 0, 0), Sample(rgb, 0, 0, 0, 2));
-  EXPECT_EQ(Sample(image, 0, 0, 0, 3), 255);
+  CmImage swapped(rgb32);
+  CmImageColorFormatConvert(BGRA).Execute(swapped);
+  EXPECT_EQ(Sample(swapped, 0, 0, 0, 0), Sample(rgb, 0, 0, 0, 2));
+  EXPECT_EQ(Sample(swapped, 0, 0, 0, 3), 255);
   EXPECT_EQ(Sample(rgb32, 0, 0, 0, 0), Sample(rgb, 0, 0, 0, 0));
-  CmImageColorFormatConvert(BGR32).Execute(image);
-  EXPECT_EQ(image.Allocator().GetPlane(0).bytesPerPixel, 3u);
+  CmImageColorFormatConvert(BGR32).Execute(swapped);
+  EXPECT_EQ(swapped.Allocator().GetPlane(0).bytesPerPixel, 3u);
 }
 
-TEST(ImageColorFormatConvert, SubColorFormatRulesAndMissingRoutes) {
+TEST(ImageColorFormatConvert, SubColorFormatRulesMissingRoutesAndOddFourTwoZeroFields) {
   CmImage result;
   CmImage rgb = Noise(4, 4, RGB24, SubColorFormatFullRange);
   CmImage yuv = Noise(4, 4, YCbCr420_Planar, NotApplicable);
@@ -144,9 +139,7 @@ TEST(ImageColorFormatConvert, SubColorFormatRulesAndMissingRoutes) {
       {convert(yuv, BGRA), yuvTypes, 0},
       {convert(rgb, YCbCr444_Planar), rgbTypes, 0, name + "PerformConversionRGBToYCbCr"},
   });
-}
 
-TEST(ImageColorFormatConvert, SplitFieldsOfOddFourTwoZeroGoesThroughFourTwoTwo) {
   const CmImage source =
       Noise(6, 6, YCbCr420_Planar, SubColorFormatVideoRange, InterleavedBottomFirst);
   CmImage first;

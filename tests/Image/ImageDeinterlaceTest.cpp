@@ -10,7 +10,7 @@ using NmImageTest::ExpectError;
 using NmImageTest::MakeImage;
 using NmImageTest::Sample;
 
-TEST(ImageDeinterlace, WeavesSeparateFields) {
+TEST(ImageDeinterlace, WeavesFieldsOfEveryLayout) {
   const CmImage source = MakeImage(3, 5, Gray, 1, SeparateTopFirst);
   CmImage woven = NmImageTest::Applied(CmImageDeinterlace(false), source);
   EXPECT_EQ(woven.GetAttributes().interlacing, Progressive);
@@ -21,9 +21,7 @@ TEST(ImageDeinterlace, WeavesSeparateFields) {
                                     woven);
   EXPECT_EQ(woven.GetColorFormat(), YCbCr422_Planar);
   EXPECT_EQ(woven.GetAttributes().interlacing, Progressive);
-}
 
-TEST(ImageDeinterlace, InterleavedAndSingleFields) {
   CmImage rgb = MakeImage(4, 4, RGB24, 1, InterleavedTopFirst);
   const uint8_t* pixels = rgb.Allocator().GetPlane(0).data;
   CmImageDeinterlace(false).Execute(rgb);

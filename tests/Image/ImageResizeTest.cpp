@@ -31,7 +31,7 @@ std::vector<uint8_t> ResizedLuma(const CmImage& image, uint64_t width, uint64_t 
 
 } // namespace
 
-TEST(ImageResize, ChoosesTheInterpolationByOptions) {
+TEST(ImageResize, InterpolationByOptionsFormatsSizesAndAspect) {
   const CmImage source = MakeImage(100, 100, Gray);
   const struct {
     uint32_t options;
@@ -57,9 +57,7 @@ TEST(ImageResize, ChoosesTheInterpolationByOptions) {
     EXPECT_EQ(Planes(result)[0], ResizedLuma(source, c.width, c.height, c.mode))
         << c.options << " " << c.width << "x" << c.height;
   }
-}
 
-TEST(ImageResize, FormatsSizesAndAspect) {
   // Every format resizes, each plane to its own size.
   for (const ColorFormat format :
        {Gray, RGB24, BGR32, RGBA, YCbCr420_Planar, YCbCr422_Planar, YCbCr444_Planar}) {
@@ -94,7 +92,7 @@ TEST(ImageResize, FormatsSizesAndAspect) {
   EXPECT_EQ(square.GetWidth(), 10u);
 }
 
-TEST(ImageResize, AWindowIsTheCropOfTheWhole) {
+TEST(ImageResize, AWindowIsTheCropOfTheWholeAndRefusals) {
   // Every format, every interpolation, windows anywhere (odd places make a
   // crop of subsampled chroma go to 4:4:4 first), growing and shrinking, and
   // interlaced pictures that only change width.
@@ -137,9 +135,7 @@ TEST(ImageResize, AWindowIsTheCropOfTheWhole) {
   EXPECT_EQ(Planes(image), Planes(expected));
   ExpectError([&] { same.SetOutputWindow(25, 0, 6, 1); }, "Clipping region is outside plane", 3);
   ExpectError([&] { same.SetOutputWindow(0, 0, 0, 1); }, "Clipping region is empty", 2);
-}
 
-TEST(ImageResize, RefusesWhatItCannotDo) {
   const std::string constructor = "NmMediaProcessing::CmImageResize::CmImageResize";
   ExpectError([] { CmImageResize(0, 10, true); }, "Resized width out of range", 2, constructor);
   ExpectError([] { CmImageResize(32768, 10, true); }, "Resized width out of range", 2);

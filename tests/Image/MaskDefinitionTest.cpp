@@ -40,7 +40,7 @@ std::unique_ptr<ImMaskDefinition> DefinitionOf(const std::string& text) {
 
 } // namespace
 
-TEST(MaskText, AcceptsExactlyTheGrammar) {
+TEST(MaskText, AcceptsExactlyTheGrammarReadsRowByRowAndAllZeroIsNoMask) {
   for (const char* text : {"0x0", "2x1;01", "3x2;010;101", "1x1;0", "10x1;0000000001"}) {
     EXPECT_TRUE(Parses(text)) << text;
   }
@@ -69,9 +69,7 @@ TEST(MaskText, AcceptsExactlyTheGrammar) {
   EXPECT_TRUE(Parses(tall));
   tall.pop_back();
   EXPECT_FALSE(Parses(tall));
-}
 
-TEST(MaskText, GridReadsRowByRowAndAllZeroIsNoMask) {
   uint64_t columns = 0;
   uint64_t rows = 0;
   std::vector<uint8_t> grid;
@@ -128,7 +126,7 @@ TEST(MaskDefinition, ArgumentChecksInOrderAndEquality) {
   EXPECT_EQ(Sample(image, 0, 2, 1), 255);
 }
 
-TEST(MaskCells, StartsAndPixelsAgreeAtEveryEdge) {
+TEST(MaskCells, StartsPixelsAndMaskImagesAgreeAtEveryEdgeAndSize) {
   EXPECT_EQ((std::vector<uint64_t>{CellStart(100, 3, 0), CellStart(100, 3, 1), CellStart(100, 3, 2),
                                    CellStart(100, 3, 3)}),
             (std::vector<uint64_t>{0, 33, 67, 100}));
@@ -151,9 +149,7 @@ TEST(MaskCells, StartsAndPixelsAgreeAtEveryEdge) {
   EXPECT_EQ(CellOfPixel(100, 3, 33), 1u);
   EXPECT_EQ(std::fegetround(), FE_UPWARD);
   std::fesetround(FE_TONEAREST);
-}
 
-TEST(MaskCells, MaskImageMatchesPositionsAtAnySize) {
   const auto mask = DefinitionOf("5x3;10010;01001;00110");
   // Larger, equal and smaller than the grid, odd sizes included.
   for (uint64_t width : {1u, 2u, 4u, 5u, 7u, 31u, 64u}) {

@@ -5,7 +5,7 @@
 using namespace NmMediaProcessing;
 constexpr auto Turn = &NmImageTest::MakeOrientation;
 
-TEST(Orientation, NormalFormFoldsHalfTurnsOntoDoubleMirrors) {
+TEST(Orientation, NormalFormRotationAndMirrors) {
   EXPECT_EQ(Turn(2, false, false), Turn(0, true, true));
   EXPECT_EQ(Turn(3, true, false), Turn(1, false, true));
   EXPECT_NE(Turn(2, false, false), Turn(0, false, false));
@@ -17,9 +17,7 @@ TEST(Orientation, NormalFormFoldsHalfTurnsOntoDoubleMirrors) {
   // Rotations 0 and 1 are already normal.
   const Orientation kept = Turn(1, true, false).GetNormalForm();
   EXPECT_TRUE(kept.rotation == 1 && kept.flippedVertically);
-}
 
-TEST(Orientation, RotationWrapsAndMirrorsLandOnTheFlagThatTheRotationMapsThemTo) {
   Orientation o = Turn(3, false, false);
   for (const uint32_t step : {2u, 4u, 0u, 3u}) {
     o.AddRotation(step);

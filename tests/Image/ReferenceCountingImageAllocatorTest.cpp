@@ -59,7 +59,7 @@ TEST(ReferenceCountingImageAllocator, EveryPlaneKeepsTheAlignment) {
   }
 }
 
-TEST(ReferenceCountingImageAllocator, SharingAndCopyOnWrite) {
+TEST(ReferenceCountingImageAllocator, SharingAndCopyOnWriteAlsoForConcurrentWriters) {
   CmReferenceCountingImageAllocator a;
   a.Allocate(9, 4, YCbCr420_Planar);
   FillPattern(a);
@@ -90,9 +90,7 @@ TEST(ReferenceCountingImageAllocator, SharingAndCopyOnWrite) {
   EXPECT_EQ(cropped.data[cropped.rowStride + 3], a.GetPlane(0).GetPixelAddress(6, 3)[0]);
   const auto chroma = c.GetWriteablePlane(2);
   EXPECT_EQ(chroma.data[0], a.GetPlane(2).GetPixelAddress(1, 1)[0]);
-}
 
-TEST(ReferenceCountingImageAllocator, ConcurrentWritersGetTheirOwnPlanes) {
   CmReferenceCountingImageAllocator origin;
   origin.Allocate(64, 64, Gray);
   FillPattern(origin);

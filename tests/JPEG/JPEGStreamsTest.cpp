@@ -56,7 +56,7 @@ TEST(JPEGStreams, MemoryInputSeeksReadsAndRefuses) {
 
 // Skips of every length from every start land on the right byte, across
 // refills of the buffer, and stop at the end of the stream.
-TEST(JPEGStreams, BitInputSkipsAcrossItsBuffer) {
+TEST(JPEGStreams, BitInputSkipsAcrossItsBufferBitOutputFlushesBeforeAReservation) {
   std::vector<uint8_t> bytes(100);
   std::iota(bytes.begin(), bytes.end(), 0);
   CMemBuffInput input;
@@ -76,10 +76,8 @@ TEST(JPEGStreams, BitInputSkipsAcrossItsBuffer) {
   }
   EXPECT_EQ(bits.Seek(100, 1), JStatusEndOfData);
   EXPECT_TRUE(bits.IsEndOfStream());
-}
+  // A reservation that does not fit behind what is buffered flushes first.
 
-// A reservation that does not fit behind what is buffered flushes first.
-TEST(JPEGStreams, BitOutputFlushesBeforeAReservationThatDoesNotFit) {
   for (uint32_t filled = 0; filled <= 8; ++filled) {
     NmMediaProcessing::CmSimpleJPEGEncoder::CmMemoryDataOutputBuffer sink;
     CBitStreamOutput out;

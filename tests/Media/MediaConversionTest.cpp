@@ -266,7 +266,7 @@ TEST(MediaAACLoas, RawFramesWrapWithTheirConfigurationAtEveryLengthBoundary) {
   EXPECT_FALSE(unconfigured.Configure(Bytes{0x16, 0x90}.data(), 2)) << "reserved index 13";
 }
 
-TEST(MediaAACLoas, AdtsHeadersBecomeTheConfiguration) {
+TEST(MediaAACLoas, AdtsHeadersAndAudioSpecificConfigVariants) {
   CmAACLoasWrapper wrapper;
   ASSERT_TRUE(wrapper.Configure(nullptr, 0));
   for (const bool crc : {false, true}) {
@@ -292,9 +292,6 @@ TEST(MediaAACLoas, AdtsHeadersBecomeTheConfiguration) {
   Bytes longer = Adts(Filler(50), false);
   longer.push_back(0);
   EXPECT_FALSE(wrapper.Wrap(longer.data(), longer.size(), out));
-}
-
-TEST(MediaAACLoas, AudioSpecificConfigVariants) {
   SmAACConfig config;
   // HE-AAC: object type 5, 24000 Hz core, stereo, 48000 Hz extension, core LC.
   ASSERT_TRUE(ParseAudioSpecificConfig(Bytes{0x2B, 0x11, 0x8A, 0x00}.data(), 4, config));
@@ -523,7 +520,7 @@ TEST(MediaJPEGTables, FramesWithoutHuffmanTablesGetTheStandardOnes) {
   EXPECT_FALSE(CompleteJPEGHuffmanTables(noImage.data(), noImage.size(), out));
 }
 
-TEST(MediaH263, PictureCodingTypeFromTheHeader) {
+TEST(MediaPictureCodingType, H263HeaderAndMPEG4Plane) {
   // PSC, TR 5, PTYPE "10" + three flags, QCIF (2), then the coding type.
   const auto header = [](uint32_t codingBits, unsigned codingWidth, uint32_t format) {
     uint64_t bits = 0x20;      // 22-bit start code
@@ -562,10 +559,8 @@ TEST(MediaH263, PictureCodingTypeFromTheHeader) {
   for (size_t cut = 0; cut < cases[0].first.size(); ++cut) {
     EXPECT_EQ(IsIntraH263Picture(cases[0].first.data(), cut), std::nullopt) << cut;
   }
-}
 
-TEST(MediaMPEG4, PictureCodingTypeFromTheFirstPlane) {
-  // A configuration header in front, then a plane of each coding type.
+  // MPEG-4: a configuration header in front, then a plane of each coding type.
   for (const uint8_t type : {0, 1, 2, 3}) {
     const Bytes frame = {
         0, 0, 1, 0xB0, 0x01, 0, 0, 1, 0xB6, static_cast<uint8_t>(type << 6 | 0x15), 0x40};

@@ -9,7 +9,6 @@
 using namespace NmMediaProcessing;
 using namespace NmTestSupport;
 using NmImageTest::ExpectError;
-using NmTimeStamp::CmTimeStamp;
 using NmVideoTest::CmScript;
 using NmVideoTest::SmStep;
 
@@ -111,7 +110,7 @@ TEST(GenericVideoDecoder, BlockImagesGetTheBlockTimesThenEstimatedOnes) {
   EXPECT_EQ(h.Summary(Packet(10, T0 + 2040)).back(), '~');
 }
 
-TEST(GenericVideoDecoder, CodecChangeDrainsTheOldCodecFirst) {
+TEST(GenericVideoDecoder, CodecChangeDrainsTheOldCodecAndTrackerIdsWrapTrimAndRebase) {
   CmHarness h({.m_ThreadCount = 3});
   // A flush before any data makes no codec.
   EXPECT_EQ(h.Summary({}), "none");
@@ -141,9 +140,7 @@ TEST(GenericVideoDecoder, CodecChangeDrainsTheOldCodecFirst) {
   ExpectError([&] { h.Feed(Packet(12, T0 + 120)); }, "Codec type not supported", 1);
   EXPECT_EQ(h.m_Decoder.GetCodec(), 4u);
   EXPECT_EQ(h.Summary(Packet(4, T0 + 160)), "160h8");
-}
 
-TEST(GenericVideoDecoder, FrameTrackerIdsWrapTrimAndRebase) {
   CmDecodedFrameTracker tracker;
   tracker.Reset();
   CmBytes bytes = Packet(10, T0,
@@ -256,22 +253,6 @@ TEST(GenericVideoDecoder, SplitFieldsComeOneCallAfterTheOther) {
   EXPECT_EQ(h.m_Script->calls.back().id, 1);
 }
 
-TEST(GenericVideoDecoder, InterlacedPicturesOnTheirSideAreTurnedFirst) {
-  CmHarness h;
-  SmOutput out = h.Feed(
-      Packet(10, T0, {.interlaced = true, .topFieldFirst = true, .rotatedQuarterTurn = true}));
-  ASSERT_TRUE(out.gotImage);
-  EXPECT_EQ(std::make_pair(out.image.GetWidth(), out.image.GetHeight()), std::make_pair(8ul, 16ul));
-  const CmStandardImageAttributes& a = out.image.GetAttributes();
-  EXPECT_TRUE(a.orientation.rotation == 0 && a.orientation.flippedVertically &&
-              a.orientation.flippedHorizontally);
-  EXPECT_EQ(a.interlacing, InterleavedTopFirst);
-  // Progressive pictures keep their turn for later.
-  out = h.Feed(Packet(10, T0 + 40, {.rotatedQuarterTurn = true}));
-  EXPECT_EQ(out.image.GetWidth(), 16u);
-  EXPECT_EQ(out.image.GetAttributes().orientation.rotation, 1u);
-}
-
 TEST(GenericVideoDecoder, SyncFramesOnlyDropsTheRestOfABlock) {
   CmHarness h({.m_DecodeMode = SmVideoDecodeParameters::DecodeSyncFramesOnly, .m_LowDelay = false});
   EXPECT_TRUE(h.m_Decoder.GetParameters().m_LowDelay);
@@ -283,7 +264,7 @@ TEST(GenericVideoDecoder, SyncFramesOnlyDropsTheRestOfABlock) {
   EXPECT_TRUE(h.m_Script->parameters.back().m_LowDelay);
 }
 
-TEST(GenericVideoDecoder, FailuresAndBadInputLeaveTheDecoderUsable) {
+TEST(GenericVideoDecoder, FailuresLeaveTheDecoderUsableAndTurnedFieldsAreTurnedFirst) {
   CmHarness h;
   h.Script({{.succeed = false}, {.produce = true, .leaveImageEmpty = true}});
   EXPECT_EQ(h.Summary(Packet(10, T0)), "fail");
@@ -300,4 +281,19 @@ TEST(GenericVideoDecoder, FailuresAndBadInputLeaveTheDecoderUsable) {
   // A codec value of 0 in an otherwise sound packet.
   ExpectError([&] { h.Feed(Packet(0, T0 + 100)); }, "Unknown codec type", 2);
   EXPECT_EQ(h.Summary(Packet(10, T0 + 120)), "120h8");
+
+  // Interlaced pictures on their side are turned first; progressive pictures
+  // keep their turn for later.
+  SmOutput out = h.Feed(Packet(
+      10, T0 + 200, {.interlaced = true, .topFieldFirst = true, .rotatedQuarterTurn = true}));
+  ASSERT_TRUE(out.gotImage);
+  EXPECT_EQ(std::make_pair(out.image.GetWidth(), out.image.GetHeight()), std::make_pair(8ul, 16ul));
+  const CmStandardImageAttributes& a = out.image.GetAttributes();
+  EXPECT_TRUE(a.orientation.rotation == 0 && a.orientation.flippedVertically &&
+              a.orientation.flippedHorizontally);
+  EXPECT_EQ(a.interlacing, InterleavedTopFirst);
+
+  out = h.Feed(Packet(10, T0 + 240, {.rotatedQuarterTurn = true}));
+  EXPECT_EQ(out.image.GetWidth(), 16u);
+  EXPECT_EQ(out.image.GetAttributes().orientation.rotation, 1u);
 }

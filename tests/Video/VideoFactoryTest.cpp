@@ -1,16 +1,10 @@
 #include <gtest/gtest.h>
 
 #include "MediaProcessing/Video/H263/VideoDecoderH263.h"
-#include "MediaProcessing/Video/H263/VideoFactoryH263.h"
 #include "MediaProcessing/Video/H264/VideoDecoderH264.h"
-#include "MediaProcessing/Video/H264/VideoFactoryH264.h"
-#include "MediaProcessing/Video/JPEG/VideoFactoryJPEG.h"
 #include "MediaProcessing/Video/JPEG2000/VideoAnalyzerJPEG2000.h"
 #include "MediaProcessing/Video/JPEG2000/VideoDecoderJPEG2000.h"
-#include "MediaProcessing/Video/JPEG2000/VideoFactoryJPEG2000.h"
 #include "MediaProcessing/Video/MPEG4/VideoDecoderMPEG4.h"
-#include "MediaProcessing/Video/MPEG4/VideoFactoryMPEG4.h"
-#include "MediaProcessing/Video/MxPEG/VideoFactoryMxPEG.h"
 #include "MediaProcessing/Video/SmartVideoDecoderPointer.h"
 #include "ScriptedVideoCodec.h"
 #include "support/ImageTestSupport.h"
@@ -20,11 +14,6 @@ using NmImageTest::ExpectError;
 using Code = NmError::CmIntegrityErrorCode;
 
 namespace {
-
-template <typename T> bool Makes(uint32_t codec) {
-  const auto factory = CmVideoFactory::CreateFromCodec(codec);
-  return dynamic_cast<T*>(factory.get()) != nullptr;
-}
 
 template <typename Decoder, typename Analyzer>
 void ExpectEngines(std::initializer_list<uint32_t> codecs) {
@@ -39,23 +28,14 @@ void ExpectEngines(std::initializer_list<uint32_t> codecs) {
 
 } // namespace
 
-TEST(VideoFactory, EveryCodecValueOfTheTable) {
-  EXPECT_TRUE(Makes<CmVideoFactoryJPEG>(1));
-  for (uint32_t codec : {4u, 5u, 6u, 11u}) {
-    EXPECT_TRUE(Makes<CmVideoFactoryMPEG4>(codec)) << codec;
-  }
-  EXPECT_TRUE(Makes<CmVideoFactoryH263>(7) && Makes<CmVideoFactoryH263>(9));
-  EXPECT_TRUE(Makes<CmVideoFactoryJPEG2000>(8));
-  EXPECT_TRUE(Makes<CmVideoFactoryH264>(10));
-  EXPECT_TRUE(Makes<CmVideoFactoryMxPEG>(128));
+// Each accepted codec value is pinned by the engines or the parser refusal of
+// the factory it makes.
+TEST(VideoFactory, CodecValuesParsersAndEngines) {
   for (uint32_t codec : {2u, 3u, 12u, 13u, 0u, 14u, 15u, 127u, 129u, 0xFFFFFFFFu}) {
     ExpectError([&] { CmVideoFactory::CreateFromCodec(codec); },
                 codec == 0 || codec > 13 ? "Unknown codec type" : "Codec type not supported", 1,
                 "NmMediaProcessing::CmVideoFactory::CreateFromCodec");
   }
-}
-
-TEST(VideoFactory, ParsersAreRefusedAndMissingEnginesSaySo) {
   struct SmRow {
     uint32_t codec;
     const char* parserMessage;

@@ -9,8 +9,6 @@
 // "mask" becomes the picture's "Privacy_Mask" when that is asked for at
 // Connect; a "broken" picture names planes that it does not have.
 
-#include <cstdlib>
-#include <map>
 #include <memory>
 #include <string>
 #include <vector>
