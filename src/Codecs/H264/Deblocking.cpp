@@ -465,8 +465,21 @@ uint8_t GetMotionShape(const SmMacroblockInfo& mb) {
   return shape | ShapeUniform;
 }
 
-bool IsFar(const int16_t* a, const int16_t* b, int verticalLimit) {
-  return std::abs(a[0] - b[0]) >= 4 || std::abs(a[1] - b[1]) >= verticalLimit;
+// Whether two vectors lie a whole sample or more apart, without branches:
+// |d| >= limit exactly where d + limit - 1 falls outside [0, 2 limit - 2].
+unsigned IsFar(const int16_t* a, const int16_t* b, int verticalLimit) {
+  const unsigned dx = static_cast<unsigned>(a[0] - b[0] + 3);
+  const unsigned dy = static_cast<unsigned>(a[1] - b[1] + verticalLimit - 1);
+  return static_cast<unsigned>(dx > 6u) | static_cast<unsigned>(dy > 2u * verticalLimit - 2u);
+}
+
+// IsFar of each block b from block b - Distance, as bit b.
+template <int Distance> unsigned GetFarBlocks(const int16_t (*mv)[2], int verticalLimit) {
+  unsigned bits = 0;
+  for (int b = Distance; b < 16; ++b) {
+    bits |= IsFar(mv[b], mv[b - Distance], verticalLimit) << b;
+  }
+  return bits;
 }
 
 // The four bits of a 4x4 block's row k as bits 4k of raster order, and
@@ -558,10 +571,11 @@ private:
       const int l = list - 1;
       for (int k = 0; k < (uniform ? 1 : 4); ++k) {
         const int bp = pBlock(k), bq = qBlock(k);
-        const bool differ = p.refPicture[l][(bp & 3) / 2 + 2 * (bp / 8)] !=
-                                q.refPicture[l][(bq & 3) / 2 + 2 * (bq / 8)] ||
-                            IsFar(p.mv[l][bp], q.mv[l][bq], m_VerticalLimit);
-        bits |= differ ? 1u << k : 0u;
+        const unsigned differ =
+            static_cast<unsigned>(p.refPicture[l][(bp & 3) / 2 + 2 * (bp / 8)] !=
+                                  q.refPicture[l][(bq & 3) / 2 + 2 * (bq / 8)]) |
+            IsFar(p.mv[l][bp], q.mv[l][bq], m_VerticalLimit);
+        bits |= differ << k;
       }
       return uniform ? bits * 15u : bits;
     }
@@ -602,13 +616,8 @@ private:
     }
     const int l = list - 1;
     const int16_t(*mv)[2] = mb.mv[l];
-    for (int b = 1; b < 16; ++b) {
-      vertical |= IsFar(mv[b], mv[b - 1], m_VerticalLimit) ? 1u << b : 0u;
-    }
-    for (int b = 4; b < 16; ++b) {
-      horizontal |= IsFar(mv[b], mv[b - 4], m_VerticalLimit) ? 1u << b : 0u;
-    }
-    vertical &= 0xEEEEu;
+    vertical = GetFarBlocks<1>(mv, m_VerticalLimit) & 0xEEEEu;
+    horizontal = GetFarBlocks<4>(mv, m_VerticalLimit);
     // Only edge 2 divides blocks of different references.
     const uint32_t* ref = mb.refPicture[l];
     vertical |= (ref[0] != ref[1] ? 0x0044u : 0u) | (ref[2] != ref[3] ? 0x4400u : 0u);
