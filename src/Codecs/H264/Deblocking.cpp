@@ -555,6 +555,13 @@ private:
 
   void Summarise(uint32_t address) {
     const SmMacroblockInfo& mb = m_Mbs[address];
+    // The records come up one after another, but a few hundred cycles
+    // apart and larger than a line: fetched ahead, their first reads
+    // find them in the first level cache.
+    const uintptr_t ahead = reinterpret_cast<uintptr_t>(&mb) + 2 * sizeof(SmMacroblockInfo);
+    for (size_t offset = 0; offset < sizeof(SmMacroblockInfo); offset += 64) {
+      __builtin_prefetch(reinterpret_cast<const void*>(ahead + offset));
+    }
     Summary(address) = {GetCodedBlocks(mb), GetMotionShape(mb)};
   }
 
