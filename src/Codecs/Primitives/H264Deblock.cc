@@ -427,6 +427,47 @@ void ChromaHorizontalIntraImpl(uint8_t* q, ptrdiff_t stride, int alpha, int beta
   ChromaIntra(q, stride, alpha, beta);
 }
 
+// Both planes of a vertical chroma edge in one vector of 16 lanes of 16
+// bits, each half with its own thresholds: p0All and q0All take the new p0
+// and q0, Cb's in the lower half.
+template <bool Intra, class D>
+HWY_INLINE void ChromaPairSixteenLanes(D d, V8 p1, V8 p0, V8 q0, V8 q1, const int* alpha,
+                                       const int* beta, const int8_t* tc0, V8& p0All, V8& q0All) {
+  const D8 d8;
+  const hn::Half<D> dh;
+  const auto widen = [&](V8 v) {
+    return hn::BitCast(d, hn::PromoteTo(hn::RebindToUnsigned<D>(), v));
+  };
+  const auto perPlane = [&](const int* values) {
+    return hn::Combine(d, hn::Set(dh, static_cast<int16_t>(values[1])),
+                       hn::Set(dh, static_cast<int16_t>(values[0])));
+  };
+  const auto sp1 = widen(p1), sp0 = widen(p0), sq0 = widen(q0), sq1 = widen(q1);
+  const auto b = perPlane(beta);
+  auto filter = hn::And(hn::And(hn::Lt(hn::Abs(hn::Sub(sp0, sq0)), perPlane(alpha)),
+                                hn::Lt(hn::Abs(hn::Sub(sp1, sp0)), b)),
+                        hn::Lt(hn::Abs(hn::Sub(sq1, sq0)), b));
+  hn::Vec<D> newP0, newQ0;
+  if constexpr (Intra) {
+    const auto two = hn::Set(d, 2);
+    newP0 = hn::ShiftRight<2>(hn::Add(hn::Add(hn::ShiftLeft<1>(sp1), sp0), hn::Add(sq1, two)));
+    newQ0 = hn::ShiftRight<2>(hn::Add(hn::Add(hn::ShiftLeft<1>(sq1), sq0), hn::Add(sp1, two)));
+  } else {
+    // Each segment's tc0 twice: a segment is two rows of chroma.
+    const hn::FixedTag<int8_t, 16> di8;
+    uint64_t segments;
+    std::memcpy(&segments, tc0, 8);
+    const auto bytes = hn::BitCast(di8, hn::Set(D64x2(), segments));
+    const auto t0 = hn::PromoteTo(d, hn::InterleaveLower(di8, bytes, bytes));
+    filter = hn::And(filter, hn::Gt(t0, hn::Set(d, -1)));
+    const auto delta = Delta(sp1, sp0, sq0, sq1, hn::Add(t0, hn::Set(d, 1)));
+    newP0 = hn::Add(sp0, delta);
+    newQ0 = hn::Sub(sq0, delta);
+  }
+  p0All = hn::DemoteTo(d8, hn::IfThenElse(filter, newP0, sp0));
+  q0All = hn::DemoteTo(d8, hn::IfThenElse(filter, newQ0, sq0));
+}
+
 // The vertical edge of both chroma planes: eight rows of p1 .. q1 of each
 // are 16 rows of four bytes, which three rounds of byte interleaves turn
 // into four vectors of 16 lanes, one per distance from the edge: Cb in the
@@ -461,40 +502,45 @@ HWY_INLINE void ChromaPairAcrossVerticalEdge(uint8_t* qCb, uint8_t* qCr, ptrdiff
   const hn::Vec<D8> c2 = hn::InterleaveLower(d8, b2, b3), c3 = hn::InterleaveUpper(d8, b2, b3);
   const hn::Vec<D8> p1 = ZipLower<uint64_t>(c0, c2), p0 = ZipUpper<uint64_t>(c0, c2);
   const hn::Vec<D8> q0 = ZipLower<uint64_t>(c1, c3), q1 = ZipUpper<uint64_t>(c1, c3);
-  const hn::Half<D8> d8h;
-  const hn::FixedTag<int16_t, 8> d;
-  const auto widen = [&](hn::Vec<D8> v, int plane) {
-    const auto half = plane == 0 ? hn::LowerHalf(d8h, v) : hn::UpperHalf(d8h, v);
-    return hn::BitCast(d, hn::PromoteTo(hn::RebindToUnsigned<decltype(d)>(), half));
-  };
-  hn::Vec<decltype(d8h)> p0New[2], q0New[2];
-  for (int plane = 0; plane < 2; ++plane) {
-    const auto sp1 = widen(p1, plane), sp0 = widen(p0, plane), sq0 = widen(q0, plane),
-               sq1 = widen(q1, plane);
-    auto filter = EdgeMask(d, sp1, sp0, sq0, sq1, alpha[plane], beta[plane]);
-    hn::Vec<decltype(d)> newP0, newQ0;
-    if constexpr (Intra) {
-      const auto two = hn::Set(d, 2);
-      newP0 = hn::ShiftRight<2>(hn::Add(hn::Add(hn::ShiftLeft<1>(sp1), sp0), hn::Add(sq1, two)));
-      newQ0 = hn::ShiftRight<2>(hn::Add(hn::Add(hn::ShiftLeft<1>(sq1), sq0), hn::Add(sp1, two)));
-    } else {
-      // Each segment's tc0 twice: a segment is two rows of chroma.
-      uint32_t segments;
-      std::memcpy(&segments, tc0 + 4 * plane, 4);
-      const hn::FixedTag<int8_t, 16> di8;
-      const auto bytes = hn::BitCast(di8, hn::Set(D32x4(), segments));
-      const auto t0 = hn::PromoteTo(d, hn::LowerHalf(hn::InterleaveLower(di8, bytes, bytes)));
-      filter = hn::And(filter, hn::Gt(t0, hn::Set(d, -1)));
-      const auto delta = Delta(sp1, sp0, sq0, sq1, hn::Add(t0, hn::Set(d, 1)));
-      newP0 = hn::Add(sp0, delta);
-      newQ0 = hn::Sub(sq0, delta);
+  hn::Vec<D8> p0All, q0All;
+  if constexpr (hn::MaxLanes(Tag<16>()) >= 16) {
+    ChromaPairSixteenLanes<Intra>(Tag<16>(), p1, p0, q0, q1, alpha, beta, tc0, p0All, q0All);
+  } else {
+    const hn::Half<D8> d8h;
+    const hn::FixedTag<int16_t, 8> d;
+    const auto widen = [&](hn::Vec<D8> v, int plane) {
+      const auto half = plane == 0 ? hn::LowerHalf(d8h, v) : hn::UpperHalf(d8h, v);
+      return hn::BitCast(d, hn::PromoteTo(hn::RebindToUnsigned<decltype(d)>(), half));
+    };
+    hn::Vec<decltype(d8h)> p0New[2], q0New[2];
+    for (int plane = 0; plane < 2; ++plane) {
+      const auto sp1 = widen(p1, plane), sp0 = widen(p0, plane), sq0 = widen(q0, plane),
+                 sq1 = widen(q1, plane);
+      auto filter = EdgeMask(d, sp1, sp0, sq0, sq1, alpha[plane], beta[plane]);
+      hn::Vec<decltype(d)> newP0, newQ0;
+      if constexpr (Intra) {
+        const auto two = hn::Set(d, 2);
+        newP0 = hn::ShiftRight<2>(hn::Add(hn::Add(hn::ShiftLeft<1>(sp1), sp0), hn::Add(sq1, two)));
+        newQ0 = hn::ShiftRight<2>(hn::Add(hn::Add(hn::ShiftLeft<1>(sq1), sq0), hn::Add(sp1, two)));
+      } else {
+        // Each segment's tc0 twice: a segment is two rows of chroma.
+        uint32_t segments;
+        std::memcpy(&segments, tc0 + 4 * plane, 4);
+        const hn::FixedTag<int8_t, 16> di8;
+        const auto bytes = hn::BitCast(di8, hn::Set(D32x4(), segments));
+        const auto t0 = hn::PromoteTo(d, hn::LowerHalf(hn::InterleaveLower(di8, bytes, bytes)));
+        filter = hn::And(filter, hn::Gt(t0, hn::Set(d, -1)));
+        const auto delta = Delta(sp1, sp0, sq0, sq1, hn::Add(t0, hn::Set(d, 1)));
+        newP0 = hn::Add(sp0, delta);
+        newQ0 = hn::Sub(sq0, delta);
+      }
+      p0New[plane] = hn::DemoteTo(d8h, hn::IfThenElse(filter, newP0, sp0));
+      q0New[plane] = hn::DemoteTo(d8h, hn::IfThenElse(filter, newQ0, sq0));
     }
-    p0New[plane] = hn::DemoteTo(d8h, hn::IfThenElse(filter, newP0, sp0));
-    q0New[plane] = hn::DemoteTo(d8h, hn::IfThenElse(filter, newQ0, sq0));
+    // p0 and q0 side by side per row: rows 0 .. 7 (Cb), then 8 .. 15 (Cr).
+    p0All = hn::Combine(d8, p0New[1], p0New[0]);
+    q0All = hn::Combine(d8, q0New[1], q0New[0]);
   }
-  // p0 and q0 side by side per row: rows 0 .. 7 (Cb), then 8 .. 15 (Cr).
-  const hn::Vec<D8> p0All = hn::Combine(d8, p0New[1], p0New[0]);
-  const hn::Vec<D8> q0All = hn::Combine(d8, q0New[1], q0New[0]);
   HWY_ALIGN uint8_t pairs[16 * 2];
   hn::Store(hn::InterleaveLower(d8, p0All, q0All), d8, pairs);
   hn::Store(hn::InterleaveUpper(d8, p0All, q0All), d8, pairs + 16);
