@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
 
 #include "Codecs/H264/Reconstruction.h"
 #include "Codecs/Primitives/H264Deblock.h"
@@ -38,27 +39,6 @@ SmEdgeParameters GetParameters(int qpAverage, const SmSliceFilterParameters& sli
   return {Alpha[indexA], Beta[indexB], indexA};
 }
 
-using FilterFunction = void (*)(uint8_t*, ptrdiff_t, int, int, const int8_t*);
-using IntraFilterFunction = void (*)(uint8_t*, ptrdiff_t, int, int);
-
-// Filters one edge with the kernel for its direction. Strength 4 arises only
-// where either macroblock is intra and the edge is theirs, so it holds along
-// the whole edge; the other strengths may differ from segment to segment.
-void FilterEdge(uint8_t* q, ptrdiff_t stride, bool vertical, const int* strengths,
-                const SmEdgeParameters& e, FilterFunction verticalFilter,
-                FilterFunction horizontalFilter, IntraFilterFunction verticalIntraFilter,
-                IntraFilterFunction horizontalIntraFilter) {
-  if (strengths[0] == 4) {
-    (vertical ? verticalIntraFilter : horizontalIntraFilter)(q, stride, e.alpha, e.beta);
-    return;
-  }
-  int8_t tc0[4];
-  for (int k = 0; k < 4; ++k) {
-    tc0[k] = strengths[k] == 0 ? int8_t{-1} : static_cast<int8_t>(Tc0[e.indexA][strengths[k] - 1]);
-  }
-  (vertical ? verticalFilter : horizontalFilter)(q, stride, e.alpha, e.beta, tc0);
-}
-
 bool HasCoefficients(const SmMacroblockInfo& mb, int x, int y) {
   if (mb.transform8x8) {
     const int bx = x & ~1, by = y & ~1;
@@ -70,10 +50,17 @@ bool HasCoefficients(const SmMacroblockInfo& mb, int x, int y) {
 
 // HasCoefficients of all sixteen blocks, bit x + 4 y.
 uint16_t GetCodedBlocks(const SmMacroblockInfo& mb) {
-  unsigned bits = 0;
-  for (int k = 0; k < 16; ++k) {
-    bits |= mb.totalCoeff[k] != 0 ? 1u << k : 0u;
-  }
+  // The high bit of each byte that is not zero, then those eight bits
+  // gathered into the top byte by one multiplication (no two partial
+  // products meet, so nothing carries).
+  const auto nonZero = [](const uint8_t* bytes) {
+    uint64_t v;
+    std::memcpy(&v, bytes, 8);
+    constexpr uint64_t Low7 = 0x7F7F7F7F7F7F7F7Full;
+    const uint64_t high = (((v & Low7) + Low7) | v) & ~Low7;
+    return static_cast<unsigned>(((high >> 7) * 0x0102040810204080ull) >> 56);
+  };
+  unsigned bits = nonZero(mb.totalCoeff) | nonZero(mb.totalCoeff + 8) << 8;
   if (mb.transform8x8) {
     // An 8x8 block counts as coded in all its four 4x4 blocks.
     for (const unsigned quarter : {0x0033u, 0x00CCu, 0x3300u, 0xCC00u}) {
@@ -81,31 +68,6 @@ uint16_t GetCodedBlocks(const SmMacroblockInfo& mb) {
     }
   }
   return static_cast<uint16_t>(bits);
-}
-
-// Column x of raster block bits as four bits, one per row.
-unsigned ColumnBits(unsigned bits, int x) {
-  bits >>= x;
-  return (bits & 1u) | ((bits >> 3) & 2u) | ((bits >> 6) & 4u) | ((bits >> 9) & 8u);
-}
-
-int GetMotionStrength(const SmMacroblockInfo& mbP, int px, int py, const SmMacroblockInfo& mbQ,
-                      int qx, int qy, int verticalLimit);
-
-// Boundary strength between the 4x4 blocks p (in mbP at px, py) and q (in
-// mbQ at qx, qy), 8.7.2.1, for the macroblocks of a frame or of a field.
-// In a field the lines across a horizontal edge lie two frame lines apart,
-// so an intra edge there is filtered as an inner one, and vertical motion
-// counts in field lines.
-int GetStrength(const SmMacroblockInfo& mbP, int px, int py, const SmMacroblockInfo& mbQ, int qx,
-                int qy, bool macroblockEdge, bool field, bool verticalEdge) {
-  if (IsIntra(mbP.kind) || IsIntra(mbQ.kind)) {
-    return macroblockEdge && (!field || verticalEdge) ? 4 : 3;
-  }
-  if (HasCoefficients(mbP, px, py) || HasCoefficients(mbQ, qx, qy)) {
-    return 2;
-  }
-  return GetMotionStrength(mbP, px, py, mbQ, qx, qy, field ? 2 : 4);
 }
 
 // Strength 1 where the blocks predict from different pictures, or from
@@ -145,31 +107,6 @@ int GetMotionStrength(const SmMacroblockInfo& mbP, int px, int py, const SmMacro
     return (p0 == q0 ? (far(mp0, mq0) || far(mp1, mq1)) : (far(mp0, mq1) || far(mp1, mq0))) ? 1 : 0;
   }
   return (far(mp0, mq0) || far(mp1, mq1)) && (far(mp0, mq1) || far(mp1, mq0)) ? 1 : 0;
-}
-
-// An inter macroblock that moves as one piece (one reference per list, one
-// vector per list) has no motion edges inside: its inner strengths depend on
-// coefficients alone. Most macroblocks are such, and the per-block
-// comparisons they save are the bulk of the filter's branching.
-bool HasUniformMotion(const SmMacroblockInfo& mb) {
-  if (IsIntra(mb.kind) || (mb.refIdx[0][0] < 0 && mb.refIdx[1][0] < 0)) {
-    return false;
-  }
-  for (int list = 0; list < 2; ++list) {
-    const int8_t* refIdx = mb.refIdx[list];
-    if (refIdx[1] != refIdx[0] || refIdx[2] != refIdx[0] || refIdx[3] != refIdx[0]) {
-      return false;
-    }
-    if (refIdx[0] < 0) {
-      continue;
-    }
-    for (int k = 1; k < 16; ++k) {
-      if (mb.mv[list][k][0] != mb.mv[list][0][0] || mb.mv[list][k][1] != mb.mv[list][0][1]) {
-        return false;
-      }
-    }
-  }
-  return true;
 }
 
 // Frames of macroblock pairs filter line by line: beside a pair of the
@@ -444,6 +381,409 @@ private:
   const int m_Planes;
 };
 
+// The filter's thresholds for one slice by the average quantiser of the
+// two macroblocks at an edge: looked up once per edge, not per segment.
+struct SmFilterLevel {
+  uint8_t alpha = 0, beta = 0;
+  int8_t tc0[3] = {}; // by boundary strength 1 to 3
+};
+
+class CmFilterLevels {
+public:
+  void Build(const SmSliceFilterParameters& slice) {
+    for (int c = 0; c < 2; ++c) {
+      for (int qp = 0; qp < 52; ++qp) {
+        m_ChromaQp[c][qp] =
+            static_cast<uint8_t>(ChromaQp(std::clamp(qp + slice.chromaQpOffset[c], 0, 51)));
+      }
+    }
+    for (int qp = 0; qp < 52; ++qp) {
+      const SmEdgeParameters e = GetParameters(qp, slice);
+      SmFilterLevel& level = m_Levels[qp];
+      level.alpha = static_cast<uint8_t>(e.alpha);
+      level.beta = static_cast<uint8_t>(e.beta);
+      for (int strength = 0; strength < 3; ++strength) {
+        level.tc0[strength] = static_cast<int8_t>(Tc0[e.indexA][strength]);
+      }
+    }
+  }
+  const SmFilterLevel& operator[](int qpAverage) const { return m_Levels[qpAverage]; }
+  // The quantiser of chroma component c (0 for Cb) for a luma quantiser.
+  int GetChromaQp(int c, int qp) const { return m_ChromaQp[c][qp]; }
+
+private:
+  SmFilterLevel m_Levels[52];
+  uint8_t m_ChromaQp[2][52];
+};
+
+// How a macroblock predicts: from list 0 alone in every block, from list 1
+// alone, or anything else; and whether it moves as one piece (one
+// reference and one vector per list), which leaves no motion edges inside.
+enum SmMotionShape : uint8_t {
+  ShapeNone = 0, // intra
+  ShapeList0 = 1,
+  ShapeList1 = 2,
+  ShapeMixed = 3,
+  ShapeUniform = 4, // flag beside the others
+};
+
+bool HasOneVector(const int16_t (*mv)[2]) {
+  // Two vectors a word: eight words against the first vector twice.
+  uint64_t words[8];
+  std::memcpy(words, mv, sizeof(words));
+  const uint64_t first = (words[0] & 0xFFFFFFFFull) * 0x100000001ull;
+  uint64_t differences = 0;
+  for (const uint64_t word : words) {
+    differences |= word ^ first;
+  }
+  return differences == 0;
+}
+
+uint8_t GetMotionShape(const SmMacroblockInfo& mb) {
+  if (IsIntra(mb.kind)) {
+    return ShapeNone;
+  }
+  uint32_t refIdx[2];
+  std::memcpy(&refIdx[0], mb.refIdx[0], 4);
+  std::memcpy(&refIdx[1], mb.refIdx[1], 4);
+  constexpr uint32_t Unused = 0x80808080u; // the sign bits of the four indices
+  const uint32_t unused0 = refIdx[0] & Unused, unused1 = refIdx[1] & Unused;
+  const uint8_t shape = unused0 == 0 && unused1 == Unused   ? ShapeList0
+                        : unused0 == Unused && unused1 == 0 ? ShapeList1
+                                                            : ShapeMixed;
+  if (unused0 == Unused && unused1 == Unused) {
+    return shape;
+  }
+  for (int list = 0; list < 2; ++list) {
+    if (refIdx[list] != (refIdx[list] & 0xFFu) * 0x01010101u) {
+      return shape;
+    }
+    if (mb.refIdx[list][0] >= 0 && !HasOneVector(mb.mv[list])) {
+      return shape;
+    }
+  }
+  return shape | ShapeUniform;
+}
+
+// Whether two vectors lie a whole sample or more apart, without branches:
+// |d| >= limit exactly where d + limit - 1 falls outside [0, 2 limit - 2].
+unsigned IsFar(const int16_t* a, const int16_t* b, int verticalLimit) {
+  const unsigned dx = static_cast<unsigned>(a[0] - b[0] + 3);
+  const unsigned dy = static_cast<unsigned>(a[1] - b[1] + verticalLimit - 1);
+  return static_cast<unsigned>(dx > 6u) | static_cast<unsigned>(dy > 2u * verticalLimit - 2u);
+}
+
+// IsFar of each block b from block b - Distance, as bit b.
+template <int Distance> unsigned GetFarBlocks(const int16_t (*mv)[2], int verticalLimit) {
+  unsigned bits = 0;
+  for (int b = Distance; b < 16; ++b) {
+    bits |= IsFar(mv[b], mv[b - Distance], verticalLimit) << b;
+  }
+  return bits;
+}
+
+// The four bits of a 4x4 block's row k as bits 4k of raster order, and
+// raster bits turned into edge order (bit 4 x + y for block x, y), which
+// the vertical edges use.
+unsigned SpreadToColumn(unsigned bits) {
+  return (bits & 1u) | ((bits & 2u) << 3) | ((bits & 4u) << 6) | ((bits & 8u) << 9);
+}
+
+unsigned Transpose4x4(unsigned bits) {
+  unsigned t = (bits ^ (bits >> 3)) & 0x0A0Au;
+  bits ^= t ^ (t << 3);
+  t = (bits ^ (bits >> 6)) & 0x00CCu;
+  bits ^= t ^ (t << 6);
+  return bits;
+}
+
+// The filter over the macroblocks of a frame or a field. The strengths of a
+// macroblock's 32 edge segments are found as bit masks, one bit per block
+// of each direction: coded blocks from the blocks' coefficient bits and
+// their shifted copies, motion edges only where the macroblock does not
+// move as one piece. Edges without a bit cost no setup at all.
+class CmFrameDeblocker {
+public:
+  CmFrameDeblocker(CmPicture& picture, const std::vector<SmSliceFilterParameters>& slices)
+      : m_Picture(picture), m_Slices(slices), m_Width(picture.GetWidthInMbs()),
+        m_Mbs(picture.GetMacroblocks()), m_Chroma(!picture.IsMonochrome()),
+        m_Field(picture.GetParity() >= 0), m_VerticalLimit(m_Field ? 2 : 4) {}
+
+  void Run(uint32_t firstRow, uint32_t endRow) {
+    // The coded blocks and the shape of motion of each macroblock, which its
+    // own edges and those of the macroblocks right of and below it test,
+    // are gathered once, as each macroblock comes up; those of the row above
+    // the first, first. Indexed from the first macroblock gathered, so that
+    // a few rows cost a few rows.
+    m_Base = (firstRow > 0 ? firstRow - 1 : 0) * m_Width;
+    m_Summaries.resize(endRow * m_Width - m_Base);
+    for (uint32_t address = m_Base; address < firstRow * m_Width; ++address) {
+      Summarise(address);
+    }
+    uint32_t levelsSlice = 0;
+    for (uint32_t address = firstRow * m_Width; address < endRow * m_Width; ++address) {
+      Summarise(address);
+      const SmMacroblockInfo& mb = m_Mbs[address];
+      if (mb.slice == 0 || mb.slice >= m_Slices.size() || m_Slices[mb.slice].disableIdc == 1) {
+        continue;
+      }
+      if (mb.slice != levelsSlice) {
+        m_Levels.Build(m_Slices[mb.slice]);
+        levelsSlice = mb.slice;
+      }
+      Filter(address);
+    }
+  }
+
+private:
+  struct SmSummary {
+    uint16_t coded; // GetCodedBlocks
+    uint8_t shape;  // SmMotionShape
+  };
+
+  // The strengths of one direction's four edges: bits 4 e + k for segment
+  // k of edge e.
+  struct SmEdgeBits {
+    unsigned coded = 0;       // strength 2
+    unsigned motion = 0;      // strength 1, where not 2
+    bool intraEdge = false;   // edge 0 beside or of an intra macroblock
+    bool intraInside = false; // the inner edges of an intra macroblock
+    bool available = false;   // edge 0 is filtered at all
+  };
+
+  SmSummary& Summary(uint32_t address) { return m_Summaries[address - m_Base]; }
+
+  void Summarise(uint32_t address) {
+    const SmMacroblockInfo& mb = m_Mbs[address];
+    // The records come up one after another, but a few hundred cycles
+    // apart and larger than a line: fetched ahead, their first reads
+    // find them in the first level cache.
+    const uintptr_t ahead = reinterpret_cast<uintptr_t>(&mb) + 2 * sizeof(SmMacroblockInfo);
+    for (size_t offset = 0; offset < sizeof(SmMacroblockInfo); offset += 64) {
+      __builtin_prefetch(reinterpret_cast<const void*>(ahead + offset));
+    }
+    Summary(address) = {GetCodedBlocks(mb), GetMotionShape(mb)};
+  }
+
+  // Motion bits of the four block pairs across edge 0 between p and q.
+  unsigned OuterMotion(const SmMacroblockInfo& p, uint8_t pShape, const SmMacroblockInfo& q,
+                       uint8_t qShape, bool vertical) const {
+    const auto pBlock = [vertical](int k) { return vertical ? 3 + 4 * k : k + 12; };
+    const auto qBlock = [vertical](int k) { return vertical ? 4 * k : k; };
+    const bool uniform = (pShape & qShape & ShapeUniform) != 0;
+    unsigned bits = 0;
+    const uint8_t list = pShape & 3;
+    if (list == (qShape & 3) && list != ShapeMixed) {
+      // Both from the same list alone: its reference and vector decide.
+      const int l = list - 1;
+      for (int k = 0; k < (uniform ? 1 : 4); ++k) {
+        const int bp = pBlock(k), bq = qBlock(k);
+        const unsigned differ =
+            static_cast<unsigned>(p.refPicture[l][(bp & 3) / 2 + 2 * (bp / 8)] !=
+                                  q.refPicture[l][(bq & 3) / 2 + 2 * (bq / 8)]) |
+            IsFar(p.mv[l][bp], q.mv[l][bq], m_VerticalLimit);
+        bits |= differ << k;
+      }
+      return uniform ? bits * 15u : bits;
+    }
+    if (uniform) {
+      return GetMotionStrength(p, vertical ? 3 : 0, vertical ? 0 : 3, q, 0, 0, m_VerticalLimit) != 0
+                 ? 15u
+                 : 0u;
+    }
+    for (int k = 0; k < 4; ++k) {
+      const int bp = pBlock(k), bq = qBlock(k);
+      bits |= GetMotionStrength(p, bp & 3, bp / 4, q, bq & 3, bq / 4, m_VerticalLimit) != 0
+                  ? 1u << k
+                  : 0u;
+    }
+    return bits;
+  }
+
+  // Motion bits of the inner edges, in raster order of the q blocks:
+  // vertical (bits of columns 1 to 3) and horizontal (rows 1 to 3).
+  void InnerMotion(const SmMacroblockInfo& mb, uint8_t shape, unsigned& vertical,
+                   unsigned& horizontal) const {
+    vertical = horizontal = 0;
+    if ((shape & ShapeUniform) != 0) {
+      return;
+    }
+    const uint8_t list = shape & 3;
+    if (list == ShapeMixed) {
+      for (int b = 0; b < 16; ++b) {
+        const int x = b & 3, y = b / 4;
+        if (x > 0 && GetMotionStrength(mb, x - 1, y, mb, x, y, m_VerticalLimit) != 0) {
+          vertical |= 1u << b;
+        }
+        if (y > 0 && GetMotionStrength(mb, x, y - 1, mb, x, y, m_VerticalLimit) != 0) {
+          horizontal |= 1u << b;
+        }
+      }
+      return;
+    }
+    const int l = list - 1;
+    const int16_t(*mv)[2] = mb.mv[l];
+    vertical = GetFarBlocks<1>(mv, m_VerticalLimit) & 0xEEEEu;
+    horizontal = GetFarBlocks<4>(mv, m_VerticalLimit);
+    // Only edge 2 divides blocks of different references.
+    const uint32_t* ref = mb.refPicture[l];
+    vertical |= (ref[0] != ref[1] ? 0x0044u : 0u) | (ref[2] != ref[3] ? 0x4400u : 0u);
+    horizontal |= (ref[0] != ref[2] ? 0x0300u : 0u) | (ref[1] != ref[3] ? 0x0C00u : 0u);
+  }
+
+  void Filter(uint32_t address) {
+    const SmMacroblockInfo& mb = m_Mbs[address];
+    const SmSliceFilterParameters& slice = m_Slices[mb.slice];
+    const uint32_t mbx = address % m_Width, mby = address / m_Width;
+    const SmMacroblockInfo* neighbours[2] = {mbx > 0 ? &m_Mbs[address - 1] : nullptr,
+                                             mby > 0 ? &m_Mbs[address - m_Width] : nullptr};
+    const uint32_t neighbourAddress[2] = {address - 1, address - m_Width};
+    if (slice.disableIdc == 2) {
+      for (const SmMacroblockInfo*& n : neighbours) {
+        n = n != nullptr && n->slice == mb.slice ? n : nullptr;
+      }
+    }
+    const SmSummary own = Summary(address);
+    const bool intra = IsIntra(mb.kind);
+    SmEdgeBits bits[2];
+    unsigned innerMotion[2] = {0, 0};
+    if (!intra) {
+      InnerMotion(mb, own.shape, innerMotion[0], innerMotion[1]);
+    }
+    for (int direction = 0; direction < 2; ++direction) {
+      SmEdgeBits& b = bits[direction];
+      const SmMacroblockInfo* n = neighbours[direction];
+      b.available = n != nullptr;
+      b.intraInside = intra;
+      b.intraEdge = intra || (n != nullptr && IsIntra(n->kind));
+      if (intra) {
+        continue;
+      }
+      // In raster order of the q blocks first.
+      unsigned coded, motion = innerMotion[direction];
+      if (direction == 0) {
+        coded = (own.coded | (own.coded << 1)) & 0xEEEEu;
+      } else {
+        coded = (own.coded | (own.coded << 4)) & 0xFFF0u;
+      }
+      if (n != nullptr && !b.intraEdge) {
+        const SmSummary& other = Summary(neighbourAddress[direction]);
+        const unsigned outerMotion = OuterMotion(*n, other.shape, mb, own.shape, direction == 0);
+        if (direction == 0) {
+          coded |= (own.coded | (other.coded >> 3)) & 0x1111u;
+          motion |= SpreadToColumn(outerMotion);
+        } else {
+          coded |= (own.coded | (other.coded >> 12)) & 0x000Fu;
+          motion |= outerMotion;
+        }
+      }
+      if (direction == 0) {
+        coded = Transpose4x4(coded);
+        motion = Transpose4x4(motion);
+      }
+      b.coded = coded;
+      b.motion = motion & ~coded;
+    }
+    for (int direction = 0; direction < 2; ++direction) {
+      FilterDirection(mb, neighbours[direction], mbx, mby, direction == 0, bits[direction]);
+    }
+  }
+
+  void FilterDirection(const SmMacroblockInfo& mb, const SmMacroblockInfo* n, uint32_t mbx,
+                       uint32_t mby, bool vertical, const SmEdgeBits& bits) {
+    const int qpq = QpOf(mb);
+    for (int edge = 0; edge < 4; ++edge) {
+      if (edge == 0 && !bits.available) {
+        continue;
+      }
+      // Strength 4 along the whole edge, 3 along the whole edge, or the
+      // segments' own.
+      const bool intraEdge = edge == 0 ? bits.intraEdge : bits.intraInside;
+      const bool strongest = intraEdge && edge == 0 && (vertical || !m_Field);
+      const unsigned coded = (bits.coded >> (4 * edge)) & 15u;
+      const unsigned motion = (bits.motion >> (4 * edge)) & 15u;
+      if (!intraEdge && (coded | motion) == 0) {
+        continue;
+      }
+      const SmMacroblockInfo& p = edge == 0 ? *n : mb;
+      const int qpp = QpOf(p);
+      const auto segments = [&](const SmFilterLevel& level, int8_t* tc0) {
+        for (int k = 0; k < 4; ++k) {
+          tc0[k] = intraEdge                   ? level.tc0[2]
+                   : ((coded >> k) & 1u) != 0  ? level.tc0[1]
+                   : ((motion >> k) & 1u) != 0 ? level.tc0[0]
+                                               : int8_t{-1};
+        }
+      };
+      // Luma: the 8x8 transform leaves no edges inside its blocks.
+      if (!(mb.transform8x8 && edge % 2 == 1)) {
+        const ptrdiff_t stride = m_Picture.GetStride(0);
+        uint8_t* q = m_Picture.GetPlane(0) + mby * 16 * stride + mbx * 16 +
+                     (vertical ? 4 * edge : 4 * edge * stride);
+        const SmFilterLevel& level = m_Levels[(qpp + qpq + 1) >> 1];
+        if (strongest) {
+          (vertical ? NmPrimitives::H264FilterLumaVerticalEdgeIntra
+                    : NmPrimitives::H264FilterLumaHorizontalEdgeIntra)(q, stride, level.alpha,
+                                                                       level.beta);
+        } else {
+          int8_t tc0[4];
+          segments(level, tc0);
+          (vertical ? NmPrimitives::H264FilterLumaVerticalEdge
+                    : NmPrimitives::H264FilterLumaHorizontalEdge)(q, stride, level.alpha,
+                                                                  level.beta, tc0);
+        }
+      }
+      // Chroma of 4:2:0: the edges that fall on luma edges 0 and 2.
+      if (!m_Chroma || edge % 2 == 1) {
+        continue;
+      }
+      const ptrdiff_t stride = m_Picture.GetStride(1);
+      const ptrdiff_t at = mby * 8 * stride + mbx * 8 + (vertical ? 2 * edge : 2 * edge * stride);
+      uint8_t* cb = m_Picture.GetPlane(1) + at;
+      uint8_t* cr = m_Picture.GetPlane(2) + at;
+      int alpha[2], beta[2];
+      int8_t tc0[8];
+      for (int c = 0; c < 2; ++c) {
+        const int cqpp = m_Levels.GetChromaQp(c, qpp);
+        const int cqpq = edge == 0 ? m_Levels.GetChromaQp(c, qpq) : cqpp;
+        const SmFilterLevel& level = m_Levels[(cqpp + cqpq + 1) >> 1];
+        alpha[c] = level.alpha;
+        beta[c] = level.beta;
+        segments(level, tc0 + 4 * c);
+      }
+      if (vertical) {
+        // Both planes in one pass: alone, each fills only half of the
+        // kernel's vectors.
+        if (strongest) {
+          NmPrimitives::H264FilterChromaVerticalEdgesIntra(cb, cr, stride, alpha, beta);
+        } else {
+          NmPrimitives::H264FilterChromaVerticalEdges(cb, cr, stride, alpha, beta, tc0);
+        }
+        continue;
+      }
+      for (int c = 0; c < 2; ++c) {
+        uint8_t* q = c == 0 ? cb : cr;
+        if (strongest) {
+          NmPrimitives::H264FilterChromaHorizontalEdgeIntra(q, stride, alpha[c], beta[c]);
+        } else {
+          NmPrimitives::H264FilterChromaHorizontalEdge(q, stride, alpha[c], beta[c], tc0 + 4 * c);
+        }
+      }
+    }
+  }
+
+  CmPicture& m_Picture;
+  const std::vector<SmSliceFilterParameters>& m_Slices;
+  const uint32_t m_Width;
+  const SmMacroblockInfo* m_Mbs;
+  const bool m_Chroma;
+  const bool m_Field;
+  const int m_VerticalLimit;
+  uint32_t m_Base = 0;
+  std::vector<SmSummary> m_Summaries;
+  CmFilterLevels m_Levels;
+};
+
 } // namespace
 
 void DeblockPicture(CmPicture& picture, const std::vector<SmSliceFilterParameters>& slices) {
@@ -464,161 +804,7 @@ void DeblockRows(CmPicture& picture, const std::vector<SmSliceFilterParameters>&
     CmPairDeblocker(picture, slices).Run(firstRow, endRow);
     return;
   }
-  const uint32_t width = picture.GetWidthInMbs();
-  const SmMacroblockInfo* mbs = picture.GetMacroblocks();
-  const int planes = picture.IsMonochrome() ? 1 : 3;
-  const bool field = picture.GetParity() >= 0;
-  // Whether each macroblock moves as one piece, and which of its 4x4 blocks
-  // have coefficients as raster bits: the strengths of all its edges and of
-  // the edges of the macroblocks right of and below it test them, so they
-  // are gathered once, as each macroblock comes up (its left and top
-  // neighbours came up before it; those of the row above the first are
-  // gathered first). The records are large; one pass over them instead of
-  // two saves reading them all again.
-  // Indexed from the first macroblock gathered, so that a few rows cost a
-  // few rows.
-  const uint32_t base = (firstRow > 0 ? firstRow - 1 : 0) * width;
-  std::vector<uint8_t> movingRows(endRow * width - base);
-  std::vector<uint16_t> codedRows(endRow * width - base);
-  const auto moving = [&](uint32_t address) -> uint8_t& { return movingRows[address - base]; };
-  const auto coded = [&](uint32_t address) -> uint16_t& { return codedRows[address - base]; };
-  for (uint32_t address = base; address < firstRow * width; ++address) {
-    moving(address) = HasUniformMotion(mbs[address]) ? 1 : 0;
-    coded(address) = GetCodedBlocks(mbs[address]);
-  }
-  for (uint32_t address = firstRow * width; address < endRow * width; ++address) {
-    const SmMacroblockInfo& mb = mbs[address];
-    moving(address) = HasUniformMotion(mb) ? 1 : 0;
-    coded(address) = GetCodedBlocks(mb);
-    if (mb.slice == 0 || mb.slice >= slices.size()) {
-      continue;
-    }
-    const SmSliceFilterParameters& slice = slices[mb.slice];
-    if (slice.disableIdc == 1) {
-      continue;
-    }
-    const uint32_t mbx = address % width, mby = address / width;
-    const SmMacroblockInfo* left = mbx > 0 ? &mbs[address - 1] : nullptr;
-    const SmMacroblockInfo* top = mby > 0 ? &mbs[address - width] : nullptr;
-    if (slice.disableIdc == 2) {
-      left = left != nullptr && left->slice == mb.slice ? left : nullptr;
-      top = top != nullptr && top->slice == mb.slice ? top : nullptr;
-    }
-    const auto qpOf = [](const SmMacroblockInfo& m) { return m.kind == MbIPcm ? 0 : int{m.qp}; };
-    const bool uniform = moving(address) != 0;
-    for (int direction = 0; direction < 2; ++direction) {
-      const SmMacroblockInfo* neighbour = direction == 0 ? left : top;
-      for (int edge = 0; edge < 4; ++edge) {
-        if (edge == 0 && neighbour == nullptr) {
-          continue;
-        }
-        const SmMacroblockInfo& p = edge == 0 ? *neighbour : mb;
-        const unsigned codedP =
-            edge > 0 ? coded(address) : coded(direction == 0 ? address - 1 : address - width);
-        const unsigned codedQ = coded(address);
-        // Between two macroblocks that each move as one piece, the motion
-        // part of the strength is the same along the whole edge; inside one,
-        // it is 0.
-        const bool neighbourUniform =
-            edge == 0 && moving(direction == 0 ? address - 1 : address - width) != 0;
-        const int motion = !uniform   ? -1
-                           : edge > 0 ? 0
-                           : neighbourUniform
-                               ? GetMotionStrength(p, direction == 0 ? 3 : 0,
-                                                   direction == 0 ? 0 : 3, mb, 0, 0, field ? 2 : 4)
-                               : -1;
-        int strengths[4];
-        bool any = false;
-        if (motion >= 0) {
-          // The coded blocks on both sides of the edge as four bits, bit k
-          // for the k-th block along it: 2 where either is coded, else the
-          // motion strength.
-          const int pLine = (edge + 3) % 4;
-          const unsigned coded4 = direction == 0
-                                      ? ColumnBits(codedP, pLine) | ColumnBits(codedQ, edge)
-                                      : ((codedP >> (4 * pLine)) | (codedQ >> (4 * edge))) & 15u;
-          if (coded4 == 0 && motion == 0) {
-            continue;
-          }
-          for (int k = 0; k < 4; ++k) {
-            strengths[k] = ((coded4 >> k) & 1) != 0 ? 2 : motion;
-          }
-          any = true;
-        } else {
-          for (int k = 0; k < 4; ++k) {
-            // Block q at (edge, k) for vertical edges, (k, edge) for horizontal.
-            const int qx = direction == 0 ? edge : k, qy = direction == 0 ? k : edge;
-            const int px = direction == 0 ? (qx + 3) % 4 : qx,
-                      py = direction == 0 ? qy : (qy + 3) % 4;
-            strengths[k] = GetStrength(p, px, py, mb, qx, qy, edge == 0, field, direction == 0);
-            any = any || strengths[k] != 0;
-          }
-        }
-        if (!any) {
-          continue;
-        }
-        // Luma: the 8x8 transform leaves no edges inside its blocks.
-        if (!(mb.transform8x8 && edge % 2 == 1)) {
-          const ptrdiff_t stride = picture.GetStride(0);
-          uint8_t* origin = picture.GetPlane(0) + mby * 16 * stride + mbx * 16;
-          const SmEdgeParameters e = GetParameters((qpOf(p) + qpOf(mb) + 1) >> 1, slice);
-          uint8_t* q = origin + (direction == 0 ? 4 * edge : 4 * edge * stride);
-          FilterEdge(q, stride, direction == 0, strengths, e,
-                     NmPrimitives::H264FilterLumaVerticalEdge,
-                     NmPrimitives::H264FilterLumaHorizontalEdge,
-                     NmPrimitives::H264FilterLumaVerticalEdgeIntra,
-                     NmPrimitives::H264FilterLumaHorizontalEdgeIntra);
-        }
-        // Chroma of 4:2:0: the edges that fall on luma edges 0 and 2.
-        if (edge % 2 == 1) {
-          continue;
-        }
-        if (planes == 3 && direction == 0) {
-          // The vertical edge of both planes in one pass: alone, each fills
-          // only half of the kernel's vectors.
-          const ptrdiff_t stride = picture.GetStride(1);
-          const ptrdiff_t at = mby * 8 * stride + mbx * 8 + 2 * edge;
-          int alpha[2], beta[2];
-          int8_t tc0[8];
-          for (int c = 0; c < 2; ++c) {
-            const int offset = slice.chromaQpOffset[c];
-            const int qpp = ChromaQp(std::clamp(qpOf(p) + offset, 0, 51));
-            const int qpq = ChromaQp(std::clamp(qpOf(mb) + offset, 0, 51));
-            const SmEdgeParameters e = GetParameters((qpp + qpq + 1) >> 1, slice);
-            alpha[c] = e.alpha;
-            beta[c] = e.beta;
-            for (int k = 0; k < 4; ++k) {
-              tc0[4 * c + k] = strengths[k] == 0 || strengths[k] == 4
-                                   ? int8_t{-1}
-                                   : static_cast<int8_t>(Tc0[e.indexA][strengths[k] - 1]);
-            }
-          }
-          uint8_t* cb = picture.GetPlane(1) + at;
-          uint8_t* cr = picture.GetPlane(2) + at;
-          if (strengths[0] == 4) {
-            NmPrimitives::H264FilterChromaVerticalEdgesIntra(cb, cr, stride, alpha, beta);
-          } else {
-            NmPrimitives::H264FilterChromaVerticalEdges(cb, cr, stride, alpha, beta, tc0);
-          }
-          continue;
-        }
-        for (int c = 1; c < planes; ++c) {
-          const ptrdiff_t stride = picture.GetStride(c);
-          uint8_t* origin = picture.GetPlane(c) + mby * 8 * stride + mbx * 8;
-          const int offset = slice.chromaQpOffset[c - 1];
-          const int qpp = ChromaQp(std::clamp(qpOf(p) + offset, 0, 51));
-          const int qpq = ChromaQp(std::clamp(qpOf(mb) + offset, 0, 51));
-          const SmEdgeParameters e = GetParameters((qpp + qpq + 1) >> 1, slice);
-          uint8_t* q = origin + (direction == 0 ? 2 * edge : 2 * edge * stride);
-          FilterEdge(q, stride, direction == 0, strengths, e,
-                     NmPrimitives::H264FilterChromaVerticalEdge,
-                     NmPrimitives::H264FilterChromaHorizontalEdge,
-                     NmPrimitives::H264FilterChromaVerticalEdgeIntra,
-                     NmPrimitives::H264FilterChromaHorizontalEdgeIntra);
-        }
-      }
-    }
-  }
+  CmFrameDeblocker(picture, slices).Run(firstRow, endRow);
 }
 
 } // namespace NmH264

@@ -1,6 +1,6 @@
 // The loop filters in 16-bit lanes, compiled once per Highway target. Along a
 // horizontal edge each of the rows around it is one vector; a vertical edge
-// is turned into that shape through a small transposed copy and back.
+// is turned into that shape by transposing the rows around it, and back.
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "Codecs/Primitives/H264Deblock.cc"
 #include <hwy/foreach_target.h> // IWYU pragma: keep
@@ -65,82 +65,169 @@ template <class D> HWY_INLINE hn::Vec<D> LoadTc0(D d, const int8_t* lanes) {
   return hn::PromoteTo(d, hn::LoadU(hn::Rebind<int8_t, D>(), lanes));
 }
 
-void LumaNormal(uint8_t* q, ptrdiff_t stride, int alpha, int beta, const int8_t* tc0) {
-  const Tag<16> d;
-  HWY_ALIGN int8_t tcLanes[16];
-  SpreadTc0<16>(tc0, tcLanes);
+using D8 = hn::FixedTag<uint8_t, 16>;
+using V8 = hn::Vec<D8>;
+
+// The normal filter on 16 samples along the edge in 16-bit lanes: v holds
+// p2, p1, p0, q0, q1, q2 as bytes, of which p1 .. q1 change. False where
+// no sample changes.
+template <class D>
+HWY_INLINE bool LumaNormalLanes(D d, hn::Vec<hn::Rebind<uint8_t, D>>* v, int alpha, int beta,
+                                const int8_t* tcLanes) {
+  const hn::Rebind<uint8_t, D> d8;
+  const hn::RebindToUnsigned<D> du;
+  const auto widen = [&](auto bytes) { return hn::BitCast(d, hn::PromoteTo(du, bytes)); };
+  const auto p2 = widen(v[0]), p1 = widen(v[1]), p0 = widen(v[2]), q0 = widen(v[3]),
+             q1 = widen(v[4]), q2 = widen(v[5]);
+  const auto t0 = LoadTc0(d, tcLanes);
+  const auto filter = hn::And(EdgeMask(d, p1, p0, q0, q1, alpha, beta), hn::Gt(t0, hn::Set(d, -1)));
+  if (hn::AllFalse(d, filter)) {
+    return false;
+  }
   const auto b = hn::Set(d, static_cast<int16_t>(beta));
   const auto one = hn::Set(d, 1);
-  for (size_t x = 0; x < 16; x += hn::Lanes(d)) {
-    uint8_t* c = q + x;
-    const auto p2 = LoadRow(d, c - 3 * stride), p1 = LoadRow(d, c - 2 * stride),
-               p0 = LoadRow(d, c - stride), q0 = LoadRow(d, c), q1 = LoadRow(d, c + stride),
-               q2 = LoadRow(d, c + 2 * stride);
-    const auto t0 = LoadTc0(d, tcLanes + x);
-    const auto filter =
-        hn::And(EdgeMask(d, p1, p0, q0, q1, alpha, beta), hn::Gt(t0, hn::Set(d, -1)));
-    if (hn::AllFalse(d, filter)) {
-      continue;
+  const auto ap = hn::Lt(hn::Abs(hn::Sub(p2, p0)), b);
+  const auto aq = hn::Lt(hn::Abs(hn::Sub(q2, q0)), b);
+  const auto tc = hn::Add(hn::Add(t0, hn::IfThenElseZero(ap, one)), hn::IfThenElseZero(aq, one));
+  const auto delta = Delta(p1, p0, q0, q1, tc);
+  const auto mean = hn::ShiftRight<1>(hn::Add(hn::Add(p0, q0), one));
+  const auto clipTc0 = [&](auto x) { return hn::Min(hn::Max(x, hn::Neg(t0)), t0); };
+  const auto p1New =
+      hn::Add(p1, clipTc0(hn::ShiftRight<1>(hn::Sub(hn::Add(p2, mean), hn::ShiftLeft<1>(p1)))));
+  const auto q1New =
+      hn::Add(q1, clipTc0(hn::ShiftRight<1>(hn::Sub(hn::Add(q2, mean), hn::ShiftLeft<1>(q1)))));
+  const auto narrow = [&](auto x) { return hn::DemoteTo(d8, x); };
+  v[1] = narrow(hn::IfThenElse(hn::And(filter, ap), p1New, p1));
+  v[2] = narrow(hn::IfThenElse(filter, hn::Add(p0, delta), p0));
+  v[3] = narrow(hn::IfThenElse(filter, hn::Sub(q0, delta), q0));
+  v[4] = narrow(hn::IfThenElse(hn::And(filter, aq), q1New, q1));
+  return true;
+}
+
+// The strong filter of strength 4 in 16-bit lanes: v holds p3 .. q3, of
+// which p2 .. q2 change.
+template <class D>
+HWY_INLINE bool LumaIntraLanes(D d, hn::Vec<hn::Rebind<uint8_t, D>>* v, int alpha, int beta) {
+  const hn::Rebind<uint8_t, D> d8;
+  const hn::RebindToUnsigned<D> du;
+  const auto widen = [&](auto bytes) { return hn::BitCast(d, hn::PromoteTo(du, bytes)); };
+  const auto p3 = widen(v[0]), p2 = widen(v[1]), p1 = widen(v[2]), p0 = widen(v[3]),
+             q0 = widen(v[4]), q1 = widen(v[5]), q2 = widen(v[6]), q3 = widen(v[7]);
+  const auto filter = EdgeMask(d, p1, p0, q0, q1, alpha, beta);
+  if (hn::AllFalse(d, filter)) {
+    return false;
+  }
+  const auto b = hn::Set(d, static_cast<int16_t>(beta));
+  const auto two = hn::Set(d, 2), four = hn::Set(d, 4);
+  const auto strong =
+      hn::Lt(hn::Abs(hn::Sub(p0, q0)), hn::Set(d, static_cast<int16_t>((alpha >> 2) + 2)));
+  const auto pStrong = hn::And(hn::And(filter, strong), hn::Lt(hn::Abs(hn::Sub(p2, p0)), b));
+  const auto qStrong = hn::And(hn::And(filter, strong), hn::Lt(hn::Abs(hn::Sub(q2, q0)), b));
+  const auto pq0 = hn::Add(p0, q0);
+  // p side: three samples where strong, else p0 alone.
+  const auto p0Strong = hn::ShiftRight<3>(
+      hn::Add(hn::Add(hn::Add(p2, hn::ShiftLeft<1>(hn::Add(p1, pq0))), q1), four));
+  const auto p1Strong = hn::ShiftRight<2>(hn::Add(hn::Add(hn::Add(p2, p1), pq0), two));
+  const auto p2Strong = hn::ShiftRight<3>(hn::Add(
+      hn::Add(hn::Add(hn::ShiftLeft<1>(p3), hn::Mul(p2, hn::Set(d, 3))), hn::Add(p1, pq0)), four));
+  const auto p0Weak =
+      hn::ShiftRight<2>(hn::Add(hn::Add(hn::ShiftLeft<1>(p1), p0), hn::Add(q1, two)));
+  const auto q0Strong = hn::ShiftRight<3>(
+      hn::Add(hn::Add(hn::Add(p1, hn::ShiftLeft<1>(hn::Add(q1, pq0))), q2), four));
+  const auto q1Strong = hn::ShiftRight<2>(hn::Add(hn::Add(hn::Add(q2, q1), pq0), two));
+  const auto q2Strong = hn::ShiftRight<3>(hn::Add(
+      hn::Add(hn::Add(hn::ShiftLeft<1>(q3), hn::Mul(q2, hn::Set(d, 3))), hn::Add(q1, pq0)), four));
+  const auto q0Weak =
+      hn::ShiftRight<2>(hn::Add(hn::Add(hn::ShiftLeft<1>(q1), q0), hn::Add(p1, two)));
+  const auto narrow = [&](auto x) { return hn::DemoteTo(d8, x); };
+  v[1] = narrow(hn::IfThenElse(pStrong, p2Strong, p2));
+  v[2] = narrow(hn::IfThenElse(pStrong, p1Strong, p1));
+  v[3] = narrow(hn::IfThenElse(pStrong, p0Strong, hn::IfThenElse(filter, p0Weak, p0)));
+  v[4] = narrow(hn::IfThenElse(qStrong, q0Strong, hn::IfThenElse(filter, q0Weak, q0)));
+  v[5] = narrow(hn::IfThenElse(qStrong, q1Strong, q1));
+  v[6] = narrow(hn::IfThenElse(qStrong, q2Strong, q2));
+  return true;
+}
+
+// Runs a filter on Count vectors of 16 bytes: at once where a vector holds
+// 16 lanes of 16 bits, else in two halves.
+template <int Count, typename Filter> HWY_INLINE bool OnSixteenLanes(V8* v, const Filter& filter) {
+  constexpr size_t kLanes = hn::MaxLanes(Tag<16>());
+  if constexpr (kLanes >= 16) {
+    return filter(Tag<16>(), v, 0);
+  } else {
+    const D8 d8;
+    const hn::Half<D8> d8h;
+    hn::Vec<hn::Half<D8>> lower[Count], upper[Count];
+#pragma GCC unroll 16
+    for (int i = 0; i < Count; ++i) {
+      lower[i] = hn::LowerHalf(d8h, v[i]);
+      upper[i] = hn::UpperHalf(d8h, v[i]);
     }
-    const auto ap = hn::Lt(hn::Abs(hn::Sub(p2, p0)), b);
-    const auto aq = hn::Lt(hn::Abs(hn::Sub(q2, q0)), b);
-    const auto tc = hn::Add(hn::Add(t0, hn::IfThenElseZero(ap, one)), hn::IfThenElseZero(aq, one));
-    const auto delta = Delta(p1, p0, q0, q1, tc);
-    const auto mean = hn::ShiftRight<1>(hn::Add(hn::Add(p0, q0), one));
-    const auto clipTc0 = [&](auto v) { return hn::Min(hn::Max(v, hn::Neg(t0)), t0); };
-    const auto p1New =
-        hn::Add(p1, clipTc0(hn::ShiftRight<1>(hn::Sub(hn::Add(p2, mean), hn::ShiftLeft<1>(p1)))));
-    const auto q1New =
-        hn::Add(q1, clipTc0(hn::ShiftRight<1>(hn::Sub(hn::Add(q2, mean), hn::ShiftLeft<1>(q1)))));
-    StoreRow(d, hn::IfThenElse(hn::And(filter, ap), p1New, p1), c - 2 * stride);
-    StoreRow(d, hn::IfThenElse(filter, hn::Add(p0, delta), p0), c - stride);
-    StoreRow(d, hn::IfThenElse(filter, hn::Sub(q0, delta), q0), c);
-    StoreRow(d, hn::IfThenElse(hn::And(filter, aq), q1New, q1), c + stride);
+    const bool changedLower = filter(Tag<8>(), lower, 0);
+    const bool changedUpper = filter(Tag<8>(), upper, 8);
+#pragma GCC unroll 16
+    for (int i = 0; i < Count; ++i) {
+      v[i] = hn::Combine(d8, upper[i], lower[i]);
+    }
+    return changedLower || changedUpper;
+  }
+}
+
+// The filters as arguments of OnSixteenLanes: a lambda there would not be
+// inlined, and the vectors would go through memory.
+struct SmNormalFilter {
+  int alpha, beta;
+  const int8_t* tcLanes;
+  template <class D, class V> HWY_INLINE bool operator()(D d, V* v, int offset) const {
+    return LumaNormalLanes(d, v, alpha, beta, tcLanes + offset);
+  }
+};
+
+struct SmIntraFilter {
+  int alpha, beta;
+  template <class D, class V> HWY_INLINE bool operator()(D d, V* v, int) const {
+    return LumaIntraLanes(d, v, alpha, beta);
+  }
+};
+
+HWY_INLINE bool LumaNormalVectors(V8* v, int alpha, int beta, const int8_t* tc0) {
+  HWY_ALIGN int8_t tcLanes[16];
+  SpreadTc0<16>(tc0, tcLanes);
+  return OnSixteenLanes<6>(v, SmNormalFilter{alpha, beta, tcLanes});
+}
+
+HWY_INLINE bool LumaIntraVectors(V8* v, int alpha, int beta) {
+  return OnSixteenLanes<8>(v, SmIntraFilter{alpha, beta});
+}
+
+void LumaNormal(uint8_t* q, ptrdiff_t stride, int alpha, int beta, const int8_t* tc0) {
+  const D8 d8;
+  V8 v[6];
+#pragma GCC unroll 16
+  for (int i = 0; i < 6; ++i) {
+    v[i] = hn::LoadU(d8, q + (i - 3) * stride);
+  }
+  if (LumaNormalVectors(v, alpha, beta, tc0)) {
+#pragma GCC unroll 16
+    for (int i = 1; i < 5; ++i) {
+      hn::StoreU(v[i], d8, q + (i - 3) * stride);
+    }
   }
 }
 
 void LumaIntra(uint8_t* q, ptrdiff_t stride, int alpha, int beta) {
-  const Tag<16> d;
-  const auto b = hn::Set(d, static_cast<int16_t>(beta));
-  const auto two = hn::Set(d, 2), four = hn::Set(d, 4);
-  for (size_t x = 0; x < 16; x += hn::Lanes(d)) {
-    uint8_t* c = q + x;
-    const auto p3 = LoadRow(d, c - 4 * stride), p2 = LoadRow(d, c - 3 * stride),
-               p1 = LoadRow(d, c - 2 * stride), p0 = LoadRow(d, c - stride), q0 = LoadRow(d, c),
-               q1 = LoadRow(d, c + stride), q2 = LoadRow(d, c + 2 * stride),
-               q3 = LoadRow(d, c + 3 * stride);
-    const auto filter = EdgeMask(d, p1, p0, q0, q1, alpha, beta);
-    if (hn::AllFalse(d, filter)) {
-      continue;
+  const D8 d8;
+  V8 v[8];
+#pragma GCC unroll 16
+  for (int i = 0; i < 8; ++i) {
+    v[i] = hn::LoadU(d8, q + (i - 4) * stride);
+  }
+  if (LumaIntraVectors(v, alpha, beta)) {
+#pragma GCC unroll 16
+    for (int i = 1; i < 7; ++i) {
+      hn::StoreU(v[i], d8, q + (i - 4) * stride);
     }
-    const auto strong =
-        hn::Lt(hn::Abs(hn::Sub(p0, q0)), hn::Set(d, static_cast<int16_t>((alpha >> 2) + 2)));
-    const auto pStrong = hn::And(hn::And(filter, strong), hn::Lt(hn::Abs(hn::Sub(p2, p0)), b));
-    const auto qStrong = hn::And(hn::And(filter, strong), hn::Lt(hn::Abs(hn::Sub(q2, q0)), b));
-    const auto pq0 = hn::Add(p0, q0);
-    // p side: three samples where strong, else p0 alone.
-    const auto p0Strong = hn::ShiftRight<3>(
-        hn::Add(hn::Add(hn::Add(p2, hn::ShiftLeft<1>(hn::Add(p1, pq0))), q1), four));
-    const auto p1Strong = hn::ShiftRight<2>(hn::Add(hn::Add(hn::Add(p2, p1), pq0), two));
-    const auto p2Strong = hn::ShiftRight<3>(hn::Add(
-        hn::Add(hn::Add(hn::ShiftLeft<1>(p3), hn::Mul(p2, hn::Set(d, 3))), hn::Add(p1, pq0)),
-        four));
-    const auto p0Weak =
-        hn::ShiftRight<2>(hn::Add(hn::Add(hn::ShiftLeft<1>(p1), p0), hn::Add(q1, two)));
-    const auto q0Strong = hn::ShiftRight<3>(
-        hn::Add(hn::Add(hn::Add(p1, hn::ShiftLeft<1>(hn::Add(q1, pq0))), q2), four));
-    const auto q1Strong = hn::ShiftRight<2>(hn::Add(hn::Add(hn::Add(q2, q1), pq0), two));
-    const auto q2Strong = hn::ShiftRight<3>(hn::Add(
-        hn::Add(hn::Add(hn::ShiftLeft<1>(q3), hn::Mul(q2, hn::Set(d, 3))), hn::Add(q1, pq0)),
-        four));
-    const auto q0Weak =
-        hn::ShiftRight<2>(hn::Add(hn::Add(hn::ShiftLeft<1>(q1), q0), hn::Add(p1, two)));
-    StoreRow(d, hn::IfThenElse(pStrong, p2Strong, p2), c - 3 * stride);
-    StoreRow(d, hn::IfThenElse(pStrong, p1Strong, p1), c - 2 * stride);
-    StoreRow(d, hn::IfThenElse(pStrong, p0Strong, hn::IfThenElse(filter, p0Weak, p0)), c - stride);
-    StoreRow(d, hn::IfThenElse(qStrong, q0Strong, hn::IfThenElse(filter, q0Weak, q0)), c);
-    StoreRow(d, hn::IfThenElse(qStrong, q1Strong, q1), c + stride);
-    StoreRow(d, hn::IfThenElse(qStrong, q2Strong, q2), c + 2 * stride);
   }
 }
 
@@ -148,6 +235,7 @@ void ChromaNormal(uint8_t* q, ptrdiff_t stride, int alpha, int beta, const int8_
   const Tag<8> d;
   HWY_ALIGN int8_t tcLanes[16];
   SpreadTc0<8>(tc0, tcLanes);
+#pragma GCC unroll 16
   for (size_t x = 0; x < 8; x += hn::Lanes(d)) {
     uint8_t* c = q + x;
     const auto p1 = LoadRow(d, c - 2 * stride), p0 = LoadRow(d, c - stride), q0 = LoadRow(d, c),
@@ -164,6 +252,7 @@ void ChromaNormal(uint8_t* q, ptrdiff_t stride, int alpha, int beta, const int8_
 void ChromaIntra(uint8_t* q, ptrdiff_t stride, int alpha, int beta) {
   const Tag<8> d;
   const auto two = hn::Set(d, 2);
+#pragma GCC unroll 16
   for (size_t x = 0; x < 8; x += hn::Lanes(d)) {
     uint8_t* c = q + x;
     const auto p1 = LoadRow(d, c - 2 * stride), p0 = LoadRow(d, c - stride), q0 = LoadRow(d, c),
@@ -178,7 +267,6 @@ void ChromaIntra(uint8_t* q, ptrdiff_t stride, int alpha, int beta) {
   }
 }
 
-using D8 = hn::FixedTag<uint8_t, 16>;
 using D16x8 = hn::FixedTag<uint16_t, 8>;
 using D32x4 = hn::FixedTag<uint32_t, 4>;
 using D64x2 = hn::FixedTag<uint64_t, 2>;
@@ -195,62 +283,76 @@ template <typename T> HWY_INLINE hn::Vec<D8> ZipUpper(hn::Vec<D8> a, hn::Vec<D8>
   return hn::BitCast(d8, hn::InterleaveUpper(d, hn::BitCast(d, a), hn::BitCast(d, b)));
 }
 
-// A vertical luma edge: the 16 rows of p3 .. q3 around it become the eight
-// rows of a 16-wide copy (one per distance from the edge) through byte,
-// word, double-word and quad-word interleaves, `filter` runs on the copy as
-// on a horizontal edge, and the same steps turn the copy back into rows.
-// p3 and q3 go back unchanged.
-template <typename Filter>
-HWY_INLINE void LumaAcrossVerticalEdge(uint8_t* q, ptrdiff_t stride, Filter filter) {
+// A vertical luma edge: the 16 rows of p3 .. q3 around it become eight
+// vectors of 16 lanes (one per distance from the edge) through byte, word,
+// double-word and quad-word interleaves, all in registers, so that the
+// filter runs on them as on a horizontal edge.
+HWY_INLINE void LoadColumns(const uint8_t* q, ptrdiff_t stride, V8* columns) {
   const D8 d8;
   const hn::Half<D8> d8h;
-  HWY_ALIGN uint8_t copy[8 * 16];
-  hn::Vec<D8> a[8];
+  V8 a[8];
+#pragma GCC unroll 16
   for (int j = 0; j < 8; ++j) {
-    const hn::Vec<D8> r0 = hn::ZeroExtendVector(d8, hn::LoadU(d8h, q + 2 * j * stride - 4));
-    const hn::Vec<D8> r1 = hn::ZeroExtendVector(d8, hn::LoadU(d8h, q + (2 * j + 1) * stride - 4));
+    const V8 r0 = hn::ZeroExtendVector(d8, hn::LoadU(d8h, q + 2 * j * stride - 4));
+    const V8 r1 = hn::ZeroExtendVector(d8, hn::LoadU(d8h, q + (2 * j + 1) * stride - 4));
     a[j] = hn::InterleaveLower(d8, r0, r1); // column k of rows 2j, 2j + 1 in word k
   }
-  hn::Vec<D8> b[4], c[4];
+  V8 b[4], c[4];
+#pragma GCC unroll 16
   for (int m = 0; m < 4; ++m) {
     b[m] = ZipLower<uint16_t>(a[2 * m], a[2 * m + 1]); // columns 0..3 of rows 4m..4m+3
     c[m] = ZipUpper<uint16_t>(a[2 * m], a[2 * m + 1]); // columns 4..7
   }
+#pragma GCC unroll 16
   for (int half = 0; half < 2; ++half) {
-    const hn::Vec<D8>* v = half == 0 ? b : c;
+    const V8* v = half == 0 ? b : c;
     // Two columns of rows 0..7, and of rows 8..15, per vector.
-    const hn::Vec<D8> low0 = ZipLower<uint32_t>(v[0], v[1]), low1 = ZipUpper<uint32_t>(v[0], v[1]);
-    const hn::Vec<D8> high0 = ZipLower<uint32_t>(v[2], v[3]),
-                      high1 = ZipUpper<uint32_t>(v[2], v[3]);
-    uint8_t* out = copy + 4 * half * 16;
-    hn::Store(ZipLower<uint64_t>(low0, high0), d8, out);
-    hn::Store(ZipUpper<uint64_t>(low0, high0), d8, out + 16);
-    hn::Store(ZipLower<uint64_t>(low1, high1), d8, out + 32);
-    hn::Store(ZipUpper<uint64_t>(low1, high1), d8, out + 48);
+    const V8 low0 = ZipLower<uint32_t>(v[0], v[1]), low1 = ZipUpper<uint32_t>(v[0], v[1]);
+    const V8 high0 = ZipLower<uint32_t>(v[2], v[3]), high1 = ZipUpper<uint32_t>(v[2], v[3]);
+    V8* out = columns + 4 * half;
+    out[0] = ZipLower<uint64_t>(low0, high0);
+    out[1] = ZipUpper<uint64_t>(low0, high0);
+    out[2] = ZipLower<uint64_t>(low1, high1);
+    out[3] = ZipUpper<uint64_t>(low1, high1);
   }
-  filter(copy + 4 * 16, 16);
-  hn::Vec<D8> lower[4], upper[4];
-  for (int p = 0; p < 4; ++p) {
-    const hn::Vec<D8> k0 = hn::Load(d8, copy + 2 * p * 16),
-                      k1 = hn::Load(d8, copy + (2 * p + 1) * 16);
-    lower[p] = hn::InterleaveLower(d8, k0, k1); // columns 2p, 2p + 1 of rows 0..7
-    upper[p] = ZipUpper<uint8_t>(k0, k1);       // of rows 8..15
+}
+
+// The rows of `count` vectors of 16 lanes, `count` bytes each (4 or 8).
+template <int Count>
+HWY_INLINE void StoreColumns(const V8* columns, uint8_t* first, ptrdiff_t stride) {
+  const D8 d8;
+  HWY_ALIGN uint8_t rows[16 * Count];
+  if constexpr (Count == 4) {
+    const V8 lower01 = hn::InterleaveLower(d8, columns[0], columns[1]);
+    const V8 upper01 = hn::InterleaveUpper(d8, columns[0], columns[1]);
+    const V8 lower23 = hn::InterleaveLower(d8, columns[2], columns[3]);
+    const V8 upper23 = hn::InterleaveUpper(d8, columns[2], columns[3]);
+    hn::Store(ZipLower<uint16_t>(lower01, lower23), d8, rows);
+    hn::Store(ZipUpper<uint16_t>(lower01, lower23), d8, rows + 16);
+    hn::Store(ZipLower<uint16_t>(upper01, upper23), d8, rows + 32);
+    hn::Store(ZipUpper<uint16_t>(upper01, upper23), d8, rows + 48);
+  } else {
+    V8 lower[4], upper[4];
+#pragma GCC unroll 16
+    for (int p = 0; p < 4; ++p) {
+      lower[p] = hn::InterleaveLower(d8, columns[2 * p], columns[2 * p + 1]); // rows 0..7
+      upper[p] = hn::InterleaveUpper(d8, columns[2 * p], columns[2 * p + 1]); // rows 8..15
+    }
+#pragma GCC unroll 16
+    for (int half = 0; half < 2; ++half) {
+      const V8* v = half == 0 ? lower : upper;
+      const V8 left0 = ZipLower<uint16_t>(v[0], v[1]), left1 = ZipUpper<uint16_t>(v[0], v[1]);
+      const V8 right0 = ZipLower<uint16_t>(v[2], v[3]), right1 = ZipUpper<uint16_t>(v[2], v[3]);
+      uint8_t* out = rows + half * 64;
+      hn::Store(ZipLower<uint32_t>(left0, right0), d8, out);
+      hn::Store(ZipUpper<uint32_t>(left0, right0), d8, out + 16);
+      hn::Store(ZipLower<uint32_t>(left1, right1), d8, out + 32);
+      hn::Store(ZipUpper<uint32_t>(left1, right1), d8, out + 48);
+    }
   }
-  HWY_ALIGN uint8_t rows[16 * 8];
-  for (int half = 0; half < 2; ++half) {
-    const hn::Vec<D8>* v = half == 0 ? lower : upper;
-    const hn::Vec<D8> left0 = ZipLower<uint16_t>(v[0], v[1]),
-                      left1 = ZipUpper<uint16_t>(v[0], v[1]);
-    const hn::Vec<D8> right0 = ZipLower<uint16_t>(v[2], v[3]),
-                      right1 = ZipUpper<uint16_t>(v[2], v[3]);
-    uint8_t* out = rows + half * 64;
-    hn::Store(ZipLower<uint32_t>(left0, right0), d8, out);
-    hn::Store(ZipUpper<uint32_t>(left0, right0), d8, out + 16);
-    hn::Store(ZipLower<uint32_t>(left1, right1), d8, out + 32);
-    hn::Store(ZipUpper<uint32_t>(left1, right1), d8, out + 48);
-  }
+#pragma GCC unroll 16
   for (int i = 0; i < 16; ++i) {
-    std::memcpy(q + i * stride - 4, rows + 8 * i, 8);
+    std::memcpy(first + i * stride, rows + Count * i, Count);
   }
 }
 
@@ -283,8 +385,12 @@ HWY_INLINE void ChromaAcrossVerticalEdge(uint8_t* q, ptrdiff_t stride, Filter fi
 }
 
 void LumaVerticalImpl(uint8_t* q, ptrdiff_t stride, int alpha, int beta, const int8_t* tc0) {
-  LumaAcrossVerticalEdge(q, stride,
-                         [&](uint8_t* c, ptrdiff_t s) { LumaNormal(c, s, alpha, beta, tc0); });
+  V8 columns[8];
+  LoadColumns(q, stride, columns);
+  // p3 and q3 are only read by the strong filter; p2 and q2 stay too.
+  if (LumaNormalVectors(columns + 1, alpha, beta, tc0)) {
+    StoreColumns<4>(columns + 2, q - 2, stride);
+  }
 }
 
 void LumaHorizontalImpl(uint8_t* q, ptrdiff_t stride, int alpha, int beta, const int8_t* tc0) {
@@ -292,7 +398,11 @@ void LumaHorizontalImpl(uint8_t* q, ptrdiff_t stride, int alpha, int beta, const
 }
 
 void LumaVerticalIntraImpl(uint8_t* q, ptrdiff_t stride, int alpha, int beta) {
-  LumaAcrossVerticalEdge(q, stride, [&](uint8_t* c, ptrdiff_t s) { LumaIntra(c, s, alpha, beta); });
+  V8 columns[8];
+  LoadColumns(q, stride, columns);
+  if (LumaIntraVectors(columns, alpha, beta)) {
+    StoreColumns<8>(columns, q - 4, stride);
+  }
 }
 
 void LumaHorizontalIntraImpl(uint8_t* q, ptrdiff_t stride, int alpha, int beta) {
@@ -315,6 +425,47 @@ void ChromaVerticalIntraImpl(uint8_t* q, ptrdiff_t stride, int alpha, int beta) 
 
 void ChromaHorizontalIntraImpl(uint8_t* q, ptrdiff_t stride, int alpha, int beta) {
   ChromaIntra(q, stride, alpha, beta);
+}
+
+// Both planes of a vertical chroma edge in one vector of 16 lanes of 16
+// bits, each half with its own thresholds: p0All and q0All take the new p0
+// and q0, Cb's in the lower half.
+template <bool Intra, class D>
+HWY_INLINE void ChromaPairSixteenLanes(D d, V8 p1, V8 p0, V8 q0, V8 q1, const int* alpha,
+                                       const int* beta, const int8_t* tc0, V8& p0All, V8& q0All) {
+  const D8 d8;
+  const hn::Half<D> dh;
+  const auto widen = [&](V8 v) {
+    return hn::BitCast(d, hn::PromoteTo(hn::RebindToUnsigned<D>(), v));
+  };
+  const auto perPlane = [&](const int* values) {
+    return hn::Combine(d, hn::Set(dh, static_cast<int16_t>(values[1])),
+                       hn::Set(dh, static_cast<int16_t>(values[0])));
+  };
+  const auto sp1 = widen(p1), sp0 = widen(p0), sq0 = widen(q0), sq1 = widen(q1);
+  const auto b = perPlane(beta);
+  auto filter = hn::And(hn::And(hn::Lt(hn::Abs(hn::Sub(sp0, sq0)), perPlane(alpha)),
+                                hn::Lt(hn::Abs(hn::Sub(sp1, sp0)), b)),
+                        hn::Lt(hn::Abs(hn::Sub(sq1, sq0)), b));
+  hn::Vec<D> newP0, newQ0;
+  if constexpr (Intra) {
+    const auto two = hn::Set(d, 2);
+    newP0 = hn::ShiftRight<2>(hn::Add(hn::Add(hn::ShiftLeft<1>(sp1), sp0), hn::Add(sq1, two)));
+    newQ0 = hn::ShiftRight<2>(hn::Add(hn::Add(hn::ShiftLeft<1>(sq1), sq0), hn::Add(sp1, two)));
+  } else {
+    // Each segment's tc0 twice: a segment is two rows of chroma.
+    const hn::FixedTag<int8_t, 16> di8;
+    uint64_t segments;
+    std::memcpy(&segments, tc0, 8);
+    const auto bytes = hn::BitCast(di8, hn::Set(D64x2(), segments));
+    const auto t0 = hn::PromoteTo(d, hn::InterleaveLower(di8, bytes, bytes));
+    filter = hn::And(filter, hn::Gt(t0, hn::Set(d, -1)));
+    const auto delta = Delta(sp1, sp0, sq0, sq1, hn::Add(t0, hn::Set(d, 1)));
+    newP0 = hn::Add(sp0, delta);
+    newQ0 = hn::Sub(sq0, delta);
+  }
+  p0All = hn::DemoteTo(d8, hn::IfThenElse(filter, newP0, sp0));
+  q0All = hn::DemoteTo(d8, hn::IfThenElse(filter, newQ0, sq0));
 }
 
 // The vertical edge of both chroma planes: eight rows of p1 .. q1 of each
@@ -351,40 +502,45 @@ HWY_INLINE void ChromaPairAcrossVerticalEdge(uint8_t* qCb, uint8_t* qCr, ptrdiff
   const hn::Vec<D8> c2 = hn::InterleaveLower(d8, b2, b3), c3 = hn::InterleaveUpper(d8, b2, b3);
   const hn::Vec<D8> p1 = ZipLower<uint64_t>(c0, c2), p0 = ZipUpper<uint64_t>(c0, c2);
   const hn::Vec<D8> q0 = ZipLower<uint64_t>(c1, c3), q1 = ZipUpper<uint64_t>(c1, c3);
-  const hn::Half<D8> d8h;
-  const hn::FixedTag<int16_t, 8> d;
-  const auto widen = [&](hn::Vec<D8> v, int plane) {
-    const auto half = plane == 0 ? hn::LowerHalf(d8h, v) : hn::UpperHalf(d8h, v);
-    return hn::BitCast(d, hn::PromoteTo(hn::RebindToUnsigned<decltype(d)>(), half));
-  };
-  hn::Vec<decltype(d8h)> p0New[2], q0New[2];
-  for (int plane = 0; plane < 2; ++plane) {
-    const auto sp1 = widen(p1, plane), sp0 = widen(p0, plane), sq0 = widen(q0, plane),
-               sq1 = widen(q1, plane);
-    auto filter = EdgeMask(d, sp1, sp0, sq0, sq1, alpha[plane], beta[plane]);
-    hn::Vec<decltype(d)> newP0, newQ0;
-    if constexpr (Intra) {
-      const auto two = hn::Set(d, 2);
-      newP0 = hn::ShiftRight<2>(hn::Add(hn::Add(hn::ShiftLeft<1>(sp1), sp0), hn::Add(sq1, two)));
-      newQ0 = hn::ShiftRight<2>(hn::Add(hn::Add(hn::ShiftLeft<1>(sq1), sq0), hn::Add(sp1, two)));
-    } else {
-      // Each segment's tc0 twice: a segment is two rows of chroma.
-      uint32_t segments;
-      std::memcpy(&segments, tc0 + 4 * plane, 4);
-      const hn::FixedTag<int8_t, 16> di8;
-      const auto bytes = hn::BitCast(di8, hn::Set(D32x4(), segments));
-      const auto t0 = hn::PromoteTo(d, hn::LowerHalf(hn::InterleaveLower(di8, bytes, bytes)));
-      filter = hn::And(filter, hn::Gt(t0, hn::Set(d, -1)));
-      const auto delta = Delta(sp1, sp0, sq0, sq1, hn::Add(t0, hn::Set(d, 1)));
-      newP0 = hn::Add(sp0, delta);
-      newQ0 = hn::Sub(sq0, delta);
+  hn::Vec<D8> p0All, q0All;
+  if constexpr (hn::MaxLanes(Tag<16>()) >= 16) {
+    ChromaPairSixteenLanes<Intra>(Tag<16>(), p1, p0, q0, q1, alpha, beta, tc0, p0All, q0All);
+  } else {
+    const hn::Half<D8> d8h;
+    const hn::FixedTag<int16_t, 8> d;
+    const auto widen = [&](hn::Vec<D8> v, int plane) {
+      const auto half = plane == 0 ? hn::LowerHalf(d8h, v) : hn::UpperHalf(d8h, v);
+      return hn::BitCast(d, hn::PromoteTo(hn::RebindToUnsigned<decltype(d)>(), half));
+    };
+    hn::Vec<decltype(d8h)> p0New[2], q0New[2];
+    for (int plane = 0; plane < 2; ++plane) {
+      const auto sp1 = widen(p1, plane), sp0 = widen(p0, plane), sq0 = widen(q0, plane),
+                 sq1 = widen(q1, plane);
+      auto filter = EdgeMask(d, sp1, sp0, sq0, sq1, alpha[plane], beta[plane]);
+      hn::Vec<decltype(d)> newP0, newQ0;
+      if constexpr (Intra) {
+        const auto two = hn::Set(d, 2);
+        newP0 = hn::ShiftRight<2>(hn::Add(hn::Add(hn::ShiftLeft<1>(sp1), sp0), hn::Add(sq1, two)));
+        newQ0 = hn::ShiftRight<2>(hn::Add(hn::Add(hn::ShiftLeft<1>(sq1), sq0), hn::Add(sp1, two)));
+      } else {
+        // Each segment's tc0 twice: a segment is two rows of chroma.
+        uint32_t segments;
+        std::memcpy(&segments, tc0 + 4 * plane, 4);
+        const hn::FixedTag<int8_t, 16> di8;
+        const auto bytes = hn::BitCast(di8, hn::Set(D32x4(), segments));
+        const auto t0 = hn::PromoteTo(d, hn::LowerHalf(hn::InterleaveLower(di8, bytes, bytes)));
+        filter = hn::And(filter, hn::Gt(t0, hn::Set(d, -1)));
+        const auto delta = Delta(sp1, sp0, sq0, sq1, hn::Add(t0, hn::Set(d, 1)));
+        newP0 = hn::Add(sp0, delta);
+        newQ0 = hn::Sub(sq0, delta);
+      }
+      p0New[plane] = hn::DemoteTo(d8h, hn::IfThenElse(filter, newP0, sp0));
+      q0New[plane] = hn::DemoteTo(d8h, hn::IfThenElse(filter, newQ0, sq0));
     }
-    p0New[plane] = hn::DemoteTo(d8h, hn::IfThenElse(filter, newP0, sp0));
-    q0New[plane] = hn::DemoteTo(d8h, hn::IfThenElse(filter, newQ0, sq0));
+    // p0 and q0 side by side per row: rows 0 .. 7 (Cb), then 8 .. 15 (Cr).
+    p0All = hn::Combine(d8, p0New[1], p0New[0]);
+    q0All = hn::Combine(d8, q0New[1], q0New[0]);
   }
-  // p0 and q0 side by side per row: rows 0 .. 7 (Cb), then 8 .. 15 (Cr).
-  const hn::Vec<D8> p0All = hn::Combine(d8, p0New[1], p0New[0]);
-  const hn::Vec<D8> q0All = hn::Combine(d8, q0New[1], q0New[0]);
   HWY_ALIGN uint8_t pairs[16 * 2];
   hn::Store(hn::InterleaveLower(d8, p0All, q0All), d8, pairs);
   hn::Store(hn::InterleaveUpper(d8, p0All, q0All), d8, pairs + 16);
