@@ -69,7 +69,6 @@ namespace {
 struct SmLpsRows {
   std::array<uint32_t, 128> lps{};
   std::array<uint64_t, 128> next{};
-  std::array<uint32_t, 128> shift{};
 };
 
 constexpr SmLpsRows MakeLpsRows() {
@@ -82,8 +81,7 @@ constexpr SmLpsRows MakeLpsRows() {
         ++shift;
       }
       rows.lps[context] |= lps << (8 * q);
-      rows.next[context] |= uint64_t{lps << shift} << (16 * q);
-      rows.shift[context] |= shift << (8 * q);
+      rows.next[context] |= uint64_t{lps << shift | shift << 12} << (16 * q);
     }
   }
   return rows;
@@ -96,7 +94,6 @@ constexpr SmLpsRows LpsRowTables = MakeLpsRows();
 const uint8_t (&CmCabacDecoder::RangeTabLps)[64][4] = RangeTabLpsTable;
 const std::array<uint32_t, 128> CmCabacDecoder::LpsRows = LpsRowTables.lps;
 const std::array<uint64_t, 128> CmCabacDecoder::LpsNextRows = LpsRowTables.next;
-const std::array<uint32_t, 128> CmCabacDecoder::LpsShiftRows = LpsRowTables.shift;
 
 void CmCabacDecoder::Start(const uint8_t* data, size_t size, size_t start) {
   m_Data = data;

@@ -30,8 +30,9 @@ public:
     // from one decision to the next.
     const unsigned lane = (m_Range >> 3) & 24; // ((codIRange >> 6) & 3) * 8
     const uint32_t lps = (LpsRows[current] >> lane) & 0xff;
-    const uint32_t lpsNext = static_cast<uint32_t>(LpsNextRows[current] >> (2 * lane)) & 0x1ff;
-    const int lpsShift = static_cast<int>((LpsShiftRows[current] >> lane) & 0xff);
+    const uint32_t next = static_cast<uint32_t>(LpsNextRows[current] >> (2 * lane));
+    const uint32_t lpsNext = next & 0x1ff;
+    const int lpsShift = static_cast<int>(next >> 12 & 7);
     const uint32_t mpsRange = m_Range - lps;
     const uint64_t scaledRange = uint64_t{mpsRange} << m_Available;
     // An MPS range needs at most one doubling.
@@ -88,11 +89,11 @@ public:
   // TransitionMps followed by TransitionLps, indexed by the symbol too.
   static const std::array<uint8_t, 256> Transitions;
   // By context byte: rangeTabLPS of its state for the four values of
-  // (codIRange >> 6) & 3, a byte each; the same ranges renormalised, nine
-  // bits in sixteen each; and the shifts that renormalise them.
+  // (codIRange >> 6) & 3, a byte each; and in sixteen bits each, the same
+  // ranges renormalised (bits 0 to 8) with the shifts that did it (bits 12
+  // to 14).
   static const std::array<uint32_t, 128> LpsRows;
   static const std::array<uint64_t, 128> LpsNextRows;
-  static const std::array<uint32_t, 128> LpsShiftRows;
 
 private:
   void Refill() {

@@ -45,8 +45,8 @@ constexpr uint8_t Last8x8[63] = {0, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1,
                                  2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 3, 3, 3, 3, 3, 3, 3, 3, 4, 4,
                                  4, 4, 4, 4, 4, 4, 5, 5, 5, 5, 6, 6, 6, 6, 7, 7, 7, 7, 8, 8, 8};
 
-// The context increments of both flags of a significance map by scanning
-// position, one entry beyond the last position (read, never used).
+// The context increments of both flags of an 8x8 significance map by
+// scanning position, one entry beyond the last position (read, never used).
 struct SmMapIncrements {
   uint8_t significant[64];
   uint8_t last[64];
@@ -54,14 +54,11 @@ struct SmMapIncrements {
 constexpr SmMapIncrements MakeMapIncrements(const uint8_t* significant, const uint8_t* last) {
   SmMapIncrements map{};
   for (int i = 0; i < 63; ++i) {
-    map.significant[i] = significant != nullptr ? significant[i] : static_cast<uint8_t>(i);
-    map.last[i] = last != nullptr ? last[i] : static_cast<uint8_t>(i);
+    map.significant[i] = significant[i];
+    map.last[i] = last[i];
   }
   return map;
 }
-// Blocks of at most 16 coefficients use the position itself (the 2x2
-// chroma DC of 4:2:0 has positions 0 to 2 only, where Min(i, 2) is i).
-constexpr SmMapIncrements MapByPosition = MakeMapIncrements(nullptr, nullptr);
 constexpr SmMapIncrements Map8x8 = MakeMapIncrements(Significant8x8, Last8x8);
 constexpr SmMapIncrements Map8x8Field = MakeMapIncrements(Significant8x8Field, Last8x8);
 
@@ -434,7 +431,6 @@ int CmSliceDecoder::ReadLevelsCabac(int category, int codedInc, int maxNumCoeff,
     m_Cabac = engine;
     return -1;
   }
-  const SmMapIncrements& map = category == 5 ? (field ? Map8x8Field : Map8x8) : MapByPosition;
   const int sigBase = field ? CtxSignificantField[category] : CtxSignificant[category];
   const int lastBase = field ? CtxLastField[category] : CtxLast[category];
   const int lastIndex = maxNumCoeff - 1;
@@ -448,36 +444,49 @@ int CmSliceDecoder::ReadLevelsCabac(int category, int codedInc, int maxNumCoeff,
   // next significance context after it, as in 8x8 blocks neighbouring
   // positions may share one.
   uint8_t positions[64];
-  int count = 0, i = 0;
-  unsigned phase = 0; // 1 while the current bin is a last flag
+  int count = 0;
   bool ended = false;
-  int ctxIdx = sigBase + map.significant[0];
-  uint8_t state = contexts[ctxIdx];
-  for (;;) {
-    const int lastIdx = lastBase + map.last[i];
-    const int nextIdx = sigBase + map.significant[i + 1];
-    const uint8_t lastState = contexts[lastIdx];
-    const unsigned bin = static_cast<unsigned>(engine.DecodeDecision(state));
-    contexts[ctxIdx] = state;
-    if constexpr (Observed) {
-      m_Observer->OnDecision(ctxIdx, static_cast<int>(bin));
+  const auto readMap = [&](const auto& significantInc, const auto& lastInc) {
+    int i = 0;
+    unsigned phase = 0; // 1 while the current bin is a last flag
+    int ctxIdx = sigBase + significantInc(0);
+    uint8_t state = contexts[ctxIdx];
+    for (;;) {
+      const int lastIdx = lastBase + lastInc(i);
+      const int nextIdx = sigBase + significantInc(i + 1);
+      const uint8_t lastState = contexts[lastIdx];
+      const unsigned bin = static_cast<unsigned>(engine.DecodeDecision(state));
+      contexts[ctxIdx] = state;
+      if constexpr (Observed) {
+        m_Observer->OnDecision(ctxIdx, static_cast<int>(bin));
+      }
+      const uint8_t nextState = contexts[nextIdx];
+      if ((bin & phase) != 0) {
+        ended = true;
+        return;
+      }
+      const unsigned significant = bin & (phase ^ 1);
+      positions[count] = static_cast<uint8_t>(i);
+      count += static_cast<int>(significant);
+      i += static_cast<int>(significant ^ 1);
+      if (i == lastIndex) {
+        return;
+      }
+      phase = significant;
+      const unsigned mask = 0 - significant;
+      state = static_cast<uint8_t>(nextState ^ ((nextState ^ lastState) & mask));
+      ctxIdx = nextIdx ^ ((nextIdx ^ lastIdx) & static_cast<int>(mask));
     }
-    const uint8_t nextState = contexts[nextIdx];
-    if ((bin & phase) != 0) {
-      ended = true;
-      break;
-    }
-    const unsigned significant = bin & (phase ^ 1);
-    positions[count] = static_cast<uint8_t>(i);
-    count += static_cast<int>(significant);
-    i += static_cast<int>(significant ^ 1);
-    if (i == lastIndex) {
-      break;
-    }
-    phase = significant;
-    const unsigned mask = 0 - significant;
-    state = static_cast<uint8_t>(nextState ^ ((nextState ^ lastState) & mask));
-    ctxIdx = nextIdx ^ ((nextIdx ^ lastIdx) & static_cast<int>(mask));
+  };
+  if (category == 5) {
+    const SmMapIncrements& map = field ? Map8x8Field : Map8x8;
+    readMap([&map](int i) { return static_cast<int>(map.significant[i]); },
+            [&map](int i) { return static_cast<int>(map.last[i]); });
+  } else {
+    // Blocks of at most 16 coefficients use the position itself (the 2x2
+    // chroma DC of 4:2:0 has positions 0 to 2 only, where Min(i, 2) is i).
+    const auto byPosition = [](int i) { return i; };
+    readMap(byPosition, byPosition);
   }
   if (!ended) {
     positions[count++] = static_cast<uint8_t>(lastIndex);
