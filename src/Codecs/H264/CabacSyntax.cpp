@@ -32,35 +32,20 @@ constexpr int CtxSignificantField[6] = {277, 292, 306, 321, 324, 436};
 constexpr int CtxLastField[6] = {338, 353, 367, 382, 385, 451};
 
 // ctxIdxInc of significant_coeff_flag and last_significant_coeff_flag in
-// the 8x8 blocks of frame macroblocks, by scanning position.
-constexpr uint8_t Significant8x8[63] = {
-    0,  1,  2, 3, 4, 5,  5,  4,  4,  3, 3, 4,  4,  4,  5,  5,  4,  4,  4,  4,  3,
-    3,  6,  7, 7, 7, 8,  9,  10, 9,  8, 7, 7,  6,  11, 12, 13, 11, 6,  7,  8,  9,
-    14, 10, 9, 8, 6, 11, 12, 13, 11, 6, 9, 14, 10, 9,  11, 12, 13, 11, 14, 10, 12};
-constexpr uint8_t Significant8x8Field[63] = {
-    0,  1,  1,  2,  2,  3,  3,  4,  5,  6,  7,  7,  7, 8,  4,  5,  6,  9,  10, 10, 8,
-    11, 12, 11, 9,  9,  10, 10, 8,  11, 12, 11, 9,  9, 10, 10, 8,  11, 12, 11, 9,  9,
-    10, 10, 8,  13, 13, 9,  9,  10, 10, 8,  13, 13, 9, 9,  10, 10, 14, 14, 14, 14, 14};
+// the 8x8 blocks of frame macroblocks, by scanning position; the
+// significance maps have an entry beyond the last position, read ahead and
+// never used.
+constexpr uint8_t Significant8x8[64] = {
+    0, 1, 2, 3,  4,  5,  5,  4, 4, 3,  3,  4, 4,  4,  5,  5,  4,  4,  4,  4, 3,  3,
+    6, 7, 7, 7,  8,  9,  10, 9, 8, 7,  7,  6, 11, 12, 13, 11, 6,  7,  8,  9, 14, 10,
+    9, 8, 6, 11, 12, 13, 11, 6, 9, 14, 10, 9, 11, 12, 13, 11, 14, 10, 12, 0};
+constexpr uint8_t Significant8x8Field[64] = {
+    0,  1,  1,  2, 2,  3,  3,  4,  5,  6,  7, 7, 7,  8,  4,  5,  6,  9,  10, 10, 8,  11,
+    12, 11, 9,  9, 10, 10, 8,  11, 12, 11, 9, 9, 10, 10, 8,  11, 12, 11, 9,  9,  10, 10,
+    8,  13, 13, 9, 9,  10, 10, 8,  13, 13, 9, 9, 10, 10, 14, 14, 14, 14, 14, 0};
 constexpr uint8_t Last8x8[63] = {0, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 2, 2, 2, 2, 2,
                                  2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 3, 3, 3, 3, 3, 3, 3, 3, 4, 4,
                                  4, 4, 4, 4, 4, 4, 5, 5, 5, 5, 6, 6, 6, 6, 7, 7, 7, 7, 8, 8, 8};
-
-// The context increments of both flags of an 8x8 significance map by
-// scanning position, one entry beyond the last position (read, never used).
-struct SmMapIncrements {
-  uint8_t significant[64];
-  uint8_t last[64];
-};
-constexpr SmMapIncrements MakeMapIncrements(const uint8_t* significant, const uint8_t* last) {
-  SmMapIncrements map{};
-  for (int i = 0; i < 63; ++i) {
-    map.significant[i] = significant[i];
-    map.last[i] = last[i];
-  }
-  return map;
-}
-constexpr SmMapIncrements Map8x8 = MakeMapIncrements(Significant8x8, Last8x8);
-constexpr SmMapIncrements Map8x8Field = MakeMapIncrements(Significant8x8Field, Last8x8);
 
 constexpr uint8_t BlockX[16] = {0, 1, 0, 1, 2, 3, 2, 3, 0, 1, 0, 1, 2, 3, 2, 3};
 constexpr uint8_t BlockY[16] = {0, 0, 1, 1, 0, 0, 1, 1, 2, 2, 3, 3, 2, 2, 3, 3};
@@ -436,13 +421,13 @@ int CmSliceDecoder::ReadLevelsCabac(int category, int codedInc, int maxNumCoeff,
   const int lastIndex = maxNumCoeff - 1;
 
   // The significance map as one bin after the other, without a branch on
-  // any of them: which comes next, a significance flag or a last flag, is
-  // a selection. Both candidate contexts are read while the bin before is
-  // still being decoded, so the choice does not wait for a load. The last
-  // flag's context is read before the current context is written back
-  // (where they are the same, the last flag is not the one chosen); the
-  // next significance context after it, as in 8x8 blocks neighbouring
-  // positions may share one.
+  // any of them: whether a significance flag or a last flag comes next is
+  // a selection, as each is as hard to foresee as its probability says.
+  // Both candidate contexts are read while the current bin is decoded: the
+  // last flag's before the current context is written back (where they
+  // are the same, the last flag is not the one chosen), the next
+  // significance flag's after it, as neighbouring positions of 8x8 blocks
+  // may share one.
   uint8_t positions[64];
   int count = 0;
   bool ended = false;
@@ -479,9 +464,9 @@ int CmSliceDecoder::ReadLevelsCabac(int category, int codedInc, int maxNumCoeff,
     }
   };
   if (category == 5) {
-    const SmMapIncrements& map = field ? Map8x8Field : Map8x8;
-    readMap([&map](int i) { return static_cast<int>(map.significant[i]); },
-            [&map](int i) { return static_cast<int>(map.last[i]); });
+    const uint8_t* significant8x8 = field ? Significant8x8Field : Significant8x8;
+    readMap([significant8x8](int i) { return static_cast<int>(significant8x8[i]); },
+            [](int i) { return static_cast<int>(Last8x8[i]); });
   } else {
     // Blocks of at most 16 coefficients use the position itself (the 2x2
     // chroma DC of 4:2:0 has positions 0 to 2 only, where Min(i, 2) is i).
