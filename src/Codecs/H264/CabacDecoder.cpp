@@ -5,7 +5,9 @@
 
 namespace NmH264 {
 
-const uint8_t CmCabacDecoder::RangeTabLps[64][4] = {
+namespace {
+
+constexpr uint8_t RangeTabLpsTable[64][4] = {
     {128, 176, 208, 240}, {128, 167, 197, 227}, {128, 158, 187, 216}, {123, 150, 178, 205},
     {116, 142, 169, 195}, {111, 135, 160, 185}, {105, 128, 152, 175}, {100, 122, 144, 166},
     {95, 116, 137, 158},  {90, 110, 130, 150},  {85, 104, 123, 142},  {81, 99, 117, 135},
@@ -22,8 +24,6 @@ const uint8_t CmCabacDecoder::RangeTabLps[64][4] = {
     {10, 12, 14, 16},     {9, 11, 13, 15},      {9, 11, 12, 14},      {8, 10, 12, 14},
     {8, 9, 11, 13},       {7, 9, 11, 12},       {7, 9, 10, 12},       {7, 8, 10, 11},
     {6, 8, 9, 11},        {6, 7, 9, 10},        {6, 7, 8, 9},         {2, 2, 2, 2}};
-
-namespace {
 
 constexpr uint8_t TransIdxLpsTable[64] = {
     0,  0,  1,  2,  2,  4,  4,  5,  6,  7,  8,  9,  9,  11, 11, 12, 13, 13, 15, 15, 16, 16,
@@ -63,6 +63,37 @@ const std::array<uint8_t, 256> CmCabacDecoder::Transitions = [] {
   }
   return both;
 }();
+
+namespace {
+
+struct SmLpsRows {
+  std::array<uint32_t, 128> lps{};
+  std::array<uint64_t, 128> next{};
+};
+
+constexpr SmLpsRows MakeLpsRows() {
+  SmLpsRows rows;
+  for (size_t context = 0; context < 128; ++context) {
+    for (unsigned q = 0; q < 4; ++q) {
+      const uint32_t lps = RangeTabLpsTable[context >> 1][q];
+      uint32_t shift = 0;
+      while ((lps << shift) < 256) {
+        ++shift;
+      }
+      rows.lps[context] |= lps << (8 * q);
+      rows.next[context] |= uint64_t{lps << shift | shift << 12} << (16 * q);
+    }
+  }
+  return rows;
+}
+
+constexpr SmLpsRows LpsRowTables = MakeLpsRows();
+
+} // namespace
+
+const uint8_t (&CmCabacDecoder::RangeTabLps)[64][4] = RangeTabLpsTable;
+const std::array<uint32_t, 128> CmCabacDecoder::LpsRows = LpsRowTables.lps;
+const std::array<uint64_t, 128> CmCabacDecoder::LpsNextRows = LpsRowTables.next;
 
 void CmCabacDecoder::Start(const uint8_t* data, size_t size, size_t start) {
   m_Data = data;

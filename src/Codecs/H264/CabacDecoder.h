@@ -24,17 +24,20 @@ public:
   int DecodeDecision(uint8_t& context) {
     Refill();
     const unsigned current = context;
-    const uint32_t lps = RangeTabLps[current >> 1][(m_Range >> 6) & 3];
+    // The four rangeTabLPS values of a state, and what renormalisation
+    // makes of them, come as rows that do not depend on the range: the
+    // range only picks a lane, which is a shift, not a load, on the chain
+    // from one decision to the next.
+    const unsigned lane = (m_Range >> 3) & 24; // ((codIRange >> 6) & 3) * 8
+    const uint32_t lps = (LpsRows[current] >> lane) & 0xff;
+    const uint32_t next = static_cast<uint32_t>(LpsNextRows[current] >> (2 * lane));
+    const uint32_t lpsNext = next & 0x1ff;
+    const int lpsShift = static_cast<int>(next >> 12 & 7);
     const uint32_t mpsRange = m_Range - lps;
     const uint64_t scaledRange = uint64_t{mpsRange} << m_Available;
-    // Each symbol's renormalisation is known before the comparison decides
-    // between them: an MPS range needs at most one shift, an LPS range's
-    // shift follows from the table value alone. After the comparison only
-    // selections remain, which shortens the chain from one decision to the
-    // next.
+    // An MPS range needs at most one doubling.
     const int mpsShift = mpsRange < 256 ? 1 : 0;
-    const int lpsShift = std::countl_zero(lps) - 23;
-    const uint32_t mpsNext = mpsRange << mpsShift, lpsNext = lps << lpsShift;
+    const uint32_t mpsNext = mpsRange << mpsShift;
     // Both symbols by masks instead of a branch: which one comes is as hard
     // to foresee as its probability says, and a mispredicted branch costs
     // more than the whole decision.
@@ -79,12 +82,18 @@ public:
   // Whether the engine has read beyond the end of its data.
   bool IsOverrun() const { return GetBitPosition() > m_Size * 8; }
 
-  static const uint8_t RangeTabLps[64][4];
+  static const uint8_t (&RangeTabLps)[64][4];
   // Both transitions indexed by the whole context byte.
   static const std::array<uint8_t, 128> TransitionMps;
   static const std::array<uint8_t, 128> TransitionLps;
   // TransitionMps followed by TransitionLps, indexed by the symbol too.
   static const std::array<uint8_t, 256> Transitions;
+  // By context byte: rangeTabLPS of its state for the four values of
+  // (codIRange >> 6) & 3, a byte each; and in sixteen bits each, the same
+  // ranges renormalised (bits 0 to 8) with the shifts that did it (bits 12
+  // to 14).
+  static const std::array<uint32_t, 128> LpsRows;
+  static const std::array<uint64_t, 128> LpsNextRows;
 
 private:
   void Refill() {

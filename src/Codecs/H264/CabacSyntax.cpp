@@ -32,15 +32,17 @@ constexpr int CtxSignificantField[6] = {277, 292, 306, 321, 324, 436};
 constexpr int CtxLastField[6] = {338, 353, 367, 382, 385, 451};
 
 // ctxIdxInc of significant_coeff_flag and last_significant_coeff_flag in
-// the 8x8 blocks of frame macroblocks, by scanning position.
-constexpr uint8_t Significant8x8[63] = {
-    0,  1,  2, 3, 4, 5,  5,  4,  4,  3, 3, 4,  4,  4,  5,  5,  4,  4,  4,  4,  3,
-    3,  6,  7, 7, 7, 8,  9,  10, 9,  8, 7, 7,  6,  11, 12, 13, 11, 6,  7,  8,  9,
-    14, 10, 9, 8, 6, 11, 12, 13, 11, 6, 9, 14, 10, 9,  11, 12, 13, 11, 14, 10, 12};
-constexpr uint8_t Significant8x8Field[63] = {
-    0,  1,  1,  2,  2,  3,  3,  4,  5,  6,  7,  7,  7, 8,  4,  5,  6,  9,  10, 10, 8,
-    11, 12, 11, 9,  9,  10, 10, 8,  11, 12, 11, 9,  9, 10, 10, 8,  11, 12, 11, 9,  9,
-    10, 10, 8,  13, 13, 9,  9,  10, 10, 8,  13, 13, 9, 9,  10, 10, 14, 14, 14, 14, 14};
+// the 8x8 blocks of frame macroblocks, by scanning position; the
+// significance maps have an entry beyond the last position, read ahead and
+// never used.
+constexpr uint8_t Significant8x8[64] = {
+    0, 1, 2, 3,  4,  5,  5,  4, 4, 3,  3,  4, 4,  4,  5,  5,  4,  4,  4,  4, 3,  3,
+    6, 7, 7, 7,  8,  9,  10, 9, 8, 7,  7,  6, 11, 12, 13, 11, 6,  7,  8,  9, 14, 10,
+    9, 8, 6, 11, 12, 13, 11, 6, 9, 14, 10, 9, 11, 12, 13, 11, 14, 10, 12, 0};
+constexpr uint8_t Significant8x8Field[64] = {
+    0,  1,  1,  2, 2,  3,  3,  4,  5,  6,  7, 7, 7,  8,  4,  5,  6,  9,  10, 10, 8,  11,
+    12, 11, 9,  9, 10, 10, 8,  11, 12, 11, 9, 9, 10, 10, 8,  11, 12, 11, 9,  9,  10, 10,
+    8,  13, 13, 9, 9,  10, 10, 8,  13, 13, 9, 9, 10, 10, 14, 14, 14, 14, 14, 0};
 constexpr uint8_t Last8x8[63] = {0, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 2, 2, 2, 2, 2,
                                  2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 3, 3, 3, 3, 3, 3, 3, 3, 4, 4,
                                  4, 4, 4, 4, 4, 4, 5, 5, 5, 5, 6, 6, 6, 6, 7, 7, 7, 7, 8, 8, 8};
@@ -374,30 +376,21 @@ bool CmSliceDecoder::ReadQpDelta(CmBitReader& reader, int32_t& delta) {
 
 int CmSliceDecoder::ReadBlockCabac(int category, int codedInc, int maxNumCoeff, int16_t* levels) {
   std::fill(levels, levels + maxNumCoeff, int16_t{0});
-  if (codedInc >= 0 && Decision(CtxCodedBlock[category] + codedInc) == 0) {
-    return 0;
-  }
-  const bool field = m_Header->fieldPic || m_MbField;
-  // The initial values of the 8x8 significance maps of field macroblocks
-  // for cabac_init_idc 1 and 2 are not in this decoder yet: refused, never
-  // guessed.
-  if (category == 5 && field && m_Header->sliceType != SliceI && m_Header->cabacInitIdc != 0) {
-    m_NeedsUnknownContexts = true;
-    return -1;
-  }
-  return m_Observer != nullptr ? ReadLevelsCabac<true>(category, maxNumCoeff, levels)
-                               : ReadLevelsCabac<false>(category, maxNumCoeff, levels);
+  return m_Observer != nullptr ? ReadLevelsCabac<true>(category, codedInc, maxNumCoeff, levels)
+                               : ReadLevelsCabac<false>(category, codedInc, maxNumCoeff, levels);
 }
 
 template <bool Observed>
-int CmSliceDecoder::ReadLevelsCabac(int category, int maxNumCoeff, int16_t* levels) {
+int CmSliceDecoder::ReadLevelsCabac(int category, int codedInc, int maxNumCoeff, int16_t* levels) {
   // The engine works on a copy of its own: contexts are bytes, which may
   // alias anything, so with the member's state every context update would
   // store the engine's state and load it again.
   CmCabacDecoder engine = m_Cabac;
   uint8_t* const contexts = m_Contexts;
   const auto decision = [&](int ctxIdx) {
-    const int bin = engine.DecodeDecision(contexts[ctxIdx]);
+    uint8_t state = contexts[ctxIdx];
+    const int bin = engine.DecodeDecision(state);
+    contexts[ctxIdx] = state;
     if constexpr (Observed) {
       m_Observer->OnDecision(ctxIdx, bin);
     }
@@ -410,48 +403,90 @@ int CmSliceDecoder::ReadLevelsCabac(int category, int maxNumCoeff, int16_t* leve
     }
     return bin;
   };
-  uint8_t positions[64];
-  int count = 0;
+  if (codedInc >= 0 && decision(CtxCodedBlock[category] + codedInc) == 0) {
+    m_Cabac = engine;
+    return 0;
+  }
   const bool field = m_Header->fieldPic || m_MbField;
+  // The initial values of the 8x8 significance maps of field macroblocks
+  // for cabac_init_idc 1 and 2 are not in this decoder yet: refused, never
+  // guessed.
+  if (category == 5 && field && m_Header->sliceType != SliceI && m_Header->cabacInitIdc != 0) {
+    m_NeedsUnknownContexts = true;
+    m_Cabac = engine;
+    return -1;
+  }
   const int sigBase = field ? CtxSignificantField[category] : CtxSignificant[category];
   const int lastBase = field ? CtxLastField[category] : CtxLast[category];
-  const uint8_t* significant8x8 = field ? Significant8x8Field : Significant8x8;
+  const int lastIndex = maxNumCoeff - 1;
+
+  // The significance map as one bin after the other, without a branch on
+  // any of them: whether a significance flag or a last flag comes next is
+  // a selection, as each is as hard to foresee as its probability says.
+  // Both candidate contexts are read while the current bin is decoded: the
+  // last flag's before the current context is written back (where they
+  // are the same, the last flag is not the one chosen), the next
+  // significance flag's after it, as neighbouring positions of 8x8 blocks
+  // may share one.
+  uint8_t positions[64];
+  int count = 0;
   bool ended = false;
-  // Only 8x8 blocks map scanning positions to context increments by table;
-  // the others use the position itself (the 2x2 chroma DC of 4:2:0 has
-  // positions 0 to 2 only, where Min(i, 2) is i).
+  const auto readMap = [&](const auto& significantInc, const auto& lastInc) {
+    int i = 0;
+    unsigned phase = 0; // 1 while the current bin is a last flag
+    int ctxIdx = sigBase + significantInc(0);
+    uint8_t state = contexts[ctxIdx];
+    for (;;) {
+      const int lastIdx = lastBase + lastInc(i);
+      const int nextIdx = sigBase + significantInc(i + 1);
+      const uint8_t lastState = contexts[lastIdx];
+      const unsigned bin = static_cast<unsigned>(engine.DecodeDecision(state));
+      contexts[ctxIdx] = state;
+      if constexpr (Observed) {
+        m_Observer->OnDecision(ctxIdx, static_cast<int>(bin));
+      }
+      const uint8_t nextState = contexts[nextIdx];
+      if ((bin & phase) != 0) {
+        ended = true;
+        return;
+      }
+      const unsigned significant = bin & (phase ^ 1);
+      positions[count] = static_cast<uint8_t>(i);
+      count += static_cast<int>(significant);
+      i += static_cast<int>(significant ^ 1);
+      if (i == lastIndex) {
+        return;
+      }
+      phase = significant;
+      const unsigned mask = 0 - significant;
+      state = static_cast<uint8_t>(nextState ^ ((nextState ^ lastState) & mask));
+      ctxIdx = nextIdx ^ ((nextIdx ^ lastIdx) & static_cast<int>(mask));
+    }
+  };
   if (category == 5) {
-    for (int i = 0; i < 63; ++i) {
-      if (decision(sigBase + significant8x8[i]) != 0) {
-        positions[count++] = static_cast<uint8_t>(i);
-        if (decision(lastBase + Last8x8[i]) != 0) {
-          ended = true;
-          break;
-        }
-      }
-    }
+    const uint8_t* significant8x8 = field ? Significant8x8Field : Significant8x8;
+    readMap([significant8x8](int i) { return static_cast<int>(significant8x8[i]); },
+            [](int i) { return static_cast<int>(Last8x8[i]); });
   } else {
-    for (int i = 0; i < maxNumCoeff - 1; ++i) {
-      if (decision(sigBase + i) != 0) {
-        positions[count++] = static_cast<uint8_t>(i);
-        if (decision(lastBase + i) != 0) {
-          ended = true;
-          break;
-        }
-      }
-    }
+    // Blocks of at most 16 coefficients use the position itself (the 2x2
+    // chroma DC of 4:2:0 has positions 0 to 2 only, where Min(i, 2) is i).
+    const auto byPosition = [](int i) { return i; };
+    readMap(byPosition, byPosition);
   }
   if (!ended) {
-    positions[count++] = static_cast<uint8_t>(maxNumCoeff - 1);
+    positions[count++] = static_cast<uint8_t>(lastIndex);
   }
-  // Levels in reverse scanning order; the contexts count the levels of 1
-  // and those above 1 decoded so far.
+
+  // Levels in reverse scanning order. The first bin's context counts the
+  // levels of 1 so far until one above 1 comes, then stays at 0; the
+  // others' count those above 1.
   const int levelBase = CtxLevel[category];
   const int gt1Limit = category == 3 ? 3 : 4;
-  int greater = 0, ones = 0;
+  static constexpr uint8_t AfterOne[5] = {0, 2, 3, 4, 4};
+  int firstInc = 1, greater = 0;
   for (int k = count - 1; k >= 0; --k) {
     int32_t level = 1;
-    if (decision(levelBase + (greater != 0 ? 0 : std::min(4, 1 + ones))) != 0) {
+    if (decision(levelBase + firstInc) != 0) [[unlikely]] {
       const int context = levelBase + 5 + std::min(gt1Limit, greater);
       int32_t prefix = 1;
       while (prefix < 14 && decision(context) != 0) {
@@ -471,13 +506,14 @@ int CmSliceDecoder::ReadLevelsCabac(int category, int maxNumCoeff, int16_t* leve
           prefix += bypass() << bits;
         }
       }
-      level = prefix + 1;
+      level = std::min<int32_t>(prefix + 1, 32767);
       ++greater;
+      firstInc = 0;
     } else {
-      ++ones;
+      firstInc = AfterOne[firstInc];
     }
-    const int32_t clamped = std::min<int32_t>(level, 32767);
-    levels[positions[k]] = static_cast<int16_t>(bypass() != 0 ? -clamped : clamped);
+    const int32_t sign = -bypass();
+    levels[positions[k]] = static_cast<int16_t>((level ^ sign) - sign);
   }
   m_Cabac = engine;
   return count;

@@ -137,8 +137,9 @@ private:
   // increment of its coded_block_flag, or -1 where the block has none.
   // Returns the number of non-zero levels, or -1 for damage.
   int ReadBlockCabac(int category, int codedInc, int maxNumCoeff, int16_t* levels);
-  // The significance map and levels of a coded block.
-  template <bool Observed> int ReadLevelsCabac(int category, int maxNumCoeff, int16_t* levels);
+  // coded_block_flag, the significance map and the levels of a block.
+  template <bool Observed>
+  int ReadLevelsCabac(int category, int codedInc, int maxNumCoeff, int16_t* levels);
   template <typename Coded>
   int CodedBlockIncrement(const SmMacroblockInfo* a, const SmMacroblockInfo* b,
                           const Coded& coded) const;
