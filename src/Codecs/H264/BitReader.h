@@ -125,4 +125,63 @@ private:
   size_t m_StopBit = Unknown;
 };
 
+// The reader's next bits held in a register while many short codes are
+// taken in a row (the residual of a macroblock): the reader's position moves
+// only when the window runs low, instead of a load, byte swap and shift for
+// every code. A value, so that a decoder of many codes can keep a copy in
+// registers and store it back once; CmBitWindow hands the bits taken back
+// to the reader.
+class CmBitCursor {
+public:
+  explicit CmBitCursor(CmBitReader& reader) : m_Reader(&reader), m_Bits(reader.PeekWindow()) {}
+
+  // The next 32 bits. Of the 57 the window holds, a code of up to 32 bits
+  // fits as long as no more than 25 are taken, so the window moves on only
+  // then.
+  uint32_t Peek() {
+    if (m_Used > 25) [[unlikely]] {
+      m_Reader->Skip(m_Used);
+      m_Bits = m_Reader->PeekWindow();
+      m_Used = 0;
+    }
+    return PeekFilled();
+  }
+  // The next 32 bits, where the caller knows that no more than 25 bits were
+  // taken since the last Peek.
+  uint32_t PeekFilled() const { return static_cast<uint32_t>((m_Bits << m_Used) >> 32); }
+  void Skip(unsigned count) { m_Used += count; }
+  // 1 to 32 bits.
+  uint32_t Read(unsigned count) {
+    const uint32_t bits = Peek() >> (32 - count);
+    m_Used += count;
+    return bits;
+  }
+  // Whether the bits taken so far run past the end of the data.
+  bool IsOverrun() const { return m_Reader->GetPosition() + m_Used > m_Reader->GetSizeInBits(); }
+  // Moves the reader past the bits taken.
+  void Release() {
+    m_Reader->Skip(m_Used);
+    m_Used = 0;
+  }
+
+private:
+  CmBitReader* m_Reader;
+  uint64_t m_Bits;
+  unsigned m_Used = 0;
+};
+
+class CmBitWindow {
+public:
+  explicit CmBitWindow(CmBitReader& reader) : m_Cursor(reader) {}
+  CmBitWindow(const CmBitWindow&) = delete;
+  CmBitWindow& operator=(const CmBitWindow&) = delete;
+  ~CmBitWindow() { m_Cursor.Release(); }
+
+  CmBitCursor& GetCursor() { return m_Cursor; }
+  bool IsOverrun() const { return m_Cursor.IsOverrun(); }
+
+private:
+  CmBitCursor m_Cursor;
+};
+
 } // namespace NmH264
