@@ -126,28 +126,49 @@ private:
 };
 
 // The reader's next bits held in a register while many short codes are
-// taken in a row (the residual of a macroblock): the reader's position moves
-// only when the window runs low, instead of a load, byte swap and shift for
-// every code. A value, so that a decoder of many codes can keep a copy in
-// registers and store it back once; CmBitWindow hands the bits taken back
-// to the reader.
+// taken in a row (the residual of a macroblock): the position moves only
+// when the window is refilled, instead of a load, byte swap and shift for
+// every code. A value, so that a decoder of many codes keeps it in
+// registers; CmBitWindow hands the bits taken back to the reader.
 class CmBitCursor {
 public:
-  explicit CmBitCursor(CmBitReader& reader) : m_Reader(&reader), m_Bits(reader.PeekWindow()) {}
+  explicit CmBitCursor(const CmBitReader& reader)
+      : m_Data(reader.GetData()), m_Size(reader.GetSizeInBits() / 8),
+        m_Position(reader.GetPosition()) {
+    Refill();
+  }
 
-  // The next 32 bits. Of the 57 the window holds, a code of up to 32 bits
-  // fits as long as no more than 25 are taken, so the window moves on only
-  // then.
-  uint32_t Peek() {
-    if (m_Used > 25) [[unlikely]] {
-      m_Reader->Skip(m_Used);
-      m_Bits = m_Reader->PeekWindow();
-      m_Used = 0;
+  // Moves the window to the next bit taken: then at least 57 bits are
+  // there. A refill at a fixed point costs less than a branch per code on
+  // whether the window runs low, which no predictor can guess.
+  void Refill() {
+    m_Position += m_Used;
+    m_Used = 0;
+    const size_t byte = m_Position / 8;
+    uint64_t word = 0;
+    if (byte + 8 <= m_Size) [[likely]] {
+      std::memcpy(&word, m_Data + byte, 8);
+      if constexpr (std::endian::native == std::endian::little) {
+        word = __builtin_bswap64(word);
+      }
+    } else {
+      for (size_t i = 0; i < 8; ++i) {
+        word = word << 8 | (byte + i < m_Size ? m_Data[byte + i] : 0u);
+      }
+    }
+    m_Bits = word << (m_Position % 8);
+  }
+  // The next 32 bits, of which at least Valid are the stream's: the window
+  // is refilled if fewer than Valid remain.
+  template <unsigned Valid = 32> uint32_t Peek() {
+    static_assert(Valid <= 57);
+    if (m_Used > 57 - Valid) [[unlikely]] {
+      Refill();
     }
     return PeekFilled();
   }
-  // The next 32 bits, where the caller knows that no more than 25 bits were
-  // taken since the last Peek.
+  // The next 32 bits as they are, where the caller knows how many are
+  // valid: 57 less those taken since the last refill.
   uint32_t PeekFilled() const { return static_cast<uint32_t>((m_Bits << m_Used) >> 32); }
   void Skip(unsigned count) { m_Used += count; }
   // 1 to 32 bits.
@@ -156,31 +177,30 @@ public:
     m_Used += count;
     return bits;
   }
+  size_t GetPosition() const { return m_Position + m_Used; }
   // Whether the bits taken so far run past the end of the data.
-  bool IsOverrun() const { return m_Reader->GetPosition() + m_Used > m_Reader->GetSizeInBits(); }
-  // Moves the reader past the bits taken.
-  void Release() {
-    m_Reader->Skip(m_Used);
-    m_Used = 0;
-  }
+  bool IsOverrun() const { return GetPosition() > m_Size * 8; }
 
 private:
-  CmBitReader* m_Reader;
-  uint64_t m_Bits;
+  const uint8_t* m_Data;
+  size_t m_Size;     // bytes
+  size_t m_Position; // of the window's first bit
+  uint64_t m_Bits = 0;
   unsigned m_Used = 0;
 };
 
 class CmBitWindow {
 public:
-  explicit CmBitWindow(CmBitReader& reader) : m_Cursor(reader) {}
+  explicit CmBitWindow(CmBitReader& reader) : m_Reader(reader), m_Cursor(reader) {}
   CmBitWindow(const CmBitWindow&) = delete;
   CmBitWindow& operator=(const CmBitWindow&) = delete;
-  ~CmBitWindow() { m_Cursor.Release(); }
+  ~CmBitWindow() { m_Reader.Skip(m_Cursor.GetPosition() - m_Reader.GetPosition()); }
 
   CmBitCursor& GetCursor() { return m_Cursor; }
   bool IsOverrun() const { return m_Cursor.IsOverrun(); }
 
 private:
+  CmBitReader& m_Reader;
   CmBitCursor m_Cursor;
 };
 

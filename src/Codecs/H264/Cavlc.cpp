@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <cstdint>
 #include <stdexcept>
 
 namespace NmH264 {
@@ -232,12 +233,11 @@ struct SmCodeSet {
 };
 
 // Sets in the decoder's table: coeff_token by nC class, total_zeros of 4x4
-// blocks by TotalCoeff, of chroma DC by TotalCoeff, run_before by zerosLeft.
+// blocks by TotalCoeff, of chroma DC by TotalCoeff.
 constexpr int CoeffTokenSet = 0;
 constexpr int TotalZerosSet = 5;
 constexpr int TotalZerosChromaDcSet = TotalZerosSet + 15;
-constexpr int RunBeforeSet = TotalZerosChromaDcSet + 3;
-constexpr int SetCount = RunBeforeSet + 7;
+constexpr int SetCount = TotalZerosChromaDcSet + 3;
 
 constexpr std::array<SmCodeSet, SetCount> MakeCodeSets() {
   using namespace NmCavlcTables;
@@ -272,11 +272,6 @@ constexpr std::array<SmCodeSet, SetCount> MakeCodeSets() {
   for (int n = 0; n < 3; ++n) {
     for (int i = 0; i < 4 && TotalZerosChromaDcRows[n][i] != nullptr; ++i) {
       sets[TotalZerosChromaDcSet + n].Add(TotalZerosChromaDcRows[n][i], i);
-    }
-  }
-  for (int z = 0; z < 7; ++z) {
-    for (int i = 0; i < 15 && RunBeforeRows[z][i] != nullptr; ++i) {
-      sets[RunBeforeSet + z].Add(RunBeforeRows[z][i], i);
     }
   }
   return sets;
@@ -362,6 +357,34 @@ inline uint32_t LookUp(int set, uint32_t bits) {
                            ((bits << zeros) >> (32 - shape.width))];
 }
 
+// run_before by zerosLeft (1 to 6, and 7 for more) and the next three bits:
+// run << 4 | code length, 0 for the longer codes of zerosLeft above 6, which
+// are a count of zeros.
+constexpr std::array<std::array<uint8_t, 8>, 7> MakeRunBeforeTable() {
+  std::array<std::array<uint8_t, 8>, 7> table{};
+  for (size_t z = 0; z < 7; ++z) {
+    for (int run = 0; run < 15 && NmCavlcTables::RunBeforeRows[z][run] != nullptr; ++run) {
+      SmCodeSet set;
+      set.Add(NmCavlcTables::RunBeforeRows[z][run], run);
+      const SmCode& code = set.codes[0];
+      if (code.length <= 3) {
+        for (unsigned k = 0; k < 1u << (3 - code.length); ++k) {
+          table[z][(unsigned{code.value} << (3 - code.length)) + k] =
+              static_cast<uint8_t>(run << 4 | code.length);
+        }
+      }
+    }
+  }
+  return table;
+}
+
+constexpr std::array<std::array<uint8_t, 8>, 7> RunBeforeTable = MakeRunBeforeTable();
+
+// The next suffixLength after a level, by the current one: at least 1, and
+// one more when the level's magnitude exceeds the threshold.
+constexpr int8_t NextSuffixLength[7] = {1, 1, 2, 3, 4, 5, 6};
+constexpr int32_t SuffixThreshold[7] = {3, 3, 6, 12, 24, 48, INT32_MAX};
+
 // coeff_token's class by nC, for nC from -1 to 16.
 constexpr uint8_t CoeffTokenClass[18] = {4, 0, 0, 1, 1, 2, 2, 2, 2, 3, 3, 3, 3, 3, 3, 3, 3, 3};
 
@@ -389,42 +412,51 @@ int ReadEscapedLevel(CmBitCursor& window, int prefix, int suffixLength, int64_t&
 }
 
 // One block; ChromaDc picks the total_zeros tables of the 2x2 chroma DC.
-// Inlined into callers that pass the range as constants.
+// Inlined into callers that pass the range as constants. The window is
+// refilled at the start, which leaves room for the coeff_token, the signs of
+// the trailing ones and the first level; later codes refill only when the
+// window cannot hold the longest code of their kind.
 template <bool ChromaDc>
 [[gnu::always_inline]] inline int ReadBlock(CmBitCursor& window, int nC, int startIdx, int endIdx,
                                             int maxNumCoeff, int16_t* coefficients) {
   const int numCoeff = endIdx - startIdx + 1;
-  std::fill(coefficients + startIdx, coefficients + endIdx + 1, int16_t{0});
+  window.Refill();
   const int nCClass = CoeffTokenClass[std::clamp(nC, -1, 16) + 1];
-  const uint32_t tokenEntry = LookUp(CoeffTokenSet + nCClass, window.Peek());
+  const uint32_t tokenEntry = LookUp(CoeffTokenSet + nCClass, window.PeekFilled());
   if (tokenEntry == 0) {
     return -1;
   }
   window.Skip(tokenEntry & 0xFF);
-  const int totalCoeff = static_cast<int>(tokenEntry >> 10);
+  const int totalCoeff = static_cast<int>(tokenEntry >> 10 & 31);
   const int trailingOnes = static_cast<int>(tokenEntry >> 8 & 3);
   if (totalCoeff == 0) {
+    std::fill(coefficients + startIdx, coefficients + endIdx + 1, int16_t{0});
     return 0;
   }
   if (totalCoeff > maxNumCoeff || totalCoeff > numCoeff) {
     return -1;
   }
-  int32_t levels[16];
-  // The signs of the trailing ones lie within the 16 bits that remain after
-  // a coeff_token from a fresh peek.
+  // The levels from the last, highest frequency, one down at reversed[15 -
+  // i], with zeros after them: the levels in the places they take when no
+  // zeros lie between them start at reversed + 16 - totalCoeff.
+  int16_t reversed[32];
+  std::fill(reversed + 16, reversed + 32, int16_t{0});
   const uint32_t signs = window.PeekFilled() >> 29;
   window.Skip(static_cast<unsigned>(trailingOnes));
   for (int i = 0; i < 3; ++i) {
-    levels[i] = 1 - 2 * static_cast<int32_t>(signs >> (2 - i) & 1);
+    reversed[15 - i] = static_cast<int16_t>(1 - 2 * static_cast<int>(signs >> (2 - i) & 1));
   }
   int suffixLength = totalCoeff > 10 && trailingOnes < 3 ? 1 : 0;
   // The first level after fewer than three trailing ones cannot be +-1, so
   // its code counts from +-2.
   int adjust = trailingOnes < 3 ? 2 : 0;
   for (int i = trailingOnes; i < totalCoeff; ++i) {
-    // level_prefix: the number of zeros before a one, counted at once.
-    const uint32_t bits = window.Peek();
-    const int prefix = std::countl_zero(bits | 1);
+    // level_prefix: the number of zeros before a one, counted at once. A
+    // code of a prefix below 14 has at most 20 bits; the first level's
+    // lie within the 38 left after a coeff_token of at most 16 bits and
+    // three signs.
+    const uint32_t bits = i == trailingOnes ? window.PeekFilled() : window.Peek<20>();
+    int prefix = std::countl_zero(bits | 1);
     int levelCode = 0;
     if (prefix < 14) [[likely]] {
       // The prefix's zeros, its one and the suffix read as a number are
@@ -434,11 +466,13 @@ template <bool ChromaDc>
       levelCode = (prefix << suffixLength) + static_cast<int>(bits >> (32 - length)) -
                   (1 << suffixLength) + adjust;
     } else {
-      // A prefix that fills the whole window gives a level beyond 16 bits
-      // in any case, which is damage.
-      if (bits == 0) {
+      // The escapes need the whole window. A prefix that fills it gives a
+      // level beyond 16 bits in any case, which is damage.
+      const uint32_t whole = window.Peek();
+      if (whole == 0) {
         return -1;
       }
+      prefix = std::countl_zero(whole);
       window.Skip(static_cast<unsigned>(prefix) + 1);
       int64_t escaped = 0;
       if (ReadEscapedLevel(window, prefix, suffixLength, escaped) < 0) {
@@ -456,65 +490,73 @@ template <bool ChromaDc>
     // Even codes are positive levels, odd ones negative.
     const int magnitude = (levelCode >> 1) + 1;
     const int sign = -(levelCode & 1);
-    levels[i] = (magnitude ^ sign) - sign;
-    suffixLength += suffixLength == 0 ? 1 : 0;
-    suffixLength += magnitude > (3 << (suffixLength - 1)) && suffixLength < 6 ? 1 : 0;
+    reversed[15 - i] = static_cast<int16_t>((magnitude ^ sign) - sign);
+    // By tables rather than branches, which would guess badly.
+    suffixLength = NextSuffixLength[suffixLength] +
+                   static_cast<int>(magnitude > SuffixThreshold[suffixLength]);
   }
   int zerosLeft = 0;
   if (totalCoeff < numCoeff) {
     if (ChromaDc && totalCoeff > 3) {
       return -1;
     }
-    const uint32_t entry =
-        LookUp((ChromaDc ? TotalZerosChromaDcSet : TotalZerosSet) + totalCoeff - 1, window.Peek());
+    const uint32_t entry = LookUp(
+        (ChromaDc ? TotalZerosChromaDcSet : TotalZerosSet) + totalCoeff - 1, window.Peek<9>());
     zerosLeft = static_cast<int>(entry >> 8);
     if (entry == 0 || zerosLeft > numCoeff - totalCoeff) {
       return -1;
     }
     window.Skip(entry & 0xFF);
   }
-  // Levels come highest frequency first; runs place them downwards, and
-  // once no zeros are left the rest follow each other.
+  // First all levels side by side at the bottom, with the zeros above them,
+  // in one copy; then the runs move the higher ones up, from the first
+  // level on, as long as zeros are left. A level leaves zero behind, which
+  // no level placed before it can occupy, as those lie higher still.
+  std::copy(reversed + 16 - totalCoeff, reversed + 16 - totalCoeff + numCoeff,
+            coefficients + startIdx);
   int position = startIdx + totalCoeff - 1 + zerosLeft;
-  coefficients[position] = static_cast<int16_t>(levels[0]);
-  int i = 1;
-  for (; i < totalCoeff && zerosLeft > 0; ++i) {
-    const uint32_t entry = LookUp(RunBeforeSet + std::min(zerosLeft, 7) - 1, window.Peek());
-    const int run = static_cast<int>(entry >> 8);
-    if (entry == 0 || run > zerosLeft) {
+  coefficients[startIdx + totalCoeff - 1] = 0;
+  coefficients[position] = reversed[15];
+  for (int i = 1; i < totalCoeff && zerosLeft > 0; ++i) {
+    const uint32_t bits = window.Peek<11>();
+    unsigned entry = RunBeforeTable[static_cast<size_t>(std::min(zerosLeft, 7) - 1)][bits >> 29];
+    if (entry == 0) {
+      // zerosLeft above 6: runs from 7 on are three zeros and more, then a
+      // one.
+      const int zeros = std::countl_zero(bits | 1);
+      if (zeros > 10) {
+        return -1;
+      }
+      entry = static_cast<unsigned>((zeros + 4) << 4 | (zeros + 1));
+    }
+    const int run = static_cast<int>(entry >> 4);
+    if (run > zerosLeft) {
       return -1;
     }
-    window.Skip(entry & 0xFF);
+    window.Skip(entry & 15);
     zerosLeft -= run;
     position -= run + 1;
-    coefficients[position] = static_cast<int16_t>(levels[i]);
-  }
-  for (; i < totalCoeff; ++i) {
-    coefficients[--position] = static_cast<int16_t>(levels[i]);
+    coefficients[startIdx + totalCoeff - 1 - i] = 0;
+    coefficients[position] = reversed[15 - i];
   }
   return totalCoeff;
 }
 
 } // namespace
 
-int ReadResidualBlockCavlc(CmBitWindow& window, int nC, int maxNumCoeff, int16_t* coefficients) {
-  // The cursor in registers for the block, not in the window's memory.
-  CmBitCursor cursor = window.GetCursor();
-  int total = 0;
-  switch (maxNumCoeff) {
-  case 16:
-    total = ReadBlock<false>(cursor, nC, 0, 15, 16, coefficients);
-    break;
-  case 15:
-    total = ReadBlock<false>(cursor, nC, 0, 14, 15, coefficients);
-    break;
-  default:
-    total = ReadBlock<true>(cursor, nC, 0, 3, 4, coefficients);
-    break;
-  }
-  window.GetCursor() = cursor;
+template <int MaxNumCoeff>
+int ReadResidualBlockCavlc(CmBitCursor& cursor, int nC, int16_t* coefficients) {
+  // The cursor in registers for the block, not in the caller's memory.
+  CmBitCursor local = cursor;
+  const int total =
+      ReadBlock<MaxNumCoeff == 4>(local, nC, 0, MaxNumCoeff - 1, MaxNumCoeff, coefficients);
+  cursor = local;
   return total;
 }
+
+template int ReadResidualBlockCavlc<16>(CmBitCursor&, int, int16_t*);
+template int ReadResidualBlockCavlc<15>(CmBitCursor&, int, int16_t*);
+template int ReadResidualBlockCavlc<4>(CmBitCursor&, int, int16_t*);
 
 int ReadResidualBlockCavlc(CmBitReader& reader, int nC, int startIdx, int endIdx, int maxNumCoeff,
                            int16_t* coefficients) {

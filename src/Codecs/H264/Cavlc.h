@@ -17,10 +17,14 @@ namespace NmH264 {
 int ReadResidualBlockCavlc(CmBitReader& reader, int nC, int startIdx, int endIdx, int maxNumCoeff,
                            int16_t* coefficients);
 
-// The same for a whole block (startIdx 0, endIdx maxNumCoeff - 1) of 16, 15
-// or 4 coefficients, from a window that the caller keeps across the blocks
-// of a macroblock. The caller checks the window for overrun.
-int ReadResidualBlockCavlc(CmBitWindow& window, int nC, int maxNumCoeff, int16_t* coefficients);
+// The same for a whole block (startIdx 0, endIdx MaxNumCoeff - 1) of 16, 15
+// or 4 coefficients, from a cursor that the caller keeps across the blocks
+// of a macroblock and checks for overrun.
+template <int MaxNumCoeff>
+int ReadResidualBlockCavlc(CmBitCursor& cursor, int nC, int16_t* coefficients);
+extern template int ReadResidualBlockCavlc<16>(CmBitCursor&, int, int16_t*);
+extern template int ReadResidualBlockCavlc<15>(CmBitCursor&, int, int16_t*);
+extern template int ReadResidualBlockCavlc<4>(CmBitCursor&, int, int16_t*);
 
 // A prefix code as bit strings with their symbols, for tests that check each
 // table as a complete prefix code and write blocks with them.

@@ -298,6 +298,13 @@ inline int PredictNc(int left, int top) {
   return sum < NoCount ? (sum + 1) >> 1 : sum & (NoCount - 1);
 }
 
+// One block of the macroblock's residual; -1 for damage, bits beyond the
+// end included.
+template <int MaxNumCoeff> int ReadBlock(CmBitCursor& cursor, int nC, int16_t* levels) {
+  const int total = ReadResidualBlockCavlc<MaxNumCoeff>(cursor, nC, levels);
+  return cursor.IsOverrun() ? -1 : total;
+}
+
 } // namespace
 
 bool CmSliceDecoder::ReadResidual(CmBitReader& reader, uint32_t address, bool intra16x16,
@@ -306,10 +313,7 @@ bool CmSliceDecoder::ReadResidual(CmBitReader& reader, uint32_t address, bool in
   // One window for all blocks of the macroblock; it hands the bits taken
   // back to the reader when it goes.
   CmBitWindow window(reader);
-  const auto read = [&window](int nC, int maxNumCoeff, int16_t* levels) {
-    const int total = ReadResidualBlockCavlc(window, nC, maxNumCoeff, levels);
-    return window.IsOverrun() ? -1 : total;
-  };
+  CmBitCursor& cursor = window.GetCursor();
   // The coefficient counts of the macroblock's blocks with those of the
   // blocks beside it on the left (column 0) and above (row 0), which are
   // located once per macroblock rather than once per block. size: the
@@ -317,6 +321,7 @@ bool CmSliceDecoder::ReadResidual(CmBitReader& reader, uint32_t address, bool in
   const auto loadBorders = [&](int size, uint8_t* grid, const auto& count) {
     const int stride = size / 4 + 1;
     const SmLocation top = Locate(address, 0, -1, size, size);
+#pragma GCC unroll 4
     for (int x = 0; x < size / 4; ++x) {
       grid[x + 1] =
           static_cast<uint8_t>(top.mb != nullptr ? count(*top.mb, x, top.y / 4) : NoCount);
@@ -324,6 +329,7 @@ bool CmSliceDecoder::ReadResidual(CmBitReader& reader, uint32_t address, bool in
     // Without pairs the left rows are those of one macroblock alike; in a
     // frame of pairs each may lie in another macroblock or field line.
     SmLocation left = Locate(address, -1, 0, size, size);
+#pragma GCC unroll 4
     for (int y = 0; y < size / 4; ++y) {
       if (m_Mbaff && y > 0) {
         left = Locate(address, -1, 4 * y, size, size);
@@ -340,73 +346,87 @@ bool CmSliceDecoder::ReadResidual(CmBitReader& reader, uint32_t address, bool in
     });
   }
   if (intra16x16) {
-    if (read(PredictNc(luma[5], luma[1]), 16, m_DcLevels) < 0) {
+    if (ReadBlock<16>(cursor, PredictNc(luma[5], luma[1]), m_DcLevels) < 0) {
       return false;
     }
   }
-  for (int b8 = 0; b8 < 4; ++b8) {
-    if ((cbp & (1 << b8)) == 0) {
-      // A quadrant without coefficients at once.
-      for (int sub = 0; sub < 4; ++sub) {
-        const int x = BlockX[4 * b8 + sub], y = BlockY[4 * b8 + sub];
-        mb.totalCoeff[x + 4 * y] = 0;
-        luma[(y + 1) * 5 + x + 1] = 0;
-      }
-      std::memset(m_Levels[4 * b8], 0, sizeof m_Levels[0] * 4);
-      continue;
+  // The reconstruction reads the levels of coded blocks only, but those of
+  // all blocks after 16x16 prediction, whose AC is coded for all or none.
+  // The loops are unrolled: their branches would take a slot each in the
+  // predictor beside the data-dependent ones.
+  if ((cbp & 15) == 0) {
+    std::memset(mb.totalCoeff, 0, sizeof mb.totalCoeff);
+    if (intra16x16) {
+      std::memset(m_Levels, 0, sizeof m_Levels);
     }
-    for (int sub = 0; sub < 4; ++sub) {
-      const int blk = 4 * b8 + sub;
-      const int x = BlockX[blk], y = BlockY[blk];
-      const int nC = PredictNc(luma[(y + 1) * 5 + x], luma[y * 5 + x + 1]);
-      const int total = read(nC, intra16x16 ? 15 : 16, m_Levels[blk]);
-      if (total < 0) {
-        return false;
-      }
-      mb.totalCoeff[x + 4 * y] = static_cast<uint8_t>(total);
-      luma[(y + 1) * 5 + x + 1] = static_cast<uint8_t>(total);
-    }
-  }
-  if (mb.transform8x8) {
-    // CAVLC carries an 8x8 block as four interleaved 4x4 blocks.
+  } else {
+#pragma GCC unroll 4
     for (int b8 = 0; b8 < 4; ++b8) {
+      if ((cbp & (1 << b8)) == 0) {
+        // A quadrant without coefficients at once.
+#pragma GCC unroll 4
+        for (int sub = 0; sub < 4; ++sub) {
+          const int x = BlockX[4 * b8 + sub], y = BlockY[4 * b8 + sub];
+          mb.totalCoeff[x + 4 * y] = 0;
+          luma[(y + 1) * 5 + x + 1] = 0;
+        }
+        continue;
+      }
+#pragma GCC unroll 4
       for (int sub = 0; sub < 4; ++sub) {
-        for (int i = 0; i < 16; ++i) {
-          m_Levels8x8[b8][4 * i + sub] = m_Levels[b8 * 4 + sub][i];
+        const int blk = 4 * b8 + sub;
+        const int x = BlockX[blk], y = BlockY[blk];
+        const int nC = PredictNc(luma[(y + 1) * 5 + x], luma[y * 5 + x + 1]);
+        const int total = intra16x16 ? ReadBlock<15>(cursor, nC, m_Levels[blk])
+                                     : ReadBlock<16>(cursor, nC, m_Levels[blk]);
+        if (total < 0) {
+          return false;
+        }
+        mb.totalCoeff[x + 4 * y] = static_cast<uint8_t>(total);
+        luma[(y + 1) * 5 + x + 1] = static_cast<uint8_t>(total);
+      }
+      if (mb.transform8x8) {
+        // CAVLC carries an 8x8 block as four interleaved 4x4 blocks.
+        for (int sub = 0; sub < 4; ++sub) {
+          for (int i = 0; i < 16; ++i) {
+            m_Levels8x8[b8][4 * i + sub] = m_Levels[b8 * 4 + sub][i];
+          }
         }
       }
     }
   }
   std::memset(mb.totalCoeffChroma, 0, sizeof mb.totalCoeffChroma);
-  std::memset(m_ChromaDcLevels, 0, sizeof m_ChromaDcLevels);
-  std::memset(m_ChromaAcLevels, 0, sizeof m_ChromaAcLevels);
-  if (m_Sps->GetChromaArrayType() != 1) {
+  // Without chroma coefficients the reconstruction reads no chroma levels;
+  // with DC only, the AC levels as zeros.
+  const int chromaCbp = cbp >> 4;
+  if (m_Sps->GetChromaArrayType() != 1 || chromaCbp == 0) {
     return true;
   }
-  const int chromaCbp = cbp >> 4;
-  if (chromaCbp != 0) {
-    for (int c = 0; c < 2; ++c) {
-      if (read(-1, 4, m_ChromaDcLevels[c]) < 0) {
-        return false;
-      }
+  for (int c = 0; c < 2; ++c) {
+    if (ReadBlock<4>(cursor, -1, m_ChromaDcLevels[c]) < 0) {
+      return false;
     }
   }
-  if ((chromaCbp & 2) != 0) {
-    for (int c = 0; c < 2; ++c) {
-      uint8_t chroma[3 * 3];
-      loadBorders(8, chroma, [c](const SmMacroblockInfo& n, int x, int y) {
-        return n.kind == MbIPcm ? 16 : int{n.totalCoeffChroma[c][x + 2 * y]};
-      });
-      for (int b = 0; b < 4; ++b) {
-        const int x = b % 2, y = b / 2;
-        const int nC = PredictNc(chroma[(y + 1) * 3 + x], chroma[y * 3 + x + 1]);
-        const int total = read(nC, 15, m_ChromaAcLevels[c][b]);
-        if (total < 0) {
-          return false;
-        }
-        mb.totalCoeffChroma[c][b] = static_cast<uint8_t>(total);
-        chroma[(y + 1) * 3 + x + 1] = static_cast<uint8_t>(total);
+  if ((chromaCbp & 2) == 0) {
+    std::memset(m_ChromaAcLevels, 0, sizeof m_ChromaAcLevels);
+    return true;
+  }
+#pragma GCC unroll 2
+  for (int c = 0; c < 2; ++c) {
+    uint8_t chroma[3 * 3];
+    loadBorders(8, chroma, [c](const SmMacroblockInfo& n, int x, int y) {
+      return n.kind == MbIPcm ? 16 : int{n.totalCoeffChroma[c][x + 2 * y]};
+    });
+#pragma GCC unroll 4
+    for (int b = 0; b < 4; ++b) {
+      const int x = b % 2, y = b / 2;
+      const int nC = PredictNc(chroma[(y + 1) * 3 + x], chroma[y * 3 + x + 1]);
+      const int total = ReadBlock<15>(cursor, nC, m_ChromaAcLevels[c][b]);
+      if (total < 0) {
+        return false;
       }
+      mb.totalCoeffChroma[c][b] = static_cast<uint8_t>(total);
+      chroma[(y + 1) * 3 + x + 1] = static_cast<uint8_t>(total);
     }
   }
   return true;
