@@ -333,6 +333,28 @@ TEST(H264Cavlc, BlocksOfEveryShapeReadBackAsWritten) {
   }
   EXPECT_FALSE(reader.HasMoreData());
   EXPECT_FALSE(reader.IsOverrun());
+  // Again through one window for all blocks, as the slice decoder reads a
+  // macroblock's, which refills only where a block may run out of bits.
+  CmBitReader shared(writer.Bytes().data(), writer.Bytes().size());
+  shared.Skip(7);
+  {
+    CmBitWindow window(shared);
+    for (size_t i = 0; i < blocks.size(); ++i) {
+      const SmBlock& block = blocks[i];
+      std::vector<int16_t> read(16, int16_t{99});
+      const int total =
+          block.maxNumCoeff == 16
+              ? ReadResidualBlockCavlc<16>(window.GetCursor(), block.nC, read.data())
+              : (block.maxNumCoeff == 15
+                     ? ReadResidualBlockCavlc<15>(window.GetCursor(), block.nC, read.data())
+                     : ReadResidualBlockCavlc<4>(window.GetCursor(), block.nC, read.data()));
+      ASSERT_GE(total, 0) << "block " << i;
+      ASSERT_EQ(std::vector<int>(read.begin(), read.begin() + block.maxNumCoeff),
+                block.coefficients)
+          << "block " << i;
+    }
+  }
+  EXPECT_EQ(shared.GetPosition(), reader.GetPosition());
 
   // Damage: a level beyond 16 bits (prefix 19 with a large suffix), and a
   // level prefix that never ends.
