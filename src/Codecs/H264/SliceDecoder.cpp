@@ -321,7 +321,6 @@ bool CmSliceDecoder::ReadResidual(CmBitReader& reader, uint32_t address, bool in
   const auto loadBorders = [&](int size, uint8_t* grid, const auto& count) {
     const int stride = size / 4 + 1;
     const SmLocation top = Locate(address, 0, -1, size, size);
-#pragma GCC unroll 4
     for (int x = 0; x < size / 4; ++x) {
       grid[x + 1] =
           static_cast<uint8_t>(top.mb != nullptr ? count(*top.mb, x, top.y / 4) : NoCount);
@@ -329,7 +328,6 @@ bool CmSliceDecoder::ReadResidual(CmBitReader& reader, uint32_t address, bool in
     // Without pairs the left rows are those of one macroblock alike; in a
     // frame of pairs each may lie in another macroblock or field line.
     SmLocation left = Locate(address, -1, 0, size, size);
-#pragma GCC unroll 4
     for (int y = 0; y < size / 4; ++y) {
       if (m_Mbaff && y > 0) {
         left = Locate(address, -1, 4 * y, size, size);
