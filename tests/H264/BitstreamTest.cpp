@@ -1,6 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
+#include <cstdlib>
+#include <iterator>
 #include <random>
 #include <string>
 #include <vector>
@@ -167,21 +170,204 @@ TEST(H264Cavlc, CodeTablesArePrefixCodes) {
   }
 }
 
-// Every coefficient of 8-bit video fits 16 bits: a level beyond, negative
-// or positive (prefix 19 with a large suffix), is damage, and so is a level
-// prefix that never ends.
-// (The decoding of blocks itself shows in every CAVLC stream of the decode
-// tests.)
-TEST(H264Cavlc, LevelsBeyondSixteenBitsAreDamage) {
+namespace {
+
+void PutCode(CmBitWriter& writer, const std::string& bits) {
+  for (const char bit : bits) {
+    writer.PutFlag(bit == '1');
+  }
+}
+
+const std::string& CodeOf(const std::vector<SmVlcSymbol>& codes, int symbol) {
+  for (const SmVlcSymbol& code : codes) {
+    if (code.symbol == symbol) {
+      return code.bits;
+    }
+  }
+  static const std::string none;
+  ADD_FAILURE() << "no code for " << symbol;
+  return none;
+}
+
+// Writes a residual block the way an encoder does (clause 9.2 run
+// backwards), so that the reader is held to the rules and not to itself.
+// coefficients are in scan order; nCClass selects the coeff_token table.
+void PutCavlcBlock(CmBitWriter& writer, const std::vector<int>& coefficients, int nCClass,
+                   bool chromaDc) {
+  using namespace NmCavlcTables;
+  const int size = static_cast<int>(coefficients.size());
+  // Levels from the highest frequency down, each with the zeros below it
+  // up to the next level.
+  std::vector<int> levels, runs;
+  int totalZeros = 0;
+  for (int i = size - 1; i >= 0; --i) {
+    if (coefficients[static_cast<size_t>(i)] != 0) {
+      levels.push_back(coefficients[static_cast<size_t>(i)]);
+      runs.push_back(0);
+    } else if (!levels.empty()) {
+      ++runs.back();
+      ++totalZeros;
+    }
+  }
+  const int total = static_cast<int>(levels.size());
+  // total_zeros counts the zeros below the lowest level too; they are the
+  // run that the last level takes without a code.
+  int trailingOnes = 0;
+  while (trailingOnes < std::min(total, 3) &&
+         std::abs(levels[static_cast<size_t>(trailingOnes)]) == 1) {
+    ++trailingOnes;
+  }
+  PutCode(writer, CodeOf(GetCoeffTokenCodes(nCClass), total * 4 + trailingOnes));
+  if (total == 0) {
+    return;
+  }
+  for (int i = 0; i < trailingOnes; ++i) {
+    writer.PutFlag(levels[static_cast<size_t>(i)] < 0);
+  }
+  int suffixLength = total > 10 && trailingOnes < 3 ? 1 : 0;
+  for (int i = trailingOnes; i < total; ++i) {
+    const int level = levels[static_cast<size_t>(i)];
+    int levelCode = level > 0 ? 2 * level - 2 : -2 * level - 1;
+    if (i == trailingOnes && trailingOnes < 3) {
+      levelCode -= 2;
+    }
+    int prefix = 0, suffixSize = 0, suffix = 0;
+    if (suffixLength == 0 && levelCode < 14) {
+      prefix = levelCode;
+    } else if (suffixLength == 0 && levelCode < 30) {
+      prefix = 14, suffixSize = 4, suffix = levelCode - 14;
+    } else if (suffixLength > 0 && levelCode < (15 << suffixLength)) {
+      prefix = levelCode >> suffixLength, suffixSize = suffixLength;
+      suffix = levelCode & ((1 << suffixLength) - 1);
+    } else {
+      // The escapes: prefix 15 with 12 bits, then each longer prefix with
+      // one more bit, their ranges following each other.
+      const int rest = levelCode - (15 << suffixLength) - (suffixLength == 0 ? 15 : 0);
+      const auto offset = [](int p) { return p >= 16 ? (1 << (p - 3)) - 4096 : 0; };
+      prefix = 15;
+      while (rest >= offset(prefix) + (1 << (prefix - 3))) {
+        ++prefix;
+      }
+      suffixSize = prefix - 3, suffix = rest - offset(prefix);
+    }
+    writer.Put(1, static_cast<unsigned>(prefix) + 1); // prefix zeros and the one
+    if (suffixSize > 0) {
+      writer.Put(static_cast<uint64_t>(suffix), static_cast<unsigned>(suffixSize));
+    }
+    if (suffixLength == 0) {
+      suffixLength = 1;
+    }
+    if (std::abs(level) > (3 << (suffixLength - 1)) && suffixLength < 6) {
+      ++suffixLength;
+    }
+  }
+  int zerosLeft = totalZeros;
+  if (total < size) {
+    PutCode(writer, CodeOf(GetTotalZerosCodes(total, chromaDc), totalZeros));
+  }
+  for (int i = 0; i + 1 < total && zerosLeft > 0; ++i) {
+    const int run = runs[static_cast<size_t>(i)];
+    PutCode(writer, CodeOf(GetRunBeforeCodes(std::min(zerosLeft, 7)), run));
+    zerosLeft -= run;
+  }
+}
+
+} // namespace
+
+TEST(H264Cavlc, BlocksOfEveryShapeReadBackAsWritten) {
+  // Thousands of blocks back to back, so that codes straddle every point
+  // where the reader takes new bits: every coeff_token table, luma, AC and
+  // chroma DC blocks, trailing ones of both signs, levels around each
+  // suffix length's limits and through all escapes up to 16 bits.
+  std::mt19937 random(19);
+  struct SmBlock {
+    int nC, startIdx, endIdx, maxNumCoeff;
+    std::vector<int> coefficients;
+  };
+  const int nCs[] = {0, 1, 2, 3, 4, 7, 8, 16};
+  std::vector<SmBlock> blocks;
+  CmBitWriter writer;
+  writer.Put(random() & 0x7F, 7); // not on a byte boundary
+  for (int i = 0; i < 4000; ++i) {
+    SmBlock block;
+    const int shape = static_cast<int>(random() % 3);
+    block.nC = shape == 2 ? -1 : nCs[random() % std::size(nCs)];
+    block.maxNumCoeff = shape == 0 ? 16 : (shape == 1 ? 15 : 4);
+    block.startIdx = 0;
+    block.endIdx = block.maxNumCoeff - 1;
+    block.coefficients.assign(static_cast<size_t>(block.maxNumCoeff), 0);
+    const int density = static_cast<int>(random() % 5);
+    for (int& c : block.coefficients) {
+      if (static_cast<int>(random() % 4) >= density) {
+        continue;
+      }
+      const int kind = static_cast<int>(random() % 16);
+      const int magnitude = kind < 8    ? 1 + static_cast<int>(random() % 2)
+                            : kind < 13 ? 3 + static_cast<int>(random() % 60)
+                            : kind < 15 ? 60 + static_cast<int>(random() % 5000)
+                                        : 32767 - static_cast<int>(random() % 4);
+      c = random() % 2 == 0 ? magnitude : -magnitude;
+    }
+    const int nCClass = block.nC < 0   ? 4
+                        : block.nC < 2 ? 0
+                        : block.nC < 4 ? 1
+                        : block.nC < 8 ? 2
+                                       : 3;
+    PutCavlcBlock(writer, block.coefficients, nCClass, shape == 2);
+    blocks.push_back(std::move(block));
+  }
+  writer.PutTrailingBits();
+  CmBitReader reader(writer.Bytes().data(), writer.Bytes().size());
+  reader.Skip(7);
+  for (size_t i = 0; i < blocks.size(); ++i) {
+    const SmBlock& block = blocks[i];
+    std::vector<int16_t> read(16, int16_t{99});
+    const int total = ReadResidualBlockCavlc(reader, block.nC, block.startIdx, block.endIdx,
+                                             block.maxNumCoeff, read.data());
+    int expectedTotal = 0;
+    for (size_t k = 0; k < block.coefficients.size(); ++k) {
+      expectedTotal += block.coefficients[k] != 0 ? 1 : 0;
+      ASSERT_EQ(read[k], block.coefficients[k]) << "block " << i << " coefficient " << k;
+    }
+    ASSERT_EQ(total, expectedTotal) << "block " << i;
+  }
+  EXPECT_FALSE(reader.HasMoreData());
+  EXPECT_FALSE(reader.IsOverrun());
+  // Again through one window for all blocks, as the slice decoder reads a
+  // macroblock's, which refills only where a block may run out of bits.
+  CmBitReader shared(writer.Bytes().data(), writer.Bytes().size());
+  shared.Skip(7);
+  {
+    CmBitWindow window(shared);
+    for (size_t i = 0; i < blocks.size(); ++i) {
+      const SmBlock& block = blocks[i];
+      std::vector<int16_t> read(16, int16_t{99});
+      const int total =
+          block.maxNumCoeff == 16
+              ? ReadResidualBlockCavlc<16>(window.GetCursor(), block.nC, read.data())
+              : (block.maxNumCoeff == 15
+                     ? ReadResidualBlockCavlc<15>(window.GetCursor(), block.nC, read.data())
+                     : ReadResidualBlockCavlc<4>(window.GetCursor(), block.nC, read.data()));
+      ASSERT_GE(total, 0) << "block " << i;
+      ASSERT_EQ(std::vector<int>(read.begin(), read.begin() + block.maxNumCoeff),
+                block.coefficients)
+          << "block " << i;
+    }
+  }
+  EXPECT_EQ(shared.GetPosition(), reader.GetPosition());
+
+  // Damage: every coefficient of 8-bit video fits 16 bits, so a level
+  // beyond, negative or positive (prefix 19 with a large suffix), is damage,
+  // and so is a level prefix that never ends.
   for (const auto& [bits, count] : {std::pair<uint64_t, unsigned>{uint64_t{1} << 16 | 0xFFFF, 36},
                                     {uint64_t{1} << 16 | 0xFFFE, 36},
                                     {1, 48}}) {
-    CmBitWriter writer;
-    writer.Put(0b000101, 6); // coeff_token of one coefficient, no trailing one
-    writer.Put(bits, count);
-    writer.PutTrailingBits();
-    CmBitReader reader(writer.Bytes().data(), writer.Bytes().size());
+    CmBitWriter damaged;
+    damaged.Put(0b000101, 6); // coeff_token of one coefficient, no trailing one
+    damaged.Put(bits, count);
+    damaged.PutTrailingBits();
+    CmBitReader damagedReader(damaged.Bytes().data(), damaged.Bytes().size());
     int16_t levels[16];
-    EXPECT_EQ(ReadResidualBlockCavlc(reader, 0, 0, 15, 16, levels), -1) << count;
+    EXPECT_EQ(ReadResidualBlockCavlc(damagedReader, 0, 0, 15, 16, levels), -1) << count;
   }
 }

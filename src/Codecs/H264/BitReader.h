@@ -125,4 +125,83 @@ private:
   size_t m_StopBit = Unknown;
 };
 
+// The reader's next bits held in a register while many short codes are
+// taken in a row (the residual of a macroblock): the position moves only
+// when the window is refilled, instead of a load, byte swap and shift for
+// every code. A value, so that a decoder of many codes keeps it in
+// registers; CmBitWindow hands the bits taken back to the reader.
+class CmBitCursor {
+public:
+  explicit CmBitCursor(const CmBitReader& reader)
+      : m_Data(reader.GetData()), m_Size(reader.GetSizeInBits() / 8),
+        m_Position(reader.GetPosition()) {
+    Refill();
+  }
+
+  // Moves the window to the next bit taken: then at least 57 bits are
+  // there. A refill at a fixed point costs less than a branch per code on
+  // whether the window runs low, which no predictor can guess.
+  void Refill() {
+    m_Position += m_Used;
+    m_Used = 0;
+    const size_t byte = m_Position / 8;
+    uint64_t word = 0;
+    if (byte + 8 <= m_Size) [[likely]] {
+      std::memcpy(&word, m_Data + byte, 8);
+      if constexpr (std::endian::native == std::endian::little) {
+        word = __builtin_bswap64(word);
+      }
+    } else {
+      for (size_t i = 0; i < 8; ++i) {
+        word = word << 8 | (byte + i < m_Size ? m_Data[byte + i] : 0u);
+      }
+    }
+    m_Bits = word << (m_Position % 8);
+  }
+  // The next 32 bits, of which at least Valid are the stream's: the window
+  // is refilled if fewer than Valid remain.
+  template <unsigned Valid = 32> uint32_t Peek() {
+    static_assert(Valid <= 57);
+    if (m_Used > 57 - Valid) [[unlikely]] {
+      Refill();
+    }
+    return PeekFilled();
+  }
+  // The next 32 bits as they are, where the caller knows how many are
+  // valid: 57 less those taken since the last refill.
+  uint32_t PeekFilled() const { return static_cast<uint32_t>((m_Bits << m_Used) >> 32); }
+  void Skip(unsigned count) { m_Used += count; }
+  // 1 to 32 bits.
+  uint32_t Read(unsigned count) {
+    const uint32_t bits = Peek() >> (32 - count);
+    m_Used += count;
+    return bits;
+  }
+  size_t GetPosition() const { return m_Position + m_Used; }
+  // Whether the bits taken so far run past the end of the data.
+  bool IsOverrun() const { return GetPosition() > m_Size * 8; }
+
+private:
+  const uint8_t* m_Data;
+  size_t m_Size;     // bytes
+  size_t m_Position; // of the window's first bit
+  uint64_t m_Bits = 0;
+  unsigned m_Used = 0;
+};
+
+class CmBitWindow {
+public:
+  explicit CmBitWindow(CmBitReader& reader) : m_Reader(reader), m_Cursor(reader) {}
+  CmBitWindow(const CmBitWindow&) = delete;
+  CmBitWindow& operator=(const CmBitWindow&) = delete;
+  ~CmBitWindow() { m_Reader.Skip(m_Cursor.GetPosition() - m_Reader.GetPosition()); }
+
+  CmBitCursor& GetCursor() { return m_Cursor; }
+  bool IsOverrun() const { return m_Cursor.IsOverrun(); }
+
+private:
+  CmBitReader& m_Reader;
+  CmBitCursor m_Cursor;
+};
+
 } // namespace NmH264

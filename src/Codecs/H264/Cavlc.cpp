@@ -3,50 +3,10 @@
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <cstdint>
 #include <stdexcept>
 
 namespace NmH264 {
-
-CmVlcTable::CmVlcTable(const std::vector<SmVlcSymbol>& codes) {
-  m_Slots.resize(size_t{1} << RootBits);
-  // Longer codes grouped by their first RootBits bits: each group gets a
-  // second-level table as wide as its longest code needs.
-  std::array<unsigned, 1u << RootBits> widths{};
-  for (const SmVlcSymbol& code : codes) {
-    if (code.bits.size() > RootBits) {
-      const unsigned prefix =
-          static_cast<unsigned>(std::stoul(code.bits.substr(0, RootBits), nullptr, 2));
-      widths[prefix] = std::max(widths[prefix], static_cast<unsigned>(code.bits.size()) - RootBits);
-    }
-  }
-  for (unsigned prefix = 0; prefix < widths.size(); ++prefix) {
-    if (widths[prefix] != 0) {
-      m_Slots[prefix].subtable = static_cast<uint32_t>(m_Slots.size());
-      m_Slots[prefix].width = static_cast<uint8_t>(widths[prefix]);
-      m_Slots.resize(m_Slots.size() + (size_t{1} << widths[prefix]));
-    }
-  }
-  for (const SmVlcSymbol& code : codes) {
-    const unsigned length = static_cast<unsigned>(code.bits.size());
-    const unsigned value = static_cast<unsigned>(std::stoul(code.bits, nullptr, 2));
-    size_t first = 0;
-    size_t count = 0;
-    if (length <= RootBits) {
-      first = size_t{value} << (RootBits - length);
-      count = size_t{1} << (RootBits - length);
-    } else {
-      const unsigned prefix = value >> (length - RootBits);
-      const unsigned width = m_Slots[prefix].width;
-      const unsigned rest = value & ((1u << (length - RootBits)) - 1);
-      first = m_Slots[prefix].subtable + (size_t{rest} << (width - (length - RootBits)));
-      count = size_t{1} << (width - (length - RootBits));
-    }
-    for (size_t i = first; i < first + count; ++i) {
-      m_Slots[i].symbol = static_cast<int16_t>(code.symbol);
-      m_Slots[i].length = static_cast<uint8_t>(length);
-    }
-  }
-}
 
 namespace NmCavlcTables {
 
@@ -244,194 +204,368 @@ const std::vector<SmVlcSymbol>& GetRunBeforeCodes(int zerosLeft) {
 
 namespace {
 
-struct SmTables {
-  std::vector<CmVlcTable> coeffToken;
-  std::vector<CmVlcTable> totalZeros;       // TotalCoeff 1 to 15
-  std::vector<CmVlcTable> totalZerosChroma; // TotalCoeff 1 to 3
-  std::vector<CmVlcTable> runBefore;        // zerosLeft 1 to 7
+// The tables of the decoder, made at compile time from the rows above: each
+// code is found by the number of its leading zeros, up to a limit, and the
+// next few bits, so a code of any length costs one count of leading zeros
+// and one table read, with no search and no second level. The limit and the
+// number of bits are chosen per table to keep it smallest.
+struct SmCode {
+  uint16_t value;
+  uint8_t length;
+  uint8_t symbol;
 };
 
-const SmTables& GetTables() {
-  static const SmTables tables = [] {
-    SmTables t;
-    for (int c = 0; c < 5; ++c) {
-      t.coeffToken.emplace_back(NmCavlcTables::GetCoeffTokenCodes(c));
+struct SmCodeSet {
+  SmCode codes[68]{};
+  int count = 0;
+
+  constexpr void Add(const char* bits, int symbol) {
+    SmCode code{0, 0, static_cast<uint8_t>(symbol)};
+    for (; *bits != '\0'; ++bits) {
+      code.value = static_cast<uint16_t>(code.value << 1 | (*bits == '1' ? 1 : 0));
+      ++code.length;
     }
-    for (int n = 1; n <= 15; ++n) {
-      t.totalZeros.emplace_back(NmCavlcTables::GetTotalZerosCodes(n, false));
+    codes[count++] = code;
+  }
+  constexpr void Add(uint16_t value, uint8_t length, int symbol) {
+    codes[count++] = SmCode{value, length, static_cast<uint8_t>(symbol)};
+  }
+};
+
+// Sets in the decoder's table: coeff_token by nC class, total_zeros of 4x4
+// blocks by TotalCoeff, of chroma DC by TotalCoeff.
+constexpr int CoeffTokenSet = 0;
+constexpr int TotalZerosSet = 5;
+constexpr int TotalZerosChromaDcSet = TotalZerosSet + 15;
+constexpr int SetCount = TotalZerosChromaDcSet + 3;
+
+constexpr std::array<SmCodeSet, SetCount> MakeCodeSets() {
+  using namespace NmCavlcTables;
+  std::array<SmCodeSet, SetCount> sets{};
+  for (int nCClass = 0; nCClass < 5; ++nCClass) {
+    SmCodeSet& set = sets[CoeffTokenSet + nCClass];
+    if (nCClass == 3) {
+      // xxxxyy: TotalCoeff - 1 and TrailingOnes; 000011 for no coefficients.
+      set.Add(3, 6, 0);
+      for (int total = 1; total <= 16; ++total) {
+        for (int ones = 0; ones <= std::min(total, 3); ++ones) {
+          set.Add(static_cast<uint16_t>((total - 1) << 2 | ones), 6, total * 4 + ones);
+        }
+      }
+      continue;
     }
-    for (int n = 1; n <= 3; ++n) {
-      t.totalZerosChroma.emplace_back(NmCavlcTables::GetTotalZerosCodes(n, true));
+    const int column = nCClass == 4 ? 3 : nCClass;
+    int row = 0;
+    for (int total = 0; total <= 16; ++total) {
+      for (int ones = 0; ones <= std::min(total, 3); ++ones, ++row) {
+        if (*CoeffTokenRows[row][column] != '\0') {
+          set.Add(CoeffTokenRows[row][column], total * 4 + ones);
+        }
+      }
     }
-    for (int z = 1; z <= 7; ++z) {
-      t.runBefore.emplace_back(NmCavlcTables::GetRunBeforeCodes(z));
+  }
+  for (int n = 0; n < 15; ++n) {
+    for (int i = 0; i < 16 && TotalZerosRows[n][i] != nullptr; ++i) {
+      sets[TotalZerosSet + n].Add(TotalZerosRows[n][i], i);
     }
-    return t;
-  }();
+  }
+  for (int n = 0; n < 3; ++n) {
+    for (int i = 0; i < 4 && TotalZerosChromaDcRows[n][i] != nullptr; ++i) {
+      sets[TotalZerosChromaDcSet + n].Add(TotalZerosChromaDcRows[n][i], i);
+    }
+  }
+  return sets;
+}
+
+constexpr std::array<SmCodeSet, SetCount> CodeSets = MakeCodeSets();
+
+// Where a set lies in the table: the entry of the first code, the most
+// leading zeros told apart, and the bits read after them.
+struct SmShape {
+  uint16_t base;
+  uint8_t maxZeros;
+  uint8_t width;
+};
+
+constexpr int LeadingZeros(const SmCode& code) {
+  return code.length - static_cast<int>(std::bit_width(static_cast<unsigned>(code.value)));
+}
+
+constexpr SmShape ShapeOf(const SmCodeSet& set) {
+  SmShape best{0, 0, 0};
+  int bestSize = 1 << 30;
+  for (int maxZeros = 0; maxZeros <= 16; ++maxZeros) {
+    int width = 1;
+    for (int i = 0; i < set.count; ++i) {
+      width = std::max(width, set.codes[i].length - std::min(LeadingZeros(set.codes[i]), maxZeros));
+    }
+    const int size = (maxZeros + 1) << width;
+    if (size < bestSize) {
+      bestSize = size;
+      best = SmShape{0, static_cast<uint8_t>(maxZeros), static_cast<uint8_t>(width)};
+    }
+  }
+  return best;
+}
+
+constexpr size_t CountEntries() {
+  size_t count = 0;
+  for (const SmCodeSet& set : CodeSets) {
+    const SmShape shape = ShapeOf(set);
+    count += size_t{shape.maxZeros + 1u} << shape.width;
+  }
+  return count;
+}
+
+// An entry is symbol << 8 | code length; 0 where no code begins so.
+struct SmVlcTables {
+  SmShape shapes[SetCount]{};
+  uint16_t entries[CountEntries()]{};
+};
+
+constexpr SmVlcTables MakeVlcTables() {
+  SmVlcTables tables{};
+  size_t base = 0;
+  for (int s = 0; s < SetCount; ++s) {
+    const SmCodeSet& set = CodeSets[static_cast<size_t>(s)];
+    SmShape shape = ShapeOf(set);
+    shape.base = static_cast<uint16_t>(base);
+    tables.shapes[s] = shape;
+    for (int i = 0; i < set.count; ++i) {
+      const SmCode& code = set.codes[i];
+      const int zeros = std::min(LeadingZeros(code), int{shape.maxZeros});
+      const int rest = code.length - zeros;
+      const size_t first = base + (size_t(zeros) << shape.width) +
+                           (size_t(code.value & ((1u << rest) - 1)) << (shape.width - rest));
+      for (size_t k = 0; k < size_t{1} << (shape.width - rest); ++k) {
+        tables.entries[first + k] = static_cast<uint16_t>(code.symbol << 8 | code.length);
+      }
+    }
+    base += size_t{shape.maxZeros + 1u} << shape.width;
+  }
   return tables;
 }
 
-int GetCoeffTokenClass(int nC) {
-  if (nC < 0) {
-    return 4;
-  }
-  return nC < 2 ? 0 : nC < 4 ? 1 : nC < 8 ? 2 : 3;
+constexpr SmVlcTables VlcTables = MakeVlcTables();
+
+// The entry of the code that begins the 32 bits.
+inline uint32_t LookUp(int set, uint32_t bits) {
+  const SmShape shape = VlcTables.shapes[set];
+  // No table tells more than 16 zeros apart, so all zeros may count as 31.
+  const int zeros = std::min(std::countl_zero(bits | 1), int{shape.maxZeros});
+  return VlcTables.entries[shape.base + (unsigned(zeros) << shape.width) +
+                           ((bits << zeros) >> (32 - shape.width))];
 }
 
-} // namespace
-
-namespace {
-
-// The reader's next bits held in a register for the codes of one block: the
-// reader's position moves only when the window runs low, instead of a load,
-// byte swap and shift for every code.
-class CmBitWindow {
-public:
-  explicit CmBitWindow(CmBitReader& reader) : m_Reader(reader), m_Bits(reader.PeekWindow()) {}
-  CmBitWindow(const CmBitWindow&) = delete;
-  CmBitWindow& operator=(const CmBitWindow&) = delete;
-  // Hands the bits taken back to the reader.
-  ~CmBitWindow() { m_Reader.Skip(m_Used); }
-
-  // The next 32 bits; of the 57 the window holds, a code of up to 32 bits
-  // fits as long as no more than 25 are taken.
-  uint32_t Peek() {
-    if (m_Used > 25) {
-      m_Reader.Skip(m_Used);
-      m_Bits = m_Reader.PeekWindow();
-      m_Used = 0;
+// run_before by zerosLeft (1 to 6, and 7 for more) and the next three bits:
+// run << 4 | code length, 0 for the longer codes of zerosLeft above 6, which
+// are a count of zeros.
+constexpr std::array<std::array<uint8_t, 8>, 7> MakeRunBeforeTable() {
+  std::array<std::array<uint8_t, 8>, 7> table{};
+  for (size_t z = 0; z < 7; ++z) {
+    for (int run = 0; run < 15 && NmCavlcTables::RunBeforeRows[z][run] != nullptr; ++run) {
+      SmCodeSet set;
+      set.Add(NmCavlcTables::RunBeforeRows[z][run], run);
+      const SmCode& code = set.codes[0];
+      if (code.length <= 3) {
+        for (unsigned k = 0; k < 1u << (3 - code.length); ++k) {
+          table[z][(unsigned{code.value} << (3 - code.length)) + k] =
+              static_cast<uint8_t>(run << 4 | code.length);
+        }
+      }
     }
-    return static_cast<uint32_t>((m_Bits << m_Used) >> 32);
   }
-  void Skip(unsigned count) { m_Used += count; }
-  // 1 to 32 bits.
-  uint32_t Read(unsigned count) {
-    const uint32_t bits = Peek() >> (32 - count);
-    m_Used += count;
-    return bits;
-  }
-  int Decode(const CmVlcTable& table) {
-    unsigned length = 0;
-    const int symbol = table.Decode(Peek() >> 16, length);
-    m_Used += length;
-    return symbol;
-  }
+  return table;
+}
 
-private:
-  CmBitReader& m_Reader;
-  uint64_t m_Bits;
-  unsigned m_Used = 0;
-};
+constexpr std::array<std::array<uint8_t, 8>, 7> RunBeforeTable = MakeRunBeforeTable();
 
-int ReadResidualBlockCavlc(CmBitWindow& reader, int nC, int startIdx, int endIdx, int maxNumCoeff,
-                           int16_t* coefficients) {
-  const SmTables& tables = GetTables();
-  std::fill(coefficients + startIdx, coefficients + endIdx + 1, int16_t{0});
-  const int token = reader.Decode(tables.coeffToken[static_cast<size_t>(GetCoeffTokenClass(nC))]);
-  if (token < 0) {
+// The next suffixLength after a level, by the current one: at least 1, and
+// one more when the level's magnitude exceeds the threshold.
+constexpr int8_t NextSuffixLength[7] = {1, 1, 2, 3, 4, 5, 6};
+constexpr int32_t SuffixThreshold[7] = {3, 3, 6, 12, 24, 48, INT32_MAX};
+
+// coeff_token's class by nC, for nC from -1 to 16.
+constexpr uint8_t CoeffTokenClass[18] = {4, 0, 0, 1, 1, 2, 2, 2, 2, 3, 3, 3, 3, 3, 3, 3, 3, 3};
+
+// A level whose prefix is 14 or more: the escapes, with suffixes of up to
+// 28 bits. levelCode lacks the adjustment of the first level.
+int ReadEscapedLevel(CmBitCursor& window, int prefix, int suffixLength, int64_t& levelCode) {
+  int suffixSize = suffixLength;
+  if (prefix == 14 && suffixLength == 0) {
+    suffixSize = 4;
+  } else if (prefix >= 15) {
+    suffixSize = prefix - 3;
+  }
+  if (suffixSize > 31) {
     return -1;
   }
-  const int totalCoeff = token >> 2;
-  const int trailingOnes = token & 3;
+  const int64_t suffix = suffixSize > 0 ? window.Read(static_cast<unsigned>(suffixSize)) : 0;
+  levelCode = (int64_t{std::min(15, prefix)} << suffixLength) + suffix;
+  if (prefix >= 15 && suffixLength == 0) {
+    levelCode += 15;
+  }
+  if (prefix >= 16) {
+    levelCode += (int64_t{1} << (prefix - 3)) - 4096;
+  }
+  return 0;
+}
+
+// One block; ChromaDc picks the total_zeros tables of the 2x2 chroma DC.
+// Inlined into callers that pass the range as constants. The window is
+// refilled at the start, which leaves room for the coeff_token, the signs of
+// the trailing ones and the first level; later codes refill only when the
+// window cannot hold the longest code of their kind.
+template <bool ChromaDc>
+[[gnu::always_inline]] inline int ReadBlock(CmBitCursor& window, int nC, int startIdx, int endIdx,
+                                            int maxNumCoeff, int16_t* coefficients) {
+  const int numCoeff = endIdx - startIdx + 1;
+  window.Refill();
+  const int nCClass = CoeffTokenClass[std::clamp(nC, -1, 16) + 1];
+  const uint32_t tokenEntry = LookUp(CoeffTokenSet + nCClass, window.PeekFilled());
+  if (tokenEntry == 0) {
+    return -1;
+  }
+  window.Skip(tokenEntry & 0xFF);
+  const int totalCoeff = static_cast<int>(tokenEntry >> 10 & 31);
+  const int trailingOnes = static_cast<int>(tokenEntry >> 8 & 3);
   if (totalCoeff == 0) {
+    std::fill(coefficients + startIdx, coefficients + endIdx + 1, int16_t{0});
     return 0;
   }
-  if (totalCoeff > maxNumCoeff || totalCoeff > endIdx - startIdx + 1) {
+  if (totalCoeff > maxNumCoeff || totalCoeff > numCoeff) {
     return -1;
   }
-  int32_t levels[16];
-  int suffixLength = totalCoeff > 10 && trailingOnes < 3 ? 1 : 0;
-  // The signs of the trailing ones in one read.
-  if (trailingOnes > 0) {
-    const uint32_t signs = reader.Read(static_cast<unsigned>(trailingOnes));
-    for (int i = 0; i < trailingOnes; ++i) {
-      levels[i] = 1 - 2 * static_cast<int32_t>(signs >> (trailingOnes - 1 - i) & 1);
-    }
+  // The levels from the last, highest frequency, one down at reversed[15 -
+  // i], with zeros after them: the levels in the places they take when no
+  // zeros lie between them start at reversed + 16 - totalCoeff.
+  int16_t reversed[32];
+  std::fill(reversed + 16, reversed + 32, int16_t{0});
+  const uint32_t signs = window.PeekFilled() >> 29;
+  window.Skip(static_cast<unsigned>(trailingOnes));
+  for (int i = 0; i < 3; ++i) {
+    reversed[15 - i] = static_cast<int16_t>(1 - 2 * static_cast<int>(signs >> (2 - i) & 1));
   }
+  int suffixLength = totalCoeff > 10 && trailingOnes < 3 ? 1 : 0;
+  // The first level after fewer than three trailing ones cannot be +-1, so
+  // its code counts from +-2.
+  int adjust = trailingOnes < 3 ? 2 : 0;
   for (int i = trailingOnes; i < totalCoeff; ++i) {
     // level_prefix: the number of zeros before a one, counted at once. A
-    // prefix that fills the whole window gives a level beyond 16 bits in
-    // any case, which is damage.
-    const uint32_t window = reader.Peek();
-    if (window == 0) {
-      return -1;
-    }
-    const int prefix = std::countl_zero(window);
-    reader.Skip(static_cast<unsigned>(prefix) + 1);
-    int suffixSize = suffixLength;
-    if (prefix == 14 && suffixLength == 0) {
-      suffixSize = 4;
-    } else if (prefix >= 15) {
-      suffixSize = prefix - 3;
-    }
-    if (suffixSize > 31) {
-      return -1;
-    }
-    const int64_t suffix = suffixSize > 0 ? reader.Read(static_cast<unsigned>(suffixSize)) : 0;
-    int64_t levelCode = (int64_t{std::min(15, prefix)} << suffixLength) + suffix;
-    if (prefix >= 15 && suffixLength == 0) {
-      levelCode += 15;
-    }
-    if (prefix >= 16) {
-      levelCode += (int64_t{1} << (prefix - 3)) - 4096;
-    }
-    if (i == trailingOnes && trailingOnes < 3) {
-      levelCode += 2;
-    }
-    const int64_t level = levelCode % 2 == 0 ? (levelCode + 2) >> 1 : (-levelCode - 1) >> 1;
-    // Coefficients of 8-bit video fit 16 bits; larger ones are damage.
-    if (level < -32768 || level > 32767) {
-      return -1;
-    }
-    levels[i] = static_cast<int32_t>(level);
-    if (suffixLength == 0) {
-      suffixLength = 1;
-    }
-    if ((level < 0 ? -level : level) > (3 << (suffixLength - 1)) && suffixLength < 6) {
-      ++suffixLength;
-    }
-  }
-  int zerosLeft = 0;
-  if (totalCoeff < endIdx - startIdx + 1) {
-    const std::vector<CmVlcTable>& table =
-        maxNumCoeff == 4 ? tables.totalZerosChroma : tables.totalZeros;
-    if (static_cast<size_t>(totalCoeff) > table.size()) {
-      return -1;
-    }
-    zerosLeft = reader.Decode(table[static_cast<size_t>(totalCoeff - 1)]);
-    if (zerosLeft < 0 || zerosLeft > endIdx - startIdx + 1 - totalCoeff) {
-      return -1;
-    }
-  }
-  // Levels come highest frequency first; runs place them downwards.
-  int position = startIdx + totalCoeff - 1 + zerosLeft;
-  for (int i = 0; i < totalCoeff; ++i) {
-    coefficients[position] = static_cast<int16_t>(levels[i]);
-    if (i + 1 == totalCoeff) {
-      break;
-    }
-    int run = 0;
-    if (zerosLeft > 0) {
-      run = reader.Decode(tables.runBefore[static_cast<size_t>(std::min(zerosLeft, 7) - 1)]);
-      if (run < 0 || run > zerosLeft) {
+    // code of a prefix below 14 has at most 20 bits; the first level's
+    // lie within the 38 left after a coeff_token of at most 16 bits and
+    // three signs.
+    const uint32_t bits = i == trailingOnes ? window.PeekFilled() : window.Peek<20>();
+    int prefix = std::countl_zero(bits | 1);
+    int levelCode = 0;
+    if (prefix < 14) [[likely]] {
+      // The prefix's zeros, its one and the suffix read as a number are
+      // 2^suffixLength + level_suffix.
+      const int length = prefix + 1 + suffixLength;
+      window.Skip(static_cast<unsigned>(length));
+      levelCode = (prefix << suffixLength) + static_cast<int>(bits >> (32 - length)) -
+                  (1 << suffixLength) + adjust;
+    } else {
+      // The escapes need the whole window. A prefix that fills it gives a
+      // level beyond 16 bits in any case, which is damage.
+      const uint32_t whole = window.Peek();
+      if (whole == 0) {
         return -1;
       }
-      zerosLeft -= run;
+      prefix = std::countl_zero(whole);
+      window.Skip(static_cast<unsigned>(prefix) + 1);
+      int64_t escaped = 0;
+      if (ReadEscapedLevel(window, prefix, suffixLength, escaped) < 0) {
+        return -1;
+      }
+      escaped += adjust;
+      // Coefficients of 8-bit video fit 16 bits; larger ones are damage:
+      // above 32767 for even codes, below -32768 for odd ones.
+      if (escaped > (escaped % 2 == 0 ? 65532 : 65535)) {
+        return -1;
+      }
+      levelCode = static_cast<int>(escaped);
     }
+    adjust = 0;
+    // Even codes are positive levels, odd ones negative.
+    const int magnitude = (levelCode >> 1) + 1;
+    const int sign = -(levelCode & 1);
+    reversed[15 - i] = static_cast<int16_t>((magnitude ^ sign) - sign);
+    // By tables rather than branches, which would guess badly.
+    suffixLength = NextSuffixLength[suffixLength] +
+                   static_cast<int>(magnitude > SuffixThreshold[suffixLength]);
+  }
+  int zerosLeft = 0;
+  if (totalCoeff < numCoeff) {
+    if (ChromaDc && totalCoeff > 3) {
+      return -1;
+    }
+    const uint32_t entry = LookUp(
+        (ChromaDc ? TotalZerosChromaDcSet : TotalZerosSet) + totalCoeff - 1, window.Peek<9>());
+    zerosLeft = static_cast<int>(entry >> 8);
+    if (entry == 0 || zerosLeft > numCoeff - totalCoeff) {
+      return -1;
+    }
+    window.Skip(entry & 0xFF);
+  }
+  // First all levels side by side at the bottom, with the zeros above them,
+  // in one copy; then the runs move the higher ones up, from the first
+  // level on, as long as zeros are left. A level leaves zero behind, which
+  // no level placed before it can occupy, as those lie higher still.
+  std::copy(reversed + 16 - totalCoeff, reversed + 16 - totalCoeff + numCoeff,
+            coefficients + startIdx);
+  int position = startIdx + totalCoeff - 1 + zerosLeft;
+  coefficients[startIdx + totalCoeff - 1] = 0;
+  coefficients[position] = reversed[15];
+  for (int i = 1; i < totalCoeff && zerosLeft > 0; ++i) {
+    const uint32_t bits = window.Peek<11>();
+    unsigned entry = RunBeforeTable[static_cast<size_t>(std::min(zerosLeft, 7) - 1)][bits >> 29];
+    if (entry == 0) {
+      // zerosLeft above 6: runs from 7 on are three zeros and more, then a
+      // one.
+      const int zeros = std::countl_zero(bits | 1);
+      if (zeros > 10) {
+        return -1;
+      }
+      entry = static_cast<unsigned>((zeros + 4) << 4 | (zeros + 1));
+    }
+    const int run = static_cast<int>(entry >> 4);
+    if (run > zerosLeft) {
+      return -1;
+    }
+    window.Skip(entry & 15);
+    zerosLeft -= run;
     position -= run + 1;
+    coefficients[startIdx + totalCoeff - 1 - i] = 0;
+    coefficients[position] = reversed[15 - i];
   }
   return totalCoeff;
 }
 
 } // namespace
 
+template <int MaxNumCoeff>
+int ReadResidualBlockCavlc(CmBitCursor& cursor, int nC, int16_t* coefficients) {
+  // The cursor in registers for the block, not in the caller's memory.
+  CmBitCursor local = cursor;
+  const int total =
+      ReadBlock<MaxNumCoeff == 4>(local, nC, 0, MaxNumCoeff - 1, MaxNumCoeff, coefficients);
+  cursor = local;
+  return total;
+}
+
+template int ReadResidualBlockCavlc<16>(CmBitCursor&, int, int16_t*);
+template int ReadResidualBlockCavlc<15>(CmBitCursor&, int, int16_t*);
+template int ReadResidualBlockCavlc<4>(CmBitCursor&, int, int16_t*);
+
 int ReadResidualBlockCavlc(CmBitReader& reader, int nC, int startIdx, int endIdx, int maxNumCoeff,
                            int16_t* coefficients) {
-  const int total = [&] {
-    CmBitWindow window(reader);
-    return ReadResidualBlockCavlc(window, nC, startIdx, endIdx, maxNumCoeff, coefficients);
-  }();
-  return total < 0 || reader.IsOverrun() ? -1 : total;
+  CmBitWindow window(reader);
+  CmBitCursor& cursor = window.GetCursor();
+  const int total = maxNumCoeff == 4
+                        ? ReadBlock<true>(cursor, nC, startIdx, endIdx, maxNumCoeff, coefficients)
+                        : ReadBlock<false>(cursor, nC, startIdx, endIdx, maxNumCoeff, coefficients);
+  return total < 0 || window.IsOverrun() ? -1 : total;
 }
 
 } // namespace NmH264

@@ -17,48 +17,20 @@ namespace NmH264 {
 int ReadResidualBlockCavlc(CmBitReader& reader, int nC, int startIdx, int endIdx, int maxNumCoeff,
                            int16_t* coefficients);
 
-// A prefix code as bit strings with their symbols, for the decoder's tables
-// and for tests that check each table as a complete prefix code.
+// The same for a whole block (startIdx 0, endIdx MaxNumCoeff - 1) of 16, 15
+// or 4 coefficients, from a cursor that the caller keeps across the blocks
+// of a macroblock and checks for overrun.
+template <int MaxNumCoeff>
+int ReadResidualBlockCavlc(CmBitCursor& cursor, int nC, int16_t* coefficients);
+extern template int ReadResidualBlockCavlc<16>(CmBitCursor&, int, int16_t*);
+extern template int ReadResidualBlockCavlc<15>(CmBitCursor&, int, int16_t*);
+extern template int ReadResidualBlockCavlc<4>(CmBitCursor&, int, int16_t*);
+
+// A prefix code as bit strings with their symbols, for tests that check each
+// table as a complete prefix code and write blocks with them.
 struct SmVlcSymbol {
   std::string bits;
   int symbol;
-};
-
-// Decodes one prefix code by an 8-bit first lookup and second lookups for
-// longer codes: a code costs one or two table reads.
-class CmVlcTable {
-public:
-  explicit CmVlcTable(const std::vector<SmVlcSymbol>& codes);
-  // The symbol, or -1 when no code matches.
-  int Decode(CmBitReader& reader) const {
-    unsigned length = 0;
-    const int symbol = Decode(reader.PeekBits(16), length);
-    reader.Skip(length);
-    return symbol;
-  }
-  // The symbol whose code begins the 16 bits, and the code's length (0 for
-  // no code).
-  int Decode(uint32_t bits, unsigned& length) const {
-    const SmSlot* slot = &m_Slots[bits >> (16 - RootBits)];
-    if (slot->length == 0 && slot->subtable != 0) {
-      const unsigned width = slot->width;
-      slot = &m_Slots[slot->subtable + ((bits >> (16 - RootBits - width)) & ((1u << width) - 1))];
-    }
-    length = slot->length;
-    return slot->length == 0 ? -1 : slot->symbol;
-  }
-
-private:
-  static constexpr unsigned RootBits = 8;
-  // A code's symbol and length, or for a first-level slot whose codes are
-  // longer, where their second-level table starts and how many bits it takes.
-  struct SmSlot {
-    int16_t symbol = -1;
-    uint8_t length = 0;
-    uint8_t width = 0;
-    uint32_t subtable = 0;
-  };
-  std::vector<SmSlot> m_Slots;
 };
 
 namespace NmCavlcTables {

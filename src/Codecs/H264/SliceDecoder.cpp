@@ -214,48 +214,6 @@ CmSliceDecoder::SmLocation CmSliceDecoder::Locate(uint32_t address, int xN, int 
   return {pair + (bottom ? width : 0), xW, (yM + maxH) % maxH};
 }
 
-namespace {
-
-// nC of a block from the coefficient counts of the blocks to its left and
-// above (size: the plane's block grid of the macroblock in samples):
-// their rounded mean where both are there, else the one that is.
-template <typename Locator, typename Count>
-int PredictCoefficientCount(const Locator& locate, int x, int y, int size, const Count& count) {
-  const auto left = locate(4 * x - 1, 4 * y, size);
-  const auto top = locate(4 * x, 4 * y - 1, size);
-  if (left.mb != nullptr && top.mb != nullptr) {
-    return (count(left) + count(top) + 1) >> 1;
-  }
-  if (left.mb != nullptr) {
-    return count(left);
-  }
-  if (top.mb != nullptr) {
-    return count(top);
-  }
-  return 0;
-}
-
-} // namespace
-
-int CmSliceDecoder::GetLumaNc(uint32_t address, int x, int y) const {
-  return PredictCoefficientCount(
-      [&](int xN, int yN, int size) { return Locate(address, xN, yN, size, size); }, x, y, 16,
-      [](const SmLocation& l) {
-        return l.mb->kind == MbIPcm ? 16
-                                    : static_cast<int>(l.mb->totalCoeff[l.x / 4 + l.y / 4 * 4]);
-      });
-}
-
-int CmSliceDecoder::GetChromaNc(uint32_t address, int component, int x, int y) const {
-  return PredictCoefficientCount(
-      [&](int xN, int yN, int size) { return Locate(address, xN, yN, size, size); }, x, y, 8,
-      [component](const SmLocation& l) {
-        return l.mb->kind == MbIPcm
-                   ? 16
-                   : static_cast<int>(l.mb->totalCoeffChroma[component][l.x / 4 + l.y / 4 * 2]);
-      });
-}
-
 int CmSliceDecoder::PredictIntraMode(uint32_t address, int x, int y) const {
   const SmLocation left = Locate(address, 4 * x - 1, 4 * y, 16, 16);
   const SmLocation top = Locate(address, 4 * x, 4 * y - 1, 16, 16);
@@ -323,65 +281,147 @@ bool CmSliceDecoder::ReadResidualAny(CmBitReader& reader, uint32_t address, bool
                     : ReadResidual(reader, address, intra16x16, cbp);
 }
 
+namespace {
+
+// The count of a neighbour outside the slice or the picture, in the grids
+// that nC is predicted from: a sum with it stays apart from any sum of two
+// real counts (at most 32), so that one addition tells which are there.
+constexpr int NoCount = 64;
+
+// nC of a block from the coefficient counts of the blocks to its left and
+// above: their rounded mean where both are there, else the one that is.
+inline int PredictNc(int left, int top) {
+  const int sum = left + top;
+  return sum < NoCount ? (sum + 1) >> 1 : sum & (NoCount - 1);
+}
+
+// One block of the macroblock's residual; -1 for damage, bits beyond the
+// end included.
+template <int MaxNumCoeff> int ReadBlock(CmBitCursor& cursor, int nC, int16_t* levels) {
+  const int total = ReadResidualBlockCavlc<MaxNumCoeff>(cursor, nC, levels);
+  return cursor.IsOverrun() ? -1 : total;
+}
+
+} // namespace
+
 bool CmSliceDecoder::ReadResidual(CmBitReader& reader, uint32_t address, bool intra16x16,
                                   uint8_t cbp) {
   SmMacroblockInfo& mb = m_Picture->GetMacroblocks()[address];
+  // One window for all blocks of the macroblock; it hands the bits taken
+  // back to the reader when it goes.
+  CmBitWindow window(reader);
+  CmBitCursor& cursor = window.GetCursor();
+  // The coefficient counts of the macroblock's blocks with those of the
+  // blocks beside it on the left (column 0) and above (row 0), which are
+  // located once per macroblock rather than once per block. size: the
+  // plane's width of the macroblock in samples; grid: (size / 4 + 1)^2.
+  const auto loadBorders = [&](int size, uint8_t* grid, const auto& count) {
+    const int stride = size / 4 + 1;
+    const SmLocation top = Locate(address, 0, -1, size, size);
+    for (int x = 0; x < size / 4; ++x) {
+      grid[x + 1] =
+          static_cast<uint8_t>(top.mb != nullptr ? count(*top.mb, x, top.y / 4) : NoCount);
+    }
+    // Without pairs the left rows are those of one macroblock alike; in a
+    // frame of pairs each may lie in another macroblock or field line.
+    SmLocation left = Locate(address, -1, 0, size, size);
+    for (int y = 0; y < size / 4; ++y) {
+      if (m_Mbaff && y > 0) {
+        left = Locate(address, -1, 4 * y, size, size);
+      }
+      const int row = m_Mbaff ? left.y / 4 : y;
+      grid[(y + 1) * stride] =
+          static_cast<uint8_t>(left.mb != nullptr ? count(*left.mb, size / 4 - 1, row) : NoCount);
+    }
+  };
+  uint8_t luma[5 * 5];
+  if (intra16x16 || (cbp & 15) != 0) {
+    loadBorders(16, luma, [](const SmMacroblockInfo& n, int x, int y) {
+      return n.kind == MbIPcm ? 16 : int{n.totalCoeff[x + 4 * y]};
+    });
+  }
   if (intra16x16) {
-    if (ReadResidualBlockCavlc(reader, GetLumaNc(address, 0, 0), 0, 15, 16, m_DcLevels) < 0) {
+    if (ReadBlock<16>(cursor, PredictNc(luma[5], luma[1]), m_DcLevels) < 0) {
       return false;
     }
   }
-  for (int blk = 0; blk < 16; ++blk) {
-    const int x = BlockX[blk];
-    const int y = BlockY[blk];
-    int16_t* levels = m_Levels[blk];
-    if ((cbp & (1 << (blk / 4))) == 0) {
-      mb.totalCoeff[x + 4 * y] = 0;
-      std::fill(levels, levels + 16, int16_t{0});
-      continue;
+  // The reconstruction reads the levels of coded blocks only, but those of
+  // all blocks after 16x16 prediction, whose AC is coded for all or none.
+  // The loops are unrolled: their branches would take a slot each in the
+  // predictor beside the data-dependent ones.
+  if ((cbp & 15) == 0) {
+    std::memset(mb.totalCoeff, 0, sizeof mb.totalCoeff);
+    if (intra16x16) {
+      std::memset(m_Levels, 0, sizeof m_Levels);
     }
-    const int nC = GetLumaNc(address, x, y);
-    const int total = intra16x16 ? ReadResidualBlockCavlc(reader, nC, 0, 14, 15, levels)
-                                 : ReadResidualBlockCavlc(reader, nC, 0, 15, 16, levels);
-    if (total < 0) {
-      return false;
-    }
-    mb.totalCoeff[x + 4 * y] = static_cast<uint8_t>(total);
-  }
-  if (mb.transform8x8) {
-    // CAVLC carries an 8x8 block as four interleaved 4x4 blocks.
+  } else {
+#pragma GCC unroll 4
     for (int b8 = 0; b8 < 4; ++b8) {
+      if ((cbp & (1 << b8)) == 0) {
+        // A quadrant without coefficients at once.
+#pragma GCC unroll 4
+        for (int sub = 0; sub < 4; ++sub) {
+          const int x = BlockX[4 * b8 + sub], y = BlockY[4 * b8 + sub];
+          mb.totalCoeff[x + 4 * y] = 0;
+          luma[(y + 1) * 5 + x + 1] = 0;
+        }
+        continue;
+      }
+#pragma GCC unroll 4
       for (int sub = 0; sub < 4; ++sub) {
-        for (int i = 0; i < 16; ++i) {
-          m_Levels8x8[b8][4 * i + sub] = m_Levels[b8 * 4 + sub][i];
+        const int blk = 4 * b8 + sub;
+        const int x = BlockX[blk], y = BlockY[blk];
+        const int nC = PredictNc(luma[(y + 1) * 5 + x], luma[y * 5 + x + 1]);
+        const int total = intra16x16 ? ReadBlock<15>(cursor, nC, m_Levels[blk])
+                                     : ReadBlock<16>(cursor, nC, m_Levels[blk]);
+        if (total < 0) {
+          return false;
+        }
+        mb.totalCoeff[x + 4 * y] = static_cast<uint8_t>(total);
+        luma[(y + 1) * 5 + x + 1] = static_cast<uint8_t>(total);
+      }
+      if (mb.transform8x8) {
+        // CAVLC carries an 8x8 block as four interleaved 4x4 blocks.
+        for (int sub = 0; sub < 4; ++sub) {
+          for (int i = 0; i < 16; ++i) {
+            m_Levels8x8[b8][4 * i + sub] = m_Levels[b8 * 4 + sub][i];
+          }
         }
       }
     }
   }
   std::memset(mb.totalCoeffChroma, 0, sizeof mb.totalCoeffChroma);
-  std::memset(m_ChromaDcLevels, 0, sizeof m_ChromaDcLevels);
-  std::memset(m_ChromaAcLevels, 0, sizeof m_ChromaAcLevels);
-  if (m_Sps->GetChromaArrayType() != 1) {
+  // Without chroma coefficients the reconstruction reads no chroma levels;
+  // with DC only, the AC levels as zeros.
+  const int chromaCbp = cbp >> 4;
+  if (m_Sps->GetChromaArrayType() != 1 || chromaCbp == 0) {
     return true;
   }
-  const int chromaCbp = cbp >> 4;
-  if (chromaCbp != 0) {
-    for (int c = 0; c < 2; ++c) {
-      if (ReadResidualBlockCavlc(reader, -1, 0, 3, 4, m_ChromaDcLevels[c]) < 0) {
-        return false;
-      }
+  for (int c = 0; c < 2; ++c) {
+    if (ReadBlock<4>(cursor, -1, m_ChromaDcLevels[c]) < 0) {
+      return false;
     }
   }
-  if ((chromaCbp & 2) != 0) {
-    for (int c = 0; c < 2; ++c) {
-      for (int b = 0; b < 4; ++b) {
-        const int total = ReadResidualBlockCavlc(reader, GetChromaNc(address, c, b % 2, b / 2), 0,
-                                                 14, 15, m_ChromaAcLevels[c][b]);
-        if (total < 0) {
-          return false;
-        }
-        mb.totalCoeffChroma[c][b] = static_cast<uint8_t>(total);
+  if ((chromaCbp & 2) == 0) {
+    std::memset(m_ChromaAcLevels, 0, sizeof m_ChromaAcLevels);
+    return true;
+  }
+#pragma GCC unroll 2
+  for (int c = 0; c < 2; ++c) {
+    uint8_t chroma[3 * 3];
+    loadBorders(8, chroma, [c](const SmMacroblockInfo& n, int x, int y) {
+      return n.kind == MbIPcm ? 16 : int{n.totalCoeffChroma[c][x + 2 * y]};
+    });
+#pragma GCC unroll 4
+    for (int b = 0; b < 4; ++b) {
+      const int x = b % 2, y = b / 2;
+      const int nC = PredictNc(chroma[(y + 1) * 3 + x], chroma[y * 3 + x + 1]);
+      const int total = ReadBlock<15>(cursor, nC, m_ChromaAcLevels[c][b]);
+      if (total < 0) {
+        return false;
       }
+      mb.totalCoeffChroma[c][b] = static_cast<uint8_t>(total);
+      chroma[(y + 1) * 3 + x + 1] = static_cast<uint8_t>(total);
     }
   }
   return true;

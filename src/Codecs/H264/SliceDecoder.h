@@ -268,8 +268,6 @@ private:
   // Chooses the coefficient scans for the current macroblock.
   void SelectScans();
   bool IsAvailable(const SmMacroblockInfo* info) const;
-  int GetLumaNc(uint32_t address, int x, int y) const;
-  int GetChromaNc(uint32_t address, int component, int x, int y) const;
   int PredictIntraMode(uint32_t address, int x, int y) const;
 
   const SmSliceHeader* m_Header = nullptr;
