@@ -285,12 +285,11 @@ TEST(ImageColorFormatConvert, FullRangeSubsampledChromaIsInterpolatedWithoutSeam
       std::vector<uint8_t> scratch(NmPrimitives::GetResizeScratchSize(
           cb.width, cb.height, wide, tall, 1, NmPrimitives::ResizeLinear));
       std::vector<uint8_t> bigCb(wide * tall), bigCr(wide * tall);
-      NmPrimitives::ResizePlane(cb.data, cb.rowStride, cb.width, cb.height, bigCb.data(), wide,
-                                wide, tall, 1, NmPrimitives::ResizeLinear, scratch.data(),
-                                scratch.size(), NmPrimitives::SmResizeWindow::Whole(wide, tall));
-      NmPrimitives::ResizePlane(cr.data, cr.rowStride, cr.width, cr.height, bigCr.data(), wide,
-                                wide, tall, 1, NmPrimitives::ResizeLinear, scratch.data(),
-                                scratch.size(), NmPrimitives::SmResizeWindow::Whole(wide, tall));
+      for (const auto& [plane, big] : {std::pair(cb, bigCb.data()), std::pair(cr, bigCr.data())}) {
+        NmPrimitives::ResizePlane(plane.data, plane.rowStride, plane.width, plane.height, big, wide,
+                                  wide, tall, 1, NmPrimitives::ResizeLinear, scratch.data(),
+                                  scratch.size(), NmPrimitives::SmResizeWindow::Whole(wide, tall));
+      }
       const auto y = source.Allocator().GetPlane(0);
       std::vector<uint8_t> expected(width * 3 * height);
       NmPrimitives::NmReference::YCbCrToRgb(

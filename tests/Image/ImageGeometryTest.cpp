@@ -47,6 +47,8 @@ TEST(ImageCrop, SharesPlanesAndChecksItsRectangle) {
   EXPECT_THROW(CmImageCrop(8, 0, 4, 4).Execute(source, cropped), NmError::CmIntegrityError);
 
   // An odd offset cannot be kept in subsampled chroma: the crop is 4:4:4.
+  CmImageCrop(2, 3, 4, 4).Execute(source, cropped);
+  EXPECT_EQ(cropped.GetColorFormat(), YCbCr444_Planar);
   CmImageCrop(3, 2, 4, 4).Execute(source, cropped);
   EXPECT_EQ(cropped.GetColorFormat(), YCbCr444_Planar);
   EXPECT_EQ(Sample(cropped, 1, 0, 0), Sample(source, 1, 1, 1));

@@ -50,15 +50,6 @@ TEST(ReferenceCountingImageAllocator, RefusesBadArgumentsInOrderAndMissingImages
   });
 }
 
-TEST(ReferenceCountingImageAllocator, EveryPlaneKeepsTheAlignment) {
-  CmReferenceCountingImageAllocator a;
-  for (const ColorFormat format : {RGB32, YCbCr420_Planar, YCbCr422_Planar}) {
-    a.Allocate(11, 5, format, 8);
-    EXPECT_TRUE(MatchesAlignment(a, 8));
-    EXPECT_EQ(a.GetPlane(a.GetPlaneCount() - 1).rowStride, format == RGB32 ? 48u : 8u);
-  }
-}
-
 TEST(ReferenceCountingImageAllocator, SharingAndCopyOnWriteAlsoForConcurrentWriters) {
   CmReferenceCountingImageAllocator a;
   a.Allocate(9, 4, YCbCr420_Planar);

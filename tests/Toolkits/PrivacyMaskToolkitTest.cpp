@@ -13,37 +13,6 @@ using NmTestPictures::PatternByte;
 namespace {
 
 constexpr uint8_t VideoBlack = 16;
-constexpr uint8_t NoColour = 128;
-
-// A fixed mask blackens its cells in the picture's own layout and range.
-// That a mask covers whole chroma samples, at odd sizes too, is the
-// overlay's to prove.
-TEST(PrivacyMaskToolkit, FixedMaskBlackensItsCellsInEveryLayout) {
-  for (uint32_t format : {5u, 6u, 7u}) {
-    for (const auto& [width, height] :
-         std::vector<std::pair<uint32_t, uint32_t>>{{16, 8}, {7, 5}, {1, 1}}) {
-      SCOPED_TRACE(std::to_string(format) + " " + std::to_string(width) + "x" +
-                   std::to_string(height));
-      const SmPicture picture{format, width, height, 1000, width + height, 3};
-      CmTransformChain chain("apply_privacy_mask mask='2x1;10'", {picture});
-      const auto item = chain.Fetch();
-      ASSERT_EQ(Size(item), std::to_string(width) + "x" + std::to_string(height));
-      EXPECT_EQ(Byte(AsImage(item), 0, 0, height - 1), VideoBlack);
-      EXPECT_EQ(Byte(AsImage(item), 1, 0, 0), NoColour);
-      EXPECT_EQ(Byte(AsImage(item), 2, 0, 0), NoColour);
-      if (width > 1) {
-        const uint32_t x = width - 1, y = height - 1;
-        EXPECT_EQ(Byte(AsImage(item), 0, x, y), PatternByte(picture.seed, 0, x, y));
-      }
-    }
-  }
-  // Packed pictures take black as it is.
-  CmTransformChain chain("apply_privacy_mask mask='2x1;01'", {{2, 8, 2, 1000, 1, 1}});
-  const auto item = chain.Fetch();
-  for (uint32_t x = 0; x < 8 * 3; ++x) {
-    EXPECT_EQ(Byte(AsImage(item), 0, x, 1), x < 12 ? PatternByte(1, 0, x, 1) : 0) << x;
-  }
-}
 
 TEST(PrivacyMaskToolkit, MasksFollowTheItemsWhenNoneIsFixed) {
   const SmPicture base{5, 8, 4, 1000, 1};

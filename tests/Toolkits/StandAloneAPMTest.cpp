@@ -63,14 +63,6 @@ TEST(StandAloneAPM, FollowsTheMaskTextAndRebuildsOnlyOnChange) {
   apm.Apply(second);
   ExpectMaskedColumns(second, secondOriginal, 4, 8, 0); // black in plain grey
 
-  // A grid with no cell set is no mask: the overlay is there, pixels stay.
-  apm.SetMask("2x1;00");
-  CmImage third = Picture(YCbCr420_Planar, SubColorFormatFullRange, 3);
-  const CmImage thirdOriginal = Picture(YCbCr420_Planar, SubColorFormatFullRange, 3);
-  apm.Apply(third);
-  EXPECT_EQ(Sample(third, 0, 0, 0), Sample(thirdOriginal, 0, 0, 0));
-  EXPECT_EQ(Sample(third, 1, 0, 0), Sample(thirdOriginal, 1, 0, 0));
-
   apm.SetMask("");
   EXPECT_FALSE(apm.HasOverlay());
 }
