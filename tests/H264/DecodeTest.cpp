@@ -11,6 +11,7 @@
 #include "Codecs/H264/SliceDecoder.h"
 #include "H264/ReferenceDecoding.h"
 #include "support/CabacEncoder.h"
+#include "support/H264StreamWriter.h"
 
 using namespace NmH264;
 using NmTestSupport::CmTempDirectory;
@@ -148,16 +149,9 @@ std::vector<uint8_t> ReplaceSlices(const std::vector<uint8_t>& stream,
     EXPECT_TRUE(
         std::equal(slice.headerBytes.begin(), slice.headerBytes.end() - 1, original.begin()))
         << "slice " << next - 1 << " is decoded out of order";
-    out.push_back(unit.data[0]);
-    int zeros = 0;
-    for (const uint8_t byte : slice.rbsp) {
-      if (zeros >= 2 && byte <= 3) {
-        out.push_back(3); // emulation prevention
-        zeros = 0;
-      }
-      out.push_back(byte);
-      zeros = byte == 0 ? zeros + 1 : 0;
-    }
+    NmTestSupport::CmH264StreamWriter escaped;
+    escaped.WriteUnit(unit.data[0], slice.rbsp);
+    out.insert(out.end(), escaped.Units()[0].begin(), escaped.Units()[0].end());
   }
   EXPECT_EQ(next, slices.size());
   return out;
