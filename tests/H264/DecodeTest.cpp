@@ -104,16 +104,17 @@ private:
     }
     m_Open = false;
     m_Encoder.AlignWithZeros(); // the flush ended with the stop bit
-    SmSlice& slice = m_Slices.back();
-    std::vector<uint8_t> bits = slice.headerBits;
-    while (bits.size() % 8 != 0) {
-      bits.push_back(1); // cabac_alignment_one_bit
+    NmTestSupport::CmBitWriter bits;
+    for (const uint8_t bit : m_Slices.back().headerBits) {
+      bits.PutFlag(bit != 0);
     }
-    bits.insert(bits.end(), m_Encoder.GetBits().begin(), m_Encoder.GetBits().end());
-    slice.rbsp.assign(bits.size() / 8, 0);
-    for (size_t i = 0; i < bits.size(); ++i) {
-      slice.rbsp[i / 8] = static_cast<uint8_t>(slice.rbsp[i / 8] | bits[i] << (7 - i % 8));
+    while (!bits.IsAligned()) {
+      bits.PutFlag(true); // cabac_alignment_one_bit
     }
+    for (const uint8_t bit : m_Encoder.GetBits()) {
+      bits.PutFlag(bit != 0);
+    }
+    m_Slices.back().rbsp = bits.Bytes();
   }
 
   uint32_t m_InitIdc;

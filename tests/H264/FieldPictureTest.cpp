@@ -374,15 +374,13 @@ TEST(H264FieldPictures, ResetInAFieldStartsTheCountsOver) {
         PredictedField(inSecondField ? std::vector<uint32_t>{1, 0} : std::vector<uint32_t>{0}, 6));
     // Frame 3 predicts from what is left: frame 2's second field alone when
     // it reset, both fields of frame 2 when its first field did.
-    const uint32_t frameNum = 1;
-    const uint32_t active = inSecondField ? 1 : 2;
-    writer.WriteSlice(
-        WithActive(Field(SmWriterSlice::P, frameNum, false, 8, 0), active),
-        PredictedField(active == 1 ? std::vector<uint32_t>{0} : std::vector<uint32_t>{0, 1}, 7));
-    writer.WriteSlice(
-        WithActive(Field(SmWriterSlice::P, frameNum, true, 9, 0), active + 1),
-        PredictedField(active == 1 ? std::vector<uint32_t>{0, 1} : std::vector<uint32_t>{0, 1, 2},
-                       8));
+    const std::vector<uint32_t> references =
+        inSecondField ? std::vector<uint32_t>{0, 1} : std::vector<uint32_t>{0, 1, 2};
+    const auto active = static_cast<uint32_t>(references.size()) - 1;
+    writer.WriteSlice(WithActive(Field(SmWriterSlice::P, 1, false, 8, 0), active),
+                      PredictedField({references.begin(), references.end() - 1}, 7));
+    writer.WriteSlice(WithActive(Field(SmWriterSlice::P, 1, true, 9, 0), active + 1),
+                      PredictedField(references, 8));
     ExpectWrittenSameAsFfmpeg(writer, 4, FrameSize);
   }
 }
