@@ -143,68 +143,56 @@ std::vector<uint8_t> FieldLines(const std::vector<uint8_t>& frame, int parity) {
 
 TEST(H264FieldPictures, FieldPairsOfIPAndBFieldsMatchFfmpeg) {
   REQUIRE_FFMPEG();
-  for (const bool cabac : {false, true}) {
-    for (const uint32_t filter : {1u, 0u}) {
-      for (const bool bottomFirst : {false, true}) {
-        SCOPED_TRACE(testing::Message() << "cabac " << cabac << " filter " << filter
-                                        << " bottom first " << bottomFirst);
-        // CABAC as the writer has it: no residual.
-        const auto PredictedField = [cabac](const std::vector<uint32_t>& references, int seed) {
-          std::vector<MB> mbs = ::PredictedField(references, seed);
-          for (MB& mb : mbs) {
-            mb.level = cabac ? 0 : mb.level;
-          }
-          return mbs;
-        };
-        CmH264StreamWriter writer;
-        SmWriterSps sps = InterlacedSequence();
-        sps.profileIdc = 100;
-        writer.WriteSps(sps);
-        SmWriterPps pps;
-        pps.cabac = cabac;
-        pps.transform8x8 = true;
-        writer.WritePps(pps);
-        const bool first = bottomFirst, second = !bottomFirst;
-        // An intra first field; the second predicts from it alone.
-        SmWriterSlice idr = Field(SmWriterSlice::I, 0, first, 0, filter);
-        idr.idr = true;
-        writer.WriteSlice(idr, IntraField(1));
-        writer.WriteSlice(Field(SmWriterSlice::P, 0, second, 1, filter), PredictedField({0}, 2));
-        // Frame 1 as two P fields from up to three fields: list 0 alternates
-        // parities, the current one's first, and the second field's list
-        // begins with the first field of its own frame.
-        writer.WriteSlice(WithActive(Field(SmWriterSlice::P, 1, first, 8, filter), 2),
-                          PredictedField({0, 1}, 3));
-        writer.WriteSlice(WithActive(Field(SmWriterSlice::P, 1, second, 9, filter), 3),
-                          PredictedField({2, 0, 1}, 4));
-        // A frame picture between field pairs predicts from the woven fields.
-        std::vector<MB> frameMbs;
-        for (uint32_t a = 0; a < Width * Height; ++a) {
-          frameMbs.push_back(a == 9 ? Textured(9, a)
-                                    : MB::Predicted(MB::L0, a % 2, static_cast<int32_t>(a % 3) - 1,
-                                                    static_cast<int32_t>(a % 5) - 2));
-        }
-        writer.WriteSlice(WithActive(FramePicture(SmWriterSlice::P, 2, 16, true, 1), 2), frameMbs);
-        // Fields that predict from the fields of that frame, the sliding
-        // window dropping frame 0 on the way.
-        writer.WriteSlice(WithActive(Field(SmWriterSlice::P, 3, first, 32, filter), 4),
-                          PredictedField({0, 3, 1, 2}, 5));
-        writer.WriteSlice(WithActive(Field(SmWriterSlice::P, 3, second, 33, filter), 4),
-                          PredictedField({1, 0, 2, 3}, 6));
-        // A non-reference B field pair between frames 2 and 3, with spatial
-        // and then temporal direct prediction; list 0 holds every field that
-        // the co-located blocks refer to.
-        SmWriterSlice b0 = WithActive(Field(SmWriterSlice::B, 4, first, 24, filter, false), 6, 2);
-        writer.WriteSlice(b0, BiPredictedField(7));
-        SmWriterSlice b1 = WithActive(Field(SmWriterSlice::B, 4, second, 25, filter, false), 6, 2);
-        b1.directSpatial = false;
-        writer.WriteSlice(b1, BiPredictedField(8));
-
-        const Frames expected = ExpectWrittenSameAsFfmpeg(writer, 5, FrameSize);
-        MCL::SmTaskSupplierSettings twoThreads;
-        twoThreads.threadCount = 2;
-        ExpectSameFrames(DecodeWritten(writer, twoThreads).pictures, expected);
+  for (const uint32_t filter : {1u, 0u}) {
+    for (const bool bottomFirst : {false, true}) {
+      SCOPED_TRACE(testing::Message() << "filter " << filter << " bottom first " << bottomFirst);
+      CmH264StreamWriter writer;
+      SmWriterSps sps = InterlacedSequence();
+      sps.profileIdc = 100;
+      writer.WriteSps(sps);
+      SmWriterPps pps;
+      pps.transform8x8 = true;
+      writer.WritePps(pps);
+      const bool first = bottomFirst, second = !bottomFirst;
+      // An intra first field; the second predicts from it alone.
+      SmWriterSlice idr = Field(SmWriterSlice::I, 0, first, 0, filter);
+      idr.idr = true;
+      writer.WriteSlice(idr, IntraField(1));
+      writer.WriteSlice(Field(SmWriterSlice::P, 0, second, 1, filter), PredictedField({0}, 2));
+      // Frame 1 as two P fields from up to three fields: list 0 alternates
+      // parities, the current one's first, and the second field's list
+      // begins with the first field of its own frame.
+      writer.WriteSlice(WithActive(Field(SmWriterSlice::P, 1, first, 8, filter), 2),
+                        PredictedField({0, 1}, 3));
+      writer.WriteSlice(WithActive(Field(SmWriterSlice::P, 1, second, 9, filter), 3),
+                        PredictedField({2, 0, 1}, 4));
+      // A frame picture between field pairs predicts from the woven fields.
+      std::vector<MB> frameMbs;
+      for (uint32_t a = 0; a < Width * Height; ++a) {
+        frameMbs.push_back(a == 9 ? Textured(9, a)
+                                  : MB::Predicted(MB::L0, a % 2, static_cast<int32_t>(a % 3) - 1,
+                                                  static_cast<int32_t>(a % 5) - 2));
       }
+      writer.WriteSlice(WithActive(FramePicture(SmWriterSlice::P, 2, 16, true, 1), 2), frameMbs);
+      // Fields that predict from the fields of that frame, the sliding
+      // window dropping frame 0 on the way.
+      writer.WriteSlice(WithActive(Field(SmWriterSlice::P, 3, first, 32, filter), 4),
+                        PredictedField({0, 3, 1, 2}, 5));
+      writer.WriteSlice(WithActive(Field(SmWriterSlice::P, 3, second, 33, filter), 4),
+                        PredictedField({1, 0, 2, 3}, 6));
+      // A non-reference B field pair between frames 2 and 3, with spatial
+      // and then temporal direct prediction; list 0 holds every field that
+      // the co-located blocks refer to.
+      SmWriterSlice b0 = WithActive(Field(SmWriterSlice::B, 4, first, 24, filter, false), 6, 2);
+      writer.WriteSlice(b0, BiPredictedField(7));
+      SmWriterSlice b1 = WithActive(Field(SmWriterSlice::B, 4, second, 25, filter, false), 6, 2);
+      b1.directSpatial = false;
+      writer.WriteSlice(b1, BiPredictedField(8));
+
+      const Frames expected = ExpectWrittenSameAsFfmpeg(writer, 5, FrameSize);
+      MCL::SmTaskSupplierSettings twoThreads;
+      twoThreads.threadCount = 2;
+      ExpectSameFrames(DecodeWritten(writer, twoThreads).pictures, expected);
     }
   }
 }
