@@ -325,18 +325,27 @@ TEST(H264Cavlc, BlocksOfEveryShapeReadBackAsWritten) {
   EXPECT_FALSE(reader.IsOverrun());
   EXPECT_EQ(shared.GetPosition(), reader.GetPosition());
 
-  // Damage: every coefficient of 8-bit video fits 16 bits, so a level
-  // beyond, negative or positive (prefix 19 with a large suffix), is damage,
-  // and so is a level prefix that never ends.
-  for (const auto& [bits, count] : {std::pair<uint64_t, unsigned>{uint64_t{1} << 16 | 0xFFFF, 36},
-                                    {uint64_t{1} << 16 | 0xFFFE, 36},
-                                    {1, 48}}) {
-    CmBitWriter damaged;
-    damaged.Put(0b000101, 6); // coeff_token of one coefficient, no trailing one
-    damaged.Put(bits, count);
-    damaged.PutTrailingBits();
-    CmBitReader damagedReader(damaged.Bytes().data(), damaged.Bytes().size());
-    int16_t levels[16];
-    EXPECT_EQ(ReadResidualBlockCavlc(damagedReader, 0, 0, 15, 16, levels), -1) << count;
+  // Every coefficient of 8-bit video fits 16 bits: levels up to 32767 and
+  // down to -32768 read (prefix 19 with suffixes either side of the
+  // limits), one beyond is damage, and so is a level prefix that never ends.
+  const struct {
+    uint64_t bits;
+    unsigned count;
+    int level; // 0 for damage
+  } edges[] = {{1 << 16 | 4060, 36, 32767},
+               {1 << 16 | 4062, 36, 0},
+               {1 << 16 | 4063, 36, -32768},
+               {1 << 16 | 4065, 36, 0},
+               {1, 48, 0}};
+  for (const auto& edge : edges) {
+    CmBitWriter block;
+    block.Put(0b000101, 6); // coeff_token of one coefficient, no trailing one
+    block.Put(edge.bits, edge.count);
+    block.PutTrailingBits(); // the stop bit reads as total_zeros 0
+    CmBitReader blockReader(block.Bytes().data(), block.Bytes().size());
+    int16_t levels[16] = {};
+    EXPECT_EQ(ReadResidualBlockCavlc(blockReader, 0, 0, 15, 16, levels), edge.level != 0 ? 1 : -1)
+        << edge.bits;
+    EXPECT_EQ(edge.level != 0 ? levels[0] : 0, edge.level) << edge.bits;
   }
 }
