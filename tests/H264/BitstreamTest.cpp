@@ -172,21 +172,13 @@ TEST(H264Cavlc, CodeTablesArePrefixCodes) {
 
 namespace {
 
-void PutCode(CmBitWriter& writer, const std::string& bits) {
-  for (const char bit : bits) {
+void PutCode(CmBitWriter& writer, const std::vector<SmVlcSymbol>& codes, int symbol) {
+  const auto code = std::find_if(codes.begin(), codes.end(),
+                                 [symbol](const SmVlcSymbol& c) { return c.symbol == symbol; });
+  ASSERT_NE(code, codes.end()) << "no code for " << symbol;
+  for (const char bit : code->bits) {
     writer.PutFlag(bit == '1');
   }
-}
-
-const std::string& CodeOf(const std::vector<SmVlcSymbol>& codes, int symbol) {
-  for (const SmVlcSymbol& code : codes) {
-    if (code.symbol == symbol) {
-      return code.bits;
-    }
-  }
-  static const std::string none;
-  ADD_FAILURE() << "no code for " << symbol;
-  return none;
 }
 
 // Writes a residual block the way an encoder does (clause 9.2 run
@@ -195,14 +187,14 @@ const std::string& CodeOf(const std::vector<SmVlcSymbol>& codes, int symbol) {
 void PutCavlcBlock(CmBitWriter& writer, const std::vector<int>& coefficients, int nCClass,
                    bool chromaDc) {
   using namespace NmCavlcTables;
-  const int size = static_cast<int>(coefficients.size());
   // Levels from the highest frequency down, each with the zeros below it
-  // up to the next level.
+  // up to the next level; total_zeros counts them all, the last level's run
+  // (which takes no code) too.
   std::vector<int> levels, runs;
   int totalZeros = 0;
-  for (int i = size - 1; i >= 0; --i) {
-    if (coefficients[static_cast<size_t>(i)] != 0) {
-      levels.push_back(coefficients[static_cast<size_t>(i)]);
+  for (auto c = coefficients.rbegin(); c != coefficients.rend(); ++c) {
+    if (*c != 0) {
+      levels.push_back(*c);
       runs.push_back(0);
     } else if (!levels.empty()) {
       ++runs.back();
@@ -210,65 +202,49 @@ void PutCavlcBlock(CmBitWriter& writer, const std::vector<int>& coefficients, in
     }
   }
   const int total = static_cast<int>(levels.size());
-  // total_zeros counts the zeros below the lowest level too; they are the
-  // run that the last level takes without a code.
   int trailingOnes = 0;
-  while (trailingOnes < std::min(total, 3) &&
-         std::abs(levels[static_cast<size_t>(trailingOnes)]) == 1) {
+  while (trailingOnes < std::min(total, 3) && std::abs(levels[size_t(trailingOnes)]) == 1) {
     ++trailingOnes;
   }
-  PutCode(writer, CodeOf(GetCoeffTokenCodes(nCClass), total * 4 + trailingOnes));
-  if (total == 0) {
-    return;
-  }
+  PutCode(writer, GetCoeffTokenCodes(nCClass), total * 4 + trailingOnes);
   for (int i = 0; i < trailingOnes; ++i) {
-    writer.PutFlag(levels[static_cast<size_t>(i)] < 0);
+    writer.PutFlag(levels[size_t(i)] < 0);
   }
   int suffixLength = total > 10 && trailingOnes < 3 ? 1 : 0;
   for (int i = trailingOnes; i < total; ++i) {
-    const int level = levels[static_cast<size_t>(i)];
-    int levelCode = level > 0 ? 2 * level - 2 : -2 * level - 1;
-    if (i == trailingOnes && trailingOnes < 3) {
-      levelCode -= 2;
-    }
-    int prefix = 0, suffixSize = 0, suffix = 0;
+    const int level = levels[size_t(i)];
+    const int levelCode = (level > 0 ? 2 * level - 2 : -2 * level - 1) -
+                          (i == trailingOnes && trailingOnes < 3 ? 2 : 0);
+    int prefix = 0, suffixSize = suffixLength, suffix = 0;
     if (suffixLength == 0 && levelCode < 14) {
       prefix = levelCode;
     } else if (suffixLength == 0 && levelCode < 30) {
       prefix = 14, suffixSize = 4, suffix = levelCode - 14;
     } else if (suffixLength > 0 && levelCode < (15 << suffixLength)) {
-      prefix = levelCode >> suffixLength, suffixSize = suffixLength;
-      suffix = levelCode & ((1 << suffixLength) - 1);
+      prefix = levelCode >> suffixLength, suffix = levelCode & ((1 << suffixLength) - 1);
     } else {
       // The escapes: prefix 15 with 12 bits, then each longer prefix with
       // one more bit, their ranges following each other.
       const int rest = levelCode - (15 << suffixLength) - (suffixLength == 0 ? 15 : 0);
       const auto offset = [](int p) { return p >= 16 ? (1 << (p - 3)) - 4096 : 0; };
-      prefix = 15;
-      while (rest >= offset(prefix) + (1 << (prefix - 3))) {
+      for (prefix = 15; rest >= offset(prefix) + (1 << (prefix - 3));) {
         ++prefix;
       }
       suffixSize = prefix - 3, suffix = rest - offset(prefix);
     }
     writer.Put(1, static_cast<unsigned>(prefix) + 1); // prefix zeros and the one
-    if (suffixSize > 0) {
-      writer.Put(static_cast<uint64_t>(suffix), static_cast<unsigned>(suffixSize));
-    }
-    if (suffixLength == 0) {
-      suffixLength = 1;
-    }
+    writer.Put(static_cast<uint64_t>(suffix), static_cast<unsigned>(suffixSize));
+    suffixLength = std::max(suffixLength, 1);
     if (std::abs(level) > (3 << (suffixLength - 1)) && suffixLength < 6) {
       ++suffixLength;
     }
   }
-  int zerosLeft = totalZeros;
-  if (total < size) {
-    PutCode(writer, CodeOf(GetTotalZerosCodes(total, chromaDc), totalZeros));
+  if (total > 0 && total < static_cast<int>(coefficients.size())) {
+    PutCode(writer, GetTotalZerosCodes(total, chromaDc), totalZeros);
   }
-  for (int i = 0; i + 1 < total && zerosLeft > 0; ++i) {
-    const int run = runs[static_cast<size_t>(i)];
-    PutCode(writer, CodeOf(GetRunBeforeCodes(std::min(zerosLeft, 7)), run));
-    zerosLeft -= run;
+  for (int i = 0, zerosLeft = totalZeros; i + 1 < total && zerosLeft > 0; ++i) {
+    PutCode(writer, GetRunBeforeCodes(std::min(zerosLeft, 7)), runs[size_t(i)]);
+    zerosLeft -= runs[size_t(i)];
   }
 }
 
@@ -281,7 +257,7 @@ TEST(H264Cavlc, BlocksOfEveryShapeReadBackAsWritten) {
   // suffix length's limits and through all escapes up to 16 bits.
   std::mt19937 random(19);
   struct SmBlock {
-    int nC, startIdx, endIdx, maxNumCoeff;
+    int nC, maxNumCoeff;
     std::vector<int> coefficients;
   };
   const int nCs[] = {0, 1, 2, 3, 4, 7, 8, 16};
@@ -289,12 +265,9 @@ TEST(H264Cavlc, BlocksOfEveryShapeReadBackAsWritten) {
   CmBitWriter writer;
   writer.Put(random() & 0x7F, 7); // not on a byte boundary
   for (int i = 0; i < 4000; ++i) {
-    SmBlock block;
     const int shape = static_cast<int>(random() % 3);
-    block.nC = shape == 2 ? -1 : nCs[random() % std::size(nCs)];
-    block.maxNumCoeff = shape == 0 ? 16 : (shape == 1 ? 15 : 4);
-    block.startIdx = 0;
-    block.endIdx = block.maxNumCoeff - 1;
+    SmBlock block{
+        shape == 2 ? -1 : nCs[random() % std::size(nCs)], 16 - shape / 2 * 12 - shape % 2, {}};
     block.coefficients.assign(static_cast<size_t>(block.maxNumCoeff), 0);
     const int density = static_cast<int>(random() % 5);
     for (int& c : block.coefficients) {
@@ -317,57 +290,62 @@ TEST(H264Cavlc, BlocksOfEveryShapeReadBackAsWritten) {
     blocks.push_back(std::move(block));
   }
   writer.PutTrailingBits();
+  // Each block through a window of its own, and again all blocks through one
+  // window, as the slice decoder reads a macroblock's, which refills only
+  // where a block may run out of bits.
   CmBitReader reader(writer.Bytes().data(), writer.Bytes().size());
-  reader.Skip(7);
-  for (size_t i = 0; i < blocks.size(); ++i) {
-    const SmBlock& block = blocks[i];
-    std::vector<int16_t> read(16, int16_t{99});
-    const int total = ReadResidualBlockCavlc(reader, block.nC, block.startIdx, block.endIdx,
-                                             block.maxNumCoeff, read.data());
-    int expectedTotal = 0;
-    for (size_t k = 0; k < block.coefficients.size(); ++k) {
-      expectedTotal += block.coefficients[k] != 0 ? 1 : 0;
-      ASSERT_EQ(read[k], block.coefficients[k]) << "block " << i << " coefficient " << k;
-    }
-    ASSERT_EQ(total, expectedTotal) << "block " << i;
-  }
-  EXPECT_FALSE(reader.HasMoreData());
-  EXPECT_FALSE(reader.IsOverrun());
-  // Again through one window for all blocks, as the slice decoder reads a
-  // macroblock's, which refills only where a block may run out of bits.
   CmBitReader shared(writer.Bytes().data(), writer.Bytes().size());
+  reader.Skip(7);
   shared.Skip(7);
   {
     CmBitWindow window(shared);
     for (size_t i = 0; i < blocks.size(); ++i) {
       const SmBlock& block = blocks[i];
-      std::vector<int16_t> read(16, int16_t{99});
-      const int total =
-          block.maxNumCoeff == 16
-              ? ReadResidualBlockCavlc<16>(window.GetCursor(), block.nC, read.data())
-              : (block.maxNumCoeff == 15
-                     ? ReadResidualBlockCavlc<15>(window.GetCursor(), block.nC, read.data())
-                     : ReadResidualBlockCavlc<4>(window.GetCursor(), block.nC, read.data()));
-      ASSERT_GE(total, 0) << "block " << i;
-      ASSERT_EQ(std::vector<int>(read.begin(), read.begin() + block.maxNumCoeff),
-                block.coefficients)
+      const auto expectedTotal = std::count_if(block.coefficients.begin(), block.coefficients.end(),
+                                               [](int c) { return c != 0; });
+      std::vector<int16_t> read(16, int16_t{99}), readShared(16, int16_t{99});
+      ASSERT_EQ(ReadResidualBlockCavlc(reader, block.nC, 0, block.maxNumCoeff - 1,
+                                       block.maxNumCoeff, read.data()),
+                expectedTotal)
           << "block " << i;
+      CmBitCursor& cursor = window.GetCursor();
+      const int total = block.maxNumCoeff == 16
+                            ? ReadResidualBlockCavlc<16>(cursor, block.nC, readShared.data())
+                        : block.maxNumCoeff == 15
+                            ? ReadResidualBlockCavlc<15>(cursor, block.nC, readShared.data())
+                            : ReadResidualBlockCavlc<4>(cursor, block.nC, readShared.data());
+      ASSERT_EQ(total, expectedTotal) << "block " << i;
+      const auto size = static_cast<std::ptrdiff_t>(block.maxNumCoeff);
+      ASSERT_EQ(std::vector<int>(read.begin(), read.begin() + size), block.coefficients)
+          << "block " << i;
+      ASSERT_EQ(readShared, read) << "block " << i;
     }
   }
+  EXPECT_FALSE(reader.HasMoreData());
+  EXPECT_FALSE(reader.IsOverrun());
   EXPECT_EQ(shared.GetPosition(), reader.GetPosition());
 
-  // Damage: every coefficient of 8-bit video fits 16 bits, so a level
-  // beyond, negative or positive (prefix 19 with a large suffix), is damage,
-  // and so is a level prefix that never ends.
-  for (const auto& [bits, count] : {std::pair<uint64_t, unsigned>{uint64_t{1} << 16 | 0xFFFF, 36},
-                                    {uint64_t{1} << 16 | 0xFFFE, 36},
-                                    {1, 48}}) {
-    CmBitWriter damaged;
-    damaged.Put(0b000101, 6); // coeff_token of one coefficient, no trailing one
-    damaged.Put(bits, count);
-    damaged.PutTrailingBits();
-    CmBitReader damagedReader(damaged.Bytes().data(), damaged.Bytes().size());
-    int16_t levels[16];
-    EXPECT_EQ(ReadResidualBlockCavlc(damagedReader, 0, 0, 15, 16, levels), -1) << count;
+  // Every coefficient of 8-bit video fits 16 bits: levels up to 32767 and
+  // down to -32768 read (prefix 19 with suffixes either side of the
+  // limits), one beyond is damage, and so is a level prefix that never ends.
+  const struct {
+    uint64_t bits;
+    unsigned count;
+    int level; // 0 for damage
+  } edges[] = {{1 << 16 | 4060, 36, 32767},
+               {1 << 16 | 4062, 36, 0},
+               {1 << 16 | 4063, 36, -32768},
+               {1 << 16 | 4065, 36, 0},
+               {1, 48, 0}};
+  for (const auto& edge : edges) {
+    CmBitWriter block;
+    block.Put(0b000101, 6); // coeff_token of one coefficient, no trailing one
+    block.Put(edge.bits, edge.count);
+    block.PutTrailingBits(); // the stop bit reads as total_zeros 0
+    CmBitReader blockReader(block.Bytes().data(), block.Bytes().size());
+    int16_t levels[16] = {};
+    EXPECT_EQ(ReadResidualBlockCavlc(blockReader, 0, 0, 15, 16, levels), edge.level != 0 ? 1 : -1)
+        << edge.bits;
+    EXPECT_EQ(edge.level != 0 ? levels[0] : 0, edge.level) << edge.bits;
   }
 }

@@ -11,6 +11,7 @@
 #include "Codecs/H264/SliceDecoder.h"
 #include "H264/ReferenceDecoding.h"
 #include "support/CabacEncoder.h"
+#include "support/H264StreamWriter.h"
 
 using namespace NmH264;
 using NmTestSupport::CmTempDirectory;
@@ -103,16 +104,17 @@ private:
     }
     m_Open = false;
     m_Encoder.AlignWithZeros(); // the flush ended with the stop bit
-    SmSlice& slice = m_Slices.back();
-    std::vector<uint8_t> bits = slice.headerBits;
-    while (bits.size() % 8 != 0) {
-      bits.push_back(1); // cabac_alignment_one_bit
+    NmTestSupport::CmBitWriter bits;
+    for (const uint8_t bit : m_Slices.back().headerBits) {
+      bits.PutFlag(bit != 0);
     }
-    bits.insert(bits.end(), m_Encoder.GetBits().begin(), m_Encoder.GetBits().end());
-    slice.rbsp.assign(bits.size() / 8, 0);
-    for (size_t i = 0; i < bits.size(); ++i) {
-      slice.rbsp[i / 8] = static_cast<uint8_t>(slice.rbsp[i / 8] | bits[i] << (7 - i % 8));
+    while (!bits.IsAligned()) {
+      bits.PutFlag(true); // cabac_alignment_one_bit
     }
+    for (const uint8_t bit : m_Encoder.GetBits()) {
+      bits.PutFlag(bit != 0);
+    }
+    m_Slices.back().rbsp = bits.Bytes();
   }
 
   uint32_t m_InitIdc;
@@ -148,16 +150,9 @@ std::vector<uint8_t> ReplaceSlices(const std::vector<uint8_t>& stream,
     EXPECT_TRUE(
         std::equal(slice.headerBytes.begin(), slice.headerBytes.end() - 1, original.begin()))
         << "slice " << next - 1 << " is decoded out of order";
-    out.push_back(unit.data[0]);
-    int zeros = 0;
-    for (const uint8_t byte : slice.rbsp) {
-      if (zeros >= 2 && byte <= 3) {
-        out.push_back(3); // emulation prevention
-        zeros = 0;
-      }
-      out.push_back(byte);
-      zeros = byte == 0 ? zeros + 1 : 0;
-    }
+    NmTestSupport::CmH264StreamWriter escaped;
+    escaped.WriteUnit(unit.data[0], slice.rbsp);
+    out.insert(out.end(), escaped.Units()[0].begin(), escaped.Units()[0].end());
   }
   EXPECT_EQ(next, slices.size());
   return out;

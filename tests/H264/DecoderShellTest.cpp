@@ -17,7 +17,7 @@ TEST(H264DecoderShell, RepeatedParameterSetsBetweenSlicesChangeNothing) {
   const Frames plain = DecodeWithShell({clip.stream});
   ASSERT_EQ(plain.size(), 6u);
   Bytes sequence, picture, repeated;
-  for (const Bytes& unit : CutBefore(clip.stream, [](int) { return true; })) {
+  for (const Bytes& unit : AnnexBUnits(clip.stream)) {
     const int type = unit[3] & 0x1F;
     sequence = type == 7 ? unit : sequence;
     picture = type == 8 ? unit : picture;

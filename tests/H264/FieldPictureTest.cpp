@@ -62,16 +62,23 @@ std::vector<MB> BiPredictedField(int seed) {
   return mbs;
 }
 
-SmWriterSlice Field(uint32_t type, uint32_t frameNum, bool bottom, uint32_t pocLsb, uint32_t filter,
-                    bool reference = true) {
+// A frame picture of an interlaced sequence.
+SmWriterSlice FramePicture(uint32_t type, uint32_t frameNum, uint32_t pocLsb, bool reference = true,
+                           uint32_t filter = 0) {
   SmWriterSlice slice;
   slice.type = type;
   slice.frameNum = frameNum;
-  slice.field = true;
-  slice.bottom = bottom;
   slice.pocLsb = pocLsb;
   slice.nalRefIdc = reference ? 1 : 0;
   slice.disableDeblocking = filter;
+  return slice;
+}
+
+SmWriterSlice Field(uint32_t type, uint32_t frameNum, bool bottom, uint32_t pocLsb, uint32_t filter,
+                    bool reference = true) {
+  SmWriterSlice slice = FramePicture(type, frameNum, pocLsb, reference, filter);
+  slice.field = true;
+  slice.bottom = bottom;
   if (filter != 1) {
     // A quantiser high enough that the filter acts on the coefficients.
     slice.qpDelta = 12;
@@ -111,12 +118,6 @@ CmH264StreamWriter StartWithIntraPair(uint32_t filter, uint32_t maxNumRefFrames 
   return writer;
 }
 
-SmSupplied DecodeWithEngine(const CmH264StreamWriter& writer, int32_t threads = 1) {
-  MCL::SmTaskSupplierSettings settings;
-  settings.threadCount = threads;
-  return DecodeWritten(writer, settings);
-}
-
 std::vector<int32_t> DecodeStructures(const CmH264StreamWriter& writer) {
   return CollectWithShell({writer.AnnexB()}).structures;
 }
@@ -140,77 +141,58 @@ std::vector<uint8_t> FieldLines(const std::vector<uint8_t>& frame, int parity) {
 
 } // namespace
 
-// CABAC as the writer has it: no residual.
-std::vector<MB> WithoutResidual(std::vector<MB> mbs) {
-  for (MB& mb : mbs) {
-    mb.level = 0;
-  }
-  return mbs;
-}
-
 TEST(H264FieldPictures, FieldPairsOfIPAndBFieldsMatchFfmpeg) {
   REQUIRE_FFMPEG();
-  for (const bool cabac : {false, true}) {
-    for (const uint32_t filter : {1u, 0u}) {
-      for (const bool bottomFirst : {false, true}) {
-        SCOPED_TRACE(testing::Message() << "cabac " << cabac << " filter " << filter
-                                        << " bottom first " << bottomFirst);
-        const auto PredictedField = [cabac](const std::vector<uint32_t>& references, int seed) {
-          std::vector<MB> mbs = ::PredictedField(references, seed);
-          return cabac ? WithoutResidual(mbs) : mbs;
-        };
-        CmH264StreamWriter writer;
-        SmWriterSps sps = InterlacedSequence();
-        sps.profileIdc = 100;
-        writer.WriteSps(sps);
-        SmWriterPps pps;
-        pps.cabac = cabac;
-        pps.transform8x8 = true;
-        writer.WritePps(pps);
-        const bool first = bottomFirst, second = !bottomFirst;
-        // An intra first field; the second predicts from it alone.
-        SmWriterSlice idr = Field(SmWriterSlice::I, 0, first, 0, filter);
-        idr.idr = true;
-        writer.WriteSlice(idr, IntraField(1));
-        writer.WriteSlice(Field(SmWriterSlice::P, 0, second, 1, filter), PredictedField({0}, 2));
-        // Frame 1 as two P fields from up to three fields: list 0 alternates
-        // parities, the current one's first, and the second field's list
-        // begins with the first field of its own frame.
-        writer.WriteSlice(WithActive(Field(SmWriterSlice::P, 1, first, 8, filter), 2),
-                          PredictedField({0, 1}, 3));
-        writer.WriteSlice(WithActive(Field(SmWriterSlice::P, 1, second, 9, filter), 3),
-                          PredictedField({2, 0, 1}, 4));
-        // A frame picture between field pairs predicts from the woven fields.
-        SmWriterSlice frame;
-        frame.type = SmWriterSlice::P;
-        frame.frameNum = 2;
-        frame.pocLsb = 16;
-        frame.disableDeblocking = 1;
-        std::vector<MB> frameMbs;
-        for (uint32_t a = 0; a < Width * Height; ++a) {
-          frameMbs.push_back(a == 9 ? Textured(9, a)
-                                    : MB::Predicted(MB::L0, a % 2, static_cast<int32_t>(a % 3) - 1,
-                                                    static_cast<int32_t>(a % 5) - 2));
-        }
-        writer.WriteSlice(WithActive(frame, 2), frameMbs);
-        // Fields that predict from the fields of that frame, the sliding
-        // window dropping frame 0 on the way.
-        writer.WriteSlice(WithActive(Field(SmWriterSlice::P, 3, first, 32, filter), 4),
-                          PredictedField({0, 3, 1, 2}, 5));
-        writer.WriteSlice(WithActive(Field(SmWriterSlice::P, 3, second, 33, filter), 4),
-                          PredictedField({1, 0, 2, 3}, 6));
-        // A non-reference B field pair between frames 2 and 3, with spatial
-        // and then temporal direct prediction; list 0 holds every field that
-        // the co-located blocks refer to.
-        SmWriterSlice b0 = WithActive(Field(SmWriterSlice::B, 4, first, 24, filter, false), 6, 2);
-        writer.WriteSlice(b0, BiPredictedField(7));
-        SmWriterSlice b1 = WithActive(Field(SmWriterSlice::B, 4, second, 25, filter, false), 6, 2);
-        b1.directSpatial = false;
-        writer.WriteSlice(b1, BiPredictedField(8));
-
-        const Frames expected = ExpectWrittenSameAsFfmpeg(writer, 5, FrameSize);
-        ExpectSameFrames(DecodeWithEngine(writer, 2).pictures, expected);
+  for (const uint32_t filter : {1u, 0u}) {
+    for (const bool bottomFirst : {false, true}) {
+      SCOPED_TRACE(testing::Message() << "filter " << filter << " bottom first " << bottomFirst);
+      CmH264StreamWriter writer;
+      SmWriterSps sps = InterlacedSequence();
+      sps.profileIdc = 100;
+      writer.WriteSps(sps);
+      SmWriterPps pps;
+      pps.transform8x8 = true;
+      writer.WritePps(pps);
+      const bool first = bottomFirst, second = !bottomFirst;
+      // An intra first field; the second predicts from it alone.
+      SmWriterSlice idr = Field(SmWriterSlice::I, 0, first, 0, filter);
+      idr.idr = true;
+      writer.WriteSlice(idr, IntraField(1));
+      writer.WriteSlice(Field(SmWriterSlice::P, 0, second, 1, filter), PredictedField({0}, 2));
+      // Frame 1 as two P fields from up to three fields: list 0 alternates
+      // parities, the current one's first, and the second field's list
+      // begins with the first field of its own frame.
+      writer.WriteSlice(WithActive(Field(SmWriterSlice::P, 1, first, 8, filter), 2),
+                        PredictedField({0, 1}, 3));
+      writer.WriteSlice(WithActive(Field(SmWriterSlice::P, 1, second, 9, filter), 3),
+                        PredictedField({2, 0, 1}, 4));
+      // A frame picture between field pairs predicts from the woven fields.
+      std::vector<MB> frameMbs;
+      for (uint32_t a = 0; a < Width * Height; ++a) {
+        frameMbs.push_back(a == 9 ? Textured(9, a)
+                                  : MB::Predicted(MB::L0, a % 2, static_cast<int32_t>(a % 3) - 1,
+                                                  static_cast<int32_t>(a % 5) - 2));
       }
+      writer.WriteSlice(WithActive(FramePicture(SmWriterSlice::P, 2, 16, true, 1), 2), frameMbs);
+      // Fields that predict from the fields of that frame, the sliding
+      // window dropping frame 0 on the way.
+      writer.WriteSlice(WithActive(Field(SmWriterSlice::P, 3, first, 32, filter), 4),
+                        PredictedField({0, 3, 1, 2}, 5));
+      writer.WriteSlice(WithActive(Field(SmWriterSlice::P, 3, second, 33, filter), 4),
+                        PredictedField({1, 0, 2, 3}, 6));
+      // A non-reference B field pair between frames 2 and 3, with spatial
+      // and then temporal direct prediction; list 0 holds every field that
+      // the co-located blocks refer to.
+      SmWriterSlice b0 = WithActive(Field(SmWriterSlice::B, 4, first, 24, filter, false), 6, 2);
+      writer.WriteSlice(b0, BiPredictedField(7));
+      SmWriterSlice b1 = WithActive(Field(SmWriterSlice::B, 4, second, 25, filter, false), 6, 2);
+      b1.directSpatial = false;
+      writer.WriteSlice(b1, BiPredictedField(8));
+
+      const Frames expected = ExpectWrittenSameAsFfmpeg(writer, 5, FrameSize);
+      MCL::SmTaskSupplierSettings twoThreads;
+      twoThreads.threadCount = 2;
+      ExpectSameFrames(DecodeWritten(writer, twoThreads).pictures, expected);
     }
   }
 }
@@ -235,14 +217,11 @@ TEST(H264FieldPictures, LoneFieldsAndTheFieldOrderOfEachFrame) {
   writer.WriteSlice(WithActive(Field(SmWriterSlice::P, 3, false, 25, 1), 3),
                     PredictedField({0, 1, 2}, 7));
   // A frame picture, and the stream ends on a lone bottom field.
-  SmWriterSlice frame;
-  frame.type = SmWriterSlice::P;
-  frame.frameNum = 4;
-  frame.pocLsb = 32;
-  writer.WriteSlice(frame, std::vector<MB>(Width * Height));
+  writer.WriteSlice(FramePicture(SmWriterSlice::P, 4, 32, true, 1),
+                    std::vector<MB>(Width * Height));
   writer.WriteSlice(Field(SmWriterSlice::P, 5, true, 41, 1), PredictedField({0}, 8));
 
-  const SmSupplied decoded = DecodeWithEngine(writer);
+  const SmSupplied decoded = DecodeWritten(writer);
   EXPECT_TRUE(decoded.allAccepted);
   const Frames& ours = decoded.pictures;
   ASSERT_EQ(ours.size(), 6u);
@@ -345,7 +324,7 @@ TEST(H264FieldPictures, SliceGroupsInFieldsDecodeAsTheSameSlicesWithout) {
     halves(WithActive(Field(SmWriterSlice::P, 1, true, 9, 0), 3), PredictedField({2, 0, 1}, 4));
     return writer;
   };
-  const SmSupplied ours = DecodeWithEngine(write(true));
+  const SmSupplied ours = DecodeWritten(write(true));
   EXPECT_TRUE(ours.allAccepted);
   const Frames expected = FfmpegOfWritten(write(false), FrameSize);
   ASSERT_EQ(expected.size(), 2u);
@@ -383,15 +362,13 @@ TEST(H264FieldPictures, ResetInAFieldStartsTheCountsOver) {
         PredictedField(inSecondField ? std::vector<uint32_t>{1, 0} : std::vector<uint32_t>{0}, 6));
     // Frame 3 predicts from what is left: frame 2's second field alone when
     // it reset, both fields of frame 2 when its first field did.
-    const uint32_t frameNum = 1;
-    const uint32_t active = inSecondField ? 1 : 2;
-    writer.WriteSlice(
-        WithActive(Field(SmWriterSlice::P, frameNum, false, 8, 0), active),
-        PredictedField(active == 1 ? std::vector<uint32_t>{0} : std::vector<uint32_t>{0, 1}, 7));
-    writer.WriteSlice(
-        WithActive(Field(SmWriterSlice::P, frameNum, true, 9, 0), active + 1),
-        PredictedField(active == 1 ? std::vector<uint32_t>{0, 1} : std::vector<uint32_t>{0, 1, 2},
-                       8));
+    const std::vector<uint32_t> references =
+        inSecondField ? std::vector<uint32_t>{0, 1} : std::vector<uint32_t>{0, 1, 2};
+    const auto active = static_cast<uint32_t>(references.size()) - 1;
+    writer.WriteSlice(WithActive(Field(SmWriterSlice::P, 1, false, 8, 0), active),
+                      PredictedField({references.begin(), references.end() - 1}, 7));
+    writer.WriteSlice(WithActive(Field(SmWriterSlice::P, 1, true, 9, 0), active + 1),
+                      PredictedField(references, 8));
     ExpectWrittenSameAsFfmpeg(writer, 4, FrameSize);
   }
 }
@@ -501,25 +478,13 @@ TEST(H264FieldPictures, LongTermMarksOfSingleFields) {
   writer.WriteSlice(copy(3, false, {0, 3}), copies);
   writer.WriteSlice(copy(3, true, {2, 3}), copies);
 
-  const SmSupplied ours = DecodeWithEngine(writer);
+  const SmSupplied ours = DecodeWritten(writer);
   EXPECT_TRUE(ours.allAccepted);
   ExpectSameFrames(ours.pictures, {Woven(top0, bottom0), Woven(top1, bottom1), Woven(top0, bottom0),
                                    Woven(top1, bottom1)});
 }
 
 namespace {
-
-// A frame picture of an interlaced sequence.
-SmWriterSlice FramePicture(uint32_t type, uint32_t frameNum, uint32_t pocLsb,
-                           bool reference = true) {
-  SmWriterSlice slice;
-  slice.type = type;
-  slice.frameNum = frameNum;
-  slice.pocLsb = pocLsb;
-  slice.nalRefIdc = reference ? 1 : 0;
-  slice.disableDeblocking = 0;
-  return slice;
-}
 
 // Direct (skipped) macroblocks between others of either list and of both.
 std::vector<MB> DirectMostly(uint32_t count, int seed) {

@@ -112,29 +112,13 @@ inline Frames AnnexBUnits(const Bytes& stream) {
   return units;
 }
 
-// The buffers of an Annex B stream cut in front of each start code whose
-// unit type passes; what comes before the first such unit is left out.
-template <typename Keep> Frames CutBefore(const Bytes& bytes, Keep keep) {
-  Frames pieces;
-  for (size_t i = 0; i < bytes.size(); ++i) {
-    if (i + 3 < bytes.size() && bytes[i] == 0 && bytes[i + 1] == 0 && bytes[i + 2] == 1 &&
-        keep(bytes[i + 3] & 0x1F)) {
-      pieces.emplace_back();
-    }
-    if (!pieces.empty()) {
-      pieces.back().push_back(bytes[i]);
-    }
-  }
-  return pieces;
-}
-
 // An x264 stream with delimiters cut into access units, each a list of
 // its units with their start codes; and the access units joined, one
 // buffer each, as the toolkits feed records.
 using AccessUnit = std::vector<Bytes>;
 inline std::vector<AccessUnit> AccessUnits(const Bytes& stream) {
   std::vector<AccessUnit> accessUnits;
-  for (Bytes& unit : CutBefore(stream, [](int) { return true; })) {
+  for (Bytes& unit : AnnexBUnits(stream)) {
     if ((unit[3] & 0x1F) == 9 || accessUnits.empty()) {
       accessUnits.emplace_back();
     }

@@ -32,12 +32,23 @@ SmWriterSps Sequence(uint32_t references, uint32_t reorder, uint32_t buffering,
   return sps;
 }
 
-SmWriterSlice Slice(uint32_t type, uint32_t frameNum, bool reference = true) {
+SmWriterSlice Slice(uint32_t type, uint32_t frameNum, bool reference = true, uint32_t pocLsb = 0) {
   SmWriterSlice slice;
   slice.type = type;
   slice.frameNum = frameNum;
   slice.nalRefIdc = reference ? 1 : 0;
+  slice.pocLsb = pocLsb;
   return slice;
+}
+
+// Copies without motion: even macroblocks from list 0's reference `even`,
+// odd ones from list 1's `odd`.
+std::vector<MB> Copies(uint32_t even, uint32_t odd) {
+  std::vector<MB> mbs;
+  for (uint32_t a = 0; a < Count; ++a) {
+    mbs.push_back(MB::Predicted(a % 2 == 0 ? MB::L0 : MB::L1, a % 2 == 0 ? even : odd, 0, 0));
+  }
+  return mbs;
 }
 
 SmWriterSlice Idr(uint32_t idrPicId = 0) {
@@ -71,33 +82,25 @@ std::vector<MB> PredictedPicture(std::vector<uint32_t> references, int seed) {
   return mbs;
 }
 
-// Writes each picture with the loop filter off (1), on with offsets and a
+// A writer of pictures with the loop filter off (1), on with offsets and a
 // quantiser high enough that it acts (0), or on but stopping at the edge
 // between the picture's two slices (2).
-class CmFilteredPictures {
-public:
-  CmFilteredPictures(CmH264StreamWriter& writer, uint32_t filter)
-      : m_Writer(writer), m_Filter(filter) {}
-  void operator()(SmWriterSlice slice, const std::vector<MB>& mbs) {
-    slice.disableDeblocking = m_Filter;
-    if (m_Filter != 1) {
+auto FilteredPictures(CmH264StreamWriter& writer, uint32_t filter) {
+  return [&writer, filter](SmWriterSlice slice, const std::vector<MB>& mbs) {
+    slice.disableDeblocking = filter;
+    if (filter != 1) {
       slice.qpDelta = 14;
       slice.alphaOffsetDiv2 = 3;
       slice.betaOffsetDiv2 = -2;
     }
-    if (m_Filter != 2) {
-      m_Writer.WriteSlice(slice, mbs);
-      return;
-    }
-    m_Writer.WriteSlice(slice, std::vector<MB>(mbs.begin(), mbs.begin() + 6));
+    const auto cut = filter == 2 ? mbs.begin() + 6 : mbs.end();
+    writer.WriteSlice(slice, std::vector<MB>(mbs.begin(), cut));
     slice.firstMb = 6;
-    m_Writer.WriteSlice(slice, std::vector<MB>(mbs.begin() + 6, mbs.end()));
-  }
-
-private:
-  CmH264StreamWriter& m_Writer;
-  uint32_t m_Filter;
-};
+    if (cut != mbs.end()) {
+      writer.WriteSlice(slice, std::vector<MB>(cut, mbs.end()));
+    }
+  };
+}
 
 } // namespace
 
@@ -106,7 +109,7 @@ TEST(H264WrittenStream, LongTermReferencesAndMemoryManagementMatchFfmpeg) {
   for (const uint32_t filter : {1u, 0u, 2u}) {
     SCOPED_TRACE(filter);
     CmH264StreamWriter writer;
-    CmFilteredPictures write(writer, filter);
+    const auto write = FilteredPictures(writer, filter);
     writer.WriteSps(Sequence(4, 0, 4, 2)); // output order is decoding order
     writer.WritePps(SmWriterPps{});
     using Op = SmWriterMmco;
@@ -203,18 +206,8 @@ TEST(H264WrittenStream, MemoryManagement5StartsTheOrderCountsAfresh) {
   next.pocLsb = 4;
   next.deltaPocBottom = 3;
   writer.WriteSlice(next, PredictedPicture({0}, 3));
-  // Without motion: even macroblocks copy list 0's first picture, odd ones
-  // list 1's.
-  SmWriterSlice between = Slice(SmWriterSlice::B, 2, false);
-  between.pocLsb = 2;
-  std::vector<MB> copies;
-  for (uint32_t a = 0; a < Count; ++a) {
-    copies.push_back(MB::Predicted(a % 2 == 0 ? MB::L0 : MB::L1, 0, 0, 0));
-  }
-  writer.WriteSlice(between, copies);
-  SmWriterSlice last = Slice(SmWriterSlice::P, 2);
-  last.pocLsb = 8;
-  writer.WriteSlice(last, PredictedPicture({0}, 5));
+  writer.WriteSlice(Slice(SmWriterSlice::B, 2, false, 2), Copies(0, 0));
+  writer.WriteSlice(Slice(SmWriterSlice::P, 2, true, 8), PredictedPicture({0}, 5));
 
   const SmSupplied decoded = DecodeWritten(writer);
   const Frames& ours = decoded.pictures;
@@ -245,27 +238,21 @@ TEST(H264WrittenStream, FrameNumGapsTakeReferenceSlotsAndAreNeverOutput) {
   pps.numRefIdxActive[0] = 3;
   writer.WritePps(pps);
   writer.WriteSlice(Idr(), IntraPicture(1, Count));
-  SmWriterSlice first = WithActive(Slice(SmWriterSlice::P, 1), 1);
-  first.pocLsb = 2;
-  writer.WriteSlice(first, PredictedPicture({0}, 2));
+  writer.WriteSlice(WithActive(Slice(SmWriterSlice::P, 1, true, 2), 1), PredictedPicture({0}, 2));
   // Frame 2 is missing: the list is [gap 2, f1, f0], and the sliding
   // window counts the gap frame.
-  SmWriterSlice third = Slice(SmWriterSlice::P, 3);
-  third.pocLsb = 6;
-  writer.WriteSlice(third, PredictedPicture({1, 2}, 3));
+  writer.WriteSlice(Slice(SmWriterSlice::P, 3, true, 6), PredictedPicture({1, 2}, 3));
   // Then two gaps at a time, so that the previous real frame is always the
   // third entry; the last jump wraps frame_num round its maximum of 16.
   uint32_t frameNum = 3;
   for (int k = 0; k < 5; ++k) {
     frameNum = (frameNum + 3) % 16;
-    SmWriterSlice next = Slice(SmWriterSlice::P, frameNum);
-    next.pocLsb = (12 + 6 * k) % 64;
-    writer.WriteSlice(next, PredictedPicture({2}, 4 + k));
+    writer.WriteSlice(Slice(SmWriterSlice::P, frameNum, true, (12 + 6 * k) % 64),
+                      PredictedPicture({2}, 4 + k));
   }
   // And one without a gap, which may use its predecessor and two gaps.
-  SmWriterSlice last = WithActive(Slice(SmWriterSlice::P, (frameNum + 1) % 16), 1);
-  last.pocLsb = 44;
-  writer.WriteSlice(last, PredictedPicture({0}, 10));
+  writer.WriteSlice(WithActive(Slice(SmWriterSlice::P, (frameNum + 1) % 16, true, 44), 1),
+                    PredictedPicture({0}, 10));
 
   ExpectWrittenSameAsFfmpeg(writer, 9, FrameSize);
 
@@ -282,11 +269,7 @@ TEST(H264WrittenStream, FrameNumGapsTakeReferenceSlotsAndAreNeverOutput) {
   typeOne.WritePps(pps);
   typeOne.WriteSlice(Idr(), IntraPicture(1, Count));
   typeOne.WriteSlice(Slice(SmWriterSlice::P, 2), PredictedPicture({1}, 2)); // 8
-  std::vector<MB> copies;
-  for (uint32_t a = 0; a < Count; ++a) {
-    copies.push_back(MB::Predicted(a % 2 == 0 ? MB::L0 : MB::L1, a % 2 == 0 ? 1 : 0, 0, 0));
-  }
-  typeOne.WriteSlice(Slice(SmWriterSlice::B, 3, false), copies);            // 6
+  typeOne.WriteSlice(Slice(SmWriterSlice::B, 3, false), Copies(1, 0));      // 6
   typeOne.WriteSlice(Slice(SmWriterSlice::P, 3), PredictedPicture({0}, 3)); // 12
   ExpectWrittenSameAsFfmpeg(typeOne, 4, FrameSize);
 }
@@ -296,7 +279,7 @@ TEST(H264WrittenStream, ExplicitAndImplicitWeightsInBSlicesMatchFfmpeg) {
   for (const uint32_t filter : {1u, 0u, 2u}) {
     SCOPED_TRACE(filter);
     CmH264StreamWriter writer;
-    CmFilteredPictures write(writer, filter);
+    const auto write = FilteredPictures(writer, filter);
     // Order counts of type 1: reference frames 6 apart, non-reference frames
     // 4 before the next reference frame, moved by their own delta.
     // Order count 4 comes after 6, 12, 8 and 10.
@@ -595,15 +578,12 @@ TEST(H264WrittenStream, LongTermReferencesUnderWeightsAndTemporalDirect) {
   // Lists [f1, f2, LT0] and [f2, f1, LT0]; then [f1, f2, LT0] and, as it
   // would be the same, [f2, f1, LT0].
   for (const uint32_t poc : {12u, 4u}) {
-    SmWriterSlice b = Slice(SmWriterSlice::B, 3, false);
+    SmWriterSlice b = Slice(SmWriterSlice::B, 3, false, poc);
     b.ppsId = 2;
-    b.pocLsb = poc;
     b.directSpatial = false;
     writer.WriteSlice(b, BiPredictedPicture(static_cast<int>(poc), 3, 3));
   }
-  SmWriterSlice last = Slice(SmWriterSlice::P, 3);
-  last.pocLsb = 24;
-  writer.WriteSlice(last, PredictedPicture({0}, 6));
+  writer.WriteSlice(Slice(SmWriterSlice::P, 3, true, 24), PredictedPicture({0}, 6));
 
   ExpectWrittenSameAsFfmpeg(writer, 6, FrameSize);
 }

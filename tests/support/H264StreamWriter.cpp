@@ -1,10 +1,5 @@
 #include "support/H264StreamWriter.h"
 
-#include <algorithm>
-#include <cstdlib>
-
-#include "support/CabacEncoder.h"
-
 namespace NmTestSupport {
 
 namespace {
@@ -15,151 +10,6 @@ unsigned CeilLog2(uint64_t value) {
     ++bits;
   }
   return bits;
-}
-
-// slice_data in CABAC for macroblocks of one slice, consecutive and
-// without slice groups.
-void WriteCabacSliceData(CmBitWriter& w, const SmWriterSlice& s,
-                         const std::vector<SmWriterMacroblock>& macroblocks,
-                         const uint32_t active[2], uint32_t widthInMbs, int sliceQp) {
-  using MB = SmWriterMacroblock;
-  while (!w.IsAligned()) {
-    w.PutFlag(true); // cabac_alignment_one_bit
-  }
-  const bool p = s.type == SmWriterSlice::P, b = s.type == SmWriterSlice::B;
-  uint8_t contexts[1024];
-  NmH264::InitialiseCabacContexts(contexts, p || b ? static_cast<int>(s.cabacInitIdc) : 3, sliceQp);
-  CmCabacEncoder e;
-  const auto bin = [&](int ctxIdx, int value) { e.EncodeDecision(contexts[ctxIdx], value); };
-  // What the contexts of later macroblocks read of earlier ones.
-  struct SmDone {
-    MB::SmKind kind;
-    bool uses[2];
-    uint32_t refIdx[2];
-    int32_t mvd[2][2];
-  };
-  std::vector<SmDone> done;
-  for (size_t i = 0; i < macroblocks.size(); ++i) {
-    const MB& mb = macroblocks[i];
-    const uint32_t address = s.firstMb + static_cast<uint32_t>(i);
-    const SmDone* left = address % widthInMbs != 0 && i >= 1 ? &done[i - 1] : nullptr;
-    const SmDone* top = i >= widthInMbs ? &done[i - widthInMbs] : nullptr;
-    const auto coded = [](const SmDone* n) { return n != nullptr && n->kind != MB::Skip ? 1 : 0; };
-    SmDone record{mb.kind, {false, false}, {mb.refIdx[0], mb.refIdx[1]}, {{0, 0}, {0, 0}}};
-    if (p || b) {
-      bin((p ? 11 : 24) + coded(left) + coded(top), mb.kind == MB::Skip ? 1 : 0);
-    }
-    if (mb.kind == MB::Pcm) {
-      if (p) {
-        bin(14, 1);
-        bin(17, 1);
-      } else if (b) {
-        bin(27 + coded(left) + coded(top), 1);
-        for (const auto& [ctxIdx, value] :
-             {std::pair{30, 1}, {31, 1}, {32, 1}, {32, 0}, {32, 1}, {32, 1}}) {
-          bin(ctxIdx, value);
-        }
-      } else {
-        // Only I_PCM neighbours, none of them I_NxN.
-        bin(3 + (left != nullptr) + (top != nullptr), 1);
-      }
-      e.EncodeTerminate(1);
-      e.AlignWithZeros();
-      for (const uint8_t sample : mb.samples) {
-        e.WriteByte(sample);
-      }
-      e.Restart();
-    } else if (mb.kind != MB::Skip) {
-      record.uses[0] = mb.kind != MB::L1;
-      record.uses[1] = mb.kind != MB::L0;
-      if (p) {
-        bin(14, 0);
-        bin(15, 0);
-        bin(16, 0);
-      } else {
-        bin(27 + coded(left) + coded(top), 1);
-        if (mb.kind == MB::Bi) {
-          for (const auto& [ctxIdx, value] :
-               {std::pair{30, 1}, {31, 0}, {32, 0}, {32, 0}, {32, 0}}) {
-            bin(ctxIdx, value);
-          }
-        } else {
-          bin(30, 0);
-          bin(32, mb.kind == MB::L1 ? 1 : 0);
-        }
-      }
-      const auto predicted = [](const SmDone* n, int list) {
-        return n != nullptr && n->kind != MB::Skip && n->kind != MB::Pcm && n->uses[list];
-      };
-      for (int list = 0; list < 2; ++list) {
-        if (!record.uses[list] || active[list] <= 1) {
-          continue;
-        }
-        const int inc = (predicted(left, list) && left->refIdx[list] > 0 ? 1 : 0) +
-                        2 * (predicted(top, list) && top->refIdx[list] > 0 ? 1 : 0);
-        for (uint32_t k = 0; k <= mb.refIdx[list]; ++k) {
-          bin(k == 0 ? 54 + inc : (k == 1 ? 58 : 59), k < mb.refIdx[list] ? 1 : 0);
-        }
-      }
-      for (int list = 0; list < 2; ++list) {
-        if (!record.uses[list]) {
-          continue;
-        }
-        for (int c = 0; c < 2; ++c) {
-          const int32_t sum = (predicted(left, list) ? left->mvd[list][c] : 0) +
-                              (predicted(top, list) ? top->mvd[list][c] : 0);
-          const int base = c == 0 ? 40 : 47;
-          const int32_t value = mb.mvd[list][c], size = std::abs(value);
-          const auto ctx = [&](int32_t k) {
-            return k == 0 ? base + (sum < 3 ? 0 : (sum > 32 ? 2 : 1))
-                          : base + std::min<int32_t>(k + 2, 6);
-          };
-          for (int32_t k = 0; k < std::min<int32_t>(size, 9); ++k) {
-            bin(ctx(k), 1);
-          }
-          if (size < 9) {
-            bin(ctx(size), 0);
-          } else {
-            // Exp-Golomb of order 3 in bypass bins.
-            int32_t rest = size - 9;
-            int k = 3;
-            while (rest >= (1 << k)) {
-              e.EncodeBypass(1);
-              rest -= 1 << k;
-              ++k;
-            }
-            e.EncodeBypass(0);
-            while (k-- > 0) {
-              e.EncodeBypass(rest >> k & 1);
-            }
-          }
-          if (size != 0) {
-            e.EncodeBypass(value < 0 ? 1 : 0);
-          }
-          record.mvd[list][c] = size;
-        }
-      }
-      // coded_block_pattern 0: each luma bin's context counts neighbouring
-      // 8x8 blocks without coefficients (all but those of I_PCM), the
-      // chroma bin's those of I_PCM.
-      const auto uncoded = [](const SmDone* n) {
-        return n != nullptr && n->kind != MB::Pcm ? 1 : 0;
-      };
-      for (int b8 = 0; b8 < 4; ++b8) {
-        const int a = b8 % 2 == 1 ? 1 : uncoded(left);
-        const int t = b8 >= 2 ? 1 : uncoded(top);
-        bin(73 + a + 2 * t, 0);
-      }
-      const auto pcm = [](const SmDone* n) { return n != nullptr && n->kind == MB::Pcm ? 1 : 0; };
-      bin(77 + pcm(left) + 2 * pcm(top), 0);
-    }
-    done.push_back(record);
-    e.EncodeTerminate(i + 1 == macroblocks.size() ? 1 : 0);
-  }
-  e.AlignWithZeros(); // behind the stop bit that the flush wrote
-  for (const uint8_t bit : e.GetBits()) {
-    w.Put(bit, 1);
-  }
 }
 
 } // namespace
@@ -309,7 +159,7 @@ void CmH264StreamWriter::WritePps(const SmWriterPps& pps) {
   CmBitWriter w;
   w.PutUE(pps.id);
   w.PutUE(pps.spsId);
-  w.PutFlag(pps.cabac);
+  w.PutFlag(false); // entropy_coding_mode_flag: CAVLC
   w.PutFlag(pps.bottomFieldPicOrderInFramePresent);
   w.PutUE(pps.numSliceGroups - 1);
   if (pps.numSliceGroups > 1) {
@@ -451,9 +301,6 @@ void CmH264StreamWriter::WriteSlice(const SmWriterSlice& s,
       }
     }
   }
-  if (pps.cabac && (p || b)) {
-    w.PutUE(s.cabacInitIdc);
-  }
   w.PutSE(s.qpDelta);
   if (pps.deblockingControl) {
     w.PutUE(s.disableDeblocking);
@@ -467,11 +314,6 @@ void CmH264StreamWriter::WriteSlice(const SmWriterSlice& s,
     w.Put(s.sliceGroupChangeCycle, CeilLog2(units + 1));
   }
 
-  if (pps.cabac) {
-    WriteCabacSliceData(w, s, macroblocks, active, sps.widthInMbs, pps.picInitQp + s.qpDelta);
-    WriteUnit(static_cast<uint8_t>(s.nalRefIdc << 5 | (s.idr ? 5 : 1)), w.Bytes());
-    return;
-  }
   // slice_data: a run of skipped macroblocks is counted before the next
   // coded one, and at the end of the slice.
   uint32_t skipRun = 0;

@@ -8,7 +8,8 @@
 // A small H.264 writer for tests: parameter sets and slices with every
 // header field that decides which reference a picture uses, over the
 // simplest macroblocks that make that choice visible (I_PCM samples, one
-// 16x16 motion vector, skips). No encoder at hand writes these features.
+// 16x16 motion vector, skips), in CAVLC. No encoder at hand writes these
+// features.
 namespace NmTestSupport {
 
 // Writes bits most significant first, the way the decoder reads them.
@@ -69,7 +70,6 @@ struct SmWriterPps {
   int32_t chromaQpIndexOffset = 0;
   bool deblockingControl = true;
   bool constrainedIntraPred = false;
-  bool cabac = false; // entropy_coding_mode_flag
   // transform_8x8_mode_flag, with the rest of the High profile's fields
   // (which the SPS writes with profileIdc 100).
   bool transform8x8 = false;
@@ -121,14 +121,13 @@ struct SmWriterSlice {
   uint32_t disableDeblocking = 1;
   int32_t alphaOffsetDiv2 = 0, betaOffsetDiv2 = 0;
   uint32_t sliceGroupChangeCycle = 0;
-  uint32_t cabacInitIdc = 0; // P and B slices under CABAC
 };
 
 // A macroblock as written: I_PCM with its samples (256 luma, then 64 Cb,
 // 64 Cr), one 16x16 partition predicted from chosen references with
 // motion vector differences, or skipped. A predicted macroblock may carry
 // one luma coefficient of +1 or -1 at a scanning position of its first 4x4
-// block (CAVLC only): where it lands shows which scan the decoder used.
+// block: where it lands shows which scan the decoder used.
 struct SmWriterMacroblock {
   enum SmKind { Skip, Pcm, L0, L1, Bi };
   SmKind kind = Skip;
