@@ -198,9 +198,12 @@ bool CmVideoDataAccessAdapter::GetByteData(const CmTimeStamp& time, SmTimeMatchT
     return true;
   }
 
-  // Otherwise the item that the request selects upstream.
+  // Otherwise the item that the request selects upstream. A nearest sync
+  // frame early in that item may lie farther from the time than the next
+  // item's: only an answer that its item settles is final.
   const std::shared_ptr<ImData> item = Fetch(t, NmTimeMatch::ForMatch(matchType));
-  if (item && Choose(*item, t, matchType, syncFramesOnly, record, conclusive)) {
+  const bool chosen = item && Choose(*item, t, matchType, syncFramesOnly, record, conclusive);
+  if (chosen && (conclusive || !syncFramesOnly)) {
     recordOut = record;
     return true;
   }
@@ -247,7 +250,10 @@ bool CmVideoDataAccessAdapter::GetByteData(const CmTimeStamp& time, SmTimeMatchT
     recordOut = before;
     return true;
   }
-  return false;
+  if (chosen) {
+    recordOut = record;
+  }
+  return chosen;
 }
 
 bool CmVideoDataAccessAdapter::Walk(int64_t time, SmTimeMatchType matchType, bool syncFramesOnly,
