@@ -522,7 +522,7 @@ public:
     }
     uint32_t levelsSlice = 0;
     for (uint32_t address = firstRow * m_Width; address < endRow * m_Width; ++address) {
-      Summarise(address);
+      const SmSummary own = Summarise(address);
       const SmMacroblockInfo& mb = m_Mbs[address];
       if (mb.slice == 0 || mb.slice >= m_Slices.size() || m_Slices[mb.slice].disableIdc == 1) {
         continue;
@@ -531,7 +531,7 @@ public:
         m_Levels.Build(m_Slices[mb.slice]);
         levelsSlice = mb.slice;
       }
-      Filter(address);
+      Filter(address, own);
     }
   }
 
@@ -553,7 +553,9 @@ private:
 
   SmSummary& Summary(uint32_t address) { return m_Summaries[address - m_Base]; }
 
-  void Summarise(uint32_t address) {
+  // The summary goes back to the caller too: read back at once, it would
+  // wait for its parts' stores.
+  SmSummary Summarise(uint32_t address) {
     const SmMacroblockInfo& mb = m_Mbs[address];
     // The records come up one after another, but a few hundred cycles
     // apart and larger than a line: fetched ahead, their first reads
@@ -562,7 +564,9 @@ private:
     for (size_t offset = 0; offset < sizeof(SmMacroblockInfo); offset += 64) {
       __builtin_prefetch(reinterpret_cast<const void*>(ahead + offset));
     }
-    Summary(address) = {GetCodedBlocks(mb), GetMotionShape(mb)};
+    const SmSummary summary{GetCodedBlocks(mb), GetMotionShape(mb)};
+    Summary(address) = summary;
+    return summary;
   }
 
   // Motion bits of the four block pairs across edge 0 between p and q.
@@ -631,7 +635,7 @@ private:
     horizontal |= (ref[0] != ref[2] ? 0x0300u : 0u) | (ref[1] != ref[3] ? 0x0C00u : 0u);
   }
 
-  void Filter(uint32_t address) {
+  void Filter(uint32_t address, SmSummary own) {
     const SmMacroblockInfo& mb = m_Mbs[address];
     const SmSliceFilterParameters& slice = m_Slices[mb.slice];
     const uint32_t mbx = address % m_Width, mby = address / m_Width;
@@ -643,7 +647,6 @@ private:
         n = n != nullptr && n->slice == mb.slice ? n : nullptr;
       }
     }
-    const SmSummary own = Summary(address);
     const bool intra = IsIntra(mb.kind);
     SmEdgeBits bits[2];
     unsigned innerMotion[2] = {0, 0};
@@ -685,7 +688,12 @@ private:
       b.motion = motion & ~coded;
     }
     for (int direction = 0; direction < 2; ++direction) {
-      FilterDirection(mb, neighbours[direction], mbx, mby, direction == 0, bits[direction]);
+      // Most macroblocks of a picture that predicts from others have no
+      // edge to filter at all.
+      const SmEdgeBits& b = bits[direction];
+      if ((b.coded | b.motion) != 0 || b.intraInside || (b.intraEdge && b.available)) {
+        FilterDirection(mb, neighbours[direction], mbx, mby, direction == 0, b);
+      }
     }
   }
 
