@@ -515,11 +515,15 @@ public:
     // are gathered once, as each macroblock comes up; those of the row above
     // the first, first. Indexed from the first macroblock gathered, so that
     // a few rows cost a few rows.
-    m_Base = (firstRow > 0 ? firstRow - 1 : 0) * m_Width;
+    // Rows that follow those of the last run keep what it gathered.
+    if (m_Summaries.empty() || firstRow * m_Width != m_SummarisedEnd) {
+      m_Base = m_SummarisedEnd = (firstRow > 0 ? firstRow - 1 : 0) * m_Width;
+    }
     m_Summaries.resize(endRow * m_Width - m_Base);
-    for (uint32_t address = m_Base; address < firstRow * m_Width; ++address) {
+    for (uint32_t address = m_SummarisedEnd; address < firstRow * m_Width; ++address) {
       Summarise(address);
     }
+    m_SummarisedEnd = endRow * m_Width;
     uint32_t levelsSlice = 0;
     for (uint32_t address = firstRow * m_Width; address < endRow * m_Width; ++address) {
       const SmSummary own = Summarise(address);
@@ -788,11 +792,39 @@ private:
   const bool m_Field;
   const int m_VerticalLimit;
   uint32_t m_Base = 0;
+  uint32_t m_SummarisedEnd = 0;
   std::vector<SmSummary> m_Summaries;
   CmFilterLevels m_Levels;
 };
 
 } // namespace
+
+struct CmRowDeblocker::SmState {
+  CmFrameDeblocker frame;
+};
+
+CmRowDeblocker::CmRowDeblocker(CmPicture& picture,
+                               const std::vector<SmSliceFilterParameters>& slices)
+    : m_Picture(picture), m_Slices(slices) {
+  if (!picture.IsMbaff()) {
+    m_State = std::make_unique<SmState>(SmState{CmFrameDeblocker(picture, slices)});
+  }
+}
+
+CmRowDeblocker::~CmRowDeblocker() = default;
+
+void CmRowDeblocker::FilterUpTo(uint32_t endRow) {
+  endRow = std::min(endRow, GetDeblockingRowCount(m_Picture));
+  if (m_FilteredRows >= endRow) {
+    return;
+  }
+  if (m_State != nullptr) {
+    m_State->frame.Run(m_FilteredRows, endRow);
+  } else {
+    CmPairDeblocker(m_Picture, m_Slices).Run(m_FilteredRows, endRow);
+  }
+  m_FilteredRows = endRow;
+}
 
 void DeblockPicture(CmPicture& picture, const std::vector<SmSliceFilterParameters>& slices) {
   DeblockRows(picture, slices, 0, GetDeblockingRowCount(picture));

@@ -1,6 +1,5 @@
 #include "Codecs/H264/TaskBroker.h"
 
-#include <algorithm>
 #include <utility>
 #include <vector>
 
@@ -31,16 +30,13 @@ void TaskBrokerSingleThread::DecodePicture(H264PictureTask& task) {
   for (const H264Slice& slice : *task.slices) {
     sliceStarts.push_back(slice.header.firstMbInSlice * (mbaff ? 2 : 1));
   }
-  uint32_t filtered = 0;
+  NmH264::CmRowDeblocker deblocker(*task.picture, task.filters);
   CmFilterFollower follower(task.picture->GetWidthInMbs(), task.picture->GetHeightInMbs(), mbaff,
-                            std::move(sliceStarts), [&](uint32_t rows) {
-                              NmH264::DeblockRows(*task.picture, task.filters, filtered, rows);
-                              filtered = std::max(filtered, rows);
-                            });
+                            std::move(sliceStarts),
+                            [&deblocker](uint32_t rows) { deblocker.FilterUpTo(rows); });
   m_Decoders.front()->DecodeSlices(task, 0, task.slices->size(), &follower);
   task.concealed = NmH264::ConcealMissingMacroblocks(*task.picture, *task.references);
-  NmH264::DeblockRows(*task.picture, task.filters, filtered,
-                      NmH264::GetDeblockingRowCount(*task.picture));
+  deblocker.FilterUpTo(NmH264::GetDeblockingRowCount(*task.picture));
   task.picture->ExtendBorders();
 }
 
