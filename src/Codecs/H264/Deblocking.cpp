@@ -515,14 +515,18 @@ public:
     // are gathered once, as each macroblock comes up; those of the row above
     // the first, first. Indexed from the first macroblock gathered, so that
     // a few rows cost a few rows.
-    m_Base = (firstRow > 0 ? firstRow - 1 : 0) * m_Width;
+    // Rows that follow those of the last run keep what it gathered.
+    if (m_Summaries.empty() || firstRow * m_Width != m_SummarisedEnd) {
+      m_Base = m_SummarisedEnd = (firstRow > 0 ? firstRow - 1 : 0) * m_Width;
+    }
     m_Summaries.resize(endRow * m_Width - m_Base);
-    for (uint32_t address = m_Base; address < firstRow * m_Width; ++address) {
+    for (uint32_t address = m_SummarisedEnd; address < firstRow * m_Width; ++address) {
       Summarise(address);
     }
+    m_SummarisedEnd = endRow * m_Width;
     uint32_t levelsSlice = 0;
     for (uint32_t address = firstRow * m_Width; address < endRow * m_Width; ++address) {
-      Summarise(address);
+      const SmSummary own = Summarise(address);
       const SmMacroblockInfo& mb = m_Mbs[address];
       if (mb.slice == 0 || mb.slice >= m_Slices.size() || m_Slices[mb.slice].disableIdc == 1) {
         continue;
@@ -531,7 +535,7 @@ public:
         m_Levels.Build(m_Slices[mb.slice]);
         levelsSlice = mb.slice;
       }
-      Filter(address);
+      Filter(address, own);
     }
   }
 
@@ -553,7 +557,9 @@ private:
 
   SmSummary& Summary(uint32_t address) { return m_Summaries[address - m_Base]; }
 
-  void Summarise(uint32_t address) {
+  // The summary goes back to the caller too: read back at once, it would
+  // wait for its parts' stores.
+  SmSummary Summarise(uint32_t address) {
     const SmMacroblockInfo& mb = m_Mbs[address];
     // The records come up one after another, but a few hundred cycles
     // apart and larger than a line: fetched ahead, their first reads
@@ -562,7 +568,9 @@ private:
     for (size_t offset = 0; offset < sizeof(SmMacroblockInfo); offset += 64) {
       __builtin_prefetch(reinterpret_cast<const void*>(ahead + offset));
     }
-    Summary(address) = {GetCodedBlocks(mb), GetMotionShape(mb)};
+    const SmSummary summary{GetCodedBlocks(mb), GetMotionShape(mb)};
+    Summary(address) = summary;
+    return summary;
   }
 
   // Motion bits of the four block pairs across edge 0 between p and q.
@@ -631,7 +639,7 @@ private:
     horizontal |= (ref[0] != ref[2] ? 0x0300u : 0u) | (ref[1] != ref[3] ? 0x0C00u : 0u);
   }
 
-  void Filter(uint32_t address) {
+  void Filter(uint32_t address, SmSummary own) {
     const SmMacroblockInfo& mb = m_Mbs[address];
     const SmSliceFilterParameters& slice = m_Slices[mb.slice];
     const uint32_t mbx = address % m_Width, mby = address / m_Width;
@@ -643,7 +651,6 @@ private:
         n = n != nullptr && n->slice == mb.slice ? n : nullptr;
       }
     }
-    const SmSummary own = Summary(address);
     const bool intra = IsIntra(mb.kind);
     SmEdgeBits bits[2];
     unsigned innerMotion[2] = {0, 0};
@@ -685,7 +692,12 @@ private:
       b.motion = motion & ~coded;
     }
     for (int direction = 0; direction < 2; ++direction) {
-      FilterDirection(mb, neighbours[direction], mbx, mby, direction == 0, bits[direction]);
+      // Most macroblocks of a picture that predicts from others have no
+      // edge to filter at all.
+      const SmEdgeBits& b = bits[direction];
+      if ((b.coded | b.motion) != 0 || b.intraInside || (b.intraEdge && b.available)) {
+        FilterDirection(mb, neighbours[direction], mbx, mby, direction == 0, b);
+      }
     }
   }
 
@@ -780,11 +792,39 @@ private:
   const bool m_Field;
   const int m_VerticalLimit;
   uint32_t m_Base = 0;
+  uint32_t m_SummarisedEnd = 0;
   std::vector<SmSummary> m_Summaries;
   CmFilterLevels m_Levels;
 };
 
 } // namespace
+
+struct CmRowDeblocker::SmState {
+  CmFrameDeblocker frame;
+};
+
+CmRowDeblocker::CmRowDeblocker(CmPicture& picture,
+                               const std::vector<SmSliceFilterParameters>& slices)
+    : m_Picture(picture), m_Slices(slices) {
+  if (!picture.IsMbaff()) {
+    m_State = std::make_unique<SmState>(SmState{CmFrameDeblocker(picture, slices)});
+  }
+}
+
+CmRowDeblocker::~CmRowDeblocker() = default;
+
+void CmRowDeblocker::FilterUpTo(uint32_t endRow) {
+  endRow = std::min(endRow, GetDeblockingRowCount(m_Picture));
+  if (m_FilteredRows >= endRow) {
+    return;
+  }
+  if (m_State != nullptr) {
+    m_State->frame.Run(m_FilteredRows, endRow);
+  } else {
+    CmPairDeblocker(m_Picture, m_Slices).Run(m_FilteredRows, endRow);
+  }
+  m_FilteredRows = endRow;
+}
 
 void DeblockPicture(CmPicture& picture, const std::vector<SmSliceFilterParameters>& slices) {
   DeblockRows(picture, slices, 0, GetDeblockingRowCount(picture));

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 #include "Codecs/H264/Picture.h"
@@ -30,5 +31,26 @@ uint32_t GetDeblockingRowCount(const CmPicture& picture);
 // decoded, and the result is the same as DeblockPicture's.
 void DeblockRows(CmPicture& picture, const std::vector<SmSliceFilterParameters>& slices,
                  uint32_t firstRow, uint32_t endRow);
+
+// DeblockRows over one picture's rows in order, as they become ready: what
+// it gathers of each row, which the filter of the row below reads too, is
+// kept from one call to the next instead of gathered again.
+class CmRowDeblocker {
+public:
+  CmRowDeblocker(CmPicture& picture, const std::vector<SmSliceFilterParameters>& slices);
+  ~CmRowDeblocker();
+  CmRowDeblocker(const CmRowDeblocker&) = delete;
+  CmRowDeblocker& operator=(const CmRowDeblocker&) = delete;
+
+  // Filters the rows from the end of the last call up to endRow.
+  void FilterUpTo(uint32_t endRow);
+
+private:
+  struct SmState;
+  CmPicture& m_Picture;
+  const std::vector<SmSliceFilterParameters>& m_Slices;
+  std::unique_ptr<SmState> m_State; // none for a frame of macroblock pairs
+  uint32_t m_FilteredRows = 0;
+};
 
 } // namespace NmH264

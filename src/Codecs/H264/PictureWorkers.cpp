@@ -89,12 +89,13 @@ void CmPictureWorkers::Decode(H264SegmentDecoderMultiThreaded& decoder, CmDecodi
     };
     // The filter of a row changes the last lines of the row above it, so
     // lines are final one row behind the filter.
+    CmRowDeblocker deblocker(picture, task.filters);
     const auto filterUpTo = [&](uint32_t rows) {
       if (rows <= filtered) {
         return;
       }
       storeMotion(rows * width);
-      DeblockRows(picture, task.filters, filtered, rows);
+      deblocker.FilterUpTo(rows);
       filtered = rows;
       const int32_t lines = static_cast<int32_t>(filtered - 1) * 16;
       if (lines > final) {
@@ -117,7 +118,7 @@ void CmPictureWorkers::Decode(H264SegmentDecoderMultiThreaded& decoder, CmDecodi
     }
     task.concealed = ConcealMissingMacroblocks(picture, job.references);
     storeMotion(count);
-    DeblockRows(picture, task.filters, filtered, GetDeblockingRowCount(picture));
+    deblocker.FilterUpTo(GetDeblockingRowCount(picture));
     picture.ExtendBordersOfLines(final, height);
   } catch (...) {
     job.error = std::current_exception();

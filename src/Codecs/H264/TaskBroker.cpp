@@ -16,8 +16,28 @@ void TaskBroker::FinishPicture(H264PictureTask& task) {
 }
 
 void TaskBrokerSingleThread::DecodePicture(H264PictureTask& task) {
-  m_Decoders.front()->DecodeSlices(task, 0, task.slices->size());
-  FinishPicture(task);
+  if (!task.sliceGroups.empty() || !SlicesFollowEachOther(*task.slices)) {
+    m_Decoders.front()->DecodeSlices(task, 0, task.slices->size());
+    FinishPicture(task);
+    return;
+  }
+  // Each row is filtered as soon as the row below it is decoded, as the
+  // worker of two threads does, while its samples and macroblock records
+  // are still in the caches: after the whole picture they have left them,
+  // and the filter would wait on memory at every macroblock.
+  const bool mbaff = task.picture->IsMbaff();
+  std::vector<uint32_t> sliceStarts;
+  for (const H264Slice& slice : *task.slices) {
+    sliceStarts.push_back(slice.header.firstMbInSlice * (mbaff ? 2 : 1));
+  }
+  NmH264::CmRowDeblocker deblocker(*task.picture, task.filters);
+  CmFilterFollower follower(task.picture->GetWidthInMbs(), task.picture->GetHeightInMbs(), mbaff,
+                            std::move(sliceStarts),
+                            [&deblocker](uint32_t rows) { deblocker.FilterUpTo(rows); });
+  m_Decoders.front()->DecodeSlices(task, 0, task.slices->size(), &follower);
+  task.concealed = NmH264::ConcealMissingMacroblocks(*task.picture, *task.references);
+  deblocker.FilterUpTo(NmH264::GetDeblockingRowCount(*task.picture));
+  task.picture->ExtendBorders();
 }
 
 TaskBrokerTwoThread::TaskBrokerTwoThread(
