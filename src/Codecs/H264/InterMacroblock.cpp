@@ -1039,12 +1039,109 @@ void CmSliceDecoder::PredictInter(uint32_t address) {
   }
 }
 
+namespace {
+
+// What a block's prediction reads of each list: the reference, null where
+// the list is not used, and the vector.
+struct SmBlockMotion {
+  const CmPicture* references[2];
+  const int16_t* mvs[2];
+
+  bool Both() const { return references[0] != nullptr && references[1] != nullptr; }
+  int Single() const { return references[0] != nullptr ? 0 : 1; }
+};
+
+// The weights of one plane, and whether they change the prediction at all.
+struct SmPlaneWeights {
+  int w0 = 1, w1 = 1, o0 = 0, o1 = 0, logWD = 0;
+  bool weighted = false;
+};
+
+void PredictLumaFrom(const SmBlockMotion& motion, int list, int px, int py, int width, int height,
+                     uint8_t* out, ptrdiff_t outStride) {
+  const CmPicture& reference = *motion.references[list];
+  const int16_t* mv = motion.mvs[list];
+  // A reference decoding beside this picture: its lines that the
+  // interpolation reads, and the chroma lines beside them, which are
+  // predicted after the luma, must be final.
+  reference.WaitForLine(py + (mv[1] >> 2) + height + 3);
+  PredictLuma(reference, px, py, mv[0], mv[1], width, height, out, outStride);
+}
+
+void PredictChromaFrom(const SmBlockMotion& motion, int list, int parity, int px, int py, int width,
+                       int height, uint8_t* outCb, uint8_t* outCr, ptrdiff_t outStride) {
+  const CmPicture& reference = *motion.references[list];
+  const int16_t* mv = motion.mvs[list];
+  // A field's chroma lies a quarter sample lower in a bottom field than in
+  // a top one: between fields of opposite parity the vector shifts.
+  const int shift =
+      parity >= 0 && reference.GetParity() >= 0 ? 2 * (parity - reference.GetParity()) : 0;
+  PredictChromaPair(reference, px, py, mv[0], mv[1] + shift, width, height, outCb, outCr,
+                    outStride);
+}
+
+// Luma without weights: one list straight into the picture, or both lists
+// beside it and only their average into it. The picture's lines are new to
+// the cache here, and reading them back would wait for their way from
+// memory.
+void PredictPlainLuma(const SmBlockMotion& motion, int px, int py, int width, int height,
+                      uint8_t* dst, ptrdiff_t stride) {
+  if (!motion.Both()) {
+    PredictLumaFrom(motion, motion.Single(), px, py, width, height, dst, stride);
+    return;
+  }
+  uint8_t first[16 * 16], second[16 * 16];
+  PredictLumaFrom(motion, 0, px, py, width, height, first, width);
+  PredictLumaFrom(motion, 1, px, py, width, height, second, width);
+  NmPrimitives::H264Average(first, width, second, width, dst, stride, width, height);
+}
+
+// Both chroma planes without weights, as PredictPlainLuma.
+void PredictPlainChroma(const SmBlockMotion& motion, int parity, int px, int py, int width,
+                        int height, uint8_t* const* dsts, ptrdiff_t stride) {
+  if (!motion.Both()) {
+    PredictChromaFrom(motion, motion.Single(), parity, px, py, width, height, dsts[0], dsts[1],
+                      stride);
+    return;
+  }
+  uint8_t first[2][8 * 8], second[2][8 * 8];
+  PredictChromaFrom(motion, 0, parity, px, py, width, height, first[0], first[1], width);
+  PredictChromaFrom(motion, 1, parity, px, py, width, height, second[0], second[1], width);
+  for (int plane = 0; plane < 2; ++plane) {
+    NmPrimitives::H264Average(first[plane], width, second[plane], width, dsts[plane], stride, width,
+                              height);
+  }
+}
+
+// The final samples of one plane from the predictions of the lists used
+// (each `width` a row), weighted as q says.
+void CombinePredictions(const SmBlockMotion& motion, const uint8_t* first, const uint8_t* second,
+                        const SmPlaneWeights& q, uint8_t* dst, ptrdiff_t stride, int width,
+                        int height) {
+  const int single = motion.Single();
+  const uint8_t* one = single == 0 ? first : second;
+  if (motion.Both() && q.weighted) {
+    NmPrimitives::H264WeightBi(first, width, second, width, dst, stride, width, height, q.logWD,
+                               q.w0, q.w1, (q.o0 + q.o1 + 1) >> 1);
+  } else if (motion.Both()) {
+    NmPrimitives::H264Average(first, width, second, width, dst, stride, width, height);
+  } else if (q.weighted) {
+    NmPrimitives::H264Weight(one, width, dst, stride, width, height, q.logWD,
+                             single == 0 ? q.w0 : q.w1, single == 0 ? q.o0 : q.o1);
+  } else {
+    for (int j = 0; j < height; ++j) {
+      std::memcpy(dst + j * stride, one + j * width, static_cast<size_t>(width));
+    }
+  }
+}
+
+} // namespace
+
 void CmSliceDecoder::PredictBlock(uint32_t address, int mbx, int mby, int bx, int by, int width,
                                   int height) {
   const SmMacroblockInfo& mb = m_Picture->GetMacroblocks()[address];
   const int b8 = bx / 2 + 2 * (by / 2);
   const int refs[2] = {mb.refIdx[0][b8], mb.refIdx[1][b8]};
-  const bool both = refs[0] >= 0 && refs[1] >= 0;
   // Whether the weights, if any, leave the prediction as it is: decided
   // from the tables of the slice, without deriving a weight.
   bool plain = true;
@@ -1052,7 +1149,7 @@ void CmSliceDecoder::PredictBlock(uint32_t address, int mbx, int mby, int bx, in
     const int shift = m_MbField ? 1 : 0;
     plain = (refs[0] < 0 || m_UnitWeight[0][refs[0] >> shift]) &&
             (refs[1] < 0 || m_UnitWeight[1][refs[1] >> shift]);
-  } else if (m_Weighting == WeightImplicit && both) {
+  } else if (m_Weighting == WeightImplicit && refs[0] >= 0 && refs[1] >= 0) {
     int w0 = 0, w1 = 0;
     GetImplicitWeights(refs[0], refs[1], w0, w1);
     plain = w0 == 32 && w1 == 32;
@@ -1061,61 +1158,19 @@ void CmSliceDecoder::PredictBlock(uint32_t address, int mbx, int mby, int bx, in
     PredictWeightedBlock(address, mbx, mby, bx, by, width, height);
     return;
   }
-  const CmPicture* references[2] = {GetReference(0, refs[0]), GetReference(1, refs[1])};
-  const int16_t* mvs[2] = {mb.mv[0][bx + 4 * by], mb.mv[1][bx + 4 * by]};
-  const int single = refs[0] >= 0 ? 0 : 1;
-  {
-    const int px = mbx + 4 * bx, py = mby + 4 * by;
-    const ptrdiff_t stride = GetMbStride(0);
-    uint8_t* dst = GetSamples(address, 0) + 4 * by * stride + 4 * bx;
-    const auto predict = [&](int list, uint8_t* out, ptrdiff_t outStride) {
-      const CmPicture& reference = *references[list];
-      // A reference decoding beside this picture: its lines that the
-      // interpolation reads, and the chroma lines beside them, which are
-      // predicted after the luma, must be final.
-      reference.WaitForLine(py + (mvs[list][1] >> 2) + height + 3);
-      PredictLuma(reference, px, py, mvs[list][0], mvs[list][1], width, height, out, outStride);
-    };
-    if (!both) {
-      predict(single, dst, stride);
-    } else {
-      // Both lists beside the picture and only the average into it: the
-      // picture's lines are new to the cache here, and reading them back
-      // would wait for their way from memory.
-      uint8_t first[16 * 16], second[16 * 16];
-      predict(0, first, width);
-      predict(1, second, width);
-      NmPrimitives::H264Average(first, width, second, width, dst, stride, width, height);
-    }
-  }
+  const SmBlockMotion motion = {{GetReference(0, refs[0]), GetReference(1, refs[1])},
+                                {mb.mv[0][bx + 4 * by], mb.mv[1][bx + 4 * by]}};
+  const ptrdiff_t stride = GetMbStride(0);
+  PredictPlainLuma(motion, mbx + 4 * bx, mby + 4 * by, width, height,
+                   GetSamples(address, 0) + 4 * by * stride + 4 * bx, stride);
   if (m_Sps->GetChromaArrayType() != 1) {
     return;
   }
-  const int w = width / 2, h = height / 2;
-  const int px = mbx / 2 + 2 * bx, py = mby / 2 + 2 * by;
-  const ptrdiff_t stride = GetMbStride(1);
-  uint8_t* const dsts[2] = {GetSamples(address, 1) + 2 * by * stride + 2 * bx,
-                            GetSamples(address, 2) + 2 * by * stride + 2 * bx};
-  const int parity = GetCurrentParity();
-  const auto predict = [&](int list, uint8_t* outCb, uint8_t* outCr, ptrdiff_t outStride) {
-    const CmPicture& reference = *references[list];
-    // A field's chroma lies a quarter sample lower in a bottom field than
-    // in a top one: between fields of opposite parity the vector shifts.
-    const int shift =
-        parity >= 0 && reference.GetParity() >= 0 ? 2 * (parity - reference.GetParity()) : 0;
-    PredictChromaPair(reference, px, py, mvs[list][0], mvs[list][1] + shift, w, h, outCb, outCr,
-                      outStride);
-  };
-  if (!both) {
-    predict(single, dsts[0], dsts[1], stride);
-    return;
-  }
-  uint8_t first[2][8 * 8], second[2][8 * 8];
-  predict(0, first[0], first[1], w);
-  predict(1, second[0], second[1], w);
-  for (int plane = 0; plane < 2; ++plane) {
-    NmPrimitives::H264Average(first[plane], w, second[plane], w, dsts[plane], stride, w, h);
-  }
+  const ptrdiff_t chromaStride = GetMbStride(1);
+  const ptrdiff_t offset = 2 * by * chromaStride + 2 * bx;
+  uint8_t* const dsts[2] = {GetSamples(address, 1) + offset, GetSamples(address, 2) + offset};
+  PredictPlainChroma(motion, GetCurrentParity(), mbx / 2 + 2 * bx, mby / 2 + 2 * by, width / 2,
+                     height / 2, dsts, chromaStride);
 }
 
 void CmSliceDecoder::PredictWeightedBlock(uint32_t address, int mbx, int mby, int bx, int by,
@@ -1123,130 +1178,60 @@ void CmSliceDecoder::PredictWeightedBlock(uint32_t address, int mbx, int mby, in
   const SmMacroblockInfo& mb = m_Picture->GetMacroblocks()[address];
   const int b8 = bx / 2 + 2 * (by / 2);
   const int refs[2] = {mb.refIdx[0][b8], mb.refIdx[1][b8]};
-  const int planes = m_Sps->GetChromaArrayType() == 1 ? 3 : 1;
-  // Implicit weights are those of luma for chroma too, and cost a division:
-  // they are derived once per block.
-  const bool implicit = m_Header->sliceType == SliceB && m_Pps->weightedBipredIdc == 2;
-  int w0 = 1, w1 = 1, o0 = 0, o1 = 0, logWD = 0;
-  bool weighted = false;
-  for (int c = 0; c < planes; ++c) {
-    const int w = c == 0 ? width : width / 2, h = c == 0 ? height : height / 2;
-    const int px = c == 0 ? mbx + 4 * bx : mbx / 2 + 2 * bx;
-    const int py = c == 0 ? mby + 4 * by : mby / 2 + 2 * by;
-    const ptrdiff_t stride = GetMbStride(c);
-    uint8_t* dst =
-        GetSamples(address, c) + (c == 0 ? 4 * by * stride + 4 * bx : 2 * by * stride + 2 * bx);
-    if (c == 0 || !implicit) {
-      GetWeights(refs[0], refs[1], c, w0, w1, o0, o1, logWD, weighted);
-      weighted = weighted && !IsUnitWeight(refs, w0, w1, o0, o1, logWD);
-    }
-    const bool both = refs[0] >= 0 && refs[1] >= 0;
-    // A field's chroma lies a quarter sample lower in a bottom field than in
-    // a top one: between fields of opposite parity the vector shifts.
-    const auto parityShift = [this](const CmPicture& reference) {
-      const int parity = GetCurrentParity();
-      return parity >= 0 && reference.GetParity() >= 0 ? 2 * (parity - reference.GetParity()) : 0;
-    };
-    if (c == 1 && planes == 3) {
-      // Both chroma planes through one kernel call each list; weighted, if
-      // at all, plane by plane (explicit weights may differ between them).
-      uint8_t* const dsts[2] = {dst, GetSamples(address, 2) + 2 * by * stride + 2 * bx};
-      struct SmWeights {
-        int w0, w1, o0, o1, logWD;
-        bool weighted;
-      } weights[2] = {{w0, w1, o0, o1, logWD, weighted}, {w0, w1, o0, o1, logWD, weighted}};
-      if (!implicit) {
-        SmWeights& cr = weights[1];
-        GetWeights(refs[0], refs[1], 2, cr.w0, cr.w1, cr.o0, cr.o1, cr.logWD, cr.weighted);
-        cr.weighted = cr.weighted && !IsUnitWeight(refs, cr.w0, cr.w1, cr.o0, cr.o1, cr.logWD);
-      }
-      const auto predictBoth = [&](int list, uint8_t* outCb, uint8_t* outCr, ptrdiff_t outStride) {
-        const CmPicture& reference = *GetReference(list, refs[list]);
-        const int16_t* mv = mb.mv[list][bx + 4 * by];
-        PredictChromaPair(reference, px, py, mv[0], mv[1] + parityShift(reference), w, h, outCb,
-                          outCr, outStride);
-      };
-      const int single = refs[0] >= 0 ? 0 : 1;
-      if (!weights[0].weighted && !weights[1].weighted) {
-        if (!both) {
-          predictBoth(single, dsts[0], dsts[1], stride);
-          return;
-        }
-        // Both lists beside the picture and only the average into it: the
-        // picture's lines are new to the cache here, and reading them back
-        // would wait for their way from memory.
-        uint8_t first[2][8 * 8], second[2][8 * 8];
-        predictBoth(0, first[0], first[1], w);
-        predictBoth(1, second[0], second[1], w);
-        for (int plane = 0; plane < 2; ++plane) {
-          NmPrimitives::H264Average(first[plane], w, second[plane], w, dsts[plane], stride, w, h);
-        }
-        return;
-      }
-      uint8_t predictions[2][2][8 * 8]; // list, plane
-      for (int list = 0; list < 2; ++list) {
-        if (refs[list] >= 0) {
-          predictBoth(list, predictions[list][0], predictions[list][1], w);
-        }
-      }
-      for (int plane = 0; plane < 2; ++plane) {
-        const SmWeights& q = weights[plane];
-        uint8_t* out = dsts[plane];
-        if (both && q.weighted) {
-          NmPrimitives::H264WeightBi(predictions[0][plane], w, predictions[1][plane], w, out,
-                                     stride, w, h, q.logWD, q.w0, q.w1, (q.o0 + q.o1 + 1) >> 1);
-        } else if (both) {
-          NmPrimitives::H264Average(predictions[0][plane], w, predictions[1][plane], w, out, stride,
-                                    w, h);
-        } else if (q.weighted) {
-          NmPrimitives::H264Weight(predictions[single][plane], w, out, stride, w, h, q.logWD,
-                                   single == 0 ? q.w0 : q.w1, single == 0 ? q.o0 : q.o1);
-        } else {
-          for (int j = 0; j < h; ++j) {
-            std::memcpy(out + j * stride, predictions[single][plane] + j * w,
-                        static_cast<size_t>(w));
-          }
-        }
-      }
-      return;
-    }
-    // Luma: chroma returned above.
-    const auto predict = [&](int list, uint8_t* out, ptrdiff_t outStride) {
-      const CmPicture& reference = *GetReference(list, refs[list]);
-      const int16_t* mv = mb.mv[list][bx + 4 * by];
-      // A reference decoding beside this picture: its lines that the
-      // interpolation reads, and the chroma lines beside them, which are
-      // predicted after the luma, must be final.
-      reference.WaitForLine(py + (mv[1] >> 2) + h + 3);
-      PredictLuma(reference, px, py, mv[0], mv[1], w, h, out, outStride);
-    };
-    if (!both && !weighted) {
-      // The common case: one list, no weights; straight into the picture.
-      predict(refs[0] >= 0 ? 0 : 1, dst, stride);
-      continue;
-    }
-    if (both && !weighted) {
-      // Both lists beside the picture, as for chroma.
-      uint8_t first[16 * 16], second[16 * 16];
-      predict(0, first, w);
-      predict(1, second, w);
-      NmPrimitives::H264Average(first, w, second, w, dst, stride, w, h);
-      continue;
-    }
+  const SmBlockMotion motion = {{GetReference(0, refs[0]), GetReference(1, refs[1])},
+                                {mb.mv[0][bx + 4 * by], mb.mv[1][bx + 4 * by]}};
+  const auto weightsOf = [&](int component) {
+    SmPlaneWeights q;
+    GetWeights(refs[0], refs[1], component, q.w0, q.w1, q.o0, q.o1, q.logWD, q.weighted);
+    q.weighted = q.weighted && !IsUnitWeight(refs, q.w0, q.w1, q.o0, q.o1, q.logWD);
+    return q;
+  };
+  // A plane whose weights leave it as it is takes the plain prediction.
+  const SmPlaneWeights luma = weightsOf(0);
+  const int px = mbx + 4 * bx, py = mby + 4 * by;
+  const ptrdiff_t stride = GetMbStride(0);
+  uint8_t* dst = GetSamples(address, 0) + 4 * by * stride + 4 * bx;
+  if (luma.weighted) {
     uint8_t predictions[2][16 * 16];
     for (int list = 0; list < 2; ++list) {
       if (refs[list] >= 0) {
-        predict(list, predictions[list], w);
+        PredictLumaFrom(motion, list, px, py, width, height, predictions[list], width);
       }
     }
-    if (both) {
-      NmPrimitives::H264WeightBi(predictions[0], w, predictions[1], w, dst, stride, w, h, logWD, w0,
-                                 w1, (o0 + o1 + 1) >> 1);
-    } else {
-      const bool first = refs[0] >= 0;
-      NmPrimitives::H264Weight(predictions[first ? 0 : 1], w, dst, stride, w, h, logWD,
-                               first ? w0 : w1, first ? o0 : o1);
+    CombinePredictions(motion, predictions[0], predictions[1], luma, dst, stride, width, height);
+  } else {
+    PredictPlainLuma(motion, px, py, width, height, dst, stride);
+  }
+  if (m_Sps->GetChromaArrayType() != 1) {
+    return;
+  }
+  // Implicit weights are those of luma for chroma too, and cost a division:
+  // they are derived once per block. Explicit ones may differ between the
+  // planes.
+  const bool implicit = m_Header->sliceType == SliceB && m_Pps->weightedBipredIdc == 2;
+  const SmPlaneWeights chroma[2] = {implicit ? luma : weightsOf(1), implicit ? luma : weightsOf(2)};
+  const int w = width / 2, h = height / 2;
+  const int cx = mbx / 2 + 2 * bx, cy = mby / 2 + 2 * by;
+  const ptrdiff_t chromaStride = GetMbStride(1);
+  const ptrdiff_t offset = 2 * by * chromaStride + 2 * bx;
+  uint8_t* const dsts[2] = {GetSamples(address, 1) + offset, GetSamples(address, 2) + offset};
+  const int parity = GetCurrentParity();
+  if (!chroma[0].weighted && !chroma[1].weighted) {
+    PredictPlainChroma(motion, parity, cx, cy, w, h, dsts, chromaStride);
+    return;
+  }
+  // Both planes through one kernel call each list, then weighted plane by
+  // plane.
+  uint8_t predictions[2][2][8 * 8]; // list, plane
+  for (int list = 0; list < 2; ++list) {
+    if (refs[list] >= 0) {
+      PredictChromaFrom(motion, list, parity, cx, cy, w, h, predictions[list][0],
+                        predictions[list][1], w);
     }
+  }
+  for (int plane = 0; plane < 2; ++plane) {
+    CombinePredictions(motion, predictions[0][plane], predictions[1][plane], chroma[plane],
+                       dsts[plane], chromaStride, w, h);
   }
 }
 
