@@ -241,12 +241,12 @@ void CmSliceDecoder::StartInterMacroblock(uint32_t address, uint8_t kind) {
   mb.qp = static_cast<int8_t>(m_Qp);
   m_KnownBlocks = 0;
   if (!m_Mbaff) {
+    const uint32_t width = m_Picture->GetWidthInMbs();
+    const SmMacroblockInfo* mbs = m_Picture->GetMacroblocks();
     m_InterNeighbours = GetNeighbours(address);
     // The next macroblock's record and the one above right of it, which
     // its motion prediction reads, have long left the caches: they are
     // asked for now, a macroblock ahead.
-    const uint32_t width = m_Picture->GetWidthInMbs();
-    const SmMacroblockInfo* mbs = m_Picture->GetMacroblocks();
     const size_t count = size_t{width} * m_Picture->GetHeightInMbs();
     const auto prefetch = [](const SmMacroblockInfo* record, int write) {
       const auto* bytes = reinterpret_cast<const char*>(record);
@@ -1058,42 +1058,42 @@ struct SmPlaneWeights {
 };
 
 void PredictLumaFrom(const SmBlockMotion& motion, int list, int px, int py, int width, int height,
-                     uint8_t* out, ptrdiff_t outStride) {
+                     uint8_t* out, ptrdiff_t outStride, const uint8_t* other = nullptr) {
   const CmPicture& reference = *motion.references[list];
   const int16_t* mv = motion.mvs[list];
   // A reference decoding beside this picture: its lines that the
   // interpolation reads, and the chroma lines beside them, which are
   // predicted after the luma, must be final.
   reference.WaitForLine(py + (mv[1] >> 2) + height + 3);
-  PredictLuma(reference, px, py, mv[0], mv[1], width, height, out, outStride);
+  PredictLuma(reference, px, py, mv[0], mv[1], width, height, out, outStride, other, width);
 }
 
 void PredictChromaFrom(const SmBlockMotion& motion, int list, int parity, int px, int py, int width,
-                       int height, uint8_t* outCb, uint8_t* outCr, ptrdiff_t outStride) {
+                       int height, uint8_t* outCb, uint8_t* outCr, ptrdiff_t outStride,
+                       const uint8_t* otherCb = nullptr, const uint8_t* otherCr = nullptr) {
   const CmPicture& reference = *motion.references[list];
   const int16_t* mv = motion.mvs[list];
   // A field's chroma lies a quarter sample lower in a bottom field than in
   // a top one: between fields of opposite parity the vector shifts.
   const int shift =
       parity >= 0 && reference.GetParity() >= 0 ? 2 * (parity - reference.GetParity()) : 0;
-  PredictChromaPair(reference, px, py, mv[0], mv[1] + shift, width, height, outCb, outCr,
-                    outStride);
+  PredictChromaPair(reference, px, py, mv[0], mv[1] + shift, width, height, outCb, outCr, outStride,
+                    otherCb, otherCr, width);
 }
 
-// Luma without weights: one list straight into the picture, or both lists
-// beside it and only their average into it. The picture's lines are new to
-// the cache here, and reading them back would wait for their way from
-// memory.
+// Luma without weights: one list straight into the picture, or the first
+// list beside it and the second averaged with it on the way in. The
+// picture's lines are new to the cache here, and reading them back would
+// wait for their way from memory.
 void PredictPlainLuma(const SmBlockMotion& motion, int px, int py, int width, int height,
                       uint8_t* dst, ptrdiff_t stride) {
   if (!motion.Both()) {
     PredictLumaFrom(motion, motion.Single(), px, py, width, height, dst, stride);
     return;
   }
-  uint8_t first[16 * 16], second[16 * 16];
+  uint8_t first[16 * 16];
   PredictLumaFrom(motion, 0, px, py, width, height, first, width);
-  PredictLumaFrom(motion, 1, px, py, width, height, second, width);
-  NmPrimitives::H264Average(first, width, second, width, dst, stride, width, height);
+  PredictLumaFrom(motion, 1, px, py, width, height, dst, stride, first);
 }
 
 // Both chroma planes without weights, as PredictPlainLuma.
@@ -1104,13 +1104,10 @@ void PredictPlainChroma(const SmBlockMotion& motion, int parity, int px, int py,
                       stride);
     return;
   }
-  uint8_t first[2][8 * 8], second[2][8 * 8];
+  uint8_t first[2][8 * 8];
   PredictChromaFrom(motion, 0, parity, px, py, width, height, first[0], first[1], width);
-  PredictChromaFrom(motion, 1, parity, px, py, width, height, second[0], second[1], width);
-  for (int plane = 0; plane < 2; ++plane) {
-    NmPrimitives::H264Average(first[plane], width, second[plane], width, dsts[plane], stride, width,
-                              height);
-  }
+  PredictChromaFrom(motion, 1, parity, px, py, width, height, dsts[0], dsts[1], stride, first[0],
+                    first[1]);
 }
 
 // The final samples of one plane from the predictions of the lists used

@@ -38,7 +38,7 @@ const uint8_t* GetSource(const uint8_t* plane, ptrdiff_t stride, int pictureWidt
 } // namespace
 
 void PredictLuma(const CmPicture& reference, int x, int y, int mvx, int mvy, int width, int height,
-                 uint8_t* dst, ptrdiff_t dstStride) {
+                 uint8_t* dst, ptrdiff_t dstStride, const uint8_t* other, ptrdiff_t otherStride) {
   const int x0 = x + (mvx >> 2), y0 = y + (mvy >> 2);
   uint8_t copy[Span * Span];
   ptrdiff_t s = 0;
@@ -46,11 +46,17 @@ void PredictLuma(const CmPicture& reference, int x, int y, int mvx, int mvy, int
                                  static_cast<int>(reference.GetWidthInMbs() * 16),
                                  static_cast<int>(reference.GetHeightInMbs() * 16),
                                  CmPicture::LumaBorder, x0, y0, width, height, copy, s);
-  NmPrimitives::H264InterpolateLuma(src, s, dst, dstStride, width, height, mvx & 3, mvy & 3);
+  if (other != nullptr) {
+    NmPrimitives::H264InterpolateLumaAverage(src, s, other, otherStride, dst, dstStride, width,
+                                             height, mvx & 3, mvy & 3);
+  } else {
+    NmPrimitives::H264InterpolateLuma(src, s, dst, dstStride, width, height, mvx & 3, mvy & 3);
+  }
 }
 
 void PredictChromaPair(const CmPicture& reference, int x, int y, int mvx, int mvy, int width,
-                       int height, uint8_t* dstCb, uint8_t* dstCr, ptrdiff_t dstStride) {
+                       int height, uint8_t* dstCb, uint8_t* dstCr, ptrdiff_t dstStride,
+                       const uint8_t* otherCb, const uint8_t* otherCr, ptrdiff_t otherStride) {
   const int x0 = x + (mvx >> 3), y0 = y + (mvy >> 3);
   const int pictureWidth = static_cast<int>(reference.GetWidthInMbs() * 8);
   const int pictureHeight = static_cast<int>(reference.GetHeightInMbs() * 8);
@@ -64,8 +70,14 @@ void PredictChromaPair(const CmPicture& reference, int x, int y, int mvx, int mv
   const uint8_t* cr =
       GetSource(reference.GetPlane(2), reference.GetStride(2), pictureWidth, pictureHeight,
                 CmPicture::LumaBorder / 2, x0, y0, width, height, copies[1], s);
-  NmPrimitives::H264InterpolateChromaPair(cb, cr, s, dstCb, dstCr, dstStride, width, height,
-                                          mvx & 7, mvy & 7);
+  if (otherCb != nullptr) {
+    NmPrimitives::H264InterpolateChromaPairAverage(cb, cr, s, otherCb, otherCr, otherStride, dstCb,
+                                                   dstCr, dstStride, width, height, mvx & 7,
+                                                   mvy & 7);
+  } else {
+    NmPrimitives::H264InterpolateChromaPair(cb, cr, s, dstCb, dstCr, dstStride, width, height,
+                                            mvx & 7, mvy & 7);
+  }
 }
 
 void PrefetchAhead(const CmPicture& reference, int x, int y, int mvx, int mvy) {
