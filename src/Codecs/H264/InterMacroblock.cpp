@@ -97,24 +97,28 @@ bool CmSliceDecoder::GetNeighbourMotion(uint32_t address, int list, int x, int y
     by = y & 3;
   }
   refIdx = info->refIdx[list][(bx / 2) + 2 * (by / 2)];
-  if (refIdx < 0) {
-    mv[0] = mv[1] = 0;
-  } else {
-    mv[0] = info->mv[list][bx + 4 * by][0];
-    mv[1] = info->mv[list][bx + 4 * by][1];
+  // Both components in one word, read and stored at once: callers compare
+  // the vector as a word, which two stores of its halves could not forward.
+  uint32_t vector = 0;
+  if (refIdx >= 0) {
+    std::memcpy(&vector, info->mv[list][bx + 4 * by], sizeof vector);
     // A neighbour of the other kind counts its lines and references the
     // other way: a field's index names half a frame entry, and its vertical
     // vector spans half as many frame lines.
     if (info->field != m_MbField && m_Mbaff) {
+      int16_t components[2];
+      std::memcpy(components, &vector, sizeof vector);
       if (m_MbField) {
-        mv[1] = static_cast<int16_t>(mv[1] / 2);
+        components[1] = static_cast<int16_t>(components[1] / 2);
         refIdx *= 2;
       } else {
-        mv[1] = static_cast<int16_t>(mv[1] * 2);
+        components[1] = static_cast<int16_t>(components[1] * 2);
         refIdx >>= 1;
       }
+      std::memcpy(&vector, components, sizeof vector);
     }
   }
+  std::memcpy(mv, &vector, sizeof vector);
   return true;
 }
 
@@ -129,11 +133,12 @@ struct SmNeighbourMotion {
 
 // 8.4.1.3 from neighbours A, B and C (D where C is not available) of the
 // partition at 4x4 block (x, y).
-void PredictFromNeighbours(SmNeighbourMotion a, SmNeighbourMotion b, SmNeighbourMotion c, int x,
-                           int y, int refIdx, int shape, int16_t* mvp) {
+void PredictFromNeighbours(const SmNeighbourMotion& a, const SmNeighbourMotion& bIn,
+                           const SmNeighbourMotion& cIn, int x, int y, int refIdx, int shape,
+                           int16_t* mvp) {
   if (shape == Shape16x8) {
-    if (y == 0 && b.refIdx == refIdx) {
-      mvp[0] = b.mv[0], mvp[1] = b.mv[1];
+    if (y == 0 && bIn.refIdx == refIdx) {
+      mvp[0] = bIn.mv[0], mvp[1] = bIn.mv[1];
       return;
     }
     if (y != 0 && a.refIdx == refIdx) {
@@ -145,14 +150,16 @@ void PredictFromNeighbours(SmNeighbourMotion a, SmNeighbourMotion b, SmNeighbour
       mvp[0] = a.mv[0], mvp[1] = a.mv[1];
       return;
     }
-    if (x != 0 && c.refIdx == refIdx) {
-      mvp[0] = c.mv[0], mvp[1] = c.mv[1];
+    if (x != 0 && cIn.refIdx == refIdx) {
+      mvp[0] = cIn.mv[0], mvp[1] = cIn.mv[1];
       return;
     }
   }
-  if (!b.available && !c.available && a.available) {
-    b = c = a;
-  }
+  // Taken by reference: copies of these records, written a field at a
+  // time just before, would wait for the stores to land.
+  const bool onlyA = !bIn.available && !cIn.available && a.available;
+  const SmNeighbourMotion& b = onlyA ? a : bIn;
+  const SmNeighbourMotion& c = onlyA ? a : cIn;
   const int matches = (a.refIdx == refIdx) + (b.refIdx == refIdx) + (c.refIdx == refIdx);
   if (matches == 1) {
     const int16_t* one = a.refIdx == refIdx ? a.mv : (b.refIdx == refIdx ? b.mv : c.mv);
@@ -243,7 +250,18 @@ void CmSliceDecoder::StartInterMacroblock(uint32_t address, uint8_t kind) {
   if (!m_Mbaff) {
     const uint32_t width = m_Picture->GetWidthInMbs();
     const SmMacroblockInfo* mbs = m_Picture->GetMacroblocks();
-    m_InterNeighbours = GetNeighbours(address);
+    // The neighbours as GetNeighbours finds them, but set in place: its
+    // result, written in pointer-sized pieces and copied here in wider
+    // ones, would stall the forwarding of those stores every macroblock.
+    uint32_t x = 0, y = 0;
+    GetPosition(address, x, y);
+    const auto pick = [&](bool inside, uint32_t at) {
+      return inside && IsAvailable(mbs + at) ? mbs + at : nullptr;
+    };
+    m_InterNeighbours.left = pick(x > 0, address - 1);
+    m_InterNeighbours.top = pick(y > 0, address - width);
+    m_InterNeighbours.topRight = pick(y > 0 && x + 1 < width, address - width + 1);
+    m_InterNeighbours.topLeft = pick(y > 0 && x > 0, address - width - 1);
     // The next macroblock's record and the one above right of it, which
     // its motion prediction reads, have long left the caches: they are
     // asked for now, a macroblock ahead.
