@@ -81,25 +81,32 @@ void PredictChromaPair(const CmPicture& reference, int x, int y, int mvx, int mv
 }
 
 void PrefetchAhead(const CmPicture& reference, int x, int y, int mvx, int mvy) {
-  // Four rows of luma and two of each chroma plane, 64 samples to the right
-  // and a quarter of a macroblock lower for each step along the row, so that
-  // four neighbouring macroblocks moving alike warm all the rows the one
-  // four places on will read.
+  // Four neighbouring macroblocks moving alike share the rows that the four
+  // after them will read, the filters' margins included: each asks for a
+  // quarter of those rows, at both ends of the 64 samples (32 of chroma)
+  // the four read, which span two cache lines as often as one.
   const int step = (x / 16) & 3;
   for (int component = 0; component < 3; ++component) {
     const int shift = component == 0 ? 0 : 1;
     const int border = CmPicture::LumaBorder >> shift;
     const int planeWidth = static_cast<int>(reference.GetWidthInMbs() * 16) >> shift;
     const int planeHeight = static_cast<int>(reference.GetHeightInMbs() * 16) >> shift;
-    const int px =
-        std::clamp((x >> shift) + (mvx >> (2 + shift)) + 64, -border, planeWidth + border - 1);
-    const int rows = component == 0 ? 4 : 2;
-    const int py = (y >> shift) + (mvy >> (2 + shift)) + step * rows;
-    const uint8_t* plane = reference.GetPlane(component);
+    const int group = ((x & ~63) + 64) >> shift;
+    const int first = group + (mvx >> (2 + shift)) - (component == 0 ? 2 : 0);
+    const int last = first + (64 >> shift) + (component == 0 ? 4 : 0);
+    const int left = std::clamp(first, -border, planeWidth + border - 1);
+    const int right = std::clamp(last, -border, planeWidth + border - 1);
+    const int rows = component == 0 ? 6 : 3;
+    // Near the top or bottom the rows move inside the plane as a whole:
+    // asking for a few others there costs less than a clamp per row.
+    const int top =
+        std::clamp((y >> shift) + (mvy >> (2 + shift)) + step * rows - (component == 0 ? 2 : 0),
+                   -border, planeHeight + border - rows);
     const ptrdiff_t stride = reference.GetStride(component);
-    for (int j = 0; j < rows; ++j) {
-      __builtin_prefetch(plane + std::clamp(py + j, -border, planeHeight + border - 1) * stride +
-                         px);
+    const uint8_t* line = reference.GetPlane(component) + top * stride;
+    for (int j = 0; j < rows; ++j, line += stride) {
+      __builtin_prefetch(line + left);
+      __builtin_prefetch(line + right);
     }
     if (reference.IsMonochrome()) {
       return;
