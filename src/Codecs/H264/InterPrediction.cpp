@@ -118,16 +118,17 @@ void PrefetchForWriting(const CmPicture& picture, int x, int y) {
   // A prediction's stores to lines not yet in the cache wait there for
   // them, and once enough wait, every later store does too. As in
   // PrefetchAhead, four neighbouring macroblocks each take a quarter of the
-  // rows, 64 samples ahead: luma four macroblocks on, chroma eight.
+  // rows of the four after them, at both ends of the samples those fill.
   const int step = (x / 16) & 3;
   for (int component = 0; component < (picture.IsMonochrome() ? 1 : 3); ++component) {
     const int shift = component == 0 ? 0 : 1;
     const int rows = component == 0 ? 4 : 2;
     const ptrdiff_t stride = picture.GetStride(component);
-    const uint8_t* start =
-        picture.GetPlane(component) + ((y >> shift) + step * rows) * stride + (x >> shift) + 64;
-    for (int j = 0; j < rows; ++j) {
-      __builtin_prefetch(start + j * stride, 1);
+    const uint8_t* line = picture.GetPlane(component) + ((y >> shift) + step * rows) * stride +
+                          (((x & ~63) + 64) >> shift);
+    for (int j = 0; j < rows; ++j, line += stride) {
+      __builtin_prefetch(line, 1);
+      __builtin_prefetch(line + (63 >> shift), 1);
     }
   }
 }
