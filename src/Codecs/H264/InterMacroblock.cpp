@@ -1075,8 +1075,10 @@ struct SmPlaneWeights {
   bool weighted = false;
 };
 
-void PredictLumaFrom(const SmBlockMotion& motion, int list, int px, int py, int width, int height,
-                     uint8_t* out, ptrdiff_t outStride, const uint8_t* other = nullptr) {
+[[gnu::always_inline]] inline void PredictLumaFrom(const SmBlockMotion& motion, int list, int px,
+                                                   int py, int width, int height, uint8_t* out,
+                                                   ptrdiff_t outStride,
+                                                   const uint8_t* other = nullptr) {
   const CmPicture& reference = *motion.references[list];
   const int16_t* mv = motion.mvs[list];
   // A reference decoding beside this picture: its lines that the
@@ -1086,9 +1088,10 @@ void PredictLumaFrom(const SmBlockMotion& motion, int list, int px, int py, int 
   PredictLuma(reference, px, py, mv[0], mv[1], width, height, out, outStride, other, width);
 }
 
-void PredictChromaFrom(const SmBlockMotion& motion, int list, int parity, int px, int py, int width,
-                       int height, uint8_t* outCb, uint8_t* outCr, ptrdiff_t outStride,
-                       const uint8_t* otherCb = nullptr, const uint8_t* otherCr = nullptr) {
+[[gnu::always_inline]] inline void
+PredictChromaFrom(const SmBlockMotion& motion, int list, int parity, int px, int py, int width,
+                  int height, uint8_t* outCb, uint8_t* outCr, ptrdiff_t outStride,
+                  const uint8_t* otherCb = nullptr, const uint8_t* otherCr = nullptr) {
   const CmPicture& reference = *motion.references[list];
   const int16_t* mv = motion.mvs[list];
   // A field's chroma lies a quarter sample lower in a bottom field than in
@@ -1103,8 +1106,9 @@ void PredictChromaFrom(const SmBlockMotion& motion, int list, int parity, int px
 // list beside it and the second averaged with it on the way in. The
 // picture's lines are new to the cache here, and reading them back would
 // wait for their way from memory.
-void PredictPlainLuma(const SmBlockMotion& motion, int px, int py, int width, int height,
-                      uint8_t* dst, ptrdiff_t stride) {
+[[gnu::always_inline]] inline void PredictPlainLuma(const SmBlockMotion& motion, int px, int py,
+                                                    int width, int height, uint8_t* dst,
+                                                    ptrdiff_t stride) {
   if (!motion.Both()) {
     PredictLumaFrom(motion, motion.Single(), px, py, width, height, dst, stride);
     return;
@@ -1115,8 +1119,9 @@ void PredictPlainLuma(const SmBlockMotion& motion, int px, int py, int width, in
 }
 
 // Both chroma planes without weights, as PredictPlainLuma.
-void PredictPlainChroma(const SmBlockMotion& motion, int parity, int px, int py, int width,
-                        int height, uint8_t* const* dsts, ptrdiff_t stride) {
+[[gnu::always_inline]] inline void PredictPlainChroma(const SmBlockMotion& motion, int parity,
+                                                      int px, int py, int width, int height,
+                                                      uint8_t* const* dsts, ptrdiff_t stride) {
   if (!motion.Both()) {
     PredictChromaFrom(motion, motion.Single(), parity, px, py, width, height, dsts[0], dsts[1],
                       stride);
