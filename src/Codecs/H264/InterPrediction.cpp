@@ -13,17 +13,21 @@ constexpr int MostBlock = 16;
 // The samples a luma block's filters read around it: two before, three after.
 constexpr int Span = MostBlock + 5;
 
-// Where the block's samples, with the filters' margins, can be read: in the
-// plane itself when they fall inside its border (edges repeated there after
-// decoding), else from a copy with the edges repeated per sample.
-const uint8_t* GetSource(const uint8_t* plane, ptrdiff_t stride, int pictureWidth,
-                         int pictureHeight, int border, int x0, int y0, int width, int height,
-                         uint8_t* copy, ptrdiff_t& sourceStride) {
-  if (x0 - 2 >= -border && y0 - 2 >= -border && x0 + width + 3 <= pictureWidth + border &&
-      y0 + height + 3 <= pictureHeight + border) {
-    sourceStride = stride;
-    return plane + y0 * stride + x0;
-  }
+// Whether the block's samples, with the filters' margins, fall inside the
+// plane's border (edges repeated there after decoding), where they are read
+// in place.
+bool IsInside(int pictureWidth, int pictureHeight, int border, int x0, int y0, int width,
+              int height) {
+  return x0 - 2 >= -border && y0 - 2 >= -border && x0 + width + 3 <= pictureWidth + border &&
+         y0 + height + 3 <= pictureHeight + border;
+}
+
+// Else they come from a copy with the edges repeated per sample: rare, and
+// kept out of the way of the common path.
+[[gnu::noinline, gnu::cold]] const uint8_t* CopyWithEdges(const uint8_t* plane, ptrdiff_t stride,
+                                                          int pictureWidth, int pictureHeight,
+                                                          int x0, int y0, int width, int height,
+                                                          uint8_t* copy) {
   for (int j = -2; j < height + 3; ++j) {
     const int sy = std::clamp(y0 + j, 0, pictureHeight - 1);
     for (int i = -2; i < width + 3; ++i) {
@@ -31,7 +35,6 @@ const uint8_t* GetSource(const uint8_t* plane, ptrdiff_t stride, int pictureWidt
       copy[(j + 2) * Span + i + 2] = plane[sy * stride + sx];
     }
   }
-  sourceStride = Span;
   return copy + 2 * Span + 2;
 }
 
@@ -40,12 +43,17 @@ const uint8_t* GetSource(const uint8_t* plane, ptrdiff_t stride, int pictureWidt
 void PredictLuma(const CmPicture& reference, int x, int y, int mvx, int mvy, int width, int height,
                  uint8_t* dst, ptrdiff_t dstStride, const uint8_t* other, ptrdiff_t otherStride) {
   const int x0 = x + (mvx >> 2), y0 = y + (mvy >> 2);
+  const uint8_t* plane = reference.GetPlane(0);
+  const ptrdiff_t stride = reference.GetStride(0);
+  const int pictureWidth = static_cast<int>(reference.GetWidthInMbs() * 16);
+  const int pictureHeight = static_cast<int>(reference.GetHeightInMbs() * 16);
   uint8_t copy[Span * Span];
-  ptrdiff_t s = 0;
-  const uint8_t* src = GetSource(reference.GetPlane(0), reference.GetStride(0),
-                                 static_cast<int>(reference.GetWidthInMbs() * 16),
-                                 static_cast<int>(reference.GetHeightInMbs() * 16),
-                                 CmPicture::LumaBorder, x0, y0, width, height, copy, s);
+  const bool inside =
+      IsInside(pictureWidth, pictureHeight, CmPicture::LumaBorder, x0, y0, width, height);
+  const uint8_t* src = inside ? plane + y0 * stride + x0
+                              : CopyWithEdges(plane, stride, pictureWidth, pictureHeight, x0, y0,
+                                              width, height, copy);
+  const ptrdiff_t s = inside ? stride : Span;
   if (other != nullptr) {
     NmPrimitives::H264InterpolateLumaAverage(src, s, other, otherStride, dst, dstStride, width,
                                              height, mvx & 3, mvy & 3);
@@ -63,13 +71,19 @@ void PredictChromaPair(const CmPicture& reference, int x, int y, int mvx, int mv
   // Both planes have the same size and stride, so both are read in place
   // or both from edge-extended copies.
   uint8_t copies[2][Span * Span];
-  ptrdiff_t s = 0;
-  const uint8_t* cb =
-      GetSource(reference.GetPlane(1), reference.GetStride(1), pictureWidth, pictureHeight,
-                CmPicture::LumaBorder / 2, x0, y0, width, height, copies[0], s);
-  const uint8_t* cr =
-      GetSource(reference.GetPlane(2), reference.GetStride(2), pictureWidth, pictureHeight,
-                CmPicture::LumaBorder / 2, x0, y0, width, height, copies[1], s);
+  const uint8_t* cb = reference.GetPlane(1);
+  const uint8_t* cr = reference.GetPlane(2);
+  const ptrdiff_t stride = reference.GetStride(1);
+  const bool inside =
+      IsInside(pictureWidth, pictureHeight, CmPicture::LumaBorder / 2, x0, y0, width, height);
+  if (inside) {
+    cb += y0 * stride + x0;
+    cr += y0 * stride + x0;
+  } else {
+    cb = CopyWithEdges(cb, stride, pictureWidth, pictureHeight, x0, y0, width, height, copies[0]);
+    cr = CopyWithEdges(cr, stride, pictureWidth, pictureHeight, x0, y0, width, height, copies[1]);
+  }
+  const ptrdiff_t s = inside ? stride : Span;
   if (otherCb != nullptr) {
     NmPrimitives::H264InterpolateChromaPairAverage(cb, cr, s, otherCb, otherCr, otherStride, dstCb,
                                                    dstCr, dstStride, width, height, mvx & 7,
