@@ -170,19 +170,52 @@ void PredictFromNeighbours(const SmNeighbourMotion& a, const SmNeighbourMotion& 
   mvp[1] = static_cast<int16_t>(Median(a.mv[1], b.mv[1], c.mv[1]));
 }
 
+// A, B and C (D where C is not available) of the partition at 4x4 block
+// (x, y), `width` blocks wide; get(x, y, neighbour, above) finds one as
+// GetNeighbourMotion does. A partition as wide as a frame macroblock has
+// all of them in the records `beside` it (left, above, above right, above
+// left), which give them without that search.
+template <class Get>
+void FindNeighbours(const SmMacroblockInfo* const* beside, int list, int x, int y, int width,
+                    Get&& get, SmNeighbourMotion* abc) {
+  if (beside != nullptr && x == 0 && y == 0 && width == 4) {
+    const auto read = [list](const SmMacroblockInfo* info, int bx, int by, SmNeighbourMotion& n) {
+      n.available = info != nullptr;
+      if (n.available) {
+        n.refIdx = info->refIdx[list][bx / 2 + 2 * (by / 2)];
+        if (n.refIdx >= 0) {
+          std::memcpy(n.mv, info->mv[list][bx + 4 * by], sizeof n.mv);
+        }
+      }
+    };
+    read(beside[0], 3, 0, abc[0]);
+    read(beside[1], 0, 3, abc[1]);
+    read(beside[2] != nullptr ? beside[2] : beside[3], beside[2] != nullptr ? 0 : 3, 3, abc[2]);
+    return;
+  }
+  abc[0].available = get(x - 1, y, abc[0], false);
+  abc[1].available = get(x, y - 1, abc[1], true);
+  abc[2].available = get(x + width, y - 1, abc[2], true);
+  if (!abc[2].available) {
+    abc[2].available = get(x - 1, y - 1, abc[2], true);
+  }
+}
+
 } // namespace
 
 void CmSliceDecoder::PredictMotionVector(uint32_t address, int list, int x, int y, int width,
                                          int /*height*/, int refIdx, int shape,
                                          int16_t* mvp) const {
-  SmNeighbourMotion a, b, c;
-  a.available = GetNeighbourMotion(address, list, x - 1, y, a.refIdx, a.mv);
-  b.available = GetNeighbourMotion(address, list, x, y - 1, b.refIdx, b.mv, true);
-  c.available = GetNeighbourMotion(address, list, x + width, y - 1, c.refIdx, c.mv, true);
-  if (!c.available) {
-    c.available = GetNeighbourMotion(address, list, x - 1, y - 1, c.refIdx, c.mv, true);
-  }
-  PredictFromNeighbours(a, b, c, x, y, refIdx, shape, mvp);
+  const SmMacroblockInfo* const beside[4] = {m_InterNeighbours.left, m_InterNeighbours.top,
+                                             m_InterNeighbours.topRight, m_InterNeighbours.topLeft};
+  SmNeighbourMotion abc[3];
+  FindNeighbours(
+      m_Mbaff ? nullptr : beside, list, x, y, width,
+      [&](int nx, int ny, SmNeighbourMotion& n, bool above) {
+        return GetNeighbourMotion(address, list, nx, ny, n.refIdx, n.mv, above);
+      },
+      abc);
+  PredictFromNeighbours(abc[0], abc[1], abc[2], x, y, refIdx, shape, mvp);
 }
 
 void CmSliceDecoder::SetMotion(uint32_t address, int list, int x, int y, int width, int height,
@@ -298,18 +331,21 @@ void CmSliceDecoder::DecodeSkippedMacroblock(uint32_t address) {
   // P_Skip: reference 0 and a zero vector when a neighbour above or to the
   // left is missing or stands still on reference 0, else the prediction.
   // A and B, once read, serve the prediction too.
-  SmNeighbourMotion a, b;
-  a.available = GetNeighbourMotion(address, 0, -1, 0, a.refIdx, a.mv);
-  b.available = GetNeighbourMotion(address, 0, 0, -1, b.refIdx, b.mv, true);
+  const SmMacroblockInfo* const beside[4] = {m_InterNeighbours.left, m_InterNeighbours.top,
+                                             m_InterNeighbours.topRight, m_InterNeighbours.topLeft};
+  SmNeighbourMotion abc[3];
+  FindNeighbours(
+      m_Mbaff ? nullptr : beside, 0, 0, 0, 4,
+      [&](int nx, int ny, SmNeighbourMotion& n, bool above) {
+        return GetNeighbourMotion(address, 0, nx, ny, n.refIdx, n.mv, above);
+      },
+      abc);
+  const SmNeighbourMotion& a = abc[0];
+  const SmNeighbourMotion& b = abc[1];
   int16_t mv[2] = {0, 0};
   if (a.available && b.available && !(a.refIdx == 0 && a.mv[0] == 0 && a.mv[1] == 0) &&
       !(b.refIdx == 0 && b.mv[0] == 0 && b.mv[1] == 0)) {
-    SmNeighbourMotion c;
-    c.available = GetNeighbourMotion(address, 0, 4, -1, c.refIdx, c.mv, true);
-    if (!c.available) {
-      c.available = GetNeighbourMotion(address, 0, -1, -1, c.refIdx, c.mv, true);
-    }
-    PredictFromNeighbours(a, b, c, 0, 0, 0, ShapeOther, mv);
+    PredictFromNeighbours(a, b, abc[2], 0, 0, 0, ShapeOther, mv);
   }
   SetMotion(address, 0, 0, 0, 4, 4, 0, mv);
   PredictInter(address);
@@ -451,17 +487,18 @@ bool CmSliceDecoder::PredictDirect(uint32_t address, unsigned mask) {
     int refIdx[2];
     int16_t mvp[2][2] = {};
     SmNeighbourMotion neighbours[2][3];
+    const SmMacroblockInfo* const beside[4] = {m_InterNeighbours.left, m_InterNeighbours.top,
+                                               m_InterNeighbours.topRight,
+                                               m_InterNeighbours.topLeft};
     for (int list = 0; list < 2; ++list) {
-      SmNeighbourMotion& a = neighbours[list][0];
-      SmNeighbourMotion& b = neighbours[list][1];
-      SmNeighbourMotion& c = neighbours[list][2];
-      a.available = GetNeighbourMotion(address, list, -1, 0, a.refIdx, a.mv);
-      b.available = GetNeighbourMotion(address, list, 0, -1, b.refIdx, b.mv, true);
-      c.available = GetNeighbourMotion(address, list, 4, -1, c.refIdx, c.mv, true);
-      if (!c.available) {
-        c.available = GetNeighbourMotion(address, list, -1, -1, c.refIdx, c.mv, true);
-      }
-      refIdx[list] = MinPositive(a.refIdx, MinPositive(b.refIdx, c.refIdx));
+      SmNeighbourMotion* abc = neighbours[list];
+      FindNeighbours(
+          m_Mbaff ? nullptr : beside, list, 0, 0, 4,
+          [&](int nx, int ny, SmNeighbourMotion& n, bool above) {
+            return GetNeighbourMotion(address, list, nx, ny, n.refIdx, n.mv, above);
+          },
+          abc);
+      refIdx[list] = MinPositive(abc[0].refIdx, MinPositive(abc[1].refIdx, abc[2].refIdx));
     }
     const bool zero = refIdx[0] < 0 && refIdx[1] < 0;
     if (zero) {
