@@ -206,6 +206,18 @@ void RegisterH264() {
     Register(name, "ours", [size] { InterpolateFrame(P::H264InterpolateLuma, size); });
     Register(name, "reference", [size] { InterpolateFrame(R::H264InterpolateLuma, size); });
   }
+  // Bi-prediction's second list, averaged with the first list's block.
+  const auto lumaAverage = [](auto f) {
+    ForEachBlock(16, [&](int x, int y, int index) {
+      const int offset = y * Width + x;
+      f(gray.data() + offset, Width, chromaU.data() + offset, Width, gray2.data() + offset, Width,
+        16, 16, index % 4, (index / 4) % 4);
+    });
+  };
+  Register("H264LumaAverage16", "ours",
+           [lumaAverage] { lumaAverage(P::H264InterpolateLumaAverage); });
+  Register("H264LumaAverage16", "reference",
+           [lumaAverage] { lumaAverage(R::H264InterpolateLumaAverage); });
   for (const int size : {8, 4, 2}) {
     const std::string name = "H264Chroma" + std::to_string(size);
     Register(name, "ours", [size] { InterpolateChromaFrame(P::H264InterpolateChroma, size); });
@@ -215,6 +227,19 @@ void RegisterH264() {
              [size] { InterpolateChromaPairFrame(P::H264InterpolateChromaPair, size); });
     Register(pair, "reference",
              [size] { InterpolateChromaPairFrame(R::H264InterpolateChromaPair, size); });
+    // Bi-prediction's second list, averaged with blocks of the first.
+    const auto pairAverage = [size](auto f) {
+      ForEachBlock(size, [&](int x, int y, int index) {
+        const int offset = y * Width + x;
+        f(gray.data() + offset, rgb.data() + offset, Width, chromaU.data() + offset,
+          chromaV.data() + offset, Width, gray2.data() + offset, rgb2.data() + offset, Width, size,
+          size, index % 8, (index / 8) % 8);
+      });
+    };
+    Register(pair + "Average", "ours",
+             [pairAverage] { pairAverage(P::H264InterpolateChromaPairAverage); });
+    Register(pair + "Average", "reference",
+             [pairAverage] { pairAverage(R::H264InterpolateChromaPairAverage); });
   }
   const auto average = [](auto f) {
     ForEachBlock(16, [&](int x, int y, int) {

@@ -181,6 +181,19 @@ TEST_P(H264Interpolation, LumaMatchesTheReferenceAtEveryPositionAndSize) {
                 height, dx, dy);
             },
             "luma");
+        // Averaged with another block, and in place over it as bi-prediction may.
+        const SmTestPlane other(random, static_cast<size_t>(width), static_cast<size_t>(height));
+        for (const bool inPlace : {false, true}) {
+          NmPrimitiveTest::ExpectSameWrites(
+              &NmReference::H264InterpolateLumaAverage, &H264InterpolateLumaAverage,
+              inPlace ? other : destination,
+              [&](auto f, SmTestPlane& p) {
+                const SmTestPlane& with = inPlace ? p : other;
+                f(source.block(), source.stride, with.data(), static_cast<ptrdiff_t>(with.stride),
+                  p.data(), static_cast<ptrdiff_t>(p.stride), width, height, dx, dy);
+              },
+              inPlace ? "luma averaged in place" : "luma averaged");
+        }
       }
     }
   }
@@ -216,6 +229,18 @@ TEST_P(H264Interpolation, ChromaMatchesTheReferenceAtEveryPositionAndSize) {
                 stride, width, height, dx, dy);
             },
             "chroma pair");
+        const SmTestPlane other(random, static_cast<size_t>(width),
+                                2 * static_cast<size_t>(height));
+        NmPrimitiveTest::ExpectSameWrites(
+            &NmReference::H264InterpolateChromaPairAverage, &H264InterpolateChromaPairAverage, both,
+            [&](auto f, SmTestPlane& p) {
+              const auto stride = static_cast<ptrdiff_t>(p.stride);
+              const auto otherStride = static_cast<ptrdiff_t>(other.stride);
+              f(source.block(), cr.block(), source.stride, other.data(),
+                other.data() + height * otherStride, otherStride, p.data(),
+                p.data() + height * stride, stride, width, height, dx, dy);
+            },
+            "chroma pair averaged");
       }
     }
   }

@@ -97,24 +97,28 @@ bool CmSliceDecoder::GetNeighbourMotion(uint32_t address, int list, int x, int y
     by = y & 3;
   }
   refIdx = info->refIdx[list][(bx / 2) + 2 * (by / 2)];
-  if (refIdx < 0) {
-    mv[0] = mv[1] = 0;
-  } else {
-    mv[0] = info->mv[list][bx + 4 * by][0];
-    mv[1] = info->mv[list][bx + 4 * by][1];
+  // Both components in one word, read and stored at once: callers compare
+  // the vector as a word, which two stores of its halves could not forward.
+  uint32_t vector = 0;
+  if (refIdx >= 0) {
+    std::memcpy(&vector, info->mv[list][bx + 4 * by], sizeof vector);
     // A neighbour of the other kind counts its lines and references the
     // other way: a field's index names half a frame entry, and its vertical
     // vector spans half as many frame lines.
     if (info->field != m_MbField && m_Mbaff) {
+      int16_t components[2];
+      std::memcpy(components, &vector, sizeof vector);
       if (m_MbField) {
-        mv[1] = static_cast<int16_t>(mv[1] / 2);
+        components[1] = static_cast<int16_t>(components[1] / 2);
         refIdx *= 2;
       } else {
-        mv[1] = static_cast<int16_t>(mv[1] * 2);
+        components[1] = static_cast<int16_t>(components[1] * 2);
         refIdx >>= 1;
       }
+      std::memcpy(&vector, components, sizeof vector);
     }
   }
+  std::memcpy(mv, &vector, sizeof vector);
   return true;
 }
 
@@ -129,11 +133,12 @@ struct SmNeighbourMotion {
 
 // 8.4.1.3 from neighbours A, B and C (D where C is not available) of the
 // partition at 4x4 block (x, y).
-void PredictFromNeighbours(SmNeighbourMotion a, SmNeighbourMotion b, SmNeighbourMotion c, int x,
-                           int y, int refIdx, int shape, int16_t* mvp) {
+void PredictFromNeighbours(const SmNeighbourMotion& a, const SmNeighbourMotion& bIn,
+                           const SmNeighbourMotion& cIn, int x, int y, int refIdx, int shape,
+                           int16_t* mvp) {
   if (shape == Shape16x8) {
-    if (y == 0 && b.refIdx == refIdx) {
-      mvp[0] = b.mv[0], mvp[1] = b.mv[1];
+    if (y == 0 && bIn.refIdx == refIdx) {
+      mvp[0] = bIn.mv[0], mvp[1] = bIn.mv[1];
       return;
     }
     if (y != 0 && a.refIdx == refIdx) {
@@ -145,14 +150,16 @@ void PredictFromNeighbours(SmNeighbourMotion a, SmNeighbourMotion b, SmNeighbour
       mvp[0] = a.mv[0], mvp[1] = a.mv[1];
       return;
     }
-    if (x != 0 && c.refIdx == refIdx) {
-      mvp[0] = c.mv[0], mvp[1] = c.mv[1];
+    if (x != 0 && cIn.refIdx == refIdx) {
+      mvp[0] = cIn.mv[0], mvp[1] = cIn.mv[1];
       return;
     }
   }
-  if (!b.available && !c.available && a.available) {
-    b = c = a;
-  }
+  // Taken by reference: copies of these records, written a field at a
+  // time just before, would wait for the stores to land.
+  const bool onlyA = !bIn.available && !cIn.available && a.available;
+  const SmNeighbourMotion& b = onlyA ? a : bIn;
+  const SmNeighbourMotion& c = onlyA ? a : cIn;
   const int matches = (a.refIdx == refIdx) + (b.refIdx == refIdx) + (c.refIdx == refIdx);
   if (matches == 1) {
     const int16_t* one = a.refIdx == refIdx ? a.mv : (b.refIdx == refIdx ? b.mv : c.mv);
@@ -163,19 +170,52 @@ void PredictFromNeighbours(SmNeighbourMotion a, SmNeighbourMotion b, SmNeighbour
   mvp[1] = static_cast<int16_t>(Median(a.mv[1], b.mv[1], c.mv[1]));
 }
 
+// A, B and C (D where C is not available) of the partition at 4x4 block
+// (x, y), `width` blocks wide; get(x, y, neighbour, above) finds one as
+// GetNeighbourMotion does. A partition as wide as a frame macroblock has
+// all of them in the records `beside` it (left, above, above right, above
+// left), which give them without that search.
+template <class Get>
+void FindNeighbours(const SmMacroblockInfo* const* beside, int list, int x, int y, int width,
+                    Get&& get, SmNeighbourMotion* abc) {
+  if (beside != nullptr && x == 0 && y == 0 && width == 4) {
+    const auto read = [list](const SmMacroblockInfo* info, int bx, int by, SmNeighbourMotion& n) {
+      n.available = info != nullptr;
+      if (n.available) {
+        n.refIdx = info->refIdx[list][bx / 2 + 2 * (by / 2)];
+        if (n.refIdx >= 0) {
+          std::memcpy(n.mv, info->mv[list][bx + 4 * by], sizeof n.mv);
+        }
+      }
+    };
+    read(beside[0], 3, 0, abc[0]);
+    read(beside[1], 0, 3, abc[1]);
+    read(beside[2] != nullptr ? beside[2] : beside[3], beside[2] != nullptr ? 0 : 3, 3, abc[2]);
+    return;
+  }
+  abc[0].available = get(x - 1, y, abc[0], false);
+  abc[1].available = get(x, y - 1, abc[1], true);
+  abc[2].available = get(x + width, y - 1, abc[2], true);
+  if (!abc[2].available) {
+    abc[2].available = get(x - 1, y - 1, abc[2], true);
+  }
+}
+
 } // namespace
 
 void CmSliceDecoder::PredictMotionVector(uint32_t address, int list, int x, int y, int width,
                                          int /*height*/, int refIdx, int shape,
                                          int16_t* mvp) const {
-  SmNeighbourMotion a, b, c;
-  a.available = GetNeighbourMotion(address, list, x - 1, y, a.refIdx, a.mv);
-  b.available = GetNeighbourMotion(address, list, x, y - 1, b.refIdx, b.mv, true);
-  c.available = GetNeighbourMotion(address, list, x + width, y - 1, c.refIdx, c.mv, true);
-  if (!c.available) {
-    c.available = GetNeighbourMotion(address, list, x - 1, y - 1, c.refIdx, c.mv, true);
-  }
-  PredictFromNeighbours(a, b, c, x, y, refIdx, shape, mvp);
+  const SmMacroblockInfo* const beside[4] = {m_InterNeighbours.left, m_InterNeighbours.top,
+                                             m_InterNeighbours.topRight, m_InterNeighbours.topLeft};
+  SmNeighbourMotion abc[3];
+  FindNeighbours(
+      m_Mbaff ? nullptr : beside, list, x, y, width,
+      [&](int nx, int ny, SmNeighbourMotion& n, bool above) {
+        return GetNeighbourMotion(address, list, nx, ny, n.refIdx, n.mv, above);
+      },
+      abc);
+  PredictFromNeighbours(abc[0], abc[1], abc[2], x, y, refIdx, shape, mvp);
 }
 
 void CmSliceDecoder::SetMotion(uint32_t address, int list, int x, int y, int width, int height,
@@ -241,12 +281,23 @@ void CmSliceDecoder::StartInterMacroblock(uint32_t address, uint8_t kind) {
   mb.qp = static_cast<int8_t>(m_Qp);
   m_KnownBlocks = 0;
   if (!m_Mbaff) {
-    m_InterNeighbours = GetNeighbours(address);
+    const uint32_t width = m_Picture->GetWidthInMbs();
+    const SmMacroblockInfo* mbs = m_Picture->GetMacroblocks();
+    // The neighbours as GetNeighbours finds them, but set in place: its
+    // result, written in pointer-sized pieces and copied here in wider
+    // ones, would stall the forwarding of those stores every macroblock.
+    uint32_t x = 0, y = 0;
+    GetPosition(address, x, y);
+    const auto pick = [&](bool inside, uint32_t at) {
+      return inside && IsAvailable(mbs + at) ? mbs + at : nullptr;
+    };
+    m_InterNeighbours.left = pick(x > 0, address - 1);
+    m_InterNeighbours.top = pick(y > 0, address - width);
+    m_InterNeighbours.topRight = pick(y > 0 && x + 1 < width, address - width + 1);
+    m_InterNeighbours.topLeft = pick(y > 0 && x > 0, address - width - 1);
     // The next macroblock's record and the one above right of it, which
     // its motion prediction reads, have long left the caches: they are
     // asked for now, a macroblock ahead.
-    const uint32_t width = m_Picture->GetWidthInMbs();
-    const SmMacroblockInfo* mbs = m_Picture->GetMacroblocks();
     const size_t count = size_t{width} * m_Picture->GetHeightInMbs();
     const auto prefetch = [](const SmMacroblockInfo* record, int write) {
       const auto* bytes = reinterpret_cast<const char*>(record);
@@ -280,18 +331,21 @@ void CmSliceDecoder::DecodeSkippedMacroblock(uint32_t address) {
   // P_Skip: reference 0 and a zero vector when a neighbour above or to the
   // left is missing or stands still on reference 0, else the prediction.
   // A and B, once read, serve the prediction too.
-  SmNeighbourMotion a, b;
-  a.available = GetNeighbourMotion(address, 0, -1, 0, a.refIdx, a.mv);
-  b.available = GetNeighbourMotion(address, 0, 0, -1, b.refIdx, b.mv, true);
+  const SmMacroblockInfo* const beside[4] = {m_InterNeighbours.left, m_InterNeighbours.top,
+                                             m_InterNeighbours.topRight, m_InterNeighbours.topLeft};
+  SmNeighbourMotion abc[3];
+  FindNeighbours(
+      m_Mbaff ? nullptr : beside, 0, 0, 0, 4,
+      [&](int nx, int ny, SmNeighbourMotion& n, bool above) {
+        return GetNeighbourMotion(address, 0, nx, ny, n.refIdx, n.mv, above);
+      },
+      abc);
+  const SmNeighbourMotion& a = abc[0];
+  const SmNeighbourMotion& b = abc[1];
   int16_t mv[2] = {0, 0};
   if (a.available && b.available && !(a.refIdx == 0 && a.mv[0] == 0 && a.mv[1] == 0) &&
       !(b.refIdx == 0 && b.mv[0] == 0 && b.mv[1] == 0)) {
-    SmNeighbourMotion c;
-    c.available = GetNeighbourMotion(address, 0, 4, -1, c.refIdx, c.mv, true);
-    if (!c.available) {
-      c.available = GetNeighbourMotion(address, 0, -1, -1, c.refIdx, c.mv, true);
-    }
-    PredictFromNeighbours(a, b, c, 0, 0, 0, ShapeOther, mv);
+    PredictFromNeighbours(a, b, abc[2], 0, 0, 0, ShapeOther, mv);
   }
   SetMotion(address, 0, 0, 0, 4, 4, 0, mv);
   PredictInter(address);
@@ -433,17 +487,18 @@ bool CmSliceDecoder::PredictDirect(uint32_t address, unsigned mask) {
     int refIdx[2];
     int16_t mvp[2][2] = {};
     SmNeighbourMotion neighbours[2][3];
+    const SmMacroblockInfo* const beside[4] = {m_InterNeighbours.left, m_InterNeighbours.top,
+                                               m_InterNeighbours.topRight,
+                                               m_InterNeighbours.topLeft};
     for (int list = 0; list < 2; ++list) {
-      SmNeighbourMotion& a = neighbours[list][0];
-      SmNeighbourMotion& b = neighbours[list][1];
-      SmNeighbourMotion& c = neighbours[list][2];
-      a.available = GetNeighbourMotion(address, list, -1, 0, a.refIdx, a.mv);
-      b.available = GetNeighbourMotion(address, list, 0, -1, b.refIdx, b.mv, true);
-      c.available = GetNeighbourMotion(address, list, 4, -1, c.refIdx, c.mv, true);
-      if (!c.available) {
-        c.available = GetNeighbourMotion(address, list, -1, -1, c.refIdx, c.mv, true);
-      }
-      refIdx[list] = MinPositive(a.refIdx, MinPositive(b.refIdx, c.refIdx));
+      SmNeighbourMotion* abc = neighbours[list];
+      FindNeighbours(
+          m_Mbaff ? nullptr : beside, list, 0, 0, 4,
+          [&](int nx, int ny, SmNeighbourMotion& n, bool above) {
+            return GetNeighbourMotion(address, list, nx, ny, n.refIdx, n.mv, above);
+          },
+          abc);
+      refIdx[list] = MinPositive(abc[0].refIdx, MinPositive(abc[1].refIdx, abc[2].refIdx));
     }
     const bool zero = refIdx[0] < 0 && refIdx[1] < 0;
     if (zero) {
@@ -1039,12 +1094,111 @@ void CmSliceDecoder::PredictInter(uint32_t address) {
   }
 }
 
+namespace {
+
+// What a block's prediction reads of each list: the reference, null where
+// the list is not used, and the vector.
+struct SmBlockMotion {
+  const CmPicture* references[2];
+  const int16_t* mvs[2];
+
+  bool Both() const { return references[0] != nullptr && references[1] != nullptr; }
+  int Single() const { return references[0] != nullptr ? 0 : 1; }
+};
+
+// The weights of one plane, and whether they change the prediction at all.
+struct SmPlaneWeights {
+  int w0 = 1, w1 = 1, o0 = 0, o1 = 0, logWD = 0;
+  bool weighted = false;
+};
+
+[[gnu::always_inline]] inline void PredictLumaFrom(const SmBlockMotion& motion, int list, int px,
+                                                   int py, int width, int height, uint8_t* out,
+                                                   ptrdiff_t outStride,
+                                                   const uint8_t* other = nullptr) {
+  const CmPicture& reference = *motion.references[list];
+  const int16_t* mv = motion.mvs[list];
+  // A reference decoding beside this picture: its lines that the
+  // interpolation reads, and the chroma lines beside them, which are
+  // predicted after the luma, must be final.
+  reference.WaitForLine(py + (mv[1] >> 2) + height + 3);
+  PredictLuma(reference, px, py, mv[0], mv[1], width, height, out, outStride, other, width);
+}
+
+[[gnu::always_inline]] inline void
+PredictChromaFrom(const SmBlockMotion& motion, int list, int parity, int px, int py, int width,
+                  int height, uint8_t* outCb, uint8_t* outCr, ptrdiff_t outStride,
+                  const uint8_t* otherCb = nullptr, const uint8_t* otherCr = nullptr) {
+  const CmPicture& reference = *motion.references[list];
+  const int16_t* mv = motion.mvs[list];
+  // A field's chroma lies a quarter sample lower in a bottom field than in
+  // a top one: between fields of opposite parity the vector shifts.
+  const int shift =
+      parity >= 0 && reference.GetParity() >= 0 ? 2 * (parity - reference.GetParity()) : 0;
+  PredictChromaPair(reference, px, py, mv[0], mv[1] + shift, width, height, outCb, outCr, outStride,
+                    otherCb, otherCr, width);
+}
+
+// Luma without weights: one list straight into the picture, or the first
+// list beside it and the second averaged with it on the way in. The
+// picture's lines are new to the cache here, and reading them back would
+// wait for their way from memory.
+[[gnu::always_inline]] inline void PredictPlainLuma(const SmBlockMotion& motion, int px, int py,
+                                                    int width, int height, uint8_t* dst,
+                                                    ptrdiff_t stride) {
+  if (!motion.Both()) {
+    PredictLumaFrom(motion, motion.Single(), px, py, width, height, dst, stride);
+    return;
+  }
+  uint8_t first[16 * 16];
+  PredictLumaFrom(motion, 0, px, py, width, height, first, width);
+  PredictLumaFrom(motion, 1, px, py, width, height, dst, stride, first);
+}
+
+// Both chroma planes without weights, as PredictPlainLuma.
+[[gnu::always_inline]] inline void PredictPlainChroma(const SmBlockMotion& motion, int parity,
+                                                      int px, int py, int width, int height,
+                                                      uint8_t* const* dsts, ptrdiff_t stride) {
+  if (!motion.Both()) {
+    PredictChromaFrom(motion, motion.Single(), parity, px, py, width, height, dsts[0], dsts[1],
+                      stride);
+    return;
+  }
+  uint8_t first[2][8 * 8];
+  PredictChromaFrom(motion, 0, parity, px, py, width, height, first[0], first[1], width);
+  PredictChromaFrom(motion, 1, parity, px, py, width, height, dsts[0], dsts[1], stride, first[0],
+                    first[1]);
+}
+
+// The final samples of one plane from the predictions of the lists used
+// (each `width` a row), weighted as q says.
+void CombinePredictions(const SmBlockMotion& motion, const uint8_t* first, const uint8_t* second,
+                        const SmPlaneWeights& q, uint8_t* dst, ptrdiff_t stride, int width,
+                        int height) {
+  const int single = motion.Single();
+  const uint8_t* one = single == 0 ? first : second;
+  if (motion.Both() && q.weighted) {
+    NmPrimitives::H264WeightBi(first, width, second, width, dst, stride, width, height, q.logWD,
+                               q.w0, q.w1, (q.o0 + q.o1 + 1) >> 1);
+  } else if (motion.Both()) {
+    NmPrimitives::H264Average(first, width, second, width, dst, stride, width, height);
+  } else if (q.weighted) {
+    NmPrimitives::H264Weight(one, width, dst, stride, width, height, q.logWD,
+                             single == 0 ? q.w0 : q.w1, single == 0 ? q.o0 : q.o1);
+  } else {
+    for (int j = 0; j < height; ++j) {
+      std::memcpy(dst + j * stride, one + j * width, static_cast<size_t>(width));
+    }
+  }
+}
+
+} // namespace
+
 void CmSliceDecoder::PredictBlock(uint32_t address, int mbx, int mby, int bx, int by, int width,
                                   int height) {
   const SmMacroblockInfo& mb = m_Picture->GetMacroblocks()[address];
   const int b8 = bx / 2 + 2 * (by / 2);
   const int refs[2] = {mb.refIdx[0][b8], mb.refIdx[1][b8]};
-  const bool both = refs[0] >= 0 && refs[1] >= 0;
   // Whether the weights, if any, leave the prediction as it is: decided
   // from the tables of the slice, without deriving a weight.
   bool plain = true;
@@ -1052,7 +1206,7 @@ void CmSliceDecoder::PredictBlock(uint32_t address, int mbx, int mby, int bx, in
     const int shift = m_MbField ? 1 : 0;
     plain = (refs[0] < 0 || m_UnitWeight[0][refs[0] >> shift]) &&
             (refs[1] < 0 || m_UnitWeight[1][refs[1] >> shift]);
-  } else if (m_Weighting == WeightImplicit && both) {
+  } else if (m_Weighting == WeightImplicit && refs[0] >= 0 && refs[1] >= 0) {
     int w0 = 0, w1 = 0;
     GetImplicitWeights(refs[0], refs[1], w0, w1);
     plain = w0 == 32 && w1 == 32;
@@ -1061,61 +1215,19 @@ void CmSliceDecoder::PredictBlock(uint32_t address, int mbx, int mby, int bx, in
     PredictWeightedBlock(address, mbx, mby, bx, by, width, height);
     return;
   }
-  const CmPicture* references[2] = {GetReference(0, refs[0]), GetReference(1, refs[1])};
-  const int16_t* mvs[2] = {mb.mv[0][bx + 4 * by], mb.mv[1][bx + 4 * by]};
-  const int single = refs[0] >= 0 ? 0 : 1;
-  {
-    const int px = mbx + 4 * bx, py = mby + 4 * by;
-    const ptrdiff_t stride = GetMbStride(0);
-    uint8_t* dst = GetSamples(address, 0) + 4 * by * stride + 4 * bx;
-    const auto predict = [&](int list, uint8_t* out, ptrdiff_t outStride) {
-      const CmPicture& reference = *references[list];
-      // A reference decoding beside this picture: its lines that the
-      // interpolation reads, and the chroma lines beside them, which are
-      // predicted after the luma, must be final.
-      reference.WaitForLine(py + (mvs[list][1] >> 2) + height + 3);
-      PredictLuma(reference, px, py, mvs[list][0], mvs[list][1], width, height, out, outStride);
-    };
-    if (!both) {
-      predict(single, dst, stride);
-    } else {
-      // Both lists beside the picture and only the average into it: the
-      // picture's lines are new to the cache here, and reading them back
-      // would wait for their way from memory.
-      uint8_t first[16 * 16], second[16 * 16];
-      predict(0, first, width);
-      predict(1, second, width);
-      NmPrimitives::H264Average(first, width, second, width, dst, stride, width, height);
-    }
-  }
+  const SmBlockMotion motion = {{GetReference(0, refs[0]), GetReference(1, refs[1])},
+                                {mb.mv[0][bx + 4 * by], mb.mv[1][bx + 4 * by]}};
+  const ptrdiff_t stride = GetMbStride(0);
+  PredictPlainLuma(motion, mbx + 4 * bx, mby + 4 * by, width, height,
+                   GetSamples(address, 0) + 4 * by * stride + 4 * bx, stride);
   if (m_Sps->GetChromaArrayType() != 1) {
     return;
   }
-  const int w = width / 2, h = height / 2;
-  const int px = mbx / 2 + 2 * bx, py = mby / 2 + 2 * by;
-  const ptrdiff_t stride = GetMbStride(1);
-  uint8_t* const dsts[2] = {GetSamples(address, 1) + 2 * by * stride + 2 * bx,
-                            GetSamples(address, 2) + 2 * by * stride + 2 * bx};
-  const int parity = GetCurrentParity();
-  const auto predict = [&](int list, uint8_t* outCb, uint8_t* outCr, ptrdiff_t outStride) {
-    const CmPicture& reference = *references[list];
-    // A field's chroma lies a quarter sample lower in a bottom field than
-    // in a top one: between fields of opposite parity the vector shifts.
-    const int shift =
-        parity >= 0 && reference.GetParity() >= 0 ? 2 * (parity - reference.GetParity()) : 0;
-    PredictChromaPair(reference, px, py, mvs[list][0], mvs[list][1] + shift, w, h, outCb, outCr,
-                      outStride);
-  };
-  if (!both) {
-    predict(single, dsts[0], dsts[1], stride);
-    return;
-  }
-  uint8_t first[2][8 * 8], second[2][8 * 8];
-  predict(0, first[0], first[1], w);
-  predict(1, second[0], second[1], w);
-  for (int plane = 0; plane < 2; ++plane) {
-    NmPrimitives::H264Average(first[plane], w, second[plane], w, dsts[plane], stride, w, h);
-  }
+  const ptrdiff_t chromaStride = GetMbStride(1);
+  const ptrdiff_t offset = 2 * by * chromaStride + 2 * bx;
+  uint8_t* const dsts[2] = {GetSamples(address, 1) + offset, GetSamples(address, 2) + offset};
+  PredictPlainChroma(motion, GetCurrentParity(), mbx / 2 + 2 * bx, mby / 2 + 2 * by, width / 2,
+                     height / 2, dsts, chromaStride);
 }
 
 void CmSliceDecoder::PredictWeightedBlock(uint32_t address, int mbx, int mby, int bx, int by,
@@ -1123,130 +1235,60 @@ void CmSliceDecoder::PredictWeightedBlock(uint32_t address, int mbx, int mby, in
   const SmMacroblockInfo& mb = m_Picture->GetMacroblocks()[address];
   const int b8 = bx / 2 + 2 * (by / 2);
   const int refs[2] = {mb.refIdx[0][b8], mb.refIdx[1][b8]};
-  const int planes = m_Sps->GetChromaArrayType() == 1 ? 3 : 1;
-  // Implicit weights are those of luma for chroma too, and cost a division:
-  // they are derived once per block.
-  const bool implicit = m_Header->sliceType == SliceB && m_Pps->weightedBipredIdc == 2;
-  int w0 = 1, w1 = 1, o0 = 0, o1 = 0, logWD = 0;
-  bool weighted = false;
-  for (int c = 0; c < planes; ++c) {
-    const int w = c == 0 ? width : width / 2, h = c == 0 ? height : height / 2;
-    const int px = c == 0 ? mbx + 4 * bx : mbx / 2 + 2 * bx;
-    const int py = c == 0 ? mby + 4 * by : mby / 2 + 2 * by;
-    const ptrdiff_t stride = GetMbStride(c);
-    uint8_t* dst =
-        GetSamples(address, c) + (c == 0 ? 4 * by * stride + 4 * bx : 2 * by * stride + 2 * bx);
-    if (c == 0 || !implicit) {
-      GetWeights(refs[0], refs[1], c, w0, w1, o0, o1, logWD, weighted);
-      weighted = weighted && !IsUnitWeight(refs, w0, w1, o0, o1, logWD);
-    }
-    const bool both = refs[0] >= 0 && refs[1] >= 0;
-    // A field's chroma lies a quarter sample lower in a bottom field than in
-    // a top one: between fields of opposite parity the vector shifts.
-    const auto parityShift = [this](const CmPicture& reference) {
-      const int parity = GetCurrentParity();
-      return parity >= 0 && reference.GetParity() >= 0 ? 2 * (parity - reference.GetParity()) : 0;
-    };
-    if (c == 1 && planes == 3) {
-      // Both chroma planes through one kernel call each list; weighted, if
-      // at all, plane by plane (explicit weights may differ between them).
-      uint8_t* const dsts[2] = {dst, GetSamples(address, 2) + 2 * by * stride + 2 * bx};
-      struct SmWeights {
-        int w0, w1, o0, o1, logWD;
-        bool weighted;
-      } weights[2] = {{w0, w1, o0, o1, logWD, weighted}, {w0, w1, o0, o1, logWD, weighted}};
-      if (!implicit) {
-        SmWeights& cr = weights[1];
-        GetWeights(refs[0], refs[1], 2, cr.w0, cr.w1, cr.o0, cr.o1, cr.logWD, cr.weighted);
-        cr.weighted = cr.weighted && !IsUnitWeight(refs, cr.w0, cr.w1, cr.o0, cr.o1, cr.logWD);
-      }
-      const auto predictBoth = [&](int list, uint8_t* outCb, uint8_t* outCr, ptrdiff_t outStride) {
-        const CmPicture& reference = *GetReference(list, refs[list]);
-        const int16_t* mv = mb.mv[list][bx + 4 * by];
-        PredictChromaPair(reference, px, py, mv[0], mv[1] + parityShift(reference), w, h, outCb,
-                          outCr, outStride);
-      };
-      const int single = refs[0] >= 0 ? 0 : 1;
-      if (!weights[0].weighted && !weights[1].weighted) {
-        if (!both) {
-          predictBoth(single, dsts[0], dsts[1], stride);
-          return;
-        }
-        // Both lists beside the picture and only the average into it: the
-        // picture's lines are new to the cache here, and reading them back
-        // would wait for their way from memory.
-        uint8_t first[2][8 * 8], second[2][8 * 8];
-        predictBoth(0, first[0], first[1], w);
-        predictBoth(1, second[0], second[1], w);
-        for (int plane = 0; plane < 2; ++plane) {
-          NmPrimitives::H264Average(first[plane], w, second[plane], w, dsts[plane], stride, w, h);
-        }
-        return;
-      }
-      uint8_t predictions[2][2][8 * 8]; // list, plane
-      for (int list = 0; list < 2; ++list) {
-        if (refs[list] >= 0) {
-          predictBoth(list, predictions[list][0], predictions[list][1], w);
-        }
-      }
-      for (int plane = 0; plane < 2; ++plane) {
-        const SmWeights& q = weights[plane];
-        uint8_t* out = dsts[plane];
-        if (both && q.weighted) {
-          NmPrimitives::H264WeightBi(predictions[0][plane], w, predictions[1][plane], w, out,
-                                     stride, w, h, q.logWD, q.w0, q.w1, (q.o0 + q.o1 + 1) >> 1);
-        } else if (both) {
-          NmPrimitives::H264Average(predictions[0][plane], w, predictions[1][plane], w, out, stride,
-                                    w, h);
-        } else if (q.weighted) {
-          NmPrimitives::H264Weight(predictions[single][plane], w, out, stride, w, h, q.logWD,
-                                   single == 0 ? q.w0 : q.w1, single == 0 ? q.o0 : q.o1);
-        } else {
-          for (int j = 0; j < h; ++j) {
-            std::memcpy(out + j * stride, predictions[single][plane] + j * w,
-                        static_cast<size_t>(w));
-          }
-        }
-      }
-      return;
-    }
-    // Luma: chroma returned above.
-    const auto predict = [&](int list, uint8_t* out, ptrdiff_t outStride) {
-      const CmPicture& reference = *GetReference(list, refs[list]);
-      const int16_t* mv = mb.mv[list][bx + 4 * by];
-      // A reference decoding beside this picture: its lines that the
-      // interpolation reads, and the chroma lines beside them, which are
-      // predicted after the luma, must be final.
-      reference.WaitForLine(py + (mv[1] >> 2) + h + 3);
-      PredictLuma(reference, px, py, mv[0], mv[1], w, h, out, outStride);
-    };
-    if (!both && !weighted) {
-      // The common case: one list, no weights; straight into the picture.
-      predict(refs[0] >= 0 ? 0 : 1, dst, stride);
-      continue;
-    }
-    if (both && !weighted) {
-      // Both lists beside the picture, as for chroma.
-      uint8_t first[16 * 16], second[16 * 16];
-      predict(0, first, w);
-      predict(1, second, w);
-      NmPrimitives::H264Average(first, w, second, w, dst, stride, w, h);
-      continue;
-    }
+  const SmBlockMotion motion = {{GetReference(0, refs[0]), GetReference(1, refs[1])},
+                                {mb.mv[0][bx + 4 * by], mb.mv[1][bx + 4 * by]}};
+  const auto weightsOf = [&](int component) {
+    SmPlaneWeights q;
+    GetWeights(refs[0], refs[1], component, q.w0, q.w1, q.o0, q.o1, q.logWD, q.weighted);
+    q.weighted = q.weighted && !IsUnitWeight(refs, q.w0, q.w1, q.o0, q.o1, q.logWD);
+    return q;
+  };
+  // A plane whose weights leave it as it is takes the plain prediction.
+  const SmPlaneWeights luma = weightsOf(0);
+  const int px = mbx + 4 * bx, py = mby + 4 * by;
+  const ptrdiff_t stride = GetMbStride(0);
+  uint8_t* dst = GetSamples(address, 0) + 4 * by * stride + 4 * bx;
+  if (luma.weighted) {
     uint8_t predictions[2][16 * 16];
     for (int list = 0; list < 2; ++list) {
       if (refs[list] >= 0) {
-        predict(list, predictions[list], w);
+        PredictLumaFrom(motion, list, px, py, width, height, predictions[list], width);
       }
     }
-    if (both) {
-      NmPrimitives::H264WeightBi(predictions[0], w, predictions[1], w, dst, stride, w, h, logWD, w0,
-                                 w1, (o0 + o1 + 1) >> 1);
-    } else {
-      const bool first = refs[0] >= 0;
-      NmPrimitives::H264Weight(predictions[first ? 0 : 1], w, dst, stride, w, h, logWD,
-                               first ? w0 : w1, first ? o0 : o1);
+    CombinePredictions(motion, predictions[0], predictions[1], luma, dst, stride, width, height);
+  } else {
+    PredictPlainLuma(motion, px, py, width, height, dst, stride);
+  }
+  if (m_Sps->GetChromaArrayType() != 1) {
+    return;
+  }
+  // Implicit weights are those of luma for chroma too, and cost a division:
+  // they are derived once per block. Explicit ones may differ between the
+  // planes.
+  const bool implicit = m_Header->sliceType == SliceB && m_Pps->weightedBipredIdc == 2;
+  const SmPlaneWeights chroma[2] = {implicit ? luma : weightsOf(1), implicit ? luma : weightsOf(2)};
+  const int w = width / 2, h = height / 2;
+  const int cx = mbx / 2 + 2 * bx, cy = mby / 2 + 2 * by;
+  const ptrdiff_t chromaStride = GetMbStride(1);
+  const ptrdiff_t offset = 2 * by * chromaStride + 2 * bx;
+  uint8_t* const dsts[2] = {GetSamples(address, 1) + offset, GetSamples(address, 2) + offset};
+  const int parity = GetCurrentParity();
+  if (!chroma[0].weighted && !chroma[1].weighted) {
+    PredictPlainChroma(motion, parity, cx, cy, w, h, dsts, chromaStride);
+    return;
+  }
+  // Both planes through one kernel call each list, then weighted plane by
+  // plane.
+  uint8_t predictions[2][2][8 * 8]; // list, plane
+  for (int list = 0; list < 2; ++list) {
+    if (refs[list] >= 0) {
+      PredictChromaFrom(motion, list, parity, cx, cy, w, h, predictions[list][0],
+                        predictions[list][1], w);
     }
+  }
+  for (int plane = 0; plane < 2; ++plane) {
+    CombinePredictions(motion, predictions[0][plane], predictions[1][plane], chroma[plane],
+                       dsts[plane], chromaStride, w, h);
   }
 }
 

@@ -13,17 +13,21 @@ constexpr int MostBlock = 16;
 // The samples a luma block's filters read around it: two before, three after.
 constexpr int Span = MostBlock + 5;
 
-// Where the block's samples, with the filters' margins, can be read: in the
-// plane itself when they fall inside its border (edges repeated there after
-// decoding), else from a copy with the edges repeated per sample.
-const uint8_t* GetSource(const uint8_t* plane, ptrdiff_t stride, int pictureWidth,
-                         int pictureHeight, int border, int x0, int y0, int width, int height,
-                         uint8_t* copy, ptrdiff_t& sourceStride) {
-  if (x0 - 2 >= -border && y0 - 2 >= -border && x0 + width + 3 <= pictureWidth + border &&
-      y0 + height + 3 <= pictureHeight + border) {
-    sourceStride = stride;
-    return plane + y0 * stride + x0;
-  }
+// Whether the block's samples, with the filters' margins, fall inside the
+// plane's border (edges repeated there after decoding), where they are read
+// in place.
+bool IsInside(int pictureWidth, int pictureHeight, int border, int x0, int y0, int width,
+              int height) {
+  return x0 - 2 >= -border && y0 - 2 >= -border && x0 + width + 3 <= pictureWidth + border &&
+         y0 + height + 3 <= pictureHeight + border;
+}
+
+// Else they come from a copy with the edges repeated per sample: rare, and
+// kept out of the way of the common path.
+[[gnu::noinline, gnu::cold]] const uint8_t* CopyWithEdges(const uint8_t* plane, ptrdiff_t stride,
+                                                          int pictureWidth, int pictureHeight,
+                                                          int x0, int y0, int width, int height,
+                                                          uint8_t* copy) {
   for (int j = -2; j < height + 3; ++j) {
     const int sy = std::clamp(y0 + j, 0, pictureHeight - 1);
     for (int i = -2; i < width + 3; ++i) {
@@ -31,63 +35,92 @@ const uint8_t* GetSource(const uint8_t* plane, ptrdiff_t stride, int pictureWidt
       copy[(j + 2) * Span + i + 2] = plane[sy * stride + sx];
     }
   }
-  sourceStride = Span;
   return copy + 2 * Span + 2;
 }
 
 } // namespace
 
 void PredictLuma(const CmPicture& reference, int x, int y, int mvx, int mvy, int width, int height,
-                 uint8_t* dst, ptrdiff_t dstStride) {
+                 uint8_t* dst, ptrdiff_t dstStride, const uint8_t* other, ptrdiff_t otherStride) {
   const int x0 = x + (mvx >> 2), y0 = y + (mvy >> 2);
+  const uint8_t* plane = reference.GetPlane(0);
+  const ptrdiff_t stride = reference.GetStride(0);
+  const int pictureWidth = static_cast<int>(reference.GetWidthInMbs() * 16);
+  const int pictureHeight = static_cast<int>(reference.GetHeightInMbs() * 16);
   uint8_t copy[Span * Span];
-  ptrdiff_t s = 0;
-  const uint8_t* src = GetSource(reference.GetPlane(0), reference.GetStride(0),
-                                 static_cast<int>(reference.GetWidthInMbs() * 16),
-                                 static_cast<int>(reference.GetHeightInMbs() * 16),
-                                 CmPicture::LumaBorder, x0, y0, width, height, copy, s);
-  NmPrimitives::H264InterpolateLuma(src, s, dst, dstStride, width, height, mvx & 3, mvy & 3);
+  const bool inside =
+      IsInside(pictureWidth, pictureHeight, CmPicture::LumaBorder, x0, y0, width, height);
+  const uint8_t* src = inside ? plane + y0 * stride + x0
+                              : CopyWithEdges(plane, stride, pictureWidth, pictureHeight, x0, y0,
+                                              width, height, copy);
+  const ptrdiff_t s = inside ? stride : Span;
+  if (other != nullptr) {
+    NmPrimitives::H264InterpolateLumaAverage(src, s, other, otherStride, dst, dstStride, width,
+                                             height, mvx & 3, mvy & 3);
+  } else {
+    NmPrimitives::H264InterpolateLuma(src, s, dst, dstStride, width, height, mvx & 3, mvy & 3);
+  }
 }
 
 void PredictChromaPair(const CmPicture& reference, int x, int y, int mvx, int mvy, int width,
-                       int height, uint8_t* dstCb, uint8_t* dstCr, ptrdiff_t dstStride) {
+                       int height, uint8_t* dstCb, uint8_t* dstCr, ptrdiff_t dstStride,
+                       const uint8_t* otherCb, const uint8_t* otherCr, ptrdiff_t otherStride) {
   const int x0 = x + (mvx >> 3), y0 = y + (mvy >> 3);
   const int pictureWidth = static_cast<int>(reference.GetWidthInMbs() * 8);
   const int pictureHeight = static_cast<int>(reference.GetHeightInMbs() * 8);
   // Both planes have the same size and stride, so both are read in place
   // or both from edge-extended copies.
   uint8_t copies[2][Span * Span];
-  ptrdiff_t s = 0;
-  const uint8_t* cb =
-      GetSource(reference.GetPlane(1), reference.GetStride(1), pictureWidth, pictureHeight,
-                CmPicture::LumaBorder / 2, x0, y0, width, height, copies[0], s);
-  const uint8_t* cr =
-      GetSource(reference.GetPlane(2), reference.GetStride(2), pictureWidth, pictureHeight,
-                CmPicture::LumaBorder / 2, x0, y0, width, height, copies[1], s);
-  NmPrimitives::H264InterpolateChromaPair(cb, cr, s, dstCb, dstCr, dstStride, width, height,
-                                          mvx & 7, mvy & 7);
+  const uint8_t* cb = reference.GetPlane(1);
+  const uint8_t* cr = reference.GetPlane(2);
+  const ptrdiff_t stride = reference.GetStride(1);
+  const bool inside =
+      IsInside(pictureWidth, pictureHeight, CmPicture::LumaBorder / 2, x0, y0, width, height);
+  if (inside) {
+    cb += y0 * stride + x0;
+    cr += y0 * stride + x0;
+  } else {
+    cb = CopyWithEdges(cb, stride, pictureWidth, pictureHeight, x0, y0, width, height, copies[0]);
+    cr = CopyWithEdges(cr, stride, pictureWidth, pictureHeight, x0, y0, width, height, copies[1]);
+  }
+  const ptrdiff_t s = inside ? stride : Span;
+  if (otherCb != nullptr) {
+    NmPrimitives::H264InterpolateChromaPairAverage(cb, cr, s, otherCb, otherCr, otherStride, dstCb,
+                                                   dstCr, dstStride, width, height, mvx & 7,
+                                                   mvy & 7);
+  } else {
+    NmPrimitives::H264InterpolateChromaPair(cb, cr, s, dstCb, dstCr, dstStride, width, height,
+                                            mvx & 7, mvy & 7);
+  }
 }
 
 void PrefetchAhead(const CmPicture& reference, int x, int y, int mvx, int mvy) {
-  // Four rows of luma and two of each chroma plane, 64 samples to the right
-  // and a quarter of a macroblock lower for each step along the row, so that
-  // four neighbouring macroblocks moving alike warm all the rows the one
-  // four places on will read.
+  // Four neighbouring macroblocks moving alike share the rows that the four
+  // after them will read, the filters' margins included: each asks for a
+  // quarter of those rows, at both ends of the 64 samples (32 of chroma)
+  // the four read, which span two cache lines as often as one.
   const int step = (x / 16) & 3;
   for (int component = 0; component < 3; ++component) {
     const int shift = component == 0 ? 0 : 1;
     const int border = CmPicture::LumaBorder >> shift;
     const int planeWidth = static_cast<int>(reference.GetWidthInMbs() * 16) >> shift;
     const int planeHeight = static_cast<int>(reference.GetHeightInMbs() * 16) >> shift;
-    const int px =
-        std::clamp((x >> shift) + (mvx >> (2 + shift)) + 64, -border, planeWidth + border - 1);
-    const int rows = component == 0 ? 4 : 2;
-    const int py = (y >> shift) + (mvy >> (2 + shift)) + step * rows;
-    const uint8_t* plane = reference.GetPlane(component);
+    const int group = ((x & ~63) + 64) >> shift;
+    const int first = group + (mvx >> (2 + shift)) - (component == 0 ? 2 : 0);
+    const int last = first + (64 >> shift) + (component == 0 ? 4 : 0);
+    const int left = std::clamp(first, -border, planeWidth + border - 1);
+    const int right = std::clamp(last, -border, planeWidth + border - 1);
+    const int rows = component == 0 ? 6 : 3;
+    // Near the top or bottom the rows move inside the plane as a whole:
+    // asking for a few others there costs less than a clamp per row.
+    const int top =
+        std::clamp((y >> shift) + (mvy >> (2 + shift)) + step * rows - (component == 0 ? 2 : 0),
+                   -border, planeHeight + border - rows);
     const ptrdiff_t stride = reference.GetStride(component);
-    for (int j = 0; j < rows; ++j) {
-      __builtin_prefetch(plane + std::clamp(py + j, -border, planeHeight + border - 1) * stride +
-                         px);
+    const uint8_t* line = reference.GetPlane(component) + top * stride;
+    for (int j = 0; j < rows; ++j, line += stride) {
+      __builtin_prefetch(line + left);
+      __builtin_prefetch(line + right);
     }
     if (reference.IsMonochrome()) {
       return;
@@ -99,16 +132,17 @@ void PrefetchForWriting(const CmPicture& picture, int x, int y) {
   // A prediction's stores to lines not yet in the cache wait there for
   // them, and once enough wait, every later store does too. As in
   // PrefetchAhead, four neighbouring macroblocks each take a quarter of the
-  // rows, 64 samples ahead: luma four macroblocks on, chroma eight.
+  // rows of the four after them, at both ends of the samples those fill.
   const int step = (x / 16) & 3;
   for (int component = 0; component < (picture.IsMonochrome() ? 1 : 3); ++component) {
     const int shift = component == 0 ? 0 : 1;
     const int rows = component == 0 ? 4 : 2;
     const ptrdiff_t stride = picture.GetStride(component);
-    const uint8_t* start =
-        picture.GetPlane(component) + ((y >> shift) + step * rows) * stride + (x >> shift) + 64;
-    for (int j = 0; j < rows; ++j) {
-      __builtin_prefetch(start + j * stride, 1);
+    const uint8_t* line = picture.GetPlane(component) + ((y >> shift) + step * rows) * stride +
+                          (((x & ~63) + 64) >> shift);
+    for (int j = 0; j < rows; ++j, line += stride) {
+      __builtin_prefetch(line, 1);
+      __builtin_prefetch(line + (63 >> shift), 1);
     }
   }
 }

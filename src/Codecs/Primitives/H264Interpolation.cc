@@ -91,9 +91,12 @@ template <int Width, SmPlane Kind> struct SmSource {
   }
 };
 
-// The block from plane A at (offset column, offset row) averaged with plane B.
-template <int Width, SmPlane A, int ColumnA, int RowA, SmPlane B, int ColumnB, int RowB>
-void Combine(const uint8_t* src, ptrdiff_t s, uint8_t* dst, ptrdiff_t dstStride, int height) {
+// The block from plane A at (offset column, offset row) averaged with plane B,
+// and with the block at `other` too where Average is set.
+template <int Width, bool Average, SmPlane A, int ColumnA, int RowA, SmPlane B, int ColumnB,
+          int RowB>
+void Combine(const uint8_t* src, ptrdiff_t s, const uint8_t* other, ptrdiff_t otherStride,
+             uint8_t* dst, ptrdiff_t dstStride, int height) {
   HWY_ALIGN uint8_t centre[MostBlock * MostBlock];
   if constexpr (A == Centre || B == Centre) {
     ComputeCentre<Width>(src, s, height, centre);
@@ -108,63 +111,98 @@ void Combine(const uint8_t* src, ptrdiff_t s, uint8_t* dst, ptrdiff_t dstStride,
         value = hn::AverageRound(
             value, SmSource<Width, B>::Get(src + ColumnB + RowB * s, s, centre, j, x));
       }
+      if constexpr (Average) {
+        value = hn::AverageRound(value, hn::LoadU(d8, other + j * otherStride + x));
+      }
       hn::StoreU(value, d8, dst + j * dstStride + x);
     }
   }
 }
 
-template <int Width>
-void InterpolateLuma(const uint8_t* src, ptrdiff_t s, uint8_t* dst, ptrdiff_t dstStride, int height,
-                     int position) {
+template <int Width, bool Average>
+void InterpolateLuma(const uint8_t* src, ptrdiff_t s, const uint8_t* other, ptrdiff_t otherStride,
+                     uint8_t* dst, ptrdiff_t dstStride, int height, int position) {
   switch (position) {
   case 0:
+    if constexpr (Average) {
+      return Combine<Width, true, Whole, 0, 0, Nothing, 0, 0>(src, s, other, otherStride, dst,
+                                                              dstStride, height);
+    }
     for (int j = 0; j < height; ++j) {
       std::memcpy(dst + j * dstStride, src + j * s, Width);
     }
     return;
   case 1:
-    return Combine<Width, Whole, 0, 0, Horizontal, 0, 0>(src, s, dst, dstStride, height);
+    return Combine<Width, Average, Whole, 0, 0, Horizontal, 0, 0>(src, s, other, otherStride, dst,
+                                                                  dstStride, height);
   case 2:
-    return Combine<Width, Horizontal, 0, 0, Nothing, 0, 0>(src, s, dst, dstStride, height);
+    return Combine<Width, Average, Horizontal, 0, 0, Nothing, 0, 0>(src, s, other, otherStride, dst,
+                                                                    dstStride, height);
   case 3:
-    return Combine<Width, Whole, 1, 0, Horizontal, 0, 0>(src, s, dst, dstStride, height);
+    return Combine<Width, Average, Whole, 1, 0, Horizontal, 0, 0>(src, s, other, otherStride, dst,
+                                                                  dstStride, height);
   case 4:
-    return Combine<Width, Whole, 0, 0, Vertical, 0, 0>(src, s, dst, dstStride, height);
+    return Combine<Width, Average, Whole, 0, 0, Vertical, 0, 0>(src, s, other, otherStride, dst,
+                                                                dstStride, height);
   case 5:
-    return Combine<Width, Horizontal, 0, 0, Vertical, 0, 0>(src, s, dst, dstStride, height);
+    return Combine<Width, Average, Horizontal, 0, 0, Vertical, 0, 0>(src, s, other, otherStride,
+                                                                     dst, dstStride, height);
   case 6:
-    return Combine<Width, Horizontal, 0, 0, Centre, 0, 0>(src, s, dst, dstStride, height);
+    return Combine<Width, Average, Horizontal, 0, 0, Centre, 0, 0>(src, s, other, otherStride, dst,
+                                                                   dstStride, height);
   case 7:
-    return Combine<Width, Horizontal, 0, 0, Vertical, 1, 0>(src, s, dst, dstStride, height);
+    return Combine<Width, Average, Horizontal, 0, 0, Vertical, 1, 0>(src, s, other, otherStride,
+                                                                     dst, dstStride, height);
   case 8:
-    return Combine<Width, Vertical, 0, 0, Nothing, 0, 0>(src, s, dst, dstStride, height);
+    return Combine<Width, Average, Vertical, 0, 0, Nothing, 0, 0>(src, s, other, otherStride, dst,
+                                                                  dstStride, height);
   case 9:
-    return Combine<Width, Vertical, 0, 0, Centre, 0, 0>(src, s, dst, dstStride, height);
+    return Combine<Width, Average, Vertical, 0, 0, Centre, 0, 0>(src, s, other, otherStride, dst,
+                                                                 dstStride, height);
   case 10:
-    return Combine<Width, Centre, 0, 0, Nothing, 0, 0>(src, s, dst, dstStride, height);
+    return Combine<Width, Average, Centre, 0, 0, Nothing, 0, 0>(src, s, other, otherStride, dst,
+                                                                dstStride, height);
   case 11:
-    return Combine<Width, Centre, 0, 0, Vertical, 1, 0>(src, s, dst, dstStride, height);
+    return Combine<Width, Average, Centre, 0, 0, Vertical, 1, 0>(src, s, other, otherStride, dst,
+                                                                 dstStride, height);
   case 12:
-    return Combine<Width, Whole, 0, 1, Vertical, 0, 0>(src, s, dst, dstStride, height);
+    return Combine<Width, Average, Whole, 0, 1, Vertical, 0, 0>(src, s, other, otherStride, dst,
+                                                                dstStride, height);
   case 13:
-    return Combine<Width, Vertical, 0, 0, Horizontal, 0, 1>(src, s, dst, dstStride, height);
+    return Combine<Width, Average, Vertical, 0, 0, Horizontal, 0, 1>(src, s, other, otherStride,
+                                                                     dst, dstStride, height);
   case 14:
-    return Combine<Width, Centre, 0, 0, Horizontal, 0, 1>(src, s, dst, dstStride, height);
+    return Combine<Width, Average, Centre, 0, 0, Horizontal, 0, 1>(src, s, other, otherStride, dst,
+                                                                   dstStride, height);
   default:
-    return Combine<Width, Vertical, 1, 0, Horizontal, 0, 1>(src, s, dst, dstStride, height);
+    return Combine<Width, Average, Vertical, 1, 0, Horizontal, 0, 1>(src, s, other, otherStride,
+                                                                     dst, dstStride, height);
+  }
+}
+
+template <bool Average>
+void InterpolateLumaOfWidth(const uint8_t* src, ptrdiff_t s, const uint8_t* other,
+                            ptrdiff_t otherStride, uint8_t* dst, ptrdiff_t dstStride, int width,
+                            int height, int dx, int dy) {
+  const int position = dy * 4 + dx;
+  if (width == 16) {
+    InterpolateLuma<16, Average>(src, s, other, otherStride, dst, dstStride, height, position);
+  } else if (width == 8) {
+    InterpolateLuma<8, Average>(src, s, other, otherStride, dst, dstStride, height, position);
+  } else {
+    InterpolateLuma<4, Average>(src, s, other, otherStride, dst, dstStride, height, position);
   }
 }
 
 void InterpolateLumaImpl(const uint8_t* src, ptrdiff_t s, uint8_t* dst, ptrdiff_t dstStride,
                          int width, int height, int dx, int dy) {
-  const int position = dy * 4 + dx;
-  if (width == 16) {
-    InterpolateLuma<16>(src, s, dst, dstStride, height, position);
-  } else if (width == 8) {
-    InterpolateLuma<8>(src, s, dst, dstStride, height, position);
-  } else {
-    InterpolateLuma<4>(src, s, dst, dstStride, height, position);
-  }
+  InterpolateLumaOfWidth<false>(src, s, nullptr, 0, dst, dstStride, width, height, dx, dy);
+}
+
+void InterpolateLumaAverageImpl(const uint8_t* src, ptrdiff_t s, const uint8_t* other,
+                                ptrdiff_t otherStride, uint8_t* dst, ptrdiff_t dstStride, int width,
+                                int height, int dx, int dy) {
+  InterpolateLumaOfWidth<true>(src, s, other, otherStride, dst, dstStride, width, height, dx, dy);
 }
 
 template <int Width>
@@ -246,9 +284,26 @@ HWY_INLINE uint64_t ToBits(hn::Vec<D8x8> v) {
   return hn::GetLane(hn::BitCast(D64x1(), v));
 }
 
+// The blocks a bi-prediction's second list averages with on store, (a + b +
+// 1) >> 1, so that its own block is never written out and read back.
+struct SmOtherPair {
+  const uint8_t* cb;
+  const uint8_t* cr;
+  ptrdiff_t stride;
+};
+
+template <bool Average, class D8>
+HWY_INLINE void Put(D8 d8, hn::Vec<D8> value, uint8_t* dst, const uint8_t* other) {
+  if constexpr (Average) {
+    value = hn::AverageRound(value, hn::LoadU(d8, other));
+  }
+  hn::StoreU(value, d8, dst);
+}
+
 // Eight wide: a vector per plane and row.
-void ChromaPair8(const uint8_t* cb, const uint8_t* cr, ptrdiff_t s, uint8_t* dCb, uint8_t* dCr,
-                 ptrdiff_t ds, int height, const SmChromaWeights& w) {
+template <bool Average>
+void ChromaPair8(const uint8_t* cb, const uint8_t* cr, ptrdiff_t s, const SmOtherPair& o,
+                 uint8_t* dCb, uint8_t* dCr, ptrdiff_t ds, int height, const SmChromaWeights& w) {
   const D8x8 d8;
   const auto across = [&](const uint8_t* p) {
     return w.Across(hn::LoadU(d8, p), hn::LoadU(d8, p + 1));
@@ -256,8 +311,8 @@ void ChromaPair8(const uint8_t* cb, const uint8_t* cr, ptrdiff_t s, uint8_t* dCb
   auto upperCb = across(cb), upperCr = across(cr);
   for (int j = 0; j < height; ++j) {
     const auto lowerCb = across(cb + (j + 1) * s), lowerCr = across(cr + (j + 1) * s);
-    hn::StoreU(w.Down(upperCb, lowerCb), d8, dCb + j * ds);
-    hn::StoreU(w.Down(upperCr, lowerCr), d8, dCr + j * ds);
+    Put<Average>(d8, w.Down(upperCb, lowerCb), dCb + j * ds, o.cb + j * o.stride);
+    Put<Average>(d8, w.Down(upperCr, lowerCr), dCr + j * ds, o.cr + j * o.stride);
     upperCb = lowerCb;
     upperCr = lowerCr;
   }
@@ -265,9 +320,10 @@ void ChromaPair8(const uint8_t* cb, const uint8_t* cr, ptrdiff_t s, uint8_t* dCb
 
 // Eight wide where a vector holds 16 lanes of 16 bits: Cb's row in the
 // lower half, Cr's in the upper.
-template <class D16>
-void ChromaPair8Wide(D16 d16, const uint8_t* cb, const uint8_t* cr, ptrdiff_t s, uint8_t* dCb,
-                     uint8_t* dCr, ptrdiff_t ds, int height, int dx, int dy) {
+template <bool Average, class D16>
+void ChromaPair8Wide(D16 d16, const uint8_t* cb, const uint8_t* cr, ptrdiff_t s,
+                     const SmOtherPair& o, uint8_t* dCb, uint8_t* dCr, ptrdiff_t ds, int height,
+                     int dx, int dy) {
   const hn::FixedTag<uint8_t, 16> d8;
   const D8x8 d8h;
   const auto left = hn::Set(d16, static_cast<uint16_t>(8 - dx));
@@ -285,8 +341,12 @@ void ChromaPair8Wide(D16 d16, const uint8_t* cb, const uint8_t* cr, ptrdiff_t s,
     const auto lower = across((j + 1) * s);
     const auto sum =
         hn::Add(hn::Add(hn::Mul(top, upper), hn::Mul(bottom, lower)), hn::Set(d16, 32));
-    const auto out =
-        hn::DemoteTo(d8, hn::BitCast(hn::RebindToSigned<D16>(), hn::ShiftRight<6>(sum)));
+    auto out = hn::DemoteTo(d8, hn::BitCast(hn::RebindToSigned<D16>(), hn::ShiftRight<6>(sum)));
+    if constexpr (Average) {
+      const ptrdiff_t at = j * o.stride;
+      out = hn::AverageRound(out,
+                             hn::Combine(d8, hn::LoadU(d8h, o.cr + at), hn::LoadU(d8h, o.cb + at)));
+    }
     hn::StoreU(hn::LowerHalf(d8h, out), d8h, dCb + j * ds);
     hn::StoreU(hn::UpperHalf(d8h, out), d8h, dCr + j * ds);
     upper = lower;
@@ -295,8 +355,9 @@ void ChromaPair8Wide(D16 d16, const uint8_t* cb, const uint8_t* cr, ptrdiff_t s,
 
 // Four wide: a vector of four lanes per plane and row, whose loads widen
 // as they read; joining both planes in one vector costs more than it saves.
-void ChromaPair4(const uint8_t* cb, const uint8_t* cr, ptrdiff_t s, uint8_t* dCb, uint8_t* dCr,
-                 ptrdiff_t ds, int height, int dx, int dy) {
+template <bool Average>
+void ChromaPair4(const uint8_t* cb, const uint8_t* cr, ptrdiff_t s, const SmOtherPair& o,
+                 uint8_t* dCb, uint8_t* dCr, ptrdiff_t ds, int height, int dx, int dy) {
   const hn::FixedTag<uint16_t, 4> d16;
   const hn::FixedTag<uint8_t, 4> d8;
   const auto left = hn::Set(d16, static_cast<uint16_t>(8 - dx));
@@ -316,8 +377,8 @@ void ChromaPair4(const uint8_t* cb, const uint8_t* cr, ptrdiff_t s, uint8_t* dCb
   auto upperCb = across(cb), upperCr = across(cr);
   for (int j = 0; j < height; ++j) {
     const auto lowerCb = across(cb + (j + 1) * s), lowerCr = across(cr + (j + 1) * s);
-    hn::StoreU(down(upperCb, lowerCb), d8, dCb + j * ds);
-    hn::StoreU(down(upperCr, lowerCr), d8, dCr + j * ds);
+    Put<Average>(d8, down(upperCb, lowerCb), dCb + j * ds, o.cb + j * o.stride);
+    Put<Average>(d8, down(upperCr, lowerCr), dCr + j * ds, o.cr + j * o.stride);
     upperCb = lowerCb;
     upperCr = lowerCr;
   }
@@ -325,17 +386,25 @@ void ChromaPair4(const uint8_t* cb, const uint8_t* cr, ptrdiff_t s, uint8_t* dCb
 
 // Two wide: two rows of both planes per vector. An odd last row, which no
 // partition of 4:2:0 makes, takes the plain sums.
-void ChromaPair2(const uint8_t* cb, const uint8_t* cr, ptrdiff_t s, uint8_t* dCb, uint8_t* dCr,
-                 ptrdiff_t ds, int height, int dx, int dy, const SmChromaWeights& w) {
-  const auto gather = [&](ptrdiff_t offset) {
-    return FromBits(Load<uint16_t>(cb + offset) | Load<uint16_t>(cr + offset) << 16 |
-                    Load<uint16_t>(cb + offset + s) << 32 | Load<uint16_t>(cr + offset + s) << 48);
+template <bool Average>
+void ChromaPair2(const uint8_t* cb, const uint8_t* cr, ptrdiff_t s, const SmOtherPair& o,
+                 uint8_t* dCb, uint8_t* dCr, ptrdiff_t ds, int height, int dx, int dy,
+                 const SmChromaWeights& w) {
+  const auto gather = [](const uint8_t* pCb, const uint8_t* pCr, ptrdiff_t offset,
+                         ptrdiff_t stride) {
+    return FromBits(Load<uint16_t>(pCb + offset) | Load<uint16_t>(pCr + offset) << 16 |
+                    Load<uint16_t>(pCb + offset + stride) << 32 |
+                    Load<uint16_t>(pCr + offset + stride) << 48);
   };
   int j = 0;
   for (; j + 2 <= height; j += 2) {
-    const auto upper = w.Across(gather(j * s), gather(j * s + 1));
-    const auto lower = w.Across(gather((j + 1) * s), gather((j + 1) * s + 1));
-    const uint64_t out = ToBits(w.Down(upper, lower));
+    const auto upper = w.Across(gather(cb, cr, j * s, s), gather(cb, cr, j * s + 1, s));
+    const auto lower = w.Across(gather(cb, cr, (j + 1) * s, s), gather(cb, cr, (j + 1) * s + 1, s));
+    auto value = w.Down(upper, lower);
+    if constexpr (Average) {
+      value = hn::AverageRound(value, gather(o.cb, o.cr, j * o.stride, o.stride));
+    }
+    const uint64_t out = ToBits(value);
     const uint16_t parts[4] = {static_cast<uint16_t>(out), static_cast<uint16_t>(out >> 16),
                                static_cast<uint16_t>(out >> 32), static_cast<uint16_t>(out >> 48)};
     std::memcpy(dCb + j * ds, &parts[0], 2);
@@ -344,49 +413,75 @@ void ChromaPair2(const uint8_t* cb, const uint8_t* cr, ptrdiff_t s, uint8_t* dCb
     std::memcpy(dCr + (j + 1) * ds, &parts[3], 2);
   }
   if (j < height) {
-    NmReference::H264InterpolateChroma(cb + j * s, s, dCb + j * ds, ds, 2, 1, dx, dy);
-    NmReference::H264InterpolateChroma(cr + j * s, s, dCr + j * ds, ds, 2, 1, dx, dy);
+    if constexpr (Average) {
+      NmReference::H264InterpolateChromaPairAverage(cb + j * s, cr + j * s, s, o.cb + j * o.stride,
+                                                    o.cr + j * o.stride, o.stride, dCb + j * ds,
+                                                    dCr + j * ds, ds, 2, 1, dx, dy);
+    } else {
+      NmReference::H264InterpolateChromaPair(cb + j * s, cr + j * s, s, dCb + j * ds, dCr + j * ds,
+                                             ds, 2, 1, dx, dy);
+    }
   }
 }
 
 // Copies of a known width, which compile to single moves; a copy of a
 // width known only at run time is a library call.
-template <int Width>
-void CopyPair(const uint8_t* cb, const uint8_t* cr, ptrdiff_t s, uint8_t* dCb, uint8_t* dCr,
-              ptrdiff_t ds, int height) {
+template <bool Average, int Width>
+void CopyPair(const uint8_t* cb, const uint8_t* cr, ptrdiff_t s, const SmOtherPair& o, uint8_t* dCb,
+              uint8_t* dCr, ptrdiff_t ds, int height) {
+  const hn::CappedTag<uint8_t, Width> d8;
   for (int j = 0; j < height; ++j) {
-    std::memcpy(dCb + j * ds, cb + j * s, Width);
-    std::memcpy(dCr + j * ds, cr + j * s, Width);
+    if constexpr (Average) {
+      Put<true>(d8, hn::LoadU(d8, cb + j * s), dCb + j * ds, o.cb + j * o.stride);
+      Put<true>(d8, hn::LoadU(d8, cr + j * s), dCr + j * ds, o.cr + j * o.stride);
+    } else {
+      std::memcpy(dCb + j * ds, cb + j * s, Width);
+      std::memcpy(dCr + j * ds, cr + j * s, Width);
+    }
   }
 }
 
-void InterpolateChromaPairImpl(const uint8_t* cb, const uint8_t* cr, ptrdiff_t s, uint8_t* dCb,
-                               uint8_t* dCr, ptrdiff_t ds, int width, int height, int dx, int dy) {
+template <bool Average>
+void InterpolateChromaPairOf(const uint8_t* cb, const uint8_t* cr, ptrdiff_t s,
+                             const SmOtherPair& o, uint8_t* dCb, uint8_t* dCr, ptrdiff_t ds,
+                             int width, int height, int dx, int dy) {
   if (dx == 0 && dy == 0) {
     // Whole-sample vectors, frequent where the scene stands still.
     if (width == 8) {
-      CopyPair<8>(cb, cr, s, dCb, dCr, ds, height);
+      CopyPair<Average, 8>(cb, cr, s, o, dCb, dCr, ds, height);
     } else if (width == 4) {
-      CopyPair<4>(cb, cr, s, dCb, dCr, ds, height);
+      CopyPair<Average, 4>(cb, cr, s, o, dCb, dCr, ds, height);
     } else {
-      CopyPair<2>(cb, cr, s, dCb, dCr, ds, height);
+      CopyPair<Average, 2>(cb, cr, s, o, dCb, dCr, ds, height);
     }
     return;
   }
   const hn::CappedTag<uint16_t, 16> d16;
   if constexpr (hn::MaxLanes(hn::CappedTag<uint16_t, 16>()) == 16) {
     if (width == 8) {
-      return ChromaPair8Wide(d16, cb, cr, s, dCb, dCr, ds, height, dx, dy);
+      return ChromaPair8Wide<Average>(d16, cb, cr, s, o, dCb, dCr, ds, height, dx, dy);
     }
   }
   const SmChromaWeights w(dx, dy);
   if (width == 8) {
-    ChromaPair8(cb, cr, s, dCb, dCr, ds, height, w);
+    ChromaPair8<Average>(cb, cr, s, o, dCb, dCr, ds, height, w);
   } else if (width == 4) {
-    ChromaPair4(cb, cr, s, dCb, dCr, ds, height, dx, dy);
+    ChromaPair4<Average>(cb, cr, s, o, dCb, dCr, ds, height, dx, dy);
   } else {
-    ChromaPair2(cb, cr, s, dCb, dCr, ds, height, dx, dy, w);
+    ChromaPair2<Average>(cb, cr, s, o, dCb, dCr, ds, height, dx, dy, w);
   }
+}
+
+void InterpolateChromaPairImpl(const uint8_t* cb, const uint8_t* cr, ptrdiff_t s, uint8_t* dCb,
+                               uint8_t* dCr, ptrdiff_t ds, int width, int height, int dx, int dy) {
+  InterpolateChromaPairOf<false>(cb, cr, s, {}, dCb, dCr, ds, width, height, dx, dy);
+}
+
+void InterpolateChromaPairAverageImpl(const uint8_t* cb, const uint8_t* cr, ptrdiff_t s,
+                                      const uint8_t* oCb, const uint8_t* oCr, ptrdiff_t os,
+                                      uint8_t* dCb, uint8_t* dCr, ptrdiff_t ds, int width,
+                                      int height, int dx, int dy) {
+  InterpolateChromaPairOf<true>(cb, cr, s, {oCb, oCr, os}, dCb, dCr, ds, width, height, dx, dy);
 }
 
 #else
@@ -395,6 +490,12 @@ void InterpolateLumaImpl(const uint8_t* src, ptrdiff_t s, uint8_t* dst, ptrdiff_
                          int width, int height, int dx, int dy) {
   NmReference::H264InterpolateLuma(src, s, dst, dstStride, width, height, dx, dy);
 }
+void InterpolateLumaAverageImpl(const uint8_t* src, ptrdiff_t s, const uint8_t* other,
+                                ptrdiff_t otherStride, uint8_t* dst, ptrdiff_t dstStride, int width,
+                                int height, int dx, int dy) {
+  NmReference::H264InterpolateLumaAverage(src, s, other, otherStride, dst, dstStride, width, height,
+                                          dx, dy);
+}
 void InterpolateChromaImpl(const uint8_t* src, ptrdiff_t s, uint8_t* dst, ptrdiff_t dstStride,
                            int width, int height, int dx, int dy) {
   NmReference::H264InterpolateChroma(src, s, dst, dstStride, width, height, dx, dy);
@@ -402,6 +503,13 @@ void InterpolateChromaImpl(const uint8_t* src, ptrdiff_t s, uint8_t* dst, ptrdif
 void InterpolateChromaPairImpl(const uint8_t* cb, const uint8_t* cr, ptrdiff_t s, uint8_t* dCb,
                                uint8_t* dCr, ptrdiff_t ds, int width, int height, int dx, int dy) {
   NmReference::H264InterpolateChromaPair(cb, cr, s, dCb, dCr, ds, width, height, dx, dy);
+}
+void InterpolateChromaPairAverageImpl(const uint8_t* cb, const uint8_t* cr, ptrdiff_t s,
+                                      const uint8_t* oCb, const uint8_t* oCr, ptrdiff_t os,
+                                      uint8_t* dCb, uint8_t* dCr, ptrdiff_t ds, int width,
+                                      int height, int dx, int dy) {
+  NmReference::H264InterpolateChromaPairAverage(cb, cr, s, oCb, oCr, os, dCb, dCr, ds, width,
+                                                height, dx, dy);
 }
 #endif
 
@@ -413,12 +521,21 @@ HWY_AFTER_NAMESPACE();
 namespace NmPrimitives {
 
 HWY_EXPORT(InterpolateLumaImpl);
+HWY_EXPORT(InterpolateLumaAverageImpl);
 HWY_EXPORT(InterpolateChromaImpl);
 HWY_EXPORT(InterpolateChromaPairImpl);
+HWY_EXPORT(InterpolateChromaPairAverageImpl);
 
 void H264InterpolateLuma(const uint8_t* src, ptrdiff_t srcStride, uint8_t* dst, ptrdiff_t dstStride,
                          int width, int height, int dx, int dy) {
   HWY_DYNAMIC_DISPATCH(InterpolateLumaImpl)(src, srcStride, dst, dstStride, width, height, dx, dy);
+}
+
+void H264InterpolateLumaAverage(const uint8_t* src, ptrdiff_t srcStride, const uint8_t* other,
+                                ptrdiff_t otherStride, uint8_t* dst, ptrdiff_t dstStride, int width,
+                                int height, int dx, int dy) {
+  HWY_DYNAMIC_DISPATCH(InterpolateLumaAverageImpl)
+  (src, srcStride, other, otherStride, dst, dstStride, width, height, dx, dy);
 }
 
 void H264InterpolateChroma(const uint8_t* src, ptrdiff_t srcStride, uint8_t* dst,
@@ -432,6 +549,16 @@ void H264InterpolateChromaPair(const uint8_t* srcCb, const uint8_t* srcCr, ptrdi
                                int height, int dx, int dy) {
   HWY_DYNAMIC_DISPATCH(InterpolateChromaPairImpl)
   (srcCb, srcCr, srcStride, dstCb, dstCr, dstStride, width, height, dx, dy);
+}
+
+void H264InterpolateChromaPairAverage(const uint8_t* srcCb, const uint8_t* srcCr,
+                                      ptrdiff_t srcStride, const uint8_t* otherCb,
+                                      const uint8_t* otherCr, ptrdiff_t otherStride, uint8_t* dstCb,
+                                      uint8_t* dstCr, ptrdiff_t dstStride, int width, int height,
+                                      int dx, int dy) {
+  HWY_DYNAMIC_DISPATCH(InterpolateChromaPairAverageImpl)
+  (srcCb, srcCr, srcStride, otherCb, otherCr, otherStride, dstCb, dstCr, dstStride, width, height,
+   dx, dy);
 }
 
 } // namespace NmPrimitives

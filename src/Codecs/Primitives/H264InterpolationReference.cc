@@ -125,6 +125,19 @@ void H264InterpolateLuma(const uint8_t* src, ptrdiff_t s, uint8_t* dst, ptrdiff_
   }
 }
 
+void H264InterpolateLumaAverage(const uint8_t* src, ptrdiff_t s, const uint8_t* other,
+                                ptrdiff_t otherStride, uint8_t* dst, ptrdiff_t dstStride, int width,
+                                int height, int dx, int dy) {
+  uint8_t block[MostBlock * MostBlock];
+  H264InterpolateLuma(src, s, block, MostBlock, width, height, dx, dy);
+  for (int j = 0; j < height; ++j) {
+    for (int i = 0; i < width; ++i) {
+      dst[j * dstStride + i] =
+          static_cast<uint8_t>((other[j * otherStride + i] + block[j * MostBlock + i] + 1) >> 1);
+    }
+  }
+}
+
 void H264InterpolateChroma(const uint8_t* src, ptrdiff_t s, uint8_t* dst, ptrdiff_t dstStride,
                            int width, int height, int fx, int fy) {
   const int a = (8 - fx) * (8 - fy), bw = fx * (8 - fy), c = (8 - fx) * fy, d = fx * fy;
@@ -142,6 +155,26 @@ void H264InterpolateChromaPair(const uint8_t* srcCb, const uint8_t* srcCr, ptrdi
                                int height, int dx, int dy) {
   H264InterpolateChroma(srcCb, srcStride, dstCb, dstStride, width, height, dx, dy);
   H264InterpolateChroma(srcCr, srcStride, dstCr, dstStride, width, height, dx, dy);
+}
+
+void H264InterpolateChromaPairAverage(const uint8_t* srcCb, const uint8_t* srcCr,
+                                      ptrdiff_t srcStride, const uint8_t* otherCb,
+                                      const uint8_t* otherCr, ptrdiff_t otherStride, uint8_t* dstCb,
+                                      uint8_t* dstCr, ptrdiff_t dstStride, int width, int height,
+                                      int dx, int dy) {
+  const uint8_t* sources[2] = {srcCb, srcCr};
+  const uint8_t* others[2] = {otherCb, otherCr};
+  uint8_t* dsts[2] = {dstCb, dstCr};
+  for (int plane = 0; plane < 2; ++plane) {
+    uint8_t block[8 * 8];
+    H264InterpolateChroma(sources[plane], srcStride, block, 8, width, height, dx, dy);
+    for (int j = 0; j < height; ++j) {
+      for (int i = 0; i < width; ++i) {
+        dsts[plane][j * dstStride + i] =
+            static_cast<uint8_t>((others[plane][j * otherStride + i] + block[j * 8 + i] + 1) >> 1);
+      }
+    }
+  }
 }
 
 } // namespace NmPrimitives::NmReference
