@@ -1,5 +1,7 @@
 #include "Codecs/H264/Concealment.h"
 
+#include "Codecs/H264/DecodingRecords.h"
+
 #include <cstdlib>
 #include <cstring>
 #include <limits>
@@ -57,7 +59,13 @@ uint32_t ConcealMissingMacroblocks(CmPicture& picture,
   const CmPicture* source = nullptr;
   bool looked = false;
   for (uint32_t address = 0; address < count; ++address) {
-    if (macroblocks[address].slice != 0) {
+    SmMacroblockInfo& mb = macroblocks[address];
+    if (mb.slice == UntouchedSlice) {
+      // Still an earlier picture's: the loop filter beside it and the
+      // motion kept of it must see a macroblock without motion or
+      // coefficients, as for every picture before.
+      mb = SmMacroblockInfo{};
+    } else if (mb.slice != 0) {
       continue;
     }
     if (!looked) {

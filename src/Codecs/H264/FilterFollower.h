@@ -29,6 +29,9 @@ public:
   void OnMacroblockDone(uint32_t mbAddr) override;
   void OnSliceEnd(bool intact) override;
 
+  // Every macroblock counted: none is left to concealment.
+  bool IsComplete() const { return m_Decoded == m_Count; }
+
 private:
   void Count();
 

@@ -111,12 +111,14 @@ void CmPictureWorkers::Decode(H264SegmentDecoderMultiThreaded& decoder, CmDecodi
     CmFilterFollower follower(picture.GetWidthInMbs(), picture.GetHeightInMbs(), false,
                               std::move(sliceStarts), filterUpTo);
     decoder.DecodeSlices(task, 0, task.slices->size(), &follower);
-    // Concealment copies from the references wherever their macroblocks
-    // are, so it waits for them whole.
-    for (const SmReferenceFrame& reference : job.references) {
-      reference.picture->WaitUntilComplete();
+    if (!follower.IsComplete()) {
+      // Concealment copies from the references wherever their macroblocks
+      // are, so it waits for them whole.
+      for (const SmReferenceFrame& reference : job.references) {
+        reference.picture->WaitUntilComplete();
+      }
+      task.concealed = ConcealMissingMacroblocks(picture, job.references);
     }
-    task.concealed = ConcealMissingMacroblocks(picture, job.references);
     storeMotion(count);
     deblocker.FilterUpTo(GetDeblockingRowCount(picture));
     picture.ExtendBordersOfLines(final, height);

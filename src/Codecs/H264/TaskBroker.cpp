@@ -9,35 +9,47 @@
 
 namespace MCL {
 
-void TaskBroker::FinishPicture(H264PictureTask& task) {
-  task.concealed = NmH264::ConcealMissingMacroblocks(*task.picture, *task.references);
-  NmH264::DeblockPicture(*task.picture, task.filters);
+std::optional<CmFilterFollower> TaskBroker::MakeFollower(const H264PictureTask& task,
+                                                         std::function<void(uint32_t)> release) {
+  // The follower's count stands for the picture only where macroblocks
+  // follow each other in decoding order from one slice to the next.
+  if (!task.sliceGroups.empty() || !SlicesFollowEachOther(*task.slices)) {
+    return std::nullopt;
+  }
+  const bool mbaff = task.picture->IsMbaff();
+  std::vector<uint32_t> sliceStarts;
+  sliceStarts.reserve(task.slices->size());
+  for (const H264Slice& slice : *task.slices) {
+    sliceStarts.push_back(slice.header.firstMbInSlice * (mbaff ? 2 : 1));
+  }
+  return std::optional<CmFilterFollower>(std::in_place, task.picture->GetWidthInMbs(),
+                                         task.picture->GetHeightInMbs(), mbaff,
+                                         std::move(sliceStarts), std::move(release));
+}
+
+void TaskBroker::Conceal(H264PictureTask& task, const std::optional<CmFilterFollower>& follower) {
+  if (!follower || !follower->IsComplete()) {
+    task.concealed = NmH264::ConcealMissingMacroblocks(*task.picture, *task.references);
+  }
+}
+
+void TaskBroker::DecodeAndFinish(H264PictureTask& task) {
+  // Each row is filtered as soon as the row below it is decoded, as the
+  // worker of two threads does, while its samples and macroblock records
+  // are still in the caches: after the whole picture they have left them,
+  // and the filter would wait on memory at every macroblock. Without a
+  // follower the whole picture is filtered after concealment.
+  NmH264::CmRowDeblocker deblocker(*task.picture, task.filters);
+  std::optional<CmFilterFollower> follower =
+      MakeFollower(task, [&deblocker](uint32_t rows) { deblocker.FilterUpTo(rows); });
+  m_Decoders.front()->DecodeSlices(task, 0, task.slices->size(), follower ? &*follower : nullptr);
+  Conceal(task, follower);
+  deblocker.FilterUpTo(NmH264::GetDeblockingRowCount(*task.picture));
   task.picture->ExtendBorders();
 }
 
 void TaskBrokerSingleThread::DecodePicture(H264PictureTask& task) {
-  if (!task.sliceGroups.empty() || !SlicesFollowEachOther(*task.slices)) {
-    m_Decoders.front()->DecodeSlices(task, 0, task.slices->size());
-    FinishPicture(task);
-    return;
-  }
-  // Each row is filtered as soon as the row below it is decoded, as the
-  // worker of two threads does, while its samples and macroblock records
-  // are still in the caches: after the whole picture they have left them,
-  // and the filter would wait on memory at every macroblock.
-  const bool mbaff = task.picture->IsMbaff();
-  std::vector<uint32_t> sliceStarts;
-  for (const H264Slice& slice : *task.slices) {
-    sliceStarts.push_back(slice.header.firstMbInSlice * (mbaff ? 2 : 1));
-  }
-  NmH264::CmRowDeblocker deblocker(*task.picture, task.filters);
-  CmFilterFollower follower(task.picture->GetWidthInMbs(), task.picture->GetHeightInMbs(), mbaff,
-                            std::move(sliceStarts),
-                            [&deblocker](uint32_t rows) { deblocker.FilterUpTo(rows); });
-  m_Decoders.front()->DecodeSlices(task, 0, task.slices->size(), &follower);
-  task.concealed = NmH264::ConcealMissingMacroblocks(*task.picture, *task.references);
-  deblocker.FilterUpTo(NmH264::GetDeblockingRowCount(*task.picture));
-  task.picture->ExtendBorders();
+  DecodeAndFinish(task);
 }
 
 TaskBrokerTwoThread::TaskBrokerTwoThread(
@@ -116,9 +128,10 @@ void TaskBrokerTwoThread::Stop() {
 }
 
 void TaskBrokerTwoThread::DecodePicture(H264PictureTask& task) {
-  if (!task.sliceGroups.empty() || !SlicesFollowEachOther(*task.slices)) {
-    m_Decoders.front()->DecodeSlices(task, 0, task.slices->size());
-    FinishPicture(task);
+  std::optional<CmFilterFollower> follower =
+      MakeFollower(task, [this](uint32_t rows) { Release(rows); });
+  if (!follower) {
+    DecodeAndFinish(task);
     return;
   }
   {
@@ -132,17 +145,10 @@ void TaskBrokerTwoThread::DecodePicture(H264PictureTask& task) {
     TaskBrokerTwoThread& broker;
     ~SmGuard() { broker.Stop(); }
   } guard{*this};
-  const bool mbaff = task.picture->IsMbaff();
-  std::vector<uint32_t> sliceStarts;
-  for (const H264Slice& slice : *task.slices) {
-    sliceStarts.push_back(slice.header.firstMbInSlice * (mbaff ? 2 : 1));
-  }
-  CmFilterFollower follower(task.picture->GetWidthInMbs(), task.picture->GetHeightInMbs(), mbaff,
-                            std::move(sliceStarts), [this](uint32_t rows) { Release(rows); });
-  m_Decoders.front()->DecodeSlices(task, 0, task.slices->size(), &follower);
+  m_Decoders.front()->DecodeSlices(task, 0, task.slices->size(), &*follower);
   // Concealment fills only macroblocks that were never released, in rows
   // below those the worker may be filtering now.
-  task.concealed = NmH264::ConcealMissingMacroblocks(*task.picture, *task.references);
+  Conceal(task, follower);
   FilterTheRest(task);
   task.picture->ExtendBorders();
 }

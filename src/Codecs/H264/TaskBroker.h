@@ -2,12 +2,15 @@
 
 #include <condition_variable>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <stop_token>
 #include <thread>
 #include <vector>
 
+#include "Codecs/H264/FilterFollower.h"
 #include "Codecs/H264/SegmentDecoder.h"
 
 namespace MCL {
@@ -28,9 +31,16 @@ public:
   virtual void Stop() {}
 
 protected:
-  // The loop filter over the whole picture, once every slice is decoded, and
-  // the borders that motion vectors pointing outside it read.
-  static void FinishPicture(H264PictureTask& task);
+  // Follows the decoding of a picture whose slices come in raster order,
+  // releasing rows to `release`; none for other pictures.
+  static std::optional<CmFilterFollower> MakeFollower(const H264PictureTask& task,
+                                                      std::function<void(uint32_t)> release);
+  // Fills what no slice decoded, unless the follower counted it all.
+  static void Conceal(H264PictureTask& task, const std::optional<CmFilterFollower>& follower);
+  // Every slice on the caller's thread, then the loop filter over the
+  // whole picture and the borders that motion vectors pointing outside it
+  // read.
+  void DecodeAndFinish(H264PictureTask& task);
 
   std::vector<std::unique_ptr<H264SegmentDecoderMultiThreaded>>& m_Decoders;
 };
