@@ -135,6 +135,7 @@ void CmSliceDecoder::SelectScans() {
   const bool field = m_Header->fieldPic || m_MbField;
   m_Scan4x4 = field ? FieldScan4x4.data() : ZigZag4x4.data();
   m_Scan8x8 = field ? FieldScan8x8.data() : ZigZag8x8.data();
+  m_FieldScan = field;
 }
 
 CmSliceDecoder::SmLocation CmSliceDecoder::Locate(uint32_t address, int xN, int yN, int maxW,
@@ -561,13 +562,8 @@ void CmSliceDecoder::ReconstructIntra(uint32_t address, int intra16x16Mode, int 
       // The counts tell the blocks with AC levels, so that the others take
       // the DC alone without a look at their levels.
       if (mb.totalCoeff[x + 4 * y] != 0) {
-        int32_t coefficients[16];
-        coefficients[0] = dc[x + 4 * y];
-        for (int k = 0; k < 15; ++k) {
-          coefficients[m_Scan4x4[k + 1]] = m_Levels[blk][k];
-        }
-        Scale4x4(coefficients, m_LevelScale.scale4x4[0][qp % 6], qp, false);
-        NmPrimitives::H264AddInverseTransform4x4(coefficients, dst, stride);
+        NmPrimitives::H264AddAcLevels4x4(m_Levels[blk], dc[x + 4 * y], m_FieldScan,
+                                         m_LevelScale.scale4x4[0][qp % 6], qp, dst, stride);
       } else if (dc[x + 4 * y] != 0) {
         NmPrimitives::H264AddDc4x4(dc[x + 4 * y], dst, stride);
       }
@@ -617,13 +613,8 @@ void CmSliceDecoder::AddChromaResidual(uint32_t address, bool intra) {
       // some; the rest take the DC, which was scaled with the others of its
       // plane already.
       if (hasAc && mb.totalCoeffChroma[component][blk] != 0) {
-        int32_t coefficients[16];
-        coefficients[0] = dc[blk];
-        for (int k = 0; k < 15; ++k) {
-          coefficients[m_Scan4x4[k + 1]] = m_ChromaAcLevels[component][blk][k];
-        }
-        Scale4x4(coefficients, scale, qpc, false);
-        NmPrimitives::H264AddInverseTransform4x4(coefficients, dst, cstride);
+        NmPrimitives::H264AddAcLevels4x4(m_ChromaAcLevels[component][blk], dc[blk], m_FieldScan,
+                                         scale, qpc, dst, cstride);
       } else if (dc[blk] != 0) {
         NmPrimitives::H264AddDc4x4(dc[blk], dst, cstride);
       }
@@ -642,12 +633,7 @@ void CmSliceDecoder::AddLumaResidual4x4(int blk, uint8_t* dst, ptrdiff_t stride,
     NmPrimitives::H264AddDc4x4(ScaleLevel4x4(levels[0], scale[0], qp), dst, stride);
     return;
   }
-  int32_t coefficients[16];
-  for (int k = 0; k < 16; ++k) {
-    coefficients[m_Scan4x4[k]] = levels[k];
-  }
-  Scale4x4(coefficients, scale, qp, true);
-  NmPrimitives::H264AddInverseTransform4x4(coefficients, dst, stride);
+  NmPrimitives::H264AddLevels4x4(levels, m_FieldScan, scale, qp, dst, stride);
 }
 
 void CmSliceDecoder::AddLumaResidual8x8(int b8, uint8_t* dst, ptrdiff_t stride, int list, int qp) {
