@@ -267,6 +267,17 @@ void RegisterH264() {
   Register("H264Transform4x4", "ours", [] { TransformFrame(P::H264AddInverseTransform4x4, 4); });
   Register("H264Transform4x4", "reference",
            [] { TransformFrame(R::H264AddInverseTransform4x4, 4); });
+  const auto levels = [](auto f) {
+    // Levels in zig-zag order of a typical inter block, and a flat list's factors.
+    static constexpr int16_t scanned[16] = {24, -9, 7, 0, 3, -2, 0, 0, 1, 0, 0, -1, 0, 0, 0, 0};
+    static constexpr int32_t scale[16] = {160, 208, 160, 208, 208, 256, 208, 256,
+                                          160, 208, 160, 208, 208, 256, 208, 256};
+    ForEachBlock(4, [&](int x, int y, int index) {
+      f(scanned, false, scale, 20 + index % 12, gray2.data() + y * Width + x, Width);
+    });
+  };
+  Register("H264Levels4x4", "ours", [levels] { levels(P::H264AddLevels4x4); });
+  Register("H264Levels4x4", "reference", [levels] { levels(R::H264AddLevels4x4); });
   Register("H264Transform8x8", "ours", [] { TransformFrame(P::H264AddInverseTransform8x8, 8); });
   Register("H264Transform8x8", "reference",
            [] { TransformFrame(R::H264AddInverseTransform8x8, 8); });

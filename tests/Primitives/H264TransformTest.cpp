@@ -73,3 +73,38 @@ TEST_P(H264Transform, MatchesTheReference) {
         "DC 8x8");
   }
 }
+
+// Levels in scan order: the gather into raster order per scan, with and
+// without a DC of its own, and the scaling on both sides of qp 24, where it
+// turns from a rounded right shift into a left shift.
+TEST_P(H264Transform, LevelsMatchTheReference) {
+  std::mt19937& random = Random();
+  for (int round = 0; round < 208; ++round) {
+    const int qp = round % 52;
+    const bool field = round / 52 % 2 != 0;
+    SCOPED_TRACE(::testing::Message() << "qp " << qp << (field ? " field" : " frame"));
+    SmTestPlane plane(random, 4, 4);
+    // Factors of flat and steep scaling lists; levels that stay within 32
+    // bits at the largest factor and shift.
+    int32_t scale[16];
+    int16_t levels[16];
+    for (int k = 0; k < 16; ++k) {
+      scale[k] = static_cast<int32_t>(1 + random() % (round < 104 ? 16 : 255)) *
+                 static_cast<int32_t>(10 + random() % 20);
+      levels[k] = static_cast<int16_t>(random() % 6 == 0 ? 0 : int(random() % 511) - 255);
+    }
+    const int32_t dc = static_cast<int32_t>(random() % 20001) - 10000;
+    ExpectSameWrites(
+        &NmReference::H264AddLevels4x4, &H264AddLevels4x4, plane,
+        [&](auto f, SmTestPlane& p) {
+          f(levels, field, scale, qp, p.data(), static_cast<ptrdiff_t>(p.stride));
+        },
+        "levels");
+    ExpectSameWrites(
+        &NmReference::H264AddAcLevels4x4, &H264AddAcLevels4x4, plane,
+        [&](auto f, SmTestPlane& p) {
+          f(levels, dc, field, scale, qp, p.data(), static_cast<ptrdiff_t>(p.stride));
+        },
+        "AC levels");
+  }
+}

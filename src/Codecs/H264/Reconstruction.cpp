@@ -84,26 +84,6 @@ int ChromaQp(int qpi) {
   return qpi < 30 ? qpi : High[qpi - 30];
 }
 
-// The scaling needs no test for zero levels: a zero level scales to zero
-// in both forms, since the rounding term stays below the shift. Without the
-// branch the loops vectorise.
-void Scale4x4(int32_t* coefficients, const int32_t* levelScale, int qp, bool scaleDc) {
-  const int shift = qp / 6;
-  const int first = scaleDc ? 0 : 1;
-  if (qp >= 24) {
-    const int32_t factor = 1 << (shift - 4);
-    for (int k = first; k < 16; ++k) {
-      coefficients[k] = (coefficients[k] * levelScale[k]) * factor;
-    }
-    return;
-  }
-  const int down = 4 - shift;
-  const int32_t round = 1 << (3 - shift);
-  for (int k = first; k < 16; ++k) {
-    coefficients[k] = (coefficients[k] * levelScale[k] + round) >> down;
-  }
-}
-
 void Scale8x8(int32_t* coefficients, const int32_t* levelScale, int qp) {
   const int shift = qp / 6;
   if (qp >= 36) {

@@ -29,9 +29,12 @@ struct SmLevelScale {
 // QPc from qPI (Table 8-15), for qPI in 0 to 51.
 int ChromaQp(int qpi);
 
-// Scales a 4x4 block's levels (raster) in place; with hasDc false the first
-// coefficient is left as it is (a DC that was scaled on its own).
-void Scale4x4(int32_t* coefficients, const int32_t* levelScale, int qp, bool scaleDc);
+// One level of a 4x4 block, scaled (a block of the DC alone); 8x8 blocks
+// are scaled in place, in raster order.
+inline int32_t ScaleLevel4x4(int32_t level, int32_t levelScale, int qp) {
+  return qp >= 24 ? (level * levelScale) * (1 << (qp / 6 - 4))
+                  : (level * levelScale + (1 << (3 - qp / 6))) >> (4 - qp / 6);
+}
 void Scale8x8(int32_t* coefficients, const int32_t* levelScale, int qp);
 // The luma DC of Intra_16x16: Hadamard transform and scaling (8.5.10);
 // coefficients in raster order of the sixteen 4x4 blocks.

@@ -135,6 +135,7 @@ void CmSliceDecoder::SelectScans() {
   const bool field = m_Header->fieldPic || m_MbField;
   m_Scan4x4 = field ? FieldScan4x4.data() : ZigZag4x4.data();
   m_Scan8x8 = field ? FieldScan8x8.data() : ZigZag8x8.data();
+  m_FieldScan = field;
 }
 
 CmSliceDecoder::SmLocation CmSliceDecoder::Locate(uint32_t address, int xN, int yN, int maxW,
@@ -345,15 +346,11 @@ bool CmSliceDecoder::ReadResidual(CmBitReader& reader, uint32_t address, bool in
       return false;
     }
   }
-  // The reconstruction reads the levels of coded blocks only, but those of
-  // all blocks after 16x16 prediction, whose AC is coded for all or none.
+  // The reconstruction reads the levels of blocks with a count only.
   // The loops are unrolled: their branches would take a slot each in the
   // predictor beside the data-dependent ones.
   if ((cbp & 15) == 0) {
     std::memset(mb.totalCoeff, 0, sizeof mb.totalCoeff);
-    if (intra16x16) {
-      std::memset(m_Levels, 0, sizeof m_Levels);
-    }
   } else {
 #pragma GCC unroll 4
     for (int b8 = 0; b8 < 4; ++b8) {
@@ -392,7 +389,7 @@ bool CmSliceDecoder::ReadResidual(CmBitReader& reader, uint32_t address, bool in
   }
   std::memset(mb.totalCoeffChroma, 0, sizeof mb.totalCoeffChroma);
   // Without chroma coefficients the reconstruction reads no chroma levels;
-  // with DC only, the AC levels as zeros.
+  // with DC only, no AC levels.
   const int chromaCbp = cbp >> 4;
   if (m_Sps->GetChromaArrayType() != 1 || chromaCbp == 0) {
     return true;
@@ -403,7 +400,6 @@ bool CmSliceDecoder::ReadResidual(CmBitReader& reader, uint32_t address, bool in
     }
   }
   if ((chromaCbp & 2) == 0) {
-    std::memset(m_ChromaAcLevels, 0, sizeof m_ChromaAcLevels);
     return true;
   }
 #pragma GCC unroll 2
@@ -562,19 +558,14 @@ void CmSliceDecoder::ReconstructIntra(uint32_t address, int intra16x16Mode, int 
     TransformLumaDc(dc, m_LevelScale.scale4x4[0][qp % 6][0], qp);
     for (int blk = 0; blk < 16; ++blk) {
       const int x = BlockX[blk], y = BlockY[blk];
-      int32_t coefficients[16] = {};
-      coefficients[0] = dc[x + 4 * y];
-      bool ac = false;
-      for (int k = 0; k < 15; ++k) {
-        coefficients[m_Scan4x4[k + 1]] = m_Levels[blk][k];
-        ac = ac || m_Levels[blk][k] != 0;
-      }
       uint8_t* dst = luma + 4 * y * stride + 4 * x;
-      if (ac) {
-        Scale4x4(coefficients, m_LevelScale.scale4x4[0][qp % 6], qp, false);
-        NmPrimitives::H264AddInverseTransform4x4(coefficients, dst, stride);
-      } else if (coefficients[0] != 0) {
-        NmPrimitives::H264AddDc4x4(coefficients[0], dst, stride);
+      // The counts tell the blocks with AC levels, so that the others take
+      // the DC alone without a look at their levels.
+      if (mb.totalCoeff[x + 4 * y] != 0) {
+        NmPrimitives::H264AddAcLevels4x4(m_Levels[blk], dc[x + 4 * y], m_FieldScan,
+                                         m_LevelScale.scale4x4[0][qp % 6], qp, dst, stride);
+      } else if (dc[x + 4 * y] != 0) {
+        NmPrimitives::H264AddDc4x4(dc[x + 4 * y], dst, stride);
       }
     }
   }
@@ -601,6 +592,7 @@ void CmSliceDecoder::AddChromaResidual(uint32_t address, bool intra) {
   if ((mb.cbp >> 4) == 0) {
     return;
   }
+  const bool hasAc = (mb.cbp >> 4) == 2;
   const int qp = mb.qp;
   for (int component = 0; component < 2; ++component) {
     const int plane = component + 1;
@@ -616,32 +608,32 @@ void CmSliceDecoder::AddChromaResidual(uint32_t address, bool intra) {
     }
     TransformChromaDc2x2(dc, scale[0], qpc);
     for (int blk = 0; blk < 4; ++blk) {
-      int32_t coefficients[16] = {};
-      coefficients[0] = dc[blk];
-      bool ac = false;
-      for (int k = 0; k < 15; ++k) {
-        coefficients[m_Scan4x4[k + 1]] = m_ChromaAcLevels[component][blk][k];
-        ac = ac || m_ChromaAcLevels[component][blk][k] != 0;
-      }
       uint8_t* dst = chroma + 4 * (blk / 2) * cstride + 4 * (blk % 2);
-      if (ac) {
-        Scale4x4(coefficients, scale, qpc, false);
-        NmPrimitives::H264AddInverseTransform4x4(coefficients, dst, cstride);
-      } else if (coefficients[0] != 0) {
-        // The DC was scaled with the others of its plane already.
-        NmPrimitives::H264AddDc4x4(coefficients[0], dst, cstride);
+      // AC levels only where the pattern has them and the block counts
+      // some; the rest take the DC, which was scaled with the others of its
+      // plane already.
+      if (hasAc && mb.totalCoeffChroma[component][blk] != 0) {
+        NmPrimitives::H264AddAcLevels4x4(m_ChromaAcLevels[component][blk], dc[blk], m_FieldScan,
+                                         scale, qpc, dst, cstride);
+      } else if (dc[blk] != 0) {
+        NmPrimitives::H264AddDc4x4(dc[blk], dst, cstride);
       }
     }
   }
 }
 
 void CmSliceDecoder::AddLumaResidual4x4(int blk, uint8_t* dst, ptrdiff_t stride, int list, int qp) {
-  int32_t coefficients[16];
-  for (int k = 0; k < 16; ++k) {
-    coefficients[m_Scan4x4[k]] = m_Levels[blk][k];
+  const int16_t* levels = m_Levels[blk];
+  const int32_t* scale = m_LevelScale.scale4x4[list][qp % 6];
+  // A block with the DC alone adds one value to all its samples; whether
+  // the AC levels are all zero is a test of four words.
+  uint64_t words[4];
+  std::memcpy(words, levels, sizeof words);
+  if (((words[0] & ~uint64_t{0xFFFF}) | words[1] | words[2] | words[3]) == 0) {
+    NmPrimitives::H264AddDc4x4(ScaleLevel4x4(levels[0], scale[0], qp), dst, stride);
+    return;
   }
-  Scale4x4(coefficients, m_LevelScale.scale4x4[list][qp % 6], qp, true);
-  NmPrimitives::H264AddInverseTransform4x4(coefficients, dst, stride);
+  NmPrimitives::H264AddLevels4x4(levels, m_FieldScan, scale, qp, dst, stride);
 }
 
 void CmSliceDecoder::AddLumaResidual8x8(int b8, uint8_t* dst, ptrdiff_t stride, int list, int qp) {

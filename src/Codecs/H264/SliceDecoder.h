@@ -299,6 +299,7 @@ private:
   SmLevelScale m_LevelScale;
   // The coefficient scan of 4x4 blocks: zigzag in frames, field scan in fields.
   const uint8_t* m_Scan4x4 = nullptr;
+  bool m_FieldScan = false;
   const uint8_t* m_Scan8x8 = nullptr;
 
   bool m_UseCabac = false;
@@ -326,11 +327,13 @@ private:
   }
 
   // The current macroblock's coefficients in raster order per block.
-  int16_t m_Levels[16][16]; // luma levels as read, in scan order, by block index
+  // Blocks of AC levels keep a 16th entry, which the residual add reads
+  // and ignores; zeroed here so that it is never undefined.
+  int16_t m_Levels[16][16] = {}; // luma levels as read, in scan order, by block index
   int16_t m_Levels8x8[4][64];
   int16_t m_DcLevels[16];
   int16_t m_ChromaDcLevels[2][4];
-  int16_t m_ChromaAcLevels[2][4][15];
+  int16_t m_ChromaAcLevels[2][4][16] = {};
   int32_t m_Luma[16][16];
   int32_t m_Luma8x8[4][64];
   int32_t m_LumaDc[16];

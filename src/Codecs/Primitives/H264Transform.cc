@@ -50,10 +50,8 @@ HWY_INLINE void Transform4(V32& x0, V32& x1, V32& x2, V32& x3) {
   x3 = hn::Sub(e, k);
 }
 
-void AddInverseTransform4x4Impl(const int32_t* c, uint8_t* dst, ptrdiff_t stride) {
-  const D32 d;
-  V32 r0 = hn::LoadU(d, c), r1 = hn::LoadU(d, c + 4), r2 = hn::LoadU(d, c + 8),
-      r3 = hn::LoadU(d, c + 12);
+// Both passes and the add, on the rows of a block.
+HWY_INLINE void TransformAndAdd4x4(V32 r0, V32 r1, V32 r2, V32 r3, uint8_t* dst, ptrdiff_t stride) {
   // Rows: lanes hold the rows, vectors the columns.
   Transpose4x4(r0, r1, r2, r3);
   Transform4(r0, r1, r2, r3);
@@ -64,6 +62,89 @@ void AddInverseTransform4x4Impl(const int32_t* c, uint8_t* dst, ptrdiff_t stride
   AddRow(r1, dst + stride);
   AddRow(r2, dst + 2 * stride);
   AddRow(r3, dst + 3 * stride);
+}
+
+void AddInverseTransform4x4Impl(const int32_t* c, uint8_t* dst, ptrdiff_t stride) {
+  const D32 d;
+  TransformAndAdd4x4(hn::LoadU(d, c), hn::LoadU(d, c + 4), hn::LoadU(d, c + 8),
+                     hn::LoadU(d, c + 12), dst, stride);
+}
+
+// Byte shuffles that gather the sixteen 16-bit levels, two vectors in scan
+// order, into raster order: [raster half][source half], 0x80 where the
+// other half or nothing supplies the lane.
+struct SmLevelGather {
+  uint8_t bytes[2][2][16];
+};
+
+constexpr SmLevelGather MakeLevelGather(const uint8_t* scan, int first) {
+  SmLevelGather gather{};
+  for (auto& half : gather.bytes) {
+    for (auto& source : half) {
+      for (uint8_t& byte : source) {
+        byte = 0x80;
+      }
+    }
+  }
+  for (int k = first; k < 16; ++k) {
+    const int position = scan[k], source = k - first;
+    uint8_t* bytes = gather.bytes[position / 8][source / 8] + 2 * (position % 8);
+    bytes[0] = static_cast<uint8_t>(2 * (source % 8));
+    bytes[1] = static_cast<uint8_t>(2 * (source % 8) + 1);
+  }
+  return gather;
+}
+
+// [field][AC only]
+constexpr SmLevelGather LevelGathers[2][2] = {
+    {MakeLevelGather(H264ZigZag4x4, 0), MakeLevelGather(H264ZigZag4x4, 1)},
+    {MakeLevelGather(H264FieldScan4x4, 0), MakeLevelGather(H264FieldScan4x4, 1)}};
+
+template <bool AcOnly>
+HWY_INLINE void AddLevels(const int16_t* levels, int32_t dc, bool field, const int32_t* levelScale,
+                          int qp, uint8_t* dst, ptrdiff_t stride) {
+  const hn::FixedTag<int16_t, 8> d16;
+  const hn::Repartition<uint8_t, decltype(d16)> d8;
+  const hn::Half<decltype(d16)> d16h;
+  const D32 d;
+  const auto low = hn::LoadU(d16, levels), high = hn::LoadU(d16, levels + 8);
+  const SmLevelGather& gather = LevelGathers[field ? 1 : 0][AcOnly ? 1 : 0];
+  V32 rows[4];
+  for (int half = 0; half < 2; ++half) {
+    const auto fromLow = hn::BitCast(d16, hn::LoadU(d8, gather.bytes[half][0]));
+    const auto fromHigh = hn::BitCast(d16, hn::LoadU(d8, gather.bytes[half][1]));
+    const auto raster =
+        hn::Or(hn::TableLookupBytesOr0(low, fromLow), hn::TableLookupBytesOr0(high, fromHigh));
+    rows[2 * half] = hn::PromoteTo(d, hn::LowerHalf(d16h, raster));
+    rows[2 * half + 1] = hn::PromoteTo(d, hn::UpperHalf(d16h, raster));
+  }
+  for (int i = 0; i < 4; ++i) {
+    rows[i] = hn::Mul(rows[i], hn::LoadU(d, levelScale + 4 * i));
+  }
+  if (qp >= 24) {
+    for (V32& row : rows) {
+      row = hn::ShiftLeftSame(row, qp / 6 - 4);
+    }
+  } else {
+    const V32 round = hn::Set(d, 1 << (3 - qp / 6));
+    for (V32& row : rows) {
+      row = hn::ShiftRightSame(hn::Add(row, round), 4 - qp / 6);
+    }
+  }
+  if (AcOnly) {
+    rows[0] = hn::IfThenElse(hn::FirstN(d, 1), hn::Set(d, dc), rows[0]);
+  }
+  TransformAndAdd4x4(rows[0], rows[1], rows[2], rows[3], dst, stride);
+}
+
+void AddLevels4x4Impl(const int16_t* levels, bool field, const int32_t* levelScale, int qp,
+                      uint8_t* dst, ptrdiff_t stride) {
+  AddLevels<false>(levels, 0, field, levelScale, qp, dst, stride);
+}
+
+void AddAcLevels4x4Impl(const int16_t* levels, int32_t dc, bool field, const int32_t* levelScale,
+                        int qp, uint8_t* dst, ptrdiff_t stride) {
+  AddLevels<true>(levels, dc, field, levelScale, qp, dst, stride);
 }
 
 // One dimension of the 8x8 transform on eight vectors.
@@ -159,6 +240,14 @@ void AddInverseTransform8x8Impl(const int32_t* c, uint8_t* dst, ptrdiff_t stride
 void AddDc4x4Impl(int32_t dc, uint8_t* dst, ptrdiff_t stride) {
   NmReference::H264AddDc4x4(dc, dst, stride);
 }
+void AddLevels4x4Impl(const int16_t* levels, bool field, const int32_t* levelScale, int qp,
+                      uint8_t* dst, ptrdiff_t stride) {
+  NmReference::H264AddLevels4x4(levels, field, levelScale, qp, dst, stride);
+}
+void AddAcLevels4x4Impl(const int16_t* levels, int32_t dc, bool field, const int32_t* levelScale,
+                        int qp, uint8_t* dst, ptrdiff_t stride) {
+  NmReference::H264AddAcLevels4x4(levels, dc, field, levelScale, qp, dst, stride);
+}
 void AddDc8x8Impl(int32_t dc, uint8_t* dst, ptrdiff_t stride) {
   NmReference::H264AddDc8x8(dc, dst, stride);
 }
@@ -175,6 +264,18 @@ HWY_EXPORT(AddInverseTransform4x4Impl);
 HWY_EXPORT(AddInverseTransform8x8Impl);
 HWY_EXPORT(AddDc4x4Impl);
 HWY_EXPORT(AddDc8x8Impl);
+HWY_EXPORT(AddLevels4x4Impl);
+HWY_EXPORT(AddAcLevels4x4Impl);
+
+void H264AddLevels4x4(const int16_t* levels, bool field, const int32_t* levelScale, int qp,
+                      uint8_t* dst, ptrdiff_t stride) {
+  HWY_DYNAMIC_DISPATCH(AddLevels4x4Impl)(levels, field, levelScale, qp, dst, stride);
+}
+
+void H264AddAcLevels4x4(const int16_t* levels, int32_t dc, bool field, const int32_t* levelScale,
+                        int qp, uint8_t* dst, ptrdiff_t stride) {
+  HWY_DYNAMIC_DISPATCH(AddAcLevels4x4Impl)(levels, dc, field, levelScale, qp, dst, stride);
+}
 
 void H264AddInverseTransform4x4(const int32_t* coefficients, uint8_t* dst, ptrdiff_t stride) {
   HWY_DYNAMIC_DISPATCH(AddInverseTransform4x4Impl)(coefficients, dst, stride);

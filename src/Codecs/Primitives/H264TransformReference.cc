@@ -88,6 +88,35 @@ void H264AddDc4x4(int32_t dc, uint8_t* dst, ptrdiff_t stride) {
   AddDc(dc, dst, stride, 4);
 }
 
+namespace {
+
+// Levels from scan position first on, placed and scaled.
+void AddLevels(const int16_t* levels, int first, int32_t dc, bool field, const int32_t* levelScale,
+               int qp, uint8_t* dst, ptrdiff_t stride) {
+  const uint8_t* scan = field ? H264FieldScan4x4 : H264ZigZag4x4;
+  int32_t c[16];
+  c[0] = dc;
+  for (int k = first; k < 16; ++k) {
+    const int position = scan[k];
+    const int32_t product = levels[k - first] * levelScale[position];
+    c[position] =
+        qp >= 24 ? product * (1 << (qp / 6 - 4)) : (product + (1 << (3 - qp / 6))) >> (4 - qp / 6);
+  }
+  H264AddInverseTransform4x4(c, dst, stride);
+}
+
+} // namespace
+
+void H264AddLevels4x4(const int16_t* levels, bool field, const int32_t* levelScale, int qp,
+                      uint8_t* dst, ptrdiff_t stride) {
+  AddLevels(levels, 0, 0, field, levelScale, qp, dst, stride);
+}
+
+void H264AddAcLevels4x4(const int16_t* levels, int32_t dc, bool field, const int32_t* levelScale,
+                        int qp, uint8_t* dst, ptrdiff_t stride) {
+  AddLevels(levels, 1, dc, field, levelScale, qp, dst, stride);
+}
+
 void H264AddDc8x8(int32_t dc, uint8_t* dst, ptrdiff_t stride) {
   AddDc(dc, dst, stride, 8);
 }
