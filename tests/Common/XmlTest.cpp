@@ -269,9 +269,9 @@ TEST(Xml, ValuesAreTrimmedWhenTheyStartBlank) {
   EXPECT_EQ(ValueOf(document->SelectSingleNode("/a/j")), "in\tside");
   // Only the first child counts.
   std::string value = "unchanged";
-  for (const char* path : {"/a/e", "/a/g", "/a/i"}) {
-    EXPECT_FALSE(document->SelectSingleNode(path)->GetValue(value)) << path;
-  }
+  EXPECT_FALSE(document->SelectSingleNode("/a/e")->GetValue(value));
+  EXPECT_FALSE(document->SelectSingleNode("/a/g")->GetValue(value));
+  EXPECT_FALSE(document->SelectSingleNode("/a/i")->GetValue(value));
   EXPECT_EQ(value, "unchanged");
   EXPECT_FALSE(document->GetDocumentElement()->GetAttributeValue("none", value));
   EXPECT_EQ(value, "unchanged");

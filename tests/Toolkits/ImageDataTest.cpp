@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <memory>
-#include <tuple>
 
 #include "Toolkits/VZKSourceToolkitPlugin/Items/ImageData.h"
 #include "Toolkits/VZKSourceToolkitPlugin/Items/SharedData.h"
@@ -26,8 +25,9 @@ TEST(ImageDataTest, AnswersEveryImageOperationAndNeverThrows) {
   properties.SetProperty("Transcoded", std::make_unique<CmBooleanProperty>(false));
   EXPECT_TRUE(dynamic_cast<const ImBooleanProperty*>(item->GetProperty("Transcoded"))->GetValue())
       << "the properties were copied at construction";
-  EXPECT_EQ(std::tuple(item->GetEndTime(), item->GetInterlacing(), item->GetPixelAspectRatio()),
-            std::tuple(1700000000040, 3u, 12.0 / 11.0));
+  EXPECT_EQ(item->GetEndTime(), 1700000000040);
+  EXPECT_EQ(item->GetInterlacing(), 3u);
+  EXPECT_DOUBLE_EQ(item->GetPixelAspectRatio(), 12.0 / 11.0);
   EXPECT_EQ(item->GetPlaneWidth(1), 17u) << "chroma is half the width, rounded up";
   EXPECT_EQ(item->GetPlanePointer(3), nullptr) << "a plane that does not exist answers 0";
 

@@ -92,9 +92,9 @@ TEST(ImageTransformToolkit, ResizeKeysDefaultsAndUpdates) {
     CmTransformChain chain("image_resize width='" + width + "'", pictures, {"Sequence_Number"});
     for (int i = 0; i < 2; ++i) {
       const auto item = chain.Fetch(i == 0);
-      EXPECT_EQ(
-          std::tuple(Size(item), item->GetBeginTime(), StringProperty(*item, "Sequence_Number")),
-          std::tuple("0x0", 1000 + 40 * i, std::to_string(i + 1)));
+      EXPECT_EQ(AsImage(item).GetPlanePointer(0), nullptr);
+      EXPECT_EQ(item->GetBeginTime(), 1000 + 40 * i);
+      EXPECT_EQ(StringProperty(*item, "Sequence_Number"), std::to_string(i + 1));
     }
   }
 }
@@ -265,9 +265,9 @@ TEST(ImageTransformToolkit, BrokenPicturesBecomeEmptyPicturesWithTheirProperties
     SCOPED_TRACE(element);
     CmTransformChain chain(element, pictures, {"Sequence_Number"});
     auto item = chain.Fetch();
-    EXPECT_EQ(
-        std::tuple(Size(item), item->GetBeginTime(), StringProperty(*item, "Sequence_Number")),
-        std::tuple("0x0", 1000, "1"));
+    EXPECT_EQ(Size(item), "0x0");
+    EXPECT_EQ(item->GetBeginTime(), 1000);
+    EXPECT_EQ(StringProperty(*item, "Sequence_Number"), "1");
     item = chain.Fetch(false);
     EXPECT_NE(Size(item), "0x0") << "the next good picture comes through";
   }

@@ -4,7 +4,6 @@
 #include <cmath>
 #include <cstdlib>
 #include <string>
-#include <tuple>
 #include <vector>
 
 #include "MediaProcessing/GenericByteData/GenericByteDataBlock.h"
@@ -46,9 +45,9 @@ TEST(JPEGEncoderToolkit, EncodesPicturesThatDecodeToTheirSizeAndPixels) {
     const auto item = chain.Fetch();
     const ImMediaData* element = Element(item.get());
     ASSERT_NE(element, nullptr);
-    EXPECT_EQ(std::tuple(item->GetBeginTime(), StringProperty(*item, "Sequence_Number"),
-                         StringProperty(*element, "Sequence_Number")),
-              std::tuple(picture.time, "1", "1"));
+    EXPECT_EQ(item->GetBeginTime(), picture.time);
+    EXPECT_EQ(StringProperty(*item, "Sequence_Number"), "1");
+    EXPECT_EQ(StringProperty(*element, "Sequence_Number"), "1");
 
     NmMediaProcessing::CmGenericVideoByteDataBlock block(
         const_cast<uint8_t*>(element->GetDataPointer()), element->GetDataSize());

@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <memory>
-#include <tuple>
 
 #include "Toolkits/VZKSourceToolkitPlugin/Items/MediaData.h"
 #include "Toolkits/VZKSourceToolkitPlugin/Items/SharedData.h"
@@ -49,9 +48,9 @@ TEST(MediaDataTest, PacketsAndBlocksCopyTheRecordAndReadTheirTimes) {
   block.imageCount = 25;
   const CmBytes blockBytes = BuildBlock(block);
   const CmMediaData blockItem(blockBytes.data(), blockBytes.size());
-  EXPECT_EQ(
-      std::tuple(blockItem.GetBeginTime(), blockItem.GetEndTime(), blockItem.GetPayloadSize()),
-      std::tuple(1000, 1999, block.payload.size()));
+  EXPECT_EQ(blockItem.GetBeginTime(), 1000);
+  EXPECT_EQ(blockItem.GetEndTime(), 1999);
+  EXPECT_EQ(blockItem.GetPayloadSize(), block.payload.size());
 
   // Damaged records never throw: unreadable fields read as 0.
   const CmBytes garbage = {0xFF, 0x00, 0x01};

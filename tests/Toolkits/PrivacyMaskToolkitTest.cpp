@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <tuple>
 #include <vector>
 
 #include "Common/Xerces/Xerces.h"
@@ -60,9 +59,9 @@ TEST(PrivacyMaskToolkit, MasksFollowTheItemsWhenNoneIsFixed) {
     expectMask(chain.Fetch(false), pictures[2], false, false);
     // A mask nobody can read hides the whole picture.
     auto item = chain.Fetch(false);
-    EXPECT_EQ(
-        std::tuple(Size(item), item->GetBeginTime(), StringProperty(*item, "Sequence_Number")),
-        std::tuple("0x0", 1120, "4"));
+    EXPECT_EQ(Size(item), "0x0");
+    EXPECT_EQ(item->GetBeginTime(), 1120);
+    EXPECT_EQ(StringProperty(*item, "Sequence_Number"), "4");
     expectMask(chain.Fetch(false), pictures[4], false, false);
     expectMask(chain.Fetch(false), pictures[5], false, true);
   }

@@ -2,7 +2,6 @@
 
 #include <memory>
 #include <string>
-#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -15,9 +14,9 @@ namespace {
 
 TEST(ToolkitErrorTest, NamesCodesArgumentsAndStableText) {
   const CmFileError<6> file("ToolkitSourcePlugin_cam");
-  EXPECT_EQ(std::tuple(file.GetErrorName(), file.GetErrorCode(), file.GetArguments()),
-            std::tuple("NmToolkit::ImFileError", 6u,
-                       std::vector<std::string>{"ToolkitSourcePlugin_cam"}));
+  EXPECT_EQ(file.GetErrorName(), "NmToolkit::ImFileError");
+  EXPECT_EQ(file.GetErrorCode(), 6u);
+  EXPECT_EQ(file.GetArguments(), std::vector<std::string>{"ToolkitSourcePlugin_cam"});
   EXPECT_EQ(file.GetInnerError(), nullptr);
   const char* first = file.what();
   EXPECT_STREQ(first, "Could not open file ToolkitSourcePlugin_cam!");

@@ -3,7 +3,6 @@
 #include <cstdlib>
 #include <memory>
 #include <string>
-#include <tuple>
 
 #include "Common/Xerces/Xerces.h"
 #include "Toolkits/ToolkitTestSupport.h"
@@ -77,9 +76,8 @@ TEST(SetPropertyTest, AddsItsPropertyToPicturesOnly) {
   std::unique_ptr<ImData> result(output);
   ASSERT_NE(dynamic_cast<CmImageData*>(output), nullptr);
   EXPECT_NE(output, &input);
-  EXPECT_EQ(
-      std::tuple(StringProperty(*output, "Label"), StringProperty(*output, "Sequence_Number")),
-      std::tuple("first", "17"));
+  EXPECT_EQ(StringProperty(*output, "Label"), "first");
+  EXPECT_EQ(StringProperty(*output, "Sequence_Number"), "17");
   EXPECT_EQ(StringProperty(*output, "Privacy_Mask"), "absent") << "only passed properties";
   EXPECT_EQ(dynamic_cast<CmImageData*>(output)->GetPlanePointer(0), input.GetPlanePointer(0))
       << "the picture is shared, not copied";
