@@ -309,12 +309,17 @@ TEST_F(MCLVideoDecoderTest, PackedRGBImagesAreWrittenInPlaceOrRestored) {
     SmFakePicture picture;
     picture.format = written;
     Script().steps.push_back(FrameStep(picture, 9, 100));
+    image.GetAttributes().attribute1 = 5;
+    image.GetAttributes().orientation.rotation = 1;
     EXPECT_TRUE(Decode(m_Source, image));
     EXPECT_TRUE(m_Result.m_ImageProduced);
     EXPECT_EQ(FirstPlane(image), plane);
     CmExpectedPicture expected(picture);
     EXPECT_TRUE(NmImageTest::SamePicture(image, expected.Image()));
     EXPECT_EQ(image.GetAttributes().subColorFormat, NotApplicable);
+    EXPECT_TRUE(image.GetAttributes().attribute1 == 0 &&
+                image.GetAttributes().orientation == Orientation())
+        << "the picture's, not the caller's";
   }
 }
 
