@@ -7,6 +7,7 @@
 #include "Image/ImageFixtures.h"
 #include "JPEG/JPEGTestSupport.h"
 #include "MediaProcessing/GenericByteData/RawVideoByteDataAccess.h"
+#include "MediaProcessing/Image/ImageColorFormatConvert.h"
 #include "MediaProcessing/Image/ImageCrop.h"
 #include "MediaProcessing/JPEG/JPEGEncoder.h"
 #include "MediaProcessing/JPEG/SimpleJPEGEncoder.h"
@@ -215,8 +216,14 @@ TEST(SimpleJPEGEncoder, FormatsThroughBGRAndABufferThatGrowsByAQuarterUpTo16MiB)
   ASSERT_EQ(black.subsampling, TJSAMP_420);
   EXPECT_LE(*std::max_element(black.planes[0].begin(), black.planes[0].end()), 2);
 
-  // Packed pixels of every order reach the same path: the toolkit's test
-  // follows each to its picture.
+  // Packed pixels of every order code the very same picture.
+  const CmImage rgb = NmImageTest::Applied(CmImageColorFormatConvert(RGB24), full);
+  CmSimpleJPEGEncoder encoder;
+  const CmBytes reference = Encoded(encoder, rgb, 95);
+  for (const ColorFormat format : {BGR24, RGB32, BGR32, RGBA, BGRA}) {
+    const CmImage packed = NmImageTest::Applied(CmImageColorFormatConvert(format), rgb);
+    EXPECT_EQ(Encoded(encoder, packed, 95), reference) << format;
+  }
 
   CmSimpleJPEGEncoder::CmMemoryDataOutputBuffer buffer;
   uint32_t written = 7;
