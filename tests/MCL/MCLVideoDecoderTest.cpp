@@ -448,6 +448,9 @@ TEST_F(MCLVideoDecoderTest, PostProcessingSkipsScalesAndReducesToLuminance) {
     }
     EXPECT_EQ(output.GetHeight(), height);
     EXPECT_TRUE(NmImageTest::SamePicture(output, reference));
+    const bool packed = scaling.format == MCL::BGR24 || scaling.format == MCL::BGR32;
+    EXPECT_EQ(output.GetAttributes().subColorFormat,
+              packed ? NotApplicable : SubColorFormatVideoRange);
   }
 }
 
