@@ -52,16 +52,7 @@ std::vector<MB> Copies(uint32_t even, uint32_t odd) {
 }
 
 SmWriterSlice Idr(uint32_t idrPicId = 0) {
-  SmWriterSlice slice = Slice(SmWriterSlice::I, 0);
-  slice.idr = true;
-  slice.idrPicId = idrPicId;
-  return slice;
-}
-
-SmWriterSlice WithOps(SmWriterSlice slice, std::vector<SmWriterMmco> ops) {
-  slice.adaptiveMarking = true;
-  slice.mmcos = std::move(ops);
-  return slice;
+  return AsIdr(Slice(SmWriterSlice::I, 0), idrPicId);
 }
 
 // A P picture whose macroblocks cycle through the given references with
