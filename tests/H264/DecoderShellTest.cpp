@@ -11,7 +11,7 @@ using namespace NmH264Test;
 // Parameter sets may be repeated anywhere, even between the slices of one
 // picture: an unchanged copy ends no picture. And a stream whose size
 // changes at an IDR while pictures of the old size still wait for their
-// turn: each leaves with its own size and crop.
+// turn: each leaves with its own size and crop, and as a progressive frame.
 TEST(H264DecoderShell, RepeatedParameterSetsAndPicturesOfTheirOwnSequencesSize) {
   REQUIRE_FFMPEG();
   Bytes joined;
@@ -37,7 +37,9 @@ TEST(H264DecoderShell, RepeatedParameterSetsAndPicturesOfTheirOwnSequencesSize) 
     repeated.insert(repeated.end(), unit.begin(), unit.end());
   }
   ASSERT_GT(repeated.size(), joined.size() + 100);
-  EXPECT_EQ(DecodeWithShell({joined}), expected);
+  const CmPictureCollector plain = CollectWithShell({joined});
+  EXPECT_EQ(plain.pictures, expected);
+  EXPECT_EQ(plain.structures, std::vector<int32_t>(expected.size(), MCL::Frame));
   EXPECT_EQ(DecodeWithShell({repeated}), expected);
 }
 

@@ -467,10 +467,9 @@ TEST(H264Intake, StatusesAtTheEdges) {
   // The decoder shell: a flush with nothing held and an input of three
   // bytes, consumed, both ask for more; a held picture leaves at the flush,
   // and then nothing is held again.
-  MCL::H264VideoDecoder decoder;
-  MCL::H264VideoDecoderParams params;
-  ASSERT_EQ(decoder.Init(&params), MCL::StatusOk);
-  MCL::MediaData output;
+  CmShell shell;
+  MCL::H264VideoDecoder& decoder = shell.decoder;
+  MCL::MediaData& output = shell.output;
   EXPECT_EQ(decoder.GetFrame(nullptr, &output), MCL::StatusNotEnoughData);
   const uint8_t three[] = {0, 0, 1};
   MCL::MediaData input;
