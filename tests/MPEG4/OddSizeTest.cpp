@@ -140,7 +140,7 @@ SmOddDecode DecodeAll(const SmClip& clip, bool luminanceOnly) {
 }
 
 TEST(MPEG4OddSize, EvenOnlyFormatsAreRefusedAndTheOthersDecodeAsFfmpeg) {
-  for (const auto [width, height] : {std::pair{95, 63}, {95, 64}, {96, 63}}) {
+  for (const auto& [width, height] : {std::pair{95, 63}, {95, 64}, {96, 63}}) {
     SCOPED_TRACE(std::to_string(width) + "x" + std::to_string(height));
     CmTempDirectory dir;
     const SmOddClip odd = MakeOddClip(dir, width, height);
