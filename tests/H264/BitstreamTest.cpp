@@ -81,6 +81,13 @@ TEST(H264NalUnits, AnnexBCutsUnitsAtStartCodes) {
   }
   EXPECT_EQ(units, expected);
   EXPECT_EQ(position, stream.size());
+  // Without a start code the last two bytes stay, as they may begin one that
+  // the next data completes, unless the data ends there.
+  for (const bool atEnd : {false, true}) {
+    position = 0;
+    EXPECT_FALSE(NextAnnexBUnit(stream.data(), 3, position, atEnd, unit));
+    EXPECT_EQ(position, atEnd ? 3u : 1u);
+  }
 
   // Length-prefixed units; a length beyond the data or of 0 stops.
   const std::vector<uint8_t> prefixed = {0, 0, 0, 2, 0x67, 0x42, 0, 0, 0, 1, 0x68, 0, 0, 0, 9, 1};
