@@ -163,10 +163,8 @@ void ExpectResetAndRecovery(bool mpeg4, const SmClip& clip, const CmReference& r
   damaged.intra.insert(damaged.intra.begin() + 2, false);
   damaged.times.insert(damaged.times.begin() + 2, clip.times[1] + 0.001);
   const std::vector<SmPicture> pictures = DecodeClip(*OpenEngine(mpeg4), damaged);
-  size_t nextIntra = 3;
-  while (!clip.intra[nextIntra]) {
-    ++nextIntra;
-  }
+  const auto nextIntra = static_cast<size_t>(
+      std::find(clip.intra.begin() + 3, clip.intra.end(), true) - clip.intra.begin());
   size_t compared = 0;
   for (const SmPicture& picture : pictures) {
     const size_t f = DisplayIndex(clip, picture.time);
@@ -183,10 +181,8 @@ void ExpectResetAndRecovery(bool mpeg4, const SmClip& clip, const CmReference& r
 // that does come out has its own time and is ffmpeg's picture of that time.
 void ExpectStartInsideAnOpenGroupKeepsTheTimes(const SmClip& clip, const CmReference& reference) {
   ASSERT_EQ(reference.size(), clip.pictures.size());
-  size_t start = 1;
-  while (start < clip.intra.size() && !clip.intra[start]) {
-    ++start;
-  }
+  const auto start = static_cast<size_t>(std::find(clip.intra.begin() + 1, clip.intra.end(), true) -
+                                         clip.intra.begin());
   ASSERT_LT(start, clip.intra.size());
   const auto from = [start](const auto& all) {
     return std::decay_t<decltype(all)>(all.begin() + static_cast<std::ptrdiff_t>(start), all.end());
