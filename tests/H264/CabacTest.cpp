@@ -10,60 +10,18 @@
 using namespace NmH264;
 using NmTestSupport::CmCabacEncoder;
 
-// Long random runs of every kind of bin, with contexts near certainty and
-// near even odds, bypass runs such as long Exp-Golomb suffixes, terminating
-// bins of 0 and of 1 with PCM bytes behind them: the decoder returns each
-// bin, stands exactly behind the flushed bits after a terminating 1, and
-// says so when it has read past the end.
-TEST(H264Cabac, EngineFollowsTheEncoderThroughEveryKindOfBin) {
+// Every kind of bin, contexts at every state, and the PCM bytes behind a
+// terminating 1 show in the CABAC streams that the decode tests compare with
+// ffmpeg's pictures. What no valid stream shows: the decoder stands exactly
+// behind the flushed bits after the last terminating bin, and says so when
+// data that ends within the bins has been read past.
+TEST(H264Cabac, EngineStopsBehindTheFlushAndTellsAnOverrun) {
   std::mt19937 random(2026);
-  enum Kind { Decision, Bypass, Terminate, Pcm };
-  struct SmBin {
-    Kind kind;
-    int context;
-    int bin;
-  };
-  std::vector<SmBin> bins;
-  for (int i = 0; i < 60000; ++i) {
-    const unsigned choice = random() % 100;
-    if (choice < 70) {
-      // Context c produces ones with probability c / 8.
-      const int context = static_cast<int>(random() % 9);
-      bins.push_back({Decision, context, static_cast<int>(random() % 8) < context ? 1 : 0});
-    } else if (choice < 95) {
-      bins.push_back({Bypass, 0, static_cast<int>(random() % 2)});
-    } else if (choice < 99) {
-      bins.push_back({Terminate, 0, 0});
-    } else {
-      bins.push_back({Pcm, 0, static_cast<int>(random() % 256)});
-    }
-  }
-  uint8_t encoderContexts[9], decoderContexts[9];
-  for (int c = 0; c < 9; ++c) {
-    // Both valMPS and states from 0 to 62.
-    encoderContexts[c] = decoderContexts[c] = static_cast<uint8_t>((c * 7 % 63) << 1 | (c & 1));
-  }
   CmCabacEncoder encoder;
-  std::vector<size_t> pcmAt; // bit count of the flush before each PCM
-  for (const SmBin& b : bins) {
-    switch (b.kind) {
-    case Decision:
-      encoder.EncodeDecision(encoderContexts[b.context], b.bin);
-      break;
-    case Bypass:
-      encoder.EncodeBypass(b.bin);
-      break;
-    case Terminate:
-      encoder.EncodeTerminate(0);
-      break;
-    case Pcm:
-      encoder.EncodeTerminate(1);
-      pcmAt.push_back(encoder.GetBitCount());
-      encoder.AlignWithZeros();
-      encoder.WriteByte(static_cast<uint8_t>(b.bin));
-      encoder.Restart();
-      break;
-    }
+  std::vector<int> bins;
+  for (int i = 0; i < 2000; ++i) {
+    bins.push_back(static_cast<int>(random() % 2));
+    encoder.EncodeBypass(bins.back());
   }
   encoder.EncodeTerminate(1);
   const size_t end = encoder.GetBitCount();
@@ -72,35 +30,12 @@ TEST(H264Cabac, EngineFollowsTheEncoderThroughEveryKindOfBin) {
 
   CmCabacDecoder decoder;
   decoder.Start(bytes.data(), bytes.size(), 0);
-  size_t pcm = 0;
   for (size_t i = 0; i < bins.size(); ++i) {
-    const SmBin& b = bins[i];
-    switch (b.kind) {
-    case Decision:
-      ASSERT_EQ(decoder.DecodeDecision(decoderContexts[b.context]), b.bin) << i;
-      break;
-    case Bypass:
-      ASSERT_EQ(decoder.DecodeBypass(), b.bin) << i;
-      break;
-    case Terminate:
-      ASSERT_EQ(decoder.DecodeTerminate(), 0) << i;
-      break;
-    case Pcm: {
-      ASSERT_EQ(decoder.DecodeTerminate(), 1) << i;
-      ASSERT_EQ(decoder.GetBitPosition(), pcmAt[pcm++]) << i;
-      const size_t byte = (decoder.GetBitPosition() + 7) / 8;
-      ASSERT_EQ(bytes[byte], b.bin);
-      decoder.Start(bytes.data(), bytes.size(), byte + 1);
-      break;
-    }
-    }
+    ASSERT_EQ(decoder.DecodeBypass(), bins[i]) << i;
   }
   EXPECT_EQ(decoder.DecodeTerminate(), 1);
   EXPECT_EQ(decoder.GetBitPosition(), end);
   EXPECT_FALSE(decoder.IsOverrun());
-  for (int c = 0; c < 9; ++c) {
-    EXPECT_EQ(decoderContexts[c], encoderContexts[c]);
-  }
 
   // Cut short, the data ends within the last bins.
   CmCabacDecoder cut;

@@ -10,9 +10,6 @@ using namespace NmH264Test;
 
 namespace {
 
-using Picture = Bytes;
-using Unit = Bytes;
-
 // An x264 stream of noisy pictures cut into access units, and ffmpeg's
 // pictures of it.
 struct SmClip {
@@ -58,7 +55,7 @@ TEST(H264DamagedStream, ALostOrBrokenSliceIsFilledFromTheNearestReference) {
     ASSERT_EQ(clip.pictures.size(), 12u);
     // Which of pictures 3 and 2 each luma macroblock of a slice equals, in
     // decoding order.
-    const auto sources = [&](const Picture& ours, size_t slice) {
+    const auto sources = [&](const Bytes& ours, size_t slice) {
       std::string found;
       for (size_t mb = 0; mb < width / 16 * (pairs ? 2 : 1); ++mb) {
         const size_t x = (pairs ? mb / 2 : mb) * 16,
@@ -69,7 +66,7 @@ TEST(H264DamagedStream, ALostOrBrokenSliceIsFilledFromTheNearestReference) {
     };
     for (const size_t percent : {0, 20, 35, 50, 65, 80}) {
       SCOPED_TRACE(percent == 0 ? "lost" : "cut at " + std::to_string(percent) + "%");
-      std::vector<std::vector<Unit>> damaged = clip.accessUnits;
+      std::vector<AccessUnit> damaged = clip.accessUnits;
       size_t slices = 0;
       for (auto unit = damaged[3].begin(); unit != damaged[3].end(); ++unit) {
         if (IsSlice(*unit) && ++slices == 2) {
@@ -81,7 +78,7 @@ TEST(H264DamagedStream, ALostOrBrokenSliceIsFilledFromTheNearestReference) {
           break;
         }
       }
-      const std::vector<Picture> ours = Decode(damaged);
+      const Frames ours = Decode(damaged);
       EXPECT_TRUE(Decode(damaged, 2) == ours) << "2 threads";
       ASSERT_EQ(ours.size(), 12u);
       // '=' where the two pictures agree.
@@ -128,11 +125,11 @@ TEST(H264DamagedStream, DamageCostsNothingBeyondTheNextIdr) {
     for (int kind = 0; kind < 5; ++kind) {
       for (int round = 0; round < (kind < 3 ? 8 : 2); ++round) {
         SCOPED_TRACE(testing::Message() << "damage " << kind << " round " << round);
-        std::vector<std::vector<Unit>> damaged = clip.accessUnits;
+        std::vector<AccessUnit> damaged = clip.accessUnits;
         size_t counted = 0;
         // The access units of the first group, after its IDR.
         for (size_t a = 1; a < 10; ++a) {
-          std::vector<Unit>& units = damaged[a];
+          std::vector<Bytes>& units = damaged[a];
           std::vector<size_t> slices;
           for (size_t u = 0; u < units.size(); ++u) {
             if (IsSlice(units[u])) {
@@ -149,7 +146,7 @@ TEST(H264DamagedStream, DamageCostsNothingBeyondTheNextIdr) {
             if (!IsSlice(units[u])) {
               continue;
             }
-            Unit& unit = units[u];
+            Bytes& unit = units[u];
             if (kind == 0 && ++counted % (2 + round % 3) == 0) {
               units.erase(units.begin() + static_cast<std::ptrdiff_t>(u--));
             } else if (kind == 1 && random() % 3 == 0) {
@@ -163,12 +160,12 @@ TEST(H264DamagedStream, DamageCostsNothingBeyondTheNextIdr) {
             }
           }
         }
-        const std::vector<Picture> ours = Decode(damaged);
+        const Frames ours = Decode(damaged);
         // Concealment and the recovery reset with the loop filter on its own
         // thread give the same pictures.
         EXPECT_TRUE(Decode(damaged, 2) == ours);
         ASSERT_GE(ours.size(), 20u);
-        for (const Picture& picture : ours) {
+        for (const Bytes& picture : ours) {
           EXPECT_EQ(picture.size(), clip.pictures[0].size());
         }
         for (size_t f = 0; f < 20; ++f) {
@@ -189,8 +186,8 @@ TEST(H264DamagedStream, AStreamJoinedAtARecoveryPointShowsPicturesOnceTheyAreRig
   const SmClip clip = MakeClip("cabac=1:bframes=0:keyint=8:intra-refresh=1", 30);
   ASSERT_EQ(clip.pictures.size(), 30u);
   // From the middle of the first refresh period.
-  const std::vector<std::vector<Unit>> joined(clip.accessUnits.begin() + 5, clip.accessUnits.end());
-  const std::vector<Picture> ours = Decode(joined);
+  const std::vector<AccessUnit> joined(clip.accessUnits.begin() + 5, clip.accessUnits.end());
+  const Frames ours = Decode(joined);
   ASSERT_GE(ours.size(), 12u);
   ASSERT_LT(ours.size(), 22u) << "the pictures before recovery stay hidden";
   for (size_t f = 0; f < ours.size(); ++f) {

@@ -82,7 +82,6 @@ public:
       m_Encoder.WriteByte(samples[i]);
     }
     m_Encoder.Restart();
-    ++m_PcmMacroblocks;
   }
 
   // The slice NAL units in decoding order: the header bytes they began
@@ -122,9 +121,6 @@ private:
   NmTestSupport::CmCabacEncoder m_Encoder;
   std::vector<SmSlice> m_Slices;
   bool m_Open = false;
-
-public:
-  int m_PcmMacroblocks = 0;
 };
 
 // An Annex B stream whose slices are replaced, in order, by the rebuilt

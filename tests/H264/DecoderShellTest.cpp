@@ -9,15 +9,22 @@
 using namespace NmH264Test;
 
 // Parameter sets may be repeated anywhere, even between the slices of one
-// picture: an unchanged copy ends no picture.
-TEST(H264DecoderShell, RepeatedParameterSetsBetweenSlicesChangeNothing) {
+// picture: an unchanged copy ends no picture. And a stream whose size
+// changes at an IDR while pictures of the old size still wait for their
+// turn: each leaves with its own size and crop, and as a progressive frame.
+TEST(H264DecoderShell, RepeatedParameterSetsAndPicturesOfTheirOwnSequencesSize) {
   REQUIRE_FFMPEG();
-  const SmEncoded clip =
-      EncodeWithX264({"64x48", "yuv420p", "cabac=0:bframes=0:slices=3:keyint=3", 6});
-  const Frames plain = DecodeWithShell({clip.stream});
-  ASSERT_EQ(plain.size(), 6u);
+  Bytes joined;
+  Frames expected;
+  for (const char* size : {"62x46", "100x60"}) {
+    const SmEncoded part =
+        EncodeWithX264({size, "yuv420p", "cabac=0:bframes=2:b-pyramid=none:slices=3", 6});
+    ASSERT_EQ(part.pictures.size(), 6u);
+    joined.insert(joined.end(), part.stream.begin(), part.stream.end());
+    expected.insert(expected.end(), part.pictures.begin(), part.pictures.end());
+  }
   Bytes sequence, picture, repeated;
-  for (const Bytes& unit : AnnexBUnits(clip.stream)) {
+  for (const Bytes& unit : AnnexBUnits(joined)) {
     const int type = unit[3] & 0x1F;
     sequence = type == 7 ? unit : sequence;
     picture = type == 8 ? unit : picture;
@@ -29,8 +36,11 @@ TEST(H264DecoderShell, RepeatedParameterSetsBetweenSlicesChangeNothing) {
     }
     repeated.insert(repeated.end(), unit.begin(), unit.end());
   }
-  ASSERT_GT(repeated.size(), clip.stream.size() + 100);
-  EXPECT_EQ(DecodeWithShell({repeated}), plain);
+  ASSERT_GT(repeated.size(), joined.size() + 100);
+  const CmPictureCollector plain = CollectWithShell({joined});
+  EXPECT_EQ(plain.pictures, expected);
+  EXPECT_EQ(plain.structures, std::vector<int32_t>(expected.size(), MCL::Frame));
+  EXPECT_EQ(DecodeWithShell({repeated}), expected);
 }
 
 // The whole stream in one buffer, more pictures than the frame store holds:
@@ -147,19 +157,4 @@ TEST(H264DecoderShell, CodingNotDecodedYetGivesNoPictureButAStatus) {
   EXPECT_EQ(shell.collector.pictures.size(), 2u);
   decode("yuv420p", "cabac=1");
   EXPECT_EQ(shell.collector.pictures.size(), 4u);
-}
-
-// A stream whose size changes at an IDR while pictures of the old size still
-// wait for their turn: each leaves with its own size and crop.
-TEST(H264DecoderShell, PicturesLeaveWithTheSizeOfTheirOwnSequence) {
-  REQUIRE_FFMPEG();
-  Bytes joined;
-  Frames expected;
-  for (const char* size : {"62x46", "100x60"}) {
-    const SmEncoded part = EncodeWithX264({size, "yuv420p", "cabac=0:bframes=2:b-pyramid=none", 6});
-    ASSERT_EQ(part.pictures.size(), 6u);
-    joined.insert(joined.end(), part.stream.begin(), part.stream.end());
-    expected.insert(expected.end(), part.pictures.begin(), part.pictures.end());
-  }
-  EXPECT_EQ(DecodeWithShell({joined}), expected);
 }

@@ -102,24 +102,23 @@ SmWriterSps InterlacedSequence() {
 }
 
 // A stream of interlaced fields that begins with an IDR frame of two
-// fields: an intra top field and a bottom field predicted from it, both with
-// the loop filter setting `filter`.
-CmH264StreamWriter StartWithIntraPair(uint32_t filter, uint32_t maxNumRefFrames = 3) {
+// fields: an intra first field (the top one unless `bottomFirst`) and a
+// second field predicted from it, both with the loop filter setting
+// `filter`; in the High profile with the 8x8 transform where asked.
+CmH264StreamWriter StartWithIntraPair(uint32_t filter, uint32_t maxNumRefFrames = 3,
+                                      bool bottomFirst = false, bool highProfile = false) {
   CmH264StreamWriter writer;
   SmWriterSps sps = InterlacedSequence();
   sps.maxNumRefFrames = maxNumRefFrames;
   sps.maxDecFrameBuffering = maxNumRefFrames;
+  sps.profileIdc = highProfile ? 100 : sps.profileIdc;
   writer.WriteSps(sps);
-  writer.WritePps(SmWriterPps{});
-  SmWriterSlice idr = Field(SmWriterSlice::I, 0, false, 0, filter);
-  idr.idr = true;
-  writer.WriteSlice(idr, IntraField(1));
-  writer.WriteSlice(Field(SmWriterSlice::P, 0, true, 1, filter), PredictedField({0}, 2));
+  SmWriterPps pps;
+  pps.transform8x8 = highProfile;
+  writer.WritePps(pps);
+  writer.WriteSlice(AsIdr(Field(SmWriterSlice::I, 0, bottomFirst, 0, filter)), IntraField(1));
+  writer.WriteSlice(Field(SmWriterSlice::P, 0, !bottomFirst, 1, filter), PredictedField({0}, 2));
   return writer;
-}
-
-std::vector<int32_t> DecodeStructures(const CmH264StreamWriter& writer) {
-  return CollectWithShell({writer.AnnexB()}).structures;
 }
 
 // The lines of one parity of a planar 4:2:0 frame.
@@ -146,19 +145,9 @@ TEST(H264FieldPictures, FieldPairsOfIPAndBFieldsMatchFfmpeg) {
   for (const uint32_t filter : {1u, 0u}) {
     for (const bool bottomFirst : {false, true}) {
       SCOPED_TRACE(testing::Message() << "filter " << filter << " bottom first " << bottomFirst);
-      CmH264StreamWriter writer;
-      SmWriterSps sps = InterlacedSequence();
-      sps.profileIdc = 100;
-      writer.WriteSps(sps);
-      SmWriterPps pps;
-      pps.transform8x8 = true;
-      writer.WritePps(pps);
-      const bool first = bottomFirst, second = !bottomFirst;
       // An intra first field; the second predicts from it alone.
-      SmWriterSlice idr = Field(SmWriterSlice::I, 0, first, 0, filter);
-      idr.idr = true;
-      writer.WriteSlice(idr, IntraField(1));
-      writer.WriteSlice(Field(SmWriterSlice::P, 0, second, 1, filter), PredictedField({0}, 2));
+      CmH264StreamWriter writer = StartWithIntraPair(filter, 3, bottomFirst, true);
+      const bool first = bottomFirst, second = !bottomFirst;
       // Frame 1 as two P fields from up to three fields: list 0 alternates
       // parities, the current one's first, and the second field's list
       // begins with the first field of its own frame.
@@ -201,8 +190,7 @@ TEST(H264FieldPictures, FieldPairsOfIPAndBFieldsMatchFfmpeg) {
 // as reference. Each frame tells how it was coded, so that a deinterlacer
 // downstream knows: a pair of fields which came first (by order count,
 // whatever the decoding order), a lone field which it is, a frame of an
-// interlaced sequence its fields' order, and a sequence of frames only:
-// progressive.
+// interlaced sequence its fields' order.
 TEST(H264FieldPictures, LoneFieldsAndTheFieldOrderOfEachFrame) {
   REQUIRE_FFMPEG();
   CmH264StreamWriter writer = StartWithIntraPair(1);
@@ -225,7 +213,7 @@ TEST(H264FieldPictures, LoneFieldsAndTheFieldOrderOfEachFrame) {
   EXPECT_TRUE(decoded.allAccepted);
   const Frames& ours = decoded.pictures;
   ASSERT_EQ(ours.size(), 6u);
-  EXPECT_EQ(DecodeStructures(writer),
+  EXPECT_EQ(CollectWithShell({writer.AnnexB()}).structures,
             (std::vector<int32_t>{MCL::FrameTopFieldFirst, MCL::FrameTopFieldFirst, MCL::TopField,
                                   MCL::FrameBottomFieldFirst, MCL::FrameTopFieldFirst,
                                   MCL::BottomField}));
@@ -240,16 +228,6 @@ TEST(H264FieldPictures, LoneFieldsAndTheFieldOrderOfEachFrame) {
     EXPECT_TRUE(FieldLines(ours[lone], 0) == FieldLines(ours[lone], 1)) << lone;
     EXPECT_FALSE(FieldLines(ours[lone], parity) == FieldLines(ours[lone - 1], parity)) << lone;
   }
-
-  CmH264StreamWriter progressive;
-  SmWriterSps sps = InterlacedSequence();
-  sps.frameMbsOnly = true;
-  progressive.WriteSps(sps);
-  progressive.WritePps(SmWriterPps{});
-  SmWriterSlice intra;
-  intra.idr = true;
-  progressive.WriteSlice(intra, IntraPicture(1, Width * Height));
-  EXPECT_EQ(DecodeStructures(progressive), (std::vector<int32_t>{MCL::Frame}));
 }
 
 // Memory management in fields names single fields by field picture numbers:
@@ -267,10 +245,9 @@ TEST(H264FieldPictures, MemoryManagementUnmarksSingleFields) {
   }
   // Top field of frame 3 (CurrPicNum 7) unmarks the bottom field of frame 1
   // (PicNum 2) and the top field of frame 0 (PicNum 1).
-  SmWriterSlice unmark = WithActive(Field(SmWriterSlice::P, 3, false, 24, 0), 4);
-  unmark.adaptiveMarking = true;
-  unmark.mmcos = {SmWriterMmco{1, 4, 0}, SmWriterMmco{1, 5, 0}};
-  writer.WriteSlice(unmark, PredictedField({0, 1, 2, 3}, 7));
+  writer.WriteSlice(WithOps(WithActive(Field(SmWriterSlice::P, 3, false, 24, 0), 4),
+                            {SmWriterMmco{1, 4, 0}, SmWriterMmco{1, 5, 0}}),
+                    PredictedField({0, 1, 2, 3}, 7));
   // Its bottom field's list: frame 2 bottom, frame 3 top, frame 0 bottom,
   // frame 2 top, frame 1 top.
   writer.WriteSlice(WithActive(Field(SmWriterSlice::P, 3, true, 25, 0), 5),
@@ -279,10 +256,9 @@ TEST(H264FieldPictures, MemoryManagementUnmarksSingleFields) {
   // field unmarks its own top field (PicNum 8 of CurrPicNum 9).
   writer.WriteSlice(WithActive(Field(SmWriterSlice::P, 4, false, 32, 0), 6),
                     PredictedField({5, 4, 3, 2, 1, 0}, 9));
-  SmWriterSlice own = WithActive(Field(SmWriterSlice::P, 4, true, 33, 0), 6);
-  own.adaptiveMarking = true;
-  own.mmcos = {SmWriterMmco{1, 0, 0}};
-  writer.WriteSlice(own, PredictedField({0, 5, 1, 4, 2, 3}, 10));
+  writer.WriteSlice(
+      WithOps(WithActive(Field(SmWriterSlice::P, 4, true, 33, 0), 6), {SmWriterMmco{1, 0, 0}}),
+      PredictedField({0, 5, 1, 4, 2, 3}, 10));
   // Frame 5 sees frame 4's bottom field alone.
   writer.WriteSlice(WithActive(Field(SmWriterSlice::P, 5, false, 40, 0), 6),
                     PredictedField({0, 1, 2, 3, 4, 5}, 11));
@@ -316,9 +292,7 @@ TEST(H264FieldPictures, SliceGroupsInFieldsDecodeAsTheSameSlicesWithout) {
             slice, std::vector<MB>(mbs.begin() + half * Half, mbs.begin() + (half + 1) * Half));
       }
     };
-    SmWriterSlice idr = Field(SmWriterSlice::I, 0, false, 0, 0);
-    idr.idr = true;
-    halves(idr, IntraField(1));
+    halves(AsIdr(Field(SmWriterSlice::I, 0, false, 0, 0)), IntraField(1));
     halves(Field(SmWriterSlice::P, 0, true, 1, 0), PredictedField({0}, 2));
     halves(WithActive(Field(SmWriterSlice::P, 1, false, 8, 0), 2), PredictedField({0, 1}, 3));
     halves(WithActive(Field(SmWriterSlice::P, 1, true, 9, 0), 3), PredictedField({2, 0, 1}, 4));
@@ -349,8 +323,7 @@ TEST(H264FieldPictures, ResetInAFieldStartsTheCountsOver) {
     SmWriterSlice reset = WithActive(Field(SmWriterSlice::P, 2, false, 80, 0), 2);
     SmWriterSlice second = WithActive(Field(SmWriterSlice::P, 2, true, 81, 0), 2);
     SmWriterSlice& carrier = inSecondField ? second : reset;
-    carrier.adaptiveMarking = true;
-    carrier.mmcos = {SmWriterMmco{5, 0, 0}};
+    carrier = WithOps(carrier, {SmWriterMmco{5, 0, 0}});
     if (!inSecondField) {
       second.frameNum = 0;
       second.pocLsb = 1;
@@ -388,19 +361,17 @@ TEST(H264FieldPictures, LongTermFieldsMatchFfmpeg) {
   // field (PicNum 0) long-term with index 1, then its top field (PicNum 1)
   // beside it. (ffmpeg keeps marks by frame: it would make both fields
   // long-term at the first command.)
-  SmWriterSlice top1 = WithActive(Field(SmWriterSlice::P, 1, false, 8, 1), 2);
-  top1.adaptiveMarking = true;
-  top1.mmcos = {SmWriterMmco{4, 3, 0}, SmWriterMmco{3, 2, 1}, SmWriterMmco{3, 1, 1}};
-  writer.WriteSlice(top1, PredictedField({0, 1}, 3));
+  writer.WriteSlice(WithOps(WithActive(Field(SmWriterSlice::P, 1, false, 8, 1), 2),
+                            {SmWriterMmco{4, 3, 0}, SmWriterMmco{3, 2, 1}, SmWriterMmco{3, 1, 1}}),
+                    PredictedField({0, 1}, 3));
   // Bottom: list frame 1 top, then frame 0 bottom and top, long-term.
   writer.WriteSlice(WithActive(Field(SmWriterSlice::P, 1, true, 9, 1), 3),
                     PredictedField({2, 0, 1}, 4));
   // Frame 2, top: frame 0's bottom field (LongTermPicNum 2) moved to the
   // front; then its top field (LongTermPicNum 3) unmarked.
-  SmWriterSlice top2 = WithActive(Field(SmWriterSlice::P, 2, false, 16, 1), 4);
+  SmWriterSlice top2 =
+      WithOps(WithActive(Field(SmWriterSlice::P, 2, false, 16, 1), 4), {SmWriterMmco{2, 3, 0}});
   top2.modifications[0] = {{2, 2}};
-  top2.adaptiveMarking = true;
-  top2.mmcos = {SmWriterMmco{2, 3, 0}};
   writer.WriteSlice(top2, PredictedField({0, 1, 2, 3}, 5));
   writer.WriteSlice(WithActive(Field(SmWriterSlice::P, 2, true, 17, 1), 4),
                     PredictedField({3, 0, 1, 2}, 6));
@@ -448,14 +419,11 @@ TEST(H264FieldPictures, LongTermMarksOfSingleFields) {
   writer.WritePps(SmWriterPps{});
   const std::vector<MB> top0 = IntraField(1), bottom0 = IntraField(2), top1 = IntraField(3),
                         bottom1 = IntraField(4);
-  SmWriterSlice idr = Field(SmWriterSlice::I, 0, false, 0, 1);
-  idr.idr = true;
+  SmWriterSlice idr = AsIdr(Field(SmWriterSlice::I, 0, false, 0, 1));
   idr.longTermReference = true;
   writer.WriteSlice(idr, top0);
-  SmWriterSlice second = Field(SmWriterSlice::I, 0, true, 1, 1);
-  second.adaptiveMarking = true;
-  second.mmcos = {SmWriterMmco{6, 0, 0}};
-  writer.WriteSlice(second, bottom0);
+  writer.WriteSlice(WithOps(Field(SmWriterSlice::I, 0, true, 1, 1), {SmWriterMmco{6, 0, 0}}),
+                    bottom0);
   writer.WriteSlice(Field(SmWriterSlice::I, 1, false, 8, 1), top1);
   writer.WriteSlice(Field(SmWriterSlice::I, 1, true, 9, 1), bottom1);
   // Frame 2 copies the long-term fields of frame 0 by LongTermPicNum 1 (of
@@ -467,10 +435,8 @@ TEST(H264FieldPictures, LongTermMarksOfSingleFields) {
     slice.modifications[0] = {modification};
     return slice;
   };
-  SmWriterSlice mark = copy(2, false, {2, 1});
-  mark.adaptiveMarking = true;
-  mark.mmcos = {SmWriterMmco{4, 2, 0}, SmWriterMmco{3, 2, 1}};
-  writer.WriteSlice(mark, copies);
+  writer.WriteSlice(WithOps(copy(2, false, {2, 1}), {SmWriterMmco{4, 2, 0}, SmWriterMmco{3, 2, 1}}),
+                    copies);
   writer.WriteSlice(copy(2, true, {2, 1}), copies);
   // Frame 3 copies frame 1: its top field names frame 1's top field by
   // PicNum 3 (CurrPicNum 7, a difference of 4), its bottom field frame 1's
@@ -514,13 +480,9 @@ std::vector<MB> DirectMostly(uint32_t count, int seed) {
 TEST(H264FieldPictures, DirectPredictionBetweenFieldsAndFramesMatchesFfmpeg) {
   REQUIRE_FFMPEG();
   CmH264StreamWriter writer;
-  SmWriterSps sps = InterlacedSequence();
-  sps.maxNumRefFrames = 3;
-  writer.WriteSps(sps);
+  writer.WriteSps(InterlacedSequence());
   writer.WritePps(SmWriterPps{});
-  SmWriterSlice idr = FramePicture(SmWriterSlice::I, 0, 0);
-  idr.idr = true;
-  writer.WriteSlice(idr, IntraPicture(1, Width * Height));
+  writer.WriteSlice(AsIdr(FramePicture(SmWriterSlice::I, 0, 0)), IntraPicture(1, Width * Height));
   std::vector<MB> moving;
   for (uint32_t a = 0; a < Width * Height; ++a) {
     moving.push_back(a == 6 ? Textured(2, a)

@@ -20,6 +20,7 @@
 #include "Codecs/MCL/VideoDecoderParams.h"
 #include "Codecs/MCL/VideoProcessing.h"
 #include "support/ExternalTools.h"
+#include "support/PictureCollector.h"
 
 #define REQUIRE_FFMPEG()                                                                           \
   if (!NmTestSupport::HaveProgram("ffmpeg")) {                                                     \
@@ -31,29 +32,8 @@ namespace NmH264Test {
 using Bytes = std::vector<uint8_t>;
 using Frames = std::vector<Bytes>;
 
-inline Frames Split(const Bytes& bytes, size_t frameSize) {
-  Frames frames;
-  for (size_t at = 0; frameSize > 0 && at + frameSize <= bytes.size(); at += frameSize) {
-    frames.emplace_back(bytes.begin() + static_cast<std::ptrdiff_t>(at),
-                        bytes.begin() + static_cast<std::ptrdiff_t>(at + frameSize));
-  }
-  return frames;
-}
-
-// ffmpeg's pictures of the stream at `path`, every one it outputs, none
-// doubled, planar as raw video. One thread: ffmpeg's frame threads race on
-// some unusual written streams (direct prediction between fields and
-// frames), and an oracle must give the same answer every time.
-inline Frames FfmpegPictures(const std::string& path, const std::string& decoded, size_t frameSize,
-                             const std::string& pixelFormat = "yuv420p",
-                             const std::string& inputOptions = "") {
-  if (!NmTestSupport::Run("ffmpeg -y -v error -threads 1 " + inputOptions + " -i '" + path +
-                          "' -fps_mode passthrough -f rawvideo -pix_fmt " + pixelFormat + " '" +
-                          decoded + "'")) {
-    return {};
-  }
-  return Split(NmTestSupport::ReadBytes(decoded), frameSize);
-}
+using NmTestSupport::FfmpegPictures;
+using NmTestSupport::Split;
 
 // A clip of ffmpeg's test pattern as x264 encodes it with `options`.
 // Odd lines inverted in bands that move from picture to picture: x264
@@ -205,32 +185,7 @@ inline SmSupplied DecodeStream(const Bytes& stream, int32_t threads = 1) {
   return DecodeWithSupplier(AnnexBUnits(stream), settings);
 }
 
-// Keeps each picture that the decoder shell puts out: its visible samples,
-// planar, and its time.
-class CmPictureCollector : public MCL::VideoProcessing {
-public:
-  MCL::Status GetFrame(MCL::MediaData* input, MCL::MediaData*) override {
-    const auto* picture = dynamic_cast<MCL::VideoData*>(input);
-    if (picture == nullptr) {
-      return MCL::StatusNullPointer;
-    }
-    Bytes samples;
-    for (int c = 0; c < picture->GetPlaneCount(); ++c) {
-      for (int32_t y = 0; y < picture->GetPlaneHeight(c); ++y) {
-        const uint8_t* row = picture->GetPlanePointer(c) + y * picture->GetPlanePitch(c);
-        samples.insert(samples.end(), row, row + picture->GetPlaneWidth(c));
-      }
-    }
-    pictures.push_back(std::move(samples));
-    times.push_back(picture->GetTime());
-    structures.push_back(picture->GetPictureStructure());
-    return MCL::StatusOk;
-  }
-
-  Frames pictures;
-  std::vector<double> times;
-  std::vector<int32_t> structures; // which field first, or which lone field
-};
+using NmTestSupport::CmPictureCollector;
 
 // The decoder shell with a collector behind it, fed a buffer at a time.
 class CmShell {

@@ -52,16 +52,7 @@ std::vector<MB> Copies(uint32_t even, uint32_t odd) {
 }
 
 SmWriterSlice Idr(uint32_t idrPicId = 0) {
-  SmWriterSlice slice = Slice(SmWriterSlice::I, 0);
-  slice.idr = true;
-  slice.idrPicId = idrPicId;
-  return slice;
-}
-
-SmWriterSlice WithOps(SmWriterSlice slice, std::vector<SmWriterMmco> ops) {
-  slice.adaptiveMarking = true;
-  slice.mmcos = std::move(ops);
-  return slice;
+  return AsIdr(Slice(SmWriterSlice::I, 0), idrPicId);
 }
 
 // A P picture whose macroblocks cycle through the given references with
@@ -476,10 +467,9 @@ TEST(H264Intake, StatusesAtTheEdges) {
   // The decoder shell: a flush with nothing held and an input of three
   // bytes, consumed, both ask for more; a held picture leaves at the flush,
   // and then nothing is held again.
-  MCL::H264VideoDecoder decoder;
-  MCL::H264VideoDecoderParams params;
-  ASSERT_EQ(decoder.Init(&params), MCL::StatusOk);
-  MCL::MediaData output;
+  CmShell shell;
+  MCL::H264VideoDecoder& decoder = shell.decoder;
+  MCL::MediaData& output = shell.output;
   EXPECT_EQ(decoder.GetFrame(nullptr, &output), MCL::StatusNotEnoughData);
   const uint8_t three[] = {0, 0, 1};
   MCL::MediaData input;

@@ -55,6 +55,22 @@ inline NmTestSupport::SmWriterSlice WithActive(NmTestSupport::SmWriterSlice slic
   return slice;
 }
 
+// The slice as an IDR picture's.
+inline NmTestSupport::SmWriterSlice AsIdr(NmTestSupport::SmWriterSlice slice,
+                                          uint32_t idrPicId = 0) {
+  slice.idr = true;
+  slice.idrPicId = idrPicId;
+  return slice;
+}
+
+// The slice marking references by these memory management commands.
+inline NmTestSupport::SmWriterSlice WithOps(NmTestSupport::SmWriterSlice slice,
+                                            std::vector<NmTestSupport::SmWriterMmco> ops) {
+  slice.adaptiveMarking = true;
+  slice.mmcos = std::move(ops);
+  return slice;
+}
+
 // Puts the I_PCM samples of each macroblock into a planar 4:2:0 frame of
 // widthInMbs x heightInMbs macroblocks, every `rowStep`th row from `row0`:
 // a frame picture with 1 and 0, a field with 2 and its parity.

@@ -90,21 +90,11 @@ TEST(HostTest, PullsEveryItemInPlaybackAndLive) {
   playback->Disconnect();
 }
 
+// Every configuration fault the root tells at Connect (its own test names
+// them); through the exports, even text that is no XML at all, or none.
 TEST(HostTest, BadConfigurationNeverFailsCreateInstance) {
   LoadedPlugin plugin;
   ASSERT_NE(plugin.create, nullptr);
-  for (const std::string& config :
-       {std::string("<a/><b/>"), std::string("<image_resize><nonsense/></image_resize>"),
-        Scripted("missing_plugin"), std::string("<toolkit><provider>scripted</provider></toolkit>"),
-        std::string("<toolkit type='source'/>")}) {
-    try {
-      plugin.Root(config)->Connect(0);
-      ADD_FAILURE() << "Connect must report: " << config;
-    } catch (const ImConfigurationError& error) {
-      EXPECT_STREQ(error.what(), "Could not parse toolkit configuration xml!");
-      EXPECT_EQ(error.GetErrorCode(), 0u);
-    }
-  }
   for (const char* text : {"", "<toolkit", static_cast<const char*>(nullptr)}) {
     ImToolkit* root = plugin.create(text);
     EXPECT_NE(root, nullptr);

@@ -63,6 +63,7 @@ TEST(ImageFlip, MirrorsPixelsAndRecordsTheMirror) {
   CmImage flipped = NmImageTest::Applied(CmImageFlipHorizontally(), source);
   EXPECT_EQ(Sample(flipped, 0, 0, 1, 2), Sample(source, 0, 4, 1, 2));
   EXPECT_TRUE(flipped.GetAttributes().orientation.flippedHorizontally);
+  EXPECT_FALSE(flipped.GetAttributes().orientation == Orientation()) << "a mirror is not upright";
   CmImageFlipVertically().Execute(flipped);
   EXPECT_EQ(Sample(flipped, 0, 0, 0, 0), Sample(source, 0, 4, 3, 0));
   Orientation halfTurn;

@@ -50,10 +50,8 @@ TEST(MPEG4Adapter, PicturesRebuildsAndResets) {
   }
 
   // Luminance only from the second record on: the decoder is made again.
-  size_t secondIntra = 1;
-  while (!clip.intra[secondIntra]) {
-    ++secondIntra;
-  }
+  const auto secondIntra = static_cast<size_t>(
+      std::find(clip.intra.begin() + 1, clip.intra.end(), true) - clip.intra.begin());
   decoder.Reset();
   std::vector<SmDecoded> grey;
   Feed(decoder, &clip.pictures[0], 0, grey);

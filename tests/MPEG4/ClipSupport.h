@@ -9,9 +9,7 @@ extern "C" {
 #include <libavformat/avformat.h>
 }
 
-#include "Codecs/MCL/VideoData.h"
 #include "Codecs/MCL/VideoDecoder.h"
-#include "Codecs/MCL/VideoProcessing.h"
 #include "Image/ImageFixtures.h"
 #include "MediaProcessing/Video/VideoDecoder.h"
 #include "support/ExternalTools.h"
@@ -90,52 +88,10 @@ inline std::string MakeClip(const NmTestSupport::CmTempDirectory& dir, const std
 inline std::vector<std::vector<uint8_t>>
 ReferencePictures(const NmTestSupport::CmTempDirectory& dir, const std::string& clip, int width,
                   int height, int threads = 1) {
-  const std::string raw = dir / "reference.yuv";
-  if (!NmTestSupport::Run("ffmpeg -y -v error -threads " + std::to_string(threads) + " -i '" +
-                          clip + "' -vsync passthrough -f rawvideo -pix_fmt yuv420p '" + raw +
-                          "'")) {
-    return {};
-  }
-  const std::vector<uint8_t> bytes = NmTestSupport::ReadBytes(raw);
   const size_t size =
       static_cast<size_t>(width * height + 2 * ((width + 1) / 2) * ((height + 1) / 2));
-  std::vector<std::vector<uint8_t>> pictures;
-  for (size_t at = 0; at + size <= bytes.size(); at += size) {
-    pictures.emplace_back(bytes.begin() + static_cast<std::ptrdiff_t>(at),
-                          bytes.begin() + static_cast<std::ptrdiff_t>(at + size));
-  }
-  return pictures;
+  return NmTestSupport::FfmpegPictures(clip, dir / "reference.yuv", size, "yuv420p", "", threads);
 }
-
-struct SmPicture {
-  std::vector<uint8_t> samples;
-  double time = -1.0;
-  int32_t frameId = -1;
-};
-
-// The post-processing stage of a test: keeps a tight copy of each picture.
-class CmCollectingStage : public MCL::VideoProcessing {
-public:
-  MCL::Status GetFrame(MCL::MediaData* input, MCL::MediaData*) override {
-    const auto* picture = dynamic_cast<const MCL::VideoData*>(input);
-    if (picture == nullptr) {
-      return MCL::StatusNullPointer;
-    }
-    SmPicture kept;
-    for (int c = 0; c < picture->GetPlaneCount(); ++c) {
-      for (int32_t y = 0; y < picture->GetPlaneHeight(c); ++y) {
-        const uint8_t* row = picture->GetPlanePointer(c) + y * picture->GetPlanePitch(c);
-        kept.samples.insert(kept.samples.end(), row, row + picture->GetPlaneWidth(c));
-      }
-    }
-    kept.time = picture->GetTime();
-    kept.frameId = picture->GetFrameId();
-    pictures.push_back(std::move(kept));
-    return MCL::StatusOk;
-  }
-
-  std::vector<SmPicture> pictures;
-};
 
 // A picture that a toolkit's decoder delivered, planes tight.
 struct SmDecoded {
@@ -145,14 +101,6 @@ struct SmDecoded {
   uint64_t width = 0;
   uint64_t height = 0;
 };
-
-inline std::vector<uint8_t> Flat(const NmMediaProcessing::CmImage& image) {
-  std::vector<uint8_t> flat;
-  for (const auto& plane : NmImageTest::Planes(image)) {
-    flat.insert(flat.end(), plane.begin(), plane.end());
-  }
-  return flat;
-}
 
 // One record (or the flush, with null data) as a toolkit gives it: again
 // while the decoder asks for it. Every picture delivered is kept.
@@ -166,8 +114,11 @@ inline bool Feed(NmMediaProcessing::ImVideoDecoder& decoder, const std::vector<u
                         record != nullptr ? record->size() : 0, id,
                         NmTimeStamp::CmTimeStamp::FromMilliseconds(1000 + 40 * id), image, result);
     if (ok && result.m_ImageProduced) {
-      out.push_back({Flat(image), result.m_ImageId, image.GetColorFormat(), image.GetWidth(),
-                     image.GetHeight()});
+      out.push_back(
+          {{}, result.m_ImageId, image.GetColorFormat(), image.GetWidth(), image.GetHeight()});
+      for (const auto& plane : NmImageTest::Planes(image)) {
+        out.back().samples.insert(out.back().samples.end(), plane.begin(), plane.end());
+      }
     }
     if (!ok || !result.m_CallAgain) {
       break;

@@ -12,6 +12,7 @@
 #include "MPEG4/ClipSupport.h"
 #include "MediaProcessing/Video/H263/VideoDecoderH263.h"
 #include "MediaProcessing/Video/MPEG4/VideoDecoderMPEG4.h"
+#include "support/PictureCollector.h"
 
 using namespace NmMPEG4Test;
 using NmTestSupport::CmTempDirectory;
@@ -52,15 +53,19 @@ const SmCase kCorpus[] = {
 using CmReference = std::vector<std::vector<uint8_t>>;
 
 std::unique_ptr<MCL::VideoDecoder> MakeEngine(bool mpeg4) {
-  if (mpeg4) {
-    return std::make_unique<MCL::MPEG4VideoDecoder>();
-  }
-  return std::make_unique<MCL::H263VideoDecoder>();
+  return mpeg4 ? std::unique_ptr<MCL::VideoDecoder>(std::make_unique<MCL::MPEG4VideoDecoder>())
+               : std::make_unique<MCL::H263VideoDecoder>();
 }
 
 // Feeds every picture of the clip, as a caller does, then flushes.
+struct SmPicture {
+  std::vector<uint8_t> samples;
+  double time = -1.0;
+  int32_t frameId = -1;
+};
+
 std::vector<SmPicture> DecodeClip(MCL::VideoDecoder& engine, const SmClip& clip) {
-  CmCollectingStage stage;
+  NmTestSupport::CmPictureCollector stage;
   engine.SetPostProcessing(&stage);
   MCL::MediaData output;
   for (size_t i = 0; i < clip.pictures.size(); ++i) {
@@ -78,7 +83,11 @@ std::vector<SmPicture> DecodeClip(MCL::VideoDecoder& engine, const SmClip& clip)
   for (int calls = 0; calls < 64 && engine.GetFrame(nullptr, &output) == MCL::StatusOk; ++calls) {
   }
   engine.SetPostProcessing(nullptr);
-  return std::move(stage.pictures);
+  std::vector<SmPicture> pictures;
+  for (size_t p = 0; p < stage.pictures.size(); ++p) {
+    pictures.push_back({std::move(stage.pictures[p]), stage.times[p], stage.frameIds[p]});
+  }
+  return pictures;
 }
 
 std::unique_ptr<MCL::VideoDecoder> OpenEngine(bool mpeg4, uint32_t flags = 0, int threads = 1) {
@@ -135,13 +144,9 @@ void ExpectSkippingModesDropWhatTheyPromise(const SmClip& clip, const CmReferenc
 void ExpectResetAndRecovery(bool mpeg4, const SmClip& clip, const CmReference& reference) {
   ASSERT_EQ(reference.size(), clip.pictures.size());
   auto engine = OpenEngine(mpeg4);
-  SmClip predicted;
-  for (size_t i = 1; i < 3; ++i) {
-    ASSERT_FALSE(clip.intra[i]);
-    predicted.pictures.push_back(clip.pictures[i]);
-    predicted.intra.push_back(false);
-    predicted.times.push_back(clip.times[i]);
-  }
+  ASSERT_FALSE(clip.intra[1] || clip.intra[2]);
+  const SmClip predicted{
+      {clip.pictures[1], clip.pictures[2]}, {false, false}, {clip.times[1], clip.times[2]}};
   DecodeClip(*engine, SmClip{{clip.pictures[0]}, {true}, {clip.times[0]}});
   ASSERT_EQ(engine->Reset(), MCL::StatusOk);
   EXPECT_TRUE(DecodeClip(*engine, predicted).empty());
@@ -158,10 +163,8 @@ void ExpectResetAndRecovery(bool mpeg4, const SmClip& clip, const CmReference& r
   damaged.intra.insert(damaged.intra.begin() + 2, false);
   damaged.times.insert(damaged.times.begin() + 2, clip.times[1] + 0.001);
   const std::vector<SmPicture> pictures = DecodeClip(*OpenEngine(mpeg4), damaged);
-  size_t nextIntra = 3;
-  while (!clip.intra[nextIntra]) {
-    ++nextIntra;
-  }
+  const auto nextIntra = static_cast<size_t>(
+      std::find(clip.intra.begin() + 3, clip.intra.end(), true) - clip.intra.begin());
   size_t compared = 0;
   for (const SmPicture& picture : pictures) {
     const size_t f = DisplayIndex(clip, picture.time);
@@ -178,10 +181,8 @@ void ExpectResetAndRecovery(bool mpeg4, const SmClip& clip, const CmReference& r
 // that does come out has its own time and is ffmpeg's picture of that time.
 void ExpectStartInsideAnOpenGroupKeepsTheTimes(const SmClip& clip, const CmReference& reference) {
   ASSERT_EQ(reference.size(), clip.pictures.size());
-  size_t start = 1;
-  while (start < clip.intra.size() && !clip.intra[start]) {
-    ++start;
-  }
+  const auto start = static_cast<size_t>(std::find(clip.intra.begin() + 1, clip.intra.end(), true) -
+                                         clip.intra.begin());
   ASSERT_LT(start, clip.intra.size());
   const auto from = [start](const auto& all) {
     return std::decay_t<decltype(all)>(all.begin() + static_cast<std::ptrdiff_t>(start), all.end());
@@ -231,12 +232,10 @@ TEST(LibavEngine, PicturesEqualFfmpegsDecodeAcrossTheCorpusAndStatusesOutsideIt)
         ExpectStartInsideAnOpenGroupKeepsTheTimes(clip, reference);
       }
     }
-    std::unique_ptr<NmMediaProcessing::ImVideoAnalyzer> analyzer;
-    if (c.mpeg4) {
-      analyzer = std::make_unique<NmMediaProcessing::CmVideoAnalyzerMPEG4>();
-    } else {
-      analyzer = std::make_unique<NmMediaProcessing::CmVideoAnalyzerH263>();
-    }
+    const std::unique_ptr<NmMediaProcessing::ImVideoAnalyzer> analyzer =
+        c.mpeg4 ? std::unique_ptr<NmMediaProcessing::ImVideoAnalyzer>(
+                      std::make_unique<NmMediaProcessing::CmVideoAnalyzerMPEG4>())
+                : std::make_unique<NmMediaProcessing::CmVideoAnalyzerH263>();
     NmMediaProcessing::SmVideoSize size;
     ASSERT_TRUE(analyzer->Analyze(clip.pictures[0].data(), clip.pictures[0].size(), size));
     EXPECT_EQ(size, NmMediaProcessing::SmVideoSize(c.width, c.height));

@@ -140,16 +140,12 @@ SmOddDecode DecodeAll(const SmClip& clip, bool luminanceOnly) {
 }
 
 TEST(MPEG4OddSize, EvenOnlyFormatsAreRefusedAndTheOthersDecodeAsFfmpeg) {
-  struct SmCase {
-    int width;
-    int height;
-  };
-  for (const SmCase size : {SmCase{95, 63}, SmCase{95, 64}, SmCase{96, 63}}) {
-    SCOPED_TRACE(std::to_string(size.width) + "x" + std::to_string(size.height));
+  for (const auto& [width, height] : {std::pair{95, 63}, {95, 64}, {96, 63}}) {
+    SCOPED_TRACE(std::to_string(width) + "x" + std::to_string(height));
     CmTempDirectory dir;
-    const SmOddClip odd = MakeOddClip(dir, size.width, size.height);
+    const SmOddClip odd = MakeOddClip(dir, width, height);
     ASSERT_FALSE(odd.path.empty());
-    const auto reference = ReferencePictures(dir, odd.path, size.width, size.height);
+    const auto reference = ReferencePictures(dir, odd.path, width, height);
     ASSERT_EQ(reference.size(), 8u);
     ASSERT_EQ(odd.clip.pictures.size(), 8u);
 
@@ -162,12 +158,12 @@ TEST(MPEG4OddSize, EvenOnlyFormatsAreRefusedAndTheOthersDecodeAsFfmpeg) {
     const SmOddDecode grey = DecodeAll(odd.clip, true);
     EXPECT_EQ(grey.error, "");
     ASSERT_EQ(grey.pictures.size(), reference.size());
-    const size_t lumaSize = static_cast<size_t>(size.width * size.height);
+    const size_t lumaSize = static_cast<size_t>(width * height);
     for (size_t f = 0; f < grey.pictures.size(); ++f) {
       const SmDecoded& picture = grey.pictures[f];
       EXPECT_EQ(picture.format, Gray);
-      EXPECT_EQ(picture.width, static_cast<uint64_t>(size.width));
-      EXPECT_EQ(picture.height, static_cast<uint64_t>(size.height));
+      EXPECT_EQ(picture.width, static_cast<uint64_t>(width));
+      EXPECT_EQ(picture.height, static_cast<uint64_t>(height));
       EXPECT_TRUE(
           std::equal(picture.samples.begin(), picture.samples.end(), reference[f].begin()) &&
           picture.samples.size() == lumaSize)

@@ -272,8 +272,9 @@ TEST_F(MediaSourceTest, MJPEGWithG711AndNavigationInEveryMode) {
     samples += audio[i].Audio().GetSampleCount();
   }
   EXPECT_EQ(samples, 16000u);
-  EXPECT_EQ(Decoded("-f mjpeg -i " + Dump(items, 16, "out.mjpeg")),
-            Decoded("-i " + mkv + " -map 0:v"));
+  // The pictures go on as they were stored, to the byte.
+  EXPECT_EQ(Concatenated(items, 16),
+            NmTestSupport::ReadBytes(Make("copy.mjpeg", "-i " + mkv + " -map 0:v -c:v copy")));
   EXPECT_EQ(Decoded("-f mulaw -ar 8000 -ac 1 -i " + Dump(items, 32, "out.ul")),
             Decoded("-i " + mkv + " -map 0:a"));
 
@@ -332,10 +333,6 @@ TEST_F(MediaSourceTest, SequencesFollowTimeJumps) {
   ASSERT_EQ(playback->MoveNextSequence(), StatusSuccess);
   EXPECT_EQ(Current(), items[5].time);
   EXPECT_EQ(playback->MoveNextSequence(), StatusNoItem);
-  ASSERT_EQ(playback->MoveLast(), StatusSuccess);
-  ASSERT_EQ(playback->MovePreviousSequence(), StatusSuccess);
-  EXPECT_EQ(Current(), items[0].time);
-  EXPECT_EQ(playback->MovePreviousSequence(), StatusNoItem);
   // Each sync frame of MPEG-4 carries its configuration.
   const std::vector<SmItem> second(items.begin() + 5, items.end());
   EXPECT_EQ(Decoded("-f m4v -i " + Dump(second, 16, "out.m4v")), Decoded("-i " + b));

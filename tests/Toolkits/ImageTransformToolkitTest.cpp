@@ -52,9 +52,8 @@ TEST(ImageTransformToolkit, PicturesOfEveryFormatCrossTheChainByteForByte) {
       SCOPED_TRACE(element);
       CmTransformChain chain(element, {picture});
       const auto item = chain.Fetch();
-      EXPECT_EQ(AsImage(item).GetColorFormat(), format);
-      EXPECT_EQ(Size(item), "7x5");
-      EXPECT_EQ(item->GetBeginTime(), 1000);
+      EXPECT_EQ(std::tuple(AsImage(item).GetColorFormat(), Size(item), item->GetBeginTime()),
+                std::tuple(format, "7x5", 1000));
       ExpectPattern(AsImage(item), picture);
     }
   }

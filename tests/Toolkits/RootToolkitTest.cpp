@@ -266,7 +266,9 @@ TEST_F(RootToolkitTest, BadConfigurationShowsAtConnect) {
        {std::string("<toolkit><config>"), std::string(), RootConfiguration("<unknown_element/>"),
         RootConfiguration("<audio_decoder/>"), RootConfiguration("<Toolkit type='source'/>"),
         RootConfiguration(ScriptedToolkit(DefaultItems, "", "source", "nosuch")),
-        RootConfiguration(ScriptedToolkit(DefaultItems, "", "source", "notsource"))}) {
+        RootConfiguration(ScriptedToolkit(DefaultItems, "", "source", "notsource")),
+        RootConfiguration("<toolkit><provider>scripted</provider></toolkit>"),
+        RootConfiguration("<toolkit type='source'/>")}) {
     EXPECT_EQ(connectError(xml), parseError) << xml;
   }
   {

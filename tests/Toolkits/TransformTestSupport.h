@@ -83,7 +83,6 @@ public:
   }
 
   NmToolkit::CmVZKSourceToolkit& Root() { return m_Root; }
-  const NmToolkit::CmPropertyNameSet& Supported() const { return m_Supported; }
 
   // The first item, or the next one.
   std::unique_ptr<NmToolkit::ImData> Fetch(bool first = true) {

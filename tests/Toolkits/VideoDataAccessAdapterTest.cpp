@@ -102,6 +102,15 @@ CmBytes JPEGPacket(int64_t time, const CmBytes& jpeg) {
   return JPEGRecord(SmJPEGForm::Packet, static_cast<uint64_t>(time), jpeg);
 }
 
+// One item of several packets, made afresh at every call.
+ImData* VectorOf(const std::vector<CmBytes>& packets) {
+  auto* vector = new CmMediaDataVector();
+  for (const CmBytes& p : packets) {
+    vector->AddElement(std::make_unique<CmToolkitMediaDataSinglePacket>(p.data(), p.size()));
+  }
+  return vector;
+}
+
 enum class Form { Packet, Vector };
 
 // Eight pictures 40 ms apart in the given form. In the vector form each item
@@ -124,16 +133,7 @@ std::vector<int64_t> Fill(CmMemorySource& source, Form form) {
     case Form::Vector:
       packets.push_back(JPEGPacket(t, jpeg));
       if (packets.size() == 4) {
-        source.Add(
-            [packets] {
-              auto* vector = new CmMediaDataVector();
-              for (const CmBytes& p : packets) {
-                vector->AddElement(
-                    std::make_unique<CmToolkitMediaDataSinglePacket>(p.data(), p.size()));
-              }
-              return vector;
-            },
-            t - 120, t);
+        source.Add([packets] { return VectorOf(packets); }, t - 120, t);
         packets.clear();
       }
       break;
@@ -211,6 +211,24 @@ TEST(VideoDataAccessAdapter, MovesAndLooksUpItems) {
   EXPECT_FALSE(
       adapter.GetByteData(Ms(frames.back()), NmMediaProcessing::TimeMatchAfter, false, record));
   EXPECT_EQ(CmRawVideoByteDataAccess(record, false).GetTime(), Ms(T0 + 40));
+
+  // A group in one item that the upstream finds by its first frame alone:
+  // late in the group the next item's sync frame is the nearest, which only
+  // the upstream's nearest item shows.
+  CmMemorySource groups;
+  std::vector<CmBytes> group;
+  for (uint64_t i = 0; i < 4; ++i) {
+    group.push_back(
+        BuildVideoPacket({.codec = 10, .sync = i == 0, .syncTime = T0, .frameTime = T0 + 40 * i}));
+  }
+  const CmBytes next =
+      BuildVideoPacket({.codec = 10, .sync = true, .syncTime = T0 + 160, .frameTime = T0 + 160});
+  groups.Add([group] { return VectorOf(group); }, T0, T0);
+  groups.Add([next] { return new CmToolkitMediaDataSinglePacket(next.data(), next.size()); },
+             T0 + 160, T0 + 160);
+  CmVideoDataAccessAdapter nearest(&groups);
+  ASSERT_TRUE(nearest.GetByteData(Ms(T0 + 110), NmMediaProcessing::TimeMatchNearest, true, record));
+  EXPECT_EQ(CmRawVideoByteDataAccess(record, false).GetTime(), Ms(T0 + 160));
 }
 
 // With sync frames only, the search walks over the frames that need others.

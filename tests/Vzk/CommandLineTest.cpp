@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "CommandLine.h"
 #include "VzkTestSupport.h"
 
@@ -39,18 +41,14 @@ TEST(VzkCommandLine, RunTakesEveryOptionInEitherForm) {
       "run --mode playback --from=-40 --count 7 --duration 2.5 --out pictures --format=y4m "
       "--request Sequence_Number,Has_Motion Privacy_Mask tree.xml --contact-sheet sheet.png "
       "--plugin /x/p.so --quiet");
-  EXPECT_EQ(options.configuration, "tree.xml");
-  EXPECT_EQ(options.mode, SmRunMode::Playback);
-  EXPECT_EQ(options.from, -40);
-  EXPECT_EQ(options.count, 7u);
-  EXPECT_DOUBLE_EQ(*options.duration, 2.5);
-  EXPECT_EQ(options.outputDirectory, "pictures");
-  EXPECT_EQ(options.format, SmPictureFormat::Y4m);
+  EXPECT_EQ(
+      std::tuple(options.configuration, options.mode, options.from, options.count, options.duration,
+                 options.outputDirectory, options.format),
+      std::tuple("tree.xml", SmRunMode::Playback, -40, 7u, 2.5, "pictures", SmPictureFormat::Y4m));
   EXPECT_EQ(options.requested,
             (std::vector<std::string>{"Sequence_Number", "Has_Motion", "Privacy_Mask"}));
-  EXPECT_EQ(options.contactSheet, "sheet.png");
-  EXPECT_EQ(options.plugin, "/x/p.so");
-  EXPECT_TRUE(options.quiet);
+  EXPECT_EQ(std::tuple(options.contactSheet, options.plugin, options.quiet),
+            std::tuple("sheet.png", "/x/p.so", true));
 
   const SmRunOptions defaults = ParseRunLine("run tree.xml");
   EXPECT_EQ(defaults.mode, SmRunMode::Playback);
@@ -58,10 +56,8 @@ TEST(VzkCommandLine, RunTakesEveryOptionInEitherForm) {
   EXPECT_EQ(defaults.format, SmPictureFormat::Png);
 
   const SmRunOptions live = ParseRunLine("run --mode=live --out o --format jpg -- -tree.xml");
-  EXPECT_EQ(live.configuration, "-tree.xml");
-  EXPECT_EQ(live.mode, SmRunMode::Live);
-  EXPECT_EQ(live.format, SmPictureFormat::Jpeg);
-  EXPECT_EQ(live.quality, 90u);
+  EXPECT_EQ(std::tuple(live.configuration, live.mode, live.format, live.quality),
+            std::tuple("-tree.xml", SmRunMode::Live, SmPictureFormat::Jpeg, 90u));
   EXPECT_EQ(ParseRunLine("run t.xml --out o --format jpg --quality 35").quality, 35u);
   // After "--" a name that looks like an option is a second file, which is wrong.
   EXPECT_EQ(UsageMessage("run tree.xml -- --x"),

@@ -65,37 +65,12 @@ TEST(VzkImport, FailuresSayWhatIsWrongAndLeaveNoRecording) {
   };
   for (const auto& [files, told] : failures) {
     ExpectRun({"import", files[0], files[1]}, 1, told);
-    EXPECT_FALSE(Exists(out));
-    EXPECT_FALSE(Exists(out + ".part"));
+    EXPECT_FALSE(Exists(out) || Exists(out + ".part"));
   }
   // Names with XML's special characters reach the plug-in intact.
   EXPECT_NE(
       NmVzkTool::ImportConfiguration("a&b<'\".mp4").find("url=\"a&amp;b&lt;&apos;&quot;.mp4\""),
       std::string::npos);
-}
-
-// Media files through the media plug-in: the JPEG pictures of a clip come out
-// as they were stored.
-TEST(VzkImport, MediaFilesThroughTheMediaPlugin) {
-  ASSERT_TRUE(Exists(BinaryDirectory() + "/ToolkitSourcePlugin_media.so"));
-  CmScratch scratch;
-  const std::string clip = scratch.Path("clip.mkv");
-  Ffmpeg("-f lavfi -i testsrc=size=64x48:rate=25 -frames:v 6 -c:v mjpeg -q:v 5", clip);
-  const std::string recording = scratch.Path("clip.gbd");
-  const SmResult imported = ExpectSuccess({"import", clip, recording});
-  EXPECT_EQ(imported.out.rfind("Imported 6 records (", 0), 0u) << imported.out;
-
-  // The pictures as ffmpeg stores them, one JPEG after another.
-  const std::vector<uint8_t> stream =
-      Ffmpeg("-i '" + clip + "' -c:v copy -f mjpeg", scratch.Path("frames.mjpeg"));
-  const std::string tree = scratch.Write("run.xml", RecordingTree(recording));
-  ExpectSuccess({"run", tree, "--out", scratch.Path("out")});
-  std::vector<uint8_t> written;
-  for (int i = 1; i <= 6; ++i) {
-    const auto file = ReadBytes(scratch.Path("out/jpeg-00000" + std::to_string(i) + ".jpg"));
-    written.insert(written.end(), file.begin(), file.end());
-  }
-  EXPECT_EQ(written, stream);
 }
 
 } // namespace

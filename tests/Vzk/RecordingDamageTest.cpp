@@ -4,10 +4,8 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-
 #include "RecordingDamage.h"
 #include "VzkTestSupport.h"
-#include "support/GenericByteDataBuilder.h"
 
 using namespace NmVzkTest;
 
@@ -73,40 +71,18 @@ TEST_F(VzkRecordingDamage, RunImportAndInfoPlayTheRestAndTellTheSkippedBytes) {
       << info.out;
 }
 
-// A cut recording, a length claim beyond the file, an empty file and a
-// directory each end in a sentence and status 0 or 1; arbitrary files are
-// the fuzzers' to try.
+// A recording that ends in a record begun and never finished, an empty file
+// and a directory each end in a sentence and status 0 or 1; length claims
+// beyond the file are the plug-in's test, arbitrary files the fuzzers'.
 TEST_F(VzkRecordingDamage, EveryNeighbourEndsInASentenceNeverASignal) {
-  std::vector<std::pair<std::string, std::vector<uint8_t>>> files;
-  files.emplace_back("cut.gbd", std::vector<uint8_t>(m_Damaged.begin(), m_Damaged.end() - 100));
-  NmTestSupport::SmVideoPacketFields packet;
-  packet.codec = 10;
-  std::vector<uint8_t> claims;
-  for (uint16_t i = 0; i < 10; ++i) {
-    packet.sequenceNumber = i;
-    packet.frameTime = packet.syncTime = 1700000000000 + 40 * i;
-    std::vector<uint8_t> record = NmTestSupport::BuildVideoPacket(packet);
-    if (i == 9) {
-      NmTestSupport::PutU32(record, 2, 0xFFFFFFFFu);
-    }
-    claims.insert(claims.end(), record.begin(), record.end());
+  const std::string cut = m_Scratch.Path("clean.gbd");
+  WriteBytes(cut, {0x00, 0x10, 0x00}, true);
+  for (const bool decoded : {false, true}) {
+    ExpectRun({"run", Tree("cut.xml", cut, decoded)}, 1, "is damaged: 3 bytes hold");
   }
-  files.emplace_back("claims4GiB.gbd", claims);
-
-  for (const auto& [name, bytes] : files) {
-    SCOPED_TRACE(name);
-    const std::string path = m_Scratch.Path(name);
-    WriteBytes(path, bytes);
-    for (const bool decoded : {false, true}) {
-      const SmResult run = ExpectRun({"run", Tree(name + ".xml", path, decoded)}, 1, "vzk: ");
-      EXPECT_TRUE(run.err.find("is damaged:") != std::string::npos ||
-                  run.err.find("holds no readable record!") != std::string::npos)
-          << run.err;
-    }
-    ExpectRun({"import", path, m_Scratch.Path(name + ".copy.gbd")}, 1, "vzk: ");
-    const SmResult info = ExpectSuccess({"info", path});
-    EXPECT_NE(info.out.find("  damaged:    "), std::string::npos) << info.out;
-  }
+  ExpectRun({"import", cut, m_Scratch.Path("cut.copy.gbd")}, 1, "is damaged: 3 bytes hold");
+  const SmResult info = ExpectSuccess({"info", cut});
+  EXPECT_NE(info.out.find("  damaged:    "), std::string::npos) << info.out;
 
   // An empty recording loses nothing.
   WriteText(m_Scratch.Path("empty.gbd"), "");

@@ -34,15 +34,15 @@ void Log(const std::string& entry) {
   }
 }
 
-// A property of one of the three kinds that scripts can give an item.
-template <typename Interface, typename Value> class ScriptedValue : public Interface {
+// A text property that a script gives an item.
+class ScriptedText : public ImStringProperty {
 public:
-  explicit ScriptedValue(Value value) : m_Value(std::move(value)) {}
-  ImProperty* Clone() const override { return new ScriptedValue(m_Value); }
-  Value GetValue() const override { return m_Value; }
+  explicit ScriptedText(std::string value) : m_Value(std::move(value)) {}
+  ImProperty* Clone() const override { return new ScriptedText(m_Value); }
+  std::string GetValue() const override { return m_Value; }
 
 private:
-  Value m_Value;
+  std::string m_Value;
 };
 
 struct ItemScript {
@@ -115,19 +115,10 @@ public:
       std::vector<NmXerces::CmXmlNodePtr> properties;
       node->GetChildren(properties);
       for (const auto& property : properties) {
-        std::string name, type = "string", value;
+        std::string name, value;
         property->GetAttributeValue("name", name);
-        property->GetAttributeValue("type", type);
         property->GetAttributeValue("value", value);
-        std::shared_ptr<ImProperty>& made = item.properties[name];
-        if (type == "boolean") {
-          made = std::make_shared<ScriptedValue<ImBooleanProperty, bool>>(value == "true");
-        } else if (type == "time") {
-          made = std::make_shared<ScriptedValue<ImUTCTimeProperty, int64_t>>(
-              std::atoll(value.c_str()));
-        } else {
-          made = std::make_shared<ScriptedValue<ImStringProperty, std::string>>(value);
-        }
+        item.properties[name] = std::make_shared<ScriptedText>(value);
       }
       m_Items.push_back(item);
     }
