@@ -212,9 +212,9 @@ TEST(VideoDataAccessAdapter, MovesAndLooksUpItems) {
       adapter.GetByteData(Ms(frames.back()), NmMediaProcessing::TimeMatchAfter, false, record));
   EXPECT_EQ(CmRawVideoByteDataAccess(record, false).GetTime(), Ms(T0 + 40));
 
-  // A group in one item that the upstream finds by its first frame alone:
-  // late in the group the next item's sync frame is the nearest, which only
-  // the upstream's nearest item shows.
+  // A group of four frames in one item: late in the group the next item's
+  // sync frame is nearer than the group's own, though the item the upstream
+  // finds nearest is the group that holds the time.
   CmMemorySource groups;
   std::vector<CmBytes> group;
   for (uint64_t i = 0; i < 4; ++i) {
@@ -223,7 +223,7 @@ TEST(VideoDataAccessAdapter, MovesAndLooksUpItems) {
   }
   const CmBytes next =
       BuildVideoPacket({.codec = 10, .sync = true, .syncTime = T0 + 160, .frameTime = T0 + 160});
-  groups.Add([group] { return VectorOf(group); }, T0, T0);
+  groups.Add([group] { return VectorOf(group); }, T0, T0 + 120);
   groups.Add([next] { return new CmToolkitMediaDataSinglePacket(next.data(), next.size()); },
              T0 + 160, T0 + 160);
   CmVideoDataAccessAdapter nearest(&groups);
