@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "Codecs/H264/Picture.h"
+
 namespace MCL {
 
 CmFilterFollower::CmFilterFollower(uint32_t widthInMbs, uint32_t heightInMbs, bool mbaff,
@@ -9,6 +11,25 @@ CmFilterFollower::CmFilterFollower(uint32_t widthInMbs, uint32_t heightInMbs, bo
                                    std::function<void(uint32_t)> release)
     : m_MbsPerRow(widthInMbs * (mbaff ? 2 : 1)), m_Count(widthInMbs * heightInMbs),
       m_SliceStarts(std::move(sliceStarts)), m_Release(std::move(release)) {}
+
+namespace {
+
+std::vector<uint32_t> SliceStartsOf(const H264PictureTask& task) {
+  const uint32_t scale = task.picture->IsMbaff() ? 2 : 1;
+  std::vector<uint32_t> starts;
+  starts.reserve(task.slices->size());
+  for (const H264Slice& slice : *task.slices) {
+    starts.push_back(slice.header.firstMbInSlice * scale);
+  }
+  return starts;
+}
+
+} // namespace
+
+CmFilterFollower::CmFilterFollower(const H264PictureTask& task,
+                                   std::function<void(uint32_t)> release)
+    : CmFilterFollower(task.picture->GetWidthInMbs(), task.picture->GetHeightInMbs(),
+                       task.picture->IsMbaff(), SliceStartsOf(task), std::move(release)) {}
 
 void CmFilterFollower::OnSliceStart(size_t index) {
   m_Pending.reset();

@@ -24,6 +24,8 @@ public:
   // lets the filter go up to that row.
   CmFilterFollower(uint32_t widthInMbs, uint32_t heightInMbs, bool mbaff,
                    std::vector<uint32_t> sliceStarts, std::function<void(uint32_t)> release);
+  // The same for the picture and slices of a task.
+  CmFilterFollower(const H264PictureTask& task, std::function<void(uint32_t)> release);
 
   void OnSliceStart(size_t index) override;
   void OnMacroblockDone(uint32_t mbAddr) override;

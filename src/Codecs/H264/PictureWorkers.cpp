@@ -104,12 +104,7 @@ void CmPictureWorkers::Decode(H264SegmentDecoderMultiThreaded& decoder, CmDecodi
         picture.PublishLines(final);
       }
     };
-    std::vector<uint32_t> sliceStarts;
-    for (const H264Slice& slice : *task.slices) {
-      sliceStarts.push_back(slice.header.firstMbInSlice);
-    }
-    CmFilterFollower follower(picture.GetWidthInMbs(), picture.GetHeightInMbs(), false,
-                              std::move(sliceStarts), filterUpTo);
+    CmFilterFollower follower(task, filterUpTo);
     decoder.DecodeSlices(task, 0, task.slices->size(), &follower);
     if (!follower.IsComplete()) {
       // Concealment copies from the references wherever their macroblocks

@@ -16,15 +16,7 @@ std::optional<CmFilterFollower> TaskBroker::MakeFollower(const H264PictureTask& 
   if (!task.sliceGroups.empty() || !SlicesFollowEachOther(*task.slices)) {
     return std::nullopt;
   }
-  const bool mbaff = task.picture->IsMbaff();
-  std::vector<uint32_t> sliceStarts;
-  sliceStarts.reserve(task.slices->size());
-  for (const H264Slice& slice : *task.slices) {
-    sliceStarts.push_back(slice.header.firstMbInSlice * (mbaff ? 2 : 1));
-  }
-  return std::optional<CmFilterFollower>(std::in_place, task.picture->GetWidthInMbs(),
-                                         task.picture->GetHeightInMbs(), mbaff,
-                                         std::move(sliceStarts), std::move(release));
+  return std::optional<CmFilterFollower>(std::in_place, task, std::move(release));
 }
 
 void TaskBroker::Conceal(H264PictureTask& task, const std::optional<CmFilterFollower>& follower) {

@@ -37,9 +37,9 @@ protected:
                                                       std::function<void(uint32_t)> release);
   // Fills what no slice decoded, unless the follower counted it all.
   static void Conceal(H264PictureTask& task, const std::optional<CmFilterFollower>& follower);
-  // Every slice on the caller's thread, then the loop filter over the
-  // whole picture and the borders that motion vectors pointing outside it
-  // read.
+  // Every slice on the caller's thread with the loop filter a row behind
+  // (after concealment where no follower counts), then the borders that
+  // motion vectors pointing outside the picture read.
   void DecodeAndFinish(H264PictureTask& task);
 
   std::vector<std::unique_ptr<H264SegmentDecoderMultiThreaded>>& m_Decoders;
