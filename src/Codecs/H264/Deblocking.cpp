@@ -826,10 +826,6 @@ void CmRowDeblocker::FilterUpTo(uint32_t endRow) {
   m_FilteredRows = endRow;
 }
 
-void DeblockPicture(CmPicture& picture, const std::vector<SmSliceFilterParameters>& slices) {
-  DeblockRows(picture, slices, 0, GetDeblockingRowCount(picture));
-}
-
 uint32_t GetDeblockingRowCount(const CmPicture& picture) {
   return picture.GetHeightInMbs() / (picture.IsMbaff() ? 2 : 1);
 }

@@ -16,10 +16,6 @@ struct SmSliceFilterParameters {
   int32_t chromaQpOffset[2] = {0, 0};
 };
 
-// The deblocking filter of clause 8.7 over a whole decoded frame, macroblock
-// by macroblock in raster order. slices[n] belongs to slice number n.
-void DeblockPicture(CmPicture& picture, const std::vector<SmSliceFilterParameters>& slices);
-
 // The rows in which the filter goes: macroblock rows, or rows of macroblock
 // pairs in a frame of pairs.
 uint32_t GetDeblockingRowCount(const CmPicture& picture);
@@ -28,7 +24,9 @@ uint32_t GetDeblockingRowCount(const CmPicture& picture);
 // Filtering a row changes the lowest lines of the row above and every line
 // of its own, the last ones included, which intra prediction of the row
 // below reads unfiltered: a row may be filtered once the row below it is
-// decoded, and the result is the same as DeblockPicture's.
+// decoded, and the result is the same as the filter of clause 8.7 over the
+// whole picture, macroblock by macroblock in raster order. slices[n] belongs
+// to slice number n.
 void DeblockRows(CmPicture& picture, const std::vector<SmSliceFilterParameters>& slices,
                  uint32_t firstRow, uint32_t endRow);
 
