@@ -44,6 +44,14 @@ TEST(H264Cabac, EngineStopsBehindTheFlushAndTellsAnOverrun) {
     cut.DecodeBypass();
   }
   EXPECT_TRUE(cut.IsOverrun());
+
+  // An offset that doubles to exactly the range is a 1, and leaves nothing:
+  // the first nine bits start codIOffset at 255, the tenth bit is 0.
+  const uint8_t equal[] = {0x7f, 0x80, 0x00, 0x00};
+  CmCabacDecoder boundary;
+  boundary.Start(equal, sizeof equal, 0);
+  EXPECT_EQ(boundary.DecodeBypass(), 1);
+  EXPECT_EQ(boundary.DecodeBypass(), 0);
 }
 
 // Initial states: the formula, and its clipping points in QP and in the
