@@ -830,17 +830,4 @@ uint32_t GetDeblockingRowCount(const CmPicture& picture) {
   return picture.GetHeightInMbs() / (picture.IsMbaff() ? 2 : 1);
 }
 
-void DeblockRows(CmPicture& picture, const std::vector<SmSliceFilterParameters>& slices,
-                 uint32_t firstRow, uint32_t endRow) {
-  endRow = std::min(endRow, GetDeblockingRowCount(picture));
-  if (firstRow >= endRow) {
-    return;
-  }
-  if (picture.IsMbaff()) {
-    CmPairDeblocker(picture, slices).Run(firstRow, endRow);
-    return;
-  }
-  CmFrameDeblocker(picture, slices).Run(firstRow, endRow);
-}
-
 } // namespace NmH264
