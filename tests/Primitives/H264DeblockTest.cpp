@@ -143,3 +143,46 @@ TEST_P(H264Deblock, BothChromaPlanesMatchTheReference) {
         "intra");
   }
 }
+
+// Three macroblocks of random motion near the thresholds: few pictures, so
+// that blocks share them in both orders, vectors a few quarter samples
+// apart, now and then at the ends of their range, lists unused now and then
+// (never in the one-list form, which requires them used).
+TEST_P(H264Deblock, MotionEdgesMatchTheReference) {
+  std::mt19937& random = Random();
+  struct SmRecord {
+    int16_t mv[2][16][2];
+    int8_t refIdx[2][4];
+    uint32_t refPicture[2][4];
+  };
+  for (int round = 0; round < 3000; ++round) {
+    const int list = static_cast<int>(random() % 3) - 1;
+    const int verticalLimit = random() % 2 == 0 ? 4 : 2;
+    const int16_t base = static_cast<int16_t>(random());
+    SmRecord records[3];
+    for (SmRecord& r : records) {
+      for (int l = 0; l < 2; ++l) {
+        for (int b = 0; b < 4; ++b) {
+          r.refIdx[l][b] = static_cast<int8_t>(list < 0 && random() % 3 == 0 ? -1 : random() % 4);
+          r.refPicture[l][b] = static_cast<uint32_t>(random() % 3) * 0x40000001u;
+        }
+        for (auto& v : r.mv[l]) {
+          for (int16_t& c : v) {
+            c = random() % 50 == 0 ? static_cast<int16_t>(random() % 2 == 0 ? -32768 : 32767)
+                                   : static_cast<int16_t>(base + static_cast<int>(random() % 9));
+          }
+        }
+      }
+    }
+    const auto motion = [](const SmRecord& r) {
+      return SmH264Motion{r.mv, r.refIdx, r.refPicture};
+    };
+    uint16_t expected[2], actual[2];
+    NmReference::H264GetMotionEdges(motion(records[0]), motion(records[1]), motion(records[2]),
+                                    list, verticalLimit, expected);
+    H264GetMotionEdges(motion(records[0]), motion(records[1]), motion(records[2]), list,
+                       verticalLimit, actual);
+    ASSERT_EQ(actual[0], expected[0]) << "round " << round << " list " << list;
+    ASSERT_EQ(actual[1], expected[1]) << "round " << round << " list " << list;
+  }
+}

@@ -473,22 +473,8 @@ unsigned IsFar(const int16_t* a, const int16_t* b, int verticalLimit) {
   return static_cast<unsigned>(dx > 6u) | static_cast<unsigned>(dy > 2u * verticalLimit - 2u);
 }
 
-// IsFar of each block b from block b - Distance, as bit b.
-template <int Distance> unsigned GetFarBlocks(const int16_t (*mv)[2], int verticalLimit) {
-  unsigned bits = 0;
-  for (int b = Distance; b < 16; ++b) {
-    bits |= IsFar(mv[b], mv[b - Distance], verticalLimit) << b;
-  }
-  return bits;
-}
-
-// The four bits of a 4x4 block's row k as bits 4k of raster order, and
-// raster bits turned into edge order (bit 4 x + y for block x, y), which
+// Raster bits turned into edge order (bit 4 x + y for block x, y), which
 // the vertical edges use.
-unsigned SpreadToColumn(unsigned bits) {
-  return (bits & 1u) | ((bits & 2u) << 3) | ((bits & 4u) << 6) | ((bits & 8u) << 9);
-}
-
 unsigned Transpose4x4(unsigned bits) {
   unsigned t = (bits ^ (bits >> 3)) & 0x0A0Au;
   bits ^= t ^ (t << 3);
@@ -573,70 +559,57 @@ private:
     return summary;
   }
 
-  // Motion bits of the four block pairs across edge 0 between p and q.
-  unsigned OuterMotion(const SmMacroblockInfo& p, uint8_t pShape, const SmMacroblockInfo& q,
-                       uint8_t qShape, bool vertical) const {
-    const auto pBlock = [vertical](int k) { return vertical ? 3 + 4 * k : k + 12; };
-    const auto qBlock = [vertical](int k) { return vertical ? 4 * k : k; };
-    const bool uniform = (pShape & qShape & ShapeUniform) != 0;
-    unsigned bits = 0;
+  // Strength 1 of the four block pairs across edge 0 between two
+  // macroblocks that each move as one piece: one comparison for all four.
+  unsigned UniformMotion(const SmMacroblockInfo& p, uint8_t pShape, const SmMacroblockInfo& q,
+                         uint8_t qShape, bool vertical) const {
     const uint8_t list = pShape & 3;
     if (list == (qShape & 3) && list != ShapeMixed) {
-      // Both from the same list alone: its reference and vector decide.
       const int l = list - 1;
-      for (int k = 0; k < (uniform ? 1 : 4); ++k) {
-        const int bp = pBlock(k), bq = qBlock(k);
-        const unsigned differ =
-            static_cast<unsigned>(p.refPicture[l][(bp & 3) / 2 + 2 * (bp / 8)] !=
-                                  q.refPicture[l][(bq & 3) / 2 + 2 * (bq / 8)]) |
-            IsFar(p.mv[l][bp], q.mv[l][bq], m_VerticalLimit);
-        bits |= differ << k;
-      }
-      return uniform ? bits * 15u : bits;
-    }
-    if (uniform) {
-      return GetMotionStrength(p, vertical ? 3 : 0, vertical ? 0 : 3, q, 0, 0, m_VerticalLimit) != 0
-                 ? 15u
+      return p.refPicture[l][0] != q.refPicture[l][0] ||
+                     IsFar(p.mv[l][0], q.mv[l][0], m_VerticalLimit)
+                 ? (vertical ? 0x1111u : 0x000Fu)
                  : 0u;
     }
-    for (int k = 0; k < 4; ++k) {
-      const int bp = pBlock(k), bq = qBlock(k);
-      bits |= GetMotionStrength(p, bp & 3, bp / 4, q, bq & 3, bq / 4, m_VerticalLimit) != 0
-                  ? 1u << k
-                  : 0u;
-    }
-    return bits;
+    return GetMotionStrength(p, 0, 0, q, 0, 0, m_VerticalLimit) != 0
+               ? (vertical ? 0x1111u : 0x000Fu)
+               : 0u;
   }
 
-  // Motion bits of the inner edges, in raster order of the q blocks:
-  // vertical (bits of columns 1 to 3) and horizontal (rows 1 to 3).
-  void InnerMotion(const SmMacroblockInfo& mb, uint8_t shape, unsigned& vertical,
-                   unsigned& horizontal) const {
-    vertical = horizontal = 0;
-    if ((shape & ShapeUniform) != 0) {
-      return;
+  // Motion bits of the 4x4 blocks of an inter macroblock, in raster order
+  // of the q blocks, for the vertical (motion[0]) and horizontal edges;
+  // those of edge 0 only where the neighbour is there and not intra.
+  void Motion(const SmMacroblockInfo& mb, uint8_t shape, const SmMacroblockInfo* const* neighbours,
+              const uint8_t* neighbourShapes, unsigned* motion) const {
+    bool uniform = (shape & ShapeUniform) != 0;
+    int list = (shape & 3) == ShapeMixed ? -1 : (shape & 3) - 1;
+    for (int direction = 0; direction < 2; ++direction) {
+      if (neighbours[direction] != nullptr) {
+        uniform = uniform && (neighbourShapes[direction] & ShapeUniform) != 0;
+        list = (neighbourShapes[direction] & 3) == (shape & 3) ? list : -1;
+      }
     }
-    const uint8_t list = shape & 3;
-    if (list == ShapeMixed) {
-      for (int b = 0; b < 16; ++b) {
-        const int x = b & 3, y = b / 4;
-        if (x > 0 && GetMotionStrength(mb, x - 1, y, mb, x, y, m_VerticalLimit) != 0) {
-          vertical |= 1u << b;
-        }
-        if (y > 0 && GetMotionStrength(mb, x, y - 1, mb, x, y, m_VerticalLimit) != 0) {
-          horizontal |= 1u << b;
-        }
+    if (uniform) {
+      // Most macroblocks of a picture that predicts from others: no motion
+      // inside, one comparison per neighbour.
+      for (int direction = 0; direction < 2; ++direction) {
+        const SmMacroblockInfo* n = neighbours[direction];
+        motion[direction] =
+            n != nullptr ? UniformMotion(*n, neighbourShapes[direction], mb, shape, direction == 0)
+                         : 0u;
       }
       return;
     }
-    const int l = list - 1;
-    const int16_t(*mv)[2] = mb.mv[l];
-    vertical = GetFarBlocks<1>(mv, m_VerticalLimit) & 0xEEEEu;
-    horizontal = GetFarBlocks<4>(mv, m_VerticalLimit);
-    // Only edge 2 divides blocks of different references.
-    const uint32_t* ref = mb.refPicture[l];
-    vertical |= (ref[0] != ref[1] ? 0x0044u : 0u) | (ref[2] != ref[3] ? 0x4400u : 0u);
-    horizontal |= (ref[0] != ref[2] ? 0x0300u : 0u) | (ref[1] != ref[3] ? 0x0C00u : 0u);
+    const auto view = [](const SmMacroblockInfo* m) {
+      return NmPrimitives::SmH264Motion{m->mv, m->refIdx, m->refPicture};
+    };
+    // A missing neighbour stands in by the macroblock itself; its bits go.
+    uint16_t edges[2];
+    NmPrimitives::H264GetMotionEdges(
+        view(&mb), view(neighbours[0] != nullptr ? neighbours[0] : &mb),
+        view(neighbours[1] != nullptr ? neighbours[1] : &mb), list, m_VerticalLimit, edges);
+    motion[0] = edges[0] & (neighbours[0] != nullptr ? 0xFFFFu : 0xEEEEu);
+    motion[1] = edges[1] & (neighbours[1] != nullptr ? 0xFFFFu : 0xFFF0u);
   }
 
   void Filter(uint32_t address, SmSummary own) {
@@ -653,9 +626,19 @@ private:
     }
     const bool intra = IsIntra(mb.kind);
     SmEdgeBits bits[2];
-    unsigned innerMotion[2] = {0, 0};
+    unsigned motion[2] = {0, 0};
     if (!intra) {
-      InnerMotion(mb, own.shape, innerMotion[0], innerMotion[1]);
+      // Intra neighbours take strength 3 or 4 whatever the motion.
+      const SmMacroblockInfo* moving[2];
+      uint8_t shapes[2] = {0, 0};
+      for (int direction = 0; direction < 2; ++direction) {
+        const SmMacroblockInfo* n = neighbours[direction];
+        moving[direction] = n != nullptr && !IsIntra(n->kind) ? n : nullptr;
+        if (moving[direction] != nullptr) {
+          shapes[direction] = Summary(neighbourAddress[direction]).shape;
+        }
+      }
+      Motion(mb, own.shape, moving, shapes, motion);
     }
     for (int direction = 0; direction < 2; ++direction) {
       SmEdgeBits& b = bits[direction];
@@ -667,7 +650,7 @@ private:
         continue;
       }
       // In raster order of the q blocks first.
-      unsigned coded, motion = innerMotion[direction];
+      unsigned coded;
       if (direction == 0) {
         coded = (own.coded | (own.coded << 1)) & 0xEEEEu;
       } else {
@@ -675,21 +658,19 @@ private:
       }
       if (n != nullptr && !b.intraEdge) {
         const SmSummary& other = Summary(neighbourAddress[direction]);
-        const unsigned outerMotion = OuterMotion(*n, other.shape, mb, own.shape, direction == 0);
         if (direction == 0) {
           coded |= (own.coded | (other.coded >> 3)) & 0x1111u;
-          motion |= SpreadToColumn(outerMotion);
         } else {
           coded |= (own.coded | (other.coded >> 12)) & 0x000Fu;
-          motion |= outerMotion;
         }
       }
+      unsigned moved = motion[direction];
       if (direction == 0) {
         coded = Transpose4x4(coded);
-        motion = Transpose4x4(motion);
+        moved = Transpose4x4(moved);
       }
       b.coded = coded;
-      b.motion = motion & ~coded;
+      b.motion = moved & ~coded;
     }
     for (int direction = 0; direction < 2; ++direction) {
       // Most macroblocks of a picture that predicts from others have no
