@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <array>
 #include <utility>
 
 #include "Codecs/Primitives/H264Deblock.h"
@@ -14,21 +15,20 @@ namespace {
 // A 16x16 area around an edge through its middle, smooth with a step across
 // the edge so that the filters' conditions are met in some places and not in
 // others; now and then with samples at 0 and 255, where the clips act.
-SmTestPlane EdgeArea(std::mt19937& random, bool vertical) {
-  SmTestPlane plane(random, 16, 16);
+SmTestPlane EdgeArea(std::mt19937& random, bool vertical, size_t rows = 16) {
+  SmTestPlane plane(random, 16, rows);
   const int base = static_cast<int>(random() % 256);
   const int step = static_cast<int>(random() % 41) - 20;
   const int noise = 1 + static_cast<int>(random() % 6);
   const bool saturated = random() % 4 == 0;
-  for (int y = 0; y < 16; ++y) {
-    for (int x = 0; x < 16; ++x) {
+  for (size_t y = 0; y < rows; ++y) {
+    for (size_t x = 0; x < 16; ++x) {
       const bool far = (vertical ? x : y) >= 8;
       int value = base + (far ? step : 0) + static_cast<int>(random() % noise);
       if (saturated && random() % 3 == 0) {
         value = random() % 2 == 0 ? 0 : 255;
       }
-      plane.bytes[static_cast<size_t>(y) * plane.stride + static_cast<size_t>(x)] =
-          static_cast<uint8_t>(std::clamp(value, 0, 255));
+      plane.bytes[y * plane.stride + x] = static_cast<uint8_t>(std::clamp(value, 0, 255));
     }
   }
   return plane;
@@ -111,16 +111,9 @@ TEST_P(H264Deblock, BothChromaPlanesMatchTheReference) {
     }
     SCOPED_TRACE(::testing::Message() << "round " << round << " alpha " << alpha[0] << "/"
                                       << alpha[1] << " beta " << beta[0] << "/" << beta[1]);
-    // Cb's area above Cr's in one plane, each with the edge through its
-    // middle; the gap between them shows writes beyond eight rows.
-    const SmTestPlane cb = EdgeArea(random, true), cr = EdgeArea(random, true);
-    SmTestPlane both = cb;
-    both.bytes.resize(2 * cb.stride * 16 + 1);
-    for (size_t y = 0; y < 16; ++y) {
-      for (size_t x = 0; x < 16; ++x) {
-        both.bytes[(16 + y) * both.stride + x] = cr.bytes[y * cr.stride + x];
-      }
-    }
+    // Cb's edge above Cr's in one area; the rows around and between them
+    // show writes beyond eight rows.
+    const SmTestPlane both = EdgeArea(random, true, 32);
     const ptrdiff_t stride = static_cast<ptrdiff_t>(both.stride);
     const auto edges = [&](SmTestPlane& p) {
       return std::pair{p.data() + 4 * stride + 8, p.data() + 20 * stride + 8};
@@ -177,12 +170,11 @@ TEST_P(H264Deblock, MotionEdgesMatchTheReference) {
     const auto motion = [](const SmRecord& r) {
       return SmH264Motion{r.mv, r.refIdx, r.refPicture};
     };
-    uint16_t expected[2], actual[2];
-    NmReference::H264GetMotionEdges(motion(records[0]), motion(records[1]), motion(records[2]),
-                                    list, verticalLimit, expected);
-    H264GetMotionEdges(motion(records[0]), motion(records[1]), motion(records[2]), list,
-                       verticalLimit, actual);
-    ASSERT_EQ(actual[0], expected[0]) << "round " << round << " list " << list;
-    ASSERT_EQ(actual[1], expected[1]) << "round " << round << " list " << list;
+    std::array<uint16_t, 2> expected{}, actual{};
+    for (auto [edges, data] : {std::pair{&NmReference::H264GetMotionEdges, expected.data()},
+                               std::pair{&H264GetMotionEdges, actual.data()}}) {
+      edges(motion(records[0]), motion(records[1]), motion(records[2]), list, verticalLimit, data);
+    }
+    ASSERT_EQ(actual, expected) << "round " << round << " list " << list;
   }
 }

@@ -1,6 +1,7 @@
 #include "Codecs/H264/Deblocking.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstdlib>
 #include <cstring>
 
@@ -473,6 +474,12 @@ unsigned IsFar(const int16_t* a, const int16_t* b, int verticalLimit) {
   return static_cast<unsigned>(dx > 6u) | static_cast<unsigned>(dy > 2u * verticalLimit - 2u);
 }
 
+// Bits 0 to 3 as the lowest bits of bytes 0 to 3 of a little-endian word.
+uint32_t SpreadToBytes(unsigned bits) {
+  static_assert(std::endian::native == std::endian::little);
+  return ((bits & 15u) * 0x00204081u) & 0x01010101u;
+}
+
 // Raster bits turned into edge order (bit 4 x + y for block x, y), which
 // the vertical edges use.
 unsigned Transpose4x4(unsigned bits) {
@@ -511,17 +518,19 @@ public:
     }
     m_SummarisedEnd = endRow * m_Width;
     uint32_t levelsSlice = 0;
-    for (uint32_t address = firstRow * m_Width; address < endRow * m_Width; ++address) {
-      const SmSummary own = Summarise(address);
-      const SmMacroblockInfo& mb = m_Mbs[address];
-      if (mb.slice == 0 || mb.slice >= m_Slices.size() || m_Slices[mb.slice].disableIdc == 1) {
-        continue;
+    for (uint32_t mby = firstRow; mby < endRow; ++mby) {
+      for (uint32_t mbx = 0, address = mby * m_Width; mbx < m_Width; ++mbx, ++address) {
+        const SmSummary own = Summarise(address);
+        const SmMacroblockInfo& mb = m_Mbs[address];
+        if (mb.slice == 0 || mb.slice >= m_Slices.size() || m_Slices[mb.slice].disableIdc == 1) {
+          continue;
+        }
+        if (mb.slice != levelsSlice) {
+          m_Levels.Build(m_Slices[mb.slice]);
+          levelsSlice = mb.slice;
+        }
+        Filter(address, mbx, mby, own);
       }
-      if (mb.slice != levelsSlice) {
-        m_Levels.Build(m_Slices[mb.slice]);
-        levelsSlice = mb.slice;
-      }
-      Filter(address, own);
     }
   }
 
@@ -571,6 +580,18 @@ private:
                  ? (vertical ? 0x1111u : 0x000Fu)
                  : 0u;
     }
+    // B macroblocks beside each other often share their direct motion:
+    // the same indices, pictures and vectors in both lists never differ.
+    uint32_t pv[2], qv[2];
+    std::memcpy(pv, p.mv[0][0], 4);
+    std::memcpy(pv + 1, p.mv[1][0], 4);
+    std::memcpy(qv, q.mv[0][0], 4);
+    std::memcpy(qv + 1, q.mv[1][0], 4);
+    if (((pv[0] ^ qv[0]) | (pv[1] ^ qv[1]) | (p.refPicture[0][0] ^ q.refPicture[0][0]) |
+         (p.refPicture[1][0] ^ q.refPicture[1][0])) == 0 &&
+        p.refIdx[0][0] == q.refIdx[0][0] && p.refIdx[1][0] == q.refIdx[1][0]) {
+      return 0u;
+    }
     return GetMotionStrength(p, 0, 0, q, 0, 0, m_VerticalLimit) != 0
                ? (vertical ? 0x1111u : 0x000Fu)
                : 0u;
@@ -612,10 +633,9 @@ private:
     motion[1] = edges[1] & (neighbours[1] != nullptr ? 0xFFFFu : 0xFFF0u);
   }
 
-  void Filter(uint32_t address, SmSummary own) {
+  void Filter(uint32_t address, uint32_t mbx, uint32_t mby, SmSummary own) {
     const SmMacroblockInfo& mb = m_Mbs[address];
     const SmSliceFilterParameters& slice = m_Slices[mb.slice];
-    const uint32_t mbx = address % m_Width, mby = address / m_Width;
     const SmMacroblockInfo* neighbours[2] = {mbx > 0 ? &m_Mbs[address - 1] : nullptr,
                                              mby > 0 ? &m_Mbs[address - m_Width] : nullptr};
     const uint32_t neighbourAddress[2] = {address - 1, address - m_Width};
@@ -685,6 +705,10 @@ private:
   void FilterDirection(const SmMacroblockInfo& mb, const SmMacroblockInfo* n, uint32_t mbx,
                        uint32_t mby, bool vertical, const SmEdgeBits& bits) {
     const int qpq = QpOf(mb);
+    const ptrdiff_t lumaStride = m_Picture.GetStride(0);
+    uint8_t* const luma = m_Picture.GetPlane(0) + mby * 16 * lumaStride + mbx * 16;
+    const ptrdiff_t chromaStride = m_Chroma ? m_Picture.GetStride(1) : 0;
+    const ptrdiff_t chromaAt = mby * 8 * chromaStride + mbx * 8;
     for (int edge = 0; edge < 4; ++edge) {
       if (edge == 0 && !bits.available) {
         continue;
@@ -700,19 +724,22 @@ private:
       }
       const SmMacroblockInfo& p = edge == 0 ? *n : mb;
       const int qpp = QpOf(p);
+      // Byte k of each word for segment k: a segment's tc0 by its strength
+      // in a few multiplications (no byte carries into the next), -1 where
+      // it has none.
+      const uint32_t codedBytes = SpreadToBytes(coded), motionBytes = SpreadToBytes(motion);
+      const uint32_t noneBytes = 0x01010101u ^ codedBytes ^ motionBytes;
       const auto segments = [&](const SmFilterLevel& level, int8_t* tc0) {
-        for (int k = 0; k < 4; ++k) {
-          tc0[k] = intraEdge                   ? level.tc0[2]
-                   : ((coded >> k) & 1u) != 0  ? level.tc0[1]
-                   : ((motion >> k) & 1u) != 0 ? level.tc0[0]
-                                               : int8_t{-1};
-        }
+        const auto byte = [](int8_t value) { return static_cast<uint32_t>(value) & 0xFFu; };
+        const uint32_t word = intraEdge ? 0x01010101u * byte(level.tc0[2])
+                                        : codedBytes * byte(level.tc0[1]) +
+                                              motionBytes * byte(level.tc0[0]) + noneBytes * 0xFFu;
+        std::memcpy(tc0, &word, sizeof word);
       };
       // Luma: the 8x8 transform leaves no edges inside its blocks.
       if (!(mb.transform8x8 && edge % 2 == 1)) {
-        const ptrdiff_t stride = m_Picture.GetStride(0);
-        uint8_t* q = m_Picture.GetPlane(0) + mby * 16 * stride + mbx * 16 +
-                     (vertical ? 4 * edge : 4 * edge * stride);
+        const ptrdiff_t stride = lumaStride;
+        uint8_t* q = luma + (vertical ? 4 * edge : 4 * edge * stride);
         const SmFilterLevel& level = m_Levels[(qpp + qpq + 1) >> 1];
         if (strongest) {
           (vertical ? NmPrimitives::H264FilterLumaVerticalEdgeIntra
@@ -730,8 +757,8 @@ private:
       if (!m_Chroma || edge % 2 == 1) {
         continue;
       }
-      const ptrdiff_t stride = m_Picture.GetStride(1);
-      const ptrdiff_t at = mby * 8 * stride + mbx * 8 + (vertical ? 2 * edge : 2 * edge * stride);
+      const ptrdiff_t stride = chromaStride;
+      const ptrdiff_t at = chromaAt + (vertical ? 2 * edge : 2 * edge * stride);
       uint8_t* cb = m_Picture.GetPlane(1) + at;
       uint8_t* cr = m_Picture.GetPlane(2) + at;
       int alpha[2], beta[2];
