@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <array>
 #include <utility>
 
 #include "Codecs/Primitives/H264Deblock.h"
@@ -14,21 +15,20 @@ namespace {
 // A 16x16 area around an edge through its middle, smooth with a step across
 // the edge so that the filters' conditions are met in some places and not in
 // others; now and then with samples at 0 and 255, where the clips act.
-SmTestPlane EdgeArea(std::mt19937& random, bool vertical) {
-  SmTestPlane plane(random, 16, 16);
+SmTestPlane EdgeArea(std::mt19937& random, bool vertical, size_t rows = 16) {
+  SmTestPlane plane(random, 16, rows);
   const int base = static_cast<int>(random() % 256);
   const int step = static_cast<int>(random() % 41) - 20;
   const int noise = 1 + static_cast<int>(random() % 6);
   const bool saturated = random() % 4 == 0;
-  for (int y = 0; y < 16; ++y) {
-    for (int x = 0; x < 16; ++x) {
+  for (size_t y = 0; y < rows; ++y) {
+    for (size_t x = 0; x < 16; ++x) {
       const bool far = (vertical ? x : y) >= 8;
       int value = base + (far ? step : 0) + static_cast<int>(random() % noise);
       if (saturated && random() % 3 == 0) {
         value = random() % 2 == 0 ? 0 : 255;
       }
-      plane.bytes[static_cast<size_t>(y) * plane.stride + static_cast<size_t>(x)] =
-          static_cast<uint8_t>(std::clamp(value, 0, 255));
+      plane.bytes[y * plane.stride + x] = static_cast<uint8_t>(std::clamp(value, 0, 255));
     }
   }
   return plane;
@@ -111,16 +111,9 @@ TEST_P(H264Deblock, BothChromaPlanesMatchTheReference) {
     }
     SCOPED_TRACE(::testing::Message() << "round " << round << " alpha " << alpha[0] << "/"
                                       << alpha[1] << " beta " << beta[0] << "/" << beta[1]);
-    // Cb's area above Cr's in one plane, each with the edge through its
-    // middle; the gap between them shows writes beyond eight rows.
-    const SmTestPlane cb = EdgeArea(random, true), cr = EdgeArea(random, true);
-    SmTestPlane both = cb;
-    both.bytes.resize(2 * cb.stride * 16 + 1);
-    for (size_t y = 0; y < 16; ++y) {
-      for (size_t x = 0; x < 16; ++x) {
-        both.bytes[(16 + y) * both.stride + x] = cr.bytes[y * cr.stride + x];
-      }
-    }
+    // Cb's edge above Cr's in one area; the rows around and between them
+    // show writes beyond eight rows.
+    const SmTestPlane both = EdgeArea(random, true, 32);
     const ptrdiff_t stride = static_cast<ptrdiff_t>(both.stride);
     const auto edges = [&](SmTestPlane& p) {
       return std::pair{p.data() + 4 * stride + 8, p.data() + 20 * stride + 8};
@@ -141,5 +134,47 @@ TEST_P(H264Deblock, BothChromaPlanesMatchTheReference) {
           f(qCb, qCr, stride, alpha, beta);
         },
         "intra");
+  }
+}
+
+// Three macroblocks of random motion near the thresholds: few pictures, so
+// that blocks share them in both orders, vectors a few quarter samples
+// apart, now and then at the ends of their range, lists unused now and then
+// (never in the one-list form, which requires them used).
+TEST_P(H264Deblock, MotionEdgesMatchTheReference) {
+  std::mt19937& random = Random();
+  struct SmRecord {
+    int16_t mv[2][16][2];
+    int8_t refIdx[2][4];
+    uint32_t refPicture[2][4];
+  };
+  for (int round = 0; round < 3000; ++round) {
+    const int list = static_cast<int>(random() % 3) - 1;
+    const int verticalLimit = random() % 2 == 0 ? 4 : 2;
+    const int16_t base = static_cast<int16_t>(random());
+    SmRecord records[3];
+    for (SmRecord& r : records) {
+      for (int l = 0; l < 2; ++l) {
+        for (int b = 0; b < 4; ++b) {
+          r.refIdx[l][b] = static_cast<int8_t>(list < 0 && random() % 3 == 0 ? -1 : random() % 4);
+          r.refPicture[l][b] = static_cast<uint32_t>(random() % 3) * 0x40000001u;
+        }
+        for (auto& v : r.mv[l]) {
+          for (int16_t& c : v) {
+            c = random() % 50 == 0 ? static_cast<int16_t>(random() % 2 == 0 ? -32768 : 32767)
+                                   : static_cast<int16_t>(base + static_cast<int>(random() % 9));
+          }
+        }
+      }
+    }
+    const auto motion = [](const SmRecord& r) {
+      return SmH264Motion{r.mv, r.refIdx, r.refPicture};
+    };
+    std::array<uint16_t, 2> expected{}, actual{};
+    for (auto [edges, data] : {std::pair{&NmReference::H264GetMotionEdges, expected.data()},
+                               std::pair{&H264GetMotionEdges, actual.data()}}) {
+      edges(motion(records[0]), motion(records[1]), motion(records[2]), list, verticalLimit, data);
+    }
+    ASSERT_EQ(actual, expected) << "round " << round << " list " << list;
   }
 }

@@ -1,6 +1,7 @@
 #include "Codecs/H264/Deblocking.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstdlib>
 #include <cstring>
 
@@ -473,22 +474,14 @@ unsigned IsFar(const int16_t* a, const int16_t* b, int verticalLimit) {
   return static_cast<unsigned>(dx > 6u) | static_cast<unsigned>(dy > 2u * verticalLimit - 2u);
 }
 
-// IsFar of each block b from block b - Distance, as bit b.
-template <int Distance> unsigned GetFarBlocks(const int16_t (*mv)[2], int verticalLimit) {
-  unsigned bits = 0;
-  for (int b = Distance; b < 16; ++b) {
-    bits |= IsFar(mv[b], mv[b - Distance], verticalLimit) << b;
-  }
-  return bits;
+// Bits 0 to 3 as the lowest bits of bytes 0 to 3 of a little-endian word.
+uint32_t SpreadToBytes(unsigned bits) {
+  static_assert(std::endian::native == std::endian::little);
+  return ((bits & 15u) * 0x00204081u) & 0x01010101u;
 }
 
-// The four bits of a 4x4 block's row k as bits 4k of raster order, and
-// raster bits turned into edge order (bit 4 x + y for block x, y), which
+// Raster bits turned into edge order (bit 4 x + y for block x, y), which
 // the vertical edges use.
-unsigned SpreadToColumn(unsigned bits) {
-  return (bits & 1u) | ((bits & 2u) << 3) | ((bits & 4u) << 6) | ((bits & 8u) << 9);
-}
-
 unsigned Transpose4x4(unsigned bits) {
   unsigned t = (bits ^ (bits >> 3)) & 0x0A0Au;
   bits ^= t ^ (t << 3);
@@ -525,17 +518,19 @@ public:
     }
     m_SummarisedEnd = endRow * m_Width;
     uint32_t levelsSlice = 0;
-    for (uint32_t address = firstRow * m_Width; address < endRow * m_Width; ++address) {
-      const SmSummary own = Summarise(address);
-      const SmMacroblockInfo& mb = m_Mbs[address];
-      if (mb.slice == 0 || mb.slice >= m_Slices.size() || m_Slices[mb.slice].disableIdc == 1) {
-        continue;
+    for (uint32_t mby = firstRow; mby < endRow; ++mby) {
+      for (uint32_t mbx = 0, address = mby * m_Width; mbx < m_Width; ++mbx, ++address) {
+        const SmSummary own = Summarise(address);
+        const SmMacroblockInfo& mb = m_Mbs[address];
+        if (mb.slice == 0 || mb.slice >= m_Slices.size() || m_Slices[mb.slice].disableIdc == 1) {
+          continue;
+        }
+        if (mb.slice != levelsSlice) {
+          m_Levels.Build(m_Slices[mb.slice]);
+          levelsSlice = mb.slice;
+        }
+        Filter(address, mbx, mby, own);
       }
-      if (mb.slice != levelsSlice) {
-        m_Levels.Build(m_Slices[mb.slice]);
-        levelsSlice = mb.slice;
-      }
-      Filter(address, own);
     }
   }
 
@@ -573,76 +568,74 @@ private:
     return summary;
   }
 
-  // Motion bits of the four block pairs across edge 0 between p and q.
-  unsigned OuterMotion(const SmMacroblockInfo& p, uint8_t pShape, const SmMacroblockInfo& q,
-                       uint8_t qShape, bool vertical) const {
-    const auto pBlock = [vertical](int k) { return vertical ? 3 + 4 * k : k + 12; };
-    const auto qBlock = [vertical](int k) { return vertical ? 4 * k : k; };
-    const bool uniform = (pShape & qShape & ShapeUniform) != 0;
-    unsigned bits = 0;
+  // Strength 1 of the four block pairs across edge 0 between two
+  // macroblocks that each move as one piece: one comparison for all four.
+  unsigned UniformMotion(const SmMacroblockInfo& p, uint8_t pShape, const SmMacroblockInfo& q,
+                         uint8_t qShape, bool vertical) const {
     const uint8_t list = pShape & 3;
     if (list == (qShape & 3) && list != ShapeMixed) {
-      // Both from the same list alone: its reference and vector decide.
       const int l = list - 1;
-      for (int k = 0; k < (uniform ? 1 : 4); ++k) {
-        const int bp = pBlock(k), bq = qBlock(k);
-        const unsigned differ =
-            static_cast<unsigned>(p.refPicture[l][(bp & 3) / 2 + 2 * (bp / 8)] !=
-                                  q.refPicture[l][(bq & 3) / 2 + 2 * (bq / 8)]) |
-            IsFar(p.mv[l][bp], q.mv[l][bq], m_VerticalLimit);
-        bits |= differ << k;
-      }
-      return uniform ? bits * 15u : bits;
-    }
-    if (uniform) {
-      return GetMotionStrength(p, vertical ? 3 : 0, vertical ? 0 : 3, q, 0, 0, m_VerticalLimit) != 0
-                 ? 15u
+      return p.refPicture[l][0] != q.refPicture[l][0] ||
+                     IsFar(p.mv[l][0], q.mv[l][0], m_VerticalLimit)
+                 ? (vertical ? 0x1111u : 0x000Fu)
                  : 0u;
     }
-    for (int k = 0; k < 4; ++k) {
-      const int bp = pBlock(k), bq = qBlock(k);
-      bits |= GetMotionStrength(p, bp & 3, bp / 4, q, bq & 3, bq / 4, m_VerticalLimit) != 0
-                  ? 1u << k
-                  : 0u;
+    // B macroblocks beside each other often share their direct motion:
+    // the same indices, pictures and vectors in both lists never differ.
+    uint32_t pv[2], qv[2];
+    std::memcpy(pv, p.mv[0][0], 4);
+    std::memcpy(pv + 1, p.mv[1][0], 4);
+    std::memcpy(qv, q.mv[0][0], 4);
+    std::memcpy(qv + 1, q.mv[1][0], 4);
+    if (((pv[0] ^ qv[0]) | (pv[1] ^ qv[1]) | (p.refPicture[0][0] ^ q.refPicture[0][0]) |
+         (p.refPicture[1][0] ^ q.refPicture[1][0])) == 0 &&
+        p.refIdx[0][0] == q.refIdx[0][0] && p.refIdx[1][0] == q.refIdx[1][0]) {
+      return 0u;
     }
-    return bits;
+    return GetMotionStrength(p, 0, 0, q, 0, 0, m_VerticalLimit) != 0
+               ? (vertical ? 0x1111u : 0x000Fu)
+               : 0u;
   }
 
-  // Motion bits of the inner edges, in raster order of the q blocks:
-  // vertical (bits of columns 1 to 3) and horizontal (rows 1 to 3).
-  void InnerMotion(const SmMacroblockInfo& mb, uint8_t shape, unsigned& vertical,
-                   unsigned& horizontal) const {
-    vertical = horizontal = 0;
-    if ((shape & ShapeUniform) != 0) {
-      return;
+  // Motion bits of the 4x4 blocks of an inter macroblock, in raster order
+  // of the q blocks, for the vertical (motion[0]) and horizontal edges;
+  // those of edge 0 only where the neighbour is there and not intra.
+  void Motion(const SmMacroblockInfo& mb, uint8_t shape, const SmMacroblockInfo* const* neighbours,
+              const uint8_t* neighbourShapes, unsigned* motion) const {
+    bool uniform = (shape & ShapeUniform) != 0;
+    int list = (shape & 3) == ShapeMixed ? -1 : (shape & 3) - 1;
+    for (int direction = 0; direction < 2; ++direction) {
+      if (neighbours[direction] != nullptr) {
+        uniform = uniform && (neighbourShapes[direction] & ShapeUniform) != 0;
+        list = (neighbourShapes[direction] & 3) == (shape & 3) ? list : -1;
+      }
     }
-    const uint8_t list = shape & 3;
-    if (list == ShapeMixed) {
-      for (int b = 0; b < 16; ++b) {
-        const int x = b & 3, y = b / 4;
-        if (x > 0 && GetMotionStrength(mb, x - 1, y, mb, x, y, m_VerticalLimit) != 0) {
-          vertical |= 1u << b;
-        }
-        if (y > 0 && GetMotionStrength(mb, x, y - 1, mb, x, y, m_VerticalLimit) != 0) {
-          horizontal |= 1u << b;
-        }
+    if (uniform) {
+      // Most macroblocks of a picture that predicts from others: no motion
+      // inside, one comparison per neighbour.
+      for (int direction = 0; direction < 2; ++direction) {
+        const SmMacroblockInfo* n = neighbours[direction];
+        motion[direction] =
+            n != nullptr ? UniformMotion(*n, neighbourShapes[direction], mb, shape, direction == 0)
+                         : 0u;
       }
       return;
     }
-    const int l = list - 1;
-    const int16_t(*mv)[2] = mb.mv[l];
-    vertical = GetFarBlocks<1>(mv, m_VerticalLimit) & 0xEEEEu;
-    horizontal = GetFarBlocks<4>(mv, m_VerticalLimit);
-    // Only edge 2 divides blocks of different references.
-    const uint32_t* ref = mb.refPicture[l];
-    vertical |= (ref[0] != ref[1] ? 0x0044u : 0u) | (ref[2] != ref[3] ? 0x4400u : 0u);
-    horizontal |= (ref[0] != ref[2] ? 0x0300u : 0u) | (ref[1] != ref[3] ? 0x0C00u : 0u);
+    const auto view = [](const SmMacroblockInfo* m) {
+      return NmPrimitives::SmH264Motion{m->mv, m->refIdx, m->refPicture};
+    };
+    // A missing neighbour stands in by the macroblock itself; its bits go.
+    uint16_t edges[2];
+    NmPrimitives::H264GetMotionEdges(
+        view(&mb), view(neighbours[0] != nullptr ? neighbours[0] : &mb),
+        view(neighbours[1] != nullptr ? neighbours[1] : &mb), list, m_VerticalLimit, edges);
+    motion[0] = edges[0] & (neighbours[0] != nullptr ? 0xFFFFu : 0xEEEEu);
+    motion[1] = edges[1] & (neighbours[1] != nullptr ? 0xFFFFu : 0xFFF0u);
   }
 
-  void Filter(uint32_t address, SmSummary own) {
+  void Filter(uint32_t address, uint32_t mbx, uint32_t mby, SmSummary own) {
     const SmMacroblockInfo& mb = m_Mbs[address];
     const SmSliceFilterParameters& slice = m_Slices[mb.slice];
-    const uint32_t mbx = address % m_Width, mby = address / m_Width;
     const SmMacroblockInfo* neighbours[2] = {mbx > 0 ? &m_Mbs[address - 1] : nullptr,
                                              mby > 0 ? &m_Mbs[address - m_Width] : nullptr};
     const uint32_t neighbourAddress[2] = {address - 1, address - m_Width};
@@ -653,9 +646,19 @@ private:
     }
     const bool intra = IsIntra(mb.kind);
     SmEdgeBits bits[2];
-    unsigned innerMotion[2] = {0, 0};
+    unsigned motion[2] = {0, 0};
     if (!intra) {
-      InnerMotion(mb, own.shape, innerMotion[0], innerMotion[1]);
+      // Intra neighbours take strength 3 or 4 whatever the motion.
+      const SmMacroblockInfo* moving[2];
+      uint8_t shapes[2] = {0, 0};
+      for (int direction = 0; direction < 2; ++direction) {
+        const SmMacroblockInfo* n = neighbours[direction];
+        moving[direction] = n != nullptr && !IsIntra(n->kind) ? n : nullptr;
+        if (moving[direction] != nullptr) {
+          shapes[direction] = Summary(neighbourAddress[direction]).shape;
+        }
+      }
+      Motion(mb, own.shape, moving, shapes, motion);
     }
     for (int direction = 0; direction < 2; ++direction) {
       SmEdgeBits& b = bits[direction];
@@ -667,7 +670,7 @@ private:
         continue;
       }
       // In raster order of the q blocks first.
-      unsigned coded, motion = innerMotion[direction];
+      unsigned coded;
       if (direction == 0) {
         coded = (own.coded | (own.coded << 1)) & 0xEEEEu;
       } else {
@@ -675,21 +678,19 @@ private:
       }
       if (n != nullptr && !b.intraEdge) {
         const SmSummary& other = Summary(neighbourAddress[direction]);
-        const unsigned outerMotion = OuterMotion(*n, other.shape, mb, own.shape, direction == 0);
         if (direction == 0) {
           coded |= (own.coded | (other.coded >> 3)) & 0x1111u;
-          motion |= SpreadToColumn(outerMotion);
         } else {
           coded |= (own.coded | (other.coded >> 12)) & 0x000Fu;
-          motion |= outerMotion;
         }
       }
+      unsigned moved = motion[direction];
       if (direction == 0) {
         coded = Transpose4x4(coded);
-        motion = Transpose4x4(motion);
+        moved = Transpose4x4(moved);
       }
       b.coded = coded;
-      b.motion = motion & ~coded;
+      b.motion = moved & ~coded;
     }
     for (int direction = 0; direction < 2; ++direction) {
       // Most macroblocks of a picture that predicts from others have no
@@ -704,6 +705,10 @@ private:
   void FilterDirection(const SmMacroblockInfo& mb, const SmMacroblockInfo* n, uint32_t mbx,
                        uint32_t mby, bool vertical, const SmEdgeBits& bits) {
     const int qpq = QpOf(mb);
+    const ptrdiff_t lumaStride = m_Picture.GetStride(0);
+    uint8_t* const luma = m_Picture.GetPlane(0) + mby * 16 * lumaStride + mbx * 16;
+    const ptrdiff_t chromaStride = m_Chroma ? m_Picture.GetStride(1) : 0;
+    const ptrdiff_t chromaAt = mby * 8 * chromaStride + mbx * 8;
     for (int edge = 0; edge < 4; ++edge) {
       if (edge == 0 && !bits.available) {
         continue;
@@ -719,19 +724,22 @@ private:
       }
       const SmMacroblockInfo& p = edge == 0 ? *n : mb;
       const int qpp = QpOf(p);
+      // Byte k of each word for segment k: a segment's tc0 by its strength
+      // in a few multiplications (no byte carries into the next), -1 where
+      // it has none.
+      const uint32_t codedBytes = SpreadToBytes(coded), motionBytes = SpreadToBytes(motion);
+      const uint32_t noneBytes = 0x01010101u ^ codedBytes ^ motionBytes;
       const auto segments = [&](const SmFilterLevel& level, int8_t* tc0) {
-        for (int k = 0; k < 4; ++k) {
-          tc0[k] = intraEdge                   ? level.tc0[2]
-                   : ((coded >> k) & 1u) != 0  ? level.tc0[1]
-                   : ((motion >> k) & 1u) != 0 ? level.tc0[0]
-                                               : int8_t{-1};
-        }
+        const auto byte = [](int8_t value) { return static_cast<uint32_t>(value) & 0xFFu; };
+        const uint32_t word = intraEdge ? 0x01010101u * byte(level.tc0[2])
+                                        : codedBytes * byte(level.tc0[1]) +
+                                              motionBytes * byte(level.tc0[0]) + noneBytes * 0xFFu;
+        std::memcpy(tc0, &word, sizeof word);
       };
       // Luma: the 8x8 transform leaves no edges inside its blocks.
       if (!(mb.transform8x8 && edge % 2 == 1)) {
-        const ptrdiff_t stride = m_Picture.GetStride(0);
-        uint8_t* q = m_Picture.GetPlane(0) + mby * 16 * stride + mbx * 16 +
-                     (vertical ? 4 * edge : 4 * edge * stride);
+        const ptrdiff_t stride = lumaStride;
+        uint8_t* q = luma + (vertical ? 4 * edge : 4 * edge * stride);
         const SmFilterLevel& level = m_Levels[(qpp + qpq + 1) >> 1];
         if (strongest) {
           (vertical ? NmPrimitives::H264FilterLumaVerticalEdgeIntra
@@ -749,8 +757,8 @@ private:
       if (!m_Chroma || edge % 2 == 1) {
         continue;
       }
-      const ptrdiff_t stride = m_Picture.GetStride(1);
-      const ptrdiff_t at = mby * 8 * stride + mbx * 8 + (vertical ? 2 * edge : 2 * edge * stride);
+      const ptrdiff_t stride = chromaStride;
+      const ptrdiff_t at = chromaAt + (vertical ? 2 * edge : 2 * edge * stride);
       uint8_t* cb = m_Picture.GetPlane(1) + at;
       uint8_t* cr = m_Picture.GetPlane(2) + at;
       int alpha[2], beta[2];
@@ -828,19 +836,6 @@ void CmRowDeblocker::FilterUpTo(uint32_t endRow) {
 
 uint32_t GetDeblockingRowCount(const CmPicture& picture) {
   return picture.GetHeightInMbs() / (picture.IsMbaff() ? 2 : 1);
-}
-
-void DeblockRows(CmPicture& picture, const std::vector<SmSliceFilterParameters>& slices,
-                 uint32_t firstRow, uint32_t endRow) {
-  endRow = std::min(endRow, GetDeblockingRowCount(picture));
-  if (firstRow >= endRow) {
-    return;
-  }
-  if (picture.IsMbaff()) {
-    CmPairDeblocker(picture, slices).Run(firstRow, endRow);
-    return;
-  }
-  CmFrameDeblocker(picture, slices).Run(firstRow, endRow);
 }
 
 } // namespace NmH264

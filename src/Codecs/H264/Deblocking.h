@@ -20,19 +20,14 @@ struct SmSliceFilterParameters {
 // pairs in a frame of pairs.
 uint32_t GetDeblockingRowCount(const CmPicture& picture);
 
-// The filter over rows firstRow up to endRow, after the rows above them.
+// The filter of one picture's rows, in order, as they become ready.
 // Filtering a row changes the lowest lines of the row above and every line
 // of its own, the last ones included, which intra prediction of the row
 // below reads unfiltered: a row may be filtered once the row below it is
 // decoded, and the result is the same as the filter of clause 8.7 over the
 // whole picture, macroblock by macroblock in raster order. slices[n] belongs
-// to slice number n.
-void DeblockRows(CmPicture& picture, const std::vector<SmSliceFilterParameters>& slices,
-                 uint32_t firstRow, uint32_t endRow);
-
-// DeblockRows over one picture's rows in order, as they become ready: what
-// it gathers of each row, which the filter of the row below reads too, is
-// kept from one call to the next instead of gathered again.
+// to slice number n. What it gathers of each row, which the filter of the
+// row below reads too, is kept from one call to the next.
 class CmRowDeblocker {
 public:
   CmRowDeblocker(CmPicture& picture, const std::vector<SmSliceFilterParameters>& slices);

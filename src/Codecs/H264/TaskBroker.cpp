@@ -63,11 +63,11 @@ void TaskBrokerTwoThread::FilterRows(const std::stop_token& stop) {
     if (stop.stop_requested()) {
       return;
     }
-    H264PictureTask& task = *m_Task;
-    const uint32_t first = m_FilteredRows, end = m_ReleasedRows;
+    NmH264::CmRowDeblocker& deblocker = *m_Deblocker;
+    const uint32_t end = m_ReleasedRows;
     m_Filtering = true;
     lock.unlock();
-    NmH264::DeblockRows(*task.picture, task.filters, first, end);
+    deblocker.FilterUpTo(end);
     lock.lock();
     m_Filtering = false;
     m_FilteredRows = end;
@@ -93,22 +93,22 @@ void TaskBrokerTwoThread::WaitForFilter() {
   std::unique_lock lock(m_Mutex);
   m_Changed.wait(lock, [this] { return !m_Filtering && m_FilteredRows >= m_ReleasedRows; });
   m_Task = nullptr;
+  m_Deblocker = nullptr;
 }
 
-void TaskBrokerTwoThread::FilterTheRest(H264PictureTask& task) {
+void TaskBrokerTwoThread::FilterTheRest(H264PictureTask& task, NmH264::CmRowDeblocker& deblocker) {
   const uint32_t rows = NmH264::GetDeblockingRowCount(*task.picture);
-  uint32_t first = 0;
   {
     std::unique_lock lock(m_Mutex);
     m_Changed.wait(lock, [this] { return !m_Filtering; });
     // The rows left are the caller's: waking the worker for them and
     // waiting for it would cost two trips through the scheduler a picture,
     // which on a busy machine take longer than the rows.
-    first = m_FilteredRows;
     m_ReleasedRows = m_FilteredRows = rows;
     m_Task = nullptr;
+    m_Deblocker = nullptr;
   }
-  NmH264::DeblockRows(*task.picture, task.filters, first, rows);
+  deblocker.FilterUpTo(rows);
 }
 
 void TaskBrokerTwoThread::Stop() {
@@ -126,9 +126,12 @@ void TaskBrokerTwoThread::DecodePicture(H264PictureTask& task) {
     DecodeAndFinish(task);
     return;
   }
+  // Outlives the guard below, which takes it from the worker.
+  NmH264::CmRowDeblocker deblocker(*task.picture, task.filters);
   {
     const std::lock_guard lock(m_Mutex);
     m_Task = &task;
+    m_Deblocker = &deblocker;
     m_ReleasedRows = m_FilteredRows = 0;
   }
   // Whatever leaves early, an exception included, must not leave the worker
@@ -141,7 +144,7 @@ void TaskBrokerTwoThread::DecodePicture(H264PictureTask& task) {
   // Concealment fills only macroblocks that were never released, in rows
   // below those the worker may be filtering now.
   Conceal(task, follower);
-  FilterTheRest(task);
+  FilterTheRest(task, deblocker);
   task.picture->ExtendBorders();
 }
 

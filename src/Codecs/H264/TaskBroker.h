@@ -10,6 +10,7 @@
 #include <thread>
 #include <vector>
 
+#include "Codecs/H264/Deblocking.h"
 #include "Codecs/H264/FilterFollower.h"
 #include "Codecs/H264/SegmentDecoder.h"
 
@@ -75,15 +76,19 @@ private:
   static constexpr uint32_t RowsPerWake = 4;
   // Once every slice is decoded and concealment is done: the rows that the
   // worker has not begun are filtered on the caller's thread.
-  void FilterTheRest(H264PictureTask& task);
+  void FilterTheRest(H264PictureTask& task, NmH264::CmRowDeblocker& deblocker);
   // Blocks until the worker has filtered every released row and holds no
   // reference to the task.
   void WaitForFilter();
 
   std::mutex m_Mutex;
   std::condition_variable_any m_Changed;
-  // The picture whose rows the worker filters, null between pictures.
+  // The picture whose rows the worker filters, null between pictures, and
+  // its filter, which keeps what it gathered of the rows filtered so far
+  // for the next rows: whichever thread filters next takes it over under
+  // the mutex.
   H264PictureTask* m_Task = nullptr;
+  NmH264::CmRowDeblocker* m_Deblocker = nullptr;
   uint32_t m_ReleasedRows = 0;
   uint32_t m_FilteredRows = 0;
   bool m_Filtering = false; // the worker is inside a row range

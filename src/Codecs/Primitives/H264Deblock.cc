@@ -597,6 +597,164 @@ void ChromaHorizontalIntraImpl(uint8_t* q, ptrdiff_t stride, int alpha, int beta
 }
 #endif
 
+#if HWY_TARGET != HWY_SCALAR
+// One row of four 4x4 blocks per vector: the picture identity and whether
+// the list is used in 32-bit lanes, the vectors as x, y pairs of 16-bit
+// lanes. The row to the left of a row is the row shifted by one block with
+// the left macroblock's last block in front; the row above is the row
+// before, or the top macroblock's last.
+using DBlocks = hn::FixedTag<uint32_t, 4>;
+using DVectors = hn::FixedTag<int16_t, 8>;
+using VBlocks = hn::Vec<DBlocks>;
+using VVectors = hn::Vec<DVectors>;
+using MBlocks = hn::Mask<DBlocks>;
+
+struct SmListRows {
+  VBlocks picture[4], used[4];
+  VVectors mv[4];
+};
+
+// Rows of one list; the picture is 0 and the vectors are 0 where the list
+// is unused, so that two unused blocks compare equal. With `all` only the
+// last row.
+HWY_INLINE void LoadRows(const SmH264Motion& m, int list, bool all, SmListRows& rows) {
+  const DBlocks d;
+  const hn::Rebind<int32_t, DBlocks> di;
+  const hn::Rebind<int8_t, DBlocks> d8;
+  const DVectors dv;
+  const VBlocks used =
+      hn::BitCast(d, hn::VecFromMask(di, hn::Gt(hn::PromoteTo(di, hn::LoadU(d8, m.refIdx[list])),
+                                                hn::Set(di, -1))));
+  const VBlocks picture = hn::And(hn::LoadU(d, m.refPicture[list]), used);
+  // The 8x8 blocks 0, 0, 1, 1 along rows 0 and 1, 2, 2, 3, 3 along 2 and 3.
+  const VBlocks usedUpper = hn::InterleaveUpper(d, used, used);
+  const VBlocks pictureUpper = hn::InterleaveUpper(d, picture, picture);
+  const VBlocks usedLower = hn::InterleaveLower(d, used, used);
+  const VBlocks pictureLower = hn::InterleaveLower(d, picture, picture);
+  for (int y = all ? 0 : 3; y < 4; ++y) {
+    rows.used[y] = y < 2 ? usedLower : usedUpper;
+    rows.picture[y] = y < 2 ? pictureLower : pictureUpper;
+    rows.mv[y] = hn::And(hn::LoadU(dv, m.mv[list][4 * y]), hn::BitCast(dv, rows.used[y]));
+  }
+}
+
+HWY_INLINE MBlocks AnyHalf(hn::Mask<DVectors> far) {
+  const DBlocks d;
+  return hn::Ne(hn::BitCast(d, hn::VecFromMask(DVectors(), far)), hn::Zero(d));
+}
+
+// Vectors a whole sample or more apart, beyond limits - 1; saturating, so
+// exact for any pair.
+HWY_INLINE hn::Mask<DVectors> Far(VVectors a, VVectors b, VVectors belowLimits) {
+  return hn::Gt(hn::Max(hn::SaturatedSub(a, b), hn::SaturatedSub(b, a)), belowLimits);
+}
+
+template <int Lists> struct SmBlockRow {
+  VBlocks picture[Lists], used[Lists];
+  VVectors mv[Lists];
+};
+
+template <int Lists> HWY_INLINE SmBlockRow<Lists> RowOf(const SmListRows* rows, int y) {
+  SmBlockRow<Lists> row;
+  for (int l = 0; l < Lists; ++l) {
+    row.picture[l] = rows[l].picture[y];
+    row.used[l] = rows[l].used[y];
+    row.mv[l] = rows[l].mv[y];
+  }
+  return row;
+}
+
+// The row shifted right by one block, the last block of `left` in front.
+template <int Lists>
+HWY_INLINE SmBlockRow<Lists> ShiftIn(const SmBlockRow<Lists>& row, const SmBlockRow<Lists>& left) {
+  const DBlocks d;
+  const DVectors dv;
+  SmBlockRow<Lists> shifted;
+  for (int l = 0; l < Lists; ++l) {
+    shifted.picture[l] = hn::CombineShiftRightBytes<12>(d, row.picture[l], left.picture[l]);
+    shifted.used[l] = hn::CombineShiftRightBytes<12>(d, row.used[l], left.used[l]);
+    shifted.mv[l] = hn::CombineShiftRightBytes<12>(dv, row.mv[l], left.mv[l]);
+  }
+  return shifted;
+}
+
+HWY_INLINE VBlocks SameReference(VBlocks pictureA, VBlocks usedA, VBlocks pictureB, VBlocks usedB) {
+  const DBlocks d;
+  return hn::VecFromMask(
+      d, hn::Eq(hn::Or(hn::Xor(pictureA, pictureB), hn::Xor(usedA, usedB)), hn::Zero(d)));
+}
+
+template <int Lists>
+HWY_INLINE MBlocks Differ(const SmBlockRow<Lists>& p, const SmBlockRow<Lists>& q, VVectors limits) {
+  const DBlocks d;
+  if constexpr (Lists == 1) {
+    return hn::Or(hn::Ne(p.picture[0], q.picture[0]), AnyHalf(Far(p.mv[0], q.mv[0], limits)));
+  } else {
+    // Paired straight (list with list) or crossed: the pairing whose
+    // pictures agree decides by its vectors; where both agree (one picture
+    // twice), both must find a far pair; where neither does, the blocks
+    // differ.
+    const VBlocks straight =
+        hn::And(SameReference(p.picture[0], p.used[0], q.picture[0], q.used[0]),
+                SameReference(p.picture[1], p.used[1], q.picture[1], q.used[1]));
+    const VBlocks crossed =
+        hn::And(SameReference(p.picture[0], p.used[0], q.picture[1], q.used[1]),
+                SameReference(p.picture[1], p.used[1], q.picture[0], q.used[0]));
+    const VBlocks farStraight = hn::VecFromMask(
+        d, AnyHalf(hn::Or(Far(p.mv[0], q.mv[0], limits), Far(p.mv[1], q.mv[1], limits))));
+    const VBlocks farCrossed = hn::VecFromMask(
+        d, AnyHalf(hn::Or(Far(p.mv[0], q.mv[1], limits), Far(p.mv[1], q.mv[0], limits))));
+    const VBlocks close =
+        hn::Or(hn::AndNot(farStraight, straight), hn::AndNot(farCrossed, crossed));
+    return hn::Eq(close, hn::Zero(d));
+  }
+}
+
+template <int Lists>
+HWY_INLINE void MotionEdges(const SmH264Motion& q, const SmH264Motion& left,
+                            const SmH264Motion& top, int list, int verticalLimit, uint16_t* edges) {
+  const DBlocks d;
+  const DVectors dv;
+  SmListRows own[Lists], leftRows[Lists], topRows[Lists];
+  for (int l = 0; l < Lists; ++l) {
+    const int which = Lists == 1 ? list : l;
+    LoadRows(q, which, true, own[l]);
+    LoadRows(left, which, true, leftRows[l]);
+    LoadRows(top, which, false, topRows[l]);
+  }
+  // One below the x limit in even lanes, the y limit in odd ones.
+  const VVectors limits = hn::BitCast(
+      dv, hn::Set(d, 3u | static_cast<uint32_t>(static_cast<uint16_t>(verticalLimit - 1)) << 16));
+  uint8_t bits[2][4];
+  SmBlockRow<Lists> above = RowOf<Lists>(topRows, 3);
+  for (int y = 0; y < 4; ++y) {
+    const SmBlockRow<Lists> row = RowOf<Lists>(own, y);
+    const SmBlockRow<Lists> beside = ShiftIn(row, RowOf<Lists>(leftRows, y));
+    hn::StoreMaskBits(d, Differ(beside, row, limits), bits[0] + y);
+    hn::StoreMaskBits(d, Differ(above, row, limits), bits[1] + y);
+    above = row;
+  }
+  for (int direction = 0; direction < 2; ++direction) {
+    edges[direction] = static_cast<uint16_t>(bits[direction][0] | bits[direction][1] << 4 |
+                                             bits[direction][2] << 8 | bits[direction][3] << 12);
+  }
+}
+
+void MotionEdgesImpl(const SmH264Motion& q, const SmH264Motion& left, const SmH264Motion& top,
+                     int list, int verticalLimit, uint16_t* edges) {
+  if (list >= 0) {
+    MotionEdges<1>(q, left, top, list, verticalLimit, edges);
+  } else {
+    MotionEdges<2>(q, left, top, list, verticalLimit, edges);
+  }
+}
+#else
+void MotionEdgesImpl(const SmH264Motion& q, const SmH264Motion& left, const SmH264Motion& top,
+                     int list, int verticalLimit, uint16_t* edges) {
+  NmReference::H264GetMotionEdges(q, left, top, list, verticalLimit, edges);
+}
+#endif
+
 } // namespace HWY_NAMESPACE
 } // namespace NmPrimitives
 HWY_AFTER_NAMESPACE();
@@ -614,6 +772,12 @@ HWY_EXPORT(ChromaVerticalIntraImpl);
 HWY_EXPORT(ChromaHorizontalIntraImpl);
 HWY_EXPORT(ChromaVerticalPairImpl);
 HWY_EXPORT(ChromaVerticalPairIntraImpl);
+HWY_EXPORT(MotionEdgesImpl);
+
+void H264GetMotionEdges(const SmH264Motion& q, const SmH264Motion& left, const SmH264Motion& top,
+                        int list, int verticalLimit, uint16_t* edges) {
+  HWY_DYNAMIC_DISPATCH(MotionEdgesImpl)(q, left, top, list, verticalLimit, edges);
+}
 
 void H264FilterChromaVerticalEdges(uint8_t* qCb, uint8_t* qCr, ptrdiff_t stride, const int* alpha,
                                    const int* beta, const int8_t* tc0) {

@@ -35,6 +35,31 @@ void H264FilterChromaVerticalEdges(uint8_t* qCb, uint8_t* qCr, ptrdiff_t stride,
 void H264FilterChromaVerticalEdgesIntra(uint8_t* qCb, uint8_t* qCr, ptrdiff_t stride,
                                         const int* alpha, const int* beta);
 
+// The motion of one macroblock as the filter compares it, for lists 0 and
+// 1: the vectors of the sixteen 4x4 blocks in raster order (x, y in quarter
+// samples), the reference index of each 8x8 block (below 0 where the list is
+// unused) and the identity of the picture that index names.
+struct SmH264Motion {
+  const int16_t (*mv)[16][2];
+  const int8_t (*refIdx)[4];
+  const uint32_t (*refPicture)[4];
+};
+
+// Which pairs of neighbouring 4x4 blocks differ in motion, the boundary
+// strength 1 of an edge without coefficients: bit b of edges[0] for block b
+// and the block left of it, of edges[1] for block b and the block above it.
+// The blocks of column 0 meet column 3 of `left`, those of row 0 row 3 of
+// `top`. Blocks differ where they predict from different pictures or from a
+// different number of them, or where vectors that predict from the same
+// picture lie a whole sample apart or more (verticalLimit quarter samples
+// vertically, 4 in frames and 2 in fields); two vectors for one picture
+// twice differ only if they do whichever way they are paired. With `list` 0
+// or 1, every block compared predicts from that list alone and only it is
+// read; with -1 both lists are. Bits of blocks that use neither list mean
+// nothing.
+void H264GetMotionEdges(const SmH264Motion& q, const SmH264Motion& left, const SmH264Motion& top,
+                        int list, int verticalLimit, uint16_t* edges);
+
 namespace NmReference {
 void H264FilterLumaVerticalEdge(uint8_t* q, ptrdiff_t stride, int alpha, int beta,
                                 const int8_t* tc0);
@@ -52,6 +77,8 @@ void H264FilterChromaVerticalEdges(uint8_t* qCb, uint8_t* qCr, ptrdiff_t stride,
                                    const int* beta, const int8_t* tc0);
 void H264FilterChromaVerticalEdgesIntra(uint8_t* qCb, uint8_t* qCr, ptrdiff_t stride,
                                         const int* alpha, const int* beta);
+void H264GetMotionEdges(const SmH264Motion& q, const SmH264Motion& left, const SmH264Motion& top,
+                        int list, int verticalLimit, uint16_t* edges);
 } // namespace NmReference
 
 } // namespace NmPrimitives

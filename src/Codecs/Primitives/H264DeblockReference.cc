@@ -138,4 +138,66 @@ void H264FilterChromaVerticalEdgesIntra(uint8_t* qCb, uint8_t* qCr, ptrdiff_t st
   H264FilterChromaVerticalEdgeIntra(qCr, stride, alpha[1], beta[1]);
 }
 
+namespace {
+
+// Whether block bp of p and block bq of q differ in motion.
+bool DifferInMotion(const SmH264Motion& p, int bp, const SmH264Motion& q, int bq, int list,
+                    int verticalLimit) {
+  const int p8 = (bp & 3) / 2 + 2 * (bp / 8), q8 = (bq & 3) / 2 + 2 * (bq / 8);
+  const auto far = [&](int lp, int lq) {
+    const int16_t* a = p.mv[lp][bp];
+    const int16_t* b = q.mv[lq][bq];
+    return std::abs(a[0] - b[0]) >= 4 || std::abs(a[1] - b[1]) >= verticalLimit;
+  };
+  if (list >= 0) {
+    return p.refPicture[list][p8] != q.refPicture[list][q8] || far(list, list);
+  }
+  const bool p0 = p.refIdx[0][p8] >= 0, p1 = p.refIdx[1][p8] >= 0;
+  const bool q0 = q.refIdx[0][q8] >= 0, q1 = q.refIdx[1][q8] >= 0;
+  if (p0 + p1 != q0 + q1) {
+    return true;
+  }
+  if (!p0 && !p1) {
+    return false;
+  }
+  if (!(p0 && p1)) {
+    const int lp = p0 ? 0 : 1, lq = q0 ? 0 : 1;
+    return p.refPicture[lp][p8] != q.refPicture[lq][q8] || far(lp, lq);
+  }
+  const uint32_t a0 = p.refPicture[0][p8], a1 = p.refPicture[1][p8];
+  const uint32_t b0 = q.refPicture[0][q8], b1 = q.refPicture[1][q8];
+  const bool straight = a0 == b0 && a1 == b1, crossed = a0 == b1 && a1 == b0;
+  if (straight && crossed) {
+    // One picture twice on both sides.
+    return (far(0, 0) || far(1, 1)) && (far(0, 1) || far(1, 0));
+  }
+  if (straight) {
+    return far(0, 0) || far(1, 1);
+  }
+  if (crossed) {
+    return far(0, 1) || far(1, 0);
+  }
+  return true;
+}
+
+} // namespace
+
+void H264GetMotionEdges(const SmH264Motion& q, const SmH264Motion& left, const SmH264Motion& top,
+                        int list, int verticalLimit, uint16_t* edges) {
+  unsigned vertical = 0, horizontal = 0;
+  for (int b = 0; b < 16; ++b) {
+    const int x = b & 3, y = b / 4;
+    if (x > 0 ? DifferInMotion(q, b - 1, q, b, list, verticalLimit)
+              : DifferInMotion(left, b + 3, q, b, list, verticalLimit)) {
+      vertical |= 1u << b;
+    }
+    if (y > 0 ? DifferInMotion(q, b - 4, q, b, list, verticalLimit)
+              : DifferInMotion(top, b + 12, q, b, list, verticalLimit)) {
+      horizontal |= 1u << b;
+    }
+  }
+  edges[0] = static_cast<uint16_t>(vertical);
+  edges[1] = static_cast<uint16_t>(horizontal);
+}
+
 } // namespace NmPrimitives::NmReference
