@@ -126,6 +126,8 @@ private:
   int VectorsPerMacroblock() const {
     return m_Layout == SmLayout::All ? 16 : m_Layout == SmLayout::Columns ? 8 : 4;
   }
+  template <SmLayout Layout>
+  bool StoreRangeAs(const SmMacroblockInfo* macroblocks, uint32_t first, uint32_t end);
   // The table entry of a picture identity, added on first sight; 0 when
   // the table is full, which the reference lists of one picture never fill.
   uint8_t Code(int refIdx, uint32_t picture);
