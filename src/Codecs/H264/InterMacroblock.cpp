@@ -62,9 +62,14 @@ int PocDistance(int32_t a, int32_t b) {
   return static_cast<int>(std::clamp<int64_t>(int64_t{a} - b, -128, 127));
 }
 
-// A vector's two components as the word the records keep.
+// A vector's two components, stored apart just before, as the word the
+// records keep. Read as halves: one load of the word would wait for both
+// stores to land instead of taking their values on the way. The empty asm
+// keeps the compiler from joining the two loads into that one.
 uint32_t PackVector(const int16_t* mv) {
-  return static_cast<uint16_t>(mv[0]) | static_cast<uint32_t>(static_cast<uint16_t>(mv[1])) << 16;
+  uint32_t low = static_cast<uint16_t>(mv[0]);
+  asm("" : "+r"(low));
+  return low | static_cast<uint32_t>(static_cast<uint16_t>(mv[1])) << 16;
 }
 
 // The motion of one list for the 8x8 blocks of direct prediction set in
@@ -73,9 +78,19 @@ void StoreDirectMotion(SmMacroblockInfo& mb, int list, unsigned blocks, int refI
                        uint32_t picture) {
   const uint32_t packed = refIdx >= 0 ? vector : 0u;
   if (blocks == 15) {
+#if defined(__SSE2__)
+    // From a register: a filled array on the stack first would be written
+    // and read back.
+    const __m128i four = _mm_set1_epi32(static_cast<int>(packed));
+    auto* to = reinterpret_cast<__m128i*>(mb.mv[list]);
+    for (int k = 0; k < 4; ++k) {
+      _mm_storeu_si128(to + k, four);
+    }
+#else
     uint32_t vectors[16];
     std::fill_n(vectors, 16, packed);
     std::memcpy(mb.mv[list], vectors, sizeof vectors);
+#endif
     std::memset(mb.refIdx[list], refIdx, sizeof mb.refIdx[list]);
     std::fill_n(mb.refPicture[list], 4, picture);
     return;
@@ -472,8 +487,10 @@ bool CmSliceDecoder::PredictDirect(uint32_t address, unsigned mask) {
   // the macroblock of the pair or of the other field's row that covers the
   // same lines.
   const CmMotionRecord& colMotionRecord = colPicture->GetMotion();
-  // The next few macroblocks' co-located motion, a cache line ahead.
+  // The co-located motion of the macroblocks a cache line or two ahead:
+  // those between may take no direct prediction and ask for none.
   colMotionRecord.Prefetch(colBase + 4);
+  colMotionRecord.Prefetch(colBase + 8);
   const auto colMotion = [&](int x, int y) {
     const int xCol = inference ? (x / 2) * 3 : x;
     const int yCol = inference ? (y / 2) * 12 : 4 * y; // luma lines
