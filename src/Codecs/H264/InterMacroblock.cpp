@@ -78,19 +78,9 @@ void StoreDirectMotion(SmMacroblockInfo& mb, int list, unsigned blocks, int refI
                        uint32_t picture) {
   const uint32_t packed = refIdx >= 0 ? vector : 0u;
   if (blocks == 15) {
-#if defined(__SSE2__)
-    // From a register: a filled array on the stack first would be written
-    // and read back.
-    const __m128i four = _mm_set1_epi32(static_cast<int>(packed));
-    auto* to = reinterpret_cast<__m128i*>(mb.mv[list]);
-    for (int k = 0; k < 4; ++k) {
-      _mm_storeu_si128(to + k, four);
-    }
-#else
     uint32_t vectors[16];
     std::fill_n(vectors, 16, packed);
     std::memcpy(mb.mv[list], vectors, sizeof vectors);
-#endif
     std::memset(mb.refIdx[list], refIdx, sizeof mb.refIdx[list]);
     std::fill_n(mb.refPicture[list], 4, picture);
     return;
@@ -487,10 +477,6 @@ bool CmSliceDecoder::PredictDirect(uint32_t address, unsigned mask) {
   // the macroblock of the pair or of the other field's row that covers the
   // same lines.
   const CmMotionRecord& colMotionRecord = colPicture->GetMotion();
-  // The co-located motion of the macroblocks a cache line or two ahead:
-  // those between may take no direct prediction and ask for none.
-  colMotionRecord.Prefetch(colBase + 4);
-  colMotionRecord.Prefetch(colBase + 8);
   const auto colMotion = [&](int x, int y) {
     const int xCol = inference ? (x / 2) * 3 : x;
     const int yCol = inference ? (y / 2) * 12 : 4 * y; // luma lines

@@ -98,14 +98,6 @@ public:
     }
     return still;
   }
-  // Asks for the motion of macroblock address ahead of its reading: the
-  // record of a picture decoded a while ago has long left the caches.
-  void Prefetch(uint32_t address) const {
-    if (address < m_Count) {
-      __builtin_prefetch(m_Vectors.data() + size_t{address} * VectorsPerMacroblock());
-      __builtin_prefetch(m_References.data() + size_t{address} * 4);
-    }
-  }
 
 private:
   static constexpr uint8_t FirstEntry = 0x80;
