@@ -295,14 +295,18 @@ void RegisterH264() {
   };
   Register("H264Weight16", "ours", [weight] { weight(P::H264Weight); });
   Register("H264Weight16", "reference", [weight] { weight(R::H264Weight); });
-  const auto weightBi = [](auto f) {
-    ForEachBlock(16, [&](int x, int y, int) {
-      f(gray.data() + y * Width + x, Width, chromaU.data() + y * Width + x, Width,
-        gray2.data() + y * Width + x, Width, 16, 16, 5, 40, 24, 2);
-    });
-  };
-  Register("H264WeightBi16", "ours", [weightBi] { weightBi(P::H264WeightBi); });
-  Register("H264WeightBi16", "reference", [weightBi] { weightBi(R::H264WeightBi); });
+  // 16 as luma macroblocks, 8 as their chroma.
+  for (const int size : {16, 8}) {
+    const auto weightBi = [size](auto f) {
+      ForEachBlock(size, [&](int x, int y, int) {
+        f(gray.data() + y * Width + x, Width, chromaU.data() + y * Width + x, Width,
+          gray2.data() + y * Width + x, Width, size, size, 5, 40, 24, 2);
+      });
+    };
+    const std::string name = "H264WeightBi" + std::to_string(size);
+    Register(name, "ours", [weightBi] { weightBi(P::H264WeightBi); });
+    Register(name, "reference", [weightBi] { weightBi(R::H264WeightBi); });
+  }
   Register("H264Transform4x4", "ours", [] { TransformFrame(P::H264AddInverseTransform4x4, 4); });
   Register("H264Transform4x4", "reference",
            [] { TransformFrame(R::H264AddInverseTransform4x4, 4); });

@@ -62,6 +62,41 @@ int PocDistance(int32_t a, int32_t b) {
   return static_cast<int>(std::clamp<int64_t>(int64_t{a} - b, -128, 127));
 }
 
+// A vector's two components, stored apart just before, as the word the
+// records keep. Read as halves: one load of the word would wait for both
+// stores to land instead of taking their values on the way. The empty asm
+// keeps the compiler from joining the two loads into that one.
+uint32_t PackVector(const int16_t* mv) {
+  uint32_t low = static_cast<uint16_t>(mv[0]);
+  asm("" : "+r"(low));
+  return low | static_cast<uint32_t>(static_cast<uint16_t>(mv[1])) << 16;
+}
+
+// The motion of one list for the 8x8 blocks of direct prediction set in
+// `blocks`, whose vector is the same word throughout.
+void StoreDirectMotion(SmMacroblockInfo& mb, int list, unsigned blocks, int refIdx, uint32_t vector,
+                       uint32_t picture) {
+  const uint32_t packed = refIdx >= 0 ? vector : 0u;
+  if (blocks == 15) {
+    uint32_t vectors[16];
+    std::fill_n(vectors, 16, packed);
+    std::memcpy(mb.mv[list], vectors, sizeof vectors);
+    std::memset(mb.refIdx[list], refIdx, sizeof mb.refIdx[list]);
+    std::fill_n(mb.refPicture[list], 4, picture);
+    return;
+  }
+  const uint64_t pair = packed | uint64_t{packed} << 32;
+  for (int b8 = 0; b8 < 4; ++b8) {
+    if ((blocks & (1u << b8)) != 0) {
+      const int first = 2 * (b8 % 2) + 8 * (b8 / 2);
+      std::memcpy(mb.mv[list][first], &pair, sizeof pair);
+      std::memcpy(mb.mv[list][first + 4], &pair, sizeof pair);
+      mb.refIdx[list][b8] = static_cast<int8_t>(refIdx);
+      mb.refPicture[list][b8] = picture;
+    }
+  }
+}
+
 } // namespace
 
 bool CmSliceDecoder::GetNeighbourMotion(uint32_t address, int list, int x, int y, int& refIdx,
@@ -511,22 +546,24 @@ bool CmSliceDecoder::PredictDirect(uint32_t address, unsigned mask) {
       }
     }
     const bool colShortTerm = list1.longTerm[0] == 0;
+    // Each list's vector as one word, and the picture its index names,
+    // made once for the macroblock: built in registers, since halves
+    // stored apart and read back as a word would stall their forwarding.
+    uint32_t moving[2] = {0, 0};
+    uint32_t pictures[2] = {0, 0};
+    for (int list = 0; list < 2; ++list) {
+      if (refIdx[list] >= 0) {
+        pictures[list] = GetReference(list, refIdx[list])->GetId();
+        if (!zero) {
+          moving[list] = PackVector(mvp[list]);
+        }
+      }
+    }
+    SmMacroblockInfo& mb = m_Picture->GetMacroblocks()[address];
     const auto setBlocks = [&](unsigned blocks, bool colZero) {
       for (int list = 0; list < 2; ++list) {
-        int16_t mv[2] = {0, 0};
-        if (refIdx[list] >= 0 && !zero && !(refIdx[list] == 0 && colZero)) {
-          mv[0] = mvp[list][0];
-          mv[1] = mvp[list][1];
-        }
-        if (blocks == 15) {
-          SetMotion(address, list, 0, 0, 4, 4, refIdx[list], mv);
-          continue;
-        }
-        for (int b8 = 0; b8 < 4; ++b8) {
-          if ((blocks & (1u << b8)) != 0) {
-            SetMotion(address, list, 2 * (b8 % 2), 2 * (b8 / 2), 2, 2, refIdx[list], mv);
-          }
-        }
+        StoreDirectMotion(mb, list, blocks, refIdx[list],
+                          refIdx[list] == 0 && colZero ? 0u : moving[list], pictures[list]);
       }
     };
     // The co-located block matters only to a list that takes index 0 with
@@ -545,8 +582,10 @@ bool CmSliceDecoder::PredictDirect(uint32_t address, unsigned mask) {
       // One co-located block per 8x8 block; where all four agree, one
       // store for the macroblock.
       unsigned still = 0;
-      for (int b8 = 0; b8 < 4; ++b8) {
-        if ((mask & (1u << b8)) != 0) {
+      if (vertical == OneToOne) {
+        still = colBase < colCount ? colMotionRecord.StillCorners(colBase) : 0u;
+      } else {
+        for (int b8 = 0; b8 < 4; ++b8) {
           const CmMotionRecord::SmColocated col = colMotion(2 * (b8 % 2), 2 * (b8 / 2));
           still |= isColZero(col.refIdx, col.mv) ? 1u << b8 : 0u;
         }

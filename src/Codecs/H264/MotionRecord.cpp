@@ -1,6 +1,8 @@
 #include "Codecs/H264/MotionRecord.h"
 
 #include <algorithm>
+#include <cstddef>
+#include <cstring>
 
 #include "Codecs/H264/Picture.h"
 
@@ -51,20 +53,30 @@ void CmMotionRecord::Begin(uint32_t count, SmLayout layout) {
 }
 
 bool CmMotionRecord::StoreRange(const SmMacroblockInfo* macroblocks, uint32_t first, uint32_t end) {
-  const int perMb = VectorsPerMacroblock();
-  // The blocks whose vectors are kept, in the order VectorIndex counts.
-  int keptX[16], keptY[16];
-  for (int y = 0; y < 4; ++y) {
-    for (int x = 0; x < 4; ++x) {
-      const bool kept = m_Layout == SmLayout::All ||
-                        ((x == 0 || x == 3) && (m_Layout == SmLayout::Columns || y == 0 || y == 3));
-      if (kept) {
-        keptX[VectorIndex(x, y)] = x;
-        keptY[VectorIndex(x, y)] = y;
-      }
-    }
+  switch (m_Layout) {
+  case SmLayout::Corners:
+    return StoreRangeAs<SmLayout::Corners>(macroblocks, first, end);
+  case SmLayout::Columns:
+    return StoreRangeAs<SmLayout::Columns>(macroblocks, first, end);
+  case SmLayout::All:
+    break;
   }
-  bool anyMotion = false;
+  return StoreRangeAs<SmLayout::All>(macroblocks, first, end);
+}
+
+template <CmMotionRecord::SmLayout Layout>
+bool CmMotionRecord::StoreRangeAs(const SmMacroblockInfo* macroblocks, uint32_t first,
+                                  uint32_t end) {
+  // The blocks x + 4y whose vectors are kept, in the order VectorIndex
+  // counts; fixed per layout, so that the copy unrolls.
+  static constexpr uint8_t Kept[3][16] = {{0, 3, 12, 15},
+                                          {0, 3, 4, 7, 8, 11, 12, 15},
+                                          {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15}};
+  constexpr int perMb = Layout == SmLayout::All ? 16 : Layout == SmLayout::Columns ? 8 : 4;
+  constexpr const uint8_t* kept = Kept[static_cast<int>(Layout)];
+  constexpr uint32_t PrefetchDistance = 16;
+  bool anyReference = false;
+  uint32_t anyVector = 0;
   uint8_t* references = m_References.data() + size_t{first} * 4;
   SmVector* vectors = m_Vectors.data() + size_t{first} * perMb;
   // The last picture coded, since neighbouring blocks mostly name the same.
@@ -73,9 +85,20 @@ bool CmMotionRecord::StoreRange(const SmMacroblockInfo* macroblocks, uint32_t fi
   uint8_t lastCode = 0;
   for (uint32_t address = first; address < end; ++address, references += 4, vectors += perMb) {
     const SmMacroblockInfo& mb = macroblocks[address];
+    // A whole picture's records are read here long after they were made,
+    // each in less time than memory takes to answer: the parts read of
+    // the ones well ahead are asked for now.
+    if (address + PrefetchDistance < end) {
+      const auto* ahead = reinterpret_cast<const char*>(&macroblocks[address + PrefetchDistance]);
+      constexpr size_t read = offsetof(SmMacroblockInfo, refPicture) + sizeof mb.refPicture;
+      for (size_t offset = 0; offset < read; offset += 64) {
+        __builtin_prefetch(ahead + offset);
+      }
+      __builtin_prefetch(ahead + read - 1);
+    }
     if (IsIntra(mb.kind)) {
-      std::fill_n(references, 4, uint8_t{0});
-      std::fill_n(vectors, perMb, SmVector{0, 0});
+      std::memset(references, 0, 4);
+      std::memset(static_cast<void*>(vectors), 0, sizeof(SmVector) * perMb);
       continue;
     }
     int list[4];
@@ -90,18 +113,19 @@ bool CmMotionRecord::StoreRange(const SmMacroblockInfo* macroblocks, uint32_t fi
         lastPicture = picture;
       }
       references[b8] = refIdx >= 0 ? lastCode : uint8_t{0};
-      anyMotion = anyMotion || refIdx >= 0;
+      anyReference = anyReference || refIdx >= 0;
     }
     // The vector of the list chosen for the block's 8x8 block, even where
     // that list is unused: temporal prediction scales it all the same.
     for (int k = 0; k < perMb; ++k) {
-      const int block = keptX[k] + 4 * keptY[k];
-      const int16_t* mv = mb.mv[list[keptX[k] / 2 + 2 * (keptY[k] / 2)]][block];
-      vectors[k] = SmVector{mv[0], mv[1]};
-      anyMotion = anyMotion || mv[0] != 0 || mv[1] != 0;
+      const int block = kept[k];
+      uint32_t vector = 0;
+      std::memcpy(&vector, mb.mv[list[(block % 4) / 2 + 2 * (block / 8)]][block], sizeof vector);
+      std::memcpy(static_cast<void*>(vectors + k), &vector, sizeof vector);
+      anyVector |= vector;
     }
   }
-  return anyMotion;
+  return anyReference || anyVector != 0;
 }
 
 void CmMotionRecord::Release() {

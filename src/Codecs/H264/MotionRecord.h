@@ -76,6 +76,29 @@ public:
     return colocated;
   }
 
+  // Which 8x8 blocks of macroblock address (bits 0 to 3) have a corner
+  // block that stands still on the first entry of its list: what spatial
+  // direct prediction with direct_8x8_inference asks of a co-located
+  // macroblock coded the way the current one is, all four at once.
+  unsigned StillCorners(uint32_t address) const {
+    if (address >= m_Count) {
+      return 0;
+    }
+    static constexpr uint8_t Corners[3][4] = {{0, 1, 2, 3}, {0, 1, 6, 7}, {0, 3, 12, 15}};
+    const uint8_t* corner = Corners[static_cast<int>(m_Layout)];
+    const uint8_t* codes = m_References.data() + size_t{address} * 4;
+    const SmVector* mvs = m_Vectors.data() + size_t{address} * VectorsPerMacroblock();
+    unsigned still = 0;
+    for (int k = 0; k < 4; ++k) {
+      const SmVector mv = mvs[corner[k]];
+      // -1 to 1 are the values that, raised by one, stay below three.
+      const bool small =
+          static_cast<unsigned>(mv.x + 1) <= 2 && static_cast<unsigned>(mv.y + 1) <= 2;
+      still |= ((codes[k] & FirstEntry) != 0 && small ? 1u : 0u) << k;
+    }
+    return still;
+  }
+
 private:
   static constexpr uint8_t FirstEntry = 0x80;
   static constexpr uint8_t TableBits = 0x7f;
@@ -95,6 +118,8 @@ private:
   int VectorsPerMacroblock() const {
     return m_Layout == SmLayout::All ? 16 : m_Layout == SmLayout::Columns ? 8 : 4;
   }
+  template <SmLayout Layout>
+  bool StoreRangeAs(const SmMacroblockInfo* macroblocks, uint32_t first, uint32_t end);
   // The table entry of a picture identity, added on first sight; 0 when
   // the table is full, which the reference lists of one picture never fill.
   uint8_t Code(int refIdx, uint32_t picture);

@@ -82,20 +82,60 @@ template <class D> HWY_INLINE hn::Vec<D> LoadSamples(D d, const uint8_t* p) {
   return hn::BitCast(d, hn::PromoteTo(hn::RebindToUnsigned<D>(), hn::LoadU(d8, p)));
 }
 
-template <typename T>
+// One row's vector of lanes of d: both predictions weighted and summed.
+template <class D>
+HWY_INLINE void WeightBiRow(D d, const uint8_t* a, const uint8_t* b, uint8_t* dst, int logWD,
+                            int weightA, int weightB, int offset) {
+  using T = hn::TFromD<D>;
+  const hn::Rebind<uint8_t, D> d8;
+  auto value = hn::Add(hn::Mul(LoadSamples(d, a), hn::Set(d, static_cast<T>(weightA))),
+                       hn::Mul(LoadSamples(d, b), hn::Set(d, static_cast<T>(weightB))));
+  value = hn::ShiftRightSame(hn::Add(value, hn::Set(d, static_cast<T>(1 << logWD))), logWD + 1);
+  value = hn::Add(value, hn::Set(d, static_cast<T>(offset)));
+  hn::StoreU(hn::DemoteTo(d8, value), d8, dst);
+}
+
+// Weighting of two predictions of Width samples a row, one vector a row
+// as wide as the block: the width is fixed, so that no row runs through
+// the loops of the narrower tails.
+template <typename T, int Width>
 void WeightBiIn(const uint8_t* a, ptrdiff_t aStride, const uint8_t* b, ptrdiff_t bStride,
-                uint8_t* dst, ptrdiff_t dstStride, int width, int height, int logWD, int weightA,
-                int weightB, int offset) {
-  ForEachRow<T>(width, height, [&](auto d, int y, int x) {
-    const hn::Rebind<uint8_t, decltype(d)> d8;
-    const auto sampleA = LoadSamples(d, a + y * aStride + x);
-    const auto sampleB = LoadSamples(d, b + y * bStride + x);
-    auto value = hn::Add(hn::Mul(sampleA, hn::Set(d, static_cast<T>(weightA))),
-                         hn::Mul(sampleB, hn::Set(d, static_cast<T>(weightB))));
-    value = hn::ShiftRightSame(hn::Add(value, hn::Set(d, static_cast<T>(1 << logWD))), logWD + 1);
-    value = hn::Add(value, hn::Set(d, static_cast<T>(offset)));
-    hn::StoreU(hn::DemoteTo(d8, value), d8, dst + y * dstStride + x);
-  });
+                uint8_t* dst, ptrdiff_t dstStride, int height, int logWD, int weightA, int weightB,
+                int offset) {
+  const hn::CappedTag<T, Width> d;
+  if (static_cast<int>(hn::Lanes(d)) < Width) {
+    ForEachRow<T>(Width, height, [&](auto dt, int y, int x) {
+      WeightBiRow(dt, a + y * aStride + x, b + y * bStride + x, dst + y * dstStride + x, logWD,
+                  weightA, weightB, offset);
+    });
+    return;
+  }
+  for (int y = 0; y < height; ++y) {
+    WeightBiRow(d, a + y * aStride, b + y * bStride, dst + y * dstStride, logWD, weightA, weightB,
+                offset);
+  }
+}
+
+template <typename T>
+void WeightBiOfWidth(const uint8_t* a, ptrdiff_t aStride, const uint8_t* b, ptrdiff_t bStride,
+                     uint8_t* dst, ptrdiff_t dstStride, int width, int height, int logWD,
+                     int weightA, int weightB, int offset) {
+  switch (width) {
+  case 16:
+    return WeightBiIn<T, 16>(a, aStride, b, bStride, dst, dstStride, height, logWD, weightA,
+                             weightB, offset);
+  case 8:
+    return WeightBiIn<T, 8>(a, aStride, b, bStride, dst, dstStride, height, logWD, weightA, weightB,
+                            offset);
+  case 4:
+    return WeightBiIn<T, 4>(a, aStride, b, bStride, dst, dstStride, height, logWD, weightA, weightB,
+                            offset);
+  default:
+    ForEachRow<T>(width, height, [&](auto d, int y, int x) {
+      WeightBiRow(d, a + y * aStride + x, b + y * bStride + x, dst + y * dstStride + x, logWD,
+                  weightA, weightB, offset);
+    });
+  }
 }
 
 void WeightBiImpl(const uint8_t* a, ptrdiff_t aStride, const uint8_t* b, ptrdiff_t bStride,
@@ -107,11 +147,11 @@ void WeightBiImpl(const uint8_t* a, ptrdiff_t aStride, const uint8_t* b, ptrdiff
   const int most = 255 * (std::max(weightA, 0) + std::max(weightB, 0)) + (1 << logWD);
   const int least = -255 * (std::max(-weightA, 0) + std::max(-weightB, 0));
   if (most <= 32767 && least >= -32768) {
-    WeightBiIn<int16_t>(a, aStride, b, bStride, dst, dstStride, width, height, logWD, weightA,
-                        weightB, offset);
+    WeightBiOfWidth<int16_t>(a, aStride, b, bStride, dst, dstStride, width, height, logWD, weightA,
+                             weightB, offset);
   } else {
-    WeightBiIn<int32_t>(a, aStride, b, bStride, dst, dstStride, width, height, logWD, weightA,
-                        weightB, offset);
+    WeightBiOfWidth<int32_t>(a, aStride, b, bStride, dst, dstStride, width, height, logWD, weightA,
+                             weightB, offset);
   }
 }
 
