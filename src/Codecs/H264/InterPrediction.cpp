@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <cstring>
 
-#include "Codecs/Primitives/H264Interpolation.h"
-
 namespace NmH264 {
 
 namespace {
@@ -13,21 +11,11 @@ constexpr int MostBlock = 16;
 // The samples a luma block's filters read around it: two before, three after.
 constexpr int Span = MostBlock + 5;
 
-// Whether the block's samples, with the filters' margins, fall inside the
-// plane's border (edges repeated there after decoding), where they are read
-// in place.
-bool IsInside(int pictureWidth, int pictureHeight, int border, int x0, int y0, int width,
-              int height) {
-  return x0 - 2 >= -border && y0 - 2 >= -border && x0 + width + 3 <= pictureWidth + border &&
-         y0 + height + 3 <= pictureHeight + border;
-}
-
-// Else they come from a copy with the edges repeated per sample: rare, and
-// kept out of the way of the common path.
-[[gnu::noinline, gnu::cold]] const uint8_t* CopyWithEdges(const uint8_t* plane, ptrdiff_t stride,
-                                                          int pictureWidth, int pictureHeight,
-                                                          int x0, int y0, int width, int height,
-                                                          uint8_t* copy) {
+// A copy of the block's samples with the filters' margins and the edges
+// repeated per sample.
+const uint8_t* CopyWithEdges(const uint8_t* plane, ptrdiff_t stride, int pictureWidth,
+                             int pictureHeight, int x0, int y0, int width, int height,
+                             uint8_t* copy) {
   for (int j = -2; j < height + 3; ++j) {
     const int sy = std::clamp(y0 + j, 0, pictureHeight - 1);
     for (int i = -2; i < width + 3; ++i) {
@@ -40,59 +28,38 @@ bool IsInside(int pictureWidth, int pictureHeight, int border, int x0, int y0, i
 
 } // namespace
 
-void PredictLuma(const CmPicture& reference, int x, int y, int mvx, int mvy, int width, int height,
-                 uint8_t* dst, ptrdiff_t dstStride, const uint8_t* other, ptrdiff_t otherStride) {
-  const int x0 = x + (mvx >> 2), y0 = y + (mvy >> 2);
-  const uint8_t* plane = reference.GetPlane(0);
-  const ptrdiff_t stride = reference.GetStride(0);
-  const int pictureWidth = static_cast<int>(reference.GetWidthInMbs() * 16);
-  const int pictureHeight = static_cast<int>(reference.GetHeightInMbs() * 16);
+namespace NmInterDetail {
+
+void PredictLumaAtEdge(const CmPicture& reference, int x0, int y0, int position, int width,
+                       int height, uint8_t* dst, ptrdiff_t dstStride, const uint8_t* other,
+                       ptrdiff_t otherStride) {
   uint8_t copy[Span * Span];
-  const bool inside =
-      IsInside(pictureWidth, pictureHeight, CmPicture::LumaBorder, x0, y0, width, height);
-  const uint8_t* src = inside ? plane + y0 * stride + x0
-                              : CopyWithEdges(plane, stride, pictureWidth, pictureHeight, x0, y0,
-                                              width, height, copy);
-  const ptrdiff_t s = inside ? stride : Span;
-  if (other != nullptr) {
-    NmPrimitives::H264InterpolateLumaAverage(src, s, other, otherStride, dst, dstStride, width,
-                                             height, mvx & 3, mvy & 3);
-  } else {
-    NmPrimitives::H264InterpolateLuma(src, s, dst, dstStride, width, height, mvx & 3, mvy & 3);
-  }
+  const uint8_t* src =
+      CopyWithEdges(reference.GetPlane(0), reference.GetStride(0),
+                    static_cast<int>(reference.GetWidthInMbs() * 16),
+                    static_cast<int>(reference.GetHeightInMbs() * 16), x0, y0, width, height, copy);
+  Kernels().luma[other != nullptr][NmPrimitives::H264LumaWidthIndex(width)][position](
+      src, Span, other, otherStride, dst, dstStride, height);
 }
 
-void PredictChromaPair(const CmPicture& reference, int x, int y, int mvx, int mvy, int width,
-                       int height, uint8_t* dstCb, uint8_t* dstCr, ptrdiff_t dstStride,
-                       const uint8_t* otherCb, const uint8_t* otherCr, ptrdiff_t otherStride) {
-  const int x0 = x + (mvx >> 3), y0 = y + (mvy >> 3);
+void PredictChromaPairAtEdge(const CmPicture& reference, int x0, int y0, int dx, int dy, int width,
+                             int height, uint8_t* dstCb, uint8_t* dstCr, ptrdiff_t dstStride,
+                             const uint8_t* otherCb, const uint8_t* otherCr,
+                             ptrdiff_t otherStride) {
+  uint8_t copies[2][Span * Span];
   const int pictureWidth = static_cast<int>(reference.GetWidthInMbs() * 8);
   const int pictureHeight = static_cast<int>(reference.GetHeightInMbs() * 8);
-  // Both planes have the same size and stride, so both are read in place
-  // or both from edge-extended copies.
-  uint8_t copies[2][Span * Span];
-  const uint8_t* cb = reference.GetPlane(1);
-  const uint8_t* cr = reference.GetPlane(2);
   const ptrdiff_t stride = reference.GetStride(1);
-  const bool inside =
-      IsInside(pictureWidth, pictureHeight, CmPicture::LumaBorder / 2, x0, y0, width, height);
-  if (inside) {
-    cb += y0 * stride + x0;
-    cr += y0 * stride + x0;
-  } else {
-    cb = CopyWithEdges(cb, stride, pictureWidth, pictureHeight, x0, y0, width, height, copies[0]);
-    cr = CopyWithEdges(cr, stride, pictureWidth, pictureHeight, x0, y0, width, height, copies[1]);
-  }
-  const ptrdiff_t s = inside ? stride : Span;
-  if (otherCb != nullptr) {
-    NmPrimitives::H264InterpolateChromaPairAverage(cb, cr, s, otherCb, otherCr, otherStride, dstCb,
-                                                   dstCr, dstStride, width, height, mvx & 7,
-                                                   mvy & 7);
-  } else {
-    NmPrimitives::H264InterpolateChromaPair(cb, cr, s, dstCb, dstCr, dstStride, width, height,
-                                            mvx & 7, mvy & 7);
-  }
+  const uint8_t* cb = CopyWithEdges(reference.GetPlane(1), stride, pictureWidth, pictureHeight, x0,
+                                    y0, width, height, copies[0]);
+  const uint8_t* cr = CopyWithEdges(reference.GetPlane(2), stride, pictureWidth, pictureHeight, x0,
+                                    y0, width, height, copies[1]);
+  Kernels()
+      .chromaPair[otherCb != nullptr][NmPrimitives::H264ChromaWidthIndex(width)][(dx | dy) == 0](
+          cb, cr, Span, otherCb, otherCr, otherStride, dstCb, dstCr, dstStride, height, dx, dy);
 }
+
+} // namespace NmInterDetail
 
 void PrefetchAhead(const CmPicture& reference, int x, int y, int mvx, int mvy) {
   // Four neighbouring macroblocks moving alike share the rows that the four
