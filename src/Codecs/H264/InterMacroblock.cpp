@@ -330,6 +330,23 @@ void CmSliceDecoder::DecodeSkippedMacroblock(uint32_t address) {
   StartInterMacroblock(address, MbSkip);
   // P_Skip: reference 0 and a zero vector when a neighbour above or to the
   // left is missing or stands still on reference 0, else the prediction.
+  // Outside a frame of pairs A and B lie in the records to the left and
+  // above, and in a still scene decide alone, without C.
+  int16_t mv[2] = {0, 0};
+  if (!m_Mbaff) {
+    const auto still = [](const SmMacroblockInfo* info, int b8, int block) {
+      uint32_t vector = 0;
+      std::memcpy(&vector, info->mv[0][block], sizeof vector);
+      return info->refIdx[0][b8] == 0 && vector == 0;
+    };
+    const SmMacroblockInfo* a = m_InterNeighbours.left;
+    const SmMacroblockInfo* b = m_InterNeighbours.top;
+    if (a == nullptr || b == nullptr || still(a, 1, 3) || still(b, 2, 12)) {
+      SetMotion(address, 0, 0, 0, 4, 4, 0, mv);
+      PredictInter(address);
+      return;
+    }
+  }
   // A and B, once read, serve the prediction too.
   const SmMacroblockInfo* const beside[4] = {m_InterNeighbours.left, m_InterNeighbours.top,
                                              m_InterNeighbours.topRight, m_InterNeighbours.topLeft};
@@ -342,7 +359,6 @@ void CmSliceDecoder::DecodeSkippedMacroblock(uint32_t address) {
       abc);
   const SmNeighbourMotion& a = abc[0];
   const SmNeighbourMotion& b = abc[1];
-  int16_t mv[2] = {0, 0};
   if (a.available && b.available && !(a.refIdx == 0 && a.mv[0] == 0 && a.mv[1] == 0) &&
       !(b.refIdx == 0 && b.mv[0] == 0 && b.mv[1] == 0)) {
     PredictFromNeighbours(a, b, abc[2], 0, 0, 0, ShapeOther, mv);

@@ -65,33 +65,46 @@ void PrefetchAhead(const CmPicture& reference, int x, int y, int mvx, int mvy) {
   // Four neighbouring macroblocks moving alike share the rows that the four
   // after them will read, the filters' margins included: each asks for a
   // quarter of those rows, at both ends of the 64 samples (32 of chroma)
-  // the four read, which span two cache lines as often as one.
+  // the four read, which span two cache lines as often as one. Near the
+  // top or bottom the rows move inside the plane as a whole: asking for a
+  // few others there costs less than a clamp per row.
   const int step = (x / 16) & 3;
-  for (int component = 0; component < 3; ++component) {
-    const int shift = component == 0 ? 0 : 1;
-    const int border = CmPicture::LumaBorder >> shift;
-    const int planeWidth = static_cast<int>(reference.GetWidthInMbs() * 16) >> shift;
-    const int planeHeight = static_cast<int>(reference.GetHeightInMbs() * 16) >> shift;
-    const int group = ((x & ~63) + 64) >> shift;
-    const int first = group + (mvx >> (2 + shift)) - (component == 0 ? 2 : 0);
-    const int last = first + (64 >> shift) + (component == 0 ? 4 : 0);
-    const int left = std::clamp(first, -border, planeWidth + border - 1);
-    const int right = std::clamp(last, -border, planeWidth + border - 1);
-    const int rows = component == 0 ? 6 : 3;
-    // Near the top or bottom the rows move inside the plane as a whole:
-    // asking for a few others there costs less than a clamp per row.
-    const int top =
-        std::clamp((y >> shift) + (mvy >> (2 + shift)) + step * rows - (component == 0 ? 2 : 0),
-                   -border, planeHeight + border - rows);
-    const ptrdiff_t stride = reference.GetStride(component);
-    const uint8_t* line = reference.GetPlane(component) + top * stride;
-    for (int j = 0; j < rows; ++j, line += stride) {
+  const int group = (x & ~63) + 64;
+  const int width = static_cast<int>(reference.GetWidthInMbs() * 16);
+  const int height = static_cast<int>(reference.GetHeightInMbs() * 16);
+  constexpr int Border = CmPicture::LumaBorder;
+  {
+    constexpr int Rows = 6;
+    const int first = group + (mvx >> 2) - 2;
+    const int left = std::clamp(first, -Border, width + Border - 1);
+    const int right = std::clamp(first + 68, -Border, width + Border - 1);
+    const int top = std::clamp(y + (mvy >> 2) + step * Rows - 2, -Border, height + Border - Rows);
+    const ptrdiff_t stride = reference.GetStride(0);
+    const uint8_t* line = reference.GetPlane(0) + top * stride;
+    for (int j = 0; j < Rows; ++j, line += stride) {
       __builtin_prefetch(line + left);
       __builtin_prefetch(line + right);
     }
-    if (reference.IsMonochrome()) {
-      return;
-    }
+  }
+  if (reference.IsMonochrome()) {
+    return;
+  }
+  // Both chroma planes have the same size and stride: one set of rows
+  // serves them.
+  constexpr int Rows = 3;
+  const int first = (group >> 1) + (mvx >> 3);
+  const int left = std::clamp(first, -Border / 2, width / 2 + Border / 2 - 1);
+  const int right = std::clamp(first + 32, -Border / 2, width / 2 + Border / 2 - 1);
+  const int top =
+      std::clamp((y >> 1) + (mvy >> 3) + step * Rows, -Border / 2, height / 2 + Border / 2 - Rows);
+  const ptrdiff_t stride = reference.GetStride(1);
+  const uint8_t* cb = reference.GetPlane(1) + top * stride;
+  const uint8_t* cr = reference.GetPlane(2) + top * stride;
+  for (int j = 0; j < Rows; ++j, cb += stride, cr += stride) {
+    __builtin_prefetch(cb + left);
+    __builtin_prefetch(cb + right);
+    __builtin_prefetch(cr + left);
+    __builtin_prefetch(cr + right);
   }
 }
 
@@ -101,16 +114,29 @@ void PrefetchForWriting(const CmPicture& picture, int x, int y) {
   // PrefetchAhead, four neighbouring macroblocks each take a quarter of the
   // rows of the four after them, at both ends of the samples those fill.
   const int step = (x / 16) & 3;
-  for (int component = 0; component < (picture.IsMonochrome() ? 1 : 3); ++component) {
-    const int shift = component == 0 ? 0 : 1;
-    const int rows = component == 0 ? 4 : 2;
-    const ptrdiff_t stride = picture.GetStride(component);
-    const uint8_t* line = picture.GetPlane(component) + ((y >> shift) + step * rows) * stride +
-                          (((x & ~63) + 64) >> shift);
-    for (int j = 0; j < rows; ++j, line += stride) {
+  const int group = (x & ~63) + 64;
+  {
+    constexpr int Rows = 4;
+    const ptrdiff_t stride = picture.GetStride(0);
+    const uint8_t* line = picture.GetPlane(0) + (y + step * Rows) * stride + group;
+    for (int j = 0; j < Rows; ++j, line += stride) {
       __builtin_prefetch(line, 1);
-      __builtin_prefetch(line + (63 >> shift), 1);
+      __builtin_prefetch(line + 63, 1);
     }
+  }
+  if (picture.IsMonochrome()) {
+    return;
+  }
+  constexpr int Rows = 2;
+  const ptrdiff_t stride = picture.GetStride(1);
+  const ptrdiff_t offset = ((y >> 1) + step * Rows) * stride + (group >> 1);
+  const uint8_t* cb = picture.GetPlane(1) + offset;
+  const uint8_t* cr = picture.GetPlane(2) + offset;
+  for (int j = 0; j < Rows; ++j, cb += stride, cr += stride) {
+    __builtin_prefetch(cb, 1);
+    __builtin_prefetch(cb + 31, 1);
+    __builtin_prefetch(cr, 1);
+    __builtin_prefetch(cr + 31, 1);
   }
 }
 
