@@ -1054,6 +1054,12 @@ bool CmSliceDecoder::IsUnitWeight(const int* refs, int w0, int w1, int o0, int o
 
 namespace {
 
+// A field's chroma lies a quarter sample lower in a bottom field than in a
+// top one: between fields of opposite parity the vector shifts.
+int ChromaShift(int parity, const CmPicture& reference) {
+  return parity >= 0 && reference.GetParity() >= 0 ? 2 * (parity - reference.GetParity()) : 0;
+}
+
 // Whether all sixteen vectors of a list are the first one.
 bool IsUniform(const int16_t (*mv)[2]) {
 #if defined(__SSE2__)
@@ -1105,10 +1111,11 @@ void CmSliceDecoder::PredictInter(uint32_t address) {
   }
   PrefetchForWriting(*m_Picture, target.x, target.y);
   // Both lists: a bi-predicted macroblock reads two pictures.
+  const CmPicture* references[2] = {nullptr, nullptr};
   for (int list = 0; list < 2; ++list) {
     if (mb.refIdx[list][0] >= 0) {
-      PrefetchAhead(*GetReference(list, mb.refIdx[list][0]), target.x, target.y, mb.mv[list][0][0],
-                    mb.mv[list][0][1]);
+      references[list] = GetReference(list, mb.refIdx[list][0]);
+      PrefetchAhead(*references[list], target.x, target.y, mb.mv[list][0][0], mb.mv[list][0][1]);
     }
   }
   // Blocks of 4x4 with the same motion are predicted as one: the whole
@@ -1119,6 +1126,22 @@ void CmSliceDecoder::PredictInter(uint32_t address) {
     const int8_t* refs = mb.refIdx[list];
     whole = refs[1] == refs[0] && refs[2] == refs[0] && refs[3] == refs[0] &&
             (refs[0] < 0 || IsUniform(mb.mv[list]));
+  }
+  if (whole && references[0] != nullptr && mb.refIdx[1][0] < 0 &&
+      (m_Weighting != WeightExplicit || m_UnitWeight[0][mb.refIdx[0][0] >> (m_MbField ? 1 : 0)])) {
+    // One vector of list 0 without weights, most macroblocks of P slices:
+    // the reference looked up once, the samples straight into the picture.
+    const CmPicture& reference = *references[0];
+    const int16_t* mv = mb.mv[0][0];
+    reference.WaitForLine(target.y + (mv[1] >> 2) + 16 + 3);
+    PredictLuma(reference, target.x, target.y, mv[0], mv[1], 16, 16, target.samples[0],
+                target.lumaStride);
+    if (target.chroma) {
+      PredictChromaPair(reference, target.x / 2, target.y / 2, mv[0],
+                        mv[1] + ChromaShift(target.parity, reference), 8, 8, target.samples[1],
+                        target.samples[2], target.chromaStride);
+    }
+    return;
   }
   if (whole) {
     PredictBlock(target, 0, 0, 16, 16);
@@ -1182,12 +1205,8 @@ PredictChromaFrom(const SmBlockMotion& motion, int list, int parity, int px, int
                   const uint8_t* otherCb = nullptr, const uint8_t* otherCr = nullptr) {
   const CmPicture& reference = *motion.references[list];
   const int16_t* mv = motion.mvs[list];
-  // A field's chroma lies a quarter sample lower in a bottom field than in
-  // a top one: between fields of opposite parity the vector shifts.
-  const int shift =
-      parity >= 0 && reference.GetParity() >= 0 ? 2 * (parity - reference.GetParity()) : 0;
-  PredictChromaPair(reference, px, py, mv[0], mv[1] + shift, width, height, outCb, outCr, outStride,
-                    otherCb, otherCr, width);
+  PredictChromaPair(reference, px, py, mv[0], mv[1] + ChromaShift(parity, reference), width, height,
+                    outCb, outCr, outStride, otherCb, otherCr, width);
 }
 
 // Luma without weights: one list straight into the picture, or the first
