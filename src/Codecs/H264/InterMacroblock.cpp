@@ -365,6 +365,23 @@ void CmSliceDecoder::DecodeSkippedMacroblock(uint32_t address) {
   StartInterMacroblock(address, MbSkip);
   // P_Skip: reference 0 and a zero vector when a neighbour above or to the
   // left is missing or stands still on reference 0, else the prediction.
+  // Outside a frame of pairs A and B lie in the records to the left and
+  // above, and in a still scene decide alone, without C.
+  int16_t mv[2] = {0, 0};
+  if (!m_Mbaff) {
+    const auto still = [](const SmMacroblockInfo* info, int b8, int block) {
+      uint32_t vector = 0;
+      std::memcpy(&vector, info->mv[0][block], sizeof vector);
+      return info->refIdx[0][b8] == 0 && vector == 0;
+    };
+    const SmMacroblockInfo* a = m_InterNeighbours.left;
+    const SmMacroblockInfo* b = m_InterNeighbours.top;
+    if (a == nullptr || b == nullptr || still(a, 1, 3) || still(b, 2, 12)) {
+      SetMotion(address, 0, 0, 0, 4, 4, 0, mv);
+      PredictInter(address);
+      return;
+    }
+  }
   // A and B, once read, serve the prediction too.
   const SmMacroblockInfo* const beside[4] = {m_InterNeighbours.left, m_InterNeighbours.top,
                                              m_InterNeighbours.topRight, m_InterNeighbours.topLeft};
@@ -377,7 +394,6 @@ void CmSliceDecoder::DecodeSkippedMacroblock(uint32_t address) {
       abc);
   const SmNeighbourMotion& a = abc[0];
   const SmNeighbourMotion& b = abc[1];
-  int16_t mv[2] = {0, 0};
   if (a.available && b.available && !(a.refIdx == 0 && a.mv[0] == 0 && a.mv[1] == 0) &&
       !(b.refIdx == 0 && b.mv[0] == 0 && b.mv[1] == 0)) {
     PredictFromNeighbours(a, b, abc[2], 0, 0, 0, ShapeOther, mv);
@@ -1075,42 +1091,99 @@ bool CmSliceDecoder::IsUnitWeight(const int* refs, int w0, int w1, int o0, int o
   return (refs[0] < 0 || (w0 == unit && o0 == 0)) && (refs[1] < 0 || (w1 == unit && o1 == 0));
 }
 
+namespace {
+
+// A field's chroma lies a quarter sample lower in a bottom field than in a
+// top one: between fields of opposite parity the vector shifts.
+int ChromaShift(int parity, const CmPicture& reference) {
+  return parity >= 0 && reference.GetParity() >= 0 ? 2 * (parity - reference.GetParity()) : 0;
+}
+
+// Whether all sixteen vectors of a list are the first one.
+bool IsUniform(const int16_t (*mv)[2]) {
+#if defined(__SSE2__)
+  int32_t first = 0;
+  std::memcpy(&first, mv[0], sizeof first);
+  const __m128i all = _mm_set1_epi32(first);
+  const auto* v = reinterpret_cast<const __m128i*>(mv);
+  const __m128i differ = _mm_or_si128(_mm_or_si128(_mm_xor_si128(_mm_loadu_si128(v), all),
+                                                   _mm_xor_si128(_mm_loadu_si128(v + 1), all)),
+                                      _mm_or_si128(_mm_xor_si128(_mm_loadu_si128(v + 2), all),
+                                                   _mm_xor_si128(_mm_loadu_si128(v + 3), all)));
+  return _mm_movemask_epi8(_mm_cmpeq_epi8(differ, _mm_setzero_si128())) == 0xFFFF;
+#else
+  uint32_t vectors[16];
+  std::memcpy(vectors, mv, sizeof vectors);
+  uint32_t differ = 0;
+  for (int k = 0; k < 16; ++k) {
+    differ |= vectors[k] ^ vectors[0];
+  }
+  return differ == 0;
+#endif
+}
+
+} // namespace
+
 void CmSliceDecoder::PredictInter(uint32_t address) {
   const SmMacroblockInfo& mb = m_Picture->GetMacroblocks()[address];
   uint32_t column = 0, mbRow = 0;
   GetPosition(address, column, mbRow);
-  const int mbx = static_cast<int>(column) * 16;
+  const int row = static_cast<int>(mbRow);
+  SmInterTarget target;
+  target.mb = &mb;
+  target.x = static_cast<int>(column) * 16;
   // A field macroblock's lines are those of its pair in the field's own
   // counting.
-  const int row = static_cast<int>(mbRow);
-  const int mby = (m_MbField ? row / 2 : row) * 16;
-  PrefetchForWriting(*m_Picture, mbx, mby);
+  target.y = (m_MbField ? row / 2 : row) * 16;
+  target.lumaStride = GetMbStride(0);
+  target.chroma = m_Sps->GetChromaArrayType() == 1;
+  target.parity = GetCurrentParity();
+  // A field macroblock starts on the first or second line of its pair.
+  const int pairLine = m_MbField ? (row & ~1) : row, fieldLine = m_MbField ? (row & 1) : 0;
+  target.samples[0] =
+      m_Picture->GetPlane(0) + (pairLine * 16 + fieldLine) * m_Picture->GetStride(0) + target.x;
+  if (target.chroma) {
+    target.chromaStride = GetMbStride(1);
+    const ptrdiff_t offset = (pairLine * 8 + fieldLine) * m_Picture->GetStride(1) + target.x / 2;
+    target.samples[1] = m_Picture->GetPlane(1) + offset;
+    target.samples[2] = m_Picture->GetPlane(2) + offset;
+  }
+  PrefetchForWriting(*m_Picture, target.x, target.y);
   // Both lists: a bi-predicted macroblock reads two pictures.
+  const CmPicture* references[2] = {nullptr, nullptr};
   for (int list = 0; list < 2; ++list) {
     if (mb.refIdx[list][0] >= 0) {
-      PrefetchAhead(*GetReference(list, mb.refIdx[list][0]), mbx, mby, mb.mv[list][0][0],
-                    mb.mv[list][0][1]);
+      references[list] = GetReference(list, mb.refIdx[list][0]);
+      PrefetchAhead(*references[list], target.x, target.y, mb.mv[list][0][0], mb.mv[list][0][1]);
     }
   }
   // Blocks of 4x4 with the same motion are predicted as one: the whole
   // macroblock, each 8x8 block, or each 4x4 block. A list's vectors count
   // only where the list is used.
-  uint32_t vectors[2][16];
-  std::memcpy(vectors, mb.mv, sizeof vectors);
   bool whole = true;
   for (int list = 0; list < 2 && whole; ++list) {
     const int8_t* refs = mb.refIdx[list];
-    whole = refs[1] == refs[0] && refs[2] == refs[0] && refs[3] == refs[0];
-    if (whole && refs[0] >= 0) {
-      uint32_t differ = 0;
-      for (int k = 0; k < 16; ++k) {
-        differ |= vectors[list][k] ^ vectors[list][0];
-      }
-      whole = differ == 0;
+    whole = refs[1] == refs[0] && refs[2] == refs[0] && refs[3] == refs[0] &&
+            (refs[0] < 0 || IsUniform(mb.mv[list]));
+  }
+  if (whole && references[0] != nullptr && mb.refIdx[1][0] < 0 &&
+      (m_Weighting != WeightExplicit || m_UnitWeight[0][mb.refIdx[0][0] >> (m_MbField ? 1 : 0)])) {
+    // One vector of list 0 without weights, most macroblocks of P slices:
+    // the reference looked up once, the samples straight into the picture.
+    const CmPicture& reference = *references[0];
+    const int16_t* mv = mb.mv[0][0];
+    reference.WaitForLine(target.y + (mv[1] >> 2) + 16 + 3);
+    PredictLuma(reference, target.x, target.y, mv[0], mv[1], 16, 16, target.samples[0],
+                target.lumaStride);
+    if (target.chroma) {
+      PredictChromaPair(reference, target.x / 2, target.y / 2, mv[0],
+                        mv[1] + ChromaShift(target.parity, reference), 8, 8, target.samples[1],
+                        target.samples[2], target.chromaStride);
     }
+    return;
   }
   if (whole) {
-    PredictBlock(address, mbx, mby, 0, 0, 16, 16);
+    PredictBlock(target, 0, 0, 16, 16);
     return;
   }
   for (int b8 = 0; b8 < 4; ++b8) {
@@ -1118,16 +1191,17 @@ void CmSliceDecoder::PredictInter(uint32_t address) {
     const int first = x + 4 * y;
     bool same = true;
     for (int list = 0; list < 2; ++list) {
-      const uint32_t* v = vectors[list] + first;
+      uint32_t v[6];
+      std::memcpy(v, mb.mv[list][first], sizeof v);
       same = same && (mb.refIdx[list][b8] < 0 || (v[1] == v[0] && v[4] == v[0] && v[5] == v[0]));
     }
     if (same) {
-      PredictBlock(address, mbx, mby, x, y, 8, 8);
+      PredictBlock(target, x, y, 8, 8);
       continue;
     }
     for (int j = y; j < y + 2; ++j) {
       for (int i = x; i < x + 2; ++i) {
-        PredictBlock(address, mbx, mby, i, j, 4, 4);
+        PredictBlock(target, i, j, 4, 4);
       }
     }
   }
@@ -1170,12 +1244,8 @@ PredictChromaFrom(const SmBlockMotion& motion, int list, int parity, int px, int
                   const uint8_t* otherCb = nullptr, const uint8_t* otherCr = nullptr) {
   const CmPicture& reference = *motion.references[list];
   const int16_t* mv = motion.mvs[list];
-  // A field's chroma lies a quarter sample lower in a bottom field than in
-  // a top one: between fields of opposite parity the vector shifts.
-  const int shift =
-      parity >= 0 && reference.GetParity() >= 0 ? 2 * (parity - reference.GetParity()) : 0;
-  PredictChromaPair(reference, px, py, mv[0], mv[1] + shift, width, height, outCb, outCr, outStride,
-                    otherCb, otherCr, width);
+  PredictChromaPair(reference, px, py, mv[0], mv[1] + ChromaShift(parity, reference), width, height,
+                    outCb, outCr, outStride, otherCb, otherCr, width);
 }
 
 // Luma without weights: one list straight into the picture, or the first
@@ -1233,9 +1303,9 @@ void CombinePredictions(const SmBlockMotion& motion, const uint8_t* first, const
 
 } // namespace
 
-void CmSliceDecoder::PredictBlock(uint32_t address, int mbx, int mby, int bx, int by, int width,
+void CmSliceDecoder::PredictBlock(const SmInterTarget& target, int bx, int by, int width,
                                   int height) {
-  const SmMacroblockInfo& mb = m_Picture->GetMacroblocks()[address];
+  const SmMacroblockInfo& mb = *target.mb;
   const int b8 = bx / 2 + 2 * (by / 2);
   const int refs[2] = {mb.refIdx[0][b8], mb.refIdx[1][b8]};
   // Whether the weights, if any, leave the prediction as it is: decided
@@ -1251,27 +1321,27 @@ void CmSliceDecoder::PredictBlock(uint32_t address, int mbx, int mby, int bx, in
     plain = w0 == 32 && w1 == 32;
   }
   if (!plain) {
-    PredictWeightedBlock(address, mbx, mby, bx, by, width, height);
+    PredictWeightedBlock(target, bx, by, width, height);
     return;
   }
   const SmBlockMotion motion = {{GetReference(0, refs[0]), GetReference(1, refs[1])},
                                 {mb.mv[0][bx + 4 * by], mb.mv[1][bx + 4 * by]}};
-  const ptrdiff_t stride = GetMbStride(0);
-  PredictPlainLuma(motion, mbx + 4 * bx, mby + 4 * by, width, height,
-                   GetSamples(address, 0) + 4 * by * stride + 4 * bx, stride);
-  if (m_Sps->GetChromaArrayType() != 1) {
+  const ptrdiff_t stride = target.lumaStride;
+  PredictPlainLuma(motion, target.x + 4 * bx, target.y + 4 * by, width, height,
+                   target.samples[0] + 4 * by * stride + 4 * bx, stride);
+  if (!target.chroma) {
     return;
   }
-  const ptrdiff_t chromaStride = GetMbStride(1);
+  const ptrdiff_t chromaStride = target.chromaStride;
   const ptrdiff_t offset = 2 * by * chromaStride + 2 * bx;
-  uint8_t* const dsts[2] = {GetSamples(address, 1) + offset, GetSamples(address, 2) + offset};
-  PredictPlainChroma(motion, GetCurrentParity(), mbx / 2 + 2 * bx, mby / 2 + 2 * by, width / 2,
+  uint8_t* const dsts[2] = {target.samples[1] + offset, target.samples[2] + offset};
+  PredictPlainChroma(motion, target.parity, target.x / 2 + 2 * bx, target.y / 2 + 2 * by, width / 2,
                      height / 2, dsts, chromaStride);
 }
 
-void CmSliceDecoder::PredictWeightedBlock(uint32_t address, int mbx, int mby, int bx, int by,
-                                          int width, int height) {
-  const SmMacroblockInfo& mb = m_Picture->GetMacroblocks()[address];
+void CmSliceDecoder::PredictWeightedBlock(const SmInterTarget& target, int bx, int by, int width,
+                                          int height) {
+  const SmMacroblockInfo& mb = *target.mb;
   const int b8 = bx / 2 + 2 * (by / 2);
   const int refs[2] = {mb.refIdx[0][b8], mb.refIdx[1][b8]};
   const SmBlockMotion motion = {{GetReference(0, refs[0]), GetReference(1, refs[1])},
@@ -1284,9 +1354,9 @@ void CmSliceDecoder::PredictWeightedBlock(uint32_t address, int mbx, int mby, in
   };
   // A plane whose weights leave it as it is takes the plain prediction.
   const SmPlaneWeights luma = weightsOf(0);
-  const int px = mbx + 4 * bx, py = mby + 4 * by;
-  const ptrdiff_t stride = GetMbStride(0);
-  uint8_t* dst = GetSamples(address, 0) + 4 * by * stride + 4 * bx;
+  const int px = target.x + 4 * bx, py = target.y + 4 * by;
+  const ptrdiff_t stride = target.lumaStride;
+  uint8_t* dst = target.samples[0] + 4 * by * stride + 4 * bx;
   if (luma.weighted) {
     uint8_t predictions[2][16 * 16];
     for (int list = 0; list < 2; ++list) {
@@ -1298,7 +1368,7 @@ void CmSliceDecoder::PredictWeightedBlock(uint32_t address, int mbx, int mby, in
   } else {
     PredictPlainLuma(motion, px, py, width, height, dst, stride);
   }
-  if (m_Sps->GetChromaArrayType() != 1) {
+  if (!target.chroma) {
     return;
   }
   // Implicit weights are those of luma for chroma too, and cost a division:
@@ -1307,11 +1377,11 @@ void CmSliceDecoder::PredictWeightedBlock(uint32_t address, int mbx, int mby, in
   const bool implicit = m_Header->sliceType == SliceB && m_Pps->weightedBipredIdc == 2;
   const SmPlaneWeights chroma[2] = {implicit ? luma : weightsOf(1), implicit ? luma : weightsOf(2)};
   const int w = width / 2, h = height / 2;
-  const int cx = mbx / 2 + 2 * bx, cy = mby / 2 + 2 * by;
-  const ptrdiff_t chromaStride = GetMbStride(1);
+  const int cx = target.x / 2 + 2 * bx, cy = target.y / 2 + 2 * by;
+  const ptrdiff_t chromaStride = target.chromaStride;
   const ptrdiff_t offset = 2 * by * chromaStride + 2 * bx;
-  uint8_t* const dsts[2] = {GetSamples(address, 1) + offset, GetSamples(address, 2) + offset};
-  const int parity = GetCurrentParity();
+  uint8_t* const dsts[2] = {target.samples[1] + offset, target.samples[2] + offset};
+  const int parity = target.parity;
   if (!chroma[0].weighted && !chroma[1].weighted) {
     PredictPlainChroma(motion, parity, cx, cy, w, h, dsts, chromaStride);
     return;

@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <cstring>
 
-#include "Codecs/Primitives/H264Interpolation.h"
-
 namespace NmH264 {
 
 namespace {
@@ -13,21 +11,11 @@ constexpr int MostBlock = 16;
 // The samples a luma block's filters read around it: two before, three after.
 constexpr int Span = MostBlock + 5;
 
-// Whether the block's samples, with the filters' margins, fall inside the
-// plane's border (edges repeated there after decoding), where they are read
-// in place.
-bool IsInside(int pictureWidth, int pictureHeight, int border, int x0, int y0, int width,
-              int height) {
-  return x0 - 2 >= -border && y0 - 2 >= -border && x0 + width + 3 <= pictureWidth + border &&
-         y0 + height + 3 <= pictureHeight + border;
-}
-
-// Else they come from a copy with the edges repeated per sample: rare, and
-// kept out of the way of the common path.
-[[gnu::noinline, gnu::cold]] const uint8_t* CopyWithEdges(const uint8_t* plane, ptrdiff_t stride,
-                                                          int pictureWidth, int pictureHeight,
-                                                          int x0, int y0, int width, int height,
-                                                          uint8_t* copy) {
+// A copy of the block's samples with the filters' margins and the edges
+// repeated per sample.
+const uint8_t* CopyWithEdges(const uint8_t* plane, ptrdiff_t stride, int pictureWidth,
+                             int pictureHeight, int x0, int y0, int width, int height,
+                             uint8_t* copy) {
   for (int j = -2; j < height + 3; ++j) {
     const int sy = std::clamp(y0 + j, 0, pictureHeight - 1);
     for (int i = -2; i < width + 3; ++i) {
@@ -40,91 +28,83 @@ bool IsInside(int pictureWidth, int pictureHeight, int border, int x0, int y0, i
 
 } // namespace
 
-void PredictLuma(const CmPicture& reference, int x, int y, int mvx, int mvy, int width, int height,
-                 uint8_t* dst, ptrdiff_t dstStride, const uint8_t* other, ptrdiff_t otherStride) {
-  const int x0 = x + (mvx >> 2), y0 = y + (mvy >> 2);
-  const uint8_t* plane = reference.GetPlane(0);
-  const ptrdiff_t stride = reference.GetStride(0);
-  const int pictureWidth = static_cast<int>(reference.GetWidthInMbs() * 16);
-  const int pictureHeight = static_cast<int>(reference.GetHeightInMbs() * 16);
+namespace NmInterDetail {
+
+void PredictLumaAtEdge(const CmPicture& reference, int x0, int y0, int position, int width,
+                       int height, uint8_t* dst, ptrdiff_t dstStride, const uint8_t* other,
+                       ptrdiff_t otherStride) {
   uint8_t copy[Span * Span];
-  const bool inside =
-      IsInside(pictureWidth, pictureHeight, CmPicture::LumaBorder, x0, y0, width, height);
-  const uint8_t* src = inside ? plane + y0 * stride + x0
-                              : CopyWithEdges(plane, stride, pictureWidth, pictureHeight, x0, y0,
-                                              width, height, copy);
-  const ptrdiff_t s = inside ? stride : Span;
-  if (other != nullptr) {
-    NmPrimitives::H264InterpolateLumaAverage(src, s, other, otherStride, dst, dstStride, width,
-                                             height, mvx & 3, mvy & 3);
-  } else {
-    NmPrimitives::H264InterpolateLuma(src, s, dst, dstStride, width, height, mvx & 3, mvy & 3);
-  }
+  const uint8_t* src =
+      CopyWithEdges(reference.GetPlane(0), reference.GetStride(0),
+                    static_cast<int>(reference.GetWidthInMbs() * 16),
+                    static_cast<int>(reference.GetHeightInMbs() * 16), x0, y0, width, height, copy);
+  Kernels().luma[other != nullptr][NmPrimitives::H264LumaWidthIndex(width)][position](
+      src, Span, other, otherStride, dst, dstStride, height);
 }
 
-void PredictChromaPair(const CmPicture& reference, int x, int y, int mvx, int mvy, int width,
-                       int height, uint8_t* dstCb, uint8_t* dstCr, ptrdiff_t dstStride,
-                       const uint8_t* otherCb, const uint8_t* otherCr, ptrdiff_t otherStride) {
-  const int x0 = x + (mvx >> 3), y0 = y + (mvy >> 3);
+void PredictChromaPairAtEdge(const CmPicture& reference, int x0, int y0, int dx, int dy, int width,
+                             int height, uint8_t* dstCb, uint8_t* dstCr, ptrdiff_t dstStride,
+                             const uint8_t* otherCb, const uint8_t* otherCr,
+                             ptrdiff_t otherStride) {
+  uint8_t copies[2][Span * Span];
   const int pictureWidth = static_cast<int>(reference.GetWidthInMbs() * 8);
   const int pictureHeight = static_cast<int>(reference.GetHeightInMbs() * 8);
-  // Both planes have the same size and stride, so both are read in place
-  // or both from edge-extended copies.
-  uint8_t copies[2][Span * Span];
-  const uint8_t* cb = reference.GetPlane(1);
-  const uint8_t* cr = reference.GetPlane(2);
   const ptrdiff_t stride = reference.GetStride(1);
-  const bool inside =
-      IsInside(pictureWidth, pictureHeight, CmPicture::LumaBorder / 2, x0, y0, width, height);
-  if (inside) {
-    cb += y0 * stride + x0;
-    cr += y0 * stride + x0;
-  } else {
-    cb = CopyWithEdges(cb, stride, pictureWidth, pictureHeight, x0, y0, width, height, copies[0]);
-    cr = CopyWithEdges(cr, stride, pictureWidth, pictureHeight, x0, y0, width, height, copies[1]);
-  }
-  const ptrdiff_t s = inside ? stride : Span;
-  if (otherCb != nullptr) {
-    NmPrimitives::H264InterpolateChromaPairAverage(cb, cr, s, otherCb, otherCr, otherStride, dstCb,
-                                                   dstCr, dstStride, width, height, mvx & 7,
-                                                   mvy & 7);
-  } else {
-    NmPrimitives::H264InterpolateChromaPair(cb, cr, s, dstCb, dstCr, dstStride, width, height,
-                                            mvx & 7, mvy & 7);
-  }
+  const uint8_t* cb = CopyWithEdges(reference.GetPlane(1), stride, pictureWidth, pictureHeight, x0,
+                                    y0, width, height, copies[0]);
+  const uint8_t* cr = CopyWithEdges(reference.GetPlane(2), stride, pictureWidth, pictureHeight, x0,
+                                    y0, width, height, copies[1]);
+  Kernels()
+      .chromaPair[otherCb != nullptr][NmPrimitives::H264ChromaWidthIndex(width)][(dx | dy) == 0](
+          cb, cr, Span, otherCb, otherCr, otherStride, dstCb, dstCr, dstStride, height, dx, dy);
 }
+
+} // namespace NmInterDetail
 
 void PrefetchAhead(const CmPicture& reference, int x, int y, int mvx, int mvy) {
   // Four neighbouring macroblocks moving alike share the rows that the four
   // after them will read, the filters' margins included: each asks for a
   // quarter of those rows, at both ends of the 64 samples (32 of chroma)
-  // the four read, which span two cache lines as often as one.
+  // the four read, which span two cache lines as often as one. Near the
+  // top or bottom the rows move inside the plane as a whole: asking for a
+  // few others there costs less than a clamp per row.
   const int step = (x / 16) & 3;
-  for (int component = 0; component < 3; ++component) {
-    const int shift = component == 0 ? 0 : 1;
-    const int border = CmPicture::LumaBorder >> shift;
-    const int planeWidth = static_cast<int>(reference.GetWidthInMbs() * 16) >> shift;
-    const int planeHeight = static_cast<int>(reference.GetHeightInMbs() * 16) >> shift;
-    const int group = ((x & ~63) + 64) >> shift;
-    const int first = group + (mvx >> (2 + shift)) - (component == 0 ? 2 : 0);
-    const int last = first + (64 >> shift) + (component == 0 ? 4 : 0);
-    const int left = std::clamp(first, -border, planeWidth + border - 1);
-    const int right = std::clamp(last, -border, planeWidth + border - 1);
-    const int rows = component == 0 ? 6 : 3;
-    // Near the top or bottom the rows move inside the plane as a whole:
-    // asking for a few others there costs less than a clamp per row.
-    const int top =
-        std::clamp((y >> shift) + (mvy >> (2 + shift)) + step * rows - (component == 0 ? 2 : 0),
-                   -border, planeHeight + border - rows);
-    const ptrdiff_t stride = reference.GetStride(component);
-    const uint8_t* line = reference.GetPlane(component) + top * stride;
-    for (int j = 0; j < rows; ++j, line += stride) {
+  const int group = (x & ~63) + 64;
+  const int width = static_cast<int>(reference.GetWidthInMbs() * 16);
+  const int height = static_cast<int>(reference.GetHeightInMbs() * 16);
+  constexpr int Border = CmPicture::LumaBorder;
+  {
+    constexpr int Rows = 6;
+    const int first = group + (mvx >> 2) - 2;
+    const int left = std::clamp(first, -Border, width + Border - 1);
+    const int right = std::clamp(first + 68, -Border, width + Border - 1);
+    const int top = std::clamp(y + (mvy >> 2) + step * Rows - 2, -Border, height + Border - Rows);
+    const ptrdiff_t stride = reference.GetStride(0);
+    const uint8_t* line = reference.GetPlane(0) + top * stride;
+    for (int j = 0; j < Rows; ++j, line += stride) {
       __builtin_prefetch(line + left);
       __builtin_prefetch(line + right);
     }
-    if (reference.IsMonochrome()) {
-      return;
-    }
+  }
+  if (reference.IsMonochrome()) {
+    return;
+  }
+  // Both chroma planes have the same size and stride: one set of rows
+  // serves them.
+  constexpr int Rows = 3;
+  const int first = (group >> 1) + (mvx >> 3);
+  const int left = std::clamp(first, -Border / 2, width / 2 + Border / 2 - 1);
+  const int right = std::clamp(first + 32, -Border / 2, width / 2 + Border / 2 - 1);
+  const int top =
+      std::clamp((y >> 1) + (mvy >> 3) + step * Rows, -Border / 2, height / 2 + Border / 2 - Rows);
+  const ptrdiff_t stride = reference.GetStride(1);
+  const uint8_t* cb = reference.GetPlane(1) + top * stride;
+  const uint8_t* cr = reference.GetPlane(2) + top * stride;
+  for (int j = 0; j < Rows; ++j, cb += stride, cr += stride) {
+    __builtin_prefetch(cb + left);
+    __builtin_prefetch(cb + right);
+    __builtin_prefetch(cr + left);
+    __builtin_prefetch(cr + right);
   }
 }
 
@@ -134,16 +114,29 @@ void PrefetchForWriting(const CmPicture& picture, int x, int y) {
   // PrefetchAhead, four neighbouring macroblocks each take a quarter of the
   // rows of the four after them, at both ends of the samples those fill.
   const int step = (x / 16) & 3;
-  for (int component = 0; component < (picture.IsMonochrome() ? 1 : 3); ++component) {
-    const int shift = component == 0 ? 0 : 1;
-    const int rows = component == 0 ? 4 : 2;
-    const ptrdiff_t stride = picture.GetStride(component);
-    const uint8_t* line = picture.GetPlane(component) + ((y >> shift) + step * rows) * stride +
-                          (((x & ~63) + 64) >> shift);
-    for (int j = 0; j < rows; ++j, line += stride) {
+  const int group = (x & ~63) + 64;
+  {
+    constexpr int Rows = 4;
+    const ptrdiff_t stride = picture.GetStride(0);
+    const uint8_t* line = picture.GetPlane(0) + (y + step * Rows) * stride + group;
+    for (int j = 0; j < Rows; ++j, line += stride) {
       __builtin_prefetch(line, 1);
-      __builtin_prefetch(line + (63 >> shift), 1);
+      __builtin_prefetch(line + 63, 1);
     }
+  }
+  if (picture.IsMonochrome()) {
+    return;
+  }
+  constexpr int Rows = 2;
+  const ptrdiff_t stride = picture.GetStride(1);
+  const ptrdiff_t offset = ((y >> 1) + step * Rows) * stride + (group >> 1);
+  const uint8_t* cb = picture.GetPlane(1) + offset;
+  const uint8_t* cr = picture.GetPlane(2) + offset;
+  for (int j = 0; j < Rows; ++j, cb += stride, cr += stride) {
+    __builtin_prefetch(cb, 1);
+    __builtin_prefetch(cb + 31, 1);
+    __builtin_prefetch(cr, 1);
+    __builtin_prefetch(cr + 31, 1);
   }
 }
 

@@ -183,12 +183,23 @@ private:
   // A macroblock's record, cleared for inter or skipped decoding.
   void StartInterMacroblock(uint32_t address, uint8_t kind);
   void PredictInter(uint32_t address);
+  // Where the current macroblock's prediction goes, worked out once for all
+  // its blocks: its record, its top left luma sample in the lines of its
+  // picture or field, its samples in each plane and their line distances,
+  // the parity of its lines and whether it has 4:2:0 chroma.
+  struct SmInterTarget {
+    const SmMacroblockInfo* mb;
+    int x, y;
+    uint8_t* samples[3];
+    ptrdiff_t lumaStride, chromaStride;
+    int parity;
+    bool chroma;
+  };
   // One block of width x height samples at 4x4 block (bx, by) whose motion
   // is uniform.
-  void PredictBlock(uint32_t address, int mbx, int mby, int bx, int by, int width, int height);
+  void PredictBlock(const SmInterTarget& target, int bx, int by, int width, int height);
   // The same where a weight other than one or an offset applies.
-  void PredictWeightedBlock(uint32_t address, int mbx, int mby, int bx, int by, int width,
-                            int height);
+  void PredictWeightedBlock(const SmInterTarget& target, int bx, int by, int width, int height);
   void AddChromaResidual(uint32_t address, bool intra);
   void AddLumaResidual4x4(int blk, uint8_t* dst, ptrdiff_t stride, int list, int qp);
   void AddLumaResidual8x8(int b8, uint8_t* dst, ptrdiff_t stride, int list, int qp);

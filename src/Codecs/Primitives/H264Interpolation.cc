@@ -7,6 +7,7 @@
 #include <hwy/highway.h>
 
 #include <cstring>
+#include <utility>
 
 #include "Codecs/Primitives/H264Interpolation.h"
 
@@ -74,6 +75,23 @@ template <int Width> void ComputeCentre(const uint8_t* src, ptrdiff_t s, int hei
   }
 }
 
+// Rows of a known width, four a step: a copy of a width known only at run
+// time is a library call, and one row a step spends more on the loop than
+// on the copy.
+template <int Width>
+HWY_INLINE void CopyRows(const uint8_t* src, ptrdiff_t s, uint8_t* dst, ptrdiff_t ds, int height) {
+  int j = 0;
+  for (; j + 4 <= height; j += 4, src += 4 * s, dst += 4 * ds) {
+    std::memcpy(dst, src, Width);
+    std::memcpy(dst + ds, src + s, Width);
+    std::memcpy(dst + 2 * ds, src + 2 * s, Width);
+    std::memcpy(dst + 3 * ds, src + 3 * s, Width);
+  }
+  for (; j < height; ++j, src += s, dst += ds) {
+    std::memcpy(dst, src, Width);
+  }
+}
+
 template <int Width, SmPlane Kind> struct SmSource {
   static HWY_INLINE auto Get(const uint8_t* src, ptrdiff_t s, const uint8_t* centre, int j,
                              size_t x) {
@@ -120,17 +138,18 @@ void Combine(const uint8_t* src, ptrdiff_t s, const uint8_t* other, ptrdiff_t ot
 }
 
 template <int Width, bool Average>
-void InterpolateLuma(const uint8_t* src, ptrdiff_t s, const uint8_t* other, ptrdiff_t otherStride,
-                     uint8_t* dst, ptrdiff_t dstStride, int height, int position) {
+HWY_INLINE void InterpolateLuma(const uint8_t* src, ptrdiff_t s, const uint8_t* other,
+                                ptrdiff_t otherStride, uint8_t* dst, ptrdiff_t dstStride,
+                                int height, int position) {
   switch (position) {
   case 0:
     if constexpr (Average) {
       return Combine<Width, true, Whole, 0, 0, Nothing, 0, 0>(src, s, other, otherStride, dst,
                                                               dstStride, height);
     }
-    for (int j = 0; j < height; ++j) {
-      std::memcpy(dst + j * dstStride, src + j * s, Width);
-    }
+    // Whole-sample vectors of a still scene, the most frequent case: a
+    // straight copy, four rows a step.
+    CopyRows<Width>(src, s, dst, dstStride, height);
     return;
   case 1:
     return Combine<Width, Average, Whole, 0, 0, Horizontal, 0, 0>(src, s, other, otherStride, dst,
@@ -180,29 +199,12 @@ void InterpolateLuma(const uint8_t* src, ptrdiff_t s, const uint8_t* other, ptrd
   }
 }
 
-template <bool Average>
-void InterpolateLumaOfWidth(const uint8_t* src, ptrdiff_t s, const uint8_t* other,
-                            ptrdiff_t otherStride, uint8_t* dst, ptrdiff_t dstStride, int width,
-                            int height, int dx, int dy) {
-  const int position = dy * 4 + dx;
-  if (width == 16) {
-    InterpolateLuma<16, Average>(src, s, other, otherStride, dst, dstStride, height, position);
-  } else if (width == 8) {
-    InterpolateLuma<8, Average>(src, s, other, otherStride, dst, dstStride, height, position);
-  } else {
-    InterpolateLuma<4, Average>(src, s, other, otherStride, dst, dstStride, height, position);
-  }
-}
-
-void InterpolateLumaImpl(const uint8_t* src, ptrdiff_t s, uint8_t* dst, ptrdiff_t dstStride,
-                         int width, int height, int dx, int dy) {
-  InterpolateLumaOfWidth<false>(src, s, nullptr, 0, dst, dstStride, width, height, dx, dy);
-}
-
-void InterpolateLumaAverageImpl(const uint8_t* src, ptrdiff_t s, const uint8_t* other,
-                                ptrdiff_t otherStride, uint8_t* dst, ptrdiff_t dstStride, int width,
-                                int height, int dx, int dy) {
-  InterpolateLumaOfWidth<true>(src, s, other, otherStride, dst, dstStride, width, height, dx, dy);
+// One entry of the table: the position is a constant, so the switch above
+// folds away.
+template <int Width, bool Average, int Position>
+void LumaAt(const uint8_t* src, ptrdiff_t s, const uint8_t* other, ptrdiff_t otherStride,
+            uint8_t* dst, ptrdiff_t dstStride, int height) {
+  InterpolateLuma<Width, Average>(src, s, other, otherStride, dst, dstStride, height, Position);
 }
 
 template <int Width>
@@ -424,94 +426,106 @@ void ChromaPair2(const uint8_t* cb, const uint8_t* cr, ptrdiff_t s, const SmOthe
   }
 }
 
-// Copies of a known width, which compile to single moves; a copy of a
-// width known only at run time is a library call.
 template <bool Average, int Width>
 void CopyPair(const uint8_t* cb, const uint8_t* cr, ptrdiff_t s, const SmOtherPair& o, uint8_t* dCb,
               uint8_t* dCr, ptrdiff_t ds, int height) {
   const hn::CappedTag<uint8_t, Width> d8;
-  for (int j = 0; j < height; ++j) {
-    if constexpr (Average) {
+  if constexpr (Average) {
+    for (int j = 0; j < height; ++j) {
       Put<true>(d8, hn::LoadU(d8, cb + j * s), dCb + j * ds, o.cb + j * o.stride);
       Put<true>(d8, hn::LoadU(d8, cr + j * s), dCr + j * ds, o.cr + j * o.stride);
-    } else {
+    }
+  } else {
+    for (int j = 0; j < height; ++j) {
       std::memcpy(dCb + j * ds, cb + j * s, Width);
       std::memcpy(dCr + j * ds, cr + j * s, Width);
     }
   }
 }
 
-template <bool Average>
-void InterpolateChromaPairOf(const uint8_t* cb, const uint8_t* cr, ptrdiff_t s,
-                             const SmOtherPair& o, uint8_t* dCb, uint8_t* dCr, ptrdiff_t ds,
-                             int width, int height, int dx, int dy) {
-  if (dx == 0 && dy == 0) {
+template <bool Average, int Width, bool WholeSample>
+void ChromaPairAt(const uint8_t* cb, const uint8_t* cr, ptrdiff_t s, const uint8_t* oCb,
+                  const uint8_t* oCr, ptrdiff_t os, uint8_t* dCb, uint8_t* dCr, ptrdiff_t ds,
+                  int height, int dx, int dy) {
+  const SmOtherPair o{oCb, oCr, os};
+  if constexpr (WholeSample) {
     // Whole-sample vectors, frequent where the scene stands still.
-    if (width == 8) {
-      CopyPair<Average, 8>(cb, cr, s, o, dCb, dCr, ds, height);
-    } else if (width == 4) {
-      CopyPair<Average, 4>(cb, cr, s, o, dCb, dCr, ds, height);
-    } else {
-      CopyPair<Average, 2>(cb, cr, s, o, dCb, dCr, ds, height);
-    }
-    return;
-  }
-  const hn::CappedTag<uint16_t, 16> d16;
-  if constexpr (hn::MaxLanes(hn::CappedTag<uint16_t, 16>()) == 16) {
-    if (width == 8) {
-      return ChromaPair8Wide<Average>(d16, cb, cr, s, o, dCb, dCr, ds, height, dx, dy);
-    }
-  }
-  const SmChromaWeights w(dx, dy);
-  if (width == 8) {
-    ChromaPair8<Average>(cb, cr, s, o, dCb, dCr, ds, height, w);
-  } else if (width == 4) {
+    CopyPair<Average, Width>(cb, cr, s, o, dCb, dCr, ds, height);
+  } else if constexpr (Width == 8 && hn::MaxLanes(hn::CappedTag<uint16_t, 16>()) == 16) {
+    ChromaPair8Wide<Average>(hn::CappedTag<uint16_t, 16>(), cb, cr, s, o, dCb, dCr, ds, height, dx,
+                             dy);
+  } else if constexpr (Width == 8) {
+    ChromaPair8<Average>(cb, cr, s, o, dCb, dCr, ds, height, SmChromaWeights(dx, dy));
+  } else if constexpr (Width == 4) {
     ChromaPair4<Average>(cb, cr, s, o, dCb, dCr, ds, height, dx, dy);
   } else {
-    ChromaPair2<Average>(cb, cr, s, o, dCb, dCr, ds, height, dx, dy, w);
+    ChromaPair2<Average>(cb, cr, s, o, dCb, dCr, ds, height, dx, dy, SmChromaWeights(dx, dy));
   }
-}
-
-void InterpolateChromaPairImpl(const uint8_t* cb, const uint8_t* cr, ptrdiff_t s, uint8_t* dCb,
-                               uint8_t* dCr, ptrdiff_t ds, int width, int height, int dx, int dy) {
-  InterpolateChromaPairOf<false>(cb, cr, s, {}, dCb, dCr, ds, width, height, dx, dy);
-}
-
-void InterpolateChromaPairAverageImpl(const uint8_t* cb, const uint8_t* cr, ptrdiff_t s,
-                                      const uint8_t* oCb, const uint8_t* oCr, ptrdiff_t os,
-                                      uint8_t* dCb, uint8_t* dCr, ptrdiff_t ds, int width,
-                                      int height, int dx, int dy) {
-  InterpolateChromaPairOf<true>(cb, cr, s, {oCb, oCr, os}, dCb, dCr, ds, width, height, dx, dy);
 }
 
 #else
-// One lane a vector gains nothing: the scalar target runs the plain loops.
-void InterpolateLumaImpl(const uint8_t* src, ptrdiff_t s, uint8_t* dst, ptrdiff_t dstStride,
-                         int width, int height, int dx, int dy) {
-  NmReference::H264InterpolateLuma(src, s, dst, dstStride, width, height, dx, dy);
+// One lane a vector gains nothing: the scalar target's table holds the
+// plain loops.
+template <int Width, bool Average, int Position>
+void LumaAt(const uint8_t* src, ptrdiff_t s, const uint8_t* other, ptrdiff_t otherStride,
+            uint8_t* dst, ptrdiff_t dstStride, int height) {
+  if constexpr (Average) {
+    NmReference::H264InterpolateLumaAverage(src, s, other, otherStride, dst, dstStride, Width,
+                                            height, Position % 4, Position / 4);
+  } else {
+    NmReference::H264InterpolateLuma(src, s, dst, dstStride, Width, height, Position % 4,
+                                     Position / 4);
+  }
 }
-void InterpolateLumaAverageImpl(const uint8_t* src, ptrdiff_t s, const uint8_t* other,
-                                ptrdiff_t otherStride, uint8_t* dst, ptrdiff_t dstStride, int width,
-                                int height, int dx, int dy) {
-  NmReference::H264InterpolateLumaAverage(src, s, other, otherStride, dst, dstStride, width, height,
-                                          dx, dy);
+
+template <bool Average, int Width, bool WholeSample>
+void ChromaPairAt(const uint8_t* cb, const uint8_t* cr, ptrdiff_t s, const uint8_t* oCb,
+                  const uint8_t* oCr, ptrdiff_t os, uint8_t* dCb, uint8_t* dCr, ptrdiff_t ds,
+                  int height, int dx, int dy) {
+  if constexpr (Average) {
+    NmReference::H264InterpolateChromaPairAverage(cb, cr, s, oCb, oCr, os, dCb, dCr, ds, Width,
+                                                  height, dx, dy);
+  } else {
+    NmReference::H264InterpolateChromaPair(cb, cr, s, dCb, dCr, ds, Width, height, dx, dy);
+  }
 }
+
 void InterpolateChromaImpl(const uint8_t* src, ptrdiff_t s, uint8_t* dst, ptrdiff_t dstStride,
                            int width, int height, int dx, int dy) {
   NmReference::H264InterpolateChroma(src, s, dst, dstStride, width, height, dx, dy);
 }
-void InterpolateChromaPairImpl(const uint8_t* cb, const uint8_t* cr, ptrdiff_t s, uint8_t* dCb,
-                               uint8_t* dCr, ptrdiff_t ds, int width, int height, int dx, int dy) {
-  NmReference::H264InterpolateChromaPair(cb, cr, s, dCb, dCr, ds, width, height, dx, dy);
-}
-void InterpolateChromaPairAverageImpl(const uint8_t* cb, const uint8_t* cr, ptrdiff_t s,
-                                      const uint8_t* oCb, const uint8_t* oCr, ptrdiff_t os,
-                                      uint8_t* dCb, uint8_t* dCr, ptrdiff_t ds, int width,
-                                      int height, int dx, int dy) {
-  NmReference::H264InterpolateChromaPairAverage(cb, cr, s, oCb, oCr, os, dCb, dCr, ds, width,
-                                                height, dx, dy);
-}
 #endif
+
+template <int Width, bool Average, size_t... Position>
+void FillLuma(H264LumaKernel* row, std::index_sequence<Position...>) {
+  ((row[Position] = &LumaAt<Width, Average, static_cast<int>(Position)>), ...);
+}
+
+template <bool Average> void FillChroma(H264ChromaPairKernel (*rows)[2]) {
+  rows[0][0] = &ChromaPairAt<Average, 2, false>;
+  rows[0][1] = &ChromaPairAt<Average, 2, true>;
+  rows[1][0] = &ChromaPairAt<Average, 4, false>;
+  rows[1][1] = &ChromaPairAt<Average, 4, true>;
+  rows[2][0] = &ChromaPairAt<Average, 8, false>;
+  rows[2][1] = &ChromaPairAt<Average, 8, true>;
+}
+
+const SmH264InterpolationKernels* KernelsImpl() {
+  static const SmH264InterpolationKernels kernels = [] {
+    SmH264InterpolationKernels k{};
+    constexpr auto positions = std::make_index_sequence<16>();
+    FillLuma<4, false>(k.luma[0][0], positions);
+    FillLuma<8, false>(k.luma[0][1], positions);
+    FillLuma<16, false>(k.luma[0][2], positions);
+    FillLuma<4, true>(k.luma[1][0], positions);
+    FillLuma<8, true>(k.luma[1][1], positions);
+    FillLuma<16, true>(k.luma[1][2], positions);
+    FillChroma<false>(k.chromaPair[0]);
+    FillChroma<true>(k.chromaPair[1]);
+    return k;
+  }();
+  return &kernels;
+}
 
 } // namespace HWY_NAMESPACE
 } // namespace NmPrimitives
@@ -520,22 +534,24 @@ HWY_AFTER_NAMESPACE();
 #if HWY_ONCE
 namespace NmPrimitives {
 
-HWY_EXPORT(InterpolateLumaImpl);
-HWY_EXPORT(InterpolateLumaAverageImpl);
+HWY_EXPORT(KernelsImpl);
 HWY_EXPORT(InterpolateChromaImpl);
-HWY_EXPORT(InterpolateChromaPairImpl);
-HWY_EXPORT(InterpolateChromaPairAverageImpl);
+
+const SmH264InterpolationKernels& H264InterpolationKernels() {
+  return *HWY_DYNAMIC_DISPATCH(KernelsImpl)();
+}
 
 void H264InterpolateLuma(const uint8_t* src, ptrdiff_t srcStride, uint8_t* dst, ptrdiff_t dstStride,
                          int width, int height, int dx, int dy) {
-  HWY_DYNAMIC_DISPATCH(InterpolateLumaImpl)(src, srcStride, dst, dstStride, width, height, dx, dy);
+  H264InterpolationKernels().luma[0][H264LumaWidthIndex(width)][dy * 4 + dx](
+      src, srcStride, nullptr, 0, dst, dstStride, height);
 }
 
 void H264InterpolateLumaAverage(const uint8_t* src, ptrdiff_t srcStride, const uint8_t* other,
                                 ptrdiff_t otherStride, uint8_t* dst, ptrdiff_t dstStride, int width,
                                 int height, int dx, int dy) {
-  HWY_DYNAMIC_DISPATCH(InterpolateLumaAverageImpl)
-  (src, srcStride, other, otherStride, dst, dstStride, width, height, dx, dy);
+  H264InterpolationKernels().luma[1][H264LumaWidthIndex(width)][dy * 4 + dx](
+      src, srcStride, other, otherStride, dst, dstStride, height);
 }
 
 void H264InterpolateChroma(const uint8_t* src, ptrdiff_t srcStride, uint8_t* dst,
@@ -547,8 +563,8 @@ void H264InterpolateChroma(const uint8_t* src, ptrdiff_t srcStride, uint8_t* dst
 void H264InterpolateChromaPair(const uint8_t* srcCb, const uint8_t* srcCr, ptrdiff_t srcStride,
                                uint8_t* dstCb, uint8_t* dstCr, ptrdiff_t dstStride, int width,
                                int height, int dx, int dy) {
-  HWY_DYNAMIC_DISPATCH(InterpolateChromaPairImpl)
-  (srcCb, srcCr, srcStride, dstCb, dstCr, dstStride, width, height, dx, dy);
+  H264InterpolationKernels().chromaPair[0][H264ChromaWidthIndex(width)][(dx | dy) == 0](
+      srcCb, srcCr, srcStride, nullptr, nullptr, 0, dstCb, dstCr, dstStride, height, dx, dy);
 }
 
 void H264InterpolateChromaPairAverage(const uint8_t* srcCb, const uint8_t* srcCr,
@@ -556,9 +572,9 @@ void H264InterpolateChromaPairAverage(const uint8_t* srcCb, const uint8_t* srcCr
                                       const uint8_t* otherCr, ptrdiff_t otherStride, uint8_t* dstCb,
                                       uint8_t* dstCr, ptrdiff_t dstStride, int width, int height,
                                       int dx, int dy) {
-  HWY_DYNAMIC_DISPATCH(InterpolateChromaPairAverageImpl)
-  (srcCb, srcCr, srcStride, otherCb, otherCr, otherStride, dstCb, dstCr, dstStride, width, height,
-   dx, dy);
+  H264InterpolationKernels().chromaPair[1][H264ChromaWidthIndex(width)][(dx | dy) == 0](
+      srcCb, srcCr, srcStride, otherCb, otherCr, otherStride, dstCb, dstCr, dstStride, height, dx,
+      dy);
 }
 
 } // namespace NmPrimitives

@@ -43,6 +43,35 @@ void H264InterpolateChromaPairAverage(const uint8_t* srcCb, const uint8_t* srcCr
                                       uint8_t* dstCr, ptrdiff_t dstStride, int width, int height,
                                       int dx, int dy);
 
+// The kernels above as tables, so that a caller predicting many blocks
+// picks one with an index instead of passing through the dispatch and the
+// branches on size and position for each. A luma kernel serves one width
+// and one quarter-sample position; `other` is read by the averaging ones
+// only. A chroma pair kernel serves one width, at whole-sample positions
+// or at any other.
+using H264LumaKernel = void (*)(const uint8_t* src, ptrdiff_t srcStride, const uint8_t* other,
+                                ptrdiff_t otherStride, uint8_t* dst, ptrdiff_t dstStride,
+                                int height);
+using H264ChromaPairKernel = void (*)(const uint8_t* srcCb, const uint8_t* srcCr,
+                                      ptrdiff_t srcStride, const uint8_t* otherCb,
+                                      const uint8_t* otherCr, ptrdiff_t otherStride, uint8_t* dstCb,
+                                      uint8_t* dstCr, ptrdiff_t dstStride, int height, int dx,
+                                      int dy);
+struct SmH264InterpolationKernels {
+  // [averaged][H264LumaWidthIndex][dy * 4 + dx]
+  H264LumaKernel luma[2][3][16];
+  // [averaged][H264ChromaWidthIndex][dx == 0 && dy == 0]
+  H264ChromaPairKernel chromaPair[2][3][2];
+};
+constexpr int H264LumaWidthIndex(int width) {
+  return width >> 3; // 4, 8, 16
+}
+constexpr int H264ChromaWidthIndex(int width) {
+  return width >> 2; // 2, 4, 8
+}
+// Those of the best target the processor runs.
+const SmH264InterpolationKernels& H264InterpolationKernels();
+
 namespace NmReference {
 void H264InterpolateLuma(const uint8_t* src, ptrdiff_t srcStride, uint8_t* dst, ptrdiff_t dstStride,
                          int width, int height, int dx, int dy);
