@@ -94,7 +94,9 @@ TEST_P(H264Deblock, EveryEdgeMatchesTheReference) {
 
 // Both chroma planes in one pass against the reference, which filters them
 // one after the other: each plane must keep to its own alpha, beta and tc0,
-// so they differ between the planes in most rounds.
+// so they differ between the planes in most rounds. Edges whose lines each
+// have their own thresholds and strength, 4 beside lower ones, go the same
+// way, luma among them.
 TEST_P(H264Deblock, BothChromaPlanesMatchTheReference) {
   std::mt19937& random = Random();
   using PairFilter = void (*)(uint8_t*, uint8_t*, ptrdiff_t, const int*, const int*, const int8_t*);
@@ -141,5 +143,26 @@ TEST_P(H264Deblock, BothChromaPlanesMatchTheReference) {
           f(qCb, qCr, stride, alpha, beta);
         },
         "intra");
+    SmH264EdgeLines lines;
+    for (int i = 0; i < 16; ++i) {
+      lines.alpha[i] = static_cast<uint8_t>(i % 8 == round % 8 ? 255 : random() % 256);
+      lines.beta[i] = static_cast<uint8_t>(random() % 19);
+      lines.strength[i] = static_cast<uint8_t>(random() % 5);
+      lines.tc0[i] = static_cast<int8_t>(random() % 26);
+    }
+    using LinesFilter = void (*)(uint8_t*, uint8_t*, ptrdiff_t, const SmH264EdgeLines&);
+    ExpectSameWrites(
+        LinesFilter{&NmReference::H264FilterChromaVerticalEdgesLines},
+        LinesFilter{&H264FilterChromaVerticalEdgesLines}, both,
+        [&](LinesFilter f, SmTestPlane& p) {
+          const auto [qCb, qCr] = edges(p);
+          f(qCb, qCr, stride, lines);
+        },
+        "lines");
+    using LumaLinesFilter = void (*)(uint8_t*, ptrdiff_t, const SmH264EdgeLines&);
+    ExpectSameWrites(
+        LumaLinesFilter{&NmReference::H264FilterLumaVerticalEdgeLines},
+        LumaLinesFilter{&H264FilterLumaVerticalEdgeLines}, cb,
+        [&](LumaLinesFilter f, SmTestPlane& p) { f(p.data() + 8, stride, lines); }, "luma lines");
   }
 }
