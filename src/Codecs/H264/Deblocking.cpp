@@ -133,6 +133,32 @@ int QpOf(const SmMacroblockInfo& m) {
   return m.kind == MbIPcm ? 0 : int{m.qp};
 }
 
+// Whether an inter macroblock moves as one piece: one reference and one
+// vector per list in all its blocks. Inside it no edge is one of motion,
+// and between two such macroblocks every block pair has the same motion.
+bool MovesAsOne(const SmMacroblockInfo& m) {
+  for (int list = 0; list < 2; ++list) {
+    uint32_t references;
+    std::memcpy(&references, m.refIdx[list], 4);
+    if (references != (references & 0xFFu) * 0x01010101u) {
+      return false;
+    }
+    if (m.refIdx[list][0] < 0) {
+      continue;
+    }
+    uint32_t vectors[16];
+    std::memcpy(vectors, m.mv[list], sizeof(vectors));
+    uint32_t differences = 0;
+    for (const uint32_t vector : vectors) {
+      differences |= vector ^ vectors[0];
+    }
+    if (differences != 0) {
+      return false;
+    }
+  }
+  return true;
+}
+
 // The filter over a frame of macroblock pairs. A field macroblock's lines
 // lie every other frame line, so its edges are frame edges over doubled
 // strides, and so are the top edges of a frame macroblock below a field
@@ -164,6 +190,51 @@ private:
     int lineStep;
   };
 
+  // What the strengths of a macroblock's edges ask of it, once.
+  struct SmBlocks {
+    uint16_t coded; // GetCodedBlocks
+    bool movesAsOne;
+  };
+
+  static SmBlocks Summarise(const SmMacroblockInfo& m) {
+    return {GetCodedBlocks(m), !IsIntra(m.kind) && MovesAsOne(m)};
+  }
+
+  // GetPairStrength of the four quarters of an edge where lines meet lines
+  // of one macroblock on each side: edge 0 between p and q, or edge 1 to 3
+  // inside q (p is q). Motion is compared only where no coefficients
+  // decide, and once for an edge between macroblocks that move as one.
+  static void GetEdgeStrengths(const SmMacroblockInfo& p, SmBlocks pBlocks,
+                               const SmMacroblockInfo& q, SmBlocks qBlocks, int edge, bool vertical,
+                               int* strengths) {
+    if (IsIntra(p.kind) || IsIntra(q.kind)) {
+      const int strength = edge == 0 && (vertical || (!p.field && !q.field)) ? 4 : 3;
+      std::fill_n(strengths, 4, strength);
+      return;
+    }
+    const int pEdge = edge == 0 ? 3 : edge - 1;
+    int motion = -1;
+    for (int k = 0; k < 4; ++k) {
+      const int pBit = vertical ? pEdge + 4 * k : k + 4 * pEdge;
+      const int qBit = vertical ? edge + 4 * k : k + 4 * edge;
+      if ((((pBlocks.coded >> pBit) | (qBlocks.coded >> qBit)) & 1) != 0) {
+        strengths[k] = 2;
+      } else if (p.field != q.field) {
+        strengths[k] = 1;
+      } else if (pBlocks.movesAsOne && qBlocks.movesAsOne) {
+        if (motion < 0) {
+          motion = edge == 0 ? GetMotionStrength(p, pBit & 3, pBit / 4, q, qBit & 3, qBit / 4,
+                                                 q.field ? 2 : 4)
+                             : 0;
+        }
+        strengths[k] = motion;
+      } else {
+        strengths[k] =
+            GetMotionStrength(p, pBit & 3, pBit / 4, q, qBit & 3, qBit / 4, q.field ? 2 : 4);
+      }
+    }
+  }
+
   uint8_t* Origin(uint32_t mbx, uint32_t mby, bool field, int plane) const {
     const int size = plane == 0 ? 16 : 8;
     const ptrdiff_t line = field ? (mby & ~1u) * size + (mby & 1u) : mby * size;
@@ -194,24 +265,21 @@ private:
     const bool top = mby % 2 == 0;
     const uint32_t pairTop = address - (top ? 0 : m_Width);
     const int ownStep = mb.field ? 2 : 1;
+    const SmBlocks own = Summarise(mb);
     int strengths[4];
     if (mbx > 0 && (slice.disableIdc != 2 || m_Mbs[pairTop - 1].slice == mb.slice)) {
       const SmMacroblockInfo* left = m_Mbs + pairTop - 1;
       if (left->field == mb.field) {
         // Line beside line: the macroblock at the same place of the left pair.
         const SmMacroblockInfo& p = left[top ? 0 : m_Width];
-        for (int k = 0; k < 4; ++k) {
-          strengths[k] = GetPairStrength(p, 3, k, mb, 0, k, true, true);
-        }
+        GetEdgeStrengths(p, Summarise(p), mb, own, 0, true, strengths);
         FilterEdge(mbx, mby, p, mb, slice, 0, true, strengths, 0, ownStep);
       } else {
         FilterMixedLeftEdge(mbx, mby, left, mb, slice, top);
       }
     }
     for (int edge = 1; edge < 4; ++edge) {
-      for (int k = 0; k < 4; ++k) {
-        strengths[k] = GetPairStrength(mb, edge - 1, k, mb, edge, k, false, true);
-      }
+      GetEdgeStrengths(mb, own, mb, own, edge, true, strengths);
       FilterEdge(mbx, mby, mb, mb, slice, edge, true, strengths, 0, ownStep);
     }
     // Top edge: one pass, or, for a frame macroblock below a field pair,
@@ -237,15 +305,11 @@ private:
     }
     for (int n = 0; n < count; ++n) {
       const SmPass& pass = passes[n];
-      for (int k = 0; k < 4; ++k) {
-        strengths[k] = GetPairStrength(*pass.p, k, 3, mb, k, 0, true, false);
-      }
+      GetEdgeStrengths(*pass.p, Summarise(*pass.p), mb, own, 0, false, strengths);
       FilterEdge(mbx, mby, *pass.p, mb, slice, 0, false, strengths, pass.firstLine, pass.lineStep);
     }
     for (int edge = 1; edge < 4; ++edge) {
-      for (int k = 0; k < 4; ++k) {
-        strengths[k] = GetPairStrength(mb, k, edge - 1, mb, k, edge, false, false);
-      }
+      GetEdgeStrengths(mb, own, mb, own, edge, false, strengths);
       FilterEdge(mbx, mby, mb, mb, slice, edge, false, strengths, 0, ownStep);
     }
   }
