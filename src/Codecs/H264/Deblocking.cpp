@@ -361,7 +361,9 @@ private:
       const SmEdgeParameters e = Parameters(p, mb, c + 1, slice);
       alpha[c] = e.alpha;
       beta[c] = e.beta;
-      segments(e, tc0 + 4 * c);
+      if (!strongest) {
+        segments(e, tc0 + 4 * c);
+      }
     }
     if (vertical) {
       if (strongest) {
