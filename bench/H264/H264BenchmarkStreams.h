@@ -42,7 +42,8 @@ using CmPackets = std::vector<std::vector<uint8_t>>;
 
 // The packets of the raw H.264 stream at `path`, as libavformat's reader
 // cuts them; x264 makes the stream (300 pictures of 1080p, preset medium, with these
-// options, which may filter the source first) when it is not there. Empty when it cannot be made or read.
+// options, which may filter the source first) when it is not there. Empty when it cannot be made or
+// read.
 inline CmPackets MadePackets(const std::string& path, const std::string& options) {
   if (!std::ifstream(path)) {
     const std::string command =
