@@ -31,13 +31,19 @@ inline constexpr SmStream Streams[] = {
      "-profile:v high -x264-params cabac=0:bframes=3:b-pyramid=normal:ref=4:8x8dct=1:weightp=2"},
     {"HighCabac1080p",
      "-profile:v high -x264-params cabac=1:bframes=3:b-pyramid=normal:ref=4:8x8dct=1:weightp=2"},
+    // 1080i as cameras send it: two pictures of the source woven into one
+    // frame, top field first, coded with frame and field macroblock pairs
+    // (x264's interlaced mode is MBAFF), High with CABAC and B pictures.
+    {"Mbaff1080i", "-vf interlace=scan=tff -flags +ildct+ilme -profile:v high -x264-params "
+                   "tff=1:cabac=1:bframes=3:b-pyramid=normal:ref=4:8x8dct=1:weightp=2"},
 };
 
 using CmPackets = std::vector<std::vector<uint8_t>>;
 
 // The packets of the raw H.264 stream at `path`, as libavformat's reader
 // cuts them; x264 makes the stream (300 pictures of 1080p, preset medium, with these
-// options) when it is not there. Empty when it cannot be made or read.
+// options, which may filter the source first) when it is not there. Empty when it cannot be made or
+// read.
 inline CmPackets MadePackets(const std::string& path, const std::string& options) {
   if (!std::ifstream(path)) {
     const std::string command =

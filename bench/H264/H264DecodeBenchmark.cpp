@@ -1,6 +1,7 @@
 // Our H.264 decoder beside libavcodec's, each with one thread and with two,
 // in the same run, on 300 pictures of 1080p: Baseline, and High without and
-// with CABAC (B pictures, the 8x8 transform, weighted prediction). x264 makes the streams on the
+// with CABAC (B pictures, the 8x8 transform, weighted prediction), and 1080i in frame and field
+// macroblock pairs, High with CABAC. x264 makes the streams on the
 // first run; they are kept beside the benchmark. Both decoders get the same access units from
 // memory and produce every picture. The run ends with the ratios, libavcodec time / our time:
 // processor time with one thread, wall time with two (tasks named "....2threads"), where the

@@ -23,6 +23,7 @@ extern "C" {
 #include <map>
 #include <random>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "BenchmarkRatios.h"
@@ -237,6 +238,29 @@ template <typename Edges> void MotionEdgesRow(Edges edges, int list) {
   benchmark::DoNotOptimize(sum);
 }
 
+// The kernels whose lines differ over every block edge of the frame, with
+// strengths and thresholds as beside a macroblock pair of the other kind:
+// two neighbours by turns, one of them intra, Cb's lines in the luma edge's
+// rows and Cr's eight rows below.
+template <typename Filter> void DeblockFrameLines(Filter filter, int length) {
+  SmFrame& frame = SmoothFrame();
+  NmPrimitives::SmH264EdgeLines lines;
+  for (int i = 0; i < 16; ++i) {
+    lines.alpha[i] = static_cast<uint8_t>(i % 2 == 0 ? 40 : 36);
+    lines.beta[i] = static_cast<uint8_t>(i % 2 == 0 ? 6 : 5);
+    lines.strength[i] = static_cast<uint8_t>(i % 2 == 0 ? 4 : 1 + i / 8);
+    lines.tc0[i] = static_cast<int8_t>(i % 3);
+  }
+  ForEachBlock(length, [&](int x, int y, int) {
+    uint8_t* q = frame.data() + y * Width + x;
+    if constexpr (std::is_invocable_v<Filter, uint8_t*, ptrdiff_t, decltype(lines)>) {
+      filter(q, Width, lines);
+    } else {
+      filter(q, q + 8 * Width, Width, lines);
+    }
+  });
+}
+
 void RegisterH264() {
   namespace P = NmPrimitives;
   namespace R = NmPrimitives::NmReference;
@@ -363,6 +387,14 @@ void RegisterH264() {
            [] { DeblockFramePair(P::H264FilterChromaVerticalEdges); });
   Register("H264DeblockChromaPairV", "reference",
            [] { DeblockFramePair(R::H264FilterChromaVerticalEdges); });
+  Register("H264DeblockLumaLinesV", "ours",
+           [] { DeblockFrameLines(P::H264FilterLumaVerticalEdgeLines, 16); });
+  Register("H264DeblockLumaLinesV", "reference",
+           [] { DeblockFrameLines(R::H264FilterLumaVerticalEdgeLines, 16); });
+  Register("H264DeblockChromaLinesV", "ours",
+           [] { DeblockFrameLines(P::H264FilterChromaVerticalEdgesLines, 16); });
+  Register("H264DeblockChromaLinesV", "reference",
+           [] { DeblockFrameLines(R::H264FilterChromaVerticalEdgesLines, 16); });
   Register("H264DeblockChromaH", "ours",
            [] { DeblockFrame(P::H264FilterChromaHorizontalEdge, false, 8); });
   Register("H264DeblockChromaH", "reference",

@@ -12,17 +12,18 @@ using namespace NmPrimitives;
 
 namespace {
 
-// A 16x16 area around an edge through its middle, smooth with a step across
-// the edge so that the filters' conditions are met in some places and not in
-// others; now and then with samples at 0 and 255, where the clips act.
-SmTestPlane EdgeArea(std::mt19937& random, bool vertical, size_t rows = 16) {
-  SmTestPlane plane(random, 16, rows);
+// A 16x16 area around an edge through its middle (or 16 x rows beside a
+// vertical one), smooth with a step across the edge so that the filters'
+// conditions are met in some places and not in others; now and then with
+// samples at 0 and 255, where the clips act.
+SmTestPlane EdgeArea(std::mt19937& random, bool vertical, int rows = 16) {
+  SmTestPlane plane(random, 16, static_cast<size_t>(rows));
   const int base = static_cast<int>(random() % 256);
   const int step = static_cast<int>(random() % 41) - 20;
   const int noise = 1 + static_cast<int>(random() % 6);
   const bool saturated = random() % 4 == 0;
-  for (size_t y = 0; y < rows; ++y) {
-    for (size_t x = 0; x < 16; ++x) {
+  for (int y = 0; y < rows; ++y) {
+    for (int x = 0; x < 16; ++x) {
       const bool far = (vertical ? x : y) >= 8;
       int value = base + (far ? step : 0) + static_cast<int>(random() % noise);
       if (saturated && random() % 3 == 0) {
@@ -94,46 +95,56 @@ TEST_P(H264Deblock, EveryEdgeMatchesTheReference) {
 
 // Both chroma planes in one pass against the reference, which filters them
 // one after the other: each plane must keep to its own alpha, beta and tc0,
-// so they differ between the planes in most rounds.
+// so they differ between the planes in most rounds. Edges whose lines each
+// have their own thresholds and strength, 4 beside lower ones, go the same
+// way, luma among them.
 TEST_P(H264Deblock, BothChromaPlanesMatchTheReference) {
   std::mt19937& random = Random();
-  using PairFilter = void (*)(uint8_t*, uint8_t*, ptrdiff_t, const int*, const int*, const int8_t*);
-  using PairIntraFilter = void (*)(uint8_t*, uint8_t*, ptrdiff_t, const int*, const int*);
   for (int round = 0; round < 500; ++round) {
-    int alpha[2], beta[2];
+    SmH264EdgeLines lines;
+    for (int i = 0; i < 16; ++i) {
+      lines.alpha[i] = static_cast<uint8_t>(i % 8 == round % 8 ? 255 : random() % 256);
+      lines.beta[i] = static_cast<uint8_t>(random() % 19);
+      lines.strength[i] = static_cast<uint8_t>(random() % 5);
+      lines.tc0[i] = static_cast<int8_t>(random() % 26);
+    }
+    // Whole edges take each plane's first line's thresholds, and leave a
+    // segment alone (-1) where its first line has strength 0.
+    const int alpha[2] = {lines.alpha[0], lines.alpha[8]}, beta[2] = {lines.beta[0], lines.beta[8]};
     int8_t tc0[8];
-    for (int plane = 0; plane < 2; ++plane) {
-      alpha[plane] = round % 10 == plane ? 255 : static_cast<int>(random() % 256);
-      beta[plane] = static_cast<int>(random() % 19);
+    for (int i = 0; i < 8; ++i) {
+      tc0[i] = static_cast<int8_t>(lines.strength[2 * i] == 0 ? -1 : lines.tc0[2 * i]);
     }
-    for (int8_t& t : tc0) {
-      t = static_cast<int8_t>(random() % 5 == 0 ? -1 : static_cast<int>(random() % 26));
-    }
-    SCOPED_TRACE(::testing::Message() << "round " << round << " alpha " << alpha[0] << "/"
-                                      << alpha[1] << " beta " << beta[0] << "/" << beta[1]);
-    // Cb's edge above Cr's in one area; the rows around and between them
-    // show writes beyond eight rows.
-    const SmTestPlane both = EdgeArea(random, true, 32);
-    const ptrdiff_t stride = static_cast<ptrdiff_t>(both.stride);
-    const auto edges = [&](SmTestPlane& p) {
-      return std::pair{p.data() + 4 * stride + 8, p.data() + 20 * stride + 8};
+    SCOPED_TRACE(::testing::Message() << "round " << round);
+    // Cb's edge through the middle of the upper 16 rows, Cr's through the
+    // lower 16: the rows between show writes beyond eight. The luma edge
+    // spans the upper 16.
+    const SmTestPlane area = EdgeArea(random, true, 32);
+    const ptrdiff_t stride = static_cast<ptrdiff_t>(area.stride);
+    const auto check = [&](auto reference, auto kernel, auto call, const char* what) {
+      ExpectSameWrites(
+          reference, kernel, area,
+          [&](auto f, SmTestPlane& p) { call(f, p.data() + 8, 4 * stride, 20 * stride); }, what);
     };
-    ExpectSameWrites(
-        PairFilter{&NmReference::H264FilterChromaVerticalEdges},
-        PairFilter{&H264FilterChromaVerticalEdges}, both,
-        [&](PairFilter f, SmTestPlane& p) {
-          const auto [qCb, qCr] = edges(p);
-          f(qCb, qCr, stride, alpha, beta, tc0);
+    check(
+        &NmReference::H264FilterChromaVerticalEdges, &H264FilterChromaVerticalEdges,
+        [&](auto f, uint8_t* q, ptrdiff_t cb, ptrdiff_t cr) {
+          f(q + cb, q + cr, stride, alpha, beta, tc0);
         },
         "normal");
-    ExpectSameWrites(
-        PairIntraFilter{&NmReference::H264FilterChromaVerticalEdgesIntra},
-        PairIntraFilter{&H264FilterChromaVerticalEdgesIntra}, both,
-        [&](PairIntraFilter f, SmTestPlane& p) {
-          const auto [qCb, qCr] = edges(p);
-          f(qCb, qCr, stride, alpha, beta);
+    check(
+        &NmReference::H264FilterChromaVerticalEdgesIntra, &H264FilterChromaVerticalEdgesIntra,
+        [&](auto f, uint8_t* q, ptrdiff_t cb, ptrdiff_t cr) {
+          f(q + cb, q + cr, stride, alpha, beta);
         },
         "intra");
+    check(
+        &NmReference::H264FilterChromaVerticalEdgesLines, &H264FilterChromaVerticalEdgesLines,
+        [&](auto f, uint8_t* q, ptrdiff_t cb, ptrdiff_t cr) { f(q + cb, q + cr, stride, lines); },
+        "lines");
+    check(
+        &NmReference::H264FilterLumaVerticalEdgeLines, &H264FilterLumaVerticalEdgeLines,
+        [&](auto f, uint8_t* q, ptrdiff_t, ptrdiff_t) { f(q, stride, lines); }, "luma lines");
   }
 }
 

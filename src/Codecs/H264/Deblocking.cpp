@@ -110,73 +110,6 @@ int GetMotionStrength(const SmMacroblockInfo& mbP, int px, int py, const SmMacro
   return (far(mp0, mq0) || far(mp1, mq1)) && (far(mp0, mq1) || far(mp1, mq0)) ? 1 : 0;
 }
 
-// Frames of macroblock pairs filter line by line: beside a pair of the
-// other kind, the neighbour, its quantiser and the strength change from one
-// line to the next.
-
-int Clip1(int value) {
-  return std::clamp(value, 0, 255);
-}
-
-// One line of samples across an edge: q points at q0, and p_i lies
-// (i + 1) steps before it, q_i i steps after.
-void FilterLumaLine(uint8_t* q, ptrdiff_t step, int strength, const SmEdgeParameters& e) {
-  const int p0 = q[-step], p1 = q[-2 * step], p2 = q[-3 * step];
-  const int q0 = q[0], q1 = q[step], q2 = q[2 * step];
-  if (std::abs(p0 - q0) >= e.alpha || std::abs(p1 - p0) >= e.beta || std::abs(q1 - q0) >= e.beta) {
-    return;
-  }
-  const bool ap = std::abs(p2 - p0) < e.beta, aq = std::abs(q2 - q0) < e.beta;
-  if (strength < 4) {
-    const int tc0 = Tc0[e.indexA][strength - 1];
-    const int tc = tc0 + (ap ? 1 : 0) + (aq ? 1 : 0);
-    const int delta = std::clamp(((q0 - p0) * 4 + (p1 - q1) + 4) >> 3, -tc, tc);
-    q[-step] = static_cast<uint8_t>(Clip1(p0 + delta));
-    q[0] = static_cast<uint8_t>(Clip1(q0 - delta));
-    if (ap) {
-      q[-2 * step] = static_cast<uint8_t>(
-          p1 + std::clamp((p2 + ((p0 + q0 + 1) >> 1) - (p1 << 1)) >> 1, -tc0, tc0));
-    }
-    if (aq) {
-      q[step] = static_cast<uint8_t>(
-          q1 + std::clamp((q2 + ((p0 + q0 + 1) >> 1) - (q1 << 1)) >> 1, -tc0, tc0));
-    }
-    return;
-  }
-  const int p3 = q[-4 * step], q3 = q[3 * step];
-  const bool close = std::abs(p0 - q0) < ((e.alpha >> 2) + 2);
-  if (ap && close) {
-    q[-step] = static_cast<uint8_t>((p2 + 2 * p1 + 2 * p0 + 2 * q0 + q1 + 4) >> 3);
-    q[-2 * step] = static_cast<uint8_t>((p2 + p1 + p0 + q0 + 2) >> 2);
-    q[-3 * step] = static_cast<uint8_t>((2 * p3 + 3 * p2 + p1 + p0 + q0 + 4) >> 3);
-  } else {
-    q[-step] = static_cast<uint8_t>((2 * p1 + p0 + q1 + 2) >> 2);
-  }
-  if (aq && close) {
-    q[0] = static_cast<uint8_t>((p1 + 2 * p0 + 2 * q0 + 2 * q1 + q2 + 4) >> 3);
-    q[step] = static_cast<uint8_t>((p0 + q0 + q1 + q2 + 2) >> 2);
-    q[2 * step] = static_cast<uint8_t>((2 * q3 + 3 * q2 + q1 + q0 + p0 + 4) >> 3);
-  } else {
-    q[0] = static_cast<uint8_t>((2 * q1 + q0 + p1 + 2) >> 2);
-  }
-}
-
-void FilterChromaLine(uint8_t* q, ptrdiff_t step, int strength, const SmEdgeParameters& e) {
-  const int p0 = q[-step], p1 = q[-2 * step], q0 = q[0], q1 = q[step];
-  if (std::abs(p0 - q0) >= e.alpha || std::abs(p1 - p0) >= e.beta || std::abs(q1 - q0) >= e.beta) {
-    return;
-  }
-  if (strength < 4) {
-    const int tc = Tc0[e.indexA][strength - 1] + 1;
-    const int delta = std::clamp(((q0 - p0) * 4 + (p1 - q1) + 4) >> 3, -tc, tc);
-    q[-step] = static_cast<uint8_t>(Clip1(p0 + delta));
-    q[0] = static_cast<uint8_t>(Clip1(q0 - delta));
-    return;
-  }
-  q[-step] = static_cast<uint8_t>((2 * p1 + p0 + q1 + 2) >> 2);
-  q[0] = static_cast<uint8_t>((2 * q1 + q0 + p1 + 2) >> 2);
-}
-
 // Strength between blocks of a frame of macroblock pairs. An edge between
 // a field and a frame macroblock (mixed) is an edge of motion whatever the
 // vectors; an intra macroblock edge is strongest only where the lines on
@@ -201,11 +134,42 @@ int QpOf(const SmMacroblockInfo& m) {
   return m.kind == MbIPcm ? 0 : int{m.qp};
 }
 
+// Whether an inter macroblock moves as one piece: one reference and one
+// vector per list in all its blocks. Inside it no edge is one of motion,
+// and between two such macroblocks every block pair has the same motion.
+bool MovesAsOne(const SmMacroblockInfo& m) {
+  for (int list = 0; list < 2; ++list) {
+    uint32_t references;
+    std::memcpy(&references, m.refIdx[list], 4);
+    if (references != (references & 0xFFu) * 0x01010101u) {
+      return false;
+    }
+    if (m.refIdx[list][0] < 0) {
+      continue;
+    }
+    uint32_t vectors[16];
+    std::memcpy(vectors, m.mv[list], sizeof(vectors));
+    uint32_t differences = 0;
+    for (const uint32_t vector : vectors) {
+      differences |= vector ^ vectors[0];
+    }
+    if (differences != 0) {
+      return false;
+    }
+  }
+  return true;
+}
+
+// The filter over a frame of macroblock pairs. A field macroblock's lines
+// lie every other frame line, so its edges are frame edges over doubled
+// strides, and so are the top edges of a frame macroblock below a field
+// pair, one per field. Only beside a left pair of the other kind does the
+// neighbour, with its quantiser and strength, change from line to line.
 class CmPairDeblocker {
 public:
   CmPairDeblocker(CmPicture& picture, const std::vector<SmSliceFilterParameters>& slices)
       : m_Picture(picture), m_Slices(slices), m_Width(picture.GetWidthInMbs()),
-        m_Mbs(picture.GetMacroblocks()), m_Planes(picture.IsMonochrome() ? 1 : 3) {}
+        m_Mbs(picture.GetMacroblocks()), m_Chroma(!picture.IsMonochrome()) {}
 
   // Pair rows from first up to end.
   void Run(uint32_t firstRow, uint32_t endRow) {
@@ -226,6 +190,51 @@ private:
     int firstLine;
     int lineStep;
   };
+
+  // What the strengths of a macroblock's edges ask of it, once.
+  struct SmBlocks {
+    uint16_t coded; // GetCodedBlocks
+    bool movesAsOne;
+  };
+
+  static SmBlocks Summarise(const SmMacroblockInfo& m) {
+    return {GetCodedBlocks(m), !IsIntra(m.kind) && MovesAsOne(m)};
+  }
+
+  // GetPairStrength of the four quarters of an edge where lines meet lines
+  // of one macroblock on each side: edge 0 between p and q, or edge 1 to 3
+  // inside q (p is q). Motion is compared only where no coefficients
+  // decide, and once for an edge between macroblocks that move as one.
+  static void GetEdgeStrengths(const SmMacroblockInfo& p, SmBlocks pBlocks,
+                               const SmMacroblockInfo& q, SmBlocks qBlocks, int edge, bool vertical,
+                               int* strengths) {
+    if (IsIntra(p.kind) || IsIntra(q.kind)) {
+      const int strength = edge == 0 && (vertical || (!p.field && !q.field)) ? 4 : 3;
+      std::fill_n(strengths, 4, strength);
+      return;
+    }
+    const int pEdge = edge == 0 ? 3 : edge - 1;
+    int motion = -1;
+    for (int k = 0; k < 4; ++k) {
+      const int pBit = vertical ? pEdge + 4 * k : k + 4 * pEdge;
+      const int qBit = vertical ? edge + 4 * k : k + 4 * edge;
+      if ((((pBlocks.coded >> pBit) | (qBlocks.coded >> qBit)) & 1) != 0) {
+        strengths[k] = 2;
+      } else if (p.field != q.field) {
+        strengths[k] = 1;
+      } else if (pBlocks.movesAsOne && qBlocks.movesAsOne) {
+        if (motion < 0) {
+          motion = edge == 0 ? GetMotionStrength(p, pBit & 3, pBit / 4, q, qBit & 3, qBit / 4,
+                                                 q.field ? 2 : 4)
+                             : 0;
+        }
+        strengths[k] = motion;
+      } else {
+        strengths[k] =
+            GetMotionStrength(p, pBit & 3, pBit / 4, q, qBit & 3, qBit / 4, q.field ? 2 : 4);
+      }
+    }
+  }
 
   uint8_t* Origin(uint32_t mbx, uint32_t mby, bool field, int plane) const {
     const int size = plane == 0 ? 16 : 8;
@@ -256,44 +265,23 @@ private:
     }
     const bool top = mby % 2 == 0;
     const uint32_t pairTop = address - (top ? 0 : m_Width);
-    int strengths[16];
-    // Left edge, line by line.
+    const int ownStep = mb.field ? 2 : 1;
+    const SmBlocks own = Summarise(mb);
+    int strengths[4];
     if (mbx > 0 && (slice.disableIdc != 2 || m_Mbs[pairTop - 1].slice == mb.slice)) {
       const SmMacroblockInfo* left = m_Mbs + pairTop - 1;
-      for (int k = 0; k < 16; ++k) {
-        bool bottom = false;
-        int yM = 0;
-        LocateLeftInPair(mb.field, top, left->field, k, 16, bottom, yM);
-        const SmMacroblockInfo& p = left[bottom ? m_Width : 0];
-        strengths[k] = GetPairStrength(p, 3, yM / 4, mb, 0, k / 4, true, true);
-      }
-      for (int plane = 0; plane < m_Planes; ++plane) {
-        const int lines = plane == 0 ? 16 : 8;
-        const ptrdiff_t stride = m_Picture.GetStride(plane) * (mb.field ? 2 : 1);
-        uint8_t* origin = Origin(mbx, mby, mb.field, plane);
-        for (int k = 0; k < lines; ++k) {
-          // A frame macroblock's chroma line beside a field pair takes the
-          // strength of a luma line whose neighbour lies in the same field
-          // as the chroma line's.
-          const int lumaLine = plane == 0 ? k : 2 * k + (!mb.field && left->field ? k % 2 : 0);
-          const int strength = strengths[lumaLine];
-          if (strength == 0) {
-            continue;
-          }
-          bool bottom = false;
-          int yM = 0;
-          LocateLeftInPair(mb.field, top, left->field, k, lines, bottom, yM);
-          const SmMacroblockInfo& p = left[bottom ? m_Width : 0];
-          FilterLine(plane, origin + k * stride, 1, strength, Parameters(p, mb, plane, slice));
-        }
+      if (left->field == mb.field) {
+        // Line beside line: the macroblock at the same place of the left pair.
+        const SmMacroblockInfo& p = left[top ? 0 : m_Width];
+        GetEdgeStrengths(p, Summarise(p), mb, own, 0, true, strengths);
+        FilterEdge(mbx, mby, p, mb, slice, 0, true, strengths, 0, ownStep);
+      } else {
+        FilterMixedLeftEdge(mbx, mby, left, mb, slice, top);
       }
     }
-    // Inner vertical edges.
     for (int edge = 1; edge < 4; ++edge) {
-      for (int k = 0; k < 16; ++k) {
-        strengths[k] = GetPairStrength(mb, edge - 1, k / 4, mb, edge, k / 4, false, true);
-      }
-      FilterInnerEdge(mbx, mby, mb, slice, edge, true, strengths);
+      GetEdgeStrengths(mb, own, mb, own, edge, true, strengths);
+      FilterEdge(mbx, mby, mb, mb, slice, edge, true, strengths, 0, ownStep);
     }
     // Top edge: one pass, or, for a frame macroblock below a field pair,
     // one per field of the pair above.
@@ -318,68 +306,142 @@ private:
     }
     for (int n = 0; n < count; ++n) {
       const SmPass& pass = passes[n];
-      for (int k = 0; k < 16; ++k) {
-        strengths[k] = GetPairStrength(*pass.p, k / 4, 3, mb, k / 4, 0, true, false);
-      }
-      for (int plane = 0; plane < m_Planes; ++plane) {
-        const int samples = plane == 0 ? 16 : 8;
-        const ptrdiff_t stride = m_Picture.GetStride(plane);
-        uint8_t* q = Origin(mbx, mby, mb.field, plane) + pass.firstLine * stride;
-        const SmEdgeParameters e = Parameters(*pass.p, mb, plane, slice);
-        for (int k = 0; k < samples; ++k) {
-          const int strength = strengths[plane == 0 ? k : 2 * k];
-          if (strength != 0) {
-            FilterLine(plane, q + k, pass.lineStep * stride, strength, e);
-          }
-        }
-      }
+      GetEdgeStrengths(*pass.p, Summarise(*pass.p), mb, own, 0, false, strengths);
+      FilterEdge(mbx, mby, *pass.p, mb, slice, 0, false, strengths, pass.firstLine, pass.lineStep);
     }
-    // Inner horizontal edges.
     for (int edge = 1; edge < 4; ++edge) {
-      for (int k = 0; k < 16; ++k) {
-        strengths[k] = GetPairStrength(mb, k / 4, edge - 1, mb, k / 4, edge, false, false);
-      }
-      FilterInnerEdge(mbx, mby, mb, slice, edge, false, strengths);
+      GetEdgeStrengths(mb, own, mb, own, edge, false, strengths);
+      FilterEdge(mbx, mby, mb, mb, slice, edge, false, strengths, 0, ownStep);
     }
   }
 
-  void FilterInnerEdge(uint32_t mbx, uint32_t mby, const SmMacroblockInfo& mb,
-                       const SmSliceFilterParameters& slice, int edge, bool vertical,
-                       const int* strengths) {
-    for (int plane = 0; plane < m_Planes; ++plane) {
-      // The 8x8 transform leaves no luma edges inside its blocks; 4:2:0
-      // chroma has one inner edge, on luma edge 2.
-      if (plane == 0 ? (mb.transform8x8 && edge % 2 == 1) : edge != 2) {
-        continue;
+  // An edge with one macroblock on each side and a strength per quarter:
+  // 4 holds along a whole edge or nowhere. Its q0 samples lie from frame
+  // line firstLine of the macroblock on, lineStep frame lines apart.
+  void FilterEdge(uint32_t mbx, uint32_t mby, const SmMacroblockInfo& p, const SmMacroblockInfo& mb,
+                  const SmSliceFilterParameters& slice, int edge, bool vertical,
+                  const int* strengths, int firstLine, int lineStep) {
+    if ((strengths[0] | strengths[1] | strengths[2] | strengths[3]) == 0) {
+      return;
+    }
+    const bool strongest = strengths[0] == 4;
+    const auto segments = [&](const SmEdgeParameters& e, int8_t* tc0) {
+      for (int k = 0; k < 4; ++k) {
+        tc0[k] = static_cast<int8_t>(strengths[k] == 0 ? -1 : Tc0[e.indexA][strengths[k] - 1]);
       }
-      const int samples = plane == 0 ? 16 : 8;
-      const ptrdiff_t stride = m_Picture.GetStride(plane) * (mb.field ? 2 : 1);
-      const int offset = plane == 0 ? 4 * edge : 4;
-      uint8_t* q = Origin(mbx, mby, mb.field, plane) + (vertical ? offset : offset * stride);
-      const SmEdgeParameters e = Parameters(mb, mb, plane, slice);
-      for (int k = 0; k < samples; ++k) {
-        const int strength = strengths[plane == 0 ? k : 2 * k];
-        if (strength != 0) {
-          FilterLine(plane, vertical ? q + k * stride : q + k, vertical ? 1 : stride, strength, e);
-        }
+    };
+    // The 8x8 transform leaves no luma edges inside its blocks.
+    if (!(mb.transform8x8 && edge % 2 == 1)) {
+      const ptrdiff_t stride = m_Picture.GetStride(0);
+      uint8_t* q = Origin(mbx, mby, mb.field, 0) + firstLine * stride +
+                   (vertical ? 4 * edge : 4 * edge * lineStep * stride);
+      const SmEdgeParameters e = Parameters(p, mb, 0, slice);
+      if (strongest) {
+        (vertical ? NmPrimitives::H264FilterLumaVerticalEdgeIntra
+                  : NmPrimitives::H264FilterLumaHorizontalEdgeIntra)(q, lineStep * stride, e.alpha,
+                                                                     e.beta);
+      } else {
+        int8_t tc0[4];
+        segments(e, tc0);
+        (vertical ? NmPrimitives::H264FilterLumaVerticalEdge
+                  : NmPrimitives::H264FilterLumaHorizontalEdge)(q, lineStep * stride, e.alpha,
+                                                                e.beta, tc0);
+      }
+    }
+    // 4:2:0 chroma has the edges on luma edges 0 and 2.
+    if (!m_Chroma || edge % 2 == 1) {
+      return;
+    }
+    const ptrdiff_t stride = m_Picture.GetStride(1);
+    const ptrdiff_t at = firstLine * stride + (vertical ? 2 * edge : 2 * edge * lineStep * stride);
+    uint8_t* cb = Origin(mbx, mby, mb.field, 1) + at;
+    uint8_t* cr = Origin(mbx, mby, mb.field, 2) + at;
+    int alpha[2], beta[2];
+    int8_t tc0[8];
+    for (int c = 0; c < 2; ++c) {
+      const SmEdgeParameters e = Parameters(p, mb, c + 1, slice);
+      alpha[c] = e.alpha;
+      beta[c] = e.beta;
+      if (!strongest) {
+        segments(e, tc0 + 4 * c);
+      }
+    }
+    if (vertical) {
+      if (strongest) {
+        NmPrimitives::H264FilterChromaVerticalEdgesIntra(cb, cr, lineStep * stride, alpha, beta);
+      } else {
+        NmPrimitives::H264FilterChromaVerticalEdges(cb, cr, lineStep * stride, alpha, beta, tc0);
+      }
+      return;
+    }
+    for (int c = 0; c < 2; ++c) {
+      uint8_t* q = c == 0 ? cb : cr;
+      if (strongest) {
+        NmPrimitives::H264FilterChromaHorizontalEdgeIntra(q, lineStep * stride, alpha[c], beta[c]);
+      } else {
+        NmPrimitives::H264FilterChromaHorizontalEdge(q, lineStep * stride, alpha[c], beta[c],
+                                                     tc0 + 4 * c);
       }
     }
   }
 
-  static void FilterLine(int plane, uint8_t* q, ptrdiff_t step, int strength,
-                         const SmEdgeParameters& e) {
-    if (plane == 0) {
-      FilterLumaLine(q, step, strength, e);
-    } else {
-      FilterChromaLine(q, step, strength, e);
+  // The left edge beside a pair of the other kind: the neighbour of each
+  // line is either macroblock of that pair, by turns beside a field pair,
+  // by halves beside a frame pair. Every line is filtered: such an edge is
+  // an edge of motion at least.
+  void FilterMixedLeftEdge(uint32_t mbx, uint32_t mby, const SmMacroblockInfo* left,
+                           const SmMacroblockInfo& mb, const SmSliceFilterParameters& slice,
+                           bool top) {
+    const int planes = m_Chroma ? 3 : 1;
+    SmEdgeParameters parameters[2][3]; // by macroblock of the left pair and plane
+    for (int bottom = 0; bottom < 2; ++bottom) {
+      for (int plane = 0; plane < planes; ++plane) {
+        parameters[bottom][plane] = Parameters(left[bottom * m_Width], mb, plane, slice);
+      }
     }
+    NmPrimitives::SmH264EdgeLines lines;
+    const auto set = [&lines](int i, int strength, const SmEdgeParameters& e) {
+      lines.alpha[i] = static_cast<uint8_t>(e.alpha);
+      lines.beta[i] = static_cast<uint8_t>(e.beta);
+      lines.strength[i] = static_cast<uint8_t>(strength);
+      lines.tc0[i] = static_cast<int8_t>(strength % 4 != 0 ? Tc0[e.indexA][strength - 1] : 0);
+    };
+    int strengths[16];
+    for (int k = 0; k < 16; ++k) {
+      bool bottom = false;
+      int yM = 0;
+      LocateLeftInPair(mb.field, top, left->field, k, 16, bottom, yM);
+      strengths[k] =
+          GetPairStrength(left[bottom ? m_Width : 0], 3, yM / 4, mb, 0, k / 4, true, true);
+      set(k, strengths[k], parameters[bottom][0]);
+    }
+    const int step = mb.field ? 2 : 1;
+    NmPrimitives::H264FilterLumaVerticalEdgeLines(Origin(mbx, mby, mb.field, 0),
+                                                  step * m_Picture.GetStride(0), lines);
+    if (!m_Chroma) {
+      return;
+    }
+    for (int k = 0; k < 8; ++k) {
+      bool bottom = false;
+      int yM = 0;
+      LocateLeftInPair(mb.field, top, left->field, k, 8, bottom, yM);
+      // A frame macroblock's chroma line beside a field pair takes the
+      // strength of a luma line whose neighbour lies in the same field as
+      // the chroma line's.
+      const int strength = strengths[2 * k + (mb.field ? 0 : k % 2)];
+      set(k, strength, parameters[bottom][1]);
+      set(8 + k, strength, parameters[bottom][2]);
+    }
+    NmPrimitives::H264FilterChromaVerticalEdgesLines(Origin(mbx, mby, mb.field, 1),
+                                                     Origin(mbx, mby, mb.field, 2),
+                                                     step * m_Picture.GetStride(1), lines);
   }
 
   CmPicture& m_Picture;
   const std::vector<SmSliceFilterParameters>& m_Slices;
   const uint32_t m_Width;
   const SmMacroblockInfo* m_Mbs;
-  const int m_Planes;
+  const bool m_Chroma;
 };
 
 // The filter's thresholds for one slice by the average quantiser of the

@@ -7,6 +7,7 @@
 #include <hwy/highway.h>
 
 #include <cstring>
+#include <utility>
 
 #include "Codecs/Primitives/H264Deblock.h"
 
@@ -560,8 +561,196 @@ void ChromaVerticalPairIntraImpl(uint8_t* qCb, uint8_t* qCr, ptrdiff_t stride, c
   ChromaPairAcrossVerticalEdge<true>(qCb, qCr, stride, alpha, beta, nullptr);
 }
 
+// The thresholds of an edge whose lines differ, one lane per line, from
+// `offset` on.
+template <class D> HWY_INLINE hn::Vec<D> LineValues(D d, const uint8_t* values) {
+  return hn::BitCast(
+      d, hn::PromoteTo(hn::RebindToUnsigned<D>(), hn::LoadU(hn::Rebind<uint8_t, D>(), values)));
+}
+
+// Where a line is filtered at all, and of those the lines of strength 4.
+template <class D, class V = hn::Vec<D>>
+HWY_INLINE auto LineMasks(D d, V p1, V p0, V q0, V q1, const SmH264EdgeLines& lines, int offset,
+                          V& alpha, V& beta) {
+  alpha = LineValues(d, lines.alpha + offset);
+  beta = LineValues(d, lines.beta + offset);
+  const V strength = LineValues(d, lines.strength + offset);
+  const auto filter = hn::And(
+      hn::And(hn::Lt(hn::Abs(hn::Sub(p0, q0)), alpha), hn::Lt(hn::Abs(hn::Sub(p1, p0)), beta)),
+      hn::And(hn::Lt(hn::Abs(hn::Sub(q1, q0)), beta), hn::Gt(strength, hn::Zero(d))));
+  return std::pair{filter, hn::And(filter, hn::Eq(strength, hn::Set(d, 4)))};
+}
+
+// Both luma filters at once, each line taking the one its strength asks
+// for: v holds p3 .. q3, of which p2 .. q2 may change.
+template <class D>
+HWY_INLINE bool LumaLinesLanes(D d, hn::Vec<hn::Rebind<uint8_t, D>>* v,
+                               const SmH264EdgeLines& lines, int offset) {
+  const hn::Rebind<uint8_t, D> d8;
+  const hn::RebindToUnsigned<D> du;
+  const auto widen = [&](auto bytes) { return hn::BitCast(d, hn::PromoteTo(du, bytes)); };
+  const auto p3 = widen(v[0]), p2 = widen(v[1]), p1 = widen(v[2]), p0 = widen(v[3]),
+             q0 = widen(v[4]), q1 = widen(v[5]), q2 = widen(v[6]), q3 = widen(v[7]);
+  hn::Vec<D> alpha, b;
+  const auto [filter, intra] = LineMasks(d, p1, p0, q0, q1, lines, offset, alpha, b);
+  if (hn::AllFalse(d, filter)) {
+    return false;
+  }
+  const auto normal = hn::AndNot(intra, filter);
+  const auto one = hn::Set(d, 1), two = hn::Set(d, 2), four = hn::Set(d, 4);
+  const auto ap = hn::Lt(hn::Abs(hn::Sub(p2, p0)), b);
+  const auto aq = hn::Lt(hn::Abs(hn::Sub(q2, q0)), b);
+  // Normal filter.
+  const auto t0 = LoadTc0(d, lines.tc0 + offset);
+  const auto tc = hn::Add(hn::Add(t0, hn::IfThenElseZero(ap, one)), hn::IfThenElseZero(aq, one));
+  const auto delta = Delta(p1, p0, q0, q1, tc);
+  const auto mean = hn::ShiftRight<1>(hn::Add(hn::Add(p0, q0), one));
+  const auto clipTc0 = [&](auto x) { return hn::Min(hn::Max(x, hn::Neg(t0)), t0); };
+  const auto p1Normal =
+      hn::Add(p1, clipTc0(hn::ShiftRight<1>(hn::Sub(hn::Add(p2, mean), hn::ShiftLeft<1>(p1)))));
+  const auto q1Normal =
+      hn::Add(q1, clipTc0(hn::ShiftRight<1>(hn::Sub(hn::Add(q2, mean), hn::ShiftLeft<1>(q1)))));
+  // Strong filter.
+  const auto close = hn::Lt(hn::Abs(hn::Sub(p0, q0)), hn::Add(hn::ShiftRight<2>(alpha), two));
+  const auto pStrong = hn::And(hn::And(intra, close), ap);
+  const auto qStrong = hn::And(hn::And(intra, close), aq);
+  const auto pq0 = hn::Add(p0, q0);
+  const auto p0Strong = hn::ShiftRight<3>(
+      hn::Add(hn::Add(hn::Add(p2, hn::ShiftLeft<1>(hn::Add(p1, pq0))), q1), four));
+  const auto p1Strong = hn::ShiftRight<2>(hn::Add(hn::Add(hn::Add(p2, p1), pq0), two));
+  const auto p2Strong = hn::ShiftRight<3>(hn::Add(
+      hn::Add(hn::Add(hn::ShiftLeft<1>(p3), hn::Mul(p2, hn::Set(d, 3))), hn::Add(p1, pq0)), four));
+  const auto p0Weak =
+      hn::ShiftRight<2>(hn::Add(hn::Add(hn::ShiftLeft<1>(p1), p0), hn::Add(q1, two)));
+  const auto q0Strong = hn::ShiftRight<3>(
+      hn::Add(hn::Add(hn::Add(p1, hn::ShiftLeft<1>(hn::Add(q1, pq0))), q2), four));
+  const auto q1Strong = hn::ShiftRight<2>(hn::Add(hn::Add(hn::Add(q2, q1), pq0), two));
+  const auto q2Strong = hn::ShiftRight<3>(hn::Add(
+      hn::Add(hn::Add(hn::ShiftLeft<1>(q3), hn::Mul(q2, hn::Set(d, 3))), hn::Add(q1, pq0)), four));
+  const auto q0Weak =
+      hn::ShiftRight<2>(hn::Add(hn::Add(hn::ShiftLeft<1>(q1), q0), hn::Add(p1, two)));
+  const auto narrow = [&](auto x) { return hn::DemoteTo(d8, x); };
+  v[1] = narrow(hn::IfThenElse(pStrong, p2Strong, p2));
+  v[2] =
+      narrow(hn::IfThenElse(pStrong, p1Strong, hn::IfThenElse(hn::And(normal, ap), p1Normal, p1)));
+  v[3] = narrow(hn::IfThenElse(
+      pStrong, p0Strong,
+      hn::IfThenElse(intra, p0Weak, hn::IfThenElse(normal, hn::Add(p0, delta), p0))));
+  v[4] = narrow(hn::IfThenElse(
+      qStrong, q0Strong,
+      hn::IfThenElse(intra, q0Weak, hn::IfThenElse(normal, hn::Sub(q0, delta), q0))));
+  v[5] =
+      narrow(hn::IfThenElse(qStrong, q1Strong, hn::IfThenElse(hn::And(normal, aq), q1Normal, q1)));
+  v[6] = narrow(hn::IfThenElse(qStrong, q2Strong, q2));
+  return true;
+}
+
+struct SmLinesFilter {
+  const SmH264EdgeLines* lines;
+  template <class D, class V> HWY_INLINE bool operator()(D d, V* v, int offset) const {
+    return LumaLinesLanes(d, v, *lines, offset);
+  }
+};
+
+void LumaVerticalLinesImpl(uint8_t* q, ptrdiff_t stride, const SmH264EdgeLines& lines) {
+  V8 columns[8];
+  LoadColumns(q, stride, columns);
+  if (OnSixteenLanes<8>(columns, SmLinesFilter{&lines})) {
+    StoreColumns<8>(columns, q - 4, stride);
+  }
+}
+
+// New p0 and q0 of chroma lines, each by its strength.
+template <class D, class V8x>
+HWY_INLINE void ChromaLinesLanes(D d, V8x p1, V8x p0, V8x q0, V8x q1, const SmH264EdgeLines& lines,
+                                 int offset, V8x& p0Out, V8x& q0Out) {
+  const hn::Rebind<uint8_t, D> d8;
+  const hn::RebindToUnsigned<D> du;
+  const auto widen = [&](auto bytes) { return hn::BitCast(d, hn::PromoteTo(du, bytes)); };
+  const auto sp1 = widen(p1), sp0 = widen(p0), sq0 = widen(q0), sq1 = widen(q1);
+  hn::Vec<D> alpha, beta;
+  const auto [filter, intra] = LineMasks(d, sp1, sp0, sq0, sq1, lines, offset, alpha, beta);
+  const auto normal = hn::AndNot(intra, filter);
+  const auto two = hn::Set(d, 2);
+  const auto t0 = LoadTc0(d, lines.tc0 + offset);
+  const auto delta = Delta(sp1, sp0, sq0, sq1, hn::Add(t0, hn::Set(d, 1)));
+  const auto p0Weak =
+      hn::ShiftRight<2>(hn::Add(hn::Add(hn::ShiftLeft<1>(sp1), sp0), hn::Add(sq1, two)));
+  const auto q0Weak =
+      hn::ShiftRight<2>(hn::Add(hn::Add(hn::ShiftLeft<1>(sq1), sq0), hn::Add(sp1, two)));
+  p0Out = hn::DemoteTo(
+      d8, hn::IfThenElse(intra, p0Weak, hn::IfThenElse(normal, hn::Add(sp0, delta), sp0)));
+  q0Out = hn::DemoteTo(
+      d8, hn::IfThenElse(intra, q0Weak, hn::IfThenElse(normal, hn::Sub(sq0, delta), sq0)));
+}
+
+// Eight lines of p1 .. q1 of each chroma plane as four vectors of 16 lanes,
+// one per distance from the edge, Cb's lines first; all in registers.
+HWY_INLINE void LoadChromaPairColumns(const uint8_t* qCb, const uint8_t* qCr, ptrdiff_t stride,
+                                      V8* columns) {
+  const D8 d8;
+  const D64x2 d64;
+  const auto rows = [&](const uint8_t* q, int i) {
+    const auto word = [&](int r) {
+      uint32_t value;
+      std::memcpy(&value, q + r * stride - 2, 4);
+      return uint64_t{value};
+    };
+    return hn::BitCast(d8, hn::InterleaveLower(d64, hn::Set(d64, word(i) | word(i + 1) << 32),
+                                               hn::Set(d64, word(i + 2) | word(i + 3) << 32)));
+  };
+  const V8 v0 = rows(qCb, 0), v1 = rows(qCb, 4), v2 = rows(qCr, 0), v3 = rows(qCr, 4);
+  const V8 a0 = hn::InterleaveLower(d8, v0, v1), a1 = hn::InterleaveUpper(d8, v0, v1);
+  const V8 a2 = hn::InterleaveLower(d8, v2, v3), a3 = hn::InterleaveUpper(d8, v2, v3);
+  const V8 b0 = hn::InterleaveLower(d8, a0, a1), b1 = hn::InterleaveUpper(d8, a0, a1);
+  const V8 b2 = hn::InterleaveLower(d8, a2, a3), b3 = hn::InterleaveUpper(d8, a2, a3);
+  const V8 c0 = hn::InterleaveLower(d8, b0, b1), c1 = hn::InterleaveUpper(d8, b0, b1);
+  const V8 c2 = hn::InterleaveLower(d8, b2, b3), c3 = hn::InterleaveUpper(d8, b2, b3);
+  columns[0] = ZipLower<uint64_t>(c0, c2);
+  columns[1] = ZipUpper<uint64_t>(c0, c2);
+  columns[2] = ZipLower<uint64_t>(c1, c3);
+  columns[3] = ZipUpper<uint64_t>(c1, c3);
+}
+
+void ChromaVerticalLinesImpl(uint8_t* qCb, uint8_t* qCr, ptrdiff_t stride,
+                             const SmH264EdgeLines& lines) {
+  const D8 d8;
+  V8 c[4];
+  LoadChromaPairColumns(qCb, qCr, stride, c);
+  V8 p0All, q0All;
+  if constexpr (hn::MaxLanes(Tag<16>()) >= 16) {
+    ChromaLinesLanes(Tag<16>(), c[0], c[1], c[2], c[3], lines, 0, p0All, q0All);
+  } else {
+    const hn::Half<D8> d8h;
+    hn::Vec<hn::Half<D8>> p0New[2], q0New[2];
+    for (int half = 0; half < 2; ++half) {
+      const auto part = [&](V8 v) {
+        return half == 0 ? hn::LowerHalf(d8h, v) : hn::UpperHalf(d8h, v);
+      };
+      ChromaLinesLanes(Tag<8>(), part(c[0]), part(c[1]), part(c[2]), part(c[3]), lines, 8 * half,
+                       p0New[half], q0New[half]);
+    }
+    p0All = hn::Combine(d8, p0New[1], p0New[0]);
+    q0All = hn::Combine(d8, q0New[1], q0New[0]);
+  }
+  HWY_ALIGN uint8_t pairs[16 * 2];
+  hn::Store(hn::InterleaveLower(d8, p0All, q0All), d8, pairs);
+  hn::Store(hn::InterleaveUpper(d8, p0All, q0All), d8, pairs + 16);
+  for (int i = 0; i < 8; ++i) {
+    std::memcpy(qCb + i * stride - 1, pairs + 2 * i, 2);
+    std::memcpy(qCr + i * stride - 1, pairs + 16 + 2 * i, 2);
+  }
+}
+
 #else
 // One lane a vector gains nothing: the scalar target runs the plain loops.
+void LumaVerticalLinesImpl(uint8_t* q, ptrdiff_t stride, const SmH264EdgeLines& lines) {
+  NmReference::H264FilterLumaVerticalEdgeLines(q, stride, lines);
+}
+void ChromaVerticalLinesImpl(uint8_t* qCb, uint8_t* qCr, ptrdiff_t stride,
+                             const SmH264EdgeLines& lines) {
+  NmReference::H264FilterChromaVerticalEdgesLines(qCb, qCr, stride, lines);
+}
 void ChromaVerticalPairImpl(uint8_t* qCb, uint8_t* qCr, ptrdiff_t stride, const int* alpha,
                             const int* beta, const int8_t* tc0) {
   NmReference::H264FilterChromaVerticalEdges(qCb, qCr, stride, alpha, beta, tc0);
@@ -777,6 +966,18 @@ HWY_EXPORT(MotionEdgesImpl);
 void H264GetMotionEdges(const SmH264Motion& q, const SmH264Motion& left, const SmH264Motion& top,
                         int list, int verticalLimit, uint16_t* edges) {
   HWY_DYNAMIC_DISPATCH(MotionEdgesImpl)(q, left, top, list, verticalLimit, edges);
+}
+
+HWY_EXPORT(LumaVerticalLinesImpl);
+HWY_EXPORT(ChromaVerticalLinesImpl);
+
+void H264FilterLumaVerticalEdgeLines(uint8_t* q, ptrdiff_t stride, const SmH264EdgeLines& lines) {
+  HWY_DYNAMIC_DISPATCH(LumaVerticalLinesImpl)(q, stride, lines);
+}
+
+void H264FilterChromaVerticalEdgesLines(uint8_t* qCb, uint8_t* qCr, ptrdiff_t stride,
+                                        const SmH264EdgeLines& lines) {
+  HWY_DYNAMIC_DISPATCH(ChromaVerticalLinesImpl)(qCb, qCr, stride, lines);
 }
 
 void H264FilterChromaVerticalEdges(uint8_t* qCb, uint8_t* qCr, ptrdiff_t stride, const int* alpha,

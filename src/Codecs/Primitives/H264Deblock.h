@@ -60,6 +60,22 @@ struct SmH264Motion {
 void H264GetMotionEdges(const SmH264Motion& q, const SmH264Motion& left, const SmH264Motion& top,
                         int list, int verticalLimit, uint16_t* edges);
 
+// A vertical edge whose lines differ in strength and thresholds: beside a
+// macroblock pair of the other kind (frame lines beside field lines) the
+// neighbour changes from line to line. Line i filters with alpha[i] and
+// beta[i] at strength[i]: 0 leaves it alone, 4 is the strong filter, 1 to 3
+// the normal one with tc0[i]. Luma has 16 lines; the chroma form takes
+// eight lines of each plane, Cb's first.
+struct SmH264EdgeLines {
+  uint8_t alpha[16];
+  uint8_t beta[16];
+  uint8_t strength[16];
+  int8_t tc0[16];
+};
+void H264FilterLumaVerticalEdgeLines(uint8_t* q, ptrdiff_t stride, const SmH264EdgeLines& lines);
+void H264FilterChromaVerticalEdgesLines(uint8_t* qCb, uint8_t* qCr, ptrdiff_t stride,
+                                        const SmH264EdgeLines& lines);
+
 namespace NmReference {
 void H264FilterLumaVerticalEdge(uint8_t* q, ptrdiff_t stride, int alpha, int beta,
                                 const int8_t* tc0);
@@ -79,6 +95,10 @@ void H264FilterChromaVerticalEdgesIntra(uint8_t* qCb, uint8_t* qCr, ptrdiff_t st
                                         const int* alpha, const int* beta);
 void H264GetMotionEdges(const SmH264Motion& q, const SmH264Motion& left, const SmH264Motion& top,
                         int list, int verticalLimit, uint16_t* edges);
+
+void H264FilterLumaVerticalEdgeLines(uint8_t* q, ptrdiff_t stride, const SmH264EdgeLines& lines);
+void H264FilterChromaVerticalEdgesLines(uint8_t* qCb, uint8_t* qCr, ptrdiff_t stride,
+                                        const SmH264EdgeLines& lines);
 } // namespace NmReference
 
 } // namespace NmPrimitives

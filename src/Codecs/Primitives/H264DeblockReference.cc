@@ -200,4 +200,25 @@ void H264GetMotionEdges(const SmH264Motion& q, const SmH264Motion& left, const S
   edges[1] = static_cast<uint16_t>(horizontal);
 }
 
+void H264FilterLumaVerticalEdgeLines(uint8_t* q, ptrdiff_t stride, const SmH264EdgeLines& lines) {
+  for (int i = 0; i < 16; ++i) {
+    const int strength = lines.strength[i];
+    if (strength != 0) {
+      FilterLuma(q + i * stride, 1, lines.alpha[i], lines.beta[i],
+                 strength == 4 ? -1 : lines.tc0[i]);
+    }
+  }
+}
+
+void H264FilterChromaVerticalEdgesLines(uint8_t* qCb, uint8_t* qCr, ptrdiff_t stride,
+                                        const SmH264EdgeLines& lines) {
+  for (int i = 0; i < 16; ++i) {
+    const int strength = lines.strength[i];
+    if (strength != 0) {
+      FilterChroma((i < 8 ? qCb : qCr) + (i % 8) * stride, 1, lines.alpha[i], lines.beta[i],
+                   strength == 4 ? -1 : lines.tc0[i]);
+    }
+  }
+}
+
 } // namespace NmPrimitives::NmReference
