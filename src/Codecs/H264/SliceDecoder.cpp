@@ -459,17 +459,43 @@ bool CmSliceDecoder::DecodeIntraMacroblock(CmBitReader& reader, uint32_t mbType,
     mb.transform8x8 = m_Pps->transform8x8Mode && ReadTransform8x8Flag(reader);
     mb.kind = mb.transform8x8 ? MbI8x8 : MbI4x4;
     const int step = mb.transform8x8 ? 4 : 1;
+    // Outside pairs the modes of the blocks left of and above each block
+    // come from a grid whose border holds the neighbours' (-1 where a
+    // neighbour cannot be used), filled once per macroblock; in a frame of
+    // pairs Locate finds them block by block.
+    int8_t modes[5 * 5] = {};
+    if (!m_Mbaff) {
+      const SmNeighbours n = GetNeighbours(address);
+      const auto border = [this](const SmMacroblockInfo* info, int x, int y) -> int8_t {
+        if (info == nullptr || (!IsIntra(info->kind) && m_Pps->constrainedIntraPred)) {
+          return -1;
+        }
+        return info->kind == MbI4x4 || info->kind == MbI8x8 ? info->intraModes[x + 4 * y] : 2;
+      };
+      for (int i = 0; i < 4; ++i) {
+        modes[i + 1] = border(n.top, i, 3);
+        modes[(i + 1) * 5] = border(n.left, 3, i);
+      }
+    }
     for (int blk = 0; blk < 16; blk += step) {
       const int x = BlockX[blk];
       const int y = BlockY[blk];
-      const int predicted = PredictIntraMode(address, x, y);
+      int predicted = 0;
+      if (m_Mbaff) {
+        predicted = PredictIntraMode(address, x, y);
+      } else {
+        const int left = modes[(y + 1) * 5 + x], top = modes[y * 5 + x + 1];
+        predicted = left < 0 || top < 0 ? 2 : std::min(left, top);
+      }
       int mode = predicted;
       if (!ReadPrevIntraPredFlag(reader)) {
         const int remaining = ReadRemIntraPred(reader);
         mode = remaining < predicted ? remaining : remaining + 1;
       }
       for (int sub = 0; sub < step; ++sub) {
-        mb.intraModes[BlockX[blk + sub] + 4 * BlockY[blk + sub]] = static_cast<int8_t>(mode);
+        const int sx = BlockX[blk + sub], sy = BlockY[blk + sub];
+        mb.intraModes[sx + 4 * sy] = static_cast<int8_t>(mode);
+        modes[(sy + 1) * 5 + sx + 1] = static_cast<int8_t>(mode);
       }
     }
   }
