@@ -400,9 +400,9 @@ constexpr int32_t SuffixThreshold[7] = {3, 3, 6, 12, 24, 48, INT32_MAX};
 // longer than the bits has length 0 and is read by counting.
 constexpr int LevelBits = 8;
 struct SmLevelEntry {
-  int16_t level;
   uint8_t length;
   uint8_t nextSuffixLength;
+  int16_t level;
 };
 using SmLevelTable = std::array<std::array<SmLevelEntry, 1 << LevelBits>, 7>;
 
@@ -419,10 +419,10 @@ constexpr SmLevelTable MakeLevelTable() {
       const int levelCode = (prefix << suffixLength) + suffix;
       const int magnitude = (levelCode >> 1) + 1;
       table[static_cast<size_t>(suffixLength)][static_cast<size_t>(bits)] =
-          SmLevelEntry{static_cast<int16_t>(levelCode % 2 == 0 ? magnitude : -magnitude),
-                       static_cast<uint8_t>(length),
+          SmLevelEntry{static_cast<uint8_t>(length),
                        static_cast<uint8_t>(NextSuffixLength[suffixLength] +
-                                            (magnitude > SuffixThreshold[suffixLength] ? 1 : 0))};
+                                            (magnitude > SuffixThreshold[suffixLength] ? 1 : 0)),
+                       static_cast<int16_t>(levelCode % 2 == 0 ? magnitude : -magnitude)};
     }
   }
   return table;
@@ -539,9 +539,9 @@ template <bool ChromaDc>
     // ones it cannot be +-1, so its code counts from +-2: one more in
     // magnitude than the same code elsewhere.
     const int bump = trailingOnes < 3 ? 1 : 0;
-    const int suffixLength = totalCoeff > 10 ? bump : 0;
+    const int suffixLength = static_cast<int>(static_cast<unsigned>(10 - totalCoeff) >> 31) & bump;
     const SmLevelEntry entry =
-        LevelTable[static_cast<size_t>(suffixLength)][window.PeekFilled() >> (32 - LevelBits)];
+        LevelTable[static_cast<size_t>(suffixLength)][window.PeekIndex<LevelBits>()];
     int level = entry.level;
     if (entry.length != 0) [[likely]] {
       window.Skip(entry.length);
@@ -553,8 +553,8 @@ template <bool ChromaDc>
     // suffixLength was 0 or 1, whose threshold is 3.
     int nextSuffixLength = static_cast<unsigned>(level + 3) > 6 ? 2 : 1;
     for (int i = trailingOnes + 1; i < totalCoeff; ++i) {
-      const SmLevelEntry next = LevelTable[static_cast<size_t>(nextSuffixLength)]
-                                          [window.Peek<LevelBits>() >> (32 - LevelBits)];
+      const SmLevelEntry next =
+          LevelTable[static_cast<size_t>(nextSuffixLength)][window.PeekIndex<LevelBits>()];
       int value = next.level;
       if (next.length != 0) [[likely]] {
         window.Skip(next.length);
@@ -592,12 +592,11 @@ template <bool ChromaDc>
   coefficients[startIdx + totalCoeff - 1] = 0;
   coefficients[position] = reversed[15];
   for (int i = 1; i < totalCoeff && zerosLeft > 0; ++i) {
-    const uint32_t bits = window.Peek<11>();
-    unsigned entry = RunBeforeTable[static_cast<size_t>(zerosLeft)][bits >> 29];
+    unsigned entry = RunBeforeTable[static_cast<size_t>(zerosLeft)][window.PeekIndex<3>()];
     if (entry == RunEscape) [[unlikely]] {
       // zerosLeft above 6: runs from 7 on are three zeros and more, then a
       // one.
-      const int zeros = std::countl_zero(bits | 1);
+      const int zeros = std::countl_zero(window.Peek<11>() | 1);
       if (zeros > 10 || zeros + 4 > zerosLeft) {
         return -1;
       }
