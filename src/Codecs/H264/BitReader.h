@@ -170,6 +170,15 @@ public:
   // The next 32 bits as they are, where the caller knows how many are
   // valid: 57 less those taken since the last refill.
   uint32_t PeekFilled() const { return static_cast<uint32_t>((m_Bits << m_Used) >> 32); }
+  // The next Count bits as a number, for a table indexed by them: one
+  // shift less than taking them from Peek().
+  template <unsigned Count> uint32_t PeekIndex() {
+    static_assert(Count > 0 && Count <= 32);
+    if (m_Used > 57 - Count) [[unlikely]] {
+      Refill();
+    }
+    return static_cast<uint32_t>((m_Bits << m_Used) >> (64 - Count));
+  }
   void Skip(unsigned count) { m_Used += count; }
   // 1 to 32 bits.
   uint32_t Read(unsigned count) {

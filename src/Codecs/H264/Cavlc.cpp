@@ -4,6 +4,7 @@
 #include <array>
 #include <bit>
 #include <cstdint>
+#include <cstdlib>
 #include <stdexcept>
 
 namespace NmH264 {
@@ -357,19 +358,26 @@ inline uint32_t LookUp(int set, uint32_t bits) {
                            ((bits << zeros) >> (32 - shape.width))];
 }
 
-// run_before by zerosLeft (1 to 6, and 7 for more) and the next three bits:
-// run << 4 | code length, 0 for the longer codes of zerosLeft above 6, which
-// are a count of zeros.
-constexpr std::array<std::array<uint8_t, 8>, 7> MakeRunBeforeTable() {
-  std::array<std::array<uint8_t, 8>, 7> table{};
-  for (size_t z = 0; z < 7; ++z) {
+// run_before by zerosLeft (0 to 15, all above 6 alike) and the next three
+// bits: run << 4 | code length, RunEscape for the longer codes of zerosLeft
+// above 6, which are a count of zeros. No code of a row gives a run above
+// its zerosLeft but those longer ones.
+constexpr uint8_t RunEscape = 0xFF;
+
+constexpr std::array<std::array<uint8_t, 8>, 16> MakeRunBeforeTable() {
+  std::array<std::array<uint8_t, 8>, 16> table{};
+  for (size_t zerosLeft = 7; zerosLeft < 16; ++zerosLeft) {
+    table[zerosLeft][0] = RunEscape;
+  }
+  for (size_t zerosLeft = 1; zerosLeft < 16; ++zerosLeft) {
+    const size_t z = std::min<size_t>(zerosLeft, 7) - 1;
     for (int run = 0; run < 15 && NmCavlcTables::RunBeforeRows[z][run] != nullptr; ++run) {
       SmCodeSet set;
       set.Add(NmCavlcTables::RunBeforeRows[z][run], run);
       const SmCode& code = set.codes[0];
       if (code.length <= 3) {
         for (unsigned k = 0; k < 1u << (3 - code.length); ++k) {
-          table[z][(unsigned{code.value} << (3 - code.length)) + k] =
+          table[zerosLeft][(unsigned{code.value} << (3 - code.length)) + k] =
               static_cast<uint8_t>(run << 4 | code.length);
         }
       }
@@ -378,19 +386,57 @@ constexpr std::array<std::array<uint8_t, 8>, 7> MakeRunBeforeTable() {
   return table;
 }
 
-constexpr std::array<std::array<uint8_t, 8>, 7> RunBeforeTable = MakeRunBeforeTable();
+constexpr std::array<std::array<uint8_t, 8>, 16> RunBeforeTable = MakeRunBeforeTable();
 
 // The next suffixLength after a level, by the current one: at least 1, and
 // one more when the level's magnitude exceeds the threshold.
 constexpr int8_t NextSuffixLength[7] = {1, 1, 2, 3, 4, 5, 6};
 constexpr int32_t SuffixThreshold[7] = {3, 3, 6, 12, 24, 48, INT32_MAX};
 
+// The usual level is one table read by suffixLength and the next LevelBits
+// bits, which gives the level, its code's length and the suffixLength
+// after it: no count of zeros, no arithmetic and no update of
+// suffixLength on the path that every level of a block waits for. A code
+// longer than the bits has length 0 and is read by counting.
+constexpr int LevelBits = 8;
+struct SmLevelEntry {
+  uint8_t length;
+  uint8_t nextSuffixLength;
+  int16_t level;
+};
+using SmLevelTable = std::array<std::array<SmLevelEntry, 1 << LevelBits>, 7>;
+
+constexpr SmLevelTable MakeLevelTable() {
+  SmLevelTable table{};
+  for (int suffixLength = 0; suffixLength < 7; ++suffixLength) {
+    for (int bits = 0; bits < 1 << LevelBits; ++bits) {
+      const int prefix = std::countl_zero(static_cast<uint8_t>(bits));
+      const int length = prefix + 1 + suffixLength;
+      if (length > LevelBits) {
+        continue;
+      }
+      const int suffix = bits >> (LevelBits - length) & ((1 << suffixLength) - 1);
+      const int levelCode = (prefix << suffixLength) + suffix;
+      const int magnitude = (levelCode >> 1) + 1;
+      table[static_cast<size_t>(suffixLength)][static_cast<size_t>(bits)] =
+          SmLevelEntry{static_cast<uint8_t>(length),
+                       static_cast<uint8_t>(NextSuffixLength[suffixLength] +
+                                            (magnitude > SuffixThreshold[suffixLength] ? 1 : 0)),
+                       static_cast<int16_t>(levelCode % 2 == 0 ? magnitude : -magnitude)};
+    }
+  }
+  return table;
+}
+
+constexpr SmLevelTable LevelTable = MakeLevelTable();
+
 // coeff_token's class by nC, for nC from -1 to 16.
 constexpr uint8_t CoeffTokenClass[18] = {4, 0, 0, 1, 1, 2, 2, 2, 2, 3, 3, 3, 3, 3, 3, 3, 3, 3};
 
 // A level whose prefix is 14 or more: the escapes, with suffixes of up to
 // 28 bits. levelCode lacks the adjustment of the first level.
-int ReadEscapedLevel(CmBitCursor& window, int prefix, int suffixLength, int64_t& levelCode) {
+[[gnu::always_inline]] inline int ReadEscapedLevel(CmBitCursor& window, int prefix,
+                                                   int suffixLength, int64_t& levelCode) {
   int suffixSize = suffixLength;
   if (prefix == 14 && suffixLength == 0) {
     suffixSize = 4;
@@ -409,6 +455,47 @@ int ReadEscapedLevel(CmBitCursor& window, int prefix, int suffixLength, int64_t&
     levelCode += (int64_t{1} << (prefix - 3)) - 4096;
   }
   return 0;
+}
+
+// A level whose code is longer than the table's bits, with adjust added to
+// its levelCode; false for damage. A code of a prefix below 14 has at most
+// 20 bits, which the window holds; the escapes need the whole window.
+[[gnu::always_inline]] inline bool ReadLongLevel(CmBitCursor& window, int suffixLength, int adjust,
+                                                 int& level) {
+  const uint32_t bits = window.Peek();
+  int levelCode = 0;
+  int prefix = std::countl_zero(bits | 1);
+  if (prefix < 14) {
+    // The prefix's zeros, its one and the suffix read as a number are
+    // 2^suffixLength + level_suffix.
+    const int length = prefix + 1 + suffixLength;
+    window.Skip(static_cast<unsigned>(length));
+    levelCode = (prefix << suffixLength) + static_cast<int>(bits >> (32 - length)) -
+                (1 << suffixLength) + adjust;
+  } else {
+    // A prefix that fills the window gives a level beyond 16 bits in any
+    // case, which is damage.
+    if (bits == 0) {
+      return false;
+    }
+    prefix = std::countl_zero(bits);
+    window.Skip(static_cast<unsigned>(prefix) + 1);
+    int64_t escaped = 0;
+    if (ReadEscapedLevel(window, prefix, suffixLength, escaped) < 0) {
+      return false;
+    }
+    escaped += adjust;
+    // Coefficients of 8-bit video fit 16 bits; larger ones are damage:
+    // above 32767 for even codes, below -32768 for odd ones.
+    if (escaped > (escaped % 2 == 0 ? 65532 : 65535)) {
+      return false;
+    }
+    levelCode = static_cast<int>(escaped);
+  }
+  // Even codes are positive levels, odd ones negative.
+  const int magnitude = (levelCode >> 1) + 1;
+  level = (levelCode & 1) != 0 ? -magnitude : magnitude;
+  return true;
 }
 
 // One block; ChromaDc picks the total_zeros tables of the 2x2 chroma DC.
@@ -446,54 +533,41 @@ template <bool ChromaDc>
   for (int i = 0; i < 3; ++i) {
     reversed[15 - i] = static_cast<int16_t>(1 - 2 * static_cast<int>(signs >> (2 - i) & 1));
   }
-  int suffixLength = totalCoeff > 10 && trailingOnes < 3 ? 1 : 0;
-  // The first level after fewer than three trailing ones cannot be +-1, so
-  // its code counts from +-2.
-  int adjust = trailingOnes < 3 ? 2 : 0;
-  for (int i = trailingOnes; i < totalCoeff; ++i) {
-    // level_prefix: the number of zeros before a one, counted at once. A
-    // code of a prefix below 14 has at most 20 bits; the first level's
-    // lie within the 38 left after a coeff_token of at most 16 bits and
-    // three signs.
-    const uint32_t bits = i == trailingOnes ? window.PeekFilled() : window.Peek<20>();
-    int prefix = std::countl_zero(bits | 1);
-    int levelCode = 0;
-    if (prefix < 14) [[likely]] {
-      // The prefix's zeros, its one and the suffix read as a number are
-      // 2^suffixLength + level_suffix.
-      const int length = prefix + 1 + suffixLength;
-      window.Skip(static_cast<unsigned>(length));
-      levelCode = (prefix << suffixLength) + static_cast<int>(bits >> (32 - length)) -
-                  (1 << suffixLength) + adjust;
-    } else {
-      // The escapes need the whole window. A prefix that fills it gives a
-      // level beyond 16 bits in any case, which is damage.
-      const uint32_t whole = window.Peek();
-      if (whole == 0) {
-        return -1;
-      }
-      prefix = std::countl_zero(whole);
-      window.Skip(static_cast<unsigned>(prefix) + 1);
-      int64_t escaped = 0;
-      if (ReadEscapedLevel(window, prefix, suffixLength, escaped) < 0) {
-        return -1;
-      }
-      escaped += adjust;
-      // Coefficients of 8-bit video fit 16 bits; larger ones are damage:
-      // above 32767 for even codes, below -32768 for odd ones.
-      if (escaped > (escaped % 2 == 0 ? 65532 : 65535)) {
-        return -1;
-      }
-      levelCode = static_cast<int>(escaped);
+  if (trailingOnes < totalCoeff) {
+    // The first level lies within the 38 bits left after a coeff_token of
+    // at most 16 bits and three signs. After fewer than three trailing
+    // ones it cannot be +-1, so its code counts from +-2: one more in
+    // magnitude than the same code elsewhere.
+    const int bump = trailingOnes < 3 ? 1 : 0;
+    const int suffixLength = static_cast<int>(static_cast<unsigned>(10 - totalCoeff) >> 31) & bump;
+    const SmLevelEntry entry =
+        LevelTable[static_cast<size_t>(suffixLength)][window.PeekIndex<LevelBits>()];
+    int level = entry.level;
+    if (entry.length != 0) [[likely]] {
+      window.Skip(entry.length);
+      level += (level >> 31 | 1) & -bump;
+    } else if (!ReadLongLevel(window, suffixLength, 2 * bump, level)) {
+      return -1;
     }
-    adjust = 0;
-    // Even codes are positive levels, odd ones negative.
-    const int magnitude = (levelCode >> 1) + 1;
-    const int sign = -(levelCode & 1);
-    reversed[15 - i] = static_cast<int16_t>((magnitude ^ sign) - sign);
-    // By tables rather than branches, which would guess badly.
-    suffixLength = NextSuffixLength[suffixLength] +
-                   static_cast<int>(magnitude > SuffixThreshold[suffixLength]);
+    reversed[15 - trailingOnes] = static_cast<int16_t>(level);
+    // suffixLength was 0 or 1, whose threshold is 3.
+    int nextSuffixLength = static_cast<unsigned>(level + 3) > 6 ? 2 : 1;
+    for (int i = trailingOnes + 1; i < totalCoeff; ++i) {
+      const SmLevelEntry next =
+          LevelTable[static_cast<size_t>(nextSuffixLength)][window.PeekIndex<LevelBits>()];
+      int value = next.level;
+      if (next.length != 0) [[likely]] {
+        window.Skip(next.length);
+        nextSuffixLength = next.nextSuffixLength;
+      } else {
+        if (!ReadLongLevel(window, nextSuffixLength, 0, value)) {
+          return -1;
+        }
+        nextSuffixLength = NextSuffixLength[nextSuffixLength] +
+                           static_cast<int>(std::abs(value) > SuffixThreshold[nextSuffixLength]);
+      }
+      reversed[15 - i] = static_cast<int16_t>(value);
+    }
   }
   int zerosLeft = 0;
   if (totalCoeff < numCoeff) {
@@ -518,21 +592,17 @@ template <bool ChromaDc>
   coefficients[startIdx + totalCoeff - 1] = 0;
   coefficients[position] = reversed[15];
   for (int i = 1; i < totalCoeff && zerosLeft > 0; ++i) {
-    const uint32_t bits = window.Peek<11>();
-    unsigned entry = RunBeforeTable[static_cast<size_t>(std::min(zerosLeft, 7) - 1)][bits >> 29];
-    if (entry == 0) {
+    unsigned entry = RunBeforeTable[static_cast<size_t>(zerosLeft)][window.PeekIndex<3>()];
+    if (entry == RunEscape) [[unlikely]] {
       // zerosLeft above 6: runs from 7 on are three zeros and more, then a
       // one.
-      const int zeros = std::countl_zero(bits | 1);
-      if (zeros > 10) {
+      const int zeros = std::countl_zero(window.Peek<11>() | 1);
+      if (zeros > 10 || zeros + 4 > zerosLeft) {
         return -1;
       }
       entry = static_cast<unsigned>((zeros + 4) << 4 | (zeros + 1));
     }
     const int run = static_cast<int>(entry >> 4);
-    if (run > zerosLeft) {
-      return -1;
-    }
     window.Skip(entry & 15);
     zerosLeft -= run;
     position -= run + 1;

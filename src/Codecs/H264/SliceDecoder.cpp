@@ -316,23 +316,39 @@ bool CmSliceDecoder::ReadResidual(CmBitReader& reader, uint32_t address, bool in
   // blocks beside it on the left (column 0) and above (row 0), which are
   // located once per macroblock rather than once per block. size: the
   // plane's width of the macroblock in samples; grid: (size / 4 + 1)^2.
+  // Outside pairs the neighbours are the macroblocks beside and above,
+  // found once for luma and chroma alike; in a frame of pairs each row on
+  // the left may lie in another macroblock or field line.
+  const SmMacroblockInfo* topMb = nullptr;
+  const SmMacroblockInfo* leftMb = nullptr;
+  if (!m_Mbaff) {
+    uint32_t x = 0, y = 0;
+    GetPosition(address, x, y);
+    const SmMacroblockInfo* mbs = m_Picture->GetMacroblocks();
+    const uint32_t width = m_Picture->GetWidthInMbs();
+    topMb = y > 0 && IsAvailable(mbs + address - width) ? mbs + address - width : nullptr;
+    leftMb = x > 0 && IsAvailable(mbs + address - 1) ? mbs + address - 1 : nullptr;
+  }
   const auto loadBorders = [&](int size, uint8_t* grid, const auto& count) {
     const int stride = size / 4 + 1;
+    const int last = size / 4 - 1;
+    if (!m_Mbaff) {
+      for (int i = 0; i <= last; ++i) {
+        grid[i + 1] = static_cast<uint8_t>(topMb != nullptr ? count(*topMb, i, last) : NoCount);
+        grid[(i + 1) * stride] =
+            static_cast<uint8_t>(leftMb != nullptr ? count(*leftMb, last, i) : NoCount);
+      }
+      return;
+    }
     const SmLocation top = Locate(address, 0, -1, size, size);
-    for (int x = 0; x < size / 4; ++x) {
+    for (int x = 0; x <= last; ++x) {
       grid[x + 1] =
           static_cast<uint8_t>(top.mb != nullptr ? count(*top.mb, x, top.y / 4) : NoCount);
     }
-    // Without pairs the left rows are those of one macroblock alike; in a
-    // frame of pairs each may lie in another macroblock or field line.
-    SmLocation left = Locate(address, -1, 0, size, size);
-    for (int y = 0; y < size / 4; ++y) {
-      if (m_Mbaff && y > 0) {
-        left = Locate(address, -1, 4 * y, size, size);
-      }
-      const int row = m_Mbaff ? left.y / 4 : y;
+    for (int y = 0; y <= last; ++y) {
+      const SmLocation left = Locate(address, -1, 4 * y, size, size);
       grid[(y + 1) * stride] =
-          static_cast<uint8_t>(left.mb != nullptr ? count(*left.mb, size / 4 - 1, row) : NoCount);
+          static_cast<uint8_t>(left.mb != nullptr ? count(*left.mb, last, left.y / 4) : NoCount);
     }
   };
   uint8_t luma[5 * 5];
@@ -443,17 +459,43 @@ bool CmSliceDecoder::DecodeIntraMacroblock(CmBitReader& reader, uint32_t mbType,
     mb.transform8x8 = m_Pps->transform8x8Mode && ReadTransform8x8Flag(reader);
     mb.kind = mb.transform8x8 ? MbI8x8 : MbI4x4;
     const int step = mb.transform8x8 ? 4 : 1;
+    // Outside pairs the modes of the blocks left of and above each block
+    // come from a grid whose border holds the neighbours' (-1 where a
+    // neighbour cannot be used), filled once per macroblock; in a frame of
+    // pairs Locate finds them block by block.
+    int8_t modes[5 * 5] = {};
+    if (!m_Mbaff) {
+      const SmNeighbours n = GetNeighbours(address);
+      const auto border = [this](const SmMacroblockInfo* info, int x, int y) -> int8_t {
+        if (info == nullptr || (!IsIntra(info->kind) && m_Pps->constrainedIntraPred)) {
+          return -1;
+        }
+        return info->kind == MbI4x4 || info->kind == MbI8x8 ? info->intraModes[x + 4 * y] : 2;
+      };
+      for (int i = 0; i < 4; ++i) {
+        modes[i + 1] = border(n.top, i, 3);
+        modes[(i + 1) * 5] = border(n.left, 3, i);
+      }
+    }
     for (int blk = 0; blk < 16; blk += step) {
       const int x = BlockX[blk];
       const int y = BlockY[blk];
-      const int predicted = PredictIntraMode(address, x, y);
+      int predicted = 0;
+      if (m_Mbaff) {
+        predicted = PredictIntraMode(address, x, y);
+      } else {
+        const int left = modes[(y + 1) * 5 + x], top = modes[y * 5 + x + 1];
+        predicted = left < 0 || top < 0 ? 2 : std::min(left, top);
+      }
       int mode = predicted;
       if (!ReadPrevIntraPredFlag(reader)) {
         const int remaining = ReadRemIntraPred(reader);
         mode = remaining < predicted ? remaining : remaining + 1;
       }
       for (int sub = 0; sub < step; ++sub) {
-        mb.intraModes[BlockX[blk + sub] + 4 * BlockY[blk + sub]] = static_cast<int8_t>(mode);
+        const int sx = BlockX[blk + sub], sy = BlockY[blk + sub];
+        mb.intraModes[sx + 4 * sy] = static_cast<int8_t>(mode);
+        modes[(sy + 1) * 5 + sx + 1] = static_cast<int8_t>(mode);
       }
     }
   }
