@@ -8,6 +8,10 @@
 #include "Codecs/H264/Reconstruction.h"
 #include "Codecs/Primitives/H264Deblock.h"
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 namespace NmH264 {
 
 namespace {
@@ -51,6 +55,12 @@ bool HasCoefficients(const SmMacroblockInfo& mb, int x, int y) {
 
 // HasCoefficients of all sixteen blocks, bit x + 4 y.
 uint16_t GetCodedBlocks(const SmMacroblockInfo& mb) {
+#if defined(__SSE2__)
+  const __m128i counts = _mm_loadu_si128(reinterpret_cast<const __m128i*>(mb.totalCoeff));
+  unsigned bits =
+      ~static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(counts, _mm_setzero_si128()))) &
+      0xFFFFu;
+#else
   // The high bit of each byte that is not zero, then those eight bits
   // gathered into the top byte by one multiplication (no two partial
   // products meet, so nothing carries).
@@ -62,11 +72,14 @@ uint16_t GetCodedBlocks(const SmMacroblockInfo& mb) {
     return static_cast<unsigned>(((high >> 7) * 0x0102040810204080ull) >> 56);
   };
   unsigned bits = nonZero(mb.totalCoeff) | nonZero(mb.totalCoeff + 8) << 8;
+#endif
   if (mb.transform8x8) {
-    // An 8x8 block counts as coded in all its four 4x4 blocks.
-    for (const unsigned quarter : {0x0033u, 0x00CCu, 0x3300u, 0xCC00u}) {
-      bits |= (bits & quarter) != 0 ? quarter : 0u;
-    }
+    // An 8x8 block counts as coded in all its four 4x4 blocks: each
+    // quarter's bits folded into its top left bit, then spread back.
+    unsigned quarters = (bits | (bits >> 1)) & 0x5555u;
+    quarters = (quarters | (quarters >> 4)) & 0x0505u;
+    quarters |= quarters << 1;
+    bits = quarters | (quarters << 4);
   }
   return static_cast<uint16_t>(bits);
 }
@@ -534,7 +547,13 @@ public:
       const uint32_t first = mby * m_Width;
       const SmMacroblockInfo* mb = m_Mbs + first;
       SmSummary* summary = &Summary(first);
-      for (uint32_t mbx = 0; mbx < m_Width; ++mbx, ++mb, ++summary) {
+      // The macroblock above, none in the first row, kept beside the
+      // current one rather than found again by the width.
+      const SmMacroblockInfo* above = mby > 0 ? mb - m_Width : nullptr;
+      const SmSummary* aboveSummary = mby > 0 ? summary - m_Width : nullptr;
+      const ptrdiff_t step = mby > 0 ? 1 : 0;
+      for (uint32_t mbx = 0; mbx < m_Width;
+           ++mbx, ++mb, ++summary, above += step, aboveSummary += step) {
         const SmSummary own = Summarise(*mb, *summary);
         if (mb->slice != currentSlice) {
           currentSlice = mb->slice;
@@ -545,7 +564,7 @@ public:
           }
         }
         if (filtered) {
-          Filter(mb, summary, own, mbx, mby, slices[currentSlice]);
+          Filter(mb, summary, above, aboveSummary, own, mbx, mby, slices[currentSlice]);
         }
       }
     }
@@ -658,10 +677,10 @@ private:
     motion[1] = edges[1] & (there[1] ? 0xFFFFu : 0xFFF0u);
   }
 
-  void Filter(const SmMacroblockInfo* mb, const SmSummary* summary, SmSummary own, uint32_t mbx,
-              uint32_t mby, const SmSliceFilterParameters& slice) {
-    const SmMacroblockInfo* neighbours[2] = {mbx > 0 ? mb - 1 : nullptr,
-                                             mby > 0 ? mb - m_Width : nullptr};
+  void Filter(const SmMacroblockInfo* mb, const SmSummary* summary, const SmMacroblockInfo* above,
+              const SmSummary* aboveSummary, SmSummary own, uint32_t mbx, uint32_t mby,
+              const SmSliceFilterParameters& slice) {
+    const SmMacroblockInfo* neighbours[2] = {mbx > 0 ? mb - 1 : nullptr, above};
     if (slice.disableIdc == 2) {
       for (const SmMacroblockInfo*& n : neighbours) {
         n = n != nullptr && n->slice == mb->slice ? n : nullptr;
@@ -685,7 +704,7 @@ private:
     for (int direction = 0; direction < 2; ++direction) {
       const SmSummary* other = nullptr;
       if (neighbours[direction] != nullptr) {
-        other = direction == 0 ? summary - 1 : summary - m_Width;
+        other = direction == 0 ? summary - 1 : aboveSummary;
       }
       intraEdge[direction] = other != nullptr && other->shape == ShapeNone;
       if (other != nullptr && other->shape != ShapeNone) {
@@ -713,25 +732,29 @@ private:
   }
 
   void FilterDirection(const SmMacroblockInfo& mb, const SmMacroblockInfo* n, uint32_t mbx,
-                       uint32_t mby, bool vertical, const SmEdgeBits& bits) {
+                       uint32_t mby, bool vertical, SmEdgeBits bits) {
     const int qpq = QpOf(mb);
     const ptrdiff_t lumaStride = m_Picture.GetStride(0);
     uint8_t* const luma = m_Picture.GetPlane(0) + mby * 16 * lumaStride + mbx * 16;
     const ptrdiff_t chromaStride = m_Chroma ? m_Picture.GetStride(1) : 0;
     const ptrdiff_t chromaAt = mby * 8 * chromaStride + mbx * 8;
-    for (int edge = 0; edge < 4; ++edge) {
-      if (edge == 0 && !bits.available) {
-        continue;
-      }
+    // Bit 4 e for each edge e that is filtered: one with a segment of
+    // strength 1 or 2, or of an intra macroblock; the 8x8 transform leaves
+    // odd edges to neither luma nor chroma.
+    unsigned any = bits.coded | bits.motion;
+    any |= any >> 2;
+    any |= any >> 1;
+    unsigned edges =
+        (any & 0x1111u) | (bits.intraInside ? 0x1110u : 0u) | (bits.intraEdge ? 1u : 0u);
+    edges &= (bits.available ? 0xFFFFu : 0xFFF0u) & (mb.transform8x8 ? 0x0101u : 0xFFFFu);
+    for (; edges != 0; edges &= edges - 1) {
+      const int edge = std::countr_zero(edges) / 4;
       // Strength 4 along the whole edge, 3 along the whole edge, or the
       // segments' own.
       const bool intraEdge = edge == 0 ? bits.intraEdge : bits.intraInside;
       const bool strongest = intraEdge && edge == 0 && (vertical || !m_Field);
       const unsigned coded = (bits.coded >> (4 * edge)) & 15u;
       const unsigned motion = (bits.motion >> (4 * edge)) & 15u;
-      if (!intraEdge && (coded | motion) == 0) {
-        continue;
-      }
       const SmMacroblockInfo& p = edge == 0 ? *n : mb;
       const int qpp = QpOf(p);
       // Byte k of each word for segment k: a segment's tc0 by its strength
@@ -746,8 +769,7 @@ private:
                                               motionBytes * byte(level.tc0[0]) + noneBytes * 0xFFu;
         std::memcpy(tc0, &word, sizeof word);
       };
-      // Luma: the 8x8 transform leaves no edges inside its blocks.
-      if (!(mb.transform8x8 && edge % 2 == 1)) {
+      {
         const ptrdiff_t stride = lumaStride;
         uint8_t* q = luma + (vertical ? 4 * edge : 4 * edge * stride);
         const SmFilterLevel& level = m_Levels[(qpp + qpq + 1) >> 1];
