@@ -686,12 +686,9 @@ private:
         n = n != nullptr && n->slice == mb->slice ? n : nullptr;
       }
     }
-    SmEdgeBits bits[2];
     if (own.shape == ShapeNone) {
       for (int direction = 0; direction < 2; ++direction) {
-        SmEdgeBits& b = bits[direction];
-        b.available = neighbours[direction] != nullptr;
-        b.intraInside = b.intraEdge = true;
+        const SmEdgeBits b{0u, 0u, true, true, neighbours[direction] != nullptr};
         FilterDirection(*mb, neighbours[direction], mbx, mby, direction == 0, b);
       }
       return;
@@ -718,11 +715,8 @@ private:
     unsigned motion[2];
     Motion(*mb, own.shape, neighbours, shapes, motion);
     for (int direction = 0; direction < 2; ++direction) {
-      SmEdgeBits& b = bits[direction];
-      b.coded = coded[direction];
-      b.motion = motion[direction] & ~coded[direction];
-      b.available = neighbours[direction] != nullptr;
-      b.intraEdge = intraEdge[direction];
+      const SmEdgeBits b{coded[direction], motion[direction] & ~coded[direction],
+                         intraEdge[direction], false, neighbours[direction] != nullptr};
       // Most macroblocks of a picture that predicts from others have no
       // edge to filter at all.
       if ((b.coded | b.motion) != 0 || b.intraEdge) {
