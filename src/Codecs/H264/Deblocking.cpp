@@ -8,6 +8,10 @@
 #include "Codecs/H264/Reconstruction.h"
 #include "Codecs/Primitives/H264Deblock.h"
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 namespace NmH264 {
 
 namespace {
@@ -51,6 +55,12 @@ bool HasCoefficients(const SmMacroblockInfo& mb, int x, int y) {
 
 // HasCoefficients of all sixteen blocks, bit x + 4 y.
 uint16_t GetCodedBlocks(const SmMacroblockInfo& mb) {
+#if defined(__SSE2__)
+  const __m128i counts = _mm_loadu_si128(reinterpret_cast<const __m128i*>(mb.totalCoeff));
+  unsigned bits =
+      ~static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(counts, _mm_setzero_si128()))) &
+      0xFFFFu;
+#else
   // The high bit of each byte that is not zero, then those eight bits
   // gathered into the top byte by one multiplication (no two partial
   // products meet, so nothing carries).
@@ -62,11 +72,14 @@ uint16_t GetCodedBlocks(const SmMacroblockInfo& mb) {
     return static_cast<unsigned>(((high >> 7) * 0x0102040810204080ull) >> 56);
   };
   unsigned bits = nonZero(mb.totalCoeff) | nonZero(mb.totalCoeff + 8) << 8;
+#endif
   if (mb.transform8x8) {
-    // An 8x8 block counts as coded in all its four 4x4 blocks.
-    for (const unsigned quarter : {0x0033u, 0x00CCu, 0x3300u, 0xCC00u}) {
-      bits |= (bits & quarter) != 0 ? quarter : 0u;
-    }
+    // An 8x8 block counts as coded in all its four 4x4 blocks: each
+    // quarter's bits folded into its top left bit, then spread back.
+    unsigned quarters = (bits | (bits >> 1)) & 0x5555u;
+    quarters = (quarters | (quarters >> 4)) & 0x0505u;
+    quarters |= quarters << 1;
+    bits = quarters | (quarters << 4);
   }
   return static_cast<uint16_t>(bits);
 }
@@ -488,6 +501,8 @@ enum SmMotionShape : uint8_t {
   ShapeList1 = 2,
   ShapeMixed = 3,
   ShapeUniform = 4, // flag beside the others
+  // Never a macroblock's own: where a neighbour is missing or intra.
+  ShapeAbsent = ShapeUniform | ShapeNone,
 };
 
 bool HasOneVector(const int16_t (*mv)[2]) {
@@ -505,6 +520,11 @@ bool HasOneVector(const int16_t (*mv)[2]) {
 uint8_t GetMotionShape(const SmMacroblockInfo& mb) {
   if (IsIntra(mb.kind)) {
     return ShapeNone;
+  }
+  // A skipped macroblock without direct prediction is P_Skip: one vector
+  // on reference 0 of list 0.
+  if (mb.kind == MbSkip && mb.directBlocks == 0) {
+    return ShapeList0 | ShapeUniform;
   }
   uint32_t refIdx[2];
   std::memcpy(&refIdx[0], mb.refIdx[0], 4);
@@ -579,27 +599,48 @@ public:
       Summarise(address);
     }
     m_SummarisedEnd = endRow * m_Width;
-    uint32_t levelsSlice = 0;
+    // The slice's validity and levels are looked at when the slice changes,
+    // not per macroblock.
+    const SmSliceFilterParameters* const slices = m_Slices.data();
+    const size_t sliceCount = m_Slices.size();
+    uint32_t currentSlice = 0;
+    bool filtered = false;
     for (uint32_t mby = firstRow; mby < endRow; ++mby) {
-      for (uint32_t mbx = 0, address = mby * m_Width; mbx < m_Width; ++mbx, ++address) {
-        const SmSummary own = Summarise(address);
-        const SmMacroblockInfo& mb = m_Mbs[address];
-        if (mb.slice == 0 || mb.slice >= m_Slices.size() || m_Slices[mb.slice].disableIdc == 1) {
-          continue;
+      const uint32_t first = mby * m_Width;
+      const SmMacroblockInfo* mb = m_Mbs + first;
+      SmSummary* summary = &Summary(first);
+      // The macroblock above, none in the first row, kept beside the
+      // current one rather than found again by the width.
+      const SmMacroblockInfo* above = mby > 0 ? mb - m_Width : nullptr;
+      const SmSummary* aboveSummary = mby > 0 ? summary - m_Width : nullptr;
+      const ptrdiff_t step = mby > 0 ? 1 : 0;
+      for (uint32_t mbx = 0; mbx < m_Width;
+           ++mbx, ++mb, ++summary, above += step, aboveSummary += step) {
+        const SmSummary own = Summarise(*mb, *summary);
+        if (mb->slice != currentSlice) {
+          currentSlice = mb->slice;
+          filtered = currentSlice != 0 && currentSlice < sliceCount &&
+                     slices[currentSlice].disableIdc != 1;
+          if (filtered) {
+            m_Levels.Build(slices[currentSlice]);
+          }
         }
-        if (mb.slice != levelsSlice) {
-          m_Levels.Build(m_Slices[mb.slice]);
-          levelsSlice = mb.slice;
+        if (filtered) {
+          Filter(mb, summary, above, aboveSummary, own, mbx, mby, slices[currentSlice]);
         }
-        Filter(address, mbx, mby, own);
       }
     }
   }
 
 private:
+  // What the edges of a macroblock and of its neighbours right and below
+  // read of its coded blocks, spread to edge masks once as it is gathered.
   struct SmSummary {
-    uint16_t coded; // GetCodedBlocks
-    uint8_t shape;  // SmMotionShape
+    uint16_t vertical;   // vertical edges, edge order, edge 0 by this side alone
+    uint16_t horizontal; // horizontal edges, likewise in raster order
+    uint8_t right;       // the blocks of column 3 by row, edge 0 of the next
+    uint8_t bottom;      // the blocks of row 3 by column, edge 0 of the one below
+    uint8_t shape;       // SmMotionShape
   };
 
   // The strengths of one direction's four edges: bits 4 e + k for segment
@@ -614,10 +655,11 @@ private:
 
   SmSummary& Summary(uint32_t address) { return m_Summaries[address - m_Base]; }
 
+  void Summarise(uint32_t address) { Summarise(m_Mbs[address], Summary(address)); }
+
   // The summary goes back to the caller too: read back at once, it would
   // wait for its parts' stores.
-  SmSummary Summarise(uint32_t address) {
-    const SmMacroblockInfo& mb = m_Mbs[address];
+  static SmSummary Summarise(const SmMacroblockInfo& mb, SmSummary& stored) {
     // The records come up one after another, but a few hundred cycles
     // apart and larger than a line: fetched ahead, their first reads
     // find them in the first level cache.
@@ -625,21 +667,27 @@ private:
     for (size_t offset = 0; offset < sizeof(SmMacroblockInfo); offset += 64) {
       __builtin_prefetch(reinterpret_cast<const void*>(ahead + offset));
     }
-    const SmSummary summary{GetCodedBlocks(mb), GetMotionShape(mb)};
-    Summary(address) = summary;
+    const unsigned coded = GetCodedBlocks(mb);
+    const unsigned transposed = Transpose4x4(coded);
+    const SmSummary summary{static_cast<uint16_t>(transposed | (transposed << 4)),
+                            static_cast<uint16_t>(coded | (coded << 4)),
+                            static_cast<uint8_t>(transposed >> 12),
+                            static_cast<uint8_t>(coded >> 12), GetMotionShape(mb)};
+    stored = summary;
     return summary;
   }
 
   // Strength 1 of the four block pairs across edge 0 between two
-  // macroblocks that each move as one piece: one comparison for all four.
+  // macroblocks that each move as one piece: one comparison for all four,
+  // whose bits are those of edge 0 in edge order in either direction.
   unsigned UniformMotion(const SmMacroblockInfo& p, uint8_t pShape, const SmMacroblockInfo& q,
-                         uint8_t qShape, bool vertical) const {
+                         uint8_t qShape) const {
     const uint8_t list = pShape & 3;
     if (list == (qShape & 3) && list != ShapeMixed) {
       const int l = list - 1;
       return p.refPicture[l][0] != q.refPicture[l][0] ||
                      IsFar(p.mv[l][0], q.mv[l][0], m_VerticalLimit)
-                 ? (vertical ? 0x1111u : 0x000Fu)
+                 ? 0x000Fu
                  : 0u;
     }
     // B macroblocks beside each other often share their direct motion:
@@ -654,136 +702,115 @@ private:
         p.refIdx[0][0] == q.refIdx[0][0] && p.refIdx[1][0] == q.refIdx[1][0]) {
       return 0u;
     }
-    return GetMotionStrength(p, 0, 0, q, 0, 0, m_VerticalLimit) != 0
-               ? (vertical ? 0x1111u : 0x000Fu)
-               : 0u;
+    return GetMotionStrength(p, 0, 0, q, 0, 0, m_VerticalLimit) != 0 ? 0x000Fu : 0u;
   }
 
-  // Motion bits of the 4x4 blocks of an inter macroblock, in raster order
-  // of the q blocks, for the vertical (motion[0]) and horizontal edges;
-  // those of edge 0 only where the neighbour is there and not intra.
+  // Motion bits of the 4x4 blocks of an inter macroblock, in edge order,
+  // for the vertical (motion[0]) and horizontal edges; those of edge 0
+  // only where the neighbour is there and not intra (ShapeAbsent for
+  // either).
   void Motion(const SmMacroblockInfo& mb, uint8_t shape, const SmMacroblockInfo* const* neighbours,
               const uint8_t* neighbourShapes, unsigned* motion) const {
-    bool uniform = (shape & ShapeUniform) != 0;
-    int list = (shape & 3) == ShapeMixed ? -1 : (shape & 3) - 1;
-    for (int direction = 0; direction < 2; ++direction) {
-      if (neighbours[direction] != nullptr) {
-        uniform = uniform && (neighbourShapes[direction] & ShapeUniform) != 0;
-        list = (neighbourShapes[direction] & 3) == (shape & 3) ? list : -1;
-      }
-    }
-    if (uniform) {
+    const unsigned all = shape & neighbourShapes[0] & neighbourShapes[1];
+    if ((all & ShapeUniform) != 0) {
       // Most macroblocks of a picture that predicts from others: no motion
       // inside, one comparison per neighbour.
       for (int direction = 0; direction < 2; ++direction) {
-        const SmMacroblockInfo* n = neighbours[direction];
+        const uint8_t nShape = neighbourShapes[direction];
         motion[direction] =
-            n != nullptr ? UniformMotion(*n, neighbourShapes[direction], mb, shape, direction == 0)
-                         : 0u;
+            nShape != ShapeAbsent ? UniformMotion(*neighbours[direction], nShape, mb, shape) : 0u;
       }
       return;
+    }
+    int list = (shape & 3) == ShapeMixed ? -1 : (shape & 3) - 1;
+    const bool there[2] = {neighbourShapes[0] != ShapeAbsent, neighbourShapes[1] != ShapeAbsent};
+    for (int direction = 0; direction < 2; ++direction) {
+      list = !there[direction] || (neighbourShapes[direction] & 3) == (shape & 3) ? list : -1;
     }
     const auto view = [](const SmMacroblockInfo* m) {
       return NmPrimitives::SmH264Motion{m->mv, m->refIdx, m->refPicture};
     };
     // A missing neighbour stands in by the macroblock itself; its bits go.
     uint16_t edges[2];
-    NmPrimitives::H264GetMotionEdges(
-        view(&mb), view(neighbours[0] != nullptr ? neighbours[0] : &mb),
-        view(neighbours[1] != nullptr ? neighbours[1] : &mb), list, m_VerticalLimit, edges);
-    motion[0] = edges[0] & (neighbours[0] != nullptr ? 0xFFFFu : 0xEEEEu);
-    motion[1] = edges[1] & (neighbours[1] != nullptr ? 0xFFFFu : 0xFFF0u);
+    NmPrimitives::H264GetMotionEdges(view(&mb), view(there[0] ? neighbours[0] : &mb),
+                                     view(there[1] ? neighbours[1] : &mb), list, m_VerticalLimit,
+                                     edges);
+    motion[0] = Transpose4x4(edges[0] & (there[0] ? 0xFFFFu : 0xEEEEu));
+    motion[1] = edges[1] & (there[1] ? 0xFFFFu : 0xFFF0u);
   }
 
-  void Filter(uint32_t address, uint32_t mbx, uint32_t mby, SmSummary own) {
-    const SmMacroblockInfo& mb = m_Mbs[address];
-    const SmSliceFilterParameters& slice = m_Slices[mb.slice];
-    const SmMacroblockInfo* neighbours[2] = {mbx > 0 ? &m_Mbs[address - 1] : nullptr,
-                                             mby > 0 ? &m_Mbs[address - m_Width] : nullptr};
-    const uint32_t neighbourAddress[2] = {address - 1, address - m_Width};
+  void Filter(const SmMacroblockInfo* mb, const SmSummary* summary, const SmMacroblockInfo* above,
+              const SmSummary* aboveSummary, SmSummary own, uint32_t mbx, uint32_t mby,
+              const SmSliceFilterParameters& slice) {
+    const SmMacroblockInfo* neighbours[2] = {mbx > 0 ? mb - 1 : nullptr, above};
     if (slice.disableIdc == 2) {
       for (const SmMacroblockInfo*& n : neighbours) {
-        n = n != nullptr && n->slice == mb.slice ? n : nullptr;
+        n = n != nullptr && n->slice == mb->slice ? n : nullptr;
       }
     }
-    const bool intra = IsIntra(mb.kind);
-    SmEdgeBits bits[2];
-    unsigned motion[2] = {0, 0};
-    if (!intra) {
-      // Intra neighbours take strength 3 or 4 whatever the motion.
-      const SmMacroblockInfo* moving[2];
-      uint8_t shapes[2] = {0, 0};
+    if (own.shape == ShapeNone) {
       for (int direction = 0; direction < 2; ++direction) {
-        const SmMacroblockInfo* n = neighbours[direction];
-        moving[direction] = n != nullptr && !IsIntra(n->kind) ? n : nullptr;
-        if (moving[direction] != nullptr) {
-          shapes[direction] = Summary(neighbourAddress[direction]).shape;
-        }
+        const SmEdgeBits b{0u, 0u, true, true, neighbours[direction] != nullptr};
+        FilterDirection(*mb, neighbours[direction], mbx, mby, direction == 0, b);
       }
-      Motion(mb, own.shape, moving, shapes, motion);
+      return;
     }
+    // Intra neighbours take strength 3 or 4 whatever the motion and the
+    // coefficients; for both they count as absent.
+    uint8_t shapes[2];
+    bool intraEdge[2];
+    unsigned coded[2] = {own.vertical, own.horizontal};
     for (int direction = 0; direction < 2; ++direction) {
-      SmEdgeBits& b = bits[direction];
-      const SmMacroblockInfo* n = neighbours[direction];
-      b.available = n != nullptr;
-      b.intraInside = intra;
-      b.intraEdge = intra || (n != nullptr && IsIntra(n->kind));
-      if (intra) {
-        continue;
+      const SmSummary* other = nullptr;
+      if (neighbours[direction] != nullptr) {
+        other = direction == 0 ? summary - 1 : aboveSummary;
       }
-      // In raster order of the q blocks first.
-      unsigned coded;
-      if (direction == 0) {
-        coded = (own.coded | (own.coded << 1)) & 0xEEEEu;
+      intraEdge[direction] = other != nullptr && other->shape == ShapeNone;
+      if (other != nullptr && other->shape != ShapeNone) {
+        shapes[direction] = other->shape;
+        coded[direction] |= direction == 0 ? other->right : other->bottom;
       } else {
-        coded = (own.coded | (own.coded << 4)) & 0xFFF0u;
+        shapes[direction] = ShapeAbsent;
+        coded[direction] &= 0xFFF0u;
       }
-      if (n != nullptr && !b.intraEdge) {
-        const SmSummary& other = Summary(neighbourAddress[direction]);
-        if (direction == 0) {
-          coded |= (own.coded | (other.coded >> 3)) & 0x1111u;
-        } else {
-          coded |= (own.coded | (other.coded >> 12)) & 0x000Fu;
-        }
-      }
-      unsigned moved = motion[direction];
-      if (direction == 0) {
-        coded = Transpose4x4(coded);
-        moved = Transpose4x4(moved);
-      }
-      b.coded = coded;
-      b.motion = moved & ~coded;
     }
+    unsigned motion[2];
+    Motion(*mb, own.shape, neighbours, shapes, motion);
     for (int direction = 0; direction < 2; ++direction) {
+      const SmEdgeBits b{coded[direction], motion[direction] & ~coded[direction],
+                         intraEdge[direction], false, neighbours[direction] != nullptr};
       // Most macroblocks of a picture that predicts from others have no
       // edge to filter at all.
-      const SmEdgeBits& b = bits[direction];
-      if ((b.coded | b.motion) != 0 || b.intraInside || (b.intraEdge && b.available)) {
-        FilterDirection(mb, neighbours[direction], mbx, mby, direction == 0, b);
+      if ((b.coded | b.motion) != 0 || b.intraEdge) {
+        FilterDirection(*mb, neighbours[direction], mbx, mby, direction == 0, b);
       }
     }
   }
 
   void FilterDirection(const SmMacroblockInfo& mb, const SmMacroblockInfo* n, uint32_t mbx,
-                       uint32_t mby, bool vertical, const SmEdgeBits& bits) {
+                       uint32_t mby, bool vertical, SmEdgeBits bits) {
     const int qpq = QpOf(mb);
     const ptrdiff_t lumaStride = m_Picture.GetStride(0);
     uint8_t* const luma = m_Picture.GetPlane(0) + mby * 16 * lumaStride + mbx * 16;
     const ptrdiff_t chromaStride = m_Chroma ? m_Picture.GetStride(1) : 0;
     const ptrdiff_t chromaAt = mby * 8 * chromaStride + mbx * 8;
-    for (int edge = 0; edge < 4; ++edge) {
-      if (edge == 0 && !bits.available) {
-        continue;
-      }
+    // Bit 4 e for each edge e that is filtered: one with a segment of
+    // strength 1 or 2, or of an intra macroblock; the 8x8 transform leaves
+    // odd edges to neither luma nor chroma.
+    unsigned any = bits.coded | bits.motion;
+    any |= any >> 2;
+    any |= any >> 1;
+    unsigned edges =
+        (any & 0x1111u) | (bits.intraInside ? 0x1110u : 0u) | (bits.intraEdge ? 1u : 0u);
+    edges &= (bits.available ? 0xFFFFu : 0xFFF0u) & (mb.transform8x8 ? 0x0101u : 0xFFFFu);
+    for (; edges != 0; edges &= edges - 1) {
+      const int edge = std::countr_zero(edges) / 4;
       // Strength 4 along the whole edge, 3 along the whole edge, or the
       // segments' own.
       const bool intraEdge = edge == 0 ? bits.intraEdge : bits.intraInside;
       const bool strongest = intraEdge && edge == 0 && (vertical || !m_Field);
       const unsigned coded = (bits.coded >> (4 * edge)) & 15u;
       const unsigned motion = (bits.motion >> (4 * edge)) & 15u;
-      if (!intraEdge && (coded | motion) == 0) {
-        continue;
-      }
       const SmMacroblockInfo& p = edge == 0 ? *n : mb;
       const int qpp = QpOf(p);
       // Byte k of each word for segment k: a segment's tc0 by its strength
@@ -798,8 +825,7 @@ private:
                                               motionBytes * byte(level.tc0[0]) + noneBytes * 0xFFu;
         std::memcpy(tc0, &word, sizeof word);
       };
-      // Luma: the 8x8 transform leaves no edges inside its blocks.
-      if (!(mb.transform8x8 && edge % 2 == 1)) {
+      {
         const ptrdiff_t stride = lumaStride;
         uint8_t* q = luma + (vertical ? 4 * edge : 4 * edge * stride);
         const SmFilterLevel& level = m_Levels[(qpp + qpq + 1) >> 1];
