@@ -295,9 +295,11 @@ struct SmOtherPair {
 };
 
 template <bool Average, class D8>
-HWY_INLINE void Put(D8 d8, hn::Vec<D8> value, uint8_t* dst, const uint8_t* other) {
+HWY_INLINE void Put(D8 d8, hn::Vec<D8> value, uint8_t* dst, const uint8_t* other,
+                    ptrdiff_t otherOffset) {
+  // Without averaging `other` is null, and not even an offset may be added.
   if constexpr (Average) {
-    value = hn::AverageRound(value, hn::LoadU(d8, other));
+    value = hn::AverageRound(value, hn::LoadU(d8, other + otherOffset));
   }
   hn::StoreU(value, d8, dst);
 }
@@ -313,8 +315,8 @@ void ChromaPair8(const uint8_t* cb, const uint8_t* cr, ptrdiff_t s, const SmOthe
   auto upperCb = across(cb), upperCr = across(cr);
   for (int j = 0; j < height; ++j) {
     const auto lowerCb = across(cb + (j + 1) * s), lowerCr = across(cr + (j + 1) * s);
-    Put<Average>(d8, w.Down(upperCb, lowerCb), dCb + j * ds, o.cb + j * o.stride);
-    Put<Average>(d8, w.Down(upperCr, lowerCr), dCr + j * ds, o.cr + j * o.stride);
+    Put<Average>(d8, w.Down(upperCb, lowerCb), dCb + j * ds, o.cb, j * o.stride);
+    Put<Average>(d8, w.Down(upperCr, lowerCr), dCr + j * ds, o.cr, j * o.stride);
     upperCb = lowerCb;
     upperCr = lowerCr;
   }
@@ -379,8 +381,8 @@ void ChromaPair4(const uint8_t* cb, const uint8_t* cr, ptrdiff_t s, const SmOthe
   auto upperCb = across(cb), upperCr = across(cr);
   for (int j = 0; j < height; ++j) {
     const auto lowerCb = across(cb + (j + 1) * s), lowerCr = across(cr + (j + 1) * s);
-    Put<Average>(d8, down(upperCb, lowerCb), dCb + j * ds, o.cb + j * o.stride);
-    Put<Average>(d8, down(upperCr, lowerCr), dCr + j * ds, o.cr + j * o.stride);
+    Put<Average>(d8, down(upperCb, lowerCb), dCb + j * ds, o.cb, j * o.stride);
+    Put<Average>(d8, down(upperCr, lowerCr), dCr + j * ds, o.cr, j * o.stride);
     upperCb = lowerCb;
     upperCr = lowerCr;
   }
@@ -432,8 +434,8 @@ void CopyPair(const uint8_t* cb, const uint8_t* cr, ptrdiff_t s, const SmOtherPa
   const hn::CappedTag<uint8_t, Width> d8;
   if constexpr (Average) {
     for (int j = 0; j < height; ++j) {
-      Put<true>(d8, hn::LoadU(d8, cb + j * s), dCb + j * ds, o.cb + j * o.stride);
-      Put<true>(d8, hn::LoadU(d8, cr + j * s), dCr + j * ds, o.cr + j * o.stride);
+      Put<true>(d8, hn::LoadU(d8, cb + j * s), dCb + j * ds, o.cb, j * o.stride);
+      Put<true>(d8, hn::LoadU(d8, cr + j * s), dCr + j * ds, o.cr, j * o.stride);
     }
   } else {
     for (int j = 0; j < height; ++j) {
