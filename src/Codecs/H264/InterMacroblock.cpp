@@ -72,17 +72,24 @@ uint32_t PackVector(const int16_t* mv) {
   return low | static_cast<uint32_t>(static_cast<uint16_t>(mv[1])) << 16;
 }
 
+// One list's motion of a whole macroblock, the common case, in a few wide
+// stores: `packed` is the vector as one word.
+void StoreWholeMotion(SmMacroblockInfo& mb, int list, int refIdx, uint32_t packed,
+                      uint32_t picture) {
+  uint32_t vectors[16];
+  std::fill_n(vectors, 16, packed);
+  std::memcpy(mb.mv[list], vectors, sizeof vectors);
+  std::memset(mb.refIdx[list], refIdx, sizeof mb.refIdx[list]);
+  std::fill_n(mb.refPicture[list], 4, picture);
+}
+
 // The motion of one list for the 8x8 blocks of direct prediction set in
 // `blocks`, whose vector is the same word throughout.
 void StoreDirectMotion(SmMacroblockInfo& mb, int list, unsigned blocks, int refIdx, uint32_t vector,
                        uint32_t picture) {
   const uint32_t packed = refIdx >= 0 ? vector : 0u;
   if (blocks == 15) {
-    uint32_t vectors[16];
-    std::fill_n(vectors, 16, packed);
-    std::memcpy(mb.mv[list], vectors, sizeof vectors);
-    std::memset(mb.refIdx[list], refIdx, sizeof mb.refIdx[list]);
-    std::fill_n(mb.refPicture[list], 4, picture);
+    StoreWholeMotion(mb, list, refIdx, packed, picture);
     return;
   }
   const uint64_t pair = packed | uint64_t{packed} << 32;
@@ -263,12 +270,7 @@ void CmSliceDecoder::SetMotion(uint32_t address, int list, int x, int y, int wid
   std::memcpy(&packed, vector, sizeof packed);
   const uint32_t picture = refIdx >= 0 ? GetReference(list, refIdx)->GetId() : 0;
   if (width == 4 && height == 4) {
-    // The whole macroblock, the common case, in a few wide stores.
-    uint32_t vectors[16];
-    std::fill_n(vectors, 16, packed);
-    std::memcpy(mb.mv[list], vectors, sizeof vectors);
-    std::memset(mb.refIdx[list], refIdx, sizeof mb.refIdx[list]);
-    std::fill_n(mb.refPicture[list], 4, picture);
+    StoreWholeMotion(mb, list, refIdx, packed, picture);
     return;
   }
   for (int j = y; j < y + height; ++j) {

@@ -105,27 +105,16 @@ HWY_INLINE bool LumaNormalLanes(D d, hn::Vec<hn::Rebind<uint8_t, D>>* v, int alp
   return true;
 }
 
-// The strong filter of strength 4 in 16-bit lanes: v holds p3 .. q3, of
-// which p2 .. q2 change.
-template <class D>
-HWY_INLINE bool LumaIntraLanes(D d, hn::Vec<hn::Rebind<uint8_t, D>>* v, int alpha, int beta) {
-  const hn::Rebind<uint8_t, D> d8;
-  const hn::RebindToUnsigned<D> du;
-  const auto widen = [&](auto bytes) { return hn::BitCast(d, hn::PromoteTo(du, bytes)); };
-  const auto p3 = widen(v[0]), p2 = widen(v[1]), p1 = widen(v[2]), p0 = widen(v[3]),
-             q0 = widen(v[4]), q1 = widen(v[5]), q2 = widen(v[6]), q3 = widen(v[7]);
-  const auto filter = EdgeMask(d, p1, p0, q0, q1, alpha, beta);
-  if (hn::AllFalse(d, filter)) {
-    return false;
-  }
-  const auto b = hn::Set(d, static_cast<int16_t>(beta));
+// What the strong filter of strength 4 makes of p2 .. q2 in 16-bit lanes,
+// and the p0 and q0 a side takes where its far sample is not flat enough.
+template <class V> struct SmStrongSides {
+  V p0Strong, p1Strong, p2Strong, p0Weak, q0Strong, q1Strong, q2Strong, q0Weak;
+};
+
+template <class D, class V>
+HWY_INLINE SmStrongSides<V> StrongSides(D d, V p3, V p2, V p1, V p0, V q0, V q1, V q2, V q3) {
   const auto two = hn::Set(d, 2), four = hn::Set(d, 4);
-  const auto strong =
-      hn::Lt(hn::Abs(hn::Sub(p0, q0)), hn::Set(d, static_cast<int16_t>((alpha >> 2) + 2)));
-  const auto pStrong = hn::And(hn::And(filter, strong), hn::Lt(hn::Abs(hn::Sub(p2, p0)), b));
-  const auto qStrong = hn::And(hn::And(filter, strong), hn::Lt(hn::Abs(hn::Sub(q2, q0)), b));
   const auto pq0 = hn::Add(p0, q0);
-  // p side: three samples where strong, else p0 alone.
   const auto p0Strong = hn::ShiftRight<3>(
       hn::Add(hn::Add(hn::Add(p2, hn::ShiftLeft<1>(hn::Add(p1, pq0))), q1), four));
   const auto p1Strong = hn::ShiftRight<2>(hn::Add(hn::Add(hn::Add(p2, p1), pq0), two));
@@ -140,6 +129,29 @@ HWY_INLINE bool LumaIntraLanes(D d, hn::Vec<hn::Rebind<uint8_t, D>>* v, int alph
       hn::Add(hn::Add(hn::ShiftLeft<1>(q3), hn::Mul(q2, hn::Set(d, 3))), hn::Add(q1, pq0)), four));
   const auto q0Weak =
       hn::ShiftRight<2>(hn::Add(hn::Add(hn::ShiftLeft<1>(q1), q0), hn::Add(p1, two)));
+  return {p0Strong, p1Strong, p2Strong, p0Weak, q0Strong, q1Strong, q2Strong, q0Weak};
+}
+
+// The strong filter of strength 4 in 16-bit lanes: v holds p3 .. q3, of
+// which p2 .. q2 change.
+template <class D>
+HWY_INLINE bool LumaIntraLanes(D d, hn::Vec<hn::Rebind<uint8_t, D>>* v, int alpha, int beta) {
+  const hn::Rebind<uint8_t, D> d8;
+  const hn::RebindToUnsigned<D> du;
+  const auto widen = [&](auto bytes) { return hn::BitCast(d, hn::PromoteTo(du, bytes)); };
+  const auto p3 = widen(v[0]), p2 = widen(v[1]), p1 = widen(v[2]), p0 = widen(v[3]),
+             q0 = widen(v[4]), q1 = widen(v[5]), q2 = widen(v[6]), q3 = widen(v[7]);
+  const auto filter = EdgeMask(d, p1, p0, q0, q1, alpha, beta);
+  if (hn::AllFalse(d, filter)) {
+    return false;
+  }
+  const auto b = hn::Set(d, static_cast<int16_t>(beta));
+  const auto strong =
+      hn::Lt(hn::Abs(hn::Sub(p0, q0)), hn::Set(d, static_cast<int16_t>((alpha >> 2) + 2)));
+  const auto pStrong = hn::And(hn::And(filter, strong), hn::Lt(hn::Abs(hn::Sub(p2, p0)), b));
+  const auto qStrong = hn::And(hn::And(filter, strong), hn::Lt(hn::Abs(hn::Sub(q2, q0)), b));
+  const auto [p0Strong, p1Strong, p2Strong, p0Weak, q0Strong, q1Strong, q2Strong, q0Weak] =
+      StrongSides(d, p3, p2, p1, p0, q0, q1, q2, q3);
   const auto narrow = [&](auto x) { return hn::DemoteTo(d8, x); };
   v[1] = narrow(hn::IfThenElse(pStrong, p2Strong, p2));
   v[2] = narrow(hn::IfThenElse(pStrong, p1Strong, p1));
@@ -597,7 +609,7 @@ HWY_INLINE bool LumaLinesLanes(D d, hn::Vec<hn::Rebind<uint8_t, D>>* v,
     return false;
   }
   const auto normal = hn::AndNot(intra, filter);
-  const auto one = hn::Set(d, 1), two = hn::Set(d, 2), four = hn::Set(d, 4);
+  const auto one = hn::Set(d, 1), two = hn::Set(d, 2);
   const auto ap = hn::Lt(hn::Abs(hn::Sub(p2, p0)), b);
   const auto aq = hn::Lt(hn::Abs(hn::Sub(q2, q0)), b);
   // Normal filter.
@@ -614,21 +626,8 @@ HWY_INLINE bool LumaLinesLanes(D d, hn::Vec<hn::Rebind<uint8_t, D>>* v,
   const auto close = hn::Lt(hn::Abs(hn::Sub(p0, q0)), hn::Add(hn::ShiftRight<2>(alpha), two));
   const auto pStrong = hn::And(hn::And(intra, close), ap);
   const auto qStrong = hn::And(hn::And(intra, close), aq);
-  const auto pq0 = hn::Add(p0, q0);
-  const auto p0Strong = hn::ShiftRight<3>(
-      hn::Add(hn::Add(hn::Add(p2, hn::ShiftLeft<1>(hn::Add(p1, pq0))), q1), four));
-  const auto p1Strong = hn::ShiftRight<2>(hn::Add(hn::Add(hn::Add(p2, p1), pq0), two));
-  const auto p2Strong = hn::ShiftRight<3>(hn::Add(
-      hn::Add(hn::Add(hn::ShiftLeft<1>(p3), hn::Mul(p2, hn::Set(d, 3))), hn::Add(p1, pq0)), four));
-  const auto p0Weak =
-      hn::ShiftRight<2>(hn::Add(hn::Add(hn::ShiftLeft<1>(p1), p0), hn::Add(q1, two)));
-  const auto q0Strong = hn::ShiftRight<3>(
-      hn::Add(hn::Add(hn::Add(p1, hn::ShiftLeft<1>(hn::Add(q1, pq0))), q2), four));
-  const auto q1Strong = hn::ShiftRight<2>(hn::Add(hn::Add(hn::Add(q2, q1), pq0), two));
-  const auto q2Strong = hn::ShiftRight<3>(hn::Add(
-      hn::Add(hn::Add(hn::ShiftLeft<1>(q3), hn::Mul(q2, hn::Set(d, 3))), hn::Add(q1, pq0)), four));
-  const auto q0Weak =
-      hn::ShiftRight<2>(hn::Add(hn::Add(hn::ShiftLeft<1>(q1), q0), hn::Add(p1, two)));
+  const auto [p0Strong, p1Strong, p2Strong, p0Weak, q0Strong, q1Strong, q2Strong, q0Weak] =
+      StrongSides(d, p3, p2, p1, p0, q0, q1, q2, q3);
   const auto narrow = [&](auto x) { return hn::DemoteTo(d8, x); };
   v[1] = narrow(hn::IfThenElse(pStrong, p2Strong, p2));
   v[2] =
