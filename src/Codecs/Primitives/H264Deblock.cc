@@ -481,6 +481,48 @@ HWY_INLINE void ChromaPairSixteenLanes(D d, V8 p1, V8 p0, V8 q0, V8 q1, const in
   q0All = hn::DemoteTo(d8, hn::IfThenElse(filter, newQ0, sq0));
 }
 
+// Eight lines of p1 .. q1 of each chroma plane as four vectors of 16 lanes,
+// one per distance from the edge, Cb's lines first; all in registers.
+HWY_INLINE void LoadChromaPairColumns(const uint8_t* qCb, const uint8_t* qCr, ptrdiff_t stride,
+                                      V8* columns) {
+  const D8 d8;
+  const D64x2 d64;
+  const auto rows = [&](const uint8_t* q, int i) {
+    const auto word = [&](int r) {
+      uint32_t value;
+      std::memcpy(&value, q + r * stride - 2, 4);
+      return uint64_t{value};
+    };
+    return hn::BitCast(d8, hn::InterleaveLower(d64, hn::Set(d64, word(i) | word(i + 1) << 32),
+                                               hn::Set(d64, word(i + 2) | word(i + 3) << 32)));
+  };
+  const V8 v0 = rows(qCb, 0), v1 = rows(qCb, 4), v2 = rows(qCr, 0), v3 = rows(qCr, 4);
+  const V8 a0 = hn::InterleaveLower(d8, v0, v1), a1 = hn::InterleaveUpper(d8, v0, v1);
+  const V8 a2 = hn::InterleaveLower(d8, v2, v3), a3 = hn::InterleaveUpper(d8, v2, v3);
+  const V8 b0 = hn::InterleaveLower(d8, a0, a1), b1 = hn::InterleaveUpper(d8, a0, a1);
+  const V8 b2 = hn::InterleaveLower(d8, a2, a3), b3 = hn::InterleaveUpper(d8, a2, a3);
+  const V8 c0 = hn::InterleaveLower(d8, b0, b1), c1 = hn::InterleaveUpper(d8, b0, b1);
+  const V8 c2 = hn::InterleaveLower(d8, b2, b3), c3 = hn::InterleaveUpper(d8, b2, b3);
+  columns[0] = ZipLower<uint64_t>(c0, c2);
+  columns[1] = ZipUpper<uint64_t>(c0, c2);
+  columns[2] = ZipLower<uint64_t>(c1, c3);
+  columns[3] = ZipUpper<uint64_t>(c1, c3);
+}
+
+// The new p0 and q0 of eight lines of each plane back in place: rows 0 .. 7
+// of Cb in the lower lanes, of Cr in the upper.
+HWY_INLINE void StoreChromaPairP0Q0(uint8_t* qCb, uint8_t* qCr, ptrdiff_t stride, V8 p0All,
+                                    V8 q0All) {
+  const D8 d8;
+  HWY_ALIGN uint8_t pairs[16 * 2];
+  hn::Store(hn::InterleaveLower(d8, p0All, q0All), d8, pairs);
+  hn::Store(hn::InterleaveUpper(d8, p0All, q0All), d8, pairs + 16);
+  for (int i = 0; i < 8; ++i) {
+    std::memcpy(qCb + i * stride - 1, pairs + 2 * i, 2);
+    std::memcpy(qCr + i * stride - 1, pairs + 16 + 2 * i, 2);
+  }
+}
+
 // The vertical edge of both chroma planes: eight rows of p1 .. q1 of each
 // are 16 rows of four bytes, which three rounds of byte interleaves turn
 // into four vectors of 16 lanes, one per distance from the edge: Cb in the
@@ -493,28 +535,9 @@ template <bool Intra>
 HWY_INLINE void ChromaPairAcrossVerticalEdge(uint8_t* qCb, uint8_t* qCr, ptrdiff_t stride,
                                              const int* alpha, const int* beta, const int8_t* tc0) {
   const D8 d8;
-  const D64x2 d64;
-  // Rows i .. i + 3 of a plane, four bytes each, in one vector.
-  const auto rows = [&](const uint8_t* q, int i) {
-    const auto word = [&](int r) {
-      uint32_t value;
-      std::memcpy(&value, q + r * stride - 2, 4);
-      return uint64_t{value};
-    };
-    return hn::BitCast(d8, hn::InterleaveLower(d64, hn::Set(d64, word(i) | word(i + 1) << 32),
-                                               hn::Set(d64, word(i + 2) | word(i + 3) << 32)));
-  };
-  const hn::Vec<D8> v0 = rows(qCb, 0), v1 = rows(qCb, 4), v2 = rows(qCr, 0), v3 = rows(qCr, 4);
-  // Rows r and r + 4 byte by byte, then r, r + 2, r + 4, r + 6, then all
-  // eight of a plane in order, two columns per vector.
-  const hn::Vec<D8> a0 = hn::InterleaveLower(d8, v0, v1), a1 = hn::InterleaveUpper(d8, v0, v1);
-  const hn::Vec<D8> a2 = hn::InterleaveLower(d8, v2, v3), a3 = hn::InterleaveUpper(d8, v2, v3);
-  const hn::Vec<D8> b0 = hn::InterleaveLower(d8, a0, a1), b1 = hn::InterleaveUpper(d8, a0, a1);
-  const hn::Vec<D8> b2 = hn::InterleaveLower(d8, a2, a3), b3 = hn::InterleaveUpper(d8, a2, a3);
-  const hn::Vec<D8> c0 = hn::InterleaveLower(d8, b0, b1), c1 = hn::InterleaveUpper(d8, b0, b1);
-  const hn::Vec<D8> c2 = hn::InterleaveLower(d8, b2, b3), c3 = hn::InterleaveUpper(d8, b2, b3);
-  const hn::Vec<D8> p1 = ZipLower<uint64_t>(c0, c2), p0 = ZipUpper<uint64_t>(c0, c2);
-  const hn::Vec<D8> q0 = ZipLower<uint64_t>(c1, c3), q1 = ZipUpper<uint64_t>(c1, c3);
+  V8 c[4];
+  LoadChromaPairColumns(qCb, qCr, stride, c);
+  const V8 p1 = c[0], p0 = c[1], q0 = c[2], q1 = c[3];
   hn::Vec<D8> p0All, q0All;
   if constexpr (hn::MaxLanes(Tag<16>()) >= 16) {
     ChromaPairSixteenLanes<Intra>(Tag<16>(), p1, p0, q0, q1, alpha, beta, tc0, p0All, q0All);
@@ -554,13 +577,7 @@ HWY_INLINE void ChromaPairAcrossVerticalEdge(uint8_t* qCb, uint8_t* qCr, ptrdiff
     p0All = hn::Combine(d8, p0New[1], p0New[0]);
     q0All = hn::Combine(d8, q0New[1], q0New[0]);
   }
-  HWY_ALIGN uint8_t pairs[16 * 2];
-  hn::Store(hn::InterleaveLower(d8, p0All, q0All), d8, pairs);
-  hn::Store(hn::InterleaveUpper(d8, p0All, q0All), d8, pairs + 16);
-  for (int i = 0; i < 8; ++i) {
-    std::memcpy(qCb + i * stride - 1, pairs + 2 * i, 2);
-    std::memcpy(qCr + i * stride - 1, pairs + 16 + 2 * i, 2);
-  }
+  StoreChromaPairP0Q0(qCb, qCr, stride, p0All, q0All);
 }
 
 void ChromaVerticalPairImpl(uint8_t* qCb, uint8_t* qCr, ptrdiff_t stride, const int* alpha,
@@ -683,34 +700,6 @@ HWY_INLINE void ChromaLinesLanes(D d, V8x p1, V8x p0, V8x q0, V8x q1, const SmH2
       d8, hn::IfThenElse(intra, q0Weak, hn::IfThenElse(normal, hn::Sub(sq0, delta), sq0)));
 }
 
-// Eight lines of p1 .. q1 of each chroma plane as four vectors of 16 lanes,
-// one per distance from the edge, Cb's lines first; all in registers.
-HWY_INLINE void LoadChromaPairColumns(const uint8_t* qCb, const uint8_t* qCr, ptrdiff_t stride,
-                                      V8* columns) {
-  const D8 d8;
-  const D64x2 d64;
-  const auto rows = [&](const uint8_t* q, int i) {
-    const auto word = [&](int r) {
-      uint32_t value;
-      std::memcpy(&value, q + r * stride - 2, 4);
-      return uint64_t{value};
-    };
-    return hn::BitCast(d8, hn::InterleaveLower(d64, hn::Set(d64, word(i) | word(i + 1) << 32),
-                                               hn::Set(d64, word(i + 2) | word(i + 3) << 32)));
-  };
-  const V8 v0 = rows(qCb, 0), v1 = rows(qCb, 4), v2 = rows(qCr, 0), v3 = rows(qCr, 4);
-  const V8 a0 = hn::InterleaveLower(d8, v0, v1), a1 = hn::InterleaveUpper(d8, v0, v1);
-  const V8 a2 = hn::InterleaveLower(d8, v2, v3), a3 = hn::InterleaveUpper(d8, v2, v3);
-  const V8 b0 = hn::InterleaveLower(d8, a0, a1), b1 = hn::InterleaveUpper(d8, a0, a1);
-  const V8 b2 = hn::InterleaveLower(d8, a2, a3), b3 = hn::InterleaveUpper(d8, a2, a3);
-  const V8 c0 = hn::InterleaveLower(d8, b0, b1), c1 = hn::InterleaveUpper(d8, b0, b1);
-  const V8 c2 = hn::InterleaveLower(d8, b2, b3), c3 = hn::InterleaveUpper(d8, b2, b3);
-  columns[0] = ZipLower<uint64_t>(c0, c2);
-  columns[1] = ZipUpper<uint64_t>(c0, c2);
-  columns[2] = ZipLower<uint64_t>(c1, c3);
-  columns[3] = ZipUpper<uint64_t>(c1, c3);
-}
-
 void ChromaVerticalLinesImpl(uint8_t* qCb, uint8_t* qCr, ptrdiff_t stride,
                              const SmH264EdgeLines& lines) {
   const D8 d8;
@@ -732,13 +721,7 @@ void ChromaVerticalLinesImpl(uint8_t* qCb, uint8_t* qCr, ptrdiff_t stride,
     p0All = hn::Combine(d8, p0New[1], p0New[0]);
     q0All = hn::Combine(d8, q0New[1], q0New[0]);
   }
-  HWY_ALIGN uint8_t pairs[16 * 2];
-  hn::Store(hn::InterleaveLower(d8, p0All, q0All), d8, pairs);
-  hn::Store(hn::InterleaveUpper(d8, p0All, q0All), d8, pairs + 16);
-  for (int i = 0; i < 8; ++i) {
-    std::memcpy(qCb + i * stride - 1, pairs + 2 * i, 2);
-    std::memcpy(qCr + i * stride - 1, pairs + 16 + 2 * i, 2);
-  }
+  StoreChromaPairP0Q0(qCb, qCr, stride, p0All, q0All);
 }
 
 #else
