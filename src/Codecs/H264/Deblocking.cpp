@@ -160,13 +160,7 @@ bool MovesAsOne(const SmMacroblockInfo& m) {
     if (m.refIdx[list][0] < 0) {
       continue;
     }
-    uint32_t vectors[16];
-    std::memcpy(vectors, m.mv[list], sizeof(vectors));
-    uint32_t differences = 0;
-    for (const uint32_t vector : vectors) {
-      differences |= vector ^ vectors[0];
-    }
-    if (differences != 0) {
+    if (!HasOneVector(m.mv[list])) {
       return false;
     }
   }
@@ -504,18 +498,6 @@ enum SmMotionShape : uint8_t {
   // Never a macroblock's own: where a neighbour is missing or intra.
   ShapeAbsent = ShapeUniform | ShapeNone,
 };
-
-bool HasOneVector(const int16_t (*mv)[2]) {
-  // Two vectors a word: eight words against the first vector twice.
-  uint64_t words[8];
-  std::memcpy(words, mv, sizeof(words));
-  const uint64_t first = (words[0] & 0xFFFFFFFFull) * 0x100000001ull;
-  uint64_t differences = 0;
-  for (const uint64_t word : words) {
-    differences |= word ^ first;
-  }
-  return differences == 0;
-}
 
 uint8_t GetMotionShape(const SmMacroblockInfo& mb) {
   if (IsIntra(mb.kind)) {

@@ -1101,29 +1101,6 @@ int ChromaShift(int parity, const CmPicture& reference) {
   return parity >= 0 && reference.GetParity() >= 0 ? 2 * (parity - reference.GetParity()) : 0;
 }
 
-// Whether all sixteen vectors of a list are the first one.
-bool IsUniform(const int16_t (*mv)[2]) {
-#if defined(__SSE2__)
-  int32_t first = 0;
-  std::memcpy(&first, mv[0], sizeof first);
-  const __m128i all = _mm_set1_epi32(first);
-  const auto* v = reinterpret_cast<const __m128i*>(mv);
-  const __m128i differ = _mm_or_si128(_mm_or_si128(_mm_xor_si128(_mm_loadu_si128(v), all),
-                                                   _mm_xor_si128(_mm_loadu_si128(v + 1), all)),
-                                      _mm_or_si128(_mm_xor_si128(_mm_loadu_si128(v + 2), all),
-                                                   _mm_xor_si128(_mm_loadu_si128(v + 3), all)));
-  return _mm_movemask_epi8(_mm_cmpeq_epi8(differ, _mm_setzero_si128())) == 0xFFFF;
-#else
-  uint32_t vectors[16];
-  std::memcpy(vectors, mv, sizeof vectors);
-  uint32_t differ = 0;
-  for (int k = 0; k < 16; ++k) {
-    differ |= vectors[k] ^ vectors[0];
-  }
-  return differ == 0;
-#endif
-}
-
 } // namespace
 
 void CmSliceDecoder::PredictInter(uint32_t address) {
@@ -1166,7 +1143,7 @@ void CmSliceDecoder::PredictInter(uint32_t address) {
   for (int list = 0; list < 2 && whole; ++list) {
     const int8_t* refs = mb.refIdx[list];
     whole = refs[1] == refs[0] && refs[2] == refs[0] && refs[3] == refs[0] &&
-            (refs[0] < 0 || IsUniform(mb.mv[list]));
+            (refs[0] < 0 || HasOneVector(mb.mv[list]));
   }
   if (whole && references[0] != nullptr && mb.refIdx[1][0] < 0 &&
       (m_Weighting != WeightExplicit || m_UnitWeight[0][mb.refIdx[0][0] >> (m_MbField ? 1 : 0)])) {

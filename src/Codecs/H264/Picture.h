@@ -4,10 +4,15 @@
 #include <climits>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <vector>
 
 #include "Codecs/H264/MotionRecord.h"
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 namespace NmH264 {
 
@@ -49,6 +54,31 @@ struct SmMacroblockInfo {
   // whether this macroblock holds every other line of its pair.
   bool field = false;
 };
+
+// Whether all sixteen vectors of one list of a macroblock are its first:
+// the macroblock moves as one piece there, which prediction and the loop
+// filter both take as the cheap case.
+inline bool HasOneVector(const int16_t (*mv)[2]) {
+#if defined(__SSE2__)
+  int32_t first = 0;
+  std::memcpy(&first, mv[0], sizeof first);
+  const __m128i all = _mm_set1_epi32(first);
+  const auto* v = reinterpret_cast<const __m128i*>(mv);
+  const __m128i differ = _mm_or_si128(_mm_or_si128(_mm_xor_si128(_mm_loadu_si128(v), all),
+                                                   _mm_xor_si128(_mm_loadu_si128(v + 1), all)),
+                                      _mm_or_si128(_mm_xor_si128(_mm_loadu_si128(v + 2), all),
+                                                   _mm_xor_si128(_mm_loadu_si128(v + 3), all)));
+  return _mm_movemask_epi8(_mm_cmpeq_epi8(differ, _mm_setzero_si128())) == 0xFFFF;
+#else
+  uint32_t vectors[16];
+  std::memcpy(vectors, mv, sizeof vectors);
+  uint32_t differ = 0;
+  for (const uint32_t vector : vectors) {
+    differ |= vector ^ vectors[0];
+  }
+  return differ == 0;
+#endif
+}
 
 enum SmMacroblockKind : uint8_t {
   MbI4x4 = 1,
