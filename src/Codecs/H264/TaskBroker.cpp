@@ -58,7 +58,7 @@ void TaskBrokerTwoThread::FilterRows(const std::stop_token& stop) {
   for (;;) {
     m_Asleep = true;
     m_Changed.wait(lock, stop,
-                   [this] { return m_Task != nullptr && m_FilteredRows < m_ReleasedRows; });
+                   [this] { return m_Deblocker != nullptr && m_FilteredRows < m_ReleasedRows; });
     m_Asleep = false;
     if (stop.stop_requested()) {
       return;
@@ -92,7 +92,6 @@ void TaskBrokerTwoThread::Release(uint32_t rows) {
 void TaskBrokerTwoThread::WaitForFilter() {
   std::unique_lock lock(m_Mutex);
   m_Changed.wait(lock, [this] { return !m_Filtering && m_FilteredRows >= m_ReleasedRows; });
-  m_Task = nullptr;
   m_Deblocker = nullptr;
 }
 
@@ -105,7 +104,6 @@ void TaskBrokerTwoThread::FilterTheRest(H264PictureTask& task, NmH264::CmRowDebl
     // waiting for it would cost two trips through the scheduler a picture,
     // which on a busy machine take longer than the rows.
     m_ReleasedRows = m_FilteredRows = rows;
-    m_Task = nullptr;
     m_Deblocker = nullptr;
   }
   deblocker.FilterUpTo(rows);
@@ -130,7 +128,6 @@ void TaskBrokerTwoThread::DecodePicture(H264PictureTask& task) {
   NmH264::CmRowDeblocker deblocker(*task.picture, task.filters);
   {
     const std::lock_guard lock(m_Mutex);
-    m_Task = &task;
     m_Deblocker = &deblocker;
     m_ReleasedRows = m_FilteredRows = 0;
   }

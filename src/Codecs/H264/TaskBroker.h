@@ -83,11 +83,9 @@ private:
 
   std::mutex m_Mutex;
   std::condition_variable_any m_Changed;
-  // The picture whose rows the worker filters, null between pictures, and
-  // its filter, which keeps what it gathered of the rows filtered so far
-  // for the next rows: whichever thread filters next takes it over under
-  // the mutex.
-  H264PictureTask* m_Task = nullptr;
+  // The filter of the picture whose rows the worker filters, null between
+  // pictures. It keeps what it gathered of the rows filtered so far for the
+  // next rows: whichever thread filters next takes it over under the mutex.
   NmH264::CmRowDeblocker* m_Deblocker = nullptr;
   uint32_t m_ReleasedRows = 0;
   uint32_t m_FilteredRows = 0;
